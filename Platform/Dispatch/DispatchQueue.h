@@ -1,0 +1,105 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+#include "Platform/Foundation/Export.h"
+
+namespace tavrel {
+
+/// How urgent a queue's work is. Linux threads of one process share one scheduling class without special rights, so the
+/// value is kept for callers to read and has no further effect.
+enum class QualityOfService : unsigned { userInteractive = 0x21, userInitiated = 0x19, standard = 0x15, utility = 0x11 };
+
+/// With what a queue is created.
+struct DispatchQueueAttribute {
+  bool isSerial = true;
+  QualityOfService qualityOfService = QualityOfService::standard;
+  int relativePriority = 0;
+};
+
+/// A queue of blocks, on asio's executors.
+///
+/// A serial queue is one thread, named after the end of the label, that runs its blocks one after the other in the order
+/// of submission. The main queue runs on the process's first thread, inside `RunLoop::main()`. The global queue runs
+/// blocks concurrently. All operations may be called from any thread; blocks must not throw.
+///
+/// Destroying a serial queue runs what was submitted, then joins its thread (from inside one of its own blocks the thread is
+/// joined later, by the time the process ends). Delayed blocks that are not yet due are dropped.
+class TAVREL_API DispatchQueue : public std::enable_shared_from_this<DispatchQueue> {
+ public:
+  using Block = std::function<void()>;
+
+  /// Creates a serial queue.
+  static std::shared_ptr<DispatchQueue> create(std::string label, DispatchQueueAttribute attribute = {});
+  /// The queue of the main thread. Its blocks wait until `RunLoop::main()` runs there.
+  static const std::shared_ptr<DispatchQueue>& main();
+  /// The process's concurrent queue, served by a few threads.
+  static const std::shared_ptr<DispatchQueue>& global();
+
+  DispatchQueue(const DispatchQueue&) = delete;
+  DispatchQueue& operator=(const DispatchQueue&) = delete;
+  ~DispatchQueue();
+
+  const std::string& label() const;
+  const DispatchQueueAttribute& attribute() const;
+
+  /// Submits `block` and returns at once.
+  void async(Block block);
+  /// Submits `block` once `delay` has passed.
+  void asyncAfter(std::chrono::nanoseconds delay, Block block);
+  /// Runs `block` on the queue and returns after it. Calling it from a block of the same serial queue, which could never
+  /// return, stops the program. No allocation; `block` may return a value.
+  template <typename Callable>
+  auto sync(Callable&& block) -> std::invoke_result_t<Callable&> {
+    using Result = std::invoke_result_t<Callable&>;
+    if constexpr (std::is_void_v<Result>) {
+      syncErased([](void* context) { (*static_cast<std::remove_reference_t<Callable>*>(context))(); }, address(block));
+    } else {
+      struct Call {
+        std::remove_reference_t<Callable>* block;
+        std::unique_ptr<Result> result;
+      } call{&block, nullptr};
+      syncErased(
+          [](void* context) {
+            auto* inner = static_cast<Call*>(context);
+            inner->result = std::make_unique<Result>((*inner->block)());
+          },
+          &call);
+      return std::move(*call.result);
+    }
+  }
+
+  /// Stores a value under `key` (an address that nobody else uses); the queue does not own it. nullptr removes it.
+  void setSpecific(const void* key, void* value);
+  /// The value under `key` of the queue whose block the calling thread runs; nullptr outside any queue.
+  static void* getSpecific(const void* key);
+  /// The queue whose block the calling thread runs, or nullptr.
+  static DispatchQueue* current();
+  /// True inside a block of this queue.
+  bool isCurrent() const { return current() == this; }
+
+  /// Runs what was submitted and joins the thread of a serial queue. Afterwards `async` drops its block and `sync` runs it
+  /// on the calling thread. For queues that live until the process ends; not from the queue itself.
+  void shutDown();
+
+ private:
+  struct Implementation;
+  friend class RunLoop;
+
+  explicit DispatchQueue(std::unique_ptr<Implementation> implementation);
+
+  template <typename Callable>
+  static void* address(Callable& callable) {
+    return const_cast<void*>(static_cast<const void*>(std::addressof(callable)));
+  }
+  void syncErased(void (*function)(void*), void* context);
+
+  std::unique_ptr<Implementation> implementation_;
+};
+
+}  // namespace tavrel

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <fmt/format.h>
+
+#include <functional>
+#include <string_view>
+#include <utility>
+
+#include "Platform/Foundation/Export.h"
+
+namespace tavrel {
+
+/// The process's plain console: one line on standard error for each message, with time, program and process number in
+/// front. The graph writes its diagnostics here; capture code uses the log facade instead. Any thread; lines stay whole.
+class TAVREL_API ConsoleLog {
+ public:
+  /// Receives each message without the prefix, on the thread that wrote it.
+  using Sink = std::function<void(std::string_view message)>;
+
+  static void write(std::string_view message);
+
+  template <typename... Args>
+    requires(sizeof...(Args) > 0)
+  static void write(fmt::format_string<Args...> format, Args&&... args) {
+    write(std::string_view(fmt::format(format, std::forward<Args>(args)...)));
+  }
+
+  /// Sends messages to `sink` instead of standard error; an empty sink restores standard error. Returns once no thread
+  /// is inside the earlier sink any more. The sink must not write to the console itself.
+  static void setSink(Sink sink);
+};
+
+}  // namespace tavrel

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <fmt/format.h>
+
+#include <string_view>
+#include <utility>
+
+#include "Platform/Foundation/Export.h"
+
+namespace tavrel {
+
+/// Stops the program because the library was misused: writes "*** Assertion failure: TEXT" to standard error and
+/// aborts. The one way out for programming errors; expected failures are returned instead. Any thread.
+[[noreturn]] TAVREL_API void fatalAssertion(std::string_view text);
+
+/// The same with a text in fmt's syntax.
+template <typename... Args>
+  requires(sizeof...(Args) > 0)
+[[noreturn]] void fatalAssertion(fmt::format_string<Args...> format, Args&&... args) {
+  fatalAssertion(std::string_view(fmt::format(format, std::forward<Args>(args)...)));
+}
+
+}  // namespace tavrel

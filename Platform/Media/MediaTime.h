@@ -1,0 +1,74 @@
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <string>
+
+#include "Platform/Foundation/Export.h"
+
+namespace tavrel {
+
+/// A rational time: `value` / `timescale` seconds, or one of the special times below.
+///
+/// Ordering: negative infinity, then the numeric times, indefinite, positive infinity, and invalid last. `operator==` and
+/// `<=>` compare times, not fields: 1/2 equals 2/4. Epochs are compared first.
+struct TAVREL_API MediaTime {
+  enum Flags : std::uint32_t {
+    kValid = 0x1,
+    kHasBeenRounded = 0x2,
+    kPositiveInfinity = 0x4,
+    kNegativeInfinity = 0x8,
+    kIndefinite = 0x10,
+  };
+
+  std::int64_t value = 0;
+  std::int32_t timescale = 0;
+  std::uint32_t flags = 0;
+  std::int64_t epoch = 0;
+
+  /// value / timescale seconds; a timescale that is not positive gives the invalid time.
+  static MediaTime make(std::int64_t value, std::int32_t timescale);
+  /// The nearest time to `seconds` in the timescale; not-a-number gives invalid, infinities give infinite times.
+  static MediaTime fromSeconds(double seconds, std::int32_t timescale);
+
+  static MediaTime invalid() { return {}; }
+  static MediaTime zero() { return {0, 1, kValid, 0}; }
+  static MediaTime indefinite() { return {0, 0, kValid | kIndefinite, 0}; }
+  static MediaTime positiveInfinity() { return {0, 0, kValid | kPositiveInfinity, 0}; }
+  static MediaTime negativeInfinity() { return {0, 0, kValid | kNegativeInfinity, 0}; }
+
+  bool isValid() const { return (flags & kValid) != 0; }
+  bool isIndefinite() const { return isValid() && (flags & kIndefinite) != 0; }
+  bool isPositiveInfinity() const { return isValid() && (flags & kPositiveInfinity) != 0; }
+  bool isNegativeInfinity() const { return isValid() && (flags & kNegativeInfinity) != 0; }
+  /// Valid and neither infinite nor indefinite.
+  bool isNumeric() const {
+    return (flags & (kValid | kPositiveInfinity | kNegativeInfinity | kIndefinite)) == kValid;
+  }
+
+  /// Seconds; ± infinity for the infinite times, not-a-number for invalid and indefinite ones.
+  double seconds() const;
+  /// The same time in another timescale, rounded half away from zero; flagged `kHasBeenRounded` when that lost something.
+  /// Special times are returned unchanged; a result that does not fit becomes the infinite time of its sign.
+  MediaTime convertedToTimescale(std::int32_t newTimescale) const;
+  /// "{3/600 = 0.005}" or "{INVALID}", "{INDEFINITE}", "{+INFINITY}", "{-INFINITY}": for logs.
+  std::string description() const;
+
+  friend TAVREL_API std::strong_ordering operator<=>(const MediaTime& left, const MediaTime& right);
+  friend bool operator==(const MediaTime& left, const MediaTime& right) { return (left <=> right) == 0; }
+
+  /// Exact where the least common multiple of the timescales fits 31 bits; else in the larger of both timescales, rounded.
+  /// Invalid with anything is invalid; then indefinite; then infinities as in arithmetic (opposite ones give invalid).
+  friend TAVREL_API MediaTime operator+(const MediaTime& left, const MediaTime& right);
+  friend TAVREL_API MediaTime operator-(const MediaTime& left, const MediaTime& right);
+};
+
+/// A span of time: from `start`, `duration` long.
+struct MediaTimeRange {
+  MediaTime start;
+  MediaTime duration;
+
+  MediaTime end() const { return start + duration; }
+};
+
+}  // namespace tavrel

@@ -1,0 +1,13 @@
+# Warnings and sanitizers, for every target of this project.
+add_library(tavrel_compiler_options INTERFACE)
+target_compile_options(tavrel_compiler_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wformat=2
+  -Wimplicit-fallthrough -Werror)
+
+if(TAVREL_SANITIZE)
+  add_compile_options(-fsanitize=${TAVREL_SANITIZE} -fno-omit-frame-pointer -g)
+  add_link_options(-fsanitize=${TAVREL_SANITIZE})
+  if(TAVREL_SANITIZE MATCHES "undefined")
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()
