@@ -10,7 +10,8 @@ namespace tavrel {
 
 /// A rational time: `value` / `timescale` seconds, or one of the special times below.
 ///
-/// Ordering: negative infinity, then the numeric times, indefinite, positive infinity, and invalid last. `operator==` and
+/// Ordering: negative infinity, then the numeric times, indefinite, positive infinity, and invalid last. `operator==`
+/// and
 /// `<=>` compare times, not fields: 1/2 equals 2/4. Epochs are compared first.
 struct TAVREL_API MediaTime {
   enum Flags : std::uint32_t {
@@ -42,14 +43,12 @@ struct TAVREL_API MediaTime {
   bool isPositiveInfinity() const { return isValid() && (flags & kPositiveInfinity) != 0; }
   bool isNegativeInfinity() const { return isValid() && (flags & kNegativeInfinity) != 0; }
   /// Valid and neither infinite nor indefinite.
-  bool isNumeric() const {
-    return (flags & (kValid | kPositiveInfinity | kNegativeInfinity | kIndefinite)) == kValid;
-  }
+  bool isNumeric() const { return (flags & (kValid | kPositiveInfinity | kNegativeInfinity | kIndefinite)) == kValid; }
 
   /// Seconds; ± infinity for the infinite times, not-a-number for invalid and indefinite ones.
   double seconds() const;
-  /// The same time in another timescale, rounded half away from zero; flagged `kHasBeenRounded` when that lost something.
-  /// Special times are returned unchanged; a result that does not fit becomes the infinite time of its sign.
+  /// The same time in another timescale, rounded half away from zero; flagged `kHasBeenRounded` when that lost
+  /// something. Special times are returned unchanged; a result that does not fit becomes the infinite time of its sign.
   MediaTime convertedToTimescale(std::int32_t newTimescale) const;
   /// "{3/600 = 0.005}" or "{INVALID}", "{INDEFINITE}", "{+INFINITY}", "{-INFINITY}": for logs.
   std::string description() const;
@@ -57,8 +56,9 @@ struct TAVREL_API MediaTime {
   friend TAVREL_API std::strong_ordering operator<=>(const MediaTime& left, const MediaTime& right);
   friend bool operator==(const MediaTime& left, const MediaTime& right) { return (left <=> right) == 0; }
 
-  /// Exact where the least common multiple of the timescales fits 31 bits; else in the larger of both timescales, rounded.
-  /// Invalid with anything is invalid; then indefinite; then infinities as in arithmetic (opposite ones give invalid).
+  /// Exact where the least common multiple of the timescales fits 31 bits; else in the larger of both timescales,
+  /// rounded. Invalid with anything is invalid; then indefinite; then infinities as in arithmetic (opposite ones give
+  /// invalid).
   friend TAVREL_API MediaTime operator+(const MediaTime& left, const MediaTime& right);
   friend TAVREL_API MediaTime operator-(const MediaTime& left, const MediaTime& right);
 };

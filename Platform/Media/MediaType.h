@@ -1,0 +1,8 @@
+#pragma once
+
+namespace tavrel {
+
+/// What a track holds.
+enum class MediaType { video, audio };
+
+}  // namespace tavrel
