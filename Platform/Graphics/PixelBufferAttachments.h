@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string_view>
+
+namespace tavrel {
+
+/// Keys of a pixel buffer's attachments that say what its colours mean, and their values (ITU-R recommendations).
+inline constexpr std::string_view kPixelBufferColorPrimariesKey = "ColorPrimaries";
+inline constexpr std::string_view kPixelBufferTransferFunctionKey = "TransferFunction";
+inline constexpr std::string_view kPixelBufferYCbCrMatrixKey = "YCbCrMatrix";
+
+inline constexpr std::string_view kColorPrimariesITU_R_709_2 = "ITU_R_709_2";
+inline constexpr std::string_view kColorPrimariesSMPTE_C = "SMPTE_C";
+inline constexpr std::string_view kColorPrimariesEBU_3213 = "EBU_3213";
+inline constexpr std::string_view kColorPrimariesITU_R_2020 = "ITU_R_2020";
+
+inline constexpr std::string_view kTransferFunctionITU_R_709_2 = "ITU_R_709_2";
+inline constexpr std::string_view kTransferFunctionSRGB = "IEC_sRGB";
+inline constexpr std::string_view kTransferFunctionITU_R_2020 = "ITU_R_2020";
+
+inline constexpr std::string_view kYCbCrMatrixITU_R_601_4 = "ITU_R_601_4";
+inline constexpr std::string_view kYCbCrMatrixITU_R_709_2 = "ITU_R_709_2";
+inline constexpr std::string_view kYCbCrMatrixITU_R_2020 = "ITU_R_2020";
+
+}  // namespace tavrel

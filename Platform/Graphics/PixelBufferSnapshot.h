@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Platform/Foundation/Export.h"
+#include "Platform/Graphics/PixelFormat.h"
+
+namespace tavrel {
+
+class PixelBlock;
+
+/// What a pixel buffer showed at one moment: its bytes and attachments, immutable. The bytes are shared with the
+/// buffer, not copied; the buffer moves to other memory before it changes them. Dropping the snapshot gives the memory
+/// back for reuse; it may outlive the buffer. Any thread.
+class TAVREL_API PixelBufferSnapshot {
+ public:
+  PixelBufferSnapshot(const PixelBufferSnapshot&) = delete;
+  PixelBufferSnapshot& operator=(const PixelBufferSnapshot&) = delete;
+  ~PixelBufferSnapshot();
+
+  std::size_t width() const { return layout_.width; }
+  std::size_t height() const { return layout_.height; }
+  PixelFormat format() const { return layout_.format; }
+  const PixelLayout& layout() const { return layout_; }
+
+  /// Bytes from one row to the next, of the first plane.
+  std::size_t bytesPerRow() const { return layout_.planes[0].bytesPerRow; }
+  /// The first byte of the top row, of the first plane. Aligned to 64 bytes.
+  const std::uint8_t* bytes() const;
+  std::size_t bytesPerRowOfPlane(std::size_t plane) const;
+  /// nullptr when there is no such plane.
+  const std::uint8_t* bytesOfPlane(std::size_t plane) const;
+
+  std::optional<std::string> attachment(std::string_view key) const;
+
+ private:
+  friend class PixelBuffer;
+  using Attachments = std::map<std::string, std::string, std::less<>>;
+
+  PixelBufferSnapshot(PixelLayout layout, std::shared_ptr<PixelBlock> block, Attachments attachments);
+
+  PixelLayout layout_;
+  std::shared_ptr<PixelBlock> block_;
+  Attachments attachments_;
+};
+
+}  // namespace tavrel

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Export.h"
+#include "Platform/Media/AssetWriterInput.h"
+#include "Platform/Media/MediaTime.h"
+#include "Platform/Media/MetadataItem.h"
+
+namespace tavrel {
+
+inline constexpr const char* kFileTypeQuickTimeMovie = "video/quicktime";
+inline constexpr const char* kFileTypeMPEG4 = "video/mp4";
+inline constexpr const char* kFileTypeMatroska = "video/x-matroska";
+
+enum class AssetWriterStatus { unknown = 0, writing = 1, completed = 2, failed = 3, cancelled = 4 };
+
+class MovieSink;
+
+/// Writes a movie file, through libavformat and libavcodec.
+///
+///     unknown ──startWriting──▶ writing ──finishWriting──▶ completed
+///        │                        ├──encoder or disk fails──▶ failed
+///        └──▶ failed              └──cancelWriting──▶ cancelled (also from unknown)
+///
+/// The file is written in fragments, each complete in itself: whatever ends the process, what reached the disk before
+/// plays. A full disk or a failing encoder ends the writing with status failed; the file is kept, and the error says up
+/// to when it plays. Encoding runs on one thread for each input and writing on one more; no call but the blocking
+/// `finishWriting` and `cancelWriting` waits for them. Any thread.
+class TAVREL_API AssetWriter {
+ public:
+  /// Opens the file for writing; an existing file is replaced when writing starts. Fails ("media", "posix") when the
+  /// type is none of the above, and when the file cannot be created there.
+  static Expected<std::shared_ptr<AssetWriter>> create(const std::filesystem::path& url, std::string_view fileType);
+
+  AssetWriter(const AssetWriter&) = delete;
+  AssetWriter& operator=(const AssetWriter&) = delete;
+  /// Finishes a file that is being written, as `finishWriting` does. A file that nothing was written to is removed.
+  ~AssetWriter();
+
+  AssetWriterStatus status() const;
+  /// Why the status is failed, or why `addInput` answered false last.
+  std::optional<Error> error() const;
+
+  /// How much time a fragment spans, and so how much an end by force can lose; 1 s at first. Before writing starts.
+  void setMovieFragmentInterval(MediaTime interval);
+  MediaTime movieFragmentInterval() const;
+  /// Written into the file's header. Before writing starts.
+  void setMetadata(std::vector<MetadataItem> metadata);
+  std::vector<MetadataItem> metadata() const;
+
+  /// False, with the reason in `error()`, once writing has started, for an input that serves a writer already, and for
+  /// settings that cannot be encoded or that the container cannot take.
+  bool addInput(const std::shared_ptr<AssetWriterInput>& input);
+
+  /// Opens the encoders. False, with status failed and an error, when that is not possible or there is no input; false
+  /// without effect when the status is not unknown.
+  bool startWriting();
+  /// Makes `time` the movie's time 0. Samples before it are left out. Samples are taken from now on; only the first
+  /// call while writing has an effect.
+  void startSessionAtSourceTime(MediaTime time);
+
+  /// Writes what was appended and completes the file; returns when that is done. True when the status is completed.
+  bool finishWriting();
+  /// The same without waiting; `completion` is called on a queue of the writer's own when the status is final. It is
+  /// called in every state.
+  void finishWriting(std::function<void()> completion);
+  /// Gives up and removes the file. No effect once completed, failed or cancelled.
+  void cancelWriting();
+
+  /// How far the movie reaches that is safely in the file, on the movie's time line; zero before the first fragment.
+  MediaTime writtenUntil() const;
+
+ private:
+  explicit AssetWriter(std::shared_ptr<MovieSink> sink);
+
+  std::shared_ptr<MovieSink> sink_;
+};
+
+}  // namespace tavrel

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "Platform/Foundation/Export.h"
+#include "Platform/Media/AudioFormat.h"
+
+namespace tavrel {
+
+/// One run of PCM in memory that belongs to an `AudioBufferList`.
+struct AudioBuffer {
+  std::uint32_t channelCount = 0;  ///< channels that alternate in `data`
+  std::size_t byteSize = 0;
+  void* data = nullptr;  ///< writable, aligned to 16 bytes
+};
+
+/// The PCM of a sample buffer: one buffer for interleaved sound, one for each channel else. Owns its memory, shared by
+/// everybody who holds the list. Not locked: whoever writes makes sure that nobody reads meanwhile.
+class TAVREL_API AudioBufferList {
+ public:
+  /// Room for `frameCount` frames of silence.
+  static std::shared_ptr<AudioBufferList> create(const AudioFormat& format, std::size_t frameCount);
+
+  std::vector<AudioBuffer>& buffers() { return buffers_; }
+  const std::vector<AudioBuffer>& buffers() const { return buffers_; }
+
+ private:
+  struct Free {
+    void operator()(void* memory) const;
+  };
+
+  AudioBufferList() = default;
+
+  std::unique_ptr<void, Free> memory_;
+  std::vector<AudioBuffer> buffers_;
+};
+
+}  // namespace tavrel

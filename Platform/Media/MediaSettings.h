@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+
+namespace tavrel {
+
+/// \file
+/// Keys and values of the settings that a movie track is created with (`Dictionary`).
+
+/// Text, required: one of the codecs below.
+inline constexpr const char* kVideoCodecKey = "VideoCodec";
+inline constexpr const char* kVideoCodecH264 = "avc1";
+inline constexpr const char* kVideoCodecHEVC = "hvc1";
+/// Whole numbers, required: pixels, 1 to 16384.
+inline constexpr const char* kVideoWidthKey = "VideoWidth";
+inline constexpr const char* kVideoHeightKey = "VideoHeight";
+/// Number: bits a second. Without it the quality is constant and the rate follows the picture.
+inline constexpr const char* kVideoAverageBitRateKey = "VideoAverageBitRate";
+/// Number from 0 (small) to 1 (as good as it gets), used without a bit rate; near visually lossless when absent.
+inline constexpr const char* kVideoQualityKey = "VideoQuality";
+/// Whole number: the most frames from one keyframe to the next.
+inline constexpr const char* kVideoMaxKeyFrameIntervalKey = "VideoMaxKeyFrameInterval";
+/// Text: the encoder's own name of a speed ("ultrafast", "medium"), instead of the one that the mode chooses.
+inline constexpr const char* kVideoPresetKey = "VideoPreset";
+
+/// Whole number, required: the format below.
+inline constexpr const char* kAudioFormatIDKey = "AudioFormatID";
+inline constexpr std::uint32_t kAudioFormatMPEG4AAC = 0x61616320;  // "aac "
+/// Whole number: 1 or 2; 1 when absent.
+inline constexpr const char* kAudioNumberOfChannelsKey = "AudioNumberOfChannels";
+/// Number: frames a second; the audio session's when absent. A rate that AAC does not have becomes the nearest it has.
+inline constexpr const char* kAudioSampleRateKey = "AudioSampleRate";
+/// Number: bits a second; 64000 for each channel when absent.
+inline constexpr const char* kAudioEncoderBitRateKey = "AudioEncoderBitRate";
+/// Data: a channel layout record whose first four bytes, in the machine's order, are the tag. It must agree with the
+/// number of channels.
+inline constexpr const char* kAudioChannelLayoutKey = "AudioChannelLayout";
+inline constexpr std::uint32_t kAudioChannelLayoutTagMono = 0x640001;
+inline constexpr std::uint32_t kAudioChannelLayoutTagStereo = 0x650002;
+
+/// Source attributes of a pixel buffer adaptor. Whole numbers.
+inline constexpr const char* kPixelBufferPixelFormatTypeKey = "PixelFormatType";
+inline constexpr const char* kPixelBufferWidthKey = "PixelBufferWidth";
+inline constexpr const char* kPixelBufferHeightKey = "PixelBufferHeight";
+
+}  // namespace tavrel

@@ -1,0 +1,55 @@
+#pragma once
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/error.h>
+#include <libavutil/frame.h>
+#include <libswresample/swresample.h>
+}
+
+#include <array>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "Platform/Foundation/Error.h"
+
+namespace tavrel {
+
+/// Owns an object of FFmpeg's that is freed through a pointer to its pointer.
+template <typename T, void (*Free)(T**)>
+struct FFmpegDeleter {
+  void operator()(T* object) const { Free(&object); }
+};
+
+using CodecContext = std::unique_ptr<AVCodecContext, FFmpegDeleter<AVCodecContext, avcodec_free_context>>;
+using Packet = std::unique_ptr<AVPacket, FFmpegDeleter<AVPacket, av_packet_free>>;
+using Frame = std::unique_ptr<AVFrame, FFmpegDeleter<AVFrame, av_frame_free>>;
+using Resampler = std::unique_ptr<SwrContext, FFmpegDeleter<SwrContext, swr_free>>;
+using CodecParameters = std::unique_ptr<AVCodecParameters, FFmpegDeleter<AVCodecParameters, avcodec_parameters_free>>;
+using InputFormat = std::unique_ptr<AVFormatContext, FFmpegDeleter<AVFormatContext, avformat_close_input>>;
+
+struct OutputFormatDeleter {
+  void operator()(AVFormatContext* context) const { avformat_free_context(context); }
+};
+using OutputFormat = std::unique_ptr<AVFormatContext, OutputFormatDeleter>;
+
+struct CodecDictionaryDeleter {
+  void operator()(AVDictionary* dictionary) const { av_dict_free(&dictionary); }
+};
+using CodecDictionary = std::unique_ptr<AVDictionary, CodecDictionaryDeleter>;
+
+/// FFmpeg's words for one of its error codes.
+inline std::string ffmpegErrorText(int code) {
+  std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
+  av_strerror(code, text.data(), text.size());
+  return text.data();
+}
+
+/// "WHAT: FFmpeg's words", as an error of the domain "media".
+inline Error ffmpegError(int code, std::string what) {
+  return Error{"media", code, std::move(what) + ": " + ffmpegErrorText(code)};
+}
+
+}  // namespace tavrel
