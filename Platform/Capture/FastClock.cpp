@@ -72,9 +72,9 @@ bool FastClock::allWait() const {
 void FastClock::advance() {
   changed_.notify_all();
   if (attendees_.empty() || !allWait()) return;
-  const auto earliest =
-      std::min_element(attendees_.begin(), attendees_.end(),
-                       [](const auto& left, const auto& right) { return left.second->time < right.second->time; });
+  const auto earliest = std::min_element(attendees_.begin(), attendees_.end(), [](const auto& left, const auto& right) {
+    return left.second->time < right.second->time;
+  });
   if (earliest->second->time > limit_) return;
   now_ = std::max(now_, earliest->second->time);
   earliest->second->due = true;

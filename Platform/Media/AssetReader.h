@@ -18,7 +18,7 @@ namespace tavrel {
 ///
 /// A file that is cut off or damaged is read as far as it decodes: frames that do not decode are left out. Memory stays
 /// bounded: each output has its own reading position, so nothing piles up for an output that is not read. Any thread.
-class TAVREL_API AssetReader {
+class TAVREL_API AssetReader : public std::enable_shared_from_this<AssetReader> {
  public:
   enum class Status { unknown = 0, reading = 1, completed = 2, failed = 3, cancelled = 4 };
 
@@ -46,6 +46,8 @@ class TAVREL_API AssetReader {
   explicit AssetReader(std::shared_ptr<const Asset> asset);
   void outputEnded();
   void fail(Error error);
+  /// The one place where the status changes once reading has started; the caller holds the lock.
+  void changeStatus(Status status, std::optional<Error> error);
 
   std::shared_ptr<const Asset> asset_;
   mutable std::mutex mutex_;

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Export.h"
 #include "Platform/Media/MediaType.h"
 
@@ -23,8 +24,11 @@ class TAVREL_API AssetReaderOutput {
 
  protected:
   friend class AssetReader;
-  /// Opens what it reads from, once, for `reader`, which outlives its outputs' use of it.
-  virtual bool prepare(AssetReader& reader) = 0;
+  /// Opens what it reads from. Called once, when `reader` starts to read; `reader` owns the output.
+  virtual Expected<void> prepare(const std::shared_ptr<AssetReader>& reader) = 0;
+
+ private:
+  bool isTaken_ = false;
 };
 
 }  // namespace tavrel

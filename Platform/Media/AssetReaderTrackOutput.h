@@ -25,7 +25,7 @@ class TAVREL_API AssetReaderTrackOutput : public AssetReaderOutput {
 
  private:
   struct Implementation;
-  bool prepare(AssetReader& reader) override;
+  Expected<void> prepare(const std::shared_ptr<AssetReader>& reader) override;
 
   std::shared_ptr<const AssetTrack> track_;
   std::unique_ptr<Implementation> implementation_;

@@ -29,9 +29,13 @@ constexpr Rgb kSkin = {224, 172, 140};
 constexpr double kDiscPeriod = 4;
 constexpr int kTextureDepth = 14;
 
-std::uint8_t component(double value) { return static_cast<std::uint8_t>(std::clamp(value, 0.0, 255.0)); }
+std::uint8_t component(double value) {
+  return static_cast<std::uint8_t>(std::clamp(value, 0.0, 255.0));
+}
 
-double mix(double from, double to, double amount) { return from + (to - from) * amount; }
+double mix(double from, double to, double amount) {
+  return from + (to - from) * amount;
+}
 
 /// A fine, fixed grain: -1 … 1.
 double grain(int x, int y) {
@@ -77,7 +81,8 @@ void drawBackdrop(const BgraCanvas& canvas, const Palette& palette) {
 void drawDisc(const BgraCanvas& canvas, const VirtualFrame& frame, const Rgb& color) {
   const double unit = std::min(canvas.width, canvas.height);
   const double zoom = std::max(1.0, frame.zoom);
-  const double angle = 2 * std::numbers::pi * (frame.sceneTime / kDiscPeriod - std::floor(frame.sceneTime / kDiscPeriod));
+  const double angle =
+      2 * std::numbers::pi * (frame.sceneTime / kDiscPeriod - std::floor(frame.sceneTime / kDiscPeriod));
   const double centreX = canvas.width / 2.0 + std::cos(angle) * unit * 0.36 * zoom;
   const double centreY = canvas.height / 2.0 + std::sin(angle) * unit * 0.36 * zoom;
   const double radius = std::max(2.0, unit * 0.07) * zoom;
@@ -106,28 +111,16 @@ struct SyntheticScene::Implementation {
 
   const Palette& palette;
   VirtualOptics optics;
-  BgraPicture backdrop;  // without optics
-  BgraPicture seen;      // with the optics of `controls`
-  VirtualFrame controls;
+  BgraPicture backdrop;  // what does not move
 
-  /// The backdrop as the camera sees it now.
   BgraCanvas seenBackdrop(int width, int height, const VirtualFrame& frame) {
     const BgraCanvas old = backdrop.canvas();
-    const bool sizeChanged = backdrop.isEmpty() || old.width != width || old.height != height;
-    if (sizeChanged) {
+    const bool isNew = old.width != width || old.height != height;
+    if (isNew) {
       backdrop.resize(width, height);
       drawBackdrop(backdrop.canvas(), palette);
     }
-    const bool controlsChanged = frame.zoom != controls.zoom || frame.focus != controls.focus ||
-                                 frame.exposure != controls.exposure || frame.torchLevel != controls.torchLevel;
-    if (sizeChanged || controlsChanged) {
-      seen.resize(width, height);
-      VirtualOptics::scaleToFill(backdrop.canvas(), frame.zoom, seen.canvas());
-      optics.blur(seen.canvas(), frame);
-      VirtualOptics::expose(seen.canvas(), frame);
-      controls = frame;
-    }
-    return seen.canvas();
+    return optics.see(backdrop.canvas(), isNew, width, height, frame);
   }
 };
 

@@ -23,7 +23,9 @@ constexpr unsigned kFramesInFlight = 2;
 constexpr double kStrongest = 100;
 
 /// Written so that not-a-number becomes `least`.
-double within(double least, double value, double most) { return std::min(most, std::max(least, value)); }
+double within(double least, double value, double most) {
+  return std::min(most, std::max(least, value));
+}
 
 Expected<std::shared_ptr<VirtualScene>> sceneNamed(std::string_view name) {
   if (name == "front") return std::make_shared<SyntheticScene>(SyntheticScene::Position::front);
@@ -88,8 +90,13 @@ struct VirtualCamera::Implementation {
       const std::lock_guard lock(mutex);
       nextNumber = number + 1;
       time = anchor.timeOf(number);
-      frame = {static_cast<std::uint32_t>(number), (time - startTime).seconds(), 1 / anchor.frameRate,
-               controls.torchLevel, controls.zoom, controls.focus, controls.exposure};
+      frame = {static_cast<std::uint32_t>(number),
+               (time - startTime).seconds(),
+               1 / anchor.frameRate,
+               controls.torchLevel,
+               controls.zoom,
+               controls.focus,
+               controls.exposure};
     }
     auto drawn = draw(frame);
     if (!drawn) {
@@ -118,12 +125,13 @@ Expected<std::shared_ptr<VirtualCamera>> VirtualCamera::create(std::shared_ptr<V
                                                                Configuration configuration) {
   if (!scene || !configuration.clock) return failure("capture", 1, "a virtual camera needs a scene and a clock");
   if (configuration.width < 16 || configuration.height < 16) {
-    return failure("capture", 1, fmt::format("a virtual camera cannot be {} by {} pixels; at least 16 by 16 are needed",
-                                             configuration.width, configuration.height));
+    return failure("capture", 1,
+                   fmt::format("a virtual camera cannot be {} by {} pixels; at least 16 by 16 are needed",
+                               configuration.width, configuration.height));
   }
   if (!std::isfinite(configuration.frameRate) || configuration.frameRate <= 0) {
-    return failure("capture", 1, fmt::format("a frame rate of {} is not possible; it must be above 0",
-                                             configuration.frameRate));
+    return failure("capture", 1,
+                   fmt::format("a frame rate of {} is not possible; it must be above 0", configuration.frameRate));
   }
   auto pool = PixelBufferPool::create(configuration.width, configuration.height, PixelFormat::bgra32);
   if (!pool) return tl::unexpected(pool.error());
@@ -134,9 +142,13 @@ Expected<std::shared_ptr<VirtualCamera>> VirtualCamera::create(std::shared_ptr<V
 VirtualCamera::VirtualCamera(std::unique_ptr<Implementation> implementation)
     : implementation_(std::move(implementation)) {}
 
-VirtualCamera::~VirtualCamera() { stop(); }
+VirtualCamera::~VirtualCamera() {
+  stop();
+}
 
-const VirtualCamera::Configuration& VirtualCamera::configuration() const { return implementation_->configuration; }
+const VirtualCamera::Configuration& VirtualCamera::configuration() const {
+  return implementation_->configuration;
+}
 
 void VirtualCamera::start(Handler handler, std::shared_ptr<DispatchQueue> queue, MediaTime startTime) {
   if (isRunning()) return;
@@ -155,9 +167,13 @@ void VirtualCamera::start(Handler handler, std::shared_ptr<DispatchQueue> queue,
   camera.delivery.start(std::move(plan));
 }
 
-void VirtualCamera::stop() { implementation_->delivery.stop(); }
+void VirtualCamera::stop() {
+  implementation_->delivery.stop();
+}
 
-bool VirtualCamera::isRunning() const { return implementation_->delivery.isRunning(); }
+bool VirtualCamera::isRunning() const {
+  return implementation_->delivery.isRunning();
+}
 
 void VirtualCamera::setControls(const Controls& controls) {
   const std::lock_guard lock(implementation_->mutex);
@@ -190,8 +206,12 @@ double VirtualCamera::frameRate() const {
   return implementation_->anchor.frameRate;
 }
 
-std::uint64_t VirtualCamera::deliveredFrames() const { return implementation_->delivery.delivered(); }
+std::uint64_t VirtualCamera::deliveredFrames() const {
+  return implementation_->delivery.delivered();
+}
 
-std::uint64_t VirtualCamera::droppedFrames() const { return implementation_->delivery.dropped(); }
+std::uint64_t VirtualCamera::droppedFrames() const {
+  return implementation_->delivery.dropped();
+}
 
 }  // namespace tavrel

@@ -8,6 +8,7 @@
 #include "Platform/Capture/CaptureClock.h"
 #include "Platform/Capture/Virtual/VirtualSound.h"
 #include "Platform/Dispatch/DispatchQueue.h"
+#include "Platform/Media/AudioFormat.h"
 
 namespace tavrel {
 
@@ -28,11 +29,9 @@ class TAVREL_API VirtualMicrophone {
   /// the clock's timescale.
   using Handler = std::function<void(std::shared_ptr<SampleBuffer>)>;
 
-  enum class SampleType { float32, int16 };
-
   struct Configuration {
     int sampleRate = 48000;  ///< samples a second, 8000 … 192000
-    SampleType sampleType = SampleType::float32;
+    AudioSampleType sampleType = AudioSampleType::float32;
     std::shared_ptr<CaptureClock> clock = CaptureClock::realTime();
   };
 

@@ -12,8 +12,8 @@
 
 namespace tavrel {
 
-/// The engine of a virtual device: a thread that waits for each event's time, makes what is delivered then, and hands it to
-/// the consumer's queue, with a bounded number of deliveries on their way. Any thread.
+/// The engine of a virtual device: a thread that waits for each event's time, makes what is delivered then, and hands
+/// it to the consumer's queue, with a bounded number of deliveries on their way. Any thread.
 class PacedDelivery {
  public:
   /// Hands one event to the consumer; runs on the consumer's queue.

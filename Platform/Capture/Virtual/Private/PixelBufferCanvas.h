@@ -18,7 +18,7 @@ class PixelBufferCanvas {
   ~PixelBufferCanvas() { buffer_.unlockBaseAddress(PixelBufferLock::readWrite); }
 
   BgraCanvas canvas() const {
-    return {static_cast<std::uint8_t*>(buffer_.baseAddress()), buffer_.bytesPerRow(), static_cast<int>(buffer_.width()),
+    return {buffer_.baseAddress(), buffer_.bytesPerRow(), static_cast<int>(buffer_.width()),
             static_cast<int>(buffer_.height())};
   }
 

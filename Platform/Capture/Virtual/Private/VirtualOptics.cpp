@@ -13,9 +13,8 @@ void scale(const BgraCanvas& source, const BgraCanvas& destination, libyuv::Filt
                     static_cast<int>(destination.bytesPerRow), destination.width, destination.height, filter);
 }
 
-}  // namespace
-
-void VirtualOptics::scaleToFill(const BgraCanvas& source, double zoom, const BgraCanvas& destination) {
+/// Scales the centre of `source` so that it fills `destination`, aspect kept, `zoom` times enlarged.
+void scaleToFill(const BgraCanvas& source, double zoom, const BgraCanvas& destination) {
   const double fill = std::max(static_cast<double>(destination.width) / source.width,
                                static_cast<double>(destination.height) / source.height) *
                       std::max(1.0, zoom);
@@ -26,7 +25,26 @@ void VirtualOptics::scaleToFill(const BgraCanvas& source, double zoom, const Bgr
   scale({source.pixel(left, top), source.bytesPerRow, width, height}, destination, libyuv::kFilterBox);
 }
 
-void VirtualOptics::blur(const BgraCanvas& canvas, const VirtualFrame& frame) {
+bool haveSameControls(const VirtualFrame& left, const VirtualFrame& right) {
+  return left.zoom == right.zoom && left.focus == right.focus && left.exposure == right.exposure &&
+         left.torchLevel == right.torchLevel;
+}
+
+}  // namespace
+
+BgraCanvas VirtualOptics::see(const BgraCanvas& source, bool isNew, int width, int height, const VirtualFrame& frame) {
+  const BgraCanvas old = seen_.canvas();
+  if (!isNew && old.width == width && old.height == height && haveSameControls(frame, controls_)) return old;
+  seen_.resize(width, height);
+  scaleToFill(source, frame.zoom, seen_.canvas());
+  blur(frame);
+  expose(frame);
+  controls_ = frame;
+  return seen_.canvas();
+}
+
+void VirtualOptics::blur(const VirtualFrame& frame) {
+  const BgraCanvas canvas = seen_.canvas();
   const double radius = blurRadius(canvas.height, frame);
   if (radius < 0.5) return;
   const double factor = 1 + radius;
@@ -36,7 +54,7 @@ void VirtualOptics::blur(const BgraCanvas& canvas, const VirtualFrame& frame) {
   scale(small_.canvas(), canvas, libyuv::kFilterBilinear);
 }
 
-void VirtualOptics::expose(const BgraCanvas& canvas, const VirtualFrame& frame) {
+void VirtualOptics::expose(const VirtualFrame& frame) {
   if (frame.exposure == 1 && frame.torchLevel == 0) return;
   std::array<std::uint8_t, std::size_t{256} * 4> table{};
   for (std::size_t i = 0; i < 256; ++i) {
@@ -44,6 +62,7 @@ void VirtualOptics::expose(const BgraCanvas& canvas, const VirtualFrame& frame) 
     std::fill_n(table.begin() + static_cast<std::ptrdiff_t>(i * 4), 3, value);
     table[i * 4 + 3] = 255;
   }
+  const BgraCanvas canvas = seen_.canvas();
   libyuv::ARGBColorTable(canvas.bytes, static_cast<int>(canvas.bytesPerRow), table.data(), 0, 0, canvas.width,
                          canvas.height);
 }

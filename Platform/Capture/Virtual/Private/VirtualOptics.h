@@ -8,22 +8,26 @@
 
 namespace tavrel {
 
-/// What lens, sensor and torch do to a picture. One thread at a time; its scratch memory is kept.
+/// What lens, sensor and torch make of a picture. One thread at a time; its memory is kept.
 class VirtualOptics {
  public:
-  /// Scales the centre of `source` so that it fills `destination`, aspect kept, `zoom` times enlarged.
-  static void scaleToFill(const BgraCanvas& source, double zoom, const BgraCanvas& destination);
-  /// Blurs as `frame.focus` says, in place.
-  void blur(const BgraCanvas& canvas, const VirtualFrame& frame);
-  /// Brightens or darkens as torch and exposure say, in place.
-  static void expose(const BgraCanvas& canvas, const VirtualFrame& frame);
+  /// `source` as the camera sees it: its centre fills the given size, aspect kept, enlarged by the zoom, blurred and
+  /// exposed as `frame` says. Valid until the next call. The work is done again only when something other than the
+  /// frame's time has changed; `isNew` says that the source's pixels have.
+  BgraCanvas see(const BgraCanvas& source, bool isNew, int width, int height, const VirtualFrame& frame);
+
   /// How wide the blur is, in pixels of a picture of that height; 0 in focus.
   static double blurRadius(int height, const VirtualFrame& frame);
-  /// What `expose` makes of one component.
+  /// What exposure and torch make of one component.
   static std::uint8_t exposed(std::uint8_t component, const VirtualFrame& frame);
 
  private:
+  void blur(const VirtualFrame& frame);
+  void expose(const VirtualFrame& frame);
+
+  BgraPicture seen_;
   BgraPicture small_;
+  VirtualFrame controls_;
 };
 
 }  // namespace tavrel
