@@ -1,8 +1,8 @@
 #include "Support/ReaderMovies.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -38,8 +38,8 @@ void makeMovie(const std::filesystem::path& output, const std::string& arguments
 void makeMovieFrom(const std::filesystem::path& input, const std::filesystem::path& output,
                    const std::string& arguments) {
   std::string command = "ffmpeg -nostdin -v error -y " + arguments;
-  replaceAll(command, "OUT", "'" + output.string() + "'");
-  replaceAll(command, "IN", "'" + input.string() + "'");
+  replaceAll(command, "OUT", fmt::format("'{}'", output.string()));
+  replaceAll(command, "IN", fmt::format("'{}'", input.string()));
   ASSERT_EQ(std::system(command.c_str()), 0) << command;
 }
 

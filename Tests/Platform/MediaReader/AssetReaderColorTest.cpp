@@ -94,7 +94,7 @@ TEST_P(AssetReaderColor, GivesTheColorsThatFfmpegGives) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Layouts, AssetReaderColor, testing::ValuesIn(kLayouts),
-                         [](const auto& info) { return std::string(info.param.name); });
+                         [](const auto& layout) { return std::string(layout.param.name); });
 
 }  // namespace
 }  // namespace tavrel::test
