@@ -11,6 +11,7 @@ namespace tavrel {
 /// Contexts of one sharegroup see the same textures, buffers, renderbuffers and programs (not framebuffer objects). It
 /// lives, and can be joined by new contexts, as long as anybody holds it, also when all its contexts are gone.
 class GLSharegroup;
+class NativeContext;
 
 /// An OpenGL ES 2.0 context without a surface, on EGL (`GraphicsDisplay`).
 ///
@@ -51,6 +52,7 @@ class TAVREL_API GLContext {
   struct State;
 
   explicit GLContext(std::shared_ptr<State> state);
+  NativeContext& native();
 
   std::shared_ptr<State> state_;
   PresentHandler presentHandler_;

@@ -20,7 +20,7 @@ class TAVREL_API GraphicsDisplay {
   static GraphicsDisplay& shared();
 
   /// Makes `eglDisplay` (an `EGLDisplay` that the caller initialised and never terminates) the process's display.
-  /// False, with nothing changed, once a display is in use or when a headless one is demanded.
+  /// False, with nothing changed, once another display is in use or when a headless one is demanded.
   static bool adopt(void* eglDisplay);
 
   GraphicsDisplay(const GraphicsDisplay&) = delete;

@@ -15,6 +15,11 @@
 
 namespace tavrel {
 
+class GLTexture;
+class PixelBlockAllocator;
+class TextureCacheCore;
+struct TextureRequest;
+
 /// For what the bytes of a pixel buffer are locked.
 enum class PixelBufferLock : unsigned { readWrite = 0, readOnly = 1 };
 
@@ -95,6 +100,11 @@ class TAVREL_API PixelBuffer {
   struct Implementation;
 
   explicit PixelBuffer(std::unique_ptr<Implementation> implementation);
+  static std::unique_ptr<PixelBuffer> make(const PixelLayout& layout, std::shared_ptr<PixelBlockAllocator> allocator);
+
+  Expected<std::shared_ptr<GLTexture>> texture(const std::shared_ptr<TextureCacheCore>& core,
+                                               const TextureRequest& request);
+  void prepareForReuse();
 
   std::unique_ptr<Implementation> implementation_;
 };

@@ -43,7 +43,7 @@ class TAVREL_API PixelBufferSnapshot {
   friend class PixelBuffer;
   using Attachments = std::map<std::string, std::string, std::less<>>;
 
-  PixelBufferSnapshot(PixelLayout layout, std::shared_ptr<PixelBlock> block, Attachments attachments);
+  PixelBufferSnapshot(const PixelLayout& layout, std::shared_ptr<PixelBlock> block, Attachments attachments);
 
   PixelLayout layout_;
   std::shared_ptr<PixelBlock> block_;

@@ -51,6 +51,8 @@ class TAVREL_API TextureCache {
 
   TextureCache(const TextureCache&) = delete;
   TextureCache& operator=(const TextureCache&) = delete;
+  /// Deletes the idle textures without the executor, which may be gone. Pictures in textures that are still in use stay
+  /// readable, as far as the drawing was finished (glFinish) before.
   ~TextureCache();
 
   /// A texture of GL_TEXTURE_2D, level 0, with linear filters and clamped edges (set when it is made), that shows

@@ -1,0 +1,179 @@
+#include "Platform/Graphics/GraphicsDisplay.h"
+
+#include <EGL/egl.h>
+#include <EGL/eglext.h>
+#include <fmt/format.h>
+
+#include <array>
+#include <cstdlib>
+#include <mutex>
+#include <string_view>
+#include <utility>
+
+#include "Platform/Graphics/Private/GraphicsFailure.h"
+#include "Platform/Graphics/Private/NativeContext.h"
+
+namespace tavrel {
+namespace {
+
+struct Choice {
+  std::mutex mutex;
+  void* adopted = nullptr;
+  GraphicsDisplay* shared = nullptr;
+};
+
+Choice& choice() {
+  static auto* instance = new Choice();
+  return *instance;
+}
+
+bool headlessDemanded() {
+  const char* value =
+      std::getenv("TAVREL_DISPLAY");  // NOLINT(concurrency-mt-unsafe): nobody here writes the environment
+  return value != nullptr && std::string_view(value) == "headless";
+}
+
+template <typename Function>
+Function eglFunction(const char* name) {
+  return reinterpret_cast<Function>(eglGetProcAddress(name));
+}
+
+bool initialise(EGLDisplay display) {
+  return display != EGL_NO_DISPLAY && eglInitialize(display, nullptr, nullptr) == EGL_TRUE;
+}
+
+EGLDisplay openSurfaceless() {
+  const char* extensions = eglQueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS);
+  auto getPlatformDisplay = eglFunction<PFNEGLGETPLATFORMDISPLAYEXTPROC>("eglGetPlatformDisplayEXT");
+  if (!containsWord(extensions, "EGL_MESA_platform_surfaceless") || getPlatformDisplay == nullptr)
+    return EGL_NO_DISPLAY;
+  EGLDisplay display = getPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
+  return initialise(display) ? display : EGL_NO_DISPLAY;
+}
+
+EGLDisplay openFirstDevice() {
+  auto queryDevices = eglFunction<PFNEGLQUERYDEVICESEXTPROC>("eglQueryDevicesEXT");
+  auto getPlatformDisplay = eglFunction<PFNEGLGETPLATFORMDISPLAYEXTPROC>("eglGetPlatformDisplayEXT");
+  if (queryDevices == nullptr || getPlatformDisplay == nullptr) return EGL_NO_DISPLAY;
+  std::array<EGLDeviceEXT, 16> devices{};
+  EGLint count = 0;
+  if (queryDevices(static_cast<EGLint>(devices.size()), devices.data(), &count) == EGL_FALSE) return EGL_NO_DISPLAY;
+  for (EGLint i = 0; i < count; ++i) {
+    EGLDisplay display = getPlatformDisplay(EGL_PLATFORM_DEVICE_EXT, devices[static_cast<std::size_t>(i)], nullptr);
+    if (initialise(display)) return display;
+  }
+  return EGL_NO_DISPLAY;
+}
+
+}  // namespace
+
+struct GraphicsDisplay::Implementation {
+  EGLDisplay display = EGL_NO_DISPLAY;
+  EGLConfig config = nullptr;
+  const char* platform = "none";
+  bool headless = true;
+  bool surfacelessContexts = false;
+  std::optional<Error> error;
+
+  void open(void* adopted) {
+    if (adopted != nullptr) {
+      display = adopted;
+      platform = "window system";
+      headless = false;
+      return;
+    }
+    display = openSurfaceless();
+    platform = "surfaceless";
+    if (display != EGL_NO_DISPLAY) return;
+    display = openFirstDevice();
+    platform = "device";
+  }
+
+  void chooseConfig() {
+    const char* extensions = eglQueryString(display, EGL_EXTENSIONS);
+    surfacelessContexts = containsWord(extensions, "EGL_KHR_surfaceless_context");
+    // The default surface type asks for windows, of which a headless display has none.
+    static constexpr std::array<EGLint, 13> kWanted = {EGL_SURFACE_TYPE,
+                                                       EGL_PBUFFER_BIT,
+                                                       EGL_RENDERABLE_TYPE,
+                                                       EGL_OPENGL_ES2_BIT,
+                                                       EGL_RED_SIZE,
+                                                       8,
+                                                       EGL_GREEN_SIZE,
+                                                       8,
+                                                       EGL_BLUE_SIZE,
+                                                       8,
+                                                       EGL_ALPHA_SIZE,
+                                                       8,
+                                                       EGL_NONE};
+    EGLint count = 0;
+    if (eglChooseConfig(display, kWanted.data(), &config, 1, &count) == EGL_TRUE && count > 0) return;
+    config = nullptr;
+    if (surfacelessContexts && containsWord(extensions, "EGL_KHR_no_config_context")) return;
+    fail("the EGL display offers no configuration for OpenGL ES 2.0");
+  }
+
+  void fail(std::string description) {
+    display = EGL_NO_DISPLAY;
+    error = Error{"graphics", static_cast<std::int64_t>(GraphicsStatus::displayUnavailable), std::move(description)};
+  }
+};
+
+GraphicsDisplay::GraphicsDisplay(void* adoptedDisplay) : implementation_(std::make_unique<Implementation>()) {
+  implementation_->open(adoptedDisplay);
+  if (implementation_->display == EGL_NO_DISPLAY) {
+    implementation_->fail(
+        fmt::format("no EGL display could be opened ({}); Mesa's EGL and GLES libraries give one "
+                    "without graphics hardware",
+                    eglErrorName(eglGetError())));
+    return;
+  }
+  implementation_->chooseConfig();
+}
+
+GraphicsDisplay& GraphicsDisplay::shared() {
+  static GraphicsDisplay& instance = [&]() -> GraphicsDisplay& {
+    std::lock_guard guard(choice().mutex);
+    choice().shared = new GraphicsDisplay(choice().adopted);
+    return *choice().shared;
+  }();
+  return instance;
+}
+
+bool GraphicsDisplay::adopt(void* eglDisplay) {
+  std::lock_guard guard(choice().mutex);
+  if (choice().shared != nullptr) return choice().shared->nativeDisplay() == eglDisplay && eglDisplay != nullptr;
+  if (eglDisplay == nullptr || headlessDemanded()) return false;
+  choice().adopted = eglDisplay;
+  return true;
+}
+
+const std::optional<Error>& GraphicsDisplay::error() const {
+  return implementation_->error;
+}
+
+bool GraphicsDisplay::isHeadless() const {
+  return implementation_->headless;
+}
+
+std::string GraphicsDisplay::description() const {
+  if (implementation_->error) return "no display";
+  const char* version = eglQueryString(implementation_->display, EGL_VERSION);
+  const char* vendor = eglQueryString(implementation_->display, EGL_VENDOR);
+  return fmt::format("{}, EGL {}, {}", implementation_->platform, version != nullptr ? version : "?",
+                     vendor != nullptr ? vendor : "?");
+}
+
+void* GraphicsDisplay::nativeDisplay() const {
+  return implementation_->display;
+}
+
+void* GraphicsDisplay::nativeConfig() const {
+  return implementation_->config;
+}
+
+bool GraphicsDisplay::supportsSurfacelessContexts() const {
+  return implementation_->surfacelessContexts;
+}
+
+}  // namespace tavrel
