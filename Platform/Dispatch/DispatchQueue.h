@@ -13,7 +13,12 @@ namespace tavrel {
 
 /// How urgent a queue's work is. Linux threads of one process share one scheduling class without special rights, so the
 /// value is kept for callers to read and has no further effect.
-enum class QualityOfService : unsigned { userInteractive = 0x21, userInitiated = 0x19, standard = 0x15, utility = 0x11 };
+enum class QualityOfService : unsigned {
+  userInteractive = 0x21,
+  userInitiated = 0x19,
+  standard = 0x15,
+  utility = 0x11
+};
 
 /// With what a queue is created.
 struct DispatchQueueAttribute {
@@ -24,12 +29,12 @@ struct DispatchQueueAttribute {
 
 /// A queue of blocks, on asio's executors.
 ///
-/// A serial queue is one thread, named after the end of the label, that runs its blocks one after the other in the order
-/// of submission. The main queue runs on the process's first thread, inside `RunLoop::main()`. The global queue runs
-/// blocks concurrently. All operations may be called from any thread; blocks must not throw.
+/// A serial queue is one thread, named after the end of the label, that runs its blocks one after the other in the
+/// order of submission. The main queue runs on the process's first thread, inside `RunLoop::main()`. The global queue
+/// runs blocks concurrently. All operations may be called from any thread; blocks must not throw.
 ///
-/// Destroying a serial queue runs what was submitted, then joins its thread (from inside one of its own blocks the thread is
-/// joined later, by the time the process ends). Delayed blocks that are not yet due are dropped.
+/// Destroying a serial queue runs what was submitted, then joins its thread (from inside one of its own blocks the
+/// thread is joined later, by the time the process ends). Delayed blocks that are not yet due are dropped.
 class TAVREL_API DispatchQueue : public std::enable_shared_from_this<DispatchQueue> {
  public:
   using Block = std::function<void()>;
@@ -52,8 +57,8 @@ class TAVREL_API DispatchQueue : public std::enable_shared_from_this<DispatchQue
   void async(Block block);
   /// Submits `block` once `delay` has passed.
   void asyncAfter(std::chrono::nanoseconds delay, Block block);
-  /// Runs `block` on the queue and returns after it. Calling it from a block of the same serial queue, which could never
-  /// return, stops the program. No allocation; `block` may return a value.
+  /// Runs `block` on the queue and returns after it. Calling it from a block of the same serial queue, which could
+  /// never return, stops the program. No allocation; `block` may return a value.
   template <typename Callable>
   auto sync(Callable&& block) -> std::invoke_result_t<Callable&> {
     using Result = std::invoke_result_t<Callable&>;
@@ -83,8 +88,8 @@ class TAVREL_API DispatchQueue : public std::enable_shared_from_this<DispatchQue
   /// True inside a block of this queue.
   bool isCurrent() const { return current() == this; }
 
-  /// Runs what was submitted and joins the thread of a serial queue. Afterwards `async` drops its block and `sync` runs it
-  /// on the calling thread. For queues that live until the process ends; not from the queue itself.
+  /// Runs what was submitted and joins the thread of a serial queue. Afterwards `async` drops its block and `sync` runs
+  /// it on the calling thread. For queues that live until the process ends; not from the queue itself.
   void shutDown();
 
  private:

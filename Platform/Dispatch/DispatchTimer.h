@@ -10,8 +10,8 @@ namespace tavrel {
 
 /// Runs a block on a queue again and again.
 ///
-/// Ticks are counted from the start, so that the mean interval is exact; ticks that the queue was too busy for are merged
-/// into one. Destruction cancels. Any thread.
+/// Ticks are counted from the start, so that the mean interval is exact; ticks that the queue was too busy for are
+/// merged into one. Destruction cancels. Any thread.
 class TAVREL_API DispatchTimer {
  public:
   /// First after `interval`, then every `interval`, which must be positive.

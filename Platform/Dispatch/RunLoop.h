@@ -18,8 +18,8 @@ class TAVREL_API RunLoop {
   void run();
   /// Runs blocks for this long, or until `stop` is called; waits where there are none. A nested call is allowed.
   void runFor(std::chrono::nanoseconds duration);
-  /// Runs blocks until `done` answers true or `duration` has passed; `done` is asked after every block and at least every
-  /// 5 ms. Returns the last answer.
+  /// Runs blocks until `done` answers true or `duration` has passed; `done` is asked after every block and at least
+  /// every 5 ms. Returns the last answer.
   template <typename Predicate>
   bool runUntil(Predicate done, std::chrono::nanoseconds duration) {
     const auto deadline = std::chrono::steady_clock::now() + duration;

@@ -11,7 +11,8 @@
 namespace tavrel {
 
 /// The process's plain console: one line on standard error for each message, with time, program and process number in
-/// front. The graph writes its diagnostics here; capture code uses the log facade instead. Any thread; lines stay whole.
+/// front. The graph writes its diagnostics here; capture code uses the log facade instead. Any thread; lines stay
+/// whole.
 class TAVREL_API ConsoleLog {
  public:
   /// Receives each message without the prefix, on the thread that wrote it.
@@ -20,8 +21,7 @@ class TAVREL_API ConsoleLog {
   static void write(std::string_view message);
 
   template <typename... Args>
-    requires(sizeof...(Args) > 0)
-  static void write(fmt::format_string<Args...> format, Args&&... args) {
+  requires(sizeof...(Args) > 0) static void write(fmt::format_string<Args...> format, Args&&... args) {
     write(std::string_view(fmt::format(format, std::forward<Args>(args)...)));
   }
 

@@ -15,8 +15,7 @@ namespace tavrel {
 
 /// The same with a text in fmt's syntax.
 template <typename... Args>
-  requires(sizeof...(Args) > 0)
-[[noreturn]] void fatalAssertion(fmt::format_string<Args...> format, Args&&... args) {
+requires(sizeof...(Args) > 0) [[noreturn]] void fatalAssertion(fmt::format_string<Args...> format, Args&&... args) {
   fatalAssertion(std::string_view(fmt::format(format, std::forward<Args>(args)...)));
 }
 

@@ -12,8 +12,9 @@
 
 namespace tavrel {
 
-/// What all queues share: the thread that waits for delays, the main queue's context and what must end with the process.
-/// Created at first use, wound up by `atexit` and never destroyed, so that late destructors may still talk to it.
+/// What all queues share: the thread that waits for delays, the main queue's context and what must end with the
+/// process. Created at first use, wound up by `atexit` and never destroyed, so that late destructors may still talk to
+/// it.
 class DispatchRuntime {
  public:
   static DispatchRuntime& shared();

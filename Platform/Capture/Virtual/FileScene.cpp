@@ -1,0 +1,63 @@
+#include "Platform/Capture/Virtual/FileScene.h"
+
+#include <fmt/format.h>
+
+#include <system_error>
+#include <utility>
+
+#include "Platform/Capture/Virtual/Private/PixelBufferCanvas.h"
+#include "Platform/Capture/Virtual/Private/SceneMovie.h"
+#include "Platform/Capture/Virtual/Private/ScenePicture.h"
+#include "Platform/Capture/Virtual/Private/VirtualOptics.h"
+
+namespace tavrel {
+
+struct FileScene::Implementation {
+  std::unique_ptr<SceneMovie> movie;  // nullptr for a picture
+  BgraPicture picture;
+  VirtualOptics optics;
+  bool isNew = true;
+};
+
+Expected<std::shared_ptr<FileScene>> FileScene::create(const std::filesystem::path& path) {
+  std::error_code error;
+  if (!std::filesystem::exists(path, error)) {
+    return failure("capture", 2, fmt::format("there is no file {} to be a scene", path.string()));
+  }
+  auto implementation = std::make_unique<Implementation>();
+  // Movies first, so that an animated picture moves; the movie reader refuses still pictures.
+  if (auto asset = Asset::create(path)) {
+    auto movie = SceneMovie::open(std::move(*asset));
+    if (!movie) return failure("capture", movie.error().code, movie.error().description);
+    implementation->movie = std::move(*movie);
+  } else {
+    auto picture = loadScenePicture(path);
+    if (!picture) {
+      return failure("capture", picture.error().code,
+                     fmt::format("{} can be no scene: neither a movie ({}) nor a picture ({})", path.string(),
+                                 asset.error().description, picture.error().description));
+    }
+    implementation->picture = std::move(*picture);
+  }
+  return std::shared_ptr<FileScene>(new FileScene(std::move(implementation)));
+}
+
+FileScene::FileScene(std::unique_ptr<Implementation> implementation) : implementation_(std::move(implementation)) {}
+
+FileScene::~FileScene() = default;
+
+Expected<void> FileScene::render(PixelBuffer& buffer, const VirtualFrame& frame) {
+  Implementation& scene = *implementation_;
+  if (scene.movie) {
+    const auto changed = scene.movie->seek(frame.sceneTime);
+    if (!changed) return tl::unexpected(changed.error());
+    scene.isNew = scene.isNew || *changed;
+  }
+  const PixelBufferCanvas locked(buffer);
+  const BgraCanvas canvas = locked.canvas();
+  const BgraCanvas source = scene.movie ? scene.movie->picture() : scene.picture.canvas();
+  copyPicture(scene.optics.see(source, std::exchange(scene.isNew, false), canvas.width, canvas.height, frame), canvas);
+  return {};
+}
+
+}  // namespace tavrel

@@ -1,0 +1,151 @@
+#include "Platform/Capture/Virtual/FileSound.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include "Platform/Media/AssetReader.h"
+#include "Platform/Media/AssetReaderTrackOutput.h"
+#include "Platform/Media/Private/FFmpegHandles.h"
+#include "Platform/Media/SampleBuffer.h"
+
+namespace tavrel {
+
+struct FileSound::Implementation {
+  std::filesystem::path path;
+  int sampleRate = 0;
+  std::shared_ptr<const Asset> asset;
+  std::shared_ptr<const AssetTrack> track;
+
+  std::shared_ptr<AssetReader> reader;
+  std::shared_ptr<AssetReaderOutput> output;
+  Resampler mixer;
+  std::vector<float> waiting;  // decoded, from sample number `position` on
+  std::size_t used = 0;        // of `waiting`
+  std::uint64_t position = 0;
+  bool passHadSamples = false;
+
+  Expected<void> open();
+  Expected<void> rewind();
+  Expected<void> decodeMore();
+  Expected<void> mix(const SampleBuffer* buffer);
+  Expected<std::size_t> take(float* destination, std::size_t count);
+};
+
+Expected<void> FileSound::Implementation::open() {
+  auto opened = Asset::create(path);
+  if (!opened) return tl::unexpected(opened.error());
+  asset = std::move(*opened);
+  const auto tracks = asset->tracksWithMediaType(MediaType::audio);
+  if (tracks.empty()) return failure("capture", 1, fmt::format("{} has no sound", path.string()));
+  track = tracks.front();
+  if (auto rewound = rewind(); !rewound) return rewound;
+  return decodeMore();
+}
+
+Expected<void> FileSound::Implementation::rewind() {
+  auto created = AssetReader::create(asset);
+  if (!created) return tl::unexpected(created.error());
+  reader = std::move(*created);
+  output = std::make_shared<AssetReaderTrackOutput>(track);
+  reader->addOutput(output);
+  if (!reader->startReading()) return tl::unexpected(*reader->error());
+  passHadSamples = false;
+
+  AVChannelLayout mono = AV_CHANNEL_LAYOUT_MONO;
+  AVChannelLayout stored{};
+  av_channel_layout_default(&stored, track->channelCount());
+  SwrContext* context = nullptr;
+  int result = swr_alloc_set_opts2(&context, &mono, AV_SAMPLE_FMT_FLT, sampleRate, &stored, AV_SAMPLE_FMT_FLT,
+                                   track->sampleRate(), 0, nullptr);
+  mixer.reset(context);
+  if (result >= 0) result = swr_init(mixer.get());
+  av_channel_layout_uninit(&stored);
+  if (result < 0) return tl::unexpected(ffmpegError(result, path.string() + " cannot be mixed to one channel"));
+  return {};
+}
+
+/// Fills `waiting`, from the start of the file again when its end is reached.
+Expected<void> FileSound::Implementation::decodeMore() {
+  waiting.clear();
+  used = 0;
+  while (waiting.empty()) {
+    const auto buffer = output->copyNextSampleBuffer();
+    if (auto mixed = mix(buffer.get()); !mixed) return mixed;
+    passHadSamples = passHadSamples || !waiting.empty();
+    if (buffer) continue;
+    if (!passHadSamples) {
+      const auto reason = reader->error();
+      return failure("capture", 1, reason ? reason->description : fmt::format("{} holds no samples", path.string()));
+    }
+    if (auto rewound = rewind(); !rewound) return rewound;
+    passHadSamples = !waiting.empty();
+  }
+  return {};
+}
+
+/// Adds `buffer`, or without one what the resampler still holds, to `waiting`.
+Expected<void> FileSound::Implementation::mix(const SampleBuffer* buffer) {
+  const auto list = buffer ? buffer->audioBufferList() : nullptr;
+  const int inputCount = list ? static_cast<int>(buffer->numSamples()) : 0;
+  const int capacity = swr_get_out_samples(mixer.get(), inputCount);
+  if (capacity <= 0) return {};
+  waiting.resize(static_cast<std::size_t>(capacity));
+  auto* out = static_cast<std::uint8_t*>(static_cast<void*>(waiting.data()));
+  const std::uint8_t* in = list ? static_cast<const std::uint8_t*>(list->buffers().front().data) : nullptr;
+  const int count = swr_convert(mixer.get(), &out, capacity, list ? &in : nullptr, inputCount);
+  if (count < 0) return tl::unexpected(ffmpegError(count, path.string() + " cannot be mixed to one channel"));
+  waiting.resize(static_cast<std::size_t>(count));
+  return {};
+}
+
+/// Copies up to `count` samples on from `position`, or skips them without a destination.
+Expected<std::size_t> FileSound::Implementation::take(float* destination, std::size_t count) {
+  if (used == waiting.size()) {
+    if (auto decoded = decodeMore(); !decoded) return tl::unexpected(decoded.error());
+  }
+  const std::size_t taken = std::min(count, waiting.size() - used);
+  if (destination) std::memcpy(destination, waiting.data() + used, taken * sizeof(float));
+  used += taken;
+  position += taken;
+  return taken;
+}
+
+Expected<std::shared_ptr<FileSound>> FileSound::create(const std::filesystem::path& path, int sampleRate) {
+  auto implementation = std::make_unique<Implementation>();
+  implementation->path = path;
+  implementation->sampleRate = sampleRate;
+  if (auto opened = implementation->open(); !opened) {
+    return failure("capture", opened.error().code, opened.error().description);
+  }
+  return std::shared_ptr<FileSound>(new FileSound(std::move(implementation)));
+}
+
+FileSound::FileSound(std::unique_ptr<Implementation> implementation) : implementation_(std::move(implementation)) {}
+
+FileSound::~FileSound() = default;
+
+Expected<void> FileSound::render(std::span<float> samples, std::uint64_t first) {
+  Implementation& sound = *implementation_;
+  if (first < sound.position) {
+    sound.waiting.clear();
+    sound.used = 0;
+    sound.position = 0;
+    if (auto rewound = sound.rewind(); !rewound) return rewound;
+  }
+  while (sound.position < first) {
+    const auto skipped = sound.take(nullptr, first - sound.position);
+    if (!skipped) return tl::unexpected(skipped.error());
+  }
+  for (std::size_t filled = 0; filled < samples.size();) {
+    const auto taken = sound.take(samples.data() + filled, samples.size() - filled);
+    if (!taken) return tl::unexpected(taken.error());
+    filled += *taken;
+  }
+  return {};
+}
+
+}  // namespace tavrel

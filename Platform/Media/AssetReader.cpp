@@ -1,0 +1,82 @@
+#include "Platform/Media/AssetReader.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "Platform/Foundation/FatalAssertion.h"
+
+namespace tavrel {
+
+Expected<std::shared_ptr<AssetReader>> AssetReader::create(std::shared_ptr<const Asset> asset) {
+  if (!asset) return failure("media", -1, "a reader needs an asset to read from");
+  return std::shared_ptr<AssetReader>(new AssetReader(std::move(asset)));
+}
+
+AssetReader::AssetReader(std::shared_ptr<const Asset> asset) : asset_(std::move(asset)) {}
+
+std::vector<std::shared_ptr<AssetReaderOutput>> AssetReader::outputs() const {
+  const std::lock_guard lock(mutex_);
+  return outputs_;
+}
+
+void AssetReader::addOutput(std::shared_ptr<AssetReaderOutput> output) {
+  if (!output) fatalAssertion("An asset reader cannot add an output that is not there");
+  const std::lock_guard lock(mutex_);
+  if (status_ != Status::unknown) fatalAssertion("An asset reader cannot add outputs after reading has started");
+  if (std::exchange(output->isTaken_, true)) fatalAssertion("An asset reader output serves one reader only");
+  outputs_.push_back(std::move(output));
+}
+
+bool AssetReader::startReading() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (status_ != Status::unknown) return false;
+    if (outputs_.empty()) {
+      changeStatus(Status::failed, Error{"media", -1, "a reader needs at least one output before it can read"});
+      return false;
+    }
+    // From here on `outputs_` stays as it is, so that it can be walked without the lock.
+    status_ = Status::reading;
+  }
+  for (const auto& output : outputs_) {
+    const auto prepared = output->prepare(shared_from_this());
+    if (prepared) continue;
+    fail(prepared.error());
+    return false;
+  }
+  return true;
+}
+
+void AssetReader::cancelReading() {
+  const std::lock_guard lock(mutex_);
+  changeStatus(Status::cancelled, std::nullopt);
+}
+
+AssetReader::Status AssetReader::status() const {
+  const std::lock_guard lock(mutex_);
+  return status_;
+}
+
+std::optional<Error> AssetReader::error() const {
+  const std::lock_guard lock(mutex_);
+  return error_;
+}
+
+void AssetReader::outputEnded() {
+  const std::lock_guard lock(mutex_);
+  if (++endedOutputs_ == outputs_.size()) changeStatus(Status::completed, std::nullopt);
+}
+
+void AssetReader::fail(Error error) {
+  const std::lock_guard lock(mutex_);
+  changeStatus(Status::failed, std::move(error));
+}
+
+void AssetReader::changeStatus(Status status, std::optional<Error> error) {
+  const bool isOver = status_ != Status::reading && !(status_ == Status::unknown && status == Status::failed);
+  if (isOver) return;
+  status_ = status;
+  error_ = std::move(error);
+}
+
+}  // namespace tavrel

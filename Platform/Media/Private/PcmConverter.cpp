@@ -1,0 +1,90 @@
+#include "Platform/Media/Private/PcmConverter.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+
+namespace tavrel {
+namespace {
+
+/// A sound's channel layout, or the usual one of its channel count where it has none.
+struct ChannelLayout {
+  AVChannelLayout layout{};
+
+  explicit ChannelLayout(int channelCount) { av_channel_layout_default(&layout, channelCount); }
+  explicit ChannelLayout(const AVChannelLayout& given) {
+    if (given.order == AV_CHANNEL_ORDER_UNSPEC || av_channel_layout_copy(&layout, &given) < 0) {
+      av_channel_layout_default(&layout, given.nb_channels);
+    }
+  }
+  ChannelLayout(const ChannelLayout&) = delete;
+  ChannelLayout& operator=(const ChannelLayout&) = delete;
+  ~ChannelLayout() { av_channel_layout_uninit(&layout); }
+};
+
+}  // namespace
+
+PcmConverter::PcmConverter(int sampleRate, int channelCount) {
+  format_.sampleRate = sampleRate;
+  format_.channelCount = static_cast<std::uint32_t>(channelCount);
+}
+
+Expected<std::shared_ptr<SampleBuffer>> PcmConverter::convert(const AVFrame& sound, AVRational timeBase) {
+  if (auto ready = prepareResampler(sound); !ready) return tl::unexpected(ready.error());
+  const int capacity = swr_get_out_samples(resampler_.get(), sound.nb_samples);
+  if (capacity <= 0) return nullptr;
+  auto list = AudioBufferList::create(format_, static_cast<std::size_t>(capacity));
+  if (!list) return failure("media", AVERROR(ENOMEM), "there is no memory left for sound");
+
+  auto* bytes = static_cast<std::uint8_t*>(list->buffers().front().data);
+  std::array<std::uint8_t*, 1> output = {bytes};
+  // FFmpeg's parameter is not const, but it only reads.
+  const int count = swr_convert(resampler_.get(), output.data(), capacity,
+                                const_cast<const std::uint8_t**>(sound.extended_data), sound.nb_samples);
+  if (count < 0) return tl::unexpected(ffmpegError(count, "sound cannot be converted"));
+
+  const std::int64_t first = firstFrameOf(sound, timeBase);
+  nextFrame_ = first + count;
+  const std::int64_t early = std::clamp<std::int64_t>(-first, 0, count);
+  if (early == count) return nullptr;
+  const std::size_t frameBytes = format_.bytesPerFrame();
+  if (early > 0) {
+    std::memmove(bytes, bytes + static_cast<std::size_t>(early) * frameBytes,
+                 static_cast<std::size_t>(count - early) * frameBytes);
+  }
+  return SampleBuffer::createAudio(format_, std::move(list), count - early,
+                                   MediaTime::make(first + early, static_cast<std::int32_t>(format_.sampleRate)));
+}
+
+Expected<void> PcmConverter::prepareResampler(const AVFrame& sound) {
+  const int channels = sound.ch_layout.nb_channels;
+  if (resampler_ && sound.format == inputFormat_ && sound.sample_rate == inputRate_ && channels == inputChannels_) {
+    return {};
+  }
+  ChannelLayout input(sound.ch_layout);
+  const bool sameChannels = channels == static_cast<int>(format_.channelCount);
+  ChannelLayout usual(static_cast<int>(format_.channelCount));
+  SwrContext* context = nullptr;
+  int result = swr_alloc_set_opts2(&context, sameChannels ? &input.layout : &usual.layout, AV_SAMPLE_FMT_FLT,
+                                   static_cast<int>(format_.sampleRate), &input.layout,
+                                   static_cast<AVSampleFormat>(sound.format), sound.sample_rate, 0, nullptr);
+  resampler_.reset(context);
+  if (result >= 0) result = swr_init(resampler_.get());
+  if (result < 0) return tl::unexpected(ffmpegError(result, "sound of this format cannot be converted"));
+  inputFormat_ = sound.format;
+  inputRate_ = sound.sample_rate;
+  inputChannels_ = channels;
+  return {};
+}
+
+std::int64_t PcmConverter::firstFrameOf(const AVFrame& sound, AVRational timeBase) {
+  const AVRational frames = {1, static_cast<int>(format_.sampleRate)};
+  const std::int64_t stamped = av_rescale_q(sound.pts, timeBase, frames);
+  // A coarse time base (milliseconds in Matroska) cannot say better than this where a buffer begins.
+  const std::int64_t tolerance = 1 + 2 * av_rescale_q_rnd(1, timeBase, frames, AV_ROUND_UP);
+  if (nextFrame_ && std::abs(stamped - *nextFrame_) <= tolerance) return *nextFrame_;
+  return stamped;
+}
+
+}  // namespace tavrel

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Media/AudioFormat.h"
+#include "Platform/Media/Private/FFmpegHandles.h"
+#include "Platform/Media/SampleBuffer.h"
+
+namespace tavrel {
+
+/// Turns decoded sound into sample buffers of interleaved 32-bit float PCM in one rate and channel count, on a time
+/// line without gaps where the file's time stamps are merely coarse. One thread at a time.
+class PcmConverter {
+ public:
+  PcmConverter(int sampleRate, int channelCount);
+
+  /// `sound.pts` is in units of `timeBase`. nullptr when all of it lies before time 0.
+  Expected<std::shared_ptr<SampleBuffer>> convert(const AVFrame& sound, AVRational timeBase);
+
+ private:
+  Expected<void> prepareResampler(const AVFrame& sound);
+  std::int64_t firstFrameOf(const AVFrame& sound, AVRational timeBase);
+
+  AudioFormat format_;
+  Resampler resampler_;
+  int inputFormat_ = -1;
+  int inputRate_ = 0;
+  int inputChannels_ = 0;
+  std::optional<std::int64_t> nextFrame_;
+};
+
+}  // namespace tavrel

@@ -1,0 +1,130 @@
+#include "Platform/Media/Private/TrackDecoder.h"
+
+#include <algorithm>
+#include <limits>
+#include <thread>
+
+#include "Platform/Media/Private/MovieInput.h"
+
+namespace tavrel {
+namespace {
+
+/// Frames above this many pixels come from damaged headers; 8K has half as many.
+constexpr std::int64_t kMostPixels = std::int64_t{8192} * 8192;
+constexpr unsigned kMostThreads = 8;
+/// Time stamps beyond this are damage; it leaves room to convert them.
+constexpr std::int64_t kLatestTime = std::numeric_limits<std::int64_t>::max() / (std::int64_t{1} << 20);
+
+bool isSane(std::int64_t time) {
+  return time > -kLatestTime && time < kLatestTime;
+}
+
+}  // namespace
+
+Expected<std::unique_ptr<TrackDecoder>> TrackDecoder::open(const std::filesystem::path& path, int trackID) {
+  auto file = openMovieInput(path);
+  if (!file) return tl::unexpected(file.error());
+  if (trackID < 0 || static_cast<unsigned>(trackID) >= (*file)->nb_streams || !isPlayable(*(*file)->streams[trackID])) {
+    return tl::unexpected(unreadableMovie(path, "the track is not there any more", AVERROR_STREAM_NOT_FOUND));
+  }
+  std::unique_ptr<TrackDecoder> decoder(new TrackDecoder);
+  decoder->path_ = path;
+  decoder->file_ = std::move(*file);
+  for (unsigned i = 0; i < decoder->file_->nb_streams; ++i) {
+    if (static_cast<int>(i) != trackID) decoder->file_->streams[i]->discard = AVDISCARD_ALL;
+  }
+  decoder->stream_ = decoder->file_->streams[trackID];
+  if (auto opened = decoder->openCodec(path); !opened) return tl::unexpected(opened.error());
+  return decoder;
+}
+
+Expected<void> TrackDecoder::openCodec(const std::filesystem::path& path) {
+  const AVCodec* codec = avcodec_find_decoder(parameters().codec_id);
+  codec_.reset(avcodec_alloc_context3(codec));
+  packet_.reset(av_packet_alloc());
+  frame_.reset(av_frame_alloc());
+  if (!codec_ || !packet_ || !frame_) {
+    return tl::unexpected(unreadableMovie(path, "no memory left", AVERROR(ENOMEM)));
+  }
+  int result = avcodec_parameters_to_context(codec_.get(), &parameters());
+  if (result >= 0) {
+    codec_->pkt_timebase = timeBase();
+    codec_->max_pixels = kMostPixels;
+    codec_->thread_count = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads));
+    result = avcodec_open2(codec_.get(), codec, nullptr);
+  }
+  if (result < 0) return tl::unexpected(unreadableMovie(path, ffmpegErrorText(result), result));
+
+  offset_ = av_rescale_q(timelineOffset(*file_), AV_TIME_BASE_Q, timeBase());
+  const AVRational rate = av_guess_frame_rate(file_.get(), file_->streams[stream_->index], nullptr);
+  if (parameters().codec_type == AVMEDIA_TYPE_VIDEO && rate.num > 0 && rate.den > 0) {
+    frameDuration_ = av_rescale_q(1, av_inv_q(rate), timeBase());
+  }
+  return {};
+}
+
+Expected<const AVFrame*> TrackDecoder::next(const std::function<bool()>& goOn) {
+  while (!atEnd_ && goOn()) {
+    if (!receive()) {
+      if (!atEnd_) feed();
+    } else if (place()) {
+      hasDecoded_ = true;
+      return frame_.get();
+    }
+  }
+  if (atEnd_ && !hasDecoded_ && damage_) return tl::unexpected(*damage_);
+  return nullptr;
+}
+
+bool TrackDecoder::receive() {
+  const int result = avcodec_receive_frame(codec_.get(), frame_.get());
+  if (result >= 0) return true;
+  if (result == AVERROR_EOF) {
+    atEnd_ = true;
+  } else if (result != AVERROR(EAGAIN)) {
+    noteDamage(result);
+    // A decoder that cannot be emptied any more would answer this for ever.
+    atEnd_ = flushing_;
+  }
+  return false;
+}
+
+void TrackDecoder::feed() {
+  const int read = av_read_frame(file_.get(), packet_.get());
+  if (read < 0) {
+    if (read != AVERROR_EOF) noteDamage(read);
+    atEnd_ = flushing_;
+    flushing_ = true;
+    avcodec_send_packet(codec_.get(), nullptr);
+    return;
+  }
+  if (packet_->stream_index == stream_->index) {
+    const int sent = avcodec_send_packet(codec_.get(), packet_.get());
+    if (sent < 0) noteDamage(sent);
+  }
+  av_packet_unref(packet_.get());
+}
+
+/// Puts the frame on the time line; false when it lies outside.
+bool TrackDecoder::place() {
+  std::int64_t time = frame_->best_effort_timestamp;
+  const std::int64_t length = isSane(frame_->pkt_duration) ? std::max<std::int64_t>(0, frame_->pkt_duration) : 0;
+  frame_->pkt_duration = length > 0 ? length : frameDuration_;
+  if (time == AV_NOPTS_VALUE || !isSane(time)) {
+    time = lastTime_ ? *lastTime_ + std::max<std::int64_t>(1, frameDuration_) : 0;
+  } else {
+    time -= offset_;
+  }
+  const bool isVideo = parameters().codec_type == AVMEDIA_TYPE_VIDEO;
+  if (isVideo && time < 0) return false;
+  if (isVideo && lastTime_ && time <= *lastTime_) time = *lastTime_ + 1;
+  lastTime_ = time;
+  frame_->pts = time;
+  return true;
+}
+
+void TrackDecoder::noteDamage(int code) {
+  if (!damage_) damage_ = unreadableMovie(path_, ffmpegErrorText(code), code);
+}
+
+}  // namespace tavrel

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Media/Private/FFmpegHandles.h"
+
+namespace tavrel {
+
+/// Decodes one track of a file from its start, with its own reading position. One thread at a time.
+class TrackDecoder {
+ public:
+  static Expected<std::unique_ptr<TrackDecoder>> open(const std::filesystem::path& path, int trackID);
+
+  /// The next decoded frame in order of presentation, valid until the next call; its `pts` is the time on the asset's
+  /// time line in units of `timeBase()`, later than the frame's before, and `pkt_duration` is its length, 0 when
+  /// unknown. nullptr at the end, and when `goOn` answers no. Damaged packets are skipped; when not one frame could be
+  /// decoded, the first damage is the error.
+  Expected<const AVFrame*> next(const std::function<bool()>& goOn);
+
+  AVRational timeBase() const { return stream_->time_base; }
+  const AVCodecParameters& parameters() const { return *stream_->codecpar; }
+
+ private:
+  TrackDecoder() = default;
+
+  Expected<void> openCodec(const std::filesystem::path& path);
+  /// True with a frame in `frame_`, false when the decoder wants data or is at its end.
+  bool receive();
+  void feed();
+  bool place();
+  void noteDamage(int code);
+
+  std::filesystem::path path_;
+  InputFormat file_;
+  CodecContext codec_;
+  Packet packet_;
+  Frame frame_;
+  const AVStream* stream_ = nullptr;
+  std::int64_t offset_ = 0;  // in units of the time base
+  std::int64_t frameDuration_ = 0;
+  std::optional<std::int64_t> lastTime_;
+  std::optional<Error> damage_;
+  bool flushing_ = false;
+  bool atEnd_ = false;
+  bool hasDecoded_ = false;
+};
+
+}  // namespace tavrel

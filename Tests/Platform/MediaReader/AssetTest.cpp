@@ -1,0 +1,88 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "Support/ReaderMovies.h"
+
+namespace tavrel::test {
+namespace {
+
+using testing::HasSubstr;
+
+TEST(Asset, DescribesPicturesAndSound) {
+  const ReaderFolder folder;
+  const auto movie = folder / "a.mp4";
+  ASSERT_NO_FATAL_FAILURE(makeMovie(movie,
+                                    "-f lavfi -i testsrc2=size=320x240:rate=30000/1001:duration=2 -f lavfi -i "
+                                    "sine=sample_rate=44100:duration=1.5 -c:v libx264 -c:a aac -ac 2 OUT"));
+  const auto asset = Asset::create(movie).value();
+  ASSERT_EQ(asset->tracks().size(), 2U);
+  const auto video = asset->tracksWithMediaType(MediaType::video).at(0);
+  EXPECT_EQ(video->naturalSize(), (Size{320, 240}));
+  EXPECT_NEAR(video->nominalFrameRate(), 29.97, 0.001);
+  EXPECT_EQ(video->naturalTimescale() % 30000, 0);
+  EXPECT_EQ(video->codecName(), "h264");
+  EXPECT_EQ(video->timeRange().start, MediaTime::zero());
+  EXPECT_NEAR(video->timeRange().duration.seconds(), 2, 0.034);
+  EXPECT_TRUE(video->preferredTransform().isIdentity());
+  const auto sound = asset->tracksWithMediaType(MediaType::audio).at(0);
+  EXPECT_EQ(sound->sampleRate(), 44100);
+  EXPECT_EQ(sound->channelCount(), 2);
+  EXPECT_NEAR(sound->timeRange().duration.seconds(), 1.5, 0.05);
+  EXPECT_NEAR(asset->duration().seconds(), 2, 0.034);
+}
+
+TEST(Asset, TellsTheRotation) {
+  const ReaderFolder folder;
+  ASSERT_NO_FATAL_FAILURE(
+      makeMovie(folder / "a.mp4", "-f lavfi -i testsrc2=size=64x48:rate=10:duration=0.3 -c:v mpeg4 OUT"));
+  ASSERT_NO_FATAL_FAILURE(
+      makeMovieFrom(folder / "a.mp4", folder / "turned.mp4", "-i IN -c copy -metadata:s:v:0 rotate=90 OUT"));
+  const auto track = Asset::create(folder / "turned.mp4").value()->tracks().at(0);
+  EXPECT_EQ(track->naturalSize(), (Size{64, 48}));
+  // Clockwise by a quarter, y downwards: right becomes down.
+  const AffineTransform turn = track->preferredTransform();
+  const Point origin = turn.apply({0, 0});
+  const Point right = turn.apply({1, 0});
+  EXPECT_NEAR(right.x - origin.x, 0, 1e-6);
+  EXPECT_NEAR(right.y - origin.y, 1, 1e-6);
+}
+
+TEST(Asset, LeavesOutCoversAndUnknownTracks) {
+  const ReaderFolder folder;
+  ASSERT_NO_FATAL_FAILURE(
+      makeMovie(folder / "cover.png", "-f lavfi -i testsrc2=size=64x64:duration=1 -frames:v 1 OUT"));
+  ASSERT_NO_FATAL_FAILURE(makeMovieFrom(folder / "cover.png", folder / "a.m4a",
+                                        "-f lavfi -i sine=duration=1 -i IN -map 0 -map 1 -c:a aac -c:v copy "
+                                        "-disposition:v:0 attached_pic OUT"));
+  const auto asset = Asset::create(folder / "a.m4a").value();
+  ASSERT_EQ(asset->tracks().size(), 1U);
+  EXPECT_EQ(asset->tracks().at(0)->mediaType(), MediaType::audio);
+}
+
+TEST(Asset, SaysWhyAFileIsNoMovie) {
+  const ReaderFolder folder;
+  const auto text = folder / "text.txt";
+  const auto empty = folder / "empty.mp4";
+  const auto noise = folder / "noise.mp4";
+  const auto picture = folder / "picture.png";
+  const auto pipe = folder / "pipe.mp4";
+  writeBytes(text, {'a', ' ', 't', 'e', 'x', 't', '\n'});
+  writeBytes(empty, {});
+  writeBytes(noise, std::vector<std::uint8_t>(5000, 0x5A));
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  ASSERT_NO_FATAL_FAILURE(makeMovie(picture, "-f lavfi -i testsrc2=size=64x64:duration=1 -frames:v 1 OUT"));
+  for (const auto& file : {folder / "missing.mp4", text, empty, noise, picture, pipe, folder / ""}) {
+    const auto asset = Asset::create(file);
+    ASSERT_FALSE(asset.has_value()) << file;
+    EXPECT_EQ(asset.error().domain, "media");
+    EXPECT_NE(asset.error().code, 0);
+    EXPECT_THAT(asset.error().description, testing::StartsWith(file.string() + " is not a movie that can be read: "));
+  }
+  EXPECT_THAT(Asset::create(folder / "missing.mp4").error().description, HasSubstr("No such file"));
+  EXPECT_THAT(Asset::create(picture).error().description, HasSubstr("a picture"));
+  EXPECT_THAT(Asset::create(pipe).error().description, HasSubstr("not a regular file"));
+}
+
+}  // namespace
+}  // namespace tavrel::test

@@ -1,0 +1,116 @@
+#include "Support/ReaderMovies.h"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+#include "Platform/Graphics/PixelBuffer.h"
+
+namespace tavrel::test {
+namespace {
+
+void replaceAll(std::string& text, const std::string& word, const std::string& by) {
+  for (auto at = text.find(word); at != std::string::npos; at = text.find(word, at + by.size())) {
+    text.replace(at, word.size(), by);
+  }
+}
+
+}  // namespace
+
+ReaderFolder::ReaderFolder() {
+  std::string name = testing::TempDir() + "/readerXXXXXX";
+  if (!mkdtemp(name.data())) ADD_FAILURE() << "no temporary folder";
+  path_ = name;
+}
+
+ReaderFolder::~ReaderFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+void makeMovie(const std::filesystem::path& output, const std::string& arguments) {
+  makeMovieFrom({}, output, arguments);
+}
+
+void makeMovieFrom(const std::filesystem::path& input, const std::filesystem::path& output,
+                   const std::string& arguments) {
+  std::string command = "ffmpeg -nostdin -v error -y " + arguments;
+  replaceAll(command, "OUT", fmt::format("'{}'", output.string()));
+  replaceAll(command, "IN", fmt::format("'{}'", input.string()));
+  ASSERT_EQ(std::system(command.c_str()), 0) << command;
+}
+
+std::vector<std::uint8_t> bytesOf(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
+void writeBytes(const std::filesystem::path& file, const std::vector<std::uint8_t>& bytes) {
+  std::ofstream stream(file, std::ios::binary);
+  for (const std::uint8_t byte : bytes) stream.put(static_cast<char>(byte));
+}
+
+OpenedReader::OpenedReader(const std::filesystem::path& file, MediaType mediaType) {
+  auto opened = Asset::create(file);
+  if (!opened) {
+    ADD_FAILURE() << opened.error().description;
+    return;
+  }
+  asset = *opened;
+  reader = AssetReader::create(asset).value();
+  const auto tracks = asset->tracksWithMediaType(mediaType);
+  if (tracks.empty()) {
+    ADD_FAILURE() << "no such track in " << file;
+    return;
+  }
+  output = std::make_shared<AssetReaderTrackOutput>(tracks.front());
+  reader->addOutput(output);
+  EXPECT_TRUE(reader->startReading());
+}
+
+std::vector<std::shared_ptr<SampleBuffer>> OpenedReader::readAll() {
+  std::vector<std::shared_ptr<SampleBuffer>> samples;
+  while (output) {
+    auto sample = output->copyNextSampleBuffer();
+    if (!sample) break;
+    samples.push_back(std::move(sample));
+  }
+  return samples;
+}
+
+std::vector<double> OpenedReader::readTimes() {
+  std::vector<double> times;
+  while (output) {
+    const auto sample = output->copyNextSampleBuffer();
+    if (!sample) break;
+    times.push_back(sample->presentationTimeStamp().seconds());
+  }
+  return times;
+}
+
+std::vector<std::uint8_t> pixelsOf(const SampleBuffer& sample) {
+  std::vector<std::uint8_t> pixels;
+  const auto buffer = sample.imageBuffer();
+  buffer->lockBaseAddress(PixelBufferLock::readOnly);
+  for (std::size_t y = 0; y < buffer->height(); ++y) {
+    const std::uint8_t* row = buffer->baseAddress() + y * buffer->bytesPerRow();
+    pixels.insert(pixels.end(), row, row + buffer->width() * 4);
+  }
+  buffer->unlockBaseAddress(PixelBufferLock::readOnly);
+  return pixels;
+}
+
+std::vector<float> firstChannelOf(const SampleBuffer& sample) {
+  const AudioBuffer& buffer = sample.audioBufferList()->buffers().front();
+  const auto* samples = static_cast<const float*>(buffer.data);
+  std::vector<float> channel;
+  for (std::int64_t i = 0; i < sample.numSamples(); ++i) {
+    channel.push_back(samples[static_cast<std::size_t>(i) * buffer.channelCount]);
+  }
+  return channel;
+}
+
+}  // namespace tavrel::test
