@@ -48,16 +48,16 @@ void BitmapContext::drawImage(const Image& image, const Rect& rectangle) {
   Bitmap picture = premultipliedBGRA(image);
   if (picture.width != width || picture.height != height) {
     Bitmap scaled(width, height);
-    libyuv::ARGBScale(picture.pixels.data(), picture.bytesPerRow(), picture.width, picture.height,
-                      scaled.pixels.data(), scaled.bytesPerRow(), width, height, libyuv::kFilterBox);
+    libyuv::ARGBScale(picture.pixels.data(), picture.bytesPerRow(), picture.width, picture.height, scaled.pixels.data(),
+                      scaled.bytesPerRow(), width, height, libyuv::kFilterBox);
     picture = std::move(scaled);
   }
   const int firstColumn = std::max(0, -left);
   const int columns = std::min(width, width_ - left) - firstColumn;
   if (columns <= 0) return;
   for (int y = std::max(0, -top); y < std::min(height, height_ - top); ++y) {
-    std::uint8_t* const target =
-        data_ + static_cast<std::ptrdiff_t>(top + y) * bytesPerRow_ + static_cast<std::ptrdiff_t>(left + firstColumn) * 4;
+    std::uint8_t* const target = data_ + static_cast<std::ptrdiff_t>(top + y) * bytesPerRow_ +
+                                 static_cast<std::ptrdiff_t>(left + firstColumn) * 4;
     blendRow(picture.row(y) + static_cast<std::ptrdiff_t>(firstColumn) * 4, target, columns);
   }
 }

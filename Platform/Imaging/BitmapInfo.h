@@ -16,8 +16,8 @@ enum class AlphaInfo : std::uint32_t {
   only = 7,
 };
 
-// A bitmap info is one byte order, one alpha info and, for real numbers, the float flag, or'ed together. Default means big
-// endian for 32-bit pixels: the bytes stand in memory in the order in which the alpha info names the components.
+// A bitmap info is one byte order, one alpha info and, for real numbers, the float flag, or'ed together. Default means
+// big endian for 32-bit pixels: the bytes stand in memory in the order in which the alpha info names the components.
 inline constexpr std::uint32_t kBitmapAlphaInfoMask = 0x1F;
 inline constexpr std::uint32_t kBitmapFloatComponents = 0x100;
 inline constexpr std::uint32_t kBitmapByteOrderMask = 0x7000;

@@ -54,9 +54,9 @@ constexpr std::size_t kMostFrameBytes = std::size_t{1} << 29;
 
 std::optional<int> loopCountIn(const ExtensionBlock* blocks, int count) {
   for (int i = 0; i + 1 < count; ++i) {
-    const bool isLoopBlock = blocks[i].Function == APPLICATION_EXT_FUNC_CODE && blocks[i].ByteCount >= 11 &&
-                             (std::memcmp(blocks[i].Bytes, "NETSCAPE2.0", 11) == 0 ||
-                              std::memcmp(blocks[i].Bytes, "ANIMEXTS1.0", 11) == 0);
+    const bool isLoopBlock =
+        blocks[i].Function == APPLICATION_EXT_FUNC_CODE && blocks[i].ByteCount >= 11 &&
+        (std::memcmp(blocks[i].Bytes, "NETSCAPE2.0", 11) == 0 || std::memcmp(blocks[i].Bytes, "ANIMEXTS1.0", 11) == 0);
     const ExtensionBlock& value = blocks[i + 1];
     if (isLoopBlock && value.ByteCount >= 3 && value.Bytes[0] == 1) return value.Bytes[1] | value.Bytes[2] << 8;
   }
@@ -115,8 +115,7 @@ class GifSource : public ImageSource {
       // Comments may go on for ever; only what is understood is kept.
       const bool isUnderstood = function == GRAPHICS_EXT_FUNC_CODE || function == APPLICATION_EXT_FUNC_CODE ||
                                 (pendingCount_ > 0 && pendingCount_ < 16 && function == CONTINUE_EXT_FUNC_CODE);
-      if (isUnderstood &&
-          GifAddExtensionBlock(&pendingCount_, &pending_, function, block[0], block + 1) == GIF_ERROR) {
+      if (isUnderstood && GifAddExtensionBlock(&pendingCount_, &pending_, function, block[0], block + 1) == GIF_ERROR) {
         return false;
       }
       if (DGifGetExtensionNext(file, &block) == GIF_ERROR) return false;

@@ -1,7 +1,7 @@
 #include "Platform/Imaging/Image.h"
 
-#include <libyuv/rotate_argb.h>
 #include <libyuv/planar_functions.h>
+#include <libyuv/rotate_argb.h>
 
 #include <utility>
 
@@ -13,16 +13,22 @@ namespace {
 libyuv::RotationMode rotationFor(ImageOrientation orientation) {
   switch (orientation) {
     case ImageOrientation::down:
-    case ImageOrientation::downMirrored: return libyuv::kRotate180;
+    case ImageOrientation::downMirrored:
+      return libyuv::kRotate180;
     case ImageOrientation::left:
-    case ImageOrientation::leftMirrored: return libyuv::kRotate270;
+    case ImageOrientation::leftMirrored:
+      return libyuv::kRotate270;
     case ImageOrientation::right:
-    case ImageOrientation::rightMirrored: return libyuv::kRotate90;
-    default: return libyuv::kRotate0;
+    case ImageOrientation::rightMirrored:
+      return libyuv::kRotate90;
+    default:
+      return libyuv::kRotate0;
   }
 }
 
-bool isMirrored(ImageOrientation orientation) { return orientation >= ImageOrientation::upMirrored; }
+bool isMirrored(ImageOrientation orientation) {
+  return orientation >= ImageOrientation::upMirrored;
+}
 
 }  // namespace
 

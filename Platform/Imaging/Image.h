@@ -17,8 +17,8 @@ enum class ImageOrientation { up, down, left, right, upMirrored, downMirrored, l
 /// A bitmap: top row first, 32-bit, 24-bit or gray pixels. Immutable; any thread.
 class TAVREL_API Image {
  public:
-  /// The provider must hold `bytesPerRow` × `height` bytes (the last row may end with its pixels), else there is no image.
-  /// An image without pixels is allowed.
+  /// The provider must hold `bytesPerRow` × `height` bytes (the last row may end with its pixels), else there is no
+  /// image. An image without pixels is allowed.
   static std::shared_ptr<Image> create(std::size_t width, std::size_t height, std::size_t bitsPerComponent,
                                        std::size_t bitsPerPixel, std::size_t bytesPerRow, std::uint32_t bitmapInfo,
                                        std::shared_ptr<DataProvider> dataProvider);

@@ -25,13 +25,15 @@ constexpr Format kFormats[] = {
 
 }  // namespace
 
-tl::unexpected<Error> imagingFailure(std::string description) { return failure("imaging", 1, std::move(description)); }
+tl::unexpected<Error> imagingFailure(std::string description) {
+  return failure("imaging", 1, std::move(description));
+}
 
 Expected<void> checkPictureSize(const std::string& name, std::size_t width, std::size_t height) {
   if (width == 0 || height == 0) return imagingFailure(fmt::format("{} has no pixels: {}x{}", name, width, height));
   if (width > ImageSource::kMostPixels / height) {
-    return imagingFailure(fmt::format("{} is too large: {}x{}, the most is {} pixels", name, width, height,
-                                      ImageSource::kMostPixels));
+    return imagingFailure(
+        fmt::format("{} is too large: {}x{}, the most is {} pixels", name, width, height, ImageSource::kMostPixels));
   }
   return {};
 }

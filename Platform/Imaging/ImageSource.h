@@ -26,15 +26,16 @@ struct ImageProperties {
 
 /// The pictures in a PNG, JPEG or GIF file, told apart by content; through libpng, libjpeg-turbo, libexif and giflib.
 ///
-/// Opaque pictures come as `kBitmapOpaqueBGRX`, others as `kBitmapPremultipliedBGRA`; both go to the GPU as they are. The frames
-/// of a GIF come as they are seen: laid over the ones before, in the size of the whole. One thread at a time.
+/// Opaque pictures come as `kBitmapOpaqueBGRX`, others as `kBitmapPremultipliedBGRA`; both go to the GPU as they are.
+/// The frames of a GIF come as they are seen: laid over the ones before, in the size of the whole. One thread at a
+/// time.
 class TAVREL_API ImageSource {
  public:
   /// The most pixels that a picture may have; a larger one is an error, before memory is taken for it.
   static constexpr std::size_t kMostPixels = std::size_t{1} << 28;
 
-  /// Looks at the header. Fails ("imaging") when the bytes are no picture of these kinds, or a damaged or too large one.
-  /// `name` is what errors call it.
+  /// Looks at the header. Fails ("imaging") when the bytes are no picture of these kinds, or a damaged or too large
+  /// one. `name` is what errors call it.
   static Expected<std::shared_ptr<ImageSource>> create(Data data, std::string name = "the data");
   /// The same for a file; fails ("posix") with the system's reason when it cannot be read.
   static Expected<std::shared_ptr<ImageSource>> createWithFile(const std::filesystem::path& path);

@@ -13,7 +13,9 @@ namespace {
 
 using Decompressor = std::unique_ptr<void, int (*)(tjhandle)>;
 
-Decompressor makeDecompressor() { return {tjInitDecompress(), &tjDestroy}; }
+Decompressor makeDecompressor() {
+  return {tjInitDecompress(), &tjDestroy};
+}
 
 struct JpegHeader {
   int width = 0;
@@ -23,16 +25,21 @@ struct JpegHeader {
 };
 
 bool readHeader(tjhandle decompressor, const Data& data, JpegHeader& header) {
-  return tjDecompressHeader3(decompressor, data.data(), data.size(), &header.width, &header.height,
-                             &header.subsampling, &header.colorspace) == 0;
+  return tjDecompressHeader3(decompressor, data.data(), data.size(), &header.width, &header.height, &header.subsampling,
+                             &header.colorspace) == 0;
 }
 
 /// EXIF's orientations 1 to 8: where the stored first row and column are seen.
 ImageOrientation orientationOf(const Data& data) {
   static constexpr ImageOrientation kOrientations[] = {
-      ImageOrientation::up,           ImageOrientation::upMirrored, ImageOrientation::down,
-      ImageOrientation::downMirrored, ImageOrientation::leftMirrored, ImageOrientation::right,
-      ImageOrientation::rightMirrored, ImageOrientation::left,
+      ImageOrientation::up,
+      ImageOrientation::upMirrored,
+      ImageOrientation::down,
+      ImageOrientation::downMirrored,
+      ImageOrientation::leftMirrored,
+      ImageOrientation::right,
+      ImageOrientation::rightMirrored,
+      ImageOrientation::left,
   };
   const auto length = static_cast<unsigned>(std::min<std::size_t>(data.size(), 1U << 30));
   const std::unique_ptr<ExifData, void (*)(ExifData*)> exif(exif_data_new_from_data(data.data(), length),

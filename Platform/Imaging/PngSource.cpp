@@ -50,9 +50,8 @@ class PngSource : public ImageSource {
     Data pixels(reader.width() * reader.height() * 4);
     if (!reader.finish(pixels)) return imagingFailure(fmt::format("{} is damaged: {}", name_, reader.message()));
     const AlphaInfo alpha = reader.hasAlpha() ? AlphaInfo::first : AlphaInfo::noneSkipFirst;
-    auto straight =
-        Image::create(reader.width(), reader.height(), 8, 32, reader.width() * 4,
-                      bitmapInfo(kBitmapByteOrder32Little, alpha), DataProvider::create(std::move(pixels)));
+    auto straight = Image::create(reader.width(), reader.height(), 8, 32, reader.width() * 4,
+                                  bitmapInfo(kBitmapByteOrder32Little, alpha), DataProvider::create(std::move(pixels)));
     return reader.hasAlpha() ? imageOf(premultipliedBGRA(*straight), false) : straight;
   }
 
