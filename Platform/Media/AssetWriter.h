@@ -21,7 +21,7 @@ inline constexpr const char* kFileTypeMatroska = "video/x-matroska";
 
 enum class AssetWriterStatus { unknown = 0, writing = 1, completed = 2, failed = 3, cancelled = 4 };
 
-class MovieSink;
+class AssetWriterSession;
 
 /// Writes a movie file, through libavformat and libavcodec.
 ///
@@ -78,9 +78,9 @@ class TAVREL_API AssetWriter {
   MediaTime writtenUntil() const;
 
  private:
-  explicit AssetWriter(std::shared_ptr<MovieSink> sink);
+  explicit AssetWriter(std::shared_ptr<AssetWriterSession> session);
 
-  std::shared_ptr<MovieSink> sink_;
+  std::shared_ptr<AssetWriterSession> session_;
 };
 
 }  // namespace tavrel

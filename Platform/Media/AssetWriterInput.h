@@ -16,7 +16,7 @@
 
 namespace tavrel {
 
-class PixelBuffer;
+class InputPipeline;
 
 /// One track of an `AssetWriter`: takes samples, encodes them on a thread of its own.
 ///
@@ -54,8 +54,9 @@ class TAVREL_API AssetWriterInput {
 
   bool isReadyForMoreMediaData() const;
   /// Hands over a sample and returns at once. PCM must not be changed afterwards; a picture may. False, without harm to
-  /// the file, when the input is not ready, and for a sample that is not valid, not of this track's kind, or not later
-  /// than the one before. A sample before the session's start is left out, which counts as success.
+  /// the file, when the input is not ready or the session has not started, and for a sample that is not valid, not of
+  /// this track's kind, or not later than the one before. A sample before the session's start is left out, which counts
+  /// as success.
   bool append(const std::shared_ptr<SampleBuffer>& sampleBuffer);
   /// No more samples come.
   void markAsFinished();
@@ -70,11 +71,10 @@ class TAVREL_API AssetWriterInput {
  private:
   friend class AssetWriter;
   friend class AssetWriterInputPixelBufferAdaptor;
-  struct Implementation;
 
-  explicit AssetWriterInput(std::unique_ptr<Implementation> implementation);
+  explicit AssetWriterInput(std::shared_ptr<InputPipeline> pipeline);
 
-  std::unique_ptr<Implementation> implementation_;
+  std::shared_ptr<InputPipeline> pipeline_;
 };
 
 }  // namespace tavrel

@@ -1,0 +1,72 @@
+#include "Platform/Media/AssetWriter.h"
+
+#include "Platform/Media/Private/AssetWriterSession.h"
+
+namespace tavrel {
+
+Expected<std::shared_ptr<AssetWriter>> AssetWriter::create(const std::filesystem::path& url,
+                                                           std::string_view fileType) {
+  auto file = MovieFile::open(url, fileType);
+  if (!file) return tl::unexpected(file.error());
+  return std::shared_ptr<AssetWriter>(new AssetWriter(std::make_shared<AssetWriterSession>(std::move(*file))));
+}
+
+AssetWriter::AssetWriter(std::shared_ptr<AssetWriterSession> session) : session_(std::move(session)) {}
+
+AssetWriter::~AssetWriter() {
+  session_->close();
+}
+
+AssetWriterStatus AssetWriter::status() const {
+  return session_->status();
+}
+
+std::optional<Error> AssetWriter::error() const {
+  return session_->error();
+}
+
+void AssetWriter::setMovieFragmentInterval(MediaTime interval) {
+  session_->setSettings([&](MovieFile::Settings& settings) { settings.fragmentInterval = interval; });
+}
+
+MediaTime AssetWriter::movieFragmentInterval() const {
+  return session_->settings().fragmentInterval;
+}
+
+void AssetWriter::setMetadata(std::vector<MetadataItem> metadata) {
+  session_->setSettings([&](MovieFile::Settings& settings) { settings.metadata = std::move(metadata); });
+}
+
+std::vector<MetadataItem> AssetWriter::metadata() const {
+  return session_->settings().metadata;
+}
+
+bool AssetWriter::addInput(const std::shared_ptr<AssetWriterInput>& input) {
+  return input && session_->add(input->pipeline_);
+}
+
+bool AssetWriter::startWriting() {
+  return session_->start();
+}
+
+void AssetWriter::startSessionAtSourceTime(MediaTime time) {
+  session_->startSession(time);
+}
+
+bool AssetWriter::finishWriting() {
+  return session_->finishAndWait();
+}
+
+void AssetWriter::finishWriting(std::function<void()> completion) {
+  session_->finish(std::move(completion));
+}
+
+void AssetWriter::cancelWriting() {
+  session_->cancel();
+}
+
+MediaTime AssetWriter::writtenUntil() const {
+  return session_->writtenUntil();
+}
+
+}  // namespace tavrel

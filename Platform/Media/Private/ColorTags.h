@@ -1,0 +1,23 @@
+#pragma once
+
+extern "C" {
+#include <libavutil/pixfmt.h>
+}
+
+#include "Platform/Graphics/PixelBufferSnapshot.h"
+
+namespace tavrel {
+
+/// What a movie says about its colours. Range is always limited.
+struct ColorTags {
+  AVColorPrimaries primaries = AVCOL_PRI_BT709;
+  AVColorTransferCharacteristic transfer = AVCOL_TRC_BT709;
+  AVColorSpace matrix = AVCOL_SPC_SMPTE170M;
+
+  friend bool operator==(const ColorTags&, const ColorTags&) = default;
+
+  /// From the picture's attachments; the values above where it has none, or ones that are not known.
+  static ColorTags of(const PixelBufferSnapshot& picture);
+};
+
+}  // namespace tavrel

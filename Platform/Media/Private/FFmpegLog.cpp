@@ -1,0 +1,42 @@
+#include "Platform/Media/Private/FFmpegLog.h"
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+#include <array>
+#include <cstdarg>
+#include <mutex>
+#include <utility>
+
+namespace tavrel {
+namespace {
+
+std::string& lastLine() {
+  thread_local std::string line;
+  return line;
+}
+
+__attribute__((format(printf, 3, 0))) void remember(void* source, int level, const char* format,
+                                                    std::va_list arguments) {
+  if (level > AV_LOG_ERROR) return;
+  std::array<char, 512> text{};
+  int printPrefix = 1;
+  av_log_format_line2(source, level, format, arguments, text.data(), text.size(), &printPrefix);
+  std::string line(text.data());
+  while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
+  if (!line.empty()) lastLine() = std::move(line);
+}
+
+}  // namespace
+
+void quietFFmpegLog() {
+  static std::once_flag once;
+  std::call_once(once, [] { av_log_set_callback(remember); });
+}
+
+std::string takeFFmpegLogLine() {
+  return std::exchange(lastLine(), {});
+}
+
+}  // namespace tavrel
