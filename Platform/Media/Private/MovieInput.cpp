@@ -6,6 +6,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "Platform/Media/Private/FFmpegLog.h"
+
 namespace tavrel {
 namespace {
 
@@ -37,6 +39,7 @@ Error unreadableMovie(const std::filesystem::path& path, const std::string& reas
 
 Expected<InputFormat> openMovieInput(const std::filesystem::path& path) {
   if (auto regular = checkRegularFile(path); !regular) return tl::unexpected(regular.error());
+  quietFFmpegLog();
   // The prefix keeps a colon in the name from being taken for a protocol; nothing but files is opened from inside
   // files.
   const std::string url = "file:" + path.string();
