@@ -106,6 +106,39 @@ TEST(FileScene, TurnsAMovieUprightAsFfmpegDoes) {
   }
 }
 
+/// An EXIF block that holds nothing but an orientation.
+std::vector<std::uint8_t> withOrientation(std::vector<std::uint8_t> jpeg, std::uint8_t orientation) {
+  const std::vector<std::uint8_t> block = {0xFF, 0xE1, 0, 34, 'E', 'x',         'i', 'f', 0, 0,    'M', 'M',
+                                           0,    42,   0, 0,  0,   8,           0,   1,   1, 0x12, 0,   3,
+                                           0,    0,    0, 1,  0,   orientation, 0,   0,   0, 0,    0,   0};
+  jpeg.insert(jpeg.begin() + 2, block.begin(), block.end());
+  return jpeg;
+}
+
+TEST(FileScene, TurnsAPictureUpright) {
+  const ReaderFolder folder;
+  ASSERT_NO_FATAL_FAILURE(
+      makeMovie(folder / "a.jpg", std::string(kQuarters) + "-frames:v 1 -pix_fmt yuvj444p -q:v 1 OUT"));
+  const auto jpeg = bytesOf(folder / "a.jpg");
+  // The colours of the stored quarters 1 2 / 3 4 that the orientation puts at the top left and the top right.
+  const Color red = {255, 0, 0};
+  const Color green = {0, 255, 0};
+  const Color blue = {0, 0, 255};
+  const Color white = {255, 255, 255};
+  const Color kTop[8][2] = {{red, green}, {green, red}, {white, blue},  {blue, white},
+                            {red, blue},  {blue, red},  {white, green}, {green, white}};
+  for (std::uint8_t orientation = 1; orientation <= 8; ++orientation) {
+    SCOPED_TRACE(static_cast<int>(orientation));
+    writeBytes(folder / "turned.jpg", withOrientation(jpeg, orientation));
+    const auto scene = FileScene::create(folder / "turned.jpg").value();
+    const int width = orientation < 5 ? 40 : 30;
+    const auto buffer = shown(*scene, 0, static_cast<std::size_t>(width), static_cast<std::size_t>(70 - width));
+    const auto& top = kTop[orientation - 1];
+    EXPECT_THAT(at(buffer, 4, 4), near(top[0][0], top[0][1], top[0][2]));
+    EXPECT_THAT(at(buffer, width - 5, 4), near(top[1][0], top[1][1], top[1][2]));
+  }
+}
+
 TEST(FileScene, SaysWhatIsWrong) {
   const ReaderFolder folder;
   writeBytes(folder / "text.txt", {'t', 'e', 'x', 't'});
