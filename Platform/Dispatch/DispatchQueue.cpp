@@ -35,8 +35,16 @@ struct DispatchQueue::Implementation {
   std::mutex specificsMutex;
   std::map<const void*, void*> specifics;
 
-  void start(DispatchQueue* queue, std::size_t threadCount) {
-    workGuard.emplace(context->get_executor());
+  std::once_flag started;
+  std::size_t threadCount = 0;
+
+  /// Threads begin with the first submission: a queue that is never used costs none.
+  void startThreads(DispatchQueue* queue) {
+    std::call_once(started, [this, queue] { createThreads(queue); });
+  }
+
+  void createThreads(DispatchQueue* queue) {
+    if (threadCount > 0) workGuard.emplace(context->get_executor());
     for (std::size_t i = 0; i < threadCount; ++i) {
       threads.emplace_back([queue, name = label, keptContext = context] {
         nameThisThread(name);
@@ -75,9 +83,8 @@ std::shared_ptr<DispatchQueue> DispatchQueue::create(std::string label, Dispatch
   auto implementation = std::make_unique<Implementation>();
   implementation->label = std::move(label);
   implementation->attribute = attribute;
-  std::shared_ptr<DispatchQueue> queue(new DispatchQueue(std::move(implementation)));
-  queue->implementation_->start(queue.get(), 1);
-  return queue;
+  implementation->threadCount = 1;
+  return std::shared_ptr<DispatchQueue>(new DispatchQueue(std::move(implementation)));
 }
 
 const std::shared_ptr<DispatchQueue>& DispatchQueue::main() {
@@ -95,8 +102,8 @@ const std::shared_ptr<DispatchQueue>& DispatchQueue::global() {
     auto implementation = std::make_unique<Implementation>();
     implementation->label = "tavrel.global";
     implementation->attribute.isSerial = false;
+    implementation->threadCount = std::max(4U, std::thread::hardware_concurrency());
     auto* shared = new std::shared_ptr<DispatchQueue>(new DispatchQueue(std::move(implementation)));
-    (*shared)->implementation_->start(shared->get(), std::max(4U, std::thread::hardware_concurrency()));
     DispatchRuntime::shared().atExit([shared] { (*shared)->shutDown(); });
     return shared;
   }();
@@ -109,6 +116,7 @@ const DispatchQueueAttribute& DispatchQueue::attribute() const { return implemen
 
 void DispatchQueue::async(Block block) {
   if (implementation_->isShutDown && !isCurrent()) return;
+  implementation_->startThreads(this);
   asio::post(*implementation_->context, [block = std::move(block)] { block(); });
   if (this == main().get()) DispatchRuntime::shared().wakeMain();
 }
@@ -128,6 +136,7 @@ void DispatchQueue::syncErased(void (*function)(void*), void* context) {
     function(context);
     return;
   }
+  implementation_->startThreads(this);
   DispatchSemaphore done(0);
   asio::post(*implementation_->context, [&] {
     function(context);
