@@ -1,6 +1,7 @@
 #include "Platform/Media/Private/BgraConverter.h"
 
 #include <libyuv.h>
+#include <libyuv/row.h>
 
 #include <algorithm>
 #include <array>
@@ -16,17 +17,53 @@ constexpr int kFirstLinesOfHighDefinition = 720;
 /// 1 in the fixed-point numbers that libswscale takes for contrast and saturation.
 constexpr int kUnity = 1 << 16;
 
-/// The constants for one of the three common matrices; nullptr for any other.
+#if defined(__x86_64__) || defined(__i386__)
+/// libyuv's limited-range constants hold the factor from Cb to blue cut off at 128 / 64, which makes saturated blue
+/// wrong by up to 13 of 255 for BT.709 and BT.2020. Its row functions take the true factor as well.
+libyuv::YuvConstants withBlueFactor(const libyuv::YuvConstants& given, std::uint8_t factor) {
+  libyuv::YuvConstants constants = given;
+  std::replace(std::begin(constants.kUVToB), std::end(constants.kUVToB), std::uint8_t{128}, factor);
+  return constants;
+}
+
+const libyuv::YuvConstants* limitedRange601() {
+  alignas(32) static const libyuv::YuvConstants constants = withBlueFactor(libyuv::kYuvI601Constants, 129);
+  return &constants;
+}
+
+const libyuv::YuvConstants* limitedRange709() {
+  alignas(32) static const libyuv::YuvConstants constants = withBlueFactor(libyuv::kYuvH709Constants, 135);
+  return &constants;
+}
+
+const libyuv::YuvConstants* limitedRange2020() {
+  alignas(32) static const libyuv::YuvConstants constants = withBlueFactor(libyuv::kYuv2020Constants, 137);
+  return &constants;
+}
+#else
+// The constants are laid out differently here: BT.601 is near enough as it is, the others are left to libswscale.
+const libyuv::YuvConstants* limitedRange601() {
+  return &libyuv::kYuvI601Constants;
+}
+const libyuv::YuvConstants* limitedRange709() {
+  return nullptr;
+}
+const libyuv::YuvConstants* limitedRange2020() {
+  return nullptr;
+}
+#endif
+
+/// The constants for one of the three common matrices; nullptr where libyuv has none that are right.
 const libyuv::YuvConstants* constantsFor(AVColorSpace matrix, bool fullRange) {
   switch (matrix) {
     case AVCOL_SPC_BT470BG:
     case AVCOL_SPC_SMPTE170M:
-      return fullRange ? &libyuv::kYuvJPEGConstants : &libyuv::kYuvI601Constants;
+      return fullRange ? &libyuv::kYuvJPEGConstants : limitedRange601();
     case AVCOL_SPC_BT709:
-      return fullRange ? &libyuv::kYuvF709Constants : &libyuv::kYuvH709Constants;
+      return fullRange ? &libyuv::kYuvF709Constants : limitedRange709();
     case AVCOL_SPC_BT2020_NCL:
     case AVCOL_SPC_BT2020_CL:
-      return fullRange ? &libyuv::kYuvV2020Constants : &libyuv::kYuv2020Constants;
+      return fullRange ? &libyuv::kYuvV2020Constants : limitedRange2020();
     default:
       return nullptr;
   }
@@ -57,11 +94,6 @@ struct Conversion {
     return function(widePlane(0), wideStride(0), widePlane(1), wideStride(1), widePlane(2), wideStride(2), destination,
                     bytesPerRow, constants, picture.width, picture.height, last...);
   }
-  template <typename Function>
-  int biplanar(Function function) const {
-    return function(plane(0), stride(0), plane(1), stride(1), destination, bytesPerRow, constants, picture.width,
-                    picture.height);
-  }
 };
 
 constexpr int kNotCommon = 1;
@@ -78,10 +110,6 @@ int convertYuv(const Conversion& picture) {
     case AV_PIX_FMT_YUV444P:
     case AV_PIX_FMT_YUVJ444P:
       return picture.planar(libyuv::I444ToARGBMatrix);
-    case AV_PIX_FMT_NV12:
-      return picture.biplanar(libyuv::NV12ToARGBMatrix);
-    case AV_PIX_FMT_NV21:
-      return picture.biplanar(libyuv::NV21ToARGBMatrix);
     case AV_PIX_FMT_YUV420P10LE:
       return picture.wide(libyuv::I010ToARGBMatrixFilter, libyuv::kFilterBilinear);
     case AV_PIX_FMT_YUV422P10LE:

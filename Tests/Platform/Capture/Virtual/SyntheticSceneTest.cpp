@@ -2,9 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
-
-#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <vector>
