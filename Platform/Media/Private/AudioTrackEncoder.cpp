@@ -105,7 +105,7 @@ Expected<void> AudioTrackEncoder::open(MovieFile& file, int track, bool) {
   if (!fifo_) return tl::unexpected(encoderError(AVERROR(ENOMEM), "the audio encoder does not open"));
   const CodecParameters parameters(avcodec_parameters_alloc());
   avcodec_parameters_from_context(parameters.get(), context_.get());
-  file.setFormat(track, parameters.get(), context_->time_base);
+  file.setFormat(track, parameters.get(), context_->time_base, true);
   return {};
 }
 
