@@ -235,6 +235,7 @@ Expected<void> MovieFile::flushFragment() {
   if (isQuickTimeFamily_) av_opt_set(context_->priv_data, "movflags", "+frag_discont", 0);
   if (auto complete = checkpoint(); !complete) return complete;
   hasUnflushed_ = false;
+  hasFragments_ = true;
   lastFlush_ = Clock::now();
   for (Track& track : tracks_) {
     if (!track.queuedEnd) continue;
@@ -258,7 +259,17 @@ Expected<void> MovieFile::mux(Track& track, Packet packet) {
   packet->stream_index = track.stream;
   av_packet_rescale_ts(packet.get(), track.timeBase, context_->streams[track.stream]->time_base);
   hasUnflushed_ = true;
-  return checked(av_write_frame(context_.get(), packet.get()), "a packet cannot be written to the movie");
+  const int result = av_write_frame(context_.get(), packet.get());
+  if (auto written = checked(result, "a packet cannot be written to the movie"); !written) return written;
+  return isFirstFragmentDue(track) ? flushFragment() : Expected<void>{};
+}
+
+bool MovieFile::isFirstFragmentDue(const Track& track) const {
+  // Some readers do not open a movie without a sample: the first picture makes a fragment of its own.
+  if (hasFragments_) return false;
+  return track.mediaType == MediaType::video || std::none_of(tracks_.begin(), tracks_.end(), [](const Track& other) {
+           return other.mediaType == MediaType::video;
+         });
 }
 
 void MovieFile::skipTo(const Track& track, std::int64_t dts) {

@@ -102,6 +102,7 @@ class MovieFile {
   CodecDictionary muxerOptions() const;
   Expected<void> release(Track& track, std::int64_t duration);
   Expected<void> releaseHeld(bool isLast);
+  bool isFirstFragmentDue(const Track& track) const;
   void skipTo(const Track& track, std::int64_t dts);
   Expected<void> mux(Track& track, Packet packet);
   Expected<void> flushFragment();
@@ -122,6 +123,7 @@ class MovieFile {
   std::optional<Clock::time_point> firstSample_;
   Clock::time_point lastFlush_;
   bool hasUnflushed_ = false;
+  bool hasFragments_ = false;
   double fragmentStart_ = 0;
   std::optional<Error> error_;
 };

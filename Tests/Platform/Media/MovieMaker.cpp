@@ -30,8 +30,8 @@ Dictionary aacSettings(double sampleRate, std::int64_t channels) {
           {kAudioEncoderBitRateKey, std::int64_t{64000} * channels}};
 }
 
-std::shared_ptr<PixelBuffer> solidPicture(std::size_t width, std::size_t height, std::uint8_t blue,
-                                          std::uint8_t green, std::uint8_t red) {
+std::shared_ptr<PixelBuffer> solidPicture(std::size_t width, std::size_t height, std::uint8_t blue, std::uint8_t green,
+                                          std::uint8_t red) {
   auto picture = *PixelBuffer::create(width, height, PixelFormat::bgra32);
   picture->lockBaseAddress(PixelBufferLock::readWrite);
   for (std::size_t y = 0; y < height; ++y) {
@@ -99,9 +99,8 @@ bool MovieMaker::addTone(double seconds, MediaTime time, double frequency, const
   const auto piece = std::llround(format.sampleRate / 100);
   for (std::int64_t done = 0; done < total; done += piece) {
     const MediaTime start = time + MediaTime::make(done, static_cast<std::int32_t>(format.sampleRate));
-    const auto buffer = sound(format, std::min<std::int64_t>(piece, total - done), start, [&](double t) {
-      return 0.5 * std::sin(2 * std::numbers::pi * frequency * t);
-    });
+    const auto buffer = sound(format, std::min<std::int64_t>(piece, total - done), start,
+                              [&](double t) { return 0.5 * std::sin(2 * std::numbers::pi * frequency * t); });
     if (!addSound(buffer)) return false;
   }
   return true;

@@ -29,8 +29,8 @@ Dictionary h264Settings(std::int64_t width, std::int64_t height);
 Dictionary aacSettings(double sampleRate = 48000, std::int64_t channels = 1);
 
 /// A BGRA picture of one colour.
-std::shared_ptr<PixelBuffer> solidPicture(std::size_t width, std::size_t height, std::uint8_t blue,
-                                          std::uint8_t green, std::uint8_t red);
+std::shared_ptr<PixelBuffer> solidPicture(std::size_t width, std::size_t height, std::uint8_t blue, std::uint8_t green,
+                                          std::uint8_t red);
 
 /// Sound whose sample at time t (seconds from `epoch`) is `signal(t)`; frames `first` to `first + count`.
 std::shared_ptr<SampleBuffer> sound(const AudioFormat& format, std::int64_t count, MediaTime time,

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "Platform/Media/Private/FFmpegHandles.h"
+#include "Platform/Media/Private/FFmpegTime.h"
 
 extern "C" {
 #include <libavutil/pixdesc.h>
@@ -13,7 +14,9 @@ extern "C" {
 namespace tavrel::test {
 namespace {
 
-std::string text(const char* name) { return name ? name : ""; }
+std::string text(const char* name) {
+  return name ? name : "";
+}
 
 CodecContext openDecoder(const AVStream& stream) {
   const AVCodec* const codec = avcodec_find_decoder(stream.codecpar->codec_id);
@@ -66,8 +69,10 @@ void takeSound(const AVFrame& frame, AVRational base, MovieProbe::Audio& audio) 
   // What fills the decoder before time 0 is not played.
   const long end = position < 0 ? position : static_cast<long>(audio.samples.size());
   audio.longestJoint = std::max(audio.longestJoint, std::abs(static_cast<double>(position - end)) / frame.sample_rate);
+  // Containers that count in milliseconds place packets only roughly.
+  const long first = std::abs(position - end) * 1000 <= frame.sample_rate ? end : position;
   for (int i = 0; i < frame.nb_samples; ++i) {
-    const long index = position + i;
+    const long index = first + i;
     if (index < 0) continue;
     if (index >= static_cast<long>(audio.samples.size())) audio.samples.resize(static_cast<std::size_t>(index) + 1);
     audio.samples[static_cast<std::size_t>(index)] = sampleOf(frame, i);
@@ -140,6 +145,36 @@ MovieProbe MovieProbe::open(const std::filesystem::path& path, bool keepLuma) {
   }
   for (std::size_t i = 0; i < decoders.size(); ++i) decode(nullptr, i);
   return probe;
+}
+
+std::vector<std::shared_ptr<SampleBuffer>> MovieProbe::packets(const std::filesystem::path& path, MediaType mediaType) {
+  std::vector<std::shared_ptr<SampleBuffer>> result;
+  AVFormatContext* opened = nullptr;
+  if (avformat_open_input(&opened, path.c_str(), nullptr, nullptr) < 0) return result;
+  const InputFormat input(opened);
+  avformat_find_stream_info(opened, nullptr);
+  const auto wanted = mediaType == MediaType::audio ? AVMEDIA_TYPE_AUDIO : AVMEDIA_TYPE_VIDEO;
+  const int index = av_find_best_stream(opened, wanted, -1, -1, nullptr, 0);
+  if (index < 0) return result;
+  const AVStream& stream = *opened->streams[index];
+  const AVCodecParameters& parameters = *stream.codecpar;
+  auto format = std::make_shared<FormatDescription>();
+  format->mediaType = mediaType;
+  format->codecName = avcodec_get_name(parameters.codec_id);
+  format->codecExtradata.assign(parameters.extradata, parameters.extradata + parameters.extradata_size);
+  format->videoSize = {static_cast<double>(parameters.width), static_cast<double>(parameters.height)};
+  format->audioFormat.sampleRate = parameters.sample_rate;
+  format->audioFormat.channelCount = static_cast<std::uint32_t>(parameters.ch_layout.nb_channels);
+  const Packet packet(av_packet_alloc());
+  for (; av_read_frame(opened, packet.get()) >= 0; av_packet_unref(packet.get())) {
+    if (packet->stream_index != index) continue;
+    const SampleTiming timing{mediaTimeFrom(packet->duration, stream.time_base),
+                              mediaTimeFrom(packet->pts, stream.time_base),
+                              mediaTimeFrom(packet->dts, stream.time_base)};
+    result.push_back(*SampleBuffer::createPacket(format, Data(packet->data, packet->data + packet->size), timing,
+                                                 (packet->flags & AV_PKT_FLAG_KEY) != 0));
+  }
+  return result;
 }
 
 }  // namespace tavrel::test

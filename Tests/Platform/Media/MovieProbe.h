@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "Platform/Media/SampleBuffer.h"
+
 namespace tavrel::test {
 
 /// A movie file, decoded completely with libav, for tests to look at.
@@ -16,9 +18,9 @@ struct MovieProbe {
     std::string codec, pixelFormat, primaries, transfer, matrix, range;
     int width = 0, height = 0;
     std::int32_t timescale = 0;
-    std::vector<std::int64_t> times;             ///< of the decoded frames, in 1/timescale s
-    std::vector<std::array<int, 3>> centers;     ///< Y, Cb, Cr in the middle of each frame
-    std::vector<std::vector<std::uint8_t>> luma; ///< the Y plane of each frame, packed
+    std::vector<std::int64_t> times;              ///< of the decoded frames, in 1/timescale s
+    std::vector<std::array<int, 3>> centers;      ///< Y, Cb, Cr in the middle of each frame
+    std::vector<std::vector<std::uint8_t>> luma;  ///< the Y plane of each frame, packed
     std::vector<std::int64_t> packetDurations;
     std::optional<std::array<std::int32_t, 9>> displayMatrix;
     double seconds(std::size_t frame) const { return static_cast<double>(times[frame]) / timescale; }
@@ -42,6 +44,8 @@ struct MovieProbe {
   double duration = 0;
   int decodeErrors = 0;
 
+  /// The packets of the file's first track of this kind.
+  static std::vector<std::shared_ptr<SampleBuffer>> packets(const std::filesystem::path& path, MediaType mediaType);
   static MovieProbe open(const std::filesystem::path& path, bool keepLuma = false);
 };
 
