@@ -132,7 +132,8 @@ TEST(AssetWriterFormat, OtherSizesAndLayoutsAreConverted) {
   ASSERT_TRUE(maker.addPicture(solidPicture(200, 100, 255, 0, 0), MediaTime::make(1, 30)));
   ASSERT_TRUE(maker.addPicture(solidPicture(64, 48, 255, 0, 0), MediaTime::make(2, 30)));
   ASSERT_TRUE(maker.writer->finishWriting());
-  for (const auto& center : MovieProbe::open(folder / "movie.mov").video->centers) {
+  const auto turnedProbe = MovieProbe::open(folder / "movie.mov");
+  for (const auto& center : turnedProbe.video->centers) {
     EXPECT_NEAR(center[0], 41, 3);
     EXPECT_NEAR(center[1], 240, 3);
     EXPECT_NEAR(center[2], 110, 3);

@@ -1,0 +1,86 @@
+#include "ProgramTestSupport.h"
+#include "Support/GraphTestSupport.h"
+
+namespace tavrel {
+namespace {
+
+using test::CommandResult;
+using test::largestDifference;
+using test::Picture;
+
+class FilterCommandTest : public test::ProgramTest {
+ protected:
+  Picture source_ = test::distinctPicture(12, 8);
+
+  void SetUp() override { ASSERT_TRUE(ImageDestination::write(test::imageOf(source_), file("in.png")).has_value()); }
+  Picture output(const char* name) const {
+    return test::pictureOf(*ImageSource::createWithFile(file(name)).value()->imageAtIndex(0).value());
+  }
+};
+
+TEST_F(FilterCommandTest, EffectsAreAppliedInTheOrderGiven) {
+  const std::string files = file("in.png") + " " + file("out.png");
+  ASSERT_EQ(test::tavrel("filter " + files).status, 0);
+  EXPECT_EQ(largestDifference(output("out.png"), source_), 0);
+
+  // The left half, mirrored; and the left half of the mirrored picture.
+  ASSERT_EQ(test::tavrel("filter " + files + " --crop 0,0,0.5,1 --mirror").status, 0);
+  EXPECT_EQ(largestDifference(output("out.png"), {6, 8, [&](int x, int y) { return source_.at(5 - x, y); }}), 0);
+  ASSERT_EQ(test::tavrel("filter " + files + " --mirror --crop 0,0,0.5,1").status, 0);
+  EXPECT_EQ(largestDifference(output("out.png"), {6, 8, [&](int x, int y) { return source_.at(11 - x, y); }}), 0);
+  // Repeated effects keep their own values: right, then left, is where it was.
+  ASSERT_EQ(test::tavrel("filter " + files + " --rotate 2 --crop 0,0,1,1 --rotate 1").status, 0);
+  EXPECT_EQ(largestDifference(output("out.png"), source_), 0);
+}
+
+TEST_F(FilterCommandTest, ThePictureStandsAsItWentIn) {
+  // A JPEG that is stored lying on its side.
+  ASSERT_TRUE(ImageDestination::write(test::imageOf({16, 32,
+                                                     [](int, int y) {
+                                                       return test::Pixel{y < 16 ? 250 : 20, 40, 40, 255};
+                                                     }}),
+                                      file("upright.jpg"), 1)
+                  .has_value());
+  Data bytes = readFile(file("upright.jpg")).value();
+  const Data turnedRight = {0xFF, 0xE1, 0,    34,   'E', 'x', 'i', 'f', 0, 0, 'M', 'M', 0, 42, 0, 0, 0, 8,
+                            0,    1,    0x01, 0x12, 0,   3,   0,   0,   0, 1, 0,   6,   0, 0,  0, 0, 0, 0};
+  bytes.insert(bytes.begin() + 2, turnedRight.begin(), turnedRight.end());
+  std::FILE* const target = std::fopen(file("lying.jpg").c_str(), "wb");
+  std::fwrite(bytes.data(), 1, bytes.size(), target);
+  std::fclose(target);
+  const CommandResult result = test::tavrel("filter --json " + file("lying.jpg") + " " + file("out.png"));
+  EXPECT_EQ(result.output, "{\"output\": \"" + file("out.png") + "\", \"width\": 32, \"height\": 16}\n");
+  EXPECT_GT(output("out.png").at(28, 8).r, 230);
+  EXPECT_LT(output("out.png").at(4, 8).r, 40);
+}
+
+TEST_F(FilterCommandTest, BadInputIsSaidInOneLineAndLeavesNothing) {
+  struct Case {
+    std::string arguments;
+    int status;
+    std::string message;
+  };
+  const std::string in = file("in.png");
+  const std::string out = file("out.png");
+  const Case cases[] = {
+      {file("none.png") + " " + out, 1, "cannot read " + file("none.png") + ": No such file or directory"},
+      {"/etc/passwd " + out, 1, "/etc/passwd is not a PNG, JPEG or GIF picture"},
+      {in + " " + file("none/out.png"), 1, "cannot write " + file("none/out.png") + ": No such file or directory"},
+      {in + " " + file("out.bmp"), 1, file("out.bmp") + ": a picture's name ends in .png, .jpg or .jpeg"},
+      {in + " " + out + " --crop 0,0,0.5", 2, "--crop 0,0,0.5: expected X,Y,W,H, each from 0 to 1"},
+      {in + " " + out + " --crop 0.6,0,0.5,1", 2, "--crop 0.6,0,0.5,1: the rectangle reaches beyond the picture"},
+      {in + " " + out + " --crop 0,0,0,1", 2, "--crop 0,0,0,1: the rectangle is empty"},
+      {in + " " + out + " --rotate 8", 2, "--rotate 8: the mode is a whole number from 0 to 7"},
+  };
+  for (const Case& each : cases) {
+    const CommandResult result = test::tavrel("filter " + each.arguments);
+    EXPECT_EQ(result.status, each.status) << each.arguments;
+    EXPECT_EQ(result.output, "tavrel: " + each.message + "\n") << each.arguments;
+  }
+  EXPECT_EQ(test::tavrel("filter " + in).status, 2);
+  EXPECT_EQ(test::tavrel("").status, 2);
+  EXPECT_FALSE(std::filesystem::exists(out));
+}
+
+}  // namespace
+}  // namespace tavrel

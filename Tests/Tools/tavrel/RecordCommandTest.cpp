@@ -1,0 +1,225 @@
+#include <csignal>
+#include <thread>
+
+#include "Platform/Capture/Virtual/SyntheticScene.h"
+#include "Platform/Capture/Virtual/SyntheticSound.h"
+#include "Platform/Media/Asset.h"
+#include "Platform/Media/AssetReader.h"
+#include "Platform/Media/AssetReaderTrackOutput.h"
+#include "ProgramTestSupport.h"
+#include "TavrelCaptureBase.h"
+
+namespace tavrel {
+namespace {
+
+using test::CommandResult;
+
+/// What can be seen and heard in a recording of the virtual devices.
+struct Observation {
+  std::vector<double> frameTimes;
+  std::vector<std::uint32_t> counters;
+  std::vector<double> flashes;
+  std::vector<double> beeps;
+  double soundLength = 0;
+  double largestSoundStep = 0;
+};
+
+void forEachSample(const std::string& movie, MediaType mediaType, const std::function<void(SampleBuffer&)>& action) {
+  const auto asset = Asset::create(movie);
+  ASSERT_TRUE(asset.has_value()) << asset.error().description;
+  const auto tracks = (*asset)->tracksWithMediaType(mediaType);
+  ASSERT_EQ(tracks.size(), 1U);
+  const auto reader = AssetReader::create(*asset).value();
+  const auto output = std::make_shared<AssetReaderTrackOutput>(tracks[0]);
+  reader->addOutput(output);
+  ASSERT_TRUE(reader->startReading());
+  while (const auto sample = output->copyNextSampleBuffer()) action(*sample);
+}
+
+Observation observe(const std::string& movie) {
+  Observation seen;
+  bool wasFlash = false;
+  forEachSample(movie, MediaType::video, [&](SampleBuffer& sample) {
+    const auto buffer = sample.imageBuffer();
+    buffer->lockBaseAddress(PixelBufferLock::readOnly);
+    const int width = static_cast<int>(buffer->width());
+    const int height = static_cast<int>(buffer->height());
+    const double time = sample.presentationTimeStamp().seconds();
+    const auto counter =
+        SyntheticScene::decodeFrameCounter(buffer->baseAddress(), buffer->bytesPerRow(), width, height);
+    const bool isFlash = SyntheticScene::isFlash(buffer->baseAddress(), buffer->bytesPerRow(), width, height);
+    buffer->unlockBaseAddress(PixelBufferLock::readOnly);
+    seen.frameTimes.push_back(time);
+    seen.counters.push_back(counter.value_or(0xFFFFFFFF));
+    if (isFlash && !wasFlash) seen.flashes.push_back(time);
+    wasFlash = isFlash;
+  });
+  std::vector<float> sound;
+  int rate = 0;
+  forEachSample(movie, MediaType::audio, [&](SampleBuffer& sample) {
+    const auto list = sample.audioBufferList();
+    const auto* const values = static_cast<const float*>(list->buffers()[0].data);
+    rate = static_cast<int>(sample.format()->audioFormat.sampleRate);
+    const double step = std::abs(sample.presentationTimeStamp().seconds() - static_cast<double>(sound.size()) / rate);
+    seen.largestSoundStep = std::max(seen.largestSoundStep, step);
+    sound.insert(sound.end(), values, values + sample.numSamples());
+  });
+  for (const std::size_t onset : SyntheticSound::findBeepOnsets(sound, rate)) {
+    seen.beeps.push_back(static_cast<double>(onset) / rate);
+  }
+  seen.soundLength = static_cast<double>(sound.size()) / rate;
+  return seen;
+}
+
+/// Every flash has its beep.
+void expectTogether(const Observation& seen) {
+  for (const double flash : seen.flashes) {
+    double nearest = 1e9;
+    for (const double beep : seen.beeps) nearest = std::min(nearest, std::abs(beep - flash));
+    EXPECT_LE(nearest, 0.020) << "the flash at " << flash << " s";
+  }
+}
+
+class RecordCommandTest : public test::ProgramTest {};
+
+TEST_F(RecordCommandTest, TheMovieIsWhatWasAskedFor) {
+  const std::string movie = file("movie.mov");
+  const CommandResult result = test::tavrel("record " + movie + " --size 320x240 --fps 25 --duration 3 --json");
+  ASSERT_EQ(result.status, 0) << result.output;
+  EXPECT_EQ(
+      test::probe("-select_streams v -show_entries stream=codec_name,width,height,pix_fmt,color_range,color_space,"
+                  "color_transfer,color_primaries -of csv=p=0 " +
+                  movie),
+      (std::vector<std::string>{"h264,320,240,yuv420p,tv,smpte170m,bt709,bt709"}));
+  EXPECT_EQ(test::probe("-select_streams a -show_entries stream=codec_name,sample_rate,channels -of csv=p=0 " + movie),
+            (std::vector<std::string>{"aac,48000,1"}));
+
+  const Observation seen = observe(movie);
+  ASSERT_GE(seen.frameTimes.size(), 50U) << result.output;
+  // Times say which frame it is: each counter stands at its own 25th of a second.
+  for (std::size_t i = 0; i < seen.frameTimes.size(); ++i) {
+    EXPECT_NEAR(seen.frameTimes[i], (seen.counters[i] - seen.counters[0]) / 25.0, 2e-6);
+  }
+  EXPECT_GE(seen.flashes.size(), 2U);
+  expectTogether(seen);
+  EXPECT_NEAR(seen.soundLength, 3, 0.1);
+}
+
+TEST_F(RecordCommandTest, APauseLeavesNoTraceInEitherTrack) {
+  const std::string movie = file("movie.mov");
+  ASSERT_EQ(
+      test::tavrel("record " + movie + " --size 320x240 --fps 25 --duration 6.5 --pause-at 2.2 --resume-at 4.2").status,
+      0);
+  const Observation seen = observe(movie);
+  EXPECT_NEAR(seen.frameTimes.back(), 4.5, 0.15);
+  EXPECT_NEAR(seen.soundLength, 4.5, 0.15);
+  EXPECT_LT(seen.largestSoundStep, 0.001);
+  for (std::size_t i = 1; i < seen.frameTimes.size(); ++i) {
+    const std::uint32_t framesBetween = seen.counters[i] - seen.counters[i - 1];
+    if (framesBetween > 20) {  // the pause: hardly more than a frame's time in the movie
+      EXPECT_LE(seen.frameTimes[i] - seen.frameTimes[i - 1], 0.085);
+    }
+    EXPECT_GT(seen.frameTimes[i], seen.frameTimes[i - 1]);
+  }
+  EXPECT_GE(seen.flashes.size(), 3U);
+  expectTogether(seen);
+}
+
+TEST_F(RecordCommandTest, AnEndByForceLosesLittle) {
+  for (int round = 0; round < 10; ++round) {
+    const std::string movie = file("killed.mov");
+    const auto start = std::chrono::steady_clock::now();
+    const pid_t child = fork();
+    if (child == 0) {
+      execl(TAVREL_PROGRAM, "tavrel", "record", movie.c_str(), "--size", "320x240", "--fps", "25", nullptr);
+      _exit(127);
+    }
+    // The start-up of the process counts as recording time here, so the limit is stricter than it reads.
+    const auto lifetime = std::chrono::milliseconds(900 + 331 * round);
+    std::this_thread::sleep_for(lifetime);
+    kill(child, SIGKILL);
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    waitpid(child, nullptr, 0);
+    const auto times = test::probe("-select_streams v -show_entries packet=pts_time -of csv=p=0 " + movie);
+    ASSERT_FALSE(times.empty()) << "killed after " << seconds << " s";
+    EXPECT_GE(std::stod(times.back()), seconds - 0.45 - 1.5) << "killed after " << seconds << " s";
+    std::filesystem::remove(movie);
+  }
+}
+
+TEST_F(RecordCommandTest, MoviesAndPicturesCanBeTheScene) {
+  ASSERT_EQ(
+      test::shell("ffmpeg -v error -f lavfi -i testsrc=size=192x108:rate=10:duration=1 " + file("scene.avi")).status,
+      0);
+  const std::string movie = file("movie.mp4");
+  ASSERT_EQ(test::tavrel("record " + movie + " --camera file:" + file("scene.avi") +
+                         " --microphone none --size 192x108 --fps 10 --duration 1.5 --mirror")
+                .status,
+            0);
+  EXPECT_EQ(test::probe("-show_entries stream=codec_type,width,height -of csv=p=0 " + movie),
+            (std::vector<std::string>{"video,192,108"}));
+  // The same, mirrored by somebody else: equal but for coding.
+  const CommandResult compared = test::shell("ffmpeg -v info -i " + movie + " -i " + file("scene.avi") +
+                                             " -frames:v 8 -lavfi '[1]hflip,format=yuv420p[b];[0][b]psnr' -f null -");
+  const auto average = compared.output.find("average:");
+  ASSERT_NE(average, std::string::npos) << compared.output;
+  EXPECT_GT(std::stod(compared.output.substr(average + 8)), 25) << compared.output;
+}
+
+TEST_F(RecordCommandTest, BadInputIsSaidInOneLine) {
+  struct Case {
+    std::string arguments;
+    int status;
+    std::string message;
+  };
+  const std::string movie = file("movie.mov");
+  const Case cases[] = {
+      {movie + " --size 0x0", 2, "--size 0x0: expected WIDTHxHEIGHT, each from 16 to 8192"},
+      {movie + " --size 999999x1", 2, "--size 999999x1: expected WIDTHxHEIGHT, each from 16 to 8192"},
+      {movie + " --size large", 2, "--size large: expected WIDTHxHEIGHT, each from 16 to 8192"},
+      {movie + " --fps 0", 2, "--fps 0: expected 1 to 240"},
+      {movie + " --pause-at 2 --resume-at 1", 2, "--resume-at 1: expected more than --pause-at 2"},
+      {file("movie.wmv"), 2, file("movie.wmv") + ": a movie's name ends in .mov, .mp4 or .mkv"},
+  };
+  for (const Case& each : cases) {
+    const CommandResult result = test::tavrel("record --duration 1 " + each.arguments);
+    EXPECT_EQ(result.status, each.status) << each.arguments;
+    EXPECT_EQ(result.output, "tavrel: " + each.message + "\n") << each.arguments;
+  }
+  // Texts of the platform: one line that names the file.
+  for (const std::string& arguments : {movie + " --camera file:" + file("none.mov"), movie + " --camera side",
+                                       file("none/movie.mov"), movie + " --microphone file:" + file("none.wav")}) {
+    const CommandResult result = test::tavrel("record --duration 1 " + arguments);
+    EXPECT_EQ(result.status, 1) << arguments;
+    EXPECT_EQ(std::count(result.output.begin(), result.output.end(), '\n'), 1) << result.output;
+    EXPECT_EQ(result.output.rfind("tavrel: ", 0), 0U) << result.output;
+  }
+  EXPECT_TRUE(isEmpty());
+}
+
+TEST_F(RecordCommandTest, OddSizesAreStoredEvenAndSaidSo) {
+  const std::string movie = file("movie.mov");
+  const CommandResult result = test::tavrel("record " + movie + " --size 321x241 --fps 10 --duration 0.5");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_NE(result.output.find("321x241 is stored as 322x242"), std::string::npos) << result.output;
+  EXPECT_EQ(test::probe("-select_streams v -show_entries stream=width,height -of csv=p=0 " + movie),
+            (std::vector<std::string>{"322,242"}));
+}
+
+TEST_F(RecordCommandTest, AFullDiskKeepsWhatWasRecorded) {
+  const std::string movie = file("movie.mov");
+  // Files may grow to 150 KiB; writing on gives "File too large", as a full disk gives its own reason.
+  const CommandResult result = test::shell("trap '' XFSZ; ulimit -f 150; " + std::string(TAVREL_PROGRAM) + " record " +
+                                           movie + " --size 640x480 --fps 25 --duration 30");
+  EXPECT_EQ(result.status, 1);
+  const auto said = result.output.find("the recording broke off: ");
+  ASSERT_NE(said, std::string::npos) << result.output;
+  EXPECT_NE(result.output.find("is kept and plays up to", said), std::string::npos) << result.output;
+  const auto times = test::probe("-select_streams v -show_entries packet=pts_time -of csv=p=0 " + movie);
+  ASSERT_FALSE(times.empty());
+  const double until = std::stod(result.output.substr(result.output.find("up to ") + 6));
+  EXPECT_GE(std::stod(times.back()) + 0.15, until);
+}
+
+}  // namespace
+}  // namespace tavrel

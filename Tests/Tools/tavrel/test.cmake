@@ -1,0 +1,2 @@
+target_compile_definitions(test.${name} PRIVATE "TAVREL_PROGRAM=\"$<TARGET_FILE:tavrel>\"")
+add_dependencies(test.${name} tavrel)
