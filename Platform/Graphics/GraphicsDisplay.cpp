@@ -148,6 +148,11 @@ bool GraphicsDisplay::adopt(void* eglDisplay) {
   return true;
 }
 
+bool GraphicsDisplay::isChosen() {
+  std::lock_guard guard(choice().mutex);
+  return choice().shared != nullptr;
+}
+
 const std::optional<Error>& GraphicsDisplay::error() const {
   return implementation_->error;
 }

@@ -23,6 +23,9 @@ class TAVREL_API GraphicsDisplay {
   /// False, with nothing changed, once another display is in use or when a headless one is demanded.
   static bool adopt(void* eglDisplay);
 
+  /// Whether `shared` was called, after which the display stays what it is.
+  static bool isChosen();
+
   GraphicsDisplay(const GraphicsDisplay&) = delete;
   GraphicsDisplay& operator=(const GraphicsDisplay&) = delete;
 

@@ -6,6 +6,7 @@
 
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Graphics/Private/DmaBufBacking.h"
 #include "Platform/Graphics/Private/GraphicsFailure.h"
 #include "Platform/Graphics/Private/PixelBufferBacking.h"
 #include "Platform/Graphics/Private/StagedBacking.h"
@@ -35,7 +36,9 @@ Expected<std::shared_ptr<PixelBuffer>> PixelBuffer::create(std::size_t width, st
 
 std::unique_ptr<PixelBuffer> PixelBuffer::make(const PixelLayout& layout,
                                                std::shared_ptr<PixelBlockAllocator> allocator) {
-  auto backing = std::make_unique<StagedBacking>(layout, std::move(allocator));
+  std::unique_ptr<PixelBufferBacking> backing;
+  if (const DmaBufDevice* device = DmaBufDevice::shared()) backing = DmaBufBacking::create(*device, layout);
+  if (backing == nullptr) backing = std::make_unique<StagedBacking>(layout, std::move(allocator));
   return std::unique_ptr<PixelBuffer>(new PixelBuffer(std::make_unique<Implementation>(std::move(backing))));
 }
 

@@ -47,6 +47,10 @@ enum class PixelBufferLock : unsigned { readWrite = 0, readOnly = 1 };
 /// Snapshots share the bytes. Before bytes change that a snapshot or another thread's lock still shows, the buffer
 /// takes other memory, from a short list of idle blocks; blocks come back to it when the snapshot is dropped. Drawing,
 /// taking a snapshot and dropping it some frames later therefore allocates no memory and costs one download a frame.
+///
+/// Where the graphics device offers memory that the CPU reads well (GBM, dma-buf), 'BGRA' buffers made after the
+/// display was chosen live there: bytes and texture are one, nothing moves, and a snapshot is a copy.
+/// `TAVREL_ZERO_COPY=0` turns that off.
 class TAVREL_API PixelBuffer {
  public:
   /// Fails as `PixelLayout::create` does; memory is not touched yet.

@@ -22,8 +22,9 @@ struct PixelPlane {
   std::size_t width = 0;   ///< in samples of this plane, half of the picture's (rounded up) for Cb Cr
   std::size_t height = 0;  ///< rows
   std::size_t bytesPerSample = 0;
-  std::size_t bytesPerRow = 0;  ///< 4 × width for 'BGRA'; a multiple of 64 for the planes of 4:2:0
-  std::size_t offset = 0;       ///< from the buffer's first byte; a multiple of 64
+  std::size_t bytesPerRow =
+      0;  ///< 4 × width for 'BGRA', more in memory that the GPU shares; a multiple of 64 for the planes of 4:2:0
+  std::size_t offset = 0;  ///< from the buffer's first byte; a multiple of 64
 };
 
 /// Sizes and strides of a pixel buffer.

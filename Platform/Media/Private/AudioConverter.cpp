@@ -8,6 +8,7 @@
 
 extern "C" {
 #include <libavutil/channel_layout.h>
+#include <libavutil/opt.h>
 #include <libavutil/samplefmt.h>
 }
 
@@ -77,6 +78,8 @@ Expected<AudioConverter> AudioConverter::create(const AudioFormat& from, const A
     constexpr std::array<double, 2> kBothAsLoud{1, 1};
     result = swr_set_matrix(context, kBothAsLoud.data(), 1);
   }
+  // Channels that come together must not become louder than each was.
+  if (result >= 0) result = av_opt_set_double(context, "rematrix_maxval", 1, 0);
   if (result >= 0) result = swr_init(context);
   if (result < 0) {
     return tl::unexpected(

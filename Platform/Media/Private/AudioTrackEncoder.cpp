@@ -98,14 +98,19 @@ Expected<void> AudioTrackEncoder::open(MovieFile& file, int track, bool) {
   context_->time_base = {1, context_->sample_rate};
   if (!storedFormat_) context_->bit_rate = settings_.bitRate;
   context_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-  if (const int result = avcodec_open2(context_.get(), codec, nullptr); result < 0) {
+  AVDictionary* options = nullptr;
+  // At 64 kbit/s the other coder makes tones 20 dB less clean, at up to four times the cost.
+  if (!storedFormat_) av_dict_set(&options, "aac_coder", "fast", 0);
+  const int result = avcodec_open2(context_.get(), codec, &options);
+  av_dict_free(&options);
+  if (result < 0) {
     return tl::unexpected(encoderError(result, "the audio encoder does not open with these settings"));
   }
   fifo_.reset(av_audio_fifo_alloc(context_->sample_fmt, channels, kFramesPerPacket));
   if (!fifo_) return tl::unexpected(encoderError(AVERROR(ENOMEM), "the audio encoder does not open"));
   const CodecParameters parameters(avcodec_parameters_alloc());
   avcodec_parameters_from_context(parameters.get(), context_.get());
-  file.setFormat(track, parameters.get(), context_->time_base);
+  file.setFormat(track, parameters.get(), context_->time_base, true);
   return {};
 }
 

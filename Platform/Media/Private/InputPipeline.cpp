@@ -166,11 +166,9 @@ bool InputPipeline::isStorable(const FormatDescription& format) const {
 }
 
 bool InputPipeline::stampPicture(TrackSample& sample, MediaTime movieTime) {
-  if (timescale_ == 0) timescale_ = automaticTimescale(movieTime.timescale);
   const std::int64_t units = unitsOf(movieTime, {1, timescale_});
   if (lastUnits_ && units <= *lastUnits_) return false;
   lastUnits_ = units;
-  sample.timescale = timescale_;
   sample.timeUnits = units;
   appendedUntil_ = movieTime.seconds();
   return true;
@@ -190,14 +188,10 @@ bool InputPipeline::enqueue(TrackSample sample, MediaTime presentationTime) {
   if (!movieTime.isNumeric() || std::abs(movieTime.seconds()) > kLatestTime) return false;
   // Sound that begins before the session and reaches into it is cut by the encoder.
   if (movieTime < MediaTime::zero() && !sample.sound) return true;
-  // The picture's own timescale, not the one that the subtraction brought in, chooses the track's.
-  MediaTime stamped = movieTime;
-  if (sample.picture && timescale_ == 0) timescale_ = automaticTimescale(presentationTime.timescale);
-  if (sample.picture ? !stampPicture(sample, stamped) : !stampSound(sample, stamped)) return false;
-  if (sample.packet && mediaType_ == MediaType::video) {
-    if (timescale_ == 0) timescale_ = automaticTimescale(presentationTime.timescale);
-    sample.timescale = timescale_;
-  }
+  // The sample's own timescale, not the one that the subtraction brought in, chooses the track's.
+  if (timescale_ == 0) timescale_ = automaticTimescale(presentationTime.timescale);
+  sample.timescale = timescale_;
+  if (sample.picture ? !stampPicture(sample, movieTime) : !stampSound(sample, movieTime)) return false;
   sample.presentationTime = movieTime;
   if (sample.decodeTime.isNumeric()) sample.decodeTime = sample.decodeTime - *sessionStart_;
   const double seconds = sample.duration.isNumeric() ? sample.duration.seconds() : 0;

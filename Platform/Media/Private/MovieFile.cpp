@@ -114,13 +114,14 @@ Expected<void> MovieFile::checkpoint() {
   return {};
 }
 
-bool MovieFile::setFormat(int index, const AVCodecParameters* parameters, AVRational timeBase) {
+bool MovieFile::setFormat(int index, const AVCodecParameters* parameters, AVRational timeBase, bool isFinal) {
   const std::lock_guard lock(mutex_);
   if (isHeaderWritten_) return false;
   Track& track = tracks_[static_cast<std::size_t>(index)];
   track.parameters.reset(avcodec_parameters_alloc());
   avcodec_parameters_copy(track.parameters.get(), parameters);
   track.timeBase = timeBase;
+  track.isFormatFinal = isFinal;
   return true;
 }
 
@@ -138,7 +139,7 @@ bool MovieFile::isHeaderDue(Clock::time_point now) const {
   bool hasAny = false;
   for (const Track& track : tracks_) {
     hasAny = hasAny || track.parameters;
-    if (track.hasPackets || track.hasEnded) continue;
+    if (track.isFormatFinal || track.hasEnded) continue;
     const auto patience = track.parameters ? kHeaderPatience : track.formatPatience;
     if (!firstSample_ || now - *firstSample_ < patience) return false;
   }
@@ -151,16 +152,17 @@ CodecDictionary MovieFile::muxerOptions() const {
     av_dict_set_int(&options, "cluster_time_limit", static_cast<std::int64_t>(fragmentSeconds() * 1000), 0);
     return CodecDictionary(options);
   }
-  std::string flags = "frag_custom+delay_moov+default_base_moof";
+  // Fragments begin at their samples' own times, so that no track needs an edit list, which would have to wait for its
+  // first packet.
+  std::string flags = "frag_custom+empty_moov+default_base_moof+frag_discont+negative_cts_offsets";
   const bool hasOwnKeys = std::any_of(settings_.metadata.begin(), settings_.metadata.end(),
                                       [](const MetadataItem& item) { return !isWellKnown(item.key); });
   if (hasOwnKeys) flags += "+use_metadata_tags";
   av_dict_set(&options, "movflags", flags.c_str(), 0);
-  // Delays of tracks that start late are stored in the movie's timescale: make it fine enough for exact ones.
+  av_dict_set(&options, "use_editlist", "0", 0);
   for (const Track& track : tracks_) {
     if (track.stream < 0 || track.mediaType != MediaType::video) continue;
     av_dict_set_int(&options, "video_track_timescale", track.timeBase.den, 0);
-    av_dict_set_int(&options, "movie_timescale", track.timeBase.den, 0);
   }
   return CodecDictionary(options);
 }
@@ -209,7 +211,7 @@ Expected<void> MovieFile::writeHeader() {
   av_dict_free(&options);
   if (auto written = checked(result, "the movie's header cannot be written"); !written) return written;
   isHeaderWritten_ = true;
-  fragmentStart_ = 0;
+  if (auto complete = checkpoint(); !complete) return complete;
 
   auto waiting = std::move(waiting_);
   waiting_.clear();
@@ -217,12 +219,7 @@ Expected<void> MovieFile::writeHeader() {
     Track& track = tracks_[static_cast<std::size_t>(index)];
     if (auto muxed = mux(track, std::move(packet)); !muxed) return muxed;
   }
-  if (!isQuickTimeFamily_) return checkpoint();
-  // The first flush writes the header alone, with the edit lists of the tracks that have shown a packet.
-  if (auto flushed = checked(av_write_frame(context_.get(), nullptr), "the movie's header cannot be written"); !flushed)
-    return flushed;
-  av_opt_set(context_->priv_data, "movflags", "+frag_discont", 0);
-  return checkpoint();
+  return {};
 }
 
 double MovieFile::fragmentSeconds() const {
@@ -238,6 +235,7 @@ Expected<void> MovieFile::flushFragment() {
   if (isQuickTimeFamily_) av_opt_set(context_->priv_data, "movflags", "+frag_discont", 0);
   if (auto complete = checkpoint(); !complete) return complete;
   hasUnflushed_ = false;
+  hasFragments_ = true;
   lastFlush_ = Clock::now();
   for (Track& track : tracks_) {
     if (!track.queuedEnd) continue;
@@ -261,7 +259,17 @@ Expected<void> MovieFile::mux(Track& track, Packet packet) {
   packet->stream_index = track.stream;
   av_packet_rescale_ts(packet.get(), track.timeBase, context_->streams[track.stream]->time_base);
   hasUnflushed_ = true;
-  return checked(av_write_frame(context_.get(), packet.get()), "a packet cannot be written to the movie");
+  const int result = av_write_frame(context_.get(), packet.get());
+  if (auto written = checked(result, "a packet cannot be written to the movie"); !written) return written;
+  return isFirstFragmentDue(track) ? flushFragment() : Expected<void>{};
+}
+
+bool MovieFile::isFirstFragmentDue(const Track& track) const {
+  // Some readers do not open a movie without a sample: the first picture makes a fragment of its own.
+  if (hasFragments_) return false;
+  return track.mediaType == MediaType::video || std::none_of(tracks_.begin(), tracks_.end(), [](const Track& other) {
+           return other.mediaType == MediaType::video;
+         });
 }
 
 void MovieFile::skipTo(const Track& track, std::int64_t dts) {
@@ -300,19 +308,13 @@ Expected<void> MovieFile::write(int index, Packet packet) {
   if (error_) return tl::unexpected(*error_);
   if (isClosed_) return {};
   Track& track = tracks_[static_cast<std::size_t>(index)];
-  // Sound that only fills the decoder can be told with an edit list, and that only in a header still to be written.
-  const bool isPriming = track.mediaType == MediaType::audio && packet->pts < 0;
-  if (isPriming && (!isQuickTimeFamily_ || isHeaderWritten_) && !track.queuedEnd) return {};
-
-  track.hasPackets = true;
+  // Sound that only fills the decoder: with it many readers would play everything later by as much. Without it the
+  // first 20 ms fade in.
+  if (track.mediaType == MediaType::audio && packet->pts < 0) return {};
   if (track.held) {
     if (auto released = release(track, packet->dts - track.held->dts); !released) return released;
   }
   track.held = std::move(packet);
-  // The header tells with an edit list how much of the first sound only fills the decoder, so it must be there.
-  if (!isHeaderWritten_ && track.mediaType == MediaType::audio) {
-    if (auto released = release(track, track.held->duration); !released) return released;
-  }
   if (!isHeaderWritten_ && isHeaderDue(Clock::now())) return writeHeader();
   return {};
 }

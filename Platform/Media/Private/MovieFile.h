@@ -19,8 +19,9 @@
 
 namespace tavrel {
 
-/// A movie file that plays at every moment: a header as soon as every track has shown its first packet, or soon after
-/// the first one has, then fragments (QuickTime, MP4) or clusters (Matroska), each handed to the kernel when complete.
+/// A movie file that plays at every moment: a header as soon as every track's format is known for good, or soon after
+/// the first sample of any, then fragments (QuickTime, MP4) or clusters (Matroska), each handed to the kernel when
+/// complete.
 ///
 /// Packets come from the tracks' encoder threads; one at a time is written. After the first failure every write fails
 /// with the same error, and the file keeps what was complete. Any thread.
@@ -46,8 +47,9 @@ class MovieFile {
   int addTrack(MediaType mediaType, const AffineTransform& transform, std::chrono::milliseconds formatPatience);
   Expected<void> begin(Settings settings);
 
-  /// Says what the track's packets are. False once the header is written: the track keeps the format it had.
-  bool setFormat(int track, const AVCodecParameters* parameters, AVRational timeBase);
+  /// Says what the track's packets are; `isFinal` unless the first sample may still change it. False once the header is
+  /// written: the track keeps the format it had.
+  bool setFormat(int track, const AVCodecParameters* parameters, AVRational timeBase, bool isFinal);
   /// False when the header was written before the track had a format.
   bool hasTrack(int track) const;
   /// The first sample was handed to a track: the time for the header runs.
@@ -81,7 +83,7 @@ class MovieFile {
     Packet held;  // waits for the next one, which tells its duration
     std::int64_t lastDuration = 0;
     std::int64_t lastDts = 0;
-    bool hasPackets = false;
+    bool isFormatFinal = false;
     bool hasEnded = false;
     std::optional<double> queuedEnd;  // seconds, in the muxer
     double writtenEnd = 0;            // seconds, in the file
@@ -100,6 +102,7 @@ class MovieFile {
   CodecDictionary muxerOptions() const;
   Expected<void> release(Track& track, std::int64_t duration);
   Expected<void> releaseHeld(bool isLast);
+  bool isFirstFragmentDue(const Track& track) const;
   void skipTo(const Track& track, std::int64_t dts);
   Expected<void> mux(Track& track, Packet packet);
   Expected<void> flushFragment();
@@ -120,6 +123,7 @@ class MovieFile {
   std::optional<Clock::time_point> firstSample_;
   Clock::time_point lastFlush_;
   bool hasUnflushed_ = false;
+  bool hasFragments_ = false;
   double fragmentStart_ = 0;
   std::optional<Error> error_;
 };

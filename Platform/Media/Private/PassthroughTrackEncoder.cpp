@@ -56,7 +56,7 @@ Expected<void> PassthroughTrackEncoder::setPacketFormat(const TrackSample& sampl
     std::memcpy(parameters->extradata, format.codecExtradata.data(), size);
     parameters->extradata_size = static_cast<int>(size);
   }
-  file_->setFormat(track_, parameters.get(), timeBase_);
+  file_->setFormat(track_, parameters.get(), timeBase_, true);
   return {};
 }
 

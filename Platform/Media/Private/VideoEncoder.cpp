@@ -41,8 +41,11 @@ void setSoftwareOptions(AVDictionary*& options, const VideoEncoder::Options& wan
 
 void setX264Options(AVDictionary*& options, const VideoEncoder::Options& wanted) {
   setSoftwareOptions(options, wanted, "superfast", "medium");
-  // Frames carry their own times. Looking far ahead would keep what was recorded out of the file.
-  av_dict_set(&options, "x264-params", wanted.isRealTime ? "force-cfr=0" : "force-cfr=0:rc-lookahead=10", 0);
+  // A bit rate is kept by the frames' own times; otherwise those need not be told to the encoder, which would announce
+  // a frame rate of 1/timescale. Looking far ahead would keep what was recorded out of the file.
+  std::string parameters = wanted.settings.averageBitRate ? "force-cfr=0" : "force-cfr=1";
+  if (!wanted.isRealTime) parameters += ":rc-lookahead=10";
+  av_dict_set(&options, "x264-params", parameters.c_str(), 0);
 }
 
 void setX265Options(AVDictionary*& options, const VideoEncoder::Options& wanted) {

@@ -33,7 +33,7 @@ Expected<void> VideoTrackEncoder::open(MovieFile& file, int track, bool isRealTi
       {settings_, ColorTags{}, AVRational{1, timescale_ > 0 ? timescale_ : kFallbackTimescale}, isRealTime});
   if (!encoder) return tl::unexpected(encoder.error());
   encoder_.emplace(std::move(*encoder));
-  file.setFormat(track, encoder_->parameters().get(), encoder_->options().timeBase);
+  file.setFormat(track, encoder_->parameters().get(), encoder_->options().timeBase, false);
   return {};
 }
 
@@ -44,11 +44,15 @@ Expected<void> VideoTrackEncoder::adoptFirstSample(const TrackSample& sample) {
   options.timeBase = AVRational{1, sample.timescale};
   const bool isSame =
       options.colors == encoder_->options().colors && av_cmp_q(options.timeBase, encoder_->options().timeBase) == 0;
-  if (isSame) return {};
+  if (isSame) {
+    file_->setFormat(track_, encoder_->parameters().get(), options.timeBase, true);
+    return {};
+  }
   auto encoder = VideoEncoder::open(options);
   if (!encoder) return tl::unexpected(encoder.error());
   // Too late when the header was written meanwhile: then the encoder that it describes stays.
-  if (file_->setFormat(track_, encoder->parameters().get(), options.timeBase)) encoder_.emplace(std::move(*encoder));
+  if (file_->setFormat(track_, encoder->parameters().get(), options.timeBase, true))
+    encoder_.emplace(std::move(*encoder));
   return {};
 }
 

@@ -305,6 +305,21 @@ TEST(TextureCache, ThreadsMayShareOneBuffer) {
   for (std::thread& thread : threads) thread.join();
 }
 
+// Runs in a process of its own: what it keeps is destroyed after main, in an order that nobody chose.
+[[noreturn]] void leaveWithEverythingAlive() {
+  static std::shared_ptr<PixelBuffer> buffer = makeBuffer(4, 4);
+  static GraphicsThread graphics;
+  static std::shared_ptr<GLContext> current = GLContext::create(graphics.context->sharegroup()).value();
+  static std::shared_ptr<TextureCacheTexture> texture = textureOf(*graphics.cache, buffer);
+  graphics.run([&] { drawColour(*texture, kColour); });
+  if (!current->makeCurrent()) std::_Exit(1);
+  std::exit(0);  // NOLINT(concurrency-mt-unsafe): this is what is tested
+}
+
+TEST(TextureCacheDeathTest, ObjectsMayDieAfterMain) {
+  EXPECT_EXIT(leaveWithEverythingAlive(), testing::ExitedWithCode(0), "");
+}
+
 // Runs in a process of its own, where nobody has asked yet.
 [[noreturn]] void decideAndReport(const char* environment, int choice) {
   if (environment != nullptr) setenv("TAVREL_FAST_TEXTURE_UPLOAD", environment, 1);  // NOLINT(concurrency-mt-unsafe)

@@ -1,0 +1,179 @@
+// What happens to each frame and each sound buffer on its way into the file.
+#include <chrono>
+#include <utility>
+#include <vector>
+
+#include "GPUImage/Destinations/TavrelGPUImageMovieWriter.h"
+#include "Platform/Foundation/ConsoleLog.h"
+#include "Platform/Media/AudioBufferList.h"
+
+namespace tavrel {
+namespace {
+
+constexpr std::chrono::milliseconds kVideoWaitSlice(100);
+constexpr std::chrono::milliseconds kAudioWaitSlice(500);
+
+}  // namespace
+
+MediaTime TavrelGPUImageMovieWriter::timeWithoutPauses(MediaTime time, const MediaTime& previousTime) {
+  const std::lock_guard lock(timeMutex_);
+  if (discont_) {
+    const MediaTime current = offsetTime_.value > 0 ? time - offsetTime_ : time;
+    const MediaTime gap = current - previousTime;
+    // The raw value is tested, whatever its timescale.
+    offsetTime_ = offsetTime_.value == 0 ? gap : offsetTime_ + gap;
+    discont_ = false;
+  }
+  return offsetTime_.value > 0 ? time - offsetTime_ : time;
+}
+
+void TavrelGPUImageMovieWriter::setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer,
+                                                    Index) {
+  if (newInputFramebuffer) newInputFramebuffer->lock();
+  firstInputFramebuffer_ = std::move(newInputFramebuffer);
+}
+
+void TavrelGPUImageMovieWriter::dropVideoFrame(const char* stage, MediaTime frameTime) {
+  ++droppedVideoFrames_;
+  ConsoleLog::write("{}: Had to drop a video frame: {}", stage, frameTime.description());
+}
+
+bool TavrelGPUImageMovieWriter::claimFrameInFlight(MediaTime frameTime) {
+  if (!encodingLiveVideo_) {
+    framesInFlight_.wait();
+    return true;
+  }
+  if (framesInFlight_.tryWait()) return true;
+  dropVideoFrame("1", frameTime);
+  return false;
+}
+
+void TavrelGPUImageMovieWriter::newFrameReadyAtTime(MediaTime frameTime, Index) {
+  const std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer = firstInputFramebuffer_;
+  if (!framebuffer) return;
+  const auto discard = [&framebuffer] { framebuffer->unlock(); };
+  if (!isRecording_ || paused_) return discard();
+
+  frameTime = timeWithoutPauses(frameTime, previousFrameTime_);
+  {
+    const std::lock_guard lock(timeMutex_);
+    // Two frames of one time would break the file.
+    if (!frameTime.isValid() || frameTime == previousFrameTime_ || frameTime.isIndefinite()) return discard();
+  }
+  if (!assetWriterVideoInput_) return discard();
+  startSession(frameTime, static_cast<bool>(videoInputReadyCallback_));
+
+  // The frame must be complete before another context reads it.
+  TavrelGPUImageContext::useImageProcessingContext();
+  glFinish();
+
+  if (!claimFrameInFlight(frameTime)) return discard();
+  movieWriterContext_->contextQueue()->async([self = shared_from_this(), framebuffer, frameTime] {
+    self->encodeFrame(framebuffer, frameTime);
+    self->framesInFlight_.signal();
+  });
+}
+
+void TavrelGPUImageMovieWriter::encodeFrame(const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer,
+                                            MediaTime frameTime) {
+  if (!assetWriterVideoInput_->isReadyForMoreMediaData() && encodingLiveVideo_) {
+    framebuffer->unlock();
+    dropVideoFrame("1", frameTime);
+    return;
+  }
+  if (!renderAtInternalSizeUsingFramebuffer(*framebuffer)) {
+    ConsoleLog::write("Couldn't write a frame");
+    framebuffer->unlock();
+    return;
+  }
+  const std::shared_ptr<PixelBuffer> pixelBuffer = drawnPixelBuffer();
+  if (!pixelBuffer) return;  // the framebuffer stays locked on this exit
+  appendPixelBuffer(pixelBuffer, frameTime);
+  framebuffer->unlock();
+}
+
+bool TavrelGPUImageMovieWriter::waitUntilReady(const std::shared_ptr<AssetWriterInput>& track,
+                                               std::chrono::nanoseconds slice,
+                                               const std::atomic<bool>& isFinished) const {
+  bool isReady = track->isReadyForMoreMediaData();
+  while (!isReady && !encodingLiveVideo_ && !isFinished && isWriting()) isReady = track->waitUntilReady(slice);
+  return isReady;
+}
+
+void TavrelGPUImageMovieWriter::appendPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer,
+                                                  MediaTime frameTime) {
+  if (!waitUntilReady(assetWriterVideoInput_, kVideoWaitSlice, videoEncodingIsFinished_)) {
+    dropVideoFrame("2", frameTime);
+  } else if (isWriting()) {
+    if (!assetWriterPixelBufferInput_->append(pixelBuffer, frameTime)) {
+      ConsoleLog::write("Problem appending pixel buffer at time: {}", frameTime.description());
+    }
+  } else {
+    ConsoleLog::write("Couldn't write a frame");
+  }
+  const std::lock_guard lock(timeMutex_);
+  previousFrameTime_ = frameTime;
+}
+
+void TavrelGPUImageMovieWriter::processAudioBuffer(const std::shared_ptr<SampleBuffer>& audioBuffer) {
+  if (!isRecording_ || paused_ || !hasAudioTrack_) return;
+  std::shared_ptr<SampleBuffer> sample = audioBuffer;
+  MediaTime time = sample->outputPresentationTimeStamp();
+  startSession(time, static_cast<bool>(audioInputReadyCallback_));
+
+  if (!assetWriterAudioInput_->isReadyForMoreMediaData() && encodingLiveVideo_) {
+    ++droppedAudioBuffers_;
+    ConsoleLog::write("1: Had to drop an audio frame: {}", time.description());
+    releaseAudioBuffer(*sample);
+    return;
+  }
+  const MediaTime adjusted = timeWithoutPauses(time, previousAudioTime_);
+  if (adjusted != time) sample = adjustTime(sample, time - adjusted);
+  if (!sample) return;  // invalidated by its owner meanwhile
+  time = sample->presentationTimeStamp();
+  {
+    const std::lock_guard lock(timeMutex_);
+    previousAudioTime_ = time;
+  }
+  if (audioProcessingCallback_) callAudioProcessingCallback(*sample);
+
+  if (encodingLiveVideo_) {
+    movieWriterContext_->contextQueue()->async(
+        [self = shared_from_this(), sample, time] { self->appendAudioBuffer(sample, time); });
+  } else {
+    appendAudioBuffer(sample, time);
+  }
+}
+
+std::shared_ptr<SampleBuffer> TavrelGPUImageMovieWriter::adjustTime(const std::shared_ptr<SampleBuffer>& sample,
+                                                                    MediaTime by) const {
+  std::vector<SampleTiming> timing = sample->timingEntries();
+  for (SampleTiming& entry : timing) {
+    entry.decodeTimeStamp = entry.decodeTimeStamp - by;
+    entry.presentationTimeStamp = entry.presentationTimeStamp - by;
+  }
+  const auto retimed = sample->copyWithNewTiming(std::move(timing));
+  return retimed ? *retimed : nullptr;
+}
+
+void TavrelGPUImageMovieWriter::callAudioProcessingCallback(SampleBuffer& audioBuffer) const {
+  const std::shared_ptr<AudioBufferList> list = audioBuffer.audioBufferList();
+  if (!list) return;
+  for (AudioBuffer& buffer : list->buffers()) audioProcessingCallback_(&buffer.data, audioBuffer.numSamples());
+}
+
+void TavrelGPUImageMovieWriter::appendAudioBuffer(const std::shared_ptr<SampleBuffer>& audioBuffer, MediaTime time) {
+  if (!waitUntilReady(assetWriterAudioInput_, kAudioWaitSlice, audioEncodingIsFinished_)) {
+    ++droppedAudioBuffers_;
+    ConsoleLog::write("2: Had to drop an audio frame {}", time.description());
+  } else if (isWriting() && !assetWriterAudioInput_->append(audioBuffer)) {
+    ConsoleLog::write("Problem appending audio buffer at time: {}", time.description());
+  }
+  releaseAudioBuffer(*audioBuffer);
+}
+
+void TavrelGPUImageMovieWriter::releaseAudioBuffer(SampleBuffer& audioBuffer) const {
+  if (shouldInvalidateAudioSampleWhenDone_) audioBuffer.invalidate();
+}
+
+}  // namespace tavrel

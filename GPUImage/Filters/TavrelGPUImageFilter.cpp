@@ -1,0 +1,154 @@
+#include "GPUImage/Filters/TavrelGPUImageFilter.h"
+
+#include <chrono>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "GPUImage/Private/LinkProgram.h"
+#include "GPUImage/Private/Resource.h"
+#include "GPUImage/TavrelGPUImageContext.h"
+#include "GPUImage/TavrelGPUImageFramebufferCache.h"
+
+namespace tavrel {
+
+const char* const kTavrelGPUImageVertexShaderString =
+    "attribute vec4 position; attribute vec4 inputTextureCoordinate; varying vec2 textureCoordinate; void main() { "
+    "gl_Position = position; textureCoordinate = inputTextureCoordinate.xy; }";
+const char* const kTavrelGPUImagePassthroughFragmentShaderString =
+    "varying highp vec2 textureCoordinate; uniform sampler2D inputImageTexture; void main() { gl_FragColor = "
+    "texture2D(inputImageTexture, textureCoordinate); }";
+const char* const kTavrelGPUImageColorSwizzlingFragmentShaderString =
+    "varying highp vec2 textureCoordinate; uniform sampler2D inputImageTexture; void main() { gl_FragColor = "
+    "texture2D(inputImageTexture, textureCoordinate).bgra; }";
+
+TavrelGPUImageFilter::TavrelGPUImageFilter() : TavrelGPUImageFilter(kTavrelGPUImagePassthroughFragmentShaderString) {}
+
+TavrelGPUImageFilter::TavrelGPUImageFilter(std::string_view fragmentShaderString)
+    : TavrelGPUImageFilter(kTavrelGPUImageVertexShaderString, fragmentShaderString) {}
+
+TavrelGPUImageFilter::TavrelGPUImageFilter(std::string_view vertexShaderString, std::string_view fragmentShaderString,
+                                           std::initializer_list<std::string_view> furtherAttributes) {
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    TavrelGPUImageContext::useImageProcessingContext();
+    filterProgram = TavrelGPUImageContext::sharedImageProcessingContext()->programForVertexShaderString(
+        vertexShaderString, fragmentShaderString);
+    if (!filterProgram->initialized()) {
+      initializeAttributes(furtherAttributes);
+      linkProgram(filterProgram);
+    }
+    filterPositionAttribute = filterProgram->attributeIndex("position");
+    filterTextureCoordinateAttribute = filterProgram->attributeIndex("inputTextureCoordinate");
+    filterInputTextureUniform = filterProgram->uniformIndex("inputImageTexture");
+    TavrelGPUImageContext::setActiveShaderProgram(filterProgram);
+    glEnableVertexAttribArray(filterPositionAttribute);
+    glEnableVertexAttribArray(filterTextureCoordinateAttribute);
+  });
+}
+
+TavrelGPUImageFilter::~TavrelGPUImageFilter() = default;
+
+std::string TavrelGPUImageFilter::readFragmentShader(const std::filesystem::path& file) {
+  return readResource(file, "fsh").value_or(std::string());
+}
+
+void TavrelGPUImageFilter::initializeAttributes(std::initializer_list<std::string_view> furtherAttributes) {
+  filterProgram->addAttribute("position");
+  filterProgram->addAttribute("inputTextureCoordinate");
+  for (const std::string_view attribute : furtherAttributes) filterProgram->addAttribute(attribute);
+}
+
+void TavrelGPUImageFilter::useNextFrameForImageCapture() {
+  usingNextFrameForImageCapture = true;
+  imageCaptureSemaphore.tryWait();
+}
+
+std::shared_ptr<Image> TavrelGPUImageFilter::newCGImageFromCurrentlyProcessedOutput() {
+  if (!imageCaptureSemaphore.wait(std::chrono::seconds(3))) return nullptr;
+  const std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer = framebufferForOutput();
+  usingNextFrameForImageCapture = false;
+  imageCaptureSemaphore.signal();
+  return framebuffer ? framebuffer->newCGImageFromFramebufferContents() : nullptr;
+}
+
+void TavrelGPUImageFilter::renderToTexture(const GLfloat* vertices, const GLfloat* textureCoordinates) {
+  if (preventRendering_) {
+    unlockFirstInputFramebuffer();
+    return;
+  }
+  TavrelGPUImageContext::setActiveShaderProgram(filterProgram);
+  outputFramebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(
+      sizeOfFBO(), outputTextureOptions(), false);
+  outputFramebuffer->activateFramebuffer();
+  if (usingNextFrameForImageCapture) outputFramebuffer->lock();
+  setUniformsForProgramAtIndex(0);
+  clearToBackgroundColor();
+
+  glActiveTexture(GL_TEXTURE2);
+  glBindTexture(GL_TEXTURE_2D, firstInputFramebuffer ? firstInputFramebuffer->texture() : 0);
+  glUniform1i(filterInputTextureUniform, 2);
+  drawQuad(vertices, textureCoordinates);
+
+  unlockFirstInputFramebuffer();
+  if (usingNextFrameForImageCapture) imageCaptureSemaphore.signal();
+}
+
+void TavrelGPUImageFilter::clearToBackgroundColor() const {
+  glClearColor(backgroundColorRed, backgroundColorGreen, backgroundColorBlue, backgroundColorAlpha);
+  glClear(GL_COLOR_BUFFER_BIT);
+}
+
+void TavrelGPUImageFilter::drawQuad(const GLfloat* vertices, const GLfloat* textureCoordinates) const {
+  glVertexAttribPointer(filterPositionAttribute, 2, GL_FLOAT, GL_FALSE, 0, vertices);
+  glVertexAttribPointer(filterTextureCoordinateAttribute, 2, GL_FLOAT, GL_FALSE, 0, textureCoordinates);
+  glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
+}
+
+void TavrelGPUImageFilter::unlockFirstInputFramebuffer() {
+  if (firstInputFramebuffer) firstInputFramebuffer->unlock();
+}
+
+void TavrelGPUImageFilter::informTargetsAboutNewFrameAtTime(MediaTime frameTime) {
+  if (preventRendering_) return;
+  if (frameProcessingCompletionBlock()) frameProcessingCompletionBlock()(*this, frameTime);
+  forEachUpdatedTarget([this](const auto& target, Index slot) {
+    setInputFramebufferForTarget(target, slot);
+    target->setInputSize(outputFrameSize(), slot);
+  });
+  if (outputFramebuffer) outputFramebuffer->unlock();
+  if (!usingNextFrameForImageCapture) removeOutputFramebuffer();
+  forEachUpdatedTarget(
+      [frameTime](const auto& target, Index slot) { target->newFrameReadyAtTime(frameTime, slot); });
+}
+
+void TavrelGPUImageFilter::newFrameReadyAtTime(MediaTime frameTime, Index) {
+  renderToTexture(fullFrameVertices(), textureCoordinatesForRotation(inputRotation_));
+  informTargetsAboutNewFrameAtTime(frameTime);
+}
+
+void TavrelGPUImageFilter::setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer, Index) {
+  firstInputFramebuffer = std::move(newInputFramebuffer);
+  if (firstInputFramebuffer) firstInputFramebuffer->lock();
+}
+
+void TavrelGPUImageFilter::setInputSize(Size newSize, Index atIndex) {
+  if (preventRendering_) return;
+  if (overrideInputSize) {
+    inputTextureSize = inputSizeUnderOverride(newSize);
+  } else {
+    inputTextureSize = rotatedSize(newSize, atIndex);
+  }
+  setupFilterForSize(sizeOfFBO());
+}
+
+void TavrelGPUImageFilter::setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index) {
+  inputRotation_ = newInputRotation;
+}
+
+void TavrelGPUImageFilter::endProcessing() {
+  if (isEndProcessing) return;
+  isEndProcessing = true;
+  for (const auto& target : targets()) target->endProcessing();
+}
+
+}  // namespace tavrel

@@ -1,0 +1,72 @@
+#include "GPUImage/Filters/TavrelGPUImageFilter.h"
+
+namespace tavrel {
+namespace {
+
+// (s, t) at bottom-left, bottom-right, top-left, top-right; one row for each rotation mode.
+constexpr GLfloat kTextureCoordinates[8][8] = {
+    {0, 0, 1, 0, 0, 1, 1, 1},  // no rotation
+    {1, 0, 1, 1, 0, 0, 0, 1},  // rotate left
+    {0, 1, 0, 0, 1, 1, 1, 0},  // rotate right
+    {0, 1, 1, 1, 0, 0, 1, 0},  // flip vertical
+    {1, 0, 0, 0, 1, 1, 0, 1},  // flip horizontal
+    {0, 0, 0, 1, 1, 0, 1, 1},  // rotate right, flip vertical
+    {1, 1, 1, 0, 0, 1, 0, 0},  // rotate right, flip horizontal
+    {1, 1, 0, 1, 1, 0, 0, 0},  // rotate 180
+};
+
+constexpr GLfloat kFullFrameVertices[8] = {-1, -1, 1, -1, -1, 1, 1, 1};
+
+}  // namespace
+
+const GLfloat* TavrelGPUImageFilter::textureCoordinatesForRotation(TavrelGPUImageRotationMode rotationMode) {
+  return rotationMode <= kTavrelGPUImageRotate180 ? kTextureCoordinates[rotationMode] : nullptr;
+}
+
+const GLfloat* TavrelGPUImageFilter::fullFrameVertices() { return kFullFrameVertices; }
+
+Point TavrelGPUImageFilter::rotatedPoint(Point point, TavrelGPUImageRotationMode forRotation) {
+  const auto [x, y] = point;
+  switch (forRotation) {
+    case kTavrelGPUImageNoRotation: return {x, y};
+    case kTavrelGPUImageRotateLeft: return {1 - y, x};
+    case kTavrelGPUImageRotateRight: return {y, 1 - x};
+    case kTavrelGPUImageFlipVertical: return {x, 1 - y};
+    case kTavrelGPUImageFlipHorizontal: return {1 - x, y};
+    case kTavrelGPUImageRotateRightFlipVertical: return {y, x};
+    case kTavrelGPUImageRotateRightFlipHorizontal: return {1 - y, 1 - x};
+    case kTavrelGPUImageRotate180: return {1 - x, 1 - y};
+  }
+  return {};
+}
+
+Size TavrelGPUImageFilter::rotatedSize(Size size, Index) const {
+  if (TavrelGPUImageRotationSwapsWidthAndHeight(inputRotation_)) return {size.height, size.width};
+  return size;
+}
+
+// Only the widths are compared.
+Size TavrelGPUImageFilter::sizeOfFBO() const {
+  const Size maximum = maximumOutputSize();
+  return isZero(maximum) || inputTextureSize.width < maximum.width ? inputTextureSize : maximum;
+}
+
+Size TavrelGPUImageFilter::inputSizeUnderOverride(Size size) const {
+  if (isZero(forcedMaximumSize)) return inputTextureSize;
+  return rectWithAspectRatioInsideRect(size, {{0, 0}, forcedMaximumSize}).size;
+}
+
+void TavrelGPUImageFilter::forceProcessingAtSize(Size frameSize) {
+  overrideInputSize = !isZero(frameSize);
+  if (!overrideInputSize) return;
+  inputTextureSize = frameSize;
+  forcedMaximumSize = frameSize;
+}
+
+void TavrelGPUImageFilter::forceProcessingAtSizeRespectingAspectRatio(Size frameSize) {
+  overrideInputSize = !isZero(frameSize);
+  if (!overrideInputSize) inputTextureSize = {};
+  forcedMaximumSize = frameSize;
+}
+
+}  // namespace tavrel

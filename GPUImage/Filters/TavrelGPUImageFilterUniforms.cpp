@@ -1,0 +1,156 @@
+#include <array>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "GPUImage/Filters/TavrelGPUImageFilter.h"
+#include "GPUImage/TavrelGPUImageContext.h"
+
+namespace tavrel {
+namespace {
+
+// One setter for each kind of uniform, used by both the forms by name and by location.
+auto integerSetter(GLint value) {
+  return [value](GLint location) { glUniform1i(location, value); };
+}
+
+auto floatSetter(GLfloat value) {
+  return [value](GLint location) { glUniform1f(location, value); };
+}
+
+auto pairSetter(double first, double second) {
+  return [pair = std::array{static_cast<GLfloat>(first), static_cast<GLfloat>(second)}](GLint location) {
+    glUniform2fv(location, 1, pair.data());
+  };
+}
+
+auto vec3Setter(TavrelGPUVector3 vector) {
+  return [vector](GLint location) { glUniform3fv(location, 1, &vector.one); };
+}
+
+auto vec4Setter(TavrelGPUVector4 vector) {
+  return [vector](GLint location) { glUniform4fv(location, 1, &vector.one); };
+}
+
+}  // namespace
+
+void TavrelGPUImageFilter::setBackgroundColor(GLfloat red, GLfloat green, GLfloat blue, GLfloat alpha) {
+  backgroundColorRed = red;
+  backgroundColorGreen = green;
+  backgroundColorBlue = blue;
+  backgroundColorAlpha = alpha;
+}
+
+void TavrelGPUImageFilter::setInteger(GLint newInteger, std::string_view forUniformName) {
+  setUniform(forUniformName, integerSetter(newInteger));
+}
+
+void TavrelGPUImageFilter::setFloat(GLfloat newFloat, std::string_view forUniformName) {
+  setUniform(forUniformName, floatSetter(newFloat));
+}
+
+void TavrelGPUImageFilter::setSize(Size newSize, std::string_view forUniformName) {
+  setUniform(forUniformName, pairSetter(newSize.width, newSize.height));
+}
+
+void TavrelGPUImageFilter::setPoint(Point newPoint, std::string_view forUniformName) {
+  setUniform(forUniformName, pairSetter(newPoint.x, newPoint.y));
+}
+
+void TavrelGPUImageFilter::setFloatVec3(TavrelGPUVector3 newVector, std::string_view forUniformName) {
+  setUniform(forUniformName, vec3Setter(newVector));
+}
+
+void TavrelGPUImageFilter::setFloatVec4(TavrelGPUVector4 newVector, GLint forUniform) {
+  setVec4(newVector, forUniform, filterProgram);
+}
+
+void TavrelGPUImageFilter::setFloatArray(const GLfloat* array, GLsizei length, GLint forUniform) {
+  setFloatArray(array, length, forUniform, filterProgram);
+}
+
+void TavrelGPUImageFilter::setMatrix3f(const TavrelGPUMatrix3x3& matrix, GLint uniform,
+                                       const std::shared_ptr<TavrelGLProgram>& program) {
+  setUniform(uniform, program,
+             [matrix](GLint location) { glUniformMatrix3fv(location, 1, GL_FALSE, matrix.data()); });
+}
+
+void TavrelGPUImageFilter::setMatrix4f(const TavrelGPUMatrix4x4& matrix, GLint uniform,
+                                       const std::shared_ptr<TavrelGLProgram>& program) {
+  setUniform(uniform, program,
+             [matrix](GLint location) { glUniformMatrix4fv(location, 1, GL_FALSE, matrix.data()); });
+}
+
+void TavrelGPUImageFilter::setFloat(GLfloat floatValue, GLint uniform,
+                                    const std::shared_ptr<TavrelGLProgram>& program) {
+  setUniform(uniform, program, floatSetter(floatValue));
+}
+
+void TavrelGPUImageFilter::setPoint(Point pointValue, GLint uniform, const std::shared_ptr<TavrelGLProgram>& program) {
+  setUniform(uniform, program, pairSetter(pointValue.x, pointValue.y));
+}
+
+void TavrelGPUImageFilter::setSize(Size sizeValue, GLint uniform, const std::shared_ptr<TavrelGLProgram>& program) {
+  setUniform(uniform, program, pairSetter(sizeValue.width, sizeValue.height));
+}
+
+void TavrelGPUImageFilter::setVec3(TavrelGPUVector3 vectorValue, GLint uniform,
+                                   const std::shared_ptr<TavrelGLProgram>& program) {
+  setUniform(uniform, program, vec3Setter(vectorValue));
+}
+
+void TavrelGPUImageFilter::setVec4(TavrelGPUVector4 vectorValue, GLint uniform,
+                                   const std::shared_ptr<TavrelGLProgram>& program) {
+  setUniform(uniform, program, vec4Setter(vectorValue));
+}
+
+void TavrelGPUImageFilter::setFloatArray(const GLfloat* array, GLsizei length, GLint uniform,
+                                         const std::shared_ptr<TavrelGLProgram>& program) {
+  setUniform(uniform, program, [values = std::vector<GLfloat>(array, array + length)](GLint location) {
+    glUniform1fv(location, static_cast<GLsizei>(values.size()), values.data());
+  });
+}
+
+void TavrelGPUImageFilter::setInteger(GLint intValue, GLint uniform, const std::shared_ptr<TavrelGLProgram>& program) {
+  setUniform(uniform, program, integerSetter(intValue));
+}
+
+void TavrelGPUImageFilter::setUniform(GLint uniform, const std::shared_ptr<TavrelGLProgram>& program,
+                                      UniformSetter setter) {
+  runOnVideoProcessingQueue([this, uniform, program, setter = std::move(setter)] {
+    TavrelGPUImageContext::setActiveShaderProgram(program);
+    setAndExecuteUniformStateCallbackAtIndex(uniform, program, [uniform, setter] { setter(uniform); });
+  });
+}
+
+// The location is asked for on the queue too, where GL is.
+void TavrelGPUImageFilter::setUniform(std::string_view name, UniformSetter setter) {
+  runOnVideoProcessingQueue([this, name = std::string(name), setter = std::move(setter)] {
+    TavrelGPUImageContext::setActiveShaderProgram(filterProgram);
+    setUniform(filterProgram->uniformIndex(name), filterProgram, setter);
+  });
+}
+
+void TavrelGPUImageFilter::runOnVideoProcessingQueue(std::function<void()> work) {
+  std::shared_ptr<TavrelGPUImageOutput> self = weak_from_this().lock();
+  if (self) {
+    TavrelRunAsynchronouslyOnVideoProcessingQueue([self = std::move(self), work = std::move(work)] { work(); });
+  } else {
+    // A constructor's call: nobody else holds the filter yet, so nothing could keep it alive until later.
+    TavrelRunSynchronouslyOnVideoProcessingQueue(work);
+  }
+}
+
+void TavrelGPUImageFilter::setAndExecuteUniformStateCallbackAtIndex(GLint uniform,
+                                                                    const std::shared_ptr<TavrelGLProgram>&,
+                                                                    std::function<void()> uniformStateBlock) {
+  std::function<void()>& stored = uniformStateRestorationBlocks[uniform];
+  stored = std::move(uniformStateBlock);
+  stored();
+}
+
+void TavrelGPUImageFilter::setUniformsForProgramAtIndex(std::size_t) {
+  for (const auto& [uniform, restore] : uniformStateRestorationBlocks) restore();
+}
+
+}  // namespace tavrel

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "GPUImage/Filters/TavrelGPUImageFilter.h"
+
+namespace tavrel {
+
+TAVREL_API extern const char* const kTavrelGPUImageTransformVertexShaderString;
+
+/// Draws the frame through a transform, in coordinates that run from -1 to 1 across the width and keep the frame's
+/// proportions. What the frame leaves free has the background colour.
+class TAVREL_API TavrelGPUImageTransformFilter : public TavrelGPUImageFilter {
+ public:
+  TavrelGPUImageTransformFilter();
+
+  /// The plane's part of `transform3D`.
+  AffineTransform affineTransform() const { return transform3D_.affine(); }
+  void setAffineTransform(const AffineTransform& newValue);
+  const Transform3D& transform3D() const { return transform3D_; }
+  void setTransform3D(const Transform3D& newValue);
+  /// With true the coordinates run from -1 to 1 in both directions.
+  bool ignoreAspectRatio() const { return ignoreAspectRatio_; }
+  void setIgnoreAspectRatio(bool newValue);
+  /// With true the frame's corner, not its centre, is the origin.
+  bool anchorTopLeft() const { return anchorTopLeft_; }
+  void setAnchorTopLeft(bool newValue);
+  const TavrelGPUMatrix4x4& orthographicMatrix() const { return orthographicMatrix_; }
+
+  void setupFilterForSize(Size filterFrameSize) override;
+  void newFrameReadyAtTime(MediaTime frameTime, Index atIndex) override;
+
+  /// The orthographic projection as the vertex shader takes it: multiplied from the right, its translation in elements 3,
+  /// 7 and 11.
+  void loadOrthoMatrix(TavrelGPUMatrix4x4& matrix, GLfloat left, GLfloat right, GLfloat bottom, GLfloat top,
+                       GLfloat near, GLfloat far) const;
+
+ private:
+  void applyOrthographicMatrix(GLfloat halfHeight);
+
+  Transform3D transform3D_;
+  bool ignoreAspectRatio_ = false;
+  bool anchorTopLeft_ = false;
+  TavrelGPUMatrix4x4 orthographicMatrix_{};
+  GLint transformMatrixUniform = -1;
+  GLint orthographicMatrixUniform = -1;
+};
+
+}  // namespace tavrel

@@ -1,0 +1,84 @@
+#include "GPUImage/Sources/TavrelGPUImageCVPixelBufferInput.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "GPUImage/TavrelGPUImageContext.h"
+#include "Platform/Foundation/FatalAssertion.h"
+
+namespace tavrel {
+
+TavrelGPUImageCVPixelBufferInput::~TavrelGPUImageCVPixelBufferInput() {
+  TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
+    TavrelGPUImageContext::useImageProcessingContext();
+    textureRef.reset();
+  });
+}
+
+bool TavrelGPUImageCVPixelBufferInput::processCVPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer,
+                                                            bool wait) {
+  return processCVPixelBuffer(pixelBuffer, MediaTime::indefinite(), wait);
+}
+
+bool TavrelGPUImageCVPixelBufferInput::processCVPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer,
+                                                            MediaTime frameTime, bool wait, std::function<void()>) {
+  if (wait) {
+    frameRenderingSemaphore->wait();
+  } else if (!frameRenderingSemaphore->tryWait()) {
+    return false;
+  }
+  if (pixelBuffer->pixelFormat() != PixelFormat::bgra32) {
+    fatalAssertion("<TavrelGPUImageCVPixelBufferInput: {}>: only kCVPixelFormatType_32BGRA is supported currently.",
+                   fmt::ptr(this));
+  }
+  pixelBuffer->lockBaseAddress(PixelBufferLock::readOnly);
+  TavrelRunAsynchronouslyOnVideoProcessingQueue([this, self = shared_from_this(), pixelBuffer, frameTime] {
+    deliver(pixelBuffer, frameTime);
+    pixelBuffer->unlockBaseAddress(PixelBufferLock::readOnly);
+    frameRenderingSemaphore->signal();
+  });
+  return true;
+}
+
+void TavrelGPUImageCVPixelBufferInput::deliver(const std::shared_ptr<PixelBuffer>& pixelBuffer, MediaTime frameTime) {
+  TavrelGPUImageContext::useImageProcessingContext();
+  const auto width = static_cast<GLsizei>(pixelBuffer->width());
+  const auto height = static_cast<GLsizei>(pixelBuffer->height());
+  TextureCache& textureCache = *TavrelGPUImageContext::sharedImageProcessingContext()->coreVideoTextureCache();
+
+  textureRef.reset();
+  auto texture = textureCache.createTextureFromPixelBuffer(pixelBuffer, GL_RGBA, width, height, GL_BGRA_EXT,
+                                                           GL_UNSIGNED_BYTE, 0);
+  if (!texture) {
+    fatalAssertion("CVOpenGLESTextureCacheCreateTextureFromImage error: {}", texture.error().code);
+  }
+  textureRef = *texture;
+  glActiveTexture(GL_TEXTURE4);
+  glBindTexture(GL_TEXTURE_2D, textureRef->name());
+  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+
+  const Size size = {static_cast<double>(width), static_cast<double>(height)};
+  // A consumer may still draw this frame on another queue when the caller already reuses the buffer.
+  auto owner = std::make_shared<std::pair<std::shared_ptr<PixelBuffer>, std::shared_ptr<TextureCacheTexture>>>(
+      pixelBuffer, textureRef);
+  outputFramebuffer = std::make_shared<TavrelGPUImageFramebuffer>(size, textureRef->name(), std::move(owner));
+  const std::shared_ptr<TavrelGPUImageInput> ignored = targetToIgnoreForUpdates();
+  for (std::size_t i = 0; i < targets_.size(); ++i) {
+    const std::shared_ptr<TavrelGPUImageInput> target = targets_[i];
+    const Index slot = targetTextureIndices_[i];
+    if (!target->enabled()) continue;
+    if (target == ignored) {
+      target->setInputFramebuffer(outputFramebuffer, slot);
+      continue;
+    }
+    target->setInputSize(size, slot);
+    target->setInputFramebuffer(outputFramebuffer, slot);
+    target->newFrameReadyAtTime(frameTime, slot);
+  }
+}
+
+}  // namespace tavrel

@@ -1,0 +1,144 @@
+#include "GPUImage/Sources/TavrelGPUImagePicture.h"
+
+#include <cmath>
+#include <utility>
+
+#include "GPUImage/Private/PictureLayout.h"
+#include "GPUImage/TavrelGPUImageContext.h"
+#include "GPUImage/TavrelGPUImageFramebufferCache.h"
+#include "Platform/Foundation/ConsoleLog.h"
+#include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Imaging/BitmapContext.h"
+#include "Platform/Imaging/ImageSource.h"
+
+namespace tavrel {
+namespace {
+
+/// The first picture in `data`; none, with the reason on the console, when there is none.
+std::shared_ptr<Image> decodedImage(const Expected<Data>& data) {
+  const auto image = data.and_then([](const Data& bytes) { return ImageSource::create(bytes); })
+                         .and_then([](const std::shared_ptr<ImageSource>& source) { return source->imageAtIndex(0); });
+  if (image) return *image;
+  ConsoleLog::write("{}", image.error().description);
+  return nullptr;
+}
+
+double nextPowerOfTwo(double length) { return std::pow(2.0, std::ceil(std::log2(length))); }
+
+std::vector<std::uint8_t> redrawn(const Image& image, Size textureSize) {
+  const auto width = static_cast<std::size_t>(textureSize.width);
+  const auto height = static_cast<std::size_t>(textureSize.height);
+  std::vector<std::uint8_t> pixels(width * height * 4);
+  const auto context =
+      BitmapContext::create(pixels.data(), width, height, 8, width * 4,
+                            kBitmapByteOrder32Little | static_cast<std::uint32_t>(AlphaInfo::premultipliedFirst));
+  if (context) context->drawImage(image, {{0, 0}, {static_cast<double>(width), static_cast<double>(height)}});
+  return pixels;
+}
+
+}  // namespace
+
+TavrelGPUImagePicture::TavrelGPUImagePicture(const std::filesystem::path& url)
+    : TavrelGPUImagePicture(decodedImage(readFile(url))) {}
+
+TavrelGPUImagePicture::TavrelGPUImagePicture(const Data& data) : TavrelGPUImagePicture(decodedImage(data)) {}
+
+TavrelGPUImagePicture::TavrelGPUImagePicture(const std::shared_ptr<Image>& image, bool smoothlyScaleOutput,
+                                             bool removePremultiplication) {
+  updateWithCGImage(image, smoothlyScaleOutput, removePremultiplication);
+}
+
+TavrelGPUImagePicture::~TavrelGPUImagePicture() { releaseTexture(); }
+
+void TavrelGPUImagePicture::releaseTexture() {
+  if (!outputFramebuffer) return;
+  outputFramebuffer->enableReferenceCounting();
+  outputFramebuffer->unlock();
+}
+
+void TavrelGPUImagePicture::updateWithCGImage(const std::shared_ptr<Image>& image, bool smoothlyScaleOutput,
+                                              bool shouldRemovePremultiplication) {
+  releaseTexture();
+  hasProcessedImage_ = false;
+  setShouldSmoothlyScaleOutput(smoothlyScaleOutput);
+  imageUpdateSemaphore = std::make_shared<DispatchSemaphore>(1);
+
+  if (!image || image->width() == 0 || image->height() == 0) {
+    fatalAssertion("Passed image must not be empty - it should be at least 1px tall and wide");
+  }
+  const Size imageSize = {static_cast<double>(image->width()), static_cast<double>(image->height())};
+  pixelSizeOfImage_ = TavrelGPUImageContext::sizeThatFitsWithinATextureForSize(imageSize);
+  Size textureSize = pixelSizeOfImage_;
+  // Mipmaps need powers of two.
+  if (smoothlyScaleOutput) textureSize = {nextPowerOfTwo(textureSize.width), nextPowerOfTwo(textureSize.height)};
+
+  const bool needsScaling = pixelSizeOfImage_ != imageSize || smoothlyScaleOutput;
+  const std::optional<PictureLayout> direct = needsScaling ? std::nullopt : directLayoutOf(*image);
+  const PictureLayout layout = direct.value_or(redrawnLayout());
+  std::vector<std::uint8_t> copy;
+  if (!direct) copy = redrawn(*image, textureSize);
+  if (shouldRemovePremultiplication && layout.isPremultiplied) {
+    if (direct) copy = image->dataProvider()->copyData();
+    removePremultiplication(copy, layout);
+  }
+  // Bytes that need no change are uploaded from where they are.
+  upload(textureSize, layout.format, copy.empty() ? image->dataProvider()->bytes().data() : copy.data());
+}
+
+void TavrelGPUImagePicture::upload(Size textureSize, GLenum format, const std::uint8_t* pixels) {
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    TavrelGPUImageContext::useImageProcessingContext();
+    outputFramebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(textureSize, true);
+    outputFramebuffer->disableReferenceCounting();
+    glBindTexture(GL_TEXTURE_2D, outputFramebuffer->texture());
+    if (shouldSmoothlyScaleOutput()) {
+      glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
+    }
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, static_cast<GLsizei>(textureSize.width),
+                 static_cast<GLsizei>(textureSize.height), 0, format, GL_UNSIGNED_BYTE, pixels);
+    if (shouldSmoothlyScaleOutput()) glGenerateMipmap(GL_TEXTURE_2D);
+    glBindTexture(GL_TEXTURE_2D, 0);
+  });
+}
+
+void TavrelGPUImagePicture::processImage() { processImageWithCompletionHandler({}); }
+
+bool TavrelGPUImagePicture::processImageWithCompletionHandler(std::function<void()> completion) {
+  hasProcessedImage_ = true;
+  if (!imageUpdateSemaphore->tryWait()) return false;
+  TavrelRunAsynchronouslyOnVideoProcessingQueue(
+      [this, self = shared_from_this(), semaphore = imageUpdateSemaphore, completion = std::move(completion)] {
+        for (std::size_t i = 0; i < targets_.size(); ++i) {
+          const std::shared_ptr<TavrelGPUImageInput> target = targets_[i];
+          const Index slot = targetTextureIndices_[i];
+          target->setCurrentlyReceivingMonochromeInput(false);
+          target->setInputSize(pixelSizeOfImage_, slot);
+          target->setInputFramebuffer(outputFramebuffer, slot);
+          target->newFrameReadyAtTime(MediaTime::indefinite(), slot);
+        }
+        semaphore->signal();
+        if (completion) completion();
+      });
+  return true;
+}
+
+void TavrelGPUImagePicture::processImageUpToFilter(const std::shared_ptr<TavrelGPUImageOutput>& finalFilter,
+                                                   std::function<void(std::shared_ptr<Image>)> block) {
+  finalFilter->useNextFrameForImageCapture();
+  processImageWithCompletionHandler(
+      [finalFilter, block = std::move(block)] { block(finalFilter->imageFromCurrentFramebuffer()); });
+}
+
+void TavrelGPUImagePicture::addTarget(const std::shared_ptr<TavrelGPUImageInput>& newTarget, Index atTextureLocation) {
+  TavrelGPUImageOutput::addTarget(newTarget, atTextureLocation);
+  if (!hasProcessedImage_) return;
+  newTarget->setInputSize(pixelSizeOfImage_, atTextureLocation);
+  newTarget->newFrameReadyAtTime(MediaTime::indefinite(), atTextureLocation);
+}
+
+void TavrelGPUImagePicture::removeAllTargets() {
+  TavrelGPUImageOutput::removeAllTargets();
+  hasProcessedImage_ = false;
+}
+
+}  // namespace tavrel

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <memory>
+
+#include "Platform/Foundation/Export.h"
+
+namespace tavrel {
+
+class SampleBuffer;
+
+/// What a source hands its sound to; the movie writer is one.
+class TAVREL_API TavrelGPUImageAudioTarget {
+ public:
+  virtual ~TavrelGPUImageAudioTarget() = default;
+
+  virtual bool hasAudioTrack() const = 0;
+  virtual void setHasAudioTrack(bool newValue) = 0;
+  /// Takes one buffer of sound. Any thread, one at a time.
+  virtual void processAudioBuffer(const std::shared_ptr<SampleBuffer>& audioBuffer) = 0;
+};
+
+}  // namespace tavrel

@@ -1,0 +1,244 @@
+#include "GPUImage/TavrelGPUImageContext.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <sstream>
+#include <utility>
+
+#include "GPUImage/Private/ForeignContextScope.h"
+#include "GPUImage/TavrelGLProgram.h"
+#include "GPUImage/TavrelGPUImageFramebufferCache.h"
+#include "Platform/Foundation/ConsoleLog.h"
+#include "Platform/Foundation/FatalAssertion.h"
+
+namespace tavrel {
+namespace {
+
+const void* openGLESContextQueueKey = nullptr;
+
+GLint deviceLimit(GLenum name) {
+  GLint limit = 0;
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    TavrelGPUImageContext::useImageProcessingContext();
+    glGetIntegerv(name, &limit);
+  });
+  return limit;
+}
+
+std::vector<std::string> readExtensionNames() {
+  std::string names;
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    TavrelGPUImageContext::useImageProcessingContext();
+    if (const GLubyte* list = glGetString(GL_EXTENSIONS)) names = reinterpret_cast<const char*>(list);
+  });
+  std::vector<std::string> extensions;
+  std::istringstream stream(names);
+  for (std::string name; std::getline(stream, name, ' ');) extensions.push_back(std::move(name));
+  return extensions;
+}
+
+}  // namespace
+
+TavrelGPUImageContext::TavrelGPUImageContext()
+    : contextQueue_(DispatchQueue::create("org.tavrel.TavrelGPUImage.openGLESContextQueue",
+                                          TavrelGPUImageDefaultQueueAttribute())) {
+  openGLESContextQueueKey = contextKey();
+  contextQueue_->setSpecific(contextKey(), this);
+}
+
+TavrelGPUImageContext::~TavrelGPUImageContext() {
+  framebufferCache_.reset();
+  const auto releaseObjects = [this] {
+    if (context_) useAsCurrentContext();  // programs and textures are deleted through it
+    currentShaderProgram_.reset();
+    shaderProgramCache.clear();
+    coreVideoTextureCache_.reset();
+    if (GLContext::current() == context_.get()) GLContext::clearCurrent();
+    context_.reset();
+  };
+  if (contextQueue_->isCurrent()) {
+    releaseObjects();
+  } else {
+    contextQueue_->sync(releaseObjects);
+  }
+  contextQueue_->setSpecific(contextKey(), nullptr);
+}
+
+const void* TavrelGPUImageContext::contextKey() { return &openGLESContextQueueKey; }
+
+const std::shared_ptr<TavrelGPUImageContext>& TavrelGPUImageContext::sharedImageProcessingContext() {
+  // Kept until the process ends; only its queue is wound up, so that no thread touches GL while statics are destroyed.
+  static const auto* shared = [] {
+    auto* created = new std::shared_ptr<TavrelGPUImageContext>(std::make_shared<TavrelGPUImageContext>());
+    DispatchQueue::global()->async([] { purgeFrameBufferCache(); });
+    std::atexit([] {
+      const std::shared_ptr<DispatchQueue>& queue = sharedContextQueue();
+      queue->async([] { GLContext::clearCurrent(); });
+      queue->shutDown();
+    });
+    return created;
+  }();
+  return *shared;
+}
+
+const std::shared_ptr<DispatchQueue>& TavrelGPUImageContext::sharedContextQueue() {
+  return sharedImageProcessingContext()->contextQueue();
+}
+
+const std::shared_ptr<TavrelGPUImageFramebufferCache>& TavrelGPUImageContext::sharedFramebufferCache() {
+  return sharedImageProcessingContext()->framebufferCache();
+}
+
+void TavrelGPUImageContext::useImageProcessingContext() { sharedImageProcessingContext()->useAsCurrentContext(); }
+
+void TavrelGPUImageContext::setActiveShaderProgram(const std::shared_ptr<TavrelGLProgram>& program) {
+  sharedImageProcessingContext()->setContextShaderProgram(program);
+}
+
+GLint TavrelGPUImageContext::maximumTextureSizeForThisDevice() {
+  static const GLint limit = deviceLimit(GL_MAX_TEXTURE_SIZE);
+  return limit;
+}
+
+GLint TavrelGPUImageContext::maximumTextureUnitsForThisDevice() {
+  static const GLint limit = deviceLimit(GL_MAX_TEXTURE_IMAGE_UNITS);
+  return limit;
+}
+
+GLint TavrelGPUImageContext::maximumVaryingVectorsForThisDevice() {
+  static const GLint limit = deviceLimit(GL_MAX_VARYING_VECTORS);
+  return limit;
+}
+
+bool TavrelGPUImageContext::deviceSupportsOpenGLESExtension(std::string_view extension) {
+  static const auto* extensions = new std::vector<std::string>(readExtensionNames());
+  return std::find(extensions->begin(), extensions->end(), extension) != extensions->end();
+}
+
+bool TavrelGPUImageContext::deviceSupportsRedTextures() {
+  static const bool supported = deviceSupportsOpenGLESExtension("GL_EXT_texture_rg");
+  return supported;
+}
+
+bool TavrelGPUImageContext::deviceSupportsFramebufferReads() {
+  static const bool supported = deviceSupportsOpenGLESExtension("GL_EXT_shader_framebuffer_fetch");
+  return supported;
+}
+
+Size TavrelGPUImageContext::sizeThatFitsWithinATextureForSize(Size size) {
+  return sizeThatFitsWithin(maximumTextureSizeForThisDevice(), size);
+}
+
+Size TavrelGPUImageContext::sizeThatFitsWithin(double maximum, Size size) {
+  if (size.width < maximum && size.height < maximum) return size;
+  if (size.width > size.height) return {maximum, (maximum / size.width) * size.height};
+  return {(maximum / size.height) * size.width, maximum};
+}
+
+bool TavrelGPUImageContext::supportsFastTextureUpload() { return TextureCache::isSupported(); }
+
+void TavrelGPUImageContext::purgeFrameBufferCache() {
+  sharedFramebufferCache()->purgeAllUnassignedFramebuffers();
+  DispatchQueue::main()->asyncAfter(std::chrono::seconds(1), [] { purgeFrameBufferCache(); });
+}
+
+void TavrelGPUImageContext::useAsCurrentContext() {
+  GLContext* const own = context().get();
+  if (GLContext::current() == own) return;
+  if (own->makeCurrent()) return;
+  borrowContext();
+}
+
+void TavrelGPUImageContext::borrowContext() {
+  ForeignContextScope* const scope = ForeignContextScope::innermost();
+  if (!scope) {
+    fatalAssertion("The GL context is current on another thread. Run GL work on the context's queue.");
+  }
+  scope->borrow(contextQueue_);
+  if (!context_->makeCurrent()) fatalAssertion("Unable to make the borrowed GL context current.");
+}
+
+void TavrelGPUImageContext::setContextShaderProgram(const std::shared_ptr<TavrelGLProgram>& program) {
+  useAsCurrentContext();
+  if (currentShaderProgram_ == program) return;
+  currentShaderProgram_ = program;
+  if (program) program->use();
+}
+
+void TavrelGPUImageContext::presentBufferForDisplay() { context()->presentRenderbuffer(); }
+
+std::shared_ptr<TavrelGLProgram> TavrelGPUImageContext::programForVertexShaderString(
+    std::string_view vertexShaderString, std::string_view fragmentShaderString) {
+  std::shared_ptr<TavrelGLProgram>& program =
+      shaderProgramCache[fmt::format("V: {} - F: {}", vertexShaderString, fragmentShaderString)];
+  if (!program) program = std::make_shared<TavrelGLProgram>(vertexShaderString, fragmentShaderString);
+  return program;
+}
+
+void TavrelGPUImageContext::useSharegroup(std::shared_ptr<GLSharegroup> sharegroup) {
+  const std::lock_guard lock(creationMutex_);
+  if (context_) {
+    fatalAssertion(
+        "Unable to use a share group when the context has already been created. Call this method before you use the "
+        "context for the first time.");
+  }
+  sharegroup_ = std::move(sharegroup);
+}
+
+std::shared_ptr<GLContext> TavrelGPUImageContext::createContext() {
+  auto created = GLContext::create(sharegroup_);
+  if (!created) {
+    ConsoleLog::write("{}", created.error().description);
+    fatalAssertion(
+        "Unable to create an OpenGL ES 2.0 context. The TavrelGPUImage framework requires OpenGL ES 2.0 support to "
+        "work.");
+  }
+  return *created;
+}
+
+const std::shared_ptr<GLContext>& TavrelGPUImageContext::context() {
+  // On the queue, where the new context is to be current.
+  if (!hasContext_) TavrelRunSynchronouslyOnContextQueue(*this, [this] { prepareContext(); });
+  return context_;
+}
+
+void TavrelGPUImageContext::prepareContext() {
+  {
+    const std::lock_guard lock(creationMutex_);
+    if (context_) return;
+    context_ = createContext();
+    hasContext_ = true;
+  }
+  useAsCurrentContext();
+  glDisable(GL_DEPTH_TEST);
+}
+
+const std::shared_ptr<TextureCache>& TavrelGPUImageContext::coreVideoTextureCache() {
+  const std::shared_ptr<GLContext>& cacheContext = context();
+  const std::lock_guard lock(creationMutex_);
+  if (!coreVideoTextureCache_) {
+    auto created =
+        TextureCache::create(cacheContext, [weakSelf = weak_from_this()](const std::function<void()>& block) {
+          const auto self = weakSelf.lock();
+          if (!self) return;
+          TavrelRunSynchronouslyOnContextQueue(*self, [&] {
+            self->useAsCurrentContext();
+            block();
+          });
+        });
+    if (!created) fatalAssertion("Error at CVOpenGLESTextureCacheCreate {}", created.error().code);
+    coreVideoTextureCache_ = *created;
+  }
+  return coreVideoTextureCache_;
+}
+
+const std::shared_ptr<TavrelGPUImageFramebufferCache>& TavrelGPUImageContext::framebufferCache() {
+  const std::lock_guard lock(creationMutex_);
+  if (!framebufferCache_) framebufferCache_ = std::make_shared<TavrelGPUImageFramebufferCache>();
+  return framebufferCache_;
+}
+
+}  // namespace tavrel

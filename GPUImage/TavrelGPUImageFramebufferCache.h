@@ -1,0 +1,56 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "GPUImage/TavrelGPUImageFramebuffer.h"
+#include "Platform/Dispatch/DispatchQueue.h"
+#include "Platform/Foundation/NotificationCenter.h"
+
+namespace tavrel {
+
+/// Idle framebuffers, kept by exact size and options, so that a running graph creates no GL objects. Any thread.
+class TAVREL_API TavrelGPUImageFramebufferCache {
+ public:
+  TavrelGPUImageFramebufferCache();
+  TavrelGPUImageFramebufferCache(const TavrelGPUImageFramebufferCache&) = delete;
+  TavrelGPUImageFramebufferCache& operator=(const TavrelGPUImageFramebufferCache&) = delete;
+  ~TavrelGPUImageFramebufferCache();
+
+  /// An idle framebuffer, the most recently returned first, or a new one; locked once.
+  std::shared_ptr<TavrelGPUImageFramebuffer> fetchFramebufferForSize(Size size,
+                                                                     const TavrelGPUTextureOptions& textureOptions,
+                                                                     bool onlyTexture);
+  /// The same with the default options.
+  std::shared_ptr<TavrelGPUImageFramebuffer> fetchFramebufferForSize(Size size, bool onlyTexture);
+  /// Clears the framebuffer's locks and, on the video-processing queue, makes it idle.
+  void returnFramebufferToCache(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer);
+  /// Forgets every idle framebuffer, on the video-processing queue. Also done on every memory warning.
+  void purgeAllUnassignedFramebuffers();
+
+  /// Keeps a framebuffer alive while an image made from its bytes exists.
+  void addFramebufferToActiveImageCaptureList(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer);
+  void removeFramebufferFromActiveImageCaptureList(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer);
+
+  /// The key under which framebuffers are shared, such as "1280.0x720.0-9729:9729:33071:33071:6408:32993:5121", with
+  /// "-NOFB" behind it for texture-only ones.
+  std::string hashForSize(Size size, const TavrelGPUTextureOptions& textureOptions, bool onlyTexture) const;
+
+ private:
+  using FramebufferMap = std::unordered_map<std::string, std::shared_ptr<TavrelGPUImageFramebuffer>>;
+
+  std::shared_ptr<TavrelGPUImageFramebuffer> takeIdleFramebuffer(const std::string& lookupKey);
+
+  // Guards the members below: a framebuffer that the movie writer's queue unlocks is returned there.
+  std::mutex mutex_;
+  FramebufferMap framebufferCache;
+  std::unordered_map<std::string, Index> framebufferTypeCounts;
+  std::vector<std::shared_ptr<TavrelGPUImageFramebuffer>> activeImageCaptureList;
+  NotificationCenter::ObserverToken memoryWarningObserver;
+  std::shared_ptr<DispatchQueue> framebufferCacheQueue;  // nothing is ever submitted to it
+};
+
+}  // namespace tavrel

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+
+namespace tavrel {
+
+/// How a consumer turns its input. The values are part of the interface.
+enum TavrelGPUImageRotationMode : std::uint64_t {
+  kTavrelGPUImageNoRotation = 0,
+  kTavrelGPUImageRotateLeft = 1,
+  kTavrelGPUImageRotateRight = 2,
+  kTavrelGPUImageFlipVertical = 3,
+  kTavrelGPUImageFlipHorizontal = 4,
+  kTavrelGPUImageRotateRightFlipVertical = 5,
+  kTavrelGPUImageRotateRightFlipHorizontal = 6,
+  kTavrelGPUImageRotate180 = 7,
+};
+
+/// True for the modes that make a landscape picture a portrait one.
+constexpr bool TavrelGPUImageRotationSwapsWidthAndHeight(TavrelGPUImageRotationMode rotation) {
+  return rotation == kTavrelGPUImageRotateLeft || rotation == kTavrelGPUImageRotateRight ||
+         rotation == kTavrelGPUImageRotateRightFlipVertical || rotation == kTavrelGPUImageRotateRightFlipHorizontal;
+}
+
+}  // namespace tavrel

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+
+namespace tavrel {
+
+/// Where the alpha of a pixel lies, as seen in a 32-bit word, and whether colours are multiplied by it.
+enum class AlphaInfo : std::uint32_t {
+  none = 0,
+  premultipliedLast = 1,
+  premultipliedFirst = 2,
+  last = 3,
+  first = 4,
+  noneSkipLast = 5,
+  noneSkipFirst = 6,
+  only = 7,
+};
+
+// A bitmap info is one byte order, one alpha info and, for real numbers, the float flag, or'ed together. Default means
+// big endian for 32-bit pixels: the bytes stand in memory in the order in which the alpha info names the components.
+inline constexpr std::uint32_t kBitmapAlphaInfoMask = 0x1F;
+inline constexpr std::uint32_t kBitmapFloatComponents = 0x100;
+inline constexpr std::uint32_t kBitmapByteOrderMask = 0x7000;
+inline constexpr std::uint32_t kBitmapByteOrderDefault = 0x0000;
+inline constexpr std::uint32_t kBitmapByteOrder16Little = 0x1000;
+inline constexpr std::uint32_t kBitmapByteOrder32Little = 0x2000;
+inline constexpr std::uint32_t kBitmapByteOrder16Big = 0x3000;
+inline constexpr std::uint32_t kBitmapByteOrder32Big = 0x4000;
+
+constexpr std::uint32_t bitmapInfo(std::uint32_t byteOrder, AlphaInfo alpha) {
+  return byteOrder | static_cast<std::uint32_t>(alpha);
+}
+
+/// B, G, R, A bytes in memory, colours multiplied by alpha.
+inline constexpr std::uint32_t kBitmapPremultipliedBGRA =
+    bitmapInfo(kBitmapByteOrder32Little, AlphaInfo::premultipliedFirst);
+/// B, G, R and a byte to skip.
+inline constexpr std::uint32_t kBitmapOpaqueBGRX = bitmapInfo(kBitmapByteOrder32Little, AlphaInfo::noneSkipFirst);
+
+}  // namespace tavrel

@@ -1,0 +1,81 @@
+#include "Platform/Imaging/Image.h"
+
+#include <libyuv/planar_functions.h>
+#include <libyuv/rotate_argb.h>
+
+#include <utility>
+
+#include "Platform/Imaging/Private/PixelConversion.h"
+
+namespace tavrel {
+namespace {
+
+libyuv::RotationMode rotationFor(ImageOrientation orientation) {
+  switch (orientation) {
+    case ImageOrientation::down:
+    case ImageOrientation::downMirrored:
+      return libyuv::kRotate180;
+    case ImageOrientation::left:
+    case ImageOrientation::leftMirrored:
+      return libyuv::kRotate270;
+    case ImageOrientation::right:
+    case ImageOrientation::rightMirrored:
+      return libyuv::kRotate90;
+    default:
+      return libyuv::kRotate0;
+  }
+}
+
+bool isMirrored(ImageOrientation orientation) {
+  return orientation >= ImageOrientation::upMirrored;
+}
+
+}  // namespace
+
+std::shared_ptr<Image> Image::create(std::size_t width, std::size_t height, std::size_t bitsPerComponent,
+                                     std::size_t bitsPerPixel, std::size_t bytesPerRow, std::uint32_t bitmapInfo,
+                                     std::shared_ptr<DataProvider> dataProvider) {
+  const std::size_t rowBytes = (width * bitsPerPixel + 7) / 8;
+  const std::size_t needed = width == 0 || height == 0 ? 0 : bytesPerRow * (height - 1) + rowBytes;
+  if (!dataProvider || bytesPerRow < rowBytes || dataProvider->bytes().size() < needed) return nullptr;
+  std::shared_ptr<Image> image(new Image);
+  image->width_ = width;
+  image->height_ = height;
+  image->bitsPerComponent_ = bitsPerComponent;
+  image->bitsPerPixel_ = bitsPerPixel;
+  image->bytesPerRow_ = bytesPerRow;
+  image->bitmapInfo_ = bitmapInfo;
+  image->dataProvider_ = std::move(dataProvider);
+  return image;
+}
+
+std::shared_ptr<Image> Image::withScaleAndOrientation(double scale, ImageOrientation orientation) const {
+  std::shared_ptr<Image> image(new Image(*this));
+  image->scale_ = scale;
+  image->orientation_ = orientation;
+  return image;
+}
+
+std::shared_ptr<Image> normalizedImage(const std::shared_ptr<Image>& image) {
+  if (image->orientation() == ImageOrientation::up) return image;
+  const Bitmap source = premultipliedBGRA(*image);
+  const int width = source.width;
+  const int height = source.height;
+  const libyuv::RotationMode rotation = rotationFor(image->orientation());
+  const bool isSideways = rotation == libyuv::kRotate90 || rotation == libyuv::kRotate270;
+
+  Bitmap turned(isSideways ? height : width, isSideways ? width : height);
+  if (isMirrored(image->orientation())) {
+    Bitmap mirrored(width, height);
+    libyuv::ARGBMirror(source.pixels.data(), source.bytesPerRow(), mirrored.pixels.data(), mirrored.bytesPerRow(),
+                       width, height);
+    libyuv::ARGBRotate(mirrored.pixels.data(), mirrored.bytesPerRow(), turned.pixels.data(), turned.bytesPerRow(),
+                       width, height, rotation);
+  } else {
+    libyuv::ARGBRotate(source.pixels.data(), source.bytesPerRow(), turned.pixels.data(), turned.bytesPerRow(), width,
+                       height, rotation);
+  }
+  return imageOf(std::move(turned), isOpaque(*image));
+}
+
+}  // namespace tavrel

@@ -1,0 +1,116 @@
+#include <fmt/format.h>
+#include <libexif/exif-data.h>
+#include <turbojpeg.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "Platform/Imaging/Private/Decoders.h"
+#include "Platform/Imaging/Private/PixelConversion.h"
+
+namespace tavrel {
+namespace {
+
+using Decompressor = std::unique_ptr<void, int (*)(tjhandle)>;
+
+Decompressor makeDecompressor() {
+  return {tjInitDecompress(), &tjDestroy};
+}
+
+struct JpegHeader {
+  int width = 0;
+  int height = 0;
+  int subsampling = 0;
+  int colorspace = 0;
+};
+
+bool readHeader(tjhandle decompressor, const Data& data, JpegHeader& header) {
+  return tjDecompressHeader3(decompressor, data.data(), data.size(), &header.width, &header.height, &header.subsampling,
+                             &header.colorspace) == 0;
+}
+
+/// EXIF's orientations 1 to 8: where the stored first row and column are seen.
+ImageOrientation orientationOf(const Data& data) {
+  static constexpr ImageOrientation kOrientations[] = {
+      ImageOrientation::up,
+      ImageOrientation::upMirrored,
+      ImageOrientation::down,
+      ImageOrientation::downMirrored,
+      ImageOrientation::leftMirrored,
+      ImageOrientation::right,
+      ImageOrientation::rightMirrored,
+      ImageOrientation::left,
+  };
+  const auto length = static_cast<unsigned>(std::min<std::size_t>(data.size(), 1U << 30));
+  const std::unique_ptr<ExifData, void (*)(ExifData*)> exif(exif_data_new_from_data(data.data(), length),
+                                                            &exif_data_unref);
+  if (!exif) return ImageOrientation::up;
+  const ExifEntry* const entry = exif_content_get_entry(exif->ifd[EXIF_IFD_0], EXIF_TAG_ORIENTATION);
+  if (!entry || entry->format != EXIF_FORMAT_SHORT || entry->size < 2) return ImageOrientation::up;
+  const ExifShort value = exif_get_short(entry->data, exif_data_get_byte_order(exif.get()));
+  return value >= 1 && value <= 8 ? kOrientations[value - 1] : ImageOrientation::up;
+}
+
+/// Inks to light. Programs store printing colours inverted, which libjpeg leaves as it is.
+Bitmap lightOfInks(const Data& inks, int width, int height) {
+  Bitmap bitmap(width, height);
+  for (std::size_t i = 0; i < inks.size(); i += 4) {
+    const int black = inks[i + 3];
+    for (std::size_t c = 0; c < 3; ++c) {
+      bitmap.pixels[i + 2 - c] = static_cast<std::uint8_t>(inks[i + c] * black / 255);
+    }
+    bitmap.pixels[i + 3] = 255;
+  }
+  return bitmap;
+}
+
+class JpegSource : public ImageSource {
+ public:
+  JpegSource(Data data, std::string name, const JpegHeader& header)
+      : data_(std::move(data)), name_(std::move(name)), header_(header) {
+    properties_.width = static_cast<std::size_t>(header.width);
+    properties_.height = static_cast<std::size_t>(header.height);
+    properties_.orientation = orientationOf(data_);
+  }
+
+  const char* type() const override { return "image/jpeg"; }
+
+  Expected<std::shared_ptr<Image>> imageAtIndex(std::size_t index) override {
+    if (index != 0) return imagingFailure(fmt::format("{} has no picture {}", name_, index));
+    const bool isPrinted = header_.colorspace == TJCS_CMYK || header_.colorspace == TJCS_YCCK;
+    const Decompressor decompressor = makeDecompressor();
+    Data pixels(properties_.width * properties_.height * 4);
+    if (tjDecompress2(decompressor.get(), data_.data(), data_.size(), pixels.data(), header_.width, 0, header_.height,
+                      isPrinted ? TJPF_CMYK : TJPF_BGRX, 0) != 0) {
+      return imagingFailure(fmt::format("{} is damaged: {}", name_, tjGetErrorStr2(decompressor.get())));
+    }
+    if (isPrinted) pixels = std::move(lightOfInks(pixels, header_.width, header_.height).pixels);
+    return Image::create(properties_.width, properties_.height, 8, 32, properties_.width * 4, kBitmapOpaqueBGRX,
+                         DataProvider::create(std::move(pixels)))
+        ->withScaleAndOrientation(1, properties_.orientation);
+  }
+
+  ImageProperties properties(std::size_t index) const override { return index == 0 ? properties_ : ImageProperties{}; }
+
+ private:
+  const Data data_;
+  const std::string name_;
+  const JpegHeader header_;
+  ImageProperties properties_;
+};
+
+}  // namespace
+
+Expected<std::shared_ptr<ImageSource>> createJpegSource(Data data, std::string name) {
+  const Decompressor decompressor = makeDecompressor();
+  JpegHeader header;
+  if (!decompressor || !readHeader(decompressor.get(), data, header)) {
+    return imagingFailure(fmt::format("{} is damaged: {}", name, tjGetErrorStr2(decompressor.get())));
+  }
+  const auto checked =
+      checkPictureSize(name, static_cast<std::size_t>(header.width), static_cast<std::size_t>(header.height));
+  if (!checked) return tl::unexpected(checked.error());
+  return std::make_shared<JpegSource>(std::move(data), std::move(name), header);
+}
+
+}  // namespace tavrel

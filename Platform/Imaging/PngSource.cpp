@@ -1,0 +1,77 @@
+#include <fmt/format.h>
+#include <png.h>
+
+#include <utility>
+
+#include "Platform/Imaging/Private/Decoders.h"
+#include "Platform/Imaging/Private/PixelConversion.h"
+
+namespace tavrel {
+namespace {
+
+/// libpng's reader of a whole picture from memory.
+class PngReader {
+ public:
+  PngReader() { image_.version = PNG_IMAGE_VERSION; }
+  PngReader(const PngReader&) = delete;
+  PngReader& operator=(const PngReader&) = delete;
+  ~PngReader() { png_image_free(&image_); }
+
+  bool begin(const Data& data) { return png_image_begin_read_from_memory(&image_, data.data(), data.size()) != 0; }
+  bool hasAlpha() const { return (image_.format & PNG_FORMAT_FLAG_ALPHA) != 0; }
+  std::size_t width() const { return image_.width; }
+  std::size_t height() const { return image_.height; }
+  /// Reads straight B, G, R, A.
+  bool finish(Data& pixels) {
+    image_.format = PNG_FORMAT_BGRA;
+    return png_image_finish_read(&image_, nullptr, pixels.data(), 0, nullptr) != 0;
+  }
+  /// Of a call that failed. Warnings do not make calls fail.
+  const char* message() const { return image_.message; }
+
+ private:
+  png_image image_{};
+};
+
+class PngSource : public ImageSource {
+ public:
+  PngSource(Data data, std::string name, std::size_t width, std::size_t height)
+      : data_(std::move(data)), name_(std::move(name)) {
+    properties_.width = width;
+    properties_.height = height;
+  }
+
+  const char* type() const override { return "image/png"; }
+
+  Expected<std::shared_ptr<Image>> imageAtIndex(std::size_t index) override {
+    if (index != 0) return imagingFailure(fmt::format("{} has no picture {}", name_, index));
+    PngReader reader;
+    if (!reader.begin(data_)) return imagingFailure(fmt::format("{} is damaged: {}", name_, reader.message()));
+    Data pixels(reader.width() * reader.height() * 4);
+    if (!reader.finish(pixels)) return imagingFailure(fmt::format("{} is damaged: {}", name_, reader.message()));
+    const AlphaInfo alpha = reader.hasAlpha() ? AlphaInfo::first : AlphaInfo::noneSkipFirst;
+    auto straight = Image::create(reader.width(), reader.height(), 8, 32, reader.width() * 4,
+                                  bitmapInfo(kBitmapByteOrder32Little, alpha), DataProvider::create(std::move(pixels)));
+    return reader.hasAlpha() ? imageOf(premultipliedBGRA(*straight), false) : straight;
+  }
+
+  ImageProperties properties(std::size_t index) const override { return index == 0 ? properties_ : ImageProperties{}; }
+
+ private:
+  const Data data_;
+  const std::string name_;
+  ImageProperties properties_;
+};
+
+}  // namespace
+
+Expected<std::shared_ptr<ImageSource>> createPngSource(Data data, std::string name) {
+  PngReader reader;
+  if (!reader.begin(data)) return imagingFailure(fmt::format("{} is damaged: {}", name, reader.message()));
+  if (const auto checked = checkPictureSize(name, reader.width(), reader.height()); !checked) {
+    return tl::unexpected(checked.error());
+  }
+  return std::make_shared<PngSource>(std::move(data), std::move(name), reader.width(), reader.height());
+}
+
+}  // namespace tavrel

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "Platform/Imaging/ImageSource.h"
+
+namespace tavrel {
+
+// One decoder for each format; `name` is what errors call the picture.
+Expected<std::shared_ptr<ImageSource>> createPngSource(Data data, std::string name);
+Expected<std::shared_ptr<ImageSource>> createJpegSource(Data data, std::string name);
+Expected<std::shared_ptr<ImageSource>> createGifSource(Data data, std::string name);
+
+/// An error of the domain "imaging".
+tl::unexpected<Error> imagingFailure(std::string description);
+/// Fails when a picture of this size has no pixels or too many.
+Expected<void> checkPictureSize(const std::string& name, std::size_t width, std::size_t height);
+
+}  // namespace tavrel

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "Platform/Foundation/Data.h"
+
+namespace tavrel {
+
+class Image;
+
+/// B, G, R, A pixels without padding; the form in which pictures are worked on here.
+struct Bitmap {
+  Bitmap(int bitmapWidth, int bitmapHeight)
+      : width(bitmapWidth),
+        height(bitmapHeight),
+        pixels(static_cast<std::size_t>(bitmapWidth) * static_cast<std::size_t>(bitmapHeight) * 4) {}
+
+  int bytesPerRow() const { return width * 4; }
+  std::uint8_t* row(int y) { return pixels.data() + static_cast<std::size_t>(y) * static_cast<std::size_t>(width) * 4; }
+
+  int width;
+  int height;
+  Data pixels;
+};
+
+/// True when no pixel of such an image can be transparent.
+bool isOpaque(const Image& image);
+
+/// The picture as premultiplied B, G, R, A, from any layout an image can have. Not turned.
+Bitmap premultipliedBGRA(const Image& image);
+
+/// The picture as straight R, G, B, A: colours divided by alpha, rounded. Not turned.
+Bitmap straightRGBA(const Image& image);
+
+/// An image that takes over the premultiplied B, G, R, A pixels; `opaque` says that alpha is to be skipped.
+std::shared_ptr<Image> imageOf(Bitmap bitmap, bool opaque);
+
+}  // namespace tavrel

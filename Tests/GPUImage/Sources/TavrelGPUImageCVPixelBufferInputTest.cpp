@@ -1,0 +1,104 @@
+#include <gtest/gtest.h>
+
+#include <future>
+#include <thread>
+
+#include "Support/GraphTestSupport.h"
+
+namespace tavrel {
+namespace {
+
+using test::RecordingTarget;
+
+/// Keeps the video-processing queue busy until it is destroyed.
+class BusyQueue {
+ public:
+  BusyQueue() {
+    TavrelRunAsynchronouslyOnVideoProcessingQueue([future = release_.get_future().share()] { future.wait(); });
+  }
+  ~BusyQueue() {
+    release_.set_value();
+    TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+  }
+
+ private:
+  std::promise<void> release_;
+};
+
+TEST(PixelBufferInput, FramesReachEnabledTargetsWithTheirTime) {
+  const auto input = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
+  const auto target = std::make_shared<RecordingTarget>();
+  const auto disabled = std::make_shared<RecordingTarget>();
+  const auto ignored = std::make_shared<RecordingTarget>();
+  disabled->isEnabled = false;
+  ignored->isIgnored = true;
+  for (const auto& each : {target, disabled, ignored}) {
+    input->addTarget(each);
+    each->events.clear();
+  }
+  const auto buffer = test::pixelBufferOf(test::distinctPicture(6, 2));
+  bool isCompletionCalled = false;
+  EXPECT_TRUE(input->processCVPixelBuffer(buffer, MediaTime::make(5, 30), true, [&] { isCompletionCalled = true; }));
+  EXPECT_TRUE(input->processCVPixelBuffer(buffer, true));
+  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+
+  EXPECT_EQ(target->names(),
+            (std::vector<std::string>{"size", "framebuffer", "frame", "size", "framebuffer", "frame"}));
+  EXPECT_EQ(target->events[0].size, (Size{6, 2}));
+  EXPECT_EQ(target->events[2].time, MediaTime::make(5, 30));
+  EXPECT_TRUE(target->events[5].time.isIndefinite());
+  EXPECT_TRUE(disabled->events.empty());
+  EXPECT_EQ(ignored->names(), (std::vector<std::string>{"framebuffer", "framebuffer"}));
+  EXPECT_FALSE(isCompletionCalled);
+}
+
+TEST(PixelBufferInput, OneFrameIsInFlight) {
+  const auto input = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
+  const auto target = std::make_shared<RecordingTarget>();
+  input->addTarget(target);
+  const auto buffer = test::pixelBufferOf(test::distinctPicture(4, 4));
+  std::thread waiting;
+  std::atomic<bool> isAccepted = false;
+  {
+    const BusyQueue busy;
+    EXPECT_TRUE(input->processCVPixelBuffer(buffer, false));
+    EXPECT_FALSE(input->processCVPixelBuffer(buffer, false));
+    waiting = std::thread([&] { isAccepted = input->processCVPixelBuffer(buffer, true); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(isAccepted);
+  }
+  waiting.join();
+  EXPECT_TRUE(isAccepted);
+  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+  EXPECT_EQ(target->count("frame"), 2);
+}
+
+TEST(PixelBufferInput, NewBytesInAReusedBufferAreShown) {
+  const auto input = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
+  const auto filter = std::make_shared<TavrelGPUImageFilter>();
+  input->addTarget(filter);
+  const auto buffer = test::pixelBufferOf(test::distinctPicture(3, 3));
+  for (int level = 0; level < 250; level += 50) {
+    buffer->lockBaseAddress(PixelBufferLock::readWrite);
+    std::fill_n(buffer->baseAddress(), buffer->bytesPerRow() * 3, static_cast<std::uint8_t>(level));
+    buffer->unlockBaseAddress(PixelBufferLock::readWrite);
+    filter->useNextFrameForImageCapture();
+    input->processCVPixelBuffer(buffer, MediaTime::make(level, 30), true);
+    const auto image = filter->newCGImageFromCurrentlyProcessedOutput();
+    ASSERT_NE(image, nullptr);
+    EXPECT_EQ(test::pictureOf(*image).at(2, 2), (test::Pixel{level, level, level, level}));
+  }
+}
+
+TEST(PixelBufferInputDeathTest, OtherFormatsStopTheProgram) {
+  EXPECT_DEATH(
+      {
+        const auto input = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
+        const auto buffer = PixelBuffer::create(16, 16, PixelFormat::biPlanar420VideoRange);
+        input->processCVPixelBuffer(buffer.value(), false);
+      },
+      "<TavrelGPUImageCVPixelBufferInput: 0x[0-9a-f]+>: only kCVPixelFormatType_32BGRA is supported currently.");
+}
+
+}  // namespace
+}  // namespace tavrel

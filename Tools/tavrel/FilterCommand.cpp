@@ -1,0 +1,58 @@
+#include "FilterCommand.h"
+
+#include "Report.h"
+
+namespace tavrel::tool {
+namespace {
+
+/// The graph keeps colours as they came, premultiplied; an image that was read back from plain textures says otherwise.
+std::shared_ptr<Image> markedPremultiplied(const std::shared_ptr<Image>& image) {
+  const auto alpha = static_cast<AlphaInfo>(image->bitmapInfo() & kBitmapAlphaInfoMask);
+  if (alpha != AlphaInfo::last) return image;
+  return Image::create(image->width(), image->height(), image->bitsPerComponent(), image->bitsPerPixel(),
+                       image->bytesPerRow(), static_cast<std::uint32_t>(AlphaInfo::premultipliedLast),
+                       image->dataProvider());
+}
+
+}  // namespace
+
+FilterCommand::FilterCommand(CLI::App& app)
+    : command_(app.add_subcommand("filter", "Send a picture through effects")), effects_(*command_) {
+  command_->add_option("INPUT", input_, "A PNG, JPEG or GIF picture")->required();
+  command_->add_option("OUTPUT", output_, "The picture to write: .png or .jpg")->required();
+  command_->add_option("--quality", quality_, "Of a JPEG, 0 to 1")->check(CLI::Range(0.0, 1.0))->capture_default_str();
+  command_->add_flag("--json", json_, "Print the result as JSON");
+}
+
+int FilterCommand::run() {
+  auto filters = effects_.makeFilters();
+  if (filters.empty()) filters.push_back(std::make_shared<TavrelGPUImageFilter>());
+
+  const auto image = ImageSource::createWithFile(input_).and_then(
+      [](const std::shared_ptr<ImageSource>& source) { return source->imageAtIndex(0); });
+  if (!image) return fail("{}", image.error().description);
+  const std::shared_ptr<Image> upright = normalizedImage(*image);
+
+  const auto picture = std::make_shared<TavrelGPUImagePicture>(upright);
+  if (picture->outputImageSize().width < static_cast<double>(upright->width())) {
+    say("{} is larger than the GPU's largest texture and was reduced to {:.0f}x{:.0f}", input_.string(),
+        picture->outputImageSize().width, picture->outputImageSize().height);
+  }
+  const auto last = chain(picture, filters);
+  last->useNextFrameForImageCapture();
+  picture->processImage();
+  const std::shared_ptr<Image> filtered = last->newCGImageFromCurrentlyProcessedOutput();
+  if (!filtered) return fail("the graph gave no picture");
+
+  const auto written = ImageDestination::write(markedPremultiplied(filtered), output_, quality_);
+  if (!written) return fail("{}", written.error().description);
+  if (json_) {
+    fmt::print("{{\"output\": {}, \"width\": {}, \"height\": {}}}\n", jsonString(output_.string()), filtered->width(),
+               filtered->height());
+  } else {
+    fmt::print("{} {}x{}\n", output_.string(), filtered->width(), filtered->height());
+  }
+  return kSuccess;
+}
+
+}  // namespace tavrel::tool

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+
+#include "EffectOptions.h"
+
+namespace tavrel::tool {
+
+/// `tavrel filter INPUT OUTPUT [EFFECTS]`: a picture through the graph.
+class FilterCommand {
+ public:
+  explicit FilterCommand(CLI::App& app);
+  bool isChosen() const { return command_->parsed(); }
+  /// The program's exit status.
+  int run();
+
+ private:
+  CLI::App* command_;
+  EffectOptions effects_;
+  std::filesystem::path input_;
+  std::filesystem::path output_;
+  double quality_ = 0.92;
+  bool json_ = false;
+};
+
+}  // namespace tavrel::tool

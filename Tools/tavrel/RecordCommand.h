@@ -1,0 +1,43 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "EffectOptions.h"
+
+namespace tavrel::tool {
+
+/// `tavrel record OUTPUT [options]`: camera and microphone through effects into a movie file.
+class RecordCommand {
+ public:
+  explicit RecordCommand(CLI::App& app);
+  bool isChosen() const { return command_->parsed(); }
+  /// The program's exit status.
+  int run();
+
+ private:
+  struct PictureSize {
+    int width = 0;
+    int height = 0;
+  };
+
+  PictureSize parsedSize() const;
+  void checkTimes() const;
+  std::string_view fileType() const;
+
+  CLI::App* command_;
+  EffectOptions effects_;
+  std::filesystem::path output_;
+  std::string camera_ = "front";
+  std::string microphone_ = "synthetic";
+  std::string size_ = "1280x720";
+  double framesPerSecond_ = 30;
+  std::optional<double> duration_;
+  std::optional<double> pauseAt_;
+  std::optional<double> resumeAt_;
+  bool json_ = false;
+};
+
+}  // namespace tavrel::tool

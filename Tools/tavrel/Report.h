@@ -1,0 +1,54 @@
+#pragma once
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace tavrel::tool {
+
+/// Exit statuses.
+inline constexpr int kSuccess = 0;
+inline constexpr int kFailure = 1;
+inline constexpr int kBadUsage = 2;
+
+/// Options that cannot be meant; the text says what would be right.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// One line for the person at the terminal.
+template <typename... Args>
+void say(fmt::format_string<Args...> format, Args&&... args) {
+  fmt::print(stderr, "tavrel: {}\n", fmt::format(format, std::forward<Args>(args)...));
+}
+
+/// Says why the command failed; the exit status.
+template <typename... Args>
+[[nodiscard]] int fail(fmt::format_string<Args...> format, Args&&... args) {
+  say(format, std::forward<Args>(args)...);
+  return kFailure;
+}
+
+/// A text as JSON writes it, quotes included.
+std::string jsonString(std::string_view text);
+
+/// A bar on standard error that follows the work; nothing when that is no terminal.
+class ProgressBar {
+ public:
+  /// `fraction` in 0…1.
+  void show(double fraction, std::string_view caption);
+  /// Removes the bar.
+  void clear();
+  ~ProgressBar() { clear(); }
+
+ private:
+  const bool isTerminal_ = isatty(STDERR_FILENO) != 0;
+  bool isShown_ = false;
+};
+
+}  // namespace tavrel::tool
