@@ -12,9 +12,8 @@ namespace tavrel {
 namespace {
 
 /// Demuxers that would take a text or a single picture for a movie.
-bool isNoMovie(std::string_view demuxer, StillPictures pictures) {
-  const bool isStill = demuxer == "image2" || demuxer.ends_with("_pipe");
-  return demuxer == "tty" || (isStill && pictures == StillPictures::refused);
+bool isNoMovie(std::string_view demuxer) {
+  return demuxer == "tty" || demuxer == "image2" || demuxer.ends_with("_pipe");
 }
 
 Expected<void> checkRegularFile(const std::filesystem::path& path) {
@@ -38,7 +37,7 @@ Error unreadableMovie(const std::filesystem::path& path, const std::string& reas
   return {"media", code == 0 ? -1 : code, fmt::format("{} is not a movie that can be read: {}", path.string(), reason)};
 }
 
-Expected<InputFormat> openMovieInput(const std::filesystem::path& path, StillPictures pictures) {
+Expected<InputFormat> openMovieInput(const std::filesystem::path& path) {
   if (auto regular = checkRegularFile(path); !regular) return tl::unexpected(regular.error());
   quietFFmpegLog();
   // The prefix keeps a colon in the name from being taken for a protocol; nothing but files is opened from inside
@@ -51,7 +50,7 @@ Expected<InputFormat> openMovieInput(const std::filesystem::path& path, StillPic
   av_dict_free(&options);
   if (result < 0) return tl::unexpected(unreadableMovie(path, ffmpegErrorText(result), result));
   InputFormat file(opened);
-  if (isNoMovie(file->iformat->name, pictures)) {
+  if (isNoMovie(file->iformat->name)) {
     return tl::unexpected(unreadableMovie(path, "it is a text or a picture", AVERROR_INVALIDDATA));
   }
   const int found = avformat_find_stream_info(file.get(), nullptr);

@@ -11,12 +11,8 @@ namespace tavrel {
 /// "FILE is not a movie that can be read: REASON"
 Error unreadableMovie(const std::filesystem::path& path, const std::string& reason, int code);
 
-/// What a file may hold besides movies and sound.
-enum class StillPictures { refused, accepted };
-
-/// Opens a regular file with libavformat and lets it look at the tracks. Texts are always refused.
-Expected<InputFormat> openMovieInput(const std::filesystem::path& path,
-                                     StillPictures pictures = StillPictures::refused);
+/// Opens a regular file with libavformat and lets it look at the tracks. Pictures and texts are refused.
+Expected<InputFormat> openMovieInput(const std::filesystem::path& path);
 
 /// What is taken off the file's time stamps, in microseconds, to make its time line begin at 0. Containers with edit
 /// lists already have theirs at 0.

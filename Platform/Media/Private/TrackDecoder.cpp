@@ -4,6 +4,8 @@
 #include <limits>
 #include <thread>
 
+#include "Platform/Media/Private/MovieInput.h"
+
 namespace tavrel {
 namespace {
 
@@ -19,9 +21,8 @@ bool isSane(std::int64_t time) {
 
 }  // namespace
 
-Expected<std::unique_ptr<TrackDecoder>> TrackDecoder::open(const std::filesystem::path& path, int trackID,
-                                                           StillPictures pictures) {
-  auto file = openMovieInput(path, pictures);
+Expected<std::unique_ptr<TrackDecoder>> TrackDecoder::open(const std::filesystem::path& path, int trackID) {
+  auto file = openMovieInput(path);
   if (!file) return tl::unexpected(file.error());
   if (trackID < 0 || static_cast<unsigned>(trackID) >= (*file)->nb_streams || !isPlayable(*(*file)->streams[trackID])) {
     return tl::unexpected(unreadableMovie(path, "the track is not there any more", AVERROR_STREAM_NOT_FOUND));

@@ -7,15 +7,13 @@
 
 #include "Platform/Foundation/Error.h"
 #include "Platform/Media/Private/FFmpegHandles.h"
-#include "Platform/Media/Private/MovieInput.h"
 
 namespace tavrel {
 
 /// Decodes one track of a file from its start, with its own reading position. One thread at a time.
 class TrackDecoder {
  public:
-  static Expected<std::unique_ptr<TrackDecoder>> open(const std::filesystem::path& path, int trackID,
-                                                      StillPictures pictures = StillPictures::refused);
+  static Expected<std::unique_ptr<TrackDecoder>> open(const std::filesystem::path& path, int trackID);
 
   /// The next decoded frame in order of presentation, valid until the next call; its `pts` is the time on the asset's
   /// time line in units of `timeBase()`, later than the frame's before, and `pkt_duration` is its length, 0 when
