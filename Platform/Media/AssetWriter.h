@@ -48,7 +48,8 @@ class TAVREL_API AssetWriter {
   /// Why the status is failed, or why `addInput` answered false last.
   std::optional<Error> error() const;
 
-  /// How much time a fragment spans, and so how much an end by force can lose; 1 s at first. Before writing starts.
+  /// How much time a fragment spans, and so how much an end by force can lose; 1 s at first, 0.1 s to 10 s. Before
+  /// writing starts.
   void setMovieFragmentInterval(MediaTime interval);
   MediaTime movieFragmentInterval() const;
   /// Written into the file's header. Before writing starts.

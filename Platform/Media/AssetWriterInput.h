@@ -21,10 +21,10 @@ class InputPipeline;
 /// One track of an `AssetWriter`: takes samples, encodes them on a thread of its own.
 ///
 /// Nothing is dropped inside: what `append` accepted is encoded. At most a few pictures, or about a second of sound,
-/// wait for the encoder; `isReadyForMoreMediaData` is false while no more fits, and never true before the session
-/// starts or after the end. Pictures must come with strictly increasing times. Sound may come in pieces that do not
+/// wait for the encoder; `isReadyForMoreMediaData` is false while no more fits, before writing starts and after
+/// the end. Pictures must come with strictly increasing times. Sound may come in pieces that do not
 /// quite meet: a piece that overlaps what was written loses the overlap, a gap of more than 5 ms is filled with
-/// silence, and smaller deviations are absorbed without adding up. Any thread.
+/// silence, and smaller deviations are absorbed without adding up. AAC's first 20 ms fade in. Any thread.
 class TAVREL_API AssetWriterInput {
  public:
   /// Without settings samples are stored as they come: PCM (QuickTime and Matroska) or packets of one codec.
@@ -37,15 +37,18 @@ class TAVREL_API AssetWriterInput {
 
   MediaType mediaType() const;
 
-  /// True chooses an encoder setting that keeps up with a camera: on two 2020s cores 1280×720 at 60 frames a second;
-  /// false one that makes smaller files. Before writing starts.
+  /// True chooses an encoder setting without delay that keeps up with a camera beside the drawing: libx264's
+  /// "superfast" takes 13 ms of one server core for a 1280×720 picture ("ultrafast" 7 ms and half as much again of file
+  /// size, "veryfast" 18 ms and half the size). False chooses a better one ("faster", 33 ms). kVideoPresetKey overrides
+  /// both. Before writing starts.
   bool expectsMediaDataInRealTime() const;
   void setExpectsMediaDataInRealTime(bool expects);
-  /// How players turn the pictures. Before writing starts.
+  /// How players turn the pictures (QuickTime and MP4; Matroska has no place for it). Before writing starts.
   AffineTransform transform() const;
   void setTransform(const AffineTransform& transform);
   /// Units in a second of the track's time stamps; 0 chooses by the first sample: its own timescale, multiplied to at
-  /// least 600, or 1000000 where it is finer than that. Before writing starts.
+  /// least 600, or 1000000 where it is finer than that; 720000 when no picture came in the first 0.2 s. Matroska always
+  /// counts milliseconds. Before writing starts.
   std::int32_t mediaTimeScale() const;
   void setMediaTimeScale(std::int32_t timescale);
   /// The size that is encoded: the asked one, rounded up to even numbers (the edge is repeated). Zero for sound and
@@ -62,7 +65,9 @@ class TAVREL_API AssetWriterInput {
   void markAsFinished();
 
   /// Calls `block` on `queue` whenever the input is or becomes ready, again and again while it stays so, until the
-  /// input is marked finished or the writer ends. The block should append until the input is not ready.
+  /// input is marked finished or the writer ends. The block should append until the input is not ready. Unless it works
+  /// in real time, an input that is asked so waits while it is more than a second ahead of another one that is asked
+  /// and delivers.
   void requestMediaDataWhenReady(const std::shared_ptr<DispatchQueue>& queue, std::function<void()> block);
   /// Waits until the input is ready, has been marked finished or the writer has ended, `timeout` at most. On the main
   /// thread the main queue's blocks run meanwhile. Returns whether the input is ready.

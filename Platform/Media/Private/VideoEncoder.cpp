@@ -40,7 +40,7 @@ void setSoftwareOptions(AVDictionary*& options, const VideoEncoder::Options& wan
 }
 
 void setX264Options(AVDictionary*& options, const VideoEncoder::Options& wanted) {
-  setSoftwareOptions(options, wanted, "superfast", "medium");
+  setSoftwareOptions(options, wanted, "superfast", "faster");
   // A bit rate is kept by the frames' own times; otherwise those need not be told to the encoder, which would announce
   // a frame rate of 1/timescale. Looking far ahead would keep what was recorded out of the file.
   std::string parameters = wanted.settings.averageBitRate ? "force-cfr=0" : "force-cfr=1";

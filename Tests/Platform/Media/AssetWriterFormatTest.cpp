@@ -132,8 +132,9 @@ TEST(AssetWriterFormat, OtherSizesAndLayoutsAreConverted) {
   ASSERT_TRUE(maker.addPicture(solidPicture(200, 100, 255, 0, 0), MediaTime::make(1, 30)));
   ASSERT_TRUE(maker.addPicture(solidPicture(64, 48, 255, 0, 0), MediaTime::make(2, 30)));
   ASSERT_TRUE(maker.writer->finishWriting());
-  const auto turnedProbe = MovieProbe::open(folder / "movie.mov");
-  for (const auto& center : turnedProbe.video->centers) {
+  const auto probe = MovieProbe::open(folder / "movie.mov");
+  ASSERT_EQ(probe.video->centers.size(), 3U);
+  for (const auto& center : probe.video->centers) {
     EXPECT_NEAR(center[0], 41, 3);
     EXPECT_NEAR(center[1], 240, 3);
     EXPECT_NEAR(center[2], 110, 3);
@@ -202,7 +203,10 @@ TEST(AssetWriterFormat, HEVCBitRateAndKeyframes) {
     return MovieProbe::open(folder / name);
   };
   EXPECT_EQ(record("hevc.mp4", hevc, 128, 96).video->codec, "hevc");
-  EXPECT_NEAR(record("rated.mp4", rated, 320, 240).duration, 2, 0.01);
+  const auto probe = record("rated.mp4", rated, 320, 240);
+  EXPECT_NEAR(probe.duration, 2, 0.01);
+  ASSERT_EQ(probe.video->keyframes.size(), 120U);
+  for (std::size_t i = 0; i < 120; i += 5) EXPECT_TRUE(probe.video->keyframes[i]) << i;
   // Two seconds of noise, at 60 frames a second, would take megabytes at constant quality.
   EXPECT_LT(std::filesystem::file_size(folder / "rated.mp4"), 400'000U);
 }

@@ -139,6 +139,7 @@ MovieProbe MovieProbe::open(const std::filesystem::path& path, bool keepLuma) {
     const auto index = static_cast<std::size_t>(packet->stream_index);
     if (opened->streams[index]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) {
       probe.video->packetDurations.push_back(packet->duration);
+      probe.video->keyframes.push_back((packet->flags & AV_PKT_FLAG_KEY) != 0);
     }
     decode(packet.get(), index);
     av_packet_unref(packet.get());

@@ -22,6 +22,7 @@ struct MovieProbe {
     std::vector<std::array<int, 3>> centers;      ///< Y, Cb, Cr in the middle of each frame
     std::vector<std::vector<std::uint8_t>> luma;  ///< the Y plane of each frame, packed
     std::vector<std::int64_t> packetDurations;
+    std::vector<bool> keyframes;  ///< of the packets
     std::optional<std::array<std::int32_t, 9>> displayMatrix;
     double seconds(std::size_t frame) const { return static_cast<double>(times[frame]) / timescale; }
   };
