@@ -20,15 +20,26 @@ namespace tavrel {
 namespace {
 
 // Odd, so that padded rows are part of the test.
-constexpr int kTestWidth = 37;
-constexpr int kTestHeight = 5;
+constexpr std::size_t kTestWidth = 37;
+constexpr std::size_t kTestHeight = 5;
 
 using Pixel = std::array<std::uint8_t, 4>;
 
 /// A colour of its own for each pixel, without 0 and 255, which forgotten memory tends to hold.
-Pixel testColour(int x, int y) {
+Pixel testColour(std::size_t x, std::size_t y) {
   return {static_cast<std::uint8_t>(20 + x * 5), static_cast<std::uint8_t>(30 + y * 40),
           static_cast<std::uint8_t>(100 + x + y), static_cast<std::uint8_t>(200 - x)};
+}
+
+template <typename Function>
+void forEachTestPixel(Function function) {
+  for (std::size_t y = 0; y < kTestHeight; ++y) {
+    for (std::size_t x = 0; x < kTestWidth; ++x) function(x, y);
+  }
+}
+
+std::uint8_t* pixelOf(DmaBuf& buffer, std::size_t x, std::size_t y) {
+  return buffer.bytes() + y * buffer.bytesPerRow() + x * 4;
 }
 
 bool switchedOff() {
@@ -144,50 +155,43 @@ bool DmaBufDevice::passesSelfTest() const {
   return passed && isReadFast();
 }
 
-bool DmaBufDevice::showsWhatTheCPUWrites(DmaBuf& buffer) const {
+bool DmaBufDevice::showsWhatTheCPUWrites(DmaBuf& buffer) {
   buffer.beginAccess();
-  for (int y = 0; y < kTestHeight; ++y) {
-    for (int x = 0; x < kTestWidth; ++x) {
-      const Pixel colour = testColour(x, y);
-      std::memcpy(buffer.bytes() + static_cast<std::size_t>(y) * buffer.bytesPerRow() + x * 4, colour.data(), 4);
-    }
-  }
+  forEachTestPixel([&](std::size_t x, std::size_t y) {
+    const Pixel bgra = testColour(x, y);
+    std::memcpy(pixelOf(buffer, x, y), bgra.data(), bgra.size());
+  });
   buffer.endAccess();
-  std::vector<Pixel> rgba(static_cast<std::size_t>(kTestWidth) * kTestHeight);
+
+  std::vector<Pixel> rgba(kTestWidth * kTestHeight);
   glReadPixels(0, 0, kTestWidth, kTestHeight, GL_RGBA, GL_UNSIGNED_BYTE, rgba.data());
-  for (int y = 0; y < kTestHeight; ++y) {
-    for (int x = 0; x < kTestWidth; ++x) {
-      const Pixel bgra = testColour(x, y);
-      const Pixel expected = {bgra[2], bgra[1], bgra[0], bgra[3]};
-      if (rgba[static_cast<std::size_t>(y * kTestWidth + x)] != expected) return false;
-    }
-  }
-  return true;
+  bool same = true;
+  forEachTestPixel([&](std::size_t x, std::size_t y) {
+    const Pixel bgra = testColour(x, y);
+    same = same && rgba[y * kTestWidth + x] == Pixel{bgra[2], bgra[1], bgra[0], bgra[3]};
+  });
+  return same;
 }
 
-bool DmaBufDevice::showsWhatTheGPUDraws(DmaBuf& buffer) const {
-  const auto drawn = [](int x, int y) { return testColour(kTestWidth - 1 - x, kTestHeight - 1 - y); };
+bool DmaBufDevice::showsWhatTheGPUDraws(DmaBuf& buffer) {
+  const auto drawn = [](std::size_t x, std::size_t y) { return testColour(kTestWidth - 1 - x, kTestHeight - 1 - y); };
   glEnable(GL_SCISSOR_TEST);
-  for (int y = 0; y < kTestHeight; ++y) {
-    for (int x = 0; x < kTestWidth; ++x) {
-      const Pixel bgra = drawn(x, y);
-      const auto channel = [&](std::size_t index) { return static_cast<float>(bgra[index]) / 255.0F; };
-      glScissor(x, y, 1, 1);
-      glClearColor(channel(2), channel(1), channel(0), channel(3));
-      glClear(GL_COLOR_BUFFER_BIT);
-    }
-  }
+  forEachTestPixel([&](std::size_t x, std::size_t y) {
+    const Pixel bgra = drawn(x, y);
+    const auto channel = [&](std::size_t index) { return static_cast<float>(bgra[index]) / 255.0F; };
+    glScissor(static_cast<GLint>(x), static_cast<GLint>(y), 1, 1);
+    glClearColor(channel(2), channel(1), channel(0), channel(3));
+    glClear(GL_COLOR_BUFFER_BIT);
+  });
   glDisable(GL_SCISSOR_TEST);
   glFinish();
+
   buffer.beginAccess();
   bool same = true;
-  for (int y = 0; y < kTestHeight; ++y) {
-    for (int x = 0; x < kTestWidth; ++x) {
-      const Pixel expected = drawn(x, y);
-      const auto* found = buffer.bytes() + static_cast<std::size_t>(y) * buffer.bytesPerRow() + x * 4;
-      same = same && std::memcmp(found, expected.data(), 4) == 0;
-    }
-  }
+  forEachTestPixel([&](std::size_t x, std::size_t y) {
+    const Pixel bgra = drawn(x, y);
+    same = same && std::memcmp(pixelOf(buffer, x, y), bgra.data(), bgra.size()) == 0;
+  });
   buffer.endAccess();
   return same;
 }

@@ -29,8 +29,8 @@ class DmaBufDevice {
  private:
   bool open();
   bool passesSelfTest() const;
-  bool showsWhatTheCPUWrites(DmaBuf& buffer) const;
-  bool showsWhatTheGPUDraws(DmaBuf& buffer) const;
+  static bool showsWhatTheCPUWrites(DmaBuf& buffer);
+  static bool showsWhatTheGPUDraws(DmaBuf& buffer);
   bool isReadFast() const;
 
   EGLDisplay display_ = EGL_NO_DISPLAY;
