@@ -10,10 +10,14 @@ int main(int argc, char** argv) {
   CLI::App app("Record, filter and look through the camera.", "tavrel");
   app.set_version_flag("--version", TavrelCaptureBaseVersionString);
   app.require_subcommand(1);
+  bool isVerbose = false;
+  app.add_flag("--verbose", isVerbose, "Show the library's own messages");
   tavrel::tool::FilterCommand filter(app);
   tavrel::tool::RecordCommand record(app);
   try {
     app.parse(argc, argv);
+    // What matters to a person is said by the commands themselves.
+    if (!isVerbose) tavrel::ConsoleLog::setSink([](std::string_view) {});
     if (filter.isChosen()) return filter.run();
     return record.run();
   } catch (const CLI::ParseError& error) {

@@ -50,8 +50,10 @@ Observation observe(const std::string& movie) {
     const bool isFlash = SyntheticScene::isFlash(buffer->baseAddress(), buffer->bytesPerRow(), width, height);
     buffer->unlockBaseAddress(PixelBufferLock::readOnly);
     seen.frameTimes.push_back(time);
+    // A flash whose first frame a busy machine dropped says nothing about when it began.
+    const bool isConsecutive = !seen.counters.empty() && counter == seen.counters.back() + 1;
     seen.counters.push_back(counter.value_or(0xFFFFFFFF));
-    if (isFlash && !wasFlash) seen.flashes.push_back(time);
+    if (isFlash && !wasFlash && isConsecutive) seen.flashes.push_back(time);
     wasFlash = isFlash;
   });
   std::vector<float> sound;
@@ -100,7 +102,7 @@ TEST_F(RecordCommandTest, TheMovieIsWhatWasAskedFor) {
   for (std::size_t i = 0; i < seen.frameTimes.size(); ++i) {
     EXPECT_NEAR(seen.frameTimes[i], (seen.counters[i] - seen.counters[0]) / 25.0, 2e-6);
   }
-  EXPECT_GE(seen.flashes.size(), 2U);
+  EXPECT_GE(seen.flashes.size(), 1U);
   expectTogether(seen);
   EXPECT_NEAR(seen.soundLength, 3, 0.1);
 }
@@ -121,7 +123,7 @@ TEST_F(RecordCommandTest, APauseLeavesNoTraceInEitherTrack) {
     }
     EXPECT_GT(seen.frameTimes[i], seen.frameTimes[i - 1]);
   }
-  EXPECT_GE(seen.flashes.size(), 3U);
+  EXPECT_GE(seen.flashes.size(), 2U);
   expectTogether(seen);
 }
 
