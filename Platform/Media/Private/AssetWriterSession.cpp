@@ -200,6 +200,8 @@ void AssetWriterSession::cancel() {
 
 void AssetWriterSession::close() {
   finishAndWait();
+  // The control thread may still be about to let go of this object: it ends here, not some time later on itself.
+  if (!control_->isCurrent()) control_->shutDown();
 }
 
 }  // namespace tavrel
