@@ -94,7 +94,9 @@ bool TavrelGLProgram::link() {
   return true;
 }
 
-void TavrelGLProgram::use() const { glUseProgram(program_); }
+void TavrelGLProgram::use() const {
+  glUseProgram(program_);
+}
 
 void TavrelGLProgram::validate() {
   glValidateProgram(program_);

@@ -14,12 +14,12 @@ namespace tavrel {
 
 /// One OpenGL ES 2.0 program made of one vertex and one fragment shader.
 ///
-/// Created (shaders compiled and attached) → attributes added → linked (`initialized`). A failed link changes nothing and
-/// may be tried again. Not thread-safe: every operation runs with a GL context current, on the queue that owns it.
+/// Created (shaders compiled and attached) → attributes added → linked (`initialized`). A failed link changes nothing
+/// and may be tried again. Not thread-safe: every operation runs with a GL context current, on the queue that owns it.
 class TAVREL_API TavrelGLProgram {
  public:
-  /// Compiles both sources. Never fails: faults are written to the console and to the logs below, and `link` returns false
-  /// later. A view without data (`std::string_view{}`) stands for a missing source.
+  /// Compiles both sources. Never fails: faults are written to the console and to the logs below, and `link` returns
+  /// false later. A view without data (`std::string_view{}`) stands for a missing source.
   TavrelGLProgram(std::string_view vertexShaderString, std::string_view fragmentShaderString);
   /// The same with the fragment source read from a file with extension "fsh". A relative name without one is looked for
   /// in the working directory, then beside the program. A file that cannot be read counts as a missing source.

@@ -67,7 +67,9 @@ TavrelGPUImageContext::~TavrelGPUImageContext() {
   contextQueue_->setSpecific(contextKey(), nullptr);
 }
 
-const void* TavrelGPUImageContext::contextKey() { return &openGLESContextQueueKey; }
+const void* TavrelGPUImageContext::contextKey() {
+  return &openGLESContextQueueKey;
+}
 
 const std::shared_ptr<TavrelGPUImageContext>& TavrelGPUImageContext::sharedImageProcessingContext() {
   // Kept until the process ends; only its queue is wound up, so that no thread touches GL while statics are destroyed.
@@ -92,7 +94,9 @@ const std::shared_ptr<TavrelGPUImageFramebufferCache>& TavrelGPUImageContext::sh
   return sharedImageProcessingContext()->framebufferCache();
 }
 
-void TavrelGPUImageContext::useImageProcessingContext() { sharedImageProcessingContext()->useAsCurrentContext(); }
+void TavrelGPUImageContext::useImageProcessingContext() {
+  sharedImageProcessingContext()->useAsCurrentContext();
+}
 
 void TavrelGPUImageContext::setActiveShaderProgram(const std::shared_ptr<TavrelGLProgram>& program) {
   sharedImageProcessingContext()->setContextShaderProgram(program);
@@ -138,7 +142,9 @@ Size TavrelGPUImageContext::sizeThatFitsWithin(double maximum, Size size) {
   return {(maximum / size.height) * size.width, maximum};
 }
 
-bool TavrelGPUImageContext::supportsFastTextureUpload() { return TextureCache::isSupported(); }
+bool TavrelGPUImageContext::supportsFastTextureUpload() {
+  return TextureCache::isSupported();
+}
 
 void TavrelGPUImageContext::purgeFrameBufferCache() {
   sharedFramebufferCache()->purgeAllUnassignedFramebuffers();
@@ -168,7 +174,9 @@ void TavrelGPUImageContext::setContextShaderProgram(const std::shared_ptr<Tavrel
   if (program) program->use();
 }
 
-void TavrelGPUImageContext::presentBufferForDisplay() { context()->presentRenderbuffer(); }
+void TavrelGPUImageContext::presentBufferForDisplay() {
+  context()->presentRenderbuffer();
+}
 
 std::shared_ptr<TavrelGLProgram> TavrelGPUImageContext::programForVertexShaderString(
     std::string_view vertexShaderString, std::string_view fragmentShaderString) {

@@ -23,11 +23,12 @@ namespace tavrel {
 class TavrelGLProgram;
 class TavrelGPUImageFramebufferCache;
 
-/// The place where the library's OpenGL ES 2.0 context lives: the context, the serial queue on which all of its GL calls
-/// run, its shader programs and its texture and framebuffer caches.
+/// The place where the library's OpenGL ES 2.0 context lives: the context, the serial queue on which all of its GL
+/// calls run, its shader programs and its texture and framebuffer caches.
 ///
-/// One shared instance serves the filter graph. Further instances, such as the movie writer's, share GL objects with it through
-/// a sharegroup. Made by `std::make_shared`. Operations are called on the context's queue unless they say *any thread*.
+/// One shared instance serves the filter graph. Further instances, such as the movie writer's, share GL objects with it
+/// through a sharegroup. Made by `std::make_shared`. Operations are called on the context's queue unless they say *any
+/// thread*.
 class TAVREL_API TavrelGPUImageContext : public std::enable_shared_from_this<TavrelGPUImageContext> {
  public:
   TavrelGPUImageContext();
@@ -68,9 +69,9 @@ class TAVREL_API TavrelGPUImageContext : public std::enable_shared_from_this<Tav
   /// thread.
   static void purgeFrameBufferCache();
 
-  /// Makes this context current on the calling thread, unless it is already. Inside a block that runs on another context's
-  /// queue the context is borrowed from its own thread and goes back when that block ends. On a thread of no context queue
-  /// this stops the program when the context is current elsewhere.
+  /// Makes this context current on the calling thread, unless it is already. Inside a block that runs on another
+  /// context's queue the context is borrowed from its own thread and goes back when that block ends. On a thread of no
+  /// context queue this stops the program when the context is current elsewhere.
   void useAsCurrentContext();
   /// Makes the context current and `program` its program; GL is called only when it is another one than before.
   void setContextShaderProgram(const std::shared_ptr<TavrelGLProgram>& program);
@@ -95,9 +96,7 @@ class TAVREL_API TavrelGPUImageContext : public std::enable_shared_from_this<Tav
   /// Any thread.
   const std::shared_ptr<DispatchQueue>& contextQueue() const { return contextQueue_; }
   const std::shared_ptr<TavrelGLProgram>& currentShaderProgram() const { return currentShaderProgram_; }
-  void setCurrentShaderProgram(std::shared_ptr<TavrelGLProgram> program) {
-    currentShaderProgram_ = std::move(program);
-  }
+  void setCurrentShaderProgram(std::shared_ptr<TavrelGLProgram> program) { currentShaderProgram_ = std::move(program); }
 
  private:
   void prepareContext();
@@ -124,8 +123,10 @@ TAVREL_API void TavrelRunOnMainQueueWithoutDeadlocking(const std::function<void(
 
 /// Runs `block` on the context's queue and returns after it. On *any* context's queue already, it runs inline, on that
 /// queue: nested submissions cannot deadlock. Any thread.
-TAVREL_API void TavrelRunSynchronouslyOnContextQueue(TavrelGPUImageContext& context, const std::function<void()>& block);
-/// Submits `block` to the context's queue. On any context's queue already, it runs inline, before this returns. Any thread.
+TAVREL_API void TavrelRunSynchronouslyOnContextQueue(TavrelGPUImageContext& context,
+                                                     const std::function<void()>& block);
+/// Submits `block` to the context's queue. On any context's queue already, it runs inline, before this returns. Any
+/// thread.
 TAVREL_API void TavrelRunAsynchronouslyOnContextQueue(TavrelGPUImageContext& context, std::function<void()> block);
 /// The same two for the queue of the shared context, the *video-processing queue*.
 TAVREL_API void TavrelRunSynchronouslyOnVideoProcessingQueue(const std::function<void()>& block);

@@ -35,7 +35,9 @@ TavrelGPUImageFramebuffer::TavrelGPUImageFramebuffer(Size size, GLuint overridde
       texture_(overriddenTexture),
       referenceCountingDisabled_(true) {}
 
-TavrelGPUImageFramebuffer::~TavrelGPUImageFramebuffer() { destroyFramebuffer(); }
+TavrelGPUImageFramebuffer::~TavrelGPUImageFramebuffer() {
+  destroyFramebuffer();
+}
 
 void TavrelGPUImageFramebuffer::generateTexture() {
   glActiveTexture(GL_TEXTURE1);
@@ -77,9 +79,9 @@ void TavrelGPUImageFramebuffer::generateRenderTarget() {
   }
   renderTarget_ = *target;
 
-  auto view = textureCache.createTextureFromPixelBuffer(renderTarget_,
-                                                        static_cast<GLint>(textureOptions_.internalFormat), width,
-                                                        height, textureOptions_.format, textureOptions_.type, 0);
+  auto view =
+      textureCache.createTextureFromPixelBuffer(renderTarget_, static_cast<GLint>(textureOptions_.internalFormat),
+                                                width, height, textureOptions_.format, textureOptions_.type, 0);
   if (!view) fatalAssertion("Error at CVOpenGLESTextureCacheCreateTextureFromImage {}", view.error().code);
   renderTexture_ = *view;
 
@@ -113,8 +115,8 @@ void TavrelGPUImageFramebuffer::destroyFramebuffer() {
   };
   if (!framebuffer_ && !textureToDelete) return;
 
-  // Framebuffer objects belong to one context. On another context's queue nobody may wait for this one, so the names are
-  // left to the video-processing queue.
+  // Framebuffer objects belong to one context. On another context's queue nobody may wait for this one, so the names
+  // are left to the video-processing queue.
   const void* const running = DispatchQueue::getSpecific(TavrelGPUImageContext::contextKey());
   if (running && running != TavrelGPUImageContext::sharedImageProcessingContext().get()) {
     TavrelGPUImageContext::sharedContextQueue()->async(release);
@@ -146,11 +148,17 @@ void TavrelGPUImageFramebuffer::unlock() {
   if (before == 1) TavrelGPUImageContext::sharedFramebufferCache()->returnFramebufferToCache(shared_from_this());
 }
 
-void TavrelGPUImageFramebuffer::clearAllLocks() { framebufferReferenceCount_ = 0; }
+void TavrelGPUImageFramebuffer::clearAllLocks() {
+  framebufferReferenceCount_ = 0;
+}
 
-void TavrelGPUImageFramebuffer::disableReferenceCounting() { referenceCountingDisabled_ = true; }
+void TavrelGPUImageFramebuffer::disableReferenceCounting() {
+  referenceCountingDisabled_ = true;
+}
 
-void TavrelGPUImageFramebuffer::enableReferenceCounting() { referenceCountingDisabled_ = false; }
+void TavrelGPUImageFramebuffer::enableReferenceCounting() {
+  referenceCountingDisabled_ = false;
+}
 
 void TavrelGPUImageFramebuffer::lockForReading() {
   if (!renderTarget_) return;
@@ -197,7 +205,8 @@ std::shared_ptr<Image> TavrelGPUImageFramebuffer::newCGImageFromFramebufferConte
     fatalAssertion("For conversion to a CGImage the output texture format for this filter must be GL_RGBA.");
   }
   if (textureOptions_.type != GL_UNSIGNED_BYTE) {
-    fatalAssertion("For conversion to a CGImage the type of the output texture of this filter must be GL_UNSIGNED_BYTE.");
+    fatalAssertion(
+        "For conversion to a CGImage the type of the output texture of this filter must be GL_UNSIGNED_BYTE.");
   }
   const auto width = static_cast<std::size_t>(size_.width);
   const auto height = static_cast<std::size_t>(size_.height);
@@ -234,7 +243,9 @@ std::shared_ptr<Image> TavrelGPUImageFramebuffer::newCGImageFromFramebufferConte
   return image;
 }
 
-void TavrelDataProviderReleaseCallback(void*, const void* data, std::size_t) { std::free(const_cast<void*>(data)); }
+void TavrelDataProviderReleaseCallback(void*, const void* data, std::size_t) {
+  std::free(const_cast<void*>(data));
+}
 
 void TavrelDataProviderUnlockCallback(void* info, const void*, std::size_t) {
   const std::unique_ptr<std::shared_ptr<TavrelGPUImageFramebuffer>> owner(

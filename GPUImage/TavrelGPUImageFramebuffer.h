@@ -17,19 +17,19 @@ namespace tavrel {
 
 /// A picture on its way through the graph: a texture, usually with a GL framebuffer object to render into it.
 ///
-/// Whoever receives one locks it for as long as it needs the picture and unlocks it after use; the last unlock hands it back
-/// to the shared cache. On the fast path the texture is backed by a pixel buffer, whose bytes can be read without a further
-/// copy; on the plain path the operations on bytes have nothing to work on. Any thread may create, lock, unlock and destroy;
-/// the rest is for the video-processing queue. GL failures stop the program.
+/// Whoever receives one locks it for as long as it needs the picture and unlocks it after use; the last unlock hands it
+/// back to the shared cache. On the fast path the texture is backed by a pixel buffer, whose bytes can be read without
+/// a further copy; on the plain path the operations on bytes have nothing to work on. Any thread may create, lock,
+/// unlock and destroy; the rest is for the video-processing queue. GL failures stop the program.
 class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this<TavrelGPUImageFramebuffer> {
  public:
-  /// `size` in pixels, truncated for GL. With `onlyTexture` there is no framebuffer object and the texture has no storage
-  /// yet.
+  /// `size` in pixels, truncated for GL. With `onlyTexture` there is no framebuffer object and the texture has no
+  /// storage yet.
   TavrelGPUImageFramebuffer(Size size, const TavrelGPUTextureOptions& textureOptions, bool onlyTexture);
   /// A render target with the default options.
   explicit TavrelGPUImageFramebuffer(Size size);
-  /// Wraps a texture that somebody else owns: not counted, never pooled, not deleted. `textureOwner` is kept for as long as
-  /// the framebuffer lives, so that readers on other queues never see the texture reused under them.
+  /// Wraps a texture that somebody else owns: not counted, never pooled, not deleted. `textureOwner` is kept for as
+  /// long as the framebuffer lives, so that readers on other queues never see the texture reused under them.
   TavrelGPUImageFramebuffer(Size size, GLuint overriddenTexture, std::shared_ptr<const void> textureOwner = nullptr);
   TavrelGPUImageFramebuffer(const TavrelGPUImageFramebuffer&) = delete;
   TavrelGPUImageFramebuffer& operator=(const TavrelGPUImageFramebuffer&) = delete;
@@ -53,8 +53,9 @@ class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this
   void enableReferenceCounting();
   std::int64_t framebufferReferenceCount() const { return framebufferReferenceCount_; }
 
-  /// An image of the contents: premultiplied BGRA that shares the pixel buffer's bytes on the fast path (the framebuffer's
-  /// lock is released when the image is), straight RGBA in bytes of its own on the plain one (the lock is released at once).
+  /// An image of the contents: premultiplied BGRA that shares the pixel buffer's bytes on the fast path (the
+  /// framebuffer's lock is released when the image is), straight RGBA in bytes of its own on the plain one (the lock is
+  /// released at once).
   std::shared_ptr<Image> newCGImageFromFramebufferContents();
 
   /// Ends a read lock and releases one hold on the pixel buffer.
@@ -98,8 +99,8 @@ class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this
   std::vector<std::shared_ptr<PixelBuffer>> renderTargetHolds_;
 };
 
-/// Release callbacks of the images' data providers: the first frees `data`, the second ends the image's hold on the framebuffer
-/// that `info` points to (a heap-allocated `std::shared_ptr<TavrelGPUImageFramebuffer>`, which it deletes).
+/// Release callbacks of the images' data providers: the first frees `data`, the second ends the image's hold on the
+/// framebuffer that `info` points to (a heap-allocated `std::shared_ptr<TavrelGPUImageFramebuffer>`, which it deletes).
 TAVREL_API void TavrelDataProviderReleaseCallback(void* info, const void* data, std::size_t size);
 TAVREL_API void TavrelDataProviderUnlockCallback(void* info, const void* data, std::size_t size);
 

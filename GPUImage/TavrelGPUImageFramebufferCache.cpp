@@ -10,7 +10,9 @@
 namespace tavrel {
 namespace {
 
-std::string slotKey(const std::string& lookupKey, Index slot) { return fmt::format("{}-{}", lookupKey, slot); }
+std::string slotKey(const std::string& lookupKey, Index slot) {
+  return fmt::format("{}-{}", lookupKey, slot);
+}
 
 }  // namespace
 

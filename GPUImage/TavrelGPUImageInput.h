@@ -13,8 +13,8 @@ class TavrelGPUImageFramebuffer;
 
 /// A consumer of frames: a filter, the preview view, the movie writer.
 ///
-/// For each frame a producer gives the consumer the framebuffer and its size at the consumer's slot (`atIndex`), and then says
-/// that the frame is ready. All on the video-processing queue.
+/// For each frame a producer gives the consumer the framebuffer and its size at the consumer's slot (`atIndex`), and
+/// then says that the frame is ready. All on the video-processing queue.
 class TAVREL_API TavrelGPUImageInput {
  public:
   virtual ~TavrelGPUImageInput() = default;

@@ -12,10 +12,14 @@ namespace {
 
 ImageOrientation imageOrientationFor(DeviceOrientation orientation) {
   switch (orientation) {
-    case DeviceOrientation::portraitUpsideDown: return ImageOrientation::down;
-    case DeviceOrientation::landscapeLeft: return ImageOrientation::left;
-    case DeviceOrientation::landscapeRight: return ImageOrientation::right;
-    default: return ImageOrientation::up;
+    case DeviceOrientation::portraitUpsideDown:
+      return ImageOrientation::down;
+    case DeviceOrientation::landscapeLeft:
+      return ImageOrientation::left;
+    case DeviceOrientation::landscapeRight:
+      return ImageOrientation::right;
+    default:
+      return ImageOrientation::up;
   }
 }
 
@@ -89,8 +93,7 @@ void TavrelGPUImageOutput::notifyTargetsAboutNewOutputTexture() {
 }
 
 std::shared_ptr<Image> TavrelGPUImageOutput::imageFromCurrentFramebuffer() {
-  return imageFromCurrentFramebufferWithOrientation(
-      imageOrientationFor(Application::shared().deviceOrientation()));
+  return imageFromCurrentFramebufferWithOrientation(imageOrientationFor(Application::shared().deviceOrientation()));
 }
 
 std::shared_ptr<Image> TavrelGPUImageOutput::imageFromCurrentFramebufferWithOrientation(

@@ -16,11 +16,12 @@ namespace tavrel {
 
 class TavrelGPUImageAudioTarget;
 
-/// A producer of frames: a source or a filter. It keeps its targets in order, each with the slot at which that target takes
-/// this producer's frames, and the framebuffer of its latest output.
+/// A producer of frames: a source or a filter. It keeps its targets in order, each with the slot at which that target
+/// takes this producer's frames, and the framebuffer of its latest output.
 ///
-/// Targets are held strongly until they are removed or the producer is destroyed. The graph is edited from any thread; the
-/// edit itself runs synchronously on the video-processing queue, between two frames. Nodes are made by `std::make_shared`.
+/// Targets are held strongly until they are removed or the producer is destroyed. The graph is edited from any thread;
+/// the edit itself runs synchronously on the video-processing queue, between two frames. Nodes are made by
+/// `std::make_shared`.
 class TAVREL_API TavrelGPUImageOutput : public std::enable_shared_from_this<TavrelGPUImageOutput> {
  public:
   /// Called on the video-processing queue.

@@ -53,7 +53,9 @@ TavrelGPUImageMovieWriter::TavrelGPUImageMovieWriter(const std::filesystem::path
   initializeMovieWithOutputSettings(outputSettings);
 }
 
-TavrelGPUImageMovieWriter::~TavrelGPUImageMovieWriter() { destroyDataFBO(); }
+TavrelGPUImageMovieWriter::~TavrelGPUImageMovieWriter() {
+  destroyDataFBO();
+}
 
 void TavrelGPUImageMovieWriter::initializeMovieWithOutputSettings(const std::optional<Dictionary>& outputSettings) {
   isRecording_ = false;
@@ -84,10 +86,9 @@ void TavrelGPUImageMovieWriter::addVideoTrack(const std::optional<Dictionary>& o
   assetWriterVideoInput_ = AssetWriterInput::create(MediaType::video, std::move(settings));
   assetWriterVideoInput_->setExpectsMediaDataInRealTime(encodingLiveVideo_);
   assetWriterPixelBufferInput_ = AssetWriterInputPixelBufferAdaptor::create(
-      assetWriterVideoInput_,
-      {{kPixelBufferPixelFormatTypeKey, static_cast<std::int64_t>(PixelFormat::bgra32)},
-       {kPixelBufferWidthKey, static_cast<std::int64_t>(videoSize_.width)},
-       {kPixelBufferHeightKey, static_cast<std::int64_t>(videoSize_.height)}});
+      assetWriterVideoInput_, {{kPixelBufferPixelFormatTypeKey, static_cast<std::int64_t>(PixelFormat::bgra32)},
+                               {kPixelBufferWidthKey, static_cast<std::int64_t>(videoSize_.width)},
+                               {kPixelBufferHeightKey, static_cast<std::int64_t>(videoSize_.height)}});
   if (assetWriter_) assetWriter_->addInput(assetWriterVideoInput_);
 }
 
@@ -172,7 +173,9 @@ void TavrelGPUImageMovieWriter::markTrackFinished(const std::shared_ptr<AssetWri
   if (track) track->markAsFinished();
 }
 
-void TavrelGPUImageMovieWriter::finishRecording() { finishRecordingWithCompletionHandler({}); }
+void TavrelGPUImageMovieWriter::finishRecording() {
+  finishRecordingWithCompletionHandler({});
+}
 
 void TavrelGPUImageMovieWriter::finishRecordingWithCompletionHandler(std::function<void()> handler) {
   runOnWriterQueue([&] {
@@ -211,13 +214,13 @@ void TavrelGPUImageMovieWriter::endProcessing() {
 void TavrelGPUImageMovieWriter::enableSynchronizationCallbacks() {
   if (videoInputReadyCallback_ && assetWriterVideoInput_) {
     startWriting();
-    videoQueue_ = DispatchQueue::create("org.tavrel.TavrelGPUImage.videoReadingQueue",
-                                        TavrelGPUImageDefaultQueueAttribute());
+    videoQueue_ =
+        DispatchQueue::create("org.tavrel.TavrelGPUImage.videoReadingQueue", TavrelGPUImageDefaultQueueAttribute());
     requestMediaData(assetWriterVideoInput_, videoQueue_, videoInputReadyCallback_, videoEncodingIsFinished_);
   }
   if (audioInputReadyCallback_ && assetWriterAudioInput_) {
-    audioQueue_ = DispatchQueue::create("org.tavrel.TavrelGPUImage.audioReadingQueue",
-                                        TavrelGPUImageDefaultQueueAttribute());
+    audioQueue_ =
+        DispatchQueue::create("org.tavrel.TavrelGPUImage.audioReadingQueue", TavrelGPUImageDefaultQueueAttribute());
     requestMediaData(assetWriterAudioInput_, audioQueue_, audioInputReadyCallback_, audioEncodingIsFinished_);
   }
 }
@@ -234,9 +237,8 @@ void TavrelGPUImageMovieWriter::requestMediaData(const std::shared_ptr<AssetWrit
     }
     while (track->isReadyForMoreMediaData() && !self->paused_) {
       if (callback() || isFinished) continue;
-      self->movieWriterContext_->contextQueue()->async([self, track, &isFinished] {
-        self->markTrackFinished(track, isFinished);
-      });
+      self->movieWriterContext_->contextQueue()->async(
+          [self, track, &isFinished] { self->markTrackFinished(track, isFinished); });
       return;  // asked again if the track could not be finished yet
     }
   });

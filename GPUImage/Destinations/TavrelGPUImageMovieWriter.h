@@ -44,19 +44,20 @@ inline constexpr const char* kTavrelHasVideoTrackKey = "hasVideoTrack";
 ///     created ──startRecording──▶ recording ⇄ paused ──finishRecording──▶ finished
 ///                                     └────────────cancelRecording──────▶ cancelled (the file is removed)
 ///
-/// Each frame is drawn, turned by the input rotation, into a BGRA pixel buffer of the output size and encoded with its own
-/// time. Movie time starts at the first time seen, of a frame or of sound. Pauses are cut out of both tracks. While
-/// `encodingLiveVideo`, nothing ever waits: what the encoder has no room for is dropped and said on the console; otherwise
-/// nothing is dropped and the producer waits. Made by `std::make_shared`. Control from any thread; frames come on the
-/// video-processing queue, sound on any one thread; files, encoders and the writer's own GL context belong to the *writer queue*.
+/// Each frame is drawn, turned by the input rotation, into a BGRA pixel buffer of the output size and encoded with its
+/// own time. Movie time starts at the first time seen, of a frame or of sound. Pauses are cut out of both tracks. While
+/// `encodingLiveVideo`, nothing ever waits: what the encoder has no room for is dropped and said on the console;
+/// otherwise nothing is dropped and the producer waits. Made by `std::make_shared`. Control from any thread; frames
+/// come on the video-processing queue, sound on any one thread; files, encoders and the writer's own GL context belong
+/// to the *writer queue*.
 class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
                                              public TavrelGPUImageAudioTarget,
                                              public std::enable_shared_from_this<TavrelGPUImageMovieWriter> {
  public:
   /// Answers whether more data was handed to the writer. Called on a queue of the writer's own.
   using InputReadyCallback = std::function<bool()>;
-  /// Sees, and may change, the samples of each sound buffer: a pointer to their address, and their count. On the thread of
-  /// `processAudioBuffer`.
+  /// Sees, and may change, the samples of each sound buffer: a pointer to their address, and their count. On the thread
+  /// of `processAudioBuffer`.
   using AudioProcessingCallback = std::function<void(void** samples, Index sampleCount)>;
 
   /// A QuickTime movie of H.264 in `newSize` (pixels, truncated). The file is replaced if it exists. When it cannot be

@@ -12,8 +12,7 @@ namespace tavrel {
 
 void TavrelGPUImageMovieWriter::initializeRendering() {
   movieWriterContext_ = std::make_shared<TavrelGPUImageContext>();
-  movieWriterContext_->useSharegroup(
-      TavrelGPUImageContext::sharedImageProcessingContext()->context()->sharegroup());
+  movieWriterContext_->useSharegroup(TavrelGPUImageContext::sharedImageProcessingContext()->context()->sharegroup());
 
   TavrelRunSynchronouslyOnContextQueue(*movieWriterContext_, [this] {
     movieWriterContext_->useAsCurrentContext();

@@ -17,8 +17,8 @@ class TAVREL_API TavrelGPUImageCropFilter : public TavrelGPUImageFilter {
   explicit TavrelGPUImageCropFilter(const Rect& cropRegion);
 
   const Rect& cropRegion() const { return cropRegion_; }
-  /// In 0…1 of the turned input's width and height; a component outside of that stops the program. Applies to the size from
-  /// the next input size on. On the video-processing queue while frames arrive.
+  /// In 0…1 of the turned input's width and height; a component outside of that stops the program. Applies to the size
+  /// from the next input size on. On the video-processing queue while frames arrive.
   void setCropRegion(const Rect& newValue);
   /// (s, t) of the corners in the order of `textureCoordinatesForRotation`.
   const std::array<GLfloat, 8>& cropTextureCoordinates() const { return cropTextureCoordinates_; }

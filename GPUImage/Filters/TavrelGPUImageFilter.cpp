@@ -117,8 +117,7 @@ void TavrelGPUImageFilter::informTargetsAboutNewFrameAtTime(MediaTime frameTime)
   });
   if (outputFramebuffer) outputFramebuffer->unlock();
   if (!usingNextFrameForImageCapture) removeOutputFramebuffer();
-  forEachUpdatedTarget(
-      [frameTime](const auto& target, Index slot) { target->newFrameReadyAtTime(frameTime, slot); });
+  forEachUpdatedTarget([frameTime](const auto& target, Index slot) { target->newFrameReadyAtTime(frameTime, slot); });
 }
 
 void TavrelGPUImageFilter::newFrameReadyAtTime(MediaTime frameTime, Index) {

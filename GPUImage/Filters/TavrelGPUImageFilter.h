@@ -35,12 +35,13 @@ struct TavrelGPUVector4 {
 using TavrelGPUMatrix3x3 = std::array<GLfloat, 9>;
 using TavrelGPUMatrix4x4 = std::array<GLfloat, 16>;
 
-/// A node that draws each input frame once through a vertex and a fragment shader into a framebuffer from the cache and passes
-/// the result on. With the shaders left out it copies its input.
+/// A node that draws each input frame once through a vertex and a fragment shader into a framebuffer from the cache and
+/// passes the result on. With the shaders left out it copies its input.
 ///
-/// A filter of one's own derives from this class, gives the constructor a fragment shader that reads `inputImageTexture` at
-/// `textureCoordinate`, and sets uniforms by name. Uniform values belong to the filter, also where several filters share
-/// one program. Frames run on the video-processing queue; constructors and uniform setters may be called from any thread.
+/// A filter of one's own derives from this class, gives the constructor a fragment shader that reads
+/// `inputImageTexture` at `textureCoordinate`, and sets uniforms by name. Uniform values belong to the filter, also
+/// where several filters share one program. Frames run on the video-processing queue; constructors and uniform setters
+/// may be called from any thread.
 class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public TavrelGPUImageInput {
  public:
   /// Copies its input.
@@ -99,8 +100,8 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
                      const std::shared_ptr<TavrelGLProgram>& program);
   void setInteger(GLint intValue, GLint uniform, const std::shared_ptr<TavrelGLProgram>& program);
 
-  /// Runs `block`, which sets the uniform at `uniform`, and keeps it in place of an earlier one for that location, to be run
-  /// again before every draw.
+  /// Runs `block`, which sets the uniform at `uniform`, and keeps it in place of an earlier one for that location, to
+  /// be run again before every draw.
   void setAndExecuteUniformStateCallbackAtIndex(GLint uniform, const std::shared_ptr<TavrelGLProgram>& shaderProgram,
                                                 std::function<void()> uniformStateBlock);
   void setUniformsForProgramAtIndex(std::size_t programIndex);

@@ -23,19 +23,29 @@ const GLfloat* TavrelGPUImageFilter::textureCoordinatesForRotation(TavrelGPUImag
   return rotationMode <= kTavrelGPUImageRotate180 ? kTextureCoordinates[rotationMode] : nullptr;
 }
 
-const GLfloat* TavrelGPUImageFilter::fullFrameVertices() { return kFullFrameVertices; }
+const GLfloat* TavrelGPUImageFilter::fullFrameVertices() {
+  return kFullFrameVertices;
+}
 
 Point TavrelGPUImageFilter::rotatedPoint(Point point, TavrelGPUImageRotationMode forRotation) {
   const auto [x, y] = point;
   switch (forRotation) {
-    case kTavrelGPUImageNoRotation: return {x, y};
-    case kTavrelGPUImageRotateLeft: return {1 - y, x};
-    case kTavrelGPUImageRotateRight: return {y, 1 - x};
-    case kTavrelGPUImageFlipVertical: return {x, 1 - y};
-    case kTavrelGPUImageFlipHorizontal: return {1 - x, y};
-    case kTavrelGPUImageRotateRightFlipVertical: return {y, x};
-    case kTavrelGPUImageRotateRightFlipHorizontal: return {1 - y, 1 - x};
-    case kTavrelGPUImageRotate180: return {1 - x, 1 - y};
+    case kTavrelGPUImageNoRotation:
+      return {x, y};
+    case kTavrelGPUImageRotateLeft:
+      return {1 - y, x};
+    case kTavrelGPUImageRotateRight:
+      return {y, 1 - x};
+    case kTavrelGPUImageFlipVertical:
+      return {x, 1 - y};
+    case kTavrelGPUImageFlipHorizontal:
+      return {1 - x, y};
+    case kTavrelGPUImageRotateRightFlipVertical:
+      return {y, x};
+    case kTavrelGPUImageRotateRightFlipHorizontal:
+      return {1 - y, 1 - x};
+    case kTavrelGPUImageRotate180:
+      return {1 - x, 1 - y};
   }
   return {};
 }

@@ -71,14 +71,12 @@ void TavrelGPUImageFilter::setFloatArray(const GLfloat* array, GLsizei length, G
 
 void TavrelGPUImageFilter::setMatrix3f(const TavrelGPUMatrix3x3& matrix, GLint uniform,
                                        const std::shared_ptr<TavrelGLProgram>& program) {
-  setUniform(uniform, program,
-             [matrix](GLint location) { glUniformMatrix3fv(location, 1, GL_FALSE, matrix.data()); });
+  setUniform(uniform, program, [matrix](GLint location) { glUniformMatrix3fv(location, 1, GL_FALSE, matrix.data()); });
 }
 
 void TavrelGPUImageFilter::setMatrix4f(const TavrelGPUMatrix4x4& matrix, GLint uniform,
                                        const std::shared_ptr<TavrelGLProgram>& program) {
-  setUniform(uniform, program,
-             [matrix](GLint location) { glUniformMatrix4fv(location, 1, GL_FALSE, matrix.data()); });
+  setUniform(uniform, program, [matrix](GLint location) { glUniformMatrix4fv(location, 1, GL_FALSE, matrix.data()); });
 }
 
 void TavrelGPUImageFilter::setFloat(GLfloat floatValue, GLint uniform,

@@ -28,8 +28,8 @@ class TAVREL_API TavrelGPUImageTransformFilter : public TavrelGPUImageFilter {
   void setupFilterForSize(Size filterFrameSize) override;
   void newFrameReadyAtTime(MediaTime frameTime, Index atIndex) override;
 
-  /// The orthographic projection as the vertex shader takes it: multiplied from the right, its translation in elements 3,
-  /// 7 and 11.
+  /// The orthographic projection as the vertex shader takes it: multiplied from the right, its translation in elements
+  /// 3, 7 and 11.
   void loadOrthoMatrix(TavrelGPUMatrix4x4& matrix, GLfloat left, GLfloat right, GLfloat bottom, GLfloat top,
                        GLfloat near, GLfloat far) const;
 

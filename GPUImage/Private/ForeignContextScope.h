@@ -12,8 +12,8 @@ class GLContext;
 /// A block meant for one context's queue that runs inline on another's.
 ///
 /// EGL lets a context be current on one thread at a time. When the block needs a context that its own queue's thread
-/// holds, that thread is asked to lend it: it releases the context and waits until this scope ends. Afterwards the context
-/// that was current before the scope is current again.
+/// holds, that thread is asked to lend it: it releases the context and waits until this scope ends. Afterwards the
+/// context that was current before the scope is current again.
 class ForeignContextScope {
  public:
   ForeignContextScope();

@@ -16,8 +16,8 @@ std::uint32_t swappedToHost(std::uint32_t word, bool isLittleEndian) {
   return isLittleEndian == isHostLittleEndian ? word : __builtin_bswap32(word);
 }
 
-/// `component` (0…255, premultiplied) divided by `alpha` (0…1), truncated. Premultiplied data has no colour where alpha is 0,
-/// so that the quotient, which is no number there, stands for 0.
+/// `component` (0…255, premultiplied) divided by `alpha` (0…1), truncated. Premultiplied data has no colour where alpha
+/// is 0, so that the quotient, which is no number there, stands for 0.
 std::uint32_t straight(std::uint32_t component, double alpha) {
   const double quotient = component / 255.0 / alpha;
   return std::isnan(quotient) ? 0 : static_cast<std::uint32_t>(quotient * 255.0);
@@ -51,12 +51,12 @@ std::optional<PictureLayout> directLayoutOf(const Image& image) {
   const auto alpha = static_cast<AlphaInfo>(image.bitmapInfo() & kBitmapAlphaInfoMask);
   if (byteOrder == kBitmapByteOrder32Little) {
     // Premultiplied data counts as straight here, so that it is uploaded as it is.
-    const bool isUsable = alpha == AlphaInfo::premultipliedFirst || alpha == AlphaInfo::first ||
-                          alpha == AlphaInfo::noneSkipFirst;
+    const bool isUsable =
+        alpha == AlphaInfo::premultipliedFirst || alpha == AlphaInfo::first || alpha == AlphaInfo::noneSkipFirst;
     if (!isUsable) return std::nullopt;
   } else if (byteOrder == kBitmapByteOrderDefault || byteOrder == kBitmapByteOrder32Big) {
-    const bool isUsable = alpha == AlphaInfo::premultipliedLast || alpha == AlphaInfo::last ||
-                          alpha == AlphaInfo::noneSkipLast;
+    const bool isUsable =
+        alpha == AlphaInfo::premultipliedLast || alpha == AlphaInfo::last || alpha == AlphaInfo::noneSkipLast;
     if (!isUsable) return std::nullopt;
     layout.isLittleEndian = false;
     layout.format = GL_RGBA;

@@ -48,8 +48,8 @@ void TavrelGPUImageCVPixelBufferInput::deliver(const std::shared_ptr<PixelBuffer
   TextureCache& textureCache = *TavrelGPUImageContext::sharedImageProcessingContext()->coreVideoTextureCache();
 
   textureRef.reset();
-  auto texture = textureCache.createTextureFromPixelBuffer(pixelBuffer, GL_RGBA, width, height, GL_BGRA_EXT,
-                                                           GL_UNSIGNED_BYTE, 0);
+  auto texture =
+      textureCache.createTextureFromPixelBuffer(pixelBuffer, GL_RGBA, width, height, GL_BGRA_EXT, GL_UNSIGNED_BYTE, 0);
   if (!texture) {
     fatalAssertion("CVOpenGLESTextureCacheCreateTextureFromImage error: {}", texture.error().code);
   }

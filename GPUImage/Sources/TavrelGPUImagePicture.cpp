@@ -23,7 +23,9 @@ std::shared_ptr<Image> decodedImage(const Expected<Data>& data) {
   return nullptr;
 }
 
-double nextPowerOfTwo(double length) { return std::pow(2.0, std::ceil(std::log2(length))); }
+double nextPowerOfTwo(double length) {
+  return std::pow(2.0, std::ceil(std::log2(length)));
+}
 
 std::vector<std::uint8_t> redrawn(const Image& image, Size textureSize) {
   const auto width = static_cast<std::size_t>(textureSize.width);
@@ -48,7 +50,9 @@ TavrelGPUImagePicture::TavrelGPUImagePicture(const std::shared_ptr<Image>& image
   updateWithCGImage(image, smoothlyScaleOutput, removePremultiplication);
 }
 
-TavrelGPUImagePicture::~TavrelGPUImagePicture() { releaseTexture(); }
+TavrelGPUImagePicture::~TavrelGPUImagePicture() {
+  releaseTexture();
+}
 
 void TavrelGPUImagePicture::releaseTexture() {
   if (!outputFramebuffer) return;
@@ -101,7 +105,9 @@ void TavrelGPUImagePicture::upload(Size textureSize, GLenum format, const std::u
   });
 }
 
-void TavrelGPUImagePicture::processImage() { processImageWithCompletionHandler({}); }
+void TavrelGPUImagePicture::processImage() {
+  processImageWithCompletionHandler({});
+}
 
 bool TavrelGPUImagePicture::processImageWithCompletionHandler(std::function<void()> completion) {
   hasProcessedImage_ = true;

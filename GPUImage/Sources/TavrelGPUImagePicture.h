@@ -10,16 +10,16 @@
 
 namespace tavrel {
 
-/// A still picture as a source. It is uploaded once; each processing pass hands the same texture to all targets, with the
-/// indefinite frame time. Any thread.
+/// A still picture as a source. It is uploaded once; each processing pass hands the same texture to all targets, with
+/// the indefinite frame time. Any thread.
 class TAVREL_API TavrelGPUImagePicture : public TavrelGPUImageOutput {
  public:
-  /// Reads and decodes a file (PNG, JPEG, or the first frame of a GIF). A file that is no picture stops the program, like
-  /// an empty image; see `ImageSource` for errors that can be handled.
+  /// Reads and decodes a file (PNG, JPEG, or the first frame of a GIF). A file that is no picture stops the program,
+  /// like an empty image; see `ImageSource` for errors that can be handled.
   explicit TavrelGPUImagePicture(const std::filesystem::path& url);
   explicit TavrelGPUImagePicture(const Data& data);
-  /// With `smoothlyScaleOutput` the texture has mipmaps, for targets that draw it much smaller. With `removePremultiplication`
-  /// colours are divided by alpha where the image's layout has to be converted.
+  /// With `smoothlyScaleOutput` the texture has mipmaps, for targets that draw it much smaller. With
+  /// `removePremultiplication` colours are divided by alpha where the image's layout has to be converted.
   explicit TavrelGPUImagePicture(const std::shared_ptr<Image>& image, bool smoothlyScaleOutput = false,
                                  bool removePremultiplication = false);
   ~TavrelGPUImagePicture() override;
@@ -30,11 +30,11 @@ class TAVREL_API TavrelGPUImagePicture : public TavrelGPUImageOutput {
 
   /// Schedules a pass on the video-processing queue.
   void processImage();
-  /// The same; `completion` is called on that queue after the pass. False, with nothing scheduled, while an earlier pass is
-  /// still in flight.
+  /// The same; `completion` is called on that queue after the pass. False, with nothing scheduled, while an earlier
+  /// pass is still in flight.
   bool processImageWithCompletionHandler(std::function<void()> completion);
-  /// Hands `finalFilter`'s picture of the pass to `block`, on the video-processing queue; not at all while an earlier pass is
-  /// in flight.
+  /// Hands `finalFilter`'s picture of the pass to `block`, on the video-processing queue; not at all while an earlier
+  /// pass is in flight.
   void processImageUpToFilter(const std::shared_ptr<TavrelGPUImageOutput>& finalFilter,
                               std::function<void(std::shared_ptr<Image>)> block);
   /// What the targets are told: the image's size in pixels, or less when a texture cannot be as large.

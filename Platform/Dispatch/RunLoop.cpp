@@ -21,7 +21,9 @@ RunLoop& RunLoop::main() {
   return *loop;
 }
 
-void RunLoop::run() { runFor(kForever); }
+void RunLoop::run() {
+  runFor(kForever);
+}
 
 void RunLoop::runFor(std::chrono::nanoseconds duration) {
   const auto deadline = std::chrono::steady_clock::now() + duration;
@@ -46,7 +48,9 @@ void RunLoop::stop() {
   DispatchQueue::main()->async([this] { stopped_ = true; });
 }
 
-int RunLoop::fileDescriptor() { return DispatchRuntime::shared().mainFileDescriptor(); }
+int RunLoop::fileDescriptor() {
+  return DispatchRuntime::shared().mainFileDescriptor();
+}
 
 int RunLoop::drain() {
   DispatchRuntime& runtime = DispatchRuntime::shared();
@@ -58,6 +62,8 @@ int RunLoop::drain() {
   return static_cast<int>(context.poll());
 }
 
-bool RunLoop::isMainThread() { return gettid() == getpid(); }
+bool RunLoop::isMainThread() {
+  return gettid() == getpid();
+}
 
 }  // namespace tavrel

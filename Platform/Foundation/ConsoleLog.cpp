@@ -34,9 +34,9 @@ void ConsoleLog::write(std::string_view message) {
   const auto now = std::chrono::system_clock::now();
   const auto milliseconds =
       std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
-  const std::string line = fmt::format("{:%F %T}.{:03} {}[{}] {}\n",
-                                       fmt::localtime(std::chrono::system_clock::to_time_t(now)), milliseconds,
-                                       program_invocation_short_name, getpid(), message);
+  const std::string line =
+      fmt::format("{:%F %T}.{:03} {}[{}] {}\n", fmt::localtime(std::chrono::system_clock::to_time_t(now)), milliseconds,
+                  program_invocation_short_name, getpid(), message);
   std::fwrite(line.data(), 1, line.size(), stderr);
 }
 

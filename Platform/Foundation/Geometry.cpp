@@ -32,9 +32,13 @@ AffineTransform AffineTransform::translatedBy(double x, double y) const {
   return makeTranslation(x, y).concatenating(*this);
 }
 
-AffineTransform AffineTransform::scaledBy(double sx, double sy) const { return makeScale(sx, sy).concatenating(*this); }
+AffineTransform AffineTransform::scaledBy(double sx, double sy) const {
+  return makeScale(sx, sy).concatenating(*this);
+}
 
-AffineTransform AffineTransform::rotatedBy(double radians) const { return makeRotation(radians).concatenating(*this); }
+AffineTransform AffineTransform::rotatedBy(double radians) const {
+  return makeRotation(radians).concatenating(*this);
+}
 
 Point AffineTransform::apply(Point point) const {
   return {a * point.x + c * point.y + tx, b * point.x + d * point.y + ty};
@@ -61,9 +65,9 @@ Transform3D Transform3D::makeRotation(double radians, double x, double y, double
   const double c = std::cos(radians);
   const double s = std::sin(radians);
   const double k = 1 - c;
-  return {{c + x * x * k, x * y * k + z * s, x * z * k - y * s, 0,   //
-           x * y * k - z * s, c + y * y * k, y * z * k + x * s, 0,   //
-           x * z * k + y * s, y * z * k - x * s, c + z * z * k, 0,   //
+  return {{c + x * x * k, x * y * k + z * s, x * z * k - y * s, 0,  //
+           x * y * k - z * s, c + y * y * k, y * z * k + x * s, 0,  //
+           x * z * k + y * s, y * z * k - x * s, c + z * z * k, 0,  //
            0, 0, 0, 1}};
 }
 
@@ -79,6 +83,8 @@ Transform3D Transform3D::concatenating(const Transform3D& next) const {
   return product;
 }
 
-AffineTransform Transform3D::affine() const { return {m[0], m[1], m[4], m[5], m[12], m[13]}; }
+AffineTransform Transform3D::affine() const {
+  return {m[0], m[1], m[4], m[5], m[12], m[13]};
+}
 
 }  // namespace tavrel

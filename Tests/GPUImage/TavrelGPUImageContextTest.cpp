@@ -60,8 +60,9 @@ TEST(ContextQueues, GLWorkInlineOnAnotherContextsQueueBorrowsTheContextAndGivesI
     TavrelRunAsynchronouslyOnVideoProcessingQueue([] { TavrelGPUImageContext::useImageProcessingContext(); });
     TavrelRunSynchronouslyOnContextQueue(*other, [&] {
       other->useAsCurrentContext();
-      auto made = std::make_shared<TavrelGPUImageFilter>("varying highp vec2 textureCoordinate; uniform sampler2D "
-                                                         "inputImageTexture; void main() { gl_FragColor = vec4(1.0); }");
+      auto made = std::make_shared<TavrelGPUImageFilter>(
+          "varying highp vec2 textureCoordinate; uniform sampler2D "
+          "inputImageTexture; void main() { gl_FragColor = vec4(1.0); }");
       EXPECT_TRUE(made->program()->initialized());
       EXPECT_EQ(GLContext::current(), other->context().get());
     });

@@ -7,7 +7,9 @@
 namespace tavrel {
 namespace {
 
-TavrelGPUImageFramebufferCache& cache() { return *TavrelGPUImageContext::sharedFramebufferCache(); }
+TavrelGPUImageFramebufferCache& cache() {
+  return *TavrelGPUImageContext::sharedFramebufferCache();
+}
 
 class FramebufferTest : public ::testing::Test {
  protected:
@@ -29,8 +31,7 @@ class FramebufferTest : public ::testing::Test {
 TEST_F(FramebufferTest, KeysNameSizeOptionsAndKind) {
   const TavrelGPUTextureOptions options;
   EXPECT_EQ(cache().hashForSize({1280, 720}, options, false), "1280.0x720.0-9729:9729:33071:33071:6408:32993:5121");
-  EXPECT_EQ(cache().hashForSize({1280, 720}, options, true),
-            "1280.0x720.0-9729:9729:33071:33071:6408:32993:5121-NOFB");
+  EXPECT_EQ(cache().hashForSize({1280, 720}, options, true), "1280.0x720.0-9729:9729:33071:33071:6408:32993:5121-NOFB");
   EXPECT_EQ(cache().hashForSize({100.04, 50}, options, false), cache().hashForSize({100.0, 50}, options, false));
 }
 
@@ -145,8 +146,10 @@ TEST_F(FramebufferTest, ContentsBecomeAnImageThatHoldsTheFramebuffer) {
   });
   auto image = framebuffer->newCGImageFromFramebufferContents();
   EXPECT_EQ(image->bitmapInfo(), isFast ? 0x2002U : 3U);
-  EXPECT_EQ(test::largestDifference(test::pictureOf(*image),
-                                    {5, 3, [](int, int) { return test::Pixel{255, 102, 51, 153}; }}),
+  EXPECT_EQ(test::largestDifference(test::pictureOf(*image), {5, 3,
+                                                              [](int, int) {
+                                                                return test::Pixel{255, 102, 51, 153};
+                                                              }}),
             0);
   // With bytes of its own the image needs the framebuffer no more.
   EXPECT_EQ(framebuffer->framebufferReferenceCount(), isFast ? 1 : 0);

@@ -19,7 +19,9 @@ Picture::Picture(int pictureWidth, int pictureHeight, const std::function<Pixel(
 }
 
 Picture distinctPicture(int width, int height) {
-  return {width, height, [](int x, int y) { return Pixel{(37 * x + 11) % 256, (53 * y + 7) % 256, (x * y) % 256, 255}; }};
+  return {width, height, [](int x, int y) {
+            return Pixel{(37 * x + 11) % 256, (53 * y + 7) % 256, (x * y) % 256, 255};
+          }};
 }
 
 namespace {
@@ -51,8 +53,8 @@ Picture pictureOf(const Image& image) {
   const bool isLittle = (image.bitmapInfo() & kBitmapByteOrderMask) == kBitmapByteOrder32Little;
   const auto bytes = image.dataProvider()->bytes();
   return {static_cast<int>(image.width()), static_cast<int>(image.height()), [&](int x, int y) {
-            const std::uint8_t* const p = bytes.data() + static_cast<std::size_t>(y) * image.bytesPerRow() +
-                                          static_cast<std::size_t>(x) * 4;
+            const std::uint8_t* const p =
+                bytes.data() + static_cast<std::size_t>(y) * image.bytesPerRow() + static_cast<std::size_t>(x) * 4;
             return isLittle ? Pixel{p[2], p[1], p[0], p[3]} : Pixel{p[0], p[1], p[2], p[3]};
           }};
 }
@@ -112,7 +114,9 @@ ConsoleCapture::ConsoleCapture() : state_(std::make_shared<State>()) {
   });
 }
 
-ConsoleCapture::~ConsoleCapture() { ConsoleLog::setSink({}); }
+ConsoleCapture::~ConsoleCapture() {
+  ConsoleLog::setSink({});
+}
 
 std::vector<std::string> ConsoleCapture::messages() const {
   const std::lock_guard lock(state_->mutex);

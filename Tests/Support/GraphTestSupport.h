@@ -61,7 +61,8 @@ class RecordingTarget : public TavrelGPUImageInput {
   };
 
   void newFrameReadyAtTime(MediaTime time, Index inputSlot) override {
-    events.push_back({"frame", inputSlot, {}, time, {}}); }
+    events.push_back({"frame", inputSlot, {}, time, {}});
+  }
   void setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer, Index inputSlot) override {
     events.push_back({"framebuffer", inputSlot, {}, {}, std::move(framebuffer)});
   }

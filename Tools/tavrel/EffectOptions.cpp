@@ -75,9 +75,10 @@ EffectOptions::EffectOptions(CLI::App& command) : command_(command) {
       makeCrop);
   add(command.add_flag("--mirror")->description("Exchange left and right"), makeMirror);
   add(command
-          .add_option("--rotate",
-                      "Turn the picture: 0 not at all, 1 left, 2 right, 3 flip vertical, 4 flip horizontal, 5 right and "
-                      "flip vertical, 6 right and flip horizontal, 7 upside down")
+          .add_option(
+              "--rotate",
+              "Turn the picture: 0 not at all, 1 left, 2 right, 3 flip vertical, 4 flip horizontal, 5 right and "
+              "flip vertical, 6 right and flip horizontal, 7 upside down")
           ->type_name("0..7")
           ->type_size(1),
       makeRotation);

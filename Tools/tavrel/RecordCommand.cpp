@@ -36,8 +36,7 @@ RecordCommand::PictureSize RecordCommand::parsedSize() const {
   constexpr int kLargest = 8192;
   const auto isUsable = [](int side) { return side >= kSmallest && side <= kLargest; };
   if (!isParsed || !isUsable(size.width) || !isUsable(size.height)) {
-    throw UsageError(
-        fmt::format("--size {}: expected WIDTHxHEIGHT, each from {} to {}", size_, kSmallest, kLargest));
+    throw UsageError(fmt::format("--size {}: expected WIDTHxHEIGHT, each from {} to {}", size_, kSmallest, kLargest));
   }
   return size;
 }

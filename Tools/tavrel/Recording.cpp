@@ -10,7 +10,9 @@ namespace {
 
 volatile std::sig_atomic_t isInterrupted = 0;
 
-void interrupt(int) { isInterrupted = 1; }
+void interrupt(int) {
+  isInterrupted = 1;
+}
 
 /// The size that a picture of `size` has after `filters`.
 Size sizeAfter(Size size, const std::vector<std::shared_ptr<TavrelGPUImageFilter>>& filters) {
@@ -81,8 +83,7 @@ Expected<void> Recording::openDevices() {
 
 void Recording::buildGraph() {
   const Size movieSize = {static_cast<double>(options_.width), static_cast<double>(options_.height)};
-  writer_ =
-      std::make_shared<TavrelGPUImageMovieWriter>(options_.output, movieSize, options_.fileType, std::nullopt);
+  writer_ = std::make_shared<TavrelGPUImageMovieWriter>(options_.output, movieSize, options_.fileType, std::nullopt);
   if (microphone_) writer_->setHasAudioTrack(true);
 
   const Size cameraSize = {static_cast<double>(camera_->configuration().width),
@@ -96,7 +97,8 @@ void Recording::buildGraph() {
 void Recording::start() {
   writer_->startRecording();
   // Both devices count from the same instant, a little ahead so that neither starts late.
-  startTime_ = CaptureClock::realTime()->now() + MediaTime::make(CaptureClock::kTimescale / 10, CaptureClock::kTimescale);
+  startTime_ =
+      CaptureClock::realTime()->now() + MediaTime::make(CaptureClock::kTimescale / 10, CaptureClock::kTimescale);
   camera_->start([this](std::shared_ptr<PixelBuffer> pixelBuffer, MediaTime time) { receiveFrame(pixelBuffer, time); },
                  cameraQueue_, startTime_);
   if (!microphone_) return;
@@ -128,7 +130,9 @@ void Recording::pauseOrResume(double seconds) {
   writer_->setPaused(seconds >= *options_.pauseAt && seconds < resumeAt);
 }
 
-bool Recording::isBrokenOff() const { return writer_->assetWriter()->status() == AssetWriterStatus::failed; }
+bool Recording::isBrokenOff() const {
+  return writer_->assetWriter()->status() == AssetWriterStatus::failed;
+}
 
 void Recording::record(ProgressBar& progress) {
   constexpr std::chrono::milliseconds kStep(100);
@@ -163,10 +167,11 @@ int Recording::report(bool printJson) const {
         options_.width, options_.height, encoded.width, encoded.height);
   }
   if (printJson) {
-    fmt::print("{{\"output\": {}, \"width\": {:.0f}, \"height\": {:.0f}, \"seconds\": {:.3f}, \"frames\": {}, "
-               "\"dropped\": {}}}\n",
-               jsonString(name), encoded.width, encoded.height, seconds, framesTaken_ - writer_->droppedVideoFrames(),
-               dropped);
+    fmt::print(
+        "{{\"output\": {}, \"width\": {:.0f}, \"height\": {:.0f}, \"seconds\": {:.3f}, \"frames\": {}, "
+        "\"dropped\": {}}}\n",
+        jsonString(name), encoded.width, encoded.height, seconds, framesTaken_ - writer_->droppedVideoFrames(),
+        dropped);
   } else {
     fmt::print("{} {:.0f}x{:.0f}, {:.1f} s, {} frames", name, encoded.width, encoded.height, seconds,
                framesTaken_ - writer_->droppedVideoFrames());

@@ -114,17 +114,14 @@ TEST(TransformFilter, MovesScalesAndTurnsInUnitsOfTheWidth) {
 
   // A quarter to the right is two eighths of the width: coordinates span two units.
   filter->setAffineTransform(AffineTransform::makeTranslation(0.5, 0));
-  EXPECT_LE(largestDifference(process(source, filter),
-                              {16, 8, [&](int x, int y) { return sourceOrNothing(x - 4, y); }}),
-            1);
+  EXPECT_LE(
+      largestDifference(process(source, filter), {16, 8, [&](int x, int y) { return sourceOrNothing(x - 4, y); }}), 1);
   // Upwards in GL is towards higher rows of the picture.
   filter->setAffineTransform(AffineTransform::makeTranslation(0, 0.25));
-  EXPECT_LE(largestDifference(process(source, filter),
-                              {16, 8, [&](int x, int y) { return sourceOrNothing(x, y - 2); }}),
-            1);
+  EXPECT_LE(
+      largestDifference(process(source, filter), {16, 8, [&](int x, int y) { return sourceOrNothing(x, y - 2); }}), 1);
   filter->setAffineTransform(AffineTransform::makeRotation(std::numbers::pi));
-  EXPECT_LE(largestDifference(process(source, filter),
-                              {16, 8, [&](int x, int y) { return source.at(15 - x, 7 - y); }}),
+  EXPECT_LE(largestDifference(process(source, filter), {16, 8, [&](int x, int y) { return source.at(15 - x, 7 - y); }}),
             1);
 }
 

@@ -29,7 +29,9 @@ Picture uploaded(const std::shared_ptr<Image>& source, bool removePremultiplicat
   return test::pictureOf(*filter->newCGImageFromCurrentlyProcessedOutput());
 }
 
-Picture onePixel(Pixel pixel) { return {1, 1, [pixel](int, int) { return pixel; }}; }
+Picture onePixel(Pixel pixel) {
+  return {1, 1, [pixel](int, int) { return pixel; }};
+}
 
 TEST(Picture, LayoutsThatGLKnowsAreUploadedAsTheyAre) {
   // Memory order of the four bytes, by byte order: B G R A for little, R G B A for big ones.
@@ -58,8 +60,10 @@ TEST(Picture, OtherLayoutsAreRedrawnPremultiplied) {
   // Rows with padding.
   const auto padded = Image::create(1, 2, 8, 32, 8, kBitmapByteOrder32Little | 4U,
                                     DataProvider::create(Data{1, 2, 3, 255, 9, 9, 9, 9, 4, 5, 6, 255, 9, 9, 9, 9}));
-  EXPECT_EQ(largestDifference(uploaded(padded),
-                              {1, 2, [](int, int y) { return y == 0 ? Pixel{3, 2, 1, 255} : Pixel{6, 5, 4, 255}; }}),
+  EXPECT_EQ(largestDifference(uploaded(padded), {1, 2,
+                                                 [](int, int y) {
+                                                   return y == 0 ? Pixel{3, 2, 1, 255} : Pixel{6, 5, 4, 255};
+                                                 }}),
             0);
 }
 
@@ -77,9 +81,8 @@ TEST(Picture, PremultiplicationIsRemovedWhereTheLayoutSaysSo) {
       uploaded(image(2, 1, kBitmapByteOrder32Little, AlphaInfo::premultipliedFirst, premultiplied), true).at(0, 0),
       (Pixel{10, 25, 50, 128}));
   // Redrawn data is premultiplied and can be straightened too.
-  EXPECT_LE(largestDifference(
-                uploaded(image(1, 1, kBitmapByteOrder32Big, AlphaInfo::first, {128, 200, 100, 50}), true),
-                onePixel({200, 100, 50, 128})),
+  EXPECT_LE(largestDifference(uploaded(image(1, 1, kBitmapByteOrder32Big, AlphaInfo::first, {128, 200, 100, 50}), true),
+                              onePixel({200, 100, 50, 128})),
             2);
 }
 
@@ -96,8 +99,9 @@ TEST(Picture, SmoothPicturesGetPowersOfTwoButKeepTheirSize) {
   EXPECT_EQ(target->events.at(1).size, (Size{300, 200}));
 
   // Drawn very small, mipmaps average a checkerboard to gray.
-  const auto checks = test::imageOf(
-      {64, 64, [](int x, int y) { return (x + y) % 2 ? Pixel{255, 255, 255, 255} : Pixel{0, 0, 0, 255}; }});
+  const auto checks = test::imageOf({64, 64, [](int x, int y) {
+                                       return (x + y) % 2 ? Pixel{255, 255, 255, 255} : Pixel{0, 0, 0, 255};
+                                     }});
   const auto smooth = std::make_shared<TavrelGPUImagePicture>(checks, true);
   const auto small = std::make_shared<TavrelGPUImageFilter>();
   small->forceProcessingAtSize({4, 4});
@@ -125,7 +129,8 @@ TEST(Picture, EachPassDeliversTheSameFramebufferWithoutATime) {
     EXPECT_TRUE(picture->processImageWithCompletionHandler([&] { done.set_value(); }));
     done.get_future().wait();
   }
-  EXPECT_EQ(target->names(), (std::vector<std::string>{"size", "framebuffer", "frame", "size", "framebuffer", "frame"}));
+  EXPECT_EQ(target->names(),
+            (std::vector<std::string>{"size", "framebuffer", "frame", "size", "framebuffer", "frame"}));
   EXPECT_EQ(target->events[1].framebuffer, target->events[4].framebuffer);
   EXPECT_TRUE(target->events[2].time.isIndefinite());
 }

@@ -43,7 +43,8 @@ TEST(NotificationCenter, CallsTheObserversOfANameInOrder) {
   NotificationCenter::ObserverToken second = 0;
   center.addObserver("tick", [&](std::string_view, const void*) { center.removeObserver(second); });
   second = center.addObserver("tick", [&](std::string_view, const void*) { calls.push_back(2); });
-  center.addObserver("tick", [&](std::string_view, const void* object) { calls.push_back(object ? 3 : 0); }, &subject);
+  center.addObserver(
+      "tick", [&](std::string_view, const void* object) { calls.push_back(object ? 3 : 0); }, &subject);
   center.post("tock");
   EXPECT_TRUE(calls.empty());
   center.post("tick");
