@@ -1,0 +1,118 @@
+// The graph against the same draws in bare GL, in one process and on one thread.
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "Support/BareGL.h"
+#include "Support/Comparison.h"
+#include "Support/ResourceCount.h"
+
+namespace tavrel::benchmarks {
+namespace {
+
+constexpr int kFilters = 8;
+constexpr std::uint32_t kGray = 0xff808080;
+
+/// The input, and a chain of filters that copy, by the graph and by hand.
+class PassthroughChains {
+ public:
+  PassthroughChains(int width, int height) : size_{double(width), double(height)} {
+    for (int i = 0; i < kFilters; ++i) {
+      filters_.push_back(std::make_shared<TavrelGPUImageFilter>());
+      if (i > 0) filters_[i - 1]->addTarget(filters_[i]);
+    }
+    bare_.use();
+    pass_ =
+        std::make_unique<BarePass>(kTavrelGPUImageVertexShaderString, kTavrelGPUImagePassthroughFragmentShaderString);
+    const std::vector<std::uint32_t> gray(static_cast<std::size_t>(width) * height, kGray);
+    input_ = std::make_unique<BareTexture>(width, height, gray.data());
+    // As few targets as do: two take turns.
+    for (int i = 0; i < 2; ++i) targets_.emplace_back(width, height);
+    glFinish();
+    framebuffer_ = std::make_shared<TavrelGPUImageFramebuffer>(size_, input_->name());
+    BareContext::useGraph();
+  }
+
+  void drawBare() {
+    bare_.use();
+    const BareTexture* input = input_.get();
+    for (int i = 0; i < kFilters; ++i) {
+      pass_->draw(*input, targets_[i % 2]);
+      input = &targets_[i % 2].texture();
+    }
+    glFinish();
+  }
+
+  /// Whether the latest draw came through, by whichever way it was made.
+  static bool isGrayAtOrigin() {
+    std::uint32_t pixel = 0;
+    glReadPixels(0, 0, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, &pixel);
+    return pixel == kGray;
+  }
+
+  void drawGraph() {
+    BareContext::useGraph();
+    filters_.front()->setInputFramebuffer(framebuffer_, 0);
+    filters_.front()->setInputSize(size_, 0);
+    filters_.front()->newFrameReadyAtTime(MediaTime::indefinite(), 0);
+    glFinish();
+  }
+
+ private:
+  Size size_;
+  BareContext bare_;
+  std::vector<std::shared_ptr<TavrelGPUImageFilter>> filters_;
+  std::unique_ptr<BarePass> pass_;
+  std::unique_ptr<BareTexture> input_;
+  std::vector<BareTarget> targets_;
+  std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer_;
+};
+
+ResourceCount madeInHundredFrames(const std::function<void()>& draw) {
+  const ResourceCount before = ResourceCount::now();
+  for (int i = 0; i < 100; ++i) draw();
+  return ResourceCount::now() - before;
+}
+
+void passthroughChain(benchmark::State& state) {
+  const auto width = static_cast<int>(state.range(0));
+  const auto height = static_cast<int>(state.range(1));
+  const int repetitions = width < 100 ? 2000 : 20;
+  for (auto iteration : state) {
+    TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+      const ResourceCount start = ResourceCount::now();
+      PassthroughChains chains(width, height);
+      chains.drawGraph();
+      state.counters["gl_objects_of_first_frame"] = static_cast<double>((ResourceCount::now() - start).glObjects);
+      const Comparison comparison = compare(
+          21, repetitions, [&] { chains.drawBare(); }, [&] { chains.drawGraph(); });
+      report(state, comparison);
+      state.counters["own_us_per_node"] = (comparison.own - comparison.limit) * 1000 / kFilters;
+
+      chains.drawBare();
+      require(PassthroughChains::isGrayAtOrigin(), "drawing by hand");
+      chains.drawGraph();
+      require(PassthroughChains::isGrayAtOrigin(), "drawing by the graph");
+      // The driver makes buffers of its own; what counts is what the graph adds.
+      const ResourceCount limit = madeInHundredFrames([&] { chains.drawBare(); });
+      const ResourceCount own = madeInHundredFrames([&] { chains.drawGraph(); });
+      state.counters["gl_objects"] = static_cast<double>(own.glObjects);
+      state.counters["large_buffers"] = static_cast<double>(own.largeBuffers);
+      state.counters["limit_large_buffers"] = static_cast<double>(limit.largeBuffers);
+    });
+  }
+}
+BENCHMARK(passthroughChain)
+    ->Args({1280, 720})
+    ->Args({640, 480})
+    ->Args({16, 16})
+    ->ArgNames({"width", "height"})
+    ->Iterations(1)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+
+}  // namespace
+}  // namespace tavrel::benchmarks
+
+BENCHMARK_MAIN();
