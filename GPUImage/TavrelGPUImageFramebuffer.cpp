@@ -131,9 +131,10 @@ void TavrelGPUImageFramebuffer::activateFramebuffer() {
   if (renderTarget_) renderTarget_->noteGPUWrite();
 }
 
-void TavrelGPUImageFramebuffer::lock() {
-  if (referenceCountingDisabled_) return;
+bool TavrelGPUImageFramebuffer::lock() {
+  if (referenceCountingDisabled_) return false;
   ++framebufferReferenceCount_;
+  return true;
 }
 
 void TavrelGPUImageFramebuffer::unlock() {

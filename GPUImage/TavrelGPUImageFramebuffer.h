@@ -44,7 +44,8 @@ class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this
   /// Makes it what GL draws into, in its whole size.
   void activateFramebuffer();
 
-  void lock();
+  /// Returns whether the lock counts: not while counting is disabled.
+  bool lock();
   /// Without a lock the program stops.
   void unlock();
   void clearAllLocks();

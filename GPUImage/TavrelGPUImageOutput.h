@@ -43,9 +43,9 @@ class TAVREL_API TavrelGPUImageOutput : public std::enable_shared_from_this<Tavr
   /// Every consumer is told zero size and no rotation, but not `endProcessing`.
   virtual void removeAllTargets();
 
-  const std::shared_ptr<TavrelGPUImageFramebuffer>& framebufferForOutput() const { return outputFramebuffer; }
+  virtual const std::shared_ptr<TavrelGPUImageFramebuffer>& framebufferForOutput() const { return outputFramebuffer; }
   /// Drops the output without unlocking it.
-  void removeOutputFramebuffer() { outputFramebuffer.reset(); }
+  virtual void removeOutputFramebuffer() { outputFramebuffer.reset(); }
   void setInputFramebufferForTarget(const std::shared_ptr<TavrelGPUImageInput>& target, Index inputTextureIndex);
   /// Hands the output to every target.
   void notifyTargetsAboutNewOutputTexture();

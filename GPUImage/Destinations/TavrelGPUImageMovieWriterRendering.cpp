@@ -4,7 +4,7 @@
 
 #include "GPUImage/Destinations/TavrelGPUImageMovieWriter.h"
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
-#include "GPUImage/Private/LinkProgram.h"
+#include "GPUImage/Private/LinkedProgram.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Graphics/PixelBufferPool.h"
 
@@ -17,15 +17,11 @@ void TavrelGPUImageMovieWriter::initializeRendering() {
   TavrelRunSynchronouslyOnContextQueue(*movieWriterContext_, [this] {
     movieWriterContext_->useAsCurrentContext();
     // A pixel buffer is drawn into directly; what is read back as RGBA is drawn with red and blue exchanged.
-    colorSwizzlingProgram_ = movieWriterContext_->programForVertexShaderString(
-        kTavrelGPUImageVertexShaderString, TavrelGPUImageContext::supportsFastTextureUpload()
+    colorSwizzlingProgram_ = linkedProgram(*movieWriterContext_, kTavrelGPUImageVertexShaderString,
+                                           TavrelGPUImageContext::supportsFastTextureUpload()
                                                ? kTavrelGPUImagePassthroughFragmentShaderString
-                                               : kTavrelGPUImageColorSwizzlingFragmentShaderString);
-    if (!colorSwizzlingProgram_->initialized()) {
-      colorSwizzlingProgram_->addAttribute("position");
-      colorSwizzlingProgram_->addAttribute("inputTextureCoordinate");
-      linkProgram(colorSwizzlingProgram_);
-    }
+                                               : kTavrelGPUImageColorSwizzlingFragmentShaderString,
+                                           {"position", "inputTextureCoordinate"});
     colorSwizzlingPositionAttribute_ = colorSwizzlingProgram_->attributeIndex("position");
     colorSwizzlingTextureCoordinateAttribute_ = colorSwizzlingProgram_->attributeIndex("inputTextureCoordinate");
     colorSwizzlingInputTextureUniform_ = colorSwizzlingProgram_->uniformIndex("inputImageTexture");

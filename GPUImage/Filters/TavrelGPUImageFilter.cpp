@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "GPUImage/Private/LinkProgram.h"
+#include "GPUImage/Private/LinkedProgram.h"
 #include "GPUImage/Private/Resource.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
@@ -28,34 +28,28 @@ TavrelGPUImageFilter::TavrelGPUImageFilter(std::string_view fragmentShaderString
     : TavrelGPUImageFilter(kTavrelGPUImageVertexShaderString, fragmentShaderString) {}
 
 TavrelGPUImageFilter::TavrelGPUImageFilter(std::string_view vertexShaderString, std::string_view fragmentShaderString,
-                                           std::initializer_list<std::string_view> furtherAttributes) {
-  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
-    TavrelGPUImageContext::useImageProcessingContext();
-    filterProgram = TavrelGPUImageContext::sharedImageProcessingContext()->programForVertexShaderString(
-        vertexShaderString, fragmentShaderString);
-    if (!filterProgram->initialized()) {
-      initializeAttributes(furtherAttributes);
-      linkProgram(filterProgram);
-    }
-    filterPositionAttribute = filterProgram->attributeIndex("position");
-    filterTextureCoordinateAttribute = filterProgram->attributeIndex("inputTextureCoordinate");
-    filterInputTextureUniform = filterProgram->uniformIndex("inputImageTexture");
-    TavrelGPUImageContext::setActiveShaderProgram(filterProgram);
-    glEnableVertexAttribArray(filterPositionAttribute);
-    glEnableVertexAttribArray(filterTextureCoordinateAttribute);
-  });
+                                           std::initializer_list<std::string_view> attributes) {
+  TavrelRunSynchronouslyOnVideoProcessingQueue(
+      [&] { useFilterProgram(vertexShaderString, fragmentShaderString, attributes); });
+}
+
+void TavrelGPUImageFilter::useFilterProgram(std::string_view vertexShaderString, std::string_view fragmentShaderString,
+                                            std::initializer_list<std::string_view> attributes) {
+  TavrelGPUImageContext::useImageProcessingContext();
+  filterProgram = linkedProgram(*TavrelGPUImageContext::sharedImageProcessingContext(), vertexShaderString,
+                                fragmentShaderString, attributes);
+  filterPositionAttribute = filterProgram->attributeIndex("position");
+  filterTextureCoordinateAttribute = filterProgram->attributeIndex("inputTextureCoordinate");
+  filterInputTextureUniform = filterProgram->uniformIndex("inputImageTexture");
+  TavrelGPUImageContext::setActiveShaderProgram(filterProgram);
+  glEnableVertexAttribArray(filterPositionAttribute);
+  glEnableVertexAttribArray(filterTextureCoordinateAttribute);
 }
 
 TavrelGPUImageFilter::~TavrelGPUImageFilter() = default;
 
 std::string TavrelGPUImageFilter::readFragmentShader(const std::filesystem::path& file) {
   return readResource(file, "fsh").value_or(std::string());
-}
-
-void TavrelGPUImageFilter::initializeAttributes(std::initializer_list<std::string_view> furtherAttributes) {
-  filterProgram->addAttribute("position");
-  filterProgram->addAttribute("inputTextureCoordinate");
-  for (const std::string_view attribute : furtherAttributes) filterProgram->addAttribute(attribute);
 }
 
 void TavrelGPUImageFilter::useNextFrameForImageCapture() {
@@ -73,7 +67,7 @@ std::shared_ptr<Image> TavrelGPUImageFilter::newCGImageFromCurrentlyProcessedOut
 
 void TavrelGPUImageFilter::renderToTexture(const GLfloat* vertices, const GLfloat* textureCoordinates) {
   if (preventRendering_) {
-    unlockFirstInputFramebuffer();
+    unlockInputs();
     return;
   }
   TavrelGPUImageContext::setActiveShaderProgram(filterProgram);
@@ -84,12 +78,12 @@ void TavrelGPUImageFilter::renderToTexture(const GLfloat* vertices, const GLfloa
   setUniformsForProgramAtIndex(0);
   clearToBackgroundColor();
 
-  glActiveTexture(GL_TEXTURE2);
-  glBindTexture(GL_TEXTURE_2D, firstInputFramebuffer ? firstInputFramebuffer->texture() : 0);
-  glUniform1i(filterInputTextureUniform, 2);
-  drawQuad(vertices, textureCoordinates);
+  bindInputs();
+  setCorners(filterPositionAttribute, vertices);
+  setCorners(filterTextureCoordinateAttribute, textureCoordinates);
+  drawQuad();
 
-  unlockFirstInputFramebuffer();
+  unlockInputs();
   if (usingNextFrameForImageCapture) imageCaptureSemaphore.signal();
 }
 
@@ -98,14 +92,36 @@ void TavrelGPUImageFilter::clearToBackgroundColor() const {
   glClear(GL_COLOR_BUFFER_BIT);
 }
 
-void TavrelGPUImageFilter::drawQuad(const GLfloat* vertices, const GLfloat* textureCoordinates) const {
-  glVertexAttribPointer(filterPositionAttribute, 2, GL_FLOAT, GL_FALSE, 0, vertices);
-  glVertexAttribPointer(filterTextureCoordinateAttribute, 2, GL_FLOAT, GL_FALSE, 0, textureCoordinates);
+void TavrelGPUImageFilter::bindInputs() {
+  bindTexture(firstInputFramebuffer, 2, filterInputTextureUniform);
+}
+
+void TavrelGPUImageFilter::unlockInputs() {
+  firstInputFramebuffer.release();
+}
+
+void TavrelGPUImageFilter::bindTexture(const TavrelGPUImageFramebufferLease& framebuffer, GLint unit,
+                                       GLint samplerUniform) {
+  glActiveTexture(static_cast<GLenum>(GL_TEXTURE0 + unit));
+  glBindTexture(GL_TEXTURE_2D, framebuffer.texture());
+  glUniform1i(samplerUniform, unit);
+}
+
+void TavrelGPUImageFilter::setCorners(GLuint attribute, const GLfloat* corners) {
+  glVertexAttribPointer(attribute, 2, GL_FLOAT, GL_FALSE, 0, corners);
+}
+
+void TavrelGPUImageFilter::drawQuad() {
   glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
 }
 
-void TavrelGPUImageFilter::unlockFirstInputFramebuffer() {
-  if (firstInputFramebuffer) firstInputFramebuffer->unlock();
+GLint TavrelGPUImageFilter::uniformIndex(std::string_view name) const {
+  GLint location = -1;
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    TavrelGPUImageContext::useImageProcessingContext();
+    location = filterProgram->uniformIndex(name);
+  });
+  return location;
 }
 
 void TavrelGPUImageFilter::informTargetsAboutNewFrameAtTime(MediaTime frameTime) {
@@ -115,7 +131,7 @@ void TavrelGPUImageFilter::informTargetsAboutNewFrameAtTime(MediaTime frameTime)
     setInputFramebufferForTarget(target, slot);
     target->setInputSize(outputFrameSize(), slot);
   });
-  if (outputFramebuffer) outputFramebuffer->unlock();
+  if (framebufferForOutput()) framebufferForOutput()->unlock();
   if (!usingNextFrameForImageCapture) removeOutputFramebuffer();
   forEachUpdatedTarget([frameTime](const auto& target, Index slot) { target->newFrameReadyAtTime(frameTime, slot); });
 }
@@ -126,8 +142,7 @@ void TavrelGPUImageFilter::newFrameReadyAtTime(MediaTime frameTime, Index) {
 }
 
 void TavrelGPUImageFilter::setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer, Index) {
-  firstInputFramebuffer = std::move(newInputFramebuffer);
-  if (firstInputFramebuffer) firstInputFramebuffer->lock();
+  firstInputFramebuffer = TavrelGPUImageFramebufferLease(std::move(newInputFramebuffer));
 }
 
 void TavrelGPUImageFilter::setInputSize(Size newSize, Index atIndex) {

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "GPUImage/TavrelGLProgram.h"
+#include "GPUImage/TavrelGPUImageFramebufferLease.h"
 #include "GPUImage/TavrelGPUImageOutput.h"
 #include "GPUImage/TavrelGPUImageRotationMode.h"
 #include "Platform/Dispatch/DispatchSemaphore.h"
@@ -47,10 +48,10 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   /// Copies its input.
   TavrelGPUImageFilter();
   explicit TavrelGPUImageFilter(std::string_view fragmentShaderString);
-  /// `furtherAttributes` are added to the program behind "position" and "inputTextureCoordinate". Shaders that do not
-  /// compile and link stop the program, with GL's logs on the console.
+  /// `attributes` are those of the vertex shader, the first two always these. Shaders that do not compile and link stop
+  /// the program, with GL's logs on the console.
   TavrelGPUImageFilter(std::string_view vertexShaderString, std::string_view fragmentShaderString,
-                       std::initializer_list<std::string_view> furtherAttributes = {});
+                       std::initializer_list<std::string_view> attributes = {"position", "inputTextureCoordinate"});
   /// The fragment shader from a file with extension "fsh"; see `TavrelGLProgram` for where it is looked for.
   template <std::same_as<std::filesystem::path> Path>
   explicit TavrelGPUImageFilter(const Path& fragmentShaderFile)
@@ -72,7 +73,7 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   virtual void setupFilterForSize(Size) {}
   Size sizeOfFBO() const;
   Size outputFrameSize() const { return inputTextureSize; }
-  Size rotatedSize(Size sizeToRotate, Index forIndex) const;
+  virtual Size rotatedSize(Size sizeToRotate, Index forIndex) const;
   /// A point with coordinates in 0…1 in the turned picture.
   static Point rotatedPoint(Point pointToRotate, TavrelGPUImageRotationMode forRotation);
 
@@ -86,6 +87,7 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   void setSize(Size newSize, std::string_view forUniformName);
   void setPoint(Point newPoint, std::string_view forUniformName);
   void setFloatVec3(TavrelGPUVector3 newVector, std::string_view forUniformName);
+  void setFloatVec4(TavrelGPUVector4 newVector, std::string_view forUniformName);
   void setFloatVec4(TavrelGPUVector4 newVector, GLint forUniform);
   void setFloatArray(const GLfloat* array, GLsizei length, GLint forUniform);
 
@@ -102,9 +104,10 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
 
   /// Runs `block`, which sets the uniform at `uniform`, and keeps it in place of an earlier one for that location, to
   /// be run again before every draw.
-  void setAndExecuteUniformStateCallbackAtIndex(GLint uniform, const std::shared_ptr<TavrelGLProgram>& shaderProgram,
-                                                std::function<void()> uniformStateBlock);
-  void setUniformsForProgramAtIndex(std::size_t programIndex);
+  virtual void setAndExecuteUniformStateCallbackAtIndex(GLint uniform,
+                                                        const std::shared_ptr<TavrelGLProgram>& shaderProgram,
+                                                        std::function<void()> uniformStateBlock);
+  virtual void setUniformsForProgramAtIndex(std::size_t programIndex);
 
   /// While set, frames are taken and dropped.
   bool preventRendering() const { return preventRendering_; }
@@ -129,15 +132,27 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   void setCurrentlyReceivingMonochromeInput(bool newValue) override { currentlyReceivingMonochromeInput_ = newValue; }
 
  protected:
+  /// Draws the inputs into a framebuffer from the cache, the new output. Drops the inputs' locks on every way out.
   virtual void renderToTexture(const GLfloat* vertices, const GLfloat* textureCoordinates);
+  /// Binds the inputs' textures and sets their samplers. A filter with more inputs extends it: unit 2 is the first's.
+  virtual void bindInputs();
+  /// Ends the locks on the inputs.
+  virtual void unlockInputs();
   virtual void informTargetsAboutNewFrameAtTime(MediaTime frameTime);
   /// `size` fitted into `forcedMaximumSize`, or the current input size when none is forced.
   Size inputSizeUnderOverride(Size size) const;
-  void unlockFirstInputFramebuffer();
-  void drawQuad(const GLfloat* vertices, const GLfloat* textureCoordinates) const;
   void clearToBackgroundColor() const;
+  /// Makes the program of these sources. Video-processing queue.
+  void useFilterProgram(std::string_view vertexShaderString, std::string_view fragmentShaderString,
+                        std::initializer_list<std::string_view> attributes = {"position", "inputTextureCoordinate"});
+  /// The location of one of `filterProgram`'s uniforms, asked for on the video-processing queue. Any thread.
+  GLint uniformIndex(std::string_view name) const;
+  static void bindTexture(const TavrelGPUImageFramebufferLease& framebuffer, GLint unit, GLint samplerUniform);
+  /// Points an attribute at four corners of two floats each.
+  static void setCorners(GLuint attribute, const GLfloat* corners);
+  static void drawQuad();
 
-  std::shared_ptr<TavrelGPUImageFramebuffer> firstInputFramebuffer;
+  TavrelGPUImageFramebufferLease firstInputFramebuffer;
   std::shared_ptr<TavrelGLProgram> filterProgram;
   GLuint filterPositionAttribute = 0;
   GLuint filterTextureCoordinateAttribute = 0;
@@ -150,16 +165,17 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   Size currentFilterSize;
   bool isEndProcessing = false;
   DispatchSemaphore imageCaptureSemaphore{1};
+  /// What sets a uniform again, by location.
+  using UniformStateBlocks = std::map<GLint, std::function<void()>>;
+  UniformStateBlocks uniformStateRestorationBlocks;
 
  private:
   static std::string readFragmentShader(const std::filesystem::path& file);
-  void initializeAttributes(std::initializer_list<std::string_view> furtherAttributes);
   using UniformSetter = std::function<void(GLint location)>;
   void setUniform(GLint uniform, const std::shared_ptr<TavrelGLProgram>& program, UniformSetter setter);
   void setUniform(std::string_view name, UniformSetter setter);
   void runOnVideoProcessingQueue(std::function<void()> work);
 
-  std::map<GLint, std::function<void()>> uniformStateRestorationBlocks;
   bool preventRendering_ = false;
   bool currentlyReceivingMonochromeInput_ = false;
 };

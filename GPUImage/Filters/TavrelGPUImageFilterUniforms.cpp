@@ -61,6 +61,10 @@ void TavrelGPUImageFilter::setFloatVec3(TavrelGPUVector3 newVector, std::string_
   setUniform(forUniformName, vec3Setter(newVector));
 }
 
+void TavrelGPUImageFilter::setFloatVec4(TavrelGPUVector4 newVector, std::string_view forUniformName) {
+  setUniform(forUniformName, vec4Setter(newVector));
+}
+
 void TavrelGPUImageFilter::setFloatVec4(TavrelGPUVector4 newVector, GLint forUniform) {
   setVec4(newVector, forUniform, filterProgram);
 }

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <array>
 
-#include "GPUImage/TavrelGPUImageContext.h"
-
 namespace tavrel {
 
 const char* const kTavrelGPUImageTransformVertexShaderString =
@@ -14,11 +12,8 @@ const char* const kTavrelGPUImageTransformVertexShaderString =
 
 TavrelGPUImageTransformFilter::TavrelGPUImageTransformFilter()
     : TavrelGPUImageFilter(kTavrelGPUImageTransformVertexShaderString, kTavrelGPUImagePassthroughFragmentShaderString) {
-  TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
-    TavrelGPUImageContext::useImageProcessingContext();
-    transformMatrixUniform = filterProgram->uniformIndex("transformMatrix");
-    orthographicMatrixUniform = filterProgram->uniformIndex("orthographicMatrix");
-  });
+  transformMatrixUniform = uniformIndex("transformMatrix");
+  orthographicMatrixUniform = uniformIndex("orthographicMatrix");
   setTransform3D({});
 }
 

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "GPUImage/Filters/TavrelGPUImageTwoInputFilter.h"
+
+namespace tavrel {
+
+TAVREL_API extern const char* const kTavrelGPUImageAlphaBlendFragmentShaderString;
+
+/// Lays the second input over the first by the second's alpha, which is straight (colours not multiplied by it). The
+/// result has the first input's alpha.
+class TAVREL_API TavrelGPUImageAlphaBlendFilter : public TavrelGPUImageTwoInputFilter {
+ public:
+  TavrelGPUImageAlphaBlendFilter();
+
+  /// How much of the second input's alpha counts, from 0 to 1; 0.5 by default.
+  double mix() const { return mix_; }
+  void setMix(double newValue);
+
+ private:
+  double mix_ = 0;
+  GLint mixUniform;
+};
+
+}  // namespace tavrel
