@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <mutex>
+#include <utility>
 
 #include "TavrelBase/Log/TavrelDDLogger.h"
 
@@ -23,6 +24,8 @@ class TAVREL_API TavrelDDAbstractLogger : public TavrelDDLogger {
   /// Runs `block` on the logger's queue, behind everything logged so far, and returns after it; at once when the caller
   /// is on that queue already.
   void performOnLoggerQueue(const std::function<void()>& block);
+  /// The formatter that a logger starts with; for constructors.
+  void setInitialFormatter(std::shared_ptr<TavrelDDLogFormatter> formatter) { formatter_ = std::move(formatter); }
   /// The formatter, for code on the logger's queue.
   const std::shared_ptr<TavrelDDLogFormatter>& currentFormatter() const { return formatter_; }
 

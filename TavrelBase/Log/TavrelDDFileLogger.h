@@ -71,6 +71,9 @@ class TAVREL_API TavrelDDFileLogger : public TavrelDDAbstractLogger,
  private:
   struct State;
 
+  void rollOrWait();
+  void startRollingTimer();
+
   const std::shared_ptr<TavrelDDLogFileManager> logFileManager_;
   std::unique_ptr<State> state_;
 };

@@ -58,7 +58,7 @@ class TAVREL_API TavrelDDLog {
                   std::string_view function, unsigned line, std::string_view tag, fmt::format_string<Args...> format,
                   Args&&... args) {
     log(asynchronous, level, flag, context, file, function, line, tag, fmt::string_view(format),
-        fmt::make_format_args(args...));
+        fmt::format_args(fmt::make_format_args(args...)));
   }
   static void log(bool asynchronous, unsigned level, unsigned flag, Index context, const char* file,
                   std::string_view function, unsigned line, std::string_view tag, fmt::string_view format,

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "TavrelBase/Log/TavrelDDAbstractLogger.h"
 
 namespace tavrel {
+
+class LogTimeText;
 
 /// Writes records to standard error: date and time, program and process number, level, tag and text, in one line, for
 /// instance "2026-03-01 12:00:00.250 tavrel[812] [W] TavrelCamera: front camera not available". With a formatter its
@@ -18,6 +21,7 @@ class TAVREL_API TavrelDDTTYLogger : public TavrelDDAbstractLogger {
 
   /// Writes to another descriptor, which must stay open as long as the logger lives.
   explicit TavrelDDTTYLogger(int fileDescriptor);
+  ~TavrelDDTTYLogger() override;
 
   void logMessage(const TavrelDDLogMessage& message) override;
   void finishHandOver() override;
@@ -25,10 +29,9 @@ class TAVREL_API TavrelDDTTYLogger : public TavrelDDAbstractLogger {
   std::string loggerName() const override { return "video.tavrel.log.console"; }
 
  private:
-  void appendPrefix(const TavrelDDLogMessage& message);
-
   const int fileDescriptor_;
   const bool isColoured_;
+  const std::unique_ptr<LogTimeText> time_;
   std::string pending_;
 };
 

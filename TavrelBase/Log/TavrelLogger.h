@@ -31,6 +31,8 @@ class TAVREL_API TavrelLogger {
   void setFileLogger(std::shared_ptr<TavrelDDFileLogger> fileLogger);
 
  private:
+  struct Load;
+
   TavrelLogger() = default;
 
   std::mutex mutex_;
