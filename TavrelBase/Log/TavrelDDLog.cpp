@@ -1,5 +1,7 @@
 #include "TavrelBase/Log/TavrelDDLog.h"
 
+#include <sched.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <thread>
@@ -11,10 +13,20 @@
 #include "TavrelBase/Log/Private/LogScope.h"
 
 namespace tavrel {
+namespace {
+
+/// The processors that this process may use, which can be fewer than the machine has.
+unsigned processorCount() {
+  cpu_set_t processors;
+  if (sched_getaffinity(0, sizeof processors, &processors) != 0) return std::thread::hardware_concurrency();
+  return static_cast<unsigned>(CPU_COUNT(&processors));
+}
+
+}  // namespace
 
 struct TavrelDDLog::Implementation {
   LogBacklog backlog{kMaximumQueueSize};
-  LogFanOut fanOut{std::thread::hardware_concurrency(), backlog};
+  LogFanOut fanOut{processorCount(), backlog};
   std::once_flag queueOnce;
   std::shared_ptr<DispatchQueue> loggingQueue;
   std::vector<LogEntry> batch;  // what the logging queue works on
