@@ -30,7 +30,7 @@ class LogBacklog {
  public:
   enum class Push { accepted, acceptedAndIdle, full, closed };
 
-  explicit LogBacklog(std::size_t capacity) : capacity_(capacity) {}
+  explicit LogBacklog(std::size_t capacity) : capacity_(capacity), step_(capacity / 4) {}
 
   /// Adds an entry, which is moved from when it is accepted. A record waits for room when `mayWait`, and otherwise may
   /// exceed the capacity up to its double. After `acceptedAndIdle` the caller must see to it that the logging queue
@@ -43,7 +43,8 @@ class LogBacklog {
 
   /// Exchanges `entries`, which must be empty, for what waits. Logging queue only.
   void take(std::vector<LogEntry>& entries);
-  /// After work: true when more waits, which must then be taken; otherwise the next push reports idleness.
+  /// After work: waits a moment for more, unless a caller waits or much has come already. True when there is more, which
+  /// must then be taken; otherwise the next push reports idleness. Logging queue only.
   bool continueWork();
   /// A record that takes room was written. Any thread.
   void didWrite();
@@ -54,11 +55,15 @@ class LogBacklog {
   bool hasRoom(std::size_t room) const { return accepted_ - written_.load() < room; }
 
   const std::size_t capacity_;
+  const std::size_t step_;  // so many records are worth waking a thread
   std::mutex mutex_;
   std::condition_variable roomAppeared_;
+  std::condition_variable moreArrived_;
   std::vector<LogEntry> waiting_;
   std::size_t accepted_ = 0;
   bool isWorking_ = false;
+  bool isLingering_ = false;
+  bool hasUrgent_ = false;  // a caller waits for one of the entries
   bool isClosed_ = false;
   std::atomic<std::size_t> written_ = 0;
   std::atomic<unsigned> blockedCallers_ = 0;

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <thread>
 
 namespace tavrel {
 
@@ -25,6 +26,10 @@ class LogLockstep {
     }
     for (int i = 0; i < spins_; ++i) {
       if (step_.load(std::memory_order_acquire) != step) return;
+    }
+    for (int i = 0; i < 20; ++i) {
+      if (step_.load(std::memory_order_acquire) != step) return;
+      std::this_thread::yield();
     }
     onSleep();
     step_.wait(step, std::memory_order_acquire);
