@@ -6,12 +6,13 @@
 namespace tavrel {
 namespace {
 
-/// How often a blocked caller looks for room by itself. Waking a caller for each record that is written would cost more than
-/// the record: callers are woken for many at a time, and a slow logger does not hold up those for whom there is room.
+/// How often a blocked caller looks for room by itself. Waking a caller for each record that is written would cost more
+/// than the record: callers are woken for many at a time, and a slow logger does not hold up those for whom there is
+/// room.
 constexpr std::chrono::milliseconds kLookAgain(1);
 
-/// How long the logging queue waits for more before it sleeps. To wake it costs a caller more than ten calls without that, and
-/// few records at a time are dear to write.
+/// How long the logging queue waits for more before it sleeps. To wake it costs a caller more than ten calls without
+/// that, and few records at a time are dear to write.
 constexpr std::chrono::milliseconds kLinger(1);
 
 }  // namespace
@@ -42,9 +43,12 @@ void LogBacklog::pushIdle(LogEntry&& entry) {
   waiting_.push_back(std::move(entry));
 }
 
-bool LogBacklog::beginWork() {
+LogBacklog::Work LogBacklog::hurry() {
   const std::lock_guard lock(mutex_);
-  return !waiting_.empty() && !std::exchange(isWorking_, true);
+  if (waiting_.empty()) return Work::none;
+  hasUrgent_ = true;
+  if (std::exchange(isLingering_, false)) moreArrived_.notify_one();
+  return std::exchange(isWorking_, true) ? Work::oneBatch : Work::untilIdle;
 }
 
 void LogBacklog::take(std::vector<LogEntry>& entries) {

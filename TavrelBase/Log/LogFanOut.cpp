@@ -7,7 +7,6 @@
 #include "TavrelBase/Log/Private/LogFanOut.h"
 #include "TavrelBase/Log/Private/LogLockstep.h"
 #include "TavrelBase/Log/Private/LogScope.h"
-#include "TavrelBase/Log/TavrelDDLog.h"
 
 namespace tavrel {
 
@@ -45,7 +44,7 @@ void LogFanOut::add(std::shared_ptr<TavrelDDLogger> logger, unsigned level) {
   if (std::ranges::any_of(_loggers, isSame)) return;
   std::shared_ptr<DispatchQueue> queue = logger->loggerQueue();
   // On the logging queue itself a logger would wait for its own hand-over.
-  if (!queue || queue == TavrelDDLog::loggingQueue()) queue = DispatchQueue::create(logger->loggerName());
+  if (!queue || queue->isCurrent()) queue = DispatchQueue::create(logger->loggerName());
   auto node = std::make_shared<TavrelDDLoggerNode>(std::move(logger), std::move(queue), level);
   _loggers.push_back(node);
   node->loggerQueue->async(

@@ -36,6 +36,16 @@ constexpr FunctionNameEnd findFunctionNameEnd(std::string_view text) {
   return {text.size(), text.size()};
 }
 
+/// "f" for "f<int, A<B>>", which must end so.
+constexpr std::string_view withoutTemplateArguments(std::string_view name) {
+  int depth = 0;
+  for (std::size_t i = name.size(); i > 0; --i) {
+    if (name[i - 1] == '>') ++depth;
+    if (name[i - 1] == '<' && --depth == 0) return name.substr(0, i - 1);
+  }
+  return name;
+}
+
 }  // namespace detail
 
 /// The qualified name in a compiler's full description of a function, a view into it:
@@ -51,6 +61,7 @@ constexpr std::string_view qualifiedFunctionName(std::string_view description) {
     if (depth == 0 && (previous == ' ' || previous == '*' || previous == '&')) break;
   }
   std::string_view name = description.substr(start, end - start);
+  if (latestStart == end && name.ends_with('>')) name = detail::withoutTemplateArguments(name);
   for (bool isStripped = true; isStripped;) {
     isStripped = false;
     for (const std::string_view prefix : {"tavrel::", "{anonymous}::", "(anonymous namespace)::"}) {

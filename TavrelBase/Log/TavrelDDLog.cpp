@@ -108,8 +108,9 @@ struct TavrelDDLog::Implementation {
     if (isCallerWaitedFor()) return;
     backlog.close();
     loggingQueue->sync([this] {
-      do workOnBatch();
-      while (backlog.continueWork());
+      do {
+        workOnBatch();
+      } while (backlog.continueWork());
       const LogScope scope;
       fanOut.flush();
       lt_removeLogger(nullptr);
@@ -133,8 +134,18 @@ TavrelDDLog& TavrelDDLog::sharedInstance() {
 
 const std::shared_ptr<DispatchQueue>& TavrelDDLog::loggingQueue() {
   Implementation& shared = *sharedInstance().implementation_;
-  if (shared.backlog.beginWork()) shared.queue()->async([&shared] { shared.work(); });
-  return shared.queue();
+  const auto& queue = shared.queue();
+  switch (shared.backlog.hurry()) {
+    case LogBacklog::Work::oneBatch:
+      queue->async([&shared] { shared.workOnBatch(); });
+      break;
+    case LogBacklog::Work::untilIdle:
+      queue->async([&shared] { shared.work(); });
+      break;
+    case LogBacklog::Work::none:
+      break;
+  }
+  return queue;
 }
 
 bool TavrelDDLog::isOnLoggingQueue() {

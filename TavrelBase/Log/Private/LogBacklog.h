@@ -30,6 +30,8 @@ class LogBacklog {
  public:
   enum class Push { accepted, acceptedAndIdle, full, closed };
 
+  enum class Work { none, oneBatch, untilIdle };
+
   explicit LogBacklog(std::size_t capacity) : capacity_(capacity), step_(capacity / 4) {}
 
   /// Adds an entry, which is moved from when it is accepted. A record waits for room when `mayWait`, and otherwise may
@@ -38,13 +40,14 @@ class LogBacklog {
   Push push(LogEntry& entry, bool mayWait);
   /// Adds an entry that waits for the next `push`.
   void pushIdle(LogEntry&& entry);
-  /// True when entries wait and nobody was asked to take them: the caller must see to it.
-  bool beginWork();
+  /// What the caller must submit to the logging queue, so that all entries are taken before blocks that it submits
+  /// next: the work on one batch, or, where none is under way, work until there is no more.
+  Work hurry();
 
   /// Exchanges `entries`, which must be empty, for what waits. Logging queue only.
   void take(std::vector<LogEntry>& entries);
-  /// After work: waits a moment for more, unless a caller waits or much has come already. True when there is more, which
-  /// must then be taken; otherwise the next push reports idleness. Logging queue only.
+  /// After work: waits a moment for more, unless a caller waits or much has come already. True when there is more,
+  /// which must then be taken; otherwise the next push reports idleness. Logging queue only.
   bool continueWork();
   /// A record that takes room was written. Any thread.
   void didWrite();

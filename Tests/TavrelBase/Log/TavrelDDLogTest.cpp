@@ -275,7 +275,9 @@ void writeOnOneProcessor() {
   const auto first = addRecorder();
   const auto second = addRecorder(TavrelDDLogLevelError);
   first->onMessage = [&](const TavrelDDLogMessage& message) { order.push_back(fmt::format("a{}", message.message())); };
-  second->onMessage = [&](const TavrelDDLogMessage& message) { order.push_back(fmt::format("b{}", message.message())); };
+  second->onMessage = [&](const TavrelDDLogMessage& message) {
+    order.push_back(fmt::format("b{}", message.message()));
+  };
   for (int i = 0; i < 3; ++i) logText(true, i == 1 ? TavrelDDLogFlagInfo : TavrelDDLogFlagError, std::to_string(i));
   logText(false, TavrelDDLogFlagError, "3");
   const std::vector<std::string> expected = {"a0", "b0", "a1", "a2", "b2", "a3", "b3"};
