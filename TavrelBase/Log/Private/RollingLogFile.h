@@ -42,9 +42,9 @@ class RollingLogFile {
 
   const std::optional<TavrelDDLogFileInfo>& info() const { return info_; }
   const std::unique_ptr<LogFile>& file() const { return file_; }
-  void report(std::string_view reason);
 
  private:
+  void report(std::string_view reason);
   std::optional<TavrelDDLogFileInfo> reusableFile();
   bool openPath(TavrelDDLogFileInfo info, bool reports);
   bool isTooOld(const TavrelDDLogFileInfo& info) const;

@@ -252,6 +252,26 @@ TEST_F(FileLoggerTest, HostileTextsSurvive) {
   EXPECT_THAT(text, HasSubstr("%{} " + percent + " \xEF\xBF\xBD FileLoggerTest_HostileTextsSurvive_Test::TestBody"));
 }
 
+TEST_F(FileLoggerTest, HostileNamesSurvive) {
+  char hostile[] = "100% %s {}\n\xFF 2026-01-01 00-00";
+  char* const name = std::exchange(program_invocation_short_name, hostile);
+  const fs::path directory = folder_.path() / "%s {0}\n\xFE";
+  const auto manager = std::make_shared<TavrelDDLogFileManagerDefault>(directory);
+  const auto logger = std::make_shared<TavrelDDFileLogger>(manager);
+  manager->setMaximumNumberOfLogFiles(2);
+  TavrelDDLog::addLogger(logger);
+  for (int i = 0; i < 4; ++i) {
+    log("text");
+    logger->setMaximumFileSize(1);  // every further line is a file
+  }
+  const auto names = manager->sortedLogFileNames();
+  const auto paths = manager->sortedLogFilePaths();
+  program_invocation_short_name = name;
+  ASSERT_EQ(names.size(), 2U);
+  for (const std::string& each : names) EXPECT_EQ(each.find(std::string(hostile) + " 20"), 0U) << each;
+  EXPECT_THAT(readText(paths[0]), ::testing::StartsWith("100% %s {}\n\xEF\xBF\xBD 2026-01-01 00-00["));
+}
+
 TEST_F(FileLoggerTest, AFolderThatTakesNoFilesIsReportedTenTimes) {
   const test::ConsoleCapture console;
   std::ofstream(folder_.path() / "file") << "in the way";

@@ -177,11 +177,13 @@ TEST_F(LogFileManagerTest, ADirectoryThatCannotBeMadeIsReportedOnce) {
               ::testing::StartsWith("TavrelDDFileLogManagerDefault: Error creating logsDirectory: " + path.string()));
 }
 
+constexpr int kMountRefused = 77;
+
 /// In a process of its own, on a file system without extended attributes.
 void markOnPlainFileSystem(const fs::path& folder) {
   if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
       mount("none", folder.c_str(), "ramfs", 0, nullptr) != 0) {
-    std::exit(77);
+    std::exit(kMountRefused);
   }
   const auto path = std::make_shared<TavrelDDLogFileManagerDefault>(folder)->createNewLogFile();
   if (setxattr(path->c_str(), "user.archived", "1", 1, 0) == 0 || errno != ENOTSUP) std::exit(1);
@@ -195,11 +197,13 @@ void markOnPlainFileSystem(const fs::path& folder) {
 
 TEST_F(LogFileManagerTest, WithoutExtendedAttributesTheWritePermissionIsTheMark) {
   if (geteuid() != 0) GTEST_SKIP() << "only root may mount a file system without extended attributes";
-  const auto result = [](int status) {
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 77) std::fputs("mounting is not permitted here\n", stderr);
-    return WIFEXITED(status) && (WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == 77);
+  bool isMountRefused = false;
+  const auto passes = [&](int status) {
+    isMountRefused = WIFEXITED(status) && WEXITSTATUS(status) == kMountRefused;
+    return isMountRefused || (WIFEXITED(status) && WEXITSTATUS(status) == 0);
   };
-  EXPECT_EXIT(markOnPlainFileSystem(folder_.path()), result, "");
+  EXPECT_EXIT(markOnPlainFileSystem(folder_.path()), passes, "");
+  if (isMountRefused) GTEST_SKIP() << "mounting a file system is not permitted here";
 }
 
 }  // namespace
