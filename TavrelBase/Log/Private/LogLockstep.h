@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <thread>
 
 namespace tavrel {
 
@@ -27,10 +26,7 @@ class LogLockstep {
     for (int i = 0; i < spins_; ++i) {
       if (step_.load(std::memory_order_acquire) != step) return;
     }
-    for (int i = 0; i < 20; ++i) {
-      if (step_.load(std::memory_order_acquire) != step) return;
-      std::this_thread::yield();
-    }
+    // No yielding in between: on a busy machine that gives the processor to other programs for a whole time slice.
     onSleep();
     step_.wait(step, std::memory_order_acquire);
   }
