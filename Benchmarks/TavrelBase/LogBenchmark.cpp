@@ -122,19 +122,29 @@ void callerCost(benchmark::State& state) {
 BENCHMARK(callerCost<Tavrel>)->Arg(1)->Arg(4)->UseManualTime()->Iterations(100)->Unit(benchmark::kNanosecond);
 BENCHMARK(callerCost<Spdlog>)->Arg(1)->Arg(4)->UseManualTime()->Iterations(100)->Unit(benchmark::kNanosecond);
 
-/// One call at a time with the library idle: each one wakes the thread that writes.
+/// One call at a time, so many microseconds apart: with the longer distance each one wakes the thread that writes.
 template <typename Library>
 void callerCostWhenIdle(benchmark::State& state) {
   Library library;
   for (auto _ : state) {
-    std::this_thread::sleep_for(std::chrono::microseconds(300));
+    std::this_thread::sleep_for(std::chrono::microseconds(state.range(0)));
     const auto start = Clock::now();
     library.log(1);
     state.SetIterationTime(secondsSince(start));
   }
 }
-BENCHMARK(callerCostWhenIdle<Tavrel>)->UseManualTime()->Iterations(5000)->Unit(benchmark::kNanosecond);
-BENCHMARK(callerCostWhenIdle<Spdlog>)->UseManualTime()->Iterations(5000)->Unit(benchmark::kNanosecond);
+BENCHMARK(callerCostWhenIdle<Tavrel>)
+    ->Arg(300)
+    ->Arg(5000)
+    ->UseManualTime()
+    ->Iterations(500)
+    ->Unit(benchmark::kNanosecond);
+BENCHMARK(callerCostWhenIdle<Spdlog>)
+    ->Arg(300)
+    ->Arg(5000)
+    ->UseManualTime()
+    ->Iterations(500)
+    ->Unit(benchmark::kNanosecond);
 
 /// As many records as possible, until all are in the file.
 template <typename Library, std::size_t... queueSize>
