@@ -107,17 +107,15 @@ TEST_F(TavrelDDLogTest, TheBacklogBlocksAtAThousandAndRecovers) {
       ++calls;
     }
   });
-  const auto settle = [&] {
-    int before = -1;
-    while (before != calls) {
-      before = calls;
-      std::this_thread::sleep_for(50ms);
-    }
-    return before;
+  // The number of calls once it has reached `expected`, and some time later.
+  const auto settledAt = [&](int expected) {
+    for (int i = 0; i < 2000 && calls < expected; ++i) std::this_thread::sleep_for(5ms);
+    std::this_thread::sleep_for(50ms);
+    return calls.load();
   };
-  EXPECT_EQ(settle(), 1000);
+  EXPECT_EQ(settledAt(1000), 1000);
   gate.signal();
-  EXPECT_EQ(settle(), 1001);  // each record that is written makes room for one
+  EXPECT_EQ(settledAt(1001), 1001);  // each record that is written makes room for one
   for (int i = 0; i < 1499; ++i) gate.signal();
   caller.join();
   TavrelDDLog::flushLog();
