@@ -59,3 +59,5 @@
 #include "Platform/Media/MediaTime.h"
 #include "Platform/Media/SampleBuffer.h"
 #include "Platform/UI/Application.h"
+#include "TavrelBase/Log/TavrelLogger.h"
+#include "TavrelBase/Utils/TavrelUtils.h"

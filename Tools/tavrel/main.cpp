@@ -6,6 +6,23 @@
 #include "Report.h"
 #include "TavrelCaptureBase.h"
 
+namespace {
+
+/// What matters to a person is said by the commands themselves; the library's own messages are for those who ask.
+void chooseLibraryMessages(bool areShown) {
+  if (!areShown) {
+    tavrel::TavrelLogger::setLogLevel(0);
+    tavrel::ConsoleLog::setSink([](std::string_view) {});
+    return;
+  }
+  tavrel::TavrelLogger::setLogLevel(5);
+  const auto& console = tavrel::TavrelDDTTYLogger::sharedInstance();
+  tavrel::TavrelDDLog::removeLogger(console);  // it is there with the level of the start
+  tavrel::TavrelDDLog::addLogger(console, tavrel::TavrelDDLogLevelVerbose);
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
   CLI::App app("Record, filter and look through the camera.", "tavrel");
   app.set_version_flag("--version", TavrelCaptureBaseVersionString);
@@ -16,8 +33,7 @@ int main(int argc, char** argv) {
   tavrel::tool::RecordCommand record(app);
   try {
     app.parse(argc, argv);
-    // What matters to a person is said by the commands themselves.
-    if (!isVerbose) tavrel::ConsoleLog::setSink([](std::string_view) {});
+    chooseLibraryMessages(isVerbose);
     if (filter.isChosen()) return filter.run();
     return record.run();
   } catch (const CLI::ParseError& error) {

@@ -1,0 +1,85 @@
+#include <chrono>
+#include <utility>
+
+#include "TavrelBase/Log/Private/LogBacklog.h"
+
+namespace tavrel {
+namespace {
+
+/// How often a blocked caller looks for room by itself. Waking a caller for each record that is written would cost more
+/// than the record: callers are woken for many at a time, and a slow logger does not hold up those for whom there is
+/// room.
+constexpr std::chrono::milliseconds kLookAgain(1);
+
+/// How long the logging queue waits for more before it sleeps. To wake it costs a caller more than ten calls without
+/// that, and few records at a time are dear to write.
+constexpr std::chrono::milliseconds kLinger(1);
+
+}  // namespace
+
+LogBacklog::Push LogBacklog::push(LogEntry& entry, bool mayWait) {
+  std::unique_lock lock(mutex_);
+  if (entry.takesRoom && mayWait && !hasRoom(capacity_)) {
+    ++blockedCallers_;
+    while (!isClosed_ && !hasRoom(capacity_)) roomAppeared_.wait_for(lock, kLookAgain);
+    --blockedCallers_;
+  }
+  if (isClosed_) return Push::closed;
+  if (entry.takesRoom) {
+    if (!mayWait && !hasRoom(2 * capacity_)) return Push::full;
+    ++accepted_;
+  }
+  hasUrgent_ = hasUrgent_ || entry.done;
+  waiting_.push_back(std::move(entry));
+  if (isLingering_ && (hasUrgent_ || waiting_.size() >= step_)) {
+    isLingering_ = false;
+    moreArrived_.notify_one();
+  }
+  return std::exchange(isWorking_, true) ? Push::accepted : Push::acceptedAndIdle;
+}
+
+void LogBacklog::pushIdle(LogEntry&& entry) {
+  const std::lock_guard lock(mutex_);
+  waiting_.push_back(std::move(entry));
+}
+
+LogBacklog::Work LogBacklog::hurry() {
+  const std::lock_guard lock(mutex_);
+  if (waiting_.empty()) return Work::none;
+  hasUrgent_ = true;
+  if (std::exchange(isLingering_, false)) moreArrived_.notify_one();
+  return std::exchange(isWorking_, true) ? Work::oneBatch : Work::untilIdle;
+}
+
+void LogBacklog::take(std::vector<LogEntry>& entries) {
+  const std::lock_guard lock(mutex_);
+  entries.swap(waiting_);
+  hasUrgent_ = false;
+}
+
+bool LogBacklog::continueWork() {
+  std::unique_lock lock(mutex_);
+  if (blockedCallers_ > 0) roomAppeared_.notify_all();
+  isLingering_ = !isClosed_ && !hasUrgent_ && waiting_.size() < step_;
+  moreArrived_.wait_for(lock, kLinger, [this] { return !isLingering_; });
+  isLingering_ = false;
+  isWorking_ = !waiting_.empty();
+  return isWorking_;
+}
+
+void LogBacklog::didWrite() {
+  const std::size_t written = ++written_;
+  if (written % step_ != 0 || blockedCallers_.load() == 0) return;
+  const std::lock_guard lock(mutex_);
+  roomAppeared_.notify_all();
+}
+
+void LogBacklog::close() {
+  const std::lock_guard lock(mutex_);
+  isClosed_ = true;
+  isLingering_ = false;
+  moreArrived_.notify_all();
+  roomAppeared_.notify_all();
+}
+
+}  // namespace tavrel

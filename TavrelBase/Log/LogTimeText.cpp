@@ -1,0 +1,23 @@
+#include <fmt/chrono.h>
+
+#include "TavrelBase/Log/Private/LogTimeText.h"
+
+namespace tavrel {
+
+std::string_view LogTimeText::text(std::chrono::system_clock::time_point time) {
+  const auto whole = std::chrono::floor<std::chrono::seconds>(time);
+  const std::time_t second = std::chrono::system_clock::to_time_t(whole);
+  if (text_.empty() || second != second_) {
+    std::tm parts{};
+    zone_ == Zone::utc ? gmtime_r(&second, &parts) : localtime_r(&second, &parts);
+    text_ = fmt::format(fmt::runtime(format_), parts);
+    secondLength_ = text_.size();
+    second_ = second;
+  }
+  text_.resize(secondLength_);
+  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(time - whole).count();
+  fmt::format_to(std::back_inserter(text_), "{}{:03}", separator_, milliseconds);
+  return text_;
+}
+
+}  // namespace tavrel

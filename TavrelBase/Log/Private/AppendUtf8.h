@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tavrel {
+
+/// Appends `bytes` as UTF-8: every byte that is not part of a well-formed character becomes U+FFFD.
+void appendUtf8(std::string& text, std::string_view bytes);
+
+}  // namespace tavrel

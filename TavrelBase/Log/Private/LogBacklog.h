@@ -1,0 +1,75 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <variant>
+#include <vector>
+
+#include "Platform/Dispatch/DispatchSemaphore.h"
+#include "TavrelBase/Log/TavrelDDLogMessage.h"
+
+namespace tavrel {
+
+/// What waits for the logging queue: a record, or bookkeeping that keeps its place between records.
+struct LogEntry {
+  using Operation = std::function<void()>;
+
+  std::variant<TavrelDDLogMessage, Operation> content;
+  DispatchSemaphore* done = nullptr;  ///< signalled afterwards, for a caller that waits
+  bool takesRoom = false;             ///< a record that counts in the backlog
+
+  bool isMessage() const { return content.index() == 0; }
+  const TavrelDDLogMessage& message() const { return *std::get_if<0>(&content); }
+};
+
+/// The bounded hand-over from all threads to the logging queue. Entries gather in one vector while the logging queue
+/// works on another, so that a call costs a short lock and the logging queue is woken once for many.
+class LogBacklog {
+ public:
+  enum class Push { accepted, acceptedAndIdle, full, closed };
+
+  enum class Work { none, oneBatch, untilIdle };
+
+  explicit LogBacklog(std::size_t capacity) : capacity_(capacity), step_(capacity / 4) {}
+
+  /// Adds an entry, which is moved from when it is accepted. A record waits for room when `mayWait`, and otherwise may
+  /// exceed the capacity up to its double. After `acceptedAndIdle` the caller must see to it that the logging queue
+  /// takes what is there.
+  Push push(LogEntry& entry, bool mayWait);
+  /// Adds an entry that waits for the next `push`.
+  void pushIdle(LogEntry&& entry);
+  /// What the caller must submit to the logging queue, so that all entries are taken before blocks that it submits
+  /// next: the work on one batch, or, where none is under way, work until there is no more.
+  Work hurry();
+
+  /// Exchanges `entries`, which must be empty, for what waits. Logging queue only.
+  void take(std::vector<LogEntry>& entries);
+  /// After work: waits a moment for more, unless a caller waits or much has come already. True when there is more,
+  /// which must then be taken; otherwise the next push reports idleness. Logging queue only.
+  bool continueWork();
+  /// A record that takes room was written. Any thread.
+  void didWrite();
+  /// Refuses everything from now on and wakes those who wait for room.
+  void close();
+
+ private:
+  bool hasRoom(std::size_t room) const { return accepted_ - written_.load() < room; }
+
+  const std::size_t capacity_;
+  const std::size_t step_;  // so many records are worth waking a thread
+  std::mutex mutex_;
+  std::condition_variable roomAppeared_;
+  std::condition_variable moreArrived_;
+  std::vector<LogEntry> waiting_;
+  std::size_t accepted_ = 0;
+  bool isWorking_ = false;
+  bool isLingering_ = false;
+  bool hasUrgent_ = false;  // a caller waits for one of the entries
+  bool isClosed_ = false;
+  std::atomic<std::size_t> written_ = 0;
+  std::atomic<unsigned> blockedCallers_ = 0;
+};
+
+}  // namespace tavrel

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <span>
+#include <string_view>
+
+#include "Platform/Foundation/Error.h"
+#include "TavrelBase/Log/Private/FileWatch.h"
+
+namespace tavrel {
+
+/// A log file open for appending. One thread at a time.
+class LogFile {
+ public:
+  /// Opens an existing file; fails with the system's reason ("posix", errno).
+  static Expected<std::unique_ptr<LogFile>> open(const std::filesystem::path& path);
+
+  LogFile(const LogFile&) = delete;
+  LogFile& operator=(const LogFile&) = delete;
+  ~LogFile();
+
+  int fileDescriptor() const { return fileDescriptor_; }
+  /// The write position: the end of the file after the last write.
+  std::uint64_t offset() const { return offset_; }
+  bool isGone() { return watch_.isFileGone(); }
+  /// Appends `text`, which consists of lines that end at `lineEnds`. When only a part can be written, the line it ends
+  /// in is taken back, so that the file holds whole lines; the rest is lost and the system's reason returned.
+  Expected<void> append(std::string_view text, std::span<const std::size_t> lineEnds);
+  void synchronise() const;
+
+ private:
+  LogFile(int fileDescriptor, const std::filesystem::path& path);
+  void takeBack(std::uint64_t start, std::size_t written, std::span<const std::size_t> lineEnds);
+
+  const int fileDescriptor_;
+  const std::filesystem::path path_;
+  std::uint64_t offset_ = 0;
+  FileWatch watch_;
+};
+
+}  // namespace tavrel

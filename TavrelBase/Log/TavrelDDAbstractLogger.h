@@ -1,0 +1,45 @@
+#pragma once
+
+#include <functional>
+#include <mutex>
+#include <utility>
+
+#include "TavrelBase/Log/TavrelDDLogger.h"
+
+namespace tavrel {
+
+/// Base of the library's loggers: owns the queue and the formatter.
+///
+/// Accessors may be called on any thread, except from another logger while it writes. They go through the dispatcher's
+/// logging queue and then the logger's queue, so that a change takes effect between what was logged before and after
+/// it.
+class TAVREL_API TavrelDDAbstractLogger : public TavrelDDLogger {
+ public:
+  /// Created at the first call, labelled with `loggerName()`.
+  std::shared_ptr<DispatchQueue> loggerQueue() override;
+  std::shared_ptr<TavrelDDLogFormatter> logFormatter() override;
+  void setLogFormatter(std::shared_ptr<TavrelDDLogFormatter> formatter);
+
+ protected:
+  /// Runs `block` on the logger's queue, behind everything logged so far, and returns after it; at once when the caller
+  /// is on that queue already.
+  void performOnLoggerQueue(const std::function<void()>& block);
+  /// The formatter that a logger starts with; for constructors.
+  void setInitialFormatter(std::shared_ptr<TavrelDDLogFormatter> formatter) { formatter_ = std::move(formatter); }
+  /// The formatter, for code on the logger's queue.
+  const std::shared_ptr<TavrelDDLogFormatter>& currentFormatter() const { return formatter_; }
+
+  template <typename T>
+  T read(const T& field) {
+    T value{};
+    performOnLoggerQueue([&] { value = field; });
+    return value;
+  }
+
+ private:
+  std::once_flag queueOnce_;
+  std::shared_ptr<DispatchQueue> queue_;
+  std::shared_ptr<TavrelDDLogFormatter> formatter_;
+};
+
+}  // namespace tavrel

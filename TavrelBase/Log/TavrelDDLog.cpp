@@ -1,0 +1,239 @@
+#include "TavrelBase/Log/TavrelDDLog.h"
+
+#include <sched.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <thread>
+
+#include "Platform/Foundation/ConsoleLog.h"
+#include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Foundation/NotificationCenter.h"
+#include "TavrelBase/Log/Private/LogFanOut.h"
+#include "TavrelBase/Log/Private/LogScope.h"
+
+namespace tavrel {
+namespace {
+
+/// The processors that this process may use, which can be fewer than the machine has.
+unsigned processorCount() {
+  cpu_set_t processors;
+  if (sched_getaffinity(0, sizeof processors, &processors) != 0) return std::thread::hardware_concurrency();
+  return static_cast<unsigned>(CPU_COUNT(&processors));
+}
+
+}  // namespace
+
+struct TavrelDDLog::Implementation {
+  LogBacklog backlog{kMaximumQueueSize};
+  LogFanOut fanOut{processorCount(), backlog};
+  std::once_flag queueOnce;
+  std::shared_ptr<DispatchQueue> loggingQueue;
+  std::vector<LogEntry> batch;  // what the logging queue works on
+  std::mutex snapshotMutex;
+  std::vector<std::shared_ptr<TavrelDDLogger>> snapshot;
+  LimitedReports dropped{"TavrelDDLog: no more dropped messages will be reported."};
+
+  const std::shared_ptr<DispatchQueue>& queue() {
+    std::call_once(queueOnce, [this] {
+      loggingQueue = DispatchQueue::create("video.tavrel.logging");
+      loggingQueue->setSpecific(this, this);
+      // Registered after the queue exists, hence before the services that it stands on are wound up.
+      std::atexit([] { sharedInstance().implementation_->windUp(); });
+    });
+    return loggingQueue;
+  }
+
+  bool isOnLoggingQueue() { return DispatchQueue::getSpecific(this) == this; }
+
+  /// Whether the dispatcher waits for the calling thread, so that this one must not wait for the dispatcher.
+  bool isCallerWaitedFor() { return LogScope::isInside() || isOnLoggingQueue(); }
+
+  LogBacklog::Push submit(LogEntry& entry, bool mayWait) {
+    const LogBacklog::Push result = backlog.push(entry, mayWait);
+    if (result == LogBacklog::Push::acceptedAndIdle) queue()->async([this] { work(); });
+    return result;
+  }
+
+  /// Runs bookkeeping in its place between the records; waits for it unless the caller is waited for itself.
+  void perform(LogEntry::Operation operation, bool waits) {
+    waits = waits && !isCallerWaitedFor();
+    DispatchSemaphore done(0);
+    LogEntry entry{std::move(operation), waits ? &done : nullptr};
+    if (submit(entry, waits) != LogBacklog::Push::closed && waits) done.wait();
+  }
+
+  void work() {
+    workOnBatch();
+    // Again as a block of its own, so that other users of the queue get their turn.
+    if (backlog.continueWork()) loggingQueue->async([this] { work(); });
+  }
+
+  void workOnBatch() {
+    const LogScope scope;
+    backlog.take(batch);
+    for (auto entry = batch.begin(); entry != batch.end();) {
+      if (entry->isMessage()) {
+        const auto end = std::find_if_not(entry, batch.end(), [](const LogEntry& next) { return next.isMessage(); });
+        fanOut.write({entry, end});
+        entry = end;
+      } else {
+        std::get<LogEntry::Operation>(entry->content)();
+        if (entry->done) entry->done->signal();
+        ++entry;
+      }
+    }
+    batch.clear();
+  }
+
+  void takeSnapshot() {
+    std::vector<std::shared_ptr<TavrelDDLogger>> loggers;
+    for (const auto& node : fanOut.loggers()) loggers.push_back(node->logger);
+    const std::lock_guard lock(snapshotMutex);
+    snapshot.swap(loggers);
+  }
+
+  void lt_addLogger(std::shared_ptr<TavrelDDLogger> logger, unsigned level) {
+    fanOut.add(std::move(logger), level);
+    takeSnapshot();
+  }
+
+  void lt_removeLogger(const TavrelDDLogger* logger) {
+    fanOut.remove(logger);
+    takeSnapshot();
+  }
+
+  void windUp() {
+    // A logger that ends the process would wait for itself.
+    if (isCallerWaitedFor()) return;
+    backlog.close();
+    loggingQueue->sync([this] {
+      do {
+        workOnBatch();
+      } while (backlog.continueWork());
+      const LogScope scope;
+      fanOut.flush();
+      lt_removeLogger(nullptr);
+    });
+    loggingQueue->shutDown();
+  }
+};
+
+TavrelDDLog::TavrelDDLog() : implementation_(std::make_unique<Implementation>()) {
+  NotificationCenter::defaultCenter().addObserver("UIApplicationWillTerminateNotification",
+                                                  [](std::string_view, const void*) { flushLog(); });
+}
+
+TavrelDDLog::~TavrelDDLog() = default;
+
+TavrelDDLog& TavrelDDLog::sharedInstance() {
+  // Never destroyed: other static objects may log while they are destroyed.
+  static auto* instance = new TavrelDDLog;
+  return *instance;
+}
+
+const std::shared_ptr<DispatchQueue>& TavrelDDLog::loggingQueue() {
+  Implementation& shared = *sharedInstance().implementation_;
+  const auto& queue = shared.queue();
+  switch (shared.backlog.hurry()) {
+    case LogBacklog::Work::oneBatch:
+      queue->async([&shared] { shared.workOnBatch(); });
+      break;
+    case LogBacklog::Work::untilIdle:
+      queue->async([&shared] { shared.work(); });
+      break;
+    case LogBacklog::Work::none:
+      break;
+  }
+  return queue;
+}
+
+bool TavrelDDLog::isOnLoggingQueue() {
+  return sharedInstance().implementation_->isOnLoggingQueue();
+}
+
+void TavrelDDLog::addLogger(std::shared_ptr<TavrelDDLogger> logger, unsigned level) {
+  if (!logger) return;
+  Implementation& shared = *sharedInstance().implementation_;
+  shared.perform([&shared, logger = std::move(logger), level] { shared.lt_addLogger(logger, level); }, false);
+}
+
+void TavrelDDLog::addLoggerAtFirstRecord(std::shared_ptr<TavrelDDLogger> logger, unsigned level) {
+  Implementation& shared = *sharedInstance().implementation_;
+  shared.backlog.pushIdle({[&shared, logger = std::move(logger), level] { shared.lt_addLogger(logger, level); }});
+}
+
+void TavrelDDLog::removeLogger(const std::shared_ptr<TavrelDDLogger>& logger) {
+  if (!logger) return;
+  Implementation& shared = *sharedInstance().implementation_;
+  shared.perform([&shared, logger] { shared.lt_removeLogger(logger.get()); }, false);
+}
+
+void TavrelDDLog::removeAllLoggers() {
+  Implementation& shared = *sharedInstance().implementation_;
+  shared.perform([&shared] { shared.lt_removeLogger(nullptr); }, false);
+}
+
+std::vector<std::shared_ptr<TavrelDDLogger>> TavrelDDLog::allLoggers() {
+  Implementation& shared = *sharedInstance().implementation_;
+  shared.perform([] {}, true);  // behind the changes that the caller submitted before
+  const std::lock_guard lock(shared.snapshotMutex);
+  return shared.snapshot;
+}
+
+void TavrelDDLog::log(bool asynchronous, unsigned level, unsigned flag, Index context, const char* file,
+                      std::string_view function, unsigned line, std::string_view tag, fmt::string_view format,
+                      fmt::format_args args) {
+  fmt::basic_memory_buffer<char, 512> text;
+  try {
+    fmt::vformat_to(fmt::appender(text), format, args);
+  } catch (const std::exception& exception) {
+    text.clear();
+    fmt::format_to(fmt::appender(text), "(cannot format \"{}\": {})", format, exception.what());
+  }
+  log(asynchronous, std::string_view(text.data(), text.size()), level, flag, context, file, function, line, tag);
+}
+
+void TavrelDDLog::log(bool asynchronous, std::string_view message, unsigned level, unsigned flag, Index context,
+                      const char* file, std::string_view function, unsigned line, std::string_view tag) {
+  queueLogMessage(TavrelDDLogMessage(message, level, flag, context, file, function, line, tag), asynchronous);
+}
+
+void TavrelDDLog::log(bool asynchronous, TavrelDDLogMessage message) {
+  queueLogMessage(std::move(message), asynchronous);
+}
+
+void TavrelDDLog::queueLogMessage(TavrelDDLogMessage message, bool asynchronously) {
+  Implementation& shared = *sharedInstance().implementation_;
+  DispatchSemaphore written(0);
+  const bool mayWait = !shared.isCallerWaitedFor();
+  const bool waits = mayWait && !asynchronously;
+  LogEntry entry{std::move(message), waits ? &written : nullptr, true};
+  switch (shared.submit(entry, mayWait)) {
+    case LogBacklog::Push::accepted:
+    case LogBacklog::Push::acceptedAndIdle:
+      if (waits) written.wait();
+      break;
+    case LogBacklog::Push::full:
+      shared.dropped.write("TavrelDDLog: dropped a message of a logger: the backlog is full");
+      break;
+    case LogBacklog::Push::closed:
+      ConsoleLog::write(entry.message().message());
+      break;
+  }
+}
+
+void TavrelDDLog::lt_log(const TavrelDDLogMessage& message) {
+  Implementation& shared = *sharedInstance().implementation_;
+  if (!shared.isOnLoggingQueue()) fatalAssertion("This method should only be run on the logging thread/queue");
+  const LogScope scope;
+  const LogEntry entry{message};
+  shared.fanOut.write({&entry, 1});
+}
+
+void TavrelDDLog::flushLog() {
+  Implementation& shared = *sharedInstance().implementation_;
+  shared.perform([&shared] { shared.fanOut.flush(); }, true);
+}
+
+}  // namespace tavrel

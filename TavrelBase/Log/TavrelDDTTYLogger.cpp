@@ -1,0 +1,95 @@
+#include "TavrelBase/Log/TavrelDDTTYLogger.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <iterator>
+
+#include "TavrelBase/Log/Private/AppendUtf8.h"
+#include "TavrelBase/Log/Private/LogTimeText.h"
+#include "TavrelBase/Log/TavrelDDLogLevel.h"
+
+namespace tavrel {
+namespace {
+
+constexpr std::size_t kLargestGathering = 64 * 1024;
+
+struct Kind {
+  unsigned flag;
+  unsigned level;  // whose name stands in the line
+  std::string_view colour;
+};
+
+constexpr Kind kKinds[] = {
+    {TavrelDDLogFlagError, TavrelDDLogLevelError, "\033[31m"},
+    {TavrelDDLogFlagWarning, TavrelDDLogLevelWarning, "\033[33m"},
+    {TavrelDDLogFlagInfo, TavrelDDLogLevelInfo, ""},
+    {TavrelDDLogFlagDebug, TavrelDDLogLevelDebug, "\033[90m"},
+    {TavrelDDLogFlagVerbose, TavrelDDLogLevelVerbose, "\033[2m"},
+};
+constexpr Kind kOtherKind = {0, TavrelDDLogLevelOff, ""};
+
+const Kind& kindOf(unsigned flag) {
+  for (const Kind& kind : kKinds) {
+    if (kind.flag == flag) return kind;
+  }
+  return kOtherKind;
+}
+
+void writeAll(int fileDescriptor, std::string_view text) {
+  constexpr int kPatience = 1000;
+  while (!text.empty()) {
+    const ssize_t count = ::write(fileDescriptor, text.data(), text.size());
+    if (count >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(count));
+    } else if (errno == EAGAIN) {
+      pollfd waiting = {fileDescriptor, POLLOUT, 0};
+      if (poll(&waiting, 1, kPatience) <= 0) return;
+    } else if (errno != EINTR) {
+      return;
+    }
+  }
+}
+
+}  // namespace
+
+const std::shared_ptr<TavrelDDTTYLogger>& TavrelDDTTYLogger::sharedInstance() {
+  static const auto instance = std::make_shared<TavrelDDTTYLogger>(STDERR_FILENO);
+  return instance;
+}
+
+TavrelDDTTYLogger::TavrelDDTTYLogger(int fileDescriptor)
+    : fileDescriptor_(fileDescriptor),
+      isColoured_(isatty(fileDescriptor) && !std::getenv("NO_COLOR")),
+      time_(std::make_unique<LogTimeText>(LogTimeText::Zone::local, "{:%Y-%m-%d %H:%M:%S}", '.')) {}
+
+TavrelDDTTYLogger::~TavrelDDTTYLogger() = default;
+
+void TavrelDDTTYLogger::logMessage(const TavrelDDLogMessage& message) {
+  const Kind& kind = kindOf(message.flag());
+  const std::string_view colour = isColoured_ ? kind.colour : std::string_view();
+  fmt::format_to(std::back_inserter(pending_), "{}{} {}[{}] {} ", colour, time_->text(message.timestamp()),
+                 program_invocation_short_name, getpid(), TavrelDDNameOfLevel(kind.level));
+  if (const auto& formatter = currentFormatter()) {
+    appendUtf8(pending_, formatter->formatLogMessage(message));
+  } else {
+    appendUtf8(pending_, message.tag());
+    pending_ += ": ";
+    appendUtf8(pending_, message.message());
+  }
+  if (!colour.empty()) pending_ += "\033[0m";
+  if (pending_.back() != '\n') pending_ += '\n';
+  if (pending_.size() >= kLargestGathering) finishHandOver();
+}
+
+void TavrelDDTTYLogger::finishHandOver() {
+  if (pending_.empty()) return;
+  writeAll(fileDescriptor_, pending_);
+  pending_.clear();
+  if (pending_.capacity() > 2 * kLargestGathering) pending_.shrink_to_fit();
+}
+
+}  // namespace tavrel

@@ -1,0 +1,69 @@
+#include "TavrelBase/Log/TavrelLogger.h"
+
+#include <cstdlib>
+#include <utility>
+
+namespace tavrel {
+namespace {
+
+unsigned levelForNumber(int levelNumber) {
+  switch (levelNumber) {
+    case 1:
+      return TavrelDDLogLevelError;
+    case 2:
+      return TavrelDDLogLevelWarning;
+    case 3:
+      return TavrelDDLogLevelInfo;
+    case 4:
+      return TavrelDDLogLevelDebug;
+    case 5:
+      return TavrelDDLogLevelVerbose;
+    default:
+      return TavrelDDLogLevelOff;
+  }
+}
+
+}  // namespace
+
+/// Attaches the console when the library is loaded.
+struct TavrelLogger::Load {
+  Load() { TavrelDDLog::addLoggerAtFirstRecord(TavrelDDTTYLogger::sharedInstance(), tavrelDDLogLevel); }
+  static const Load once;
+};
+
+const TavrelLogger::Load TavrelLogger::Load::once;
+
+TavrelLogger& TavrelLogger::sharedLogger() {
+  // Never destroyed: other static objects may use it while they are destroyed. The file logger ends with the process.
+  static auto* instance = [] {
+    auto* created = new TavrelLogger;
+    std::atexit([] { sharedLogger().setFileLogger(nullptr); });
+    return created;
+  }();
+  return *instance;
+}
+
+void TavrelLogger::setLogLevel(int levelNumber) {
+  tavrelDDLogLevel = levelForNumber(levelNumber);
+}
+
+void TavrelLogger::enableFileLoggerWithLogLevel(unsigned level) {
+  TavrelDDLog::addLogger(sharedLogger().fileLogger(), level);
+}
+
+void TavrelLogger::enableFileLogger() {
+  enableFileLoggerWithLogLevel(tavrelDDLogLevel);
+}
+
+std::shared_ptr<TavrelDDFileLogger> TavrelLogger::fileLogger() {
+  const std::lock_guard lock(mutex_);
+  if (!fileLogger_) fileLogger_ = std::make_shared<TavrelDDFileLogger>();
+  return fileLogger_;
+}
+
+void TavrelLogger::setFileLogger(std::shared_ptr<TavrelDDFileLogger> fileLogger) {
+  const std::lock_guard lock(mutex_);
+  fileLogger_.swap(fileLogger);
+}
+
+}  // namespace tavrel

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include "TavrelBase/Log/LogCall.h"
+#include "TavrelBase/Log/TavrelDDFileLogger.h"
+#include "TavrelBase/Log/TavrelDDTTYLogger.h"
+
+namespace tavrel {
+
+/// The library's own logging: the level of its log calls, the console logger, which is added with the level of that
+/// moment when the library is loaded, and the file logger on request. Any thread.
+class TAVREL_API TavrelLogger {
+ public:
+  static TavrelLogger& sharedLogger();
+
+  TavrelLogger(const TavrelLogger&) = delete;
+  TavrelLogger& operator=(const TavrelLogger&) = delete;
+
+  /// 1 error, 2 warning, 3 info, 4 debug, 5 verbose; any other number turns the library's logging off. Loggers that
+  /// were added before keep their level.
+  static void setLogLevel(int levelNumber);
+  /// Adds the shared file logger to the dispatcher.
+  static void enableFileLoggerWithLogLevel(unsigned level);
+  /// The same with the present `tavrelDDLogLevel`.
+  static void enableFileLogger();
+
+  /// Created with default settings at the first call, unless one was set.
+  std::shared_ptr<TavrelDDFileLogger> fileLogger();
+  void setFileLogger(std::shared_ptr<TavrelDDFileLogger> fileLogger);
+
+ private:
+  struct Load;
+
+  TavrelLogger() = default;
+
+  std::mutex mutex_;
+  std::shared_ptr<TavrelDDFileLogger> fileLogger_;
+};
+
+}  // namespace tavrel
