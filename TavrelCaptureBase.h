@@ -11,6 +11,7 @@
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageGaussianBlurFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageLookupFilter.h"
+#include "GPUImage/Filters/TavrelGPUImagePlacementFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageTransformFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageTwoInputFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageTwoPassFilter.h"

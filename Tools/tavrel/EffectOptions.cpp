@@ -3,54 +3,22 @@
 #include <charconv>
 #include <cmath>
 #include <map>
+#include <numbers>
+#include <stdexcept>
+#include <utility>
 
 #include "Report.h"
 
 namespace tavrel::tool {
 namespace {
 
-std::shared_ptr<TavrelGPUImageFilter> makeCrop(const std::string& value) {
-  const std::vector<double> numbers = parseNumbers(value, 4, "--crop", "X,Y,W,H, each from 0 to 1");
-  const Rect region = {{numbers[0], numbers[1]}, {numbers[2], numbers[3]}};
-  // A little more than 1 is allowed for thirds and the like.
-  constexpr double kLargest = 1 + 1e-6;
-  for (const double number : numbers) {
-    if (!(number >= 0 && number <= 1)) throw UsageError(fmt::format("--crop {}: {} is not from 0 to 1", value, number));
-  }
-  if (region.size.width == 0 || region.size.height == 0) {
-    throw UsageError(fmt::format("--crop {}: the rectangle is empty", value));
-  }
-  if (region.maxX() > kLargest || region.maxY() > kLargest) {
-    throw UsageError(fmt::format("--crop {}: the rectangle reaches beyond the picture", value));
-  }
-  return std::make_shared<TavrelGPUImageCropFilter>(region);
-}
-
-std::shared_ptr<TavrelGPUImageFilter> makeTurned(TavrelGPUImageRotationMode rotation) {
-  auto filter = std::make_shared<TavrelGPUImageFilter>();
-  filter->setInputRotation(rotation, 0);
-  return filter;
-}
-
-std::shared_ptr<TavrelGPUImageFilter> makeMirror(const std::string&) {
-  return makeTurned(kTavrelGPUImageFlipHorizontal);
-}
-
-std::shared_ptr<TavrelGPUImageFilter> makeRotation(const std::string& value) {
-  const double number = parseNumbers(value, 1, "--rotate", "a mode from 0 to 7").front();
-  if (number != std::floor(number) || number < 0 || number > 7) {
-    throw UsageError(fmt::format("--rotate {}: the mode is a whole number from 0 to 7", value));
-  }
-  return makeTurned(static_cast<TavrelGPUImageRotationMode>(number));
-}
-
-}  // namespace
-
-std::vector<double> parseNumbers(const std::string& text, std::size_t count, const char* option, const char* expected) {
+/// The numbers in "1,2,3"; throws UsageError naming `option` and `expected` unless there are `fewest` to `most`.
+std::vector<double> parseNumbers(std::string_view text, std::size_t fewest, std::size_t most, const char* option,
+                                 const char* expected) {
   std::vector<double> numbers;
   const char* position = text.data();
   const char* const end = position + text.size();
-  while (numbers.size() <= count) {
+  while (numbers.size() <= most) {
     double number = 0;
     const auto [next, error] = std::from_chars(position, end, number);
     if (error != std::errc() || !std::isfinite(number)) break;
@@ -59,11 +27,109 @@ std::vector<double> parseNumbers(const std::string& text, std::size_t count, con
     if (position == end || *position != ',') break;
     ++position;
   }
-  if (numbers.size() != count || position != end) {
+  if (numbers.size() < fewest || numbers.size() > most || position != end) {
     throw UsageError(fmt::format("{} {}: expected {}", option, text, expected));
   }
   return numbers;
 }
+
+void checkUnitRange(const std::vector<double>& numbers, const char* option, const std::string& value) {
+  for (const double number : numbers) {
+    if (number < 0 || number > 1) throw UsageError(fmt::format("{} {}: {} is not from 0 to 1", option, value, number));
+  }
+}
+
+template <typename T>
+T valueOrThrow(Expected<T> value) {
+  if (!value) throw std::runtime_error(value.error().description);
+  return std::move(*value);
+}
+
+Effect makeCrop(const std::string& value) {
+  const std::vector<double> numbers = parseNumbers(value, 4, 4, "--crop", "X,Y,W,H, each from 0 to 1");
+  checkUnitRange(numbers, "--crop", value);
+  const Rect region = {{numbers[0], numbers[1]}, {numbers[2], numbers[3]}};
+  if (region.size.width == 0 || region.size.height == 0) {
+    throw UsageError(fmt::format("--crop {}: the rectangle is empty", value));
+  }
+  // A little more than 1 is allowed for thirds and the like.
+  constexpr double kLargest = 1 + 1e-6;
+  if (region.maxX() > kLargest || region.maxY() > kLargest) {
+    throw UsageError(fmt::format("--crop {}: the rectangle reaches beyond the picture", value));
+  }
+  return {.filter = std::make_shared<TavrelGPUImageCropFilter>(region)};
+}
+
+Effect makeTurn(TavrelGPUImageRotationMode rotation) {
+  auto filter = std::make_shared<TavrelGPUImageFilter>();
+  filter->setInputRotation(rotation, 0);
+  return {.filter = std::move(filter)};
+}
+
+Effect makeMirror(const std::string&) {
+  return makeTurn(kTavrelGPUImageFlipHorizontal);
+}
+
+Effect makeRotation(const std::string& value) {
+  const double number = parseNumbers(value, 1, 1, "--rotate", "a mode from 0 to 7").front();
+  if (number != std::floor(number) || number < 0 || number > 7) {
+    throw UsageError(fmt::format("--rotate {}: the mode is a whole number from 0 to 7", value));
+  }
+  return makeTurn(static_cast<TavrelGPUImageRotationMode>(number));
+}
+
+Effect makeBeauty(const std::string& value) {
+  const std::vector<double> levels = parseNumbers(value, 1, 3, "--beauty", "B, B,BRIGHT or B,BRIGHT,TONE");
+  checkUnitRange(levels, "--beauty", value);
+  auto filter = std::make_shared<TavrelGPUImageBeautifyFilter>();
+  if (levels.size() > 2) filter->setToneLevel(levels[2]);
+  if (levels.size() > 1) filter->setBrightLevel(levels[1]);
+  filter->setBeautyLevel(levels[0]);
+  return {.filter = std::move(filter)};
+}
+
+Effect makeBlur(const std::string& value) {
+  constexpr double kLargest = 62;  // from here on the kernel would get narrower again
+  const double radius = parseNumbers(value, 1, 1, "--blur", "a radius in pixels").front();
+  if (radius < 0 || radius > kLargest) {
+    throw UsageError(fmt::format("--blur {}: expected a radius from 0 to {} pixels", value, kLargest));
+  }
+  auto filter = std::make_shared<TavrelGPUImageGaussianBlurFilter>();
+  filter->setBlurRadiusInPixels(radius);
+  return {.filter = std::move(filter)};
+}
+
+Effect makeLookup(const std::string& value) {
+  return {.filter = std::make_shared<TavrelGPUImageLookupFilter>(),
+          .picture = std::make_shared<TavrelGPUImagePicture>(valueOrThrow(TavrelLookupImageFromFile(value)))};
+}
+
+Effect makeSticker(const std::string& value) {
+  constexpr const char* kExpected = "FILE@X,Y,W,H or FILE@X,Y,W,H,DEGREES, in pixels";
+  const std::size_t at = value.rfind('@');
+  if (at == std::string::npos) throw UsageError(fmt::format("--sticker {}: expected {}", value, kExpected));
+  const std::vector<double> numbers =
+      parseNumbers(std::string_view(value).substr(at + 1), 4, 5, "--sticker", kExpected);
+  const Rect rectangle = {{numbers[0], numbers[1]}, {numbers[2], numbers[3]}};
+  if (rectangle.size.width <= 0 || rectangle.size.height <= 0) {
+    throw UsageError(fmt::format("--sticker {}: width and height must be more than 0", value));
+  }
+  const auto image =
+      normalizedImage(valueOrThrow(ImageSource::createWithFile(value.substr(0, at)).and_then([](const auto& source) {
+        return source->imageAtIndex(0);
+      })));
+  const bool isMuchReduced = static_cast<double>(image->width()) > 1.5 * rectangle.size.width ||
+                             static_cast<double>(image->height()) > 1.5 * rectangle.size.height;
+  auto filter = std::make_shared<TavrelGPUImageAlphaBlendFilter>();
+  filter->setMix(1);
+  return {.filter = std::move(filter),
+          .picture = std::make_shared<TavrelGPUImagePicture>(image, isMuchReduced, true),
+          .placement = std::make_shared<TavrelGPUImagePlacementFilter>(),
+          .rectangle = rectangle,
+          .radians = static_cast<float>(numbers.size() > 4 ? numbers[4] * std::numbers::pi / 180 : 0)};
+}
+
+}  // namespace
 
 EffectOptions::EffectOptions(CLI::App& command) : command_(command) {
   // Values are taken apart here, not by the parser, so that the order of different options is kept.
@@ -82,28 +148,36 @@ EffectOptions::EffectOptions(CLI::App& command) : command_(command) {
           ->type_name("0..7")
           ->type_size(1),
       makeRotation);
+  add(command
+          .add_option("--beauty",
+                      "Smooth skin by B, brighten by BRIGHT (0.5 is neutral) and tone by TONE, each from 0 to 1")
+          ->type_name("B[,BRIGHT[,TONE]]")
+          ->type_size(1),
+      makeBeauty);
+  add(command.add_option("--lut", "Recolour by a table: a .cube file, a HALD picture or a 512x512 one of 8x8 tiles")
+          ->type_name("FILE")
+          ->type_size(1),
+      makeLookup);
+  add(command.add_option("--blur", "Blur by a Gaussian of this sigma, in pixels")->type_name("RADIUS")->type_size(1),
+      makeBlur);
+  add(command
+          .add_option("--sticker",
+                      "Lay a picture over it, in pixels from the top left, turned clockwise about its centre")
+          ->type_name("FILE@X,Y,W,H[,DEGREES]")
+          ->type_size(1),
+      makeSticker);
 }
 
-std::vector<std::shared_ptr<TavrelGPUImageFilter>> EffectOptions::makeFilters() const {
-  std::vector<std::shared_ptr<TavrelGPUImageFilter>> filters;
+EffectChain EffectOptions::makeChain() const {
+  std::vector<Effect> effects;
   std::map<const CLI::Option*, std::size_t> used;
   for (const CLI::Option* given : command_.parse_order()) {
     for (const Kind& kind : kinds_) {
       if (kind.option != given) continue;
-      filters.push_back(kind.make(given->results().at(used[given]++)));
+      effects.push_back(kind.make(given->results().at(used[given]++)));
     }
   }
-  return filters;
-}
-
-std::shared_ptr<TavrelGPUImageOutput> chain(const std::shared_ptr<TavrelGPUImageOutput>& source,
-                                            const std::vector<std::shared_ptr<TavrelGPUImageFilter>>& filters) {
-  std::shared_ptr<TavrelGPUImageOutput> last = source;
-  for (const auto& filter : filters) {
-    last->addTarget(filter);
-    last = filter;
-  }
-  return last;
+  return EffectChain(std::move(effects));
 }
 
 }  // namespace tavrel::tool

@@ -25,8 +25,7 @@ FilterCommand::FilterCommand(CLI::App& app)
 }
 
 int FilterCommand::run() {
-  auto filters = effects_.makeFilters();
-  if (filters.empty()) filters.push_back(std::make_shared<TavrelGPUImageFilter>());
+  const EffectChain effects = effects_.makeChain();
 
   const auto image = ImageSource::createWithFile(input_).and_then(
       [](const std::shared_ptr<ImageSource>& source) { return source->imageAtIndex(0); });
@@ -38,7 +37,9 @@ int FilterCommand::run() {
     say("{} is larger than the GPU's largest texture and was reduced to {:.0f}x{:.0f}", input_.string(),
         picture->outputImageSize().width, picture->outputImageSize().height);
   }
-  const auto last = chain(picture, filters);
+  // A filter at the end keeps the picture, also without effects.
+  const auto last = std::make_shared<TavrelGPUImageFilter>();
+  effects.connect(picture, picture->outputImageSize())->addTarget(last);
   last->useNextFrameForImageCapture();
   picture->processImage();
   const std::shared_ptr<Image> filtered = last->newCGImageFromCurrentlyProcessedOutput();

@@ -79,7 +79,7 @@ int RecordCommand::run() {
                        .duration = duration_,
                        .pauseAt = pauseAt_,
                        .resumeAt = resumeAt_},
-                      effects_.makeFilters());
+                      effects_.makeChain());
   return recording.run(json_);
 }
 

@@ -1,7 +1,5 @@
 #include "Recording.h"
 
-#include "EffectOptions.h"
-
 #include <csignal>
 #include <utility>
 
@@ -14,17 +12,6 @@ void interrupt(int) {
   isInterrupted = 1;
 }
 
-/// The size that a picture of `size` has after `filters`.
-Size sizeAfter(Size size, const std::vector<std::shared_ptr<TavrelGPUImageFilter>>& filters) {
-  for (const auto& filter : filters) {
-    size = filter->rotatedSize(size, 0);
-    if (const auto crop = std::dynamic_pointer_cast<TavrelGPUImageCropFilter>(filter)) {
-      size = {size.width * crop->cropRegion().size.width, size.height * crop->cropRegion().size.height};
-    }
-  }
-  return size;
-}
-
 /// The largest part of a picture of `size`, centred, that has the proportions of `wanted`; in 0…1.
 Rect centredPart(Size size, Size wanted) {
   const Rect part = rectWithAspectRatioInsideRect(wanted, {{0, 0}, size});
@@ -32,18 +19,10 @@ Rect centredPart(Size size, Size wanted) {
           {part.size.width / size.width, part.size.height / size.height}};
 }
 
-bool turnsSideways(const std::vector<std::shared_ptr<TavrelGPUImageFilter>>& filters) {
-  bool isSideways = false;
-  for (const auto& filter : filters) {
-    if (TavrelGPUImageRotationSwapsWidthAndHeight(filter->inputRotation())) isSideways = !isSideways;
-  }
-  return isSideways;
-}
-
 }  // namespace
 
-Recording::Recording(Options options, std::vector<std::shared_ptr<TavrelGPUImageFilter>> filters)
-    : options_(std::move(options)), filters_(std::move(filters)) {}
+Recording::Recording(Options options, EffectChain effects)
+    : options_(std::move(options)), effects_(std::move(effects)) {}
 
 int Recording::run(bool printJson) {
   if (const auto opened = openDevices(); !opened) return fail("{}", opened.error().description);
@@ -67,7 +46,7 @@ int Recording::run(bool printJson) {
 }
 
 Expected<void> Recording::openDevices() {
-  const bool isSideways = turnsSideways(filters_);
+  const bool isSideways = effects_.turnsSideways();
   auto camera = VirtualCamera::create(options_.camera, {.width = isSideways ? options_.height : options_.width,
                                                         .height = isSideways ? options_.width : options_.height,
                                                         .frameRate = options_.framesPerSecond});
@@ -88,8 +67,8 @@ void Recording::buildGraph() {
 
   const Size cameraSize = {static_cast<double>(camera_->configuration().width),
                            static_cast<double>(camera_->configuration().height)};
-  auto crop = std::make_shared<TavrelGPUImageCropFilter>(centredPart(sizeAfter(cameraSize, filters_), movieSize));
-  const auto last = chain(input_, filters_);
+  auto crop = std::make_shared<TavrelGPUImageCropFilter>(centredPart(effects_.sizeAfter(cameraSize), movieSize));
+  const auto last = effects_.connect(input_, cameraSize);
   last->addTarget(crop);
   crop->addTarget(writer_);
 }

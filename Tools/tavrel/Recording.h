@@ -5,8 +5,8 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
+#include "EffectChain.h"
 #include "Report.h"
 #include "TavrelCaptureBase.h"
 
@@ -28,7 +28,7 @@ class Recording {
     std::optional<double> resumeAt;
   };
 
-  Recording(Options options, std::vector<std::shared_ptr<TavrelGPUImageFilter>> filters);
+  Recording(Options options, EffectChain effects);
 
   /// Records until the duration is over, somebody interrupts or the file cannot be written any more. The exit status.
   int run(bool printJson);
@@ -47,7 +47,7 @@ class Recording {
   bool isBrokenOff() const;
 
   const Options options_;
-  const std::vector<std::shared_ptr<TavrelGPUImageFilter>> filters_;
+  const EffectChain effects_;
   std::shared_ptr<DispatchQueue> cameraQueue_ = DispatchQueue::create("org.tavrel.tool.camera");
   std::shared_ptr<DispatchQueue> microphoneQueue_ = DispatchQueue::create("org.tavrel.tool.microphone");
   std::shared_ptr<VirtualCamera> camera_;

@@ -1,0 +1,16 @@
+#include "GPUImage/Filters/TavrelGPUImagePlacementFilter.h"
+
+namespace tavrel {
+
+TavrelGPUImagePlacementFilter::TavrelGPUImagePlacementFilter() = default;
+
+TavrelGPUImagePlacementFilter::~TavrelGPUImagePlacementFilter() = default;
+
+void TavrelGPUImagePlacementFilter::setInputSize(Size newSize, Index atIndex) {
+  TavrelGPUImageTransformFilter::setInputSize(newSize, atIndex);
+  if (preventRendering() || !overrideInputSize) return;
+  inputTextureSize = forcedMaximumSize;
+  setupFilterForSize(sizeOfFBO());
+}
+
+}  // namespace tavrel

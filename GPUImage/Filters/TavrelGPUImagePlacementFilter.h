@@ -1,0 +1,18 @@
+#pragma once
+
+#include "GPUImage/Filters/TavrelGPUImageTransformFilter.h"
+
+namespace tavrel {
+
+/// A transform filter that lays its input out on a frame of a given size: after `forceProcessingAtSize` the output has
+/// exactly that size, whatever the proportions of the input, which fills the whole frame before it is transformed.
+/// Stickers are placed by it, with the transform of `TavrelGetTransform`. What they leave free is transparent.
+class TAVREL_API TavrelGPUImagePlacementFilter : public TavrelGPUImageTransformFilter {
+ public:
+  TavrelGPUImagePlacementFilter();
+  ~TavrelGPUImagePlacementFilter() override;
+
+  void setInputSize(Size newSize, Index atIndex) override;
+};
+
+}  // namespace tavrel

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "TavrelCaptureBase.h"
+
+namespace tavrel::tool {
+
+/// One effect: the filter that the frames go through, and what feeds its second input, if it has one.
+struct Effect {
+  std::shared_ptr<TavrelGPUImageFilter> filter;
+  std::shared_ptr<TavrelGPUImagePicture> picture = nullptr;
+  /// Between the picture and the filter, when the picture has to be placed: at `rectangle`, in pixels of the frame,
+  /// turned by `radians`.
+  std::shared_ptr<TavrelGPUImagePlacementFilter> placement = nullptr;
+  Rect rectangle = {};
+  float radians = 0;
+};
+
+/// Effects one after the other.
+class EffectChain {
+ public:
+  explicit EffectChain(std::vector<Effect> effects) : effects_(std::move(effects)) {}
+
+  bool isEmpty() const { return effects_.empty(); }
+  /// The size that a frame of `size` has behind the chain.
+  Size sizeAfter(Size size) const;
+  /// Whether an odd number of quarter turns is made.
+  bool turnsSideways() const;
+  /// Connects the chain behind `source`, whose frames have `size`, and lets the still pictures in; the last node.
+  std::shared_ptr<TavrelGPUImageOutput> connect(const std::shared_ptr<TavrelGPUImageOutput>& source, Size size) const;
+
+ private:
+  std::vector<Effect> effects_;
+};
+
+}  // namespace tavrel::tool
