@@ -18,16 +18,17 @@ std::vector<double> parseNumbers(std::string_view text, std::size_t fewest, std:
   std::vector<double> numbers;
   const char* position = text.data();
   const char* const end = position + text.size();
-  while (numbers.size() <= most) {
+  bool isExpected = true;
+  while (isExpected) {
     double number = 0;
     const auto [next, error] = std::from_chars(position, end, number);
-    if (error != std::errc() || !std::isfinite(number)) break;
+    isExpected = error == std::errc() && std::isfinite(number) && numbers.size() < most;
     numbers.push_back(number);
-    position = next;
-    if (position == end || *position != ',') break;
-    ++position;
+    if (next == end) break;
+    isExpected = isExpected && *next == ',';
+    position = next + 1;
   }
-  if (numbers.size() < fewest || numbers.size() > most || position != end) {
+  if (!isExpected || numbers.size() < fewest) {
     throw UsageError(fmt::format("{} {}: expected {}", option, text, expected));
   }
   return numbers;

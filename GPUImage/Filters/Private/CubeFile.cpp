@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -123,7 +124,8 @@ class CubeParser {
   }
 
   tl::unexpected<Error> failure(const std::string& what) const {
-    return tl::unexpected(Error{"lookup", EINVAL, fmt::format("line {}: {}", lineNumber_, what)});
+    return tl::unexpected(
+        Error{"lookup", EINVAL, fmt::format("line {}: {}", std::max<std::size_t>(lineNumber_, 1), what)});
   }
 
   std::size_t lineNumber_ = 0;

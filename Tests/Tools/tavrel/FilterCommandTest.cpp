@@ -33,6 +33,52 @@ TEST_F(FilterCommandTest, EffectsAreAppliedInTheOrderGiven) {
   EXPECT_EQ(largestDifference(output("out.png"), source_), 0);
 }
 
+TEST_F(FilterCommandTest, StickersTablesAndLevels) {
+  const std::string files = file("in.png") + " " + file("out.png");
+  const Picture sticker = test::distinctPicture(4, 2);
+  ASSERT_TRUE(ImageDestination::write(test::imageOf(sticker), file("sticker.png")).has_value());
+  // Pixels count at the place in the chain: behind the mirror and the crop.
+  ASSERT_EQ(test::tavrel("filter " + files + " --mirror --crop 0,0,0.5,1 --sticker " + file("sticker.png") + "@1,5,4,2")
+                .status,
+            0);
+  const Picture expected(6, 8, [&](int x, int y) {
+    const bool isInside = x >= 1 && x < 5 && y >= 5 && y < 7;
+    return isInside ? sticker.at(x - 1, y - 5) : source_.at(11 - x, y);
+  });
+  EXPECT_LE(largestDifference(output("out.png"), expected), 1);
+  // A quarter turn clockwise.
+  ASSERT_EQ(test::tavrel("filter " + files + " --sticker " + file("sticker.png") + "@4,3,4,2,90").status, 0);
+  EXPECT_LE(largestDifference(output("out.png"), {12, 8,
+                                                  [&](int x, int y) {
+                                                    const bool isInside = x >= 5 && x < 7 && y >= 2 && y < 6;
+                                                    return isInside ? sticker.at(y - 2, 6 - x) : source_.at(x, y);
+                                                  }}),
+            1);
+
+  std::FILE* const table = std::fopen(file("negative.cube").c_str(), "w");
+  std::fputs("LUT_1D_SIZE 2\n1 1 1\n0 0 0\n", table);
+  std::fclose(table);
+  ASSERT_EQ(test::tavrel("filter " + files + " --lut " + file("negative.cube")).status, 0);
+  EXPECT_LE(largestDifference(output("out.png"), {12, 8,
+                                                  [&](int x, int y) {
+                                                    const test::Pixel& p = source_.at(x, y);
+                                                    return test::Pixel{255 - p.r, 255 - p.g, 255 - p.b, p.a};
+                                                  }}),
+            1);
+  const auto brightness = [&](const std::string& effects) {
+    EXPECT_EQ(test::tavrel("filter " + files + " " + effects).status, 0) << effects;
+    int sum = 0;
+    const Picture picture = output("out.png");
+    for (const auto& pixel : picture.pixels) sum += pixel.r + pixel.g + pixel.b;
+    return sum / static_cast<int>(picture.pixels.size() * 3);
+  };
+  EXPECT_GT(brightness("--beauty 0.5,0.9"), brightness("--beauty 0.5,0.5") + 30);
+  EXPECT_NE(brightness("--beauty 0.5,0.5,1"), brightness("--beauty 0.5,0.5,0"));
+  ASSERT_EQ(test::tavrel("filter " + files + " --blur 30").status, 0);
+  const Picture blurred = output("out.png");
+  EXPECT_LT(largestDifference(blurred, {12, 8, [&](int, int) { return blurred.at(6, 4); }}), 40);
+}
+
 TEST_F(FilterCommandTest, ThePictureStandsAsItWentIn) {
   // A JPEG that is stored lying on its side.
   ASSERT_TRUE(ImageDestination::write(test::imageOf({16, 32,
@@ -70,6 +116,16 @@ TEST_F(FilterCommandTest, BadInputIsSaidInOneLineAndLeavesNothing) {
       {in + " " + out + " --crop 0,0,0.5", 2, "--crop 0,0,0.5: expected X,Y,W,H, each from 0 to 1"},
       {in + " " + out + " --crop 0.6,0,0.5,1", 2, "--crop 0.6,0,0.5,1: the rectangle reaches beyond the picture"},
       {in + " " + out + " --crop 0,0,0,1", 2, "--crop 0,0,0,1: the rectangle is empty"},
+      {in + " " + out + " --beauty 2", 2, "--beauty 2: 2 is not from 0 to 1"},
+      {in + " " + out + " --beauty 0.1,", 2, "--beauty 0.1,: expected B, B,BRIGHT or B,BRIGHT,TONE"},
+      {in + " " + out + " --blur 63", 2, "--blur 63: expected a radius from 0 to 62 pixels"},
+      {in + " " + out + " --sticker a.png", 2,
+       "--sticker a.png: expected FILE@X,Y,W,H or FILE@X,Y,W,H,DEGREES, in pixels"},
+      {in + " " + out + " --sticker none.png@1,2,3,4", 1, "cannot read none.png: No such file or directory"},
+      {in + " " + out + " --lut " + in, 1,
+       in +
+           ": a picture of 12x8 is no lookup table; it must be 512x512 (8 by 8 tiles) or a HALD picture, a square with "
+           "a side of 8, 27, 64, 125 … pixels"},
       {in + " " + out + " --rotate 8", 2, "--rotate 8: the mode is a whole number from 0 to 7"},
   };
   for (const Case& each : cases) {
