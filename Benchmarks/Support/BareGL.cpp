@@ -81,6 +81,11 @@ void BarePass::setVector2(const char* uniform, GLfloat x, GLfloat y) {
   glUniform2f(glGetUniformLocation(program_, uniform), x, y);
 }
 
+void BarePass::setVector4(const char* uniform, GLfloat x, GLfloat y, GLfloat z, GLfloat w) {
+  glUseProgram(program_);
+  glUniform4f(glGetUniformLocation(program_, uniform), x, y, z, w);
+}
+
 void BarePass::draw(const BareTexture& input, const BareTarget& target) const {
   glUseProgram(program_);
   target.bind();

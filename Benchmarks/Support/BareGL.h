@@ -54,6 +54,7 @@ class BarePass {
   /// Sets a uniform, once.
   void setFloat(const char* uniform, GLfloat value);
   void setVector2(const char* uniform, GLfloat x, GLfloat y);
+  void setVector4(const char* uniform, GLfloat x, GLfloat y, GLfloat z, GLfloat w);
   void draw(const BareTexture& input, const BareTarget& target) const;
 
  private:
