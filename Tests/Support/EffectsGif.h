@@ -11,7 +11,7 @@ namespace tavrel::test {
 
 /// A frame drawn with letters: r, g, b, w, k (black) and . for transparent.
 struct GifFrameSpec {
-  std::vector<std::string> rows;
+  std::vector<std::string> rows = {};
   int left = 0, top = 0;
   int disposal = 1;
   int delay = 10;  ///< in 1/100 s
