@@ -8,6 +8,7 @@
 #include "Platform/Imaging/Private/Decoders.h"
 #include "Platform/Imaging/Private/GifReader.h"
 #include "Platform/Imaging/Private/PixelConversion.h"
+#include "Platform/Imaging/Private/RecycledPixels.h"
 
 namespace tavrel {
 namespace {
@@ -40,7 +41,11 @@ class GifSource : public ImageSource {
     if (index >= frames().size()) return imagingFailure(fmt::format("{} has no frame {}", name_, index));
     compose(index);
     if (damage_) return imagingFailure(fmt::format("{} is damaged in frame {}: {}", name_, index, *damage_));
-    return imageOf(*screen_, false);
+    Data pixels = recycledPixels_->take(screen_->pixels.size());
+    std::memcpy(pixels.data(), screen_->pixels.data(), pixels.size());
+    const auto width = static_cast<std::size_t>(screen_->width);
+    return Image::create(width, static_cast<std::size_t>(screen_->height), 8, 32, width * 4, kBitmapPremultipliedBGRA,
+                         recycledPixels_->lend(std::move(pixels)));
   }
 
   ImageProperties properties(std::size_t index) const override {
@@ -156,6 +161,7 @@ class GifSource : public ImageSource {
   const std::shared_ptr<DataProvider> data_;
   const std::string name_;
   GifReader reader_;
+  const std::shared_ptr<RecycledPixels> recycledPixels_ = std::make_shared<RecycledPixels>();
   std::optional<Bitmap> screen_;
   /// The frame that the screen shows.
   std::optional<std::size_t> composed_;
