@@ -95,21 +95,4 @@ std::string TavrelAnimatedImage::description() const {
   return fmt::format("<TavrelAnimatedImage: {}> size={} frameCount={}", fmt::ptr(this), describe(size()), frameCount_);
 }
 
-void TavrelAnimatedImage::setLogBlock(LogBlock logBlock, TavrelAnimatedImageLogLevel logLevel) {
-  const std::lock_guard lock(shared().mutex);
-  shared().logBlock = std::move(logBlock);
-  shared().logLevel = logLevel;
-}
-
-void TavrelAnimatedImage::logStringFromBlock(const std::function<std::string()>& stringBlock,
-                                             TavrelAnimatedImageLogLevel withLevel) {
-  LogBlock logBlock;
-  {
-    const std::lock_guard lock(shared().mutex);
-    if (withLevel > shared().logLevel) return;
-    logBlock = shared().logBlock;
-  }
-  if (logBlock && stringBlock) logBlock(stringBlock(), withLevel);
-}
-
 }  // namespace tavrel

@@ -121,8 +121,10 @@ class TAVREL_API TavrelAnimatedImage : public std::enable_shared_from_this<Tavre
   std::string description() const;
 
   /// Sends messages of all animated images up to `logLevel` to `logBlock`, on the thread where they arise; an empty one
-  /// ends that.
+  /// ends that. At first `libraryLogBlock` gets errors and warnings.
   static void setLogBlock(LogBlock logBlock, TavrelAnimatedImageLogLevel logLevel);
+  /// The sink that hands messages on to the library's log, with its own levels.
+  static LogBlock libraryLogBlock();
   /// Logs the text that `stringBlock` makes; it is called only when somebody listens to this level.
   static void logStringFromBlock(const std::function<std::string()>& stringBlock,
                                  TavrelAnimatedImageLogLevel withLevel);

@@ -10,6 +10,8 @@
 #include "Platform/Imaging/ImageSource.h"
 #include "Platform/UI/Application.h"
 #include "Support/EffectsGif.h"
+#include "TavrelBase/Log/TavrelDDAbstractLogger.h"
+#include "TavrelBase/Log/TavrelDDLog.h"
 
 namespace tavrel::test {
 namespace {
@@ -29,7 +31,7 @@ class LogCapture {
         },
         level);
   }
-  ~LogCapture() { TavrelAnimatedImage::setLogBlock({}, Level::none); }
+  ~LogCapture() { TavrelAnimatedImage::setLogBlock(TavrelAnimatedImage::libraryLogBlock(), Level::warning); }
 
   bool contains(const std::string& part, Level level) const {
     const std::lock_guard lock(mutex_);
@@ -287,13 +289,36 @@ TEST(AnimatedImage, NothingThatIsPendingKeepsAnImageAlive) {
 TEST(AnimatedImage, BuildsMessagesOnlyForThoseWhoListen) {
   int built = 0;
   const auto build = [&] { return std::string(1, static_cast<char>('a' + built++)); };
+  const LogCapture log(Level::warning);
+  TavrelAnimatedImage::setLogBlock({}, Level::debug);
   TavrelAnimatedImage::logStringFromBlock(build, Level::error);
   EXPECT_EQ(built, 0) << "no sink";
-  const LogCapture log(Level::warning);
+  const LogCapture warnings(Level::warning);
   TavrelAnimatedImage::logStringFromBlock(build, Level::info);
   EXPECT_EQ(built, 0) << "above the level";
   TavrelAnimatedImage::logStringFromBlock(build, Level::warning);
-  EXPECT_TRUE(log.contains("a", Level::warning));
+  EXPECT_TRUE(warnings.contains("a", Level::warning));
+}
+
+TEST(AnimatedImage, ErrorsAndWarningsGoToTheLibrarysLogAtFirst) {
+  struct Collector : TavrelDDAbstractLogger {
+    std::vector<std::pair<unsigned, std::string>> messages;
+    void logMessage(const TavrelDDLogMessage& message) override {
+      messages.emplace_back(message.flag(), message.message());
+    }
+  };
+  const auto collector = std::make_shared<Collector>();
+  TavrelDDLog::addLogger(collector, TavrelDDLogLevelAll);
+  const auto image = makeImage({{.delay = 1}, {.delay = 1}});  // the rounding is information only
+  image->imageLazilyCachedAtIndex(2);
+  EXPECT_FALSE(TavrelAnimatedImage::create(Data{}).has_value());
+  TavrelDDLog::flushLog();
+  TavrelDDLog::removeLogger(collector);
+  ASSERT_EQ(collector->messages.size(), 2U);
+  EXPECT_EQ(collector->messages[0].first, TavrelDDLogFlagWarning);
+  EXPECT_EQ(collector->messages[0].second.find("Skipping requested frame 2 beyond bounds"), 0U);
+  EXPECT_EQ(collector->messages[1],
+            std::pair(unsigned{TavrelDDLogFlagError}, std::string("No animated GIF data supplied.")));
 }
 
 TEST(AnimatedImage, PredrawingBringsFramesToTheLayoutOfTheScreen) {

@@ -18,8 +18,8 @@ struct TavrelAnimatedImage::Shared {
   /// Every image that lives, so that one memory-warning handler reaches them all.
   std::vector<std::weak_ptr<TavrelAnimatedImage>> allAnimatedImagesWeak;
   std::once_flag observesMemoryWarnings;
-  LogBlock logBlock;
-  TavrelAnimatedImageLogLevel logLevel = TavrelAnimatedImageLogLevel::none;
+  LogBlock logBlock = libraryLogBlock();
+  TavrelAnimatedImageLogLevel logLevel = TavrelAnimatedImageLogLevel::warning;
   DelayedCallScheduler scheduler;
 
   void add(const std::shared_ptr<TavrelAnimatedImage>& image);
