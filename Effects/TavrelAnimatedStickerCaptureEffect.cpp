@@ -4,7 +4,8 @@
 
 #include "Effects/Private/StickerTimeline.h"
 #include "GPUImage/Filters/TavrelGPUImageAlphaBlendFilter.h"
-#include "GPUImage/Filters/TavrelGPUImageTransformFilter.h"
+#include "GPUImage/Filters/TavrelGPUImagePlacementFilter.h"
+#include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Imaging/ImageSource.h"
 #include "TavrelBase/Utils/TavrelUtils.h"
 #include "Utiils/TavrelAnimatedImage.h"
@@ -82,7 +83,7 @@ std::shared_ptr<TavrelCaptureEffect> TavrelAnimatedStickerCaptureEffect::copy() 
 
 void TavrelAnimatedStickerCaptureEffect::commonInit() {
   picture_ = std::make_shared<TavrelGPUImagePicture>(posterImage);
-  transformFilter = std::make_shared<TavrelGPUImageTransformFilter>();
+  transformFilter = std::make_shared<TavrelGPUImagePlacementFilter>();
   alphaBlendFilter = std::make_shared<TavrelGPUImageAlphaBlendFilter>();
   alphaBlendFilter->setMix(1.0);
   picture_->addTarget(transformFilter);
@@ -104,7 +105,7 @@ void TavrelAnimatedStickerCaptureEffect::setVideoSize(Size videoSize) {
   transformFilter->forceProcessingAtSize(videoSize_);
 }
 
-void TavrelAnimatedStickerCaptureEffect::refreshPictureWithTimestamp(double timestamp) {
+bool TavrelAnimatedStickerCaptureEffect::refreshPictureWithTimestamp(double timestamp) {
   if (startTimestamp_ < 0) setStartTimestamp(timestamp);
   const double elapsed = timestamp - startTimestamp_;
   const std::size_t frameCount = animatedImage ? animatedImage->frameCount() : imagePaths_.size();
@@ -114,12 +115,16 @@ void TavrelAnimatedStickerCaptureEffect::refreshPictureWithTimestamp(double time
   const StickerMoment moment =
       animatedImage ? stickerMoment(elapsed, animatedImage->durationPerLoop(), animatedImage->delayTimesForIndexes())
                     : stickerMoment(elapsed, interval_, imagePaths_.size());
-  if (moment.frameIndex == currentFrameIndex) return;
+  if (moment.frameIndex == currentFrameIndex) return false;
   const bool isPlayedOut =
       loopLimit > 0 && moment.frameIndex == frameCount - 1 && moment.completedLoops == static_cast<double>(loopLimit);
-  if (isPlayedOut) return;
-  if (const std::shared_ptr<Image> image = imageAtIndex(moment.frameIndex)) picture_->updateWithCGImage(image);
+  if (isPlayedOut) return false;
   currentFrameIndex = moment.frameIndex;
+  const std::shared_ptr<Image> image = imageAtIndex(moment.frameIndex);
+  if (!image) return false;
+  // On the queue as a whole: a pass that is under way must not lose the texture.
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] { picture_->updateWithCGImage(image); });
+  return true;
 }
 
 std::shared_ptr<Image> TavrelAnimatedStickerCaptureEffect::imageAtIndex(std::size_t index) const {

@@ -19,14 +19,14 @@ namespace tavrel {
 
 class TavrelAnimatedImage;
 class TavrelGPUImageAlphaBlendFilter;
-class TavrelGPUImageTransformFilter;
+class TavrelGPUImagePlacementFilter;
 
 /// Lays an animation over the frame: a GIF, or pictures from files that take turns.
 ///
-/// It owns its part of the graph: `picture` → a transform filter → `filter`, at that one's texture location 1. The
+/// It owns its part of the graph: `picture` → a placement filter → `filter`, at that one's texture location 1. The
 /// camera's frames enter `filter` at location 0. For every frame the effect is told the time with
-/// `refreshPictureWithTimestamp`, then `picture` has to be processed. One thread at a time; refreshing waits for the
-/// video-processing queue when the picture changes.
+/// `refreshPictureWithTimestamp`; `picture` has to be processed before the first one, and again when it is another one
+/// or was placed anew. One thread at a time; refreshing waits for the video-processing queue when the picture changes.
 class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelObject, public TavrelCaptureEffect {
  public:
   /// Fails ("imaging") when the bytes are no GIF with a frame that can be decoded.
@@ -71,9 +71,9 @@ class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelObject, publi
   /// Of the sticker's picture, in pixels.
   Size size() const;
 
-  /// Shows what is due at this time; the first call starts the animation. A picture that is shown already is not
-  /// touched.
-  void refreshPictureWithTimestamp(double timestamp);
+  /// Shows what is due at this time, in seconds; the first call starts the animation. A picture that is shown already
+  /// is not touched. True when `picture` is another one now.
+  bool refreshPictureWithTimestamp(double timestamp);
 
  private:
   struct Source;
@@ -94,7 +94,7 @@ class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelObject, publi
   std::shared_ptr<TavrelAnimatedImage> animatedImage;
   std::shared_ptr<Image> posterImage;
   std::shared_ptr<TavrelGPUImagePicture> picture_;
-  std::shared_ptr<TavrelGPUImageTransformFilter> transformFilter;
+  std::shared_ptr<TavrelGPUImagePlacementFilter> transformFilter;
   std::shared_ptr<TavrelGPUImageAlphaBlendFilter> alphaBlendFilter;
   std::size_t currentFrameIndex = 0;
 };
