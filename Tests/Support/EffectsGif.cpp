@@ -73,6 +73,9 @@ void putFrame(GifFileType* file, const GifFrameSpec& frame) {
       require(EGifPutLine(file, row.data(), width));
     }
   }
+  // giflib loses its copy of the palette when the next frame has none.
+  GifFreeMapObject(file->Image.ColorMap);
+  file->Image.ColorMap = nullptr;
 }
 
 }  // namespace
