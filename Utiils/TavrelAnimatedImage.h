@@ -11,6 +11,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
@@ -117,7 +118,9 @@ class TAVREL_API TavrelAnimatedImage : public std::enable_shared_from_this<Tavre
   const std::set<std::size_t>& requestedFrameIndexes() const { return requestedFrameIndexes_; }
 
   const FLWeakProxy<TavrelAnimatedImage>& weakProxy() const { return weakProxy_; }
-  void setDebugDelegate(std::weak_ptr<TavrelAnimatedImageDebugDelegate> delegate) { debug_delegate = delegate; }
+  void setDebugDelegate(std::weak_ptr<TavrelAnimatedImageDebugDelegate> delegate) {
+    debug_delegate = std::move(delegate);
+  }
   std::string description() const;
 
   /// Sends messages of all animated images up to `logLevel` to `logBlock`, on the thread where they arise; an empty one
