@@ -3,6 +3,14 @@
 /// \file
 /// Everything that applications use, in one include.
 
+#include "Effects/TavrelAnimatedStickerCaptureEffect.h"
+#include "Effects/TavrelCaptureEffect.h"
+#include "Effects/TavrelExternalFilter.h"
+#include "Effects/TavrelExternalFilterCaptureEffect.h"
+#include "Effects/TavrelFaceBeautyCaptureEffect.h"
+#include "Effects/TavrelImageStickerCaptureEffect.h"
+#include "Effects/TavrelLUTFilterCaptureEffect.h"
+#include "Effects/TavrelObject.h"
 #include "GPUImage/Destinations/TavrelGPUImageMovieWriter.h"
 #include "GPUImage/Filters/TavrelGPUImageAlphaBlendFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageBeautifyFilter.h"
@@ -44,6 +52,7 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Foundation/Geometry.h"
+#include "Platform/Foundation/KeyValueObserving.h"
 #include "Platform/Foundation/NotificationCenter.h"
 #include "Platform/Foundation/Version.h"
 #include "Platform/Graphics/PixelBuffer.h"
@@ -62,3 +71,6 @@
 #include "Platform/UI/Application.h"
 #include "TavrelBase/Log/TavrelLogger.h"
 #include "TavrelBase/Utils/TavrelUtils.h"
+#include "Utiils/FLWeakProxy.h"
+#include "Utiils/TavrelAnimatedImage.h"
+#include "Utiils/TavrelAnimatedImageDebugDelegate.h"

@@ -1,104 +1,59 @@
 #include <fmt/format.h>
-#include <gif_lib.h>
 
 #include <algorithm>
 #include <cstring>
 #include <optional>
 #include <utility>
-#include <vector>
 
 #include "Platform/Imaging/Private/Decoders.h"
+#include "Platform/Imaging/Private/GifReader.h"
 #include "Platform/Imaging/Private/PixelConversion.h"
+#include "Platform/Imaging/Private/RecycledPixels.h"
 
 namespace tavrel {
 namespace {
 
-/// Reads for giflib from memory.
-struct MemoryReader {
-  const Data& data;
-  std::size_t position = 0;
-
-  static int read(GifFileType* file, GifByteType* target, int length) {
-    auto* const reader = static_cast<MemoryReader*>(file->UserData);
-    const std::size_t count =
-        std::min(static_cast<std::size_t>(std::max(length, 0)), reader->data.size() - reader->position);
-    std::memcpy(target, reader->data.data() + reader->position, count);
-    reader->position += count;
-    return static_cast<int>(count);
-  }
-};
-
-struct GifCloser {
-  void operator()(GifFileType* file) const { DGifCloseFile(file, nullptr); }
-};
-
-/// One frame as stored: a part of the screen in colours of its own.
-struct GifFrame {
-  int left = 0;
-  int top = 0;
-  int width = 0;
-  int height = 0;
-  std::vector<std::uint8_t> colorIndices;
-  std::vector<GifColorType> colors;
-  std::optional<GraphicsControlBlock> control;
-
-  int disposal() const { return control ? control->DisposalMode : DISPOSAL_UNSPECIFIED; }
-  int transparentColor() const { return control ? control->TransparentColor : NO_TRANSPARENT_COLOR; }
-};
-
 constexpr double kShortestDelay = 0.05;
 constexpr double kDelayOfHurriedFrames = 0.1;
 
-/// Frame memory that one file may take altogether.
-constexpr std::size_t kMostFrameBytes = std::size_t{1} << 29;
-
-std::optional<int> loopCountIn(const ExtensionBlock* blocks, int count) {
-  for (int i = 0; i + 1 < count; ++i) {
-    const bool isLoopBlock =
-        blocks[i].Function == APPLICATION_EXT_FUNC_CODE && blocks[i].ByteCount >= 11 &&
-        (std::memcmp(blocks[i].Bytes, "NETSCAPE2.0", 11) == 0 || std::memcmp(blocks[i].Bytes, "ANIMEXTS1.0", 11) == 0);
-    const ExtensionBlock& value = blocks[i + 1];
-    if (isLoopBlock && value.ByteCount >= 3 && value.Bytes[0] == 1) return value.Bytes[1] | value.Bytes[2] << 8;
-  }
-  return std::nullopt;
-}
-
 class GifSource : public ImageSource {
  public:
-  GifSource(std::string name, int width, int height) : name_(std::move(name)), screen_(width, height) {}
+  GifSource(std::shared_ptr<DataProvider> data, std::string name)
+      : data_(std::move(data)), name_(std::move(name)), reader_(data_->bytes()) {}
 
-  /// Reads every frame that is whole; false when there is none.
-  bool read(GifFileType* file) {
-    std::size_t bytes = 0;
-    GifRecordType record = UNDEFINED_RECORD_TYPE;
-    while (DGifGetRecordType(file, &record) == GIF_OK && record != TERMINATE_RECORD_TYPE) {
-      if (record == EXTENSION_RECORD_TYPE) {
-        if (!readExtension(file)) break;
-      } else if (record == IMAGE_DESC_RECORD_TYPE) {
-        if (!readFrame(file, bytes)) break;
-      }
-    }
-    GifFreeExtensions(&pendingCount_, &pending_);
-    return !frames_.empty();
+  Expected<void> readStructure() {
+    Expected<void> size;
+    const bool hasScreen = reader_.scan([&](int width, int height) {
+      size = checkScreenSize(static_cast<std::size_t>(width), static_cast<std::size_t>(height));
+      return size.has_value();
+    });
+    if (!size) return size;
+    if (!hasScreen) return imagingFailure(fmt::format("{} is damaged: {}", name_, reader_.reasonOfEnd()));
+    if (frames().empty()) return imagingFailure(fmt::format("{} is damaged: no frame is whole", name_));
+    return {};
   }
 
   const char* type() const override { return "image/gif"; }
-  std::size_t count() const override { return frames_.size(); }
-  std::optional<int> loopCount() const override { return loopCount_; }
+  std::size_t count() const override { return frames().size(); }
+  std::optional<int> loopCount() const override { return reader_.loopCount(); }
 
   Expected<std::shared_ptr<Image>> imageAtIndex(std::size_t index) override {
-    if (index >= frames_.size()) return imagingFailure(fmt::format("{} has no frame {}", name_, index));
-    if (index < nextFrame_) restart();
-    while (nextFrame_ <= index) composeNextFrame();
-    return imageOf(screen_, false);
+    if (index >= frames().size()) return imagingFailure(fmt::format("{} has no frame {}", name_, index));
+    compose(index);
+    if (damage_) return imagingFailure(fmt::format("{} is damaged in frame {}: {}", name_, index, *damage_));
+    Data pixels = recycledPixels_->take(screen_->pixels.size());
+    std::memcpy(pixels.data(), screen_->pixels.data(), pixels.size());
+    const auto width = static_cast<std::size_t>(screen_->width);
+    return Image::create(width, static_cast<std::size_t>(screen_->height), 8, 32, width * 4, kBitmapPremultipliedBGRA,
+                         recycledPixels_->lend(std::move(pixels)));
   }
 
   ImageProperties properties(std::size_t index) const override {
-    if (index >= frames_.size()) return {};
+    if (index >= frames().size()) return {};
     ImageProperties properties;
-    properties.width = static_cast<std::size_t>(screen_.width);
-    properties.height = static_cast<std::size_t>(screen_.height);
-    if (const auto& control = frames_[index].control) {
+    properties.width = static_cast<std::size_t>(reader_.screenWidth());
+    properties.height = static_cast<std::size_t>(reader_.screenHeight());
+    if (const auto& control = frames()[index].control) {
       const double delay = control->DelayTime / 100.0;
       properties.unclampedDelayTime = delay;
       properties.delayTime = delay < kShortestDelay ? kDelayOfHurriedFrames : delay;
@@ -107,136 +62,120 @@ class GifSource : public ImageSource {
   }
 
  private:
-  bool readExtension(GifFileType* file) {
-    int function = 0;
-    GifByteType* block = nullptr;
-    if (DGifGetExtension(file, &function, &block) == GIF_ERROR) return false;
-    for (; block; function = CONTINUE_EXT_FUNC_CODE) {
-      // Comments may go on for ever; only what is understood is kept.
-      const bool isUnderstood = function == GRAPHICS_EXT_FUNC_CODE || function == APPLICATION_EXT_FUNC_CODE ||
-                                (pendingCount_ > 0 && pendingCount_ < 16 && function == CONTINUE_EXT_FUNC_CODE);
-      if (isUnderstood && GifAddExtensionBlock(&pendingCount_, &pending_, function, block[0], block + 1) == GIF_ERROR) {
-        return false;
-      }
-      if (DGifGetExtensionNext(file, &block) == GIF_ERROR) return false;
+  /// The part of a frame that lies on the screen.
+  struct Area {
+    int left, top, width, height;
+  };
+
+  const std::vector<GifFrame>& frames() const { return reader_.frames(); }
+
+  Expected<void> checkScreenSize(std::size_t width, std::size_t height) const {
+    if (auto checked = checkPictureSize(name_, width, height); !checked) return checked;
+    if (width * height <= kMostPixelsOfGif) return {};
+    return imagingFailure(
+        fmt::format("{} is too large: {}x{}, the most is {} pixels for a GIF", name_, width, height, kMostPixelsOfGif));
+  }
+
+  Area areaOf(const GifFrame& frame) const {
+    const int right = std::min(frame.left + frame.width, reader_.screenWidth());
+    const int bottom = std::min(frame.top + frame.height, reader_.screenHeight());
+    return {frame.left, frame.top, std::max(right - frame.left, 0), std::max(bottom - frame.top, 0)};
+  }
+
+  bool coversScreen(const GifFrame& frame) const {
+    const Area area = areaOf(frame);
+    return area.width == reader_.screenWidth() && area.height == reader_.screenHeight();
+  }
+
+  /// True when nothing of the earlier frames can be seen in this one or in what follows it.
+  bool startsAfresh(std::size_t index) const {
+    if (index == 0) return true;
+    const GifFrame& before = frames()[index - 1];
+    if (before.disposal() == DISPOSE_BACKGROUND && coversScreen(before)) return true;
+    const GifFrame& frame = frames()[index];
+    return coversScreen(frame) && frame.transparentColor() == NO_TRANSPARENT_COLOR &&
+           frame.disposal() != DISPOSE_PREVIOUS;
+  }
+
+  /// Brings the screen to show the frame, from the picture on it where that leads there.
+  void compose(std::size_t index) {
+    if (composed_ == index) return;
+    std::size_t start = index;
+    const auto followsScreen = [&] { return composed_ && start == *composed_ + 1; };
+    while (!startsAfresh(start) && !followsScreen()) --start;
+    if (!screen_) screen_.emplace(reader_.screenWidth(), reader_.screenHeight());
+    if (followsScreen()) {
+      dispose(frames()[*composed_]);
+    } else {
+      std::fill(screen_->pixels.begin(), screen_->pixels.end(), std::uint8_t{0});
     }
-    if (!loopCount_) loopCount_ = loopCountIn(pending_, pendingCount_);
-    return true;
-  }
-
-  bool readFrame(GifFileType* file, std::size_t& bytes) {
-    if (DGifGetImageDesc(file) == GIF_ERROR) return false;
-    const GifImageDesc& description = file->Image;
-    GifFrame frame = {.left = description.Left,
-                      .top = description.Top,
-                      .width = description.Width,
-                      .height = description.Height,
-                      .colorIndices = {},
-                      .colors = {},
-                      .control = pendingControl()};
-    GifFreeExtensions(&pendingCount_, &pending_);
-    const auto pixels = static_cast<std::size_t>(frame.width) * static_cast<std::size_t>(frame.height);
-    bytes += pixels;
-    if (bytes > kMostFrameBytes) return false;
-    frame.colorIndices.resize(pixels);
-    if (!readRows(file, frame, description.Interlace)) return false;
-    const ColorMapObject* const map = description.ColorMap ? description.ColorMap : file->SColorMap;
-    if (map) frame.colors.assign(map->Colors, map->Colors + map->ColorCount);
-    frames_.push_back(std::move(frame));
-    return true;
-  }
-
-  static bool readRows(GifFileType* file, GifFrame& frame, bool isInterlaced) {
-    // Interlaced rows come in four passes.
-    static constexpr int kFirst[] = {0, 4, 2, 1};
-    static constexpr int kStep[] = {8, 8, 4, 2};
-    for (int pass = 0; pass < (isInterlaced ? 4 : 1); ++pass) {
-      for (int y = isInterlaced ? kFirst[pass] : 0; y < frame.height; y += isInterlaced ? kStep[pass] : 1) {
-        std::uint8_t* const row = frame.colorIndices.data() + static_cast<std::ptrdiff_t>(y) * frame.width;
-        if (DGifGetLine(file, row, frame.width) == GIF_ERROR) return false;
-      }
+    draw(start);
+    for (std::size_t next = start + 1; next <= index; ++next) {
+      dispose(frames()[next - 1]);
+      draw(next);
     }
-    return true;
+    composed_ = index;
   }
 
-  std::optional<GraphicsControlBlock> pendingControl() const {
-    for (int i = pendingCount_ - 1; i >= 0; --i) {
-      GraphicsControlBlock control;
-      if (pending_[i].Function == GRAPHICS_EXT_FUNC_CODE && pending_[i].ByteCount == 4 &&
-          DGifExtensionToGCB(4, pending_[i].Bytes, &control) == GIF_OK) {
-        return control;
-      }
-    }
-    return std::nullopt;
-  }
-
-  void restart() {
-    nextFrame_ = 0;
-    std::fill(screen_.pixels.begin(), screen_.pixels.end(), std::uint8_t{0});
-  }
-
-  void composeNextFrame() {
-    if (nextFrame_ > 0) disposeOf(frames_[nextFrame_ - 1]);
-    const GifFrame& frame = frames_[nextFrame_];
-    if (frame.disposal() == DISPOSE_PREVIOUS) beforeFrame_ = screen_.pixels;
-    forEachVisibleRow(frame, [&](std::uint8_t* target, const std::uint8_t* indices, int count) {
-      for (int x = 0; x < count; ++x, target += 4) {
-        const int index = indices[x];
-        if (index == frame.transparentColor() || index >= static_cast<int>(frame.colors.size())) continue;
-        const GifColorType& color = frame.colors[static_cast<std::size_t>(index)];
-        const std::uint8_t pixel[] = {color.Blue, color.Green, color.Red, 255};
-        std::memcpy(target, pixel, sizeof pixel);
+  void draw(std::size_t index) {
+    const GifFrame& frame = frames()[index];
+    const Area area = areaOf(frame);
+    if (frame.disposal() == DISPOSE_PREVIOUS) saveArea(area);
+    const int transparent = frame.transparentColor();
+    damage_ = reader_.readFrame(frame, [&](int y, const GifPixelType* row, const GifPalette& palette) {
+      if (y >= area.height) return;
+      std::uint8_t* target = pixelsAt(area, y);
+      for (int x = 0; x < area.width; ++x, target += 4) {
+        if (row[x] != transparent) std::memcpy(target, &palette[row[x]], 4);
       }
     });
-    ++nextFrame_;
   }
 
-  void disposeOf(const GifFrame& frame) {
-    if (frame.disposal() == DISPOSE_PREVIOUS) {
-      screen_.pixels = beforeFrame_;
-    } else if (frame.disposal() == DISPOSE_BACKGROUND) {
-      forEachVisibleRow(frame, [](std::uint8_t* target, const std::uint8_t*, int count) {
-        std::memset(target, 0, static_cast<std::size_t>(count) * 4);
-      });
+  /// Does what the frame wants done before the next one is drawn.
+  void dispose(const GifFrame& frame) {
+    const Area area = areaOf(frame);
+    const std::size_t rowSize = static_cast<std::size_t>(area.width) * 4;
+    if (rowSize == 0) return;
+    for (int y = 0; y < area.height; ++y) {
+      std::uint8_t* const row = pixelsAt(area, y);
+      if (frame.disposal() == DISPOSE_BACKGROUND) std::memset(row, 0, rowSize);
+      if (frame.disposal() == DISPOSE_PREVIOUS) {
+        std::memcpy(row, saved_.data() + static_cast<std::size_t>(y) * rowSize, rowSize);
+      }
     }
   }
 
-  /// Calls `action` with the screen's and the frame's pixels of each row; what lies beyond the screen is cut off.
-  template <typename Action>
-  void forEachVisibleRow(const GifFrame& frame, Action action) {
-    const int count = std::min(frame.width, screen_.width - frame.left);
-    if (count <= 0) return;
-    for (int y = 0; y < std::min(frame.height, screen_.height - frame.top); ++y) {
-      action(screen_.row(frame.top + y) + static_cast<std::ptrdiff_t>(frame.left) * 4,
-             frame.colorIndices.data() + static_cast<std::ptrdiff_t>(y) * frame.width, count);
+  void saveArea(const Area& area) {
+    saved_.clear();
+    if (area.width == 0) return;
+    for (int y = 0; y < area.height; ++y) {
+      const std::uint8_t* const row = pixelsAt(area, y);
+      saved_.insert(saved_.end(), row, row + static_cast<std::ptrdiff_t>(area.width) * 4);
     }
   }
 
+  std::uint8_t* pixelsAt(const Area& area, int y) {
+    return screen_->row(area.top + y) + static_cast<std::ptrdiff_t>(area.left) * 4;
+  }
+
+  const std::shared_ptr<DataProvider> data_;
   const std::string name_;
-  std::vector<GifFrame> frames_;
-  std::optional<int> loopCount_;
-  ExtensionBlock* pending_ = nullptr;
-  int pendingCount_ = 0;
-  Bitmap screen_;  // as seen with the frame before `nextFrame_`
-  Data beforeFrame_;
-  std::size_t nextFrame_ = 0;
+  GifReader reader_;
+  const std::shared_ptr<RecycledPixels> recycledPixels_ = std::make_shared<RecycledPixels>();
+  std::optional<Bitmap> screen_;
+  /// The frame that the screen shows.
+  std::optional<std::size_t> composed_;
+  /// What was under the frame on the screen, where that frame wants it back.
+  Data saved_;
+  /// Why the frame on the screen could not be unpacked to its end.
+  std::optional<std::string> damage_;
 };
 
 }  // namespace
 
-Expected<std::shared_ptr<ImageSource>> createGifSource(Data data, std::string name) {
-  MemoryReader reader{data};
-  int error = 0;
-  const std::unique_ptr<GifFileType, GifCloser> file(DGifOpen(&reader, &MemoryReader::read, &error));
-  if (!file) {
-    const char* const reason = GifErrorString(error);
-    return imagingFailure(fmt::format("{} is damaged: {}", name, reason ? reason : "it is cut off"));
-  }
-  const auto width = static_cast<std::size_t>(file->SWidth);
-  const auto height = static_cast<std::size_t>(file->SHeight);
-  if (const auto checked = checkPictureSize(name, width, height); !checked) return tl::unexpected(checked.error());
-  auto source = std::make_shared<GifSource>(name, file->SWidth, file->SHeight);
-  if (!source->read(file.get())) return imagingFailure(fmt::format("{} is damaged: no frame is whole", name));
+Expected<std::shared_ptr<ImageSource>> createGifSource(std::shared_ptr<DataProvider> data, std::string name) {
+  auto source = std::make_shared<GifSource>(std::move(data), std::move(name));
+  if (auto structure = source->readStructure(); !structure) return tl::unexpected(structure.error());
   return source;
 }
 

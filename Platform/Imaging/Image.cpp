@@ -78,4 +78,15 @@ std::shared_ptr<Image> normalizedImage(const std::shared_ptr<Image>& image) {
   return imageOf(std::move(turned), isOpaque(*image));
 }
 
+std::shared_ptr<Image> straightImage(const std::shared_ptr<Image>& image) {
+  const AlphaInfo alpha = image->alphaInfo();
+  const bool isMultiplied = alpha == AlphaInfo::premultipliedFirst || alpha == AlphaInfo::premultipliedLast;
+  if (image->bitsPerPixel() != 32 || !isMultiplied) return image;
+  Bitmap straight = straightRGBA(*image);
+  return Image::create(image->width(), image->height(), 8, 32, image->width() * 4,
+                       tavrel::bitmapInfo(kBitmapByteOrderDefault, AlphaInfo::last),
+                       DataProvider::create(std::move(straight.pixels)))
+      ->withScaleAndOrientation(image->scale(), image->orientation());
+}
+
 }  // namespace tavrel

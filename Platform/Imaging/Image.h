@@ -54,4 +54,8 @@ class TAVREL_API Image {
 /// The same picture with its orientation carried out on the pixels. An upright one is returned as it is.
 TAVREL_API std::shared_ptr<Image> normalizedImage(const std::shared_ptr<Image>& image);
 
+/// The same picture with colours that are not multiplied by alpha, for drawing that does so itself. One whose colours
+/// are that already, as those of an opaque picture, is returned as it is.
+TAVREL_API std::shared_ptr<Image> straightImage(const std::shared_ptr<Image>& image);
+
 }  // namespace tavrel

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <span>
 #include <string_view>
 #include <utility>
 
@@ -13,7 +14,7 @@ namespace {
 
 struct Format {
   std::string_view signature;
-  Expected<std::shared_ptr<ImageSource>> (*create)(Data data, std::string name);
+  Expected<std::shared_ptr<ImageSource>> (*create)(std::shared_ptr<DataProvider> data, std::string name);
 };
 
 constexpr Format kFormats[] = {
@@ -39,9 +40,14 @@ Expected<void> checkPictureSize(const std::string& name, std::size_t width, std:
 }
 
 Expected<std::shared_ptr<ImageSource>> ImageSource::create(Data data, std::string name) {
+  return create(DataProvider::create(std::move(data)), std::move(name));
+}
+
+Expected<std::shared_ptr<ImageSource>> ImageSource::create(std::shared_ptr<DataProvider> data, std::string name) {
+  const std::span<const std::uint8_t> bytes = data->bytes();
   for (const Format& format : kFormats) {
-    if (data.size() >= format.signature.size() &&
-        std::equal(format.signature.begin(), format.signature.end(), data.begin(),
+    if (bytes.size() >= format.signature.size() &&
+        std::equal(format.signature.begin(), format.signature.end(), bytes.begin(),
                    [](char expected, std::uint8_t actual) { return static_cast<std::uint8_t>(expected) == actual; })) {
       return format.create(std::move(data), std::move(name));
     }

@@ -3,6 +3,7 @@
 #include <turbojpeg.h>
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
 #include "Platform/Imaging/Private/Decoders.h"
@@ -24,13 +25,13 @@ struct JpegHeader {
   int colorspace = 0;
 };
 
-bool readHeader(tjhandle decompressor, const Data& data, JpegHeader& header) {
+bool readHeader(tjhandle decompressor, std::span<const std::uint8_t> data, JpegHeader& header) {
   return tjDecompressHeader3(decompressor, data.data(), data.size(), &header.width, &header.height, &header.subsampling,
                              &header.colorspace) == 0;
 }
 
 /// EXIF's orientations 1 to 8: where the stored first row and column are seen.
-ImageOrientation orientationOf(const Data& data) {
+ImageOrientation orientationOf(std::span<const std::uint8_t> data) {
   static constexpr ImageOrientation kOrientations[] = {
       ImageOrientation::up,
       ImageOrientation::upMirrored,
@@ -66,11 +67,11 @@ Bitmap lightOfInks(const Data& inks, int width, int height) {
 
 class JpegSource : public ImageSource {
  public:
-  JpegSource(Data data, std::string name, const JpegHeader& header)
+  JpegSource(std::shared_ptr<DataProvider> data, std::string name, const JpegHeader& header)
       : data_(std::move(data)), name_(std::move(name)), header_(header) {
     properties_.width = static_cast<std::size_t>(header.width);
     properties_.height = static_cast<std::size_t>(header.height);
-    properties_.orientation = orientationOf(data_);
+    properties_.orientation = orientationOf(data_->bytes());
   }
 
   const char* type() const override { return "image/jpeg"; }
@@ -80,8 +81,8 @@ class JpegSource : public ImageSource {
     const bool isPrinted = header_.colorspace == TJCS_CMYK || header_.colorspace == TJCS_YCCK;
     const Decompressor decompressor = makeDecompressor();
     Data pixels(properties_.width * properties_.height * 4);
-    if (tjDecompress2(decompressor.get(), data_.data(), data_.size(), pixels.data(), header_.width, 0, header_.height,
-                      isPrinted ? TJPF_CMYK : TJPF_BGRX, 0) != 0) {
+    if (tjDecompress2(decompressor.get(), data_->bytes().data(), data_->bytes().size(), pixels.data(), header_.width, 0,
+                      header_.height, isPrinted ? TJPF_CMYK : TJPF_BGRX, 0) != 0) {
       return imagingFailure(fmt::format("{} is damaged: {}", name_, tjGetErrorStr2(decompressor.get())));
     }
     if (isPrinted) pixels = std::move(lightOfInks(pixels, header_.width, header_.height).pixels);
@@ -93,7 +94,7 @@ class JpegSource : public ImageSource {
   ImageProperties properties(std::size_t index) const override { return index == 0 ? properties_ : ImageProperties{}; }
 
  private:
-  const Data data_;
+  const std::shared_ptr<DataProvider> data_;
   const std::string name_;
   const JpegHeader header_;
   ImageProperties properties_;
@@ -101,10 +102,10 @@ class JpegSource : public ImageSource {
 
 }  // namespace
 
-Expected<std::shared_ptr<ImageSource>> createJpegSource(Data data, std::string name) {
+Expected<std::shared_ptr<ImageSource>> createJpegSource(std::shared_ptr<DataProvider> data, std::string name) {
   const Decompressor decompressor = makeDecompressor();
   JpegHeader header;
-  if (!decompressor || !readHeader(decompressor.get(), data, header)) {
+  if (!decompressor || !readHeader(decompressor.get(), data->bytes(), header)) {
     return imagingFailure(fmt::format("{} is damaged: {}", name, tjGetErrorStr2(decompressor.get())));
   }
   const auto checked =

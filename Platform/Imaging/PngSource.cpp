@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <png.h>
 
+#include <span>
 #include <utility>
 
 #include "Platform/Imaging/Private/Decoders.h"
@@ -17,7 +18,9 @@ class PngReader {
   PngReader& operator=(const PngReader&) = delete;
   ~PngReader() { png_image_free(&image_); }
 
-  bool begin(const Data& data) { return png_image_begin_read_from_memory(&image_, data.data(), data.size()) != 0; }
+  bool begin(std::span<const std::uint8_t> bytes) {
+    return png_image_begin_read_from_memory(&image_, bytes.data(), bytes.size()) != 0;
+  }
   bool hasAlpha() const { return (image_.format & PNG_FORMAT_FLAG_ALPHA) != 0; }
   std::size_t width() const { return image_.width; }
   std::size_t height() const { return image_.height; }
@@ -35,7 +38,7 @@ class PngReader {
 
 class PngSource : public ImageSource {
  public:
-  PngSource(Data data, std::string name, std::size_t width, std::size_t height)
+  PngSource(std::shared_ptr<DataProvider> data, std::string name, std::size_t width, std::size_t height)
       : data_(std::move(data)), name_(std::move(name)) {
     properties_.width = width;
     properties_.height = height;
@@ -46,7 +49,7 @@ class PngSource : public ImageSource {
   Expected<std::shared_ptr<Image>> imageAtIndex(std::size_t index) override {
     if (index != 0) return imagingFailure(fmt::format("{} has no picture {}", name_, index));
     PngReader reader;
-    if (!reader.begin(data_)) return imagingFailure(fmt::format("{} is damaged: {}", name_, reader.message()));
+    if (!reader.begin(data_->bytes())) return imagingFailure(fmt::format("{} is damaged: {}", name_, reader.message()));
     Data pixels(reader.width() * reader.height() * 4);
     if (!reader.finish(pixels)) return imagingFailure(fmt::format("{} is damaged: {}", name_, reader.message()));
     const AlphaInfo alpha = reader.hasAlpha() ? AlphaInfo::first : AlphaInfo::noneSkipFirst;
@@ -58,16 +61,16 @@ class PngSource : public ImageSource {
   ImageProperties properties(std::size_t index) const override { return index == 0 ? properties_ : ImageProperties{}; }
 
  private:
-  const Data data_;
+  const std::shared_ptr<DataProvider> data_;
   const std::string name_;
   ImageProperties properties_;
 };
 
 }  // namespace
 
-Expected<std::shared_ptr<ImageSource>> createPngSource(Data data, std::string name) {
+Expected<std::shared_ptr<ImageSource>> createPngSource(std::shared_ptr<DataProvider> data, std::string name) {
   PngReader reader;
-  if (!reader.begin(data)) return imagingFailure(fmt::format("{} is damaged: {}", name, reader.message()));
+  if (!reader.begin(data->bytes())) return imagingFailure(fmt::format("{} is damaged: {}", name, reader.message()));
   if (const auto checked = checkPictureSize(name, reader.width(), reader.height()); !checked) {
     return tl::unexpected(checked.error());
   }

@@ -13,11 +13,8 @@ Size sizeAfter(const TavrelGPUImageFilter& filter, Size size) {
 
 void feedSecondInput(const Effect& effect, Size frameSize) {
   if (!effect.picture) return;
-  if (effect.placement) {
-    effect.placement->setAffineTransform(TavrelGetTransform(effect.rectangle, frameSize, effect.radians));
-    effect.placement->forceProcessingAtSize(frameSize);
-    effect.placement->addTarget(effect.filter, 1);
-    effect.picture->addTarget(effect.placement);
+  if (effect.place) {
+    effect.place(frameSize);
   } else {
     effect.picture->addTarget(effect.filter, 1);
   }
@@ -49,6 +46,12 @@ std::shared_ptr<TavrelGPUImageOutput> EffectChain::connect(const std::shared_ptr
     last = effect.filter;
   }
   return last;
+}
+
+void EffectChain::advanceTo(double seconds) const {
+  for (const Effect& effect : effects_) {
+    if (effect.animation && effect.animation->refreshPictureWithTimestamp(seconds)) effect.picture->processImage();
+  }
 }
 
 }  // namespace tavrel::tool

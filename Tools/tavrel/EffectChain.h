@@ -12,11 +12,10 @@ namespace tavrel::tool {
 struct Effect {
   std::shared_ptr<TavrelGPUImageFilter> filter;
   std::shared_ptr<TavrelGPUImagePicture> picture = nullptr;
-  /// Between the picture and the filter, when the picture has to be placed: at `rectangle`, in pixels of the frame,
-  /// turned by `radians`.
-  std::shared_ptr<TavrelGPUImagePlacementFilter> placement = nullptr;
-  Rect rectangle = {};
-  float radians = 0;
+  /// Where the picture does not simply fill the second input: places it on frames of this size.
+  std::function<void(Size frameSize)> place = {};
+  /// What changes the picture as time goes on.
+  std::shared_ptr<TavrelAnimatedStickerCaptureEffect> animation = nullptr;
 };
 
 /// Effects one after the other.
@@ -29,8 +28,10 @@ class EffectChain {
   Size sizeAfter(Size size) const;
   /// Whether an odd number of quarter turns is made.
   bool turnsSideways() const;
-  /// Connects the chain behind `source`, whose frames have `size`, and lets the still pictures in; the last node.
+  /// Connects the chain behind `source`, whose frames have `size`, and lets the pictures in; the last node.
   std::shared_ptr<TavrelGPUImageOutput> connect(const std::shared_ptr<TavrelGPUImageOutput>& source, Size size) const;
+  /// Brings the animations to the time of the next frame, in seconds; they start with the first one.
+  void advanceTo(double seconds) const;
 
  private:
   std::vector<Effect> effects_;

@@ -105,29 +105,66 @@ Effect makeLookup(const std::string& value) {
           .picture = std::make_shared<TavrelGPUImagePicture>(valueOrThrow(TavrelLookupImageFromFile(value)))};
 }
 
-Effect makeSticker(const std::string& value) {
+/// FILE@X,Y,W,H[,DEGREES]
+struct Placement {
+  std::string file;
+  Rect rectangle;
+  double radians = 0;
+};
+
+Placement parsePlacement(const std::string& value, const char* option) {
   constexpr const char* kExpected = "FILE@X,Y,W,H or FILE@X,Y,W,H,DEGREES, in pixels";
   const std::size_t at = value.rfind('@');
-  if (at == std::string::npos) throw UsageError(fmt::format("--sticker {}: expected {}", value, kExpected));
-  const std::vector<double> numbers =
-      parseNumbers(std::string_view(value).substr(at + 1), 4, 5, "--sticker", kExpected);
+  if (at == std::string::npos) throw UsageError(fmt::format("{} {}: expected {}", option, value, kExpected));
+  const std::vector<double> numbers = parseNumbers(std::string_view(value).substr(at + 1), 4, 5, option, kExpected);
   const Rect rectangle = {{numbers[0], numbers[1]}, {numbers[2], numbers[3]}};
   if (rectangle.size.width <= 0 || rectangle.size.height <= 0) {
-    throw UsageError(fmt::format("--sticker {}: width and height must be more than 0", value));
+    throw UsageError(fmt::format("{} {}: width and height must be more than 0", option, value));
   }
-  const auto image =
-      normalizedImage(valueOrThrow(ImageSource::createWithFile(value.substr(0, at)).and_then([](const auto& source) {
-        return source->imageAtIndex(0);
-      })));
-  const bool isMuchReduced = static_cast<double>(image->width()) > 1.5 * rectangle.size.width ||
-                             static_cast<double>(image->height()) > 1.5 * rectangle.size.height;
-  auto filter = std::make_shared<TavrelGPUImageAlphaBlendFilter>();
-  filter->setMix(1);
-  return {.filter = std::move(filter),
-          .picture = std::make_shared<TavrelGPUImagePicture>(image, isMuchReduced, true),
-          .placement = std::make_shared<TavrelGPUImagePlacementFilter>(),
+  return {.file = value.substr(0, at),
           .rectangle = rectangle,
-          .radians = static_cast<float>(numbers.size() > 4 ? numbers[4] * std::numbers::pi / 180 : 0)};
+          .radians = numbers.size() > 4 ? numbers[4] * std::numbers::pi / 180 : 0};
+}
+
+Effect makeSticker(const std::string& value) {
+  const Placement placement = parsePlacement(value, "--sticker");
+  const auto source = valueOrThrow(ImageSource::createWithFile(placement.file));
+  const auto sticker = std::make_shared<TavrelImageStickerCaptureEffect>();
+  sticker->setImage(straightImage(normalizedImage(valueOrThrow(source->imageAtIndex(0)))));
+  sticker->setDestRect(placement.rectangle);
+  sticker->setRotation(placement.radians);
+
+  const Size imageSize = TavrelAnimatedImage::sizeForImage(sticker->image());
+  const bool isMuchReduced = imageSize.width > 1.5 * placement.rectangle.size.width ||
+                             imageSize.height > 1.5 * placement.rectangle.size.height;
+  const auto picture = std::make_shared<TavrelGPUImagePicture>(sticker->image(), isMuchReduced, true);
+  const auto placed = std::make_shared<TavrelGPUImagePlacementFilter>();
+  const auto blend = std::make_shared<TavrelGPUImageAlphaBlendFilter>();
+  blend->setMix(1);
+  picture->addTarget(placed);
+  placed->addTarget(blend, 1);
+  return {.filter = blend, .picture = picture, .place = [sticker, placed](Size frameSize) {
+            const auto rotation = static_cast<float>(sticker->rotation());
+            placed->setAffineTransform(TavrelGetTransform(sticker->destRect(), frameSize, rotation));
+            placed->forceProcessingAtSize(frameSize);
+          }};
+}
+
+Effect makeAnimatedSticker(const std::string& value) {
+  const Placement placement = parsePlacement(value, "--gif");
+  const auto source = valueOrThrow(ImageSource::createWithFile(placement.file));
+  if (std::string_view(source->type()) != "image/gif") {
+    throw std::runtime_error(fmt::format("{} is not a GIF; --sticker takes still pictures", placement.file));
+  }
+  const auto created = TavrelAnimatedStickerCaptureEffect::create(valueOrThrow(readFile(placement.file)));
+  if (!created) throw std::runtime_error(fmt::format("{}: {}", placement.file, created.error().description));
+  const auto& sticker = *created;
+  sticker->setDestRect(placement.rectangle);
+  sticker->setRotation(placement.radians);
+  return {.filter = sticker->filter(),
+          .picture = sticker->picture(),
+          .place = [sticker](Size frameSize) { sticker->setVideoSize(frameSize); },
+          .animation = sticker};
 }
 
 }  // namespace
@@ -167,6 +204,13 @@ EffectOptions::EffectOptions(CLI::App& command) : command_(command) {
           ->type_name("FILE@X,Y,W,H[,DEGREES]")
           ->type_size(1),
       makeSticker);
+  add(command
+          .add_option("--gif",
+                      "The same with an animated GIF, which plays in a recording and shows its first picture "
+                      "on a still one")
+          ->type_name("FILE@X,Y,W,H[,DEGREES]")
+          ->type_size(1),
+      makeAnimatedSticker);
 }
 
 EffectChain EffectOptions::makeChain() const {

@@ -94,6 +94,7 @@ void Recording::receiveFrame(const std::shared_ptr<PixelBuffer>& pixelBuffer, Me
   }
   pauseOrResume(seconds);
   elapsed_ = seconds;
+  effects_.advanceTo(seconds);
   ++(input_->processCVPixelBuffer(pixelBuffer, time, false) ? framesTaken_ : framesRefused_);
 }
 

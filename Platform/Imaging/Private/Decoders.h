@@ -8,9 +8,9 @@
 namespace tavrel {
 
 // One decoder for each format; `name` is what errors call the picture.
-Expected<std::shared_ptr<ImageSource>> createPngSource(Data data, std::string name);
-Expected<std::shared_ptr<ImageSource>> createJpegSource(Data data, std::string name);
-Expected<std::shared_ptr<ImageSource>> createGifSource(Data data, std::string name);
+Expected<std::shared_ptr<ImageSource>> createPngSource(std::shared_ptr<DataProvider> data, std::string name);
+Expected<std::shared_ptr<ImageSource>> createJpegSource(std::shared_ptr<DataProvider> data, std::string name);
+Expected<std::shared_ptr<ImageSource>> createGifSource(std::shared_ptr<DataProvider> data, std::string name);
 
 /// An error of the domain "imaging".
 tl::unexpected<Error> imagingFailure(std::string description);

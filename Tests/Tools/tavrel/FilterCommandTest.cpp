@@ -1,4 +1,9 @@
+#include <fstream>
+#include <numbers>
+
 #include "ProgramTestSupport.h"
+#include "Support/EffectsComposite.h"
+#include "Support/EffectsGif.h"
 #include "Support/GraphTestSupport.h"
 
 namespace tavrel {
@@ -100,6 +105,36 @@ TEST_F(FilterCommandTest, ThePictureStandsAsItWentIn) {
   EXPECT_LT(output("out.png").at(4, 8).r, 40);
 }
 
+TEST_F(FilterCommandTest, StickersAreLaidOnWhereAsked) {
+  const Picture frame = {96, 64, [](int x, int y) { return test::Pixel{x * 2, y * 3, 90, 255}; }};
+  ASSERT_TRUE(ImageDestination::write(test::imageOf(frame), file("frame.png")).has_value());
+  const std::string files = file("frame.png") + " " + file("out.png");
+
+  // Half covering everywhere, so that colours multiplied by alpha twice, or not at all, show.
+  const Picture still = {40, 24, [](int x, int y) {
+                           return test::Pixel{x < 20 ? 240 : 20, y < 12 ? 220 : 40, 250, x < 10 ? 255 : 128};
+                         }};
+  ASSERT_TRUE(ImageDestination::write(test::imageOf(still), file("still.png")).has_value());
+  ASSERT_EQ(test::tavrel("filter " + files + " --sticker " + file("still.png") + "@12,8,60,36,30").status, 0);
+  EXPECT_TRUE(isComposite(output("out.png"), frame, still, {{12, 8}, {60, 36}}, std::numbers::pi / 6));
+
+  // The first picture of an animation; what is given last lies on top.
+  const auto rows = [](char color) { return std::vector(16, std::string(16, color)); };
+  const Data gif = test::makeGif(16, 16, {{.rows = rows('g')}, {.rows = rows('r')}});
+  std::ofstream(file("a.gif"), std::ios::binary).write(reinterpret_cast<const char*>(gif.data()), std::ssize(gif));
+  const Picture green = {16, 16, [](int, int) { return test::Pixel{0, 255, 0, 255}; }};
+  const std::string sticker = " --sticker " + file("still.png") + "@20,10,40,24";
+  const std::string animation = " --gif " + file("a.gif") + "@10,5,64,48,-20";
+  const double turned = -std::numbers::pi / 9;
+  ASSERT_EQ(test::tavrel("filter " + files + animation).status, 0);
+  EXPECT_TRUE(isComposite(output("out.png"), frame, green, {{10, 5}, {64, 48}}, turned));
+  ASSERT_EQ(test::tavrel("filter " + files + sticker + animation).status, 0);
+  EXPECT_EQ(output("out.png").at(30, 20), (test::Pixel{0, 255, 0, 255}));
+  ASSERT_EQ(test::tavrel("filter " + files + animation + sticker).status, 0);
+  EXPECT_GT(output("out.png").at(23, 13).r, 230);
+  EXPECT_EQ(output("out.png").at(18, 22), (test::Pixel{0, 255, 0, 255}));
+}
+
 TEST_F(FilterCommandTest, BadInputIsSaidInOneLineAndLeavesNothing) {
   struct Case {
     std::string arguments;
@@ -126,6 +161,9 @@ TEST_F(FilterCommandTest, BadInputIsSaidInOneLineAndLeavesNothing) {
        in +
            ": a picture of 12x8 is no lookup table; it must be 512x512 (8 by 8 tiles) or a HALD picture, a square with "
            "a side of 8, 27, 64, 125 … pixels"},
+      {in + " " + out + " --gif a.gif@1,2,0,4", 2, "--gif a.gif@1,2,0,4: width and height must be more than 0"},
+      {in + " " + out + " --gif none.gif@1,2,3,4", 1, "cannot read none.gif: No such file or directory"},
+      {in + " " + out + " --gif " + in + "@1,2,3,4", 1, in + " is not a GIF; --sticker takes still pictures"},
       {in + " " + out + " --rotate 8", 2, "--rotate 8: the mode is a whole number from 0 to 7"},
   };
   for (const Case& each : cases) {

@@ -1,4 +1,6 @@
+#include <cmath>
 #include <csignal>
+#include <fstream>
 #include <thread>
 
 #include "Platform/Capture/Virtual/SyntheticScene.h"
@@ -7,6 +9,7 @@
 #include "Platform/Media/AssetReader.h"
 #include "Platform/Media/AssetReaderTrackOutput.h"
 #include "ProgramTestSupport.h"
+#include "Support/EffectsGif.h"
 #include "TavrelCaptureBase.h"
 
 namespace tavrel {
@@ -166,6 +169,34 @@ TEST_F(RecordCommandTest, MoviesAndPicturesCanBeTheScene) {
   const auto average = compared.output.find("average:");
   ASSERT_NE(average, std::string::npos) << compared.output;
   EXPECT_GT(std::stod(compared.output.substr(average + 8)), 25) << compared.output;
+}
+
+TEST_F(RecordCommandTest, AnimatedStickersPlayWithTheFrames) {
+  std::vector<test::GifFrameSpec> frames;
+  for (const char color : std::string("rgb")) {
+    frames.push_back({.rows = std::vector(8, std::string(8, color)), .delay = 40});
+  }
+  const Data gif = test::makeGif(8, 8, frames, 0);
+  std::ofstream(file("a.gif"), std::ios::binary).write(reinterpret_cast<const char*>(gif.data()), std::ssize(gif));
+  const std::string movie = file("movie.mov");
+  const CommandResult result = test::tavrel("record " + movie + " --microphone none --size 192x128 --fps 10" +
+                                            " --duration 2.6 --gif " + file("a.gif") + "@96,64,96,64");
+  ASSERT_EQ(result.status, 0) << result.output;
+  int compared = 0;
+  forEachSample(movie, MediaType::video, [&](SampleBuffer& sample) {
+    const double time = sample.presentationTimeStamp().seconds();
+    if (const double phase = std::fmod(time, 0.4); phase < 0.02 || phase > 0.38) return;  // a frame at the very change
+    const auto buffer = sample.imageBuffer();
+    buffer->lockBaseAddress(PixelBufferLock::readOnly);
+    const std::uint8_t* const pixel = buffer->baseAddress() + 96 * buffer->bytesPerRow() + 144 * std::size_t{4};
+    const std::size_t due = static_cast<std::size_t>(time / 0.4) % 3;  // of red, green, blue
+    for (std::size_t i = 0; i < 3; ++i) {
+      EXPECT_NEAR(pixel[2 - i], i == due ? 255 : 0, 30) << "component " << i << " at " << time << " s";
+    }
+    buffer->unlockBaseAddress(PixelBufferLock::readOnly);
+    ++compared;
+  });
+  EXPECT_GE(compared, 10) << result.output;
 }
 
 TEST_F(RecordCommandTest, BadInputIsSaidInOneLine) {

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <any>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "Platform/Foundation/KeyValueObserving.h"
+
+namespace tavrel {
+
+/// Base of the effect descriptors: a place where applications hang data of their own, and properties that can be
+/// observed. One thread at a time.
+class TAVREL_API TavrelObject : public KeyValueObserving {
+ public:
+  using Attachments = std::map<std::string, std::any, std::less<>>;
+
+  TavrelObject() = default;
+  /// A copy has the same attachments; from then on each has its own keys, while what a shared pointer points at stays
+  /// common.
+  TavrelObject(const TavrelObject& other) = default;
+  TavrelObject& operator=(const TavrelObject&) = delete;
+  virtual ~TavrelObject() = default;
+
+  const Attachments& attachments() const { return attachments_; }
+  /// An empty value removes the key.
+  void setAttachment(std::any value, std::string_view forKey);
+  void removeAttachmentForKey(std::string_view key);
+  void removeAllAttachments() { attachments_.clear(); }
+  /// Empty when there is no such key.
+  std::any getAttachmentForKey(std::string_view key) const;
+
+ private:
+  Attachments attachments_;
+};
+
+}  // namespace tavrel

@@ -1,0 +1,208 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+
+#include "Platform/Imaging/ImageSource.h"
+#include "Support/EffectsGif.h"
+
+namespace tavrel::test {
+namespace {
+
+using Frames = std::vector<std::string>;
+
+std::string frameOf(ImageSource& source, std::size_t index) {
+  const auto image = source.imageAtIndex(index);
+  return image ? lettersOf(**image) : image.error().description;
+}
+
+Frames framesOf(const Data& gif) {
+  const auto source = ImageSource::create(gif);
+  if (!source) return {source.error().description};
+  Frames frames;
+  for (std::size_t i = 0; i < (*source)->count(); ++i) frames.push_back(frameOf(**source, i));
+  return frames;
+}
+
+/// What ImageMagick makes of the file: all frames one after the other as R, G, B, A bytes.
+Data coalesced(const Data& gif) {
+  const auto folder = std::filesystem::temp_directory_path() / ("tavrel-gif-" + std::to_string(getpid()));
+  std::filesystem::create_directories(folder);
+  std::ofstream(folder / "a.gif", std::ios::binary).write(reinterpret_cast<const char*>(gif.data()), std::ssize(gif));
+  const std::string command =
+      "convert '" + (folder / "a.gif").string() + "' -coalesce -depth 8 rgba:'" + (folder / "frames").string() + "'";
+  EXPECT_EQ(std::system(command.c_str()), 0) << "needs ImageMagick's convert";
+  Data frames = readFile(folder / "frames").value_or(Data{});
+  std::filesystem::remove_all(folder);
+  return frames;
+}
+
+void expectLikeCoalesced(const Data& gif, std::size_t frameCount) {
+  const auto source = ImageSource::create(gif).value();
+  ASSERT_EQ(source->count(), frameCount);
+  const Data expected = coalesced(gif);
+  std::size_t position = 0;
+  for (std::size_t frame = 0; frame < frameCount; ++frame) {
+    const auto image = source->imageAtIndex(frame).value();
+    const auto bytes = image->dataProvider()->bytes();
+    ASSERT_LE(position + bytes.size(), expected.size()) << "ImageMagick has fewer frames";
+    for (std::size_t i = 0; i < bytes.size(); i += 4, position += 4) {
+      const std::uint8_t* const wanted = expected.data() + position;
+      const std::array<int, 4> pixel = {bytes[i + 2], bytes[i + 1], bytes[i], bytes[i + 3]};
+      // Colours under no cover are of no meaning.
+      const bool isClear = wanted[3] == 0;
+      const std::array<int, 4> wantedPixel = {isClear ? 0 : wanted[0], isClear ? 0 : wanted[1], isClear ? 0 : wanted[2],
+                                              wanted[3]};
+      ASSERT_EQ(pixel, wantedPixel) << "frame " << frame << ", pixel " << i / 4;
+    }
+  }
+  EXPECT_EQ(position, expected.size());
+}
+
+TEST(GifSource, EqualsWhatAnotherDecoderMakesOfTheFrames) {
+  for (unsigned seed = 1; seed <= 12; ++seed) {
+    SCOPED_TRACE(seed);
+    const std::vector<GifFrameSpec> frames = randomGifFrames(seed, 23, 17, 12);
+    expectLikeCoalesced(makeGif(23, 17, frames, 0), frames.size());
+  }
+  expectLikeCoalesced(makeGif(40, 30, randomGifFrames(99, 40, 30, 500)), 500);
+  expectLikeCoalesced(makeGif(3, 3, randomGifFrames(7, 3, 3, 1)), 1);
+}
+
+TEST(GifSource, ComposesFramesAsTheyAreSeen) {
+  const Data gif = makeGif(4, 2,
+                           {{.rows = {"rrrr", "rrrr"}},
+                            {.rows = {"gg"}, .left = 1, .disposal = 2},           // then clear
+                            {.rows = {"b.b"}, .top = 1, .disposal = 3},           // then as before
+                            {.rows = {"g"}, .left = 3, .top = 1, .disposal = 0},  // unspecified: stays
+                            {.rows = {"bb", ".b"}, .left = 3, .disposal = 2},     // partly outside
+                            {.rows = {"r"}, .left = 9, .top = 9},                 // quite outside
+                            {.rows = {"bgr."}, .hasLocalPalette = true}});
+  const Frames wanted = {"rrrr/rrrr", "rggr/rrrr", "r..r/brbr", "r..r/rrrg", "r..b/rrrg", "r.../rrr.", "bgr./rrr."};
+  EXPECT_EQ(framesOf(gif), wanted);
+  // Any order gives the same pictures.
+  const auto source = ImageSource::create(gif).value();
+  for (const std::size_t index : {3U, 1U, 2U, 2U, 6U, 0U, 4U, 5U, 3U, 6U}) {
+    EXPECT_EQ(frameOf(*source, index), wanted[index]);
+  }
+  EXPECT_FALSE(source->imageAtIndex(7).has_value());
+}
+
+TEST(GifSource, RestoresWhatWasThereBeforeARestoredFrame) {
+  EXPECT_EQ(framesOf(makeGif(2, 1,
+                             {{.rows = {"rr"}, .disposal = 3},  // restores the empty screen
+                              {.rows = {".g"}},
+                              {.rows = {"bb"}, .disposal = 3},  // covers all, yet what was there comes back
+                              {.rows = {"r"}, .disposal = 3},
+                              {.rows = {"b"}}})),
+            (Frames{"rr", ".g", "bb", "rg", "bg"}));
+  // A control block is for one frame only.
+  EXPECT_EQ(framesOf(makeGif(2, 1,
+                             {{.rows = {"rr"}, .disposal = 1},
+                              {.rows = {"g"}, .disposal = 2},
+                              {.rows = {"b"}, .left = 1, .hasControl = false},
+                              {.rows = {"w"}, .hasControl = false}})),
+            (Frames{"rr", "gr", ".b", "wb"}));
+  const Data late = makeGif(2, 1, {{.rows = {".g"}}, {.rows = {"bb"}, .disposal = 3}, {.rows = {"r"}}});
+  EXPECT_EQ(frameOf(*ImageSource::create(late).value(), 2), "rg") << "asked for first";
+}
+
+TEST(GifSource, TellsTimesAndLoops) {
+  const auto source = ImageSource::create(makeGif(3, 2,
+                                                  {{.rows = {"r"}, .delay = 7},
+                                                   {.rows = {"r"}, .delay = 4},
+                                                   {.rows = {"r"}, .hasControl = false},
+                                                   {.rows = {"r"}, .delay = 0}},
+                                                  300))
+                          .value();
+  EXPECT_EQ(source->loopCount(), 300);
+  EXPECT_EQ(source->properties(0).width, 3U);
+  EXPECT_EQ(source->properties(0).unclampedDelayTime, 0.07);
+  EXPECT_EQ(source->properties(0).delayTime, 0.07);
+  EXPECT_EQ(source->properties(1).unclampedDelayTime, 0.04);
+  EXPECT_EQ(source->properties(1).delayTime, 0.1);
+  EXPECT_FALSE(source->properties(2).unclampedDelayTime || source->properties(2).delayTime);
+  EXPECT_EQ(source->properties(3).unclampedDelayTime, 0.0);
+  EXPECT_FALSE(ImageSource::create(makeGif(1, 1, {{.rows = {"r"}}})).value()->loopCount());
+  EXPECT_EQ(ImageSource::create(makeGif(1, 1, {{.rows = {"r"}}}, 0)).value()->loopCount(), 0);
+}
+
+TEST(GifSource, KeepsTheFramesBeforeACutAtAnyByte) {
+  const Data whole = makeGif(3, 2, {{.rows = {"rgb", "bgr"}}, {.rows = {"b"}, .left = 1}, {.rows = {".r", "gg"}}}, 0);
+  const Frames wanted = {"rgb/bgr", "rbb/bgr", "rrb/ggr"};
+  ASSERT_EQ(framesOf(whole), wanted);
+  std::size_t count = 0;
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    const auto source = ImageSource::create(Data(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)));
+    if (!source) {
+      ASSERT_EQ(count, 0U) << size;
+      const std::string& text = source.error().description;
+      ASSERT_TRUE(text == "the data is damaged: it is cut off" || text == "the data is damaged: no frame is whole" ||
+                  text == "the data is not a PNG, JPEG or GIF picture")
+          << size << ": " << text;
+      continue;
+    }
+    ASSERT_GE((*source)->count(), std::max<std::size_t>(count, 1));
+    count = (*source)->count();
+    for (std::size_t i = 0; i < count; ++i) ASSERT_EQ(frameOf(**source, i), wanted[i]) << size;
+  }
+  EXPECT_EQ(count, 3U) << "only the trailer is missing";
+}
+
+TEST(GifSource, GoesOnAfterAFrameThatIsDamaged) {
+  Data gif = makeGif(2, 2, {{.rows = {"rr", "rr"}}, {.rows = {"gg", "gg"}}, {.rows = {"b"}}, {.rows = {"bb", "bb"}}});
+  const std::size_t block = gifFrameData(gif, 1);
+  for (std::size_t i = 1; i <= gif[block]; ++i) gif[block + i] = 0xFF;
+  const auto source = ImageSource::create(gif).value();
+  ASSERT_EQ(source->count(), 4U);
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(frameOf(*source, 0), "rr/rr");
+    EXPECT_EQ(frameOf(*source, 1).find("the data is damaged in frame 1: "), 0U);
+    EXPECT_EQ(frameOf(*source, 1).find("the data is damaged in frame 1: "), 0U) << "asked again";
+    EXPECT_EQ(frameOf(*source, 2).at(0), 'b');
+    EXPECT_EQ(frameOf(*source, 3), "bb/bb");
+  }
+}
+
+/// Sizes in the header are lies; the rest of the file stays as it is.
+Data withScreen(Data gif, int width, int height) {
+  gif[6] = static_cast<std::uint8_t>(width);
+  gif[7] = static_cast<std::uint8_t>(width >> 8);
+  gif[8] = static_cast<std::uint8_t>(height);
+  gif[9] = static_cast<std::uint8_t>(height >> 8);
+  return gif;
+}
+
+TEST(GifSource, RefusesWhatWouldTakeTooMuchMemoryOrTime) {
+  const auto start = std::chrono::steady_clock::now();
+  const Data small = makeGif(2, 1, {{.rows = {"rg"}}, {.rows = {"gr"}}});
+  EXPECT_EQ(ImageSource::create(withScreen(small, 65535, 65535)).error().description,
+            "the data is too large: 65535x65535, the most is 268435456 pixels");
+  EXPECT_EQ(ImageSource::create(withScreen(small, 16000, 16000)).error().description,
+            "the data is too large: 16000x16000, the most is 67108864 pixels for a GIF");
+  EXPECT_EQ(ImageSource::create(withScreen(small, 0, 7)).error().description, "the data has no pixels: 0x7");
+
+  // A frame that promises 65535 × 65535 on a small screen: those before it are kept.
+  Data largeFrame = small;
+  const std::size_t flags = gifFrameData(largeFrame, 1) - 2;
+  for (std::size_t i = flags - 4; i < flags; ++i) largeFrame[i] = 0xFF;
+  EXPECT_EQ(framesOf(largeFrame), Frames{"rg"});
+
+  // A tiny frame many times over on a screen of 8192 × 8192: 64 pictures are as much as an animation may have.
+  const Data many = makeGif(8192, 8192, std::vector<GifFrameSpec>(3000, {.rows = {"r"}}));
+  EXPECT_EQ(ImageSource::create(many).value()->count(), 64U);
+
+  // Comments and empty applications without end.
+  Data endless = makeGif(1, 1, {{.rows = {"r"}}});
+  endless.pop_back();
+  for (int i = 0; i < 200000; ++i) endless.insert(endless.end(), {0x21, 0xFE, 1, 'x', 1, 'y', 0, 0x21, 0xFF, 0});
+  endless.insert(endless.end(), {0x21, 0xFE});
+  for (int i = 0; i < 500000; ++i) endless.insert(endless.end(), {1, 'z'});
+  EXPECT_EQ(framesOf(endless), Frames{"r"});
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+}
+
+}  // namespace
+}  // namespace tavrel::test

@@ -1,0 +1,66 @@
+#include "Support/EffectsComposite.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "Support/FilterReference.h"
+
+namespace tavrel::test {
+namespace {
+
+/// How near to the edge a pixel counts as being on it.
+constexpr double kEdge = 1;
+
+/// Colours that no alpha covers are lost in files.
+Picture withoutHiddenColors(const Picture& picture) {
+  return {picture.width, picture.height, [&](int x, int y) {
+            const Pixel& pixel = picture.at(x, y);
+            return pixel.a == 0 ? Pixel{0, 0, 0, 0} : pixel;
+          }};
+}
+
+double offBy(const Pixel& pixel, const Rgba& expected) {
+  const int components[] = {pixel.r, pixel.g, pixel.b, pixel.a};
+  double largest = 0;
+  for (std::size_t i = 0; i < 4; ++i) largest = std::max(largest, std::abs(components[i] - expected[i] * 255));
+  return largest;
+}
+
+}  // namespace
+
+::testing::AssertionResult isComposite(const Picture& result, const Picture& frame, const Picture& sticker,
+                                       const Rect& place, double radians) {
+  if (result.width != frame.width || result.height != frame.height) {
+    return ::testing::AssertionFailure() << "the size is " << result.width << "x" << result.height;
+  }
+  const ReferencePicture below(frame);
+  const ReferencePicture above(withoutHiddenColors(sticker));
+  int covered = 0;
+  for (int y = 0; y < frame.height; ++y) {
+    for (int x = 0; x < frame.width; ++x) {
+      // Back to the rectangle's own axes, from its centre.
+      const double dx = x + 0.5 - place.midX();
+      const double dy = y + 0.5 - place.midY();
+      const double u = std::cos(radians) * dx + std::sin(radians) * dy;
+      const double v = std::cos(radians) * dy - std::sin(radians) * dx;
+      const double outside = std::max(std::abs(u) - place.size.width / 2, std::abs(v) - place.size.height / 2);
+      if (std::abs(outside) < kEdge) continue;
+      Rgba expected = below.clampedAt(x, y);
+      if (outside < 0) {
+        ++covered;
+        const Rgba color = above.sampled(u / place.size.width + 0.5, v / place.size.height + 0.5);
+        for (std::size_t i = 0; i < 3; ++i) expected[i] += (color[i] - expected[i]) * color[3];
+      }
+      if (offBy(result.at(x, y), expected) > 2) {
+        return ::testing::AssertionFailure() << x << ", " << y << ": " << result.at(x, y) << " instead of "
+                                             << Pixel{static_cast<int>(std::lround(expected[0] * 255)),
+                                                      static_cast<int>(std::lround(expected[1] * 255)),
+                                                      static_cast<int>(std::lround(expected[2] * 255)), 255};
+      }
+    }
+  }
+  if (covered < 100) return ::testing::AssertionFailure() << "only " << covered << " pixels are covered";
+  return ::testing::AssertionSuccess();
+}
+
+}  // namespace tavrel::test

@@ -1,0 +1,154 @@
+#include <algorithm>
+#include <limits>
+#include <optional>
+#include <utility>
+
+#include "Platform/Dispatch/DispatchQueue.h"
+#include "Platform/Imaging/ImageSource.h"
+#include "Utiils/Private/TavrelAnimatedImageShared.h"
+
+namespace tavrel {
+namespace {
+
+using Level = TavrelAnimatedImageLogLevel;
+
+constexpr double kDelayTimeIntervalDefault = 0.1;
+
+/// Frames up to this many megabytes are all kept, up to the next limit a few, beyond it only the one being shown.
+constexpr double kDataSizeOfAllFrames = 10;
+constexpr double kDataSizeOfDefault = 75;
+constexpr std::size_t kFrameCacheSizeDefault = 5;
+constexpr std::size_t kFrameCacheSizeLowMemory = 1;
+
+template <typename... Args>
+void info(fmt::format_string<Args...> format, const Args&... args) {
+  TavrelAnimatedImage::logStringFromBlock(
+      [&] { return fmt::vformat(fmt::string_view(format), fmt::make_format_args(args...)); }, Level::info);
+}
+
+std::string describe(const ImageSource& source) {
+  return fmt::format("<ImageSource {}, {} frames>", source.type(), source.count());
+}
+
+std::string describe(const ImageProperties& properties) {
+  const auto seconds = [](const std::optional<double>& delay) {
+    return delay ? fmt::format("{}", *delay) : std::string("none");
+  };
+  return fmt::format("{{width = {}, height = {}, delayTime = {}, unclampedDelayTime = {}}}", properties.width,
+                     properties.height, seconds(properties.delayTime), seconds(properties.unclampedDelayTime));
+}
+
+}  // namespace
+
+/// Fills a new image from its source.
+struct TavrelAnimatedImage::Loader {
+  TavrelAnimatedImage& image;
+  std::size_t droppedFrameCount = 0;
+  double precedingDelay = kDelayTimeIntervalDefault;
+
+  void readFrames() {
+    image.loopCount_ = static_cast<std::size_t>(image.imageSource->loopCount().value_or(0));
+    image.frameCount_ = image.imageSource->count();
+    for (std::size_t i = 0; i < image.frameCount_; ++i) {
+      if (const std::shared_ptr<Image> frame = readFrame(i)) {
+        keepFrame(i, frame);
+      } else {
+        ++droppedFrameCount;
+      }
+    }
+    for (const auto& [index, delay] : image.delayTimesForIndexes_) image.durationPerLoop_ += delay;
+  }
+
+  std::shared_ptr<Image> readFrame(std::size_t index) const {
+    const std::shared_ptr<Image> frame = image.decodedFrame(index);
+    if (!frame) {
+      info("Dropping frame {} because failed to `CGImageSourceCreateImageAtIndex` with image source {}", index,
+           describe(*image.imageSource));
+      return nullptr;
+    }
+    if (frame->width() == 0 || frame->height() == 0) {
+      info("Dropping frame {} because valid `CGImageRef` {} did result in `nil`-`UIImage`.", index,
+           tavrel::describe(*frame));
+      return nullptr;
+    }
+    return frame;
+  }
+
+  void keepFrame(std::size_t index, const std::shared_ptr<Image>& frame) {
+    if (!image.posterImage_) {
+      image.posterImage_ = image.predrawingEnabled_ ? predrawnImageFromImage(frame) : frame;
+      image.posterImageFrameIndex_ = index;
+      image.cachedFramesForIndexes[index] = image.posterImage_;
+    }
+    precedingDelay = delayOf(index, *frame);
+    image.delayTimesForIndexes_[index] = precedingDelay;
+  }
+
+  double delayOf(std::size_t index, const Image& frame) const {
+    const ImageProperties properties = image.imageSource->properties(index);
+    auto delay = properties.unclampedDelayTime ? properties.unclampedDelayTime : properties.delayTime;
+    if (!delay && image.delayTimesForIndexes_.empty()) {
+      info("Falling back to default delay time for first frame {} because none found in GIF properties {}",
+           tavrel::describe(frame), describe(properties));
+      delay = kDelayTimeIntervalDefault;
+    } else if (!delay) {
+      info("Falling back to preceding delay time for frame {} {} because none found in GIF properties {}", index,
+           tavrel::describe(frame), describe(properties));
+      delay = precedingDelay;
+    }
+    // In single precision, and with some room, so that a stored 0.02 is never taken for less.
+    const float shortest =
+        static_cast<float>(kTavrelAnimatedImageDelayTimeIntervalMinimum) - std::numeric_limits<float>::epsilon();
+    if (static_cast<float>(*delay) >= shortest) return *delay;
+    info("Rounding frame {}'s `delayTime` from {:f} up to default {:f} (minimum supported: {:f}).", index, *delay,
+         kDelayTimeIntervalDefault, kTavrelAnimatedImageDelayTimeIntervalMinimum);
+    return kDelayTimeIntervalDefault;
+  }
+
+  std::size_t bestFrameCacheSize() const {
+    const std::size_t bytes =
+        image.posterImage_->bytesPerRow() * image.posterImage_->height() * (image.frameCount_ - droppedFrameCount);
+    const double megabytes = static_cast<double>(bytes) / (1 << 20);
+    if (megabytes <= kDataSizeOfAllFrames) return image.frameCount_;
+    return megabytes <= kDataSizeOfDefault ? kFrameCacheSizeDefault : kFrameCacheSizeLowMemory;
+  }
+};
+
+Expected<std::shared_ptr<TavrelAnimatedImage>> TavrelAnimatedImage::create(std::shared_ptr<DataProvider> data,
+                                                                           std::size_t optimalFrameCacheSize,
+                                                                           bool predrawingEnabled) {
+  if (!data || data->bytes().empty()) return animatedImageFailure("No animated GIF data supplied.");
+  auto source = ImageSource::create(data, "the animated GIF");
+  if (!source) {
+    auto error = animatedImageFailure(
+        fmt::format("Failed to `CGImageSourceCreateWithData` for animated GIF data {}", tavrel::describe(*data)));
+    error.value().description += ": " + source.error().description;
+    return error;
+  }
+  if (std::string_view((*source)->type()) != "image/gif") {
+    return animatedImageFailure(fmt::format("Supplied data is of type {} and doesn't seem to be GIF data {}",
+                                            (*source)->type(), tavrel::describe(*data)));
+  }
+  std::shared_ptr<TavrelAnimatedImage> image(new TavrelAnimatedImage(std::move(data)));
+  image->imageSource = std::move(*source);
+  image->predrawingEnabled_ = predrawingEnabled;
+  Loader loader{*image};
+  loader.readFrames();
+  const auto properties = [&] { return describe(image->imageSource->properties(0)); };
+  if (!image->posterImage_) {
+    return animatedImageFailure(
+        fmt::format("Failed to create any valid frames for GIF with properties {}", properties()));
+  }
+  if (image->frameCount_ == 1) {
+    info("Created valid GIF but with only a single frame. Image properties: {}", properties());
+  }
+  const std::size_t wanted = optimalFrameCacheSize == 0 ? loader.bestFrameCacheSize() : optimalFrameCacheSize;
+  image->frameCacheSizeOptimal_ = std::min(wanted, image->frameCount_);
+  for (std::size_t i = 0; i < image->frameCount_; ++i) image->allFramesIndexSet.insert(i);
+  image->serialQueue = DispatchQueue::create("com.TavrelBase.framecache");
+  image->weakProxy_ = FLWeakProxy<TavrelAnimatedImage>::weakProxyForObject(image);
+  shared().add(image);
+  return image;
+}
+
+}  // namespace tavrel
