@@ -53,14 +53,20 @@ std::string TavrelGPUImageFilter::readFragmentShader(const std::filesystem::path
 }
 
 void TavrelGPUImageFilter::useNextFrameForImageCapture() {
-  usingNextFrameForImageCapture = true;
-  imageCaptureSemaphore.tryWait();
+  TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
+    usingNextFrameForImageCapture = true;
+    imageCaptureSemaphore.tryWait();
+  });
 }
 
 std::shared_ptr<Image> TavrelGPUImageFilter::newCGImageFromCurrentlyProcessedOutput() {
   if (!imageCaptureSemaphore.wait(std::chrono::seconds(3))) return nullptr;
-  const std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer = framebufferForOutput();
-  usingNextFrameForImageCapture = false;
+  std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer;
+  // The pass that drew it may still be telling the targets.
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    framebuffer = framebufferForOutput();
+    usingNextFrameForImageCapture = false;
+  });
   imageCaptureSemaphore.signal();
   return framebuffer ? framebuffer->newCGImageFromFramebufferContents() : nullptr;
 }
