@@ -79,6 +79,7 @@
 #include "Platform/UI/TapGestureRecognizer.h"
 #include "Platform/UI/TouchDispatcher.h"
 #include "Platform/UI/View.h"
+#include "Platform/UI/Window.h"
 #include "TavrelBase/Log/TavrelLogger.h"
 #include "TavrelBase/Utils/TavrelUtils.h"
 #include "Utiils/FLWeakProxy.h"
