@@ -3,9 +3,8 @@
 #include <utility>
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
-#include "GPUImage/Private/LinkProgram.h"
+#include "GPUImage/Private/LinkedProgram.h"
 #include "GPUImage/TavrelGPUImageContext.h"
-#include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/UI/Screen.h"
 
@@ -35,7 +34,6 @@ TavrelGPUImageView::TavrelGPUImageView(const Rect& frame, std::shared_ptr<Drawab
 
 TavrelGPUImageView::~TavrelGPUImageView() {
   TavrelRunSynchronouslyOnVideoProcessingQueue([this] { destroyDisplayFramebuffer(); });
-  if (inputFramebufferForDisplay) inputFramebufferForDisplay->unlock();
 }
 
 TavrelGPUImageView::LayerClass TavrelGPUImageView::layerClass() {
@@ -59,13 +57,9 @@ void TavrelGPUImageView::commonInit() {
 }
 
 void TavrelGPUImageView::initializeDisplayProgram() {
-  displayProgram = TavrelGPUImageContext::sharedImageProcessingContext()->programForVertexShaderString(
-      kTavrelGPUImageVertexShaderString, kTavrelGPUImagePassthroughFragmentShaderString);
-  if (!displayProgram->initialized()) {
-    displayProgram->addAttribute("position");
-    displayProgram->addAttribute("inputTextureCoordinate");
-    linkProgram(displayProgram);
-  }
+  displayProgram =
+      linkedProgram(*TavrelGPUImageContext::sharedImageProcessingContext(), kTavrelGPUImageVertexShaderString,
+                    kTavrelGPUImagePassthroughFragmentShaderString, {"position", "inputTextureCoordinate"});
   displayPositionAttribute = displayProgram->attributeIndex("position");
   displayTextureCoordinateAttribute = displayProgram->attributeIndex("inputTextureCoordinate");
   displayInputTextureUniform = displayProgram->uniformIndex("inputImageTexture");
@@ -230,8 +224,7 @@ void TavrelGPUImageView::newFrameReadyAtTime(MediaTime, Index) {
       drawInput();
       presentFramebuffer();
     }
-    if (inputFramebufferForDisplay) inputFramebufferForDisplay->unlock();
-    inputFramebufferForDisplay.reset();
+    inputFramebufferForDisplay = {};
   });
 }
 
@@ -239,7 +232,7 @@ void TavrelGPUImageView::drawInput() {
   glClearColor(backgroundColorRed, backgroundColorGreen, backgroundColorBlue, backgroundColorAlpha);
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
   glActiveTexture(GL_TEXTURE4);
-  glBindTexture(GL_TEXTURE_2D, inputFramebufferForDisplay ? inputFramebufferForDisplay->texture() : 0);
+  glBindTexture(GL_TEXTURE_2D, inputFramebufferForDisplay.texture());
   glUniform1i(displayInputTextureUniform, 4);
   glVertexAttribPointer(displayPositionAttribute, 2, GL_FLOAT, GL_FALSE, 0, imageVertices_.data());
   glVertexAttribPointer(displayTextureCoordinateAttribute, 2, GL_FLOAT, GL_FALSE, 0,
@@ -248,10 +241,7 @@ void TavrelGPUImageView::drawInput() {
 }
 
 void TavrelGPUImageView::setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer, Index) {
-  if (newInputFramebuffer) newInputFramebuffer->lock();
-  // One that was replaced before it was drawn goes back as well.
-  std::swap(inputFramebufferForDisplay, newInputFramebuffer);
-  if (newInputFramebuffer) newInputFramebuffer->unlock();
+  inputFramebufferForDisplay = TavrelGPUImageFramebufferLease(std::move(newInputFramebuffer));
 }
 
 void TavrelGPUImageView::setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index) {

@@ -9,6 +9,7 @@
 #include <mutex>
 
 #include "GPUImage/TavrelGLProgram.h"
+#include "GPUImage/TavrelGPUImageFramebufferLease.h"
 #include "GPUImage/TavrelGPUImageInput.h"
 #include "GPUImage/TavrelGPUImageRotationMode.h"
 #include "Platform/UI/DrawableLayer.h"
@@ -100,7 +101,7 @@ class TAVREL_API TavrelGPUImageView : public View, public TavrelGPUImageInput {
   GLint displayInputTextureUniform = -1;
   GLuint displayFramebuffer = 0;
   GLuint displayRenderbuffer = 0;
-  std::shared_ptr<TavrelGPUImageFramebuffer> inputFramebufferForDisplay;
+  TavrelGPUImageFramebufferLease inputFramebufferForDisplay;
   Size inputImageSize;
   std::array<GLfloat, 8> imageVertices_{};
   GLfloat backgroundColorRed = 0;
