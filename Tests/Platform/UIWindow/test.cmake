@@ -1,0 +1,1 @@
+target_link_libraries(test.${name} PRIVATE PkgConfig::SDL2)
