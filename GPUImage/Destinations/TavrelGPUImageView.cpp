@@ -33,7 +33,10 @@ TavrelGPUImageView::TavrelGPUImageView(const Rect& frame, std::shared_ptr<Drawab
 }
 
 TavrelGPUImageView::~TavrelGPUImageView() {
-  TavrelRunSynchronouslyOnVideoProcessingQueue([this] { destroyDisplayFramebuffer(); });
+  TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
+    destroyDisplayFramebuffer();
+    inputFramebufferForDisplay = {};
+  });
 }
 
 TavrelGPUImageView::LayerClass TavrelGPUImageView::layerClass() {
