@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -50,10 +51,23 @@ constexpr Attribute kAttributes[] = {
     {SDL_GL_DEPTH_SIZE, 0},
 };
 
-bool headlessDemanded() {
-  const char* value =
-      std::getenv("TAVREL_DISPLAY");  // NOLINT(concurrency-mt-unsafe): nobody here writes the environment
-  return value != nullptr && std::string_view(value) == "headless";
+/// The environment variable; empty when it is not set.
+std::string_view variable(const char* name) {
+  const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nobody here writes the environment
+  return value != nullptr ? value : "";
+}
+
+/// The window systems that the session names, for SDL to try in this order. Left to itself SDL would end up with a
+/// driver whose windows nobody can see.
+std::string namedVideoDrivers() {
+  if (const auto asked = variable("SDL_VIDEODRIVER"); !asked.empty()) return std::string(asked);
+  std::string drivers;
+  for (const auto& [name, driver] : {std::pair("DISPLAY", "x11"), std::pair("WAYLAND_DISPLAY", "wayland")}) {
+    if (variable(name).empty()) continue;
+    if (!drivers.empty()) drivers += ',';
+    drivers += driver;
+  }
+  return drivers;
 }
 
 std::uint32_t windowOf(const SDL_Event& event) {
@@ -101,7 +115,7 @@ Expected<WindowSystem*> WindowSystem::start() {
 }
 
 Expected<void> WindowSystem::connect() {
-  if (headlessDemanded()) {
+  if (variable("TAVREL_DISPLAY") == "headless") {
     return windowSystemFailure("TAVREL_DISPLAY=headless forbids windows: unset it, or do without a window");
   }
   if (GraphicsDisplay::isChosen() && GraphicsDisplay::shared().isHeadless()) {
@@ -109,15 +123,17 @@ Expected<void> WindowSystem::connect() {
         "GL already uses a headless display, which windows cannot show: create the window, or call "
         "Application::startUserInterface, before the first use of the graph");
   }
+  const std::string drivers = namedVideoDrivers();
   for (const Hint& hint : kHints) SDL_SetHint(hint.name, hint.value);
+  SDL_SetHint(SDL_HINT_VIDEODRIVER, drivers.c_str());
   SDL_SetMainReady();
-  if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0) {
+  if (drivers.empty() || SDL_InitSubSystem(SDL_INIT_VIDEO) != 0) {
     return windowSystemFailure(
-        fmt::format("no window system can be reached ({}): DISPLAY or WAYLAND_DISPLAY must name a running one, or do "
+        fmt::format("no window system can be reached{}: DISPLAY or WAYLAND_DISPLAY must name a running one, or do "
                     "without a window",
-                    SDL_GetError()));
+                    drivers.empty() ? "" : fmt::format(" ({}: {})", drivers, SDL_GetError())));
   }
-  const auto opened = openContext();
+  auto opened = openContext();
   if (opened) return {};
   // SDL ends its EGL display with the video, which is right here: nobody else knows it yet.
   if (context_) SDL_GL_DeleteContext(context_);

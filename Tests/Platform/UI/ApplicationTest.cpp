@@ -131,6 +131,9 @@ TEST(MemoryPressure, warnsAboveTenPerCentAtMostEveryTenSeconds) {
 TEST(WindowDeathTest, isRefusedWithAReasonAndTheRestWorksWithoutOne) {
   unsetenv("DISPLAY");
   unsetenv("WAYLAND_DISPLAY");
+  unsetenv("SDL_VIDEODRIVER");
+  EXPECT_EXIT(askForWindow("no window system can be reached: DISPLAY or WAYLAND_DISPLAY must", false),
+              ::testing::ExitedWithCode(42), "");
   setenv("SDL_VIDEODRIVER", "x11", 1);
   EXPECT_EXIT(askForWindow("DISPLAY or WAYLAND_DISPLAY must name a running one", false), ::testing::ExitedWithCode(42),
               "");
