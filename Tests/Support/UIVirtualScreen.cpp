@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -39,10 +40,12 @@ UIVirtualScreen::UIVirtualScreen(int width, int height) : width_(width), height_
   const std::string mode = std::to_string(width) + "x" + std::to_string(height) + "x24";
   process_ = fork();
   if (process_ == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);  // also when the test program is killed
     close(ends[0]);
     const int silence = open("/dev/null", O_RDWR);
     dup2(silence, STDERR_FILENO);
-    execlp("Xvfb", "Xvfb", "-displayfd", descriptor.c_str(), "-screen", "0", mode.c_str(), "-nolisten", "tcp", nullptr);
+    execlp("Xvfb", "Xvfb", "-displayfd", descriptor.c_str(), "-screen", "0", mode.c_str(), "-nolisten", "tcp",
+           "-noreset", nullptr);
     _exit(127);
   }
   close(ends[1]);
@@ -52,12 +55,29 @@ UIVirtualScreen::UIVirtualScreen(int width, int height) : width_(width), height_
     failure_ = "Xvfb could not be started (package xvfb)";
     return;
   }
-  setenv("DISPLAY", (":" + number).c_str(), 1);
-  unsetenv("WAYLAND_DISPLAY");
-  setenv("SDL_VIDEODRIVER", "x11", 1);
+  setVariable("DISPLAY", (":" + number).c_str());
+  setVariable("WAYLAND_DISPLAY", nullptr);
+  setVariable("SDL_VIDEODRIVER", "x11");
+}
+
+void UIVirtualScreen::setVariable(const char* name, const char* value) {
+  const char* const earlier = getenv(name);
+  earlierVariables_[name] = earlier ? std::optional<std::string>(earlier) : std::nullopt;
+  if (value) {
+    setenv(name, value, 1);
+  } else {
+    unsetenv(name);
+  }
 }
 
 UIVirtualScreen::~UIVirtualScreen() {
+  for (const auto& [name, value] : earlierVariables_) {
+    if (value) {
+      setenv(name.c_str(), value->c_str(), 1);
+    } else {
+      unsetenv(name.c_str());
+    }
+  }
   if (process_ <= 0) return;
   kill(process_, SIGTERM);
   waitpid(process_, nullptr, 0);
@@ -80,7 +100,8 @@ Picture UIVirtualScreen::screenshot() const {
 }
 
 bool UIVirtualScreen::xdotool(const std::string& arguments) {
-  return std::system(("xdotool " + arguments).c_str()) == 0;
+  // What it waits for may never come.
+  return std::system(("timeout 20 xdotool " + arguments).c_str()) == 0;
 }
 
 }  // namespace tavrel::test

@@ -2,13 +2,16 @@
 
 #include <sys/types.h>
 
+#include <map>
+#include <optional>
 #include <string>
 
 #include "Support/GraphTestSupport.h"
 
 namespace tavrel::test {
 
-/// An X server without a monitor (Xvfb), 24 bits deep, that `DISPLAY` names from then on. Ends with the object.
+/// An X server without a monitor (Xvfb), 24 bits deep, under a display number that it finds free and that `DISPLAY`
+/// names while the object lives.
 class UIVirtualScreen {
  public:
   UIVirtualScreen(int width, int height);
@@ -21,14 +24,17 @@ class UIVirtualScreen {
 
   /// What the screen shows.
   Picture screenshot() const;
-  /// Runs xdotool with these arguments, waits for it, and says whether it succeeded.
+  /// Runs xdotool with these arguments, waits for it up to 20 seconds, and says whether it succeeded.
   static bool xdotool(const std::string& arguments);
 
  private:
+  void setVariable(const char* name, const char* value);
+
   const int width_;
   const int height_;
   pid_t process_ = -1;
   std::string failure_;
+  std::map<std::string, std::optional<std::string>> earlierVariables_;
 };
 
 }  // namespace tavrel::test

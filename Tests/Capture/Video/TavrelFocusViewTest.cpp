@@ -53,8 +53,10 @@ TEST_F(TavrelFocusViewTest, startsHiddenAsAWhiteRing) {
 }
 
 TEST_F(TavrelFocusViewTest, shrinksAndFadesAboutThePoint) {
-  const double start = Layer::currentTime();
+  const double before = Layer::currentTime();
   view->show({100, 60});
+  const double start = Layer::currentTime();
+  const double uncertainty = (start - before) / 0.3;  // of the progress, on a busy machine
   EXPECT_FALSE(view->isHidden());
   struct Moment {
     double time;
@@ -67,9 +69,9 @@ TEST_F(TavrelFocusViewTest, shrinksAndFadesAboutThePoint) {
   for (const Moment& moment :
        {Moment{0.001, 24.5 * 1.8, 1}, {0.15, 24.5 * (1.8 - 0.8 * halfway), 0.5}, {0.299, 24.5, 0}}) {
     const auto [radius, opacity] = ringIn(seenAt(start + moment.time), {100, 60});
-    EXPECT_NEAR(opacity, moment.opacity, 0.05) << moment.time;
+    EXPECT_NEAR(opacity, moment.opacity, 0.05 + uncertainty) << moment.time;
     if (opacity > 0.01) {
-      EXPECT_NEAR(radius, moment.radius, 0.5) << moment.time;
+      EXPECT_NEAR(radius, moment.radius, 0.5 + 40 * uncertainty) << moment.time;
     }
   }
   EXPECT_TRUE(waitForEnd());
@@ -77,13 +79,13 @@ TEST_F(TavrelFocusViewTest, shrinksAndFadesAboutThePoint) {
 }
 
 TEST_F(TavrelFocusViewTest, ignoresTapsWhileItIsShownAndCanBeShownAgain) {
-  const double start = Layer::currentTime();
   view->show({30, 40});
+  const double start = Layer::currentTime();
   RunLoop::main().runFor(100ms);
   view->show({150, 80});
   EXPECT_EQ(view->center(), (Point{30, 40}));
+  EXPECT_NEAR(view->layer()->valuesAt(start + 0.301).opacity, 0, 1e-6) << "not started anew";
   ASSERT_TRUE(waitForEnd());
-  EXPECT_LT(Layer::currentTime() - start, 0.39) << "not started anew";
   EXPECT_TRUE(view->isHidden());
   EXPECT_EQ(view->alpha(), 0);
   EXPECT_FALSE(view->layer()->isAnimating());

@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <optional>
+#include <set>
 #include <thread>
 
-#include "Capture/Video/TavrelFocusView.h"
+#include "Platform/Graphics/GraphicsDisplay.h"
 #include "WindowTestSupport.h"
 
 namespace tavrel::test {
@@ -152,8 +152,13 @@ class FocusWindowTest : public WindowTest {
   bool waitFor(bool animEnd) {
     return RunLoop::main().runUntil([&] { return ring->animEnd() == animEnd; }, 5s);
   }
-  /// The ring as it is seen `seconds` after a click at (x, y).
-  Ring ringAfter(int x, int y, double seconds) {
+  /// The ring as it is seen `seconds` after a click at (x, y). Clicks again when a busy machine looked too late for it.
+  Ring ringAfter(int x, int y, double seconds, int weakest) {
+    Ring found;
+    for (int attempt = 0; attempt < 5 && found.strongest <= weakest; ++attempt) found = ringOnce(x, y, seconds);
+    return found;
+  }
+  Ring ringOnce(int x, int y, double seconds) {
     EXPECT_TRUE(click(x, y));
     EXPECT_TRUE(waitFor(false));
     const double start = Layer::currentTime();
@@ -169,14 +174,14 @@ class FocusWindowTest : public WindowTest {
 };
 
 TEST_F(FocusWindowTest, aClickShowsTheRingThereShrinkingAndFading) {
-  const Ring early = ringAfter(60, 50, 0.02);
+  const Ring early = ringAfter(60, 50, 0.02, 130);
   EXPECT_NEAR(early.centre.x, 60.5, 1);
   EXPECT_NEAR(early.centre.y, 50.5, 1);
   EXPECT_GT(early.radius, 28);
   EXPECT_LE(early.radius, 24.5 * 1.8 + 1);
   EXPECT_GT(early.strongest, 130);
 
-  const Ring late = ringAfter(110, 70, 0.2);
+  const Ring late = ringAfter(110, 70, 0.2, 8);
   EXPECT_NEAR(late.centre.x, 110.5, 1);
   EXPECT_NEAR(late.centre.y, 70.5, 1);
   EXPECT_LT(late.radius, early.radius - 1);
@@ -222,30 +227,14 @@ TEST_F(FocusWindowTest, aFingerTapsOnceAndIsNoMouseAsWell) {
   EXPECT_TRUE(waitFor(true));
 }
 
-/// Counts how often its display framebuffer changed.
-class CountingPreview : public TavrelGPUImageView {
- public:
-  using TavrelGPUImageView::TavrelGPUImageView;
-  void layoutSubviews() override {
-    const Size before = sizeInPixels();
-    TavrelGPUImageView::layoutSubviews();
-    if (sizeInPixels() != before) ++changes;
-  }
-  int changes = 0;
-};
-
 TEST_F(WindowTest, resizesWithoutStretchingWhatIsStale) {
-  view->removeFromSuperview();
-  const auto counting = std::make_shared<CountingPreview>(window->rootView()->bounds());
-  view = counting;
-  view->setFillsSuperview(true);
   view->setFillMode(kTavrelGPUImageFillModeStretch);
-  window->rootView()->addSubview(view);
   show(scene());
   ASSERT_TRUE(becomes([](const Picture& picture) {
     return wrongShare(picture, kTavrelGPUImageNoRotation, kTavrelGPUImageFillModeStretch) == 0;
   }));
 
+  const int created = displayRenderbuffersCreated();
   ASSERT_TRUE(control("windowsize 240 120"));
   // No frame came since: the earlier one stays as it was, in the middle.
   EXPECT_TRUE(becomes(
@@ -256,7 +245,7 @@ TEST_F(WindowTest, resizesWithoutStretchingWhatIsStale) {
       },
       240, 120));
   EXPECT_EQ(view->sizeInPixels(), (Size{240, 120}));
-  EXPECT_EQ(counting->changes, 1);
+  EXPECT_EQ(displayRenderbuffersCreated(), created + 1);
   show(scene());
   EXPECT_TRUE(becomes(
       [](const Picture& picture) {
@@ -266,7 +255,8 @@ TEST_F(WindowTest, resizesWithoutStretchingWhatIsStale) {
 
   ASSERT_TRUE(control("windowsize 100 200"));
   ASSERT_TRUE(RunLoop::main().runUntil([&] { return view->sizeInPixels() == Size{100, 200}; }, 5s));
-  EXPECT_EQ(counting->changes, 2);
+  RunLoop::main().runFor(100ms);
+  EXPECT_EQ(displayRenderbuffersCreated(), created + 2);
 }
 
 /// The virtual camera in front of the test's view, at 30 pictures a second.
@@ -299,6 +289,28 @@ TEST_F(WindowTest, staysRightWhileFramesAndNewSizesCome) {
     EXPECT_TRUE(RunLoop::main().runUntil([&] { return window->framesShown() > shown + 5; }, 5s));
   }
   EXPECT_TRUE(becomes([](const Picture& picture) { return picture.at(80, 110).g > 20; })) << "the camera's scene";
+}
+
+TEST_F(WindowTest, neverGoesBackToAnOlderFrame) {
+  constexpr int kLast = 120;
+  std::thread source([this] {
+    for (int level = 1; level <= kLast; ++level) {
+      show(Picture(8, 8, [&](int, int) { return Pixel{level * 2, level * 2, level * 2, 255}; }));
+      std::this_thread::sleep_for(10ms);
+    }
+  });
+  view->setFillMode(kTavrelGPUImageFillModeStretch);
+  int newest = 0;
+  std::set<int> levels;
+  EXPECT_TRUE(becomes([&](const Picture& picture) {
+    const int level = picture.at(kWidth / 2, kHeight / 2).g;
+    EXPECT_GE(level, newest - 1);
+    newest = std::max(newest, level);
+    levels.insert(level);
+    return newest >= kLast * 2 - 1;
+  }));
+  EXPECT_GT(levels.size(), 3U) << "looked at while frames came";
+  source.join();
 }
 
 TEST_F(WindowTest, closesWhileFramesArrive) {

@@ -13,6 +13,9 @@ namespace tavrel::test {
 
 using namespace std::chrono_literals;
 
+/// How many renderbuffers the process asked GL for so far; with no picture composed off screen, those of preview views.
+int displayRenderbuffersCreated();
+
 /// A window of 160×120 points at (40, 30) on the process's virtual screen, with a preview view that fills it.
 class WindowTest : public ::testing::Test {
  protected:
