@@ -3,6 +3,7 @@
 /// \file
 /// Everything that applications use, in one include.
 
+#include "Capture/Video/TavrelFocusView.h"
 #include "Effects/TavrelAnimatedStickerCaptureEffect.h"
 #include "Effects/TavrelCaptureEffect.h"
 #include "Effects/TavrelExternalFilter.h"
