@@ -27,7 +27,7 @@ constexpr GLfloat kTextureCoordinates[8][8] = {
 
 TavrelGPUImageView::TavrelGPUImageView(const Rect& frame) : TavrelGPUImageView(frame, layerClass()()) {}
 
-TavrelGPUImageView::TavrelGPUImageView(const Rect& frame, std::shared_ptr<DrawableLayer> layer)
+TavrelGPUImageView::TavrelGPUImageView(const Rect& frame, const std::shared_ptr<DrawableLayer>& layer)
     : View(frame, layer), drawable_(layer->drawable()) {
   commonInit();
 }

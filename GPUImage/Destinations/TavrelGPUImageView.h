@@ -86,7 +86,7 @@ class TAVREL_API TavrelGPUImageView : public View, public TavrelGPUImageInput {
   void contentScaleFactorDidChange() override;
 
  private:
-  explicit TavrelGPUImageView(const Rect& frame, std::shared_ptr<DrawableLayer> layer);
+  explicit TavrelGPUImageView(const Rect& frame, const std::shared_ptr<DrawableLayer>& layer);
   void commonInit();
   void initializeDisplayProgram();
   void recreateDisplayFramebuffer();

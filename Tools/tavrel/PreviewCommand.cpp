@@ -11,7 +11,7 @@ VirtualCamera::Configuration cameraConfiguration() {
 
 /// The preview that fills `window`, with the ring that a click shows.
 std::shared_ptr<TavrelGPUImageView> previewIn(Window& window) {
-  const auto view = std::make_shared<TavrelGPUImageView>(window.rootView()->bounds());
+  auto view = std::make_shared<TavrelGPUImageView>(window.rootView()->bounds());
   const auto ring = std::make_shared<TavrelFocusView>(Rect{{0, 0}, {50, 50}});
   view->setFillsSuperview(true);
   view->addSubview(ring);
