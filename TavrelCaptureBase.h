@@ -3,6 +3,7 @@
 /// \file
 /// Everything that applications use, in one include.
 
+#include "Capture/Video/TavrelFocusView.h"
 #include "Effects/TavrelAnimatedStickerCaptureEffect.h"
 #include "Effects/TavrelCaptureEffect.h"
 #include "Effects/TavrelExternalFilter.h"
@@ -12,6 +13,7 @@
 #include "Effects/TavrelLUTFilterCaptureEffect.h"
 #include "Effects/TavrelObject.h"
 #include "GPUImage/Destinations/TavrelGPUImageMovieWriter.h"
+#include "GPUImage/Destinations/TavrelGPUImageView.h"
 #include "GPUImage/Filters/TavrelGPUImageAlphaBlendFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageBeautifyFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageBuffer.h"
@@ -68,7 +70,17 @@
 #include "Platform/Media/MediaSettings.h"
 #include "Platform/Media/MediaTime.h"
 #include "Platform/Media/SampleBuffer.h"
+#include "Platform/UI/AnimationGroup.h"
 #include "Platform/UI/Application.h"
+#include "Platform/UI/BasicAnimation.h"
+#include "Platform/UI/Compositor.h"
+#include "Platform/UI/DrawableLayer.h"
+#include "Platform/UI/Layer.h"
+#include "Platform/UI/Screen.h"
+#include "Platform/UI/TapGestureRecognizer.h"
+#include "Platform/UI/TouchDispatcher.h"
+#include "Platform/UI/View.h"
+#include "Platform/UI/Window.h"
 #include "TavrelBase/Log/TavrelLogger.h"
 #include "TavrelBase/Utils/TavrelUtils.h"
 #include "Utiils/FLWeakProxy.h"

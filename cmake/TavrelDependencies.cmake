@@ -6,6 +6,7 @@ find_package(tl-expected REQUIRED)
 
 pkg_check_modules(EGL REQUIRED IMPORTED_TARGET egl)
 pkg_check_modules(GLESV2 REQUIRED IMPORTED_TARGET glesv2)
+pkg_check_modules(SDL2 REQUIRED IMPORTED_TARGET sdl2)
 pkg_check_modules(GBM REQUIRED IMPORTED_TARGET gbm)
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavutil libswresample libswscale)
 pkg_check_modules(PNG REQUIRED IMPORTED_TARGET libpng)
@@ -16,4 +17,4 @@ find_library(YUV_LIBRARY yuv REQUIRED)
 
 set(TAVREL_PUBLIC_LIBRARIES fmt::fmt tl::expected PkgConfig::GLESV2 Threads::Threads)
 set(TAVREL_PRIVATE_LIBRARIES
-  PkgConfig::EGL PkgConfig::GBM PkgConfig::FFMPEG PkgConfig::PNG PkgConfig::JPEG PkgConfig::EXIF GIF::GIF ${YUV_LIBRARY})
+  PkgConfig::EGL PkgConfig::SDL2 PkgConfig::GBM PkgConfig::FFMPEG PkgConfig::PNG PkgConfig::JPEG PkgConfig::EXIF GIF::GIF ${YUV_LIBRARY})

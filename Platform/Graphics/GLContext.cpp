@@ -3,6 +3,8 @@
 #include <atomic>
 #include <utility>
 
+#include "Platform/Graphics/GLDrawable.h"
+#include "Platform/Graphics/Private/DrawableStorage.h"
 #include "Platform/Graphics/Private/GLSharegroup.h"
 #include "Platform/Graphics/Private/NativeContext.h"
 
@@ -97,7 +99,24 @@ GLContext* GLContext::current() {
   return current != nullptr ? current->owner.load(std::memory_order_relaxed) : nullptr;
 }
 
+bool GLContext::renderbufferStorage(const std::shared_ptr<GLDrawable>& drawable) {
+  GLint renderbuffer = 0;
+  glGetIntegerv(GL_RENDERBUFFER_BINDING, &renderbuffer);
+  storages_.erase(static_cast<GLuint>(renderbuffer));
+  if (renderbuffer == 0 || !drawable) return true;
+  const GLDrawable::PixelSize size = drawable->pixelSize();
+  if (size.width <= 0 || size.height <= 0) return true;
+  auto storage = DrawableStorage::create(sharegroup(), drawable, size);
+  if (!storage) return false;
+  storages_.emplace(static_cast<GLuint>(renderbuffer), std::move(storage));
+  return true;
+}
+
 bool GLContext::presentRenderbuffer() {
+  GLint renderbuffer = 0;
+  if (!storages_.empty()) glGetIntegerv(GL_RENDERBUFFER_BINDING, &renderbuffer);
+  const auto storage = storages_.find(static_cast<GLuint>(renderbuffer));
+  if (storage != storages_.end()) return storage->second->present();
   return presentHandler_ && presentHandler_(*this);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 
 #include "Platform/Foundation/Error.h"
@@ -11,6 +12,8 @@ namespace tavrel {
 /// Contexts of one sharegroup see the same textures, buffers, renderbuffers and programs (not framebuffer objects). It
 /// lives, and can be joined by new contexts, as long as anybody holds it, also when all its contexts are gone.
 class GLSharegroup;
+class GLDrawable;
+class DrawableStorage;
 class NativeContext;
 
 /// An OpenGL ES 2.0 context without a surface, on EGL (`GraphicsDisplay`).
@@ -42,7 +45,13 @@ class TAVREL_API GLContext {
   /// The calling thread's context, or nullptr. A thread-local read without an EGL call.
   static GLContext* current();
 
-  /// Presents the bound renderbuffer through the handler. False without a handler: there is nothing to show it on.
+  /// Gives the renderbuffer bound to GL_RENDERBUFFER the storage of `drawable`, in its pixel size of this moment;
+  /// nullptr, or a size without pixels, ends that. Do so before the renderbuffer is deleted. False when GL has no
+  /// memory. With the context current.
+  bool renderbufferStorage(const std::shared_ptr<GLDrawable>& drawable);
+  /// Hands the picture in the bound renderbuffer to its drawable and gives the renderbuffer other storage, whose
+  /// contents are undefined. Never waits for whoever shows it. A renderbuffer without a drawable is presented through
+  /// the handler. False without either: there is nothing to show it on.
   bool presentRenderbuffer();
   /// Installs what `presentRenderbuffer` calls; an empty handler removes it. On the context's thread.
   void setPresentHandler(PresentHandler handler);
@@ -56,6 +65,7 @@ class TAVREL_API GLContext {
 
   std::shared_ptr<State> state_;
   PresentHandler presentHandler_;
+  std::map<unsigned, std::unique_ptr<DrawableStorage>> storages_;  // by renderbuffer
 };
 
 }  // namespace tavrel

@@ -19,6 +19,7 @@ namespace {
 struct Choice {
   std::mutex mutex;
   void* adopted = nullptr;
+  void* adoptedContext = nullptr;
   GraphicsDisplay* shared = nullptr;
 };
 
@@ -70,6 +71,7 @@ EGLDisplay openFirstDevice() {
 struct GraphicsDisplay::Implementation {
   EGLDisplay display = EGL_NO_DISPLAY;
   EGLConfig config = nullptr;
+  void* shareContext = nullptr;
   const char* platform = "none";
   bool headless = true;
   bool surfacelessContexts = false;
@@ -119,7 +121,9 @@ struct GraphicsDisplay::Implementation {
   }
 };
 
-GraphicsDisplay::GraphicsDisplay(void* adoptedDisplay) : implementation_(std::make_unique<Implementation>()) {
+GraphicsDisplay::GraphicsDisplay(void* adoptedDisplay, void* shareContext)
+    : implementation_(std::make_unique<Implementation>()) {
+  implementation_->shareContext = shareContext;
   implementation_->open(adoptedDisplay);
   if (implementation_->display == EGL_NO_DISPLAY) {
     implementation_->fail(
@@ -134,17 +138,18 @@ GraphicsDisplay::GraphicsDisplay(void* adoptedDisplay) : implementation_(std::ma
 GraphicsDisplay& GraphicsDisplay::shared() {
   static GraphicsDisplay& instance = [&]() -> GraphicsDisplay& {
     std::lock_guard guard(choice().mutex);
-    choice().shared = new GraphicsDisplay(choice().adopted);
+    choice().shared = new GraphicsDisplay(choice().adopted, choice().adoptedContext);
     return *choice().shared;
   }();
   return instance;
 }
 
-bool GraphicsDisplay::adopt(void* eglDisplay) {
+bool GraphicsDisplay::adopt(void* eglDisplay, void* eglContext) {
   std::lock_guard guard(choice().mutex);
   if (choice().shared != nullptr) return choice().shared->nativeDisplay() == eglDisplay && eglDisplay != nullptr;
   if (eglDisplay == nullptr || headlessDemanded()) return false;
   choice().adopted = eglDisplay;
+  choice().adoptedContext = eglContext;
   return true;
 }
 
@@ -175,6 +180,10 @@ void* GraphicsDisplay::nativeDisplay() const {
 
 void* GraphicsDisplay::nativeConfig() const {
   return implementation_->config;
+}
+
+void* GraphicsDisplay::nativeShareContext() const {
+  return implementation_->shareContext;
 }
 
 bool GraphicsDisplay::supportsSurfacelessContexts() const {

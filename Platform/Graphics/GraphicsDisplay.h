@@ -19,9 +19,10 @@ class TAVREL_API GraphicsDisplay {
  public:
   static GraphicsDisplay& shared();
 
-  /// Makes `eglDisplay` (an `EGLDisplay` that the caller initialised and never terminates) the process's display.
-  /// False, with nothing changed, once another display is in use or when a headless one is demanded.
-  static bool adopt(void* eglDisplay);
+  /// Makes `eglDisplay` (an `EGLDisplay` that the caller initialised and never terminates) the process's display, and
+  /// lets all contexts share objects with `eglContext`, which may be none and is never destroyed either. False, with
+  /// nothing changed, once another display is in use or when a headless one is demanded.
+  static bool adopt(void* eglDisplay, void* eglContext = nullptr);
 
   /// Whether `shared` was called, after which the display stays what it is.
   static bool isChosen();
@@ -40,13 +41,15 @@ class TAVREL_API GraphicsDisplay {
   void* nativeDisplay() const;
   /// The `EGLConfig` that contexts are made with; null where contexts need none.
   void* nativeConfig() const;
+  /// The `EGLContext` that came with an adopted display; null without one.
+  void* nativeShareContext() const;
   /// True when contexts can be current without a surface; otherwise each gets a pbuffer of one pixel.
   bool supportsSurfacelessContexts() const;
 
  private:
   struct Implementation;
 
-  explicit GraphicsDisplay(void* adoptedDisplay);
+  GraphicsDisplay(void* adoptedDisplay, void* shareContext);
   ~GraphicsDisplay() = delete;
 
   std::unique_ptr<Implementation> implementation_;

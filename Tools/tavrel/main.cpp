@@ -2,6 +2,7 @@
 #include <exception>
 
 #include "FilterCommand.h"
+#include "PreviewCommand.h"
 #include "RecordCommand.h"
 #include "Report.h"
 #include "TavrelCaptureBase.h"
@@ -30,11 +31,13 @@ int main(int argc, char** argv) {
   bool isVerbose = false;
   app.add_flag("--verbose", isVerbose, "Show the library's own messages");
   tavrel::tool::FilterCommand filter(app);
+  tavrel::tool::PreviewCommand preview(app);
   tavrel::tool::RecordCommand record(app);
   try {
     app.parse(argc, argv);
     chooseLibraryMessages(isVerbose);
     if (filter.isChosen()) return filter.run();
+    if (preview.isChosen()) return preview.run();
     return record.run();
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? tavrel::tool::kSuccess : tavrel::tool::kBadUsage;

@@ -37,8 +37,8 @@ class CurrentContextKeeper {
 
 }  // namespace
 
-Expected<std::shared_ptr<GLSharegroup>> GLSharegroup::create(EGLContext shareWith) {
-  auto anchor = NativeContext::create(shareWith);
+Expected<std::shared_ptr<GLSharegroup>> GLSharegroup::create() {
+  auto anchor = NativeContext::create(GraphicsDisplay::shared().nativeShareContext());
   if (!anchor) return tl::unexpected<Error>(anchor.error());
   return std::make_shared<GLSharegroup>(std::move(*anchor));
 }

@@ -20,8 +20,8 @@ class GLSharegroup : public std::enable_shared_from_this<GLSharegroup> {
  public:
   using Work = std::function<void(NativeContext& context)>;
 
-  /// `shareWith` lets a window system's context see the same objects.
-  static Expected<std::shared_ptr<GLSharegroup>> create(EGLContext shareWith = EGL_NO_CONTEXT);
+  /// The window system's context, where the display came with one, sees the same objects.
+  static Expected<std::shared_ptr<GLSharegroup>> create();
   explicit GLSharegroup(NativeContext anchor) : anchor_(std::move(anchor)) {}
 
   EGLContext anchor() const { return anchor_.handle(); }

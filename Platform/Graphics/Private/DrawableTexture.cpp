@@ -1,0 +1,122 @@
+#include "Platform/Graphics/Private/DrawableTexture.h"
+
+#include <GLES2/gl2ext.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <utility>
+
+#include "Platform/Graphics/GraphicsDisplay.h"
+#include "Platform/Graphics/Private/GLStateKeepers.h"
+#include "Platform/Graphics/Private/NativeContext.h"
+
+namespace tavrel {
+namespace {
+
+struct Functions {
+  PFNEGLCREATEIMAGEKHRPROC createImage = nullptr;
+  PFNEGLDESTROYIMAGEKHRPROC destroyImage = nullptr;
+  PFNGLEGLIMAGETARGETRENDERBUFFERSTORAGEOESPROC renderbufferStorage = nullptr;
+  bool isUsable = false;
+};
+
+EGLDisplay display() {
+  return GraphicsDisplay::shared().nativeDisplay();
+}
+
+/// With a context current.
+const Functions& functions() {
+  static const Functions loaded = [] {
+    Functions found;
+    const char* ofDisplay = eglQueryString(display(), EGL_EXTENSIONS);
+    const auto* ofContext = reinterpret_cast<const char*>(glGetString(GL_EXTENSIONS));
+    if (!containsWord(ofDisplay, "EGL_KHR_gl_texture_2D_image") || !containsWord(ofContext, "GL_OES_EGL_image")) {
+      return found;
+    }
+    found.createImage = reinterpret_cast<PFNEGLCREATEIMAGEKHRPROC>(eglGetProcAddress("eglCreateImageKHR"));
+    found.destroyImage = reinterpret_cast<PFNEGLDESTROYIMAGEKHRPROC>(eglGetProcAddress("eglDestroyImageKHR"));
+    found.renderbufferStorage = reinterpret_cast<PFNGLEGLIMAGETARGETRENDERBUFFERSTORAGEOESPROC>(
+        eglGetProcAddress("glEGLImageTargetRenderbufferStorageOES"));
+    found.isUsable = found.createImage && found.destroyImage && found.renderbufferStorage;
+    return found;
+  }();
+  return loaded;
+}
+
+}  // namespace
+
+DrawableTexture::DrawableTexture(std::shared_ptr<GLSharegroup> sharegroup, GLDrawable::PixelSize size)
+    : sharegroup_(std::move(sharegroup)), size_(size) {}
+
+std::unique_ptr<DrawableTexture> DrawableTexture::create(std::shared_ptr<GLSharegroup> sharegroup,
+                                                         GLDrawable::PixelSize size) {
+  std::unique_ptr<DrawableTexture> created(new DrawableTexture(std::move(sharegroup), size));
+  glGenTextures(1, &created->name_);
+  const BoundTexture bound(created->name_);
+  for (const GLenum filter : {GL_TEXTURE_MIN_FILTER, GL_TEXTURE_MAG_FILTER}) {
+    glTexParameteri(GL_TEXTURE_2D, filter, GL_LINEAR);
+  }
+  for (const GLenum wrap : {GL_TEXTURE_WRAP_S, GL_TEXTURE_WRAP_T}) {
+    glTexParameteri(GL_TEXTURE_2D, wrap, GL_CLAMP_TO_EDGE);
+  }
+  clearGLErrors();
+  glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, size.width, size.height, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+  if (glGetError() != GL_NO_ERROR) return nullptr;
+  created->createImage();
+  return created;
+}
+
+void DrawableTexture::createImage() {
+  if (!functions().isUsable) return;
+  static constexpr std::array<EGLint, 5> kAttributes = {EGL_GL_TEXTURE_LEVEL_KHR, 0, EGL_IMAGE_PRESERVED_KHR, EGL_TRUE,
+                                                        EGL_NONE};
+  auto* const buffer = reinterpret_cast<EGLClientBuffer>(static_cast<std::uintptr_t>(name_));
+  image_ =
+      functions().createImage(display(), eglGetCurrentContext(), EGL_GL_TEXTURE_2D_KHR, buffer, kAttributes.data());
+}
+
+DrawableTexture::~DrawableTexture() {
+  sharegroup_->perform([this](NativeContext&) {
+    if (image_ != EGL_NO_IMAGE_KHR) functions().destroyImage(display(), image_);
+    glDeleteTextures(1, &name_);
+  });
+}
+
+bool DrawableTexture::becomeRenderbufferStorage() const {
+  if (image_ == EGL_NO_IMAGE_KHR) return false;
+  clearGLErrors();
+  functions().renderbufferStorage(GL_RENDERBUFFER, image_);
+  return glGetError() == GL_NO_ERROR;
+}
+
+void DrawableTexture::noteRead() {
+  std::erase_if(reads_, [](const GLFence& fence) { return fence.isReached(); });
+  reads_.push_back(GLFence::afterCurrentCommands());
+}
+
+bool DrawableTexture::isReadByNobody() const {
+  return std::all_of(reads_.begin(), reads_.end(), [](const GLFence& fence) { return fence.isReached(); });
+}
+
+void DrawableTexture::waitUntilRead() {
+  for (const GLFence& fence : reads_) fence.waitOnGPU();
+  reads_.clear();
+}
+
+std::unique_ptr<DrawableTexture> DrawableTexturePool::take(bool evenIfRead) {
+  const std::lock_guard lock(mutex_);
+  auto found = std::find_if(idle_.begin(), idle_.end(), [](const auto& texture) { return texture->isReadByNobody(); });
+  if (found == idle_.end() && evenIfRead) found = idle_.begin();
+  if (found == idle_.end()) return nullptr;
+  std::unique_ptr<DrawableTexture> texture = std::move(*found);
+  idle_.erase(found);
+  return texture;
+}
+
+void DrawableTexturePool::put(std::unique_ptr<DrawableTexture> texture) {
+  const std::lock_guard lock(mutex_);
+  idle_.push_back(std::move(texture));
+}
+
+}  // namespace tavrel

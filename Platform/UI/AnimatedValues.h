@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string_view>
+
+#include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Geometry.h"
+
+namespace tavrel {
+
+/// The numbers of a layer that animations can change, as they are at one moment.
+struct TAVREL_API AnimatedValues {
+  double opacity = 1;
+  double positionX = 0;
+  double positionY = 0;
+  double cornerRadius = 0;
+  double borderWidth = 0;
+  double scaleX = 1;
+  double scaleY = 1;
+  double rotation = 0;  ///< radians
+  double translationX = 0;
+  double translationY = 0;
+
+  /// Takes scale, rotation and translation out of `transform`; a shear is lost.
+  void setTransform(const AffineTransform& transform);
+  /// Scaled first, then rotated, then moved.
+  AffineTransform transform() const;
+
+  /// True for "opacity", "position.x", "position.y", "cornerRadius", "borderWidth", "transform.scale" (both sides),
+  /// "transform.scale.x", "transform.scale.y", "transform.rotation", "transform.translation.x" and
+  /// "transform.translation.y".
+  static bool hasKeyPath(std::string_view keyPath);
+  double value(std::string_view keyPath) const;
+  void setValue(double value, std::string_view keyPath);
+};
+
+}  // namespace tavrel

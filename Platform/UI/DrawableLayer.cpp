@@ -1,0 +1,13 @@
+#include "Platform/UI/DrawableLayer.h"
+
+#include <cmath>
+
+namespace tavrel {
+
+void DrawableLayer::contentsSizeDidChange() {
+  // Sizes that are whole but for a rounding error are whole.
+  const auto pixels = [this](double points) { return static_cast<int>(std::floor(points * contentsScale() + 1e-6)); };
+  drawable_->setPixelSize({pixels(bounds().size.width), pixels(bounds().size.height)});
+}
+
+}  // namespace tavrel

@@ -1,0 +1,36 @@
+#include "Platform/UI/Screen.h"
+
+namespace tavrel {
+
+Screen& Screen::main() {
+  static auto* screen = new Screen;
+  return *screen;
+}
+
+double Screen::scale() const {
+  const std::lock_guard lock(mutex_);
+  return scale_;
+}
+
+void Screen::setScale(double scale) {
+  const std::lock_guard lock(mutex_);
+  if (scale > 0) scale_ = scale;
+}
+
+Size Screen::size() const {
+  const std::lock_guard lock(mutex_);
+  return size_;
+}
+
+double Screen::framesPerSecond() const {
+  const std::lock_guard lock(mutex_);
+  return framesPerSecond_;
+}
+
+void Screen::setMode(Size size, double framesPerSecond) {
+  const std::lock_guard lock(mutex_);
+  size_ = size;
+  if (framesPerSecond > 0) framesPerSecond_ = framesPerSecond;
+}
+
+}  // namespace tavrel

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Geometry.h"
+
+namespace tavrel {
+
+/// How an animation's progress follows time: a cubic Bézier curve from (0, 0) to (1, 1), x being time and y progress.
+class TAVREL_API TimingFunction {
+ public:
+  static constexpr TimingFunction linear() { return {{0, 0}, {1, 1}}; }
+  static constexpr TimingFunction easeIn() { return {{0.42, 0}, {1, 1}}; }
+  static constexpr TimingFunction easeOut() { return {{0, 0}, {0.58, 1}}; }
+  static constexpr TimingFunction easeInEaseOut() { return {{0.42, 0}, {0.58, 1}}; }
+
+  /// The curve's two inner control points; their x must lie in 0…1.
+  constexpr TimingFunction(Point first, Point second) : first_(first), second_(second) {}
+
+  /// Progress at `time`, which is moved into 0…1. Exact to about a millionth.
+  double progressAt(double time) const;
+
+ private:
+  Point first_;
+  Point second_;
+};
+
+}  // namespace tavrel

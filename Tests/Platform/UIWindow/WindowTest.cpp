@@ -1,0 +1,395 @@
+#include "Platform/UI/Window.h"
+
+#include <SDL.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <set>
+#include <thread>
+
+#include "Platform/Graphics/GraphicsDisplay.h"
+#include "WindowTestSupport.h"
+
+namespace tavrel::test {
+namespace {
+
+/// Four quarters of different colours, with a dark bar at the top: no turn or mirror looks like another.
+Pixel sceneColor(double u, double v, Size size) {
+  if (v < size.height / 6) return {64, 64, 64, 255};
+  if (v < size.height / 2) return u < size.width / 2 ? Pixel{255, 0, 0, 255} : Pixel{0, 255, 0, 255};
+  return u < size.width / 2 ? Pixel{0, 0, 255, 255} : Pixel{255, 255, 0, 255};
+}
+
+constexpr Size kSceneSize = {96, 54};
+
+Picture scene() {
+  return {static_cast<int>(kSceneSize.width), static_cast<int>(kSceneSize.height),
+          [](int x, int y) { return sceneColor(x + 0.5, y + 0.5, kSceneSize); }};
+}
+
+/// Where in the scene the viewer of the turned picture looks; both in 0…1.
+Point sceneFraction(TavrelGPUImageRotationMode mode, Point at) {
+  const auto [x, y] = at;
+  switch (mode) {
+    case kTavrelGPUImageNoRotation:
+      return {x, y};
+    case kTavrelGPUImageRotateLeft:
+      return {1 - y, x};
+    case kTavrelGPUImageRotateRight:
+      return {y, 1 - x};
+    case kTavrelGPUImageFlipVertical:
+      return {x, 1 - y};
+    case kTavrelGPUImageFlipHorizontal:
+      return {1 - x, y};
+    case kTavrelGPUImageRotateRightFlipVertical:
+      return {y, x};
+    case kTavrelGPUImageRotateRightFlipHorizontal:
+      return {1 - y, 1 - x};
+    case kTavrelGPUImageRotate180:
+      return {1 - x, 1 - y};
+  }
+  return {};
+}
+
+/// What a window of `window` pixels shows at (x, y).
+Pixel expectedColor(TavrelGPUImageRotationMode mode, TavrelGPUImageFillModeType fill, Size window, double x, double y) {
+  const bool swaps = TavrelGPUImageRotationSwapsWidthAndHeight(mode);
+  const Size turned = swaps ? Size{kSceneSize.height, kSceneSize.width} : kSceneSize;
+  double sx = window.width / turned.width;
+  double sy = window.height / turned.height;
+  if (fill == kTavrelGPUImageFillModePreserveAspectRatio) sx = sy = std::min(sx, sy);
+  if (fill == kTavrelGPUImageFillModePreserveAspectRatioAndFill) sx = sy = std::max(sx, sy);
+  const double u = (x - window.width / 2) / (sx * turned.width) + 0.5;
+  const double v = (y - window.height / 2) / (sy * turned.height) + 0.5;
+  if (u < 0 || u >= 1 || v < 0 || v >= 1) return {0, 0, 0, 255};
+  const Point at = sceneFraction(mode, {u, v});
+  return sceneColor(at.x * kSceneSize.width, at.y * kSceneSize.height, kSceneSize);
+}
+
+/// The share of pixels that are wrong, those near an edge of the scene left out.
+double wrongShare(const Picture& picture, TavrelGPUImageRotationMode mode, TavrelGPUImageFillModeType fill) {
+  const Size window = {static_cast<double>(picture.width), static_cast<double>(picture.height)};
+  constexpr double kEdge = 4;
+  int wrong = 0;
+  for (int y = 0; y < picture.height; ++y) {
+    for (int x = 0; x < picture.width; ++x) {
+      const Pixel expected = expectedColor(mode, fill, window, x + 0.5, y + 0.5);
+      bool isNearEdge = false;
+      for (const auto& [dx, dy] : {std::pair(kEdge, 0.0), {-kEdge, 0.0}, {0.0, kEdge}, {0.0, -kEdge}}) {
+        isNearEdge |= !(expectedColor(mode, fill, window, x + 0.5 + dx, y + 0.5 + dy) == expected);
+      }
+      const Pixel& actual = picture.at(x, y);
+      const bool isWrong = std::abs(actual.r - expected.r) > 2 || std::abs(actual.g - expected.g) > 2 ||
+                           std::abs(actual.b - expected.b) > 2;
+      if (!isNearEdge && isWrong) ++wrong;
+    }
+  }
+  return wrong / (window.width * window.height);
+}
+
+TEST_F(WindowTest, showsEveryFillModeAndRotationUprightInItsColours) {
+  EXPECT_FALSE(GraphicsDisplay::shared().isHeadless());
+  for (std::uint64_t fill = 0; fill < 3; ++fill) {
+    for (std::uint64_t rotation = 0; rotation < 8; ++rotation) {
+      const auto fillMode = static_cast<TavrelGPUImageFillModeType>(fill);
+      const auto rotationMode = static_cast<TavrelGPUImageRotationMode>(rotation);
+      view->setFillMode(fillMode);
+      view->setInputRotation(rotationMode, 0);
+      show(scene());
+      double share = 1;
+      EXPECT_TRUE(becomes([&](const Picture& picture) {
+        share = wrongShare(picture, rotationMode, fillMode);
+        return share == 0;
+      })) << "fill mode "
+          << fill << ", rotation " << rotation << ": " << share << " of the pixels are wrong";
+    }
+  }
+}
+
+/// Centre, mean radius and strength of what is brighter than black.
+struct Ring {
+  Point centre;
+  double radius = 0;
+  int strongest = 0;
+};
+
+Ring ringIn(const Picture& picture) {
+  Ring ring;
+  double weight = 0;
+  const auto forEach = [&](const std::function<void(double x, double y, double value)>& use) {
+    for (int y = 0; y < picture.height; ++y) {
+      for (int x = 0; x < picture.width; ++x) {
+        if (picture.at(x, y).g > 8) use(x + 0.5, y + 0.5, picture.at(x, y).g);
+      }
+    }
+  };
+  forEach([&](double x, double y, double value) {
+    ring.centre = {ring.centre.x + x * value, ring.centre.y + y * value};
+    weight += value;
+    ring.strongest = std::max(ring.strongest, static_cast<int>(value));
+  });
+  if (weight == 0) return ring;
+  ring.centre = {ring.centre.x / weight, ring.centre.y / weight};
+  forEach([&](double x, double y, double value) {
+    ring.radius += std::hypot(x - ring.centre.x, y - ring.centre.y) * value / weight;
+  });
+  return ring;
+}
+
+class FocusWindowTest : public WindowTest {
+ protected:
+  void SetUp() override {
+    WindowTest::SetUp();
+    if (IsSkipped() || HasFatalFailure()) return;
+    ring = std::make_shared<TavrelFocusView>(Rect{{0, 0}, {50, 50}});
+    view->addSubview(ring);
+    view->addGestureRecognizer(std::make_shared<TapGestureRecognizer>(
+        [this](TapGestureRecognizer& tap) { ring->show(tap.locationInView(view.get())); }));
+    show(Picture(8, 8, [](int, int) { return Pixel{0, 0, 0, 255}; }));
+    RunLoop::main().runFor(50ms);
+  }
+  bool waitFor(bool animEnd) {
+    return RunLoop::main().runUntil([&] { return ring->animEnd() == animEnd; }, 5s);
+  }
+  /// The ring as it is seen `seconds` after a click at (x, y). Clicks again when a busy machine looked too late for it.
+  Ring ringAfter(int x, int y, double seconds, int weakest) {
+    Ring found;
+    for (int attempt = 0; attempt < 5 && found.strongest <= weakest; ++attempt) found = ringOnce(x, y, seconds);
+    return found;
+  }
+  Ring ringOnce(int x, int y, double seconds) {
+    EXPECT_TRUE(click(x, y));
+    EXPECT_TRUE(waitFor(false));
+    const double start = Layer::currentTime();
+    const auto shown = window->framesShown();
+    RunLoop::main().runUntil([&] { return Layer::currentTime() - start >= seconds && window->framesShown() > shown; },
+                             5s);
+    const Ring found = ringIn(seen());
+    EXPECT_TRUE(waitFor(true));
+    return found;
+  }
+
+  std::shared_ptr<TavrelFocusView> ring;
+};
+
+TEST_F(FocusWindowTest, aClickShowsTheRingThereShrinkingAndFading) {
+  const Ring early = ringAfter(60, 50, 0.02, 130);
+  EXPECT_NEAR(early.centre.x, 60.5, 1);
+  EXPECT_NEAR(early.centre.y, 50.5, 1);
+  EXPECT_GT(early.radius, 28);
+  EXPECT_LE(early.radius, 24.5 * 1.8 + 1);
+  EXPECT_GT(early.strongest, 130);
+
+  const Ring late = ringAfter(110, 70, 0.2, 8);
+  EXPECT_NEAR(late.centre.x, 110.5, 1);
+  EXPECT_NEAR(late.centre.y, 70.5, 1);
+  EXPECT_LT(late.radius, early.radius - 1);
+  EXPECT_GE(late.radius, 23.5);
+  EXPECT_LT(late.strongest, early.strongest - 20);
+
+  EXPECT_TRUE(becomes([](const Picture& picture) { return ringIn(picture).strongest == 0; })) << "gone at the end";
+}
+
+TEST_F(FocusWindowTest, aSecondClickDuringTheRingIsIgnored) {
+  ASSERT_TRUE(UIVirtualScreen::xdotool("mousemove " + std::to_string(kLeft + 60) + " " + std::to_string(kTop + 50) +
+                                       " click 1 mousemove " + std::to_string(kLeft + 110) + " " +
+                                       std::to_string(kTop + 70) + " click 1"));
+  ASSERT_TRUE(waitFor(false));
+  RunLoop::main().runFor(100ms);
+  EXPECT_EQ(ring->center(), (Point{60.5, 50.5}));
+  ASSERT_TRUE(waitFor(true));
+  ASSERT_TRUE(click(110, 70));
+  ASSERT_TRUE(waitFor(false));
+  EXPECT_EQ(ring->center(), (Point{110.5, 70.5}));
+  EXPECT_TRUE(waitFor(true));
+}
+
+TEST_F(FocusWindowTest, aFingerTapsOnceAndIsNoMouseAsWell) {
+  int taps = 0;
+  view->addGestureRecognizer(std::make_shared<TapGestureRecognizer>([&](TapGestureRecognizer&) { ++taps; }));
+  SDL_Event event{};
+  event.tfinger.windowID = SDL_GetWindowID(SDL_GetGrabbedWindow());
+  for (std::uint32_t identifier = 1; identifier < 100; ++identifier) {
+    SDL_Window* const candidate = SDL_GetWindowFromID(identifier);
+    if (candidate && std::string(SDL_GetWindowTitle(candidate)) == "tavrel-test") event.tfinger.windowID = identifier;
+  }
+  event.tfinger.fingerId = 5;
+  event.tfinger.x = 0.25F;
+  event.tfinger.y = 0.5F;
+  for (const std::uint32_t type : {SDL_FINGERDOWN, SDL_FINGERUP}) {
+    event.type = type;
+    ASSERT_EQ(SDL_PushEvent(&event), 1);
+  }
+  ASSERT_TRUE(waitFor(false));
+  EXPECT_EQ(ring->center(), (Point{40, 60}));
+  EXPECT_EQ(taps, 1);
+  EXPECT_TRUE(waitFor(true));
+}
+
+TEST_F(WindowTest, resizesWithoutStretchingWhatIsStale) {
+  view->setFillMode(kTavrelGPUImageFillModeStretch);
+  show(scene());
+  ASSERT_TRUE(becomes([](const Picture& picture) {
+    return wrongShare(picture, kTavrelGPUImageNoRotation, kTavrelGPUImageFillModeStretch) == 0;
+  }));
+
+  const int created = displayRenderbuffersCreated();
+  ASSERT_TRUE(control("windowsize 240 120"));
+  // No frame came since: the earlier one stays as it was, in the middle.
+  EXPECT_TRUE(becomes(
+      [](const Picture& picture) {
+        const Picture middle(kWidth, kHeight, [&](int x, int y) { return picture.at(x + 40, y); });
+        return wrongShare(middle, kTavrelGPUImageNoRotation, kTavrelGPUImageFillModeStretch) == 0 &&
+               picture.at(10, 60) == Pixel{0, 0, 0, 255};
+      },
+      240, 120));
+  EXPECT_EQ(view->sizeInPixels(), (Size{240, 120}));
+  EXPECT_EQ(displayRenderbuffersCreated(), created + 1);
+  show(scene());
+  EXPECT_TRUE(becomes(
+      [](const Picture& picture) {
+        return wrongShare(picture, kTavrelGPUImageNoRotation, kTavrelGPUImageFillModeStretch) == 0;
+      },
+      240, 120));
+
+  ASSERT_TRUE(control("windowsize 100 200"));
+  ASSERT_TRUE(RunLoop::main().runUntil([&] { return view->sizeInPixels() == Size{100, 200}; }, 5s));
+  RunLoop::main().runFor(100ms);
+  EXPECT_EQ(displayRenderbuffersCreated(), created + 2);
+}
+
+/// The virtual camera in front of the test's view, at 30 pictures a second.
+class Stream {
+ public:
+  explicit Stream(const std::shared_ptr<TavrelGPUImageView>& view) {
+    input_->addTarget(view);
+    camera_->start([this](const std::shared_ptr<PixelBuffer>& buffer,
+                          MediaTime time) { input_->processCVPixelBuffer(buffer, time, false); },
+                   queue_);
+  }
+  ~Stream() {
+    camera_->stop();
+    TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+  }
+  std::uint64_t frames() const { return camera_->deliveredFrames(); }
+
+ private:
+  std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::create("test.camera");
+  std::shared_ptr<VirtualCamera> camera_ = VirtualCamera::create("front", {.width = 160, .height = 120}).value();
+  std::shared_ptr<TavrelGPUImageCVPixelBufferInput> input_ = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
+};
+
+TEST_F(WindowTest, staysRightWhileFramesAndNewSizesCome) {
+  Stream stream(view);
+  for (const Size size : {Size{200, 150}, Size{90, 60}, Size{160, 120}}) {
+    window->setSize(size);
+    EXPECT_TRUE(RunLoop::main().runUntil([&] { return view->sizeInPixels() == size; }, 5s));
+    const auto shown = window->framesShown();
+    EXPECT_TRUE(RunLoop::main().runUntil([&] { return window->framesShown() > shown + 5; }, 5s));
+  }
+  EXPECT_TRUE(becomes([](const Picture& picture) { return picture.at(80, 110).g > 20; })) << "the camera's scene";
+}
+
+TEST_F(WindowTest, neverGoesBackToAnOlderFrame) {
+  constexpr int kLast = 120;
+  std::thread source([this] {
+    for (int level = 1; level <= kLast; ++level) {
+      show(Picture(8, 8, [&](int, int) { return Pixel{level * 2, level * 2, level * 2, 255}; }));
+      std::this_thread::sleep_for(10ms);
+    }
+  });
+  view->setFillMode(kTavrelGPUImageFillModeStretch);
+  int newest = 0;
+  std::set<int> levels;
+  EXPECT_TRUE(becomes([&](const Picture& picture) {
+    const int level = picture.at(kWidth / 2, kHeight / 2).g;
+    EXPECT_GE(level, newest - 1);
+    newest = std::max(newest, level);
+    levels.insert(level);
+    return newest >= kLast * 2 - 1;
+  }));
+  EXPECT_GT(levels.size(), 3U) << "looked at while frames came";
+  source.join();
+}
+
+TEST_F(WindowTest, closesWhileFramesArrive) {
+  Stream stream(view);
+  ASSERT_TRUE(RunLoop::main().runUntil([&] { return window->framesShown() > 3; }, 5s));
+  window->close();
+  EXPECT_FALSE(window->isOpen());
+  const auto frames = stream.frames();
+  EXPECT_TRUE(RunLoop::main().runUntil([&] { return stream.frames() > frames + 5; }, 5s)) << "the graph goes on";
+  EXPECT_FALSE(control("getwindowname > /dev/null 2>&1"));
+  EXPECT_EQ(window->size(), Size{});
+
+  // Shown again in another window.
+  auto second = Window::create("tavrel-test-2", {kWidth, kHeight});
+  ASSERT_TRUE(second) << second.error().description;
+  (*second)->rootView()->addSubview(view);
+  EXPECT_TRUE(RunLoop::main().runUntil([&] { return (*second)->framesShown() > 5; }, 5s));
+}
+
+TEST_F(WindowTest, asksItsHandlersAboutKeysAndClosing) {
+  std::vector<std::string> keys;
+  window->setKeyHandler([&](std::string_view key) { keys.emplace_back(key); });
+  ASSERT_TRUE(control("windowfocus --sync"));
+  ASSERT_TRUE(UIVirtualScreen::xdotool("key q space"));
+  EXPECT_TRUE(RunLoop::main().runUntil([&] { return keys.size() == 2; }, 5s));
+  EXPECT_EQ(keys, (std::vector<std::string>{"Q", "Space"}));
+
+  SDL_Event event{};
+  event.type = SDL_WINDOWEVENT;
+  event.window.event = SDL_WINDOWEVENT_CLOSE;
+  for (std::uint32_t identifier = 1; identifier < 100; ++identifier) {
+    if (SDL_GetWindowFromID(identifier)) event.window.windowID = identifier;
+  }
+  int asked = 0;
+  window->setCloseHandler([&] { ++asked; });
+  SDL_PushEvent(&event);
+  EXPECT_TRUE(RunLoop::main().runUntil([&] { return asked == 1; }, 5s));
+  EXPECT_TRUE(window->isOpen());
+  window->setCloseHandler({});
+  SDL_PushEvent(&event);
+  EXPECT_TRUE(RunLoop::main().runUntil([&] { return !window->isOpen(); }, 5s));
+}
+
+TEST_F(WindowTest, tellsTheApplicationsState) {
+  const auto becomesState = [](ApplicationState state) {
+    return RunLoop::main().runUntil([&] { return Application::shared().state() == state; }, 5s);
+  };
+  ASSERT_TRUE(control("windowfocus --sync"));
+  EXPECT_TRUE(becomesState(ApplicationState::active));
+  ASSERT_TRUE(control("windowunmap --sync"));
+  EXPECT_TRUE(becomesState(ApplicationState::background));
+  const auto shown = window->framesShown();
+  show(scene());
+  RunLoop::main().runFor(100ms);
+  EXPECT_EQ(window->framesShown(), shown) << "nobody looks";
+  ASSERT_TRUE(control("windowmap --sync"));
+  ASSERT_TRUE(control("windowfocus --sync"));
+  EXPECT_TRUE(becomesState(ApplicationState::active));
+  EXPECT_TRUE(RunLoop::main().runUntil([&] { return window->framesShown() > shown; }, 5s));
+  window->close();
+  EXPECT_EQ(Application::shared().state(), ApplicationState::active);
+}
+
+TEST_F(WindowTest, drawsOnlyWhenSomethingChanged) {
+  show(scene());
+  RunLoop::main().runFor(150ms);
+  const auto shown = window->framesShown();
+  RunLoop::main().runFor(200ms);
+  EXPECT_EQ(window->framesShown(), shown);
+  show(scene());
+  RunLoop::main().runFor(100ms);
+  EXPECT_EQ(window->framesShown(), shown + 1);
+}
+
+TEST_F(WindowTest, refusesSizesThatAreNone) {
+  const auto refused = Window::create("none", {0, 100});
+  ASSERT_FALSE(refused);
+  EXPECT_NE(refused.error().description.find("0×100 points"), std::string::npos) << refused.error().description;
+}
+
+}  // namespace
+}  // namespace tavrel::test
