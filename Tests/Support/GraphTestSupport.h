@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "Support/ConsoleCapture.h"
 #include "TavrelCaptureBase.h"
 
 namespace tavrel::test {
@@ -86,19 +87,6 @@ class RecordingTarget : public TavrelGPUImageInput {
   bool isIgnored = false;
   bool isEnabled = true;
   bool wantsMonochrome = false;
-};
-
-/// Console messages written while it lives.
-class ConsoleCapture {
- public:
-  ConsoleCapture();
-  ~ConsoleCapture();
-  std::vector<std::string> messages() const;
-  bool contains(const std::string& part) const;
-
- private:
-  struct State;
-  std::shared_ptr<State> state_;
 };
 
 }  // namespace tavrel::test

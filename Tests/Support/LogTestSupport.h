@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "Platform/Dispatch/DispatchSemaphore.h"
-#include "Platform/Foundation/ConsoleLog.h"
+#include "Support/ConsoleCapture.h"
 #include "TavrelBase/Log/TavrelLogger.h"
 
 namespace tavrel::test {
@@ -49,23 +49,6 @@ inline std::vector<std::string> readLines(const std::filesystem::path& path) {
   for (std::string line; std::getline(text, line);) lines.push_back(line);
   return lines;
 }
-
-/// Keeps the console's messages as long as it lives.
-class ConsoleCapture {
- public:
-  ConsoleCapture() {
-    ConsoleLog::setSink([this](std::string_view message) { messages_.emplace_back(message); });
-  }
-  ConsoleCapture(const ConsoleCapture&) = delete;
-  ConsoleCapture& operator=(const ConsoleCapture&) = delete;
-  ~ConsoleCapture() { ConsoleLog::setSink(nullptr); }
-
-  /// What was written so far; only while nothing else writes.
-  const std::vector<std::string>& messages() const { return messages_; }
-
- private:
-  std::vector<std::string> messages_;
-};
 
 /// Remembers the texts it is given; can be held up at a gate, and counts the hooks.
 class RecordingLogger : public TavrelDDAbstractLogger {
