@@ -3,12 +3,17 @@
 /// \file
 /// Everything that applications use, in one include.
 
+#include "Capture/Audio/TavrelMicrophone.h"
+#include "Capture/Video/TavrelCamera.h"
+#include "Capture/Video/TavrelCameraConfiguration.h"
 #include "Capture/Video/TavrelFocusView.h"
+#include "Capture/Video/TavrelSampleBufferDelegateProxy.h"
 #include "Effects/TavrelAnimatedStickerCaptureEffect.h"
 #include "Effects/TavrelCaptureEffect.h"
 #include "Effects/TavrelExternalFilter.h"
 #include "Effects/TavrelExternalFilterCaptureEffect.h"
 #include "Effects/TavrelFaceBeautyCaptureEffect.h"
+#include "Effects/TavrelFilterCaptureEffect.h"
 #include "Effects/TavrelImageStickerCaptureEffect.h"
 #include "Effects/TavrelLUTFilterCaptureEffect.h"
 #include "Effects/TavrelObject.h"

@@ -1,0 +1,150 @@
+#include "Capture/Audio/TavrelMicrophone.h"
+
+#include <cstring>
+#include <utility>
+
+#include "Platform/Capture/CaptureClock.h"
+#include "Platform/Capture/CaptureDevice.h"
+#include "Platform/Media/AudioSession.h"
+#include "TavrelBase/Log/TavrelLogger.h"
+#include "TavrelBase/Utils/TavrelUtils.h"
+
+namespace tavrel {
+
+constexpr const char* kTag = "TavrelMicrophone";
+
+namespace {
+
+tl::unexpected<Error> refusal(const char* description) {
+  Error error = TavrelNewError(kTavrelErrorCode, description);
+  TAVREL_LOG_ERROR(kTag, "{}", error.description);
+  return tl::unexpected(std::move(error));
+}
+
+}  // namespace
+
+Expected<std::shared_ptr<TavrelMicrophone>> TavrelMicrophone::create(
+    const TavrelMicrophoneConfiguration& configuration) {
+  const std::shared_ptr<TavrelMicrophone> microphone(new TavrelMicrophone(configuration));
+  microphone->addObservers();
+  if (const auto ready = microphone->setupSession(); !ready) return tl::unexpected(ready.error());
+  return microphone;
+}
+
+TavrelMicrophone::~TavrelMicrophone() {
+  removeObservers();
+  if (session) stop();
+}
+
+Expected<void> TavrelMicrophone::setupSession() {
+  session = CaptureSession::create();
+  const auto input = CaptureDeviceInput::create(CaptureDevice::defaultDeviceWithMediaType(MediaType::audio));
+  if (!input) return tl::unexpected(input.error());
+  if (!session->canAddInput(*input)) return refusal("audio input can not be added to session");
+  session->addInput(*input);
+
+  const auto output = CaptureAudioDataOutput::create();
+  output->setSampleBufferDelegate(weak_from_this(), DispatchQueue::main());
+  if (!session->canAddOutput(output)) return refusal("audio data output can not be added to session");
+  session->addOutput(output);
+  connection = output->connectionWithMediaType(MediaType::audio);
+  return {};
+}
+
+void TavrelMicrophone::addObservers() {
+  observer_ = NotificationCenter::defaultCenter().addObserver(
+      kAudioSessionMediaServicesWereResetNotification, [weakThis = weak_from_this()](std::string_view, const void*) {
+        if (const auto microphone = weakThis.lock()) microphone->mediaServicesWereReset();
+      });
+}
+
+void TavrelMicrophone::removeObservers() {
+  NotificationCenter::defaultCenter().removeObserver(observer_);
+}
+
+std::shared_ptr<TavrelMicrophoneDelegate> TavrelMicrophone::delegate() const {
+  const std::lock_guard lock(delegateMutex_);
+  return delegate_.lock();
+}
+
+void TavrelMicrophone::setDelegate(std::weak_ptr<TavrelMicrophoneDelegate> delegate) {
+  const std::lock_guard lock(delegateMutex_);
+  delegate_ = std::move(delegate);
+}
+
+float TavrelMicrophone::averagePowerLevel() const {
+  const auto channels = connection->audioChannels();
+  if (channels.empty()) return 0;
+  float sum = 0;
+  for (const auto& channel : channels) sum += channel->averagePowerLevel();
+  return sum / static_cast<float>(channels.size());
+}
+
+void TavrelMicrophone::startWithCompletion(StartCompletion completion) {
+  if (running_.exchange(true)) {
+    if (completion) DispatchQueue::global()->async([completion = std::move(completion)] { completion(true, {}); });
+    return;
+  }
+  CaptureDevice::requestAccess(MediaType::audio, [microphone = shared_from_this(), completion](bool isGranted) {
+    DispatchQueue::global()->async([microphone, completion, isGranted] {
+      std::optional<Error> error;
+      // Whoever stopped meanwhile wants no sound any more.
+      if (isGranted && microphone->running_) {
+        microphone->session->startRunning();
+        if (const auto ready = microphone->setupAudioSession(); !ready) {
+          error = ready.error();
+          microphone->session->stopRunning();
+        }
+      }
+      if (!isGranted || error) microphone->running_ = false;
+      if (completion) completion(isGranted, error);
+    });
+  });
+}
+
+void TavrelMicrophone::stop() {
+  session->stopRunning();
+  running_ = false;
+}
+
+Expected<void> TavrelMicrophone::setupAudioSession() {
+  return AudioSession::shared().setCategory(
+      AudioSessionCategory::playAndRecord,
+      kAudioSessionCategoryOptionDefaultToSpeaker | kAudioSessionCategoryOptionAllowBluetoothA2DP);
+}
+
+void TavrelMicrophone::mediaServicesWereReset() {
+  if (const auto ready = setupAudioSession(); !ready) {
+    TAVREL_LOG_ERROR(kTag, "mediaServicesWereReset, but setupAudioSession error: {}", ready.error().description);
+  }
+}
+
+void TavrelMicrophone::didOutputSampleBuffer(CaptureAudioDataOutput&, const std::shared_ptr<SampleBuffer>& sampleBuffer,
+                                             const std::shared_ptr<CaptureConnection>&) {
+  // The clock that the camera's frame times come from.
+  const SampleTiming timing = {sampleBuffer->timingEntries().front().duration, CaptureClock::current()->now(),
+                               MediaTime::invalid()};
+  const auto copy = sampleBuffer->copyWithNewTiming({timing});
+  if (!copy) return;
+  if (mute_) {
+    if (const auto muted = muteSampleBuffer(**copy); !muted) {
+      TAVREL_LOG_ERROR(kTag, "muteSampleBuffer error : {}", muted.error().description);
+    }
+  }
+  if (const auto receiver = delegate()) receiver->didGetProcessedSampleBuffer(*this, *copy);
+}
+
+Expected<void> TavrelMicrophone::muteSampleBuffer(const SampleBuffer& sampleBuffer) {
+  const auto list = sampleBuffer.audioBufferList();
+  // The number that says that a buffer carries no such list.
+  constexpr std::int32_t kInvalidBuffer = -12731;
+  std::optional<Error> error;
+  if (!TavrelCheckStatus(list ? 0 : kInvalidBuffer, "CMSampleBufferGetAudioBufferListWithRetainedBlockBuffer error",
+                         &error)) {
+    return tl::unexpected(std::move(*error));
+  }
+  for (const AudioBuffer& buffer : list->buffers()) std::memset(buffer.data, 0, buffer.byteSize);
+  return {};
+}
+
+}  // namespace tavrel

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <memory>
+
+#include "Platform/Capture/CaptureVideoDataOutput.h"
+
+namespace tavrel {
+
+class TavrelSampleBufferDelegateProxy;
+
+/// Receives what the proxy was given.
+class TAVREL_API TavrelSampleBufferDelegateProxyDelegate {
+ public:
+  virtual ~TavrelSampleBufferDelegateProxyDelegate() = default;
+
+  virtual void didOutputSampleBuffer(TavrelSampleBufferDelegateProxy& proxy,
+                                     const std::shared_ptr<SampleBuffer>& sampleBuffer,
+                                     const std::shared_ptr<CaptureConnection>& connection) = 0;
+};
+
+/// Stands between a data output and whoever wants its frames, so that the capture room knows the proxy only. Frames for
+/// a delegate that is gone are ignored.
+class TAVREL_API TavrelSampleBufferDelegateProxy : public CaptureVideoDataOutputSampleBufferDelegate {
+ public:
+  std::shared_ptr<TavrelSampleBufferDelegateProxyDelegate> delegate() const { return delegate_.lock(); }
+  /// Before the proxy becomes an output's delegate.
+  void setDelegate(std::weak_ptr<TavrelSampleBufferDelegateProxyDelegate> delegate) { delegate_ = std::move(delegate); }
+
+  void didOutputSampleBuffer(CaptureVideoDataOutput&, const std::shared_ptr<SampleBuffer>& sampleBuffer,
+                             const std::shared_ptr<CaptureConnection>& connection) override {
+    if (const auto delegate = delegate_.lock()) delegate->didOutputSampleBuffer(*this, sampleBuffer, connection);
+  }
+
+ private:
+  std::weak_ptr<TavrelSampleBufferDelegateProxyDelegate> delegate_;
+};
+
+}  // namespace tavrel
