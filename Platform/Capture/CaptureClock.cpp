@@ -3,6 +3,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <utility>
 
 namespace tavrel {
 namespace {
@@ -36,11 +37,24 @@ class RealTimeClock : public CaptureClock {
   const nanoseconds offset_ = system_clock::now().time_since_epoch() - steady_clock::now().time_since_epoch();
 };
 
+std::mutex currentMutex;
+std::shared_ptr<CaptureClock> currentClock;
+
 }  // namespace
 
 const std::shared_ptr<CaptureClock>& CaptureClock::realTime() {
   static const std::shared_ptr<CaptureClock> clock = std::make_shared<RealTimeClock>();
   return clock;
+}
+
+std::shared_ptr<CaptureClock> CaptureClock::current() {
+  const std::lock_guard lock(currentMutex);
+  return currentClock ? currentClock : realTime();
+}
+
+void CaptureClock::setCurrent(std::shared_ptr<CaptureClock> clock) {
+  const std::lock_guard lock(currentMutex);
+  currentClock.swap(clock);
 }
 
 }  // namespace tavrel

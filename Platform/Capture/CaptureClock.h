@@ -22,6 +22,11 @@ class TAVREL_API CaptureClock {
   /// Setting the wall clock later does not move it.
   static const std::shared_ptr<CaptureClock>& realTime();
 
+  /// The clock that capture runs on: the real one, unless the virtual devices were given another.
+  static std::shared_ptr<CaptureClock> current();
+  /// nullptr restores the real clock. Devices that run keep theirs.
+  static void setCurrent(std::shared_ptr<CaptureClock> clock);
+
   virtual ~CaptureClock() = default;
 
   virtual MediaTime now() const = 0;
