@@ -32,14 +32,14 @@ class TAVREL_API CaptureAudioChannel {
   std::atomic<float> peakHoldLevel_ = kSilence;
 };
 
-/// The way of one media type from a session's input to one of its outputs. It belongs to the output, appears when the
-/// output joins a session and stays the same object while inputs come and go. Any thread.
+/// The way of one media type from a session's input to one of its outputs. It belongs to the output, appears when its
+/// session has both, and stays the same object while inputs come and go. Any thread.
 class TAVREL_API CaptureConnection {
  public:
   explicit CaptureConnection(MediaType mediaType);
 
   MediaType mediaType() const { return mediaType_; }
-  /// True while its session has an input of the media type.
+  /// True while its session has an input of the media type, running or not.
   bool isActive() const { return isActive_; }
 
   /// Cameras' connections: every orientation.

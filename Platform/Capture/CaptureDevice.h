@@ -133,6 +133,7 @@ class TAVREL_API CaptureDevice {
  private:
   friend class CaptureSystem;
   friend class CaptureSessionCore;
+  class Setting;
   struct Implementation;
 
   explicit CaptureDevice(std::unique_ptr<Implementation> implementation);

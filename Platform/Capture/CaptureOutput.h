@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 
@@ -21,15 +22,18 @@ class TAVREL_API CaptureOutput {
   virtual ~CaptureOutput();
 
   MediaType mediaType() const { return mediaType_; }
-  /// nullptr while the output belongs to no session, and for a media type that it does not take. A connection exists as
-  /// long as the output is in a session; `isActive` says whether anything can arrive.
+  /// nullptr while the output belongs to no session or its session has no input of the media type, and for a media type
+  /// that the output does not take. The same object comes back, with its settings, when the session has an input again.
   std::shared_ptr<CaptureConnection> connectionWithMediaType(MediaType mediaType) const;
 
  protected:
   explicit CaptureOutput(MediaType mediaType) : mediaType_(mediaType) {}
+  /// Whether its session runs.
+  bool isRunning() const { return isRunning_; }
 
  private:
   friend class CaptureSessionCore;
+  friend class CaptureSource;
 
   /// Takes a picture or a run of sound, on the device's capture thread. On a clock that waits for its devices it may
   /// block until there is room, and until `source` is cancelled.
@@ -40,6 +44,7 @@ class TAVREL_API CaptureOutput {
   virtual void deliveryEnded() {}
 
   const MediaType mediaType_;
+  std::atomic<bool> isRunning_ = false;
   mutable std::mutex connectionMutex_;
   std::shared_ptr<CaptureConnection> connection_;
 };

@@ -64,14 +64,17 @@ struct VirtualCamera::Implementation {
   Controls controls;
   Anchor anchor;
   MediaTime startTime;
+  double sceneStart = 0;
+  DropHandler dropHandler;
   std::uint64_t nextNumber = 0;  // the frame that is due next
   bool failureWasLogged = false;
 
   PacedDelivery delivery;  // last: its thread uses the rest
 
-  void begin(MediaTime start) {
+  void begin(MediaTime start, double sceneTime) {
     const std::lock_guard lock(mutex);
     startTime = start;
+    sceneStart = sceneTime;
     anchor.number = 0;
     anchor.time = start;
     nextNumber = 0;
@@ -91,7 +94,7 @@ struct VirtualCamera::Implementation {
       nextNumber = number + 1;
       time = anchor.timeOf(number);
       frame = {static_cast<std::uint32_t>(number),
-               (time - startTime).seconds(),
+               sceneStart + (time - startTime).seconds(),
                1 / anchor.frameRate,
                controls.torchLevel,
                controls.zoom,
@@ -150,11 +153,12 @@ const VirtualCamera::Configuration& VirtualCamera::configuration() const {
   return implementation_->configuration;
 }
 
-void VirtualCamera::start(Handler handler, std::shared_ptr<DispatchQueue> queue, MediaTime startTime) {
+void VirtualCamera::start(Handler handler, std::shared_ptr<DispatchQueue> queue, MediaTime startTime,
+                          double sceneStart) {
   if (isRunning()) return;
   Implementation& camera = *implementation_;
   const MediaTime start = startTime.isNumeric() ? startTime : camera.configuration.clock->now();
-  camera.begin(start.convertedToTimescale(CaptureClock::kTimescale));
+  camera.begin(start.convertedToTimescale(CaptureClock::kTimescale), sceneStart);
   PacedDelivery::Plan plan;
   plan.threadName = "tavrel.vcam";
   plan.clock = camera.configuration.clock;
@@ -164,7 +168,18 @@ void VirtualCamera::start(Handler handler, std::shared_ptr<DispatchQueue> queue,
   plan.produce = [&camera, shared = std::make_shared<Handler>(std::move(handler))](std::uint64_t number) {
     return camera.produce(number, shared);
   };
+  const std::lock_guard lock(camera.mutex);
+  if (camera.dropHandler) {
+    plan.drop = [&camera, dropHandler = camera.dropHandler](std::uint64_t number) {
+      dropHandler(camera.timeOf(number));
+    };
+  }
   camera.delivery.start(std::move(plan));
+}
+
+void VirtualCamera::setDropHandler(DropHandler handler) {
+  const std::lock_guard lock(implementation_->mutex);
+  implementation_->dropHandler = std::move(handler);
 }
 
 void VirtualCamera::stop() {

@@ -24,6 +24,8 @@ class TAVREL_API VirtualCamera {
   /// Receives a BGRA picture that nobody writes to any more, and the time of its frame on the camera's clock: start
   /// time + n / frame rate, rounded to the clock's timescale, not when it was drawn.
   using Handler = std::function<void(std::shared_ptr<PixelBuffer>, MediaTime presentationTime)>;
+  /// Receives the time of a frame that was dropped, on the camera's thread.
+  using DropHandler = std::function<void(MediaTime presentationTime)>;
 
   struct Configuration {
     int width = 1280;       ///< at least 16
@@ -56,7 +58,13 @@ class TAVREL_API VirtualCamera {
 
   /// Delivers frames to `handler` on `queue`, the first one at `startTime` (now, when it is not numeric). Give the
   /// microphone the same start time to put flash and beep on the same instants. Does nothing while running.
-  void start(Handler handler, std::shared_ptr<DispatchQueue> queue, MediaTime startTime = MediaTime::invalid());
+  ///
+  /// Without a queue the handler is called on the camera's thread, which then waits for it. `sceneStart` is the scene's
+  /// time at `startTime`, in seconds.
+  void start(Handler handler, std::shared_ptr<DispatchQueue> queue, MediaTime startTime = MediaTime::invalid(),
+             double sceneStart = 0);
+  /// For the next start.
+  void setDropHandler(DropHandler handler);
   /// Ends the delivery; when it returns, no handler runs any more, and none will. From inside the handler it returns at
   /// once, and the running call is the last one.
   void stop();

@@ -13,6 +13,8 @@
 
 namespace tavrel {
 
+class CaptureOutput;
+
 /// The bench on which programs that use the virtual devices are tested: what can go wrong goes wrong on demand. Each
 /// setting holds until it is changed or `reset`. Not part of what applications use. Any thread.
 ///

@@ -57,8 +57,9 @@ struct VirtualMicrophone::Implementation {
     return start + MediaTime::make(samples, configuration.sampleRate).convertedToTimescale(CaptureClock::kTimescale);
   }
 
-  PacedDelivery::Delivery produce(std::uint64_t number, MediaTime time, const std::shared_ptr<Handler>& handler) {
-    auto recorded = record(number, time);
+  PacedDelivery::Delivery produce(std::uint64_t number, std::uint64_t sceneOffset, MediaTime time,
+                                  const std::shared_ptr<Handler>& handler) {
+    auto recorded = record(number * kSamplesPerBuffer + sceneOffset, time);
     if (!recorded) {
       if (!std::exchange(failureWasLogged, true)) {
         ConsoleLog::write("Virtual microphone: {}", recorded.error().description);
@@ -68,9 +69,9 @@ struct VirtualMicrophone::Implementation {
     return [handler, buffer = std::move(*recorded)] { (*handler)(buffer); };
   }
 
-  Expected<std::shared_ptr<SampleBuffer>> record(std::uint64_t number, MediaTime time) {
+  Expected<std::shared_ptr<SampleBuffer>> record(std::uint64_t firstSample, MediaTime time) {
     std::array<float, kSamplesPerBuffer> samples{};
-    const auto rendered = sound->render(samples, number * kSamplesPerBuffer);
+    const auto rendered = sound->render(samples, firstSample);
     if (!rendered) return tl::unexpected(rendered.error());
     auto list = AudioBufferList::create(format, kSamplesPerBuffer);
     if (!list) return failure("capture", 1, "there is no memory left for sound");
@@ -115,7 +116,8 @@ const VirtualMicrophone::Configuration& VirtualMicrophone::configuration() const
   return implementation_->configuration;
 }
 
-void VirtualMicrophone::start(Handler handler, std::shared_ptr<DispatchQueue> queue, MediaTime startTime) {
+void VirtualMicrophone::start(Handler handler, std::shared_ptr<DispatchQueue> queue, MediaTime startTime,
+                              double sceneStart) {
   if (isRunning()) return;
   Implementation& microphone = *implementation_;
   const MediaTime start = (startTime.isNumeric() ? startTime : microphone.configuration.clock->now())
@@ -127,8 +129,11 @@ void VirtualMicrophone::start(Handler handler, std::shared_ptr<DispatchQueue> qu
   plan.maximumInFlight = kBuffersInFlight;
   plan.patience = kBuffersInFlight;
   plan.dueTime = [&microphone, start](std::uint64_t number) { return microphone.timeOf(start, number + 1); };
-  plan.produce = [&microphone, start, shared = std::make_shared<Handler>(std::move(handler))](std::uint64_t number) {
-    return microphone.produce(number, microphone.timeOf(start, number), shared);
+  const auto offset =
+      static_cast<std::uint64_t>(std::llround(std::fmax(0, sceneStart) * microphone.configuration.sampleRate));
+  plan.produce = [&microphone, start, offset,
+                  shared = std::make_shared<Handler>(std::move(handler))](std::uint64_t number) {
+    return microphone.produce(number, offset, microphone.timeOf(start, number), shared);
   };
   microphone.delivery.start(std::move(plan));
 }

@@ -50,8 +50,10 @@ class TAVREL_API VirtualMicrophone {
   const Configuration& configuration() const;
 
   /// Delivers buffers to `handler` on `queue`; sample 0 is at `startTime` (now, when it is not numeric). Does nothing
-  /// while running.
-  void start(Handler handler, std::shared_ptr<DispatchQueue> queue, MediaTime startTime = MediaTime::invalid());
+  /// while running. Without a queue the handler is called on the microphone's thread, which then waits for it.
+  /// `sceneStart` is the sound's time at `startTime`, in seconds.
+  void start(Handler handler, std::shared_ptr<DispatchQueue> queue, MediaTime startTime = MediaTime::invalid(),
+             double sceneStart = 0);
   /// Ends the delivery; when it returns, no handler runs any more, and none will. From inside the handler it returns at
   /// once, and the running call is the last one.
   void stop();

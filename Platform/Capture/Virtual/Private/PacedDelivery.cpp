@@ -18,12 +18,13 @@ class PacedDelivery::Run : public std::enable_shared_from_this<Run> {
     pthread_setname_np(pthread_self(), plan_.threadName.c_str());
     for (std::uint64_t number = 0; plan_.clock->waitUntil(plan_.dueTime(number), cancel, attendee_); ++number) {
       if (cancel.stop_requested()) break;
-      if (!deliver(number, cancel)) countDrop();
+      if (!deliver(number, cancel)) countDrop(number);
     }
     plan_.clock->detach(attendee_);
     // The device's state that `produce` refers to may go away now; blocks that still lie on the queue do not need it.
     plan_.produce = nullptr;
     plan_.dueTime = nullptr;
+    plan_.drop = nullptr;
   }
 
   void end() {
@@ -51,6 +52,10 @@ class PacedDelivery::Run : public std::enable_shared_from_this<Run> {
     if (!place) return false;
     Delivery delivery = plan_.produce(number);
     if (!delivery) return false;
+    if (!plan_.queue) {
+      runDelivery(delivery);
+      return true;
+    }
     plan_.queue->async([self = shared_from_this(), place = std::move(place), delivery = std::move(delivery)] {
       self->runDelivery(delivery);
     });
@@ -86,9 +91,12 @@ class PacedDelivery::Run : public std::enable_shared_from_this<Run> {
     changed_.notify_all();
   }
 
-  void countDrop() {
-    const std::lock_guard lock(mutex_);
-    ++dropped_;
+  void countDrop(std::uint64_t number) {
+    {
+      const std::lock_guard lock(mutex_);
+      ++dropped_;
+    }
+    if (plan_.drop) plan_.drop(number);
   }
 
   Plan plan_;

@@ -16,18 +16,19 @@ namespace tavrel {
 /// it to the consumer's queue, with a bounded number of deliveries on their way. Any thread.
 class PacedDelivery {
  public:
-  /// Hands one event to the consumer; runs on the consumer's queue.
+  /// Hands one event to the consumer; runs on the consumer's queue, or on the device's thread when there is none.
   using Delivery = std::function<void()>;
 
   struct Plan {
     std::string threadName;  ///< at most 15 characters
     std::shared_ptr<CaptureClock> clock;
-    std::shared_ptr<DispatchQueue> queue;
+    std::shared_ptr<DispatchQueue> queue;  ///< nullptr: the consumer is called on the device's thread
     unsigned maximumInFlight = 1;
     /// How many events may be due before the current one counts as missed, on a real-time clock.
     unsigned patience = 1;
-    std::function<MediaTime(std::uint64_t number)> dueTime;  ///< called on the device's thread
-    std::function<Delivery(std::uint64_t number)> produce;   ///< called on the device's thread; empty when it failed
+    std::function<MediaTime(std::uint64_t number)> dueTime;    ///< called on the device's thread
+    std::function<Delivery(std::uint64_t number)> produce;     ///< called on the device's thread; empty when it failed
+    std::function<void(std::uint64_t number)> drop = nullptr;  ///< called on the device's thread
   };
 
   PacedDelivery();

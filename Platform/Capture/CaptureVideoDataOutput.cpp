@@ -1,0 +1,128 @@
+#include "Platform/Capture/CaptureVideoDataOutput.h"
+
+#include <atomic>
+#include <mutex>
+#include <utility>
+
+#include "Platform/Capture/Private/CaptureHandover.h"
+#include "Platform/Capture/Private/CaptureSource.h"
+#include "Platform/Foundation/FatalAssertion.h"
+
+namespace tavrel {
+namespace {
+
+constexpr unsigned kUnderWayWhenDiscarding = 2;
+constexpr unsigned kUnderWayAtMost = 8;
+
+}  // namespace
+
+struct CaptureVideoDataOutput::Implementation {
+  const std::shared_ptr<CaptureHandover> handover = std::make_shared<CaptureHandover>();
+  std::atomic<bool> discardsLate = true;
+  std::atomic<std::uint64_t> delivered = 0;
+  std::atomic<std::uint64_t> dropped = 0;
+  mutable std::mutex mutex;
+  std::weak_ptr<CaptureVideoDataOutputSampleBufferDelegate> delegate;
+};
+
+std::shared_ptr<CaptureVideoDataOutput> CaptureVideoDataOutput::create() {
+  return std::shared_ptr<CaptureVideoDataOutput>(new CaptureVideoDataOutput);
+}
+
+CaptureVideoDataOutput::CaptureVideoDataOutput()
+    : CaptureOutput(MediaType::video), implementation_(std::make_unique<Implementation>()) {}
+
+CaptureVideoDataOutput::~CaptureVideoDataOutput() = default;
+
+bool CaptureVideoDataOutput::alwaysDiscardsLateVideoFrames() const {
+  return implementation_->discardsLate;
+}
+
+void CaptureVideoDataOutput::setAlwaysDiscardsLateVideoFrames(bool discards) {
+  implementation_->discardsLate = discards;
+}
+
+CaptureVideoSettings CaptureVideoDataOutput::videoSettings() const {
+  return {};
+}
+
+void CaptureVideoDataOutput::setVideoSettings(const CaptureVideoSettings& settings) {
+  if (settings.pixelFormat != PixelFormat::bgra32) {
+    fatalAssertion("setVideoSettings was given the pixel format {:#x}; video data outputs deliver 'BGRA' only",
+                   static_cast<std::uint32_t>(settings.pixelFormat));
+  }
+}
+
+void CaptureVideoDataOutput::setSampleBufferDelegate(std::weak_ptr<CaptureVideoDataOutputSampleBufferDelegate> delegate,
+                                                     std::shared_ptr<DispatchQueue> queue) {
+  if (queue && !queue->attribute().isSerial) fatalAssertion("setSampleBufferDelegate needs a serial queue");
+  {
+    const std::lock_guard lock(implementation_->mutex);
+    implementation_->delegate = std::move(delegate);
+  }
+  implementation_->handover->setQueue(std::move(queue));
+}
+
+std::shared_ptr<CaptureVideoDataOutputSampleBufferDelegate> CaptureVideoDataOutput::sampleBufferDelegate() const {
+  const std::lock_guard lock(implementation_->mutex);
+  return implementation_->delegate.lock();
+}
+
+std::shared_ptr<DispatchQueue> CaptureVideoDataOutput::sampleBufferCallbackQueue() const {
+  return implementation_->handover->queue();
+}
+
+std::uint64_t CaptureVideoDataOutput::deliveredFrames() const {
+  return implementation_->delivered;
+}
+
+std::uint64_t CaptureVideoDataOutput::droppedFrames() const {
+  return implementation_->dropped;
+}
+
+void CaptureVideoDataOutput::deliver(const std::shared_ptr<SampleBuffer>& sample, CaptureSource& source) {
+  Implementation& output = *implementation_;
+  auto connection = connectionWithMediaType(MediaType::video);
+  if (!connection) return;
+  const bool discards = output.discardsLate;
+  const unsigned limit = discards || !source.isRealTime() ? kUnderWayWhenDiscarding : kUnderWayAtMost;
+  CaptureHandover::Ticket ticket;
+  switch (output.handover->enter(limit, !source.isRealTime(), source.cancellation(), ticket)) {
+    case CaptureHandover::Entry::closed:
+      return;
+    case CaptureHandover::Entry::full:
+      return reportDrop(sample->timingEntries().front(),
+                        discards ? CaptureDroppedFrameReason::frameWasLate : CaptureDroppedFrameReason::outOfBuffers);
+    case CaptureHandover::Entry::granted:
+      break;
+  }
+  auto turned = source.turned(sample, *connection);
+  if (!turned) return reportDrop(sample->timingEntries().front(), CaptureDroppedFrameReason::outOfBuffers);
+  output.handover->send(std::move(ticket),
+                        [self = shared_from_this(), turned = std::move(turned), connection = std::move(connection)] {
+                          ++self->implementation_->delivered;
+                          if (const auto delegate = self->sampleBufferDelegate())
+                            delegate->didOutputSampleBuffer(*self, turned, connection);
+                        });
+}
+
+void CaptureVideoDataOutput::deliverDrop(const SampleTiming& timing) {
+  reportDrop(timing, CaptureDroppedFrameReason::discontinuity);
+}
+
+void CaptureVideoDataOutput::reportDrop(const SampleTiming& timing, CaptureDroppedFrameReason reason) {
+  ++implementation_->dropped;
+  auto connection = connectionWithMediaType(MediaType::video);
+  implementation_->handover->sendAnyway(
+      [self = shared_from_this(), timing, reason, connection = std::move(connection)] {
+        if (const auto delegate = self->sampleBufferDelegate()) {
+          delegate->didDropSampleBuffer(*self, timing, reason, connection);
+        }
+      });
+}
+
+void CaptureVideoDataOutput::deliveryEnded() {
+  implementation_->handover->callOff();
+}
+
+}  // namespace tavrel

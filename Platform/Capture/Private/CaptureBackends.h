@@ -1,0 +1,14 @@
+#pragma once
+
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "Platform/Capture/Private/CaptureBackend.h"
+
+namespace tavrel {
+
+/// The backends for real devices that `name` (pipewire, v4l2, auto, virtual) asks for, best first.
+std::vector<std::unique_ptr<CaptureBackend>> makeCaptureBackends(std::string_view name);
+
+}  // namespace tavrel

@@ -1,0 +1,122 @@
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <optional>
+#include <utility>
+
+#include "Platform/Capture/CaptureSession.h"
+#include "Platform/Capture/Private/CaptureDeviceImplementation.h"
+#include "Platform/Capture/Private/FrameRates.h"
+
+namespace tavrel {
+namespace {
+
+struct NamedPreset {
+  std::string_view name;
+  CaptureVideoDimensions dimensions;
+};
+
+constexpr NamedPreset kNamedPresets[] = {
+    {kCaptureSessionPresetPhoto, {0, 0}},
+    {kCaptureSessionPresetHigh, {1280, 720}},
+    {kCaptureSessionPresetMedium, {640, 480}},
+    {kCaptureSessionPresetLow, {320, 240}},
+};
+
+constexpr int kSmallestSide = 16;
+constexpr int kLargestSide = 16384;
+
+std::optional<int> sideOf(std::string_view digits) {
+  int side = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), side);
+  if (error != std::errc() || end != digits.data() + digits.size()) return std::nullopt;
+  if (side < kSmallestSide || side > kLargestSide) return std::nullopt;
+  return side;
+}
+
+long areaOf(CaptureVideoDimensions dimensions) {
+  return static_cast<long>(dimensions.width) * dimensions.height;
+}
+
+}  // namespace
+
+std::optional<CaptureVideoDimensions> dimensionsOfPreset(std::string_view preset) {
+  for (const NamedPreset& named : kNamedPresets) {
+    if (named.name == preset) return named.dimensions;
+  }
+  const std::size_t cross = preset.find('x');
+  if (cross == std::string_view::npos) return std::nullopt;
+  const auto width = sideOf(preset.substr(0, cross));
+  const auto height = sideOf(preset.substr(cross + 1));
+  if (!width || !height) return std::nullopt;
+  return CaptureVideoDimensions{*width, *height};
+}
+
+CaptureDevice::Implementation::Implementation(std::shared_ptr<CaptureDriver> usedDriver,
+                                              CaptureDevicePosition usedPosition)
+    : uniqueID(usedDriver->description().uniqueID),
+      localizedName(usedDriver->description().localizedName),
+      backendName(usedDriver->description().backendName),
+      mediaType(usedDriver->description().mediaType),
+      position(usedPosition),
+      driver(std::move(usedDriver)),
+      formats(driver->description().formats) {
+  const CaptureCapabilities capabilities = driver->capabilities();
+  if (!capabilities.focusModes[2]) controls.focusMode = CaptureFocusMode::locked;
+  if (!capabilities.exposureModes[2]) controls.exposureMode = CaptureExposureMode::locked;
+  useFormat(nearestFormat({1280, 720}));
+}
+
+void CaptureDevice::Implementation::useFormat(std::shared_ptr<const CaptureDeviceFormat> format) {
+  activeFormat = std::move(format);
+  minFrameDuration = maxFrameDuration = defaultFrameDuration(activeFormat->videoSupportedFrameRateRanges);
+  controls.zoomFactor = std::clamp(controls.zoomFactor, 1.0, std::max(1.0, activeFormat->videoMaxZoomFactor));
+}
+
+void CaptureDevice::Implementation::replaceDriver(std::shared_ptr<CaptureDriver> newDriver) {
+  driver = std::move(newDriver);
+  const auto& offered = driver->description().formats;
+  if (offered == formats) return;
+  formats = offered;
+  const MediaTime shortest = minFrameDuration;
+  const MediaTime longest = maxFrameDuration;
+  useFormat(nearestFormat(activeFormat->dimensions));
+  const auto& ranges = activeFormat->videoSupportedFrameRateRanges;
+  minFrameDuration = nearestFrameDuration(ranges, shortest);
+  maxFrameDuration = nearestFrameDuration(ranges, longest);
+}
+
+double CaptureDevice::Implementation::frameRate() const {
+  return nearestFrameRate(activeFormat->videoSupportedFrameRateRanges, frameRateOf(minFrameDuration));
+}
+
+std::shared_ptr<const CaptureDeviceFormat> CaptureDevice::Implementation::nearestFormat(
+    CaptureVideoDimensions wanted) const {
+  // The same size, else the one whose area is nearest; of equal ones the first.
+  const auto badness = [&](const std::shared_ptr<const CaptureDeviceFormat>& format) {
+    return format->dimensions == wanted ? -1 : std::labs(areaOf(format->dimensions) - areaOf(wanted));
+  };
+  return *std::min_element(formats.begin(), formats.end(),
+                           [&](const auto& left, const auto& right) { return badness(left) < badness(right); });
+}
+
+std::shared_ptr<const CaptureDeviceFormat> CaptureDevice::Implementation::formatForPreset(std::string_view preset,
+                                                                                          bool exactly) {
+  const auto wanted = dimensionsOfPreset(preset);
+  if (!wanted) return nullptr;
+  if (*wanted == CaptureVideoDimensions{}) {
+    return *std::max_element(formats.begin(), formats.end(), [](const auto& left, const auto& right) {
+      return areaOf(left->dimensions) < areaOf(right->dimensions);
+    });
+  }
+  auto nearest = nearestFormat(*wanted);
+  const bool isNamed = preset.find('x') == std::string_view::npos;
+  if (nearest->dimensions == *wanted || isNamed) return nearest;
+  if (auto made = driver->formatOfSize(*wanted)) {
+    formats.push_back(made);
+    return made;
+  }
+  return exactly ? nullptr : nearest;
+}
+
+}  // namespace tavrel

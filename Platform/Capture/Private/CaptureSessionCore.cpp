@@ -1,0 +1,401 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "Platform/Capture/Private/CaptureDeviceImplementation.h"
+#include "Platform/Capture/Private/CaptureSessionCore.h"
+#include "Platform/Capture/Private/CaptureSystem.h"
+#include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Foundation/NotificationCenter.h"
+
+namespace tavrel {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::chrono::seconds kWatchInterval(1);
+/// A camera that delivers nothing for so long has frozen.
+constexpr std::chrono::seconds kLongestSilence(4);
+constexpr std::array<MediaType, 2> kMediaTypes = {MediaType::video, MediaType::audio};
+
+template <typename T>
+bool contains(const std::vector<T>& all, const T& one) {
+  return std::find(all.begin(), all.end(), one) != all.end();
+}
+
+}  // namespace
+
+CaptureSessionCore::~CaptureSessionCore() {
+  for (Slot& slot : slots_) close(slot);
+}
+
+void CaptureSessionCore::setOwner(std::weak_ptr<CaptureSession> owner) {
+  const std::lock_guard lock(state_);
+  owner_ = std::move(owner);
+}
+
+std::string CaptureSessionCore::sessionPreset() const {
+  const std::lock_guard lock(state_);
+  return preset_;
+}
+
+bool CaptureSessionCore::canSetSessionPreset(std::string_view preset) const {
+  if (preset == kCaptureSessionPresetInputPriority) return true;
+  if (!dimensionsOfPreset(preset)) return false;
+  const auto device = deviceOf(MediaType::video);
+  if (!device) return true;
+  const std::lock_guard lock(device->implementation_->mutex);
+  return device->implementation_->formatForPreset(preset, true) != nullptr;
+}
+
+void CaptureSessionCore::setSessionPreset(std::string_view preset) {
+  const std::lock_guard operation(operation_);
+  if (!canSetSessionPreset(preset)) return;
+  {
+    const std::lock_guard lock(state_);
+    preset_ = preset;
+  }
+  if (const auto device = deviceOf(MediaType::video)) chooseFormat(device);
+  refresh();
+}
+
+void CaptureSessionCore::beginConfiguration() {
+  const std::lock_guard operation(operation_);
+  ++configurationDepth_;
+}
+
+void CaptureSessionCore::commitConfiguration() {
+  const std::lock_guard operation(operation_);
+  if (configurationDepth_ == 0) fatalAssertion("commitConfiguration was called without beginConfiguration");
+  --configurationDepth_;
+  refresh();
+}
+
+bool CaptureSessionCore::canAddInput(const std::shared_ptr<CaptureDeviceInput>& input) const {
+  const std::lock_guard lock(state_);
+  return isInputAddable(input);
+}
+
+bool CaptureSessionCore::isInputAddable(const std::shared_ptr<CaptureDeviceInput>& input) const {
+  if (!input) return false;
+  const MediaType mediaType = input->device()->mediaType();
+  const bool isTaken = std::any_of(inputs_.begin(), inputs_.end(),
+                                   [&](const auto& other) { return other->device()->mediaType() == mediaType; });
+  return !isTaken && !CaptureSystem::shared().virtualBackend().refusesInput(*input->device());
+}
+
+void CaptureSessionCore::addInput(const std::shared_ptr<CaptureDeviceInput>& input) {
+  const std::lock_guard operation(operation_);
+  {
+    const std::lock_guard lock(state_);
+    if (!isInputAddable(input)) fatalAssertion("addInput was called with an input that canAddInput refuses");
+    inputs_.push_back(input);
+  }
+  const auto& device = input->device();
+  // At once, so that settings made before the commit are made on the format that will be used.
+  if (device->mediaType() == MediaType::video) chooseFormat(device);
+  {
+    const std::lock_guard lock(device->implementation_->mutex);
+    device->implementation_->user = weak_from_this();
+  }
+  refresh();
+}
+
+void CaptureSessionCore::removeInput(const std::shared_ptr<CaptureDeviceInput>& input) {
+  const std::lock_guard operation(operation_);
+  {
+    const std::lock_guard lock(state_);
+    if (std::erase(inputs_, input) == 0) return;
+  }
+  {
+    CaptureDevice::Implementation& device = *input->device()->implementation_;
+    const std::lock_guard lock(device.mutex);
+    if (device.user.lock().get() == this) device.user.reset();
+  }
+  refresh();
+}
+
+std::vector<std::shared_ptr<CaptureDeviceInput>> CaptureSessionCore::inputs() const {
+  const std::lock_guard lock(state_);
+  return inputs_;
+}
+
+bool CaptureSessionCore::canAddOutput(const std::shared_ptr<CaptureOutput>& output) const {
+  if (!output) return false;
+  {
+    const std::lock_guard lock(output->connectionMutex_);
+    if (output->connection_) return false;
+  }
+  return !CaptureSystem::shared().virtualBackend().refusesOutput(*output);
+}
+
+void CaptureSessionCore::addOutput(const std::shared_ptr<CaptureOutput>& output) {
+  const std::lock_guard operation(operation_);
+  if (!canAddOutput(output)) fatalAssertion("addOutput was called with an output that canAddOutput refuses");
+  {
+    const std::lock_guard lock(output->connectionMutex_);
+    output->connection_ = std::make_shared<CaptureConnection>(output->mediaType());
+  }
+  {
+    const std::lock_guard lock(state_);
+    outputs_.push_back(output);
+  }
+  refresh();
+}
+
+void CaptureSessionCore::removeOutput(const std::shared_ptr<CaptureOutput>& output) {
+  const std::lock_guard operation(operation_);
+  {
+    const std::lock_guard lock(state_);
+    if (std::erase(outputs_, output) == 0) return;
+  }
+  {
+    const std::lock_guard lock(output->connectionMutex_);
+    output->connection_->setActive(false);
+    output->connection_ = nullptr;
+  }
+  output->isRunning_ = false;
+  refresh();
+  output->deliveryEnded();
+}
+
+std::vector<std::shared_ptr<CaptureOutput>> CaptureSessionCore::outputs() const {
+  const std::lock_guard lock(state_);
+  return outputs_;
+}
+
+std::shared_ptr<CaptureDevice> CaptureSessionCore::deviceOf(MediaType mediaType) const {
+  const std::lock_guard lock(state_);
+  for (const auto& input : inputs_) {
+    if (input->device()->mediaType() == mediaType) return input->device();
+  }
+  return nullptr;
+}
+
+std::vector<std::shared_ptr<CaptureOutput>> CaptureSessionCore::outputsOf(MediaType mediaType) const {
+  auto all = outputs();
+  std::erase_if(all, [&](const auto& output) { return output->mediaType() != mediaType; });
+  return all;
+}
+
+void CaptureSessionCore::startRunning() {
+  const std::lock_guard operation(operation_);
+  if (isRunning_) return;
+  isRunning_ = true;
+  {
+    const std::lock_guard lock(state_);
+    runtimeError_.reset();
+  }
+  ++runNumber_;
+  refresh();
+  watch(runNumber_);
+}
+
+void CaptureSessionCore::stopRunning() {
+  const std::lock_guard operation(operation_);
+  if (!isRunning_) return;
+  isRunning_ = false;
+  ++runNumber_;
+  for (Slot& slot : slots_) {
+    close(slot);
+    slot.hasFailed = false;
+  }
+  for (const auto& output : outputs()) {
+    output->isRunning_ = false;
+    output->deliveryEnded();
+  }
+}
+
+std::optional<Error> CaptureSessionCore::runtimeError() const {
+  const std::lock_guard lock(state_);
+  return runtimeError_;
+}
+
+void CaptureSessionCore::chooseFormat(const std::shared_ptr<CaptureDevice>& device) const {
+  const std::string preset = sessionPreset();
+  CaptureDevice::Implementation& chosen = *device->implementation_;
+  const std::lock_guard lock(chosen.mutex);
+  if (auto format = chosen.formatForPreset(preset, false); format && format != chosen.activeFormat) {
+    chosen.useFormat(std::move(format));
+  }
+}
+
+void CaptureSessionCore::refresh() {
+  for (const MediaType mediaType : kMediaTypes) {
+    const bool isActive = deviceOf(mediaType) != nullptr;
+    for (const auto& output : outputsOf(mediaType)) {
+      output->isRunning_ = isRunning_.load();
+      output->connection_->setActive(isActive);
+    }
+    if (configurationDepth_ == 0) refreshSlot(mediaType, slots_[static_cast<std::size_t>(mediaType)]);
+  }
+}
+
+void CaptureSessionCore::refreshSlot(MediaType mediaType, Slot& slot) {
+  const auto device = deviceOf(mediaType);
+  const auto wanted = outputsOf(mediaType);
+  if (!isRunning_ || !device || wanted.empty()) {
+    const bool wasOpen = slot.source != nullptr;
+    close(slot);
+    slot.hasFailed = false;
+    if (wasOpen && !device) {
+      for (const auto& output : wanted) output->deliveryEnded();
+    }
+    return;
+  }
+  if (slot.source && (slot.source->device() != device || slot.source->format != device->activeFormat())) {
+    if (slot.source->device() != device) slot.hasFailed = false;
+    close(slot);
+  }
+  if (slot.source) {
+    slot.source->setOutputs(wanted);
+  } else {
+    open(slot, device);
+  }
+}
+
+void CaptureSessionCore::open(Slot& slot, const std::shared_ptr<CaptureDevice>& device) {
+  CaptureDevice::Implementation& opened = *device->implementation_;
+  CaptureRun run;
+  std::shared_ptr<CaptureSource> source;
+  {
+    const std::lock_guard lock(opened.mutex);
+    if (opened.isConnected) source = std::make_shared<CaptureSource>(device, opened.driver, weak_from_this());
+    run.format = opened.activeFormat;
+    run.frameRate = opened.frameRate();
+    run.controls = opened.controls;
+  }
+  if (!source) {
+    return fail(slot, Error{"capture", 1, fmt::format("{} is not connected; plug it in again", opened.localizedName)});
+  }
+  source->format = run.format;
+  source->setOutputs(outputsOf(device->mediaType()));
+  run.sink = source;
+  const double frameRate = run.frameRate;
+  const CaptureControls controls = run.controls;
+  // Before it delivers, so that its first sample finds it.
+  slot.source = source;
+  if (auto started = source->driver()->open(std::move(run)); !started) {
+    slot.source = nullptr;
+    source->cancel();
+    return fail(slot, started.error());
+  }
+  // What was set on the device while it opened.
+  const std::lock_guard lock(opened.mutex);
+  if (opened.frameRate() != frameRate) source->driver()->setFrameRate(opened.frameRate());
+  if (opened.controls == controls) return;
+  for (const auto control :
+       {CaptureControl::torch, CaptureControl::focus, CaptureControl::exposure, CaptureControl::zoom}) {
+    source->driver()->apply(control, opened.controls);
+  }
+}
+
+void CaptureSessionCore::close(Slot& slot) {
+  const auto source = std::move(slot.source);
+  slot.source = nullptr;
+  if (!source) return;
+  source->cancel();
+  source->driver()->close();
+}
+
+void CaptureSessionCore::fail(Slot& slot, Error error) {
+  close(slot);
+  {
+    const std::lock_guard lock(state_);
+    runtimeError_ = std::move(error);
+  }
+  // Once for each time that something breaks, not for each attempt to mend it.
+  if (!std::exchange(slot.hasFailed, true)) post(kCaptureSessionRuntimeErrorNotification);
+}
+
+void CaptureSessionCore::post(const char* name) {
+  std::shared_ptr<CaptureSession> owner;
+  {
+    const std::lock_guard lock(state_);
+    owner = owner_.lock();
+  }
+  if (!owner) return;
+  DispatchQueue::global()->async(
+      [name, owner = std::move(owner)] { NotificationCenter::defaultCenter().post(name, owner.get()); });
+}
+
+void CaptureSessionCore::watch(unsigned runNumber) {
+  CaptureSystem::shared().queue()->asyncAfter(kWatchInterval, [weak = weak_from_this(), runNumber] {
+    const auto self = weak.lock();
+    if (!self) return;
+    const std::lock_guard operation(self->operation_);
+    if (self->runNumber_ != runNumber) return;
+    self->look();
+    self->watch(runNumber);
+  });
+}
+
+void CaptureSessionCore::look() {
+  if (!isRunning_ || configurationDepth_ > 0) return;
+  for (const MediaType mediaType : kMediaTypes) {
+    Slot& slot = slots_[static_cast<std::size_t>(mediaType)];
+    if (!slot.source) {
+      const auto device = deviceOf(mediaType);
+      if (device && device->isConnected()) refreshSlot(mediaType, slot);
+    } else if (mediaType == MediaType::video && slot.source->isRealTime() && slot.source->silence() > kLongestSilence) {
+      fail(slot, Error{"capture", 1,
+                       fmt::format("{} has delivered no picture for {} seconds", slot.source->device()->localizedName(),
+                                   kLongestSilence.count())});
+    }
+  }
+}
+
+void CaptureSessionCore::deviceFormatWasSet() {
+  const std::lock_guard operation(operation_);
+  {
+    const std::lock_guard lock(state_);
+    preset_ = kCaptureSessionPresetInputPriority;
+  }
+  refresh();
+}
+
+CaptureSessionCore::Slot* CaptureSessionCore::slotOf(const std::shared_ptr<CaptureSource>& source) {
+  const auto found =
+      std::find_if(slots_.begin(), slots_.end(), [&](const Slot& slot) { return slot.source == source; });
+  return found != slots_.end() ? &*found : nullptr;
+}
+
+void CaptureSessionCore::deviceWentAway(const std::shared_ptr<CaptureDevice>& device) {
+  CaptureSystem::shared().queue()->async([self = shared_from_this(), device] {
+    const std::lock_guard operation(self->operation_);
+    for (Slot& slot : self->slots_) {
+      if (!slot.source || slot.source->device() != device) continue;
+      self->fail(slot, Error{"capture", 1, fmt::format("{} was unplugged", device->localizedName())});
+    }
+  });
+}
+
+void CaptureSessionCore::deviceCameBack() {
+  CaptureSystem::shared().queue()->async([self = shared_from_this()] {
+    const std::lock_guard operation(self->operation_);
+    self->look();
+  });
+}
+
+void CaptureSessionCore::sourceDelivers(const std::shared_ptr<CaptureSource>& source) {
+  CaptureSystem::shared().queue()->async([self = shared_from_this(), source] {
+    const std::lock_guard operation(self->operation_);
+    Slot* slot = self->slotOf(source);
+    if (!slot || !std::exchange(slot->hasFailed, false)) return;
+    {
+      const std::lock_guard lock(self->state_);
+      self->runtimeError_.reset();
+    }
+    self->post(kCaptureSessionDidRecoverNotification);
+  });
+}
+
+void CaptureSessionCore::sourceFailed(const std::shared_ptr<CaptureSource>& source, Error error) {
+  CaptureSystem::shared().queue()->async([self = shared_from_this(), source, error = std::move(error)]() mutable {
+    const std::lock_guard operation(self->operation_);
+    if (Slot* slot = self->slotOf(source)) self->fail(*slot, std::move(error));
+  });
+}
+
+}  // namespace tavrel

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Platform/Capture/CaptureSession.h"
+#include "Platform/Capture/Private/CaptureSource.h"
+
+namespace tavrel {
+
+/// What a session is, apart from its public face: devices and the watch over them hold it weakly.
+///
+/// Two locks: `operation_` is held through a whole change, also while devices open; `state_` only while values are read
+/// or written, so that getters never wait for a device.
+class CaptureSessionCore : public std::enable_shared_from_this<CaptureSessionCore> {
+ public:
+  ~CaptureSessionCore();
+
+  void setOwner(std::weak_ptr<CaptureSession> owner);
+
+  std::string sessionPreset() const;
+  bool canSetSessionPreset(std::string_view preset) const;
+  void setSessionPreset(std::string_view preset);
+  void beginConfiguration();
+  void commitConfiguration();
+  bool canAddInput(const std::shared_ptr<CaptureDeviceInput>& input) const;
+  void addInput(const std::shared_ptr<CaptureDeviceInput>& input);
+  void removeInput(const std::shared_ptr<CaptureDeviceInput>& input);
+  std::vector<std::shared_ptr<CaptureDeviceInput>> inputs() const;
+  bool canAddOutput(const std::shared_ptr<CaptureOutput>& output) const;
+  void addOutput(const std::shared_ptr<CaptureOutput>& output);
+  void removeOutput(const std::shared_ptr<CaptureOutput>& output);
+  std::vector<std::shared_ptr<CaptureOutput>> outputs() const;
+  void startRunning();
+  void stopRunning();
+  bool isRunning() const { return isRunning_; }
+  std::optional<Error> runtimeError() const;
+
+  // From devices and sources; none of these blocks, except the first, which may reopen the device.
+  void deviceFormatWasSet();
+  void deviceWentAway(const std::shared_ptr<CaptureDevice>& device);
+  void deviceCameBack();
+  void sourceDelivers(const std::shared_ptr<CaptureSource>& source);
+  void sourceFailed(const std::shared_ptr<CaptureSource>& source, Error error);
+
+ private:
+  /// What is open of one media type.
+  struct Slot {
+    std::shared_ptr<CaptureSource> source;
+    bool hasFailed = false;  // and has been reported
+  };
+
+  // All of these with `operation_` held.
+  void refresh();
+  void refreshSlot(MediaType mediaType, Slot& slot);
+  void open(Slot& slot, const std::shared_ptr<CaptureDevice>& device);
+  static void close(Slot& slot);
+  void fail(Slot& slot, Error error);
+  void watch(unsigned runNumber);
+  void look();
+  void chooseFormat(const std::shared_ptr<CaptureDevice>& device) const;
+  Slot* slotOf(const std::shared_ptr<CaptureSource>& source);
+
+  std::shared_ptr<CaptureDevice> deviceOf(MediaType mediaType) const;
+  std::vector<std::shared_ptr<CaptureOutput>> outputsOf(MediaType mediaType) const;
+  bool isInputAddable(const std::shared_ptr<CaptureDeviceInput>& input) const;
+  void post(const char* name);
+
+  std::mutex operation_;
+  int configurationDepth_ = 0;
+  std::array<Slot, 2> slots_;  // by media type
+  unsigned runNumber_ = 0;
+  std::atomic<bool> isRunning_ = false;
+
+  mutable std::mutex state_;
+  std::weak_ptr<CaptureSession> owner_;
+  std::string preset_ = kCaptureSessionPresetHigh;
+  std::vector<std::shared_ptr<CaptureDeviceInput>> inputs_;
+  std::vector<std::shared_ptr<CaptureOutput>> outputs_;
+  std::optional<Error> runtimeError_;
+};
+
+}  // namespace tavrel

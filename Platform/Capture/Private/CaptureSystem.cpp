@@ -1,0 +1,336 @@
+#include <fmt/format.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+
+#include "Platform/Capture/Private/CaptureBackends.h"
+#include "Platform/Capture/Private/CaptureDeviceImplementation.h"
+#include "Platform/Capture/Private/CaptureSessionCore.h"
+#include "Platform/Capture/Private/CaptureSystem.h"
+#include "Platform/Dispatch/Private/DispatchRuntime.h"
+#include "Platform/Foundation/ConsoleLog.h"
+#include "Platform/Foundation/NotificationCenter.h"
+#include "Platform/Media/AudioSession.h"
+
+namespace tavrel {
+namespace {
+
+constexpr std::string_view kFilePrefix = "file:";
+constexpr std::string_view kVirtualName = "virtual";
+
+/// What `TAVREL_CAPTURE` asks for.
+std::string_view wantedBackend() {
+  const char* value = std::getenv("TAVREL_CAPTURE");  // NOLINT(concurrency-mt-unsafe): nothing here sets variables
+  return value && *value ? std::string_view(value) : std::string_view("auto");
+}
+
+void postLater(const char* name, const std::shared_ptr<const void>& object) {
+  DispatchQueue::global()->async([name, object] { NotificationCenter::defaultCenter().post(name, object.get()); });
+}
+
+}  // namespace
+
+CaptureSystem& CaptureSystem::shared() {
+  // Never destroyed: devices and queues are used by whatever else ends late.
+  static auto* system = [] {
+    auto* created = new CaptureSystem;
+    DispatchRuntime::shared().atExit([created] { created->windUp(); });
+    return created;
+  }();
+  return *system;
+}
+
+CaptureSystem::CaptureSystem()
+    : queue_(DispatchQueue::create("tavrel.capture")), virtual_(std::make_unique<VirtualCaptureBackend>()) {}
+
+void CaptureSystem::windUp() {
+  const std::lock_guard start(startMutex_);
+  stopBackends();
+  std::vector<std::shared_ptr<CaptureDevice>> devices;
+  {
+    const std::lock_guard lock(mutex_);
+    devices = devices_;
+  }
+  for (const auto& device : devices) device->implementation_->driver->close();
+  queue_->shutDown();
+}
+
+void CaptureSystem::ensureStarted() {
+  const std::lock_guard start(startMutex_);
+  if (isStarted_) return;
+  const std::string_view wanted = wantedBackend();
+  usesVirtual_ = wanted == "auto" || wanted == kVirtualName;
+  backends_ = makeCaptureBackends(wanted);
+  if (backends_.empty() && !usesVirtual_) {
+    ConsoleLog::write("TAVREL_CAPTURE={} is not known or was not built in; choose pipewire, v4l2, virtual or auto",
+                      wanted);
+  }
+  startBackends();
+}
+
+void CaptureSystem::startBackends() {
+  isStarted_ = true;
+  virtual_->start(*this);
+  for (const auto& backend : backends_) backend->start(*this);
+}
+
+void CaptureSystem::stopBackends() {
+  for (const auto& backend : backends_) backend->stop();
+  virtual_->stop();
+  backends_.clear();
+  isStarted_ = false;
+}
+
+void CaptureSystem::restart() {
+  {
+    const std::lock_guard start(startMutex_);
+    stopBackends();
+    const std::lock_guard lock(mutex_);
+    devices_.clear();
+    accessWasAsked_ = false;
+  }
+  ensureStarted();
+}
+
+void CaptureSystem::restartWith(std::vector<std::unique_ptr<CaptureBackend>> backends) {
+  const std::lock_guard start(startMutex_);
+  stopBackends();
+  {
+    const std::lock_guard lock(mutex_);
+    devices_.clear();
+    accessWasAsked_ = false;
+  }
+  usesVirtual_ = backends.empty();
+  backends_ = std::move(backends);
+  startBackends();
+}
+
+bool CaptureSystem::isFile(const CaptureDevice& device) {
+  return device.uniqueID().starts_with(kFilePrefix);
+}
+
+bool CaptureSystem::isListed(const CaptureDevice& device) {
+  const std::lock_guard lock(device.implementation_->mutex);
+  return device.implementation_->isConnected && device.implementation_->isListed;
+}
+
+bool CaptureSystem::isDefault(const CaptureDevice& device) {
+  const std::lock_guard lock(device.implementation_->mutex);
+  return device.implementation_->driver->description().isSystemDefault;
+}
+
+std::vector<std::shared_ptr<CaptureDevice>> CaptureSystem::devices(MediaType mediaType) {
+  ensureStarted();
+  std::vector<std::string> ranking;
+  {
+    const std::lock_guard start(startMutex_);
+    for (const auto& backend : backends_) ranking.emplace_back(backend->name());
+    if (usesVirtual_) ranking.emplace_back(kVirtualName);
+  }
+  const std::lock_guard lock(mutex_);
+  std::vector<std::shared_ptr<CaptureDevice>> found;
+  for (const std::string& backend : ranking) {
+    std::copy_if(devices_.begin(), devices_.end(), std::back_inserter(found), [&](const auto& device) {
+      return device->mediaType() == mediaType && device->backendName() == backend && !isFile(*device) &&
+             isListed(*device);
+    });
+    if (!found.empty()) break;
+  }
+  std::copy_if(devices_.begin(), devices_.end(), std::back_inserter(found), [&](const auto& device) {
+    return device->mediaType() == mediaType && isFile(*device) && isListed(*device);
+  });
+  return found;
+}
+
+std::shared_ptr<CaptureDevice> CaptureSystem::defaultDevice(MediaType mediaType) {
+  const auto all = devices(mediaType);
+  if (all.empty()) return nullptr;
+  if (isFile(*all.back())) return all.back();
+  const auto preferred = std::find_if(all.begin(), all.end(), [&](const auto& device) {
+    return mediaType == MediaType::audio ? isDefault(*device) : device->position() == CaptureDevicePosition::back;
+  });
+  return preferred != all.end() ? *preferred : all.front();
+}
+
+std::shared_ptr<CaptureDevice> CaptureSystem::find(std::string_view uniqueID) const {
+  const auto found = std::find_if(devices_.begin(), devices_.end(),
+                                  [&](const auto& device) { return device->uniqueID() == uniqueID; });
+  return found != devices_.end() ? *found : nullptr;
+}
+
+std::shared_ptr<CaptureDevice> CaptureSystem::deviceWithUniqueID(std::string_view uniqueID) {
+  ensureStarted();
+  const std::lock_guard lock(mutex_);
+  return find(uniqueID);
+}
+
+Expected<std::shared_ptr<CaptureDevice>> CaptureSystem::deviceNamed(std::string_view name, MediaType mediaType,
+                                                                    CaptureDevicePosition filePosition) {
+  if (name.starts_with(kFilePrefix)) return addFile(name.substr(kFilePrefix.size()), mediaType, filePosition);
+  if (name == "default") {
+    if (auto device = defaultDevice(mediaType)) return device;
+  }
+  const std::string wanted(name);
+  std::string choices;
+  const auto all = devices(mediaType);
+  for (const auto& device : all) {
+    if (device->uniqueID() == name || strcasecmp(device->localizedName().c_str(), wanted.c_str()) == 0) return device;
+    choices += fmt::format("{}\"{}\"", choices.empty() ? "" : ", ", device->localizedName());
+  }
+  const auto wantedPosition = name == "front"  ? CaptureDevicePosition::front
+                              : name == "back" ? CaptureDevicePosition::back
+                                               : CaptureDevicePosition::unspecified;
+  if (wantedPosition != CaptureDevicePosition::unspecified) {
+    for (const auto& device : all) {
+      if (device->position() == wantedPosition) return device;
+    }
+  }
+  const char* kind = mediaType == MediaType::video ? "camera" : "microphone";
+  if (all.empty()) return failure("capture", 1, fmt::format("no {} is connected; file:PATH can stand in", kind));
+  return failure("capture", 1, fmt::format("there is no {} named \"{}\"; choose {} or file:PATH", kind, name, choices));
+}
+
+Expected<std::shared_ptr<CaptureDevice>> CaptureSystem::addFile(const std::filesystem::path& path, MediaType mediaType,
+                                                                CaptureDevicePosition position) {
+  ensureStarted();
+  const std::string uniqueID = fmt::format("{}{}", kFilePrefix, path.string());
+  std::shared_ptr<CaptureDevice> device;
+  {
+    const std::lock_guard lock(mutex_);
+    device = find(uniqueID);
+  }
+  if (!device || device->mediaType() != mediaType) {
+    auto driver = virtual_->makeFileDriver(path, mediaType, position);
+    if (!driver) return tl::unexpected(driver.error());
+    device.reset(new CaptureDevice(std::make_unique<CaptureDevice::Implementation>(std::move(*driver), position)));
+  }
+  {
+    const std::lock_guard deviceLock(device->implementation_->mutex);
+    device->implementation_->position = position;
+    device->implementation_->isListed = true;
+  }
+  const std::lock_guard lock(mutex_);
+  // The one added last comes last.
+  std::erase(devices_, device);
+  devices_.push_back(device);
+  return device;
+}
+
+CaptureControls CaptureSystem::controlsOf(const CaptureDevice& device) {
+  const std::lock_guard lock(device.implementation_->mutex);
+  return device.implementation_->controls;
+}
+
+Expected<void> CaptureSystem::checkAvailable(const CaptureDevice& device) {
+  const std::lock_guard lock(device.implementation_->mutex);
+  if (!device.implementation_->isConnected) {
+    return failure("capture", 1, fmt::format("{} is not connected; plug it in again", device.localizedName()));
+  }
+  return device.implementation_->driver->checkAvailable();
+}
+
+void CaptureSystem::removeFiles() {
+  const std::lock_guard lock(mutex_);
+  std::erase_if(devices_, [](const auto& device) { return isFile(*device); });
+}
+
+void CaptureSystem::setListed(std::string_view uniqueID, bool listed) {
+  if (const auto device = deviceWithUniqueID(uniqueID)) {
+    const std::lock_guard lock(device->implementation_->mutex);
+    device->implementation_->isListed = listed;
+  }
+}
+
+CaptureAuthorizationStatus CaptureSystem::authorizationStatus(MediaType mediaType) {
+  ensureStarted();
+  {
+    const std::lock_guard lock(mutex_);
+    if (!accessWasAsked_) return CaptureAuthorizationStatus::notDetermined;
+  }
+  const std::lock_guard start(startMutex_);
+  if (usesVirtual_ && virtual_->authorizationStatus(mediaType) == CaptureAuthorizationStatus::denied) {
+    return CaptureAuthorizationStatus::denied;
+  }
+  // One backend that has devices which may be used is enough.
+  auto status = CaptureAuthorizationStatus::authorized;
+  for (const auto& backend : backends_) {
+    status = backend->authorizationStatus(mediaType);
+    if (status == CaptureAuthorizationStatus::authorized) break;
+  }
+  return usesVirtual_ ? CaptureAuthorizationStatus::authorized : status;
+}
+
+bool CaptureSystem::requestAccess(MediaType mediaType) {
+  {
+    const std::lock_guard lock(mutex_);
+    accessWasAsked_ = true;
+  }
+  return authorizationStatus(mediaType) == CaptureAuthorizationStatus::authorized;
+}
+
+CaptureDevicePosition CaptureSystem::positionFor(const CaptureDeviceDescription& description) const {
+  if (description.position != CaptureDevicePosition::unspecified || description.mediaType != MediaType::video) {
+    return description.position;
+  }
+  const auto isTaken = [&](CaptureDevicePosition position) {
+    return std::any_of(devices_.begin(), devices_.end(), [&](const auto& device) {
+      return device->backendName() == description.backendName && device->mediaType() == MediaType::video &&
+             device->position() == position;
+    });
+  };
+  for (const auto position : {CaptureDevicePosition::front, CaptureDevicePosition::back}) {
+    if (!isTaken(position)) return position;
+  }
+  return CaptureDevicePosition::unspecified;
+}
+
+void CaptureSystem::deviceAppeared(std::shared_ptr<CaptureDriver> driver) {
+  std::shared_ptr<CaptureDevice> device;
+  {
+    const std::lock_guard lock(mutex_);
+    device = find(driver->description().uniqueID);
+    if (!device) {
+      const CaptureDevicePosition position = positionFor(driver->description());
+      device.reset(new CaptureDevice(std::make_unique<CaptureDevice::Implementation>(std::move(driver), position)));
+      devices_.push_back(device);
+    } else {
+      const std::lock_guard deviceLock(device->implementation_->mutex);
+      device->implementation_->replaceDriver(std::move(driver));
+      device->implementation_->isConnected = true;
+    }
+  }
+  postLater(kCaptureDeviceWasConnectedNotification, device);
+  if (const auto user = [&] {
+        const std::lock_guard lock(device->implementation_->mutex);
+        return device->implementation_->user.lock();
+      }()) {
+    user->deviceCameBack();
+  }
+}
+
+void CaptureSystem::deviceDisappeared(const std::shared_ptr<CaptureDriver>& driver) {
+  std::shared_ptr<CaptureDevice> device;
+  std::shared_ptr<CaptureSessionCore> user;
+  {
+    const std::lock_guard lock(mutex_);
+    device = find(driver->description().uniqueID);
+    if (!device) return;
+    const std::lock_guard deviceLock(device->implementation_->mutex);
+    // It may have come back as another driver before its end was noticed.
+    if (device->implementation_->driver != driver) return;
+    device->implementation_->isConnected = false;
+    user = device->implementation_->user.lock();
+  }
+  postLater(kCaptureDeviceWasDisconnectedNotification, device);
+  if (user) user->deviceWentAway(device);
+}
+
+void CaptureSystem::servicesWereReset() {
+  DispatchQueue::global()->async([] {
+    NotificationCenter::defaultCenter().post(kAudioSessionMediaServicesWereResetNotification, &AudioSession::shared());
+  });
+}
+
+}  // namespace tavrel
