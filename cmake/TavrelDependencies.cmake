@@ -12,9 +12,11 @@ pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavut
 pkg_check_modules(PNG REQUIRED IMPORTED_TARGET libpng)
 pkg_check_modules(JPEG REQUIRED IMPORTED_TARGET libturbojpeg)
 pkg_check_modules(EXIF REQUIRED IMPORTED_TARGET libexif)
+pkg_check_modules(PIPEWIRE REQUIRED IMPORTED_TARGET libpipewire-0.3)
 find_package(GIF REQUIRED)
 find_library(YUV_LIBRARY yuv REQUIRED)
 
 set(TAVREL_PUBLIC_LIBRARIES fmt::fmt tl::expected PkgConfig::GLESV2 Threads::Threads)
 set(TAVREL_PRIVATE_LIBRARIES
-  PkgConfig::EGL PkgConfig::SDL2 PkgConfig::GBM PkgConfig::FFMPEG PkgConfig::PNG PkgConfig::JPEG PkgConfig::EXIF GIF::GIF ${YUV_LIBRARY})
+  PkgConfig::EGL PkgConfig::SDL2 PkgConfig::GBM PkgConfig::FFMPEG PkgConfig::PNG PkgConfig::JPEG PkgConfig::EXIF
+  PkgConfig::PIPEWIRE GIF::GIF ${YUV_LIBRARY})
