@@ -61,7 +61,12 @@ CaptureDevice::Implementation::Implementation(std::shared_ptr<CaptureDriver> use
       position(usedPosition),
       driver(std::move(usedDriver)),
       formats(driver->description().formats) {
+  resetSettings();
+}
+
+void CaptureDevice::Implementation::resetSettings() {
   const CaptureCapabilities capabilities = driver->capabilities();
+  controls = {};
   if (!capabilities.focusModes[2]) controls.focusMode = CaptureFocusMode::locked;
   if (!capabilities.exposureModes[2]) controls.exposureMode = CaptureExposureMode::locked;
   useFormat(nearestFormat({1280, 720}));

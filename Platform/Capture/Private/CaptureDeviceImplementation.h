@@ -35,6 +35,7 @@ struct CaptureDevice::Implementation {
   std::weak_ptr<CaptureSessionCore> user;  // the session that has it open or wants it
 
   /// With the mutex held:
+  void resetSettings();
   void useFormat(std::shared_ptr<const CaptureDeviceFormat> format);
   void replaceDriver(std::shared_ptr<CaptureDriver> newDriver);
   double frameRate() const;

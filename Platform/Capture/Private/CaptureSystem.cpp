@@ -236,6 +236,14 @@ void CaptureSystem::removeFiles() {
   std::erase_if(devices_, [](const auto& device) { return isFile(*device); });
 }
 
+void CaptureSystem::resetSettings() {
+  const std::lock_guard lock(mutex_);
+  for (const auto& device : devices_) {
+    const std::lock_guard deviceLock(device->implementation_->mutex);
+    device->implementation_->resetSettings();
+  }
+}
+
 void CaptureSystem::setListed(std::string_view uniqueID, bool listed) {
   if (const auto device = deviceWithUniqueID(uniqueID)) {
     const std::lock_guard lock(device->implementation_->mutex);

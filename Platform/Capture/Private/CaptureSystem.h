@@ -47,6 +47,8 @@ class TAVREL_API CaptureSystem : private CaptureBackendObserver {
   /// The same with these backends besides the virtual one.
   void restartWith(std::vector<std::unique_ptr<CaptureBackend>> backends);
   void removeFiles();
+  /// Settings of all devices as at the start.
+  void resetSettings();
   void setListed(std::string_view uniqueID, bool listed);
 
  private:

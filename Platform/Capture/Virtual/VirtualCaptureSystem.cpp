@@ -26,6 +26,7 @@ void VirtualCaptureSystem::reset() {
     setPresent(uniqueID, true);
     driver->change([](VirtualDriver::Faults& faults) { faults = {}; });
   }
+  CaptureSystem::shared().resetSettings();
   backend().setAccessGranted(true);
   backend().setRefusals(nullptr, nullptr);
   backend().setStillImageError(std::nullopt);

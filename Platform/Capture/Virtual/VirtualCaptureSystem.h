@@ -28,8 +28,8 @@ class TAVREL_API VirtualCaptureSystem {
 
   static VirtualCaptureSystem& shared();
 
-  /// Everything as at the start: all devices connected, nothing fails, real time. Files that were added stay unless
-  /// `removeFiles`.
+  /// Everything as at the start: all devices connected, their settings as they were, nothing fails, real time. Files
+  /// that were added stay unless `removeFiles`.
   void reset();
   /// The devices that `CaptureDevice::addFile` added go.
   void removeFiles();
