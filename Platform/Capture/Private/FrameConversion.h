@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Export.h"
+#include "Platform/Graphics/PixelBuffer.h"
+
+namespace tavrel {
+
+/// How a camera's pictures lie in memory.
+enum class FrameLayout { bgra, rgba, yuyv, uyvy, nv12, i420, mjpeg };
+
+/// What the numbers of Y Cb Cr mean.
+enum class FrameMatrix { bt601, bt709, bt2020 };
+
+/// A picture as a camera delivers it.
+struct RawFrame {
+  FrameLayout layout = FrameLayout::bgra;
+  FrameMatrix matrix = FrameMatrix::bt601;
+  bool isFullRange = false;
+  int width = 0;
+  int height = 0;
+  const std::uint8_t* bytes = nullptr;
+  std::size_t byteCount = 0;
+  /// Of the first plane; planes follow each other without gaps, and chroma rows have the stride that belongs to it.
+  std::size_t bytesPerRow = 0;
+};
+
+/// Turns camera pictures into opaque BGRA, by libyuv, and by libjpeg-turbo for JPEG. One thread at a time.
+class TAVREL_API FrameConverter {
+ public:
+  FrameConverter();
+  ~FrameConverter();
+
+  /// Fills `picture`, which has the frame's size. Fails ("capture") when the frame is too short or damaged.
+  Expected<void> convert(const RawFrame& frame, PixelBuffer& picture);
+  /// The fewest bytes of a frame; 1 for JPEG.
+  static std::size_t leastByteCount(const RawFrame& frame);
+
+ private:
+  Expected<void> decodeJpeg(const RawFrame& frame, std::uint8_t* target, std::size_t stride);
+
+  void* jpeg_ = nullptr;
+  std::vector<std::uint8_t> planes_;
+};
+
+}  // namespace tavrel

@@ -1,0 +1,168 @@
+#include "Platform/Capture/V4L2/Private/V4L2Backend.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <utility>
+
+#include "Platform/Capture/Private/CaptureTimes.h"
+#include "Platform/Capture/V4L2/Private/V4L2Driver.h"
+
+namespace tavrel {
+namespace {
+
+constexpr std::string_view kNodePrefix = "video";
+/// Rights on a new node are set some time after it appears, without an event on every system.
+constexpr int kSecondLookMilliseconds = 1000;
+
+std::optional<int> nodeNumber(const std::string& name) {
+  if (!name.starts_with(kNodePrefix)) return std::nullopt;
+  int number = 0;
+  const char* end = name.data() + name.size();
+  const auto [stop, error] = std::from_chars(name.data() + kNodePrefix.size(), end, number);
+  if (error != std::errc() || stop != end) return std::nullopt;
+  return number;
+}
+
+}  // namespace
+
+V4L2Backend::V4L2Backend(V4L2SystemCalls calls, std::filesystem::path folder)
+    : calls_(std::move(calls)), folder_(std::move(folder)) {}
+
+V4L2Backend::~V4L2Backend() {
+  V4L2Backend::stop();
+}
+
+void V4L2Backend::start(CaptureBackendObserver& observer) {
+  observer_ = &observer;
+  const int notifier = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  // Watched before the first look, so that nothing falls between.
+  if (notifier >= 0) inotify_add_watch(notifier, folder_.c_str(), IN_CREATE | IN_DELETE | IN_ATTRIB | IN_MOVE);
+  scan();
+  wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (notifier < 0 || wake_ < 0) {
+    if (notifier >= 0) ::close(notifier);
+    return;
+  }
+  thread_ = std::jthread([this, notifier](const std::stop_token& stop) { watch(stop, notifier); });
+}
+
+void V4L2Backend::stop() {
+  if (thread_.joinable()) {
+    thread_.request_stop();
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const auto written = write(wake_, &one, sizeof one);
+    thread_.join();
+  }
+  if (wake_ >= 0) ::close(std::exchange(wake_, -1));
+  drivers_.clear();
+}
+
+void V4L2Backend::watch(const std::stop_token& stop, int notifier) {
+  pthread_setname_np(pthread_self(), "tavrel.v4l2dev");
+  bool looksAgain = false;
+  while (!stop.stop_requested()) {
+    std::array<pollfd, 2> descriptors = {pollfd{notifier, POLLIN, 0}, pollfd{wake_, POLLIN, 0}};
+    const int ready = ::poll(descriptors.data(), descriptors.size(), looksAgain ? kSecondLookMilliseconds : -1);
+    if (stop.stop_requested()) break;
+    if (ready < 0 && errno != EINTR) break;
+    alignas(inotify_event) std::array<char, 4096> events{};
+    bool isOurs = looksAgain && ready == 0;
+    looksAgain = false;
+    for (ssize_t size = 0; (size = read(notifier, events.data(), events.size())) > 0;) {
+      for (ssize_t at = 0; at < size;) {
+        const auto* event = static_cast<const inotify_event*>(static_cast<const void*>(events.data() + at));
+        if (event->len > 0 && nodeNumber(event->name)) isOurs = looksAgain = true;
+        at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+      }
+    }
+    if (isOurs) scan();
+  }
+  ::close(notifier);
+}
+
+std::vector<std::string> V4L2Backend::nodePaths() const {
+  std::vector<std::pair<int, std::string>> found;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(folder_, error)) {
+    if (const auto number = nodeNumber(entry.path().filename().string())) {
+      found.emplace_back(*number, entry.path().string());
+    }
+  }
+  std::sort(found.begin(), found.end());
+  std::vector<std::string> paths;
+  for (auto& [number, path] : found) paths.push_back(std::move(path));
+  return paths;
+}
+
+void V4L2Backend::scan() {
+  std::vector<std::shared_ptr<V4L2Driver>> present;
+  std::vector<std::shared_ptr<V4L2Driver>> added;
+  isDenied_ = false;
+  for (const std::string& path : nodePaths()) {
+    auto driver = probe(path, present);
+    if (!driver) continue;
+    // The same identity at the same node is the same camera.
+    const auto known = std::find_if(drivers_.begin(), drivers_.end(), [&](const auto& other) {
+      return other->path() == path && other->description().uniqueID == driver->description().uniqueID;
+    });
+    if (known == drivers_.end()) {
+      added.push_back(driver);
+    } else {
+      driver = *known;
+    }
+    present.push_back(std::move(driver));
+  }
+  const auto before = std::exchange(drivers_, present);
+  for (const auto& driver : before) {
+    if (std::find(present.begin(), present.end(), driver) == present.end()) observer_->deviceDisappeared(driver);
+  }
+  for (auto& driver : added) observer_->deviceAppeared(std::move(driver));
+}
+
+std::shared_ptr<V4L2Driver> V4L2Backend::probe(const std::string& path,
+                                               const std::vector<std::shared_ptr<V4L2Driver>>& known) {
+  std::optional<V4L2Capabilities> capabilities;
+  {
+    const V4L2Descriptor node(calls_, calls_.open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    if (!node.isOpen()) {
+      const int code = errno;
+      if (code == EACCES || code == EPERM) isDenied_ = true;
+      // A camera that another program holds alone stays the device that it was.
+      const auto kept = std::find_if(drivers_.begin(), drivers_.end(),
+                                     [&](const auto& driver) { return code == EBUSY && driver->path() == path; });
+      return kept != drivers_.end() ? *kept : nullptr;
+    }
+    capabilities = probeV4L2(node);
+  }
+  if (!capabilities) return nullptr;
+  CaptureDeviceDescription description;
+  const std::string serial = calls_.serialNumber ? calls_.serialNumber(path) : std::string();
+  const std::string base = fmt::format("v4l2:{}:{}", serial.empty() ? capabilities->bus : serial, capabilities->card);
+  description.uniqueID = base;
+  const auto isTaken = [&](const auto& driver) { return driver->description().uniqueID == description.uniqueID; };
+  for (int count = 2; std::any_of(known.begin(), known.end(), isTaken); ++count) {
+    description.uniqueID = fmt::format("{}#{}", base, count);
+  }
+  description.localizedName = capabilities->card;
+  description.backendName = name();
+  description.position = capabilities->position;
+  description.mountRotation = mountRotationOf(capabilities->rotation);
+  description.formats = capabilities->formats();
+  return std::make_shared<V4L2Driver>(calls_, path, std::move(description), std::move(*capabilities));
+}
+
+CaptureAuthorizationStatus V4L2Backend::authorizationStatus(MediaType mediaType) {
+  const bool isDenied = mediaType == MediaType::video && isDenied_;
+  return isDenied ? CaptureAuthorizationStatus::denied : CaptureAuthorizationStatus::authorized;
+}
+
+}  // namespace tavrel

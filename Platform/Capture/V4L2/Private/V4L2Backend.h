@@ -1,0 +1,48 @@
+#pragma once
+
+#include <atomic>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Platform/Capture/Private/CaptureBackend.h"
+#include "Platform/Capture/V4L2/Private/V4L2SystemCalls.h"
+
+namespace tavrel {
+
+class V4L2Driver;
+
+/// Cameras as the kernel's video nodes. New and removed nodes are noticed by inotify on their folder, on a thread
+/// ("tavrel.v4l2dev"). Only single-planar capture nodes with mmap streaming are cameras here.
+///
+/// Identity: "v4l2:" and the USB serial number with maker and product, else the bus path, then the card's name; a
+/// second node of the same has "#2" at its end.
+class TAVREL_API V4L2Backend : public CaptureBackend {
+ public:
+  explicit V4L2Backend(V4L2SystemCalls calls = V4L2SystemCalls::real(), std::filesystem::path folder = "/dev");
+  ~V4L2Backend() override;
+
+  const char* name() const override { return "v4l2"; }
+  void start(CaptureBackendObserver& observer) override;
+  void stop() override;
+  CaptureAuthorizationStatus authorizationStatus(MediaType mediaType) override;
+
+ private:
+  void watch(const std::stop_token& stop, int notifier);
+  void scan();
+  std::vector<std::string> nodePaths() const;
+  std::shared_ptr<V4L2Driver> probe(const std::string& path, const std::vector<std::shared_ptr<V4L2Driver>>& known);
+
+  const V4L2SystemCalls calls_;
+  const std::filesystem::path folder_;
+  CaptureBackendObserver* observer_ = nullptr;
+  std::vector<std::shared_ptr<V4L2Driver>> drivers_;  // on one thread at a time: first start's, then the watch's
+  std::atomic<bool> isDenied_ = false;
+  int wake_ = -1;
+  std::jthread thread_;
+};
+
+}  // namespace tavrel

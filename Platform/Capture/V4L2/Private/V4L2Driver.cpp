@@ -1,0 +1,416 @@
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <utility>
+
+#include "Platform/Capture/Private/CaptureTimes.h"
+#include "Platform/Capture/Private/FrameRates.h"
+#include "Platform/Capture/V4L2/Private/V4L2Driver.h"
+#include "Platform/Foundation/ConsoleLog.h"
+
+namespace tavrel {
+namespace {
+
+constexpr std::uint32_t kBufferCount = 4;
+constexpr std::uint32_t kFewestBuffers = 2;
+constexpr int kPollMilliseconds = 500;
+/// Drivers report a damaged transfer as an input/output error and go on; so many in a row are no accident.
+constexpr int kMostErrorsInARow = 10;
+/// More missing pictures than that are one gap, not a count.
+constexpr std::uint32_t kLargestGap = 300;
+
+FrameMatrix matrixOf(const v4l2_pix_format& format) {
+  switch (format.ycbcr_enc) {
+    case V4L2_YCBCR_ENC_709:
+    case V4L2_YCBCR_ENC_XV709:
+      return FrameMatrix::bt709;
+    case V4L2_YCBCR_ENC_BT2020:
+    case V4L2_YCBCR_ENC_BT2020_CONST_LUM:
+      return FrameMatrix::bt2020;
+    case V4L2_YCBCR_ENC_DEFAULT:
+      break;
+    default:
+      return FrameMatrix::bt601;
+  }
+  switch (V4L2_MAP_YCBCR_ENC_DEFAULT(format.colorspace)) {
+    case V4L2_YCBCR_ENC_709:
+      return FrameMatrix::bt709;
+    case V4L2_YCBCR_ENC_BT2020:
+      return FrameMatrix::bt2020;
+    default:
+      return FrameMatrix::bt601;
+  }
+}
+
+bool isFullRange(const v4l2_pix_format& format) {
+  if (format.quantization != V4L2_QUANTIZATION_DEFAULT) return format.quantization == V4L2_QUANTIZATION_FULL_RANGE;
+  return format.colorspace == V4L2_COLORSPACE_JPEG;
+}
+
+std::size_t tightRow(FrameLayout layout, int width) {
+  const auto pixels = static_cast<std::size_t>(width);
+  switch (layout) {
+    case FrameLayout::bgra:
+    case FrameLayout::rgba:
+      return pixels * 4;
+    case FrameLayout::yuyv:
+    case FrameLayout::uyvy:
+      return (pixels + 1) / 2 * 4;
+    case FrameLayout::nv12:
+    case FrameLayout::i420:
+      return pixels;
+    case FrameLayout::mjpeg:
+      break;
+  }
+  return 0;
+}
+
+}  // namespace
+
+V4L2Driver::V4L2Driver(V4L2SystemCalls calls, std::string path, CaptureDeviceDescription description,
+                       V4L2Capabilities capabilities)
+    : calls_(std::move(calls)),
+      path_(std::move(path)),
+      description_(std::move(description)),
+      capabilities_(std::move(capabilities)) {}
+
+V4L2Driver::~V4L2Driver() {
+  V4L2Driver::close();
+}
+
+Expected<void> V4L2Driver::checkAvailable() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (node_) return {};
+  }
+  const V4L2Descriptor node(calls_, calls_.open(path_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+  if (!node.isOpen()) return tl::unexpected(v4l2Error(errno, "cannot open " + path_));
+  return {};
+}
+
+Expected<void> V4L2Driver::open(CaptureRun run) {
+  const std::lock_guard operation(operation_);
+  if (thread_.joinable()) {
+    return failure("capture", EBUSY, fmt::format("{} is used by another session", description_.localizedName));
+  }
+  if (auto prepared = prepare(run); !prepared) {
+    release();
+    return prepared;
+  }
+  applyAll(run.controls);
+  if (auto started = startStream(); !started) {
+    release();
+    return started;
+  }
+  sink_ = std::move(run.sink);
+  thread_ = std::jthread([this](const std::stop_token& stop) { loop(stop); });
+  return {};
+}
+
+Expected<void> V4L2Driver::prepare(const CaptureRun& run) {
+  const V4L2Mode* mode = capabilities_.modeFor(run.format->dimensions, run.frameRate);
+  if (!mode) return failure("capture", EINVAL, fmt::format("{} has no such format", description_.localizedName));
+  {
+    const std::lock_guard lock(mutex_);
+    node_ = std::make_unique<V4L2Descriptor>(calls_, calls_.open(path_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    if (!node_->isOpen()) {
+      const int code = errno;
+      node_ = nullptr;
+      return tl::unexpected(v4l2Error(code, "cannot open " + path_));
+    }
+  }
+  wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (wake_ < 0) return tl::unexpected(v4l2Error(errno, "cannot make an event descriptor"));
+  if (auto chosen = chooseFormat(*mode); !chosen) return chosen;
+  chooseRate(run.frameRate);
+  return mapBuffers();
+}
+
+Expected<void> V4L2Driver::chooseFormat(const V4L2Mode& mode) {
+  v4l2_format format{};
+  format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  format.fmt.pix.width = static_cast<std::uint32_t>(mode.dimensions.width);
+  format.fmt.pix.height = static_cast<std::uint32_t>(mode.dimensions.height);
+  format.fmt.pix.pixelformat = mode.pixelFormat;
+  format.fmt.pix.field = V4L2_FIELD_NONE;
+  if (!node_->control(VIDIOC_S_FMT, &format)) {
+    const int code = errno;
+    if (code == EBUSY) {
+      return failure("posix", code, fmt::format("{} is used by another program", description_.localizedName));
+    }
+    return tl::unexpected(v4l2Error(code, fmt::format("{} refuses its format", description_.localizedName)));
+  }
+  const v4l2_pix_format& chosen = format.fmt.pix;
+  // The driver answers with what it will do, which may be something else than it offered.
+  if (chosen.pixelformat != mode.pixelFormat || std::cmp_not_equal(chosen.width, mode.dimensions.width) ||
+      std::cmp_not_equal(chosen.height, mode.dimensions.height)) {
+    return failure("capture", EINVAL,
+                   fmt::format("{} gives {}x{} pictures instead of {}x{}", description_.localizedName, chosen.width,
+                               chosen.height, mode.dimensions.width, mode.dimensions.height));
+  }
+  frame_ = {};
+  frame_.layout = mode.layout;
+  frame_.width = mode.dimensions.width;
+  frame_.height = mode.dimensions.height;
+  frame_.matrix = matrixOf(chosen);
+  frame_.isFullRange = isFullRange(chosen);
+  frame_.bytesPerRow = std::max<std::size_t>(chosen.bytesperline, tightRow(mode.layout, frame_.width));
+  auto pool = PixelBufferPool::create(chosen.width, chosen.height, PixelFormat::bgra32);
+  if (!pool) return tl::unexpected(pool.error());
+  pool_ = std::move(*pool);
+  return {};
+}
+
+void V4L2Driver::chooseRate(double framesPerSecond) {
+  v4l2_streamparm parameters{};
+  parameters.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  const MediaTime duration = frameDurationOf(framesPerSecond);
+  parameters.parm.capture.timeperframe = {static_cast<std::uint32_t>(duration.value),
+                                          static_cast<std::uint32_t>(duration.timescale)};
+  frameRate_ = framesPerSecond;
+  // A camera without a choice of rates refuses; it then runs as it does.
+  if (!node_->control(VIDIOC_S_PARM, &parameters)) return;
+  const v4l2_fract& chosen = parameters.parm.capture.timeperframe;
+  if (chosen.numerator > 0 && chosen.denominator > 0) {
+    frameRate_ = static_cast<double>(chosen.denominator) / chosen.numerator;
+  }
+}
+
+Expected<void> V4L2Driver::mapBuffers() {
+  v4l2_requestbuffers request{};
+  request.count = kBufferCount;
+  request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  request.memory = V4L2_MEMORY_MMAP;
+  if (!node_->control(VIDIOC_REQBUFS, &request)) {
+    const int code = errno;
+    if (code == EBUSY) {
+      return failure("posix", code, fmt::format("{} is used by another program", description_.localizedName));
+    }
+    return tl::unexpected(v4l2Error(code, fmt::format("{} gives no buffers", description_.localizedName)));
+  }
+  if (request.count < kFewestBuffers) {
+    return failure("capture", ENOMEM, fmt::format("{} has too little memory", description_.localizedName));
+  }
+  for (std::uint32_t index = 0; index < request.count; ++index) {
+    v4l2_buffer buffer{};
+    buffer.index = index;
+    buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    buffer.memory = V4L2_MEMORY_MMAP;
+    if (!node_->control(VIDIOC_QUERYBUF, &buffer)) {
+      return tl::unexpected(v4l2Error(errno, fmt::format("{} hides a buffer", description_.localizedName)));
+    }
+    void* address = calls_.mmap(buffer.length, PROT_READ | PROT_WRITE, MAP_SHARED, node_->get(), buffer.m.offset);
+    if (address == MAP_FAILED) {  // NOLINT(performance-no-int-to-ptr)
+      return tl::unexpected(
+          v4l2Error(errno, fmt::format("a buffer of {} cannot be mapped", description_.localizedName)));
+    }
+    mappings_.push_back({address, buffer.length});
+  }
+  return {};
+}
+
+bool V4L2Driver::enqueue(std::uint32_t index) {
+  v4l2_buffer buffer{};
+  buffer.index = index;
+  buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  buffer.memory = V4L2_MEMORY_MMAP;
+  return node_->control(VIDIOC_QBUF, &buffer);
+}
+
+Expected<void> V4L2Driver::startStream() {
+  for (std::uint32_t index = 0; index < mappings_.size(); ++index) {
+    if (!enqueue(index)) {
+      return tl::unexpected(v4l2Error(errno, fmt::format("{} takes no buffer", description_.localizedName)));
+    }
+  }
+  int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  if (!node_->control(VIDIOC_STREAMON, &type)) {
+    const int code = errno;
+    if (code == EBUSY) {
+      return failure("posix", code, fmt::format("{} is used by another program", description_.localizedName));
+    }
+    return tl::unexpected(v4l2Error(code, fmt::format("{} does not start", description_.localizedName)));
+  }
+  lastSequence_.reset();
+  errorsInARow_ = 0;
+  return {};
+}
+
+void V4L2Driver::release() {
+  if (node_) {
+    int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    node_->control(VIDIOC_STREAMOFF, &type);
+  }
+  for (const Mapping& mapping : mappings_) calls_.munmap(mapping.address, mapping.length);
+  if (node_ && !mappings_.empty()) {
+    v4l2_requestbuffers request{};
+    request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    request.memory = V4L2_MEMORY_MMAP;
+    node_->control(VIDIOC_REQBUFS, &request);
+  }
+  mappings_.clear();
+  if (wake_ >= 0) ::close(std::exchange(wake_, -1));
+  sink_ = nullptr;
+  const std::lock_guard lock(mutex_);
+  node_ = nullptr;
+}
+
+void V4L2Driver::close() {
+  const std::lock_guard operation(operation_);
+  if (!thread_.joinable()) return;
+  thread_.request_stop();
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const auto written = write(wake_, &one, sizeof one);
+  thread_.join();
+  release();
+}
+
+void V4L2Driver::setFrameRate(double framesPerSecond) {
+  // The capture thread does it between two pictures; half a second late at the most.
+  wantedRate_ = framesPerSecond;
+}
+
+void V4L2Driver::loop(const std::stop_token& stop) {
+  pthread_setname_np(pthread_self(), "tavrel.v4l2");
+  wantedRate_ = 0;
+  while (!stop.stop_requested()) {
+    std::optional<Error> error;
+    if (const double rate = wantedRate_.exchange(0); rate > 0 && rate != frameRate_) error = changeRate(rate);
+    pollfd descriptors[] = {{node_->get(), POLLIN, 0}, {wake_, POLLIN, 0}};
+    const int ready = error ? 0 : calls_.poll(descriptors, 2, kPollMilliseconds);
+    if (stop.stop_requested()) return;
+    if (ready < 0) {
+      error = v4l2Error(errno, fmt::format("{} cannot be waited for", description_.localizedName));
+    } else if (ready > 0 && descriptors[0].revents != 0) {
+      error = dequeue();
+    }
+    if (!error) continue;
+    sink_->didFail(std::move(*error));
+    return;
+  }
+}
+
+std::optional<Error> V4L2Driver::dequeue() {
+  v4l2_buffer buffer{};
+  buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  buffer.memory = V4L2_MEMORY_MMAP;
+  if (!node_->control(VIDIOC_DQBUF, &buffer)) {
+    const int code = errno;
+    if (code == EAGAIN) return std::nullopt;
+    if (code == ENODEV) return Error{"posix", code, fmt::format("{} was unplugged", description_.localizedName)};
+    if (code == EIO && ++errorsInARow_ <= kMostErrorsInARow) {
+      sink_->didDrop({frameDurationOf(frameRate_), CaptureClock::realTime()->now(), MediaTime::invalid()});
+      return std::nullopt;
+    }
+    return v4l2Error(code, fmt::format("{} gives no picture", description_.localizedName));
+  }
+  errorsInARow_ = 0;
+  if (buffer.index >= mappings_.size()) {
+    return Error{"capture", EINVAL, fmt::format("{} gives a buffer that does not exist", description_.localizedName)};
+  }
+  deliver(buffer);
+  if (!enqueue(buffer.index)) {
+    const int code = errno;
+    if (code == ENODEV) return Error{"posix", code, fmt::format("{} was unplugged", description_.localizedName)};
+    return v4l2Error(code, fmt::format("{} takes no buffer back", description_.localizedName));
+  }
+  return std::nullopt;
+}
+
+void V4L2Driver::deliver(const v4l2_buffer& buffer) {
+  const bool isMonotonic = (buffer.flags & V4L2_BUF_FLAG_TIMESTAMP_MASK) == V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
+  const std::int64_t stamp = buffer.timestamp.tv_sec * 1'000'000'000LL + buffer.timestamp.tv_usec * 1'000LL;
+  const MediaTime time = captureTimeOf(isMonotonic ? stamp : 0);
+  const SampleTiming timing = {frameDurationOf(frameRate_), time, MediaTime::invalid()};
+  reportGap(buffer.sequence, time);
+  if ((buffer.flags & V4L2_BUF_FLAG_ERROR) != 0) return sink_->didDrop(timing);
+
+  auto picture = pool_->createPixelBuffer();
+  if (!picture) return sink_->didDrop(timing);
+  const Mapping& mapping = mappings_[buffer.index];
+  frame_.bytes = static_cast<const std::uint8_t*>(mapping.address);
+  frame_.byteCount = std::min<std::size_t>(buffer.bytesused, mapping.length);
+  if (auto converted = converter_.convert(frame_, **picture); !converted) return sink_->didDrop(timing);
+  if (auto sample = SampleBuffer::createImage(std::move(*picture), timing)) sink_->didCapture(std::move(*sample));
+}
+
+void V4L2Driver::reportGap(std::uint32_t sequence, const MediaTime& time) {
+  const std::uint32_t missing = lastSequence_ ? sequence - *lastSequence_ - 1 : 0;
+  lastSequence_ = sequence;
+  if (missing == 0 || missing > kLargestGap) return;
+  const MediaTime duration = frameDurationOf(frameRate_);
+  for (std::uint32_t back = missing; back > 0; --back) {
+    sink_->didDrop(
+        {duration, time - MediaTime::fromSeconds(back / frameRate_, CaptureClock::kTimescale), MediaTime::invalid()});
+  }
+}
+
+std::optional<Error> V4L2Driver::changeRate(double framesPerSecond) {
+  int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  if (!node_->control(VIDIOC_STREAMOFF, &type)) {
+    return v4l2Error(errno, fmt::format("{} does not stop", description_.localizedName));
+  }
+  chooseRate(framesPerSecond);
+  if (auto started = startStream(); !started) return started.error();
+  return std::nullopt;
+}
+
+bool V4L2Driver::setControl(std::uint32_t identity, int value) {
+  v4l2_control control{identity, value};
+  return node_->control(VIDIOC_S_CTRL, &control);
+}
+
+void V4L2Driver::applyAll(const CaptureControls& controls) {
+  for (const auto control :
+       {CaptureControl::torch, CaptureControl::focus, CaptureControl::exposure, CaptureControl::zoom}) {
+    apply(control, controls);
+  }
+}
+
+void V4L2Driver::apply(CaptureControl control, const CaptureControls& controls) {
+  const std::lock_guard lock(mutex_);
+  if (!node_) return;
+  bool done = true;
+  switch (control) {
+    case CaptureControl::torch:
+      if (!capabilities_.flashLed.exists) return;
+      done = setControl(V4L2_CID_FLASH_LED_MODE, controls.torchMode == CaptureTorchMode::on ? V4L2_FLASH_LED_MODE_TORCH
+                                                                                            : V4L2_FLASH_LED_MODE_NONE);
+      break;
+    case CaptureControl::focus:
+      if (capabilities_.focusAuto.exists) {
+        done = setControl(V4L2_CID_FOCUS_AUTO, controls.focusMode == CaptureFocusMode::continuousAutoFocus ? 1 : 0);
+      }
+      if (controls.focusMode == CaptureFocusMode::autoFocus && capabilities_.focusStart.exists) {
+        done = setControl(V4L2_CID_AUTO_FOCUS_START, 1) && done;
+      }
+      break;
+    case CaptureControl::exposure: {
+      const bool isAutomatic = controls.exposureMode != CaptureExposureMode::locked;
+      if (isAutomatic ? capabilities_.automaticExposure < 0 : !capabilities_.hasManualExposure) return;
+      done = setControl(V4L2_CID_EXPOSURE_AUTO,
+                        isAutomatic ? capabilities_.automaticExposure : static_cast<int>(V4L2_EXPOSURE_MANUAL));
+      break;
+    }
+    case CaptureControl::zoom: {
+      const V4L2ControlRange& zoom = capabilities_.zoom;
+      if (!zoom.exists || zoom.maximum <= zoom.minimum) return;
+      const double place = (controls.zoomFactor - 1) / (capabilities_.largestZoom() - 1);
+      done = setControl(V4L2_CID_ZOOM_ABSOLUTE,
+                        zoom.minimum + static_cast<int>(std::lround(place * (zoom.maximum - zoom.minimum))));
+      break;
+    }
+  }
+  if (!done) {
+    ConsoleLog::write("{} refuses a setting: {}", description_.localizedName, std::system_category().message(errno));
+  }
+}
+
+}  // namespace tavrel

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <linux/videodev2.h>
+
+#include <atomic>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Platform/Capture/Private/CaptureDriver.h"
+#include "Platform/Capture/V4L2/Private/V4L2Probe.h"
+#include "Platform/Graphics/PixelBufferPool.h"
+
+namespace tavrel {
+
+/// One camera node, by mmap streaming, with its capture thread ("tavrel.v4l2").
+///
+///     closed ──open──▶ S_FMT, S_PARM, REQBUFS, mmap, QBUF, STREAMON ──▶ streaming ──close──▶ STREAMOFF, munmap, closed
+///                          │ fails: undone, closed                        │ ▲ new frame rate:
+///                          ▼                                              ▼ │ STREAMOFF, S_PARM, QBUF, STREAMON
+class V4L2Driver : public CaptureDriver {
+ public:
+  V4L2Driver(V4L2SystemCalls calls, std::string path, CaptureDeviceDescription description,
+             V4L2Capabilities capabilities);
+  ~V4L2Driver() override;
+
+  const CaptureDeviceDescription& description() const override { return description_; }
+  CaptureCapabilities capabilities() const override { return capabilities_.controls(); }
+  Expected<void> checkAvailable() override;
+  Expected<void> open(CaptureRun run) override;
+  void close() override;
+  void setFrameRate(double framesPerSecond) override;
+  void apply(CaptureControl control, const CaptureControls& controls) override;
+
+  const std::string& path() const { return path_; }
+
+ private:
+  struct Mapping {
+    void* address = nullptr;
+    std::size_t length = 0;
+  };
+
+  Expected<void> prepare(const CaptureRun& run);
+  Expected<void> chooseFormat(const V4L2Mode& mode);
+  void chooseRate(double framesPerSecond);
+  Expected<void> mapBuffers();
+  Expected<void> startStream();
+  void release();
+  bool enqueue(std::uint32_t index);
+  void applyAll(const CaptureControls& controls);
+  bool setControl(std::uint32_t identity, int value);
+
+  // On the capture thread.
+  void loop(const std::stop_token& stop);
+  std::optional<Error> dequeue();
+  std::optional<Error> changeRate(double framesPerSecond);
+  void deliver(const v4l2_buffer& buffer);
+  void reportGap(std::uint32_t sequence, const MediaTime& time);
+
+  const V4L2SystemCalls calls_;
+  const std::string path_;
+  const CaptureDeviceDescription description_;
+  const V4L2Capabilities capabilities_;
+
+  std::mutex operation_;  // held by open and close
+  std::mutex mutex_;      // the descriptor, for controls
+  std::unique_ptr<V4L2Descriptor> node_;
+  int wake_ = -1;
+  std::vector<Mapping> mappings_;
+  RawFrame frame_;  // all but the bytes
+  double frameRate_ = 30;
+  std::atomic<double> wantedRate_ = 0;  // 0: as it is
+  std::shared_ptr<CaptureSink> sink_;
+  std::shared_ptr<PixelBufferPool> pool_;
+  FrameConverter converter_;
+  std::optional<std::uint32_t> lastSequence_;
+  int errorsInARow_ = 0;
+  std::jthread thread_;
+};
+
+}  // namespace tavrel

@@ -1,0 +1,247 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <system_error>
+
+#include "Platform/Capture/V4L2/Private/V4L2Probe.h"
+
+namespace tavrel {
+namespace {
+
+struct KnownFormat {
+  std::uint32_t pixelFormat;
+  FrameLayout layout;
+};
+
+/// Cheapest first.
+constexpr KnownFormat kKnownFormats[] = {
+    {V4L2_PIX_FMT_ABGR32, FrameLayout::bgra}, {V4L2_PIX_FMT_XBGR32, FrameLayout::bgra},
+    {V4L2_PIX_FMT_BGR32, FrameLayout::bgra},  {V4L2_PIX_FMT_NV12, FrameLayout::nv12},
+    {V4L2_PIX_FMT_YUV420, FrameLayout::i420}, {V4L2_PIX_FMT_YUYV, FrameLayout::yuyv},
+    {V4L2_PIX_FMT_UYVY, FrameLayout::uyvy},   {V4L2_PIX_FMT_MJPEG, FrameLayout::mjpeg},
+    {V4L2_PIX_FMT_JPEG, FrameLayout::mjpeg},
+};
+
+/// Sizes that a camera with any size is asked for.
+constexpr CaptureVideoDimensions kUsualSizes[] = {{320, 240},  {640, 360},   {640, 480},   {800, 600},
+                                                  {1280, 720}, {1920, 1080}, {2560, 1440}, {3840, 2160}};
+constexpr std::size_t kMostEntries = 256;
+/// A zoom control that starts at 0 does not say what its numbers mean; its end is taken for this factor.
+constexpr double kZoomOfUnknownScale = 4;
+
+const KnownFormat* knownFormat(std::uint32_t pixelFormat) {
+  const auto* found = std::find_if(std::begin(kKnownFormats), std::end(kKnownFormats),
+                                   [&](const KnownFormat& known) { return known.pixelFormat == pixelFormat; });
+  return found != std::end(kKnownFormats) ? found : nullptr;
+}
+
+std::size_t costOf(const V4L2Mode& mode) {
+  return static_cast<std::size_t>(knownFormat(mode.pixelFormat) - kKnownFormats);
+}
+
+double rateOf(const v4l2_fract& interval) {
+  return interval.numerator > 0 ? static_cast<double>(interval.denominator) / interval.numerator : 0;
+}
+
+std::vector<CaptureFrameRateRange> ratesOf(const V4L2Descriptor& node, std::uint32_t pixelFormat,
+                                           CaptureVideoDimensions dimensions) {
+  std::vector<CaptureFrameRateRange> rates;
+  for (std::uint32_t index = 0; index < kMostEntries; ++index) {
+    v4l2_frmivalenum interval{};
+    interval.index = index;
+    interval.pixel_format = pixelFormat;
+    interval.width = static_cast<std::uint32_t>(dimensions.width);
+    interval.height = static_cast<std::uint32_t>(dimensions.height);
+    if (!node.control(VIDIOC_ENUM_FRAMEINTERVALS, &interval)) break;
+    if (interval.type != V4L2_FRMIVAL_TYPE_DISCRETE) {
+      const double slowest = rateOf(interval.stepwise.max);
+      const double fastest = rateOf(interval.stepwise.min);
+      if (fastest > 0) rates.push_back({std::min(slowest, fastest), fastest});
+      break;
+    }
+    if (const double rate = rateOf(interval.discrete); rate > 0) rates.push_back({rate, rate});
+  }
+  // A driver that does not say runs at a rate of its own.
+  if (rates.empty()) rates.push_back({30, 30});
+  std::sort(rates.begin(), rates.end(),
+            [](const auto& left, const auto& right) { return left.minFrameRate < right.minFrameRate; });
+  rates.erase(std::unique(rates.begin(), rates.end()), rates.end());
+  return rates;
+}
+
+std::vector<CaptureVideoDimensions> sizesOf(const V4L2Descriptor& node, std::uint32_t pixelFormat) {
+  std::vector<CaptureVideoDimensions> sizes;
+  for (std::uint32_t index = 0; index < kMostEntries; ++index) {
+    v4l2_frmsizeenum size{};
+    size.index = index;
+    size.pixel_format = pixelFormat;
+    if (!node.control(VIDIOC_ENUM_FRAMESIZES, &size)) break;
+    if (size.type == V4L2_FRMSIZE_TYPE_DISCRETE) {
+      sizes.push_back({static_cast<int>(size.discrete.width), static_cast<int>(size.discrete.height)});
+      continue;
+    }
+    const auto fits = [](int value, std::uint32_t least, std::uint32_t most, std::uint32_t step) {
+      return std::cmp_greater_equal(value, least) && std::cmp_less_equal(value, most) &&
+             (static_cast<std::uint32_t>(value) - least) % std::max(1U, step) == 0;
+    };
+    for (const CaptureVideoDimensions usual : kUsualSizes) {
+      const v4l2_frmsize_stepwise& steps = size.stepwise;
+      if (fits(usual.width, steps.min_width, steps.max_width, steps.step_width) &&
+          fits(usual.height, steps.min_height, steps.max_height, steps.step_height)) {
+        sizes.push_back(usual);
+      }
+    }
+    break;
+  }
+  if (sizes.empty()) {
+    v4l2_format format{};
+    format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    if (node.control(VIDIOC_G_FMT, &format) && format.fmt.pix.pixelformat == pixelFormat) {
+      sizes.push_back({static_cast<int>(format.fmt.pix.width), static_cast<int>(format.fmt.pix.height)});
+    }
+  }
+  return sizes;
+}
+
+std::vector<V4L2Mode> modesOf(const V4L2Descriptor& node) {
+  std::vector<V4L2Mode> modes;
+  for (std::uint32_t index = 0; index < kMostEntries; ++index) {
+    v4l2_fmtdesc description{};
+    description.index = index;
+    description.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    if (!node.control(VIDIOC_ENUM_FMT, &description)) break;
+    const KnownFormat* known = knownFormat(description.pixelformat);
+    if (!known) continue;
+    for (const CaptureVideoDimensions size : sizesOf(node, known->pixelFormat)) {
+      if (size.width < 1 || size.height < 1) continue;
+      modes.push_back({known->pixelFormat, known->layout, size, ratesOf(node, known->pixelFormat, size)});
+    }
+  }
+  return modes;
+}
+
+V4L2ControlRange rangeOf(const V4L2Descriptor& node, std::uint32_t identity) {
+  v4l2_queryctrl query{};
+  query.id = identity;
+  if (!node.control(VIDIOC_QUERYCTRL, &query) || (query.flags & V4L2_CTRL_FLAG_DISABLED) != 0) return {};
+  v4l2_control value{};
+  value.id = identity;
+  if (query.type != V4L2_CTRL_TYPE_BUTTON && !node.control(VIDIOC_G_CTRL, &value)) value.value = query.default_value;
+  return {true, query.minimum, query.maximum, value.value};
+}
+
+bool hasMenuEntry(const V4L2Descriptor& node, std::uint32_t identity, std::uint32_t entry) {
+  v4l2_querymenu menu{};
+  menu.id = identity;
+  menu.index = entry;
+  return node.control(VIDIOC_QUERYMENU, &menu);
+}
+
+void probeControls(const V4L2Descriptor& node, V4L2Capabilities& found) {
+  found.focusAuto = rangeOf(node, V4L2_CID_FOCUS_AUTO);
+  found.focusStart = rangeOf(node, V4L2_CID_AUTO_FOCUS_START);
+  found.focusAbsolute = rangeOf(node, V4L2_CID_FOCUS_ABSOLUTE);
+  found.exposureAuto = rangeOf(node, V4L2_CID_EXPOSURE_AUTO);
+  found.zoom = rangeOf(node, V4L2_CID_ZOOM_ABSOLUTE);
+  found.flashLed = rangeOf(node, V4L2_CID_FLASH_LED_MODE);
+  if (found.exposureAuto.exists) {
+    for (const auto entry : {V4L2_EXPOSURE_AUTO, V4L2_EXPOSURE_APERTURE_PRIORITY}) {
+      if (found.automaticExposure < 0 && hasMenuEntry(node, V4L2_CID_EXPOSURE_AUTO, entry)) {
+        found.automaticExposure = static_cast<int>(entry);
+      }
+    }
+    found.hasManualExposure = hasMenuEntry(node, V4L2_CID_EXPOSURE_AUTO, V4L2_EXPOSURE_MANUAL);
+  }
+  if (found.flashLed.exists && !hasMenuEntry(node, V4L2_CID_FLASH_LED_MODE, V4L2_FLASH_LED_MODE_TORCH)) {
+    found.flashLed.exists = false;
+  }
+  const V4L2ControlRange orientation = rangeOf(node, V4L2_CID_CAMERA_ORIENTATION);
+  if (orientation.exists && orientation.current == V4L2_CAMERA_ORIENTATION_FRONT) {
+    found.position = CaptureDevicePosition::front;
+  } else if (orientation.exists && orientation.current == V4L2_CAMERA_ORIENTATION_BACK) {
+    found.position = CaptureDevicePosition::back;
+  }
+  const V4L2ControlRange rotation = rangeOf(node, V4L2_CID_CAMERA_SENSOR_ROTATION);
+  if (rotation.exists) found.rotation = rotation.current;
+}
+
+}  // namespace
+
+Error v4l2Error(int code, const std::string& what) {
+  return {"posix", code, fmt::format("{}: {}", what, std::system_category().message(code))};
+}
+
+std::optional<V4L2Capabilities> probeV4L2(const V4L2Descriptor& node) {
+  v4l2_capability capability{};
+  if (!node.control(VIDIOC_QUERYCAP, &capability)) return std::nullopt;
+  const std::uint32_t offered =
+      (capability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0 ? capability.device_caps : capability.capabilities;
+  constexpr std::uint32_t kNeeded = V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_STREAMING;
+  if ((offered & kNeeded) != kNeeded) return std::nullopt;
+  const auto text = [](const std::uint8_t* bytes, std::size_t size) {
+    const auto* characters = static_cast<const char*>(static_cast<const void*>(bytes));
+    return std::string(characters, strnlen(characters, size));
+  };
+  V4L2Capabilities found;
+  found.card = text(capability.card, sizeof capability.card);
+  found.bus = text(capability.bus_info, sizeof capability.bus_info);
+  found.modes = modesOf(node);
+  if (found.modes.empty()) return std::nullopt;
+  probeControls(node, found);
+  return found;
+}
+
+CaptureCapabilities V4L2Capabilities::controls() const {
+  CaptureCapabilities result;
+  result.torchModes = {flashLed.exists, flashLed.exists, false};
+  result.flashModes = {flashLed.exists, flashLed.exists, false};
+  result.focusModes = {focusAuto.exists || focusStart.exists, focusStart.exists, focusAuto.exists};
+  result.exposureModes = {hasManualExposure, false, automaticExposure >= 0};
+  return result;
+}
+
+double V4L2Capabilities::largestZoom() const {
+  if (!zoom.exists || zoom.maximum <= zoom.minimum) return 1;
+  return zoom.minimum > 0 ? static_cast<double>(zoom.maximum) / zoom.minimum : kZoomOfUnknownScale;
+}
+
+std::vector<std::shared_ptr<const CaptureDeviceFormat>> V4L2Capabilities::formats() const {
+  std::vector<std::shared_ptr<const CaptureDeviceFormat>> result;
+  std::map<std::pair<int, int>, std::vector<CaptureFrameRateRange>> bySize;
+  for (const V4L2Mode& mode : modes) {
+    auto& rates = bySize[{mode.dimensions.width, mode.dimensions.height}];
+    rates.insert(rates.end(), mode.rates.begin(), mode.rates.end());
+  }
+  for (auto& [size, rates] : bySize) {
+    std::sort(rates.begin(), rates.end(), [](const auto& left, const auto& right) {
+      return std::pair(left.minFrameRate, left.maxFrameRate) < std::pair(right.minFrameRate, right.maxFrameRate);
+    });
+    rates.erase(std::unique(rates.begin(), rates.end()), rates.end());
+    auto format = std::make_shared<CaptureDeviceFormat>();
+    format->dimensions = {size.first, size.second};
+    format->videoSupportedFrameRateRanges = rates;
+    format->videoMaxZoomFactor = largestZoom();
+    result.push_back(std::move(format));
+  }
+  return result;
+}
+
+const V4L2Mode* V4L2Capabilities::modeFor(CaptureVideoDimensions dimensions, double rate) const {
+  const V4L2Mode* best = nullptr;
+  double bestRate = 0;
+  for (const V4L2Mode& mode : modes) {
+    if (mode.dimensions != dimensions) continue;
+    const double reached = std::min(rate, mode.rates.back().maxFrameRate);
+    const bool isFaster = reached > bestRate + 0.5;
+    const bool isCheaper = best && reached > bestRate - 0.5 && costOf(mode) < costOf(*best);
+    if (best && !isFaster && !isCheaper) continue;
+    best = &mode;
+    bestRate = reached;
+  }
+  return best;
+}
+
+}  // namespace tavrel
