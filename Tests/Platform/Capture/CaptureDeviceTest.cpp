@@ -8,6 +8,7 @@
 
 #include "Platform/Capture/CaptureDeviceInput.h"
 #include "Platform/Capture/Virtual/VirtualCaptureSystem.h"
+#include "Platform/Imaging/ImageDestination.h"
 #include "Support/CaptureTestSupport.h"
 #include "Support/VirtualFrames.h"
 
@@ -29,8 +30,10 @@ class CaptureDeviceTest : public ::testing::Test {
   std::filesystem::path redPicture() const {
     std::filesystem::create_directories(folder_);
     const auto path = folder_ / "red.png";
-    const std::string command = "convert -size 64x48 xc:red " + path.string();
-    EXPECT_EQ(std::system(command.c_str()), 0);  // NOLINT(concurrency-mt-unsafe)
+    Data pixels;
+    for (int i = 0; i < 64 * 48; ++i) pixels.insert(pixels.end(), {0, 0, 255, 255});
+    const auto image = Image::create(64, 48, 8, 32, 64 * 4, kBitmapOpaqueBGRX, DataProvider::create(std::move(pixels)));
+    EXPECT_TRUE(ImageDestination::write(image, path).has_value());
     return path;
   }
 

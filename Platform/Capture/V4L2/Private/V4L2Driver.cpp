@@ -110,6 +110,7 @@ Expected<void> V4L2Driver::open(CaptureRun run) {
     return started;
   }
   sink_ = std::move(run.sink);
+  wantedRate_ = 0;
   thread_ = std::jthread([this](const std::stop_token& stop) { loop(stop); });
   return {};
 }
@@ -279,7 +280,6 @@ void V4L2Driver::setFrameRate(double framesPerSecond) {
 
 void V4L2Driver::loop(const std::stop_token& stop) {
   pthread_setname_np(pthread_self(), "tavrel.v4l2");
-  wantedRate_ = 0;
   while (!stop.stop_requested()) {
     std::optional<Error> error;
     if (const double rate = wantedRate_.exchange(0); rate > 0 && rate != frameRate_) error = changeRate(rate);

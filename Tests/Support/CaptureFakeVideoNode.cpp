@@ -1,0 +1,459 @@
+#include "Support/CaptureFakeVideoNode.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <thread>
+#include <utility>
+
+namespace tavrel::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+void copyText(std::uint8_t* to, std::size_t size, const std::string& text) {
+  std::memcpy(to, text.data(), std::min(size - 1, text.size()));
+}
+
+std::uint32_t bytesPerPixel(std::uint32_t pixelFormat) {
+  switch (pixelFormat) {
+    case V4L2_PIX_FMT_ABGR32:
+    case V4L2_PIX_FMT_XBGR32:
+      return 4;
+    case V4L2_PIX_FMT_YUYV:
+    case V4L2_PIX_FMT_UYVY:
+      return 2;
+    case V4L2_PIX_FMT_MJPEG:
+      return 0;
+    default:
+      return 1;
+  }
+}
+
+}  // namespace
+
+V4L2SystemCalls FakeVideoNode::calls(std::vector<std::shared_ptr<FakeVideoNode>> nodes) {
+  struct Table {
+    std::mutex mutex;
+    std::map<int, std::shared_ptr<FakeVideoNode>> open;
+    std::map<void*, std::shared_ptr<FakeVideoNode>> mapped;
+  };
+  auto table = std::make_shared<Table>();
+  const auto nodeOf = [table](int descriptor) {
+    const std::lock_guard lock(table->mutex);
+    const auto found = table->open.find(descriptor);
+    return found != table->open.end() ? found->second : nullptr;
+  };
+  V4L2SystemCalls calls;
+  calls.open = [table, nodes](const char* path, int flags) {
+    for (const auto& node : nodes) {
+      if (node->path_ != path) continue;
+      const std::lock_guard lock(node->mutex_);
+      if ((flags & O_NONBLOCK) == 0) node->violations_.emplace_back("opened blocking");
+      if (node->isGone_) return node->fail(ENODEV);
+      if (node->openErrno_ != 0) return node->fail(node->openErrno_);
+      const int descriptor = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+      ++node->openCount_;
+      const std::lock_guard tableLock(table->mutex);
+      table->open[descriptor] = node;
+      return descriptor;
+    }
+    errno = ENOENT;
+    return -1;
+  };
+  calls.close = [table, nodeOf](int descriptor) {
+    if (const auto node = nodeOf(descriptor)) {
+      const std::lock_guard lock(node->mutex_);
+      --node->openCount_;
+      if (node->isStreaming_ && !node->isGone_ && node->openCount_ == 0) {
+        node->violations_.emplace_back("closed while streaming");
+      }
+    }
+    const std::lock_guard lock(table->mutex);
+    table->open.erase(descriptor);
+    return ::close(descriptor);
+  };
+  calls.ioctl = [nodeOf](int descriptor, unsigned long request, void* argument) {
+    const auto node = nodeOf(descriptor);
+    if (!node) {
+      errno = EBADF;
+      return -1;
+    }
+    return node->control(request, argument);
+  };
+  calls.mmap = [table, nodeOf](std::size_t length, int, int, int descriptor, off_t offset) -> void* {
+    const auto node = nodeOf(descriptor);
+    const std::lock_guard lock(node->mutex_);
+    const auto index = static_cast<std::size_t>(offset) / 4096;
+    if (index >= node->buffers_.size() || node->buffers_[index].memory.size() != length) {
+      node->fail(EINVAL, "mapped what is no buffer");
+      return MAP_FAILED;  // NOLINT(performance-no-int-to-ptr)
+    }
+    node->buffers_[index].isMapped = true;
+    void* address = node->buffers_[index].memory.data();
+    const std::lock_guard tableLock(table->mutex);
+    table->mapped[address] = node;
+    return address;
+  };
+  calls.munmap = [table](void* address, std::size_t length) {
+    std::shared_ptr<FakeVideoNode> node;
+    {
+      const std::lock_guard lock(table->mutex);
+      node = table->mapped[address];
+      table->mapped.erase(address);
+    }
+    if (!node) {
+      errno = EINVAL;
+      return -1;
+    }
+    const std::lock_guard lock(node->mutex_);
+    for (Buffer& buffer : node->buffers_) {
+      if (buffer.memory.data() == address && buffer.memory.size() == length) buffer.isMapped = false;
+    }
+    return 0;
+  };
+  calls.poll = [nodeOf](pollfd* descriptors, nfds_t count, int milliseconds) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    const auto node = nodeOf(descriptors[0].fd);
+    for (;;) {
+      descriptors[0].revents = 0;
+      {
+        const std::lock_guard lock(node->mutex_);
+        node->advance();
+        if (!node->filled_.empty() || node->dequeueFailures_ > 0) descriptors[0].revents = POLLIN;
+        if (node->isGone_) descriptors[0].revents = POLLERR | POLLHUP;
+        if (!node->isStreaming_) descriptors[0].revents |= POLLERR;
+      }
+      if (descriptors[0].revents != 0) return 1;
+      if (::poll(descriptors + 1, count - 1, 2) > 0) return 1;
+      if (std::chrono::steady_clock::now() > deadline) return 0;
+    }
+  };
+  calls.serialNumber = [nodes](const std::string& path) -> std::string {
+    for (const auto& node : nodes) {
+      if (node->path_ == path) return node->serial;
+    }
+    return {};
+  };
+  return calls;
+}
+
+int FakeVideoNode::fail(int code, const char* violation) {
+  if (violation) violations_.emplace_back(violation);
+  errno = code;
+  return -1;
+}
+
+const FakeVideoNode::Format* FakeVideoNode::formatOf(std::uint32_t pixelFormat) const {
+  for (const Format& format : formats) {
+    if (format.pixelFormat == pixelFormat) return &format;
+  }
+  return nullptr;
+}
+
+int FakeVideoNode::control(unsigned long request, void* argument) {
+  const std::lock_guard lock(mutex_);
+  if (isGone_) return fail(ENODEV);
+  return controlLocked(request, argument);
+}
+
+int FakeVideoNode::controlLocked(unsigned long request, void* argument) {
+  switch (request) {
+    case VIDIOC_QUERYCAP: {
+      auto& capability = *static_cast<v4l2_capability*>(argument);
+      copyText(capability.card, sizeof capability.card, card);
+      copyText(capability.bus_info, sizeof capability.bus_info, bus);
+      capability.capabilities = deviceCaps | V4L2_CAP_DEVICE_CAPS | V4L2_CAP_META_CAPTURE;
+      capability.device_caps = deviceCaps;
+      return 0;
+    }
+    case VIDIOC_ENUM_FMT:
+    case VIDIOC_ENUM_FRAMESIZES:
+    case VIDIOC_ENUM_FRAMEINTERVALS:
+      return enumerate(request, argument);
+    case VIDIOC_S_FMT:
+      return setFormat(*static_cast<v4l2_format*>(argument));
+    case VIDIOC_S_PARM:
+      return setRate(*static_cast<v4l2_streamparm*>(argument));
+    case VIDIOC_REQBUFS:
+      return requestBuffers(*static_cast<v4l2_requestbuffers*>(argument));
+    case VIDIOC_QUERYBUF: {
+      auto& buffer = *static_cast<v4l2_buffer*>(argument);
+      if (buffer.index >= buffers_.size()) return fail(EINVAL, "queried what is no buffer");
+      buffer.length = static_cast<std::uint32_t>(buffers_[buffer.index].memory.size());
+      buffer.m.offset = buffer.index * 4096;
+      return 0;
+    }
+    case VIDIOC_QBUF:
+      return queue(*static_cast<v4l2_buffer*>(argument));
+    case VIDIOC_DQBUF:
+      return dequeue(*static_cast<v4l2_buffer*>(argument));
+    case VIDIOC_STREAMON:
+      return stream(true);
+    case VIDIOC_STREAMOFF:
+      return stream(false);
+    case VIDIOC_QUERYCTRL:
+    case VIDIOC_QUERYMENU:
+    case VIDIOC_G_CTRL:
+    case VIDIOC_S_CTRL:
+      return controls_(request, argument);
+    default:
+      return fail(ENOTTY);
+  }
+}
+
+int FakeVideoNode::enumerate(unsigned long request, void* argument) {
+  if (request == VIDIOC_ENUM_FMT) {
+    auto& description = *static_cast<v4l2_fmtdesc*>(argument);
+    if (description.index >= formats.size()) return fail(EINVAL);
+    description.pixelformat = formats[description.index].pixelFormat;
+    return 0;
+  }
+  if (request == VIDIOC_ENUM_FRAMESIZES) {
+    auto& size = *static_cast<v4l2_frmsizeenum*>(argument);
+    const Format* format = formatOf(size.pixel_format);
+    if (!format || size.index >= format->sizes.size()) return fail(EINVAL);
+    size.type = V4L2_FRMSIZE_TYPE_DISCRETE;
+    size.discrete = {format->sizes[size.index].first, format->sizes[size.index].second};
+    return 0;
+  }
+  auto& interval = *static_cast<v4l2_frmivalenum*>(argument);
+  const Format* format = formatOf(interval.pixel_format);
+  if (!format || interval.index >= format->rates.size()) return fail(EINVAL);
+  interval.type = V4L2_FRMIVAL_TYPE_DISCRETE;
+  interval.discrete = {1, format->rates[interval.index]};
+  return 0;
+}
+
+int FakeVideoNode::setFormat(v4l2_format& format) {
+  if (formatErrno_ != 0) return fail(formatErrno_);
+  if (!buffers_.empty()) return fail(EBUSY, "changed the format while there are buffers");
+  const Format* known = formatOf(format.fmt.pix.pixelformat);
+  if (!known) known = &formats.front();
+  auto& pix = format.fmt.pix;
+  pix.pixelformat = known->pixelFormat;
+  const std::pair<std::uint32_t, std::uint32_t> wanted(pix.width, pix.height);
+  if (std::find(known->sizes.begin(), known->sizes.end(), wanted) == known->sizes.end()) {
+    pix.width = known->sizes.front().first;
+    pix.height = known->sizes.front().second;
+  }
+  pix.bytesperline =
+      known->pixelFormat == V4L2_PIX_FMT_MJPEG ? 0 : pix.width * bytesPerPixel(known->pixelFormat) + padding;
+  const bool isPlanar = known->pixelFormat == V4L2_PIX_FMT_NV12 || known->pixelFormat == V4L2_PIX_FMT_YUV420;
+  pix.sizeimage = known->pixelFormat == V4L2_PIX_FMT_MJPEG ? pix.width * pix.height * 4
+                                                           : pix.bytesperline * pix.height * (isPlanar ? 2 : 1);
+  pix.quantization = quantization;
+  pix.ycbcr_enc = encoding;
+  pix.colorspace = colorspace;
+  pix.field = V4L2_FIELD_NONE;
+  chosen_ = pix;
+  return 0;
+}
+
+int FakeVideoNode::setRate(v4l2_streamparm& parameters) {
+  if (isStreaming_) return fail(EBUSY, "changed the rate while streaming");
+  const auto& wanted = parameters.parm.capture.timeperframe;
+  const double rate = wanted.numerator > 0 ? static_cast<double>(wanted.denominator) / wanted.numerator : 30;
+  const auto& rates = formatOf(chosen_.pixelformat)->rates;
+  rate_ = *std::min_element(rates.begin(), rates.end(), [&](std::uint32_t left, std::uint32_t right) {
+    return std::abs(left - rate) < std::abs(right - rate);
+  });
+  parameters.parm.capture.timeperframe = {1, rate_};
+  return 0;
+}
+
+int FakeVideoNode::requestBuffers(v4l2_requestbuffers& request) {
+  if (isStreaming_) return fail(EBUSY, "requested buffers while streaming");
+  const bool isMapped = std::any_of(buffers_.begin(), buffers_.end(), [](const Buffer& one) { return one.isMapped; });
+  if (isMapped) return fail(EBUSY, "freed buffers that are mapped");
+  buffers_.clear();
+  queued_.clear();
+  filled_.clear();
+  if (request.count > 0 && chosen_.sizeimage == 0) return fail(EINVAL, "requested buffers without a format");
+  request.count = std::min(request.count, 3U);
+  buffers_.resize(request.count);
+  for (Buffer& buffer : buffers_) buffer.memory.resize(chosen_.sizeimage);
+  return 0;
+}
+
+int FakeVideoNode::queue(v4l2_buffer& buffer) {
+  if (buffer.index >= buffers_.size()) return fail(EINVAL, "queued what is no buffer");
+  if (buffers_[buffer.index].state != State::dequeued) return fail(EINVAL, "queued a buffer twice");
+  buffers_[buffer.index].state = State::queued;
+  queued_.push_back(buffer.index);
+  return 0;
+}
+
+int FakeVideoNode::dequeue(v4l2_buffer& buffer) {
+  if (!isStreaming_) return fail(EINVAL, "dequeued without a stream");
+  if (dequeueFailures_ > 0) {
+    --dequeueFailures_;
+    return fail(dequeueErrno_);
+  }
+  advance();
+  if (filled_.empty()) return fail(EAGAIN);
+  const std::uint32_t index = filled_.front();
+  filled_.pop_front();
+  Buffer& filled = buffers_[index];
+  filled.state = State::dequeued;
+  buffer.index = index;
+  buffer.sequence = filled.sequence;
+  buffer.bytesused = static_cast<std::uint32_t>(filled.used);
+  buffer.flags = V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC | (filled.isDamaged ? V4L2_BUF_FLAG_ERROR : 0U);
+  buffer.timestamp = {filled.time / 1'000'000'000, filled.time % 1'000'000'000 / 1000};
+  return 0;
+}
+
+int FakeVideoNode::stream(bool on) {
+  if (on && isStreaming_) return fail(EBUSY, "started a stream twice");
+  if (on && queued_.empty()) return fail(EINVAL, "started a stream without buffers");
+  isStreaming_ = on;
+  if (on) {
+    ++starts_;
+    sequence_ = 0;
+    nextFrame_ = std::chrono::steady_clock::now() + std::chrono::microseconds(1'000'000 / rate_);
+    return 0;
+  }
+  // The driver lets go of everything.
+  queued_.clear();
+  filled_.clear();
+  for (Buffer& buffer : buffers_) buffer.state = State::dequeued;
+  return 0;
+}
+
+int FakeVideoNode::controls_(unsigned long request, void* argument) {
+  // Each of these arguments begins with the control's identity.
+  const auto found = controls.find(*static_cast<std::uint32_t*>(argument));
+  if (found == controls.end()) return fail(EINVAL);
+  Control& control = found->second;
+  if (request == VIDIOC_QUERYCTRL) {
+    auto& query = *static_cast<v4l2_queryctrl*>(argument);
+    query.type = control.isButton       ? V4L2_CTRL_TYPE_BUTTON
+                 : control.menu.empty() ? V4L2_CTRL_TYPE_INTEGER
+                                        : V4L2_CTRL_TYPE_MENU;
+    query.minimum = control.minimum;
+    query.maximum = control.maximum;
+    return 0;
+  }
+  if (request == VIDIOC_QUERYMENU) {
+    return control.menu.contains(static_cast<int>(static_cast<v4l2_querymenu*>(argument)->index)) ? 0 : fail(EINVAL);
+  }
+  auto& value = *static_cast<v4l2_control*>(argument);
+  if (request == VIDIOC_G_CTRL) {
+    if (control.isButton) return fail(EACCES, "read a button");
+    value.value = control.value;
+    return 0;
+  }
+  const bool isOutside = value.value < control.minimum || value.value > control.maximum;
+  if (isOutside || (!control.menu.empty() && !control.menu.contains(value.value))) {
+    return fail(ERANGE, "set a control outside its range");
+  }
+  control.value = value.value;
+  return 0;
+}
+
+void FakeVideoNode::advance() {
+  const auto now = std::chrono::steady_clock::now();
+  while (isStreaming_ && !isStalled_ && nextFrame_ <= now) {
+    const auto time = nextFrame_;
+    nextFrame_ += std::chrono::microseconds(1'000'000 / rate_);
+    const std::uint32_t sequence = sequence_++;
+    if (skips_ > 0) {
+      --skips_;
+      continue;
+    }
+    if (queued_.empty()) continue;  // lost, like in a real driver
+    Buffer& buffer = buffers_[queued_.front()];
+    filled_.push_back(queued_.front());
+    queued_.pop_front();
+    buffer.state = State::filled;
+    buffer.sequence = sequence;
+    buffer.isDamaged = std::exchange(damagesNext_, false);
+    buffer.time = time.time_since_epoch().count();
+    buffer.used = draw ? draw(buffer.memory.data(), buffer.memory.size(), sequence) : buffer.memory.size();
+  }
+  if (isStalled_) nextFrame_ = now;
+}
+
+void FakeVideoNode::unplug() {
+  const std::lock_guard lock(mutex_);
+  isGone_ = true;
+}
+
+void FakeVideoNode::plugIn() {
+  const std::lock_guard lock(mutex_);
+  isGone_ = false;
+  isStreaming_ = false;
+  buffers_.clear();
+  queued_.clear();
+  filled_.clear();
+}
+
+void FakeVideoNode::setBusy(int openErrno, int formatErrno) {
+  const std::lock_guard lock(mutex_);
+  openErrno_ = openErrno;
+  formatErrno_ = formatErrno;
+}
+
+void FakeVideoNode::setStalled(bool stalled) {
+  const std::lock_guard lock(mutex_);
+  isStalled_ = stalled;
+}
+
+void FakeVideoNode::failDequeues(int count, int code) {
+  const std::lock_guard lock(mutex_);
+  dequeueFailures_ = count;
+  dequeueErrno_ = code;
+}
+
+void FakeVideoNode::damageNextFrame() {
+  const std::lock_guard lock(mutex_);
+  damagesNext_ = true;
+}
+
+void FakeVideoNode::skipFrames(std::uint32_t count) {
+  const std::lock_guard lock(mutex_);
+  skips_ = count;
+}
+
+std::vector<std::string> FakeVideoNode::violations() const {
+  const std::lock_guard lock(mutex_);
+  return violations_;
+}
+
+int FakeVideoNode::openCount() const {
+  const std::lock_guard lock(mutex_);
+  return openCount_;
+}
+
+int FakeVideoNode::mappedCount() const {
+  const std::lock_guard lock(mutex_);
+  return static_cast<int>(
+      std::count_if(buffers_.begin(), buffers_.end(), [](const Buffer& buffer) { return buffer.isMapped; }));
+}
+
+bool FakeVideoNode::isStreaming() const {
+  const std::lock_guard lock(mutex_);
+  return isStreaming_;
+}
+
+int FakeVideoNode::controlValue(std::uint32_t identity) const {
+  const std::lock_guard lock(mutex_);
+  return controls.at(identity).value;
+}
+
+double FakeVideoNode::frameRate() const {
+  const std::lock_guard lock(mutex_);
+  return rate_;
+}
+
+int FakeVideoNode::starts() const {
+  const std::lock_guard lock(mutex_);
+  return starts_;
+}
+
+}  // namespace tavrel::test

@@ -1,0 +1,124 @@
+#pragma once
+
+#include <linux/videodev2.h>
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Platform/Capture/V4L2/Private/V4L2SystemCalls.h"
+
+namespace tavrel::test {
+
+/// A kernel's video node, played: it keeps to the streaming protocol and notes whoever does not. Frames come at the
+/// interval that was chosen while the stream is on and a buffer is queued. Any thread.
+class FakeVideoNode {
+ public:
+  struct Format {
+    std::uint32_t pixelFormat;
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> sizes;
+    std::vector<std::uint32_t> rates;
+  };
+  struct Control {
+    int minimum = 0;
+    int maximum = 1;
+    int value = 0;
+    std::set<int> menu = {};  ///< entries of a menu control
+    bool isButton = false;
+  };
+
+  std::string card = "Fake camera";
+  std::string bus = "usb-0000:00:14.0-1";
+  std::string serial;
+  std::uint32_t deviceCaps = V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_STREAMING;
+  std::vector<Format> formats = {{V4L2_PIX_FMT_YUYV, {{64, 48}, {128, 96}}, {30, 15}}};
+  std::map<std::uint32_t, Control> controls;
+  std::uint32_t quantization = V4L2_QUANTIZATION_DEFAULT;
+  std::uint32_t encoding = V4L2_YCBCR_ENC_DEFAULT;
+  std::uint32_t colorspace = V4L2_COLORSPACE_SRGB;
+  std::uint32_t padding = 0;  ///< bytes after each row
+  /// Fills a frame and returns how many bytes it has.
+  std::function<std::size_t(std::uint8_t* bytes, std::size_t capacity, std::uint32_t sequence)> draw;
+
+  explicit FakeVideoNode(std::string path) : path_(std::move(path)) {}
+
+  /// The table for all nodes given.
+  static V4L2SystemCalls calls(std::vector<std::shared_ptr<FakeVideoNode>> nodes);
+
+  // What happens to it.
+  void unplug();
+  void plugIn();
+  void setBusy(int openErrno, int formatErrno);
+  void setStalled(bool stalled);
+  /// The next so many dequeues fail so.
+  void failDequeues(int count, int code);
+  /// The next frame carries the error flag; the next but one is left out.
+  void damageNextFrame();
+  void skipFrames(std::uint32_t count);
+
+  // What was done with it.
+  std::vector<std::string> violations() const;
+  int openCount() const;
+  int mappedCount() const;
+  bool isStreaming() const;
+  int controlValue(std::uint32_t identity) const;
+  double frameRate() const;
+  int starts() const;
+
+ private:
+  enum class State { dequeued, queued, filled };
+  struct Buffer {
+    std::vector<std::uint8_t> memory;
+    State state = State::dequeued;
+    bool isMapped = false;
+    std::uint32_t sequence = 0;
+    std::size_t used = 0;
+    bool isDamaged = false;
+    std::int64_t time = 0;
+  };
+
+  int control(unsigned long request, void* argument);
+  int controlLocked(unsigned long request, void* argument);
+  int enumerate(unsigned long request, void* argument);
+  int setFormat(v4l2_format& format);
+  int setRate(v4l2_streamparm& parameters);
+  int requestBuffers(v4l2_requestbuffers& request);
+  int queue(v4l2_buffer& buffer);
+  int dequeue(v4l2_buffer& buffer);
+  int stream(bool on);
+  int controls_(unsigned long request, void* argument);
+  void advance();
+  int fail(int code, const char* violation = nullptr);
+  const Format* formatOf(std::uint32_t pixelFormat) const;
+
+  const std::string path_;
+  mutable std::mutex mutex_;
+  std::vector<std::string> violations_;
+  bool isGone_ = false;
+  bool isStalled_ = false;
+  int openErrno_ = 0;
+  int formatErrno_ = 0;
+  int dequeueFailures_ = 0;
+  int dequeueErrno_ = 0;
+  bool damagesNext_ = false;
+  std::uint32_t skips_ = 0;
+  int openCount_ = 0;
+  int starts_ = 0;
+  v4l2_pix_format chosen_{};
+  std::uint32_t rate_ = 30;
+  std::vector<Buffer> buffers_;
+  std::deque<std::uint32_t> queued_;
+  std::deque<std::uint32_t> filled_;
+  bool isStreaming_ = false;
+  std::uint32_t sequence_ = 0;
+  std::chrono::steady_clock::time_point nextFrame_;
+};
+
+}  // namespace tavrel::test
