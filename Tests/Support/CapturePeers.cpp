@@ -14,9 +14,9 @@ PeerProcess::PeerProcess(const std::string& shellCommand) {
   process_ = fork();
   if (process_ != 0) return;
   setpgid(0, 0);
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  // Whatever outlives the shell ends by itself.
-  execl("/usr/bin/timeout", "timeout", "--foreground", "-k", "1", "300", "bash", "-c", shellCommand.c_str(), nullptr);
+  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  // It ends the whole group when the test has died or after five minutes.
+  execl("/usr/bin/timeout", "timeout", "-k", "1", "300", "bash", "-c", shellCommand.c_str(), nullptr);
   _exit(127);
 }
 
@@ -76,8 +76,7 @@ std::unique_ptr<PeerProcess> PipeWireService::startCamera(const std::string& nam
   return std::make_unique<PeerProcess>(
       "exec gst-launch-1.0 -q videotestsrc is-live=true ! video/x-raw," + caps +
       " ! pipewiresink mode=provide stream-properties=\"p,media.class=Video/Source,media.role=Camera,node.name=" +
-      name + ",node.description=\\\"Bars " + name + "\\\"" + properties + "\" >\"$XDG_RUNTIME_DIR/" + name +
-      ".log\" 2>&1");
+      name + ",node.description=Bars-" + name + properties + "\" >\"$XDG_RUNTIME_DIR/" + name + ".log\" 2>&1");
 }
 
 }  // namespace tavrel::test
