@@ -48,7 +48,6 @@ struct CaptureStillImageOutput::Implementation {
   void answerAll(const std::string& reason) {
     for (Request& request : requests) answer(std::move(request), failure("capture", 1, reason));
     requests.clear();
-    picturesUntilLit = -1;
   }
 };
 
@@ -97,7 +96,13 @@ void CaptureStillImageOutput::captureStillImageAsynchronously(const std::shared_
 void CaptureStillImageOutput::deliver(const std::shared_ptr<SampleBuffer>& sample, CaptureSource& source) {
   Implementation& output = *implementation_;
   const std::lock_guard lock(output.mutex);
-  if (output.requests.empty()) return;
+  if (output.requests.empty()) {
+    // The request that lit the lamp was given up.
+    if (std::exchange(output.picturesUntilLit, -1) >= 0) {
+      source.driver()->apply(CaptureControl::torch, CaptureSystem::controlsOf(*source.device()));
+    }
+    return;
+  }
   const auto connection = connectionWithMediaType(MediaType::video);
   if (!connection) return;
   const CaptureControls controls = CaptureSystem::controlsOf(*source.device());
@@ -129,6 +134,7 @@ void CaptureStillImageOutput::deliverDrop(const SampleTiming&) {}
 void CaptureStillImageOutput::deliveryEnded() {
   const std::lock_guard lock(implementation_->mutex);
   implementation_->answerAll("the session stopped before a picture was taken");
+  implementation_->picturesUntilLit = -1;  // a device that is opened again gets its own settings
 }
 
 Expected<Data> CaptureStillImageOutput::jpegStillImageRepresentation(

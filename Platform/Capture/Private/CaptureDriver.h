@@ -51,6 +51,8 @@ struct CaptureDeviceDescription {
   /// 270.
   int mountRotation = 0;
   bool isSystemDefault = false;
+  /// Hears what the machine plays; never taken for a microphone unless somebody names it.
+  bool isMonitor = false;
   std::vector<std::shared_ptr<const CaptureDeviceFormat>> formats;  ///< at least one
 };
 
@@ -86,6 +88,9 @@ class CaptureDriver {
   virtual CaptureCapabilities capabilities() const { return {}; }
   /// A format of that size for devices that can have any; nullptr for all others.
   virtual std::shared_ptr<const CaptureDeviceFormat> formatOfSize(CaptureVideoDimensions) { return nullptr; }
+
+  /// Whether it is the one that the system's settings choose.
+  virtual bool isSystemDefault() const { return description().isSystemDefault; }
 
   /// Whether an input can be made of it, and whether its settings may be changed.
   virtual Expected<void> checkAvailable() { return {}; }

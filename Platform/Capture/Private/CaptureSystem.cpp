@@ -107,6 +107,11 @@ void CaptureSystem::restartWith(std::vector<std::unique_ptr<CaptureBackend>> bac
   startBackends();
 }
 
+bool CaptureSystem::isMonitor(const CaptureDevice& device) {
+  const std::lock_guard lock(device.implementation_->mutex);
+  return device.implementation_->driver->description().isMonitor;
+}
+
 bool CaptureSystem::isFile(const CaptureDevice& device) {
   return device.uniqueID().starts_with(kFilePrefix);
 }
@@ -118,7 +123,7 @@ bool CaptureSystem::isListed(const CaptureDevice& device) {
 
 bool CaptureSystem::isDefault(const CaptureDevice& device) {
   const std::lock_guard lock(device.implementation_->mutex);
-  return device.implementation_->driver->description().isSystemDefault;
+  return device.implementation_->driver->isSystemDefault();
 }
 
 std::vector<std::shared_ptr<CaptureDevice>> CaptureSystem::devices(MediaType mediaType) {
@@ -134,10 +139,13 @@ std::vector<std::shared_ptr<CaptureDevice>> CaptureSystem::devices(MediaType med
   for (const std::string& backend : ranking) {
     std::copy_if(devices_.begin(), devices_.end(), std::back_inserter(found), [&](const auto& device) {
       return device->mediaType() == mediaType && device->backendName() == backend && !isFile(*device) &&
-             isListed(*device);
+             !isMonitor(*device) && isListed(*device);
     });
     if (!found.empty()) break;
   }
+  std::copy_if(devices_.begin(), devices_.end(), std::back_inserter(found), [&](const auto& device) {
+    return device->mediaType() == mediaType && isMonitor(*device) && isListed(*device);
+  });
   std::copy_if(devices_.begin(), devices_.end(), std::back_inserter(found), [&](const auto& device) {
     return device->mediaType() == mediaType && isFile(*device) && isListed(*device);
   });
@@ -145,7 +153,8 @@ std::vector<std::shared_ptr<CaptureDevice>> CaptureSystem::devices(MediaType med
 }
 
 std::shared_ptr<CaptureDevice> CaptureSystem::defaultDevice(MediaType mediaType) {
-  const auto all = devices(mediaType);
+  auto all = devices(mediaType);
+  std::erase_if(all, [](const auto& device) { return isMonitor(*device); });
   if (all.empty()) return nullptr;
   if (isFile(*all.back())) return all.back();
   const auto preferred = std::find_if(all.begin(), all.end(), [&](const auto& device) {

@@ -80,7 +80,7 @@ TEST(FrameConversion, FollowsMatrixAndRangeInEveryLayout) {
     for (const auto matrix : {FrameMatrix::bt601, FrameMatrix::bt709, FrameMatrix::bt2020}) {
       for (const bool isFullRange : {false, true}) {
         // No strong blue: libyuv's fixed-point factor for it ends at 2.0, a little short of BT.709's.
-        for (const Rgb& color : {Rgb{200, 40, 60}, Rgb{20, 180, 90}, Rgb{50, 60, 140}, Rgb{255, 255, 255}}) {
+        for (const Rgb& color : {Rgb{200, 40, 60}, Rgb{20, 180, 90}, Rgb{50, 60, 100}, Rgb{255, 255, 255}}) {
           RawFrame frame;
           frame.matrix = matrix;
           frame.isFullRange = isFullRange;

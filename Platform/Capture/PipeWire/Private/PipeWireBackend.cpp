@@ -1,0 +1,368 @@
+#include "Platform/Capture/PipeWire/Private/PipeWireBackend.h"
+
+#include <fmt/format.h>
+#include <pipewire/extensions/metadata.h>
+#include <spa/utils/json.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <map>
+#include <utility>
+#include <vector>
+
+#include "Platform/Capture/PipeWire/Private/PipeWireDriver.h"
+#include "Platform/Dispatch/DispatchQueue.h"
+
+namespace tavrel {
+namespace {
+
+constexpr std::int64_t kFirstLookNanoseconds = 3'000'000'000;
+constexpr std::int64_t kRetrySeconds = 2;
+constexpr double kSampleRate = 48000;
+constexpr std::uint32_t kMostChannels = 2;
+constexpr std::string_view kMonitorSuffix = ".monitor";
+
+enum class NodeKind { none, camera, microphone, monitor };
+
+NodeKind kindOf(const char* mediaClass) {
+  const std::string_view name = mediaClass ? mediaClass : "";
+  if (name == "Video/Source") return NodeKind::camera;
+  if (name == "Audio/Source" || name == "Audio/Source/Virtual" || name == "Audio/Duplex") return NodeKind::microphone;
+  if (name == "Audio/Sink") return NodeKind::monitor;
+  return NodeKind::none;
+}
+
+/// The "name" of {"name": "…"}.
+std::string nameInJson(const char* text) {
+  if (!text) return {};
+  std::array<spa_json, 2> iterators{};
+  spa_json_init(&iterators[0], text, strlen(text));
+  if (spa_json_enter_object(&iterators[0], &iterators[1]) <= 0) return {};
+  std::array<char, 256> key{};
+  while (spa_json_get_string(&iterators[1], key.data(), key.size()) > 0) {
+    std::array<char, 1024> value{};
+    if (spa_json_get_string(&iterators[1], value.data(), value.size()) <= 0) break;
+    if (std::string_view(key.data()) == "name") return value.data();
+  }
+  return {};
+}
+
+}  // namespace
+
+/// The connection's view of the daemon's nodes. All but construction, `start` and destruction happens on the loop's
+/// thread; the observer is told on a queue, so that it is called without the loop's lock.
+class PipeWireBackend::Registry {
+ public:
+  explicit Registry(CaptureBackendObserver& observer) : observer_(observer) {}
+
+  ~Registry() {
+    if (loop_) {
+      loop_->stop();
+      dropConnection();
+      if (retry_) pw_loop_destroy_source(loop_->loop(), retry_);
+    }
+    loop_ = nullptr;
+    queue_->shutDown();
+  }
+  Registry(const Registry&) = delete;
+  Registry& operator=(const Registry&) = delete;
+
+  void start() {
+    auto loop = PipeWireLoop::create("tavrel.pipewire");
+    if (!loop) return;
+    loop_ = std::move(*loop);
+    {
+      const PipeWireLoop::Lock lock(*loop_);
+      retry_ = pw_loop_add_timer(loop_->loop(), retried, this);
+      connect();
+      if (isConnected_) loop_->waitFor(kFirstLookNanoseconds, [this] { return hasLooked_ || !isConnected_; });
+    }
+    // The devices found so far are being told about on the queue.
+    queue_->sync([] {});
+  }
+
+ private:
+  struct Node {
+    Registry* owner = nullptr;
+    std::uint32_t id = 0;
+    NodeKind kind = NodeKind::none;
+    pw_proxy* proxy = nullptr;
+    spa_hook listener{};
+    PipeWireProperties properties;
+    std::vector<PipeWireMode> modes;
+    std::uint32_t channels = 0;
+    bool wasAsked = false;
+    int doneSequence = -1;
+    std::shared_ptr<PipeWireDriver> driver;
+  };
+
+  static const pw_core_events kCoreEvents;
+  static const pw_registry_events kRegistryEvents;
+  static const pw_node_events kNodeEvents;
+  static const pw_metadata_events kMetadataEvents;
+
+  void connect() {
+    if (!loop_->connect()) return retryLater();
+    isConnected_ = true;
+    pw_core_add_listener(loop_->core(), &coreListener_, &kCoreEvents, this);
+    registry_ = pw_core_get_registry(loop_->core(), PW_VERSION_REGISTRY, 0);
+    pw_registry_add_listener(registry_, &registryListener_, &kRegistryEvents, this);
+    hasLooked_ = false;
+    lookSequence_ = pw_core_sync(loop_->core(), PW_ID_CORE, 0);
+    looksLeft_ = 2;  // the nodes, then what they say
+    if (wasLost_) {
+      queue_->async([this] { observer_.servicesWereReset(); });
+    }
+  }
+
+  void retryLater() {
+    timespec delay{kRetrySeconds, 0};
+    pw_loop_update_timer(loop_->loop(), retry_, &delay, nullptr, false);
+  }
+
+  static void retried(void* data, std::uint64_t) {
+    auto* self = static_cast<Registry*>(data);
+    if (self->isLost_) {
+      self->dropConnection();
+      self->isLost_ = false;
+    }
+    if (!self->isConnected_) self->connect();
+  }
+
+  /// Forgets the daemon and its devices.
+  void dropConnection() {
+    for (auto& [id, node] : nodes_) forget(*node);
+    nodes_.clear();
+    if (metadata_) {
+      spa_hook_remove(&metadataListener_);
+      pw_proxy_destroy(metadata_);
+      metadata_ = nullptr;
+    }
+    if (registry_) {
+      spa_hook_remove(&registryListener_);
+      pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry_));
+      registry_ = nullptr;
+    }
+    if (isConnected_) spa_hook_remove(&coreListener_);
+    loop_->disconnect();
+    isConnected_ = false;
+  }
+
+  void forget(Node& node) {
+    spa_hook_remove(&node.listener);
+    pw_proxy_destroy(node.proxy);
+    if (node.driver) {
+      queue_->async([this, driver = std::move(node.driver)] { observer_.deviceDisappeared(driver); });
+    }
+  }
+
+  static void coreError(void* data, std::uint32_t id, int, int result, const char*) {
+    auto* self = static_cast<Registry*>(data);
+    if (id != PW_ID_CORE || result != -EPIPE || self->isLost_) return;
+    // The connection cannot be taken down inside its own event.
+    self->isLost_ = true;
+    self->wasLost_ = true;
+    self->loop_->signal();
+    timespec now{0, 1};
+    pw_loop_update_timer(self->loop_->loop(), self->retry_, &now, nullptr, false);
+  }
+
+  static void coreDone(void* data, std::uint32_t, int sequence) {
+    auto* self = static_cast<Registry*>(data);
+    for (auto& [id, node] : self->nodes_) {
+      if (node->doneSequence == sequence) self->finish(*node);
+    }
+    if (sequence != self->lookSequence_ || self->hasLooked_) return;
+    if (--self->looksLeft_ > 0) {
+      self->lookSequence_ = pw_core_sync(self->loop_->core(), PW_ID_CORE, 0);
+      return;
+    }
+    // Nodes that were asked answer before this second round ends, unless they are still being asked.
+    const bool isBusy = std::any_of(self->nodes_.begin(), self->nodes_.end(), [](const auto& entry) {
+      return entry.second->wasAsked && entry.second->doneSequence >= 0;
+    });
+    if (isBusy) {
+      self->looksLeft_ = 1;
+      self->lookSequence_ = pw_core_sync(self->loop_->core(), PW_ID_CORE, 0);
+      return;
+    }
+    self->hasLooked_ = true;
+    self->loop_->signal();
+  }
+
+  static void globalAdded(void* data, std::uint32_t id, std::uint32_t, const char* type, std::uint32_t,
+                          const spa_dict* properties) {
+    auto* self = static_cast<Registry*>(data);
+    if (!properties) return;
+    const std::string_view typeName = type;
+    if (typeName == PW_TYPE_INTERFACE_Metadata) return self->bindMetadata(id, properties);
+    if (typeName != PW_TYPE_INTERFACE_Node) return;
+    const NodeKind kind = kindOf(spa_dict_lookup(properties, PW_KEY_MEDIA_CLASS));
+    if (kind == NodeKind::none) return;
+    auto* proxy =
+        static_cast<pw_proxy*>(pw_registry_bind(self->registry_, id, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, 0));
+    if (!proxy) return;
+    auto node = std::make_unique<Node>();
+    node->owner = self;
+    node->id = id;
+    node->kind = kind;
+    node->proxy = proxy;
+    pw_node_add_listener(reinterpret_cast<pw_node*>(proxy), &node->listener, &kNodeEvents, node.get());
+    self->nodes_[id] = std::move(node);
+  }
+
+  void bindMetadata(std::uint32_t id, const spa_dict* properties) {
+    const char* name = spa_dict_lookup(properties, PW_KEY_METADATA_NAME);
+    if (metadata_ || !name || std::string_view(name) != "default") return;
+    metadata_ =
+        static_cast<pw_proxy*>(pw_registry_bind(registry_, id, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
+    if (!metadata_) return;
+    pw_metadata_add_listener(reinterpret_cast<pw_metadata*>(metadata_), &metadataListener_, &kMetadataEvents, this);
+  }
+
+  static int metadataProperty(void* data, std::uint32_t, const char* key, const char*, const char* value) {
+    auto* self = static_cast<Registry*>(data);
+    if (key && std::string_view(key) == "default.audio.source") self->defaults_->setSource(nameInJson(value));
+    return 0;
+  }
+
+  static void globalRemoved(void* data, std::uint32_t id) {
+    auto* self = static_cast<Registry*>(data);
+    const auto found = self->nodes_.find(id);
+    if (found == self->nodes_.end()) return;
+    self->forget(*found->second);
+    self->nodes_.erase(found);
+  }
+
+  static void nodeInfo(void* data, const pw_node_info* info) {
+    auto* node = static_cast<Node*>(data);
+    if ((info->change_mask & PW_NODE_CHANGE_MASK_PROPS) != 0 && info->props) {
+      const spa_dict_item* item = nullptr;
+      spa_dict_for_each(item, info->props) node->properties[item->key] = item->value ? item->value : "";
+    }
+    if (node->driver || (info->change_mask & PW_NODE_CHANGE_MASK_PARAMS) == 0) return;
+    // A camera that has not found its formats yet is asked again when they change.
+    const bool hasFormats = std::any_of(info->params, info->params + info->n_params,
+                                        [](const spa_param_info& param) { return param.id == SPA_PARAM_EnumFormat; });
+    if (!hasFormats && node->kind == NodeKind::camera) return;
+    node->modes.clear();
+    node->wasAsked = true;
+    if (hasFormats) {
+      pw_node_enum_params(reinterpret_cast<pw_node*>(node->proxy), 0, SPA_PARAM_EnumFormat, 0, UINT32_MAX, nullptr);
+    }
+    node->doneSequence = pw_core_sync(node->owner->loop_->core(), PW_ID_CORE, 0);
+  }
+
+  static void nodeParameter(void* data, int, std::uint32_t id, std::uint32_t, std::uint32_t, const spa_pod* parameter) {
+    auto* node = static_cast<Node*>(data);
+    if (id != SPA_PARAM_EnumFormat || !parameter) return;
+    if (node->kind == NodeKind::camera) {
+      const auto modes = parsePipeWireModes(*parameter);
+      node->modes.insert(node->modes.end(), modes.begin(), modes.end());
+    } else if (node->channels == 0) {
+      node->channels = parsePipeWireChannels(*parameter);
+    }
+  }
+
+  void finish(Node& node) {
+    node.doneSequence = -1;
+    if (node.driver) return;
+    const std::string name = valueOf(node.properties, PW_KEY_NODE_NAME);
+    if (name.empty() || (node.kind == NodeKind::camera && node.modes.empty())) return;
+    CaptureDeviceDescription description;
+    const bool isMonitor = node.kind == NodeKind::monitor;
+    description.uniqueID = fmt::format("pipewire:{}{}", name, isMonitor ? kMonitorSuffix : "");
+    for (const char* key : {PW_KEY_NODE_NAME, PW_KEY_NODE_NICK, PW_KEY_NODE_DESCRIPTION}) {
+      if (const std::string text = valueOf(node.properties, key); !text.empty()) description.localizedName = text;
+    }
+    if (isMonitor) description.localizedName = "Monitor of " + description.localizedName;
+    description.backendName = "pipewire";
+    description.isMonitor = isMonitor;
+    if (node.kind == NodeKind::camera) {
+      description.position = positionOf(node.properties);
+      description.mountRotation = mountRotationOf(node.properties);
+      description.formats = deviceFormatsOf(node.modes);
+    } else {
+      description.mediaType = MediaType::audio;
+      auto format = std::make_shared<CaptureDeviceFormat>();
+      format->mediaType = MediaType::audio;
+      format->audioFormat.sampleRate = kSampleRate;
+      format->audioFormat.channelCount = std::clamp(node.channels, 1U, kMostChannels);
+      description.formats = {std::move(format)};
+    }
+    node.driver = std::make_shared<PipeWireDriver>(
+        std::move(description),
+        PipeWireDriver::Node{name, valueOf(node.properties, PW_KEY_OBJECT_SERIAL), isMonitor, node.modes}, defaults_);
+    queue_->async([this, driver = node.driver] { observer_.deviceAppeared(driver); });
+  }
+
+  CaptureBackendObserver& observer_;
+  const std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::create("tavrel.pwdev");
+  const std::shared_ptr<PipeWireDefaults> defaults_ = std::make_shared<PipeWireDefaults>();
+  std::unique_ptr<PipeWireLoop> loop_;
+  spa_source* retry_ = nullptr;
+  spa_hook coreListener_{};
+  spa_hook registryListener_{};
+  spa_hook metadataListener_{};
+  pw_registry* registry_ = nullptr;
+  pw_proxy* metadata_ = nullptr;
+  std::map<std::uint32_t, std::unique_ptr<Node>> nodes_;
+  bool isConnected_ = false;
+  bool isLost_ = false;   // the daemon ended; the connection is still to be taken down
+  bool wasLost_ = false;  // ever
+  bool hasLooked_ = false;
+  int lookSequence_ = -1;
+  int looksLeft_ = 0;
+};
+
+const pw_core_events PipeWireBackend::Registry::kCoreEvents = [] {
+  pw_core_events events{};
+  events.version = PW_VERSION_CORE_EVENTS;
+  events.done = coreDone;
+  events.error = coreError;
+  return events;
+}();
+
+const pw_registry_events PipeWireBackend::Registry::kRegistryEvents = [] {
+  pw_registry_events events{};
+  events.version = PW_VERSION_REGISTRY_EVENTS;
+  events.global = globalAdded;
+  events.global_remove = globalRemoved;
+  return events;
+}();
+
+const pw_node_events PipeWireBackend::Registry::kNodeEvents = [] {
+  pw_node_events events{};
+  events.version = PW_VERSION_NODE_EVENTS;
+  events.info = nodeInfo;
+  events.param = nodeParameter;
+  return events;
+}();
+
+const pw_metadata_events PipeWireBackend::Registry::kMetadataEvents = [] {
+  pw_metadata_events events{};
+  events.version = PW_VERSION_METADATA_EVENTS;
+  events.property = metadataProperty;
+  return events;
+}();
+
+PipeWireBackend::PipeWireBackend() = default;
+
+PipeWireBackend::~PipeWireBackend() = default;
+
+void PipeWireBackend::start(CaptureBackendObserver& observer) {
+  registry_ = std::make_unique<Registry>(observer);
+  registry_->start();
+}
+
+void PipeWireBackend::stop() {
+  registry_ = nullptr;
+}
+
+CaptureAuthorizationStatus PipeWireBackend::authorizationStatus(MediaType) {
+  // A client sees only those nodes that it may use.
+  return CaptureAuthorizationStatus::authorized;
+}
+
+}  // namespace tavrel

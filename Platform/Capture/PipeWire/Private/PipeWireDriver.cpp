@@ -1,0 +1,329 @@
+#include <fmt/format.h>
+#include <spa/debug/types.h>
+#include <spa/param/buffers.h>
+#include <spa/param/param.h>
+#include <spa/utils/result.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+#include "Platform/Capture/PipeWire/Private/PipeWireDriver.h"
+#include "Platform/Capture/Private/CaptureTimes.h"
+#include "Platform/Capture/Private/FrameRates.h"
+#include "Platform/Media/AudioSession.h"
+
+namespace tavrel {
+namespace {
+
+constexpr std::int64_t kOpenNanoseconds = 5'000'000'000;
+constexpr int kBufferCount = 6;
+/// Sound whose measured time is farther from its counted time has a gap.
+constexpr double kLargestJitter = 0.05;
+/// How fast counted time follows measured time, for each buffer.
+constexpr double kClockFollowing = 0.02;
+
+}  // namespace
+
+void PipeWireDefaults::setSource(std::string name) {
+  const std::lock_guard lock(mutex_);
+  source_ = std::move(name);
+}
+
+bool PipeWireDefaults::isSource(const std::string& name) const {
+  const std::lock_guard lock(mutex_);
+  return source_ == name;
+}
+
+/// One opening. All but construction, `start` and destruction happens on the loop's thread.
+class PipeWireDriver::Stream {
+ public:
+  Stream(const PipeWireDriver& driver, CaptureRun run) : driver_(driver), run_(std::move(run)) {
+    frameRate_ = run_.frameRate;
+  }
+
+  ~Stream() {
+    if (!loop_) return;
+    loop_->stop();
+    if (stream_) pw_stream_destroy(stream_);
+    if (coreListener_.link.next) spa_hook_remove(&coreListener_);
+  }
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
+
+  Expected<void> start() {
+    auto loop = PipeWireLoop::create(isVideo() ? "tavrel.pwcam" : "tavrel.pwmic");
+    if (!loop) return tl::unexpected(loop.error());
+    loop_ = std::move(*loop);
+    const PipeWireLoop::Lock lock(*loop_);
+    if (auto connected = loop_->connect(); !connected) return connected;
+    pw_core_add_listener(loop_->core(), &coreListener_, &kCoreEvents, this);
+    if (auto made = connectStream(); !made) return made;
+    const bool isDecided = loop_->waitFor(kOpenNanoseconds, [this] { return isStreaming_ || error_; });
+    if (error_) return tl::unexpected(*error_);
+    if (!isDecided) {
+      return failure("capture", ETIMEDOUT,
+                     fmt::format("{} has not started within five seconds", driver_.description_.localizedName));
+    }
+    isOpen_ = true;
+    return {};
+  }
+
+  /// Any thread, without waiting for the loop's: that may wait for the caller's locks.
+  void setFrameRate(double framesPerSecond) {
+    const auto change = [](spa_loop*, bool, std::uint32_t, const void* data, std::size_t, void* self) {
+      static_cast<Stream*>(self)->askForRate(*static_cast<const double*>(data));
+      return 0;
+    };
+    pw_loop_invoke(loop_->loop(), change, 0, &framesPerSecond, sizeof framesPerSecond, false, this);
+  }
+
+ private:
+  static const pw_core_events kCoreEvents;
+  static const pw_stream_events kStreamEvents;
+
+  bool isVideo() const { return driver_.description_.mediaType == MediaType::video; }
+
+  Expected<void> connectStream() {
+    pw_properties* properties =
+        pw_properties_new(PW_KEY_MEDIA_TYPE, isVideo() ? "Video" : "Audio", PW_KEY_MEDIA_CATEGORY, "Capture",
+                          PW_KEY_MEDIA_ROLE, isVideo() ? "Camera" : "Production", PW_KEY_TARGET_OBJECT,
+                          driver_.node_.serial.c_str(), PW_KEY_NODE_DONT_RECONNECT, "true", nullptr);
+    if (driver_.node_.isMonitor) pw_properties_set(properties, PW_KEY_STREAM_CAPTURE_SINK, "true");
+    if (!isVideo()) pw_properties_set(properties, PW_KEY_NODE_LATENCY, "1024/48000");
+    stream_ = pw_stream_new(loop_->core(), "TavrelCaptureBase", properties);
+    if (!stream_) return failure("capture", errno, "PipeWire gives no stream");
+    pw_stream_add_listener(stream_, &streamListener_, &kStreamEvents, this);
+
+    std::vector<std::uint8_t> memory = formatMemory();
+    spa_pod_builder builder{};
+    spa_pod_builder_init(&builder, memory.data(), static_cast<std::uint32_t>(memory.size()));
+    auto parameters = isVideo() ? buildVideoFormats(builder, driver_.node_.modes, run_.format->dimensions, frameRate_)
+                                : std::vector{buildAudioFormat(builder, run_.format->audioFormat)};
+    const auto flags = static_cast<pw_stream_flags>(PW_STREAM_FLAG_AUTOCONNECT | PW_STREAM_FLAG_MAP_BUFFERS);
+    const int result = pw_stream_connect(stream_, PW_DIRECTION_INPUT, PW_ID_ANY, flags, parameters.data(),
+                                         static_cast<std::uint32_t>(parameters.size()));
+    if (result >= 0) return {};
+    return failure("posix", -result,
+                   fmt::format("{} cannot be opened: {}", driver_.description_.localizedName, spa_strerror(result)));
+  }
+
+  std::vector<std::uint8_t> formatMemory() const {
+    return std::vector<std::uint8_t>(std::size_t{1024} * (driver_.node_.modes.size() + 1));
+  }
+
+  void askForRate(double framesPerSecond) {
+    if (framesPerSecond == frameRate_) return;
+    std::vector<std::uint8_t> memory = formatMemory();
+    spa_pod_builder builder{};
+    spa_pod_builder_init(&builder, memory.data(), static_cast<std::uint32_t>(memory.size()));
+    auto parameters = buildVideoFormats(builder, driver_.node_.modes, run_.format->dimensions, framesPerSecond);
+    pw_stream_update_params(stream_, parameters.data(), static_cast<std::uint32_t>(parameters.size()));
+  }
+
+  void fail(Error error) {
+    if (error_) return;
+    error_ = error;
+    loop_->signal();
+    if (isOpen_) run_.sink->didFail(std::move(error));
+  }
+
+  static void coreError(void* data, std::uint32_t id, int, int result, const char* message) {
+    auto* self = static_cast<Stream*>(data);
+    if (id != PW_ID_CORE) return;
+    self->fail({"posix", result != 0 ? -result : EIO, fmt::format("the PipeWire service failed: {}", message)});
+  }
+
+  static void stateChanged(void* data, pw_stream_state old, pw_stream_state state, const char* message) {
+    auto* self = static_cast<Stream*>(data);
+    const std::string& name = self->driver_.description_.localizedName;
+    if (state == PW_STREAM_STATE_ERROR) {
+      self->fail({"capture", EIO, fmt::format("{} cannot be used: {}", name, message ? message : "no reason given")});
+    } else if (state == PW_STREAM_STATE_UNCONNECTED && old != PW_STREAM_STATE_UNCONNECTED) {
+      self->fail({"capture", ENODEV, fmt::format("{} went away", name)});
+    } else if (state == PW_STREAM_STATE_STREAMING) {
+      self->isStreaming_ = true;
+      self->loop_->signal();
+    }
+  }
+
+  static void parameterChanged(void* data, std::uint32_t id, const spa_pod* parameter) {
+    auto* self = static_cast<Stream*>(data);
+    if (id != SPA_PARAM_Format || !parameter) return;
+    if (self->isVideo()) self->agreeOnVideo(*parameter);
+  }
+
+  void agreeOnVideo(const spa_pod& parameter) {
+    const auto agreed = parseAgreedVideoFormat(parameter, frameRate_);
+    if (!agreed || agreed->width != run_.format->dimensions.width || agreed->height != run_.format->dimensions.height) {
+      return fail({"capture", EINVAL,
+                   fmt::format("{} agreed on a format that it was not asked for", driver_.description_.localizedName)});
+    }
+    frame_ = *agreed;
+    auto pool = PixelBufferPool::create(static_cast<std::size_t>(frame_.width), static_cast<std::size_t>(frame_.height),
+                                        PixelFormat::bgra32);
+    if (!pool) return fail(pool.error());
+    pool_ = std::move(*pool);
+
+    std::array<std::uint8_t, 1024> memory{};
+    spa_pod_builder builder{};
+    spa_pod_builder_init(&builder, memory.data(), memory.size());
+    constexpr int kTypes = (1 << SPA_DATA_MemPtr) | (1 << SPA_DATA_MemFd);
+    std::array<const spa_pod*, 2> parameters = {
+        static_cast<const spa_pod*>(
+            spa_pod_builder_add_object(&builder, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers,
+                                       SPA_PARAM_BUFFERS_buffers, SPA_POD_CHOICE_RANGE_Int(kBufferCount, 2, 16),
+                                       SPA_PARAM_BUFFERS_dataType, SPA_POD_CHOICE_FLAGS_Int(kTypes))),
+        static_cast<const spa_pod*>(spa_pod_builder_add_object(
+            &builder, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type, SPA_POD_Id(SPA_META_Header),
+            SPA_PARAM_META_size, SPA_POD_Int(static_cast<int>(sizeof(spa_meta_header)))))};
+    pw_stream_update_params(stream_, parameters.data(), parameters.size());
+  }
+
+  static void process(void* data) {
+    auto* self = static_cast<Stream*>(data);
+    while (pw_buffer* buffer = pw_stream_dequeue_buffer(self->stream_)) {
+      // What comes before `open` has returned would reach a session that does not know it yet.
+      if (self->isOpen_ && !self->error_) self->deliver(*buffer->buffer);
+      pw_stream_queue_buffer(self->stream_, buffer);
+    }
+  }
+
+  void deliver(const spa_buffer& buffer) {
+    if (buffer.n_datas == 0 || !buffer.datas[0].data || !buffer.datas[0].chunk) return;
+    const spa_data& data = buffer.datas[0];
+    const std::uint32_t offset = std::min(data.chunk->offset, data.maxsize);
+    const std::uint32_t size = std::min(data.chunk->size, data.maxsize - offset);
+    const auto* bytes = static_cast<const std::uint8_t*>(data.data) + offset;
+    if (isVideo()) {
+      deliverPicture(buffer, bytes, size);
+    } else {
+      deliverSound(bytes, size);
+    }
+  }
+
+  void deliverPicture(const spa_buffer& buffer, const std::uint8_t* bytes, std::uint32_t size) {
+    const auto* header = static_cast<const spa_meta_header*>(
+        spa_buffer_find_meta_data(&buffer, SPA_META_Header, sizeof(spa_meta_header)));
+    const MediaTime time = captureTimeOf(header ? header->pts : 0);
+    const SampleTiming timing = {frameDurationOf(frameRate_), time, MediaTime::invalid()};
+    const bool isDamaged = (header && (header->flags & SPA_META_HEADER_FLAG_CORRUPTED) != 0) ||
+                           (buffer.datas[0].chunk->flags & SPA_CHUNK_FLAG_CORRUPTED) != 0;
+    if (isDamaged || size == 0 || !pool_) return run_.sink->didDrop(timing);
+    auto picture = pool_->createPixelBuffer();
+    if (!picture) return run_.sink->didDrop(timing);
+    frame_.bytes = bytes;
+    frame_.byteCount = size;
+    frame_.bytesPerRow = rowOf(buffer.datas[0]);
+    if (auto converted = converter_.convert(frame_, **picture); !converted) return run_.sink->didDrop(timing);
+    if (auto sample = SampleBuffer::createImage(std::move(*picture), timing)) {
+      run_.sink->didCapture(std::move(*sample));
+    }
+  }
+
+  std::size_t rowOf(const spa_data& data) const {
+    const auto width = static_cast<std::size_t>(frame_.width);
+    std::size_t tight = width;
+    if (frame_.layout == FrameLayout::bgra || frame_.layout == FrameLayout::rgba) tight = width * 4;
+    if (frame_.layout == FrameLayout::yuyv || frame_.layout == FrameLayout::uyvy) tight = (width + 1) / 2 * 4;
+    return std::max<std::size_t>(data.chunk->stride > 0 ? static_cast<std::size_t>(data.chunk->stride) : 0, tight);
+  }
+
+  void deliverSound(const std::uint8_t* bytes, std::uint32_t size) {
+    const AudioFormat& format = run_.format->audioFormat;
+    const std::size_t count = size / format.bytesPerFrame();
+    if (count == 0) return;
+    auto list = AudioBufferList::create(format, count);
+    if (!list) return;
+    std::memcpy(list->buffers().front().data, bytes, count * format.bytesPerFrame());
+    const MediaTime time = timeOfSound(count);
+    if (auto sample = SampleBuffer::createAudio(format, std::move(list), static_cast<std::int64_t>(count), time)) {
+      run_.sink->didCapture(std::move(*sample));
+    }
+  }
+
+  /// When the first of `count` samples was heard: counted, and slowly led towards what PipeWire measures.
+  MediaTime timeOfSound(std::size_t count) {
+    const double length = static_cast<double>(count) / run_.format->audioFormat.sampleRate;
+    pw_time measured{};
+    double delay = 0;
+    if (pw_stream_get_time_n(stream_, &measured, sizeof measured) == 0 && measured.rate.denom > 0) {
+      delay = static_cast<double>(measured.delay) * measured.rate.num / measured.rate.denom;
+    }
+    const MediaTime end = captureTimeOf(measured.now);
+    const MediaTime heard = end - MediaTime::fromSeconds(length + std::clamp(delay, 0.0, 1.0), end.timescale);
+    if (!nextSound_.isNumeric() || std::abs((heard - nextSound_).seconds()) > kLargestJitter) nextSound_ = heard;
+    const MediaTime time =
+        nextSound_ + MediaTime::fromSeconds((heard - nextSound_).seconds() * kClockFollowing, end.timescale);
+    nextSound_ = time + MediaTime::fromSeconds(length, end.timescale);
+    return time;
+  }
+
+  const PipeWireDriver& driver_;
+  const CaptureRun run_;
+  std::unique_ptr<PipeWireLoop> loop_;
+  spa_hook coreListener_{};
+  spa_hook streamListener_{};
+  pw_stream* stream_ = nullptr;
+  bool isStreaming_ = false;
+  bool isOpen_ = false;
+  std::optional<Error> error_;
+  double frameRate_ = 30;
+  RawFrame frame_;
+  std::shared_ptr<PixelBufferPool> pool_;
+  FrameConverter converter_;
+  MediaTime nextSound_;
+};
+
+const pw_core_events PipeWireDriver::Stream::kCoreEvents = [] {
+  pw_core_events events{};
+  events.version = PW_VERSION_CORE_EVENTS;
+  events.error = coreError;
+  return events;
+}();
+
+const pw_stream_events PipeWireDriver::Stream::kStreamEvents = [] {
+  pw_stream_events events{};
+  events.version = PW_VERSION_STREAM_EVENTS;
+  events.state_changed = stateChanged;
+  events.param_changed = parameterChanged;
+  events.process = process;
+  return events;
+}();
+
+PipeWireDriver::PipeWireDriver(CaptureDeviceDescription description, Node node,
+                               std::shared_ptr<const PipeWireDefaults> defaults)
+    : description_(std::move(description)), node_(std::move(node)), defaults_(std::move(defaults)) {}
+
+PipeWireDriver::~PipeWireDriver() = default;
+
+Expected<void> PipeWireDriver::open(CaptureRun run) {
+  const std::lock_guard operation(operation_);
+  if (stream_) {
+    return failure("capture", EBUSY, fmt::format("{} is used by another session", description_.localizedName));
+  }
+  const AudioFormat format = run.format->audioFormat;
+  auto stream = std::make_unique<Stream>(*this, std::move(run));
+  if (auto started = stream->start(); !started) return started;
+  if (description_.mediaType == MediaType::audio) AudioSession::shared().setSampleRate(format.sampleRate);
+  stream_ = std::move(stream);
+  return {};
+}
+
+void PipeWireDriver::close() {
+  const std::lock_guard operation(operation_);
+  stream_ = nullptr;
+}
+
+void PipeWireDriver::setFrameRate(double framesPerSecond) {
+  const std::unique_lock operation(operation_, std::try_to_lock);
+  // While it opens or closes the session compares the rate afterwards.
+  if (operation.owns_lock() && stream_ && description_.mediaType == MediaType::video) {
+    stream_->setFrameRate(framesPerSecond);
+  }
+}
+
+}  // namespace tavrel

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <spa/param/video/raw.h>
+#include <spa/pod/builder.h>
+#include <spa/pod/pod.h>
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Platform/Capture/Private/CaptureDriver.h"
+#include "Platform/Capture/Private/FrameConversion.h"
+
+namespace tavrel {
+
+/// One way of a camera node to deliver.
+struct PipeWireMode {
+  bool isJpeg = false;
+  spa_video_format format = SPA_VIDEO_FORMAT_UNKNOWN;  // unless JPEG
+  CaptureVideoDimensions dimensions;
+  std::vector<CaptureFrameRateRange> rates;
+};
+
+/// What a node says about itself.
+using PipeWireProperties = std::map<std::string, std::string>;
+
+/// The ways that one format parameter of a camera offers; those with layouts that we cannot read are left out.
+std::vector<PipeWireMode> parsePipeWireModes(const spa_pod& parameter);
+/// How many channels a microphone's format parameter names; 0 when it does not.
+std::uint32_t parsePipeWireChannels(const spa_pod& parameter);
+/// One device format for each size.
+std::vector<std::shared_ptr<const CaptureDeviceFormat>> deviceFormatsOf(const std::vector<PipeWireMode>& modes);
+
+/// The parameters to ask for, best first, for one size and rate.
+std::vector<const spa_pod*> buildVideoFormats(spa_pod_builder& builder, const std::vector<PipeWireMode>& modes,
+                                              CaptureVideoDimensions dimensions, double rate);
+const spa_pod* buildAudioFormat(spa_pod_builder& builder, const AudioFormat& format);
+
+/// The layout, matrix and range of what was agreed on; nothing when it is none of ours.
+std::optional<RawFrame> parseAgreedVideoFormat(const spa_pod& parameter, double& rate);
+
+/// Position and rotation as the node's properties tell.
+CaptureDevicePosition positionOf(const PipeWireProperties& properties);
+int mountRotationOf(const PipeWireProperties& properties);
+std::string valueOf(const PipeWireProperties& properties, const char* key);
+
+}  // namespace tavrel

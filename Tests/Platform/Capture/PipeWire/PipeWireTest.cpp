@@ -1,0 +1,229 @@
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <fstream>
+#include <numbers>
+#include <stdexcept>
+
+#include "Platform/Capture/PipeWire/Private/PipeWireBackend.h"
+#include "Platform/Capture/Private/CaptureSystem.h"
+#include "Platform/Media/AudioSession.h"
+#include "Support/CapturePeers.h"
+#include "Support/CaptureTestSupport.h"
+#include "Support/VirtualFrames.h"
+
+namespace tavrel::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// The library beside a real daemon, a camera and a microphone that other programs play.
+class PipeWireTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(service_.start()) << "no service: see service.log"; }
+  void TearDown() override {
+    setenv("TAVREL_CAPTURE", "virtual", 1);
+    CaptureSystem::shared().restart();
+  }
+
+  static void connect() {
+    setenv("TAVREL_CAPTURE", "pipewire", 1);
+    CaptureSystem::shared().restart();
+  }
+  static std::shared_ptr<CaptureDevice> device(const std::string& uniqueID) {
+    return CaptureDevice::deviceWithUniqueID(uniqueID);
+  }
+  /// Waits for a device to come.
+  static std::shared_ptr<CaptureDevice> awaited(const std::string& uniqueID) {
+    const bool hasCome = eventually([&] { return device(uniqueID) && device(uniqueID)->isConnected(); });
+    if (!hasCome) throw std::runtime_error(uniqueID + " has not come");
+    return device(uniqueID);
+  }
+  static bool delivers(const CameraBench& camera) {
+    camera.queue->sync([&] { camera.frames->clear(); });
+    return eventually([&] { return camera.frames->count() >= 3; });
+  }
+  /// Colour bars: white, yellow, cyan, green, magenta, red, blue from left to right.
+  static void expectBars(const FrameCollector& frames, int width, int height) {
+    const VirtualPicture picture(frames.latest()->imageBuffer());
+    ASSERT_EQ(picture.width(), width);
+    ASSERT_EQ(picture.height(), height);
+    const auto bar = [&](int number) { return picture.pixel(width * (2 * number + 1) / 14, height / 4); };
+    const std::array<std::array<int, 3>, 7> colors = {
+        {{1, 1, 1}, {0, 1, 1}, {1, 1, 0}, {0, 1, 0}, {1, 0, 1}, {0, 0, 1}, {1, 0, 0}}};
+    for (int number = 0; number < 7; ++number) {
+      for (int i = 0; i < 3; ++i) {
+        const int wanted = colors[static_cast<std::size_t>(number)][static_cast<std::size_t>(i)] * 255;
+        EXPECT_NEAR(bar(number)[i], wanted, 12) << "bar " << number << " component " << i;
+      }
+    }
+  }
+  std::filesystem::path toneFile(double frequency, double seconds) const {
+    const auto path = service_.folder() / "tone.wav";
+    const auto count = static_cast<std::uint32_t>(48000 * seconds);
+    std::ofstream file(path, std::ios::binary);
+    const auto put = [&](auto value) { file.write(reinterpret_cast<const char*>(&value), sizeof value); };
+    file << "RIFF";
+    put(36 + count * 2);
+    file << "WAVEfmt ";
+    put(std::uint32_t{16});
+    put(std::uint16_t{1});
+    put(std::uint16_t{1});
+    put(std::uint32_t{48000});
+    put(std::uint32_t{96000});
+    put(std::uint16_t{2});
+    put(std::uint16_t{16});
+    file << "data";
+    put(count * 2);
+    for (std::uint32_t i = 0; i < count; ++i) {
+      put(static_cast<std::int16_t>(std::lround(16384 * std::sin(2 * std::numbers::pi * frequency * i / 48000))));
+    }
+    return path;
+  }
+
+  PipeWireService service_;
+};
+
+TEST_F(PipeWireTest, ShowsCamerasAndTheirPicturesInEveryLayout) {
+  const auto front =
+      service_.startCamera("one", "format=BGRA,width=320,height=240,framerate=30/1", ",api.libcamera.location=front");
+  const auto back = service_.startCamera("two", "format=YUY2,width=640,height=480,framerate=15/1",
+                                         ",api.libcamera.location=back,api.libcamera.rotation=180");
+  const auto third = service_.startCamera("three", "format=NV12,width=320,height=240,framerate=30/1");
+  const auto fourth = service_.startCamera("four", "format=I420,width=320,height=240,framerate=30/1");
+  connect();
+  const auto camera = awaited("pipewire:one");
+  EXPECT_EQ(camera->localizedName(), "Bars-one");
+  EXPECT_EQ(camera->position(), CaptureDevicePosition::front);
+  EXPECT_EQ(camera->backendName(), "pipewire");
+  ASSERT_EQ(camera->formats().size(), 1U);
+  EXPECT_EQ(camera->formats()[0]->dimensions, (CaptureVideoDimensions{320, 240}));
+  const auto other = awaited("pipewire:two");
+  EXPECT_EQ(other->position(), CaptureDevicePosition::back);
+  EXPECT_DOUBLE_EQ(other->activeFormat()->videoSupportedFrameRateRanges[0].maxFrameRate, 15);
+  ASSERT_EQ((awaited("pipewire:three"), awaited("pipewire:four"),
+             CaptureDevice::devicesWithMediaType(MediaType::video).size()),
+            4U);
+  for (const char* name : {"one", "three", "four"}) {
+    SCOPED_TRACE(name);
+    CameraBench bench(device(std::string("pipewire:") + name));
+    bench.session->startRunning();
+    ASSERT_FALSE(bench.session->runtimeError().has_value()) << bench.session->runtimeError()->description;
+    ASSERT_TRUE(delivers(bench));
+    ASSERT_TRUE(eventually([&] { return bench.frames->count() >= 10; }));
+    bench.session->stopRunning();
+    expectBars(*bench.frames, 320, 240);
+    const auto times = bench.frames->times();
+    EXPECT_NEAR((times[9] - times[0]).seconds(), 0.3, 0.15);
+    EXPECT_LT(std::abs((CaptureClock::realTime()->now() - times.back()).seconds()), 5);
+  }
+  // The second is mounted upside down, and stands upright in what it delivers: turned by half.
+  CameraBench bench(other);
+  bench.session->startRunning();
+  ASSERT_TRUE(delivers(bench));
+  const VirtualPicture picture(bench.frames->latest()->imageBuffer());
+  ASSERT_EQ(picture.width(), 640);
+  EXPECT_GT(picture.pixel(60, 400)[0], 170) << "blue, the last bar, has become the first";
+  EXPECT_LT(picture.pixel(60, 400)[1], 30);
+}
+
+TEST_F(PipeWireTest, GoesOnWhenTheCameraDiesAndFindsItAgain) {
+  auto program = service_.startCamera("cam", "format=BGRA,width=320,height=240,framerate=30/1");
+  connect();
+  const auto camera = awaited("pipewire:cam");
+  CameraBench bench(camera);
+  const NotificationCounter errors(kCaptureSessionRuntimeErrorNotification, bench.session.get());
+  const NotificationCounter recoveries(kCaptureSessionDidRecoverNotification, bench.session.get());
+  bench.session->startRunning();
+  ASSERT_TRUE(delivers(bench));
+  program->kill();
+  ASSERT_TRUE(eventually([&] { return errors.count() == 1 && !camera->isConnected(); }));
+  EXPECT_TRUE(bench.session->isRunning());
+  EXPECT_TRUE(CaptureDevice::devicesWithMediaType(MediaType::video).empty());
+  program = service_.startCamera("cam", "format=BGRA,width=320,height=240,framerate=30/1");
+  ASSERT_TRUE(eventually([&] { return recoveries.count() == 1; }));
+  EXPECT_EQ(device("pipewire:cam"), camera);
+  ASSERT_TRUE(delivers(bench));
+  expectBars(*bench.frames, 320, 240);
+  EXPECT_EQ(errors.count(), 1);
+}
+
+TEST_F(PipeWireTest, HearsMicrophonesAndMonitors) {
+  ASSERT_TRUE(runCommand("pactl load-module module-null-sink sink_name=hall rate=48000"));
+  ASSERT_TRUE(runCommand("pactl load-module module-remap-source master=hall.monitor source_name=desk"));
+  ASSERT_TRUE(runCommand("pactl set-default-source desk"));
+  connect();
+  const auto monitor = awaited("pipewire:hall.monitor");
+  const auto microphone = awaited("pipewire:desk");
+  ASSERT_TRUE(eventually([&] { return CaptureDevice::defaultDeviceWithMediaType(MediaType::audio) == microphone; }))
+      << "a monitor is nobody's default";
+  const auto tone = toneFile(440, 60);
+  const PeerProcess player("exec paplay --device=hall " + tone.string());
+  for (const auto& source : {monitor, microphone}) {
+    SCOPED_TRACE(source->uniqueID());
+    const auto session = CaptureSession::create();
+    const auto output = CaptureAudioDataOutput::create();
+    const auto sound = std::make_shared<SoundCollector>();
+    const auto queue = DispatchQueue::create("test.sound");
+    output->setSampleBufferDelegate(sound, queue);
+    session->addInput(CaptureDeviceInput::create(source).value());
+    session->addOutput(output);
+    session->startRunning();
+    ASSERT_FALSE(session->runtimeError().has_value()) << session->runtimeError()->description;
+    const auto isLoud = [&] {
+      const auto channels = output->connectionWithMediaType(MediaType::audio)->audioChannels();
+      return !channels.empty() && channels[0]->averagePowerLevel() > -12;
+    };
+    ASSERT_TRUE(eventually(isLoud));
+    queue->sync([&] { sound->clear(); });
+    ASSERT_TRUE(eventually([&] { return sound->count() >= 96000; }));
+    session->stopRunning();
+    queue->sync([] {});
+    // The tone's period, amplitude, and nothing missing: a sine follows from its two predecessors.
+    const auto samples = sound->samples();
+    const double factor = 2 * std::cos(2 * std::numbers::pi * 440 / 48000);
+    double greatest = 0;
+    std::size_t breaks = 0;
+    for (std::size_t i = 2; i < 90000; ++i) {
+      const double next = factor * static_cast<double>(samples[i - 1]) - static_cast<double>(samples[i - 2]);
+      if (std::abs(next - static_cast<double>(samples[i])) > 0.01) ++breaks;
+      greatest = std::max(greatest, std::abs(static_cast<double>(samples[i])));
+    }
+    EXPECT_LE(breaks, 4U);
+    EXPECT_NEAR(greatest, 0.5, 0.05);
+    EXPECT_EQ(AudioSession::shared().sampleRate(), 48000);
+    EXPECT_LT(std::abs((CaptureClock::realTime()->now() - sound->start()).seconds()), 20);
+  }
+}
+
+TEST_F(PipeWireTest, SurvivesTheEndOfTheService) {
+  auto program = service_.startCamera("cam", "format=BGRA,width=320,height=240,framerate=30/1");
+  connect();
+  const auto camera = awaited("pipewire:cam");
+  CameraBench bench(camera);
+  const NotificationCounter resets(kAudioSessionMediaServicesWereResetNotification);
+  const NotificationCounter recoveries(kCaptureSessionDidRecoverNotification, bench.session.get());
+  bench.session->startRunning();
+  ASSERT_TRUE(delivers(bench));
+  service_.stop();
+  program->kill();
+  ASSERT_TRUE(eventually([&] { return !camera->isConnected() && bench.session->runtimeError(); }));
+  ASSERT_TRUE(service_.start());
+  program = service_.startCamera("cam", "format=BGRA,width=320,height=240,framerate=30/1");
+  ASSERT_TRUE(eventually([&] { return resets.count() >= 1; })) << resets.count();
+  ASSERT_TRUE(eventually([&] { return recoveries.count() >= 1; }))
+      << recoveries.count() << bench.session->runtimeError()->description;
+  ASSERT_TRUE(delivers(bench));
+
+  // Without any service everything answers at once.
+  bench.session->stopRunning();
+  service_.stop();
+  const auto began = std::chrono::steady_clock::now();
+  connect();
+  EXPECT_TRUE(CaptureDevice::devicesWithMediaType(MediaType::video).empty());
+  EXPECT_EQ(CaptureDevice::defaultDeviceWithMediaType(MediaType::audio), nullptr);
+  EXPECT_LT(std::chrono::steady_clock::now() - began, 3s);
+}
+
+}  // namespace
+}  // namespace tavrel::test
