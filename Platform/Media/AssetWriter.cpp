@@ -18,6 +18,10 @@ Expected<std::shared_ptr<AssetWriter>> AssetWriter::create(const std::filesystem
 bool AssetWriter::canStore(const FormatDescription& format, std::string_view fileType) {
   const AVCodecID codec = PassthroughTrackEncoder::codecOf(format);
   if (codec == AV_CODEC_ID_NONE || !MovieFile::canHold(codec, fileType)) return false;
+  // The muxer says no only when it is too late.
+  constexpr std::array kNotInQuickTime = {AV_CODEC_ID_OPUS, AV_CODEC_ID_FLAC, AV_CODEC_ID_TRUEHD};
+  const bool isRefused = std::find(kNotInQuickTime.begin(), kNotInQuickTime.end(), codec) != kNotInQuickTime.end();
+  if (isRefused && fileType == kFileTypeQuickTimeMovie) return false;
   // These carry in every packet what the header of such a file has to say, or not at all.
   constexpr std::array kNeedHeader = {AV_CODEC_ID_AAC, AV_CODEC_ID_VORBIS, AV_CODEC_ID_OPUS, AV_CODEC_ID_FLAC,
                                       AV_CODEC_ID_ALAC};
