@@ -45,7 +45,10 @@ std::vector<std::int64_t> measuredEnds(AVFormatContext& file) {
   while (packet && av_read_frame(&file, packet.get()) >= 0) {
     const auto index = static_cast<std::size_t>(packet->stream_index);
     const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
-    if (index < ends.size() && time != AV_NOPTS_VALUE) {
+    if (index < ends.size() && time == AV_NOPTS_VALUE && packet->duration > 0) {
+      // A raw stream: its pictures follow each other.
+      ends[index] = std::max<std::int64_t>(0, ends[index]) + packet->duration;
+    } else if (index < ends.size() && time != AV_NOPTS_VALUE) {
       const std::int64_t start = file.streams[index]->start_time;
       const std::int64_t begin = start == AV_NOPTS_VALUE ? 0 : start;
       ends[index] = std::max(ends[index], time + std::max<std::int64_t>(0, packet->duration) - begin);
