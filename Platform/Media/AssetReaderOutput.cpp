@@ -57,6 +57,7 @@ void AssetReaderOutput::resetForReadingTimeRanges(std::vector<MediaTimeRange> ti
   const auto reader = reader_.lock();
   if (!reader || reader->status() != AssetReader::Status::reading) return;
   if (!isDrained_) fatalAssertion("An asset reader output can be reset only once it was read to its end");
+  std::erase_if(timeRanges, [](const MediaTimeRange& range) { return !range.start.isNumeric(); });
   if (timeRanges.empty()) return;
   ranges_.assign(timeRanges.rbegin(), timeRanges.rend());
   if (auto sought = samples_->seek(ranges_.back(), false); !sought) return reader->fail(std::move(sought.error()));

@@ -18,18 +18,23 @@ Expected<std::shared_ptr<SampleBuffer>> cutToRange(const std::shared_ptr<SampleB
                                                    const MediaTimeRange& range) {
   const AudioFormat& format = sound->format()->audioFormat;
   const AVRational frames = {1, static_cast<int>(std::lround(format.sampleRate))};
-  const std::int64_t begin = unitsOf(sound->presentationTimeStamp(), frames);
+  const MediaTime start = sound->presentationTimeStamp();
   const std::int64_t count = sound->numSamples();
-  const std::int64_t first = std::clamp<std::int64_t>(unitsOf(range.start, frames) - begin, 0, count);
-  const MediaTime end = range.end();
-  const std::int64_t last = end.isNumeric() ? std::clamp<std::int64_t>(unitsOf(end, frames) - begin, 0, count) : count;
+  // Times far away do not fit the sound's own units.
+  const auto placeOf = [&](const MediaTime& time) -> std::int64_t {
+    if (!(time > start)) return 0;
+    const std::int64_t place = unitsOf(time - start, frames);
+    return place == AV_NOPTS_VALUE ? count : std::clamp<std::int64_t>(place, 0, count);
+  };
+  const std::int64_t first = placeOf(range.start);
+  const std::int64_t last = placeOf(range.end());
   if (first >= last) return nullptr;
   if (first == 0 && last == count) return sound;
   auto cut = AudioBufferList::create(format, static_cast<std::size_t>(last - first));
   const auto* const from = static_cast<const std::uint8_t*>(sound->audioBufferList()->buffers().front().data);
   std::memcpy(cut->buffers().front().data, from + static_cast<std::size_t>(first) * format.bytesPerFrame(),
               static_cast<std::size_t>(last - first) * format.bytesPerFrame());
-  return SampleBuffer::createAudio(format, std::move(cut), last - first, mediaTimeFrom(begin + first, frames));
+  return SampleBuffer::createAudio(format, std::move(cut), last - first, start + mediaTimeFrom(first, frames));
 }
 
 Expected<std::unique_ptr<SampleReader>> SoundTrackReader::open(const std::filesystem::path& path,
