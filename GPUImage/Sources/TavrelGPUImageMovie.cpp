@@ -42,13 +42,12 @@ void TavrelGPUImageMovie::startProcessing() {
   previousFrameTime_ = MediaTime::zero();
   previousActualFrameTime_ = now();
   const auto inputAsset = Asset::createUnloaded(file, {.prefersPreciseDurationAndTiming = true});
-  inputAsset->loadTracksAsynchronously(
-      [this, self = shared_from_this(), loading = std::weak_ptr<Asset>(inputAsset)] {
-        const auto loaded = loading.lock();
-        if (!loaded || loaded->statusOfTracks() != Asset::ValueStatus::loaded) return;
-        setAsset(loaded);
-        processAsset();
-      });
+  inputAsset->loadTracksAsynchronously([this, self = shared_from_this(), loading = std::weak_ptr<Asset>(inputAsset)] {
+    const auto loaded = loading.lock();
+    if (!loaded || loaded->statusOfTracks() != Asset::ValueStatus::loaded) return;
+    setAsset(loaded);
+    processAsset();
+  });
 }
 
 std::shared_ptr<AssetReader> TavrelGPUImageMovie::createAssetReader() {
@@ -159,8 +158,8 @@ bool TavrelGPUImageMovie::readNextVideoFrameFromOutput(AssetReaderOutput& reader
     videoEncodingIsFinished_ = true;
   }
   if (readerStatus() == AssetReader::Status::reading && !videoEncodingIsFinished_) {
-    const auto sample = isReversed_ ? copyReversedSampleBuffer(readerVideoTrackOutput)
-                                    : readerVideoTrackOutput.copyNextSampleBuffer();
+    const auto sample =
+        isReversed_ ? copyReversedSampleBuffer(readerVideoTrackOutput) : readerVideoTrackOutput.copyNextSampleBuffer();
     if (sample) {
       if (playAtActualSpeed_) waitForActualTime(*sample);
       TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
@@ -283,8 +282,8 @@ float TavrelGPUImageMovie::progress() const {
   const MediaTime whole = asset()->duration();
   const std::lock_guard lock(mutex_);
   if (processingFrameTime_.timescale == 0 || whole.timescale == 0 || whole.value == 0) return 0;
-  const float current = static_cast<float>(processingFrameTime_.value) * 1.0F /
-                        static_cast<float>(processingFrameTime_.timescale);
+  const float current =
+      static_cast<float>(processingFrameTime_.value) * 1.0F / static_cast<float>(processingFrameTime_.timescale);
   const float total = static_cast<float>(whole.value) * 1.0F / static_cast<float>(whole.timescale);
   return current / total;
 }

@@ -56,7 +56,8 @@ void TavrelGPUImageMovie::uploadAsTexture(const std::shared_ptr<PixelBuffer>& mo
   const auto height = static_cast<GLsizei>(movieFrame->height());
   movieFrame->lockBaseAddress(PixelBufferLock::readOnly);
   TextureCache& cache = *TavrelGPUImageContext::sharedImageProcessingContext()->coreVideoTextureCache();
-  auto texture = cache.createTextureFromPixelBuffer(movieFrame, GL_RGBA, width, height, GL_BGRA_EXT, GL_UNSIGNED_BYTE, 0);
+  auto texture =
+      cache.createTextureFromPixelBuffer(movieFrame, GL_RGBA, width, height, GL_BGRA_EXT, GL_UNSIGNED_BYTE, 0);
   if (!texture) {
     ConsoleLog::write("Movie CVOpenGLESTextureCacheCreateTextureFromImage failed (error: {})", texture.error().code);
     fatalAssertion("Camera failure");
@@ -82,10 +83,8 @@ void TavrelGPUImageMovie::uploadBytes(const std::shared_ptr<PixelBuffer>& movieF
   const Size size = {static_cast<double>(movieFrame->width()), static_cast<double>(movieFrame->height())};
   movieFrame->lockBaseAddress(PixelBufferLock::readOnly);
   const TavrelGPUTextureOptions& options = outputTextureOptions();
-  outputFramebuffer =
-      TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(size, options, true);
-  const std::size_t bytesPerPixel =
-      movieFrame->width() > 0 ? movieFrame->bytesPerRow() / movieFrame->width() : 0;
+  outputFramebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(size, options, true);
+  const std::size_t bytesPerPixel = movieFrame->width() > 0 ? movieFrame->bytesPerRow() / movieFrame->width() : 0;
   const std::size_t rowLength = bytesPerPixel > 0 ? movieFrame->bytesPerRow() / bytesPerPixel : 0;
   glActiveTexture(GL_TEXTURE4);
   glBindTexture(GL_TEXTURE_2D, outputFramebuffer->texture());
@@ -119,8 +118,8 @@ void TavrelGPUImageMovie::processPlayerItem() {
     link->addToMainRunLoop();
     link->setPaused(true);
 
-    const PixelFormat format = TavrelGPUImageContext::supportsFastTextureUpload() ? PixelFormat::biPlanar420FullRange
-                                                                                  : PixelFormat::bgra32;
+    const PixelFormat format =
+        TavrelGPUImageContext::supportsFastTextureUpload() ? PixelFormat::biPlanar420FullRange : PixelFormat::bgra32;
     const auto output = PlayerItemVideoOutput::create(
         {{kPixelBufferPixelFormatTypeKey, static_cast<std::int64_t>(static_cast<std::uint32_t>(format))}});
     output->setDelegate(self, TavrelGPUImageContext::sharedContextQueue());

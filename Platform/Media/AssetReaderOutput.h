@@ -40,9 +40,9 @@ class TAVREL_API AssetReaderOutput {
   /// its end counts only once the configuration is final. Before reading starts, else the program stops.
   bool supportsRandomAccess() const { return supportsRandomAccess_; }
   void setSupportsRandomAccess(bool newValue);
-  /// Reads these ranges next, one after the other: pictures whose time lies in a range, sound cut to it. The output must
-  /// support random access and be drained, else the program stops. Ranges that begin at no numeric time are left out. No
-  /// effect once final.
+  /// Reads these ranges next, one after the other: pictures whose time lies in a range, sound cut to it. The output
+  /// must support random access and be drained, else the program stops. Ranges that begin at no numeric time are left
+  /// out. No effect once final.
   void resetForReadingTimeRanges(std::vector<MediaTimeRange> timeRanges);
   /// No further reset will come: when it is drained, the output has ended.
   void markConfigurationAsFinal();

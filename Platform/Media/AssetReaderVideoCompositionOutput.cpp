@@ -92,7 +92,8 @@ class CompositionReader final : public SampleReader {
 
   const VideoCompositionInstruction* instructionAt(MediaTime time) const {
     const auto& all = composition_->instructions();
-    const auto found = std::find_if(all.begin(), all.end(), [&](const auto& each) { return each.timeRange.contains(time); });
+    const auto found =
+        std::find_if(all.begin(), all.end(), [&](const auto& each) { return each.timeRange.contains(time); });
     return found == all.end() ? nullptr : &*found;
   }
 
@@ -162,7 +163,8 @@ Expected<std::unique_ptr<SampleReader>> AssetReaderVideoCompositionOutput::open(
   std::vector<LayerSource> sources;
   for (const auto& track : tracks_) {
     const bool isComposed = !track->segments().empty();
-    auto opened = openTrack(track->path().empty() && !isComposed ? reader.asset()->path() : track->path(), *track, form);
+    auto opened =
+        openTrack(track->path().empty() && !isComposed ? reader.asset()->path() : track->path(), *track, form);
     if (!opened) return tl::unexpected(opened.error());
     sources.emplace_back(track, std::move(*opened));
     end = std::max(end, track->timeRange().end());

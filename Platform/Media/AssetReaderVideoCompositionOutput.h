@@ -17,9 +17,11 @@ class TAVREL_API AssetReaderVideoCompositionOutput : public AssetReaderOutput {
 
   MediaType mediaType() const override { return MediaType::video; }
   const std::shared_ptr<const VideoComposition>& videoComposition() const { return videoComposition_; }
-  /// Before reading starts. Without one, that of `MutableVideoComposition::createWithPropertiesOfAsset` is used. Reading
-  /// does not start with a render size or a frame duration that is not positive.
-  void setVideoComposition(std::shared_ptr<const VideoComposition> newValue) { videoComposition_ = std::move(newValue); }
+  /// Before reading starts. Without one, that of `MutableVideoComposition::createWithPropertiesOfAsset` is used.
+  /// Reading does not start with a render size or a frame duration that is not positive.
+  void setVideoComposition(std::shared_ptr<const VideoComposition> newValue) {
+    videoComposition_ = std::move(newValue);
+  }
 
  private:
   Expected<std::unique_ptr<SampleReader>> open(const AssetReader& reader) override;

@@ -19,9 +19,8 @@ bool AssetWriter::canStore(const FormatDescription& format, std::string_view fil
   const AVCodecID codec = PassthroughTrackEncoder::codecOf(format);
   if (codec == AV_CODEC_ID_NONE || !MovieFile::canHold(codec, fileType)) return false;
   // The muxer says no only when it is too late.
-  const bool isRefused =
-      codec == AV_CODEC_ID_FLAC || codec == AV_CODEC_ID_TRUEHD ||
-      (codec == AV_CODEC_ID_OPUS && fileType == kFileTypeQuickTimeMovie);
+  const bool isRefused = codec == AV_CODEC_ID_FLAC || codec == AV_CODEC_ID_TRUEHD ||
+                         (codec == AV_CODEC_ID_OPUS && fileType == kFileTypeQuickTimeMovie);
   if (isRefused && fileType != kFileTypeMatroska) return false;
   // These carry in every packet what the header of such a file has to say, or not at all.
   constexpr std::array kNeedHeader = {AV_CODEC_ID_AAC, AV_CODEC_ID_VORBIS, AV_CODEC_ID_OPUS, AV_CODEC_ID_FLAC,

@@ -84,12 +84,14 @@ Expected<void> MutableCompositionTrack::insertTimeRange(const MediaTimeRange& ra
                                                         const std::shared_ptr<const AssetTrack>& track,
                                                         MediaTime time) {
   if (!track || track->mediaType() != mediaType_) {
-    return failure("media", 1,
-                   fmt::format("track {} takes {} only", trackID_, mediaType_ == MediaType::video ? "pictures" : "sound"));
+    return failure(
+        "media", 1,
+        fmt::format("track {} takes {} only", trackID_, mediaType_ == MediaType::video ? "pictures" : "sound"));
   }
   if (!isUsable(range) || !time.isNumeric() || time < MediaTime::zero()) {
-    return failure("media", 1, fmt::format("{} for {} cannot be inserted at {}", range.start.description(),
-                                           range.duration.description(), time.description()));
+    return failure("media", 1,
+                   fmt::format("{} for {} cannot be inserted at {}", range.start.description(),
+                               range.duration.description(), time.description()));
   }
   const std::lock_guard lock(mutex_);
   if (time > end()) segments_.push_back({nullptr, {}, {end(), time - end()}});

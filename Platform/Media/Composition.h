@@ -8,8 +8,8 @@
 
 namespace tavrel {
 
-/// A track of a `MutableComposition`: pieces of other tracks, one behind the other. Readers take the track as it is when
-/// they are made. Any thread.
+/// A track of a `MutableComposition`: pieces of other tracks, one behind the other. Readers take the track as it is
+/// when they are made. Any thread.
 class TAVREL_API MutableCompositionTrack {
  public:
   MutableCompositionTrack(int trackID, MediaType mediaType) : trackID_(trackID), mediaType_(mediaType) {}
@@ -23,7 +23,8 @@ class TAVREL_API MutableCompositionTrack {
   /// At first that of the first piece.
   void setPreferredTransform(const AffineTransform& transform);
 
-  /// Plays `range` of `track` at `time`; what was there moves back. Beyond the end the track is empty up to `time`. Fails
+  /// Plays `range` of `track` at `time`; what was there moves back. Beyond the end the track is empty up to `time`.
+  /// Fails
   /// ("media") for a track of another type, times that are not numeric or negative, and an empty range.
   Expected<void> insertTimeRange(const MediaTimeRange& range, const std::shared_ptr<const AssetTrack>& track,
                                  MediaTime time);

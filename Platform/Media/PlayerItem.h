@@ -23,8 +23,8 @@ class TAVREL_API PlayerItemOutputDelegate {
   virtual void outputMediaDataWillChange(PlayerItemVideoOutput& sender) = 0;
 };
 
-/// An asset that is played: it maps the host's clock (`DisplayLink::hostTime`) to the asset's time line. It is paused at
-/// 0 at first. Pictures come out of its video outputs; it makes no sound. Any thread.
+/// An asset that is played: it maps the host's clock (`DisplayLink::hostTime`) to the asset's time line. It is paused
+/// at 0 at first. Pictures come out of its video outputs; it makes no sound. Any thread.
 class TAVREL_API PlayerItem {
  public:
   explicit PlayerItem(std::shared_ptr<const Asset> asset);

@@ -25,7 +25,8 @@ Upright uprightOf(const AssetTrack& track) {
   const Size size = track.naturalSize();
   Point low{1e9, 1e9};
   Point high{-1e9, -1e9};
-  for (const Point corner : {Point{0, 0}, Point{size.width, 0}, Point{0, size.height}, Point{size.width, size.height}}) {
+  for (const Point corner :
+       {Point{0, 0}, Point{size.width, 0}, Point{0, size.height}, Point{size.width, size.height}}) {
     const Point at = transform.apply(corner);
     low = {std::min(low.x, at.x), std::min(low.y, at.y)};
     high = {std::max(high.x, at.x), std::max(high.y, at.y)};

@@ -37,9 +37,9 @@ std::optional<TavrelGPUImageRotationMode> uprightRotation(const AffineTransform&
                                            {{0, 1, 1, 0}, kTavrelGPUImageRotateRightFlipVertical},
                                            {{0, -1, -1, 0}, kTavrelGPUImageRotateRightFlipHorizontal},
                                            {{-1, 0, 0, -1}, kTavrelGPUImageRotate180}}};
-  const std::array<int, 4> matrix = {static_cast<int>(std::lround(transform.a)), static_cast<int>(std::lround(transform.b)),
-                                     static_cast<int>(std::lround(transform.c)),
-                                     static_cast<int>(std::lround(transform.d))};
+  const std::array<int, 4> matrix = {
+      static_cast<int>(std::lround(transform.a)), static_cast<int>(std::lround(transform.b)),
+      static_cast<int>(std::lround(transform.c)), static_cast<int>(std::lround(transform.d))};
   for (const Turn& turn : kTurns) {
     if (turn.matrix == matrix) return turn.mode;
   }
@@ -70,7 +70,8 @@ Transcoding::Transcoding(Options options, EffectChain effects)
 int Transcoding::run(bool printJson) {
   if (const auto opened = openInput(); !opened) return fail("{}", opened.error().description);
   buildGraph();
-  if (const auto error = writer_->error()) return fail("cannot write {}: {}", options_.output.string(), error->description);
+  if (const auto error = writer_->error())
+    return fail("cannot write {}: {}", options_.output.string(), error->description);
 
   isInterrupted = 0;
   std::signal(SIGINT, interrupt);
@@ -189,7 +190,8 @@ std::optional<std::string> Transcoding::finish() {
   };
   if (isInterrupted) return giveUp("interrupted");
   if (const auto error = movie_->assetReader()->error()) return giveUp(error->description);
-  if (frameCounter_->count == 0) return giveUp(fmt::format("{} has no picture that can be decoded", options_.input.string()));
+  if (frameCounter_->count == 0)
+    return giveUp(fmt::format("{} has no picture that can be decoded", options_.input.string()));
   DispatchSemaphore finished(0);
   writer_->finishRecordingWithCompletionHandler([&finished] { finished.signal(); });
   finished.wait();
@@ -213,8 +215,8 @@ int Transcoding::report(bool printJson) const {
         "\"sound\": \"{}\"}}\n",
         jsonString(name), encoded.width, encoded.height, seconds, frames, soundTreatment_);
   } else {
-    fmt::print("{} {:.0f}x{:.0f}, {:.1f} s, {} frames, sound {}\n", name, encoded.width, encoded.height, seconds, frames,
-               soundTreatment_);
+    fmt::print("{} {:.0f}x{:.0f}, {:.1f} s, {} frames, sound {}\n", name, encoded.width, encoded.height, seconds,
+               frames, soundTreatment_);
   }
   return kSuccess;
 }

@@ -125,8 +125,8 @@ BENCHMARK(againstHandWrittenLoop)->Iterations(1)->UseManualTime()->Unit(benchmar
 void reverseAgainstForward(benchmark::State& state) {
   const Files files;
   for (auto iteration : state) {
-    const Comparison comparison =
-        compare(5, 1, [&] { transcode(files, false); }, [&] { transcode(files, true); });
+    const Comparison comparison = compare(
+        5, 1, [&] { transcode(files, false); }, [&] { transcode(files, true); });
     report(state, comparison);
     state.counters["cost_of_forward"] = comparison.ratio;
   }

@@ -22,9 +22,9 @@ struct AudioSettings {
   static Expected<AudioSettings> parse(const Dictionary& settings);
 };
 
-/// PCM, or sound of another coding, to an audio track: continuity, conversion, encoding. Each sample buffer is placed on the movie's time line: an
-/// overlap is cut, a gap filled with silence. What deviates less than 5 ms is joined as it comes, and stretched by a
-/// frame at a time until the deviation is gone.
+/// PCM, or sound of another coding, to an audio track: continuity, conversion, encoding. Each sample buffer is placed
+/// on the movie's time line: an overlap is cut, a gap filled with silence. What deviates less than 5 ms is joined as it
+/// comes, and stretched by a frame at a time until the deviation is gone.
 class AudioTrackEncoder final : public TrackEncoder {
  public:
   /// AAC with these settings.

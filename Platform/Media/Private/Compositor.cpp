@@ -75,7 +75,8 @@ void drawMoved(const Bitmap& target, const Bitmap& layer, int dx, int dy, int op
       std::memcpy(to, source, static_cast<std::size_t>(right - left) * 4);
       continue;
     }
-    for (int x = left; x < right; ++x, source += 4, to += 4) blend(to, {source[0], source[1], source[2], source[3]}, opacity);
+    for (int x = left; x < right; ++x, source += 4, to += 4)
+      blend(to, {source[0], source[1], source[2], source[3]}, opacity);
   }
 }
 
@@ -113,7 +114,9 @@ void drawTransformed(const Bitmap& target, const Bitmap& layer, const AffineTran
 }  // namespace
 
 void fillWithColor(PixelBuffer& target, const VideoCompositionInstruction::Color& color) {
-  const auto byte = [](double level) { return static_cast<std::uint8_t>(std::lround(std::clamp(level, 0.0, 1.0) * 255)); };
+  const auto byte = [](double level) {
+    return static_cast<std::uint8_t>(std::lround(std::clamp(level, 0.0, 1.0) * 255));
+  };
   const std::array<std::uint8_t, 4> pixel = {byte(color.blue), byte(color.green), byte(color.red), byte(color.alpha)};
   const Bitmap bitmap(target);
   for (int y = 0; y < bitmap.height; ++y) {

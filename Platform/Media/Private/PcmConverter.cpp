@@ -61,8 +61,7 @@ Expected<void> PcmConverter::prepareResampler(const AVFrame& sound) {
   const bool sameChannels = channels == static_cast<int>(format_.channelCount);
   ChannelLayout usual(static_cast<int>(format_.channelCount));
   SwrContext* context = nullptr;
-  const AVSampleFormat stored =
-      format_.sampleType == AudioSampleType::int16 ? AV_SAMPLE_FMT_S16 : AV_SAMPLE_FMT_FLT;
+  const AVSampleFormat stored = format_.sampleType == AudioSampleType::int16 ? AV_SAMPLE_FMT_S16 : AV_SAMPLE_FMT_FLT;
   int result = swr_alloc_set_opts2(&context, sameChannels ? &input.layout : &usual.layout, stored,
                                    static_cast<int>(format_.sampleRate), &input.layout,
                                    static_cast<AVSampleFormat>(sound.format), sound.sample_rate, 0, nullptr);

@@ -10,8 +10,9 @@ namespace tavrel {
 
 template <typename Value>
 void addRamp(std::vector<Ramp<Value>>& ramps, Ramp<Value> ramp) {
-  const auto later = std::upper_bound(ramps.begin(), ramps.end(), ramp.timeRange.start,
-                                      [](const MediaTime& start, const auto& each) { return start < each.timeRange.start; });
+  const auto later =
+      std::upper_bound(ramps.begin(), ramps.end(), ramp.timeRange.start,
+                       [](const MediaTime& start, const auto& each) { return start < each.timeRange.start; });
   ramps.insert(later, std::move(ramp));
 }
 

@@ -21,8 +21,8 @@ class SampleReader {
 
   /// nullptr at the end of what was asked for, and when `goOn` answers no.
   virtual Expected<std::shared_ptr<SampleBuffer>> next(const GoOn& goOn) = 0;
-  /// Goes on with the pictures that begin in `range`, or with the sound in it. With `withShownAtStart`, the picture that
-  /// is being shown when the range begins comes first, with its own time.
+  /// Goes on with the pictures that begin in `range`, or with the sound in it. With `withShownAtStart`, the picture
+  /// that is being shown when the range begins comes first, with its own time.
   virtual Expected<void> seek(const MediaTimeRange& range, bool withShownAtStart) = 0;
 };
 

@@ -70,8 +70,8 @@ Expected<std::shared_ptr<SampleBuffer>> StoredTrackReader::sampleOf(const AVPack
   timing.presentationTimeStamp = timeOf(packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts);
   timing.decodeTimeStamp = timeOf(packet.dts);
   if (packet.duration > 0) timing.duration = mediaTimeFrom(packet.duration, stream_->time_base);
-  const MediaTime end = timing.duration.isNumeric() ? timing.presentationTimeStamp + timing.duration
-                                                    : timing.presentationTimeStamp;
+  const MediaTime end =
+      timing.duration.isNumeric() ? timing.presentationTimeStamp + timing.duration : timing.presentationTimeStamp;
   const bool isWhole = !(range_.start > MediaTime::zero());
   if (!timing.presentationTimeStamp.isNumeric()) return nullptr;
   if (timing.presentationTimeStamp >= range_.end() || (!isWhole && end <= range_.start)) return nullptr;

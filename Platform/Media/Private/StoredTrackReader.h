@@ -5,8 +5,8 @@
 
 namespace tavrel {
 
-/// The packets of a file's track as they are stored, in the file's order. Sound before time 0, which a decoder needs and
-/// a player does not play, has its own negative time, and 0 as its output time.
+/// The packets of a file's track as they are stored, in the file's order. Sound before time 0, which a decoder needs
+/// and a player does not play, has its own negative time, and 0 as its output time.
 class StoredTrackReader final : public SampleReader {
  public:
   static Expected<std::unique_ptr<SampleReader>> open(const std::filesystem::path& path, const AssetTrack& track);

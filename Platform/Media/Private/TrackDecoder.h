@@ -10,8 +10,8 @@
 
 namespace tavrel {
 
-/// Decodes one track of a file, from its start or from where `seek` leads, with its own reading position. One thread at a
-/// time.
+/// Decodes one track of a file, from its start or from where `seek` leads, with its own reading position. One thread at
+/// a time.
 class TrackDecoder {
  public:
   static Expected<std::unique_ptr<TrackDecoder>> open(const std::filesystem::path& path, int trackID);

@@ -67,8 +67,8 @@ class RandomAccess : public testing::TestWithParam<Movie> {};
 TEST_P(RandomAccess, GivesThePicturesThatReadingInOrderGives) {
   const ReaderFolder folder;
   const auto file = folder / GetParam().file;
-  ASSERT_NO_FATAL_FAILURE(
-      makeMovie(file, std::string("-f lavfi -i testsrc2=size=160x120:rate=10:duration=6 ") + GetParam().encoding + " OUT"));
+  ASSERT_NO_FATAL_FAILURE(makeMovie(
+      file, std::string("-f lavfi -i testsrc2=size=160x120:rate=10:duration=6 ") + GetParam().encoding + " OUT"));
   OpenedReader ordered(file, MediaType::video);
   const auto expected = ordered.readAll();
   ASSERT_GE(expected.size(), 36U);
@@ -96,8 +96,8 @@ INSTANTIATE_TEST_SUITE_P(Movies, RandomAccess, testing::ValuesIn(kMovies),
 
 TEST(AssetReaderRandomAccess, ReadsRangesInTheOrderGivenAndOnlyOnceDrained) {
   const ReaderFolder folder;
-  ASSERT_NO_FATAL_FAILURE(makeMovie(folder / "a.mp4",
-                                    "-f lavfi -i testsrc2=size=64x48:rate=10:duration=4 -c:v libx264 -g 15 OUT"));
+  ASSERT_NO_FATAL_FAILURE(
+      makeMovie(folder / "a.mp4", "-f lavfi -i testsrc2=size=64x48:rate=10:duration=4 -c:v libx264 -g 15 OUT"));
   const RandomReader random(folder / "a.mp4", MediaType::video);
   EXPECT_DEATH(random.read(1, 1), "can be reset only once it was read to its end");
   random.drain();
@@ -133,7 +133,8 @@ TEST(AssetReaderRandomAccess, CutsSoundAtTheEndsOfARange) {
     const auto first = static_cast<std::size_t>(std::lround(start * 48000));
     std::vector<float> part;
     for (const auto& sample : random.read(start, 0.3)) {
-      EXPECT_EQ(sample->presentationTimeStamp(), MediaTime::make(static_cast<std::int64_t>(first + part.size()), 48000));
+      EXPECT_EQ(sample->presentationTimeStamp(),
+                MediaTime::make(static_cast<std::int64_t>(first + part.size()), 48000));
       const auto piece = firstChannelOf(*sample);
       part.insert(part.end(), piece.begin(), piece.end());
     }
@@ -153,9 +154,10 @@ TEST(AssetReader, GivesStoredSamplesWithoutSettings) {
   } kFiles[] = {{"a.mp4", "-c:a aac", "aac"}, {"a.mkv", "-c:a libopus", "opus"}, {"a.avi", "-c:a libmp3lame", "mp3"}};
   for (const auto& each : kFiles) {
     const auto file = folder / each.file;
-    ASSERT_NO_FATAL_FAILURE(makeMovie(file, std::string("-f lavfi -i testsrc2=size=64x48:rate=10:duration=2 -f lavfi -i "
-                                                        "sine=duration=2:sample_rate=48000 -c:v mpeg4 ") +
-                                                each.encoding + " OUT"));
+    ASSERT_NO_FATAL_FAILURE(
+        makeMovie(file, std::string("-f lavfi -i testsrc2=size=64x48:rate=10:duration=2 -f lavfi -i "
+                                    "sine=duration=2:sample_rate=48000 -c:v mpeg4 ") +
+                            each.encoding + " OUT"));
     const auto asset = Asset::create(file).value();
     const auto track = asset->tracksWithMediaType(MediaType::audio).at(0);
     EXPECT_EQ(track->storedFormat()->codecName, each.codec);
@@ -174,7 +176,8 @@ TEST(AssetReader, GivesStoredSamplesWithoutSettings) {
     EXPECT_EQ(reader->status(), Status::completed);
   }
   // What is PCM in the file is PCM for the reader too.
-  ASSERT_NO_FATAL_FAILURE(makeMovie(folder / "a.wav", "-f lavfi -i sine=duration=1:sample_rate=8000 -c:a pcm_s16le OUT"));
+  ASSERT_NO_FATAL_FAILURE(
+      makeMovie(folder / "a.wav", "-f lavfi -i sine=duration=1:sample_rate=8000 -c:a pcm_s16le OUT"));
   const auto asset = Asset::create(folder / "a.wav").value();
   const auto reader = AssetReader::create(asset).value();
   const auto output = std::make_shared<AssetReaderTrackOutput>(asset->tracks().at(0), std::nullopt);
@@ -191,8 +194,9 @@ TEST(AssetReader, SurvivesCutsAndFlipsEverywhere) {
   for (const char* name : {"a.mp4", "a.mkv", "a.avi"}) {
     const auto movie = folder / name;
     ASSERT_NO_FATAL_FAILURE(makeMovie(
-        movie, "-f lavfi -i testsrc2=size=64x48:rate=10:duration=2 -f lavfi -i sine=duration=2 -c:v mpeg4 -bf 2 -g 8 "
-               "-c:a mp2 OUT"));
+        movie,
+        "-f lavfi -i testsrc2=size=64x48:rate=10:duration=2 -f lavfi -i sine=duration=2 -c:v mpeg4 -bf 2 -g 8 "
+        "-c:a mp2 OUT"));
     const auto whole = bytesOf(movie);
     for (int step = 0; step < 200; ++step) {
       auto bytes = whole;

@@ -6,12 +6,12 @@
 #include <cmath>
 #include <thread>
 
+#include "Platform/Dispatch/RunLoop.h"
 #include "Platform/Graphics/PixelBuffer.h"
 #include "Platform/Media/AssetReaderAudioMixOutput.h"
 #include "Platform/Media/AssetReaderVideoCompositionOutput.h"
 #include "Platform/Media/DisplayLink.h"
 #include "Platform/Media/PlayerItem.h"
-#include "Platform/Dispatch/RunLoop.h"
 #include "Support/ReaderMovies.h"
 
 namespace tavrel::test {
@@ -70,9 +70,9 @@ TEST_F(CompositionTest, PiecesPlayWhereTheyWereInserted) {
   const auto edited = composition->addMutableTrack(MediaType::video);
   ASSERT_TRUE(edited->insertTimeRange(range(5, 3), pictures, tenths(0)).has_value());  // 5 6 7
   ASSERT_TRUE(edited->insertTimeRange(range(0, 2), pictures, tenths(1)).has_value());  // 5 0 1 6 7
-  edited->insertEmptyTimeRange(range(3, 2));                                          // 5 0 1 - - 6 7
-  edited->removeTimeRange(range(1, 1));                                               // 5 1 - - 6 7
-  edited->scaleTimeRange(range(4, 2), tenths(4));                                     // 5 1 - - 6 . 7 .
+  edited->insertEmptyTimeRange(range(3, 2));                                           // 5 0 1 - - 6 7
+  edited->removeTimeRange(range(1, 1));                                                // 5 1 - - 6 7
+  edited->scaleTimeRange(range(4, 2), tenths(4));                                      // 5 1 - - 6 . 7 .
   EXPECT_EQ(composition->duration(), tenths(8));
   EXPECT_FALSE(edited->insertTimeRange(range(0, 1), track(*source, MediaType::audio), tenths(0)).has_value());
   EXPECT_FALSE(edited->insertTimeRange(range(0, 0), pictures, tenths(0)).has_value());
@@ -118,7 +118,8 @@ TEST_F(CompositionTest, LayersFollowTheirRampsOverTheBackground) {
   VideoCompositionLayerInstruction fading(trackIDs[0]);
   fading.setOpacityRamp(1, 0, range(2, 4));
   VideoCompositionLayerInstruction moving(trackIDs[1]);
-  moving.setTransformRamp(AffineTransform::makeTranslation(0, 0), AffineTransform::makeTranslation(32, 24), range(0, 4));
+  moving.setTransformRamp(AffineTransform::makeTranslation(0, 0), AffineTransform::makeTranslation(32, 24),
+                          range(0, 4));
   moving.setTransform(AffineTransform::makeScale(2, 2), tenths(6));
   instruction.layerInstructions = {fading, moving};
   video->setInstructions({instruction});
@@ -132,7 +133,7 @@ TEST_F(CompositionTest, LayersFollowTheirRampsOverTheBackground) {
   const auto plain = [](int level) { return std::vector<int>{level, level, level}; };
   EXPECT_EQ(pixelAt(*samples[0], 4, 4), plain(200));
   EXPECT_EQ(pixelAt(*samples[0], 40, 30), red);
-  EXPECT_EQ(pixelAt(*samples[1], 40, 30), plain(100));   // half the way, (16, 12) to (48, 36)
+  EXPECT_EQ(pixelAt(*samples[1], 40, 30), plain(100));  // half the way, (16, 12) to (48, 36)
   EXPECT_EQ(pixelAt(*samples[1], 50, 30), red);
   EXPECT_EQ(pixelAt(*samples[2], 4, 4), (std::vector<int>{100, 100, 228}));  // half of the front over red
   EXPECT_EQ(pixelAt(*samples[2], 60, 44), plain(100));

@@ -18,9 +18,10 @@ class TranscodeCommandTest : public test::ProgramTest {
  protected:
   /// A film whose sound clicks once a second.
   void makeFilm(const char* name, const std::string& seconds, const std::string& encoding) {
-    test::makeMovie(file(name), "-f lavfi -i testsrc2=size=160x120:rate=25:duration=" + seconds +
-                                    " -f lavfi -i \"aevalsrc='if(lt(mod(t+0.7,1),0.01),0.8*sin(2*PI*1000*t),0)':s=48000:d=" +
-                                    seconds + "\" " + encoding + " OUT");
+    test::makeMovie(file(name),
+                    "-f lavfi -i testsrc2=size=160x120:rate=25:duration=" + seconds +
+                        " -f lavfi -i \"aevalsrc='if(lt(mod(t+0.7,1),0.01),0.8*sin(2*PI*1000*t),0)':s=48000:d=" +
+                        seconds + "\" " + encoding + " OUT");
   }
   std::vector<double> frameTimes(const char* name) const {
     return test::OpenedReader(file(name), MediaType::video).readTimes();
@@ -96,11 +97,12 @@ TEST_F(TranscodeCommandTest, PicturesAreReversedTurnedScaledAndSilencedAsAsked) 
   ASSERT_NO_FATAL_FAILURE(makeFilm("flat.mp4", "2", "-c:v libx264 -bf 2 -g 250 -c:a aac"));
   ASSERT_NO_FATAL_FAILURE(
       test::makeMovieFrom(file("flat.mp4"), file("in.mp4"), "-i IN -c copy -metadata:s:v rotate=90 OUT"));
-  const CommandResult result = test::tavrel("transcode --json --reverse --no-audio --size 120x80 " + file("in.mp4") +
-                                            " " + file("out.mkv"));
+  const CommandResult result =
+      test::tavrel("transcode --json --reverse --no-audio --size 120x80 " + file("in.mp4") + " " + file("out.mkv"));
   ASSERT_EQ(result.status, 0) << result.output;
-  EXPECT_NE(result.output.find("\"width\": 120, \"height\": 80, \"seconds\": 1.960, \"frames\": 50, \"sound\": \"none\""),
-            std::string::npos)
+  EXPECT_NE(
+      result.output.find("\"width\": 120, \"height\": 80, \"seconds\": 1.960, \"frames\": 50, \"sound\": \"none\""),
+      std::string::npos)
       << result.output;
   EXPECT_EQ(Asset::create(file("out.mkv")).value()->tracks().size(), 1U);
 
@@ -129,8 +131,9 @@ TEST_F(TranscodeCommandTest, FailuresAreSaidInOneLineAndLeaveNothing) {
   } cases[] = {
       {file("none.mp4") + " " + file("out.mp4"), 1,
        file("none.mp4") + " is not a movie that can be read: No such file or directory"},
-      {"/etc/passwd " + file("out.mp4"), 1, "/etc/passwd is not a movie that can be read: Invalid data found when "
-                                            "processing input"},
+      {"/etc/passwd " + file("out.mp4"), 1,
+       "/etc/passwd is not a movie that can be read: Invalid data found when "
+       "processing input"},
       {file("sound.wav") + " " + file("out.mp4"), 1, file("sound.wav") + " has no pictures, only sound"},
       {in + file("out.webm"), 2, file("out.webm") + ": a movie's name ends in .mov, .mp4 or .mkv"},
       {in + file("out.mp4") + " --size 3", 2, "--size 3: expected WIDTHxHEIGHT, each from 16 to 8192"},
