@@ -236,8 +236,8 @@ void TavrelGPUImageMovieWriter::requestMediaData(const std::shared_ptr<AssetWrit
       return;
     }
     while (track->isReadyForMoreMediaData() && !self->paused_) {
-      const InputReadyCallback current = callback.get();
-      if ((current && current()) || isFinished) continue;
+      const auto current = callback.get();
+      if ((current && (*current)()) || isFinished) continue;
       self->movieWriterContext_->contextQueue()->async(
           [self, track, &isFinished] { self->markTrackFinished(track, isFinished); });
       return;  // asked again if the track could not be finished yet

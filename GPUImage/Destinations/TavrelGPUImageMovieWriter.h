@@ -148,18 +148,20 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   class SharedCallback {
    public:
     void set(InputReadyCallback callback) {
+      auto shared = callback ? std::make_shared<const InputReadyCallback>(std::move(callback)) : nullptr;
       const std::lock_guard lock(mutex_);
-      callback_.swap(callback);
+      callback_.swap(shared);
     }
-    InputReadyCallback get() const {
+    /// nullptr without one. Shared, not copied: it may keep count of something.
+    std::shared_ptr<const InputReadyCallback> get() const {
       const std::lock_guard lock(mutex_);
       return callback_;
     }
-    explicit operator bool() const { return static_cast<bool>(get()); }
+    explicit operator bool() const { return get() != nullptr; }
 
    private:
     mutable std::mutex mutex_;
-    InputReadyCallback callback_;
+    std::shared_ptr<const InputReadyCallback> callback_;
   };
 
   /// Sets up everything but the file.
