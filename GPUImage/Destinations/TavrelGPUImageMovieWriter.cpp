@@ -129,7 +129,7 @@ void TavrelGPUImageMovieWriter::startRecording() {
     startTime_ = MediaTime::invalid();
   }
   runOnWriterQueue([this] {
-    if (!audioInputReadyCallback_) startWriting();
+    if (!audioInputReady_) startWriting();
   });
   isRecording_ = true;
 }
@@ -212,23 +212,23 @@ void TavrelGPUImageMovieWriter::endProcessing() {
 }
 
 void TavrelGPUImageMovieWriter::enableSynchronizationCallbacks() {
-  if (videoInputReadyCallback_ && assetWriterVideoInput_) {
+  if (videoInputReady_ && assetWriterVideoInput_) {
     startWriting();
     videoQueue_ =
         DispatchQueue::create("org.tavrel.TavrelGPUImage.videoReadingQueue", TavrelGPUImageDefaultQueueAttribute());
-    requestMediaData(assetWriterVideoInput_, videoQueue_, videoInputReadyCallback_, videoEncodingIsFinished_);
+    requestMediaData(assetWriterVideoInput_, videoQueue_, videoInputReady_, videoEncodingIsFinished_);
   }
-  if (audioInputReadyCallback_ && assetWriterAudioInput_) {
+  if (audioInputReady_ && assetWriterAudioInput_) {
     audioQueue_ =
         DispatchQueue::create("org.tavrel.TavrelGPUImage.audioReadingQueue", TavrelGPUImageDefaultQueueAttribute());
-    requestMediaData(assetWriterAudioInput_, audioQueue_, audioInputReadyCallback_, audioEncodingIsFinished_);
+    requestMediaData(assetWriterAudioInput_, audioQueue_, audioInputReady_, audioEncodingIsFinished_);
   }
 }
 
 void TavrelGPUImageMovieWriter::requestMediaData(const std::shared_ptr<AssetWriterInput>& track,
                                                  const std::shared_ptr<DispatchQueue>& queue,
-                                                 const InputReadyCallback& callback, std::atomic<bool>& isFinished) {
-  track->requestMediaDataWhenReady(queue, [weakSelf = weak_from_this(), track, callback, &isFinished] {
+                                                 const SharedCallback& callback, std::atomic<bool>& isFinished) {
+  track->requestMediaDataWhenReady(queue, [weakSelf = weak_from_this(), track, &callback, &isFinished] {
     const auto self = weakSelf.lock();
     if (!self) return;
     if (self->paused_) {
@@ -236,7 +236,8 @@ void TavrelGPUImageMovieWriter::requestMediaData(const std::shared_ptr<AssetWrit
       return;
     }
     while (track->isReadyForMoreMediaData() && !self->paused_) {
-      if (callback() || isFinished) continue;
+      const auto current = callback.get();
+      if ((current && (*current)()) || isFinished) continue;
       self->movieWriterContext_->contextQueue()->async(
           [self, track, &isFinished] { self->markTrackFinished(track, isFinished); });
       return;  // asked again if the track could not be finished yet

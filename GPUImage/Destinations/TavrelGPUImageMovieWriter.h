@@ -101,8 +101,9 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   void setFailureBlock(std::function<void(const Error&)> block) { failureBlock_ = std::move(block); }
   std::shared_ptr<TavrelGPUImageMovieWriterDelegate> delegate() const { return delegate_.lock(); }
   void setDelegate(const std::shared_ptr<TavrelGPUImageMovieWriterDelegate>& newDelegate) { delegate_ = newDelegate; }
-  void setVideoInputReadyCallback(InputReadyCallback callback) { videoInputReadyCallback_ = std::move(callback); }
-  void setAudioInputReadyCallback(InputReadyCallback callback) { audioInputReadyCallback_ = std::move(callback); }
+  /// In force from the next question on, also while the old one is being asked.
+  void setVideoInputReadyCallback(InputReadyCallback callback) { videoInputReady_.set(std::move(callback)); }
+  void setAudioInputReadyCallback(InputReadyCallback callback) { audioInputReady_.set(std::move(callback)); }
   void setAudioProcessingCallback(AudioProcessingCallback callback) { audioProcessingCallback_ = std::move(callback); }
   bool isPaused() const { return paused_; }
   /// While paused, frames and sound are discarded; afterwards both tracks go on where they left off.
@@ -143,6 +144,26 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   void setCurrentlyReceivingMonochromeInput(bool) override {}
 
  private:
+  /// A callback that one thread may replace while another one asks for it.
+  class SharedCallback {
+   public:
+    void set(InputReadyCallback callback) {
+      auto shared = callback ? std::make_shared<const InputReadyCallback>(std::move(callback)) : nullptr;
+      const std::lock_guard lock(mutex_);
+      callback_.swap(shared);
+    }
+    /// nullptr without one. Shared, not copied: it may keep count of something.
+    std::shared_ptr<const InputReadyCallback> get() const {
+      const std::lock_guard lock(mutex_);
+      return callback_;
+    }
+    explicit operator bool() const { return get() != nullptr; }
+
+   private:
+    mutable std::mutex mutex_;
+    std::shared_ptr<const InputReadyCallback> callback_;
+  };
+
   /// Sets up everything but the file.
   void initializeRendering();
   void initializeMovieWithOutputSettings(const std::optional<Dictionary>& outputSettings);
@@ -153,7 +174,7 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   void startSession(MediaTime time, bool isFedByCallback);
   void markTrackFinished(const std::shared_ptr<AssetWriterInput>& track, std::atomic<bool>& isFinished);
   void requestMediaData(const std::shared_ptr<AssetWriterInput>& track, const std::shared_ptr<DispatchQueue>& queue,
-                        const InputReadyCallback& callback, std::atomic<bool>& isFinished);
+                        const SharedCallback& callback, std::atomic<bool>& isFinished);
   bool waitUntilReady(const std::shared_ptr<AssetWriterInput>& track, std::chrono::nanoseconds slice,
                       const std::atomic<bool>& isFinished) const;
 
@@ -222,8 +243,8 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   std::function<void()> completionBlock_;
   std::function<void(const Error&)> failureBlock_;
   std::weak_ptr<TavrelGPUImageMovieWriterDelegate> delegate_;
-  InputReadyCallback videoInputReadyCallback_;
-  InputReadyCallback audioInputReadyCallback_;
+  SharedCallback videoInputReady_;
+  SharedCallback audioInputReady_;
   AudioProcessingCallback audioProcessingCallback_;
 };
 

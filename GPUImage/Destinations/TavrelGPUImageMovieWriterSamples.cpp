@@ -61,7 +61,7 @@ void TavrelGPUImageMovieWriter::newFrameReadyAtTime(MediaTime frameTime, Index) 
     if (!frameTime.isValid() || frameTime == previousFrameTime_ || frameTime.isIndefinite()) return discard();
   }
   if (!assetWriterVideoInput_) return discard();
-  startSession(frameTime, static_cast<bool>(videoInputReadyCallback_));
+  startSession(frameTime, static_cast<bool>(videoInputReady_));
 
   // The frame must be complete before another context reads it.
   TavrelGPUImageContext::useImageProcessingContext();
@@ -119,7 +119,7 @@ void TavrelGPUImageMovieWriter::processAudioBuffer(const std::shared_ptr<SampleB
   if (!isRecording_ || paused_ || !hasAudioTrack_) return;
   std::shared_ptr<SampleBuffer> sample = audioBuffer;
   MediaTime time = sample->outputPresentationTimeStamp();
-  startSession(time, static_cast<bool>(audioInputReadyCallback_));
+  startSession(time, static_cast<bool>(audioInputReady_));
 
   if (!assetWriterAudioInput_->isReadyForMoreMediaData() && encodingLiveVideo_) {
     ++droppedAudioBuffers_;

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <iterator>
 
+#include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Media/Private/FFmpegTime.h"
 #include "Platform/Media/Private/MovieInput.h"
+#include "Platform/Media/Private/StoredTrackReader.h"
 
 extern "C" {
 #include <libavutil/display.h>
@@ -35,10 +37,33 @@ MediaTimeRange timeRangeOf(const AVFormatContext& file, const AVStream& stream) 
   return {time(start), time(duration == AV_NOPTS_VALUE ? 0 : std::max<std::int64_t>(0, duration))};
 }
 
-std::shared_ptr<const AssetTrack> trackOf(AVFormatContext& file, AVStream& stream) {
+/// The lengths of the streams in their own units, told by their packets; nothing when the container tells them itself.
+std::vector<std::int64_t> measuredEnds(AVFormatContext& file) {
+  if (file.duration != AV_NOPTS_VALUE && file.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE) return {};
+  std::vector<std::int64_t> ends(file.nb_streams, AV_NOPTS_VALUE);
+  const Packet packet(av_packet_alloc());
+  while (packet && av_read_frame(&file, packet.get()) >= 0) {
+    const auto index = static_cast<std::size_t>(packet->stream_index);
+    const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
+    if (index < ends.size() && time == AV_NOPTS_VALUE && packet->duration > 0) {
+      // A raw stream: its pictures follow each other.
+      ends[index] = std::max<std::int64_t>(0, ends[index]) + packet->duration;
+    } else if (index < ends.size() && time != AV_NOPTS_VALUE) {
+      const std::int64_t start = file.streams[index]->start_time;
+      const std::int64_t begin = start == AV_NOPTS_VALUE ? 0 : start;
+      ends[index] = std::max(ends[index], time + std::max<std::int64_t>(0, packet->duration) - begin);
+    }
+    av_packet_unref(packet.get());
+  }
+  return ends;
+}
+
+std::shared_ptr<const AssetTrack> trackOf(const std::filesystem::path& path, AVFormatContext& file, AVStream& stream) {
   const AVCodecParameters& parameters = *stream.codecpar;
   AssetTrack::Properties track;
+  track.path = path;
   track.trackID = stream.index;
+  track.storedFormat = storedFormatOf(stream);
   track.codecName = avcodec_get_name(parameters.codec_id);
   track.timeRange = timeRangeOf(file, stream);
   if (parameters.codec_type == AVMEDIA_TYPE_AUDIO) {
@@ -61,30 +86,79 @@ std::shared_ptr<const AssetTrack> trackOf(AVFormatContext& file, AVStream& strea
 
 }  // namespace
 
-Expected<std::shared_ptr<Asset>> Asset::create(const std::filesystem::path& path) {
-  auto file = openMovieInput(path);
+Expected<std::shared_ptr<Asset>> Asset::create(const std::filesystem::path& path, AssetOptions options) {
+  auto asset = createUnloaded(path, options);
+  asset->load();
+  if (const auto error = asset->error()) return tl::unexpected(*error);
+  return asset;
+}
+
+std::shared_ptr<Asset> Asset::createUnloaded(const std::filesystem::path& path, AssetOptions options) {
+  return std::shared_ptr<Asset>(new Asset(path, options, ValueStatus::unknown));
+}
+
+void Asset::loadTracksAsynchronously(std::function<void()> completion) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (status_ == ValueStatus::unknown) status_ = ValueStatus::loading;
+  }
+  DispatchQueue::global()->async([self = shared_from_this(), completion = std::move(completion)] {
+    self->load();
+    completion();
+  });
+}
+
+Asset::ValueStatus Asset::statusOfTracks() const {
+  const std::lock_guard lock(mutex_);
+  return status_;
+}
+
+std::optional<Error> Asset::error() const {
+  const std::lock_guard lock(mutex_);
+  return error_;
+}
+
+std::vector<std::shared_ptr<const AssetTrack>> Asset::tracks() const {
+  load();
+  const std::lock_guard lock(mutex_);
+  return tracks_;
+}
+
+MediaTime Asset::duration() const {
+  load();
+  const std::lock_guard lock(mutex_);
+  return duration_;
+}
+
+void Asset::load() const {
+  const std::lock_guard lock(mutex_);
+  if (status_ == ValueStatus::loaded || status_ == ValueStatus::failed) return;
+  const auto read = readFile();
+  status_ = read ? ValueStatus::loaded : ValueStatus::failed;
+  if (!read) error_ = read.error();
+}
+
+Expected<void> Asset::readFile() const {
+  auto file = openMovieInput(path_);
   if (!file) return tl::unexpected(file.error());
-  std::vector<std::shared_ptr<const AssetTrack>> tracks;
-  MediaTime end = MediaTime::zero();
+  const std::vector<std::int64_t> ends =
+      options_.prefersPreciseDurationAndTiming ? measuredEnds(**file) : std::vector<std::int64_t>();
   for (unsigned i = 0; i < (*file)->nb_streams; ++i) {
     AVStream& stream = *(*file)->streams[i];
     if (!isPlayable(stream)) continue;
-    tracks.push_back(trackOf(**file, stream));
-    end = std::max(end, tracks.back()->timeRange().end());
+    if (!ends.empty() && ends[i] != AV_NOPTS_VALUE) stream.duration = ends[i];
+    tracks_.push_back(trackOf(path_, **file, stream));
+    duration_ = std::max(duration_, tracks_.back()->timeRange().end());
   }
-  if (tracks.empty()) {
-    return tl::unexpected(
-        unreadableMovie(path, "it holds neither pictures nor sound that can be decoded", AVERROR_STREAM_NOT_FOUND));
-  }
-  return std::shared_ptr<Asset>(new Asset(path, std::move(tracks), end));
+  if (!tracks_.empty()) return {};
+  return tl::unexpected(
+      unreadableMovie(path_, "it holds neither pictures nor sound that can be decoded", AVERROR_STREAM_NOT_FOUND));
 }
 
-Asset::Asset(std::filesystem::path path, std::vector<std::shared_ptr<const AssetTrack>> tracks, MediaTime duration)
-    : path_(std::move(path)), tracks_(std::move(tracks)), duration_(duration) {}
-
 std::vector<std::shared_ptr<const AssetTrack>> Asset::tracksWithMediaType(MediaType mediaType) const {
+  const auto all = tracks();
   std::vector<std::shared_ptr<const AssetTrack>> found;
-  std::copy_if(tracks_.begin(), tracks_.end(), std::back_inserter(found),
+  std::copy_if(all.begin(), all.end(), std::back_inserter(found),
                [mediaType](const auto& track) { return track->mediaType() == mediaType; });
   return found;
 }

@@ -10,7 +10,7 @@
 
 namespace tavrel {
 
-/// Reads the samples of an asset's tracks, once, from the start.
+/// Reads the samples of an asset's tracks: once, from the start, unless its outputs support random access.
 ///
 ///     unknown ──startReading──▶ reading ──every output at its end──▶ completed
 ///                  │               ├──an output cannot go on───────▶ failed
@@ -41,7 +41,7 @@ class TAVREL_API AssetReader : public std::enable_shared_from_this<AssetReader> 
   std::optional<Error> error() const;
 
  private:
-  friend class AssetReaderTrackOutput;
+  friend class AssetReaderOutput;
 
   explicit AssetReader(std::shared_ptr<const Asset> asset);
   void outputEnded();

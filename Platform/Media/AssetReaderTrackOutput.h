@@ -1,34 +1,40 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 
+#include "Platform/Foundation/Dictionary.h"
 #include "Platform/Media/Asset.h"
 #include "Platform/Media/AssetReaderOutput.h"
+#include "Platform/Media/MediaSettings.h"
 
 namespace tavrel {
 
-/// Decodes one track, through libavcodec.
+/// Reads one track of a file or of a composition, through libavcodec.
 ///
-/// Pictures: each sample holds a BGRA pixel buffer, as stored (not turned), its presentation time and duration in the
+/// Pictures: each sample holds a pixel buffer, as stored (not turned), its presentation time and duration in the
 /// track's timescale. The track's matrix and range are honoured; where it does not say, BT.601 up to 719 lines and
 /// BT.709 above, limited range. Pixel buffers come from a pool. Sound: each sample holds interleaved 32-bit float PCM
 /// in the track's rate and channels, with the time of its first frame. Samples outside the file's edit list, and those
 /// before 0, are not delivered.
 class TAVREL_API AssetReaderTrackOutput : public AssetReaderOutput {
  public:
+  /// Pictures as 'BGRA', sound as PCM.
   explicit AssetReaderTrackOutput(std::shared_ptr<const AssetTrack> track);
-  ~AssetReaderTrackOutput() override;
+  /// Pictures in the `PixelFormat` under `kPixelBufferPixelFormatTypeKey` ('BGRA' when absent), sound as PCM. Without
+  /// settings the samples come as they are stored: packets of the file's coding, or PCM where the file holds PCM (16
+  /// bits, or 32-bit float where it has more). Packets that a decoder needs but a player does not play have negative
+  /// times and 0 as their output time. Tracks of compositions are decoded in any case.
+  AssetReaderTrackOutput(std::shared_ptr<const AssetTrack> track, const std::optional<Dictionary>& outputSettings);
 
   const std::shared_ptr<const AssetTrack>& track() const { return track_; }
   MediaType mediaType() const override { return track_->mediaType(); }
-  std::shared_ptr<SampleBuffer> copyNextSampleBuffer() override;
 
  private:
-  struct Implementation;
-  Expected<void> prepare(const std::shared_ptr<AssetReader>& reader) override;
+  Expected<std::unique_ptr<SampleReader>> open(const AssetReader& reader) override;
 
-  std::shared_ptr<const AssetTrack> track_;
-  std::unique_ptr<Implementation> implementation_;
+  const std::shared_ptr<const AssetTrack> track_;
+  const std::optional<Dictionary> settings_;
 };
 
 }  // namespace tavrel

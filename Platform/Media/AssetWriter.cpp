@@ -1,6 +1,10 @@
 #include "Platform/Media/AssetWriter.h"
 
+#include <algorithm>
+#include <array>
+
 #include "Platform/Media/Private/AssetWriterSession.h"
+#include "Platform/Media/Private/PassthroughTrackEncoder.h"
 
 namespace tavrel {
 
@@ -9,6 +13,20 @@ Expected<std::shared_ptr<AssetWriter>> AssetWriter::create(const std::filesystem
   auto file = MovieFile::open(url, fileType);
   if (!file) return tl::unexpected(file.error());
   return std::shared_ptr<AssetWriter>(new AssetWriter(std::make_shared<AssetWriterSession>(std::move(*file))));
+}
+
+bool AssetWriter::canStore(const FormatDescription& format, std::string_view fileType) {
+  const AVCodecID codec = PassthroughTrackEncoder::codecOf(format);
+  if (codec == AV_CODEC_ID_NONE || !MovieFile::canHold(codec, fileType)) return false;
+  // The muxer says no only when it is too late.
+  const bool isRefused = codec == AV_CODEC_ID_FLAC || codec == AV_CODEC_ID_TRUEHD ||
+                         (codec == AV_CODEC_ID_OPUS && fileType == kFileTypeQuickTimeMovie);
+  if (isRefused && fileType != kFileTypeMatroska) return false;
+  // These carry in every packet what the header of such a file has to say, or not at all.
+  constexpr std::array kNeedHeader = {AV_CODEC_ID_AAC, AV_CODEC_ID_VORBIS, AV_CODEC_ID_OPUS, AV_CODEC_ID_FLAC,
+                                      AV_CODEC_ID_ALAC};
+  const bool needsHeader = std::find(kNeedHeader.begin(), kNeedHeader.end(), codec) != kNeedHeader.end();
+  return !needsHeader || !format.codecExtradata.empty();
 }
 
 AssetWriter::AssetWriter(std::shared_ptr<AssetWriterSession> session) : session_(std::move(session)) {}

@@ -39,6 +39,9 @@ class TAVREL_API AssetWriter {
   /// type is none of the above, and when the file cannot be created there.
   static Expected<std::shared_ptr<AssetWriter>> create(const std::filesystem::path& url, std::string_view fileType);
 
+  /// Whether a file of this type can take samples of `format` as they come, without settings.
+  static bool canStore(const FormatDescription& format, std::string_view fileType);
+
   AssetWriter(const AssetWriter&) = delete;
   AssetWriter& operator=(const AssetWriter&) = delete;
   /// Finishes a file that is being written, as `finishWriting` does. A file that nothing was written to is removed.

@@ -28,7 +28,8 @@ class InputPipeline;
 class TAVREL_API AssetWriterInput {
  public:
   /// Without settings samples are stored as they come: PCM (QuickTime and Matroska) or packets of one codec.
-  /// Settings: see MediaSettings.h; they are checked when the input is added to a writer.
+  /// Settings: see MediaSettings.h; they are checked when the input is added to a writer. With settings, sound may also
+  /// come as packets of another coding, which are decoded first.
   static std::shared_ptr<AssetWriterInput> create(MediaType mediaType, std::optional<Dictionary> settings);
 
   AssetWriterInput(const AssetWriterInput&) = delete;

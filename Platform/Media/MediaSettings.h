@@ -26,6 +26,8 @@ inline constexpr const char* kVideoPresetKey = "VideoPreset";
 /// Whole number, required: the format below.
 inline constexpr const char* kAudioFormatIDKey = "AudioFormatID";
 inline constexpr std::uint32_t kAudioFormatMPEG4AAC = 0x61616320;  // "aac "
+/// Not for writing: what sound is read as.
+inline constexpr std::uint32_t kAudioFormatLinearPCM = 0x6C70636D;  // "lpcm"
 /// Whole number: 1 or 2; 1 when absent.
 inline constexpr const char* kAudioNumberOfChannelsKey = "AudioNumberOfChannels";
 /// Number: frames a second; the audio session's when absent. A rate that AAC does not have becomes the nearest it has.
@@ -38,7 +40,7 @@ inline constexpr const char* kAudioChannelLayoutKey = "AudioChannelLayout";
 inline constexpr std::uint32_t kAudioChannelLayoutTagMono = 0x640001;
 inline constexpr std::uint32_t kAudioChannelLayoutTagStereo = 0x650002;
 
-/// Source attributes of a pixel buffer adaptor. Whole numbers.
+/// Attributes of pixel buffers. Whole numbers.
 inline constexpr const char* kPixelBufferPixelFormatTypeKey = "PixelFormatType";
 inline constexpr const char* kPixelBufferWidthKey = "PixelBufferWidth";
 inline constexpr const char* kPixelBufferHeightKey = "PixelBufferHeight";

@@ -68,7 +68,12 @@ struct MediaTimeRange {
   MediaTime start;
   MediaTime duration;
 
+  /// From 0 without an end.
+  static MediaTimeRange everything() { return {MediaTime::zero(), MediaTime::positiveInfinity()}; }
+
   MediaTime end() const { return start + duration; }
+  /// The end itself is outside.
+  bool contains(const MediaTime& time) const { return start <= time && time < end(); }
 };
 
 }  // namespace tavrel

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <cmath>
+#include <utility>
 
 #include "Platform/Graphics/PixelBuffer.h"
 
@@ -82,6 +83,15 @@ Expected<std::shared_ptr<SampleBuffer>> SampleBuffer::createImage(std::shared_pt
   return buffer;
 }
 
+std::shared_ptr<SampleBuffer> SampleBuffer::createImage(Size size, ImageMaker maker, const SampleTiming& timing) {
+  auto description = std::make_shared<FormatDescription>();
+  description->mediaType = MediaType::video;
+  description->videoSize = size;
+  std::shared_ptr<SampleBuffer> buffer(new SampleBuffer(std::move(description), 1, {timing}));
+  buffer->imageMaker_ = std::move(maker);
+  return buffer;
+}
+
 MediaTime SampleBuffer::presentationTimeStamp() const {
   return timing_.front().presentationTimeStamp;
 }
@@ -119,6 +129,7 @@ Expected<std::shared_ptr<SampleBuffer>> SampleBuffer::copyWithNewTiming(std::vec
   copy->audio_ = audio_;
   copy->packet_ = packet_;
   copy->image_ = image_;
+  copy->imageMaker_ = imageMaker_;
   return copy;
 }
 
@@ -127,8 +138,10 @@ void SampleBuffer::invalidate() {
   std::shared_ptr<AudioBufferList> audio;
   std::shared_ptr<const Data> packet;
   std::shared_ptr<PixelBuffer> image;
+  ImageMaker imageMaker;
   const std::lock_guard lock(mutex_);
   isValid_ = false;
+  imageMaker.swap(imageMaker_);
   audio.swap(audio_);
   packet.swap(packet_);
   image.swap(image_);
@@ -151,6 +164,7 @@ std::shared_ptr<const Data> SampleBuffer::packetData() const {
 
 std::shared_ptr<PixelBuffer> SampleBuffer::imageBuffer() const {
   const std::lock_guard lock(mutex_);
+  if (const ImageMaker maker = std::exchange(imageMaker_, nullptr)) image_ = maker();
   return image_;
 }
 

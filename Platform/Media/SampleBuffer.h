@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -42,6 +43,11 @@ class TAVREL_API SampleBuffer {
   /// One picture, which is shared, not copied. Fails ("media") without one.
   static Expected<std::shared_ptr<SampleBuffer>> createImage(std::shared_ptr<PixelBuffer> image,
                                                              const SampleTiming& timing);
+
+  /// Makes a picture when it is first asked for, on the thread that asks; nullptr when it cannot.
+  using ImageMaker = std::function<std::shared_ptr<PixelBuffer>()>;
+  /// One picture of `size` that is made by `maker`, at most once.
+  static std::shared_ptr<SampleBuffer> createImage(Size size, ImageMaker maker, const SampleTiming& timing);
 
   const std::shared_ptr<const FormatDescription>& format() const { return format_; }
   /// PCM frames; 1 for a packet or a picture.
@@ -88,7 +94,8 @@ class TAVREL_API SampleBuffer {
   std::optional<MediaTime> outputTime_;
   std::shared_ptr<AudioBufferList> audio_;
   std::shared_ptr<const Data> packet_;
-  std::shared_ptr<PixelBuffer> image_;
+  mutable std::shared_ptr<PixelBuffer> image_;
+  mutable ImageMaker imageMaker_;  // until it was called
 };
 
 }  // namespace tavrel

@@ -6,6 +6,7 @@
 #include "RecordCommand.h"
 #include "Report.h"
 #include "TavrelCaptureBase.h"
+#include "TranscodeCommand.h"
 
 namespace {
 
@@ -25,7 +26,7 @@ void chooseLibraryMessages(bool areShown) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("Record, filter and look through the camera.", "tavrel");
+  CLI::App app("Record, filter, transcode and look through the camera.", "tavrel");
   app.set_version_flag("--version", TavrelCaptureBaseVersionString);
   app.require_subcommand(1);
   bool isVerbose = false;
@@ -33,11 +34,13 @@ int main(int argc, char** argv) {
   tavrel::tool::FilterCommand filter(app);
   tavrel::tool::PreviewCommand preview(app);
   tavrel::tool::RecordCommand record(app);
+  tavrel::tool::TranscodeCommand transcode(app);
   try {
     app.parse(argc, argv);
     chooseLibraryMessages(isVerbose);
     if (filter.isChosen()) return filter.run();
     if (preview.isChosen()) return preview.run();
+    if (transcode.isChosen()) return transcode.run();
     return record.run();
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? tavrel::tool::kSuccess : tavrel::tool::kBadUsage;

@@ -131,7 +131,30 @@ Expected<void> AudioTrackEncoder::useFormat(const AudioFormat& format) {
   return {};
 }
 
+Expected<void> AudioTrackEncoder::encodePacket(const TrackSample& sample) {
+  if (!decoder_ || decoder_->format() != *sample.format) {
+    auto decoder = PacketDecoder::create(*sample.format);
+    if (!decoder) return tl::unexpected(decoder.error());
+    decoder_.emplace(std::move(*decoder));
+  }
+  return encodePieces(decoder_->decode(sample));
+}
+
+Expected<void> AudioTrackEncoder::encodePieces(const Expected<std::vector<std::shared_ptr<SampleBuffer>>>& pieces) {
+  if (!pieces) return tl::unexpected(pieces.error());
+  for (const auto& piece : *pieces) {
+    TrackSample sound;
+    sound.format = piece->format();
+    sound.sound = piece->audioBufferList();
+    sound.frameCount = piece->numSamples();
+    sound.presentationTime = piece->presentationTimeStamp();
+    if (auto encoded = encode(sound); !encoded) return encoded;
+  }
+  return {};
+}
+
 Expected<void> AudioTrackEncoder::encode(const TrackSample& sample) {
+  if (sample.packet) return encodePacket(sample);
   if (sample.frameCount <= 0) return {};
   if (auto usable = useFormat(sample.format->audioFormat); !usable) return usable;
   const int rate = context_->sample_rate;
@@ -211,6 +234,9 @@ Expected<void> AudioTrackEncoder::receive() {
 }
 
 Expected<void> AudioTrackEncoder::finish() {
+  if (decoder_) {
+    if (auto encoded = encodePieces(decoder_->finish()); !encoded) return encoded;
+  }
   if (!context_ || !converter_) return {};
   const auto rest = converter_->drain();
   if (!rest) return tl::unexpected(rest.error());

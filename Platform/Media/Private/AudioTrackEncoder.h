@@ -8,6 +8,7 @@ extern "C" {
 
 #include "Platform/Foundation/Dictionary.h"
 #include "Platform/Media/Private/AudioConverter.h"
+#include "Platform/Media/Private/PacketDecoder.h"
 #include "Platform/Media/Private/TrackEncoder.h"
 
 namespace tavrel {
@@ -21,9 +22,9 @@ struct AudioSettings {
   static Expected<AudioSettings> parse(const Dictionary& settings);
 };
 
-/// PCM to an audio track: continuity, conversion, encoding. Each sample buffer is placed on the movie's time line: an
-/// overlap is cut, a gap filled with silence. What deviates less than 5 ms is joined as it comes, and stretched by a
-/// frame at a time until the deviation is gone.
+/// PCM, or sound of another coding, to an audio track: continuity, conversion, encoding. Each sample buffer is placed
+/// on the movie's time line: an overlap is cut, a gap filled with silence. What deviates less than 5 ms is joined as it
+/// comes, and stretched by a frame at a time until the deviation is gone.
 class AudioTrackEncoder final : public TrackEncoder {
  public:
   /// AAC with these settings.
@@ -45,6 +46,8 @@ class AudioTrackEncoder final : public TrackEncoder {
   };
 
   std::int64_t position() const;
+  Expected<void> encodePacket(const TrackSample& sample);
+  Expected<void> encodePieces(const Expected<std::vector<std::shared_ptr<SampleBuffer>>>& pieces);
   Expected<void> useFormat(const AudioFormat& format);
   Expected<void> addSilence(std::int64_t frames);
   Expected<void> take(const AudioConverter::Output& converted);
@@ -57,6 +60,7 @@ class AudioTrackEncoder final : public TrackEncoder {
   MovieFile* file_ = nullptr;
   int track_ = -1;
   CodecContext context_;
+  std::optional<PacketDecoder> decoder_;
   std::optional<AudioConverter> converter_;
   std::unique_ptr<AVAudioFifo, FifoDeleter> fifo_;
   Frame frame_;

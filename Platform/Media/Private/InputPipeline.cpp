@@ -140,7 +140,7 @@ bool InputPipeline::append(const SampleBuffer& sampleBuffer) {
   sample.sound = sampleBuffer.audioBufferList();
   sample.packet = sampleBuffer.packetData();
   if (!sample.sound && !sample.packet) return false;
-  if (sample.packet && settings_) return false;
+  if (sample.packet && settings_ && mediaType_ == MediaType::video) return false;
   sample.isKeyframe = sampleBuffer.isKeyframe();
   sample.frameCount = sampleBuffer.numSamples();
   sample.duration = sampleBuffer.duration();
@@ -187,7 +187,8 @@ bool InputPipeline::enqueue(TrackSample sample, MediaTime presentationTime) {
   const MediaTime movieTime = presentationTime - *sessionStart_;
   if (!movieTime.isNumeric() || std::abs(movieTime.seconds()) > kLatestTime) return false;
   // Sound that begins before the session and reaches into it is cut by the encoder.
-  if (movieTime < MediaTime::zero() && !sample.sound) return true;
+  const bool isCutLater = sample.sound || (sample.packet && settings_);
+  if (movieTime < MediaTime::zero() && !isCutLater) return true;
   // The sample's own timescale, not the one that the subtraction brought in, chooses the track's.
   if (timescale_ == 0) timescale_ = automaticTimescale(presentationTime.timescale);
   sample.timescale = timescale_;

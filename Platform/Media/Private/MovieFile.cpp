@@ -68,6 +68,15 @@ MovieFile::~MovieFile() {
   abandon();
 }
 
+bool MovieFile::canHold(AVCodecID codec, std::string_view fileType) {
+  for (const FileType& type : kFileTypes) {
+    if (fileType != type.name) continue;
+    const AVOutputFormat* const format = av_guess_format(type.muxer, nullptr, nullptr);
+    return format && avformat_query_codec(format, codec, FF_COMPLIANCE_NORMAL) == 1;
+  }
+  return false;
+}
+
 bool MovieFile::canHold(AVCodecID codec) const {
   return avformat_query_codec(format_, codec, FF_COMPLIANCE_NORMAL) == 1;
 }

@@ -41,6 +41,8 @@ class MovieFile {
   bool isQuickTimeFamily() const { return isQuickTimeFamily_; }
   /// Whether the container takes this coding.
   bool canHold(AVCodecID codec) const;
+  /// The same for a type of file; false for one that cannot be written.
+  static bool canHold(AVCodecID codec, std::string_view fileType);
   std::string formatName() const;
 
   /// Tracks are added before `begin`. One without a format in time is left out of the file after `formatPatience`.

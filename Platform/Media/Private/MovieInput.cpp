@@ -58,6 +58,18 @@ Expected<InputFormat> openMovieInput(const std::filesystem::path& path) {
   return file;
 }
 
+Expected<InputFormat> openMovieTrack(const std::filesystem::path& path, int trackID) {
+  auto file = openMovieInput(path);
+  if (!file) return file;
+  if (trackID < 0 || static_cast<unsigned>(trackID) >= (*file)->nb_streams || !isPlayable(*(*file)->streams[trackID])) {
+    return tl::unexpected(unreadableMovie(path, "the track is not there any more", AVERROR_STREAM_NOT_FOUND));
+  }
+  for (unsigned i = 0; i < (*file)->nb_streams; ++i) {
+    if (static_cast<int>(i) != trackID) (*file)->streams[i]->discard = AVDISCARD_ALL;
+  }
+  return file;
+}
+
 std::int64_t timelineOffset(const AVFormatContext& file) {
   const bool hasEditLists = std::string_view(file.iformat->name).find("mov") != std::string_view::npos;
   if (hasEditLists || file.start_time == AV_NOPTS_VALUE || file.start_time < 0) return 0;

@@ -25,11 +25,6 @@ struct ChannelLayout {
 
 }  // namespace
 
-PcmConverter::PcmConverter(int sampleRate, int channelCount) {
-  format_.sampleRate = sampleRate;
-  format_.channelCount = static_cast<std::uint32_t>(channelCount);
-}
-
 Expected<std::shared_ptr<SampleBuffer>> PcmConverter::convert(const AVFrame& sound, AVRational timeBase) {
   if (auto ready = prepareResampler(sound); !ready) return tl::unexpected(ready.error());
   const int capacity = swr_get_out_samples(resampler_.get(), sound.nb_samples);
@@ -66,10 +61,15 @@ Expected<void> PcmConverter::prepareResampler(const AVFrame& sound) {
   const bool sameChannels = channels == static_cast<int>(format_.channelCount);
   ChannelLayout usual(static_cast<int>(format_.channelCount));
   SwrContext* context = nullptr;
-  int result = swr_alloc_set_opts2(&context, sameChannels ? &input.layout : &usual.layout, AV_SAMPLE_FMT_FLT,
+  const AVSampleFormat stored = format_.sampleType == AudioSampleType::int16 ? AV_SAMPLE_FMT_S16 : AV_SAMPLE_FMT_FLT;
+  int result = swr_alloc_set_opts2(&context, sameChannels ? &input.layout : &usual.layout, stored,
                                    static_cast<int>(format_.sampleRate), &input.layout,
                                    static_cast<AVSampleFormat>(sound.format), sound.sample_rate, 0, nullptr);
   resampler_.reset(context);
+  if (result >= 0 && channels == 1 && format_.channelCount == 2) {
+    constexpr std::array<double, 2> kBothAsLoud{1, 1};
+    result = swr_set_matrix(context, kBothAsLoud.data(), 1);
+  }
   if (result >= 0) result = swr_init(resampler_.get());
   if (result < 0) return tl::unexpected(ffmpegError(result, "sound of this format cannot be converted"));
   inputFormat_ = sound.format;

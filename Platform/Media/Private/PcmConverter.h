@@ -11,11 +11,12 @@
 
 namespace tavrel {
 
-/// Turns decoded sound into sample buffers of interleaved 32-bit float PCM in one rate and channel count, on a time
+/// Turns decoded sound into sample buffers of interleaved PCM in one format, on a time
 /// line without gaps where the file's time stamps are merely coarse. One thread at a time.
 class PcmConverter {
  public:
-  PcmConverter(int sampleRate, int channelCount);
+  /// `format` is interleaved.
+  explicit PcmConverter(const AudioFormat& format) : format_(format) {}
 
   /// `sound.pts` is in units of `timeBase`. nullptr when all of it lies before time 0.
   Expected<std::shared_ptr<SampleBuffer>> convert(const AVFrame& sound, AVRational timeBase);

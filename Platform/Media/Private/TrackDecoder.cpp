@@ -22,20 +22,19 @@ bool isSane(std::int64_t time) {
 }  // namespace
 
 Expected<std::unique_ptr<TrackDecoder>> TrackDecoder::open(const std::filesystem::path& path, int trackID) {
-  auto file = openMovieInput(path);
-  if (!file) return tl::unexpected(file.error());
-  if (trackID < 0 || static_cast<unsigned>(trackID) >= (*file)->nb_streams || !isPlayable(*(*file)->streams[trackID])) {
-    return tl::unexpected(unreadableMovie(path, "the track is not there any more", AVERROR_STREAM_NOT_FOUND));
-  }
   std::unique_ptr<TrackDecoder> decoder(new TrackDecoder);
   decoder->path_ = path;
-  decoder->file_ = std::move(*file);
-  for (unsigned i = 0; i < decoder->file_->nb_streams; ++i) {
-    if (static_cast<int>(i) != trackID) decoder->file_->streams[i]->discard = AVDISCARD_ALL;
-  }
-  decoder->stream_ = decoder->file_->streams[trackID];
+  if (auto opened = decoder->openFile(trackID); !opened) return tl::unexpected(opened.error());
   if (auto opened = decoder->openCodec(path); !opened) return tl::unexpected(opened.error());
   return decoder;
+}
+
+Expected<void> TrackDecoder::openFile(int trackID) {
+  auto file = openMovieTrack(path_, trackID);
+  if (!file) return tl::unexpected(file.error());
+  file_ = std::move(*file);
+  stream_ = file_->streams[trackID];
+  return {};
 }
 
 Expected<void> TrackDecoder::openCodec(const std::filesystem::path& path) {
@@ -76,6 +75,30 @@ Expected<const AVFrame*> TrackDecoder::next(const std::function<bool()>& goOn) {
   return nullptr;
 }
 
+Expected<void> TrackDecoder::seek(std::int64_t time) {
+  const int result = av_seek_frame(file_.get(), stream_->index, time + offset_, AVSEEK_FLAG_BACKWARD);
+  if (result < 0) return rewind();
+  startOver();
+  awaitsFirstPacket_ = parameters().codec_type == AVMEDIA_TYPE_VIDEO;
+  return {};
+}
+
+Expected<void> TrackDecoder::rewind() {
+  // Opened anew: not every container finds back to its start by seeking.
+  if (auto opened = openFile(stream_->index); !opened) return opened;
+  startOver();
+  return {};
+}
+
+void TrackDecoder::startOver() {
+  avcodec_flush_buffers(codec_.get());
+  completeFrom_.reset();
+  awaitsFirstPacket_ = false;
+  lastTime_.reset();
+  flushing_ = false;
+  atEnd_ = false;
+}
+
 bool TrackDecoder::receive() {
   const int result = avcodec_receive_frame(codec_.get(), frame_.get());
   if (result >= 0) return true;
@@ -99,6 +122,11 @@ void TrackDecoder::feed() {
     return;
   }
   if (packet_->stream_index == stream_->index) {
+    if (packet_->pts == AV_NOPTS_VALUE) canSeek_ = false;
+    if (awaitsFirstPacket_) {
+      if (isSane(packet_->pts)) completeFrom_ = packet_->pts - offset_;
+      awaitsFirstPacket_ = false;
+    }
     const int sent = avcodec_send_packet(codec_.get(), packet_.get());
     if (sent < 0) noteDamage(sent);
   }
@@ -116,7 +144,7 @@ bool TrackDecoder::place() {
     time -= offset_;
   }
   const bool isVideo = parameters().codec_type == AVMEDIA_TYPE_VIDEO;
-  if (isVideo && time < 0) return false;
+  if (isVideo && (time < 0 || (completeFrom_ && time < *completeFrom_))) return false;
   if (isVideo && lastTime_ && time <= *lastTime_) time = *lastTime_ + 1;
   lastTime_ = time;
   frame_->pts = time;

@@ -10,7 +10,8 @@
 
 namespace tavrel {
 
-/// Decodes one track of a file from its start, with its own reading position. One thread at a time.
+/// Decodes one track of a file, from its start or from where `seek` leads, with its own reading position. One thread at
+/// a time.
 class TrackDecoder {
  public:
   static Expected<std::unique_ptr<TrackDecoder>> open(const std::filesystem::path& path, int trackID);
@@ -21,12 +22,22 @@ class TrackDecoder {
   /// decoded, the first damage is the error.
   Expected<const AVFrame*> next(const std::function<bool()>& goOn);
 
+  /// Goes on at or before the last picture that can be decoded alone and is shown at `time` or earlier, as far as the
+  /// file can say where that is; it may lie behind `time`.
+  Expected<void> seek(std::int64_t time);
+  /// Goes on from the start.
+  Expected<void> rewind();
+  /// False once the file was seen not to say when its pictures are shown: then places after a seek cannot be trusted.
+  bool canSeek() const { return canSeek_; }
+
   AVRational timeBase() const { return stream_->time_base; }
   const AVCodecParameters& parameters() const { return *stream_->codecpar; }
 
  private:
   TrackDecoder() = default;
 
+  Expected<void> openFile(int trackID);
+  void startOver();
   Expected<void> openCodec(const std::filesystem::path& path);
   /// True with a frame in `frame_`, false when the decoder wants data or is at its end.
   bool receive();
@@ -44,6 +55,10 @@ class TrackDecoder {
   std::int64_t frameDuration_ = 0;
   std::optional<std::int64_t> lastTime_;
   std::optional<Error> damage_;
+  /// After a seek: pictures before the first one that was decoded alone lack what they refer to.
+  std::optional<std::int64_t> completeFrom_;
+  bool awaitsFirstPacket_ = false;
+  bool canSeek_ = true;
   bool flushing_ = false;
   bool atEnd_ = false;
   bool hasDecoded_ = false;

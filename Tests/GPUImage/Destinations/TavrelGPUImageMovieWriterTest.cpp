@@ -323,6 +323,25 @@ TEST_F(MovieWriterTest, TracksPullTheirDataUntilTheSourceEnds) {
   EXPECT_NEAR(soundLengthAndLargestStep().first, 94 * 1024.0 / kRate, 0.05);
 }
 
+TEST_F(MovieWriterTest, AReadyCallbackThatWasReplacedIsAskedNoMore) {
+  createNotLive();
+  std::atomic<int> asked = 0;
+  writer_->setVideoInputReadyCallback([&] { return ++asked > 0; });
+  writer_->startRecording();
+  writer_->enableSynchronizationCallbacks();
+  while (asked < 10) std::this_thread::yield();
+  std::promise<void> replaced;
+  writer_->setVideoInputReadyCallback([&, isFirst = true]() mutable {
+    if (std::exchange(isFirst, false)) replaced.set_value();
+    return false;
+  });
+  ASSERT_EQ(replaced.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  const int last = asked;
+  settle();
+  EXPECT_EQ(asked, last);
+  writer_->cancelRecording();
+}
+
 TEST_F(MovieWriterTest, CancellingRemovesTheFile) {
   create();
   writer_->startRecording();

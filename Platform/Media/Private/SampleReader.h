@@ -1,0 +1,44 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Graphics/PixelFormat.h"
+#include "Platform/Media/AssetTrack.h"
+#include "Platform/Media/SampleBuffer.h"
+
+namespace tavrel {
+
+/// Whether reading should go on; asked between steps of long work.
+using GoOn = std::function<bool()>;
+
+/// Samples in order of presentation, read on demand. One thread at a time.
+class SampleReader {
+ public:
+  virtual ~SampleReader() = default;
+
+  /// nullptr at the end of what was asked for, and when `goOn` answers no.
+  virtual Expected<std::shared_ptr<SampleBuffer>> next(const GoOn& goOn) = 0;
+  /// Goes on with the pictures that begin in `range`, or with the sound in it. With `withShownAtStart`, the picture
+  /// that is being shown when the range begins comes first, with its own time.
+  virtual Expected<void> seek(const MediaTimeRange& range, bool withShownAtStart) = 0;
+};
+
+/// In which form a track's samples are wanted.
+struct SampleForm {
+  bool isStored = false;  ///< as they lie in the file; PCM stays PCM
+  PixelFormat pixelFormat = PixelFormat::bgra32;
+  std::optional<AudioFormat> audioFormat;  ///< interleaved; the track's rate and channels in 32-bit float when absent
+  bool isRandomAccess = false;             ///< `seek` will be called often, with ranges in any order
+};
+
+/// Opens a track of a file or of a composition. `path` is that of the file when the track does not know it.
+Expected<std::unique_ptr<SampleReader>> openTrack(const std::filesystem::path& path, const AssetTrack& track,
+                                                  const SampleForm& form);
+
+/// The PCM that a track's sound is decoded to where nothing else is asked for.
+AudioFormat decodedFormat(const AssetTrack& track);
+
+}  // namespace tavrel

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "EffectOptions.h"
+
+namespace tavrel::tool {
+
+/// `tavrel transcode INPUT OUTPUT [options]`: a movie through effects into another movie.
+class TranscodeCommand {
+ public:
+  explicit TranscodeCommand(CLI::App& app);
+  bool isChosen() const { return command_->parsed(); }
+  /// The program's exit status.
+  int run();
+
+ private:
+  std::optional<Size> parsedSize() const;
+  std::string_view fileType() const;
+
+  CLI::App* command_;
+  EffectOptions effects_;
+  std::filesystem::path input_;
+  std::filesystem::path output_;
+  std::string size_;
+  bool reverse_ = false;
+  bool realtime_ = false;
+  bool noAudio_ = false;
+  bool json_ = false;
+};
+
+}  // namespace tavrel::tool

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <atomic>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "EffectChain.h"
+#include "Report.h"
+#include "TavrelCaptureBase.h"
+
+namespace tavrel::tool {
+
+/// One movie into another: movie → upright → effects → crop to the new proportions → movie writer, which pulls. The new
+/// file has a temporary name until it is complete.
+class Transcoding {
+ public:
+  struct Options {
+    std::filesystem::path input;
+    std::filesystem::path output;
+    std::string fileType;
+    std::optional<Size> size;
+    bool isReversed = false;
+    bool isRealTime = false;
+    bool hasSound = true;
+  };
+
+  Transcoding(Options options, EffectChain effects);
+
+  /// Runs to the end, until somebody interrupts or one of the files fails. The exit status.
+  int run(bool printJson);
+
+ private:
+  class FrameCounter;
+
+  Expected<void> openInput();
+  void chooseSound();
+  void buildGraph();
+  void work();
+  bool isBrokenOff() const;
+  /// Nothing when the movie was written; else why not.
+  std::optional<std::string> finish();
+  int report(bool printJson) const;
+
+  const Options options_;
+  const EffectChain effects_;
+  const std::filesystem::path temporary_;
+  std::shared_ptr<Asset> asset_;
+  std::shared_ptr<const AssetTrack> pictures_;
+  std::shared_ptr<const AssetTrack> sound_;
+  const char* soundTreatment_ = "none";
+  std::shared_ptr<TavrelGPUImageMovie> movie_;
+  std::shared_ptr<FrameCounter> frameCounter_;
+  std::shared_ptr<TavrelGPUImageMovieWriter> writer_;
+  std::atomic<bool> isOver_ = false;
+};
+
+}  // namespace tavrel::tool
