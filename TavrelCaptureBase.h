@@ -10,6 +10,7 @@
 #include "Capture/Video/TavrelSampleBufferDelegateProxy.h"
 #include "Effects/TavrelAnimatedStickerCaptureEffect.h"
 #include "Effects/TavrelCaptureEffect.h"
+#include "Effects/TavrelCaptureEffectNodes.h"
 #include "Effects/TavrelExternalFilter.h"
 #include "Effects/TavrelExternalFilterCaptureEffect.h"
 #include "Effects/TavrelFaceBeautyCaptureEffect.h"

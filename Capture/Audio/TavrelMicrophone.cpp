@@ -25,9 +25,9 @@ tl::unexpected<Error> refusal(const char* description) {
 
 Expected<std::shared_ptr<TavrelMicrophone>> TavrelMicrophone::create(
     const TavrelMicrophoneConfiguration& configuration) {
-  const std::shared_ptr<TavrelMicrophone> microphone(new TavrelMicrophone(configuration));
+  const std::shared_ptr<TavrelMicrophone> microphone(new TavrelMicrophone(configuration.mute));
   microphone->addObservers();
-  if (const auto ready = microphone->setupSession(); !ready) return tl::unexpected(ready.error());
+  if (const auto ready = microphone->setupSession(configuration.deviceID); !ready) return tl::unexpected(ready.error());
   return microphone;
 }
 
@@ -36,9 +36,11 @@ TavrelMicrophone::~TavrelMicrophone() {
   if (session) stop();
 }
 
-Expected<void> TavrelMicrophone::setupSession() {
+Expected<void> TavrelMicrophone::setupSession(const std::string& deviceID) {
   session = CaptureSession::create();
-  const auto input = CaptureDeviceInput::create(CaptureDevice::defaultDeviceWithMediaType(MediaType::audio));
+  const auto input =
+      CaptureDeviceInput::create(deviceID.empty() ? CaptureDevice::defaultDeviceWithMediaType(MediaType::audio)
+                                                  : CaptureDevice::deviceWithUniqueID(deviceID));
   if (!input) return tl::unexpected(input.error());
   if (!session->canAddInput(*input)) return refusal("audio input can not be added to session");
   session->addInput(*input);

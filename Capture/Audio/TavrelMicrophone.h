@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 
 #include "Platform/Capture/CaptureAudioDataOutput.h"
 #include "Platform/Capture/CaptureSession.h"
@@ -30,9 +31,11 @@ class TAVREL_API TavrelMicrophoneDelegate {
 struct TavrelMicrophoneConfiguration {
   /// Silence instead of sound.
   bool mute = false;
+  /// The `uniqueID` of the microphone; empty: the default one.
+  std::string deviceID;
 };
 
-/// Captures the sound of the default microphone, in a session of its own. Sound comes on the main thread, which must
+/// Captures the sound of a microphone, in a session of its own. Sound comes on the main thread, which must
 /// run `RunLoop::main()`; everything else on any thread.
 class TAVREL_API TavrelMicrophone : public CaptureAudioDataOutputSampleBufferDelegate,
                                     public std::enable_shared_from_this<TavrelMicrophone> {
@@ -67,8 +70,8 @@ class TAVREL_API TavrelMicrophone : public CaptureAudioDataOutputSampleBufferDel
                              const std::shared_ptr<CaptureConnection>& connection) override;
 
  private:
-  explicit TavrelMicrophone(const TavrelMicrophoneConfiguration& configuration) : mute_(configuration.mute) {}
-  Expected<void> setupSession();
+  explicit TavrelMicrophone(bool mute) : mute_(mute) {}
+  Expected<void> setupSession(const std::string& deviceID);
   void addObservers();
   void removeObservers();
   void mediaServicesWereReset();

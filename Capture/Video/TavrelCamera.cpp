@@ -67,9 +67,11 @@ Expected<void> TavrelCamera::setupCaptureSession() {
 }
 
 void TavrelCamera::makeInputs() {
+  const auto wished = CaptureDevice::deviceWithUniqueID(preferred_.preferredDeviceID);
   for (const auto& device : CaptureDevice::devicesWithMediaType(MediaType::video)) {
     const bool isFront = device->position() == CaptureDevicePosition::front;
     if (!isFront && device->position() != CaptureDevicePosition::back) continue;
+    if (wished && wished != device && wished->position() == device->position()) continue;
     if (auto input = CaptureDeviceInput::create(device)) {
       (isFront ? frontInput : backInput) = std::move(*input);
     } else {

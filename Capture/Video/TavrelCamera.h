@@ -26,6 +26,18 @@
 
 namespace tavrel {
 
+/// What became of the frames since the camera was made.
+struct TavrelCameraStatistics {
+  std::uint64_t delivered = 0;        ///< came from the device, one way or the other: all below together
+  std::uint64_t processed = 0;        ///< went into the chain
+  std::uint64_t late = 0;             ///< the device's output dropped them: the capture queue was still busy
+  std::uint64_t busy = 0;             ///< the frame before was still on its way through the chain
+  std::uint64_t whileSwitching = 0;   ///< a switch or a rebuild of the chain was under way
+  std::uint64_t whileNotRunning = 0;  ///< before the start, after the stop or in the background
+
+  std::uint64_t dropped() const { return delivered - processed; }
+};
+
 class TavrelCamera;
 class TavrelFaceBeautyCaptureEffect;
 class TavrelGPUImageGaussianBlurFilter;
@@ -133,6 +145,8 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
   /// output's when the capture fails.
   void snapshotWithCompletion(SnapshotCompletion completion);
 
+  TavrelCameraStatistics statistics() const;
+
   // The device in use. Getters without one answer what a device has at first; setters keep the wish.
   std::vector<CaptureFrameRateRange> videoSupportedFrameRateRanges() const;
   /// Infinite without a camera.
@@ -181,13 +195,6 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
 
  private:
   using BeautyFilters = std::map<std::uint64_t, std::shared_ptr<TavrelGPUImageBeautifyFilter>>;
-  /// What effects are made of.
-  struct EffectNodes {
-    std::vector<std::shared_ptr<TavrelGPUImageFilter>> filters;
-    std::vector<std::shared_ptr<TavrelGPUImagePicture>> pictures;
-    BeautyFilters effectsToFilterDictionary;
-  };
-
   explicit TavrelCamera(const TavrelCameraConfiguration& configuration);
 
   // Set-up and session.
@@ -213,13 +220,11 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
   void previewTaped(const TapGestureRecognizer& recognizer);
 
   // Frames and chain.
-  bool shouldDrop(const std::shared_ptr<CaptureConnection>& connection) const;
   bool hasOrientationOfOldCamera(std::size_t width, std::size_t height) const;
   std::shared_ptr<PixelBuffer> applyPerFrameEffects(std::shared_ptr<PixelBuffer> pixelBuffer,
                                                     const SampleTiming& timing, MediaTime frameTime);
   void refreshCropRegion();
   void refreshForNewCaptureEffects();
-  void appendNodes(EffectNodes& nodes, const std::shared_ptr<TavrelCaptureEffect>& effect) const;
   void addCaptureEffectsKVOs(const CaptureEffects& effects);
   void removetCaptureEffectsKVOs();
   std::shared_ptr<TavrelGPUImageBeautifyFilter> beautyFilterOf(const TavrelFaceBeautyCaptureEffect& effect) const;
@@ -278,6 +283,10 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
   std::atomic<bool> running_ = false;
   std::atomic<std::uint64_t> blurGeneration_ = 0;
   std::vector<NotificationCenter::ObserverToken> observers_;
+  std::atomic<std::uint64_t> processed_ = 0;
+  std::atomic<std::uint64_t> busy_ = 0;
+  std::atomic<std::uint64_t> whileSwitching_ = 0;
+  std::atomic<std::uint64_t> whileNotRunning_ = 0;
 };
 
 }  // namespace tavrel

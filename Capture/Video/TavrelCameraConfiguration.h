@@ -37,6 +37,8 @@ struct TavrelCameraConfiguration {
   double preferredMaxFrameRate = 30;
   std::string preferredSessionPreset = kCaptureSessionPresetHigh;
   CaptureDevicePosition preferredDevicePosition = CaptureDevicePosition::front;
+  /// The `uniqueID` of the camera to take where several have its position; empty: the last one listed.
+  std::string preferredDeviceID;
   /// The sensor's own, which is upright on desktops; phones that are held upright take `portrait`, with a size to
   /// match.
   CaptureVideoOrientation preferredVideoOrientation = CaptureVideoOrientation::landscapeRight;

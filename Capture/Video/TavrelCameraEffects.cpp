@@ -1,18 +1,15 @@
 #include <array>
+#include <tuple>
 #include <utility>
 
 #include "Capture/Video/TavrelCamera.h"
-#include "Effects/TavrelAnimatedStickerCaptureEffect.h"
+#include "Effects/TavrelCaptureEffectNodes.h"
 #include "Effects/TavrelFaceBeautyCaptureEffect.h"
 #include "Effects/TavrelFilterCaptureEffect.h"
 #include "Effects/TavrelImageStickerCaptureEffect.h"
 #include "Effects/TavrelLUTFilterCaptureEffect.h"
-#include "GPUImage/Filters/TavrelGPUImageAlphaBlendFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageGaussianBlurFilter.h"
-#include "GPUImage/Filters/TavrelGPUImageLookupFilter.h"
-#include "GPUImage/Filters/TavrelGPUImagePlacementFilter.h"
 #include "GPUImage/TavrelGPUImageContext.h"
-#include "TavrelBase/Utils/TavrelUtils.h"
 
 namespace tavrel {
 
@@ -84,56 +81,25 @@ std::shared_ptr<TavrelGPUImageBeautifyFilter> TavrelCamera::beautyFilterOf(
 }
 
 void TavrelCamera::refreshForNewCaptureEffects() {
-  EffectNodes nodes;
-  for (const auto& effect : *read(captureEffects_)) appendNodes(nodes, effect);
-  write(effectsToFilterDictionary, std::move(nodes.effectsToFilterDictionary));
+  decltype(filters) newFilters;
+  decltype(picturesNeedToBeProcessed) newPictures;
+  BeautyFilters beautyFilters;
+  for (const auto& effect : *read(captureEffects_)) {
+    const TavrelCaptureEffectNodes nodes = TavrelMakeCaptureEffectNodes(*effect, size());
+    if (nodes.filter) newFilters.push_back(nodes.filter);
+    if (nodes.picture) newPictures.push_back(nodes.picture);
+    if (const auto beauty = std::dynamic_pointer_cast<TavrelFaceBeautyCaptureEffect>(effect)) {
+      beautyFilters[reinterpret_cast<std::uint64_t>(beauty.get())] =
+          std::static_pointer_cast<TavrelGPUImageBeautifyFilter>(nodes.filter);
+    }
+  }
+  write(effectsToFilterDictionary, std::move(beautyFilters));
 
   const std::lock_guard lock(cameraOutputLock);
   takeChainApart();
-  filters.swap(nodes.filters);
-  picturesNeedToBeProcessed.swap(nodes.pictures);
+  filters.swap(newFilters);
+  picturesNeedToBeProcessed.swap(newPictures);
   rebuildPipeline();
-}
-
-void TavrelCamera::appendNodes(EffectNodes& nodes, const std::shared_ptr<TavrelCaptureEffect>& effect) const {
-  const auto addPicture = [&](const std::shared_ptr<Image>& image) {
-    nodes.pictures.push_back(std::make_shared<TavrelGPUImagePicture>(image, false, true));
-    return nodes.pictures.back();
-  };
-  if (const auto sticker = std::dynamic_pointer_cast<TavrelImageStickerCaptureEffect>(effect)) {
-    const auto& image = sticker->image();
-    if (!image) return;
-    const Rect rectangle =
-        sticker->destRect() == Rect()
-            ? Rect{{0, 0}, {static_cast<double>(image->width()), static_cast<double>(image->height())}}
-            : sticker->destRect();
-    const auto placement = std::make_shared<TavrelGPUImagePlacementFilter>();
-    placement->setAffineTransform(TavrelGetTransform(rectangle, size(), static_cast<float>(sticker->rotation())));
-    placement->forceProcessingAtSize(size());
-    const auto blend = std::make_shared<TavrelGPUImageAlphaBlendFilter>();
-    blend->setMix(1);
-    addPicture(image)->addTarget(placement);
-    placement->addTarget(blend, 1);
-    nodes.filters.push_back(blend);
-  } else if (const auto table = std::dynamic_pointer_cast<TavrelLUTFilterCaptureEffect>(effect)) {
-    if (!table->image()) return;
-    const auto lookup = std::make_shared<TavrelGPUImageLookupFilter>();
-    addPicture(table->image())->addTarget(lookup, 1);
-    nodes.filters.push_back(lookup);
-  } else if (const auto beauty = std::dynamic_pointer_cast<TavrelFaceBeautyCaptureEffect>(effect)) {
-    const auto filter = std::make_shared<TavrelGPUImageBeautifyFilter>();
-    filter->setToneLevel(beauty->toneLevel());
-    filter->setBrightLevel(beauty->brightLevel());
-    filter->setBeautyLevel(beauty->beautyLevel());
-    nodes.filters.push_back(filter);
-    nodes.effectsToFilterDictionary[reinterpret_cast<std::uint64_t>(beauty.get())] = filter;
-  } else if (const auto animation = std::dynamic_pointer_cast<TavrelAnimatedStickerCaptureEffect>(effect)) {
-    animation->setVideoSize(size());
-    nodes.filters.push_back(animation->filter());
-    nodes.pictures.push_back(animation->picture());
-  } else if (const auto own = std::dynamic_pointer_cast<TavrelFilterCaptureEffect>(effect)) {
-    if (own->filter()) nodes.filters.push_back(own->filter());
-  }
 }
 
 void TavrelCamera::refreshGPUImagePipeline() {

@@ -51,9 +51,19 @@ void TavrelCamera::didOutputSampleBuffer(TavrelSampleBufferDelegateProxy&,
                                          const std::shared_ptr<CaptureConnection>& connection) {
   // Held while the camera is switched or the chain rebuilt.
   const std::unique_lock lock(cameraOutputLock, std::try_to_lock);
-  if (!lock || shouldDrop(connection)) return;
   std::shared_ptr<PixelBuffer> pixelBuffer = sampleBuffer->imageBuffer();
-  if (!pixelBuffer || hasOrientationOfOldCamera(pixelBuffer->width(), pixelBuffer->height())) return;
+  if (!lock || shouldBlur || connection != videoConnection(*dataOutput) || !pixelBuffer) {
+    ++whileSwitching_;
+    return;
+  }
+  if (!running_ || isInBackground) {
+    ++whileNotRunning_;
+    return;
+  }
+  if (hasOrientationOfOldCamera(pixelBuffer->width(), pixelBuffer->height())) {
+    ++whileSwitching_;
+    return;
+  }
   originalSize = sizeOf(*pixelBuffer);
   refreshCropRegion();
 
@@ -62,11 +72,19 @@ void TavrelCamera::didOutputSampleBuffer(TavrelSampleBufferDelegateProxy&,
   const MediaTime frameTime = CaptureClock::current()->now();
   lastBuffer = applyPerFrameEffects(std::move(pixelBuffer), timing, frameTime);
   for (const auto& picture : picturesNeedToBeProcessed) picture->processImage();
-  pixelBufferInput->processCVPixelBuffer(lastBuffer, frameTime, false);
+  ++(pixelBufferInput->processCVPixelBuffer(lastBuffer, frameTime, false) ? processed_ : busy_);
 }
 
-bool TavrelCamera::shouldDrop(const std::shared_ptr<CaptureConnection>& connection) const {
-  return shouldBlur || connection != videoConnection(*dataOutput) || !running_ || isInBackground;
+TavrelCameraStatistics TavrelCamera::statistics() const {
+  TavrelCameraStatistics statistics;
+  statistics.processed = processed_;
+  statistics.late = dataOutput->droppedFrames();
+  statistics.busy = busy_;
+  statistics.whileSwitching = whileSwitching_;
+  statistics.whileNotRunning = whileNotRunning_;
+  statistics.delivered =
+      statistics.processed + statistics.late + statistics.busy + statistics.whileSwitching + statistics.whileNotRunning;
+  return statistics;
 }
 
 bool TavrelCamera::hasOrientationOfOldCamera(std::size_t width, std::size_t height) const {

@@ -1,28 +1,21 @@
 #pragma once
 
-#include <functional>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "TavrelCaptureBase.h"
 
 namespace tavrel::tool {
 
-/// One effect: the filter that the frames go through, and what feeds its second input, if it has one.
-struct Effect {
-  std::shared_ptr<TavrelGPUImageFilter> filter;
-  std::shared_ptr<TavrelGPUImagePicture> picture = nullptr;
-  /// Where the picture does not simply fill the second input: places it on frames of this size.
-  std::function<void(Size frameSize)> place = {};
-  /// What changes the picture as time goes on.
-  std::shared_ptr<TavrelAnimatedStickerCaptureEffect> animation = nullptr;
-};
-
-/// Effects one after the other.
+/// Effects one after the other: for a camera, which makes a chain of them itself, or to be connected behind a source.
 class EffectChain {
  public:
-  explicit EffectChain(std::vector<Effect> effects) : effects_(std::move(effects)) {}
+  using Effects = std::vector<std::shared_ptr<TavrelCaptureEffect>>;
 
+  explicit EffectChain(Effects effects) : effects_(std::move(effects)) {}
+
+  const Effects& effects() const { return effects_; }
   bool isEmpty() const { return effects_.empty(); }
   /// The size that a frame of `size` has behind the chain.
   Size sizeAfter(Size size) const;
@@ -34,7 +27,7 @@ class EffectChain {
   void advanceTo(double seconds) const;
 
  private:
-  std::vector<Effect> effects_;
+  Effects effects_;
 };
 
 }  // namespace tavrel::tool

@@ -46,7 +46,7 @@ T valueOrThrow(Expected<T> value) {
   return std::move(*value);
 }
 
-Effect makeCrop(const std::string& value) {
+std::shared_ptr<TavrelCaptureEffect> makeCrop(const std::string& value) {
   const std::vector<double> numbers = parseNumbers(value, 4, 4, "--crop", "X,Y,W,H, each from 0 to 1");
   checkUnitRange(numbers, "--crop", value);
   const Rect region = {{numbers[0], numbers[1]}, {numbers[2], numbers[3]}};
@@ -58,20 +58,20 @@ Effect makeCrop(const std::string& value) {
   if (region.maxX() > kLargest || region.maxY() > kLargest) {
     throw UsageError(fmt::format("--crop {}: the rectangle reaches beyond the picture", value));
   }
-  return {.filter = std::make_shared<TavrelGPUImageCropFilter>(region)};
+  return std::make_shared<TavrelFilterCaptureEffect>(std::make_shared<TavrelGPUImageCropFilter>(region));
 }
 
-Effect makeTurn(TavrelGPUImageRotationMode rotation) {
+std::shared_ptr<TavrelCaptureEffect> makeTurn(TavrelGPUImageRotationMode rotation) {
   auto filter = std::make_shared<TavrelGPUImageFilter>();
   filter->setInputRotation(rotation, 0);
-  return {.filter = std::move(filter)};
+  return std::make_shared<TavrelFilterCaptureEffect>(std::move(filter));
 }
 
-Effect makeMirror(const std::string&) {
+std::shared_ptr<TavrelCaptureEffect> makeMirror(const std::string&) {
   return makeTurn(kTavrelGPUImageFlipHorizontal);
 }
 
-Effect makeRotation(const std::string& value) {
+std::shared_ptr<TavrelCaptureEffect> makeRotation(const std::string& value) {
   const double number = parseNumbers(value, 1, 1, "--rotate", "a mode from 0 to 7").front();
   if (number != std::floor(number) || number < 0 || number > 7) {
     throw UsageError(fmt::format("--rotate {}: the mode is a whole number from 0 to 7", value));
@@ -79,17 +79,17 @@ Effect makeRotation(const std::string& value) {
   return makeTurn(static_cast<TavrelGPUImageRotationMode>(number));
 }
 
-Effect makeBeauty(const std::string& value) {
+std::shared_ptr<TavrelCaptureEffect> makeBeauty(const std::string& value) {
   const std::vector<double> levels = parseNumbers(value, 1, 3, "--beauty", "B, B,BRIGHT or B,BRIGHT,TONE");
   checkUnitRange(levels, "--beauty", value);
-  auto filter = std::make_shared<TavrelGPUImageBeautifyFilter>();
-  if (levels.size() > 2) filter->setToneLevel(levels[2]);
-  if (levels.size() > 1) filter->setBrightLevel(levels[1]);
-  filter->setBeautyLevel(levels[0]);
-  return {.filter = std::move(filter)};
+  auto effect = std::make_shared<TavrelFaceBeautyCaptureEffect>();
+  if (levels.size() > 2) effect->setToneLevel(levels[2]);
+  if (levels.size() > 1) effect->setBrightLevel(levels[1]);
+  effect->setBeautyLevel(levels[0]);
+  return effect;
 }
 
-Effect makeBlur(const std::string& value) {
+std::shared_ptr<TavrelCaptureEffect> makeBlur(const std::string& value) {
   constexpr double kLargest = 62;  // from here on the kernel would get narrower again
   const double radius = parseNumbers(value, 1, 1, "--blur", "a radius in pixels").front();
   if (radius < 0 || radius > kLargest) {
@@ -97,12 +97,13 @@ Effect makeBlur(const std::string& value) {
   }
   auto filter = std::make_shared<TavrelGPUImageGaussianBlurFilter>();
   filter->setBlurRadiusInPixels(radius);
-  return {.filter = std::move(filter)};
+  return std::make_shared<TavrelFilterCaptureEffect>(std::move(filter));
 }
 
-Effect makeLookup(const std::string& value) {
-  return {.filter = std::make_shared<TavrelGPUImageLookupFilter>(),
-          .picture = std::make_shared<TavrelGPUImagePicture>(valueOrThrow(TavrelLookupImageFromFile(value)))};
+std::shared_ptr<TavrelCaptureEffect> makeLookup(const std::string& value) {
+  auto effect = std::make_shared<TavrelLUTFilterCaptureEffect>();
+  effect->setImage(valueOrThrow(TavrelLookupImageFromFile(value)));
+  return effect;
 }
 
 /// FILE@X,Y,W,H[,DEGREES]
@@ -126,31 +127,17 @@ Placement parsePlacement(const std::string& value, const char* option) {
           .radians = numbers.size() > 4 ? numbers[4] * std::numbers::pi / 180 : 0};
 }
 
-Effect makeSticker(const std::string& value) {
+std::shared_ptr<TavrelCaptureEffect> makeSticker(const std::string& value) {
   const Placement placement = parsePlacement(value, "--sticker");
   const auto source = valueOrThrow(ImageSource::createWithFile(placement.file));
-  const auto sticker = std::make_shared<TavrelImageStickerCaptureEffect>();
-  sticker->setImage(straightImage(normalizedImage(valueOrThrow(source->imageAtIndex(0)))));
+  auto sticker = std::make_shared<TavrelImageStickerCaptureEffect>();
+  sticker->setImage(normalizedImage(valueOrThrow(source->imageAtIndex(0))));
   sticker->setDestRect(placement.rectangle);
   sticker->setRotation(placement.radians);
-
-  const Size imageSize = TavrelAnimatedImage::sizeForImage(sticker->image());
-  const bool isMuchReduced = imageSize.width > 1.5 * placement.rectangle.size.width ||
-                             imageSize.height > 1.5 * placement.rectangle.size.height;
-  const auto picture = std::make_shared<TavrelGPUImagePicture>(sticker->image(), isMuchReduced, true);
-  const auto placed = std::make_shared<TavrelGPUImagePlacementFilter>();
-  const auto blend = std::make_shared<TavrelGPUImageAlphaBlendFilter>();
-  blend->setMix(1);
-  picture->addTarget(placed);
-  placed->addTarget(blend, 1);
-  return {.filter = blend, .picture = picture, .place = [sticker, placed](Size frameSize) {
-            const auto rotation = static_cast<float>(sticker->rotation());
-            placed->setAffineTransform(TavrelGetTransform(sticker->destRect(), frameSize, rotation));
-            placed->forceProcessingAtSize(frameSize);
-          }};
+  return sticker;
 }
 
-Effect makeAnimatedSticker(const std::string& value) {
+std::shared_ptr<TavrelCaptureEffect> makeAnimatedSticker(const std::string& value) {
   const Placement placement = parsePlacement(value, "--gif");
   const auto source = valueOrThrow(ImageSource::createWithFile(placement.file));
   if (std::string_view(source->type()) != "image/gif") {
@@ -158,13 +145,9 @@ Effect makeAnimatedSticker(const std::string& value) {
   }
   const auto created = TavrelAnimatedStickerCaptureEffect::create(valueOrThrow(readFile(placement.file)));
   if (!created) throw std::runtime_error(fmt::format("{}: {}", placement.file, created.error().description));
-  const auto& sticker = *created;
-  sticker->setDestRect(placement.rectangle);
-  sticker->setRotation(placement.radians);
-  return {.filter = sticker->filter(),
-          .picture = sticker->picture(),
-          .place = [sticker](Size frameSize) { sticker->setVideoSize(frameSize); },
-          .animation = sticker};
+  (*created)->setDestRect(placement.rectangle);
+  (*created)->setRotation(placement.radians);
+  return *created;
 }
 
 }  // namespace
@@ -214,7 +197,7 @@ EffectOptions::EffectOptions(CLI::App& command) : command_(command) {
 }
 
 EffectChain EffectOptions::makeChain() const {
-  std::vector<Effect> effects;
+  std::vector<std::shared_ptr<TavrelCaptureEffect>> effects;
   std::map<const CLI::Option*, std::size_t> used;
   for (const CLI::Option* given : command_.parse_order()) {
     for (const Kind& kind : kinds_) {

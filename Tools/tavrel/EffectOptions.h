@@ -17,7 +17,7 @@ class EffectOptions {
   EffectChain makeChain() const;
 
  private:
-  using Maker = Effect (*)(const std::string& value);
+  using Maker = std::shared_ptr<TavrelCaptureEffect> (*)(const std::string& value);
   struct Kind {
     CLI::Option* option;
     Maker make;

@@ -31,7 +31,7 @@ class MicrophoneTest : public test::CaptureClassTest {
     if (microphone_) microphone_->stop();
   }
   void make(bool mute) {
-    auto made = TavrelMicrophone::create({.mute = mute});
+    auto made = TavrelMicrophone::create({.mute = mute, .deviceID = ""});
     ASSERT_TRUE(made.has_value()) << made.error().description;
     microphone_ = *made;
     microphone_->setDelegate(recorder_);
