@@ -83,7 +83,7 @@ Expected<void> AudioTrackEncoder::check(const MovieFile& file) const {
   return failure("media", EINVAL, fmt::format("{} cannot hold this audio coding", file.formatName()));
 }
 
-Expected<void> AudioTrackEncoder::open(MovieFile& file, int track, bool) {
+Expected<void> AudioTrackEncoder::open(MovieFile& file, int track, bool isRealTime) {
   file_ = &file;
   track_ = track;
   takeFFmpegLogLine();
@@ -108,6 +108,7 @@ Expected<void> AudioTrackEncoder::open(MovieFile& file, int track, bool) {
   }
   fifo_.reset(av_audio_fifo_alloc(context_->sample_fmt, channels, kFramesPerPacket));
   if (!fifo_) return tl::unexpected(encoderError(AVERROR(ENOMEM), "the audio encoder does not open"));
+  if (isRealTime) liveClock_.emplace(context_->sample_rate);
   const CodecParameters parameters(avcodec_parameters_alloc());
   avcodec_parameters_from_context(parameters.get(), context_.get());
   file.setFormat(track, parameters.get(), context_->time_base, true);
@@ -159,11 +160,13 @@ Expected<void> AudioTrackEncoder::encode(const TrackSample& sample) {
   if (auto usable = useFormat(sample.format->audioFormat); !usable) return usable;
   const int rate = context_->sample_rate;
   const double sourceRate = sample.format->audioFormat.sampleRate;
-  const std::int64_t deviation = unitsOf(sample.presentationTime, {1, rate}) - position();
+  std::int64_t deviation = unitsOf(sample.presentationTime, {1, rate}) - position();
   const std::int64_t tolerance = position() == 0 ? 0 : rate * 5 / 1000;
+  if (liveClock_ && position() > 0) deviation = liveClock_->deviationOf(deviation, sample.frameCount);
 
   std::int64_t first = 0;
   int stretch = 0;
+  if (liveClock_ && std::abs(deviation) > tolerance) liveClock_->reset();
   if (deviation > tolerance) {
     if (auto added = addSilence(std::llround(static_cast<double>(deviation) * sourceRate / rate)); !added) return added;
   } else if (deviation < -tolerance) {

@@ -8,6 +8,7 @@ extern "C" {
 
 #include "Platform/Foundation/Dictionary.h"
 #include "Platform/Media/Private/AudioConverter.h"
+#include "Platform/Media/Private/LiveSoundClock.h"
 #include "Platform/Media/Private/PacketDecoder.h"
 #include "Platform/Media/Private/TrackEncoder.h"
 
@@ -24,7 +25,8 @@ struct AudioSettings {
 
 /// PCM, or sound of another coding, to an audio track: continuity, conversion, encoding. Each sample buffer is placed
 /// on the movie's time line: an overlap is cut, a gap filled with silence. What deviates less than 5 ms is joined as it
-/// comes, and stretched by a frame at a time until the deviation is gone.
+/// comes, and stretched by a frame at a time until the deviation is gone. Live sound is stamped as it arrives, sooner
+/// or later: there a deviation counts once it lasts.
 class AudioTrackEncoder final : public TrackEncoder {
  public:
   /// AAC with these settings.
@@ -64,6 +66,7 @@ class AudioTrackEncoder final : public TrackEncoder {
   std::optional<AudioConverter> converter_;
   std::unique_ptr<AVAudioFifo, FifoDeleter> fifo_;
   Frame frame_;
+  std::optional<LiveSoundClock> liveClock_;
   std::int64_t convertedFrames_ = 0;  // everything that came out of the converters
   std::int64_t encodedFrames_ = 0;
 };

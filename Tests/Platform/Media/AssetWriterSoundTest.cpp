@@ -18,9 +18,10 @@ struct SoundMaker {
   std::shared_ptr<AssetWriterInput> audio;
 
   SoundMaker(const std::filesystem::path& path, std::optional<Dictionary> settings,
-             const char* type = kFileTypeQuickTimeMovie) {
+             const char* type = kFileTypeQuickTimeMovie, bool isLive = false) {
     writer = *AssetWriter::create(path, type);
     audio = AssetWriterInput::create(MediaType::audio, std::move(settings));
+    audio->setExpectsMediaDataInRealTime(isLive);
     EXPECT_TRUE(writer->addInput(audio));
     EXPECT_TRUE(writer->startWriting());
     writer->startSessionAtSourceTime(MediaTime::zero());
@@ -120,6 +121,31 @@ TEST(AssetWriterSound, DriftIsAbsorbedWithoutAddingUp) {
     // No silence was inserted anywhere.
     for (double t = 0.1; t < 29.8; t += 0.005) EXPECT_GT(probe.audio->level(t, t + 0.005), 0.03) << t;
   }
+}
+
+TEST(AssetWriterSound, LiveSoundThatIsHeldUpIsNoGap) {
+  const TemporaryFolder folder;
+  const SoundMaker maker(folder / "sound.mov", aacSettings(), kFileTypeQuickTimeMovie, true);
+  // Stamped on arrival, 0 to 30 ms late. From 3.2 to 3.5 s there is none at all. A click marks each second.
+  for (int i = 0; i < 700; ++i) {
+    if (i >= 320 && i < 350) continue;
+    const double start = i * 0.01;
+    const double late = i == 0 ? 0.025 : i * 37 % 31 / 1000.0;
+    const auto buffer = sound({}, 480, MediaTime::fromSeconds(start + late, 1'000'000), [&](double) { return 0.0; });
+    auto* const samples = static_cast<float*>(buffer->audioBufferList()->buffers()[0].data);
+    for (int k = 0; k < 480; ++k) {
+      const double position = start + k / 48000.0;
+      samples[k] = position - std::floor(position) < 0.004 ? 0.8F : static_cast<float>(0.2 * tone(position));
+    }
+    ASSERT_TRUE(maker.add(buffer));
+  }
+  ASSERT_TRUE(maker.writer->finishWriting());
+  const auto probe = MovieProbe::open(folder / "sound.mov");
+  for (const int second : {1, 2, 3, 5, 6}) {
+    EXPECT_NEAR(*probe.audio->firstAbove(0.45F, second - 0.5), second, 0.006);
+  }
+  for (double t = 0.1; t < 3.1; t += 0.005) EXPECT_GT(probe.audio->level(t, t + 0.005), 0.03) << t;
+  EXPECT_NEAR(probe.audio->seconds(), 7, 0.05);
 }
 
 TEST(AssetWriterSound, FormatMayChangeOnTheWay) {
