@@ -1,32 +1,42 @@
 #include "PreviewCommand.h"
 
+#include <fmt/chrono.h>
+
+#include <ctime>
+#include <map>
+
+#include "MovieOptions.h"
 #include "Report.h"
 
 namespace tavrel::tool {
 namespace {
 
-VirtualCamera::Configuration cameraConfiguration() {
-  return {.width = 640, .height = 480, .frameRate = 30};
-}
-
-/// The preview that fills `window`, with the ring that a click shows.
-std::shared_ptr<TavrelGPUImageView> previewIn(Window& window) {
-  auto view = std::make_shared<TavrelGPUImageView>(window.rootView()->bounds());
-  const auto ring = std::make_shared<TavrelFocusView>(Rect{{0, 0}, {50, 50}});
-  view->setFillsSuperview(true);
-  view->addSubview(ring);
-  view->addGestureRecognizer(std::make_shared<TapGestureRecognizer>(
-      [ring](TapGestureRecognizer& tap) { ring->show(tap.locationInView(ring->superview())); }));
-  window.rootView()->addSubview(view);
-  return view;
+/// A name that is not taken yet, in the working folder.
+std::filesystem::path newMovieName() {
+  const std::string name = fmt::format("tavrel-{:%Y%m%d-%H%M%S}", fmt::localtime(std::time(nullptr)));
+  std::filesystem::path path = name + ".mov";
+  for (int i = 2; std::filesystem::exists(path); ++i) path = fmt::format("{}-{}.mov", name, i);
+  return path;
 }
 
 }  // namespace
 
 PreviewCommand::PreviewCommand(CLI::App& app)
-    : command_(app.add_subcommand("preview", "Look through the camera; q closes the window")), effects_(*command_) {
-  command_->add_option("--camera", camera_, "front, back or file:PATH (a movie or picture)")
+    : command_(app.add_subcommand(
+          "preview",
+          "Look through the camera. A click focuses; keys: s switches the camera, r begins and ends a recording, p "
+          "pauses it, t turns the torch on and off, q quits")),
+      effects_(*command_) {
+  command_->add_option("--camera", camera_, "A name that `tavrel devices` shows, front, back or file:PATH")
       ->type_name("NAME")
+      ->capture_default_str();
+  command_->add_option("--microphone", microphone_, "For recordings: a name, default, file:PATH or none")
+      ->type_name("NAME")
+      ->capture_default_str();
+  command_->add_option("--size", size_, "Of the picture, in pixels")->type_name("WxH")->capture_default_str();
+  command_->add_option("--fps", framesPerSecond_, "Frames a second")
+      ->type_name("N")
+      ->check(CLI::Range(1.0, 240.0))
       ->capture_default_str();
 }
 
@@ -34,29 +44,71 @@ int PreviewCommand::run() {
   // First of all: a window shows only what is drawn on the window system's own display.
   const auto userInterface = Application::shared().startUserInterface();
   const EffectChain effects = effects_.makeChain();  // wrong usage is said on machines without a display as well
-  const auto camera = VirtualCamera::create(camera_, cameraConfiguration());
-  if (!camera) return fail("{}", camera.error().description);
+  auto rig = CaptureRig::create({.camera = camera_,
+                                 .microphone = microphone_,
+                                 .size = parsedMovieSize(size_),
+                                 .framesPerSecond = framesPerSecond_},
+                                effects);
+  if (!rig) return fail("{}", rig.error().description);
+  rig_ = *rig;
   if (!userInterface) {
     return fail("a window is asked for and none can be had: {}", userInterface.error().description);
   }
-  const Size cameraSize = {static_cast<double>((*camera)->configuration().width),
-                           static_cast<double>((*camera)->configuration().height)};
-  const auto window = Window::create("tavrel preview", effects.sizeAfter(cameraSize));
+  const auto window = Window::create("tavrel preview", rig_->movieSize());
   if (!window) return fail("a window is asked for and none can be had: {}", window.error().description);
   (*window)->setCloseHandler([] { RunLoop::main().stop(); });
-  (*window)->setKeyHandler([](std::string_view key) {
-    if (key == "Q") RunLoop::main().stop();
-  });
+  (*window)->setKeyHandler([this](std::string_view key) { pressed(key); });
+  const auto& view = rig_->camera()->previewView();
+  view->setFillsSuperview(true);
+  (*window)->rootView()->addSubview(view);
 
-  const auto input = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
-  effects.connect(input, cameraSize)->addTarget(previewIn(**window));
-  (*camera)->start([&input](const std::shared_ptr<PixelBuffer>& picture,
-                            MediaTime time) { input->processCVPixelBuffer(picture, time, false); },
-                   DispatchQueue::create("org.tavrel.tool.camera"));
+  if (const auto started = rig_->start(); !started) return fail("{}", started.error().description);
   RunLoop::main().run();
-  (*camera)->stop();
-  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});  // the last frame is shown
+  rig_->stop();
+  if (rig_->isWriting()) finishRecording();
+  view->removeFromSuperview();
   return kSuccess;
+}
+
+void PreviewCommand::pressed(std::string_view key) {
+  const std::map<std::string_view, std::function<void()>> actions = {
+      {"S", [this] { rig_->camera()->switchCamera(); }},
+      {"R", [this] { toggleRecording(); }},
+      {"P",
+       [this] {
+         if (rig_->isWriting()) rig_->writer()->setPaused(!rig_->writer()->isPaused());
+       }},
+      {"T", [this] { toggleTorch(); }},
+      {"Q", [] { RunLoop::main().stop(); }},
+  };
+  if (const auto action = actions.find(key); action != actions.end()) action->second();
+}
+
+void PreviewCommand::toggleRecording() {
+  if (rig_->isWriting()) {
+    finishRecording();
+    return;
+  }
+  recording_ = newMovieName();
+  if (const auto writing = rig_->startWriting(recording_, fileTypeOf(recording_)); !writing) {
+    say("{}", writing.error().description);
+  } else {
+    say("recording {}", recording_.string());
+  }
+}
+
+void PreviewCommand::finishRecording() {
+  rig_->finishWriting();
+  if (rig_->isBrokenOff()) {
+    say("the recording broke off: {}", rig_->writer()->error() ? rig_->writer()->error()->description : "?");
+  } else {
+    fmt::print("{} {:.1f} s\n", recording_.string(), rig_->writer()->duration().seconds());
+  }
+}
+
+void PreviewCommand::toggleTorch() {
+  const bool isOn = rig_->camera()->torchMode() == CaptureTorchMode::on;
+  rig_->camera()->setPreferredTorchMode(isOn ? CaptureTorchMode::off : CaptureTorchMode::on);
 }
 
 }  // namespace tavrel::tool

@@ -1,14 +1,18 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
+#include <memory>
 #include <string>
+#include <string_view>
 
+#include "CaptureRig.h"
 #include "EffectOptions.h"
 
 namespace tavrel::tool {
 
-/// `tavrel preview [--camera NAME] [EFFECTS]`: the camera through effects in a window, until it is closed or 'q' is
-/// pressed. A click shows the focus ring.
+/// `tavrel preview [--camera NAME] [EFFECTS]`: the camera through effects in a window. A click focuses; keys: s
+/// switches the camera, r begins and ends a recording, p pauses it, t turns the torch on and off, q quits.
 class PreviewCommand {
  public:
   explicit PreviewCommand(CLI::App& app);
@@ -17,9 +21,19 @@ class PreviewCommand {
   int run();
 
  private:
+  void pressed(std::string_view key);
+  void toggleRecording();
+  void finishRecording();
+  void toggleTorch();
+
   CLI::App* command_;
   EffectOptions effects_;
   std::string camera_ = "front";
+  std::string microphone_ = "default";
+  std::string size_ = "640x480";
+  double framesPerSecond_ = 30;
+  std::shared_ptr<CaptureRig> rig_;
+  std::filesystem::path recording_;
 };
 
 }  // namespace tavrel::tool

@@ -18,25 +18,22 @@ class RecordCommand {
   int run();
 
  private:
-  struct PictureSize {
-    int width = 0;
-    int height = 0;
-  };
-
-  PictureSize parsedSize() const;
   void checkTimes() const;
-  std::string_view fileType() const;
 
   CLI::App* command_;
   EffectOptions effects_;
   std::filesystem::path output_;
   std::string camera_ = "front";
-  std::string microphone_ = "synthetic";
+  std::string microphone_ = "default";
   std::string size_ = "1280x720";
   double framesPerSecond_ = 30;
   std::optional<double> duration_;
   std::optional<double> pauseAt_;
   std::optional<double> resumeAt_;
+  std::optional<double> switchAt_;
+  std::optional<std::filesystem::path> snapshot_;
+  double snapshotAt_ = 0;
+  bool hasPreview_ = false;
   bool json_ = false;
 };
 

@@ -6,26 +6,26 @@
 #include <optional>
 #include <string>
 
-#include "EffectChain.h"
+#include "CaptureRig.h"
 #include "Report.h"
 #include "TavrelCaptureBase.h"
 
 namespace tavrel::tool {
 
-/// One recording: camera → effects → crop to the movie's proportions → movie writer, with the microphone's sound.
+/// One recording by the clock: pauses, switches of the camera and a snapshot at given times.
 class Recording {
  public:
   struct Options {
     std::filesystem::path output;
     std::string fileType;
-    std::string camera;
-    std::string microphone;  ///< "none" for a silent movie
-    int width;
-    int height;
-    double framesPerSecond;
+    CaptureRig::Options devices;
     std::optional<double> duration;
     std::optional<double> pauseAt;
     std::optional<double> resumeAt;
+    std::optional<double> switchAt;
+    std::optional<std::filesystem::path> snapshot;
+    double snapshotAt = 0;
+    bool hasPreview = false;
   };
 
   Recording(Options options, EffectChain effects);
@@ -34,31 +34,23 @@ class Recording {
   int run(bool printJson);
 
  private:
-  Expected<void> openDevices();
-  void buildGraph();
-  void start();
+  Expected<void> openPreview();
   void record(ProgressBar& progress);
-  void stop();
+  void actOnTime();
+  void takeSnapshot();
   int report(bool printJson) const;
-
-  void receiveFrame(const std::shared_ptr<PixelBuffer>& pixelBuffer, MediaTime time);
-  void receiveSound(const std::shared_ptr<SampleBuffer>& sound);
-  void pauseOrResume(double seconds);
-  bool isBrokenOff() const;
+  bool acceptFrame(double seconds);
 
   const Options options_;
   const EffectChain effects_;
-  std::shared_ptr<DispatchQueue> cameraQueue_ = DispatchQueue::create("org.tavrel.tool.camera");
-  std::shared_ptr<DispatchQueue> microphoneQueue_ = DispatchQueue::create("org.tavrel.tool.microphone");
-  std::shared_ptr<VirtualCamera> camera_;
-  std::shared_ptr<VirtualMicrophone> microphone_;
-  std::shared_ptr<TavrelGPUImageCVPixelBufferInput> input_ = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
-  std::shared_ptr<TavrelGPUImageMovieWriter> writer_;
-  MediaTime startTime_;
+  std::shared_ptr<CaptureRig> rig_;
+  std::shared_ptr<Window> window_;
   std::atomic<double> elapsed_ = 0;
   std::atomic<bool> isOver_ = false;
-  std::atomic<std::uint64_t> framesTaken_ = 0;
-  std::atomic<std::uint64_t> framesRefused_ = 0;
+  bool hasSwitched_ = false;
+  bool hasAskedForSnapshot_ = false;
+  std::atomic<bool> isSnapshotOver_ = true;
+  std::optional<std::string> snapshotProblem_;
 };
 
 }  // namespace tavrel::tool

@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <filesystem>
-#include <optional>
 #include <string>
 
 #include "EffectOptions.h"
@@ -18,9 +17,6 @@ class TranscodeCommand {
   int run();
 
  private:
-  std::optional<Size> parsedSize() const;
-  std::string_view fileType() const;
-
   CLI::App* command_;
   EffectOptions effects_;
   std::filesystem::path input_;

@@ -7,6 +7,8 @@
 #include <csignal>
 #include <utility>
 
+#include "MovieOptions.h"
+
 namespace tavrel::tool {
 namespace {
 
@@ -14,13 +16,6 @@ volatile std::sig_atomic_t isInterrupted = 0;
 
 void interrupt(int) {
   isInterrupted = 1;
-}
-
-/// The largest part of a picture of `size`, centred, that has the proportions of `wanted`; in 0…1.
-Rect centredPart(Size size, Size wanted) {
-  const Rect part = rectWithAspectRatioInsideRect(wanted, {{0, 0}, size});
-  return {{part.origin.x / size.width, part.origin.y / size.height},
-          {part.size.width / size.width, part.size.height / size.height}};
 }
 
 /// How the graph turns pictures as a player turns them by `transform`; nothing for a transform that is no quarter turn.

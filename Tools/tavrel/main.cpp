@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 
+#include "DevicesCommand.h"
 #include "FilterCommand.h"
 #include "PreviewCommand.h"
 #include "RecordCommand.h"
@@ -31,6 +32,7 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   bool isVerbose = false;
   app.add_flag("--verbose", isVerbose, "Show the library's own messages");
+  tavrel::tool::DevicesCommand devices(app);
   tavrel::tool::FilterCommand filter(app);
   tavrel::tool::PreviewCommand preview(app);
   tavrel::tool::RecordCommand record(app);
@@ -38,6 +40,7 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
     chooseLibraryMessages(isVerbose);
+    if (devices.isChosen()) return devices.run();
     if (filter.isChosen()) return filter.run();
     if (preview.isChosen()) return preview.run();
     if (transcode.isChosen()) return transcode.run();

@@ -118,9 +118,9 @@ TEST_F(PreviewCommandTest, ShowsTheCameraThroughEffectsAndTheRingOnAClick) {
 TEST_F(PreviewCommandTest, EndsCleanlyWhenItIsAskedTo) {
   RunningPreview preview("back", "--rotate=1");
   ASSERT_TRUE(placeWindow());
-  // A quarter turn: as wide as the camera's picture is high.
+  // As large as asked for, also when the picture is turned.
   const CommandResult geometry = test::shell("xdotool search --name 'tavrel preview' getwindowgeometry --shell");
-  EXPECT_NE(geometry.output.find("WIDTH=480\nHEIGHT=640\n"), std::string::npos) << geometry.output;
+  EXPECT_NE(geometry.output.find("WIDTH=640\nHEIGHT=480\n"), std::string::npos) << geometry.output;
   preview.terminate();
   EXPECT_EQ(preview.exitStatus(), 0);
 }

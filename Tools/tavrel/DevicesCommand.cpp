@@ -1,0 +1,79 @@
+#include "DevicesCommand.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "Report.h"
+#include "TavrelCaptureBase.h"
+
+namespace tavrel::tool {
+namespace {
+
+const char* nameOf(CaptureDevicePosition position) {
+  switch (position) {
+    case CaptureDevicePosition::front:
+      return "front";
+    case CaptureDevicePosition::back:
+      return "back";
+    default:
+      return "unspecified";
+  }
+}
+
+/// "1280x720 1-60 fps"
+std::string description(const CaptureDeviceFormat& format) {
+  if (format.mediaType == MediaType::audio) {
+    return fmt::format("{:.0f} Hz, {} channels", format.audioFormat.sampleRate, format.audioFormat.channelCount);
+  }
+  std::string text = fmt::format("{}x{}", format.dimensions.width, format.dimensions.height);
+  double slowest = 1e9;
+  double fastest = 0;
+  for (const CaptureFrameRateRange& range : format.videoSupportedFrameRateRanges) {
+    slowest = std::min(slowest, range.minFrameRate);
+    fastest = std::max(fastest, range.maxFrameRate);
+  }
+  if (fastest > 0)
+    text += slowest < fastest ? fmt::format(" {:g}-{:g} fps", slowest, fastest) : fmt::format(" {:g} fps", fastest);
+  return text;
+}
+
+void print(const CaptureDevice& device) {
+  fmt::print("{}\n    {}, {}{}\n", device.localizedName(), device.uniqueID(), device.backendName(),
+             device.mediaType() == MediaType::video ? fmt::format(", {}", nameOf(device.position())) : std::string());
+  for (const auto& format : device.formats()) fmt::print("    {}\n", description(*format));
+}
+
+std::string json(const CaptureDevice& device) {
+  std::string formats;
+  for (const auto& format : device.formats()) {
+    formats += (formats.empty() ? "" : ", ") + jsonString(description(*format));
+  }
+  return fmt::format(
+      "{{\"id\": {}, \"name\": {}, \"type\": \"{}\", \"position\": \"{}\", \"backend\": {}, \"formats\": [{}]}}",
+      jsonString(device.uniqueID()), jsonString(device.localizedName()),
+      device.mediaType() == MediaType::video ? "camera" : "microphone", nameOf(device.position()),
+      jsonString(device.backendName()), formats);
+}
+
+}  // namespace
+
+DevicesCommand::DevicesCommand(CLI::App& app)
+    : command_(app.add_subcommand("devices", "List cameras and microphones")) {
+  command_->add_flag("--json", json_, "Print the list as JSON");
+}
+
+int DevicesCommand::run() const {
+  std::vector<std::shared_ptr<CaptureDevice>> devices = CaptureDevice::devicesWithMediaType(MediaType::video);
+  const auto microphones = CaptureDevice::devicesWithMediaType(MediaType::audio);
+  devices.insert(devices.end(), microphones.begin(), microphones.end());
+  if (json_) {
+    std::string list;
+    for (const auto& device : devices) list += (list.empty() ? "" : ",\n ") + json(*device);
+    fmt::print("[{}]\n", list);
+  } else {
+    for (const auto& device : devices) print(*device);
+  }
+  return kSuccess;
+}
+
+}  // namespace tavrel::tool
