@@ -1,5 +1,7 @@
 #include "Platform/UI/Screen.h"
 
+#include "Platform/Media/DisplayLink.h"
+
 namespace tavrel {
 
 Screen& Screen::main() {
@@ -30,7 +32,9 @@ double Screen::framesPerSecond() const {
 void Screen::setMode(Size size, double framesPerSecond) {
   const std::lock_guard lock(mutex_);
   size_ = size;
-  if (framesPerSecond > 0) framesPerSecond_ = framesPerSecond;
+  if (framesPerSecond <= 0) return;
+  framesPerSecond_ = framesPerSecond;
+  DisplayLink::setDisplayRate(framesPerSecond);
 }
 
 }  // namespace tavrel

@@ -20,6 +20,7 @@ class TAVREL_API Screen {
   /// In points; empty without a display.
   Size size() const;
   double framesPerSecond() const;
+  /// Display links that are added afterwards follow the rate.
   void setMode(Size size, double framesPerSecond);
 
  private:

@@ -374,6 +374,23 @@ TEST_F(WindowTest, tellsTheApplicationsState) {
   EXPECT_EQ(Application::shared().state(), ApplicationState::active);
 }
 
+TEST_F(WindowTest, displayLinksFollowTheDisplay) {
+  EXPECT_GT(Screen::main().framesPerSecond(), 0);
+  const double before = Screen::main().framesPerSecond();
+  Screen::main().setMode(Screen::main().size(), 25);
+  int ticks = 0;
+  const auto link = DisplayLink::create([&](DisplayLink& self) {
+    ++ticks;
+    EXPECT_DOUBLE_EQ(self.duration(), 1 / 25.0);
+  });
+  link->addToMainRunLoop();
+  RunLoop::main().runFor(800ms);
+  EXPECT_LE(ticks, 21);
+  EXPECT_GE(ticks, 8);
+  link->invalidate();
+  Screen::main().setMode(Screen::main().size(), before);
+}
+
 TEST_F(WindowTest, drawsOnlyWhenSomethingChanged) {
   show(scene());
   RunLoop::main().runFor(150ms);
