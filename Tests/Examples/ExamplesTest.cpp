@@ -1,0 +1,150 @@
+#include <cmath>
+#include <fstream>
+#include <future>
+#include <regex>
+#include <thread>
+
+#include "Platform/Capture/Virtual/SyntheticScene.h"
+#include "Support/GraphTestSupport.h"
+#include "Support/UIVirtualScreen.h"
+#include "Tools/tavrel/ProgramTestSupport.h"
+
+namespace tavrel {
+namespace {
+
+using test::CommandResult;
+using test::Picture;
+using test::Pixel;
+using test::UIVirtualScreen;
+
+/// Runs an example on the virtual devices.
+CommandResult example(const std::string& nameAndArguments) {
+  return test::shell("env TAVREL_CAPTURE=virtual " TAVREL_EXAMPLES + nameAndArguments);
+}
+
+bool isNear(Pixel pixel, Pixel expected, int tolerance) {
+  return std::abs(pixel.r - expected.r) <= tolerance && std::abs(pixel.g - expected.g) <= tolerance &&
+         std::abs(pixel.b - expected.b) <= tolerance;
+}
+
+class ExamplesTest : public test::ProgramTest {
+ protected:
+  std::string write(const char* name, const Picture& picture) const {
+    const auto written = ImageDestination::write(test::imageOf(picture), file(name));
+    EXPECT_TRUE(written.has_value()) << name;
+    return file(name);
+  }
+  Picture read(const std::string& name) const {
+    const auto source = ImageSource::createWithFile(name);
+    const auto image = source.and_then([](const auto& opened) { return opened->imageAtIndex(0); });
+    if (!image) {
+      ADD_FAILURE() << image.error().description;
+      return {1, 1, [](int, int) { return Pixel{}; }};
+    }
+    return test::pictureOf(**image);
+  }
+};
+
+TEST_F(ExamplesTest, RecordWithEffects) {
+  const std::string sticker = write("sticker.png", {8, 8, [](int, int) { return Pixel{255, 0, 0, 255}; }});
+  const CommandResult result = example("RecordWithEffects " + file("a.mov") + " 2 " + sticker);
+  ASSERT_EQ(result.status, 0) << result.output;
+  EXPECT_EQ(test::probe("-show_entries stream=codec_name,width -of csv=p=0 " + file("a.mov")),
+            (std::vector<std::string>{"h264,640", "aac"}));
+  const auto duration = test::probe("-show_entries format=duration -of csv=p=0 " + file("a.mov"));
+  ASSERT_EQ(duration.size(), 1U);
+  EXPECT_GT(std::stod(duration[0]), 0.5);
+  ASSERT_EQ(test::shell("ffmpeg -v error -i " + file("a.mov") + " -frames:v 1 " + file("a.png")).status, 0);
+  const Picture frame = read(file("a.png"));
+  EXPECT_TRUE(isNear(frame.at(80, 80), {255, 0, 0, 255}, 12));
+  EXPECT_FALSE(isNear(frame.at(160, 80), {255, 0, 0, 255}, 60));
+
+  const CommandResult failed = example("RecordWithEffects " + file("none/a.mov") + " 1");
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_NE(failed.output.find("No such file"), std::string::npos) << failed.output;
+}
+
+TEST_F(ExamplesTest, FilterPictures) {
+  {
+    std::ofstream table(file("negative.cube"));
+    table << "LUT_3D_SIZE 2\n";
+    for (int i = 0; i < 8; ++i) table << 1 - (i & 1) << ' ' << 1 - (i >> 1 & 1) << ' ' << 1 - (i >> 2 & 1) << '\n';
+  }
+  const Picture small = test::distinctPicture(9, 7);
+  const Picture large = test::distinctPicture(40, 30);
+  const CommandResult result =
+      example("FilterPictures " + file("negative.cube") + " " + file("out") + " " + write("small.png", small) + " " +
+              file("none.png") + " " + write("large.png", large));
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.output.find("none.png: "), std::string::npos) << result.output;
+  EXPECT_NE(result.output.find("2 of 3 pictures filtered"), std::string::npos) << result.output;
+  const auto negative = [](const Picture& picture) {
+    return Picture(picture.width, picture.height, [&](int x, int y) {
+      const Pixel pixel = picture.at(x, y);
+      return Pixel{255 - pixel.r, 255 - pixel.g, 255 - pixel.b, pixel.a};
+    });
+  };
+  EXPECT_LE(test::largestDifference(read(file("out/small.png")), negative(small)), 3);
+  EXPECT_LE(test::largestDifference(read(file("out/large.png")), negative(large)), 3);
+}
+
+TEST_F(ExamplesTest, CustomFilter) {
+  const std::string white = write("white.png", {101, 101, [](int, int) { return Pixel{255, 255, 255, 255}; }});
+  const CommandResult result = example("CustomFilter " + white + " " + file("dark.png") + " 0.8");
+  ASSERT_EQ(result.status, 0) << result.output;
+  const Picture dark = read(file("dark.png"));
+  for (const int offset : {0, 10, 35, 50}) {
+    const double distance = std::sqrt(2) * offset / 101 / 0.7071;
+    const int expected = static_cast<int>(std::lround(255 * (1 - 0.8 * distance * distance)));
+    EXPECT_TRUE(isNear(dark.at(50 + offset, 50 - offset), {expected, expected, expected, 255}, 2)) << offset;
+  }
+
+  // What the guides promise about it.
+  std::ifstream source(TAVREL_EXAMPLE_SOURCES "/CustomFilter.cpp");
+  const std::string text{std::istreambuf_iterator<char>(source), {}};
+  EXPECT_GT(text.size(), 500U);
+  EXPECT_LT(std::count(text.begin(), text.end(), '\n'), 60);
+  EXPECT_FALSE(std::regex_search(text, std::regex("\\bgl[A-Z]\\w*\\(")));
+}
+
+TEST_F(ExamplesTest, ExternalFilter) {
+  const CommandResult result = example("ExternalFilter " + file("mosaic.png"));
+  ASSERT_EQ(result.status, 0) << result.output;
+  const Picture picture = read(file("mosaic.png"));
+  ASSERT_EQ(picture.width, 320);
+  const Pixel block = picture.at(160, 112);
+  for (int y = 112; y < 128; ++y) {
+    for (int x = 160; x < 176; ++x) EXPECT_EQ(picture.at(x, y), block) << x << ' ' << y;
+  }
+  // Outside of the middle the picture is as it was.
+  const auto frame = test::pixelBufferOf(picture);
+  frame->lockBaseAddress(PixelBufferLock::readOnly);
+  EXPECT_TRUE(SyntheticScene::decodeFrameCounter(frame->baseAddress(), frame->bytesPerRow(), 320, 240).has_value());
+  frame->unlockBaseAddress(PixelBufferLock::readOnly);
+}
+
+TEST_F(ExamplesTest, PreviewInSDL) {
+  const UIVirtualScreen screen(740, 560);
+  if (!screen.failure().empty()) GTEST_SKIP() << screen.failure();
+  auto running = std::async(std::launch::async, [] { return example("PreviewInSDL 60"); });
+  ASSERT_TRUE(UIVirtualScreen::xdotool("search --sync --onlyvisible --name '^Preview$' windowmove 50 40 windowfocus"));
+  // The face of the virtual scene, in the colours of skin, and what is around it.
+  const auto isRight = [](const Picture& picture) {
+    const Pixel face = picture.at(50 + 320, 40 + 260);
+    const Pixel sky = picture.at(50 + 600, 40 + 120);
+    return face.r > face.g && face.g > face.b && face.r > 180 && sky.b > sky.g;
+  };
+  bool isSeen = false;
+  for (int i = 0; i < 200 && !isSeen; ++i) {
+    isSeen = isRight(screen.screenshot());
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  EXPECT_TRUE(isSeen);
+  ASSERT_TRUE(UIVirtualScreen::xdotool("mousemove 300 250 click 1 key q"));
+  const CommandResult result = running.get();
+  EXPECT_EQ(result.status, 0) << result.output;
+  EXPECT_TRUE(std::regex_search(result.output, std::regex("[1-9][0-9]* frames shown"))) << result.output;
+}
+
+}  // namespace
+}  // namespace tavrel
