@@ -81,19 +81,18 @@ int heldFramebuffers() {
 /// The holdings in the course of a run, and the judgement on them.
 class Course {
  public:
-  /// `unit` is the time that slopes are counted in, `warmUp` the part of the run that does not count.
+  /// The first quarter of `total` does not count.
   Course(std::string name, double total)
       : name_(std::move(name)), total_(total), framebuffersBefore_(heldFramebuffers()) {}
 
-  /// At least every hundredth of the run.
   void note(double at) {
     if (!all_.empty() && at < all_.back().at + total_ / 200) return;
     all_.push_back(Holdings::now(at));
   }
-  void allowDescriptors(int more) { moreDescriptors_ = more; }
 
-  /// Call it when everything was let go. Prints; returns whether nothing grew.
-  bool judge(double perHour, const char* per) const {
+  /// Call it when everything was let go. Prints, with the slope of `perUnit` units of time, called `per`; returns
+  /// whether nothing grew.
+  bool judge(double perUnit, const char* per) const {
     std::vector<Holdings> counted;
     for (const Holdings& each : all_) {
       if (each.at >= total_ / 4) counted.push_back(each);
@@ -103,7 +102,7 @@ class Course {
     const double growth = slope * (counted.back().at - counted.front().at);
     const int held = heldFramebuffers();
     std::printf("%s: resident %.1f MiB after the warm-up, %.1f at the end, slope %+.2f MiB %s\n", name_.c_str(),
-                counted.front().residentMiB, counted.back().residentMiB, slope * perHour, per);
+                counted.front().residentMiB, counted.back().residentMiB, slope * perUnit, per);
     std::printf("%s: threads %d → %d, file descriptors %d → %d, framebuffers held %d → %d, last noted at %.0f\n",
                 name_.c_str(), counted.front().threads, counted.back().threads, counted.front().descriptors,
                 counted.back().descriptors, framebuffersBefore_, held, counted.back().at);
@@ -135,7 +134,6 @@ class Course {
   const double total_;
   const int framebuffersBefore_;
   std::vector<Holdings> all_;
-  int moreDescriptors_ = 0;
 };
 
 void waitFor(const std::function<bool()>& done, const char* what) {
@@ -242,6 +240,21 @@ void changeEffects(TavrelCamera& camera, const Effects& all, std::mt19937& rando
   }
 }
 
+/// Makes what stays for the life of the process.
+void warmUp() {
+  const TemporaryMovie movie;
+  const Devices devices(allEffects());
+  const auto recorded =
+      std::make_shared<test::CameraRecording>(movie.path(), test::CameraRecording::Options{.size = kSize});
+  devices.deliverTo(recorded);
+  devices.start();
+  devices.waitForFrames(3);
+  devices.camera->switchCamera();
+  devices.waitForFrames(3);
+  devices.stop();
+  require(recorded->finish(), "finishing a movie");
+}
+
 bool recording(int seconds) {
   Course course("recording", seconds);
   const TemporaryMovie movie;
@@ -255,14 +268,19 @@ bool recording(int seconds) {
     devices.deliverTo(recorded);
     devices.start();
     const MediaTime start = clock->now();
-    // A quarter of a sound buffer: sound is stamped in its time, and frames hardly later than in theirs.
-    constexpr std::int64_t kStep = 256;
+    // Sound is stamped in its time, and frames hardly later than in theirs.
+    constexpr std::int64_t kStep = VirtualMicrophone::kSamplesPerBuffer;
+    std::uint64_t taken = 0;
     for (std::int64_t step = 1; step * kStep < std::int64_t{seconds} * 48000; ++step) {
       require(clock->runUntil(start + MediaTime::make(step * kStep, 48000), kPatience), "passing time");
       RunLoop::main().drain();
       // Frames that are due are taken before time goes on, else they would be dropped as on a machine too slow.
       const auto due = static_cast<std::uint64_t>(step * kStep * 30 / 48000);
-      waitFor([&] { return devices.camera->statistics().delivered >= due; }, "taking a frame");
+      if (due > taken) {
+        waitFor([&] { return devices.camera->statistics().delivered >= due; }, "taking a frame");
+        TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+        taken = due;
+      }
       course.note(static_cast<double>(step * kStep) / 48000);
     }
     devices.stop();
@@ -408,7 +426,9 @@ int main(int argc, char** argv) {
   setenv("TAVREL_CAPTURE", "virtual", 1);
   tavrel::TavrelLogger::setLogLevel(1);
   for (const Run& each : kRuns) {
-    if (amount > 0 && std::strcmp(argv[1], each.name) == 0) return each.run(amount) ? 0 : 1;
+    if (amount <= 0 || std::strcmp(argv[1], each.name) != 0) continue;
+    warmUp();
+    return each.run(amount) ? 0 : 1;
   }
   std::fprintf(stderr, "usage: CaptureSoak recording|live|starts|switches|offset AMOUNT\n");
   return 2;
