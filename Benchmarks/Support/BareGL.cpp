@@ -48,6 +48,11 @@ BareTexture::BareTexture(int width, int height, const void* bgra) : width_(width
   glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, width, height, 0, GL_BGRA_EXT, GL_UNSIGNED_BYTE, bgra);
 }
 
+void BareTexture::update(const void* bgra) const {
+  glBindTexture(GL_TEXTURE_2D, name_);
+  glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width_, height_, GL_BGRA_EXT, GL_UNSIGNED_BYTE, bgra);
+}
+
 BareTarget::BareTarget(int width, int height) : texture_(width, height) {
   glGenFramebuffers(1, &framebuffer_);
   glBindFramebuffer(GL_FRAMEBUFFER, framebuffer_);
@@ -84,6 +89,11 @@ void BarePass::setVector2(const char* uniform, GLfloat x, GLfloat y) {
 void BarePass::setVector4(const char* uniform, GLfloat x, GLfloat y, GLfloat z, GLfloat w) {
   glUseProgram(program_);
   glUniform4f(glGetUniformLocation(program_, uniform), x, y, z, w);
+}
+
+void BarePass::setMatrix(const char* uniform, const std::array<GLfloat, 16>& columns) {
+  glUseProgram(program_);
+  glUniformMatrix4fv(glGetUniformLocation(program_, uniform), 1, GL_FALSE, columns.data());
 }
 
 void BarePass::draw(const BareTexture& input, const BareTarget& target) const {

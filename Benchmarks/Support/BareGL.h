@@ -3,6 +3,7 @@
 #include <GLES2/gl2.h>
 #include <GLES2/gl2ext.h>
 
+#include <array>
 #include <functional>
 #include <memory>
 #include <string>
@@ -19,6 +20,9 @@ class BareTexture {
  public:
   /// In the driver's fast byte order, linear and clamped.
   BareTexture(int width, int height, const void* bgra = nullptr);
+
+  /// Replaces the pixels.
+  void update(const void* bgra) const;
 
   GLuint name() const { return name_; }
   int width() const { return width_; }
@@ -55,6 +59,7 @@ class BarePass {
   void setFloat(const char* uniform, GLfloat value);
   void setVector2(const char* uniform, GLfloat x, GLfloat y);
   void setVector4(const char* uniform, GLfloat x, GLfloat y, GLfloat z, GLfloat w);
+  void setMatrix(const char* uniform, const std::array<GLfloat, 16>& columns);
   void draw(const BareTexture& input, const BareTarget& target) const;
 
  private:

@@ -24,7 +24,8 @@ class InputPipeline;
 /// wait for the encoder; `isReadyForMoreMediaData` is false while no more fits, before writing starts and after
 /// the end. Pictures must come with strictly increasing times. Sound may come in pieces that do not
 /// quite meet: a piece that overlaps what was written loses the overlap, a gap of more than 5 ms is filled with
-/// silence, and smaller deviations are absorbed without adding up. AAC's first 20 ms fade in. Any thread.
+/// silence, and smaller deviations are absorbed without adding up; in real time so are buffers that are up to 0.4 s
+/// late now and then, for they were only stamped late. AAC's first 20 ms fade in. Any thread.
 class TAVREL_API AssetWriterInput {
  public:
   /// Without settings samples are stored as they come: PCM (QuickTime and Matroska) or packets of one codec.

@@ -17,7 +17,7 @@ namespace tavrel {
 namespace {
 
 constexpr std::string_view kFilePrefix = "file:";
-constexpr unsigned kBuffersInFlight = 16;
+constexpr unsigned kBuffersInFlight = 64;
 constexpr int kLowestRate = 8000;
 constexpr int kHighestRate = 192000;
 

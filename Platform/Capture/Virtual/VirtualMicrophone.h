@@ -14,16 +14,17 @@ namespace tavrel {
 
 class SampleBuffer;
 
-/// A microphone without hardware: it delivers a sound as mono buffers of 1024 samples, each when its last sample is due
-/// on the clock, from a thread of its own ("tavrel.vmic").
+/// A microphone without hardware: it delivers a sound as mono buffers of 256 samples, each when its last sample is due
+/// on the clock, from a thread of its own ("tavrel.vmic"). Whoever stamps sound at its arrival is late by one buffer,
+/// so buffers are short.
 ///
-/// At most sixteen buffers are on their way to the handler. On a real-time clock further ones are dropped and counted;
+/// At most 64 buffers are on their way to the handler. On a real-time clock further ones are dropped and counted;
 /// on another clock the microphone waits. All members may be called from any thread.
 ///
 ///     stopped ──start──▶ running ──stop──▶ stopped
 class TAVREL_API VirtualMicrophone {
  public:
-  static constexpr int kSamplesPerBuffer = 1024;
+  static constexpr int kSamplesPerBuffer = 256;
 
   /// Receives a buffer stamped with the time of its first sample on the clock: start time + samples / rate, rounded to
   /// the clock's timescale.

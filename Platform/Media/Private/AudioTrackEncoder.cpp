@@ -18,6 +18,11 @@ namespace {
 constexpr int kInvalid = 1;
 constexpr int kFramesPerPacket = 1024;  // where the coding does not say
 
+/// How far sound may lie from its place without a correction in one piece, in frames.
+std::int64_t toleranceAt(int rate) {
+  return std::int64_t{rate} * 5 / 1000;
+}
+
 Error encoderError(int code, const char* what) {
   const std::string line = takeFFmpegLogLine();
   return ffmpegError(code, line.empty() ? std::string(what) : fmt::format("{} ({})", what, line));
@@ -86,6 +91,7 @@ Expected<void> AudioTrackEncoder::check(const MovieFile& file) const {
 Expected<void> AudioTrackEncoder::open(MovieFile& file, int track, bool isRealTime) {
   file_ = &file;
   track_ = track;
+  isRealTime_ = isRealTime;
   takeFFmpegLogLine();
   const AVCodec* const codec = avcodec_find_encoder(storedFormat_ ? storedCodec(*storedFormat_) : AV_CODEC_ID_AAC);
   context_.reset(avcodec_alloc_context3(codec));
@@ -108,7 +114,6 @@ Expected<void> AudioTrackEncoder::open(MovieFile& file, int track, bool isRealTi
   }
   fifo_.reset(av_audio_fifo_alloc(context_->sample_fmt, channels, kFramesPerPacket));
   if (!fifo_) return tl::unexpected(encoderError(AVERROR(ENOMEM), "the audio encoder does not open"));
-  if (isRealTime) liveClock_.emplace(context_->sample_rate);
   const CodecParameters parameters(avcodec_parameters_alloc());
   avcodec_parameters_from_context(parameters.get(), context_.get());
   file.setFormat(track, parameters.get(), context_->time_base, true);
@@ -154,19 +159,32 @@ Expected<void> AudioTrackEncoder::encodePieces(const Expected<std::vector<std::s
   return {};
 }
 
+std::int64_t AudioTrackEncoder::lastingDeviation(std::int64_t deviation, std::int64_t frames) {
+  const int rate = context_->sample_rate;
+  if (!isRealTime_ || position() == 0 || deviation <= toleranceAt(rate) || deviation >= rate * 4 / 10) {
+    lateFrames_ = 0;
+    return deviation;
+  }
+  leastLateness_ = lateFrames_ == 0 ? deviation : std::min(leastLateness_, deviation);
+  lateFrames_ += frames;
+  if (lateFrames_ < rate / 2) return 0;
+  lateFrames_ = 0;
+  return leastLateness_;
+}
+
 Expected<void> AudioTrackEncoder::encode(const TrackSample& sample) {
   if (sample.packet) return encodePacket(sample);
   if (sample.frameCount <= 0) return {};
   if (auto usable = useFormat(sample.format->audioFormat); !usable) return usable;
   const int rate = context_->sample_rate;
   const double sourceRate = sample.format->audioFormat.sampleRate;
-  std::int64_t deviation = unitsOf(sample.presentationTime, {1, rate}) - position();
-  const std::int64_t tolerance = position() == 0 ? 0 : rate * 5 / 1000;
-  if (liveClock_ && position() > 0) deviation = liveClock_->deviationOf(deviation, sample.frameCount);
+  const std::int64_t deviation =
+      lastingDeviation(unitsOf(sample.presentationTime, {1, rate}) - position(),
+                       std::llround(static_cast<double>(sample.frameCount) * rate / sourceRate));
+  const std::int64_t tolerance = position() == 0 ? 0 : toleranceAt(rate);
 
   std::int64_t first = 0;
   int stretch = 0;
-  if (liveClock_ && std::abs(deviation) > tolerance) liveClock_->reset();
   if (deviation > tolerance) {
     if (auto added = addSilence(std::llround(static_cast<double>(deviation) * sourceRate / rate)); !added) return added;
   } else if (deviation < -tolerance) {

@@ -8,7 +8,6 @@ extern "C" {
 
 #include "Platform/Foundation/Dictionary.h"
 #include "Platform/Media/Private/AudioConverter.h"
-#include "Platform/Media/Private/LiveSoundClock.h"
 #include "Platform/Media/Private/PacketDecoder.h"
 #include "Platform/Media/Private/TrackEncoder.h"
 
@@ -25,8 +24,11 @@ struct AudioSettings {
 
 /// PCM, or sound of another coding, to an audio track: continuity, conversion, encoding. Each sample buffer is placed
 /// on the movie's time line: an overlap is cut, a gap filled with silence. What deviates less than 5 ms is joined as it
-/// comes, and stretched by a frame at a time until the deviation is gone. Live sound is stamped as it arrives, sooner
-/// or later: there a deviation counts once it lasts.
+/// comes, and stretched by a frame at a time until the deviation is gone.
+///
+/// In real time, sound is stamped when it arrives: late when its receiver was busy, and what comes next is in time
+/// again. There, what is less than 0.4 s late is joined as it comes too, and only what stays late for half a second has
+/// a gap, which is filled then.
 class AudioTrackEncoder final : public TrackEncoder {
  public:
   /// AAC with these settings.
@@ -48,6 +50,7 @@ class AudioTrackEncoder final : public TrackEncoder {
   };
 
   std::int64_t position() const;
+  std::int64_t lastingDeviation(std::int64_t deviation, std::int64_t frames);
   Expected<void> encodePacket(const TrackSample& sample);
   Expected<void> encodePieces(const Expected<std::vector<std::shared_ptr<SampleBuffer>>>& pieces);
   Expected<void> useFormat(const AudioFormat& format);
@@ -61,14 +64,16 @@ class AudioTrackEncoder final : public TrackEncoder {
   std::optional<AudioFormat> storedFormat_;
   MovieFile* file_ = nullptr;
   int track_ = -1;
+  bool isRealTime_ = false;
   CodecContext context_;
   std::optional<PacketDecoder> decoder_;
   std::optional<AudioConverter> converter_;
   std::unique_ptr<AVAudioFifo, FifoDeleter> fifo_;
   Frame frame_;
-  std::optional<LiveSoundClock> liveClock_;
   std::int64_t convertedFrames_ = 0;  // everything that came out of the converters
   std::int64_t encodedFrames_ = 0;
+  std::int64_t lateFrames_ = 0;  // since sound was last in time
+  std::int64_t leastLateness_ = 0;
 };
 
 }  // namespace tavrel

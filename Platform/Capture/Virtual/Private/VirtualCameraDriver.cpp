@@ -21,6 +21,14 @@ double exposureAt(Point point) {
   return 1 + (point.y - 0.5) * 0.8;
 }
 
+/// The first time from `now` on at which a frame of the scene is due when one falls on each whole second, as a flash
+/// does: on any other grid it would be up to half a frame away from its beep.
+MediaTime firstFrameTime(MediaTime now, double sceneTime, double frameRate) {
+  constexpr double kRounding = 1e-6;  // of a frame
+  const double wait = std::ceil(sceneTime * frameRate - kRounding) / frameRate - sceneTime;
+  return now + MediaTime::fromSeconds(std::fmax(0, wait), CaptureClock::kTimescale);
+}
+
 std::shared_ptr<const CaptureDeviceFormat> makeFormat(CaptureVideoDimensions dimensions) {
   auto format = std::make_shared<CaptureDeviceFormat>();
   format->dimensions = dimensions;
@@ -61,7 +69,8 @@ class VirtualCameraDriver : public VirtualDriver {
     camera_->setDropHandler([sink = run.sink, rate = run.frameRate](MediaTime time) {
       sink->didDrop({frameDurationOf(rate), time, MediaTime::invalid()});
     });
-    const MediaTime start = (*clock)->now();
+    const MediaTime now = (*clock)->now();
+    const MediaTime start = startsScene_ ? now : firstFrameTime(now, sceneTimeAt(now), run.frameRate);
     camera_->start(
         [this, sink = std::move(run.sink), camera = std::weak_ptr(camera_)](
             std::shared_ptr<PixelBuffer> picture, MediaTime time) { deliver(*sink, camera, std::move(picture), time); },

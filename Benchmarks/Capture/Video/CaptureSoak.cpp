@@ -1,0 +1,435 @@
+// Camera and microphone through their classes for a long time: does anything grow, stay locked or stand still?
+//
+//     CaptureSoak recording SECONDS   records so much time, as fast as this machine can, on a clock without real time
+//     CaptureSoak live SECONDS        records in real time; effects change every second, cameras every seven
+//     CaptureSoak starts COUNT        starts and stops both, recording every fifth time
+//     CaptureSoak switches COUNT      switches between front and back, with and without blur
+//     CaptureSoak offset SECONDS      records in real time and measures how far flash and beep lie apart
+//
+// Ends with status 1 when memory, threads or file descriptors grow, or when a framebuffer is still held at the end.
+
+#include <GLES2/gl2.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <numeric>
+#include <random>
+#include <string>
+#include <thread>
+
+#include "Platform/Capture/FastClock.h"
+#include "Platform/Capture/Virtual/VirtualCaptureSystem.h"
+#include "Platform/UI/Screen.h"
+#include "Support/Comparison.h"
+#include "Support/EffectsGif.h"
+#include "Support/ResourceCount.h"
+#include "TavrelCaptureBase.h"
+#include "Tests/Capture/Video/CameraRecording.h"
+#include "Tests/Capture/Video/RecordingObservation.h"
+
+namespace tavrel::benchmarks {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using Effects = TavrelCamera::CaptureEffects;
+
+constexpr Size kSize = {320, 240};
+/// How long anything may take before it counts as stuck.
+constexpr std::chrono::seconds kPatience(60);
+
+double elapsedSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+/// What the process holds.
+struct Holdings {
+  double at = 0;  ///< seconds, of whatever time is measured
+  double residentMiB = 0;
+  int threads = 0;
+  int descriptors = 0;
+
+  static Holdings now(double at) {
+    Holdings held;
+    held.at = at;
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+      if (line.starts_with("VmRSS:")) held.residentMiB = std::stod(line.substr(6)) / 1024;
+      if (line.starts_with("Threads:")) held.threads = std::stoi(line.substr(8));
+    }
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+      held.descriptors += entry.exists() ? 1 : 0;
+    }
+    return held;
+  }
+};
+
+/// How many framebuffer objects the graph has once it gave up all idle ones.
+int heldFramebuffers() {
+  TavrelGPUImageContext::sharedFramebufferCache()->purgeAllUnassignedFramebuffers();
+  int count = 0;
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    TavrelGPUImageContext::useImageProcessingContext();
+    for (GLuint name = 1; name < 4096; ++name) count += glIsFramebuffer(name) ? 1 : 0;
+  });
+  return count;
+}
+
+/// The holdings in the course of a run, and the judgement on them.
+class Course {
+ public:
+  /// The first quarter of `total` does not count.
+  Course(std::string name, double total)
+      : name_(std::move(name)), total_(total), framebuffersBefore_(heldFramebuffers()) {}
+
+  void note(double at) {
+    if (!all_.empty() && at < all_.back().at + total_ / 200) return;
+    all_.push_back(Holdings::now(at));
+  }
+
+  /// Call it when everything was let go. Prints, with the slope of `perUnit` units of time, called `per`; returns
+  /// whether nothing grew.
+  bool judge(double perUnit, const char* per) const {
+    std::vector<Holdings> counted;
+    for (const Holdings& each : all_) {
+      if (each.at >= total_ / 4) counted.push_back(each);
+    }
+    require(counted.size() > 10, "noting the holdings");
+    const double slope = slopeOf(counted);
+    const double growth = slope * (counted.back().at - counted.front().at);
+    const int held = heldFramebuffers();
+    std::printf("%s: resident %.1f MiB after the warm-up, %.1f at the end, slope %+.2f MiB %s\n", name_.c_str(),
+                counted.front().residentMiB, counted.back().residentMiB, slope * perUnit, per);
+    std::printf("%s: threads %d → %d, file descriptors %d → %d, framebuffers held %d → %d, last noted at %.0f\n",
+                name_.c_str(), counted.front().threads, counted.back().threads, counted.front().descriptors,
+                counted.back().descriptors, framebuffersBefore_, held, counted.back().at);
+    // Noise of the allocators stays below this; a leak of a small picture in each hundredth of a run does not.
+    constexpr double kNoise = 3;
+    const bool isGood = growth < kNoise && counted.back().threads <= counted.front().threads + 1 &&
+                        counted.back().descriptors <= counted.front().descriptors && held <= framebuffersBefore_;
+    if (!isGood) std::printf("%s: something grows\n", name_.c_str());
+    return isGood;
+  }
+
+ private:
+  /// Least squares, in MiB for a unit of `at`.
+  static double slopeOf(const std::vector<Holdings>& all) {
+    double meanAt = 0, mean = 0;
+    for (const Holdings& each : all) {
+      meanAt += each.at / static_cast<double>(all.size());
+      mean += each.residentMiB / static_cast<double>(all.size());
+    }
+    double products = 0, squares = 0;
+    for (const Holdings& each : all) {
+      products += (each.at - meanAt) * (each.residentMiB - mean);
+      squares += (each.at - meanAt) * (each.at - meanAt);
+    }
+    return products / squares;
+  }
+
+  const std::string name_;
+  const double total_;
+  const int framebuffersBefore_;
+  std::vector<Holdings> all_;
+};
+
+void waitFor(const std::function<bool()>& done, const char* what) {
+  require(RunLoop::main().runUntil(done, kPatience), what);
+}
+
+/// Both devices through their classes.
+struct Devices {
+  std::shared_ptr<TavrelCamera> camera;
+  std::shared_ptr<TavrelMicrophone> microphone;
+
+  explicit Devices(Effects effects = {}) {
+    Screen::main().setMode(kSize, 60);
+    TavrelCameraConfiguration configuration;
+    configuration.size = kSize;
+    configuration.preferredSessionPreset = "320x240";
+    configuration.mirrorFrontPreview = false;
+    configuration.captureEffects = std::move(effects);
+    camera = TavrelCamera::create(configuration).value();
+    microphone = TavrelMicrophone::create({}).value();
+  }
+  void deliverTo(const std::shared_ptr<test::CameraRecording>& recording) const {
+    camera->setDelegate(recording);
+    microphone->setDelegate(recording);
+  }
+  void start() const {
+    std::atomic<int> answers = 0;
+    std::atomic<bool> isGood = true;
+    microphone->startWithCompletion([&](bool isGranted, const std::optional<Error>& error) {
+      if (!isGranted || error) isGood = false;
+      ++answers;
+    });
+    camera->startWithCompletion([&](bool isGranted) {
+      if (!isGranted) isGood = false;
+      ++answers;
+    });
+    waitFor([&] { return answers == 2; }, "starting");
+    require(isGood, "starting");
+  }
+  void stop() const {
+    camera->stop();
+    microphone->stop();
+  }
+  std::uint64_t processed() const { return camera->statistics().processed; }
+  void waitForFrames(std::uint64_t count) const {
+    waitFor([&, until = processed() + count] { return processed() >= until; }, "waiting for frames");
+  }
+};
+
+class TemporaryMovie {
+ public:
+  TemporaryMovie() {
+    char folder[] = "/tmp/tavrel-soak-XXXXXX";
+    require(mkdtemp(folder), "a temporary folder");
+    folder_ = folder;
+  }
+  ~TemporaryMovie() { std::filesystem::remove_all(folder_); }
+  std::filesystem::path path() const { return folder_ / "movie.mov"; }
+
+ private:
+  std::filesystem::path folder_;
+};
+
+std::shared_ptr<Image> plainImage(std::size_t width, std::size_t height, std::uint32_t color) {
+  Data bytes(width * height * 4);
+  for (std::size_t i = 0; i < bytes.size(); i += 4) std::memcpy(&bytes[i], &color, 4);
+  return Image::create(width, height, 8, 32, width * 4, kBitmapPremultipliedBGRA,
+                       DataProvider::create(std::move(bytes)));
+}
+
+Effects allEffects() {
+  const auto sticker = std::make_shared<TavrelImageStickerCaptureEffect>();
+  sticker->setImage(plainImage(64, 48, 0xff3050d0));
+  sticker->setDestRect({{20, 60}, {60, 50}});
+  const auto table = std::make_shared<TavrelLUTFilterCaptureEffect>();
+  table->setImage(plainImage(512, 512, 0xff808080));
+  const test::GifFrameSpec red = {.rows = std::vector(32, std::string(32, 'r'))};
+  const test::GifFrameSpec blue = {.rows = std::vector(32, std::string(32, 'b'))};
+  const auto animated = TavrelAnimatedStickerCaptureEffect::create(test::makeGif(32, 32, {red, blue}, 0)).value();
+  animated->setDestRect({{200, 100}, {50, 50}});
+  return {table, sticker, animated, std::make_shared<TavrelFaceBeautyCaptureEffect>()};
+}
+
+/// A change that an application makes between two frames.
+void changeEffects(TavrelCamera& camera, const Effects& all, std::mt19937& random) {
+  switch (random() % 4) {
+    case 0: {  // others, in another order
+      Effects some = all;
+      std::shuffle(some.begin(), some.end(), random);
+      some.resize(random() % (all.size() + 1));
+      return camera.setCaptureEffects(some);
+    }
+    case 1:  // another picture
+      std::dynamic_pointer_cast<TavrelImageStickerCaptureEffect>(all[1])->setImage(
+          plainImage(32 + random() % 64, 32 + random() % 64, 0xff000000 | random()));
+      return;
+    case 2:
+      std::dynamic_pointer_cast<TavrelFaceBeautyCaptureEffect>(all[3])->setBeautyLevel(random() % 100 / 100.0);
+      return;
+    default:
+      std::dynamic_pointer_cast<TavrelImageStickerCaptureEffect>(all[1])->setDestRect(
+          {{random() % 200 * 1.0, random() % 150 * 1.0}, {60, 50}});
+      camera.setMirrorBackEncoded(random() % 2 == 0);
+  }
+}
+
+/// Makes what stays for the life of the process.
+void warmUp() {
+  const TemporaryMovie movie;
+  const Devices devices(allEffects());
+  const auto recorded =
+      std::make_shared<test::CameraRecording>(movie.path(), test::CameraRecording::Options{.size = kSize});
+  devices.deliverTo(recorded);
+  devices.start();
+  devices.waitForFrames(3);
+  devices.camera->switchCamera();
+  devices.waitForFrames(3);
+  devices.stop();
+  require(recorded->finish(), "finishing a movie");
+}
+
+bool recording(int seconds) {
+  Course course("recording", seconds);
+  const TemporaryMovie movie;
+  auto clock = std::make_shared<FastClock>();
+  VirtualCaptureSystem::shared().setClock(clock);
+  const auto begun = Clock::now();
+  {
+    const Devices devices({allEffects()[1], allEffects()[2]});
+    const auto recorded = std::make_shared<test::CameraRecording>(
+        movie.path(), test::CameraRecording::Options{.size = kSize, .isLive = false, .preset = "ultrafast"});
+    devices.deliverTo(recorded);
+    devices.start();
+    const MediaTime start = clock->now();
+    // Sound is stamped in its time, and frames hardly later than in theirs.
+    constexpr std::int64_t kStep = VirtualMicrophone::kSamplesPerBuffer;
+    std::uint64_t taken = 0;
+    for (std::int64_t step = 1; step * kStep < std::int64_t{seconds} * 48000; ++step) {
+      require(clock->runUntil(start + MediaTime::make(step * kStep, 48000), kPatience), "passing time");
+      RunLoop::main().drain();
+      // Frames that are due are taken before time goes on, else they would be dropped as on a machine too slow.
+      const auto due = static_cast<std::uint64_t>(step * kStep * 30 / 48000);
+      if (due > taken) {
+        waitFor([&] { return devices.camera->statistics().delivered >= due; }, "taking a frame");
+        TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+        taken = due;
+      }
+      course.note(static_cast<double>(step * kStep) / 48000);
+    }
+    devices.stop();
+    require(recorded->finish(), "finishing the movie");
+    const auto statistics = devices.camera->statistics();
+    std::printf("recording: %d s in %.0f s, %llu frames delivered, %llu recorded, %llu dropped; %.1f MiB\n", seconds,
+                elapsedSince(begun), static_cast<unsigned long long>(statistics.delivered),
+                static_cast<unsigned long long>(recorded->frames.load()),
+                static_cast<unsigned long long>(statistics.dropped()),
+                static_cast<double>(std::filesystem::file_size(movie.path())) / 1048576);
+  }
+  VirtualCaptureSystem::shared().reset();
+  return course.judge(3600, "an hour of the recording");
+}
+
+bool live(int seconds) {
+  Course course("live", seconds);
+  const TemporaryMovie movie;
+  std::mt19937 random(1);
+  {
+    const Effects all = allEffects();
+    const Devices devices(all);
+    const auto recorded =
+        std::make_shared<test::CameraRecording>(movie.path(), test::CameraRecording::Options{.size = kSize});
+    devices.deliverTo(recorded);
+    devices.start();
+    const auto begun = Clock::now();
+    for (int second = 1; elapsedSince(begun) < seconds; ++second) {
+      const std::uint64_t before = devices.processed();
+      RunLoop::main().runUntil([&] { return elapsedSince(begun) >= second; }, 2s);
+      require(devices.processed() > before, "showing any frame within a second");
+      changeEffects(*devices.camera, all, random);
+      if (second % 7 == 0) devices.camera->switchCamera();
+      course.note(elapsedSince(begun));
+    }
+    devices.stop();
+    require(recorded->finish(), "finishing the movie");
+    const auto statistics = devices.camera->statistics();
+    std::printf("live: %d s, %llu frames delivered, %llu recorded, %llu late, %llu busy, %llu while switching\n",
+                seconds, static_cast<unsigned long long>(statistics.delivered),
+                static_cast<unsigned long long>(recorded->frames - recorded->writer->droppedVideoFrames()),
+                static_cast<unsigned long long>(statistics.late), static_cast<unsigned long long>(statistics.busy),
+                static_cast<unsigned long long>(statistics.whileSwitching));
+  }
+  return course.judge(3600, "an hour");
+}
+
+bool starts(int count) {
+  Course course("starts", count);
+  const auto begun = Clock::now();
+  {
+    Devices devices(allEffects());
+    for (int cycle = 0; cycle < count; ++cycle) {
+      if (cycle % 50 == 25) devices = Devices(allEffects());
+      const TemporaryMovie movie;
+      const bool records = cycle % 5 == 0;
+      const auto recorded =
+          records ? std::make_shared<test::CameraRecording>(movie.path(), test::CameraRecording::Options{.size = kSize})
+                  : nullptr;
+      devices.deliverTo(recorded);
+      devices.start();
+      devices.waitForFrames(2);
+      devices.stop();
+      if (records) require(recorded->finish(), "finishing a movie");
+      course.note(cycle);
+    }
+  }
+  std::printf("starts: %d in %.0f s\n", count, elapsedSince(begun));
+  return course.judge(100, "for 100 starts");
+}
+
+bool switches(int count) {
+  Course course("switches", count);
+  const auto begun = Clock::now();
+  {
+    const Devices devices(allEffects());
+    devices.start();
+    for (int cycle = 0; cycle < count; ++cycle) {
+      devices.camera->setBlurSwitch(cycle % 2 == 0);
+      devices.camera->switchCamera();
+      // Every tenth pair comes within the blur.
+      if (cycle % 20 >= 2) devices.waitForFrames(2);
+      course.note(cycle);
+    }
+    devices.waitForFrames(2);
+    devices.stop();
+  }
+  std::printf("switches: %d in %.0f s\n", count, elapsedSince(begun));
+  return course.judge(100, "for 100 switches");
+}
+
+bool offset(int seconds) {
+  const TemporaryMovie movie;
+  const Devices devices;
+  const auto recorded =
+      std::make_shared<test::CameraRecording>(movie.path(), test::CameraRecording::Options{.size = kSize});
+  devices.deliverTo(recorded);
+  devices.start();
+  RunLoop::main().runFor(std::chrono::seconds(seconds));
+  devices.stop();
+  require(recorded->finish(), "finishing the movie");
+  const auto seen = test::RecordingObservation::of(movie.path());
+  require(seen.error.empty(), seen.error.c_str());
+  const auto offsets = seen.offsets();
+  require(offsets.size() > 4, "finding flashes with their beeps");
+
+  const auto meanOf = [&](auto first, auto last) {
+    const double sum =
+        std::accumulate(first, last, 0.0, [](double total, const auto& each) { return total + each.seconds; });
+    return sum * 1000 / static_cast<double>(last - first);
+  };
+  const auto quarter = static_cast<std::ptrdiff_t>(offsets.size() / 4);
+  double meanAt = 0, products = 0, squares = 0, largest = 0;
+  for (const auto& each : offsets) meanAt += each.at / static_cast<double>(offsets.size());
+  for (const auto& each : offsets) {
+    products += (each.at - meanAt) * each.seconds;
+    squares += (each.at - meanAt) * (each.at - meanAt);
+    largest = std::max(largest, std::abs(each.seconds));
+  }
+  std::printf(
+      "offset: beep after flash %+.1f ms in the first quarter, %+.1f ms in the last, largest %.1f ms, drift %+.2f ms a "
+      "minute\n",
+      meanOf(offsets.begin(), offsets.begin() + quarter), meanOf(offsets.end() - quarter, offsets.end()),
+      largest * 1000, products / squares * 60000);
+  std::printf("offset: %zu frames in the file, %llu processed less %llu that the writer dropped\n",
+              seen.frameTimes.size(), static_cast<unsigned long long>(devices.processed()),
+              static_cast<unsigned long long>(recorded->writer->droppedVideoFrames()));
+  return largest <= 0.020;
+}
+
+}  // namespace
+}  // namespace tavrel::benchmarks
+
+int main(int argc, char** argv) {
+  using namespace tavrel::benchmarks;
+  struct Run {
+    const char* name;
+    bool (*run)(int amount);
+  };
+  constexpr Run kRuns[] = {
+      {"recording", recording}, {"live", live}, {"starts", starts}, {"switches", switches}, {"offset", offset}};
+  const int amount = argc == 3 ? std::atoi(argv[2]) : 0;
+  setenv("TAVREL_CAPTURE", "virtual", 1);
+  tavrel::TavrelLogger::setLogLevel(1);
+  for (const Run& each : kRuns) {
+    if (amount <= 0 || std::strcmp(argv[1], each.name) != 0) continue;
+    warmUp();
+    return each.run(amount) ? 0 : 1;
+  }
+  std::fprintf(stderr, "usage: CaptureSoak recording|live|starts|switches|offset AMOUNT\n");
+  return 2;
+}
