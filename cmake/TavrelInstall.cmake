@@ -31,6 +31,7 @@ install(FILES cmake/Install/tavrel.bash-completion
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/package)
 set(CPACK_PACKAGE_NAME tavrelcapturebase)
 set(CPACK_PACKAGE_CONTACT "TavrelCaptureBase developers <developers@tavrel.invalid>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
