@@ -6,19 +6,11 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <regex>
 
 #include "Platform/Graphics/PixelBuffer.h"
 
 namespace tavrel::test {
-namespace {
-
-void replaceAll(std::string& text, const std::string& word, const std::string& by) {
-  for (auto at = text.find(word); at != std::string::npos; at = text.find(word, at + by.size())) {
-    text.replace(at, word.size(), by);
-  }
-}
-
-}  // namespace
 
 ReaderFolder::ReaderFolder() {
   std::string name = testing::TempDir() + "/readerXXXXXX";
@@ -37,9 +29,16 @@ void makeMovie(const std::filesystem::path& output, const std::string& arguments
 
 void makeMovieFrom(const std::filesystem::path& input, const std::filesystem::path& output,
                    const std::string& arguments) {
-  std::string command = "ffmpeg -nostdin -v error -y " + arguments;
-  replaceAll(command, "OUT", fmt::format("'{}'", output.string()));
-  replaceAll(command, "IN", fmt::format("'{}'", input.string()));
+  // In one go: a folder's name may have the letters of a placeholder.
+  const std::regex placeholder("OUT|IN");
+  std::string command = "ffmpeg -nostdin -v error -y ";
+  auto rest = arguments.cbegin();
+  for (std::sregex_iterator match(arguments.begin(), arguments.end(), placeholder), end; match != end; ++match) {
+    command.append(rest, (*match)[0].first);
+    command += fmt::format("'{}'", (match->str() == "OUT" ? output : input).string());
+    rest = (*match)[0].second;
+  }
+  command.append(rest, arguments.cend());
   ASSERT_EQ(std::system(command.c_str()), 0) << command;
 }
 

@@ -114,7 +114,8 @@ TEST_F(PipeWireTest, ShowsCamerasAndTheirPicturesInEveryLayout) {
     bench.session->stopRunning();
     expectBars(*bench.frames, 320, 240);
     const auto times = bench.frames->times();
-    EXPECT_NEAR((times[9] - times[0]).seconds(), 0.3, 0.15);
+    EXPECT_GT((times[9] - times[0]).seconds(), 0.15);
+    EXPECT_LT((times[9] - times[0]).seconds(), 1.5);
     EXPECT_LT(std::abs((CaptureClock::realTime()->now() - times.back()).seconds()), 5);
   }
   // The second is mounted upside down, and stands upright in what it delivers: turned by half.
