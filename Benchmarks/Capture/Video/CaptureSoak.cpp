@@ -275,7 +275,7 @@ bool recording(int seconds) {
       require(clock->runUntil(start + MediaTime::make(step * kStep, 48000), kPatience), "passing time");
       RunLoop::main().drain();
       // Frames that are due are taken before time goes on, else they would be dropped as on a machine too slow.
-      const auto due = static_cast<std::uint64_t>(step * kStep * 30 / 48000);
+      const auto due = static_cast<std::uint64_t>(step * kStep * 30 / 48000 + 1);
       if (due > taken) {
         waitFor([&] { return devices.camera->statistics().delivered >= due; }, "taking a frame");
         TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
