@@ -137,7 +137,8 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
   bool mirrorEncoded() const;
 
   /// In the order in which they are applied. The camera keeps a list of its own of the same objects: a change of an
-  /// effect's property shows from the next frame on.
+  /// effect's property shows from the next frame on. A change of one may read the others, so all effects of a camera
+  /// belong to one thread at a time.
   CaptureEffects captureEffects() const;
   void setCaptureEffects(CaptureEffects captureEffects);
 

@@ -72,8 +72,20 @@ NativeContext::NativeContext(NativeContext&& other) noexcept
       scratchFramebuffer_(std::exchange(other.scratchFramebuffer_, 0)) {}
 
 NativeContext::~NativeContext() {
+  deleteScratchFramebuffer();
   if (surface_ != EGL_NO_SURFACE) eglDestroySurface(display(), surface_);
   if (context_ != EGL_NO_CONTEXT) eglDestroyContext(display(), context_);
+}
+
+// Some drivers keep framebuffer objects in the sharegroup, where they would outlive their context.
+void NativeContext::deleteScratchFramebuffer() {
+  if (scratchFramebuffer_ == 0) return;
+  const EGLContext previous = eglGetCurrentContext();
+  const EGLSurface drawSurface = eglGetCurrentSurface(EGL_DRAW);
+  const EGLSurface readSurface = eglGetCurrentSurface(EGL_READ);
+  if (!makeCurrent()) return;  // still current on another thread
+  glDeleteFramebuffers(1, &scratchFramebuffer_);
+  eglMakeCurrent(display(), drawSurface, readSurface, previous);
 }
 
 bool NativeContext::makeCurrent() const {

@@ -34,6 +34,7 @@ class NativeContext {
 
  private:
   NativeContext(EGLContext context, EGLSurface surface) : context_(context), surface_(surface) {}
+  void deleteScratchFramebuffer();
 
   EGLContext context_;
   EGLSurface surface_;

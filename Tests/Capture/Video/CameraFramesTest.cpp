@@ -248,16 +248,23 @@ TEST_F(CameraTest, EffectsChangeFromAllSidesWhileFramesPass) {
   const auto beauty = std::make_shared<TavrelFaceBeautyCaptureEffect>();
   const auto moving = sticker(kMiddle, kRed);
   makeAndStart();
+  std::mutex effectsMutex;  // the effects of a camera belong to one thread at a time
   std::jthread levels([&](const std::stop_token& stop) {
     for (int i = 0; !stop.stop_requested(); ++i) {
-      beauty->setBeautyLevel(i % 10 / 10.0);
+      {
+        const std::lock_guard lock(effectsMutex);
+        beauty->setBeautyLevel(i % 10 / 10.0);
+      }
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
   });
   for (int i = 0; i < 20; ++i) {
-    camera_->setCaptureEffects(i % 2 == 0 ? TavrelCamera::CaptureEffects{beauty, moving}
-                                          : TavrelCamera::CaptureEffects{moving, beauty, beauty});
-    moving->setDestRect({{static_cast<double>(i), 0}, {30, 30}});
+    {
+      const std::lock_guard lock(effectsMutex);
+      camera_->setCaptureEffects(i % 2 == 0 ? TavrelCamera::CaptureEffects{beauty, moving}
+                                            : TavrelCamera::CaptureEffects{moving, beauty, beauty});
+      moving->setDestRect({{static_cast<double>(i), 0}, {30, 30}});
+    }
     if (i % 5 == 0) camera_->switchCamera();
     runFor(std::chrono::milliseconds(20));
   }

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cmath>
 #include <set>
 
 #include "Platform/Capture/FastClock.h"
@@ -98,6 +99,27 @@ TEST_F(CaptureSessionTest, DropsAndReportsLatePictures) {
     EXPECT_GT((times[underWay] - times[underWay - 1]).seconds(), 3.5 / 30);
     while (go.tryWait()) {
     }
+  }
+}
+
+// A beep begins with a whole second; a flash can only if a frame does.
+TEST_F(CaptureSessionTest, FlashesBeginWithAWholeSecondWheneverTheCameraStarted) {
+  for (const double start : {1'700'000'000.0, 1'700'000'000.0117, 1'700'000'000.9, 1'700'000'000.99}) {
+    const auto clock = std::make_shared<FastClock>(MediaTime::fromSeconds(start, CaptureClock::kTimescale));
+    bench().setClock(clock);
+    CameraBench camera(device(Virtual::kBackCamera));
+    std::vector<double> flashes;
+    bool wasLit = true;
+    camera.frames->onFrame = [&](const auto& sample) {
+      const bool isLit = VirtualPicture(sample->imageBuffer()).isFlash();
+      if (isLit && !wasLit) flashes.push_back(sample->presentationTimeStamp().seconds());
+      wasLit = isLit;
+    };
+    camera.session->startRunning();
+    run(camera, *clock, 2.5);
+    camera.session->stopRunning();
+    ASSERT_GE(flashes.size(), 2U) << start;
+    for (const double flash : flashes) EXPECT_NEAR(flash, std::round(flash), 2e-6) << start;
   }
 }
 

@@ -175,6 +175,30 @@ TEST(TextureCache, RecordingMakesNothingNew) {
   EXPECT_EQ(after.bytesDownloaded - before.bytesDownloaded, 40U * 16 * 8 * 4);
 }
 
+TEST(TextureCache, AContextThatDownloadedLeavesNoFramebufferBehind) {
+  GraphicsThread graphics;
+  const auto framebuffers = [&graphics] {
+    int count = 0;
+    graphics.run([&] {
+      for (GLuint name = 1; name < 200; ++name) count += glIsFramebuffer(name) ? 1 : 0;
+    });
+    return count;
+  };
+  const int before = framebuffers();
+  for (int i = 0; i < 3; ++i) {
+    GraphicsThread recorder(graphics.context->sharegroup());
+    auto buffer = makeBuffer(16, 8);
+    auto texture = textureOf(*recorder.cache, buffer);
+    std::shared_ptr<const PixelBufferSnapshot> snapshot;
+    recorder.run([&] {
+      drawColour(*texture, kColour);
+      snapshot = buffer->snapshot();
+    });
+    EXPECT_EQ(snapshotPixel(*snapshot, 3, 3), kColour);
+  }
+  EXPECT_EQ(framebuffers(), before);
+}
+
 TEST(TextureCache, RenderTargetThatNobodyReadsCostsNoMemory) {
   GraphicsThread graphics;
   const auto before = TextureCache::statistics();
