@@ -161,13 +161,15 @@ Expected<void> AudioTrackEncoder::encodePieces(const Expected<std::vector<std::s
 
 std::int64_t AudioTrackEncoder::lastingDeviation(std::int64_t deviation, std::int64_t frames) {
   const int rate = context_->sample_rate;
-  if (!isRealTime_ || position() == 0 || deviation <= toleranceAt(rate) || deviation >= rate * 4 / 10) {
+  const std::int64_t tolerance = toleranceAt(rate);
+  if (!isRealTime_ || position() == 0 || deviation <= tolerance / 5 || deviation >= rate * 4 / 10) {
     lateFrames_ = 0;
     return deviation;
   }
   leastLateness_ = lateFrames_ == 0 ? deviation : std::min(leastLateness_, deviation);
   lateFrames_ += frames;
   if (lateFrames_ < rate / 2) return 0;
+  if (leastLateness_ <= tolerance) return std::min(deviation, tolerance);
   lateFrames_ = 0;
   return leastLateness_;
 }

@@ -28,7 +28,7 @@ struct AudioSettings {
 ///
 /// In real time, sound is stamped when it arrives: late when its receiver was busy, and what comes next is in time
 /// again. There, what is less than 0.4 s late is joined as it comes too, and only what stays late for half a second has
-/// a gap, which is filled then.
+/// a gap, which is filled then, or drifts, and is stretched then.
 class AudioTrackEncoder final : public TrackEncoder {
  public:
   /// AAC with these settings.
