@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <regex>
+#include <string_view>
 
 #include "Platform/Graphics/PixelBuffer.h"
 
@@ -30,15 +30,19 @@ void makeMovie(const std::filesystem::path& output, const std::string& arguments
 void makeMovieFrom(const std::filesystem::path& input, const std::filesystem::path& output,
                    const std::string& arguments) {
   // In one go: a folder's name may have the letters of a placeholder.
-  const std::regex placeholder("OUT|IN");
   std::string command = "ffmpeg -nostdin -v error -y ";
-  auto rest = arguments.cbegin();
-  for (std::sregex_iterator match(arguments.begin(), arguments.end(), placeholder), end; match != end; ++match) {
-    command.append(rest, (*match)[0].first);
-    command += fmt::format("'{}'", (match->str() == "OUT" ? output : input).string());
-    rest = (*match)[0].second;
+  for (std::size_t at = 0; at < arguments.size();) {
+    const std::string_view rest = std::string_view(arguments).substr(at);
+    if (rest.starts_with("OUT")) {
+      command += fmt::format("'{}'", output.string());
+      at += 3;
+    } else if (rest.starts_with("IN")) {
+      command += fmt::format("'{}'", input.string());
+      at += 2;
+    } else {
+      command += arguments[at++];
+    }
   }
-  command.append(rest, arguments.cend());
   ASSERT_EQ(std::system(command.c_str()), 0) << command;
 }
 
