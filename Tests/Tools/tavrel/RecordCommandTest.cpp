@@ -90,7 +90,7 @@ double largestOffset(const Observation& seen) {
 /// Records until flashes and beeps are together, at most three times: frames and sound are stamped when they arrive,
 /// and a machine that is busy with other things may bring them late.
 Observation recordTogether(const std::string& movie, const std::string& arguments) {
-  constexpr double kLargest = 0.020;
+  constexpr double kLargest = 0.040;  // a frame's time
   Observation seen;
   for (int attempt = 0; attempt < 3; ++attempt) {
     const CommandResult result = test::tavrel("record " + movie + " " + arguments);
