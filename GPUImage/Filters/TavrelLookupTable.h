@@ -19,8 +19,8 @@ namespace tavrel {
 /// of 512×512 may be either of the latter two; it is taken for the one in which neighbouring colours differ less.
 TAVREL_API Expected<std::shared_ptr<Image>> TavrelLookupImageFromFile(const std::filesystem::path& file);
 
-/// The text of a ".cube" file (Cube LUT Specification 1.0): LUT_1D_SIZE 2 to 65536 or LUT_3D_SIZE 2 to 256, then that
-/// many (cubed, for 3D; red grows fastest) rows of red, green and blue; TITLE, DOMAIN_MIN, DOMAIN_MAX,
+/// The text of a ".cube" file (the Cube LUT format, version 1.0): LUT_1D_SIZE 2 to 65536 or LUT_3D_SIZE 2 to 256, then
+/// that many (cubed, for 3D; red grows fastest) rows of red, green and blue; TITLE, DOMAIN_MIN, DOMAIN_MAX,
 /// LUT_1D_INPUT_RANGE, LUT_3D_INPUT_RANGE and comments before them. Colours between the rows are interpolated, those
 /// outside the domain take its nearest one, results outside 0…1 are cut off.
 TAVREL_API Expected<std::shared_ptr<Image>> TavrelLookupImageFromCube(std::string_view text);
