@@ -35,14 +35,17 @@ Expected<std::shared_ptr<VirtualScene>> sceneNamed(std::string_view name) {
                  fmt::format("there is no virtual camera named \"{}\"; choose front, back or file:PATH", name));
 }
 
-/// Frame numbers on the time line: frame `number` is at `time`, the following ones in steps of 1 / frameRate.
+/// Frame numbers on the time line: frame `number` is at `time`, the following ones in steps of 1 / frameRate, all of
+/// them moved by `shift` seconds.
 struct Anchor {
   std::uint64_t number = 0;
   MediaTime time;
   double frameRate = 0;
+  double shift = 0;
 
   MediaTime timeOf(std::uint64_t wanted) const {
-    const double seconds = static_cast<double>(static_cast<std::int64_t>(wanted - number)) / frameRate;
+    if (wanted == number) return time;
+    const double seconds = static_cast<double>(static_cast<std::int64_t>(wanted - number)) / frameRate + shift;
     return time + MediaTime::fromSeconds(seconds, CaptureClock::kTimescale);
   }
 };
@@ -77,6 +80,7 @@ struct VirtualCamera::Implementation {
     sceneStart = sceneTime;
     anchor.number = 0;
     anchor.time = start;
+    anchor.shift = 0;
     nextNumber = 0;
     failureWasLogged = false;
   }
@@ -86,6 +90,9 @@ struct VirtualCamera::Implementation {
     return anchor.timeOf(number);
   }
 
+  /// With the mutex held.
+  double sceneTimeOf(const MediaTime& time) const { return sceneStart + (time - startTime).seconds(); }
+
   PacedDelivery::Delivery produce(std::uint64_t number, const std::shared_ptr<Handler>& handler) {
     MediaTime time;
     VirtualFrame frame;
@@ -94,7 +101,7 @@ struct VirtualCamera::Implementation {
       nextNumber = number + 1;
       time = anchor.timeOf(number);
       frame = {static_cast<std::uint32_t>(number),
-               sceneStart + (time - startTime).seconds(),
+               sceneTimeOf(time),
                1 / anchor.frameRate,
                controls.torchLevel,
                controls.zoom,
@@ -208,10 +215,12 @@ void VirtualCamera::setFrameRate(double framesPerSecond) {
   if (!std::isfinite(framesPerSecond) || framesPerSecond <= 0) return;
   const std::lock_guard lock(implementation_->mutex);
   Anchor& anchor = implementation_->anchor;
-  // The frame that is being waited for keeps its time.
+  // The frame that is being waited for keeps its time. Those after it fall on the scene's seconds, as a flash does.
   if (anchor.time.isNumeric()) {
     anchor.time = anchor.timeOf(implementation_->nextNumber);
     anchor.number = implementation_->nextNumber;
+    const double sceneTime = implementation_->sceneTimeOf(anchor.time);
+    anchor.shift = std::round(sceneTime * framesPerSecond) / framesPerSecond - sceneTime;
   }
   anchor.frameRate = framesPerSecond;
 }

@@ -73,8 +73,8 @@ class TAVREL_API VirtualCamera {
   /// Takes effect with the next frame that is drawn.
   void setControls(const Controls& controls);
   Controls controls() const;
-  /// Takes effect after the frame that is due next; stamps go on from that frame in the new steps. Ignored unless above
-  /// 0.
+  /// Takes effect after the frame that is due next; stamps go on near that frame in the new steps, so that one falls on
+  /// each of the scene's seconds. Ignored unless above 0.
   void setFrameRate(double framesPerSecond);
   double frameRate() const;
 

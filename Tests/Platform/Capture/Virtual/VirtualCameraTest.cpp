@@ -202,6 +202,25 @@ TEST(VirtualCamera, FollowsItsControlsAndFrameRate) {
   EXPECT_EQ(camera->controls().focus, 0);
 }
 
+TEST(VirtualCamera, AnotherFrameRateLeavesTheFlashOnItsSecond) {
+  const auto clock = std::make_shared<FastClock>();
+  const auto camera = VirtualCamera::create("front", small(clock, 30)).value();
+  Recording recording;
+  const MediaTime start = clock->now();
+  camera->start(recording.handler(), DispatchQueue::create("test.camera"), start, 0.5);
+  ASSERT_TRUE(clock->runFor(0.05));  // the frame at 0.567 s of the scene is due next
+  camera->setFrameRate(25);
+  ASSERT_TRUE(clock->runFor(1));
+  camera->stop();
+  ASSERT_GE(recording.times.size(), 25U);
+  EXPECT_NEAR(static_cast<double>(recording.times[2] - start.value) / kScale, 2 / 30.0, 1e-6);
+  for (std::size_t i = 3; i < recording.times.size(); ++i) {
+    const double sceneTime = 0.5 + static_cast<double>(recording.times[i] - start.value) / kScale;
+    EXPECT_NEAR(sceneTime * 25, std::round(sceneTime * 25), 1e-5);
+    EXPECT_NEAR(sceneTime, 0.56 + 0.04 * static_cast<double>(i - 2), 1e-6);
+  }
+}
+
 TEST(VirtualCamera, ReusesItsBuffers) {
   const auto clock = std::make_shared<FastClock>();
   const auto queue = DispatchQueue::create("test.camera");
