@@ -72,6 +72,7 @@
 #include "Platform/Foundation/KeyValueObserving.h"
 #include "Platform/Foundation/NotificationCenter.h"
 #include "Platform/Foundation/Version.h"
+#include "Platform/Graphics/GLDriverLock.h"
 #include "Platform/Graphics/PixelBuffer.h"
 #include "Platform/Graphics/PixelBufferPool.h"
 #include "Platform/Graphics/TextureCache.h"

@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "Platform/Graphics/GLDriverLock.h"
 #include "Platform/Graphics/GraphicsDisplay.h"
 #include "Platform/Graphics/Private/NativeContext.h"
 
@@ -41,7 +42,10 @@ const Functions& functions() {
 
 GLFence GLFence::afterCurrentCommands() {
   EGLSyncKHR sync = EGL_NO_SYNC_KHR;
-  if (functions().isUsable) sync = functions().create(display(), EGL_SYNC_FENCE_KHR, nullptr);
+  if (functions().isUsable) {
+    const GLDriverLock lock;
+    sync = functions().create(display(), EGL_SYNC_FENCE_KHR, nullptr);
+  }
   if (sync == EGL_NO_SYNC_KHR) {
     glFinish();
   } else {

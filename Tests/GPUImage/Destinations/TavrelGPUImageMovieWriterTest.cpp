@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <cmath>
 #include <future>
@@ -445,6 +446,29 @@ TEST_F(MovieWriterDeathTest, MisuseStopsTheProgramWithItsText) {
         writer_->setEncodingLiveVideo(false);
       },
       "Can not change Encoding Live Video while recording");
+}
+
+TEST_F(MovieWriterTest, TheGraphMayDrawWhileTheWriterDoes) {
+  // What a driver reads after giving it up is then certain to be wrong.
+  mallopt(M_PERTURB, 0x55);
+  createNotLive();
+  input_->removeAllTargets();
+  std::vector<std::shared_ptr<TavrelGPUImageFilter>> filters;
+  std::shared_ptr<TavrelGPUImageOutput> last = input_;
+  for (int i = 0; i < 40; ++i) {
+    filters.push_back(std::make_shared<TavrelGPUImageFilter>());
+    last->addTarget(filters.back());
+    last = filters.back();
+  }
+  last->addTarget(writer_);
+  writer_->startRecording();
+  const auto buffer = test::pixelBufferOf(gray(100));
+  constexpr int kFrames = 800;
+  for (int i = 0; i < kFrames; ++i) input_->processCVPixelBuffer(buffer, MediaTime::make(i, 30), true);
+  settle();
+  finish();
+  EXPECT_EQ(frameSeconds().size(), kFrames);
+  mallopt(M_PERTURB, 0);
 }
 
 }  // namespace
