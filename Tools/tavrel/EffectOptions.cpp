@@ -202,6 +202,8 @@ EffectChain EffectOptions::makeChain() const {
   for (const CLI::Option* given : command_.parse_order()) {
     for (const Kind& kind : kinds_) {
       if (kind.option != given) continue;
+      const auto graphics = TavrelGPUImageContext::sharedImageProcessingContext()->prepareContext();
+      if (!graphics) throw std::runtime_error(graphics.error().description);
       effects.push_back(kind.make(given->results().at(used[given]++)));
     }
   }

@@ -64,6 +64,8 @@ Transcoding::Transcoding(Options options, EffectChain effects)
 
 int Transcoding::run(bool printJson) {
   if (const auto opened = openInput(); !opened) return fail("{}", opened.error().description);
+  const auto graphics = TavrelGPUImageContext::sharedImageProcessingContext()->prepareContext();
+  if (!graphics) return fail("{}", graphics.error().description);
   buildGraph();
   if (const auto error = writer_->error())
     return fail("cannot write {}: {}", options_.output.string(), error->description);
