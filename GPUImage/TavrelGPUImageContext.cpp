@@ -40,6 +40,13 @@ std::vector<std::string> readExtensionNames() {
   return extensions;
 }
 
+[[noreturn]] void stopWithoutContext(const Error& reason) {
+  ConsoleLog::write("{}", reason.description);
+  fatalAssertion(
+      "Unable to create an OpenGL ES 2.0 context. The TavrelGPUImage framework requires OpenGL ES 2.0 support to "
+      "work.");
+}
+
 }  // namespace
 
 TavrelGPUImageContext::TavrelGPUImageContext()
@@ -198,30 +205,34 @@ void TavrelGPUImageContext::useSharegroup(std::shared_ptr<GLSharegroup> sharegro
 
 std::shared_ptr<GLContext> TavrelGPUImageContext::createContext() {
   auto created = GLContext::create(sharegroup_);
-  if (!created) {
-    ConsoleLog::write("{}", created.error().description);
-    fatalAssertion(
-        "Unable to create an OpenGL ES 2.0 context. The TavrelGPUImage framework requires OpenGL ES 2.0 support to "
-        "work.");
-  }
+  if (!created) stopWithoutContext(created.error());
   return *created;
 }
 
 const std::shared_ptr<GLContext>& TavrelGPUImageContext::context() {
-  // On the queue, where the new context is to be current.
-  if (!hasContext_) TavrelRunSynchronouslyOnContextQueue(*this, [this] { prepareContext(); });
+  if (const auto prepared = prepareContext(); !prepared) stopWithoutContext(prepared.error());
   return context_;
 }
 
-void TavrelGPUImageContext::prepareContext() {
+Expected<void> TavrelGPUImageContext::prepareContext() {
+  Expected<void> result;
+  // On the queue, where the new context is to be current.
+  if (!hasContext_) TavrelRunSynchronouslyOnContextQueue(*this, [&] { result = makeContext(); });
+  return result;
+}
+
+Expected<void> TavrelGPUImageContext::makeContext() {
   {
     const std::lock_guard lock(creationMutex_);
-    if (context_) return;
-    context_ = createContext();
+    if (context_) return {};
+    auto created = GLContext::create(sharegroup_);
+    if (!created) return tl::unexpected(created.error());
+    context_ = std::move(*created);
     hasContext_ = true;
   }
   useAsCurrentContext();
   glDisable(GL_DEPTH_TEST);
+  return {};
 }
 
 const std::shared_ptr<TextureCache>& TavrelGPUImageContext::coreVideoTextureCache() {

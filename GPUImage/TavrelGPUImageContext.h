@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Platform/Dispatch/DispatchQueue.h"
+#include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Export.h"
 #include "Platform/Foundation/Geometry.h"
 #include "Platform/Graphics/GLContext.h"
@@ -87,8 +88,12 @@ class TAVREL_API TavrelGPUImageContext : public std::enable_shared_from_this<Tav
   /// A new GL context in the sharegroup; when there can be none, the program stops.
   std::shared_ptr<GLContext> createContext();
 
-  /// Created on first request. Any thread.
+  /// Created on first request; when there can be none, the program stops. Any thread.
   const std::shared_ptr<GLContext>& context();
+  /// Creates the context like `context`, but when there can be none, says why. May be tried again. Any thread.
+  Expected<void> prepareContext();
+  /// Whether it was created. Any thread.
+  bool hasContext() const { return hasContext_; }
   /// Created on first request.
   const std::shared_ptr<TextureCache>& coreVideoTextureCache();
   /// Created on first request. Any thread.
@@ -99,7 +104,7 @@ class TAVREL_API TavrelGPUImageContext : public std::enable_shared_from_this<Tav
   void setCurrentShaderProgram(std::shared_ptr<TavrelGLProgram> program) { currentShaderProgram_ = std::move(program); }
 
  private:
-  void prepareContext();
+  Expected<void> makeContext();
   void borrowContext();
 
   std::shared_ptr<TavrelGPUImageFramebufferCache> framebufferCache_;

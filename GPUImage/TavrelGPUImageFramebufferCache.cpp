@@ -79,7 +79,8 @@ void TavrelGPUImageFramebufferCache::purgeAllUnassignedFramebuffers() {
       framebufferTypeCounts.clear();
     }
     idle.clear();
-    TavrelGPUImageContext::sharedImageProcessingContext()->coreVideoTextureCache()->flush();
+    const auto& shared = TavrelGPUImageContext::sharedImageProcessingContext();
+    if (shared->hasContext()) shared->coreVideoTextureCache()->flush();
   });
 }
 

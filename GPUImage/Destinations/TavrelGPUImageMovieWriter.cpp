@@ -49,7 +49,6 @@ TavrelGPUImageMovieWriter::TavrelGPUImageMovieWriter(const std::filesystem::path
                                                      std::optional<Dictionary> outputSettings)
     : movieURL_(newMovieURL), fileType_(newFileType), videoSize_(newSize), framesInFlight_(kMostFramesInFlight) {
   encodingLiveVideo_ = truthFor(outputSettings, kTavrelEncodingLiveVideoKey).value_or(true);
-  initializeRendering();
   initializeMovieWithOutputSettings(outputSettings);
 }
 
@@ -60,7 +59,7 @@ TavrelGPUImageMovieWriter::~TavrelGPUImageMovieWriter() {
 void TavrelGPUImageMovieWriter::initializeMovieWithOutputSettings(const std::optional<Dictionary>& outputSettings) {
   isRecording_ = false;
   enabled_ = true;
-  auto created = AssetWriter::create(movieURL_, fileType_);
+  auto created = initializeRendering().and_then([this] { return AssetWriter::create(movieURL_, fileType_); });
   if (created) {
     assetWriter_ = *created;
   } else {

@@ -61,7 +61,7 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   using AudioProcessingCallback = std::function<void(void** samples, Index sampleCount)>;
 
   /// A QuickTime movie of H.264 in `newSize` (pixels, truncated). The file is replaced if it exists. When it cannot be
-  /// created, `error` says why and nothing will be recorded.
+  /// created, or no GL context can be had, `error` says why and nothing will be recorded.
   TavrelGPUImageMovieWriter(const std::filesystem::path& newMovieURL, Size newSize);
   /// `newFileType` is one of the `kFileType…` values. Settings must hold `kVideoCodecKey`, `kVideoWidthKey` and
   /// `kVideoHeightKey`, else the program stops; they may hold further video settings and the two keys above.
@@ -165,7 +165,7 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   };
 
   /// Sets up everything but the file.
-  void initializeRendering();
+  Expected<void> initializeRendering();
   void initializeMovieWithOutputSettings(const std::optional<Dictionary>& outputSettings);
   void addVideoTrack(const std::optional<Dictionary>& outputSettings);
   void runOnWriterQueue(const std::function<void()>& block);

@@ -10,9 +10,10 @@
 
 namespace tavrel {
 
-void TavrelGPUImageMovieWriter::initializeRendering() {
+Expected<void> TavrelGPUImageMovieWriter::initializeRendering() {
   movieWriterContext_ = std::make_shared<TavrelGPUImageContext>();
   movieWriterContext_->useSharegroup(TavrelGPUImageContext::sharedImageProcessingContext()->context()->sharegroup());
+  if (auto prepared = movieWriterContext_->prepareContext(); !prepared) return prepared;
 
   TavrelRunSynchronouslyOnContextQueue(*movieWriterContext_, [this] {
     movieWriterContext_->useAsCurrentContext();
@@ -29,6 +30,7 @@ void TavrelGPUImageMovieWriter::initializeRendering() {
     glEnableVertexAttribArray(colorSwizzlingPositionAttribute_);
     glEnableVertexAttribArray(colorSwizzlingTextureCoordinateAttribute_);
   });
+  return {};
 }
 
 bool TavrelGPUImageMovieWriter::createDataFBO() {
@@ -81,6 +83,7 @@ bool TavrelGPUImageMovieWriter::attachRenderTarget() {
 }
 
 void TavrelGPUImageMovieWriter::destroyDataFBO() {
+  if (!colorSwizzlingProgram_) return;  // there was no context
   runOnWriterQueue([this] {
     movieWriterContext_->useAsCurrentContext();
     if (movieFramebuffer_) glDeleteFramebuffers(1, &movieFramebuffer_);
@@ -100,6 +103,7 @@ bool TavrelGPUImageMovieWriter::setFilterFBO() {
 }
 
 bool TavrelGPUImageMovieWriter::renderAtInternalSizeUsingFramebuffer(const TavrelGPUImageFramebuffer& framebuffer) {
+  if (!colorSwizzlingProgram_) return false;
   movieWriterContext_->useAsCurrentContext();
   if (!setFilterFBO()) return false;
   if (renderTarget_) renderTarget_->noteGPUWrite();

@@ -11,6 +11,9 @@ namespace {
 
 constexpr std::string_view kExtension = ".log";
 constexpr std::string_view kDatePattern = "0000-00-00 00-00";
+// Those that the clock can count in nanoseconds.
+constexpr std::chrono::year kFirstYear(1678);
+constexpr std::chrono::year kLastYear(2261);
 
 std::optional<unsigned> parseNumber(std::string_view digits) {
   unsigned number = 0;
@@ -23,11 +26,11 @@ std::optional<std::chrono::system_clock::time_point> parseDate(std::string_view 
   const auto fits = [](char c, char pattern) { return pattern == '0' ? c >= '0' && c <= '9' : c == pattern; };
   if (text.size() != kDatePattern.size() || !std::ranges::equal(text, kDatePattern, fits)) return std::nullopt;
   const auto field = [&](std::size_t start, std::size_t length) { return *parseNumber(text.substr(start, length)); };
-  const std::chrono::year_month_day date(std::chrono::year(static_cast<int>(field(0, 4))),
-                                         std::chrono::month(field(5, 2)), std::chrono::day(field(8, 2)));
+  const std::chrono::year year(static_cast<int>(field(0, 4)));
+  const std::chrono::year_month_day date(year, std::chrono::month(field(5, 2)), std::chrono::day(field(8, 2)));
   const unsigned hour = field(11, 2);
   const unsigned minute = field(14, 2);
-  if (!date.ok() || hour > 23 || minute > 59) return std::nullopt;
+  if (!date.ok() || hour > 23 || minute > 59 || year < kFirstYear || year > kLastYear) return std::nullopt;
   return std::chrono::sys_days(date) + std::chrono::hours(hour) + std::chrono::minutes(minute);
 }
 

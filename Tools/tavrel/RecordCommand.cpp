@@ -60,6 +60,9 @@ int RecordCommand::run() {
   options.snapshot = snapshot_;
   options.snapshotAt = snapshotAt_;
   options.hasPreview = hasPreview_;
+  // Before the effects: a window shows only what is drawn on the window system's own display. What keeps it from
+  // opening is said by the recording.
+  if (hasPreview_) (void)Application::shared().startUserInterface();
   return Recording(std::move(options), effects_.makeChain()).run(json_);
 }
 

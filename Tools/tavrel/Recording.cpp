@@ -117,9 +117,10 @@ int Recording::report(bool printJson) const {
   const std::string name = options_.output.string();
   const auto& writer = rig_->writer();
   if (rig_->isBrokenOff()) {
-    const auto error = writer->error();
-    return fail("the recording broke off: {}; {} is kept and plays up to {:.1f} s", error ? error->description : "?",
-                name, writer->assetWriter()->writtenUntil().seconds());
+    // It says already up to when the file plays, or that there is none.
+    const std::string reason = writer->error() ? writer->error()->description : "?";
+    const bool isKept = writer->assetWriter()->writtenUntil().seconds() > 0;
+    return fail("the recording broke off: {}{}", reason, isKept ? fmt::format("; {} is kept", name) : "");
   }
   const double seconds = writer->duration().seconds();
   const std::uint64_t frames = rig_->framesWritten() - writer->droppedVideoFrames();

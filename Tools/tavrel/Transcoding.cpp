@@ -64,6 +64,8 @@ Transcoding::Transcoding(Options options, EffectChain effects)
 
 int Transcoding::run(bool printJson) {
   if (const auto opened = openInput(); !opened) return fail("{}", opened.error().description);
+  const auto graphics = TavrelGPUImageContext::sharedImageProcessingContext()->prepareContext();
+  if (!graphics) return fail("{}", graphics.error().description);
   buildGraph();
   if (const auto error = writer_->error())
     return fail("cannot write {}: {}", options_.output.string(), error->description);
@@ -185,14 +187,17 @@ std::optional<std::string> Transcoding::finish() {
   };
   if (isInterrupted) return giveUp("interrupted");
   if (const auto error = movie_->assetReader()->error()) return giveUp(error->description);
-  if (frameCounter_->count == 0)
+  const bool isBroken = writer_->assetWriter()->status() == AssetWriterStatus::failed;
+  if (frameCounter_->count == 0 && !isBroken)
     return giveUp(fmt::format("{} has no picture that can be decoded", options_.input.string()));
   DispatchSemaphore finished(0);
   writer_->finishRecordingWithCompletionHandler([&finished] { finished.signal(); });
   finished.wait();
-  const auto error = writer_->error();
   if (writer_->assetWriter()->status() == AssetWriterStatus::completed) return std::nullopt;
-  return giveUp(fmt::format("cannot write {}: {}", options_.output.string(), error ? error->description : "?"));
+  const auto error = writer_->error();
+  // How far the file plays is of no use: it is removed.
+  const std::string reason = error ? error->description.substr(0, error->description.find("; the file plays")) : "?";
+  return giveUp(fmt::format("cannot write {}: {}", options_.output.string(), reason));
 }
 
 int Transcoding::report(bool printJson) const {

@@ -39,7 +39,10 @@ Color ColorTable::at(const Color& input) const {
     }
     return result;
   }
-  const auto& [red, green, blue] = places;
+  // Not a structured binding, which clang 14 does not let a lambda capture.
+  const Place& red = places[0];
+  const Place& green = places[1];
+  const Place& blue = places[2];
   const auto alongRed = [&](std::size_t g, std::size_t b) {
     const std::size_t row = (b * size + g) * size;
     return mixed(colors[row + red.below], colors[row + red.above], red.fraction);

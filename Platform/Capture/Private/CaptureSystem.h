@@ -20,7 +20,7 @@ namespace tavrel {
 
 /// All devices of the process and the backends that find them. Created at first use; lives until the process ends. Any
 /// thread.
-class TAVREL_API CaptureSystem : private CaptureBackendObserver {
+class CaptureSystem : private CaptureBackendObserver {
  public:
   static CaptureSystem& shared();
 

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/Export.h"
 #include "Platform/Graphics/PixelBuffer.h"
 
 namespace tavrel {
@@ -32,7 +31,7 @@ struct RawFrame {
 };
 
 /// Turns camera pictures into opaque BGRA, by libyuv, and by libjpeg-turbo for JPEG. One thread at a time.
-class TAVREL_API FrameConverter {
+class FrameConverter {
  public:
   FrameConverter();
   ~FrameConverter();

@@ -7,6 +7,8 @@ extern "C" {
 #include <array>
 #include <cstdarg>
 #include <mutex>
+#include <new>
+#include <string_view>
 #include <utility>
 
 namespace tavrel {
@@ -23,9 +25,14 @@ __attribute__((format(printf, 3, 0))) void remember(void* source, int level, con
   std::array<char, 512> text{};
   int printPrefix = 1;
   av_log_format_line2(source, level, format, arguments, text.data(), text.size(), &printPrefix);
-  std::string line(text.data());
-  while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
-  if (!line.empty()) lastLine() = std::move(line);
+  std::string_view line(text.data());
+  while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
+  if (line.empty()) return;
+  try {
+    lastLine() = line;
+  } catch (const std::bad_alloc&) {
+    // The line is lost: an exception must not pass through the C code that calls this.
+  }
 }
 
 }  // namespace

@@ -371,6 +371,8 @@ void MovieFile::abandon() {
   if (isClosed_) return;
   isClosed_ = true;
   context_.reset();
+  // Many readers do not open a movie without a sample.
+  if (hasBegun_ && !hasFragments_) return output_->closeAndRemove();
   output_->closeAtCheckpoint();
 }
 

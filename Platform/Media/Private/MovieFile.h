@@ -65,7 +65,7 @@ class MovieFile {
 
   /// Writes what is left and closes the file.
   Expected<void> finish();
-  /// Closes the file after the last complete fragment.
+  /// Closes the file after the last complete fragment; removes it when there is none.
   void abandon();
   void remove();
 

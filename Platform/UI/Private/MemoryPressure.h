@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <string_view>
 
-#include "Platform/Foundation/Export.h"
 
 namespace tavrel {
 
@@ -12,7 +11,7 @@ namespace tavrel {
 ///
 /// Where the process may set a trigger on the file, the kernel wakes it; where it may only read, the average over ten
 /// seconds is looked at every few seconds; where there is no file, memory is never short.
-class TAVREL_API MemoryPressure {
+class MemoryPressure {
  public:
   explicit MemoryPressure(const std::filesystem::path& file = "/proc/pressure/memory");
   MemoryPressure(const MemoryPressure&) = delete;

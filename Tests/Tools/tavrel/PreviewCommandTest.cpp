@@ -125,6 +125,12 @@ TEST_F(PreviewCommandTest, EndsCleanlyWhenItIsAskedTo) {
   EXPECT_EQ(preview.exitStatus(), 0);
 }
 
+TEST_F(PreviewCommandTest, ARecordingThroughAFilterIsShownToo) {
+  const CommandResult result = test::tavrel(
+      "record " + file("movie.mov") + " --preview --blur 2 --microphone none --size 320x240 --fps 10 --duration 1");
+  EXPECT_EQ(result.status, 0) << result.output;
+}
+
 TEST_F(PreviewCommandTest, SaysInOneLineThatThereIsNoWindow) {
   const std::string said = "tavrel: a window is asked for and none can be had: ";
   for (const char* environment :

@@ -3,7 +3,6 @@
 #include <memory>
 
 #include "Platform/Capture/Private/CaptureBackend.h"
-#include "Platform/Foundation/Export.h"
 
 namespace tavrel {
 
@@ -13,7 +12,7 @@ namespace tavrel {
 ///
 /// Identity: "pipewire:" and the node's name, which the session manager makes from the place that the device is plugged
 /// into or its serial number; a monitor's ends in ".monitor".
-class TAVREL_API PipeWireBackend : public CaptureBackend {
+class PipeWireBackend : public CaptureBackend {
  public:
   PipeWireBackend();
   ~PipeWireBackend() override;

@@ -20,7 +20,7 @@ class V4L2Driver;
 ///
 /// Identity: "v4l2:" and the USB serial number with maker and product, else the bus path, then the card's name; a
 /// second node of the same has "#2" at its end.
-class TAVREL_API V4L2Backend : public CaptureBackend {
+class V4L2Backend : public CaptureBackend {
  public:
   explicit V4L2Backend(V4L2SystemCalls calls = V4L2SystemCalls::real(), std::filesystem::path folder = "/dev");
   ~V4L2Backend() override;

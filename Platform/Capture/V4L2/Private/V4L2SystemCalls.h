@@ -7,13 +7,12 @@
 #include <functional>
 #include <string>
 
-#include "Platform/Foundation/Export.h"
 
 namespace tavrel {
 
 /// Every call by which cameras are driven. Each fails like the system's: -1 (`MAP_FAILED` for mmap) and `errno`. Tests
 /// put a device of their own behind them. Called from several threads.
-struct TAVREL_API V4L2SystemCalls {
+struct V4L2SystemCalls {
   std::function<int(const char* path, int flags)> open;
   std::function<int(int descriptor)> close;
   std::function<int(int descriptor, unsigned long request, void* argument)> ioctl;

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/Foundation/Geometry.h"
+
+namespace tavrel::tool {
+
+/// What effects read from the command line. All throw UsageError, which names `option`.
+
+/// The finite numbers in "1,2,3", `fewest` to `most` of them; else the error says what is `expected`.
+std::vector<double> parseNumbers(std::string_view text, std::size_t fewest, std::size_t most, const char* option,
+                                 const char* expected);
+void checkUnitRange(const std::vector<double>& numbers, const char* option, const std::string& value);
+
+/// FILE@X,Y,W,H[,DEGREES]
+struct Placement {
+  std::string file;
+  Rect rectangle;
+  double radians = 0;
+};
+Placement parsePlacement(const std::string& value, const char* option);
+
+}  // namespace tavrel::tool
