@@ -13,6 +13,7 @@
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Tracing/Tracer.h"
 
 namespace tavrel {
 namespace {
@@ -222,6 +223,8 @@ void TavrelGPUImageContext::prepareContext() {
   }
   useAsCurrentContext();
   glDisable(GL_DEPTH_TEST);
+  const bool isOwnQueue = contextQueue_->isCurrent();
+  if (isOwnQueue && this == sharedImageProcessingContext().get()) Tracer::nameThread("video-processing queue");
 }
 
 const std::shared_ptr<TextureCache>& TavrelGPUImageContext::coreVideoTextureCache() {

@@ -7,12 +7,20 @@
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Tracing/TraceNames.h"
 
 namespace tavrel {
+namespace {
+
+std::atomic<std::int64_t> owned = 0;
+
+}  // namespace
 
 TavrelGPUImageFramebuffer::TavrelGPUImageFramebuffer(Size size, const TavrelGPUTextureOptions& textureOptions,
                                                      bool onlyTexture)
     : size_(size), textureOptions_(textureOptions), missingFramebuffer_(onlyTexture) {
+  ++owned;
+  if (Tracer::isOn()) Tracer::count(TraceNames::shared().framebuffersCreated);
   if (onlyTexture) {
     TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
       TavrelGPUImageContext::useImageProcessingContext();
@@ -36,7 +44,12 @@ TavrelGPUImageFramebuffer::TavrelGPUImageFramebuffer(Size size, GLuint overridde
       referenceCountingDisabled_(true) {}
 
 TavrelGPUImageFramebuffer::~TavrelGPUImageFramebuffer() {
+  if (!isTextureBorrowed_) --owned;
   destroyFramebuffer();
+}
+
+std::int64_t TavrelGPUImageFramebuffer::ownedCount() {
+  return owned;
 }
 
 void TavrelGPUImageFramebuffer::generateTexture() {

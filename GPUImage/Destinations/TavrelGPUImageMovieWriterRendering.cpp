@@ -7,6 +7,7 @@
 #include "GPUImage/Private/LinkedProgram.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Graphics/PixelBufferPool.h"
+#include "Platform/Tracing/Tracer.h"
 
 namespace tavrel {
 
@@ -14,6 +15,7 @@ void TavrelGPUImageMovieWriter::initializeRendering() {
   movieWriterContext_ = std::make_shared<TavrelGPUImageContext>();
   movieWriterContext_->useSharegroup(TavrelGPUImageContext::sharedImageProcessingContext()->context()->sharegroup());
 
+  movieWriterContext_->contextQueue()->async([] { Tracer::nameThread("writer queue"); });
   TavrelRunSynchronouslyOnContextQueue(*movieWriterContext_, [this] {
     movieWriterContext_->useAsCurrentContext();
     // A pixel buffer is drawn into directly; what is read back as RGBA is drawn with red and blue exchanged.

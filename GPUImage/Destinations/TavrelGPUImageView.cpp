@@ -6,6 +6,7 @@
 #include "GPUImage/Private/LinkedProgram.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Tracing/TraceNames.h"
 #include "Platform/UI/Screen.h"
 
 namespace tavrel {
@@ -226,6 +227,7 @@ void TavrelGPUImageView::newFrameReadyAtTime(MediaTime, Index) {
     if (displayFramebuffer) {
       drawInput();
       presentFramebuffer();
+      if (Tracer::isOn()) Tracer::count(TraceNames::shared().framesShown);
     }
     inputFramebufferForDisplay = {};
   });
