@@ -9,7 +9,9 @@
 namespace tavrel::tool {
 
 RecordCommand::RecordCommand(CLI::App& app)
-    : command_(app.add_subcommand("record", "Record camera and microphone into a movie")), effects_(*command_) {
+    : command_(app.add_subcommand("record", "Record camera and microphone into a movie")),
+      effects_(*command_),
+      diagnostics_(*command_) {
   command_->add_option("OUTPUT", output_, "The movie to write: .mov, .mp4 or .mkv")->required();
   command_->add_option("--camera", camera_, "A name that `tavrel devices` shows, front, back or file:PATH")
       ->type_name("NAME")
@@ -60,7 +62,7 @@ int RecordCommand::run() {
   options.snapshot = snapshot_;
   options.snapshotAt = snapshotAt_;
   options.hasPreview = hasPreview_;
-  return Recording(std::move(options), effects_.makeChain()).run(json_);
+  return Recording(std::move(options), effects_.makeChain()).run(json_, diagnostics_);
 }
 
 }  // namespace tavrel::tool
