@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
 #include "Platform/Foundation/ConsoleLog.h"
@@ -139,6 +140,7 @@ void TavrelGPUImageFramebuffer::destroyFramebuffer() {
 }
 
 void TavrelGPUImageFramebuffer::activateFramebuffer() {
+  NodeSpan::noteDrawing();
   glBindFramebuffer(GL_FRAMEBUFFER, framebuffer_);
   glViewport(0, 0, static_cast<GLsizei>(size_.width), static_cast<GLsizei>(size_.height));
   if (renderTarget_) renderTarget_->noteGPUWrite();

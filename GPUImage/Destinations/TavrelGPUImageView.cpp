@@ -4,6 +4,7 @@
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
 #include "GPUImage/Private/LinkedProgram.h"
+#include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Tracing/TraceNames.h"
@@ -225,6 +226,7 @@ void TavrelGPUImageView::newFrameReadyAtTime(MediaTime, Index) {
     setDisplayFramebuffer();
     // Without a display framebuffer there is nothing to draw into until the next layout.
     if (displayFramebuffer) {
+      NodeSpan::noteDrawing();
       drawInput();
       presentFramebuffer();
       if (Tracer::isOn()) Tracer::count(TraceNames::shared().framesShown);

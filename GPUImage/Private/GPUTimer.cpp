@@ -57,15 +57,11 @@ void GPUTimer::begin(TraceName node) {
 
 void GPUTimer::end() {
   if (!isRunning_) return;
-  cancel();
-  ++count_;
-}
-
-void GPUTimer::cancel() {
-  if (!isRunning_) return;
   isRunning_ = false;
+  ++count_;
   TavrelGPUImageContext::useImageProcessingContext();
   endQuery_(GL_TIME_ELAPSED_EXT);
+  glFlush();  // else the GPU's idle time before the next frame would count
 }
 
 bool GPUTimer::takeOldest(bool waits) {
@@ -81,8 +77,9 @@ bool GPUTimer::takeOldest(bool waits) {
   glGetIntegerv(GL_GPU_DISJOINT_EXT, &isDisjoint);
   if (isDisjoint) {
     discard();
-  } else {
-    Tracer::gpu(query.node, query.begin, static_cast<std::int64_t>(nanoseconds));
+  } else if (const auto duration = static_cast<std::int64_t>(nanoseconds); duration < Tracer::now() - query.begin) {
+    // More than has passed since the submission is no duration: some drivers answer with a point in time now and then.
+    Tracer::gpu(query.node, query.begin, duration);
   }
   return true;
 }

@@ -14,7 +14,9 @@ namespace tavrel {
 /// How long the GPU needs for the draws of each node, by GL_EXT_disjoint_timer_query
 /// (https://registry.khronos.org/OpenGL/extensions/EXT/EXT_disjoint_timer_query.txt). Results are asked for when more
 /// than 64 draws, some frames, have followed, and never waited for; a draw that finds all 96 queries on their way is
-/// not timed. Results that the driver calls disjoint are thrown away. On the video-processing queue.
+/// not timed. Each node's commands are flushed, so that the GPU begins with them at once and its idle time is not taken
+/// for work. Results that the driver calls disjoint are thrown away, and those that cannot be. On the video-processing
+/// queue.
 class GPUTimer {
  public:
   static GPUTimer& shared();
@@ -24,8 +26,6 @@ class GPUTimer {
   /// What is drawn from here on, until `end`, is the node's. One at a time: a second `begin` ends the first.
   void begin(TraceName node);
   void end();
-  /// The same, for a node that drew nothing after all.
-  void cancel();
   /// Takes the results that there are; with `waits`, all of them.
   void collect(bool waits);
   /// Forgets what is on its way: it belongs to an earlier recording.

@@ -67,25 +67,25 @@ void NodeSpan::beginConsumer(const TavrelGPUImageInput& consumer) {
 }
 
 void NodeSpan::beginNode(const std::type_info& type, const void* node) {
+  if (innermostNode && innermostNode->isTimingGPU_) GPUTimer::shared().end();
   node_ = node;
   outer_ = innermostNode;
   innermostNode = this;
-  const TraceName name = nameOf(type);
-  begin(name);
-  isTimingGPU_ = TavrelGPUImageContext::sharedContextQueue()->isCurrent();
-  if (isTimingGPU_) GPUTimer::shared().begin(name);
+  name_ = nameOf(type);
+  begin(name_);
 }
 
 void NodeSpan::endNode() {
   innermostNode = outer_;
-  const bool isWorthless = mustPassOn_ && !hasPassedOn_;
-  if (isWorthless) discard();
-  if (!isTimingGPU_) return;
-  if (isWorthless) {
-    GPUTimer::shared().cancel();
-  } else {
-    GPUTimer::shared().end();
-  }
+  if (mustPassOn_ && !hasPassedOn_) discard();
+  if (isTimingGPU_) GPUTimer::shared().end();
+}
+
+void NodeSpan::noteDrawing() {
+  NodeSpan* const node = innermostNode;
+  if (!node || node->isTimingGPU_ || !TavrelGPUImageContext::sharedContextQueue()->isCurrent()) return;
+  node->isTimingGPU_ = true;
+  GPUTimer::shared().begin(node->name_);
 }
 
 void NodeSpan::notePassedOn() {

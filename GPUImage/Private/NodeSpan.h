@@ -10,7 +10,8 @@ class TavrelGPUImageInput;
 class TavrelGPUImageOutput;
 
 /// The work of one node on one frame, recorded under the name of the node's class. Spans of the nodes behind it nest
-/// inside. On the video-processing queue the GPU's time is measured as well, up to the first node behind.
+/// inside. On the video-processing queue the GPU's time is measured as well, from the moment the node has a target to
+/// draw into up to the first node behind.
 class NodeSpan : public TraceSpan {
  public:
   explicit NodeSpan(const TavrelGPUImageOutput& source) {
@@ -27,6 +28,8 @@ class NodeSpan : public TraceSpan {
     if (isActive()) endNode();
   }
 
+  /// The innermost node is about to draw.
+  static void noteDrawing();
   /// The innermost node has passed its frame on.
   static void notePassedOn();
 
@@ -39,6 +42,7 @@ class NodeSpan : public TraceSpan {
   const void* node_ = nullptr;
   bool mustPassOn_ = false;
   bool hasPassedOn_ = false;
+  TraceName name_ = 0;
   bool isTimingGPU_ = false;
   NodeSpan* outer_ = nullptr;
 };
