@@ -76,6 +76,7 @@ const std::shared_ptr<TavrelGPUImageContext>& TavrelGPUImageContext::sharedImage
   // Kept until the process ends; only its queue is wound up, so that no thread touches GL while statics are destroyed.
   static const auto* shared = [] {
     auto* created = new std::shared_ptr<TavrelGPUImageContext>(std::make_shared<TavrelGPUImageContext>());
+    (*created)->contextQueue()->async([] { Tracer::nameThread("video-processing queue"); });
     DispatchQueue::global()->async([] { purgeFrameBufferCache(); });
     std::atexit([] {
       const std::shared_ptr<DispatchQueue>& queue = sharedContextQueue();
@@ -223,8 +224,6 @@ void TavrelGPUImageContext::prepareContext() {
   }
   useAsCurrentContext();
   glDisable(GL_DEPTH_TEST);
-  const bool isOwnQueue = contextQueue_->isCurrent();
-  if (isOwnQueue && this == sharedImageProcessingContext().get()) Tracer::nameThread("video-processing queue");
 }
 
 const std::shared_ptr<TextureCache>& TavrelGPUImageContext::coreVideoTextureCache() {

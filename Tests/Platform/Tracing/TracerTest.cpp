@@ -2,11 +2,32 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <new>
 #include <thread>
 
 #include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Tracing/QueueWait.h"
 #include "Support/TracingTestSupport.h"
+
+namespace {
+
+thread_local std::uint64_t allocations = 0;
+
+}  // namespace
+
+// Counted for each thread, the library's included.
+void* operator new(std::size_t size) {
+  ++allocations;
+  if (void* const memory = std::malloc(size)) return memory;
+  throw std::bad_alloc();
+}
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
 
 namespace tavrel {
 namespace {
@@ -133,6 +154,27 @@ TEST_F(TracerTest, WritesThreadsWaitsDropsAndLevels) {
   EXPECT_EQ(trace_.ask("len({x['args']['frame'] for x in e if x['ph'] in 'Xb'})"), "1");
   EXPECT_EQ(trace_.ask("[x['args'] for x in e if x['ph'] == 'i']"), "[{'stage': 'stage', 'reason': 'late'}]");
   EXPECT_EQ(trace_.ask("[x['args'] for x in e if x['ph'] == 'C']"), "[{'value': 42}]");
+}
+
+TEST_F(TracerTest, AllocatesNothingForAFrame) {
+  ASSERT_TRUE(Tracer::start(trace_.path()).has_value());
+  const TraceName name = Tracer::name("frame");
+  const TraceName reason = Tracer::name("reason");
+  const auto frame = [&] {
+    const QueueWait wait(FrameTrace::arriving());
+    const FrameTrace::Scope scope = wait.end(name);
+    const TraceSpan span(name);
+    Tracer::gpu(name, 0, 1);
+    Tracer::latency(name, 0);
+    Tracer::offset(name, 1);
+    Tracer::level(name, 1);
+    Tracer::count(name);
+    Tracer::drop(name, reason);
+  };
+  frame();  // makes the thread's ring and the names' histograms
+  const std::uint64_t before = allocations;
+  for (int i = 0; i < 2000; ++i) frame();
+  EXPECT_EQ(allocations, before);
 }
 
 TEST_F(TracerTest, CountsEventsThatComeTooFastAndKeepsTheFileWhole) {
