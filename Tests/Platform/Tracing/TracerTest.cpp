@@ -2,32 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
 #include <thread>
 
+#include "AllocationCount.h"
 #include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Tracing/QueueWait.h"
 #include "Support/TracingTestSupport.h"
-
-namespace {
-
-thread_local std::uint64_t allocations = 0;
-
-}  // namespace
-
-// Counted for each thread, the library's included.
-void* operator new(std::size_t size) {
-  ++allocations;
-  if (void* const memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
 
 namespace tavrel {
 namespace {
@@ -172,9 +152,9 @@ TEST_F(TracerTest, AllocatesNothingForAFrame) {
     Tracer::drop(name, reason);
   };
   frame();  // makes the thread's ring and the names' histograms
-  const std::uint64_t before = allocations;
+  const std::uint64_t before = test::allocationsOfThisThread();
   for (int i = 0; i < 2000; ++i) frame();
-  EXPECT_EQ(allocations, before);
+  EXPECT_EQ(test::allocationsOfThisThread(), before);
 }
 
 TEST_F(TracerTest, CountsEventsThatComeTooFastAndKeepsTheFileWhole) {
