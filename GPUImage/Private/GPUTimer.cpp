@@ -1,6 +1,7 @@
 #include "GPUImage/Private/GPUTimer.h"
 
 #include "GPUImage/TavrelGPUImageContext.h"
+#include "Platform/Graphics/GLDriverLock.h"
 
 namespace tavrel {
 namespace {
@@ -51,6 +52,7 @@ void GPUTimer::begin(TraceName node) {
   Query& query = queries_[(first_ + count_) % kQueries];
   query.node = node;
   query.begin = Tracer::now();
+  const GLDriverLock lock;
   beginQuery_(GL_TIME_ELAPSED_EXT, query.identifier);
   isRunning_ = true;
 }
@@ -60,11 +62,13 @@ void GPUTimer::end() {
   isRunning_ = false;
   ++count_;
   TavrelGPUImageContext::useImageProcessingContext();
+  const GLDriverLock lock;
   endQuery_(GL_TIME_ELAPSED_EXT);
   glFlush();  // else the GPU's idle time before the next frame would count
 }
 
 bool GPUTimer::takeOldest(bool waits) {
+  const GLDriverLock lock;  // asking may flush
   const Query& query = queries_[first_];
   GLuint isReady = waits ? GL_TRUE : GL_FALSE;
   if (!waits) getQueryObject_(query.identifier, GL_QUERY_RESULT_AVAILABLE_EXT, &isReady);
@@ -87,6 +91,7 @@ bool GPUTimer::takeOldest(bool waits) {
 void GPUTimer::collect(bool waits) {
   if (count_ == 0) return;
   TavrelGPUImageContext::useImageProcessingContext();
+  if (waits) glFinish();  // here, since nobody may wait with the driver locked
   const std::size_t leftOver = waits ? 0 : kInFlight / 2;
   while (count_ > leftOver && takeOldest(waits)) {
   }
