@@ -13,6 +13,7 @@
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Tracing/Tracer.h"
 
 namespace tavrel {
 namespace {
@@ -82,6 +83,7 @@ const std::shared_ptr<TavrelGPUImageContext>& TavrelGPUImageContext::sharedImage
   // Kept until the process ends; only its queue is wound up, so that no thread touches GL while statics are destroyed.
   static const auto* shared = [] {
     auto* created = new std::shared_ptr<TavrelGPUImageContext>(std::make_shared<TavrelGPUImageContext>());
+    (*created)->contextQueue()->async([] { Tracer::nameThread("video-processing queue"); });
     DispatchQueue::global()->async([] { purgeFrameBufferCache(); });
     std::atexit([] {
       const std::shared_ptr<DispatchQueue>& queue = sharedContextQueue();

@@ -3,16 +3,25 @@
 #include <cstdlib>
 #include <utility>
 
+#include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Tracing/TraceNames.h"
 
 namespace tavrel {
+namespace {
+
+std::atomic<std::int64_t> owned = 0;
+
+}  // namespace
 
 TavrelGPUImageFramebuffer::TavrelGPUImageFramebuffer(Size size, const TavrelGPUTextureOptions& textureOptions,
                                                      bool onlyTexture)
     : size_(size), textureOptions_(textureOptions), missingFramebuffer_(onlyTexture) {
+  ++owned;
+  if (Tracer::isOn()) Tracer::count(TraceNames::shared().framebuffersCreated);
   if (onlyTexture) {
     TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
       TavrelGPUImageContext::useImageProcessingContext();
@@ -36,7 +45,12 @@ TavrelGPUImageFramebuffer::TavrelGPUImageFramebuffer(Size size, GLuint overridde
       referenceCountingDisabled_(true) {}
 
 TavrelGPUImageFramebuffer::~TavrelGPUImageFramebuffer() {
+  if (!isTextureBorrowed_) --owned;
   destroyFramebuffer();
+}
+
+std::int64_t TavrelGPUImageFramebuffer::ownedCount() {
+  return owned;
 }
 
 void TavrelGPUImageFramebuffer::generateTexture() {
@@ -126,6 +140,7 @@ void TavrelGPUImageFramebuffer::destroyFramebuffer() {
 }
 
 void TavrelGPUImageFramebuffer::activateFramebuffer() {
+  NodeSpan::noteDrawing();
   glBindFramebuffer(GL_FRAMEBUFFER, framebuffer_);
   glViewport(0, 0, static_cast<GLsizei>(size_.width), static_cast<GLsizei>(size_.height));
   if (renderTarget_) renderTarget_->noteGPUWrite();

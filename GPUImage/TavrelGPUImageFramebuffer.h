@@ -35,6 +35,9 @@ class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this
   TavrelGPUImageFramebuffer& operator=(const TavrelGPUImageFramebuffer&) = delete;
   ~TavrelGPUImageFramebuffer();
 
+  /// How many there are whose texture is their own, in use or idle. Any thread.
+  static std::int64_t ownedCount();
+
   Size size() const { return size_; }
   const TavrelGPUTextureOptions& textureOptions() const { return textureOptions_; }
   GLuint texture() const { return texture_; }

@@ -2,9 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "GPUImage/TavrelGPUImageContext.h"
+#include "Platform/Tracing/TraceNames.h"
 #include "Platform/UI/Application.h"
 
 namespace tavrel {
@@ -36,6 +38,7 @@ std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFramebufferCache::fetch
     if (!framebuffer) framebuffer = std::make_shared<TavrelGPUImageFramebuffer>(size, textureOptions, onlyTexture);
   });
   framebuffer->lock();
+  if (Tracer::isOn()) traceOccupancy();
   return framebuffer;
 }
 
@@ -63,10 +66,13 @@ void TavrelGPUImageFramebufferCache::returnFramebufferToCache(std::shared_ptr<Ta
   TavrelRunAsynchronouslyOnVideoProcessingQueue([this, framebuffer = std::move(framebuffer)] {
     const std::string lookupKey =
         hashForSize(framebuffer->size(), framebuffer->textureOptions(), framebuffer->missingFramebuffer());
-    const std::lock_guard lock(mutex_);
-    Index& count = framebufferTypeCounts[lookupKey];
-    framebufferCache[slotKey(lookupKey, count)] = framebuffer;
-    ++count;
+    {
+      const std::lock_guard lock(mutex_);
+      Index& count = framebufferTypeCounts[lookupKey];
+      framebufferCache[slotKey(lookupKey, count)] = framebuffer;
+      ++count;
+    }
+    if (Tracer::isOn()) traceOccupancy();
   });
 }
 
@@ -79,9 +85,20 @@ void TavrelGPUImageFramebufferCache::purgeAllUnassignedFramebuffers() {
       framebufferTypeCounts.clear();
     }
     idle.clear();
+    if (Tracer::isOn()) traceOccupancy();
     const auto& shared = TavrelGPUImageContext::sharedImageProcessingContext();
     if (shared->hasContext()) shared->coreVideoTextureCache()->flush();
   });
+}
+
+void TavrelGPUImageFramebufferCache::traceOccupancy() {
+  const std::int64_t idle = [this] {
+    const std::lock_guard lock(mutex_);
+    return static_cast<std::int64_t>(framebufferCache.size());
+  }();
+  const TraceNames& names = TraceNames::shared();
+  Tracer::level(names.framebuffersHeld, std::max<std::int64_t>(0, TavrelGPUImageFramebuffer::ownedCount() - idle));
+  Tracer::level(names.framebuffersCached, idle);
 }
 
 void TavrelGPUImageFramebufferCache::addFramebufferToActiveImageCaptureList(

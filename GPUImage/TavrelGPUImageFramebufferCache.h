@@ -35,6 +35,9 @@ class TAVREL_API TavrelGPUImageFramebufferCache {
   void addFramebufferToActiveImageCaptureList(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer);
   void removeFramebufferFromActiveImageCaptureList(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer);
 
+  /// Records how many framebuffers are held and idle, while tracing is on. Any thread.
+  void traceOccupancy();
+
   /// The key under which framebuffers are shared, such as "1280.0x720.0-9729:9729:33071:33071:6408:32993:5121", with
   /// "-NOFB" behind it for texture-only ones.
   std::string hashForSize(Size size, const TavrelGPUTextureOptions& textureOptions, bool onlyTexture) const;

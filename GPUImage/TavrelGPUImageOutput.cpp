@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/TavrelGPUImageAudioTarget.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/UI/Application.h"
@@ -90,6 +91,11 @@ void TavrelGPUImageOutput::notifyTargetsAboutNewOutputTexture() {
   for (std::size_t i = 0; i < targets_.size(); ++i) {
     setInputFramebufferForTarget(targets_[i], targetTextureIndices_[i]);
   }
+}
+
+void TavrelGPUImageOutput::sendFrame(TavrelGPUImageInput& target, MediaTime frameTime, Index atIndex) {
+  const NodeSpan span(target);
+  target.newFrameReadyAtTime(frameTime, atIndex);
 }
 
 std::shared_ptr<Image> TavrelGPUImageOutput::imageFromCurrentFramebuffer() {

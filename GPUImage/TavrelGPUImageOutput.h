@@ -49,6 +49,9 @@ class TAVREL_API TavrelGPUImageOutput : public std::enable_shared_from_this<Tavr
   void setInputFramebufferForTarget(const std::shared_ptr<TavrelGPUImageInput>& target, Index inputTextureIndex);
   /// Hands the output to every target.
   void notifyTargetsAboutNewOutputTexture();
+  /// Tells a consumer that its frame is ready, and measures its work: see `TavrelTracing`. Whoever feeds a node by hand
+  /// does it this way, too. On the video-processing queue.
+  static void sendFrame(TavrelGPUImageInput& target, MediaTime frameTime, Index atIndex);
 
   virtual void forceProcessingAtSize(Size) {}
   virtual void forceProcessingAtSizeRespectingAspectRatio(Size) {}

@@ -55,7 +55,7 @@ class PassthroughChains {
     BareContext::useGraph();
     filters_.front()->setInputFramebuffer(framebuffer_, 0);
     filters_.front()->setInputSize(size_, 0);
-    filters_.front()->newFrameReadyAtTime(MediaTime::indefinite(), 0);
+    TavrelGPUImageOutput::sendFrame(*filters_.front(), MediaTime::indefinite(), 0);
     glFinish();
   }
 
@@ -111,6 +111,46 @@ BENCHMARK(passthroughChain)
     ->Iterations(1)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
+
+/// What measuring costs: the same chain with `TavrelTracing` off (the limit) and on.
+void tracedChain(benchmark::State& state) {
+  constexpr int kFrames = 1000;
+  const bool hasFile = state.range(0) != 0;
+  const auto drawFrames = [](PassthroughChains& chains) {
+    TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+      for (int i = 0; i < kFrames; ++i) chains.drawGraph();
+    });
+  };
+  for (auto iteration : state) {
+    std::unique_ptr<PassthroughChains> chains;
+    TavrelRunSynchronouslyOnVideoProcessingQueue([&] { chains = std::make_unique<PassthroughChains>(16, 16); });
+    const Comparison comparison = compare(
+        15, 1, [&] { drawFrames(*chains); },
+        [&] {
+          require(TavrelTracing::start(hasFile ? "/dev/null" : "").has_value(), "the start of tracing");
+          drawFrames(*chains);
+          require(TavrelTracing::stop().has_value(), "the end of tracing");
+        });
+    report(state, comparison);
+    state.counters["us_per_node"] = (comparison.own - comparison.limit) * 1000 / kFrames / kFilters;
+    require(TavrelTracing::statistics().nodes.at(0).queueTime.count == std::uint64_t{kFrames} * kFilters, "counting");
+    TavrelRunSynchronouslyOnVideoProcessingQueue([&] { chains.reset(); });
+  }
+}
+BENCHMARK(tracedChain)->Arg(0)->Arg(1)->ArgName("file")->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+/// A piece of work that is marked, and nothing else: off, and on with the trace.
+void emptySpan(benchmark::State& state) {
+  const bool isOn = state.range(0) != 0;
+  if (isOn) require(TavrelTracing::start("/dev/null").has_value(), "the start of tracing");
+  const TraceName name = Tracer::name("empty");
+  for (auto iteration : state) {
+    const TraceSpan span(name);
+    benchmark::ClobberMemory();
+  }
+  require(TavrelTracing::stop().has_value(), "the end of tracing");
+}
+BENCHMARK(emptySpan)->Arg(0)->Arg(1)->ArgName("on");
 
 }  // namespace
 }  // namespace tavrel::benchmarks

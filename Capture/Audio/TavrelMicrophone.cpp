@@ -6,6 +6,8 @@
 #include "Platform/Capture/CaptureClock.h"
 #include "Platform/Capture/CaptureDevice.h"
 #include "Platform/Media/AudioSession.h"
+#include "Platform/Tracing/TraceNames.h"
+#include "Platform/Tracing/TraceSpan.h"
 #include "TavrelBase/Log/TavrelLogger.h"
 #include "TavrelBase/Utils/TavrelUtils.h"
 
@@ -123,6 +125,8 @@ void TavrelMicrophone::mediaServicesWereReset() {
 
 void TavrelMicrophone::didOutputSampleBuffer(CaptureAudioDataOutput&, const std::shared_ptr<SampleBuffer>& sampleBuffer,
                                              const std::shared_ptr<CaptureConnection>&) {
+  const TraceSpan span(TraceNames::shared().microphone);
+  if (Tracer::isOn()) Tracer::count(TraceNames::shared().soundsIn);
   // The clock that the camera's frame times come from.
   const SampleTiming timing = {sampleBuffer->timingEntries().front().duration, CaptureClock::current()->now(),
                                MediaTime::invalid()};

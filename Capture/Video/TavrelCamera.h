@@ -22,6 +22,7 @@
 #include "Platform/Capture/CaptureDevice.h"
 #include "Platform/Capture/CaptureStillImageOutput.h"
 #include "Platform/Foundation/NotificationCenter.h"
+#include "Platform/Tracing/Tracer.h"
 #include "Platform/UI/TapGestureRecognizer.h"
 
 namespace tavrel {
@@ -221,6 +222,8 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
   void previewTaped(const TapGestureRecognizer& recognizer);
 
   // Frames and chain.
+  static void drop(std::atomic<std::uint64_t>& counter, TraceName reason);
+  static void traceDelivery();
   bool hasOrientationOfOldCamera(std::size_t width, std::size_t height) const;
   std::shared_ptr<PixelBuffer> applyPerFrameEffects(std::shared_ptr<PixelBuffer> pixelBuffer,
                                                     const SampleTiming& timing, MediaTime frameTime);

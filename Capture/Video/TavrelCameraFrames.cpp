@@ -8,6 +8,9 @@
 #include "Platform/Graphics/PixelBufferSnapshot.h"
 #include "Platform/Imaging/BitmapContext.h"
 #include "Platform/Imaging/ImageSource.h"
+#include "Platform/Tracing/FrameTrace.h"
+#include "Platform/Tracing/TraceNames.h"
+#include "Platform/Tracing/TraceSpan.h"
 #include "TavrelBase/Log/TavrelLogger.h"
 #include "TavrelBase/Utils/TavrelUtils.h"
 
@@ -49,20 +52,18 @@ Size sizeOf(const PixelBuffer& pixelBuffer) {
 void TavrelCamera::didOutputSampleBuffer(TavrelSampleBufferDelegateProxy&,
                                          const std::shared_ptr<SampleBuffer>& sampleBuffer,
                                          const std::shared_ptr<CaptureConnection>& connection) {
+  const FrameTrace::Scope frame(FrameTrace::currentOrArriving());
+  const TraceSpan span(TraceNames::shared().camera);
+  if (Tracer::isOn()) Tracer::count(TraceNames::shared().framesIn);
   // Held while the camera is switched or the chain rebuilt.
   const std::unique_lock lock(cameraOutputLock, std::try_to_lock);
   std::shared_ptr<PixelBuffer> pixelBuffer = sampleBuffer->imageBuffer();
   if (!lock || shouldBlur || connection != videoConnection(*dataOutput) || !pixelBuffer) {
-    ++whileSwitching_;
-    return;
+    return drop(whileSwitching_, TraceNames::shared().whileSwitching);
   }
-  if (!running_ || isInBackground) {
-    ++whileNotRunning_;
-    return;
-  }
+  if (!running_ || isInBackground) return drop(whileNotRunning_, TraceNames::shared().whileNotRunning);
   if (hasOrientationOfOldCamera(pixelBuffer->width(), pixelBuffer->height())) {
-    ++whileSwitching_;
-    return;
+    return drop(whileSwitching_, TraceNames::shared().whileSwitching);
   }
   originalSize = sizeOf(*pixelBuffer);
   refreshCropRegion();
@@ -72,7 +73,15 @@ void TavrelCamera::didOutputSampleBuffer(TavrelSampleBufferDelegateProxy&,
   const MediaTime frameTime = CaptureClock::current()->now();
   lastBuffer = applyPerFrameEffects(std::move(pixelBuffer), timing, frameTime);
   for (const auto& picture : picturesNeedToBeProcessed) picture->processImage();
-  ++(pixelBufferInput->processCVPixelBuffer(lastBuffer, frameTime, false) ? processed_ : busy_);
+  if (!pixelBufferInput->processCVPixelBuffer(lastBuffer, frameTime, false)) {
+    return drop(busy_, TraceNames::shared().busy);
+  }
+  ++processed_;
+}
+
+void TavrelCamera::drop(std::atomic<std::uint64_t>& counter, TraceName reason) {
+  ++counter;
+  if (Tracer::isOn()) Tracer::drop(TraceNames::shared().cameraStage, reason);
 }
 
 TavrelCameraStatistics TavrelCamera::statistics() const {
@@ -124,8 +133,18 @@ void TavrelCamera::completeFrame(TavrelGPUImageOutput& output, MediaTime frameTi
   // Only the picture of a snapshot has no time.
   if (!frameTime.isValid()) answerSnapshot(framebuffer);
   if (const auto receiver = delegate()) {
+    const TraceSpan span(TraceNames::shared().cameraDelegate);
+    if (Tracer::isOn()) traceDelivery();
     receiver->didGetProcessedFramebuffer(*this, framebuffer,
                                          {read(sampleTimeDuration), frameTime, MediaTime::invalid()});
+  }
+}
+
+void TavrelCamera::traceDelivery() {
+  const TraceNames& names = TraceNames::shared();
+  Tracer::count(names.framesDelivered);
+  if (const FrameTrace frame = FrameTrace::current(); frame.number > 0) {
+    Tracer::latency(names.toDelegate, frame.arrival);
   }
 }
 

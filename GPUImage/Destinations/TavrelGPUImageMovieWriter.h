@@ -23,6 +23,7 @@
 #include "Platform/Media/AssetWriterInput.h"
 #include "Platform/Media/AssetWriterInputPixelBufferAdaptor.h"
 #include "Platform/Media/SampleBuffer.h"
+#include "Platform/Tracing/Tracer.h"
 
 namespace tavrel {
 
@@ -187,7 +188,10 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   void callAudioProcessingCallback(SampleBuffer& audioBuffer) const;
   void appendAudioBuffer(const std::shared_ptr<SampleBuffer>& audioBuffer, MediaTime time);
   void releaseAudioBuffer(SampleBuffer& audioBuffer) const;
-  void dropVideoFrame(const char* stage, MediaTime frameTime);
+  void dropVideoFrame(const char* stage, TraceName reason, MediaTime frameTime);
+  void dropAudioBuffer(TraceName reason);
+  void traceAppendedFrame(MediaTime frameTime) const;
+  void traceAppendedSound(MediaTime end);
 
   bool createDataFBO();
   bool attachRenderTarget();
@@ -237,6 +241,8 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   std::atomic<std::uint64_t> droppedVideoFrames_ = 0;
   std::atomic<std::uint64_t> droppedAudioBuffers_ = 0;
   DispatchSemaphore framesInFlight_;
+  static constexpr std::int64_t kNoSound = INT64_MIN;
+  std::atomic<std::int64_t> soundEnd_ = kNoSound;  // of what was appended, in nanoseconds; while tracing
 
   std::shared_ptr<DispatchQueue> videoQueue_;
   std::shared_ptr<DispatchQueue> audioQueue_;

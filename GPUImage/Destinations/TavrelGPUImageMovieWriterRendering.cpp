@@ -7,6 +7,7 @@
 #include "GPUImage/Private/LinkedProgram.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Graphics/PixelBufferPool.h"
+#include "Platform/Tracing/Tracer.h"
 
 namespace tavrel {
 
@@ -15,6 +16,7 @@ Expected<void> TavrelGPUImageMovieWriter::initializeRendering() {
   movieWriterContext_->useSharegroup(TavrelGPUImageContext::sharedImageProcessingContext()->context()->sharegroup());
   if (auto prepared = movieWriterContext_->prepareContext(); !prepared) return prepared;
 
+  movieWriterContext_->contextQueue()->async([] { Tracer::nameThread("writer queue"); });
   TavrelRunSynchronouslyOnContextQueue(*movieWriterContext_, [this] {
     movieWriterContext_->useAsCurrentContext();
     // A pixel buffer is drawn into directly; what is read back as RGBA is drawn with red and blue exchanged.

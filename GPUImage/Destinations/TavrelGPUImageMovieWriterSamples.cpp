@@ -1,17 +1,24 @@
 // What happens to each frame and each sound buffer on its way into the file.
 #include <chrono>
+#include <cmath>
 #include <utility>
 #include <vector>
 
 #include "GPUImage/Destinations/TavrelGPUImageMovieWriter.h"
+#include "GPUImage/Private/NodeSpan.h"
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Media/AudioBufferList.h"
+#include "Platform/Tracing/QueueWait.h"
 
 namespace tavrel {
 namespace {
 
 constexpr std::chrono::milliseconds kVideoWaitSlice(100);
 constexpr std::chrono::milliseconds kAudioWaitSlice(500);
+
+std::int64_t nanosecondsOf(MediaTime time) {
+  return std::llround(time.seconds() * 1e9);
+}
 
 }  // namespace
 
@@ -33,9 +40,30 @@ void TavrelGPUImageMovieWriter::setInputFramebuffer(std::shared_ptr<TavrelGPUIma
   firstInputFramebuffer_ = std::move(newInputFramebuffer);
 }
 
-void TavrelGPUImageMovieWriter::dropVideoFrame(const char* stage, MediaTime frameTime) {
+void TavrelGPUImageMovieWriter::dropVideoFrame(const char* stage, TraceName reason, MediaTime frameTime) {
   ++droppedVideoFrames_;
+  if (Tracer::isOn()) Tracer::drop(TraceNames::shared().writerStage, reason);
   ConsoleLog::write("{}: Had to drop a video frame: {}", stage, frameTime.description());
+}
+
+void TavrelGPUImageMovieWriter::dropAudioBuffer(TraceName reason) {
+  ++droppedAudioBuffers_;
+  if (Tracer::isOn()) Tracer::drop(TraceNames::shared().writerSoundStage, reason);
+}
+
+void TavrelGPUImageMovieWriter::traceAppendedFrame(MediaTime frameTime) const {
+  if (!Tracer::isOn()) return;
+  const TraceNames& names = TraceNames::shared();
+  Tracer::count(names.framesOut);
+  if (const FrameTrace frame = FrameTrace::current(); frame.number > 0) Tracer::latency(names.toFile, frame.arrival);
+  const std::int64_t sound = soundEnd_;
+  if (sound != kNoSound) Tracer::offset(names.soundAhead, sound - nanosecondsOf(frameTime));
+}
+
+void TavrelGPUImageMovieWriter::traceAppendedSound(MediaTime end) {
+  if (!Tracer::isOn()) return;
+  Tracer::count(TraceNames::shared().soundsOut);
+  if (end.isNumeric()) soundEnd_ = nanosecondsOf(end);
 }
 
 bool TavrelGPUImageMovieWriter::claimFrameInFlight(MediaTime frameTime) {
@@ -44,11 +72,12 @@ bool TavrelGPUImageMovieWriter::claimFrameInFlight(MediaTime frameTime) {
     return true;
   }
   if (framesInFlight_.tryWait()) return true;
-  dropVideoFrame("1", frameTime);
+  dropVideoFrame("1", TraceNames::shared().queueFull, frameTime);
   return false;
 }
 
 void TavrelGPUImageMovieWriter::newFrameReadyAtTime(MediaTime frameTime, Index) {
+  const NodeSpan span(*this);
   const std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer = firstInputFramebuffer_;
   if (!framebuffer) return;
   const auto discard = [&framebuffer] { framebuffer->unlock(); };
@@ -68,17 +97,20 @@ void TavrelGPUImageMovieWriter::newFrameReadyAtTime(MediaTime frameTime, Index) 
   glFinish();
 
   if (!claimFrameInFlight(frameTime)) return discard();
-  movieWriterContext_->contextQueue()->async([self = shared_from_this(), framebuffer, frameTime] {
-    self->encodeFrame(framebuffer, frameTime);
-    self->framesInFlight_.signal();
-  });
+  movieWriterContext_->contextQueue()->async(
+      [self = shared_from_this(), framebuffer, frameTime, wait = QueueWait(FrameTrace::currentOrArriving())] {
+        const FrameTrace::Scope frame = wait.end(TraceNames::shared().writerQueue);
+        const TraceSpan writing(TraceNames::shared().writing);
+        self->encodeFrame(framebuffer, frameTime);
+        self->framesInFlight_.signal();
+      });
 }
 
 void TavrelGPUImageMovieWriter::encodeFrame(const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer,
                                             MediaTime frameTime) {
   if (!assetWriterVideoInput_->isReadyForMoreMediaData() && encodingLiveVideo_) {
     framebuffer->unlock();
-    dropVideoFrame("1", frameTime);
+    dropVideoFrame("1", TraceNames::shared().encoderBusy, frameTime);
     return;
   }
   if (!renderAtInternalSizeUsingFramebuffer(*framebuffer)) {
@@ -103,9 +135,12 @@ bool TavrelGPUImageMovieWriter::waitUntilReady(const std::shared_ptr<AssetWriter
 void TavrelGPUImageMovieWriter::appendPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer,
                                                   MediaTime frameTime) {
   if (!waitUntilReady(assetWriterVideoInput_, kVideoWaitSlice, videoEncodingIsFinished_)) {
-    dropVideoFrame("2", frameTime);
+    dropVideoFrame("2", TraceNames::shared().encoderBusy, frameTime);
   } else if (isWriting()) {
-    if (!assetWriterPixelBufferInput_->append(pixelBuffer, frameTime)) {
+    if (assetWriterPixelBufferInput_->append(pixelBuffer, frameTime)) {
+      traceAppendedFrame(frameTime);
+    } else {
+      if (Tracer::isOn()) Tracer::drop(TraceNames::shared().writerStage, TraceNames::shared().refused);
       ConsoleLog::write("Problem appending pixel buffer at time: {}", frameTime.description());
     }
   } else {
@@ -122,7 +157,7 @@ void TavrelGPUImageMovieWriter::processAudioBuffer(const std::shared_ptr<SampleB
   startSession(time, static_cast<bool>(audioInputReady_));
 
   if (!assetWriterAudioInput_->isReadyForMoreMediaData() && encodingLiveVideo_) {
-    ++droppedAudioBuffers_;
+    dropAudioBuffer(TraceNames::shared().encoderBusy);
     ConsoleLog::write("1: Had to drop an audio frame: {}", time.description());
     releaseAudioBuffer(*sample);
     return;
@@ -164,10 +199,12 @@ void TavrelGPUImageMovieWriter::callAudioProcessingCallback(SampleBuffer& audioB
 
 void TavrelGPUImageMovieWriter::appendAudioBuffer(const std::shared_ptr<SampleBuffer>& audioBuffer, MediaTime time) {
   if (!waitUntilReady(assetWriterAudioInput_, kAudioWaitSlice, audioEncodingIsFinished_)) {
-    ++droppedAudioBuffers_;
+    dropAudioBuffer(TraceNames::shared().encoderBusy);
     ConsoleLog::write("2: Had to drop an audio frame {}", time.description());
   } else if (isWriting() && !assetWriterAudioInput_->append(audioBuffer)) {
     ConsoleLog::write("Problem appending audio buffer at time: {}", time.description());
+  } else if (isWriting()) {
+    traceAppendedSound(time + audioBuffer->duration());
   }
   releaseAudioBuffer(*audioBuffer);
 }

@@ -4,8 +4,10 @@
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
 #include "GPUImage/Private/LinkedProgram.h"
+#include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Tracing/TraceNames.h"
 #include "Platform/UI/Screen.h"
 
 namespace tavrel {
@@ -224,8 +226,10 @@ void TavrelGPUImageView::newFrameReadyAtTime(MediaTime, Index) {
     setDisplayFramebuffer();
     // Without a display framebuffer there is nothing to draw into until the next layout.
     if (displayFramebuffer) {
+      NodeSpan::noteDrawing();
       drawInput();
       presentFramebuffer();
+      if (Tracer::isOn()) Tracer::count(TraceNames::shared().framesShown);
     }
     inputFramebufferForDisplay = {};
   });

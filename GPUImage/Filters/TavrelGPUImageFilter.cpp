@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "GPUImage/Private/LinkedProgram.h"
+#include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/Private/Resource.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
@@ -132,6 +133,7 @@ GLint TavrelGPUImageFilter::uniformIndex(std::string_view name) const {
 
 void TavrelGPUImageFilter::informTargetsAboutNewFrameAtTime(MediaTime frameTime) {
   if (preventRendering_) return;
+  NodeSpan::notePassedOn();
   if (frameProcessingCompletionBlock()) frameProcessingCompletionBlock()(*this, frameTime);
   forEachUpdatedTarget([this](const auto& target, Index slot) {
     setInputFramebufferForTarget(target, slot);
@@ -139,7 +141,7 @@ void TavrelGPUImageFilter::informTargetsAboutNewFrameAtTime(MediaTime frameTime)
   });
   if (framebufferForOutput()) framebufferForOutput()->unlock();
   if (!usingNextFrameForImageCapture) removeOutputFramebuffer();
-  forEachUpdatedTarget([frameTime](const auto& target, Index slot) { target->newFrameReadyAtTime(frameTime, slot); });
+  forEachUpdatedTarget([frameTime](const auto& target, Index slot) { sendFrame(*target, frameTime, slot); });
 }
 
 void TavrelGPUImageFilter::newFrameReadyAtTime(MediaTime frameTime, Index) {

@@ -4,8 +4,10 @@
 
 #include <utility>
 
+#include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Tracing/QueueWait.h"
 
 namespace tavrel {
 
@@ -33,16 +35,21 @@ bool TavrelGPUImageCVPixelBufferInput::processCVPixelBuffer(const std::shared_pt
                    fmt::ptr(this));
   }
   pixelBuffer->lockBaseAddress(PixelBufferLock::readOnly);
-  TavrelRunAsynchronouslyOnVideoProcessingQueue([this, self = shared_from_this(), pixelBuffer, frameTime] {
-    deliver(pixelBuffer, frameTime);
-    pixelBuffer->unlockBaseAddress(PixelBufferLock::readOnly);
-    frameRenderingSemaphore->signal();
-  });
+  // A camera counts its frames itself, those that it drops as well.
+  if (Tracer::isOn() && FrameTrace::current().number == 0) Tracer::count(TraceNames::shared().framesIn);
+  TavrelRunAsynchronouslyOnVideoProcessingQueue(
+      [this, self = shared_from_this(), pixelBuffer, frameTime, wait = QueueWait(FrameTrace::currentOrArriving())] {
+        const FrameTrace::Scope frame = wait.end(TraceNames::shared().videoProcessingQueue);
+        deliver(pixelBuffer, frameTime);
+        pixelBuffer->unlockBaseAddress(PixelBufferLock::readOnly);
+        frameRenderingSemaphore->signal();
+      });
   return true;
 }
 
 void TavrelGPUImageCVPixelBufferInput::deliver(const std::shared_ptr<PixelBuffer>& pixelBuffer, MediaTime frameTime) {
   TavrelGPUImageContext::useImageProcessingContext();
+  const NodeSpan span(*this);
   const auto width = static_cast<GLsizei>(pixelBuffer->width());
   const auto height = static_cast<GLsizei>(pixelBuffer->height());
   TextureCache& textureCache = *TavrelGPUImageContext::sharedImageProcessingContext()->coreVideoTextureCache();
@@ -77,7 +84,7 @@ void TavrelGPUImageCVPixelBufferInput::deliver(const std::shared_ptr<PixelBuffer
     }
     target->setInputSize(size, slot);
     target->setInputFramebuffer(outputFramebuffer, slot);
-    target->newFrameReadyAtTime(frameTime, slot);
+    sendFrame(*target, frameTime, slot);
   }
 }
 

@@ -7,6 +7,7 @@
 
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Media/AssetReaderTrackOutput.h"
+#include "Platform/Tracing/QueueWait.h"
 
 namespace tavrel {
 namespace {
@@ -158,11 +159,16 @@ bool TavrelGPUImageMovie::readNextVideoFrameFromOutput(AssetReaderOutput& reader
     videoEncodingIsFinished_ = true;
   }
   if (readerStatus() == AssetReader::Status::reading && !videoEncodingIsFinished_) {
-    const auto sample =
-        isReversed_ ? copyReversedSampleBuffer(readerVideoTrackOutput) : readerVideoTrackOutput.copyNextSampleBuffer();
+    const auto sample = [&] {
+      const TraceSpan span(TraceNames::shared().reading);
+      return isReversed_ ? copyReversedSampleBuffer(readerVideoTrackOutput)
+                         : readerVideoTrackOutput.copyNextSampleBuffer();
+    }();
     if (sample) {
       if (playAtActualSpeed_) waitForActualTime(*sample);
+      const QueueWait wait(FrameTrace::arriving());
       TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+        const FrameTrace::Scope frame = wait.end(TraceNames::shared().videoProcessingQueue);
         processMovieFrame(*sample);
         sample->invalidate();
       });

@@ -5,12 +5,15 @@
 #include <chrono>
 #include <utility>
 
+#include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/Sources/TavrelGPUImageMovie.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Graphics/TextureCache.h"
+#include "Platform/Tracing/FrameTrace.h"
+#include "Platform/Tracing/TraceNames.h"
 
 namespace tavrel {
 namespace {
@@ -35,6 +38,9 @@ void TavrelGPUImageMovie::processMovieFrame(const SampleBuffer& movieSampleBuffe
 }
 
 void TavrelGPUImageMovie::processMovieFrame(const std::shared_ptr<PixelBuffer>& movieFrame, MediaTime withSampleTime) {
+  const FrameTrace::Scope trace(FrameTrace::currentOrArriving());
+  if (Tracer::isOn()) Tracer::count(TraceNames::shared().framesIn);
+  const NodeSpan span(*this);
   std::shared_ptr<PixelBuffer> frame = movieFrame;
   if (const auto listener = delegate()) frame = listener->didOutputPixelBuffer(movieFrame, withSampleTime);
   if (!frame) return;
@@ -103,7 +109,7 @@ void TavrelGPUImageMovie::deliver(Size size, MediaTime time) {
   // A target may edit the list.
   const auto current = targets_;
   const auto slots = targetTextureIndices_;
-  for (std::size_t i = 0; i < current.size(); ++i) current[i]->newFrameReadyAtTime(time, slots[i]);
+  for (std::size_t i = 0; i < current.size(); ++i) sendFrame(*current[i], time, slots[i]);
 }
 
 void TavrelGPUImageMovie::processPlayerItem() {

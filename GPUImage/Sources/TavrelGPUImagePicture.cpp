@@ -3,6 +3,7 @@
 #include <cmath>
 #include <utility>
 
+#include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/Private/PictureLayout.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
@@ -114,13 +115,14 @@ bool TavrelGPUImagePicture::processImageWithCompletionHandler(std::function<void
   if (!imageUpdateSemaphore->tryWait()) return false;
   TavrelRunAsynchronouslyOnVideoProcessingQueue(
       [this, self = shared_from_this(), semaphore = imageUpdateSemaphore, completion = std::move(completion)] {
+        const NodeSpan span(*this);
         for (std::size_t i = 0; i < targets_.size(); ++i) {
           const std::shared_ptr<TavrelGPUImageInput> target = targets_[i];
           const Index slot = targetTextureIndices_[i];
           target->setCurrentlyReceivingMonochromeInput(false);
           target->setInputSize(pixelSizeOfImage_, slot);
           target->setInputFramebuffer(outputFramebuffer, slot);
-          target->newFrameReadyAtTime(MediaTime::indefinite(), slot);
+          sendFrame(*target, MediaTime::indefinite(), slot);
         }
         semaphore->signal();
         if (completion) completion();
@@ -139,7 +141,7 @@ void TavrelGPUImagePicture::addTarget(const std::shared_ptr<TavrelGPUImageInput>
   TavrelGPUImageOutput::addTarget(newTarget, atTextureLocation);
   if (!hasProcessedImage_) return;
   newTarget->setInputSize(pixelSizeOfImage_, atTextureLocation);
-  newTarget->newFrameReadyAtTime(MediaTime::indefinite(), atTextureLocation);
+  sendFrame(*newTarget, MediaTime::indefinite(), atTextureLocation);
 }
 
 void TavrelGPUImagePicture::removeAllTargets() {

@@ -7,12 +7,25 @@
 #include "Platform/Capture/Private/CaptureHandover.h"
 #include "Platform/Capture/Private/CaptureSource.h"
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Tracing/QueueWait.h"
 
 namespace tavrel {
 namespace {
 
 constexpr unsigned kUnderWayWhenDiscarding = 2;
 constexpr unsigned kUnderWayAtMost = 8;
+
+TraceName nameOf(CaptureDroppedFrameReason reason) {
+  const TraceNames& names = TraceNames::shared();
+  switch (reason) {
+    case CaptureDroppedFrameReason::outOfBuffers:
+      return names.outOfBuffers;
+    case CaptureDroppedFrameReason::discontinuity:
+      return names.discontinuity;
+    default:
+      return names.late;
+  }
+}
 
 }  // namespace
 
@@ -99,7 +112,9 @@ void CaptureVideoDataOutput::deliver(const std::shared_ptr<SampleBuffer>& sample
   auto turned = source.turned(sample, *connection);
   if (!turned) return reportDrop(sample->timingEntries().front(), CaptureDroppedFrameReason::outOfBuffers);
   output.handover->send(std::move(ticket),
-                        [self = shared_from_this(), turned = std::move(turned), connection = std::move(connection)] {
+                        [self = shared_from_this(), turned = std::move(turned), connection = std::move(connection),
+                         wait = QueueWait(FrameTrace::arriving())] {
+                          const FrameTrace::Scope frame = wait.end(TraceNames::shared().captureQueue);
                           ++self->implementation_->delivered;
                           if (const auto delegate = self->sampleBufferDelegate())
                             delegate->didOutputSampleBuffer(*self, turned, connection);
@@ -112,6 +127,11 @@ void CaptureVideoDataOutput::deliverDrop(const SampleTiming& timing) {
 
 void CaptureVideoDataOutput::reportDrop(const SampleTiming& timing, CaptureDroppedFrameReason reason) {
   ++implementation_->dropped;
+  if (Tracer::isOn()) {
+    const TraceNames& names = TraceNames::shared();
+    Tracer::count(names.framesIn);
+    Tracer::drop(names.cameraStage, nameOf(reason));
+  }
   auto connection = connectionWithMediaType(MediaType::video);
   implementation_->handover->sendAnyway(
       [self = shared_from_this(), timing, reason, connection = std::move(connection)] {

@@ -12,6 +12,7 @@
 #include "Platform/Dispatch/Private/CurrentQueue.h"
 #include "Platform/Dispatch/Private/DispatchRuntime.h"
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Tracing/Tracer.h"
 
 namespace tavrel {
 namespace {
@@ -21,6 +22,7 @@ void nameThisThread(const std::string& label) {
   constexpr std::size_t kLongest = 15;
   const std::size_t start = label.size() > kLongest ? label.size() - kLongest : 0;
   pthread_setname_np(pthread_self(), label.c_str() + start);
+  Tracer::nameThread(label);
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "Platform/Graphics/GLContext.h"
 
+#include <EGL/egl.h>
+
 #include <atomic>
 #include <utility>
 
@@ -92,6 +94,10 @@ void GLContext::clearCurrent() {
   NativeContext::clearCurrent();
   std::shared_ptr<State> last = std::move(current->keptByThread);
   last->isCurrentSomewhere = false;
+}
+
+void (*GLContext::functionNamed(const char* name))() {
+  return eglGetProcAddress(name);
 }
 
 GLContext* GLContext::current() {

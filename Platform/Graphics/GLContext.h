@@ -44,6 +44,8 @@ class TAVREL_API GLContext {
   static void clearCurrent();
   /// The calling thread's context, or nullptr. A thread-local read without an EGL call.
   static GLContext* current();
+  /// The entry point of an extension's function, for a driver that lists the extension; nullptr for an unknown name.
+  static void (*functionNamed(const char* name))();
 
   /// Gives the renderbuffer bound to GL_RENDERBUFFER the storage of `drawable`, in its pixel size of this moment;
   /// nullptr, or a size without pixels, ends that. Do so before the renderbuffer is deleted. False when GL has no

@@ -25,7 +25,7 @@ void deliver(TavrelGPUImageInput& input, const std::shared_ptr<TavrelGPUImageFra
              MediaTime time) {
   input.setInputFramebuffer(framebuffer, 0);
   input.setInputSize(framebuffer->size(), 0);
-  input.newFrameReadyAtTime(time, 0);
+  TavrelGPUImageOutput::sendFrame(input, time, 0);
 }
 
 /// Waits for `isAnswered` while the main thread's work goes on.

@@ -17,7 +17,9 @@ std::shared_ptr<Image> markedPremultiplied(const std::shared_ptr<Image>& image) 
 }  // namespace
 
 FilterCommand::FilterCommand(CLI::App& app)
-    : command_(app.add_subcommand("filter", "Send a picture through effects")), effects_(*command_) {
+    : command_(app.add_subcommand("filter", "Send a picture through effects")),
+      effects_(*command_),
+      diagnostics_(*command_) {
   command_->add_option("INPUT", input_, "A PNG, JPEG or GIF picture")->required();
   command_->add_option("OUTPUT", output_, "The picture to write: .png or .jpg")->required();
   command_->add_option("--quality", quality_, "Of a JPEG, 0 to 1")->check(CLI::Range(0.0, 1.0))->capture_default_str();
@@ -26,7 +28,12 @@ FilterCommand::FilterCommand(CLI::App& app)
 
 int FilterCommand::run() {
   const EffectChain effects = effects_.makeChain();
+  if (const auto started = diagnostics_.start(); !started) return fail("{}", started.error().description);
+  const int status = filter(effects);
+  return diagnostics_.finish(status, json_);
+}
 
+int FilterCommand::filter(const EffectChain& effects) {
   const auto image = ImageSource::createWithFile(input_).and_then(
       [](const std::shared_ptr<ImageSource>& source) { return source->imageAtIndex(0); });
   if (!image) return fail("{}", image.error().description);
@@ -50,8 +57,8 @@ int FilterCommand::run() {
   const auto written = ImageDestination::write(markedPremultiplied(filtered), output_, quality_);
   if (!written) return fail("{}", written.error().description);
   if (json_) {
-    fmt::print("{{\"output\": {}, \"width\": {}, \"height\": {}}}\n", jsonString(output_.string()), filtered->width(),
-               filtered->height());
+    fmt::print("{{\"output\": {}, \"width\": {}, \"height\": {}{}}}\n", jsonString(output_.string()), filtered->width(),
+               filtered->height(), diagnostics_.json());
   } else {
     fmt::print("{} {}x{}\n", output_.string(), filtered->width(), filtered->height());
   }

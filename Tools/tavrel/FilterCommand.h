@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <filesystem>
 
+#include "Diagnostics.h"
 #include "EffectOptions.h"
 
 namespace tavrel::tool {
@@ -16,8 +17,11 @@ class FilterCommand {
   int run();
 
  private:
+  int filter(const EffectChain& effects);
+
   CLI::App* command_;
   EffectOptions effects_;
+  Diagnostics diagnostics_;
   std::filesystem::path input_;
   std::filesystem::path output_;
   double quality_ = 0.92;

@@ -26,7 +26,8 @@ PreviewCommand::PreviewCommand(CLI::App& app)
           "preview",
           "Look through the camera. A click focuses; keys: s switches the camera, r begins and ends a recording, p "
           "pauses it, t turns the torch on and off, q quits")),
-      effects_(*command_) {
+      effects_(*command_),
+      diagnostics_(*command_) {
   command_->add_option("--camera", camera_, "A name that `tavrel devices` shows, front, back or file:PATH")
       ->type_name("NAME")
       ->capture_default_str();
@@ -62,12 +63,13 @@ int PreviewCommand::run() {
   view->setFillsSuperview(true);
   (*window)->rootView()->addSubview(view);
 
+  if (const auto started = diagnostics_.start(); !started) return fail("{}", started.error().description);
   if (const auto started = rig_->start(); !started) return fail("{}", started.error().description);
   RunLoop::main().run();
   rig_->stop();
   if (rig_->isWriting()) finishRecording();
   view->removeFromSuperview();
-  return kSuccess;
+  return diagnostics_.finish(kSuccess);
 }
 
 void PreviewCommand::pressed(std::string_view key) {

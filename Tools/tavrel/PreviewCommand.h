@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "CaptureRig.h"
+#include "Diagnostics.h"
 #include "EffectOptions.h"
 
 namespace tavrel::tool {
@@ -28,6 +29,7 @@ class PreviewCommand {
 
   CLI::App* command_;
   EffectOptions effects_;
+  Diagnostics diagnostics_;
   std::string camera_ = "front";
   std::string microphone_ = "default";
   std::string size_ = "640x480";

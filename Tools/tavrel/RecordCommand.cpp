@@ -9,7 +9,9 @@
 namespace tavrel::tool {
 
 RecordCommand::RecordCommand(CLI::App& app)
-    : command_(app.add_subcommand("record", "Record camera and microphone into a movie")), effects_(*command_) {
+    : command_(app.add_subcommand("record", "Record camera and microphone into a movie")),
+      effects_(*command_),
+      diagnostics_(*command_) {
   command_->add_option("OUTPUT", output_, "The movie to write: .mov, .mp4 or .mkv")->required();
   command_->add_option("--camera", camera_, "A name that `tavrel devices` shows, front, back or file:PATH")
       ->type_name("NAME")
@@ -63,7 +65,7 @@ int RecordCommand::run() {
   // Before the effects: a window shows only what is drawn on the window system's own display. What keeps it from
   // opening is said by the recording.
   if (hasPreview_) (void)Application::shared().startUserInterface();
-  return Recording(std::move(options), effects_.makeChain()).run(json_);
+  return Recording(std::move(options), effects_.makeChain()).run(json_, diagnostics_);
 }
 
 }  // namespace tavrel::tool

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "Diagnostics.h"
 #include "EffectOptions.h"
 
 namespace tavrel::tool {
@@ -22,6 +23,7 @@ class RecordCommand {
 
   CLI::App* command_;
   EffectOptions effects_;
+  Diagnostics diagnostics_;
   std::filesystem::path output_;
   std::string camera_ = "front";
   std::string microphone_ = "default";

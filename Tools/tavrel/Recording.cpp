@@ -17,7 +17,13 @@ void interrupt(int) {
 Recording::Recording(Options options, EffectChain effects)
     : options_(std::move(options)), effects_(std::move(effects)) {}
 
-int Recording::run(bool printJson) {
+int Recording::run(bool printJson, Diagnostics& diagnostics) {
+  if (const auto started = diagnostics.start(); !started) return fail("{}", started.error().description);
+  const int status = perform(printJson, diagnostics);
+  return diagnostics.finish(status, printJson);
+}
+
+int Recording::perform(bool printJson, Diagnostics& diagnostics) {
   if (const auto opened = openPreview(); !opened) return fail("{}", opened.error().description);
   auto rig = CaptureRig::create(options_.devices, effects_);
   if (!rig) return fail("{}", rig.error().description);
@@ -45,7 +51,7 @@ int Recording::run(bool printJson) {
   rig_->stop();
   rig_->finishWriting();
   if (window_) rig_->camera()->previewView()->removeFromSuperview();
-  return report(printJson);
+  return report(printJson, diagnostics);
 }
 
 Expected<void> Recording::openPreview() {
@@ -113,7 +119,7 @@ void Recording::takeSnapshot() {
       });
 }
 
-int Recording::report(bool printJson) const {
+int Recording::report(bool printJson, Diagnostics& diagnostics) const {
   const std::string name = options_.output.string();
   const auto& writer = rig_->writer();
   if (rig_->isBrokenOff()) {
@@ -132,8 +138,8 @@ int Recording::report(bool printJson) const {
   if (printJson) {
     fmt::print(
         "{{\"output\": {}, \"width\": {:.0f}, \"height\": {:.0f}, \"seconds\": {:.3f}, \"frames\": {}, "
-        "\"dropped\": {}}}\n",
-        jsonString(name), encoded.width, encoded.height, seconds, frames, rig_->framesLost());
+        "\"dropped\": {}{}}}\n",
+        jsonString(name), encoded.width, encoded.height, seconds, frames, rig_->framesLost(), diagnostics.json());
   } else {
     fmt::print("{} {:.0f}x{:.0f}, {:.1f} s, {} frames", name, encoded.width, encoded.height, seconds, frames);
     if (rig_->framesLost() > 0) fmt::print(", {} lost", rig_->framesLost());

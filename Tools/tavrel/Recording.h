@@ -7,6 +7,7 @@
 #include <string>
 
 #include "CaptureRig.h"
+#include "Diagnostics.h"
 #include "Report.h"
 #include "TavrelCaptureBase.h"
 
@@ -31,14 +32,15 @@ class Recording {
   Recording(Options options, EffectChain effects);
 
   /// Records until the duration is over, somebody interrupts or the file cannot be written any more. The exit status.
-  int run(bool printJson);
+  int run(bool printJson, Diagnostics& diagnostics);
 
  private:
   Expected<void> openPreview();
   void record(ProgressBar& progress);
   void actOnTime();
   void takeSnapshot();
-  int report(bool printJson) const;
+  int perform(bool printJson, Diagnostics& diagnostics);
+  int report(bool printJson, Diagnostics& diagnostics) const;
   bool acceptFrame(double seconds);
 
   const Options options_;

@@ -34,9 +34,6 @@ template <typename... Args>
   return kFailure;
 }
 
-/// A text as JSON writes it, quotes included.
-std::string jsonString(std::string_view text);
-
 /// A bar on standard error that follows the work; nothing when that is no terminal.
 class ProgressBar {
  public:

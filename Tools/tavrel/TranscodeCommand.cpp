@@ -7,7 +7,8 @@ namespace tavrel::tool {
 
 TranscodeCommand::TranscodeCommand(CLI::App& app)
     : command_(app.add_subcommand("transcode", "Send a movie through effects into another movie")),
-      effects_(*command_) {
+      effects_(*command_),
+      diagnostics_(*command_) {
   command_->add_option("INPUT", input_, "A movie")->required();
   command_->add_option("OUTPUT", output_, "The movie to write: .mov, .mp4 or .mkv")->required();
   command_->add_option("--size", size_, "Of the new movie's picture, in pixels; else as the effects leave it")
@@ -26,7 +27,7 @@ int TranscodeCommand::run() {
                                   .isReversed = reverse_,
                                   .isRealTime = realtime_,
                                   .hasSound = !noAudio_};
-  return Transcoding(std::move(options), effects_.makeChain()).run(json_);
+  return Transcoding(std::move(options), effects_.makeChain()).run(json_, diagnostics_);
 }
 
 }  // namespace tavrel::tool

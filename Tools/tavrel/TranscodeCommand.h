@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string>
 
+#include "Diagnostics.h"
 #include "EffectOptions.h"
 
 namespace tavrel::tool {
@@ -19,6 +20,7 @@ class TranscodeCommand {
  private:
   CLI::App* command_;
   EffectOptions effects_;
+  Diagnostics diagnostics_;
   std::filesystem::path input_;
   std::filesystem::path output_;
   std::string size_;

@@ -62,7 +62,13 @@ class Transcoding::FrameCounter : public TavrelGPUImageMovieDelegate {
 Transcoding::Transcoding(Options options, EffectChain effects)
     : options_(std::move(options)), effects_(std::move(effects)), temporary_(temporaryName(options_.output)) {}
 
-int Transcoding::run(bool printJson) {
+int Transcoding::run(bool printJson, Diagnostics& diagnostics) {
+  if (const auto started = diagnostics.start(); !started) return fail("{}", started.error().description);
+  const int status = perform(printJson, diagnostics);
+  return diagnostics.finish(status, printJson);
+}
+
+int Transcoding::perform(bool printJson, Diagnostics& diagnostics) {
   if (const auto opened = openInput(); !opened) return fail("{}", opened.error().description);
   const auto graphics = TavrelGPUImageContext::sharedImageProcessingContext()->prepareContext();
   if (!graphics) return fail("{}", graphics.error().description);
@@ -78,7 +84,7 @@ int Transcoding::run(bool printJson) {
 
   std::error_code error;
   std::filesystem::rename(temporary_, options_.output, error);
-  if (!error) return report(printJson);
+  if (!error) return report(printJson, diagnostics);
   std::error_code ignored;
   std::filesystem::remove(temporary_, ignored);
   return fail("cannot write {}: {}", options_.output.string(), error.message());
@@ -200,7 +206,7 @@ std::optional<std::string> Transcoding::finish() {
   return giveUp(fmt::format("cannot write {}: {}", options_.output.string(), reason));
 }
 
-int Transcoding::report(bool printJson) const {
+int Transcoding::report(bool printJson, Diagnostics& diagnostics) const {
   const std::string name = options_.output.string();
   const Size encoded = writer_->encodedSize();
   if (encoded != writer_->maximumOutputSize()) {
@@ -212,8 +218,8 @@ int Transcoding::report(bool printJson) const {
   if (printJson) {
     fmt::print(
         "{{\"output\": {}, \"width\": {:.0f}, \"height\": {:.0f}, \"seconds\": {:.3f}, \"frames\": {}, "
-        "\"sound\": \"{}\"}}\n",
-        jsonString(name), encoded.width, encoded.height, seconds, frames, soundTreatment_);
+        "\"sound\": \"{}\"{}}}\n",
+        jsonString(name), encoded.width, encoded.height, seconds, frames, soundTreatment_, diagnostics.json());
   } else {
     fmt::print("{} {:.0f}x{:.0f}, {:.1f} s, {} frames, sound {}\n", name, encoded.width, encoded.height, seconds,
                frames, soundTreatment_);

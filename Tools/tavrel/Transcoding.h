@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "Diagnostics.h"
 #include "EffectChain.h"
 #include "Report.h"
 #include "TavrelCaptureBase.h"
@@ -29,7 +30,7 @@ class Transcoding {
   Transcoding(Options options, EffectChain effects);
 
   /// Runs to the end, until somebody interrupts or one of the files fails. The exit status.
-  int run(bool printJson);
+  int run(bool printJson, Diagnostics& diagnostics);
 
  private:
   class FrameCounter;
@@ -41,7 +42,8 @@ class Transcoding {
   bool isBrokenOff() const;
   /// Nothing when the movie was written; else why not.
   std::optional<std::string> finish();
-  int report(bool printJson) const;
+  int perform(bool printJson, Diagnostics& diagnostics);
+  int report(bool printJson, Diagnostics& diagnostics) const;
 
   const Options options_;
   const EffectChain effects_;

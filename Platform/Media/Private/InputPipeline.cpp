@@ -11,6 +11,8 @@
 #include "Platform/Media/Private/FFmpegTime.h"
 #include "Platform/Media/Private/PassthroughTrackEncoder.h"
 #include "Platform/Media/Private/VideoTrackEncoder.h"
+#include "Platform/Tracing/TraceNames.h"
+#include "Platform/Tracing/TraceSpan.h"
 
 namespace tavrel {
 namespace {
@@ -207,6 +209,8 @@ bool InputPipeline::enqueue(TrackSample sample, MediaTime presentationTime) {
 
 void InputPipeline::process(const TrackSample& sample, double seconds) {
   if (!isDiscarding_ && !hasFailed_) {
+    const TraceNames& names = TraceNames::shared();
+    const TraceSpan span(mediaType_ == MediaType::video ? names.videoEncoder : names.audioEncoder);
     if (auto encoded = encoder_->encode(sample); !encoded) fail(encoded.error());
   }
   std::unique_lock lock(mutex_);

@@ -289,6 +289,52 @@ TEST_F(MovieWriterTest, ALiveRecordingNeverWaitsButDropsAndSaysSo) {
   EXPECT_EQ(frameSeconds().size() + writer_->droppedVideoFrames(), 40U);
 }
 
+TEST_F(MovieWriterTest, StatisticsTellDropsByReasonAndWhatIsInTheFile) {
+  const ConsoleCapture console;
+  create();
+  writer_->startRecording();
+  ASSERT_TRUE(TavrelTracing::start().has_value());
+  sendFrame(MediaTime::make(0, 30));
+  std::promise<void> release;
+  TavrelRunAsynchronouslyOnContextQueue(*writer_->movieWriterContext(),
+                                        [future = release.get_future().share()] { future.wait(); });
+  for (int i = 1; i < 40; ++i) {
+    input_->processCVPixelBuffer(test::pixelBufferOf(gray(i)), MediaTime::make(i, 30), true);
+  }
+  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+  release.set_value();
+  finish();
+  ASSERT_TRUE(TavrelTracing::stop().has_value());
+  const TavrelGraphStatistics statistics = TavrelTracing::statistics();
+  EXPECT_EQ(statistics.framesIn, 40U);
+  EXPECT_EQ(statistics.dropped("writer"), writer_->droppedVideoFrames());
+  ASSERT_FALSE(statistics.drops.empty());
+  EXPECT_EQ(statistics.drops[0].reason, "queueFull");
+  EXPECT_GE(statistics.drops[0].count, 20U);
+  EXPECT_EQ(statistics.framesOut, frameSeconds().size());
+  EXPECT_EQ(statistics.latencyToFile.count, statistics.framesOut);
+}
+
+TEST_F(MovieWriterTest, StatisticsTellHowFarSoundIsAhead) {
+  createNotLive();
+  writer_->setHasAudioTrack(true);
+  writer_->startRecording();
+  ASSERT_TRUE(TavrelTracing::start().has_value());
+  sendFrame(MediaTime::make(0, 30));  // no sound yet: does not count
+  for (int i = 0; i < 30; ++i) sendSound(MediaTime::make(i * 1024, kRate));
+  sendFrame(MediaTime::make(3, 30));
+  sendFrame(MediaTime::make(30, 30));
+  finish();
+  ASSERT_TRUE(TavrelTracing::stop().has_value());
+  const auto lead = TavrelTracing::statistics().audioLead;
+  constexpr double kSoundEnd = 30.0 * 1024 / kRate;
+  EXPECT_EQ(lead.count, 2U);
+  EXPECT_NEAR(lead.most, kSoundEnd - 0.1, 1e-6);
+  EXPECT_NEAR(lead.least, kSoundEnd - 1, 1e-6);
+  EXPECT_NEAR(lead.last, kSoundEnd - 1, 1e-6);
+  EXPECT_EQ(TavrelTracing::statistics().soundsOut, 30U);
+}
+
 TEST_F(MovieWriterTest, TracksPullTheirDataUntilTheSourceEnds) {
   createNotLive();
   writer_->setHasAudioTrack(true);

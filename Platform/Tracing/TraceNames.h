@@ -1,0 +1,28 @@
+#pragma once
+
+#include "Platform/Foundation/Export.h"
+#include "Platform/Tracing/Tracer.h"
+
+namespace tavrel {
+
+/// What the floors record under the same name: who records it need not know who asks for it.
+struct TAVREL_API TraceNames {
+  static const TraceNames& shared();
+
+  // Counts.
+  TraceName framesIn, framesDelivered, framesShown, framesOut, soundsIn, soundsOut, framebuffersCreated;
+  // Levels.
+  TraceName framebuffersHeld, framebuffersCached;
+  // Latencies, and an offset.
+  TraceName toDelegate, toFile, soundAhead;
+  // Queues in which frames wait.
+  TraceName captureQueue, videoProcessingQueue, writerQueue;
+  // Work that is not a node's own.
+  TraceName camera, cameraDelegate, microphone, reading, videoEncoder, audioEncoder, writing;
+  // Stages that drop, and why.
+  TraceName cameraStage, writerStage, writerSoundStage;
+  TraceName late, outOfBuffers, discontinuity, busy, whileSwitching, whileNotRunning;
+  TraceName queueFull, encoderBusy, refused;
+};
+
+}  // namespace tavrel
