@@ -149,10 +149,10 @@ void TavrelGPUImageMovieWriter::runOnWriterQueue(const std::function<void()>& bl
   }
 }
 
-void TavrelGPUImageMovieWriter::startSession(MediaTime time, bool isFedByCallback) {
+MediaTime TavrelGPUImageMovieWriter::startSession(MediaTime time, bool isFedByCallback) {
   {
     const std::lock_guard lock(timeMutex_);
-    if (startTime_.isValid()) return;
+    if (startTime_.isValid()) return startTime_;
   }
   runOnWriterQueue([&] {
     {
@@ -164,6 +164,8 @@ void TavrelGPUImageMovieWriter::startSession(MediaTime time, bool isFedByCallbac
     if (!isFedByCallback) startWriting();
     if (assetWriter_) assetWriter_->startSessionAtSourceTime(time);
   });
+  const std::lock_guard lock(timeMutex_);
+  return startTime_;
 }
 
 void TavrelGPUImageMovieWriter::markTrackFinished(const std::shared_ptr<AssetWriterInput>& track,

@@ -123,7 +123,7 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   std::optional<Error> error() const;
   /// The size of the pictures in the file: the asked one, rounded up where the codec wants even numbers.
   Size encodedSize() const;
-  /// Frames and sound buffers that a live recording had no room for.
+  /// Frames and sound buffers that a live recording had no room for, and frames of a time before the movie's start.
   std::uint64_t droppedVideoFrames() const { return droppedVideoFrames_; }
   std::uint64_t droppedAudioBuffers() const { return droppedAudioBuffers_; }
 
@@ -172,7 +172,7 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   void runOnWriterQueue(const std::function<void()>& block);
   bool isWriting() const { return assetWriter_ && assetWriter_->status() == AssetWriterStatus::writing; }
   void startWriting();
-  void startSession(MediaTime time, bool isFedByCallback);
+  MediaTime startSession(MediaTime time, bool isFedByCallback);
   void markTrackFinished(const std::shared_ptr<AssetWriterInput>& track, std::atomic<bool>& isFinished);
   void requestMediaData(const std::shared_ptr<AssetWriterInput>& track, const std::shared_ptr<DispatchQueue>& queue,
                         const SharedCallback& callback, std::atomic<bool>& isFinished);

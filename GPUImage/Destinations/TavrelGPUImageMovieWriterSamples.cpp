@@ -90,7 +90,11 @@ void TavrelGPUImageMovieWriter::newFrameReadyAtTime(MediaTime frameTime, Index) 
     if (!frameTime.isValid() || frameTime == previousFrameTime_ || frameTime.isIndefinite()) return discard();
   }
   if (!assetWriterVideoInput_) return discard();
-  startSession(frameTime, static_cast<bool>(videoInputReady_));
+  // Sound may have come first, and begun the movie.
+  if (frameTime < startSession(frameTime, static_cast<bool>(videoInputReady_))) {
+    dropVideoFrame("1", TraceNames::shared().beforeStart, frameTime);
+    return discard();
+  }
 
   // The frame must be complete before another context reads it.
   TavrelGPUImageContext::useImageProcessingContext();

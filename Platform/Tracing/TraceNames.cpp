@@ -35,6 +35,7 @@ const TraceNames& TraceNames::shared() {
       .busy = Tracer::name("busy"),
       .whileSwitching = Tracer::name("whileSwitching"),
       .whileNotRunning = Tracer::name("whileNotRunning"),
+      .beforeStart = Tracer::name("beforeStart"),
       .queueFull = Tracer::name("queueFull"),
       .encoderBusy = Tracer::name("encoderBusy"),
       .refused = Tracer::name("refused"),

@@ -22,7 +22,7 @@ struct TAVREL_API TraceNames {
   // Stages that drop, and why.
   TraceName cameraStage, writerStage, writerSoundStage;
   TraceName late, outOfBuffers, discontinuity, busy, whileSwitching, whileNotRunning;
-  TraceName queueFull, encoderBusy, refused;
+  TraceName beforeStart, queueFull, encoderBusy, refused;
 };
 
 }  // namespace tavrel

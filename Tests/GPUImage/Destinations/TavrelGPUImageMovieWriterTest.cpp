@@ -192,6 +192,20 @@ TEST_F(MovieWriterTest, FramesThatWouldBreakTheFileAreLeftOut) {
   EXPECT_EQ(frameSeconds().size(), 2U);
 }
 
+TEST_F(MovieWriterTest, FramesOfATimeBeforeTheSoundThatBeganTheMovieAreCountedAsDropped) {
+  createNotLive();
+  writer_->setHasAudioTrack(true);
+  writer_->startRecording();
+  const ConsoleCapture console;
+  for (int i = 0; i < 8; ++i) sendSound(MediaTime::make(kRate + i * 1024, kRate));
+  sendFrame(MediaTime::make(29, 30));
+  sendFrame(MediaTime::make(31, 30));
+  finish();
+  EXPECT_EQ(writer_->droppedVideoFrames(), 1U);
+  EXPECT_THAT(console.messages(), ::testing::Contains(::testing::HasSubstr("1: Had to drop a video frame")));
+  EXPECT_EQ(frameSeconds().size(), 1U);
+}
+
 TEST_F(MovieWriterTest, PausesAreCutOutOfBothTracks) {
   createNotLive();
   writer_->setHasAudioTrack(true);

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "Platform/Graphics/GraphicsDisplay.h"
+#include "Support/ReaderMovies.h"
 #include "WindowTestSupport.h"
 
 namespace tavrel::test {
@@ -389,6 +390,36 @@ TEST_F(WindowTest, displayLinksFollowTheDisplay) {
   EXPECT_GE(ticks, 8);
   link->invalidate();
   Screen::main().setMode(Screen::main().size(), before);
+}
+
+TEST_F(WindowTest, playsAPlayerItemOnTheDisplaysClock) {
+  if (TavrelGPUImageContext::supportsFastTextureUpload()) {
+    GTEST_SKIP()
+        << "the two planes of a player item's pictures need plain textures: Platform.UIWindow.plain shows them";
+  }
+  const ReaderFolder folder;
+  makeMovie(folder / "a.mp4",
+            "-f lavfi -i color=red:size=96x72:rate=30:duration=1 -f lavfi -i color=blue:size=96x72:rate=30:duration=1 "
+            "-lavfi concat -c:v libx264 OUT");
+  const auto item = std::make_shared<PlayerItem>(Asset::create(folder / "a.mp4").value());
+  const auto movie = std::make_shared<TavrelGPUImageMovie>(item);
+  movie->addTarget(view);
+  movie->startProcessing();
+  const auto shows = [](bool wantsRed) {
+    return [wantsRed](const Picture& picture) {
+      const Pixel middle = picture.at(kWidth / 2, kHeight / 2);
+      return (wantsRed ? middle.r - middle.b : middle.b - middle.r) > 150;
+    };
+  };
+  EXPECT_TRUE(becomes(shows(true)));  // paused at the first picture
+  EXPECT_FALSE(becomes(shows(false)));
+  const auto shown = window->framesShown();
+  const auto begun = std::chrono::steady_clock::now();
+  item->play();
+  EXPECT_TRUE(becomes(shows(false)));
+  EXPECT_GE(std::chrono::steady_clock::now() - begun, 900ms);  // no faster than real time
+  EXPECT_GE(window->framesShown() - shown, 8U);
+  movie->endProcessing();
 }
 
 TEST_F(WindowTest, drawsOnlyWhenSomethingChanged) {
