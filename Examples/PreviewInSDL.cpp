@@ -41,7 +41,12 @@ class Display {
   }
   Display(const Display&) = delete;
   Display& operator=(const Display&) = delete;
-  ~Display() { SDL_Quit(); }
+  ~Display() {
+    if (texture_) SDL_DestroyTexture(texture_);
+    if (renderer_) SDL_DestroyRenderer(renderer_);
+    if (window_) SDL_DestroyWindow(window_);
+    SDL_Quit();
+  }
 
   bool isOpen() const { return texture_ != nullptr; }
   void show(const Image& image) {
