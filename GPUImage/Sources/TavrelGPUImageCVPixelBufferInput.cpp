@@ -24,7 +24,8 @@ bool TavrelGPUImageCVPixelBufferInput::processCVPixelBuffer(const std::shared_pt
 }
 
 bool TavrelGPUImageCVPixelBufferInput::processCVPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer,
-                                                            MediaTime frameTime, bool wait, std::function<void()>) {
+                                                            MediaTime frameTime, bool wait,
+                                                            const std::function<void()>&) {
   if (wait) {
     frameRenderingSemaphore->wait();
   } else if (!frameRenderingSemaphore->tryWait()) {

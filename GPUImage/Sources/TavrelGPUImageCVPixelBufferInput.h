@@ -25,7 +25,7 @@ class TAVREL_API TavrelGPUImageCVPixelBufferInput : public TavrelGPUImageOutput 
   /// until it was delivered. Another pixel format than `PixelFormat::bgra32` stops the program. `completion` is never
   /// called.
   bool processCVPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer, MediaTime frameTime, bool wait,
-                            std::function<void()> completion = {});
+                            const std::function<void()>& completion = {});
 
  private:
   void deliver(const std::shared_ptr<PixelBuffer>& pixelBuffer, MediaTime frameTime);

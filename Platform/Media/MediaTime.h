@@ -54,7 +54,7 @@ struct TAVREL_API MediaTime {
   std::string description() const;
 
   friend TAVREL_API std::strong_ordering operator<=>(const MediaTime& left, const MediaTime& right);
-  friend bool operator==(const MediaTime& left, const MediaTime& right) { return (left <=> right) == 0; }
+  friend bool operator==(const MediaTime& left, const MediaTime& right) { return std::is_eq(left <=> right); }
 
   /// Exact where the least common multiple of the timescales fits 31 bits; else in the larger of both timescales,
   /// rounded. Invalid with anything is invalid; then indefinite; then infinities as in arithmetic (opposite ones give
