@@ -69,6 +69,27 @@ TAVREL_GUARDED(void, glGenerateMipmap, (GLenum target)) {
   __real_glGenerateMipmap(target);
 }
 
+// What is deleted may still be used by another context, on whose list it is put then.
+TAVREL_GUARDED(void, glDeleteTextures, (GLsizei count, const GLuint* names)) {
+  const GLDriverLock lock;
+  __real_glDeleteTextures(count, names);
+}
+
+TAVREL_GUARDED(void, glDeleteFramebuffers, (GLsizei count, const GLuint* names)) {
+  const GLDriverLock lock;
+  __real_glDeleteFramebuffers(count, names);
+}
+
+TAVREL_GUARDED(void, glDeleteRenderbuffers, (GLsizei count, const GLuint* names)) {
+  const GLDriverLock lock;
+  __real_glDeleteRenderbuffers(count, names);
+}
+
+TAVREL_GUARDED(void, glDeleteProgram, (GLuint name)) {
+  const GLDriverLock lock;
+  __real_glDeleteProgram(name);
+}
+
 TAVREL_GUARDED(EGLContext, eglCreateContext,
                (EGLDisplay display, EGLConfig config, EGLContext shareContext, const EGLint* attributes)) {
   const GLDriverLock lock;
