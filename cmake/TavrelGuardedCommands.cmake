@@ -2,6 +2,7 @@
 # GLDriverLock.h): calls from our own code are led to Platform/Graphics/Private/GuardedCommands.cpp.
 set(TAVREL_GUARDED_COMMANDS
   glClear glDrawArrays glFlush glFinish glReadPixels glTexImage2D glTexSubImage2D glCopyTexSubImage2D glGenerateMipmap
-  glDeleteTextures glDeleteFramebuffers glDeleteRenderbuffers glDeleteProgram
-  eglCreateContext eglDestroyContext eglMakeCurrent SDL_GL_MakeCurrent SDL_GL_SwapWindow)
+  eglCreateContext eglDestroyContext eglMakeCurrent SDL_GL_MakeCurrent SDL_GL_SwapWindow
+  glGenTextures glGenFramebuffers glGenRenderbuffers glCreateProgram glCreateShader glBindFramebuffer glBindRenderbuffer
+  glDeleteTextures glDeleteFramebuffers glDeleteRenderbuffers glDeleteProgram glDeleteShader)
 list(TRANSFORM TAVREL_GUARDED_COMMANDS PREPEND "LINKER:--wrap=" OUTPUT_VARIABLE TAVREL_GUARD_LINK_OPTIONS)
