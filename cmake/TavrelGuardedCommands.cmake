@@ -6,3 +6,9 @@ set(TAVREL_GUARDED_COMMANDS
   glGenTextures glGenFramebuffers glGenRenderbuffers glCreateProgram glCreateShader glBindFramebuffer glBindRenderbuffer
   glDeleteTextures glDeleteFramebuffers glDeleteRenderbuffers glDeleteProgram glDeleteShader)
 list(TRANSFORM TAVREL_GUARDED_COMMANDS PREPEND "LINKER:--wrap=" OUTPUT_VARIABLE TAVREL_GUARD_LINK_OPTIONS)
+
+# A sanitizer names the guarded call in its reports, where suppressions look for it, only when the call is no jump.
+if(TAVREL_SANITIZE)
+  set_source_files_properties(${PROJECT_SOURCE_DIR}/Platform/Graphics/Private/GuardedCommands.cpp
+    PROPERTIES COMPILE_OPTIONS -fno-optimize-sibling-calls)
+endif()

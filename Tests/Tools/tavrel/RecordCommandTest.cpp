@@ -145,7 +145,7 @@ TEST_F(RecordCommandTest, AnEndByForceLosesLittle) {
       _exit(127);
     }
     // The start-up of the process counts as recording time here, so the limit is stricter than it reads.
-    const auto lifetime = std::chrono::milliseconds(900 + 331 * round);
+    const auto lifetime = std::chrono::milliseconds(2000 + 211 * round);
     std::this_thread::sleep_for(lifetime);
     kill(child, SIGKILL);
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
