@@ -1,25 +1,23 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <map>
-#include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 
 #include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/ObserverList.h"
 
 namespace tavrel {
 
 /// Base of objects whose properties can be watched by name. Any thread; the properties themselves are not locked.
 class TAVREL_API KeyValueObserving {
+  using Observers = ObserverList<std::string, std::string_view>;
+
  public:
   using Callback = std::function<void(std::string_view key)>;
   /// Names one registration; 0 is never given out.
-  using ObserverToken = std::uint64_t;
+  using ObserverToken = Observers::Token;
 
   /// Calls `callback` after each later set of the property called `key`, on the setting thread, also when the value is
   /// the same as before. The object then has the new value.
@@ -44,14 +42,7 @@ class TAVREL_API KeyValueObserving {
   void didChangeValueForKey(std::string_view key);
 
  private:
-  struct Observer {
-    std::string key;
-    std::shared_ptr<Callback> callback;
-  };
-
-  std::mutex mutex_;
-  ObserverToken lastToken_ = 0;
-  std::map<ObserverToken, Observer> observers_;
+  Observers observers_;
 };
 
 }  // namespace tavrel

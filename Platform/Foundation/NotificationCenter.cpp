@@ -1,7 +1,6 @@
 #include "Platform/Foundation/NotificationCenter.h"
 
 #include <utility>
-#include <vector>
 
 namespace tavrel {
 
@@ -13,38 +12,18 @@ NotificationCenter& NotificationCenter::defaultCenter() {
 
 NotificationCenter::ObserverToken NotificationCenter::addObserver(std::string name, Callback callback,
                                                                   const void* object) {
-  const std::lock_guard lock(mutex_);
-  observers_.emplace(++lastToken_, Observer{std::move(name), object, std::make_shared<Callback>(std::move(callback))});
-  return lastToken_;
+  return observers_.add({std::move(name), object}, std::move(callback));
 }
 
 void NotificationCenter::removeObserver(ObserverToken token) {
-  std::shared_ptr<Callback> released;  // declared before the lock: destroyed after it is released
-  const std::lock_guard lock(mutex_);
-  const auto observer = observers_.find(token);
-  if (observer == observers_.end()) return;
-  released = std::move(observer->second.callback);
-  observers_.erase(observer);
+  observers_.remove(token);
 }
 
 void NotificationCenter::post(std::string_view name, const void* object) {
-  std::vector<ObserverToken> tokens;
-  {
-    const std::lock_guard lock(mutex_);
-    for (const auto& [token, observer] : observers_) {
-      if (observer.name == name && (!observer.object || observer.object == object)) tokens.push_back(token);
-    }
-  }
-  for (const ObserverToken token : tokens) {
-    std::shared_ptr<Callback> callback;
-    {
-      const std::lock_guard lock(mutex_);
-      if (const auto observer = observers_.find(token); observer != observers_.end()) {
-        callback = observer->second.callback;
-      }
-    }
-    if (callback) (*callback)(name, object);
-  }
+  const auto isMeant = [&](const Interest& interest) {
+    return interest.name == name && (!interest.object || interest.object == object);
+  };
+  observers_.notify(isMeant, name, object);
 }
 
 }  // namespace tavrel

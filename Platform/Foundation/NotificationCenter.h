@@ -1,24 +1,26 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <map>
-#include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 
 #include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/ObserverList.h"
 
 namespace tavrel {
 
 /// Hands named notifications to whoever asked for them. Any thread.
 class TAVREL_API NotificationCenter {
+  struct Interest {
+    std::string name;
+    const void* object;
+  };
+  using Observers = ObserverList<Interest, std::string_view, const void*>;
+
  public:
   /// `object` is whatever the poster named as the subject, or nullptr.
   using Callback = std::function<void(std::string_view name, const void* object)>;
   /// Names one registration; 0 is never given out.
-  using ObserverToken = std::uint64_t;
+  using ObserverToken = Observers::Token;
 
   /// The process's centre; it lives until the process ends.
   static NotificationCenter& defaultCenter();
@@ -32,15 +34,7 @@ class TAVREL_API NotificationCenter {
   void post(std::string_view name, const void* object = nullptr);
 
  private:
-  struct Observer {
-    std::string name;
-    const void* object;
-    std::shared_ptr<Callback> callback;
-  };
-
-  std::mutex mutex_;
-  ObserverToken lastToken_ = 0;
-  std::map<ObserverToken, Observer> observers_;
+  Observers observers_;
 };
 
 }  // namespace tavrel
