@@ -102,11 +102,7 @@ void TavrelGPUImageMovie::processAsset() {
   videoPts_.clear();
   if (isReversed_ && videoOutput) readVideoTimes(*videoOutput);
 
-  const auto writer = [this] {
-    const std::lock_guard lock(mutex_);
-    return synchronizedMovieWriter_;
-  }();
-  if (writer) return letWriterRead(videoOutput, audioOutput);
+  if (const auto writer = synchronizedMovieWriter()) return letWriterRead(*writer, videoOutput, audioOutput);
   readToTheEnd(videoOutput, audioOutput);
 }
 
@@ -118,7 +114,8 @@ void TavrelGPUImageMovie::readVideoTimes(AssetReaderOutput& videoOutput) {
   }
 }
 
-void TavrelGPUImageMovie::letWriterRead(const std::shared_ptr<AssetReaderOutput>& videoOutput,
+void TavrelGPUImageMovie::letWriterRead(TavrelGPUImageMovieWriter& writer,
+                                        const std::shared_ptr<AssetReaderOutput>& videoOutput,
                                         const std::shared_ptr<AssetReaderOutput>& audioOutput) {
   const std::weak_ptr<TavrelGPUImageOutput> weak = weak_from_this();
   const auto readingWith = [weak](auto read) {
@@ -127,14 +124,13 @@ void TavrelGPUImageMovie::letWriterRead(const std::shared_ptr<AssetReaderOutput>
       return self && read(*self);
     };
   };
-  const std::shared_ptr<TavrelGPUImageMovieWriter> writer = synchronizedMovieWriter_;
-  writer->setVideoInputReadyCallback(readingWith([videoOutput](TavrelGPUImageMovie& self) {
+  writer.setVideoInputReadyCallback(readingWith([videoOutput](TavrelGPUImageMovie& self) {
     return videoOutput && self.readNextVideoFrameFromOutput(*videoOutput);
   }));
-  writer->setAudioInputReadyCallback(readingWith([audioOutput](TavrelGPUImageMovie& self) {
+  writer.setAudioInputReadyCallback(readingWith([audioOutput](TavrelGPUImageMovie& self) {
     return audioOutput && self.readNextAudioSampleFromOutput(*audioOutput);
   }));
-  writer->enableSynchronizationCallbacks();
+  writer.enableSynchronizationCallbacks();
 }
 
 void TavrelGPUImageMovie::readToTheEnd(const std::shared_ptr<AssetReaderOutput>& videoOutput,
@@ -180,11 +176,7 @@ bool TavrelGPUImageMovie::readNextVideoFrameFromOutput(AssetReaderOutput& reader
     }
     return false;
   }
-  const bool isPulled = [this] {
-    const std::lock_guard lock(mutex_);
-    return synchronizedMovieWriter_ != nullptr;
-  }();
-  if (isPulled && readerStatus() == AssetReader::Status::completed) endProcessing();
+  if (synchronizedMovieWriter() && readerStatus() == AssetReader::Status::completed) endProcessing();
   return false;
 }
 
@@ -225,14 +217,10 @@ bool TavrelGPUImageMovie::readNextAudioSampleFromOutput(AssetReaderOutput& reade
     }
     return false;
   }
-  const bool isPulled = [this] {
-    const std::lock_guard lock(mutex_);
-    return synchronizedMovieWriter_ != nullptr;
-  }();
   const AssetReader::Status status = readerStatus();
   const bool isOver = status == AssetReader::Status::completed || status == AssetReader::Status::failed ||
                       status == AssetReader::Status::cancelled;
-  if (isPulled && isOver) endProcessing();
+  if (isOver && synchronizedMovieWriter()) endProcessing();
   return false;
 }
 
@@ -253,11 +241,9 @@ void TavrelGPUImageMovie::cancelProcessing() {
 void TavrelGPUImageMovie::endProcessing() {
   keepLooping_ = false;
   std::shared_ptr<DisplayLink> link;
-  std::shared_ptr<TavrelGPUImageMovieWriter> writer;
   {
     const std::lock_guard lock(mutex_);
     link = displayLink_;
-    writer = synchronizedMovieWriter_;
     if (playerItem_) displayLink_.reset();
   }
   if (link) link->setPaused(true);
@@ -267,7 +253,7 @@ void TavrelGPUImageMovie::endProcessing() {
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] { current = targets(); });
   for (const auto& target : current) target->endProcessing();
 
-  if (writer) {
+  if (const auto writer = synchronizedMovieWriter()) {
     writer->setVideoInputReadyCallback([] { return false; });
     writer->setAudioInputReadyCallback([] { return false; });
   }

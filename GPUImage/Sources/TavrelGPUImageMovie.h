@@ -104,7 +104,7 @@ class TAVREL_API TavrelGPUImageMovie : public TavrelGPUImageOutput, public Playe
  private:
   void processAsset();
   void readVideoTimes(AssetReaderOutput& videoOutput);
-  void letWriterRead(const std::shared_ptr<AssetReaderOutput>& videoOutput,
+  void letWriterRead(TavrelGPUImageMovieWriter& writer, const std::shared_ptr<AssetReaderOutput>& videoOutput,
                      const std::shared_ptr<AssetReaderOutput>& audioOutput);
   void readToTheEnd(const std::shared_ptr<AssetReaderOutput>& videoOutput,
                     const std::shared_ptr<AssetReaderOutput>& audioOutput);
@@ -123,6 +123,7 @@ class TAVREL_API TavrelGPUImageMovie : public TavrelGPUImageOutput, public Playe
   void displayLinkCallback(DisplayLink& sender);
   void processPixelBufferAtTime(MediaTime outputItemTime);
   AssetReader::Status readerStatus() const;
+  std::shared_ptr<TavrelGPUImageMovieWriter> synchronizedMovieWriter() const;
 
   mutable std::mutex mutex_;  // guards what follows, up to the atomic values
   std::filesystem::path url_;

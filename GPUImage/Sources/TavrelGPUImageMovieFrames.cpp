@@ -204,6 +204,11 @@ AssetReader::Status TavrelGPUImageMovie::readerStatus() const {
   return reader ? reader->status() : AssetReader::Status::unknown;
 }
 
+std::shared_ptr<TavrelGPUImageMovieWriter> TavrelGPUImageMovie::synchronizedMovieWriter() const {
+  const std::lock_guard lock(mutex_);
+  return synchronizedMovieWriter_;
+}
+
 std::shared_ptr<TavrelGPUImageMovieDelegate> TavrelGPUImageMovie::delegate() const {
   const std::lock_guard lock(mutex_);
   return delegate_.lock();
