@@ -77,21 +77,24 @@ void TavrelGPUImageFilter::renderToTexture(const GLfloat* vertices, const GLfloa
     unlockInputs();
     return;
   }
+  drawInputs(vertices, textureCoordinates);
+  unlockInputs();
+  if (!usingNextFrameForImageCapture) return;
+  outputFramebuffer->lock();
+  imageCaptureSemaphore.signal();
+}
+
+void TavrelGPUImageFilter::drawInputs(const GLfloat* vertices, const GLfloat* textureCoordinates) {
   TavrelGPUImageContext::setActiveShaderProgram(filterProgram);
   outputFramebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(
       sizeOfFBO(), outputTextureOptions(), false);
   outputFramebuffer->activateFramebuffer();
-  if (usingNextFrameForImageCapture) outputFramebuffer->lock();
   setUniformsForProgramAtIndex(0);
   clearToBackgroundColor();
-
   bindInputs();
   setCorners(filterPositionAttribute, vertices);
   setCorners(filterTextureCoordinateAttribute, textureCoordinates);
   drawQuad();
-
-  unlockInputs();
-  if (usingNextFrameForImageCapture) imageCaptureSemaphore.signal();
 }
 
 void TavrelGPUImageFilter::clearToBackgroundColor() const {

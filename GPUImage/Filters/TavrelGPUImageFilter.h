@@ -134,6 +134,8 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
  protected:
   /// Draws the inputs into a framebuffer from the cache, the new output. Drops the inputs' locks on every way out.
   virtual void renderToTexture(const GLfloat* vertices, const GLfloat* textureCoordinates);
+  /// The draw of `renderToTexture`, by `filterProgram` into `outputFramebuffer`; the inputs stay locked.
+  void drawInputs(const GLfloat* vertices, const GLfloat* textureCoordinates);
   /// Binds the inputs' textures and sets their samplers. A filter with more inputs extends it: unit 2 is the first's.
   virtual void bindInputs();
   /// Ends the locks on the inputs.

@@ -64,20 +64,12 @@ void TavrelGPUImageTwoPassFilter::renderToTexture(const GLfloat* vertices, const
 }
 
 void TavrelGPUImageTwoPassFilter::renderPasses(const GLfloat* vertices, const GLfloat* textureCoordinates) {
-  const auto& cache = TavrelGPUImageContext::sharedFramebufferCache();
-  outputFramebuffer = cache->fetchFramebufferForSize(sizeOfFBO(), outputTextureOptions(), false);
-  outputFramebuffer->activateFramebuffer();
-  TavrelGPUImageContext::setActiveShaderProgram(filterProgram);
-  setUniformsForProgramAtIndex(0);
-  clearToBackgroundColor();
-  bindInputs();
-  setCorners(filterPositionAttribute, vertices);
-  setCorners(filterTextureCoordinateAttribute, textureCoordinates);
-  drawQuad();
+  drawInputs(vertices, textureCoordinates);
   firstInputFramebuffer = {};
 
   const auto intermediate = TavrelGPUImageFramebufferLease::adopt(std::move(outputFramebuffer));
-  secondOutputFramebuffer = cache->fetchFramebufferForSize(sizeOfFBO(), outputTextureOptions(), false);
+  secondOutputFramebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(
+      sizeOfFBO(), outputTextureOptions(), false);
   secondOutputFramebuffer->activateFramebuffer();
   TavrelGPUImageContext::setActiveShaderProgram(secondFilterProgram);
   setUniformsForProgramAtIndex(1);
