@@ -9,6 +9,7 @@
 #include "Platform/Capture/PipeWire/Private/PipeWireFormats.h"
 #include "Platform/Capture/Private/CaptureTimes.h"
 #include "Platform/Capture/Private/FrameRates.h"
+#include "Platform/Capture/Private/UsualSizes.h"
 
 namespace tavrel {
 namespace {
@@ -26,9 +27,6 @@ constexpr KnownFormat kKnownFormats[] = {
     {SPA_VIDEO_FORMAT_YUY2, FrameLayout::yuyv}, {SPA_VIDEO_FORMAT_UYVY, FrameLayout::uyvy},
 };
 
-/// Sizes that a camera with any size is asked for.
-constexpr CaptureVideoDimensions kUsualSizes[] = {{320, 240},  {640, 360},   {640, 480},   {800, 600},
-                                                  {1280, 720}, {1920, 1080}, {2560, 1440}, {3840, 2160}};
 constexpr std::uint32_t kMostValues = 256;
 
 const KnownFormat* knownFormat(std::uint32_t format) {

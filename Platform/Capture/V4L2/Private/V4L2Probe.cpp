@@ -6,6 +6,7 @@
 #include <map>
 #include <system_error>
 
+#include "Platform/Capture/Private/UsualSizes.h"
 #include "Platform/Capture/V4L2/Private/V4L2Probe.h"
 
 namespace tavrel {
@@ -25,9 +26,6 @@ constexpr KnownFormat kKnownFormats[] = {
     {V4L2_PIX_FMT_JPEG, FrameLayout::mjpeg},
 };
 
-/// Sizes that a camera with any size is asked for.
-constexpr CaptureVideoDimensions kUsualSizes[] = {{320, 240},  {640, 360},   {640, 480},   {800, 600},
-                                                  {1280, 720}, {1920, 1080}, {2560, 1440}, {3840, 2160}};
 constexpr std::size_t kMostEntries = 256;
 /// A zoom control that starts at 0 does not say what its numbers mean; its end is taken for this factor.
 constexpr double kZoomOfUnknownScale = 4;

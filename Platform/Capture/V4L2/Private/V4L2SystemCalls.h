@@ -7,7 +7,6 @@
 #include <functional>
 #include <string>
 
-
 namespace tavrel {
 
 /// Every call by which cameras are driven. Each fails like the system's: -1 (`MAP_FAILED` for mmap) and `errno`. Tests
