@@ -39,8 +39,6 @@ Expected<void> waitFor(Condition isAnswered, const char* device) {
 }  // namespace
 
 Expected<std::shared_ptr<CaptureRig>> CaptureRig::create(const Options& options, const EffectChain& effects) {
-  const auto graphics = TavrelGPUImageContext::sharedImageProcessingContext()->prepareContext();
-  if (!graphics) return tl::unexpected(graphics.error());
   const std::shared_ptr<CaptureRig> rig(new CaptureRig);
   if (const auto opened = rig->open(options, effects); !opened) return tl::unexpected(opened.error());
   return rig;

@@ -18,9 +18,9 @@ class CaptureRig : public TavrelCameraDelegate,
                    public std::enable_shared_from_this<CaptureRig> {
  public:
   struct Options {
-    std::string camera;
-    std::string microphone;  ///< "none" for no sound
-    Size size;               ///< of the movie
+    std::string camera = "front";
+    std::string microphone = "default";  ///< "none" for no sound
+    Size size;                           ///< of the movie
     double framesPerSecond = 30;
   };
 

@@ -147,13 +147,13 @@ EffectOptions::EffectOptions(CLI::App& command) : command_(command) {
 }
 
 EffectChain EffectOptions::makeChain() const {
+  const auto graphics = TavrelGPUImageContext::sharedImageProcessingContext()->prepareContext();
+  if (!graphics) throw std::runtime_error(graphics.error().description);
   std::vector<std::shared_ptr<TavrelCaptureEffect>> effects;
   std::map<const CLI::Option*, std::size_t> used;
   for (const CLI::Option* given : command_.parse_order()) {
     for (const Kind& kind : kinds_) {
       if (kind.option != given) continue;
-      const auto graphics = TavrelGPUImageContext::sharedImageProcessingContext()->prepareContext();
-      if (!graphics) throw std::runtime_error(graphics.error().description);
       effects.push_back(kind.make(given->results().at(used[given]++)));
     }
   }

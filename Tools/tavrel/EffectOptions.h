@@ -13,7 +13,8 @@ class EffectOptions {
  public:
   explicit EffectOptions(CLI::App& command);
 
-  /// Throws UsageError for values that cannot be meant, and std::runtime_error for files that cannot be used.
+  /// Throws UsageError for values that cannot be meant, and std::runtime_error for files that cannot be used and when
+  /// there can be no GL context.
   EffectChain makeChain() const;
 
  private:

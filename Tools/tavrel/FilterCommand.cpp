@@ -39,8 +39,6 @@ int FilterCommand::filter(const EffectChain& effects) {
   if (!image) return fail("{}", image.error().description);
   const std::shared_ptr<Image> upright = normalizedImage(*image);
 
-  const auto graphics = TavrelGPUImageContext::sharedImageProcessingContext()->prepareContext();
-  if (!graphics) return fail("{}", graphics.error().description);
   const auto picture = std::make_shared<TavrelGPUImagePicture>(upright);
   if (picture->outputImageSize().width < static_cast<double>(upright->width())) {
     say("{} is larger than the GPU's largest texture and was reduced to {:.0f}x{:.0f}", input_.string(),

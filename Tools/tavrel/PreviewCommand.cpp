@@ -28,14 +28,14 @@ PreviewCommand::PreviewCommand(CLI::App& app)
           "pauses it, t turns the torch on and off, q quits")),
       effects_(*command_),
       diagnostics_(*command_) {
-  command_->add_option("--camera", camera_, "A name that `tavrel devices` shows, front, back or file:PATH")
+  command_->add_option("--camera", devices_.camera, "A name that `tavrel devices` shows, front, back or file:PATH")
       ->type_name("NAME")
       ->capture_default_str();
-  command_->add_option("--microphone", microphone_, "For recordings: a name, default, file:PATH or none")
+  command_->add_option("--microphone", devices_.microphone, "For recordings: a name, default, file:PATH or none")
       ->type_name("NAME")
       ->capture_default_str();
   command_->add_option("--size", size_, "Of the picture, in pixels")->type_name("WxH")->capture_default_str();
-  command_->add_option("--fps", framesPerSecond_, "Frames a second")
+  command_->add_option("--fps", devices_.framesPerSecond, "Frames a second")
       ->type_name("N")
       ->check(CLI::Range(1.0, 240.0))
       ->capture_default_str();
@@ -45,11 +45,8 @@ int PreviewCommand::run() {
   // First of all: a window shows only what is drawn on the window system's own display.
   const auto userInterface = Application::shared().startUserInterface();
   const EffectChain effects = effects_.makeChain();  // wrong usage is said on machines without a display as well
-  auto rig = CaptureRig::create({.camera = camera_,
-                                 .microphone = microphone_,
-                                 .size = parsedMovieSize(size_),
-                                 .framesPerSecond = framesPerSecond_},
-                                effects);
+  devices_.size = parsedMovieSize(size_);
+  auto rig = CaptureRig::create(devices_, effects);
   if (!rig) return fail("{}", rig.error().description);
   rig_ = *rig;
   if (!userInterface) {

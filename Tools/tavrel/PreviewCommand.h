@@ -30,10 +30,8 @@ class PreviewCommand {
   CLI::App* command_;
   EffectOptions effects_;
   Diagnostics diagnostics_;
-  std::string camera_ = "front";
-  std::string microphone_ = "default";
+  CaptureRig::Options devices_;
   std::string size_ = "640x480";
-  double framesPerSecond_ = 30;
   std::shared_ptr<CaptureRig> rig_;
   std::filesystem::path recording_;
 };

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <filesystem>
 #include <string>
 
 #include "Diagnostics.h"
 #include "EffectOptions.h"
+#include "Transcoding.h"
 
 namespace tavrel::tool {
 
@@ -21,11 +21,8 @@ class TranscodeCommand {
   CLI::App* command_;
   EffectOptions effects_;
   Diagnostics diagnostics_;
-  std::filesystem::path input_;
-  std::filesystem::path output_;
+  Transcoding::Options options_;
   std::string size_;
-  bool reverse_ = false;
-  bool realtime_ = false;
   bool noAudio_ = false;
   bool json_ = false;
 };

@@ -70,8 +70,6 @@ int Transcoding::run(bool printJson, Diagnostics& diagnostics) {
 
 int Transcoding::perform(bool printJson, Diagnostics& diagnostics) {
   if (const auto opened = openInput(); !opened) return fail("{}", opened.error().description);
-  const auto graphics = TavrelGPUImageContext::sharedImageProcessingContext()->prepareContext();
-  if (!graphics) return fail("{}", graphics.error().description);
   buildGraph();
   if (const auto error = writer_->error())
     return fail("cannot write {}: {}", options_.output.string(), error->description);
