@@ -197,6 +197,8 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   bool attachRenderTarget();
   void destroyDataFBO();
   bool setFilterFBO();
+  /// The framebuffer's own pixel buffer, where drawing it would make the same picture; else nullptr.
+  std::shared_ptr<PixelBuffer> readyPixelBuffer(const TavrelGPUImageFramebuffer& framebuffer) const;
   bool renderAtInternalSizeUsingFramebuffer(const TavrelGPUImageFramebuffer& framebuffer);
   std::shared_ptr<PixelBuffer> drawnPixelBuffer();
 

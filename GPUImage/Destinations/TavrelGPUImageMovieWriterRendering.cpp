@@ -104,6 +104,16 @@ bool TavrelGPUImageMovieWriter::setFilterFBO() {
   return true;
 }
 
+std::shared_ptr<PixelBuffer> TavrelGPUImageMovieWriter::readyPixelBuffer(
+    const TavrelGPUImageFramebuffer& framebuffer) const {
+  const bool isAsWanted = framebuffer.size() == videoSize_ && inputRotation_ == kTavrelGPUImageNoRotation;
+  const bool canWrite = colorSwizzlingProgram_ && assetWriterPixelBufferInput_->pixelBufferPool();
+  if (!isAsWanted || !canWrite || !framebuffer.renderTarget()) return nullptr;
+  // Its bytes are read on this thread, by this context.
+  movieWriterContext_->useAsCurrentContext();
+  return framebuffer.renderTarget();
+}
+
 bool TavrelGPUImageMovieWriter::renderAtInternalSizeUsingFramebuffer(const TavrelGPUImageFramebuffer& framebuffer) {
   if (!colorSwizzlingProgram_) return false;
   movieWriterContext_->useAsCurrentContext();

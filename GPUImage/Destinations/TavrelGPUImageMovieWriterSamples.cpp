@@ -117,12 +117,15 @@ void TavrelGPUImageMovieWriter::encodeFrame(const std::shared_ptr<TavrelGPUImage
     dropVideoFrame("1", TraceNames::shared().encoderBusy, frameTime);
     return;
   }
-  if (!renderAtInternalSizeUsingFramebuffer(*framebuffer)) {
-    ConsoleLog::write("Couldn't write a frame");
-    framebuffer->unlock();
-    return;
+  std::shared_ptr<PixelBuffer> pixelBuffer = readyPixelBuffer(*framebuffer);
+  if (!pixelBuffer) {
+    if (!renderAtInternalSizeUsingFramebuffer(*framebuffer)) {
+      ConsoleLog::write("Couldn't write a frame");
+      framebuffer->unlock();
+      return;
+    }
+    pixelBuffer = drawnPixelBuffer();
   }
-  const std::shared_ptr<PixelBuffer> pixelBuffer = drawnPixelBuffer();
   if (!pixelBuffer) return;  // the framebuffer stays locked on this exit
   appendPixelBuffer(pixelBuffer, frameTime);
   framebuffer->unlock();

@@ -39,6 +39,16 @@ Picture landmark() {
           }};
 }
 
+/// Upright and in its colours.
+void expectLandmark(const Picture& decoded) {
+  const Picture source = landmark();
+  for (const auto& [x, y] : {std::pair(8, 8), std::pair(8, 40), std::pair(44, 8), std::pair(44, 40)}) {
+    EXPECT_NEAR(decoded.at(x, y).r, source.at(x, y).r, 4);
+    EXPECT_NEAR(decoded.at(x, y).g, source.at(x, y).g, 4);
+    EXPECT_NEAR(decoded.at(x, y).b, source.at(x, y).b, 4);
+  }
+}
+
 struct DecodedFrame {
   MediaTime time;
   Picture picture;
@@ -76,6 +86,18 @@ class MovieWriterTest : public ::testing::Test {
   void settle() {
     TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
     TavrelRunSynchronouslyOnContextQueue(*writer_->movieWriterContext(), [] {});
+  }
+  /// Frames 0 to 39, all but the first of them while the writer is busy: until the result is set.
+  std::promise<void> floodTheHeldWriter() {
+    sendFrame(MediaTime::make(0, 30));
+    std::promise<void> release;
+    TavrelRunAsynchronouslyOnContextQueue(*writer_->movieWriterContext(),
+                                          [future = release.get_future().share()] { future.wait(); });
+    for (int i = 1; i < 40; ++i) {
+      input_->processCVPixelBuffer(test::pixelBufferOf(gray(i)), MediaTime::make(i, 30), true);
+    }
+    TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+    return release;
   }
   void sendSound(MediaTime time, int samples = 1024, float level = 0) {
     const AudioFormat format = {.sampleRate = kRate, .channelCount = 1};
@@ -157,13 +179,26 @@ TEST_F(MovieWriterTest, FramesAreKeptWithTheirTimesUprightAndInColour) {
   const auto frames = decodedFrames();
   ASSERT_EQ(frames.size(), expected.size());
   for (std::size_t i = 0; i < frames.size(); ++i) EXPECT_NEAR(frames[i].time.seconds(), expected[i], 1.0 / 600 + 1e-9);
-  const Picture source = landmark();
-  const Picture& decoded = frames.back().picture;
-  for (const auto& [x, y] : {std::pair(8, 8), std::pair(8, 40), std::pair(44, 8), std::pair(44, 40)}) {
-    EXPECT_NEAR(decoded.at(x, y).r, source.at(x, y).r, 4);
-    EXPECT_NEAR(decoded.at(x, y).g, source.at(x, y).g, 4);
-    EXPECT_NEAR(decoded.at(x, y).b, source.at(x, y).b, 4);
+  expectLandmark(frames.back().picture);
+}
+
+TEST_F(MovieWriterTest, FramesOfTheGraphKeepTheirPicturesWhileTheNextAreDrawn) {
+  createNotLive();
+  const auto filter = std::make_shared<TavrelGPUImageFilter>();
+  input_->removeTarget(writer_);
+  input_->addTarget(filter);
+  filter->addTarget(writer_);
+  writer_->startRecording();
+  constexpr int kFrames = 25;
+  for (int i = 0; i < kFrames; ++i) {
+    input_->processCVPixelBuffer(test::pixelBufferOf(gray(10 * i)), MediaTime::make(i, 30), true);
   }
+  sendFrame(landmark(), MediaTime::make(kFrames, 30));
+  finish();
+  const auto frames = decodedFrames();
+  ASSERT_EQ(frames.size(), kFrames + 1U);
+  for (int i = 0; i < kFrames; ++i) EXPECT_NEAR(frames[static_cast<std::size_t>(i)].picture.at(8, 8).r, 10 * i, 4) << i;
+  expectLandmark(frames.back().picture);
 }
 
 TEST_F(MovieWriterTest, TheInputRotationTurnsThePicture) {
@@ -288,14 +323,7 @@ TEST_F(MovieWriterTest, ALiveRecordingNeverWaitsButDropsAndSaysSo) {
   create();
   EXPECT_TRUE(writer_->encodingLiveVideo());
   writer_->startRecording();
-  sendFrame(MediaTime::make(0, 30));
-  std::promise<void> release;
-  TavrelRunAsynchronouslyOnContextQueue(*writer_->movieWriterContext(),
-                                        [future = release.get_future().share()] { future.wait(); });
-  for (int i = 1; i < 40; ++i) {
-    input_->processCVPixelBuffer(test::pixelBufferOf(gray(i)), MediaTime::make(i, 30), true);
-  }
-  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+  std::promise<void> release = floodTheHeldWriter();
   EXPECT_GE(writer_->droppedVideoFrames(), 20U);
   EXPECT_TRUE(console.contains("1: Had to drop a video frame: {"));
   release.set_value();
@@ -308,14 +336,7 @@ TEST_F(MovieWriterTest, StatisticsTellDropsByReasonAndWhatIsInTheFile) {
   create();
   writer_->startRecording();
   ASSERT_TRUE(TavrelTracing::start().has_value());
-  sendFrame(MediaTime::make(0, 30));
-  std::promise<void> release;
-  TavrelRunAsynchronouslyOnContextQueue(*writer_->movieWriterContext(),
-                                        [future = release.get_future().share()] { future.wait(); });
-  for (int i = 1; i < 40; ++i) {
-    input_->processCVPixelBuffer(test::pixelBufferOf(gray(i)), MediaTime::make(i, 30), true);
-  }
-  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+  std::promise<void> release = floodTheHeldWriter();
   release.set_value();
   finish();
   ASSERT_TRUE(TavrelTracing::stop().has_value());
