@@ -64,7 +64,8 @@ def problems(events):
         if not all(key in event for key in ('pid', 'tid', 'ts', 'name', needed)):
             found.append(event)
         if event['ph'] == 'X':
-            spans.setdefault(event['tid'], []).append((round(event['ts'] * 1000), round(event['dur'] * 1000), event['name']))
+            span = (round(event['ts'] * 1000), round(event['dur'] * 1000), event['name'])
+            spans.setdefault(event['tid'], []).append(span)
         if event['ph'] == 'b':
             waits[event['id']] = event['ts']
         if event['ph'] == 'e' and not waits.pop(event['id'], 1e99) <= event['ts']:

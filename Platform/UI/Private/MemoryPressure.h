@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <string_view>
 
-
 namespace tavrel {
 
 /// The kernel's measure of how long tasks wait for memory (pressure stall information). One thread.

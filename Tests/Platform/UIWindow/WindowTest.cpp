@@ -31,26 +31,15 @@ Picture scene() {
 
 /// Where in the scene the viewer of the turned picture looks; both in 0…1.
 Point sceneFraction(TavrelGPUImageRotationMode mode, Point at) {
-  const auto [x, y] = at;
-  switch (mode) {
-    case kTavrelGPUImageNoRotation:
-      return {x, y};
-    case kTavrelGPUImageRotateLeft:
-      return {1 - y, x};
-    case kTavrelGPUImageRotateRight:
-      return {y, 1 - x};
-    case kTavrelGPUImageFlipVertical:
-      return {x, 1 - y};
-    case kTavrelGPUImageFlipHorizontal:
-      return {1 - x, y};
-    case kTavrelGPUImageRotateRightFlipVertical:
-      return {y, x};
-    case kTavrelGPUImageRotateRightFlipHorizontal:
-      return {1 - y, 1 - x};
-    case kTavrelGPUImageRotate180:
-      return {1 - x, 1 - y};
-  }
-  return {};
+  const auto isOneOf = [mode](std::initializer_list<TavrelGPUImageRotationMode> modes) {
+    return std::find(modes.begin(), modes.end(), mode) != modes.end();
+  };
+  const Point turned = TavrelGPUImageRotationSwapsWidthAndHeight(mode) ? Point{at.y, at.x} : at;
+  const bool mirrorsX = isOneOf({kTavrelGPUImageRotateLeft, kTavrelGPUImageFlipHorizontal,
+                                 kTavrelGPUImageRotateRightFlipHorizontal, kTavrelGPUImageRotate180});
+  const bool mirrorsY = isOneOf({kTavrelGPUImageRotateRight, kTavrelGPUImageFlipVertical,
+                                 kTavrelGPUImageRotateRightFlipHorizontal, kTavrelGPUImageRotate180});
+  return {mirrorsX ? 1 - turned.x : turned.x, mirrorsY ? 1 - turned.y : turned.y};
 }
 
 /// What a window of `window` pixels shows at (x, y).
