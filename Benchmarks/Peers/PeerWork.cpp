@@ -1,9 +1,9 @@
-// One kind of work on one picture, over and over: the part of the comparison with other programs (Scripts/compare-peers)
-// that is ours, and the limit.
+// One kind of work on one picture, over and over: the part of the comparison with other programs
+// (Scripts/compare-peers) that is ours, and the limit.
 //
 //     PeerWork graph|bare WORK PICTURE FRAMES [SECOND [RESULT]]   each frame: upload, draws, read-back; prints
 //                                                                 milliseconds a frame
-//     PeerWork record CHAIN PICTURE FRAMES MOVIE                  the same into the movie writer
+//     PeerWork record CHAIN PICTURE FRAMES MOVIE                  each frame into the movie writer
 //     PeerWork shaders WORK WIDTH HEIGHT                          the draws as JSON, for other programs
 //
 // WORK is passthrough, beautify, blur, lookup or sticker; the latter two take a SECOND picture.
@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "Platform/Foundation/JSONString.h"
 #include "Support/BareGL.h"
 #include "Support/Comparison.h"
 
@@ -118,10 +119,10 @@ std::shared_ptr<Image> imageAt(const std::string& path) {
 }
 
 void write(const Pixels& pixels, const char* path) {
-  const auto image = Image::create(static_cast<std::size_t>(pixels.width), static_cast<std::size_t>(pixels.height), 8,
-                                   32, static_cast<std::size_t>(pixels.width) * 4,
-                                   bitmapInfo(kBitmapByteOrder32Little, AlphaInfo::noneSkipFirst),
-                                   DataProvider::create(pixels.bytes));
+  const auto image =
+      Image::create(static_cast<std::size_t>(pixels.width), static_cast<std::size_t>(pixels.height), 8, 32,
+                    static_cast<std::size_t>(pixels.width) * 4,
+                    bitmapInfo(kBitmapByteOrder32Little, AlphaInfo::noneSkipFirst), DataProvider::create(pixels.bytes));
   require(image && ImageDestination::write(image, path).has_value(), "writing the result");
 }
 
@@ -261,7 +262,7 @@ double bare(const std::string& name, Pixels& pixels, int frames, const std::shar
 }
 
 /// The filters of a chain such as "beautify+blur", into the movie writer.
-double record(const std::string& chain, const Pixels& pixels, int frames, const char* movie) {
+void record(const std::string& chain, const Pixels& pixels, int frames, const char* movie) {
   Feeder feeder(pixels);
   std::shared_ptr<TavrelGPUImageOutput> last = feeder.source();
   for (std::size_t begin = 0; begin < chain.size();) {
@@ -275,20 +276,12 @@ double record(const std::string& chain, const Pixels& pixels, int frames, const 
   writer->setEncodingLiveVideo(false);
   last->addTarget(writer);
   writer->startRecording();
-  const auto begun = Clock::now();
   for (int i = 0; i < frames; ++i) feeder.deliver();
   DispatchSemaphore finished(0);
   TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
   writer->finishRecordingWithCompletionHandler([&finished] { finished.signal(); });
   finished.wait();
   require(!writer->error(), "the movie writer");
-  return std::chrono::duration<double, std::milli>(Clock::now() - begun).count() / frames;
-}
-
-std::string quoted(const std::string& text) {
-  std::string result = "\"";
-  for (const char c : text) result += c == '\n' ? std::string("\\n") : c == '"' ? "\\\"" : std::string(1, c);
-  return result + '"';
 }
 
 void printShaders(const std::string& name, int width, int height) {
@@ -297,10 +290,10 @@ void printShaders(const std::string& name, int width, int height) {
   for (const Pass& pass : passes) {
     std::string uniforms;
     for (const auto& [uniform, values] : pass.uniforms) {
-      uniforms += fmt::format("{}{}: [{}]", uniforms.empty() ? "" : ", ", quoted(uniform), fmt::join(values, ", "));
+      uniforms += fmt::format("{}{}: [{}]", uniforms.empty() ? "" : ", ", jsonString(uniform), fmt::join(values, ", "));
     }
     text += fmt::format("{}{{\"vertex\": {}, \"fragment\": {}, \"uniforms\": {{{}}}}}", text.empty() ? "" : ",\n",
-                        quoted(pass.vertexShader), quoted(pass.fragmentShader), uniforms);
+                        jsonString(pass.vertexShader), jsonString(pass.fragmentShader), uniforms);
   }
   std::printf("[%s]\n", text.c_str());
 }
@@ -315,7 +308,7 @@ int run(const std::vector<std::string>& arguments) {
   Pixels pixels = Pixels::of(imageAt(arguments[2]));
   const int frames = std::stoi(arguments[3]);
   if (kind == "record") {
-    std::printf("%.4f\n", record(arguments[1], pixels, frames, arguments.at(4).c_str()));
+    record(arguments[1], pixels, frames, arguments.at(4).c_str());
     return 0;
   }
   std::shared_ptr<Image> second;
