@@ -18,8 +18,16 @@ namespace tavrel {
 namespace {
 
 constexpr int kMostWaitingPictures = 4;
-constexpr double kMostWaitingSeconds = 1;
-constexpr int kMostWaitingPieces = 256;
+
+/// How much sound may wait for the encoder.
+struct Backlog {
+  double seconds;
+  int pieces;
+};
+constexpr Backlog kSoundBacklog = {1, 256};
+// After a picture that has held up the writer, live sound comes in a burst. It is small, and cannot be had again.
+constexpr Backlog kLiveSoundBacklog = {10, 4096};
+
 constexpr std::int32_t kFinestTimescale = 1'000'000;
 constexpr std::int32_t kCoarsestTimescale = 600;
 // A longer silence between two pieces of sound is a wrong time, not a pause.
@@ -125,7 +133,8 @@ InputPipeline::Progress InputPipeline::progress() const {
 bool InputPipeline::isReadyLocked() const {
   if (stage_ != Stage::writing || isHeldBack_) return false;
   if (mediaType_ == MediaType::video) return waitingSamples_ < kMostWaitingPictures;
-  return waitingSeconds_ < kMostWaitingSeconds && waitingSamples_ < kMostWaitingPieces;
+  const Backlog& most = configuration_.isRealTime ? kLiveSoundBacklog : kSoundBacklog;
+  return waitingSeconds_ < most.seconds && waitingSamples_ < most.pieces;
 }
 
 bool InputPipeline::isReady() const {

@@ -87,12 +87,17 @@ class MovieWriterTest : public ::testing::Test {
     TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
     TavrelRunSynchronouslyOnContextQueue(*writer_->movieWriterContext(), [] {});
   }
-  /// Frames 0 to 39, all but the first of them while the writer is busy: until the result is set.
-  std::promise<void> floodTheHeldWriter() {
-    sendFrame(MediaTime::make(0, 30));
+  /// Keeps the writer's queue busy until the result is set.
+  std::promise<void> holdTheWriter() {
     std::promise<void> release;
     TavrelRunAsynchronouslyOnContextQueue(*writer_->movieWriterContext(),
                                           [future = release.get_future().share()] { future.wait(); });
+    return release;
+  }
+  /// Frames 0 to 39, all but the first of them while the writer is busy: until the result is set.
+  std::promise<void> floodTheHeldWriter() {
+    sendFrame(MediaTime::make(0, 30));
+    std::promise<void> release = holdTheWriter();
     for (int i = 1; i < 40; ++i) {
       input_->processCVPixelBuffer(test::pixelBufferOf(gray(i)), MediaTime::make(i, 30), true);
     }
@@ -329,6 +334,21 @@ TEST_F(MovieWriterTest, ALiveRecordingNeverWaitsButDropsAndSaysSo) {
   release.set_value();
   finish();
   EXPECT_EQ(frameSeconds().size() + writer_->droppedVideoFrames(), 40U);
+}
+
+TEST_F(MovieWriterTest, LiveSoundWaitsForAPictureThatTakesSeconds) {
+  constexpr int kPiece = 256;
+  constexpr int kPieces = 3 * kRate / kPiece;
+  create();
+  writer_->setHasAudioTrack(true);
+  writer_->startRecording();
+  sendFrame(MediaTime::make(0, 30));
+  std::promise<void> release = holdTheWriter();
+  for (int i = 0; i < kPieces; ++i) sendSound(MediaTime::make(i * kPiece, kRate), kPiece);
+  release.set_value();
+  finish();
+  EXPECT_EQ(writer_->droppedAudioBuffers(), 0U);
+  EXPECT_NEAR(soundLengthAndLargestStep().first, 3, 0.03);
 }
 
 TEST_F(MovieWriterTest, StatisticsTellDropsByReasonAndWhatIsInTheFile) {
