@@ -2,8 +2,8 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
 #include <fstream>
+#include <system_error>
 #include <utility>
 
 #include "GPUImage/Private/ForeignContextScope.h"
@@ -64,7 +64,7 @@ void reportAvailableMemoryForTavrelGPUImage(std::string_view tag) {
   std::uint64_t residentPages = 0;
   errno = 0;
   if (!(statistics >> totalPages >> residentPages)) {
-    ConsoleLog::write("{} - Error: {}", tag, std::strerror(errno ? errno : EIO));
+    ConsoleLog::write("{} - Error: {}", tag, std::generic_category().message(errno ? errno : EIO));
     return;
   }
   const auto bytes = static_cast<std::uint32_t>(residentPages * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)));

@@ -50,7 +50,7 @@ void take(Statistics& statistics, const TraceSummary::Duration& measured) {
 }  // namespace
 
 Expected<void> TavrelTracing::start(const std::filesystem::path& traceFile) {
-  if (const auto started = Tracer::start(traceFile); !started) return started;
+  if (auto started = Tracer::start(traceFile); !started) return started;
   TavrelRunSynchronouslyOnVideoProcessingQueue([] {
     GPUTimer::shared().discard();
     hasGPUTimes = GPUTimer::shared().isAvailable();

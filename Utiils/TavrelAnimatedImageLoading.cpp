@@ -60,7 +60,7 @@ struct TavrelAnimatedImage::Loader {
   }
 
   std::shared_ptr<Image> readFrame(std::size_t index) const {
-    const std::shared_ptr<Image> frame = image.decodedFrame(index);
+    std::shared_ptr<Image> frame = image.decodedFrame(index);
     if (!frame) {
       info("Dropping frame {} because failed to `CGImageSourceCreateImageAtIndex` with image source {}", index,
            describe(*image.imageSource));

@@ -56,9 +56,9 @@ Expected<void> TavrelCamera::setupCaptureSession() {
   dataProxy = std::make_shared<TavrelSampleBufferDelegateProxy>();
   dataProxy->setDelegate(weak_from_this());
   dataOutput->setSampleBufferDelegate(dataProxy, DispatchQueue::create("video.tavrel.videocapture"));
-  if (const auto added = addOutput(dataOutput, "data output not available"); !added) return added;
+  if (auto added = addOutput(dataOutput, "data output not available"); !added) return added;
   stillImageOutput = CaptureStillImageOutput::create();
-  if (const auto added = addOutput(stillImageOutput, "still image output not available"); !added) return added;
+  if (auto added = addOutput(stillImageOutput, "still image output not available"); !added) return added;
 
   makeInputs();
   setPreferredDevicePosition(preferredDevicePosition(), true);

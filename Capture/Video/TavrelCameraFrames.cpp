@@ -129,6 +129,8 @@ void TavrelCamera::refreshCropRegion() {
 }
 
 void TavrelCamera::completeFrame(TavrelGPUImageOutput& output, MediaTime frameTime) {
+  // A copy: the delegate may draw again.
+  // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
   const std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer = output.framebufferForOutput();
   // Only the picture of a snapshot has no time.
   if (!frameTime.isValid()) answerSnapshot(framebuffer);

@@ -46,7 +46,7 @@ TavrelGPUImageMovieWriter::TavrelGPUImageMovieWriter(const std::filesystem::path
 
 TavrelGPUImageMovieWriter::TavrelGPUImageMovieWriter(const std::filesystem::path& newMovieURL, Size newSize,
                                                      std::string_view newFileType,
-                                                     std::optional<Dictionary> outputSettings)
+                                                     const std::optional<Dictionary>& outputSettings)
     : movieURL_(newMovieURL), fileType_(newFileType), videoSize_(newSize), framesInFlight_(kMostFramesInFlight) {
   encodingLiveVideo_ = truthFor(outputSettings, kTavrelEncodingLiveVideoKey).value_or(true);
   initializeMovieWithOutputSettings(outputSettings);

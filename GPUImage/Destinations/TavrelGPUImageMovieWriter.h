@@ -67,7 +67,7 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   /// `newFileType` is one of the `kFileType…` values. Settings must hold `kVideoCodecKey`, `kVideoWidthKey` and
   /// `kVideoHeightKey`, else the program stops; they may hold further video settings and the two keys above.
   TavrelGPUImageMovieWriter(const std::filesystem::path& newMovieURL, Size newSize, std::string_view newFileType,
-                            std::optional<Dictionary> outputSettings);
+                            const std::optional<Dictionary>& outputSettings);
   TavrelGPUImageMovieWriter(const TavrelGPUImageMovieWriter&) = delete;
   TavrelGPUImageMovieWriter& operator=(const TavrelGPUImageMovieWriter&) = delete;
   ~TavrelGPUImageMovieWriter() override;

@@ -131,7 +131,7 @@ std::shared_ptr<PixelBuffer> PlayerItemVideoOutput::copyPixelBufferForItemTime(M
   const auto later = std::find_if(ahead_.begin(), ahead_.end(),
                                   [&](const auto& sample) { return sample->presentationTimeStamp() > itemTime; });
   if (later == ahead_.begin()) return nullptr;
-  const auto picture = (*std::prev(later))->imageBuffer();
+  auto picture = (*std::prev(later))->imageBuffer();
   ahead_.erase(ahead_.begin(), later);
   decodeAhead();
   return picture;

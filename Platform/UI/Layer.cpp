@@ -43,7 +43,7 @@ void Layer::removeFromSuperlayer() {
   superlayer->setNeedsDisplay();
 }
 
-void Layer::addAnimation(std::shared_ptr<Animation> animation, std::string key) {
+void Layer::addAnimation(const std::shared_ptr<Animation>& animation, std::string key) {
   static std::uint64_t lastNumber = 0;
   removeAnimation(key);
   const double duration = animation->durationWithin(Animation::kDefaultDuration);
@@ -78,14 +78,14 @@ void Layer::removeAnimation(std::string_view key) {
                                           [&](const RunningAnimation& entry) { return entry.key != key; });
   std::vector<RunningAnimation> removed(std::make_move_iterator(kept), std::make_move_iterator(animations_.end()));
   animations_.erase(kept, animations_.end());
-  stopUnfinished(std::move(removed));
+  stopUnfinished(removed);
 }
 
 void Layer::removeAllAnimations() {
   stopUnfinished(std::exchange(animations_, {}));
 }
 
-void Layer::stopUnfinished(std::vector<RunningAnimation> stopped) {
+void Layer::stopUnfinished(const std::vector<RunningAnimation>& stopped) {
   if (stopped.empty()) return;
   setNeedsDisplay();
   for (const RunningAnimation& entry : stopped) {

@@ -62,7 +62,7 @@ class TAVREL_API Layer : public std::enable_shared_from_this<Layer> {
   void removeFromSuperlayer();
 
   /// Starts `animation` now, in place of one under the same key. It ends by itself while the main queue runs.
-  void addAnimation(std::shared_ptr<Animation> animation, std::string key);
+  void addAnimation(const std::shared_ptr<Animation>& animation, std::string key);
   /// nullptr when there is none.
   std::shared_ptr<Animation> animation(std::string_view key) const;
   /// Those that have not ended are told that they stopped unfinished.
@@ -102,7 +102,7 @@ class TAVREL_API Layer : public std::enable_shared_from_this<Layer> {
     setNeedsDisplay();
   }
   void finishAnimation(std::uint64_t number);
-  void stopUnfinished(std::vector<RunningAnimation> stopped);
+  void stopUnfinished(const std::vector<RunningAnimation>& stopped);
 
   Rect bounds_;
   Point position_;

@@ -87,7 +87,8 @@ void View::addGestureRecognizer(const std::shared_ptr<TapGestureRecognizer>& rec
 }
 
 void View::removeGestureRecognizer(const std::shared_ptr<TapGestureRecognizer>& recognizer) {
-  const std::shared_ptr<TapGestureRecognizer> kept = recognizer;  // may be a reference into the list
+  // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): may be a reference into the list
+  const std::shared_ptr<TapGestureRecognizer> kept = recognizer;
   if (std::erase(gestureRecognizers_, kept) > 0) kept->view_.reset();
 }
 

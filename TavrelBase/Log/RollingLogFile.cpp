@@ -9,7 +9,7 @@ namespace tavrel {
 namespace {
 
 /// Lines gather up to this size before they are written.
-constexpr std::size_t kLargestGathering = 64 * 1024;
+constexpr std::size_t kLargestGathering = std::size_t{64} * 1024;
 
 /// The classes under which a background application may write at any time.
 bool isProtectionReusable(std::optional<LogFileProtection> protection) {

@@ -17,7 +17,7 @@
 
 namespace tavrel {
 
-const std::uint64_t kTavrelDDDefaultLogMaxFileSize = 6 * 1024 * 1024;
+const std::uint64_t kTavrelDDDefaultLogMaxFileSize = std::uint64_t{6} * 1024 * 1024;
 const double kTavrelDDDefaultLogRollingFrequency = 24 * 60 * 60;
 
 namespace {

@@ -32,7 +32,8 @@ bool setAttribute(const std::filesystem::path& path, const char* name, std::stri
 
 const TavrelDDLogFileInfo::FileAttributes& TavrelDDLogFileInfo::fileAttributes() const {
   if (attributes_) return *attributes_;
-  FileAttributes& attributes = attributes_.emplace();
+  attributes_ = FileAttributes{};
+  FileAttributes& attributes = *attributes_;
   struct statx status {};
   if (statx(AT_FDCWD, filePath_.c_str(), 0, STATX_BASIC_STATS | STATX_BTIME, &status) != 0) return attributes;
   attributes.size = status.stx_size;

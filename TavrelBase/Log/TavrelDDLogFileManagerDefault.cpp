@@ -19,13 +19,14 @@
 namespace tavrel {
 
 const unsigned kTavrelDDDefaultLogMaxNumLogFiles = 10;
-const std::uint64_t kTavrelDDDefaultLogFilesDiskQuota = 20 * 1024 * 1024;
+const std::uint64_t kTavrelDDDefaultLogFilesDiskQuota = std::uint64_t{20} * 1024 * 1024;
 
 TavrelDDLogFileManager::~TavrelDDLogFileManager() = default;
 
 namespace {
 
 std::filesystem::path homeDirectory() {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody here writes the environment
   if (const char* home = std::getenv("HOME"); home && *home == '/') return home;
   passwd entry{};
   passwd* found = nullptr;
@@ -38,6 +39,7 @@ std::filesystem::path homeDirectory() {
 
 std::filesystem::path stateDirectory() {
   // Relative paths in the variable are to be ignored.
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody here writes the environment
   if (const char* state = std::getenv("XDG_STATE_HOME"); state && *state == '/') return state;
   if (const auto home = homeDirectory(); !home.empty()) return home / ".local" / "state";
   std::error_code error;

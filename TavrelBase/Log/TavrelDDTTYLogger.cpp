@@ -15,7 +15,7 @@
 namespace tavrel {
 namespace {
 
-constexpr std::size_t kLargestGathering = 64 * 1024;
+constexpr std::size_t kLargestGathering = std::size_t{64} * 1024;
 
 struct Kind {
   unsigned flag;
@@ -63,6 +63,7 @@ const std::shared_ptr<TavrelDDTTYLogger>& TavrelDDTTYLogger::sharedInstance() {
 
 TavrelDDTTYLogger::TavrelDDTTYLogger(int fileDescriptor)
     : fileDescriptor_(fileDescriptor),
+      // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody here writes the environment
       isColoured_(isatty(fileDescriptor) && !std::getenv("NO_COLOR")),
       time_(std::make_unique<LogTimeText>(LogTimeText::Zone::local, "{:%Y-%m-%d %H:%M:%S}", '.')) {}
 

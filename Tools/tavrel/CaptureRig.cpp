@@ -92,10 +92,10 @@ void CaptureRig::watchDevices() {
 
 Expected<void> CaptureRig::start() {
   // The sound first: a movie begins with its first frame.
-  if (const auto started = startMicrophone(); !started) return started;
+  if (auto started = startMicrophone(); !started) return started;
   std::atomic<int> answer = -1;
   camera_->startWithCompletion([&](bool isGranted) { answer = isGranted; });
-  if (const auto answered = waitFor([&] { return answer >= 0; }, "camera"); !answered) return answered;
+  if (auto answered = waitFor([&] { return answer >= 0; }, "camera"); !answered) return answered;
   if (answer == 0) return failure("tavrel", 1, "the system refuses access to the camera");
   return {};
 }
@@ -108,7 +108,7 @@ Expected<void> CaptureRig::startMicrophone() {
     problem = std::move(error);
     answer = isGranted;
   });
-  if (const auto answered = waitFor([&] { return answer >= 0; }, "microphone"); !answered) return answered;
+  if (auto answered = waitFor([&] { return answer >= 0; }, "microphone"); !answered) return answered;
   if (problem) return tl::unexpected(*problem);
   if (answer == 0) return failure("tavrel", 1, "the system refuses access to the microphone");
   return {};

@@ -19,7 +19,7 @@ Diagnostics::~Diagnostics() {
 
 Expected<void> Diagnostics::start() {
   if (!hasStatistics_ && !trace_) return {};
-  const auto started = TavrelTracing::start(trace_.value_or(std::filesystem::path()));
+  auto started = TavrelTracing::start(trace_.value_or(std::filesystem::path()));
   isMeasuring_ = started.has_value();
   return started;
 }

@@ -1,4 +1,5 @@
 #include <CLI/CLI.hpp>
+#include <cstdio>
 #include <exception>
 
 #include "DevicesCommand.h"
@@ -24,9 +25,7 @@ void chooseLibraryMessages(bool areShown) {
   tavrel::TavrelDDLog::addLogger(console, tavrel::TavrelDDLogLevelVerbose);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   CLI::App app("Record, filter, transcode and look through the camera.", "tavrel");
   app.set_version_flag("--version", TavrelCaptureBaseVersionString);
   app.require_subcommand(1);
@@ -50,8 +49,16 @@ int main(int argc, char** argv) {
   } catch (const tavrel::tool::UsageError& error) {
     tavrel::tool::say("{}", error.what());
     return tavrel::tool::kBadUsage;
-  } catch (const std::exception& error) {
-    tavrel::tool::say("{}", error.what());
-    return tavrel::tool::kFailure;
   }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "tavrel: %s\n", error.what());
+  }
+  return tavrel::tool::kFailure;
 }

@@ -91,7 +91,7 @@ class CubeParser {
   Expected<void> readColor(std::string_view line) {
     if (table_.size == 0) return failure("colours come before LUT_1D_SIZE or LUT_3D_SIZE");
     if (table_.colors.empty()) {
-      if (const auto checked = checkDomain(); !checked) return checked;
+      if (auto checked = checkDomain(); !checked) return checked;
     }
     if (table_.colors.size() == expectedRows_) {
       return failure(fmt::format("there are more rows of colours than the {} that the size asks for", expectedRows_));

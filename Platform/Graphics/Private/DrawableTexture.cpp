@@ -71,11 +71,13 @@ void DrawableTexture::createImage() {
   if (!functions().isUsable) return;
   static constexpr std::array<EGLint, 5> kAttributes = {EGL_GL_TEXTURE_LEVEL_KHR, 0, EGL_IMAGE_PRESERVED_KHR, EGL_TRUE,
                                                         EGL_NONE};
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): EGL takes names of GL as pointers
   auto* const buffer = reinterpret_cast<EGLClientBuffer>(static_cast<std::uintptr_t>(name_));
   image_ =
       functions().createImage(display(), eglGetCurrentContext(), EGL_GL_TEXTURE_2D_KHR, buffer, kAttributes.data());
 }
 
+// NOLINTBEGIN(clang-analyzer-core.CallAndMessage): there is an image only where there are the functions
 DrawableTexture::~DrawableTexture() {
   sharegroup_->perform([this](NativeContext&) {
     if (image_ != EGL_NO_IMAGE_KHR) functions().destroyImage(display(), image_);
@@ -89,6 +91,7 @@ bool DrawableTexture::becomeRenderbufferStorage() const {
   functions().renderbufferStorage(GL_RENDERBUFFER, image_);
   return glGetError() == GL_NO_ERROR;
 }
+// NOLINTEND(clang-analyzer-core.CallAndMessage)
 
 void DrawableTexture::noteRead() {
   std::erase_if(reads_, [](const GLFence& fence) { return fence.isReached(); });

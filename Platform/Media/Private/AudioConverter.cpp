@@ -32,7 +32,7 @@ AVChannelLayout defaultLayout(int channels) {
 
 /// One channel of `in` frames spread evenly over `out` frames, `step` samples apart.
 template <typename Sample>
-void stretch(const std::uint8_t* source, int in, std::uint8_t* target, int out, int step) {
+void stretch(const std::uint8_t* source, int in, std::uint8_t* target, int out, std::ptrdiff_t step) {
   const auto* const from = reinterpret_cast<const Sample*>(source);
   auto* const to = reinterpret_cast<Sample*>(target);
   const double scale = out > 1 ? static_cast<double>(in - 1) / (out - 1) : 0;

@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 
 extern "C" {
 #include <libavutil/error.h>
@@ -19,7 +19,8 @@ namespace {
 constexpr int kBufferSize = 256 * 1024;
 
 tl::unexpected<Error> systemFailure(int code, const std::filesystem::path& path, const char* what) {
-  return failure("posix", code, fmt::format("{} cannot be {}: {}", path.string(), what, std::strerror(code)));
+  return failure("posix", code,
+                 fmt::format("{} cannot be {}: {}", path.string(), what, std::generic_category().message(code)));
 }
 
 }  // namespace

@@ -92,7 +92,7 @@ Expected<const AVFrame*> PictureTrackReader::nextPicture(const GoOn& goOn) {
     return shownAtStart_->pts < end_ ? shownAtStart_.get() : nullptr;
   }
   while (true) {
-    const auto picture = nextInOrder(goOn);
+    auto picture = nextInOrder(goOn);
     if (!picture) return picture;
     const bool isBefore = *picture && (*picture)->pts < start_;
     if (isBefore && wantsShownAtStart_) shownAtStart_.reset(av_frame_clone(*picture));
@@ -116,7 +116,7 @@ Expected<const AVFrame*> PictureTrackReader::nextInOrder(const GoOn& goOn) {
   if (!isRandomAccess_) return decoder_->next(goOn);
   if (cursor_ == kept_.size()) {
     if (isAtEnd_) return nullptr;
-    const auto decoded = decoder_->next(goOn);
+    auto decoded = decoder_->next(goOn);
     if (!decoded) return decoded;
     if (!*decoded) {
       isAtEnd_ = goOn();

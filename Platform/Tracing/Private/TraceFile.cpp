@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <iterator>
+#include <system_error>
 #include <utility>
 
 #include "Platform/Foundation/JSONString.h"
@@ -38,7 +38,8 @@ Expected<std::unique_ptr<TraceFile>> TraceFile::create(const std::filesystem::pa
   const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
   if (file < 0) {
     const int error = errno;
-    return failure("posix", error, fmt::format("cannot write the trace {}: {}", path.string(), std::strerror(error)));
+    return failure("posix", error,
+                   fmt::format("cannot write the trace {}: {}", path.string(), std::generic_category().message(error)));
   }
   return std::unique_ptr<TraceFile>(new TraceFile(path, file, std::move(forEachRing)));
 }
@@ -54,8 +55,11 @@ TraceFile::TraceFile(std::filesystem::path path, int file, RingVisitor forEachRi
 }
 
 TraceFile::~TraceFile() {
-  if (thread_.joinable()) [[maybe_unused]]
-    const auto finished = finish(0);
+  if (!thread_.joinable()) return;
+  try {
+    static_cast<void>(finish(0));
+  } catch (...) {  // nobody is left to be told
+  }
 }
 
 Expected<void> TraceFile::finish(std::uint64_t lostEvents) {
@@ -74,7 +78,8 @@ Expected<void> TraceFile::finish(std::uint64_t lostEvents) {
   flush();
   if (close(file_) != 0 && error_ == 0) error_ = errno;
   if (error_ == 0) return {};
-  return failure("posix", error_, fmt::format("the trace {} broke off: {}", path_.string(), std::strerror(error_)));
+  return failure("posix", error_,
+                 fmt::format("the trace {} broke off: {}", path_.string(), std::generic_category().message(error_)));
 }
 
 void TraceFile::work() {

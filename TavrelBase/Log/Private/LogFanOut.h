@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "Platform/Dispatch/DispatchGroup.h"
@@ -13,6 +14,9 @@ namespace tavrel {
 
 /// A logger as the dispatcher knows it.
 struct TavrelDDLoggerNode {
+  TavrelDDLoggerNode(std::shared_ptr<TavrelDDLogger> newLogger, std::shared_ptr<DispatchQueue> queue, unsigned newLevel)
+      : logger(std::move(newLogger)), loggerQueue(std::move(queue)), level(newLevel) {}
+
   std::shared_ptr<TavrelDDLogger> logger;
   std::shared_ptr<DispatchQueue> loggerQueue;
   unsigned level;

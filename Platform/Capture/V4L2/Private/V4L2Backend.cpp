@@ -99,6 +99,7 @@ std::vector<std::string> V4L2Backend::nodePaths() const {
   }
   std::sort(found.begin(), found.end());
   std::vector<std::string> paths;
+  paths.reserve(found.size());
   for (auto& [number, path] : found) paths.push_back(std::move(path));
   return paths;
 }
