@@ -1,6 +1,8 @@
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
 #include <exception>
+#include <system_error>
 
 #include "DevicesCommand.h"
 #include "FilterCommand.h"
@@ -56,7 +58,9 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   try {
-    return run(argc, argv);
+    const int status = run(argc, argv);
+    if (std::fflush(stdout) == 0) return status;
+    tavrel::tool::say("standard output cannot be written: {}", std::generic_category().message(errno));
   } catch (const std::exception& error) {
     std::fprintf(stderr, "tavrel: %s\n", error.what());
   }

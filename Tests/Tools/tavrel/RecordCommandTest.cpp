@@ -239,6 +239,9 @@ TEST_F(RecordCommandTest, DevicesAreListedForPeopleAndPrograms) {
                                          " devices --json | python3 -c 'import json, sys; print([d[\"id\"] for d in "
                                          "json.load(sys.stdin)])'");
   EXPECT_EQ(json.output, "['virtual:back', 'virtual:front', 'virtual:microphone']\n");
+  const CommandResult lost = test::shell("(" + std::string(TAVREL_PROGRAM) + " devices >/dev/full)");
+  EXPECT_EQ(lost.status, 1);
+  EXPECT_EQ(lost.output, "tavrel: standard output cannot be written: No space left on device\n");
 }
 
 TEST_F(RecordCommandTest, BadInputIsSaidInOneLine) {
