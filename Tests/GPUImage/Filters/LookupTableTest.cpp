@@ -121,6 +121,8 @@ TEST(LookupTable, BrokenTextsAreAnsweredWithLineAndFault) {
        "line 2: the size of the table is given twice; one 1D or one 3D table can be read"},
       {"LUT_1D_SIZE 2\nDOMAIN_MIN 1 1 1\n0 0 0\n",
        "line 3: the domain runs from 1 to 1; the second must be the larger"},
+      {"LUT_1D_SIZE 2\n0 0 0\n1 1 1\nLUT_1D_INPUT_RANGE 1 1\n",
+       "line 4: LUT_1D_INPUT_RANGE comes after the colours; it must come first"},
       {"LUT_1D_SIZE 2\nDOMAIN_MIN 0 0\n", "line 2: 1 of 3 numbers are missing"},
       {"{\"json\": [1, 2, 3, 4, 5, 6]}",
        "line 1: \"{\"json\": [1, 2, 3, 4, 5,…\" is neither a keyword of this format nor a "
