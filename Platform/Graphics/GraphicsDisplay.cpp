@@ -5,11 +5,11 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <cstdlib>
 #include <mutex>
 #include <string_view>
 #include <utility>
 
+#include "Platform/Foundation/Environment.h"
 #include "Platform/Graphics/Private/GraphicsFailure.h"
 #include "Platform/Graphics/Private/NativeContext.h"
 
@@ -29,9 +29,7 @@ Choice& choice() {
 }
 
 bool headlessDemanded() {
-  const char* value =
-      std::getenv("TAVREL_DISPLAY");  // NOLINT(concurrency-mt-unsafe): nobody here writes the environment
-  return value != nullptr && std::string_view(value) == "headless";
+  return environmentVariable("TAVREL_DISPLAY") == "headless";
 }
 
 template <typename Function>

@@ -1,10 +1,10 @@
 #include "Platform/Graphics/TextureCache.h"
 
 #include <atomic>
-#include <cstdlib>
 #include <string_view>
 #include <utility>
 
+#include "Platform/Foundation/Environment.h"
 #include "Platform/Graphics/Private/GraphicsFailure.h"
 #include "Platform/Graphics/Private/TextureCacheCore.h"
 #include "Platform/Graphics/Private/TextureRequest.h"
@@ -31,9 +31,7 @@ class Support {
   bool decide() {
     asked_ = true;
     if (wanted_ != Answer::open) return wanted_ == Answer::yes;
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody here writes the environment
-    const char* value = std::getenv("TAVREL_FAST_TEXTURE_UPLOAD");
-    return value == nullptr || std::string_view(value) != "0";
+    return environmentVariable("TAVREL_FAST_TEXTURE_UPLOAD") != "0";
   }
 
   std::atomic<Answer> wanted_ = Answer::open;

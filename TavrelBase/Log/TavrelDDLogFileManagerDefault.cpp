@@ -7,12 +7,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <system_error>
 #include <tuple>
 
 #include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Foundation/ConsoleLog.h"
+#include "Platform/Foundation/Environment.h"
 #include "TavrelBase/Log/LogClock.h"
 #include "TavrelBase/Log/Private/LogFileName.h"
 
@@ -26,8 +26,7 @@ TavrelDDLogFileManager::~TavrelDDLogFileManager() = default;
 namespace {
 
 std::filesystem::path homeDirectory() {
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody here writes the environment
-  if (const char* home = std::getenv("HOME"); home && *home == '/') return home;
+  if (const auto home = environmentVariable("HOME"); home && home->starts_with('/')) return *home;
   passwd entry{};
   passwd* found = nullptr;
   char buffer[4096];
@@ -39,8 +38,7 @@ std::filesystem::path homeDirectory() {
 
 std::filesystem::path stateDirectory() {
   // Relative paths in the variable are to be ignored.
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody here writes the environment
-  if (const char* state = std::getenv("XDG_STATE_HOME"); state && *state == '/') return state;
+  if (const auto state = environmentVariable("XDG_STATE_HOME"); state && state->starts_with('/')) return *state;
   if (const auto home = homeDirectory(); !home.empty()) return home / ".local" / "state";
   std::error_code error;
   const auto temporary = std::filesystem::temp_directory_path(error);

@@ -5,9 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <iterator>
 
+#include "Platform/Foundation/Environment.h"
 #include "TavrelBase/Log/Private/AppendUtf8.h"
 #include "TavrelBase/Log/Private/LogTimeText.h"
 #include "TavrelBase/Log/TavrelDDLogLevel.h"
@@ -63,8 +63,7 @@ const std::shared_ptr<TavrelDDTTYLogger>& TavrelDDTTYLogger::sharedInstance() {
 
 TavrelDDTTYLogger::TavrelDDTTYLogger(int fileDescriptor)
     : fileDescriptor_(fileDescriptor),
-      // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody here writes the environment
-      isColoured_(isatty(fileDescriptor) && !std::getenv("NO_COLOR")),
+      isColoured_(isatty(fileDescriptor) && !environmentVariable("NO_COLOR")),
       time_(std::make_unique<LogTimeText>(LogTimeText::Zone::local, "{:%Y-%m-%d %H:%M:%S}", '.')) {}
 
 TavrelDDTTYLogger::~TavrelDDTTYLogger() = default;

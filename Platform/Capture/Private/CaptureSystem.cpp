@@ -2,7 +2,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <utility>
 
 #include "Platform/Capture/Private/CaptureBackends.h"
@@ -11,6 +10,7 @@
 #include "Platform/Capture/Private/CaptureSystem.h"
 #include "Platform/Dispatch/Private/DispatchRuntime.h"
 #include "Platform/Foundation/ConsoleLog.h"
+#include "Platform/Foundation/Environment.h"
 #include "Platform/Foundation/NotificationCenter.h"
 #include "Platform/Media/AudioSession.h"
 
@@ -22,8 +22,8 @@ constexpr std::string_view kVirtualName = "virtual";
 
 /// What `TAVREL_CAPTURE` asks for.
 std::string_view wantedBackend() {
-  const char* value = std::getenv("TAVREL_CAPTURE");  // NOLINT(concurrency-mt-unsafe): nothing here sets variables
-  return value && *value ? std::string_view(value) : std::string_view("auto");
+  const std::string_view value = environmentVariable("TAVREL_CAPTURE").value_or("");
+  return value.empty() ? "auto" : value;
 }
 
 void postLater(const char* name, const std::shared_ptr<const void>& object) {

@@ -5,11 +5,11 @@
 
 #include <array>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <vector>
 
+#include "Platform/Foundation/Environment.h"
 #include "Platform/Graphics/GraphicsDisplay.h"
 #include "Platform/Graphics/Private/GLSharegroup.h"
 #include "Platform/Graphics/Private/GLStateKeepers.h"
@@ -43,9 +43,7 @@ std::uint8_t* pixelOf(DmaBuf& buffer, std::size_t x, std::size_t y) {
 }
 
 bool switchedOff() {
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody here writes the environment
-  const char* value = std::getenv("TAVREL_ZERO_COPY");
-  return value != nullptr && std::string_view(value) == "0";
+  return environmentVariable("TAVREL_ZERO_COPY") == "0";
 }
 
 /// The render node behind the display; nullptr for software.

@@ -5,13 +5,13 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "Platform/Foundation/ConsoleLog.h"
+#include "Platform/Foundation/Environment.h"
 #include "Platform/Graphics/GLContext.h"
 #include "Platform/Graphics/GraphicsDisplay.h"
 #include "Platform/UI/Application.h"
@@ -53,8 +53,7 @@ constexpr Attribute kAttributes[] = {
 
 /// The environment variable; empty when it is not set.
 std::string_view variable(const char* name) {
-  const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nobody here writes the environment
-  return value != nullptr ? value : "";
+  return environmentVariable(name).value_or("");
 }
 
 /// The window systems that the session names, for SDL to try in this order. Left to itself SDL would end up with a
