@@ -64,20 +64,25 @@ class CubeParser {
     if (keyword == "TITLE") return {};
     if (keyword == "LUT_1D_SIZE") return readSize(rest, ColorTable::Kind::curves, 65536);
     if (keyword == "LUT_3D_SIZE") return readSize(rest, ColorTable::Kind::lattice, 256);
-    for (const std::string_view known : {"DOMAIN_MIN", "DOMAIN_MAX", "LUT_1D_INPUT_RANGE", "LUT_3D_INPUT_RANGE"}) {
-      if (keyword == known) return readDomain(keyword, rest);
+    if (keyword == "DOMAIN_MIN") {
+      return readDomain(keyword, rest, 3, [&](const Color& color) { table_.domainMinimum = color; });
+    }
+    if (keyword == "DOMAIN_MAX") {
+      return readDomain(keyword, rest, 3, [&](const Color& color) { table_.domainMaximum = color; });
+    }
+    if (keyword == "LUT_1D_INPUT_RANGE" || keyword == "LUT_3D_INPUT_RANGE") {
+      return readDomain(keyword, rest, 2, [&](const Color& range) {
+        table_.domainMinimum.fill(range[0]);
+        table_.domainMaximum.fill(range[1]);
+      });
     }
     return failure(fmt::format("\"{}\" is neither a keyword of this format nor a number", excerpt(line)));
   }
 
-  Expected<void> readDomain(std::string_view keyword, std::string_view text) {
+  template <typename Setter>
+  Expected<void> readDomain(std::string_view keyword, std::string_view text, std::size_t count, const Setter& set) {
     if (!table_.colors.empty()) return failure(fmt::format("{} comes after the colours; it must come first", keyword));
-    if (keyword == "DOMAIN_MIN") return readNumbers(text, 3).map([&](const Color& c) { table_.domainMinimum = c; });
-    if (keyword == "DOMAIN_MAX") return readNumbers(text, 3).map([&](const Color& c) { table_.domainMaximum = c; });
-    return readNumbers(text, 2).map([&](const Color& range) {
-      table_.domainMinimum.fill(range[0]);
-      table_.domainMaximum.fill(range[1]);
-    });
+    return readNumbers(text, count).map(set);
   }
 
   Expected<void> readSize(std::string_view text, ColorTable::Kind kind, std::size_t largest) {
