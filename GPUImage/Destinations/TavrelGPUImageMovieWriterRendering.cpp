@@ -107,8 +107,8 @@ bool TavrelGPUImageMovieWriter::setFilterFBO() {
 std::shared_ptr<PixelBuffer> TavrelGPUImageMovieWriter::readyPixelBuffer(
     const TavrelGPUImageFramebuffer& framebuffer) const {
   const bool isAsWanted = framebuffer.size() == videoSize_ && inputRotation_ == kTavrelGPUImageNoRotation;
-  const bool canWrite = colorSwizzlingProgram_ && assetWriterPixelBufferInput_->pixelBufferPool();
-  if (!isAsWanted || !canWrite || !framebuffer.renderTarget()) return nullptr;
+  const bool hasStarted = assetWriterPixelBufferInput_->pixelBufferPool() != nullptr;
+  if (!isAsWanted || !hasStarted || !framebuffer.renderTarget()) return nullptr;
   // Its bytes are read on this thread, by this context.
   movieWriterContext_->useAsCurrentContext();
   return framebuffer.renderTarget();

@@ -118,14 +118,12 @@ void TavrelGPUImageMovieWriter::encodeFrame(const std::shared_ptr<TavrelGPUImage
     return;
   }
   std::shared_ptr<PixelBuffer> pixelBuffer = readyPixelBuffer(*framebuffer);
-  if (!pixelBuffer) {
-    if (!renderAtInternalSizeUsingFramebuffer(*framebuffer)) {
-      ConsoleLog::write("Couldn't write a frame");
-      framebuffer->unlock();
-      return;
-    }
-    pixelBuffer = drawnPixelBuffer();
+  if (!pixelBuffer && !renderAtInternalSizeUsingFramebuffer(*framebuffer)) {
+    ConsoleLog::write("Couldn't write a frame");
+    framebuffer->unlock();
+    return;
   }
+  if (!pixelBuffer) pixelBuffer = drawnPixelBuffer();
   if (!pixelBuffer) return;  // the framebuffer stays locked on this exit
   appendPixelBuffer(pixelBuffer, frameTime);
   framebuffer->unlock();
