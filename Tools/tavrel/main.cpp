@@ -62,6 +62,7 @@ int main(int argc, char** argv) {
     if (std::fflush(stdout) == 0) return status;
     tavrel::tool::say("standard output cannot be written: {}", std::generic_category().message(errno));
   } catch (const std::exception& error) {
+    // Not by `say`, which may throw.
     std::fprintf(stderr, "tavrel: %s\n", error.what());
   }
   return tavrel::tool::kFailure;
