@@ -5,8 +5,8 @@
 
 #include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Media/Private/FFmpegTime.h"
-#include "Platform/Media/Private/MovieInput.h"
-#include "Platform/Media/Private/StoredTrackReader.h"
+#include "Platform/Media/Private/Reading/MovieInput.h"
+#include "Platform/Media/Private/Reading/StoredTrackReader.h"
 
 extern "C" {
 #include <libavutil/display.h>

@@ -6,7 +6,7 @@
 
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Media/AssetReader.h"
-#include "Platform/Media/Private/SampleReader.h"
+#include "Platform/Media/Private/Reading/SampleReader.h"
 
 namespace tavrel {
 namespace {

@@ -4,7 +4,7 @@
 
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Media/AssetReader.h"
-#include "Platform/Media/Private/SampleReader.h"
+#include "Platform/Media/Private/Reading/SampleReader.h"
 
 namespace tavrel {
 

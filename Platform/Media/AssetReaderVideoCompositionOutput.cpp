@@ -7,8 +7,8 @@
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Graphics/PixelBufferPool.h"
 #include "Platform/Media/AssetReader.h"
-#include "Platform/Media/Private/Compositor.h"
-#include "Platform/Media/Private/SampleReader.h"
+#include "Platform/Media/Private/Composing/LayerDrawing.h"
+#include "Platform/Media/Private/Reading/SampleReader.h"
 
 namespace tavrel {
 namespace {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
-#include "Platform/Media/Private/AssetWriterSession.h"
-#include "Platform/Media/Private/PassthroughTrackEncoder.h"
+#include "Platform/Media/Private/Writing/AssetWriterSession.h"
+#include "Platform/Media/Private/Writing/PassthroughTrackEncoder.h"
 
 namespace tavrel {
 

@@ -1,6 +1,6 @@
 #include "Platform/Media/AssetWriterInput.h"
 
-#include "Platform/Media/Private/InputPipeline.h"
+#include "Platform/Media/Private/Writing/InputPipeline.h"
 
 namespace tavrel {
 

@@ -2,7 +2,7 @@
 
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Graphics/PixelBufferPool.h"
-#include "Platform/Media/Private/InputPipeline.h"
+#include "Platform/Media/Private/Writing/InputPipeline.h"
 
 namespace tavrel {
 namespace {

@@ -1,6 +1,6 @@
 #include "Platform/Media/AudioMix.h"
 
-#include "Platform/Media/Private/Ramps.h"
+#include "Platform/Media/Private/Composing/Ramps.h"
 
 namespace tavrel {
 

@@ -6,7 +6,7 @@
 #include "Platform/Graphics/PixelBuffer.h"
 #include "Platform/Media/MediaSettings.h"
 #include "Platform/Media/PlayerItem.h"
-#include "Platform/Media/Private/SampleReader.h"
+#include "Platform/Media/Private/Reading/SampleReader.h"
 
 namespace tavrel {
 namespace {

@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "Platform/Media/Asset.h"
-#include "Platform/Media/Private/Ramps.h"
+#include "Platform/Media/Private/Composing/Ramps.h"
 
 namespace tavrel {
 namespace {

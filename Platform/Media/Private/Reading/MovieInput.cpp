@@ -1,0 +1,88 @@
+#include "Platform/Media/Private/Reading/MovieInput.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <string_view>
+#include <system_error>
+
+#include "Platform/Media/Private/FFmpegLog.h"
+
+namespace tavrel {
+namespace {
+
+/// Demuxers that would take a text or a single picture for a movie.
+bool isNoMovie(std::string_view demuxer) {
+  return demuxer == "tty" || demuxer == "image2" || demuxer.ends_with("_pipe");
+}
+
+Expected<void> checkRegularFile(const std::filesystem::path& path) {
+  std::error_code error;
+  const auto status = std::filesystem::status(path, error);
+  if (!std::filesystem::exists(status)) {
+    // Without an error code of its own, the status of a missing file is no failure.
+    const std::error_code reason = error ? error : std::make_error_code(std::errc::no_such_file_or_directory);
+    return tl::unexpected(unreadableMovie(path, reason.message(), reason.value()));
+  }
+  // Opening a pipe could wait for ever.
+  if (!std::filesystem::is_regular_file(status)) {
+    return tl::unexpected(unreadableMovie(path, "it is not a regular file", EINVAL));
+  }
+  return {};
+}
+
+}  // namespace
+
+Error unreadableMovie(const std::filesystem::path& path, const std::string& reason, int code) {
+  return {"media", code == 0 ? -1 : code, fmt::format("{} is not a movie that can be read: {}", path.string(), reason)};
+}
+
+Expected<InputFormat> openMovieInput(const std::filesystem::path& path) {
+  if (auto regular = checkRegularFile(path); !regular) return tl::unexpected(regular.error());
+  quietFFmpegLog();
+  // The prefix keeps a colon in the name from being taken for a protocol; nothing but files is opened from inside
+  // files.
+  const std::string url = "file:" + path.string();
+  AVDictionary* options = nullptr;
+  av_dict_set(&options, "protocol_whitelist", "file", 0);
+  AVFormatContext* opened = nullptr;
+  const int result = avformat_open_input(&opened, url.c_str(), nullptr, &options);
+  av_dict_free(&options);
+  if (result < 0) return tl::unexpected(unreadableMovie(path, ffmpegErrorText(result), result));
+  InputFormat file(opened);
+  if (isNoMovie(file->iformat->name)) {
+    return tl::unexpected(unreadableMovie(path, "it is a text or a picture", AVERROR_INVALIDDATA));
+  }
+  const int found = avformat_find_stream_info(file.get(), nullptr);
+  if (found < 0) return tl::unexpected(unreadableMovie(path, ffmpegErrorText(found), found));
+  return file;
+}
+
+Expected<InputFormat> openMovieTrack(const std::filesystem::path& path, int trackID) {
+  auto file = openMovieInput(path);
+  if (!file) return file;
+  if (trackID < 0 || static_cast<unsigned>(trackID) >= (*file)->nb_streams || !isPlayable(*(*file)->streams[trackID])) {
+    return tl::unexpected(unreadableMovie(path, "the track is not there any more", AVERROR_STREAM_NOT_FOUND));
+  }
+  for (unsigned i = 0; i < (*file)->nb_streams; ++i) {
+    if (static_cast<int>(i) != trackID) (*file)->streams[i]->discard = AVDISCARD_ALL;
+  }
+  return file;
+}
+
+std::int64_t timelineOffset(const AVFormatContext& file) {
+  const bool hasEditLists = std::string_view(file.iformat->name).find("mov") != std::string_view::npos;
+  if (hasEditLists || file.start_time == AV_NOPTS_VALUE || file.start_time < 0) return 0;
+  return file.start_time;
+}
+
+bool isPlayable(const AVStream& stream) {
+  const AVCodecParameters& parameters = *stream.codecpar;
+  const bool isPicture = parameters.codec_type == AVMEDIA_TYPE_VIDEO && parameters.width > 0 && parameters.height > 0;
+  const bool isSound =
+      parameters.codec_type == AVMEDIA_TYPE_AUDIO && parameters.sample_rate > 0 && parameters.ch_layout.nb_channels > 0;
+  if (!isPicture && !isSound) return false;
+  return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) == 0 && avcodec_find_decoder(parameters.codec_id);
+}
+
+}  // namespace tavrel

@@ -1,0 +1,27 @@
+#include "Platform/Media/Private/Reading/SampleReader.h"
+
+#include "Platform/Media/Private/Composing/SegmentTrackReader.h"
+#include "Platform/Media/Private/Reading/PictureTrackReader.h"
+#include "Platform/Media/Private/Reading/SoundTrackReader.h"
+#include "Platform/Media/Private/Reading/StoredTrackReader.h"
+
+namespace tavrel {
+
+AudioFormat decodedFormat(const AssetTrack& track) {
+  AudioFormat format;
+  format.sampleRate = track.sampleRate();
+  format.channelCount = static_cast<std::uint32_t>(track.channelCount());
+  return format;
+}
+
+Expected<std::unique_ptr<SampleReader>> openTrack(const std::filesystem::path& path, const AssetTrack& track,
+                                                  const SampleForm& form) {
+  if (path.empty()) return std::make_unique<SegmentTrackReader>(track, form);
+  const auto& stored = track.storedFormat();
+  if (form.isStored && stored && stored->isCompressed()) return StoredTrackReader::open(path, track);
+  if (track.mediaType() == MediaType::video) return PictureTrackReader::open(path, track, form);
+  if (form.isStored && stored) return SoundTrackReader::open(path, track, stored->audioFormat);
+  return SoundTrackReader::open(path, track, form.audioFormat.value_or(decodedFormat(track)));
+}
+
+}  // namespace tavrel

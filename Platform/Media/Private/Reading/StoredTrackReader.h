@@ -1,0 +1,38 @@
+#pragma once
+
+#include "Platform/Media/Private/FFmpegHandles.h"
+#include "Platform/Media/Private/Reading/SampleReader.h"
+
+namespace tavrel {
+
+/// The packets of a file's track as they are stored, in the file's order. Sound before time 0, which a decoder needs
+/// and a player does not play, has its own negative time, and 0 as its output time.
+class StoredTrackReader final : public SampleReader {
+ public:
+  static Expected<std::unique_ptr<SampleReader>> open(const std::filesystem::path& path, const AssetTrack& track);
+
+  Expected<std::shared_ptr<SampleBuffer>> next(const GoOn& goOn) override;
+  Expected<void> seek(const MediaTimeRange& range, bool withShownAtStart) override;
+
+ private:
+  StoredTrackReader() = default;
+
+  Expected<std::shared_ptr<SampleBuffer>> sampleOf(const AVPacket& packet) const;
+
+  std::filesystem::path path_;
+  std::shared_ptr<const FormatDescription> format_;
+  InputFormat file_;
+  Packet packet_;
+  const AVStream* stream_ = nullptr;
+  std::int64_t offset_ = 0;
+  MediaTimeRange range_ = MediaTimeRange::everything();
+  bool isAtEnd_ = false;
+};
+
+/// What the packets of a stream are.
+std::shared_ptr<const FormatDescription> storedFormatOf(const AVStream& stream);
+
+/// Whether a coding is PCM, which needs no packets.
+bool isPcm(AVCodecID codec);
+
+}  // namespace tavrel

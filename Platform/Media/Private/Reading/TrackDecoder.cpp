@@ -1,0 +1,158 @@
+#include "Platform/Media/Private/Reading/TrackDecoder.h"
+
+#include <algorithm>
+#include <limits>
+#include <thread>
+
+#include "Platform/Media/Private/Reading/MovieInput.h"
+
+namespace tavrel {
+namespace {
+
+/// Frames above this many pixels come from damaged headers; 8K has half as many.
+constexpr std::int64_t kMostPixels = std::int64_t{8192} * 8192;
+constexpr unsigned kMostThreads = 8;
+/// Time stamps beyond this are damage; it leaves room to convert them.
+constexpr std::int64_t kLatestTime = std::numeric_limits<std::int64_t>::max() / (std::int64_t{1} << 20);
+
+bool isSane(std::int64_t time) {
+  return time > -kLatestTime && time < kLatestTime;
+}
+
+}  // namespace
+
+Expected<std::unique_ptr<TrackDecoder>> TrackDecoder::open(const std::filesystem::path& path, int trackID) {
+  std::unique_ptr<TrackDecoder> decoder(new TrackDecoder);
+  decoder->path_ = path;
+  if (auto opened = decoder->openFile(trackID); !opened) return tl::unexpected(opened.error());
+  if (auto opened = decoder->openCodec(path); !opened) return tl::unexpected(opened.error());
+  return decoder;
+}
+
+Expected<void> TrackDecoder::openFile(int trackID) {
+  auto file = openMovieTrack(path_, trackID);
+  if (!file) return tl::unexpected(file.error());
+  file_ = std::move(*file);
+  stream_ = file_->streams[trackID];
+  return {};
+}
+
+Expected<void> TrackDecoder::openCodec(const std::filesystem::path& path) {
+  const AVCodec* codec = avcodec_find_decoder(parameters().codec_id);
+  codec_.reset(avcodec_alloc_context3(codec));
+  packet_.reset(av_packet_alloc());
+  frame_.reset(av_frame_alloc());
+  if (!codec_ || !packet_ || !frame_) {
+    return tl::unexpected(unreadableMovie(path, "no memory left", AVERROR(ENOMEM)));
+  }
+  int result = avcodec_parameters_to_context(codec_.get(), &parameters());
+  if (result >= 0) {
+    codec_->pkt_timebase = timeBase();
+    codec_->max_pixels = kMostPixels;
+    codec_->thread_count = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads));
+    result = avcodec_open2(codec_.get(), codec, nullptr);
+  }
+  if (result < 0) return tl::unexpected(unreadableMovie(path, ffmpegErrorText(result), result));
+
+  offset_ = av_rescale_q(timelineOffset(*file_), AV_TIME_BASE_Q, timeBase());
+  const AVRational rate = av_guess_frame_rate(file_.get(), file_->streams[stream_->index], nullptr);
+  if (parameters().codec_type == AVMEDIA_TYPE_VIDEO && rate.num > 0 && rate.den > 0) {
+    frameDuration_ = av_rescale_q(1, av_inv_q(rate), timeBase());
+  }
+  return {};
+}
+
+Expected<const AVFrame*> TrackDecoder::next(const std::function<bool()>& goOn) {
+  while (!atEnd_ && goOn()) {
+    if (!receive()) {
+      if (!atEnd_) feed();
+    } else if (place()) {
+      hasDecoded_ = true;
+      return frame_.get();
+    }
+  }
+  if (atEnd_ && !hasDecoded_ && damage_) return tl::unexpected(*damage_);
+  return nullptr;
+}
+
+Expected<void> TrackDecoder::seek(std::int64_t time) {
+  const int result = av_seek_frame(file_.get(), stream_->index, time + offset_, AVSEEK_FLAG_BACKWARD);
+  if (result < 0) return rewind();
+  startOver();
+  awaitsFirstPacket_ = parameters().codec_type == AVMEDIA_TYPE_VIDEO;
+  return {};
+}
+
+Expected<void> TrackDecoder::rewind() {
+  // Opened anew: not every container finds back to its start by seeking.
+  if (auto opened = openFile(stream_->index); !opened) return opened;
+  startOver();
+  return {};
+}
+
+void TrackDecoder::startOver() {
+  avcodec_flush_buffers(codec_.get());
+  completeFrom_.reset();
+  awaitsFirstPacket_ = false;
+  lastTime_.reset();
+  flushing_ = false;
+  atEnd_ = false;
+}
+
+bool TrackDecoder::receive() {
+  const int result = avcodec_receive_frame(codec_.get(), frame_.get());
+  if (result >= 0) return true;
+  if (result == AVERROR_EOF) {
+    atEnd_ = true;
+  } else if (result != AVERROR(EAGAIN)) {
+    noteDamage(result);
+    // A decoder that cannot be emptied any more would answer this for ever.
+    atEnd_ = flushing_;
+  }
+  return false;
+}
+
+void TrackDecoder::feed() {
+  const int read = av_read_frame(file_.get(), packet_.get());
+  if (read < 0) {
+    if (read != AVERROR_EOF) noteDamage(read);
+    atEnd_ = flushing_;
+    flushing_ = true;
+    avcodec_send_packet(codec_.get(), nullptr);
+    return;
+  }
+  if (packet_->stream_index == stream_->index) {
+    if (packet_->pts == AV_NOPTS_VALUE) canSeek_ = false;
+    if (awaitsFirstPacket_) {
+      if (isSane(packet_->pts)) completeFrom_ = packet_->pts - offset_;
+      awaitsFirstPacket_ = false;
+    }
+    const int sent = avcodec_send_packet(codec_.get(), packet_.get());
+    if (sent < 0) noteDamage(sent);
+  }
+  av_packet_unref(packet_.get());
+}
+
+/// Puts the frame on the time line; false when it lies outside.
+bool TrackDecoder::place() {
+  std::int64_t time = frame_->best_effort_timestamp;
+  const std::int64_t length = isSane(frame_->pkt_duration) ? std::max<std::int64_t>(0, frame_->pkt_duration) : 0;
+  frame_->pkt_duration = length > 0 ? length : frameDuration_;
+  if (time == AV_NOPTS_VALUE || !isSane(time)) {
+    time = lastTime_ ? *lastTime_ + std::max<std::int64_t>(1, frameDuration_) : 0;
+  } else {
+    time -= offset_;
+  }
+  const bool isVideo = parameters().codec_type == AVMEDIA_TYPE_VIDEO;
+  if (isVideo && (time < 0 || (completeFrom_ && time < *completeFrom_))) return false;
+  if (isVideo && lastTime_ && time <= *lastTime_) time = *lastTime_ + 1;
+  lastTime_ = time;
+  frame_->pts = time;
+  return true;
+}
+
+void TrackDecoder::noteDamage(int code) {
+  if (!damage_) damage_ = unreadableMovie(path_, ffmpegErrorText(code), code);
+}
+
+}  // namespace tavrel

@@ -1,0 +1,207 @@
+#include "Platform/Media/Private/Writing/AssetWriterSession.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace tavrel {
+namespace {
+
+constexpr std::chrono::milliseconds kTick{100};
+// An input that is asked for data waits for one that is asked too when it is this far ahead, …
+constexpr double kMostAhead = 1;
+// … unless the other has given nothing for this long.
+constexpr std::chrono::milliseconds kStalled{500};
+
+}  // namespace
+
+AssetWriterSession::AssetWriterSession(std::unique_ptr<MovieFile> file)
+    : file_(std::move(file)), control_(DispatchQueue::create("tavrel.writer")) {
+  settings_.fragmentInterval = MediaTime::make(1, 1);
+}
+
+AssetWriterStatus AssetWriterSession::status() const {
+  const std::lock_guard lock(mutex_);
+  return status_;
+}
+
+std::optional<Error> AssetWriterSession::error() const {
+  const std::lock_guard lock(mutex_);
+  return error_;
+}
+
+void AssetWriterSession::setSettings(const std::function<void(MovieFile::Settings&)>& change) {
+  const std::lock_guard lock(mutex_);
+  if (status_ == AssetWriterStatus::unknown) change(settings_);
+}
+
+MovieFile::Settings AssetWriterSession::settings() const {
+  const std::lock_guard lock(mutex_);
+  return settings_;
+}
+
+bool AssetWriterSession::refuse(Error error) {
+  if (status_ == AssetWriterStatus::unknown) error_ = std::move(error);
+  return false;
+}
+
+bool AssetWriterSession::add(const std::shared_ptr<InputPipeline>& input) {
+  const std::lock_guard lock(mutex_);
+  if (status_ != AssetWriterStatus::unknown) return false;
+  if (auto attached = input->attach(*file_); !attached) return refuse(attached.error());
+  inputs_.push_back(input);
+  return true;
+}
+
+bool AssetWriterSession::start() {
+  std::unique_lock lock(mutex_);
+  if (status_ != AssetWriterStatus::unknown || isEnding_) return false;
+  status_ = AssetWriterStatus::writing;
+  error_.reset();
+  std::optional<Error> error;
+  if (inputs_.empty()) error = Error{"media", 1, "the movie has no tracks: add an input first"};
+  const auto handler = [weak = weak_from_this()](Error failure) {
+    if (const auto self = weak.lock()) self->inputFailed(std::move(failure));
+  };
+  // Encoders first: an existing file is replaced only when there is something to write.
+  for (const auto& input : inputs_) {
+    if (error) break;
+    if (auto opened = input->open(file_, handler); !opened) error = opened.error();
+  }
+  if (!error) {
+    if (auto begun = file_->begin(settings_); !begun) error = begun.error();
+  }
+  if (error) {
+    beginEnding(lock, Ending::fail, std::move(error));
+    return false;
+  }
+  timer_ = std::make_unique<DispatchTimer>(control_, kTick, [weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->tick();
+  });
+  return true;
+}
+
+void AssetWriterSession::startSession(MediaTime time) {
+  const std::lock_guard lock(mutex_);
+  if (status_ != AssetWriterStatus::writing || hasSession_ || !time.isNumeric()) return;
+  hasSession_ = true;
+  for (const auto& input : inputs_) input->startSession(time);
+}
+
+void AssetWriterSession::tick() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (isEnding_) return;
+  }
+  if (auto written = file_->tick(); !written) inputFailed(written.error());
+  balanceInputs();
+}
+
+void AssetWriterSession::balanceInputs() {
+  std::vector<std::shared_ptr<InputPipeline>> inputs;
+  {
+    const std::lock_guard lock(mutex_);
+    inputs = inputs_;
+  }
+  const auto now = std::chrono::steady_clock::now();
+  for (const auto& input : inputs) {
+    const auto own = input->progress();
+    const bool isHeldBack =
+        own.isPulled && !own.isRealTime && std::any_of(inputs.begin(), inputs.end(), [&](const auto& candidate) {
+          if (candidate == input) return false;
+          const auto other = candidate->progress();
+          return other.isFeeding && other.isPulled && own.appendedUntil > other.appendedUntil + kMostAhead &&
+                 now - other.lastAppend < kStalled;
+        });
+    input->setHeldBack(isHeldBack);
+  }
+}
+
+void AssetWriterSession::inputFailed(Error error) {
+  std::unique_lock lock(mutex_);
+  if (!isEnding_) beginEnding(lock, Ending::fail, std::move(error));
+}
+
+void AssetWriterSession::beginEnding(std::unique_lock<std::mutex>& lock, Ending ending, std::optional<Error> error) {
+  isEnding_ = true;
+  if (ending == Ending::fail) {
+    status_ = AssetWriterStatus::failed;
+    error_ = std::move(error);
+  }
+  if (ending == Ending::cancel) status_ = AssetWriterStatus::cancelled;
+  const auto inputs = inputs_;
+  lock.unlock();
+  for (const auto& input : inputs) input->end(ending == Ending::cancel);
+  control_->async([self = shared_from_this(), ending] { self->end(ending); });
+}
+
+void AssetWriterSession::end(Ending ending) {
+  const auto timer = [this] {
+    const std::lock_guard lock(mutex_);
+    return std::move(timer_);
+  }();
+  for (const auto& input : inputs_) input->drain();
+
+  std::optional<Error> error;
+  if (ending == Ending::cancel) {
+    file_->remove();
+  } else if (auto finished = file_->finish(); !finished) {
+    file_->abandon();
+    error = finished.error();
+  }
+
+  const std::lock_guard lock(mutex_);
+  if (status_ == AssetWriterStatus::writing) {
+    status_ = error ? AssetWriterStatus::failed : AssetWriterStatus::completed;
+    error_ = std::move(error);
+  }
+  if (status_ == AssetWriterStatus::failed && error_ && hasSession_) {
+    const double until = file_->writtenUntil().seconds();
+    error_->description +=
+        until > 0 ? fmt::format("; the file plays up to {:.2f} s", until) : std::string("; nothing was recorded");
+  }
+  inputs_.clear();
+  hasEnded_ = true;
+  ended_.notify_all();
+}
+
+void AssetWriterSession::finish(std::function<void()> completion) {
+  {
+    std::unique_lock lock(mutex_);
+    if (status_ == AssetWriterStatus::writing && !isEnding_) beginEnding(lock, Ending::finish, std::nullopt);
+  }
+  // Behind the ending, so that the status is final.
+  if (completion) control_->async(std::move(completion));
+}
+
+void AssetWriterSession::waitUntilEnded() {
+  if (control_->isCurrent()) return;
+  std::unique_lock lock(mutex_);
+  if (isEnding_) ended_.wait(lock, [this] { return hasEnded_; });
+}
+
+bool AssetWriterSession::finishAndWait() {
+  finish(nullptr);
+  waitUntilEnded();
+  return status() == AssetWriterStatus::completed;
+}
+
+void AssetWriterSession::cancel() {
+  {
+    std::unique_lock lock(mutex_);
+    if (status_ == AssetWriterStatus::unknown) {
+      status_ = AssetWriterStatus::cancelled;
+      return;
+    }
+    if (status_ == AssetWriterStatus::writing && !isEnding_) beginEnding(lock, Ending::cancel, std::nullopt);
+  }
+  waitUntilEnded();
+}
+
+void AssetWriterSession::close() {
+  finishAndWait();
+  // The control thread may still be about to let go of this object: it ends here, not some time later on itself.
+  if (!control_->isCurrent()) control_->shutDown();
+}
+
+}  // namespace tavrel

@@ -1,0 +1,119 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include "Platform/Dispatch/DispatchQueue.h"
+#include "Platform/Foundation/Dictionary.h"
+#include "Platform/Media/Private/Writing/TrackEncoder.h"
+#include "Platform/Media/SampleBuffer.h"
+
+namespace tavrel {
+
+/// What stands behind an `AssetWriterInput`: the bounded hand-over to the encoder's thread, and who waits for it.
+///
+///     created ──attach──▶ attached ──open──▶ writing ──markAsFinished──▶ finished
+///                                               └──────── end ─────────────┴──▶ ended
+///
+/// Any thread. Encoder and file work happens on the pipeline's queue only.
+class InputPipeline : public std::enable_shared_from_this<InputPipeline> {
+ public:
+  /// Called on the pipeline's queue with the first error.
+  using FailureHandler = std::function<void(Error)>;
+
+  struct Configuration {
+    bool isRealTime = false;
+    AffineTransform transform;
+    std::int32_t timescale = 0;
+  };
+
+  InputPipeline(MediaType mediaType, std::optional<Dictionary> settings)
+      : mediaType_(mediaType), settings_(std::move(settings)) {}
+  ~InputPipeline();
+
+  MediaType mediaType() const { return mediaType_; }
+  Configuration configuration() const;
+  /// Calls `change` on the configuration unless writing has started.
+  void configure(const std::function<void(Configuration&)>& change);
+  Size encodedSize() const;
+  bool hasStarted() const;
+
+  // The writer's side.
+  /// Checks the settings; the pipeline then belongs to a writer.
+  Expected<void> attach(const MovieFile& file);
+  Expected<void> open(std::shared_ptr<MovieFile> file, FailureHandler handler);
+  void startSession(MediaTime time);
+  /// Holds the input back while it is far ahead of others that are being read in step with it.
+  void setHeldBack(bool isHeldBack);
+  /// No more samples are taken and all who wait wake up; with `discard`, those not yet encoded are dropped.
+  void end(bool discard);
+  /// Returns once the encoder's thread has done everything and let go of the file.
+  void drain();
+
+  struct Progress {
+    bool isFeeding = false;  ///< may still deliver
+    bool isPulled = false;   ///< somebody asked to be called for data
+    bool isRealTime = false;
+    double appendedUntil = 0;  ///< seconds on the movie's time line
+    std::chrono::steady_clock::time_point lastAppend;
+  };
+  Progress progress() const;
+
+  // The client's side.
+  bool isReady() const;
+  bool append(const SampleBuffer& sampleBuffer);
+  bool appendPicture(PixelBuffer& pixelBuffer, MediaTime presentationTime);
+  void markAsFinished();
+  void requestMediaData(std::shared_ptr<DispatchQueue> queue, std::function<void()> block);
+  bool waitUntilReady(std::chrono::nanoseconds timeout);
+
+ private:
+  enum class Stage { created, attached, writing, finished, ended };
+
+  bool isReadyLocked() const;
+  bool hasEndedLocked() const { return stage_ == Stage::finished || stage_ == Stage::ended; }
+  bool enqueue(TrackSample sample, MediaTime presentationTime);
+  bool stampPicture(TrackSample& sample, MediaTime movieTime);
+  bool stampSound(const TrackSample& sample, MediaTime movieTime);
+  bool isStorable(const FormatDescription& format) const;
+  void process(const TrackSample& sample, double seconds);
+  void fail(Error error);
+  void finishEncoder();
+  void readinessChanged(std::unique_lock<std::mutex>& lock);
+  void callRequest();
+
+  const MediaType mediaType_;
+  const std::optional<Dictionary> settings_;
+
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  Stage stage_ = Stage::created;
+  Configuration configuration_;
+  Size encodedSize_;
+  bool isHeldBack_ = false;
+  std::optional<MediaTime> sessionStart_;
+  std::int32_t timescale_ = 0;  // of the track, once the first picture has chosen it
+  std::optional<std::int64_t> lastUnits_;
+  double appendedUntil_ = 0;
+  std::chrono::steady_clock::time_point lastAppend_;
+  int waitingSamples_ = 0;
+  double waitingSeconds_ = 0;
+
+  std::shared_ptr<DispatchQueue> requestQueue_;
+  std::shared_ptr<std::function<void()>> requestBlock_;
+  bool isRequestPosted_ = false;
+
+  std::shared_ptr<DispatchQueue> queue_;
+  FailureHandler failureHandler_;
+  std::shared_ptr<MovieFile> file_;
+  int track_ = -1;
+  std::unique_ptr<TrackEncoder> encoder_;
+  bool hasFailed_ = false;  // queue only
+  std::atomic<bool> isDiscarding_ = false;
+};
+
+}  // namespace tavrel

@@ -1,0 +1,396 @@
+#include "Platform/Media/Private/Writing/MovieFile.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+
+extern "C" {
+#include <libavutil/opt.h>
+}
+
+#include "Platform/Media/AssetWriter.h"
+#include "Platform/Media/Private/FFmpegLog.h"
+
+namespace tavrel {
+namespace {
+
+// A process that is killed 0.3 s after the first sample leaves a file that opens.
+constexpr std::chrono::milliseconds kHeaderPatience{150};
+// Beyond it a sample's duration no longer fits the container; such a pause is told by the next fragment's time instead.
+constexpr std::int64_t kLongestDuration = std::numeric_limits<std::int32_t>::max() / 2;
+
+struct FileType {
+  const char* name;
+  const char* muxer;
+};
+constexpr std::array<FileType, 3> kFileTypes{
+    {{kFileTypeQuickTimeMovie, "mov"}, {kFileTypeMPEG4, "mp4"}, {kFileTypeMatroska, "matroska"}}};
+
+double secondsOf(std::int64_t units, AVRational base) {
+  return static_cast<double>(units) * av_q2d(base);
+}
+
+std::int64_t nominalDuration(MediaType mediaType, AVRational base) {
+  return std::max<std::int64_t>(1, av_rescale_q(1, AVRational{1, mediaType == MediaType::video ? 30 : 50}, base));
+}
+
+bool isWellKnown(const std::string& key) {
+  constexpr std::array<const char*, 5> kKnown{kMetadataTitle, kMetadataCreationDate, kMetadataLocation, kMetadataArtist,
+                                              kMetadataComment};
+  return std::find(kKnown.begin(), kKnown.end(), key) != kKnown.end();
+}
+
+}  // namespace
+
+Expected<std::unique_ptr<MovieFile>> MovieFile::open(const std::filesystem::path& path, std::string_view fileType) {
+  quietFFmpegLog();
+  const auto* const type = std::find_if(kFileTypes.begin(), kFileTypes.end(),
+                                        [&](const FileType& candidate) { return fileType == candidate.name; });
+  if (type == kFileTypes.end()) {
+    return failure("media", EINVAL,
+                   fmt::format("\"{}\" is not a movie file type that can be written: use {}, {} or {}", fileType,
+                               kFileTypes[0].name, kFileTypes[1].name, kFileTypes[2].name));
+  }
+  const AVOutputFormat* const format = av_guess_format(type->muxer, nullptr, nullptr);
+  if (!format) return failure("media", ENOSYS, fmt::format("this FFmpeg cannot write {} files", type->muxer));
+  auto output = MovieFileOutput::open(path);
+  if (!output) return tl::unexpected(output.error());
+  return std::unique_ptr<MovieFile>(new MovieFile(std::move(*output), format));
+}
+
+MovieFile::MovieFile(std::unique_ptr<MovieFileOutput> output, const AVOutputFormat* format)
+    : output_(std::move(output)), format_(format), isQuickTimeFamily_(std::string_view(format->name) != "matroska") {}
+
+MovieFile::~MovieFile() {
+  abandon();
+}
+
+bool MovieFile::canHold(AVCodecID codec, std::string_view fileType) {
+  for (const FileType& type : kFileTypes) {
+    if (fileType != type.name) continue;
+    const AVOutputFormat* const format = av_guess_format(type.muxer, nullptr, nullptr);
+    return format && avformat_query_codec(format, codec, FF_COMPLIANCE_NORMAL) == 1;
+  }
+  return false;
+}
+
+bool MovieFile::canHold(AVCodecID codec) const {
+  return avformat_query_codec(format_, codec, FF_COMPLIANCE_NORMAL) == 1;
+}
+
+std::string MovieFile::formatName() const {
+  return format_->long_name;
+}
+
+int MovieFile::addTrack(MediaType mediaType, const AffineTransform& transform,
+                        std::chrono::milliseconds formatPatience) {
+  const std::lock_guard lock(mutex_);
+  Track track{};
+  track.mediaType = mediaType;
+  track.transform = transform;
+  track.formatPatience = std::max(formatPatience, kHeaderPatience);
+  tracks_.push_back(std::move(track));
+  return static_cast<int>(tracks_.size()) - 1;
+}
+
+Expected<void> MovieFile::begin(Settings settings) {
+  const std::lock_guard lock(mutex_);
+  settings_ = std::move(settings);
+  lastFlush_ = Clock::now();
+  hasBegun_ = true;
+  if (auto begun = output_->begin(); !begun) return fail(begun.error());
+  return {};
+}
+
+Expected<void> MovieFile::fail(Error error) {
+  if (!error_) error_ = std::move(error);
+  return tl::unexpected(*error_);
+}
+
+Expected<void> MovieFile::checked(int result, const char* what) {
+  // The system's reason says more than the muxer's, and the muxer does not always pass it on.
+  if (auto status = output_->status(); !status) return fail(status.error());
+  if (result >= 0) return {};
+  const std::string line = takeFFmpegLogLine();
+  return fail(ffmpegError(result, line.empty() ? what : fmt::format("{} ({})", what, line)));
+}
+
+Expected<void> MovieFile::checkpoint() {
+  if (auto complete = output_->checkpoint(); !complete) return fail(complete.error());
+  return {};
+}
+
+bool MovieFile::setFormat(int index, const AVCodecParameters* parameters, AVRational timeBase, bool isFinal) {
+  const std::lock_guard lock(mutex_);
+  if (isHeaderWritten_) return false;
+  Track& track = tracks_[static_cast<std::size_t>(index)];
+  track.parameters.reset(avcodec_parameters_alloc());
+  avcodec_parameters_copy(track.parameters.get(), parameters);
+  track.timeBase = timeBase;
+  track.isFormatFinal = isFinal;
+  return true;
+}
+
+bool MovieFile::hasTrack(int track) const {
+  const std::lock_guard lock(mutex_);
+  return !isHeaderWritten_ || tracks_[static_cast<std::size_t>(track)].stream >= 0;
+}
+
+void MovieFile::noteFirstSample() {
+  const std::lock_guard lock(mutex_);
+  if (!firstSample_) firstSample_ = Clock::now();
+}
+
+bool MovieFile::isHeaderDue(Clock::time_point now) const {
+  bool hasAny = false;
+  for (const Track& track : tracks_) {
+    hasAny = hasAny || track.parameters;
+    if (track.isFormatFinal || track.hasEnded) continue;
+    const auto patience = track.parameters ? kHeaderPatience : track.formatPatience;
+    if (!firstSample_ || now - *firstSample_ < patience) return false;
+  }
+  return hasAny;
+}
+
+CodecDictionary MovieFile::muxerOptions() const {
+  AVDictionary* options = nullptr;
+  if (!isQuickTimeFamily_) {
+    av_dict_set_int(&options, "cluster_time_limit", static_cast<std::int64_t>(fragmentSeconds() * 1000), 0);
+    return CodecDictionary(options);
+  }
+  // Fragments begin at their samples' own times, so that no track needs an edit list, which would have to wait for its
+  // first packet.
+  std::string flags = "frag_custom+empty_moov+default_base_moof+frag_discont+negative_cts_offsets";
+  const bool hasOwnKeys = std::any_of(settings_.metadata.begin(), settings_.metadata.end(),
+                                      [](const MetadataItem& item) { return !isWellKnown(item.key); });
+  if (hasOwnKeys) flags += "+use_metadata_tags";
+  av_dict_set(&options, "movflags", flags.c_str(), 0);
+  av_dict_set(&options, "use_editlist", "0", 0);
+  for (const Track& track : tracks_) {
+    if (track.stream < 0 || track.mediaType != MediaType::video) continue;
+    av_dict_set_int(&options, "video_track_timescale", track.timeBase.den, 0);
+  }
+  return CodecDictionary(options);
+}
+
+void MovieFile::addDisplayMatrix(AVStream* stream, const AffineTransform& transform) const {
+  if (transform == AffineTransform{}) return;
+  auto* const matrix = reinterpret_cast<std::int32_t*>(
+      av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, 9 * sizeof(std::int32_t)));
+  if (!matrix) return;
+  const auto fixed = [](double number) { return static_cast<std::int32_t>(std::lround(number * 65536)); };
+  const std::array<std::int32_t, 9> values{fixed(transform.a),  fixed(transform.b),  0,
+                                           fixed(transform.c),  fixed(transform.d),  0,
+                                           fixed(transform.tx), fixed(transform.ty), 1 << 30};
+  std::copy(values.begin(), values.end(), matrix);
+}
+
+Expected<void> MovieFile::createStreams() {
+  AVFormatContext* context = nullptr;
+  if (const int result = avformat_alloc_output_context2(&context, format_, nullptr, nullptr); result < 0) {
+    return checked(result, "the movie's header cannot be made");
+  }
+  context_.reset(context);
+  context->pb = output_->context();
+  context->flags |= AVFMT_FLAG_CUSTOM_IO;
+  context->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
+  for (Track& track : tracks_) {
+    if (!track.parameters) continue;
+    AVStream* const stream = avformat_new_stream(context, nullptr);
+    if (!stream) return checked(AVERROR(ENOMEM), "the movie's header cannot be made");
+    avcodec_parameters_copy(stream->codecpar, track.parameters.get());
+    if (!isQuickTimeFamily_) stream->codecpar->codec_tag = 0;
+    stream->time_base = track.timeBase;
+    addDisplayMatrix(stream, track.transform);
+    track.stream = stream->index;
+  }
+  for (const MetadataItem& item : settings_.metadata) {
+    av_dict_set(&context->metadata, item.key.c_str(), item.value.c_str(), 0);
+  }
+  return {};
+}
+
+Expected<void> MovieFile::writeHeader() {
+  if (auto created = createStreams(); !created) return created;
+  AVDictionary* options = muxerOptions().release();
+  const int result = avformat_write_header(context_.get(), &options);
+  av_dict_free(&options);
+  if (auto written = checked(result, "the movie's header cannot be written"); !written) return written;
+  isHeaderWritten_ = true;
+  if (auto complete = checkpoint(); !complete) return complete;
+
+  auto waiting = std::move(waiting_);
+  waiting_.clear();
+  for (auto& [index, packet] : waiting) {
+    Track& track = tracks_[static_cast<std::size_t>(index)];
+    if (auto muxed = mux(track, std::move(packet)); !muxed) return muxed;
+  }
+  return {};
+}
+
+double MovieFile::fragmentSeconds() const {
+  const double seconds = settings_.fragmentInterval.isNumeric() ? settings_.fragmentInterval.seconds() : 1;
+  return std::clamp(seconds, 0.1, 10.0);
+}
+
+Expected<void> MovieFile::flushFragment() {
+  if (!hasUnflushed_) return {};
+  const int result = av_write_frame(context_.get(), nullptr);
+  if (auto flushed = checked(result, "a fragment of the movie cannot be written"); !flushed) return flushed;
+  // Fragments start at their first sample's own time, whatever durations the one before announced.
+  if (isQuickTimeFamily_) av_opt_set(context_->priv_data, "movflags", "+frag_discont", 0);
+  if (auto complete = checkpoint(); !complete) return complete;
+  hasUnflushed_ = false;
+  hasFragments_ = true;
+  lastFlush_ = Clock::now();
+  for (Track& track : tracks_) {
+    if (!track.queuedEnd) continue;
+    track.writtenEnd = *track.queuedEnd;
+    track.isInFile = true;
+    fragmentStart_ = std::max(fragmentStart_, track.writtenEnd);
+  }
+  return {};
+}
+
+Expected<void> MovieFile::mux(Track& track, Packet packet) {
+  if (track.stream < 0) return {};
+  const double start = secondsOf(packet->dts, track.timeBase);
+  if (start - fragmentStart_ >= fragmentSeconds()) {
+    if (auto flushed = flushFragment(); !flushed) return flushed;
+    fragmentStart_ = std::max(fragmentStart_, start);
+  }
+  if (track.queuedEnd && packet->dts - track.lastDts > kLongestDuration) skipTo(track, packet->dts - 1);
+  track.lastDts = packet->dts;
+  track.queuedEnd = secondsOf(packet->pts + packet->duration, track.timeBase);
+  packet->stream_index = track.stream;
+  av_packet_rescale_ts(packet.get(), track.timeBase, context_->streams[track.stream]->time_base);
+  hasUnflushed_ = true;
+  const int result = av_write_frame(context_.get(), packet.get());
+  if (auto written = checked(result, "a packet cannot be written to the movie"); !written) return written;
+  return isFirstFragmentDue(track) ? flushFragment() : Expected<void>{};
+}
+
+bool MovieFile::isFirstFragmentDue(const Track& track) const {
+  // Some readers do not open a movie without a sample: the first picture makes a fragment of its own.
+  if (hasFragments_) return false;
+  return track.mediaType == MediaType::video || std::none_of(tracks_.begin(), tracks_.end(), [](const Track& other) {
+           return other.mediaType == MediaType::video;
+         });
+}
+
+void MovieFile::skipTo(const Track& track, std::int64_t dts) {
+  // An empty packet is not stored; it makes the muxer notice, before it checks the next packet's time, that the
+  // fragment need not follow the one before.
+  const Packet empty(av_packet_alloc());
+  empty->stream_index = track.stream;
+  empty->dts = empty->pts = dts;
+  av_packet_rescale_ts(empty.get(), track.timeBase, context_->streams[track.stream]->time_base);
+  av_write_frame(context_.get(), empty.get());
+}
+
+Expected<void> MovieFile::release(Track& track, std::int64_t duration) {
+  Packet packet = std::move(track.held);
+  if (duration <= 0 || duration > kLongestDuration) duration = nominalDuration(track.mediaType, track.timeBase);
+  packet->duration = duration;
+  if (duration > 1) track.lastDuration = duration;
+  if (isHeaderWritten_) return mux(track, std::move(packet));
+  waiting_.emplace_back(static_cast<int>(&track - tracks_.data()), std::move(packet));
+  return {};
+}
+
+Expected<void> MovieFile::releaseHeld(bool isLast) {
+  for (Track& track : tracks_) {
+    if (!track.held) continue;
+    // Not the last one: announce so little that the next packet, whenever it comes, comes later.
+    std::int64_t duration = 1;
+    if (isLast) duration = track.held->duration > 0 ? track.held->duration : track.lastDuration;
+    if (auto released = release(track, duration); !released) return released;
+  }
+  return {};
+}
+
+Expected<void> MovieFile::write(int index, Packet packet) {
+  const std::lock_guard lock(mutex_);
+  if (error_) return tl::unexpected(*error_);
+  if (isClosed_) return {};
+  Track& track = tracks_[static_cast<std::size_t>(index)];
+  // Sound that only fills the decoder: with it many readers would play everything later by as much. Without it the
+  // first 20 ms fade in.
+  if (track.mediaType == MediaType::audio && packet->pts < 0) return {};
+  if (track.held) {
+    if (auto released = release(track, packet->dts - track.held->dts); !released) return released;
+  }
+  track.held = std::move(packet);
+  if (!isHeaderWritten_ && isHeaderDue(Clock::now())) return writeHeader();
+  return {};
+}
+
+Expected<void> MovieFile::endTrack(int index) {
+  const std::lock_guard lock(mutex_);
+  if (error_) return tl::unexpected(*error_);
+  tracks_[static_cast<std::size_t>(index)].hasEnded = true;
+  return {};
+}
+
+Expected<void> MovieFile::tick() {
+  const std::lock_guard lock(mutex_);
+  if (error_) return tl::unexpected(*error_);
+  if (isClosed_) return {};
+  const auto now = Clock::now();
+  if (!isHeaderWritten_) return firstSample_ && isHeaderDue(now) ? writeHeader() : Expected<void>{};
+  // A source that pauses, or is slow, must not keep what it gave out of the file.
+  if (now - lastFlush_ < std::chrono::duration<double>(fragmentSeconds() * 1.1)) return {};
+  if (auto released = releaseHeld(false); !released) return released;
+  return flushFragment();
+}
+
+Expected<void> MovieFile::finish() {
+  const std::lock_guard lock(mutex_);
+  if (error_) return tl::unexpected(*error_);
+  if (isClosed_ || !hasBegun_) return {};
+  if (auto released = releaseHeld(true); !released) return released;
+  for (Track& track : tracks_) track.hasEnded = true;
+  if (!isHeaderWritten_) {
+    if (!isHeaderDue(Clock::now())) return fail({"media", EINVAL, "nothing was appended, so there is no movie"});
+    if (auto written = writeHeader(); !written) return written;
+  }
+  if (auto flushed = flushFragment(); !flushed) return flushed;
+  if (auto ended = checked(av_write_trailer(context_.get()), "the movie cannot be completed"); !ended) return ended;
+  if (auto complete = checkpoint(); !complete) return complete;
+  isClosed_ = true;
+  context_.reset();
+  output_->closeAtCheckpoint();
+  return {};
+}
+
+void MovieFile::abandon() {
+  const std::lock_guard lock(mutex_);
+  if (isClosed_) return;
+  isClosed_ = true;
+  context_.reset();
+  // Many readers do not open a movie without a sample.
+  if (hasBegun_ && !hasFragments_) return output_->closeAndRemove();
+  output_->closeAtCheckpoint();
+}
+
+void MovieFile::remove() {
+  const std::lock_guard lock(mutex_);
+  if (isClosed_) return;
+  isClosed_ = true;
+  context_.reset();
+  output_->closeAndRemove();
+}
+
+MediaTime MovieFile::writtenUntil() const {
+  const std::lock_guard lock(mutex_);
+  std::optional<double> end;
+  for (const Track& track : tracks_) {
+    if (track.isInFile && (!end || track.writtenEnd < *end)) end = track.writtenEnd;
+  }
+  return MediaTime::fromSeconds(end.value_or(0), 1000);
+}
+
+}  // namespace tavrel

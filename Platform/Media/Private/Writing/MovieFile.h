@@ -1,0 +1,133 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Geometry.h"
+#include "Platform/Media/MediaTime.h"
+#include "Platform/Media/MediaType.h"
+#include "Platform/Media/MetadataItem.h"
+#include "Platform/Media/Private/FFmpegHandles.h"
+#include "Platform/Media/Private/Writing/MovieFileOutput.h"
+
+namespace tavrel {
+
+/// A movie file that plays at every moment: a header as soon as every track's format is known for good, or soon after
+/// the first sample of any, then fragments (QuickTime, MP4) or clusters (Matroska), each handed to the kernel when
+/// complete.
+///
+/// Packets come from the tracks' encoder threads; one at a time is written. After the first failure every write fails
+/// with the same error, and the file keeps what was complete. Any thread.
+class MovieFile {
+ public:
+  struct Settings {
+    MediaTime fragmentInterval;
+    std::vector<MetadataItem> metadata;
+  };
+
+  static Expected<std::unique_ptr<MovieFile>> open(const std::filesystem::path& path, std::string_view fileType);
+
+  MovieFile(const MovieFile&) = delete;
+  MovieFile& operator=(const MovieFile&) = delete;
+  ~MovieFile();
+
+  bool isQuickTimeFamily() const { return isQuickTimeFamily_; }
+  /// Whether the container takes this coding.
+  bool canHold(AVCodecID codec) const;
+  /// The same for a type of file; false for one that cannot be written.
+  static bool canHold(AVCodecID codec, std::string_view fileType);
+  std::string formatName() const;
+
+  /// Tracks are added before `begin`. One without a format in time is left out of the file after `formatPatience`.
+  int addTrack(MediaType mediaType, const AffineTransform& transform, std::chrono::milliseconds formatPatience);
+  Expected<void> begin(Settings settings);
+
+  /// Says what the track's packets are; `isFinal` unless the first sample may still change it. False once the header is
+  /// written: the track keeps the format it had.
+  bool setFormat(int track, const AVCodecParameters* parameters, AVRational timeBase, bool isFinal);
+  /// False when the header was written before the track had a format.
+  bool hasTrack(int track) const;
+  /// The first sample was handed to a track: the time for the header runs.
+  void noteFirstSample();
+  /// Takes a packet whose times are in the track's time base; dts never decreases.
+  Expected<void> write(int track, Packet packet);
+  /// No packets follow: nobody waits for the track any more.
+  Expected<void> endTrack(int track);
+  /// Does what is due by the clock: header, fragment. Call it some times a second.
+  Expected<void> tick();
+
+  /// Writes what is left and closes the file.
+  Expected<void> finish();
+  /// Closes the file after the last complete fragment; removes it when there is none.
+  void abandon();
+  void remove();
+
+  /// The end of the shortest track that is safely in the file.
+  MediaTime writtenUntil() const;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  struct Track {
+    MediaType mediaType;
+    AffineTransform transform;
+    std::chrono::milliseconds formatPatience;
+    CodecParameters parameters;
+    AVRational timeBase{0, 1};
+    int stream = -1;
+    Packet held;  // waits for the next one, which tells its duration
+    std::int64_t lastDuration = 0;
+    std::int64_t lastDts = 0;
+    bool isFormatFinal = false;
+    bool hasEnded = false;
+    std::optional<double> queuedEnd;  // seconds, in the muxer
+    double writtenEnd = 0;            // seconds, in the file
+    bool isInFile = false;
+  };
+
+  MovieFile(std::unique_ptr<MovieFileOutput> output, const AVOutputFormat* format);
+
+  Expected<void> fail(Error error);
+  Expected<void> checked(int result, const char* what);
+  Expected<void> checkpoint();
+  bool isHeaderDue(Clock::time_point now) const;
+  Expected<void> writeHeader();
+  Expected<void> createStreams();
+  void addDisplayMatrix(AVStream* stream, const AffineTransform& transform) const;
+  CodecDictionary muxerOptions() const;
+  Expected<void> release(Track& track, std::int64_t duration);
+  Expected<void> releaseHeld(bool isLast);
+  bool isFirstFragmentDue(const Track& track) const;
+  void skipTo(const Track& track, std::int64_t dts);
+  Expected<void> mux(Track& track, Packet packet);
+  Expected<void> flushFragment();
+  double fragmentSeconds() const;
+
+  std::unique_ptr<MovieFileOutput> output_;
+  const AVOutputFormat* format_;
+  const bool isQuickTimeFamily_;
+
+  mutable std::mutex mutex_;
+  Settings settings_;
+  OutputFormat context_;
+  std::vector<Track> tracks_;
+  std::vector<std::pair<int, Packet>> waiting_;  // before the header
+  bool hasBegun_ = false;
+  bool isHeaderWritten_ = false;
+  bool isClosed_ = false;
+  std::optional<Clock::time_point> firstSample_;
+  Clock::time_point lastFlush_;
+  bool hasUnflushed_ = false;
+  bool hasFragments_ = false;
+  double fragmentStart_ = 0;
+  std::optional<Error> error_;
+};
+
+}  // namespace tavrel

@@ -1,0 +1,92 @@
+#include "Platform/Media/Private/Writing/PassthroughTrackEncoder.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <cstring>
+
+#include "Platform/Media/Private/FFmpegTime.h"
+#include "Platform/Media/Private/Writing/AudioTrackEncoder.h"
+
+namespace tavrel {
+
+AVCodecID PassthroughTrackEncoder::codecOf(const FormatDescription& format) {
+  if (format.isCompressed()) {
+    const AVCodecDescriptor* const descriptor = avcodec_descriptor_get_by_name(format.codecName.c_str());
+    return descriptor ? descriptor->id : AV_CODEC_ID_NONE;
+  }
+  return format.mediaType == MediaType::audio ? AudioTrackEncoder::storedCodec(format.audioFormat) : AV_CODEC_ID_NONE;
+}
+
+Expected<void> PassthroughTrackEncoder::open(MovieFile& file, int track, bool isRealTime) {
+  file_ = &file;
+  track_ = track;
+  isRealTime_ = isRealTime;
+  return {};
+}
+
+Expected<void> PassthroughTrackEncoder::adoptFirstSample(const TrackSample& sample) {
+  hasFirstSample_ = true;
+  if (sample.packet) return setPacketFormat(sample);
+  pcm_ = std::make_unique<AudioTrackEncoder>(sample.format->audioFormat);
+  return pcm_->open(*file_, track_, isRealTime_);
+}
+
+Expected<void> PassthroughTrackEncoder::setPacketFormat(const TrackSample& sample) {
+  const FormatDescription& format = *sample.format;
+  const CodecParameters parameters(avcodec_parameters_alloc());
+  parameters->codec_id = codecOf(format);
+  if (mediaType_ == MediaType::audio) {
+    parameters->codec_type = AVMEDIA_TYPE_AUDIO;
+    parameters->sample_rate = static_cast<int>(std::lround(format.audioFormat.sampleRate));
+    av_channel_layout_default(&parameters->ch_layout, static_cast<int>(format.audioFormat.channelCount));
+    timeBase_ = {1, parameters->sample_rate};
+    parameters->frame_size =
+        static_cast<int>(unitsOf(sample.duration, timeBase_) > 0 ? unitsOf(sample.duration, timeBase_) : 0);
+  } else {
+    parameters->codec_type = AVMEDIA_TYPE_VIDEO;
+    parameters->width = static_cast<int>(format.videoSize.width);
+    parameters->height = static_cast<int>(format.videoSize.height);
+    timeBase_ = {1, timescale_ > 0 ? timescale_ : sample.timescale};
+  }
+  if (!format.codecExtradata.empty()) {
+    const std::size_t size = format.codecExtradata.size();
+    parameters->extradata = static_cast<std::uint8_t*>(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE));
+    if (!parameters->extradata) return failure("media", AVERROR(ENOMEM), "no memory for a track's format");
+    std::memcpy(parameters->extradata, format.codecExtradata.data(), size);
+    parameters->extradata_size = static_cast<int>(size);
+  }
+  file_->setFormat(track_, parameters.get(), timeBase_, true);
+  return {};
+}
+
+Expected<void> PassthroughTrackEncoder::encode(const TrackSample& sample) {
+  if (!hasFirstSample_) {
+    if (auto adopted = adoptFirstSample(sample); !adopted) return adopted;
+  }
+  return pcm_ ? pcm_->encode(sample) : writePacket(sample);
+}
+
+Expected<void> PassthroughTrackEncoder::writePacket(const TrackSample& sample) {
+  Packet packet(av_packet_alloc());
+  if (const int result = av_new_packet(packet.get(), static_cast<int>(sample.packet->size())); result < 0) {
+    return tl::unexpected(ffmpegError(result, "no memory for a packet"));
+  }
+  std::memcpy(packet->data, sample.packet->data(), sample.packet->size());
+  packet->pts = unitsOf(sample.presentationTime, timeBase_);
+  packet->dts = sample.decodeTime.isNumeric() ? unitsOf(sample.decodeTime, timeBase_) : packet->pts;
+  // The container wants every decode time later than the one before.
+  if (hasDecodeTime_ && packet->dts <= lastDecodeTime_) packet->dts = lastDecodeTime_ + 1;
+  if (packet->pts < packet->dts) packet->pts = packet->dts;
+  hasDecodeTime_ = true;
+  lastDecodeTime_ = packet->dts;
+  packet->duration = sample.duration.isNumeric() ? unitsOf(sample.duration, timeBase_) : 0;
+  if (sample.isKeyframe) packet->flags |= AV_PKT_FLAG_KEY;
+  return file_->write(track_, std::move(packet));
+}
+
+Expected<void> PassthroughTrackEncoder::finish() {
+  return pcm_ ? pcm_->finish() : Expected<void>{};
+}
+
+}  // namespace tavrel

@@ -1,0 +1,87 @@
+#include "Platform/Media/Private/Writing/PictureConverter.h"
+
+#include <fmt/format.h>
+#include <libyuv/convert.h>
+#include <libyuv/convert_from_argb.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+extern "C" {
+#include <libswscale/swscale.h>
+}
+
+namespace tavrel {
+namespace {
+
+/// Repeats the last column and row of a plane that was filled to `width` × `height`.
+void repeatEdge(std::uint8_t* plane, int stride, int width, int height, int fullWidth, int fullHeight) {
+  if (fullWidth > width) {
+    for (int row = 0; row < height; ++row) {
+      std::uint8_t* const line = plane + static_cast<std::ptrdiff_t>(row) * stride;
+      std::memset(line + width, line[width - 1], static_cast<std::size_t>(fullWidth - width));
+    }
+  }
+  for (int row = height; row < fullHeight; ++row) {
+    std::memcpy(plane + static_cast<std::ptrdiff_t>(row) * stride,
+                plane + static_cast<std::ptrdiff_t>(height - 1) * stride, static_cast<std::size_t>(fullWidth));
+  }
+}
+
+bool fits(std::size_t side, int full) {
+  return side == static_cast<std::size_t>(full) || side + 1 == static_cast<std::size_t>(full);
+}
+
+AVPixelFormat ffmpegFormat(PixelFormat format) {
+  return format == PixelFormat::bgra32 ? AV_PIX_FMT_BGRA : AV_PIX_FMT_NV12;
+}
+
+}  // namespace
+
+PictureConverter::~PictureConverter() {
+  sws_freeContext(scaler_);
+}
+
+Expected<void> PictureConverter::convert(const PixelBufferSnapshot& picture, AVFrame& frame) {
+  const bool fitsFrame = fits(picture.width(), frame.width) && fits(picture.height(), frame.height);
+  const bool isBGRA = picture.format() == PixelFormat::bgra32;
+  const bool hasLibyuvMatrix = frame.colorspace == AVCOL_SPC_SMPTE170M;
+  if (!fitsFrame || picture.format() == PixelFormat::biPlanar420FullRange || (isBGRA && !hasLibyuvMatrix)) {
+    return scale(picture, frame);
+  }
+  const int width = static_cast<int>(picture.width());
+  const int height = static_cast<int>(picture.height());
+  const int stride = static_cast<int>(picture.bytesPerRow());
+  const int result =
+      isBGRA ? libyuv::ARGBToI420(picture.bytes(), stride, frame.data[0], frame.linesize[0], frame.data[1],
+                                  frame.linesize[1], frame.data[2], frame.linesize[2], width, height)
+             : libyuv::NV12ToI420(picture.bytes(), stride, picture.bytesOfPlane(1),
+                                  static_cast<int>(picture.bytesPerRowOfPlane(1)), frame.data[0], frame.linesize[0],
+                                  frame.data[1], frame.linesize[1], frame.data[2], frame.linesize[2], width, height);
+  if (result != 0) return failure("media", 1, "a picture cannot be converted for the encoder");
+  repeatEdge(frame.data[0], frame.linesize[0], width, height, frame.width, frame.height);
+  return {};
+}
+
+Expected<void> PictureConverter::scale(const PixelBufferSnapshot& picture, AVFrame& frame) {
+  const bool isBGRA = picture.format() == PixelFormat::bgra32;
+  scaler_ = sws_getCachedContext(scaler_, static_cast<int>(picture.width()), static_cast<int>(picture.height()),
+                                 ffmpegFormat(picture.format()), frame.width, frame.height, AV_PIX_FMT_YUV420P,
+                                 SWS_BICUBIC | SWS_ACCURATE_RND, nullptr, nullptr, nullptr);
+  if (!scaler_) {
+    return failure("media", 1,
+                   fmt::format("a picture of {}x{} cannot be scaled to {}x{}", picture.width(), picture.height(),
+                               frame.width, frame.height));
+  }
+  const int* const coefficients = sws_getCoefficients(frame.colorspace);
+  const bool isFullRange = isBGRA || picture.format() == PixelFormat::biPlanar420FullRange;
+  sws_setColorspaceDetails(scaler_, coefficients, isFullRange ? 1 : 0, coefficients, 0, 0, 1 << 16, 1 << 16);
+  const std::array<const std::uint8_t*, 4> planes{picture.bytes(), isBGRA ? nullptr : picture.bytesOfPlane(1)};
+  const std::array<int, 4> strides{static_cast<int>(picture.bytesPerRow()),
+                                   isBGRA ? 0 : static_cast<int>(picture.bytesPerRowOfPlane(1))};
+  sws_scale(scaler_, planes.data(), strides.data(), 0, static_cast<int>(picture.height()), frame.data, frame.linesize);
+  return {};
+}
+
+}  // namespace tavrel

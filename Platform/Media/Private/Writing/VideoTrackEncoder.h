@@ -1,0 +1,37 @@
+#pragma once
+
+#include <optional>
+
+#include "Platform/Media/Private/Writing/PictureConverter.h"
+#include "Platform/Media/Private/Writing/TrackEncoder.h"
+#include "Platform/Media/Private/Writing/VideoEncoder.h"
+
+namespace tavrel {
+
+/// Pictures to a video track: conversion to 4:2:0, encoding, time stamps.
+class VideoTrackEncoder final : public TrackEncoder {
+ public:
+  VideoTrackEncoder(VideoSettings settings, std::int32_t timescale)
+      : settings_(std::move(settings)), timescale_(timescale) {}
+
+  Expected<void> check(const MovieFile& file) const override;
+  Expected<void> open(MovieFile& file, int track, bool isRealTime) override;
+  Expected<void> encode(const TrackSample& sample) override;
+  Expected<void> finish() override;
+
+ private:
+  Expected<void> adoptFirstSample(const TrackSample& sample);
+  VideoEncoder::PacketHandler packetHandler();
+
+  const VideoSettings settings_;
+  const std::int32_t timescale_;  // 0: chosen by the first sample
+  MovieFile* file_ = nullptr;
+  int track_ = -1;
+  bool isRealTime_ = true;
+  std::optional<VideoEncoder> encoder_;
+  PictureConverter converter_;
+  bool hasFirstSample_ = false;
+  std::int64_t lastTime_ = -1;
+};
+
+}  // namespace tavrel
