@@ -57,8 +57,6 @@
 #include "Platform/Capture/CaptureSession.h"
 #include "Platform/Capture/CaptureStillImageOutput.h"
 #include "Platform/Capture/CaptureVideoDataOutput.h"
-#include "Platform/Capture/Virtual/VirtualCamera.h"
-#include "Platform/Capture/Virtual/VirtualMicrophone.h"
 #include "Platform/Dispatch/DispatchGroup.h"
 #include "Platform/Dispatch/DispatchOnce.h"
 #include "Platform/Dispatch/DispatchQueue.h"

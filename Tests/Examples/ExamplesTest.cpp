@@ -4,9 +4,9 @@
 #include <regex>
 #include <thread>
 
-#include "Platform/Capture/Virtual/SyntheticScene.h"
 #include "Support/GraphTestSupport.h"
 #include "Support/UIVirtualScreen.h"
+#include "TavrelCaptureTesting.h"
 #include "Tools/tavrel/ProgramTestSupport.h"
 
 namespace tavrel {

@@ -4,11 +4,10 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Capture/Virtual/SyntheticScene.h"
-#include "Platform/Capture/Virtual/VirtualCaptureSystem.h"
 #include "Support/CaptureTestSupport.h"
 #include "Support/GraphTestSupport.h"
 #include "Support/LogTestSupport.h"
+#include "TavrelCaptureTesting.h"
 
 namespace tavrel::test {
 

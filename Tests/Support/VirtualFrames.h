@@ -4,8 +4,8 @@
 #include <memory>
 #include <optional>
 
-#include "Platform/Capture/Virtual/SyntheticScene.h"
 #include "Platform/Graphics/PixelBuffer.h"
+#include "TavrelCaptureTesting.h"
 
 namespace tavrel::test {
 

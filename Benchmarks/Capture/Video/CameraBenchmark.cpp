@@ -11,13 +11,12 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Capture/Virtual/SyntheticScene.h"
-#include "Platform/Capture/Virtual/VirtualCaptureSystem.h"
 #include "Platform/UI/Screen.h"
 #include "Support/BareGL.h"
 #include "Support/Comparison.h"
 #include "Support/EffectsGif.h"
 #include "Support/ResourceCount.h"
+#include "TavrelCaptureTesting.h"
 
 namespace tavrel::benchmarks {
 namespace {

@@ -21,13 +21,12 @@
 #include <string>
 #include <thread>
 
-#include "Platform/Capture/FastClock.h"
-#include "Platform/Capture/Virtual/VirtualCaptureSystem.h"
 #include "Platform/UI/Screen.h"
 #include "Support/Comparison.h"
 #include "Support/EffectsGif.h"
 #include "Support/ResourceCount.h"
 #include "TavrelCaptureBase.h"
+#include "TavrelCaptureTesting.h"
 #include "Tests/Capture/Video/CameraRecording.h"
 #include "Tests/Capture/Video/RecordingObservation.h"
 

@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Capture/Virtual/SyntheticScene.h"
 #include "Platform/Graphics/PixelBuffer.h"
 #include "Support/BareGL.h"
 #include "Support/BareMovie.h"
 #include "Support/Comparison.h"
+#include "TavrelCaptureTesting.h"
 
 namespace tavrel::benchmarks {
 namespace {

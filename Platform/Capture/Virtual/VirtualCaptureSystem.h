@@ -16,7 +16,7 @@ namespace tavrel {
 class CaptureOutput;
 
 /// The bench on which programs that use the virtual devices are tested: what can go wrong goes wrong on demand. Each
-/// setting holds until it is changed or `reset`. Not part of what applications use. Any thread.
+/// setting holds until it is changed or `reset`. Any thread.
 ///
 /// The virtual devices are "virtual:back" and "virtual:front", cameras, and "virtual:microphone". Their scene time is
 /// common: flashes and beeps fall on the same instants of their clock, whenever each was started.

@@ -4,9 +4,8 @@
 #include <cmath>
 #include <functional>
 
-#include "Platform/Capture/Virtual/SyntheticScene.h"
-#include "Platform/Capture/Virtual/SyntheticSound.h"
 #include "TavrelCaptureBase.h"
+#include "TavrelCaptureTesting.h"
 
 namespace tavrel::test {
 namespace {

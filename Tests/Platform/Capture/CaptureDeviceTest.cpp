@@ -7,10 +7,10 @@
 #include <future>
 
 #include "Platform/Capture/CaptureDeviceInput.h"
-#include "Platform/Capture/Virtual/VirtualCaptureSystem.h"
 #include "Platform/Imaging/ImageDestination.h"
 #include "Support/CaptureTestSupport.h"
 #include "Support/VirtualFrames.h"
+#include "TavrelCaptureTesting.h"
 
 namespace tavrel::test {
 namespace {

@@ -5,13 +5,11 @@
 #include <cmath>
 #include <set>
 
-#include "Platform/Capture/FastClock.h"
-#include "Platform/Capture/Virtual/SyntheticSound.h"
-#include "Platform/Capture/Virtual/VirtualCaptureSystem.h"
 #include "Platform/Dispatch/DispatchSemaphore.h"
 #include "Platform/Imaging/ImageSource.h"
 #include "Support/CaptureTestSupport.h"
 #include "Support/VirtualFrames.h"
+#include "TavrelCaptureTesting.h"
 
 namespace tavrel::test {
 namespace {

@@ -10,6 +10,7 @@
 
 #include "Platform/Graphics/GraphicsDisplay.h"
 #include "Support/ReaderMovies.h"
+#include "TavrelCaptureTesting.h"
 #include "WindowTestSupport.h"
 
 namespace tavrel::test {

@@ -3,14 +3,13 @@
 #include <fstream>
 #include <thread>
 
-#include "Platform/Capture/Virtual/SyntheticScene.h"
-#include "Platform/Capture/Virtual/SyntheticSound.h"
 #include "Platform/Media/Asset.h"
 #include "Platform/Media/AssetReader.h"
 #include "Platform/Media/AssetReaderTrackOutput.h"
 #include "ProgramTestSupport.h"
 #include "Support/EffectsGif.h"
 #include "TavrelCaptureBase.h"
+#include "TavrelCaptureTesting.h"
 
 namespace tavrel {
 namespace {

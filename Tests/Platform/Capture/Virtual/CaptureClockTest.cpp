@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "Platform/Capture/FastClock.h"
+#include "TavrelCaptureTesting.h"
 
 namespace tavrel::test {
 namespace {

@@ -1,5 +1,3 @@
-#include "Platform/Capture/Virtual/FileScene.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -7,6 +5,7 @@
 
 #include "Support/ReaderMovies.h"
 #include "Support/VirtualFrames.h"
+#include "TavrelCaptureTesting.h"
 
 namespace tavrel::test {
 namespace {

@@ -1,5 +1,3 @@
-#include "Platform/Capture/Virtual/SyntheticScene.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,6 +8,7 @@
 
 #include "Support/ReaderMovies.h"
 #include "Support/VirtualFrames.h"
+#include "TavrelCaptureTesting.h"
 
 namespace tavrel::test {
 namespace {

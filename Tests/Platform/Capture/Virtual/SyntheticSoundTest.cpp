@@ -1,11 +1,9 @@
-#include "Platform/Capture/Virtual/SyntheticSound.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
 
-#include "Platform/Capture/Virtual/FileSound.h"
 #include "Support/ReaderMovies.h"
+#include "TavrelCaptureTesting.h"
 
 namespace tavrel::test {
 namespace {

@@ -1,5 +1,3 @@
-#include "Platform/Capture/Virtual/VirtualCamera.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -9,9 +7,9 @@
 #include <thread>
 #include <vector>
 
-#include "Platform/Capture/FastClock.h"
 #include "Platform/Dispatch/DispatchSemaphore.h"
 #include "Support/VirtualFrames.h"
+#include "TavrelCaptureTesting.h"
 
 namespace tavrel::test {
 namespace {

@@ -1,5 +1,3 @@
-#include "Platform/Capture/Virtual/VirtualMicrophone.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -7,11 +5,9 @@
 #include <thread>
 #include <vector>
 
-#include "Platform/Capture/FastClock.h"
-#include "Platform/Capture/Virtual/SyntheticSound.h"
-#include "Platform/Capture/Virtual/VirtualCamera.h"
 #include "Platform/Media/SampleBuffer.h"
 #include "Support/VirtualFrames.h"
+#include "TavrelCaptureTesting.h"
 
 namespace tavrel::test {
 namespace {

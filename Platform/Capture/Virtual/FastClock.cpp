@@ -1,4 +1,4 @@
-#include "Platform/Capture/FastClock.h"
+#include "Platform/Capture/Virtual/FastClock.h"
 
 #include <algorithm>
 
