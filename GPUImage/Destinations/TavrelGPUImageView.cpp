@@ -1,11 +1,14 @@
 #include "GPUImage/Destinations/TavrelGPUImageView.h"
 
+#include <atomic>
+#include <mutex>
 #include <utility>
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
-#include "GPUImage/Private/LinkedProgram.h"
 #include "GPUImage/Private/NodeSpan.h"
+#include "GPUImage/Private/QuadProgram.h"
 #include "GPUImage/TavrelGPUImageContext.h"
+#include "GPUImage/TavrelGPUImageFramebufferLease.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Tracing/TraceNames.h"
 #include "Platform/UI/Screen.h"
@@ -27,17 +30,50 @@ constexpr GLfloat kTextureCoordinates[8][8] = {
 
 }  // namespace
 
+struct TavrelGPUImageView::Implementation {
+  explicit Implementation(std::shared_ptr<GLDrawable> target) : drawable(std::move(target)) {}
+
+  Rect bounds() const {
+    const std::lock_guard lock(geometryMutex);
+    return boundsForBackgroundThread;
+  }
+  void drawInput() const;
+
+  const std::shared_ptr<GLDrawable> drawable;
+  QuadProgram displayProgram;
+  GLuint displayFramebuffer = 0;
+  GLuint displayRenderbuffer = 0;
+  TavrelGPUImageFramebufferLease inputFramebufferForDisplay;
+  Size inputImageSize;
+  std::array<GLfloat, 8> imageVertices{};
+  GLfloat backgroundColorRed = 0;
+  GLfloat backgroundColorGreen = 0;
+  GLfloat backgroundColorBlue = 0;
+  GLfloat backgroundColorAlpha = 1;
+  TavrelGPUImageRotationMode inputRotation = kTavrelGPUImageNoRotation;
+  std::atomic<TavrelGPUImageFillModeType> fillMode = kTavrelGPUImageFillModePreserveAspectRatio;
+  std::atomic<double> aspectRatio = 0;
+  std::atomic<bool> enabled = true;
+
+  // Between the main thread and the video-processing queue.
+  mutable std::mutex geometryMutex;
+  Rect boundsForBackgroundThread;
+  double scaleForBackgroundThread = 1;
+  Size boundsSizeAtFrameBufferEpoch;
+  Size sizeInPixels;
+};
+
 TavrelGPUImageView::TavrelGPUImageView(const Rect& frame) : TavrelGPUImageView(frame, layerClass()()) {}
 
 TavrelGPUImageView::TavrelGPUImageView(const Rect& frame, const std::shared_ptr<DrawableLayer>& layer)
-    : View(frame, layer), drawable_(layer->drawable()) {
+    : View(frame, layer), implementation_(std::make_unique<Implementation>(layer->drawable())) {
   commonInit();
 }
 
 TavrelGPUImageView::~TavrelGPUImageView() {
   TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
     destroyDisplayFramebuffer();
-    inputFramebufferForDisplay = {};
+    implementation_->inputFramebufferForDisplay = {};
   });
 }
 
@@ -56,61 +92,71 @@ void TavrelGPUImageView::commonInit() {
   refreshBoundsForBackgroundThread();
   TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
     TavrelGPUImageContext::useImageProcessingContext();
-    initializeDisplayProgram();
+    implementation_->displayProgram =
+        QuadProgram(*TavrelGPUImageContext::sharedImageProcessingContext(), kTavrelGPUImageVertexShaderString,
+                    kTavrelGPUImagePassthroughFragmentShaderString);
     createDisplayFramebuffer();
   });
 }
 
-void TavrelGPUImageView::initializeDisplayProgram() {
-  displayProgram =
-      linkedProgram(*TavrelGPUImageContext::sharedImageProcessingContext(), kTavrelGPUImageVertexShaderString,
-                    kTavrelGPUImagePassthroughFragmentShaderString, {"position", "inputTextureCoordinate"});
-  displayPositionAttribute = displayProgram->attributeIndex("position");
-  displayTextureCoordinateAttribute = displayProgram->attributeIndex("inputTextureCoordinate");
-  displayInputTextureUniform = displayProgram->uniformIndex("inputImageTexture");
-  TavrelGPUImageContext::setActiveShaderProgram(displayProgram);
-  glEnableVertexAttribArray(displayPositionAttribute);
-  glEnableVertexAttribArray(displayTextureCoordinateAttribute);
+TavrelGPUImageFillModeType TavrelGPUImageView::fillMode() const {
+  return implementation_->fillMode;
 }
 
 void TavrelGPUImageView::setFillMode(TavrelGPUImageFillModeType newValue) {
-  fillMode_ = newValue;
+  implementation_->fillMode = newValue;
   recalculateViewGeometry();
+}
+
+double TavrelGPUImageView::aspectRatio() const {
+  return implementation_->aspectRatio;
+}
+
+void TavrelGPUImageView::setAspectRatio(double aspectRatio) {
+  implementation_->aspectRatio = aspectRatio;
+}
+
+bool TavrelGPUImageView::enabled() const {
+  return implementation_->enabled;
+}
+
+void TavrelGPUImageView::setEnabled(bool enabled) {
+  implementation_->enabled = enabled;
+}
+
+const std::array<GLfloat, 8>& TavrelGPUImageView::imageVertices() const {
+  return implementation_->imageVertices;
 }
 
 void TavrelGPUImageView::setBackgroundColorRed(GLfloat redComponent, GLfloat green, GLfloat blue, GLfloat alpha) {
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
-    backgroundColorRed = redComponent;
-    backgroundColorGreen = green;
-    backgroundColorBlue = blue;
-    backgroundColorAlpha = alpha;
+    implementation_->backgroundColorRed = redComponent;
+    implementation_->backgroundColorGreen = green;
+    implementation_->backgroundColorBlue = blue;
+    implementation_->backgroundColorAlpha = alpha;
   });
 }
 
 Size TavrelGPUImageView::sizeInPixels() const {
   {
-    const std::lock_guard lock(geometryMutex_);
-    if (!isZero(sizeInPixels_)) return sizeInPixels_;
+    const std::lock_guard lock(implementation_->geometryMutex);
+    if (!isZero(implementation_->sizeInPixels)) return implementation_->sizeInPixels;
   }
   return maximumOutputSize();
 }
 
 Size TavrelGPUImageView::maximumOutputSize() const {
-  const std::lock_guard lock(geometryMutex_);
-  const Size size = boundsForBackgroundThread_.size;
-  if (scaleForBackgroundThread_ <= 0) return size;
-  return {size.width * scaleForBackgroundThread_, size.height * scaleForBackgroundThread_};
+  const std::lock_guard lock(implementation_->geometryMutex);
+  const Size size = implementation_->boundsForBackgroundThread.size;
+  if (implementation_->scaleForBackgroundThread <= 0) return size;
+  return {size.width * implementation_->scaleForBackgroundThread,
+          size.height * implementation_->scaleForBackgroundThread};
 }
 
 void TavrelGPUImageView::refreshBoundsForBackgroundThread() {
-  const std::lock_guard lock(geometryMutex_);
-  boundsForBackgroundThread_ = bounds();
-  scaleForBackgroundThread_ = contentScaleFactor();
-}
-
-Rect TavrelGPUImageView::boundsForBackgroundThread() const {
-  const std::lock_guard lock(geometryMutex_);
-  return boundsForBackgroundThread_;
+  const std::lock_guard lock(implementation_->geometryMutex);
+  implementation_->boundsForBackgroundThread = bounds();
+  implementation_->scaleForBackgroundThread = contentScaleFactor();
 }
 
 void TavrelGPUImageView::layoutSubviews() {
@@ -118,8 +164,8 @@ void TavrelGPUImageView::layoutSubviews() {
   const Size size = bounds().size;
   if (isZero(size)) return;
   const bool isOtherSize = [&] {
-    const std::lock_guard lock(geometryMutex_);
-    return size != boundsSizeAtFrameBufferEpoch;
+    const std::lock_guard lock(implementation_->geometryMutex);
+    return size != implementation_->boundsSizeAtFrameBufferEpoch;
   }();
   if (isOtherSize) {
     recreateDisplayFramebuffer();
@@ -142,11 +188,11 @@ void TavrelGPUImageView::recreateDisplayFramebuffer() {
 
 void TavrelGPUImageView::createDisplayFramebuffer() {
   TavrelGPUImageContext::useImageProcessingContext();
-  glGenFramebuffers(1, &displayFramebuffer);
-  glBindFramebuffer(GL_FRAMEBUFFER, displayFramebuffer);
-  glGenRenderbuffers(1, &displayRenderbuffer);
-  glBindRenderbuffer(GL_RENDERBUFFER, displayRenderbuffer);
-  TavrelGPUImageContext::sharedImageProcessingContext()->context()->renderbufferStorage(drawable_);
+  glGenFramebuffers(1, &implementation_->displayFramebuffer);
+  glBindFramebuffer(GL_FRAMEBUFFER, implementation_->displayFramebuffer);
+  glGenRenderbuffers(1, &implementation_->displayRenderbuffer);
+  glBindRenderbuffer(GL_RENDERBUFFER, implementation_->displayRenderbuffer);
+  TavrelGPUImageContext::sharedImageProcessingContext()->context()->renderbufferStorage(implementation_->drawable);
 
   GLint width = 0;
   GLint height = 0;
@@ -156,51 +202,52 @@ void TavrelGPUImageView::createDisplayFramebuffer() {
     destroyDisplayFramebuffer();
     return;
   }
-  glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, displayRenderbuffer);
-  const Size viewSize = boundsForBackgroundThread().size;
+  glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER,
+                            implementation_->displayRenderbuffer);
+  const Size viewSize = implementation_->bounds().size;
   if (glCheckFramebufferStatus(GL_FRAMEBUFFER) != GL_FRAMEBUFFER_COMPLETE) {
     fatalAssertion("Failure with display framebuffer generation for display of size: {:f}, {:f}", viewSize.width,
                    viewSize.height);
   }
   {
-    const std::lock_guard lock(geometryMutex_);
-    sizeInPixels_ = {static_cast<double>(width), static_cast<double>(height)};
-    boundsSizeAtFrameBufferEpoch = viewSize;
+    const std::lock_guard lock(implementation_->geometryMutex);
+    implementation_->sizeInPixels = {static_cast<double>(width), static_cast<double>(height)};
+    implementation_->boundsSizeAtFrameBufferEpoch = viewSize;
   }
   recalculateViewGeometry();
 }
 
 void TavrelGPUImageView::destroyDisplayFramebuffer() {
   TavrelGPUImageContext::useImageProcessingContext();
-  if (displayFramebuffer) glDeleteFramebuffers(1, &displayFramebuffer);
-  displayFramebuffer = 0;
-  if (!displayRenderbuffer) return;
-  glBindRenderbuffer(GL_RENDERBUFFER, displayRenderbuffer);
+  if (implementation_->displayFramebuffer) glDeleteFramebuffers(1, &implementation_->displayFramebuffer);
+  implementation_->displayFramebuffer = 0;
+  if (!implementation_->displayRenderbuffer) return;
+  glBindRenderbuffer(GL_RENDERBUFFER, implementation_->displayRenderbuffer);
   TavrelGPUImageContext::sharedImageProcessingContext()->context()->renderbufferStorage(nullptr);
-  glDeleteRenderbuffers(1, &displayRenderbuffer);
-  displayRenderbuffer = 0;
+  glDeleteRenderbuffers(1, &implementation_->displayRenderbuffer);
+  implementation_->displayRenderbuffer = 0;
 }
 
 void TavrelGPUImageView::setDisplayFramebuffer() {
-  if (!displayFramebuffer) createDisplayFramebuffer();
-  glBindFramebuffer(GL_FRAMEBUFFER, displayFramebuffer);
+  if (!implementation_->displayFramebuffer) createDisplayFramebuffer();
+  glBindFramebuffer(GL_FRAMEBUFFER, implementation_->displayFramebuffer);
   const Size size = sizeInPixels();
   glViewport(0, 0, static_cast<GLsizei>(size.width), static_cast<GLsizei>(size.height));
 }
 
 void TavrelGPUImageView::presentFramebuffer() {
-  glBindRenderbuffer(GL_RENDERBUFFER, displayRenderbuffer);
+  glBindRenderbuffer(GL_RENDERBUFFER, implementation_->displayRenderbuffer);
   TavrelGPUImageContext::sharedImageProcessingContext()->presentBufferForDisplay();
 }
 
 void TavrelGPUImageView::recalculateViewGeometry() {
   TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
-    const Rect bounds = boundsForBackgroundThread();
+    const Rect bounds = implementation_->bounds();
     const Size view = bounds.size;
-    const Size inset = rectWithAspectRatioInsideRect(inputImageSize, bounds).size;
+    const Size inset = rectWithAspectRatioInsideRect(implementation_->inputImageSize, bounds).size;
     double width = 1;
     double height = 1;
-    switch (fillMode_) {
+    switch (implementation_->fillMode) {
       case kTavrelGPUImageFillModeStretch:
         break;
       case kTavrelGPUImageFillModePreserveAspectRatio:
@@ -216,51 +263,47 @@ void TavrelGPUImageView::recalculateViewGeometry() {
     }
     const auto w = static_cast<GLfloat>(width);
     const auto h = static_cast<GLfloat>(height);
-    imageVertices_ = {-w, -h, w, -h, -w, h, w, h};
+    implementation_->imageVertices = {-w, -h, w, -h, -w, h, w, h};
   });
 }
 
 void TavrelGPUImageView::newFrameReadyAtTime(MediaTime, Index) {
   TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
-    TavrelGPUImageContext::setActiveShaderProgram(displayProgram);
+    implementation_->displayProgram.use();
     setDisplayFramebuffer();
     // Without a display framebuffer there is nothing to draw into until the next layout.
-    if (displayFramebuffer) {
+    if (implementation_->displayFramebuffer) {
       NodeSpan::noteDrawing();
-      drawInput();
+      implementation_->drawInput();
       presentFramebuffer();
       if (Tracer::isOn()) Tracer::count(TraceNames::shared().framesShown);
     }
-    inputFramebufferForDisplay = {};
+    implementation_->inputFramebufferForDisplay = {};
   });
 }
 
-void TavrelGPUImageView::drawInput() {
+void TavrelGPUImageView::Implementation::drawInput() const {
   glClearColor(backgroundColorRed, backgroundColorGreen, backgroundColorBlue, backgroundColorAlpha);
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-  glActiveTexture(GL_TEXTURE4);
-  glBindTexture(GL_TEXTURE_2D, inputFramebufferForDisplay.texture());
-  glUniform1i(displayInputTextureUniform, 4);
-  glVertexAttribPointer(displayPositionAttribute, 2, GL_FLOAT, GL_FALSE, 0, imageVertices_.data());
-  glVertexAttribPointer(displayTextureCoordinateAttribute, 2, GL_FLOAT, GL_FALSE, 0,
-                        textureCoordinatesForRotation(inputRotation));
-  glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
+  displayProgram.setTexture(0, inputFramebufferForDisplay.texture(), 4, textureCoordinatesForRotation(inputRotation));
+  displayProgram.draw(imageVertices.data());
 }
 
 void TavrelGPUImageView::setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer, Index) {
-  inputFramebufferForDisplay = TavrelGPUImageFramebufferLease(std::move(newInputFramebuffer));
+  implementation_->inputFramebufferForDisplay = TavrelGPUImageFramebufferLease(std::move(newInputFramebuffer));
 }
 
 void TavrelGPUImageView::setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index) {
-  inputRotation = newInputRotation;
+  implementation_->inputRotation = newInputRotation;
 }
 
 void TavrelGPUImageView::setInputSize(Size newSize, Index) {
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
-    const Size rotated =
-        TavrelGPUImageRotationSwapsWidthAndHeight(inputRotation) ? Size{newSize.height, newSize.width} : newSize;
-    if (rotated == inputImageSize) return;
-    inputImageSize = rotated;
+    const Size rotated = TavrelGPUImageRotationSwapsWidthAndHeight(implementation_->inputRotation)
+                             ? Size{newSize.height, newSize.width}
+                             : newSize;
+    if (rotated == implementation_->inputImageSize) return;
+    implementation_->inputImageSize = rotated;
     recalculateViewGeometry();
   });
 }

@@ -3,13 +3,9 @@
 #include <GLES2/gl2.h>
 
 #include <array>
-#include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 
-#include "GPUImage/TavrelGLProgram.h"
-#include "GPUImage/TavrelGPUImageFramebufferLease.h"
 #include "GPUImage/TavrelGPUImageInput.h"
 #include "GPUImage/TavrelGPUImageRotationMode.h"
 #include "Platform/UI/DrawableLayer.h"
@@ -47,19 +43,19 @@ class TAVREL_API TavrelGPUImageView : public View, public TavrelGPUImageInput {
   static const GLfloat* textureCoordinatesForRotation(TavrelGPUImageRotationMode rotationMode);
 
   /// kTavrelGPUImageFillModePreserveAspectRatio at creation. Any thread.
-  TavrelGPUImageFillModeType fillMode() const { return fillMode_; }
+  TavrelGPUImageFillModeType fillMode() const;
   void setFillMode(TavrelGPUImageFillModeType newValue);
   /// What is seen where the picture does not reach, components in 0…1; opaque black at creation. Any thread.
   void setBackgroundColorRed(GLfloat redComponent, GLfloat green, GLfloat blue, GLfloat alpha);
   /// Of the display framebuffer; `maximumOutputSize` before there was one. Any thread.
   Size sizeInPixels() const;
   /// Kept for callers; has no effect.
-  double aspectRatio() const { return aspectRatio_; }
-  void setAspectRatio(double aspectRatio) { aspectRatio_ = aspectRatio; }
-  void setEnabled(bool enabled) { enabled_ = enabled; }
+  double aspectRatio() const;
+  void setAspectRatio(double aspectRatio);
+  void setEnabled(bool enabled);
   /// The corners of the picture, bottom-left, bottom-right, top-left, top-right, the view being -1…1 both ways. On the
   /// video-processing queue.
-  const std::array<GLfloat, 8>& imageVertices() const { return imageVertices_; }
+  const std::array<GLfloat, 8>& imageVertices() const;
 
   void layoutSubviews() override;
 
@@ -78,7 +74,7 @@ class TAVREL_API TavrelGPUImageView : public View, public TavrelGPUImageInput {
   Size maximumOutputSize() const override;
   void endProcessing() override {}
   bool shouldIgnoreUpdatesToThisTarget() const override { return false; }
-  bool enabled() const override { return enabled_; }
+  bool enabled() const override;
   bool wantsMonochromeInput() const override { return false; }
   void setCurrentlyReceivingMonochromeInput(bool) override {}
 
@@ -86,39 +82,14 @@ class TAVREL_API TavrelGPUImageView : public View, public TavrelGPUImageInput {
   void contentScaleFactorDidChange() override;
 
  private:
-  explicit TavrelGPUImageView(const Rect& frame, const std::shared_ptr<DrawableLayer>& layer);
+  struct Implementation;
+
+  TavrelGPUImageView(const Rect& frame, const std::shared_ptr<DrawableLayer>& layer);
   void commonInit();
-  void initializeDisplayProgram();
   void recreateDisplayFramebuffer();
   void refreshBoundsForBackgroundThread();
-  Rect boundsForBackgroundThread() const;
-  void drawInput();
 
-  const std::shared_ptr<GLDrawable> drawable_;
-  std::shared_ptr<TavrelGLProgram> displayProgram;
-  GLuint displayPositionAttribute = 0;
-  GLuint displayTextureCoordinateAttribute = 0;
-  GLint displayInputTextureUniform = -1;
-  GLuint displayFramebuffer = 0;
-  GLuint displayRenderbuffer = 0;
-  TavrelGPUImageFramebufferLease inputFramebufferForDisplay;
-  Size inputImageSize;
-  std::array<GLfloat, 8> imageVertices_{};
-  GLfloat backgroundColorRed = 0;
-  GLfloat backgroundColorGreen = 0;
-  GLfloat backgroundColorBlue = 0;
-  GLfloat backgroundColorAlpha = 1;
-  TavrelGPUImageRotationMode inputRotation = kTavrelGPUImageNoRotation;
-  std::atomic<TavrelGPUImageFillModeType> fillMode_ = kTavrelGPUImageFillModePreserveAspectRatio;
-  std::atomic<double> aspectRatio_ = 0;
-  std::atomic<bool> enabled_ = true;
-
-  // Between the main thread and the video-processing queue.
-  mutable std::mutex geometryMutex_;
-  Rect boundsForBackgroundThread_;
-  double scaleForBackgroundThread_ = 1;
-  Size boundsSizeAtFrameBufferEpoch;
-  Size sizeInPixels_;
+  std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "GPUImage/Private/NodeSpan.h"
-#include "GPUImage/Private/PictureLayout.h"
+#include "GPUImage/Sources/Private/PictureLayout.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
 #include "Platform/Foundation/ConsoleLog.h"

@@ -1,4 +1,4 @@
-#include "GPUImage/Private/PictureLayout.h"
+#include "GPUImage/Sources/Private/PictureLayout.h"
 
 #include <GLES2/gl2ext.h>
 

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <GLES2/gl2.h>
+
+#include <array>
+#include <cstddef>
+#include <initializer_list>
+#include <memory>
+#include <string_view>
+
+namespace tavrel {
+
+class TavrelGLProgram;
+class TavrelGPUImageContext;
+
+/// A linked program that draws a quad of up to two textures.
+///
+/// Its corners are the attribute "position". Texture 0 is the sampler "inputImageTexture" at the coordinates
+/// "inputTextureCoordinate", texture 1 is "inputImageTexture2" at "inputTextureCoordinate2". Corners and coordinates
+/// are four pairs of floats, bottom-left, bottom-right, top-left, top-right. A value that can be copied and replaced;
+/// on the queue of its context, which must outlive it.
+class QuadProgram {
+ public:
+  /// None yet.
+  QuadProgram() = default;
+  /// The context's program of these two sources, which becomes its current one. On the program's first use `attributes`
+  /// are added to it, in this order. Sources that do not compile and link stop the process, with GL's three logs on the
+  /// console.
+  QuadProgram(TavrelGPUImageContext& context, std::string_view vertexShader, std::string_view fragmentShader,
+              std::initializer_list<std::string_view> attributes = {"position", "inputTextureCoordinate"});
+
+  explicit operator bool() const { return program_ != nullptr; }
+  const std::shared_ptr<TavrelGLProgram>& program() const { return program_; }
+
+  /// Makes the context current and this its program; before `setTexture`, `draw` and setting uniforms.
+  void use() const;
+  /// Binds `texture` to the texture unit `unit`; the quad shows its part between the coordinates.
+  void setTexture(std::size_t index, GLuint texture, GLint unit, const GLfloat* coordinates) const;
+  void draw(const GLfloat* corners) const;
+
+ private:
+  struct Texture {
+    GLuint coordinates = 0;
+    GLint sampler = -1;
+  };
+
+  TavrelGPUImageContext* context_ = nullptr;
+  std::shared_ptr<TavrelGLProgram> program_;
+  GLuint position_ = 0;
+  std::array<Texture, 2> textures_;
+};
+
+}  // namespace tavrel
