@@ -107,7 +107,7 @@ void TavrelGPUImageMovie::processAsset() {
 }
 
 void TavrelGPUImageMovie::readVideoTimes(AssetReaderOutput& videoOutput) {
-  while (readerStatus() == AssetReader::Status::reading) {
+  while (readerStatus() == AssetReaderStatus::reading) {
     const auto sample = videoOutput.copyNextSampleBuffer();
     if (!sample) return;
     videoPts_.push_back(sample->presentationTimeStamp());
@@ -135,11 +135,11 @@ void TavrelGPUImageMovie::letWriterRead(TavrelGPUImageMovieWriter& writer,
 
 void TavrelGPUImageMovie::readToTheEnd(const std::shared_ptr<AssetReaderOutput>& videoOutput,
                                        const std::shared_ptr<AssetReaderOutput>& audioOutput) {
-  while (readerStatus() == AssetReader::Status::reading && (!shouldRepeat_ || keepLooping_)) {
+  while (readerStatus() == AssetReaderStatus::reading && (!shouldRepeat_ || keepLooping_)) {
     if (videoOutput) readNextVideoFrameFromOutput(*videoOutput);
     if (audioOutput && !audioEncodingIsFinished_) readNextAudioSampleFromOutput(*audioOutput);
   }
-  if (readerStatus() != AssetReader::Status::completed) return;
+  if (readerStatus() != AssetReaderStatus::completed) return;
   assetReader()->cancelReading();
   if (!keepLooping_) return endProcessing();
   {
@@ -154,7 +154,7 @@ bool TavrelGPUImageMovie::readNextVideoFrameFromOutput(AssetReaderOutput& reader
     readerVideoTrackOutput.markConfigurationAsFinal();
     videoEncodingIsFinished_ = true;
   }
-  if (readerStatus() == AssetReader::Status::reading && !videoEncodingIsFinished_) {
+  if (readerStatus() == AssetReaderStatus::reading && !videoEncodingIsFinished_) {
     const auto sample = [&] {
       const TraceSpan span(TraceNames::shared().reading);
       return isReversed_ ? copyReversedSampleBuffer(readerVideoTrackOutput)
@@ -176,7 +176,7 @@ bool TavrelGPUImageMovie::readNextVideoFrameFromOutput(AssetReaderOutput& reader
     }
     return false;
   }
-  if (synchronizedMovieWriter() && readerStatus() == AssetReader::Status::completed) endProcessing();
+  if (synchronizedMovieWriter() && readerStatus() == AssetReaderStatus::completed) endProcessing();
   return false;
 }
 
@@ -206,7 +206,7 @@ void TavrelGPUImageMovie::waitForActualTime(const SampleBuffer& sample) {
 }
 
 bool TavrelGPUImageMovie::readNextAudioSampleFromOutput(AssetReaderOutput& readerAudioTrackOutput) {
-  if (readerStatus() == AssetReader::Status::reading && !audioEncodingIsFinished_) {
+  if (readerStatus() == AssetReaderStatus::reading && !audioEncodingIsFinished_) {
     if (const auto sample = readerAudioTrackOutput.copyNextSampleBuffer()) {
       audioEncodingTarget()->processAudioBuffer(sample);
       return true;
@@ -217,9 +217,9 @@ bool TavrelGPUImageMovie::readNextAudioSampleFromOutput(AssetReaderOutput& reade
     }
     return false;
   }
-  const AssetReader::Status status = readerStatus();
-  const bool isOver = status == AssetReader::Status::completed || status == AssetReader::Status::failed ||
-                      status == AssetReader::Status::cancelled;
+  const AssetReaderStatus status = readerStatus();
+  const bool isOver = status == AssetReaderStatus::completed || status == AssetReaderStatus::failed ||
+                      status == AssetReaderStatus::cancelled;
   if (isOver && synchronizedMovieWriter()) endProcessing();
   return false;
 }
@@ -268,9 +268,9 @@ void TavrelGPUImageMovie::endProcessing() {
 }
 
 float TavrelGPUImageMovie::progress() const {
-  const AssetReader::Status status = readerStatus();
-  if (status == AssetReader::Status::completed) return 1;
-  if (status != AssetReader::Status::reading) return 0;
+  const AssetReaderStatus status = readerStatus();
+  if (status == AssetReaderStatus::completed) return 1;
+  if (status != AssetReaderStatus::reading) return 0;
   const MediaTime whole = asset()->duration();
   const std::lock_guard lock(mutex_);
   if (processingFrameTime_.timescale == 0 || whole.timescale == 0 || whole.value == 0) return 0;

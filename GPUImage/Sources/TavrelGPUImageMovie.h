@@ -122,7 +122,7 @@ class TAVREL_API TavrelGPUImageMovie : public TavrelGPUImageOutput, public Playe
   void processPlayerItem();
   void displayLinkCallback(DisplayLink& sender);
   void processPixelBufferAtTime(MediaTime outputItemTime);
-  AssetReader::Status readerStatus() const;
+  AssetReaderStatus readerStatus() const;
   std::shared_ptr<TavrelGPUImageMovieWriter> synchronizedMovieWriter() const;
 
   mutable std::mutex mutex_;  // guards what follows, up to the atomic values

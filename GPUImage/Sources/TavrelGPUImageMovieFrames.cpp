@@ -199,9 +199,9 @@ std::shared_ptr<AssetReader> TavrelGPUImageMovie::assetReader() const {
   return reader_;
 }
 
-AssetReader::Status TavrelGPUImageMovie::readerStatus() const {
+AssetReaderStatus TavrelGPUImageMovie::readerStatus() const {
   const auto reader = assetReader();
-  return reader ? reader->status() : AssetReader::Status::unknown;
+  return reader ? reader->status() : AssetReaderStatus::unknown;
 }
 
 std::shared_ptr<TavrelGPUImageMovieWriter> TavrelGPUImageMovie::synchronizedMovieWriter() const {

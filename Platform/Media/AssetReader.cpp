@@ -22,7 +22,8 @@ std::vector<std::shared_ptr<AssetReaderOutput>> AssetReader::outputs() const {
 void AssetReader::addOutput(std::shared_ptr<AssetReaderOutput> output) {
   if (!output) fatalAssertion("An asset reader cannot add an output that is not there");
   const std::lock_guard lock(mutex_);
-  if (status_ != Status::unknown) fatalAssertion("An asset reader cannot add outputs after reading has started");
+  if (status_ != AssetReaderStatus::unknown)
+    fatalAssertion("An asset reader cannot add outputs after reading has started");
   if (std::exchange(output->isTaken_, true)) fatalAssertion("An asset reader output serves one reader only");
   outputs_.push_back(std::move(output));
 }
@@ -30,13 +31,14 @@ void AssetReader::addOutput(std::shared_ptr<AssetReaderOutput> output) {
 bool AssetReader::startReading() {
   {
     const std::lock_guard lock(mutex_);
-    if (status_ != Status::unknown) return false;
+    if (status_ != AssetReaderStatus::unknown) return false;
     if (outputs_.empty()) {
-      changeStatus(Status::failed, Error{"media", -1, "a reader needs at least one output before it can read"});
+      changeStatus(AssetReaderStatus::failed,
+                   Error{"media", -1, "a reader needs at least one output before it can read"});
       return false;
     }
     // From here on `outputs_` stays as it is, so that it can be walked without the lock.
-    status_ = Status::reading;
+    status_ = AssetReaderStatus::reading;
   }
   for (const auto& output : outputs_) {
     const auto prepared = output->prepare(shared_from_this());
@@ -49,10 +51,10 @@ bool AssetReader::startReading() {
 
 void AssetReader::cancelReading() {
   const std::lock_guard lock(mutex_);
-  changeStatus(Status::cancelled, std::nullopt);
+  changeStatus(AssetReaderStatus::cancelled, std::nullopt);
 }
 
-AssetReader::Status AssetReader::status() const {
+AssetReaderStatus AssetReader::status() const {
   const std::lock_guard lock(mutex_);
   return status_;
 }
@@ -64,16 +66,17 @@ std::optional<Error> AssetReader::error() const {
 
 void AssetReader::outputEnded() {
   const std::lock_guard lock(mutex_);
-  if (++endedOutputs_ == outputs_.size()) changeStatus(Status::completed, std::nullopt);
+  if (++endedOutputs_ == outputs_.size()) changeStatus(AssetReaderStatus::completed, std::nullopt);
 }
 
 void AssetReader::fail(Error error) {
   const std::lock_guard lock(mutex_);
-  changeStatus(Status::failed, std::move(error));
+  changeStatus(AssetReaderStatus::failed, std::move(error));
 }
 
-void AssetReader::changeStatus(Status status, std::optional<Error> error) {
-  const bool isOver = status_ != Status::reading && !(status_ == Status::unknown && status == Status::failed);
+void AssetReader::changeStatus(AssetReaderStatus status, std::optional<Error> error) {
+  const bool isOver = status_ != AssetReaderStatus::reading &&
+                      !(status_ == AssetReaderStatus::unknown && status == AssetReaderStatus::failed);
   if (isOver) return;
   status_ = status;
   error_ = std::move(error);

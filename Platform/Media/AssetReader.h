@@ -10,6 +10,8 @@
 
 namespace tavrel {
 
+enum class AssetReaderStatus { unknown = 0, reading = 1, completed = 2, failed = 3, cancelled = 4 };
+
 /// Reads the samples of an asset's tracks: once, from the start, unless its outputs support random access.
 ///
 ///     unknown ──startReading──▶ reading ──every output at its end──▶ completed
@@ -20,8 +22,6 @@ namespace tavrel {
 /// bounded: each output has its own reading position, so nothing piles up for an output that is not read. Any thread.
 class TAVREL_API AssetReader : public std::enable_shared_from_this<AssetReader> {
  public:
-  enum class Status { unknown = 0, reading = 1, completed = 2, failed = 3, cancelled = 4 };
-
   /// Fails ("media") without an asset.
   static Expected<std::shared_ptr<AssetReader>> create(std::shared_ptr<const Asset> asset);
 
@@ -36,7 +36,7 @@ class TAVREL_API AssetReader : public std::enable_shared_from_this<AssetReader> 
   /// Ends the reading; a read that runs on another thread soon returns. No effect unless reading.
   void cancelReading();
 
-  Status status() const;
+  AssetReaderStatus status() const;
   /// Why the status is failed.
   std::optional<Error> error() const;
 
@@ -47,13 +47,13 @@ class TAVREL_API AssetReader : public std::enable_shared_from_this<AssetReader> 
   void outputEnded();
   void fail(Error error);
   /// The one place where the status changes once reading has started; the caller holds the lock.
-  void changeStatus(Status status, std::optional<Error> error);
+  void changeStatus(AssetReaderStatus status, std::optional<Error> error);
 
   std::shared_ptr<const Asset> asset_;
   mutable std::mutex mutex_;
   std::vector<std::shared_ptr<AssetReaderOutput>> outputs_;
   std::size_t endedOutputs_ = 0;
-  Status status_ = Status::unknown;
+  AssetReaderStatus status_ = AssetReaderStatus::unknown;
   std::optional<Error> error_;
 };
 

@@ -33,7 +33,7 @@ std::shared_ptr<SampleBuffer> AssetReaderOutput::copyNextSampleBuffer() {
     reader->fail(std::move(sample.error()));
     return nullptr;
   }
-  if (!*sample && reader->status() == AssetReader::Status::reading) {
+  if (!*sample && reader->status() == AssetReaderStatus::reading) {
     isDrained_ = true;
     endIfOver();
   }
@@ -41,7 +41,7 @@ std::shared_ptr<SampleBuffer> AssetReaderOutput::copyNextSampleBuffer() {
 }
 
 Expected<std::shared_ptr<SampleBuffer>> AssetReaderOutput::next(const AssetReader& reader) {
-  const auto goOn = [&reader] { return reader.status() == AssetReader::Status::reading; };
+  const auto goOn = [&reader] { return reader.status() == AssetReaderStatus::reading; };
   while (goOn()) {
     auto sample = samples_->next(goOn);
     if (!sample || *sample || ranges_.empty()) return sample;
@@ -55,7 +55,7 @@ void AssetReaderOutput::resetForReadingTimeRanges(std::vector<MediaTimeRange> ti
   if (!supportsRandomAccess_) fatalAssertion("An asset reader output without random access cannot be reset");
   if (isFinal_ || !samples_) return;
   const auto reader = reader_.lock();
-  if (!reader || reader->status() != AssetReader::Status::reading) return;
+  if (!reader || reader->status() != AssetReaderStatus::reading) return;
   if (!isDrained_) fatalAssertion("An asset reader output can be reset only once it was read to its end");
   std::erase_if(timeRanges, [](const MediaTimeRange& range) { return !range.start.isNumeric(); });
   if (timeRanges.empty()) return;

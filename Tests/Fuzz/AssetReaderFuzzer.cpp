@@ -30,7 +30,7 @@ void readTrack(const std::shared_ptr<tavrel::Asset>& asset, const std::shared_pt
     if (track->mediaType() == tavrel::MediaType::video && !isStored && !sample->imageBuffer()) continue;
     if (count > kMostSamples) return reader->cancelReading();
   }
-  if (!isRandomAccess || reader->status() != tavrel::AssetReader::Status::reading) return;
+  if (!isRandomAccess || reader->status() != tavrel::AssetReaderStatus::reading) return;
   output->resetForReadingTimeRanges({{middle, tavrel::MediaTime::make(1, 1)}, {{}, {}}});
   for (int i = 0; i < kMostSamples && output->copyNextSampleBuffer(); ++i) {
   }

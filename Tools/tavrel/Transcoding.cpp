@@ -179,7 +179,7 @@ void Transcoding::work() {
 bool Transcoding::isBrokenOff() const {
   const auto reader = movie_->assetReader();
   return writer_->assetWriter()->status() == AssetWriterStatus::failed ||
-         (reader && reader->status() == AssetReader::Status::failed);
+         (reader && reader->status() == AssetReaderStatus::failed);
 }
 
 std::optional<std::string> Transcoding::finish() {

@@ -23,7 +23,7 @@ std::string forEachSample(const std::filesystem::path& movie, MediaType mediaTyp
   (*reader)->addOutput(output);
   if (!(*reader)->startReading()) return "reading does not start";
   while (const auto sample = output->copyNextSampleBuffer()) action(*sample);
-  if ((*reader)->status() == AssetReader::Status::completed) return {};
+  if ((*reader)->status() == AssetReaderStatus::completed) return {};
   return (*reader)->error() ? (*reader)->error()->description : "reading does not end";
 }
 

@@ -160,7 +160,7 @@ class MovieWriterTest : public ::testing::Test {
     reader->addOutput(output);
     ASSERT_TRUE(reader->startReading());
     while (const auto sample = output->copyNextSampleBuffer()) action(*sample);
-    EXPECT_EQ(reader->status(), AssetReader::Status::completed);
+    EXPECT_EQ(reader->status(), AssetReaderStatus::completed);
   }
 
   std::filesystem::path file_;

@@ -218,7 +218,7 @@ TEST_F(MovieTest, RepeatingBeginsAgainUntilItIsEnded) {
   auto fromAsset = std::make_shared<TavrelGPUImageMovie>(Asset::create(folder_ / "a.mp4").value());
   fromAsset->setShouldRepeat(true);
   fromAsset->startProcessing();
-  EXPECT_EQ(fromAsset->assetReader()->status(), AssetReader::Status::reading);
+  EXPECT_EQ(fromAsset->assetReader()->status(), AssetReaderStatus::reading);
 }
 
 TEST_F(MovieTest, TheDelegateMayReplaceThePicture) {

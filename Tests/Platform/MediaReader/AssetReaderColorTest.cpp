@@ -84,7 +84,7 @@ TEST_P(AssetReaderColor, GivesTheColorsThatFfmpegGives) {
 
   OpenedReader opened(movie, MediaType::video);
   const auto samples = opened.readAll();
-  EXPECT_EQ(opened.reader->status(), AssetReader::Status::completed);
+  EXPECT_EQ(opened.reader->status(), AssetReaderStatus::completed);
   ASSERT_EQ(samples.size(), 3U);
   const auto expected = bytesOf(reference);
   std::vector<std::uint8_t> decoded;

@@ -10,7 +10,7 @@
 namespace tavrel::test {
 namespace {
 
-using Status = AssetReader::Status;
+using Status = AssetReaderStatus;
 using testing::HasSubstr;
 
 struct RandomReader {

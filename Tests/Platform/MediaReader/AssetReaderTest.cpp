@@ -13,7 +13,7 @@
 namespace tavrel::test {
 namespace {
 
-using Status = AssetReader::Status;
+using Status = AssetReaderStatus;
 using testing::DoubleNear;
 using testing::ElementsAreArray;
 using testing::Pointwise;

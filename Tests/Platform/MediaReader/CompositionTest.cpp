@@ -34,7 +34,7 @@ std::vector<std::shared_ptr<SampleBuffer>> readAll(const std::shared_ptr<const A
   EXPECT_TRUE(reader->startReading());
   std::vector<std::shared_ptr<SampleBuffer>> samples;
   while (auto sample = output->copyNextSampleBuffer()) samples.push_back(std::move(sample));
-  EXPECT_EQ(reader->status(), AssetReader::Status::completed);
+  EXPECT_EQ(reader->status(), AssetReaderStatus::completed);
   return samples;
 }
 
