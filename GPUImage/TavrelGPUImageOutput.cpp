@@ -4,8 +4,10 @@
 #include <utility>
 
 #include "GPUImage/Private/NodeSpan.h"
+#include "GPUImage/Private/OnVideoProcessingQueue.h"
 #include "GPUImage/TavrelGPUImageAudioTarget.h"
 #include "GPUImage/TavrelGPUImageContext.h"
+#include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "Platform/UI/Application.h"
 
 namespace tavrel {
@@ -26,71 +28,147 @@ ImageOrientation imageOrientationFor(DeviceOrientation orientation) {
 
 }  // namespace
 
-TavrelGPUImageOutput::TavrelGPUImageOutput() = default;
+struct TavrelGPUImageOutput::Implementation {
+  /// What belongs to it ends with it: the slot, and the rotation, which its target keeps by the slot.
+  struct Connection {
+    std::shared_ptr<TavrelGPUImageInput> target;
+    Index slot;
+
+    void end() const {
+      target->setInputSize({}, slot);
+      target->setInputRotation(kTavrelGPUImageNoRotation, slot);
+    }
+  };
+
+  auto find(const std::shared_ptr<TavrelGPUImageInput>& target) {
+    return std::find_if(connections.begin(), connections.end(),
+                        [&](const Connection& connection) { return connection.target == target; });
+  }
+
+  std::shared_ptr<TavrelGPUImageFramebuffer> outputFramebuffer;
+  std::vector<Connection> connections;
+  Size inputTextureSize;
+  Size cachedMaximumOutputSize;
+  Size forcedMaximumSize;
+  bool overrideInputSize = false;
+  bool allTargetsWantMonochromeData = true;
+  bool shouldSmoothlyScaleOutput = false;
+  bool shouldIgnoreUpdatesToThisTarget = false;
+  bool enabled = true;
+  std::weak_ptr<TavrelGPUImageInput> targetToIgnoreForUpdates;
+  std::shared_ptr<TavrelGPUImageAudioTarget> audioEncodingTarget;
+  FrameProcessingCompletionBlock frameProcessingCompletionBlock;
+  TavrelGPUTextureOptions outputTextureOptions;
+};
+
+TavrelGPUImageOutput::TavrelGPUImageOutput() : implementation_(std::make_unique<Implementation>()) {}
 
 TavrelGPUImageOutput::~TavrelGPUImageOutput() {
-  if (!targets_.empty()) TavrelGPUImageOutput::removeAllTargets();
+  if (!implementation_->connections.empty()) TavrelGPUImageOutput::removeAllTargets();
 }
 
-bool TavrelGPUImageOutput::isTarget(const std::shared_ptr<TavrelGPUImageInput>& target) const {
-  return std::find(targets_.begin(), targets_.end(), target) != targets_.end();
+std::vector<std::shared_ptr<TavrelGPUImageInput>> TavrelGPUImageOutput::targets() const {
+  return onVideoProcessingQueue([this] {
+    std::vector<std::shared_ptr<TavrelGPUImageInput>> targets;
+    for (const auto& connection : implementation_->connections) targets.push_back(connection.target);
+    return targets;
+  });
 }
 
 void TavrelGPUImageOutput::addTarget(const std::shared_ptr<TavrelGPUImageInput>& newTarget) {
-  addTarget(newTarget, newTarget->nextAvailableTextureIndex());
-  if (newTarget->shouldIgnoreUpdatesToThisTarget()) targetToIgnoreForUpdates_ = newTarget;
+  onVideoProcessingQueue([&] {
+    addTarget(newTarget, newTarget->nextAvailableTextureIndex());
+    if (newTarget->shouldIgnoreUpdatesToThisTarget()) implementation_->targetToIgnoreForUpdates = newTarget;
+  });
 }
 
 void TavrelGPUImageOutput::addTarget(const std::shared_ptr<TavrelGPUImageInput>& newTarget, Index atTextureLocation) {
-  if (isTarget(newTarget)) return;
-  cachedMaximumOutputSize = {};
-  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+  onVideoProcessingQueue([&] {
+    Implementation& node = *implementation_;
+    if (node.find(newTarget) != node.connections.end()) return;
+    node.cachedMaximumOutputSize = {};
     setInputFramebufferForTarget(newTarget, atTextureLocation);
-    targets_.push_back(newTarget);
-    targetTextureIndices_.push_back(atTextureLocation);
-    allTargetsWantMonochromeData_ = allTargetsWantMonochromeData_ && newTarget->wantsMonochromeInput();
+    node.connections.push_back({newTarget, atTextureLocation});
+    node.allTargetsWantMonochromeData = node.allTargetsWantMonochromeData && newTarget->wantsMonochromeInput();
   });
 }
 
 void TavrelGPUImageOutput::removeTarget(const std::shared_ptr<TavrelGPUImageInput>& targetToRemove) {
-  if (!isTarget(targetToRemove)) return;
-  if (targetToIgnoreForUpdates() == targetToRemove) targetToIgnoreForUpdates_.reset();
-  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
-    const auto position = std::find(targets_.begin(), targets_.end(), targetToRemove);
-    if (position == targets_.end()) return;  // removed by somebody else meanwhile
-    const std::shared_ptr<TavrelGPUImageInput> target = *position;
-    const auto slotPosition = targetTextureIndices_.begin() + (position - targets_.begin());
-    const Index slot = *slotPosition;
-    target->setInputSize({}, slot);
-    target->setInputRotation(kTavrelGPUImageNoRotation, slot);
-    targetTextureIndices_.erase(slotPosition);
-    targets_.erase(position);
-    target->endProcessing();
+  onVideoProcessingQueue([&] {
+    Implementation& node = *implementation_;
+    const auto position = node.find(targetToRemove);
+    if (position == node.connections.end()) return;
+    if (node.targetToIgnoreForUpdates.lock() == targetToRemove) node.targetToIgnoreForUpdates.reset();
+    const Implementation::Connection connection = std::move(*position);
+    node.connections.erase(position);
+    connection.end();
+    connection.target->endProcessing();
   });
 }
 
 void TavrelGPUImageOutput::removeAllTargets() {
-  cachedMaximumOutputSize = {};
-  TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
-    for (std::size_t i = 0; i < targets_.size(); ++i) {
-      targets_[i]->setInputSize({}, targetTextureIndices_[i]);
-      targets_[i]->setInputRotation(kTavrelGPUImageNoRotation, targetTextureIndices_[i]);
-    }
-    targets_.clear();
-    targetTextureIndices_.clear();
-    allTargetsWantMonochromeData_ = true;
+  onVideoProcessingQueue([this] {
+    implementation_->allTargetsWantMonochromeData = true;
+    for (const auto& connection : std::exchange(implementation_->connections, {})) connection.end();
   });
+}
+
+std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageOutput::framebufferForOutput() const {
+  return onVideoProcessingQueue([this] { return implementation_->outputFramebuffer; });
+}
+
+void TavrelGPUImageOutput::setOutputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer) {
+  onVideoProcessingQueue([&] { implementation_->outputFramebuffer = std::move(framebuffer); });
+}
+
+void TavrelGPUImageOutput::removeOutputFramebuffer() {
+  TavrelGPUImageOutput::setOutputFramebuffer(nullptr);
 }
 
 void TavrelGPUImageOutput::setInputFramebufferForTarget(const std::shared_ptr<TavrelGPUImageInput>& target,
                                                         Index inputTextureIndex) {
-  target->setInputFramebuffer(framebufferForOutput(), inputTextureIndex);
+  onVideoProcessingQueue([&] { target->setInputFramebuffer(framebufferForOutput(), inputTextureIndex); });
 }
 
 void TavrelGPUImageOutput::notifyTargetsAboutNewOutputTexture() {
-  for (std::size_t i = 0; i < targets_.size(); ++i) {
-    setInputFramebufferForTarget(targets_[i], targetTextureIndices_[i]);
+  onVideoProcessingQueue([this] {
+    for (const auto& [target, slot] : implementation_->connections) setInputFramebufferForTarget(target, slot);
+  });
+}
+
+void TavrelGPUImageOutput::handOver(const HandOver& frame) {
+  using ToIgnoredTarget = HandOver::ToIgnoredTarget;
+  // A copy, since a target may edit the list.
+  std::vector<Implementation::Connection> connections = implementation_->connections;
+  const std::shared_ptr<TavrelGPUImageInput> ignored = targetToIgnoreForUpdates();
+  std::erase_if(connections, [&](const auto& connection) {
+    return (frame.skipsDisabledTargets && !connection.target->enabled()) ||
+           (frame.toIgnoredTarget == ToIgnoredTarget::nothing && connection.target == ignored);
+  });
+
+  const auto isForFramebufferOnly = [&](const auto& target) {
+    return frame.toIgnoredTarget == ToIgnoredTarget::framebuffer && target == ignored;
+  };
+  const auto give = [&](const auto& target, Index slot) {
+    if (isForFramebufferOnly(target)) return setInputFramebufferForTarget(target, slot);
+    if (frame.saysColored) target->setCurrentlyReceivingMonochromeInput(false);
+    if (frame.rotation) target->setInputRotation(*frame.rotation, slot);
+    if (frame.sizeFirst) target->setInputSize(frame.size, slot);
+    setInputFramebufferForTarget(target, slot);
+    if (!frame.sizeFirst) target->setInputSize(frame.size, slot);
+  };
+  const auto send = [&](const auto& target, Index slot) {
+    if (!isForFramebufferOnly(target)) sendFrame(*target, frame.frameTime, slot);
+  };
+
+  for (const auto& [target, slot] : connections) {
+    give(target, slot);
+    if (frame.oneByOne) send(target, slot);
   }
+  if (frame.oneByOne) return;
+  if (const auto framebuffer = framebufferForOutput()) framebuffer->unlock();
+  if (!keepsOutput()) removeOutputFramebuffer();
+  for (const auto& [target, slot] : connections) send(target, slot);
 }
 
 void TavrelGPUImageOutput::sendFrame(TavrelGPUImageInput& target, MediaTime frameTime, Index atIndex) {
@@ -108,20 +186,97 @@ std::shared_ptr<Image> TavrelGPUImageOutput::imageFromCurrentFramebufferWithOrie
   return image ? image->withScaleAndOrientation(1.0, imageOrientation) : nullptr;
 }
 
+bool TavrelGPUImageOutput::shouldSmoothlyScaleOutput() const {
+  return onVideoProcessingQueue([this] { return implementation_->shouldSmoothlyScaleOutput; });
+}
+
+void TavrelGPUImageOutput::setShouldSmoothlyScaleOutput(bool newValue) {
+  onVideoProcessingQueue([&] { implementation_->shouldSmoothlyScaleOutput = newValue; });
+}
+
+bool TavrelGPUImageOutput::shouldIgnoreUpdatesToThisTarget() const {
+  return onVideoProcessingQueue([this] { return implementation_->shouldIgnoreUpdatesToThisTarget; });
+}
+
+void TavrelGPUImageOutput::setShouldIgnoreUpdatesToThisTarget(bool newValue) {
+  onVideoProcessingQueue([&] { implementation_->shouldIgnoreUpdatesToThisTarget = newValue; });
+}
+
+bool TavrelGPUImageOutput::enabled() const {
+  return onVideoProcessingQueue([this] { return implementation_->enabled; });
+}
+
+void TavrelGPUImageOutput::setEnabled(bool newValue) {
+  onVideoProcessingQueue([&] { implementation_->enabled = newValue; });
+}
+
+std::shared_ptr<TavrelGPUImageInput> TavrelGPUImageOutput::targetToIgnoreForUpdates() const {
+  return onVideoProcessingQueue([this] { return implementation_->targetToIgnoreForUpdates.lock(); });
+}
+
+void TavrelGPUImageOutput::setTargetToIgnoreForUpdates(const std::shared_ptr<TavrelGPUImageInput>& target) {
+  onVideoProcessingQueue([&] { implementation_->targetToIgnoreForUpdates = target; });
+}
+
+std::shared_ptr<TavrelGPUImageAudioTarget> TavrelGPUImageOutput::audioEncodingTarget() const {
+  return onVideoProcessingQueue([this] { return implementation_->audioEncodingTarget; });
+}
+
 void TavrelGPUImageOutput::setAudioEncodingTarget(std::shared_ptr<TavrelGPUImageAudioTarget> newValue) {
-  audioEncodingTarget_ = std::move(newValue);
-  if (audioEncodingTarget_ && !audioEncodingTarget_->hasAudioTrack()) audioEncodingTarget_->setHasAudioTrack(true);
+  onVideoProcessingQueue([&] { implementation_->audioEncodingTarget = newValue; });
+  if (newValue && !newValue->hasAudioTrack()) newValue->setHasAudioTrack(true);
+}
+
+TavrelGPUImageOutput::FrameProcessingCompletionBlock TavrelGPUImageOutput::frameProcessingCompletionBlock() const {
+  return onVideoProcessingQueue([this] { return implementation_->frameProcessingCompletionBlock; });
+}
+
+void TavrelGPUImageOutput::setFrameProcessingCompletionBlock(FrameProcessingCompletionBlock block) {
+  // What the earlier block holds goes outside of the queue.
+  onVideoProcessingQueue([&] { implementation_->frameProcessingCompletionBlock.swap(block); });
+}
+
+TavrelGPUTextureOptions TavrelGPUImageOutput::outputTextureOptions() const {
+  return onVideoProcessingQueue([this] { return implementation_->outputTextureOptions; });
 }
 
 void TavrelGPUImageOutput::setOutputTextureOptions(const TavrelGPUTextureOptions& newValue) {
-  outputTextureOptions_ = newValue;
-  if (!outputFramebuffer || outputFramebuffer->texture() == 0) return;
-  TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
+  onVideoProcessingQueue([&] {
+    implementation_->outputTextureOptions = newValue;
+    const auto& framebuffer = implementation_->outputFramebuffer;
+    if (!framebuffer || framebuffer->texture() == 0) return;
     TavrelGPUImageContext::useImageProcessingContext();
-    glBindTexture(GL_TEXTURE_2D, outputFramebuffer->texture());
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, static_cast<GLint>(outputTextureOptions_.wrapS));
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, static_cast<GLint>(outputTextureOptions_.wrapT));
+    glBindTexture(GL_TEXTURE_2D, framebuffer->texture());
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, static_cast<GLint>(newValue.wrapS));
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, static_cast<GLint>(newValue.wrapT));
     glBindTexture(GL_TEXTURE_2D, 0);
+  });
+}
+
+bool TavrelGPUImageOutput::allTargetsWantMonochromeData() const {
+  return onVideoProcessingQueue([this] { return implementation_->allTargetsWantMonochromeData; });
+}
+
+Size TavrelGPUImageOutput::inputTextureSize() const {
+  return onVideoProcessingQueue([this] { return implementation_->inputTextureSize; });
+}
+
+void TavrelGPUImageOutput::setInputTextureSize(Size newValue) {
+  onVideoProcessingQueue([&] { implementation_->inputTextureSize = newValue; });
+}
+
+Size TavrelGPUImageOutput::forcedMaximumSize() const {
+  return onVideoProcessingQueue([this] { return implementation_->forcedMaximumSize; });
+}
+
+bool TavrelGPUImageOutput::overrideInputSize() const {
+  return onVideoProcessingQueue([this] { return implementation_->overrideInputSize; });
+}
+
+void TavrelGPUImageOutput::setForcedMaximumSize(Size newValue, bool overridesInputSize) {
+  onVideoProcessingQueue([&] {
+    implementation_->forcedMaximumSize = newValue;
+    implementation_->overrideInputSize = overridesInputSize;
   });
 }
 

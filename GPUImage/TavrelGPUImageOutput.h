@@ -2,9 +2,9 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
-#include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "GPUImage/TavrelGPUImageInput.h"
 #include "GPUImage/TavrelGPUTextureOptions.h"
 #include "Platform/Foundation/Export.h"
@@ -15,13 +15,15 @@
 namespace tavrel {
 
 class TavrelGPUImageAudioTarget;
+class TavrelGPUImageFramebuffer;
 
-/// A producer of frames: a source or a filter. It keeps its targets in order, each with the slot at which that target
-/// takes this producer's frames, and the framebuffer of its latest output.
+/// A producer of frames: a source or a filter. It keeps its connections in order, each a target with the slot at which
+/// that target takes this producer's frames, and the framebuffer of its latest output.
 ///
-/// Targets are held strongly until they are removed or the producer is destroyed. The graph is edited from any thread;
-/// the edit itself runs synchronously on the video-processing queue, between two frames. Nodes are made by
-/// `std::make_shared`.
+/// Targets are held strongly until they are removed or the producer is destroyed. Any thread may call the public
+/// members, also while frames run, unless one says otherwise: what a node knows is read and written on the
+/// video-processing queue, between two frames, and the caller waits for that. What is protected is for code that runs
+/// there. Nodes are made by `std::make_shared`.
 class TAVREL_API TavrelGPUImageOutput : public std::enable_shared_from_this<TavrelGPUImageOutput> {
  public:
   /// Called on the video-processing queue.
@@ -33,7 +35,7 @@ class TAVREL_API TavrelGPUImageOutput : public std::enable_shared_from_this<Tavr
   /// Removes all targets.
   virtual ~TavrelGPUImageOutput();
 
-  std::vector<std::shared_ptr<TavrelGPUImageInput>> targets() const { return targets_; }
+  std::vector<std::shared_ptr<TavrelGPUImageInput>> targets() const;
   /// Adds a consumer at its next free slot. A consumer that is a target already stays as it is.
   void addTarget(const std::shared_ptr<TavrelGPUImageInput>& newTarget);
   /// The same at a given slot. The consumer receives the current output framebuffer at once.
@@ -43,11 +45,11 @@ class TAVREL_API TavrelGPUImageOutput : public std::enable_shared_from_this<Tavr
   /// Every consumer is told zero size and no rotation, but not `endProcessing`.
   virtual void removeAllTargets();
 
-  virtual const std::shared_ptr<TavrelGPUImageFramebuffer>& framebufferForOutput() const { return outputFramebuffer; }
+  virtual std::shared_ptr<TavrelGPUImageFramebuffer> framebufferForOutput() const;
   /// Drops the output without unlocking it.
-  virtual void removeOutputFramebuffer() { outputFramebuffer.reset(); }
+  virtual void removeOutputFramebuffer();
   void setInputFramebufferForTarget(const std::shared_ptr<TavrelGPUImageInput>& target, Index inputTextureIndex);
-  /// Hands the output to every target.
+  /// Gives every target the output, without saying that a frame is ready.
   void notifyTargetsAboutNewOutputTexture();
   /// Tells a consumer that its frame is ready, and measures its work: see `TavrelTracing`. Whoever feeds a node by hand
   /// does it this way, too. On the video-processing queue.
@@ -69,62 +71,68 @@ class TAVREL_API TavrelGPUImageOutput : public std::enable_shared_from_this<Tavr
   std::shared_ptr<Image> newCGImageByFilteringImage(const std::shared_ptr<Image>& image);
   std::shared_ptr<Image> imageByFilteringImage(const std::shared_ptr<Image>& image);
 
-  bool shouldSmoothlyScaleOutput() const { return shouldSmoothlyScaleOutput_; }
-  void setShouldSmoothlyScaleOutput(bool newValue) { shouldSmoothlyScaleOutput_ = newValue; }
-  virtual bool shouldIgnoreUpdatesToThisTarget() const { return shouldIgnoreUpdatesToThisTarget_; }
-  void setShouldIgnoreUpdatesToThisTarget(bool newValue) { shouldIgnoreUpdatesToThisTarget_ = newValue; }
+  bool shouldSmoothlyScaleOutput() const;
+  void setShouldSmoothlyScaleOutput(bool newValue);
+  virtual bool shouldIgnoreUpdatesToThisTarget() const;
+  void setShouldIgnoreUpdatesToThisTarget(bool newValue);
   /// The consumer that per-frame updates skip; not owned.
-  std::shared_ptr<TavrelGPUImageInput> targetToIgnoreForUpdates() const { return targetToIgnoreForUpdates_.lock(); }
-  void setTargetToIgnoreForUpdates(const std::shared_ptr<TavrelGPUImageInput>& target) {
-    targetToIgnoreForUpdates_ = target;
-  }
-  const std::shared_ptr<TavrelGPUImageAudioTarget>& audioEncodingTarget() const { return audioEncodingTarget_; }
+  std::shared_ptr<TavrelGPUImageInput> targetToIgnoreForUpdates() const;
+  void setTargetToIgnoreForUpdates(const std::shared_ptr<TavrelGPUImageInput>& target);
+  std::shared_ptr<TavrelGPUImageAudioTarget> audioEncodingTarget() const;
   /// Also gives the target an audio track, when it has none.
   virtual void setAudioEncodingTarget(std::shared_ptr<TavrelGPUImageAudioTarget> newValue);
-  const FrameProcessingCompletionBlock& frameProcessingCompletionBlock() const {
-    return frameProcessingCompletionBlock_;
-  }
-  void setFrameProcessingCompletionBlock(FrameProcessingCompletionBlock block) {
-    frameProcessingCompletionBlock_ = std::move(block);
-  }
-  virtual bool enabled() const { return enabled_; }
-  void setEnabled(bool newValue) { enabled_ = newValue; }
-  const TavrelGPUTextureOptions& outputTextureOptions() const { return outputTextureOptions_; }
+  /// Called after each frame that this producer has finished, before its targets see it.
+  FrameProcessingCompletionBlock frameProcessingCompletionBlock() const;
+  void setFrameProcessingCompletionBlock(FrameProcessingCompletionBlock block);
+  virtual bool enabled() const;
+  void setEnabled(bool newValue);
+  TavrelGPUTextureOptions outputTextureOptions() const;
   /// The wrap modes also apply to the current output.
   void setOutputTextureOptions(const TavrelGPUTextureOptions& newValue);
   /// True while every target wants monochrome frames.
-  bool allTargetsWantMonochromeData() const { return allTargetsWantMonochromeData_; }
+  bool allTargetsWantMonochromeData() const;
 
  protected:
-  /// Calls `action(target, slot)` for each target in order, except the one to ignore for updates.
-  template <typename Action>
-  void forEachUpdatedTarget(Action action) const {
-    const std::shared_ptr<TavrelGPUImageInput> ignored = targetToIgnoreForUpdates();
-    for (std::size_t i = 0; i < targets_.size(); ++i) {
-      if (targets_[i] != ignored) action(targets_[i], targetTextureIndices_[i]);
-    }
-  }
+  /// A frame on its way to the targets, and how they are told of it. As it stands it is a filter's: every target is
+  /// given the framebuffer and then the size, the producer's own lock ends, every target draws.
+  struct HandOver {
+    /// What the target to ignore for updates is given.
+    enum class ToIgnoredTarget { nothing, framebuffer, frame };
 
-  std::shared_ptr<TavrelGPUImageFramebuffer> outputFramebuffer;
-  std::vector<std::shared_ptr<TavrelGPUImageInput>> targets_;
-  std::vector<Index> targetTextureIndices_;
-  Size inputTextureSize;
-  Size cachedMaximumOutputSize;
-  Size forcedMaximumSize;
-  bool overrideInputSize = false;
-  bool usingNextFrameForImageCapture = false;
+    MediaTime frameTime;
+    /// The picture's, in pixels.
+    Size size;
+    /// How the targets are to turn the picture; they are told only where it is given.
+    std::optional<TavrelGPUImageRotationMode> rotation = std::nullopt;
+    /// Targets learn the size before the framebuffer.
+    bool sizeFirst = false;
+    /// Each target draws before the next one is told anything, and the producer keeps its framebuffer.
+    bool oneByOne = false;
+    /// Targets learn before all else that the picture is no monochrome one.
+    bool saysColored = false;
+    bool skipsDisabledTargets = false;
+    ToIgnoredTarget toIgnoredTarget = ToIgnoredTarget::nothing;
+  };
+
+  /// Gives the output to the targets, in order, and tells them that it is ready. Targets that the graph loses or gains
+  /// meanwhile count from the next frame on.
+  void handOver(const HandOver& frame);
+  /// Sets the framebuffer that `framebufferForOutput` returns, with the lock of its fetch.
+  void setOutputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer);
+  /// Whether a kept frame still needs the output when the targets have it.
+  virtual bool keepsOutput() const { return false; }
+
+  /// The size that this producer works at, in pixels.
+  Size inputTextureSize() const;
+  void setInputTextureSize(Size newValue);
+  /// The size forced on this producer; it counts while `overrideInputSize`.
+  Size forcedMaximumSize() const;
+  bool overrideInputSize() const;
+  void setForcedMaximumSize(Size newValue, bool overridesInputSize);
 
  private:
-  bool isTarget(const std::shared_ptr<TavrelGPUImageInput>& target) const;
-
-  bool allTargetsWantMonochromeData_ = true;
-  bool shouldSmoothlyScaleOutput_ = false;
-  bool shouldIgnoreUpdatesToThisTarget_ = false;
-  bool enabled_ = true;
-  std::weak_ptr<TavrelGPUImageInput> targetToIgnoreForUpdates_;
-  std::shared_ptr<TavrelGPUImageAudioTarget> audioEncodingTarget_;
-  FrameProcessingCompletionBlock frameProcessingCompletionBlock_;
-  TavrelGPUTextureOptions outputTextureOptions_;
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

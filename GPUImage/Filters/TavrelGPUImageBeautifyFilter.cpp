@@ -82,7 +82,7 @@ void TavrelGPUImageBeautifyFilter::setParams(double beauty, double tone) {
 
 void TavrelGPUImageBeautifyFilter::setInputSize(Size newSize, Index atIndex) {
   TavrelGPUImageFilter::setInputSize(newSize, atIndex);
-  inputTextureSize = newSize;
+  setInputTextureSize(newSize);
   setPoint({2.0 / newSize.width, 2.0 / newSize.height}, "singleStepOffset");
 }
 

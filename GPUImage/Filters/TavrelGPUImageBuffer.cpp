@@ -19,13 +19,13 @@ void TavrelGPUImageBuffer::setBufferSize(std::size_t newValue) {
 void TavrelGPUImageBuffer::newFrameReadyAtTime(MediaTime frameTime, Index) {
   bufferedFramebuffers.push_back(std::move(firstInputFramebuffer));
   if (bufferedFramebuffers.size() <= bufferSize_) {
-    outputFramebuffer = TavrelGPUImageFramebufferLease(bufferedFramebuffers.back().get()).detach();
+    setOutputFramebuffer(TavrelGPUImageFramebufferLease(bufferedFramebuffers.back().get()).detach());
   } else {
-    outputFramebuffer = bufferedFramebuffers.front().detach();
+    setOutputFramebuffer(bufferedFramebuffers.front().detach());
     bufferedFramebuffers.pop_front();
   }
-  forEachUpdatedTarget([this](const auto& target, Index slot) { target->setInputRotation(inputRotation(), slot); });
-  informTargetsAboutNewFrameAtTime(frameTime);
+  if (const auto block = frameProcessingCompletionBlock()) block(*this, frameTime);
+  handOver({.frameTime = frameTime, .size = outputFrameSize(), .rotation = inputRotation()});
 }
 
 }  // namespace tavrel

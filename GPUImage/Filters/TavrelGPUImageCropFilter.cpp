@@ -68,11 +68,11 @@ void TavrelGPUImageCropFilter::setInputRotation(TavrelGPUImageRotationMode newIn
 
 void TavrelGPUImageCropFilter::setInputSize(Size newSize, Index atIndex) {
   if (preventRendering()) return;
-  if (overrideInputSize) {
-    inputTextureSize = inputSizeUnderOverride(newSize);
+  if (overrideInputSize()) {
+    setInputTextureSize(inputSizeUnderOverride(newSize));
   } else {
     const Size rotated = rotatedSize(newSize, atIndex);
-    inputTextureSize = {rotated.width * cropRegion_.size.width, rotated.height * cropRegion_.size.height};
+    setInputTextureSize({rotated.width * cropRegion_.size.width, rotated.height * cropRegion_.size.height});
   }
   setupFilterForSize(sizeOfFBO());
 }

@@ -80,15 +80,16 @@ void TavrelGPUImageFilter::renderToTexture(const GLfloat* vertices, const GLfloa
   drawInputs(vertices, textureCoordinates);
   unlockInputs();
   if (!usingNextFrameForImageCapture) return;
-  outputFramebuffer->lock();
+  framebufferForOutput()->lock();
   imageCaptureSemaphore.signal();
 }
 
 void TavrelGPUImageFilter::drawInputs(const GLfloat* vertices, const GLfloat* textureCoordinates) {
   TavrelGPUImageContext::setActiveShaderProgram(filterProgram);
-  outputFramebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(
+  const auto framebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(
       sizeOfFBO(), outputTextureOptions(), false);
-  outputFramebuffer->activateFramebuffer();
+  setOutputFramebuffer(framebuffer);
+  framebuffer->activateFramebuffer();
   setUniformsForProgramAtIndex(0);
   clearToBackgroundColor();
   bindInputs();
@@ -137,14 +138,8 @@ GLint TavrelGPUImageFilter::uniformIndex(std::string_view name) const {
 void TavrelGPUImageFilter::informTargetsAboutNewFrameAtTime(MediaTime frameTime) {
   if (preventRendering_) return;
   NodeSpan::notePassedOn();
-  if (frameProcessingCompletionBlock()) frameProcessingCompletionBlock()(*this, frameTime);
-  forEachUpdatedTarget([this](const auto& target, Index slot) {
-    setInputFramebufferForTarget(target, slot);
-    target->setInputSize(outputFrameSize(), slot);
-  });
-  if (framebufferForOutput()) framebufferForOutput()->unlock();
-  if (!usingNextFrameForImageCapture) removeOutputFramebuffer();
-  forEachUpdatedTarget([frameTime](const auto& target, Index slot) { sendFrame(*target, frameTime, slot); });
+  if (const auto block = frameProcessingCompletionBlock()) block(*this, frameTime);
+  handOver({.frameTime = frameTime, .size = outputFrameSize()});
 }
 
 void TavrelGPUImageFilter::newFrameReadyAtTime(MediaTime frameTime, Index) {
@@ -158,11 +153,7 @@ void TavrelGPUImageFilter::setInputFramebuffer(std::shared_ptr<TavrelGPUImageFra
 
 void TavrelGPUImageFilter::setInputSize(Size newSize, Index atIndex) {
   if (preventRendering_) return;
-  if (overrideInputSize) {
-    inputTextureSize = inputSizeUnderOverride(newSize);
-  } else {
-    inputTextureSize = rotatedSize(newSize, atIndex);
-  }
+  setInputTextureSize(overrideInputSize() ? inputSizeUnderOverride(newSize) : rotatedSize(newSize, atIndex));
   setupFilterForSize(sizeOfFBO());
 }
 

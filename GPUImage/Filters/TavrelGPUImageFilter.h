@@ -72,7 +72,7 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   /// Called after the input size changed, with the size of the output.
   virtual void setupFilterForSize(Size) {}
   Size sizeOfFBO() const;
-  Size outputFrameSize() const { return inputTextureSize; }
+  Size outputFrameSize() const { return inputTextureSize(); }
   virtual Size rotatedSize(Size sizeToRotate, Index forIndex) const;
   /// A point with coordinates in 0…1 in the turned picture.
   static Point rotatedPoint(Point pointToRotate, TavrelGPUImageRotationMode forRotation);
@@ -132,6 +132,7 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   void setCurrentlyReceivingMonochromeInput(bool newValue) override { currentlyReceivingMonochromeInput_ = newValue; }
 
  protected:
+  bool keepsOutput() const override { return usingNextFrameForImageCapture; }
   /// Draws the inputs into a framebuffer from the cache, the new output. Drops the inputs' locks on every way out.
   virtual void renderToTexture(const GLfloat* vertices, const GLfloat* textureCoordinates);
   /// The draw of `renderToTexture`, by `filterProgram` into `outputFramebuffer`; the inputs stay locked.
@@ -166,6 +167,7 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   TavrelGPUImageRotationMode inputRotation_ = kTavrelGPUImageNoRotation;
   Size currentFilterSize;
   bool isEndProcessing = false;
+  bool usingNextFrameForImageCapture = false;
   DispatchSemaphore imageCaptureSemaphore{1};
   /// What sets a uniform again, by location.
   using UniformStateBlocks = std::map<GLint, std::function<void()>>;

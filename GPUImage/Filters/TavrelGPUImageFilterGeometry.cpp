@@ -58,25 +58,23 @@ Size TavrelGPUImageFilter::rotatedSize(Size size, Index) const {
 // Only the widths are compared.
 Size TavrelGPUImageFilter::sizeOfFBO() const {
   const Size maximum = maximumOutputSize();
-  return isZero(maximum) || inputTextureSize.width < maximum.width ? inputTextureSize : maximum;
+  return isZero(maximum) || inputTextureSize().width < maximum.width ? inputTextureSize() : maximum;
 }
 
 Size TavrelGPUImageFilter::inputSizeUnderOverride(Size size) const {
-  if (isZero(forcedMaximumSize)) return inputTextureSize;
-  return rectWithAspectRatioInsideRect(size, {{0, 0}, forcedMaximumSize}).size;
+  if (isZero(forcedMaximumSize())) return inputTextureSize();
+  return rectWithAspectRatioInsideRect(size, {{0, 0}, forcedMaximumSize()}).size;
 }
 
 void TavrelGPUImageFilter::forceProcessingAtSize(Size frameSize) {
-  overrideInputSize = !isZero(frameSize);
-  if (!overrideInputSize) return;
-  inputTextureSize = frameSize;
-  forcedMaximumSize = frameSize;
+  if (isZero(frameSize)) return setForcedMaximumSize(forcedMaximumSize(), false);
+  setForcedMaximumSize(frameSize, true);
+  setInputTextureSize(frameSize);
 }
 
 void TavrelGPUImageFilter::forceProcessingAtSizeRespectingAspectRatio(Size frameSize) {
-  overrideInputSize = !isZero(frameSize);
-  if (!overrideInputSize) inputTextureSize = {};
-  forcedMaximumSize = frameSize;
+  setForcedMaximumSize(frameSize, !isZero(frameSize));
+  if (isZero(frameSize)) setInputTextureSize({});
 }
 
 }  // namespace tavrel

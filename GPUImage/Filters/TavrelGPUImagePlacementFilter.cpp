@@ -8,8 +8,8 @@ TavrelGPUImagePlacementFilter::~TavrelGPUImagePlacementFilter() = default;
 
 void TavrelGPUImagePlacementFilter::setInputSize(Size newSize, Index atIndex) {
   TavrelGPUImageTransformFilter::setInputSize(newSize, atIndex);
-  if (preventRendering() || !overrideInputSize) return;
-  inputTextureSize = forcedMaximumSize;
+  if (preventRendering() || !overrideInputSize()) return;
+  setInputTextureSize(forcedMaximumSize());
   setupFilterForSize(sizeOfFBO());
 }
 

@@ -67,7 +67,8 @@ void TavrelGPUImageTwoPassFilter::renderPasses(const GLfloat* vertices, const GL
   drawInputs(vertices, textureCoordinates);
   firstInputFramebuffer = {};
 
-  const auto intermediate = TavrelGPUImageFramebufferLease::adopt(std::move(outputFramebuffer));
+  const auto intermediate = TavrelGPUImageFramebufferLease::adopt(TavrelGPUImageFilter::framebufferForOutput());
+  setOutputFramebuffer(nullptr);
   secondOutputFramebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(
       sizeOfFBO(), outputTextureOptions(), false);
   secondOutputFramebuffer->activateFramebuffer();

@@ -22,9 +22,7 @@ class TAVREL_API TavrelGPUImageTwoPassFilter : public TavrelGPUImageFilter {
 
   const std::shared_ptr<TavrelGLProgram>& secondProgram() const { return secondFilterProgram; }
 
-  const std::shared_ptr<TavrelGPUImageFramebuffer>& framebufferForOutput() const override {
-    return secondOutputFramebuffer;
-  }
+  std::shared_ptr<TavrelGPUImageFramebuffer> framebufferForOutput() const override { return secondOutputFramebuffer; }
   void removeOutputFramebuffer() override { secondOutputFramebuffer.reset(); }
   void setAndExecuteUniformStateCallbackAtIndex(GLint uniform, const std::shared_ptr<TavrelGLProgram>& forProgram,
                                                 std::function<void()> uniformStateBlock) override;

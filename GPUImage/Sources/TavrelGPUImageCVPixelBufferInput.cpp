@@ -6,6 +6,7 @@
 
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/TavrelGPUImageContext.h"
+#include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Tracing/QueueWait.h"
 
@@ -73,20 +74,13 @@ void TavrelGPUImageCVPixelBufferInput::deliver(const std::shared_ptr<PixelBuffer
   // A consumer may still draw this frame on another queue when the caller already reuses the buffer.
   auto owner = std::make_shared<std::pair<std::shared_ptr<PixelBuffer>, std::shared_ptr<TextureCacheTexture>>>(
       pixelBuffer, textureRef);
-  outputFramebuffer = std::make_shared<TavrelGPUImageFramebuffer>(size, textureRef->name(), std::move(owner));
-  const std::shared_ptr<TavrelGPUImageInput> ignored = targetToIgnoreForUpdates();
-  for (std::size_t i = 0; i < targets_.size(); ++i) {
-    const std::shared_ptr<TavrelGPUImageInput> target = targets_[i];
-    const Index slot = targetTextureIndices_[i];
-    if (!target->enabled()) continue;
-    if (target == ignored) {
-      target->setInputFramebuffer(outputFramebuffer, slot);
-      continue;
-    }
-    target->setInputSize(size, slot);
-    target->setInputFramebuffer(outputFramebuffer, slot);
-    sendFrame(*target, frameTime, slot);
-  }
+  setOutputFramebuffer(std::make_shared<TavrelGPUImageFramebuffer>(size, textureRef->name(), std::move(owner)));
+  handOver({.frameTime = frameTime,
+            .size = size,
+            .sizeFirst = true,
+            .oneByOne = true,
+            .skipsDisabledTargets = true,
+            .toIgnoredTarget = HandOver::ToIgnoredTarget::framebuffer});
 }
 
 }  // namespace tavrel

@@ -8,6 +8,7 @@
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/Sources/TavrelGPUImageMovie.h"
 #include "GPUImage/TavrelGPUImageContext.h"
+#include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
@@ -80,7 +81,7 @@ void TavrelGPUImageMovie::uploadAsTexture(const std::shared_ptr<PixelBuffer>& mo
   // The buffer goes back to its pool only when the last reader, perhaps on another queue, has drawn the frame.
   auto owner = std::make_shared<std::pair<std::shared_ptr<PixelBuffer>, std::shared_ptr<TextureCacheTexture>>>(
       movieFrame, std::move(*texture));
-  outputFramebuffer = std::make_shared<TavrelGPUImageFramebuffer>(size, name, std::move(owner));
+  setOutputFramebuffer(std::make_shared<TavrelGPUImageFramebuffer>(size, name, std::move(owner)));
   deliver(size, time);
   movieFrame->unlockBaseAddress(PixelBufferLock::readOnly);
 }
@@ -88,12 +89,14 @@ void TavrelGPUImageMovie::uploadAsTexture(const std::shared_ptr<PixelBuffer>& mo
 void TavrelGPUImageMovie::uploadBytes(const std::shared_ptr<PixelBuffer>& movieFrame, MediaTime time) {
   const Size size = {static_cast<double>(movieFrame->width()), static_cast<double>(movieFrame->height())};
   movieFrame->lockBaseAddress(PixelBufferLock::readOnly);
-  const TavrelGPUTextureOptions& options = outputTextureOptions();
-  outputFramebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(size, options, true);
+  const TavrelGPUTextureOptions options = outputTextureOptions();
+  const auto framebuffer =
+      TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(size, options, true);
+  setOutputFramebuffer(framebuffer);
   const std::size_t bytesPerPixel = movieFrame->width() > 0 ? movieFrame->bytesPerRow() / movieFrame->width() : 0;
   const std::size_t rowLength = bytesPerPixel > 0 ? movieFrame->bytesPerRow() / bytesPerPixel : 0;
   glActiveTexture(GL_TEXTURE4);
-  glBindTexture(GL_TEXTURE_2D, outputFramebuffer->texture());
+  glBindTexture(GL_TEXTURE_2D, framebuffer->texture());
   glTexImage2D(GL_TEXTURE_2D, 0, static_cast<GLint>(options.internalFormat), static_cast<GLsizei>(rowLength),
                static_cast<GLsizei>(movieFrame->height()), 0, options.format, options.type, movieFrame->baseAddress());
   deliver(size, time);
@@ -101,15 +104,7 @@ void TavrelGPUImageMovie::uploadBytes(const std::shared_ptr<PixelBuffer>& movieF
 }
 
 void TavrelGPUImageMovie::deliver(Size size, MediaTime time) {
-  for (std::size_t i = 0; i < targets_.size(); ++i) {
-    targets_[i]->setInputSize(size, targetTextureIndices_[i]);
-    targets_[i]->setInputFramebuffer(outputFramebuffer, targetTextureIndices_[i]);
-  }
-  outputFramebuffer->unlock();
-  // A target may edit the list.
-  const auto current = targets_;
-  const auto slots = targetTextureIndices_;
-  for (std::size_t i = 0; i < current.size(); ++i) sendFrame(*current[i], time, slots[i]);
+  handOver({.frameTime = time, .size = size, .sizeFirst = true, .toIgnoredTarget = HandOver::ToIgnoredTarget::frame});
 }
 
 void TavrelGPUImageMovie::processPlayerItem() {

@@ -6,6 +6,7 @@
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/Sources/Private/PictureLayout.h"
 #include "GPUImage/TavrelGPUImageContext.h"
+#include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
@@ -56,9 +57,10 @@ TavrelGPUImagePicture::~TavrelGPUImagePicture() {
 }
 
 void TavrelGPUImagePicture::releaseTexture() {
-  if (!outputFramebuffer) return;
-  outputFramebuffer->enableReferenceCounting();
-  outputFramebuffer->unlock();
+  const auto framebuffer = TavrelGPUImageOutput::framebufferForOutput();
+  if (!framebuffer) return;
+  framebuffer->enableReferenceCounting();
+  framebuffer->unlock();
 }
 
 void TavrelGPUImagePicture::updateWithCGImage(const std::shared_ptr<Image>& image, bool smoothlyScaleOutput,
@@ -93,9 +95,11 @@ void TavrelGPUImagePicture::updateWithCGImage(const std::shared_ptr<Image>& imag
 void TavrelGPUImagePicture::upload(Size textureSize, GLenum format, const std::uint8_t* pixels) {
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
     TavrelGPUImageContext::useImageProcessingContext();
-    outputFramebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(textureSize, true);
-    outputFramebuffer->disableReferenceCounting();
-    glBindTexture(GL_TEXTURE_2D, outputFramebuffer->texture());
+    const auto framebuffer =
+        TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(textureSize, true);
+    framebuffer->disableReferenceCounting();
+    setOutputFramebuffer(framebuffer);
+    glBindTexture(GL_TEXTURE_2D, framebuffer->texture());
     if (shouldSmoothlyScaleOutput()) {
       glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
     }
@@ -116,14 +120,12 @@ bool TavrelGPUImagePicture::processImageWithCompletionHandler(std::function<void
   TavrelRunAsynchronouslyOnVideoProcessingQueue(
       [this, self = shared_from_this(), semaphore = imageUpdateSemaphore, completion = std::move(completion)] {
         const NodeSpan span(*this);
-        for (std::size_t i = 0; i < targets_.size(); ++i) {
-          const std::shared_ptr<TavrelGPUImageInput> target = targets_[i];
-          const Index slot = targetTextureIndices_[i];
-          target->setCurrentlyReceivingMonochromeInput(false);
-          target->setInputSize(pixelSizeOfImage_, slot);
-          target->setInputFramebuffer(outputFramebuffer, slot);
-          sendFrame(*target, MediaTime::indefinite(), slot);
-        }
+        handOver({.frameTime = MediaTime::indefinite(),
+                  .size = pixelSizeOfImage_,
+                  .sizeFirst = true,
+                  .oneByOne = true,
+                  .saysColored = true,
+                  .toIgnoredTarget = HandOver::ToIgnoredTarget::frame});
         semaphore->signal();
         if (completion) completion();
       });
@@ -138,10 +140,12 @@ void TavrelGPUImagePicture::processImageUpToFilter(const std::shared_ptr<TavrelG
 }
 
 void TavrelGPUImagePicture::addTarget(const std::shared_ptr<TavrelGPUImageInput>& newTarget, Index atTextureLocation) {
-  TavrelGPUImageOutput::addTarget(newTarget, atTextureLocation);
-  if (!hasProcessedImage_) return;
-  newTarget->setInputSize(pixelSizeOfImage_, atTextureLocation);
-  sendFrame(*newTarget, MediaTime::indefinite(), atTextureLocation);
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    TavrelGPUImageOutput::addTarget(newTarget, atTextureLocation);
+    if (!hasProcessedImage_) return;
+    newTarget->setInputSize(pixelSizeOfImage_, atTextureLocation);
+    sendFrame(*newTarget, MediaTime::indefinite(), atTextureLocation);
+  });
 }
 
 void TavrelGPUImagePicture::removeAllTargets() {

@@ -20,7 +20,7 @@ void CameraCropFilter::setInputSize(Size newSize, Index atIndex) {
   const Size turned = rotatedSize(newSize, atIndex);
   const Size region = cropRegion().size;
   const Size cropped = wholePixels({turned.width * region.width, turned.height * region.height});
-  inputTextureSize = overrideInputSize ? wholePixels(inputSizeUnderOverride(cropped)) : cropped;
+  setInputTextureSize(overrideInputSize() ? wholePixels(inputSizeUnderOverride(cropped)) : cropped);
   setupFilterForSize(sizeOfFBO());
 }
 

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <type_traits>
+#include <utility>
+
+#include "GPUImage/TavrelGPUImageContext.h"
+
+namespace tavrel {
+
+/// Runs `work` on the video-processing queue, where the state of nodes lives, and returns what it returns: between two
+/// frames, or at once inside a frame's own work. Any thread.
+template <typename Work>
+auto onVideoProcessingQueue(Work&& work) -> std::invoke_result_t<Work&> {
+  using Result = std::invoke_result_t<Work&>;
+  if constexpr (std::is_void_v<Result>) {
+    TavrelRunSynchronouslyOnVideoProcessingQueue(std::ref(work));
+  } else {
+    std::optional<Result> result;
+    TavrelRunSynchronouslyOnVideoProcessingQueue([&] { result.emplace(work()); });
+    return std::move(*result);
+  }
+}
+
+}  // namespace tavrel
