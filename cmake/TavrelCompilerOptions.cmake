@@ -1,8 +1,13 @@
-# Warnings and sanitizers, for every target of this project.
+# Warnings, sanitizers and the compiler cache, for every target of this project. The presets make warnings errors.
+find_program(TAVREL_CCACHE ccache)
+if(TAVREL_CCACHE AND PROJECT_IS_TOP_LEVEL AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${TAVREL_CCACHE})
+endif()
+
 add_library(tavrel_compiler_options INTERFACE)
 target_compile_options(tavrel_compiler_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wformat=2
-  -Wimplicit-fallthrough -Werror)
+  -Wimplicit-fallthrough)
 
 if(TAVREL_SANITIZE)
   add_compile_options(-fsanitize=${TAVREL_SANITIZE} -fno-omit-frame-pointer -g)

@@ -23,11 +23,13 @@ file(RELATIVE_PATH TAVREL_PC_PREFIX /prefix/${TAVREL_PC_FOLDER} /prefix)
 configure_file(cmake/Install/TavrelCaptureBase.pc.in ${PROJECT_BINARY_DIR}/TavrelCaptureBase.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/TavrelCaptureBase.pc DESTINATION ${TAVREL_PC_FOLDER})
 
-set_target_properties(tavrel PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
-install(TARGETS tavrel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES Documentation/tavrel.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-install(FILES cmake/Install/tavrel.bash-completion
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME tavrel)
+if(TARGET tavrel)
+  set_target_properties(tavrel PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+  install(TARGETS tavrel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(FILES Documentation/tavrel.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  install(FILES cmake/Install/tavrel.bash-completion
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME tavrel)
+endif()
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 set(CPACK_GENERATOR DEB)
@@ -47,4 +49,6 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 # What the headers show; what the library needs to run is found by itself.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libgles-dev, libfmt-dev, libexpected-dev")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "pkg-config, libgl1-mesa-dri, libegl-mesa0")
-include(CPack)
+if(PROJECT_IS_TOP_LEVEL)
+  include(CPack)
+endif()

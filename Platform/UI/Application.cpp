@@ -4,7 +4,7 @@
 #include "Platform/Dispatch/RunLoop.h"
 #include "Platform/Foundation/NotificationCenter.h"
 #include "Platform/UI/Private/SystemWatch.h"
-#include "Platform/UI/Private/WindowSystem.h"
+#include "Platform/UI/Private/UserInterface.h"
 
 namespace tavrel {
 namespace {
@@ -21,7 +21,7 @@ Application& Application::shared() {
 }
 
 Expected<void> Application::startUserInterface() {
-  return WindowSystem::start().map([](WindowSystem*) {});
+  return tavrel::startUserInterface();
 }
 
 void Application::observeSystem() {

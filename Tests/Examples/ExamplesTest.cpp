@@ -1,11 +1,8 @@
 #include <cmath>
 #include <fstream>
-#include <future>
 #include <regex>
-#include <thread>
 
 #include "Support/GraphTestSupport.h"
-#include "Support/UIVirtualScreen.h"
 #include "TavrelCaptureTesting.h"
 #include "Tools/tavrel/ProgramTestSupport.h"
 
@@ -15,7 +12,6 @@ namespace {
 using test::CommandResult;
 using test::Picture;
 using test::Pixel;
-using test::UIVirtualScreen;
 
 /// Runs an example on the virtual devices.
 CommandResult example(const std::string& nameAndArguments) {
@@ -121,29 +117,6 @@ TEST_F(ExamplesTest, ExternalFilter) {
   frame->lockBaseAddress(PixelBufferLock::readOnly);
   EXPECT_TRUE(SyntheticScene::decodeFrameCounter(frame->baseAddress(), frame->bytesPerRow(), 320, 240).has_value());
   frame->unlockBaseAddress(PixelBufferLock::readOnly);
-}
-
-TEST_F(ExamplesTest, PreviewInSDL) {
-  const UIVirtualScreen screen(740, 560);
-  if (!screen.failure().empty()) GTEST_SKIP() << screen.failure();
-  auto running = std::async(std::launch::async, [] { return example("PreviewInSDL 60"); });
-  ASSERT_TRUE(UIVirtualScreen::xdotool("search --sync --onlyvisible --name '^Preview$' windowmove 50 40 windowfocus"));
-  // The face of the virtual scene, in the colours of skin, and what is around it.
-  const auto isRight = [](const Picture& picture) {
-    const Pixel face = picture.at(50 + 320, 40 + 260);
-    const Pixel sky = picture.at(50 + 600, 40 + 120);
-    return face.r > face.g && face.g > face.b && face.r > 180 && sky.b > sky.g;
-  };
-  bool isSeen = false;
-  for (int i = 0; i < 200 && !isSeen; ++i) {
-    isSeen = isRight(screen.screenshot());
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  EXPECT_TRUE(isSeen);
-  ASSERT_TRUE(UIVirtualScreen::xdotool("mousemove 300 250 click 1 key q"));
-  const CommandResult result = running.get();
-  EXPECT_EQ(result.status, 0) << result.output;
-  EXPECT_TRUE(std::regex_search(result.output, std::regex("[1-9][0-9]* frames shown"))) << result.output;
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 // comes here first, whoever wrote it, and holds the driver's lock.
 #include <EGL/egl.h>
 #include <GLES2/gl2.h>
-#include <SDL.h>
 
 #include "Platform/Graphics/GLDriverLock.h"
 
@@ -40,8 +39,6 @@ TAVREL_GUARDED(EGLContext, eglCreateContext,
                (EGLDisplay display, EGLConfig config, EGLContext shareContext, const EGLint* attributes),
                (display, config, shareContext, attributes))
 TAVREL_GUARDED(EGLBoolean, eglDestroyContext, (EGLDisplay display, EGLContext context), (display, context))
-TAVREL_GUARDED(int, SDL_GL_MakeCurrent, (SDL_Window * window, SDL_GLContext context), (window, context))
-TAVREL_GUARDED(void, SDL_GL_SwapWindow, (SDL_Window * window), (window))
 
 // The names of a sharegroup's objects. What is deleted while another context uses it goes onto that context's list.
 TAVREL_GUARDED(void, glGenTextures, (GLsizei count, GLuint* names), (count, names))

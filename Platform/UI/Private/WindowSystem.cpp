@@ -91,9 +91,8 @@ std::uint32_t windowOf(const SDL_Event& event) {
 
 }  // namespace
 
-tl::unexpected<Error> windowSystemFailure(std::string description) {
-  constexpr std::int64_t kNoWindow = 10;
-  return failure("ui", kNoWindow, std::move(description));
+Expected<void> startUserInterface() {
+  return WindowSystem::start().map([](WindowSystem*) {});
 }
 
 WindowSystem* WindowSystem::started() {

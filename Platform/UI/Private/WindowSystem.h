@@ -9,13 +9,11 @@
 #include "Platform/Dispatch/DispatchTimer.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/UI/Private/LayerRenderer.h"
+#include "Platform/UI/Private/UserInterface.h"
 
 namespace tavrel {
 
 class NativeWindow;
-
-/// An error of the domain "ui" about what the window system refuses.
-tl::unexpected<Error> windowSystemFailure(std::string description);
 
 /// SDL's video: the connection to the window system, the GL context that fills windows, and the events. Main thread;
 /// lives until the process ends, because GL contexts of other threads stand on its display.
