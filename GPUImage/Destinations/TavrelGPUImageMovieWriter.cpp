@@ -1,8 +1,8 @@
 #include "GPUImage/Destinations/TavrelGPUImageMovieWriter.h"
 
-#include <thread>
 #include <utility>
 
+#include "GPUImage/Destinations/Private/MovieWriterImplementation.h"
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Media/AudioSession.h"
@@ -10,9 +10,6 @@
 
 namespace tavrel {
 namespace {
-
-// Frames that may be on their way to the writer queue: a producer ahead of it must not fill the memory.
-constexpr long kMostFramesInFlight = 8;
 
 /// The truth value under `key`; nothing when it is absent or no number.
 std::optional<bool> truthFor(const std::optional<Dictionary>& settings, std::string_view key) {
@@ -47,90 +44,95 @@ TavrelGPUImageMovieWriter::TavrelGPUImageMovieWriter(const std::filesystem::path
 TavrelGPUImageMovieWriter::TavrelGPUImageMovieWriter(const std::filesystem::path& newMovieURL, Size newSize,
                                                      std::string_view newFileType,
                                                      const std::optional<Dictionary>& outputSettings)
-    : movieURL_(newMovieURL), fileType_(newFileType), videoSize_(newSize), framesInFlight_(kMostFramesInFlight) {
-  encodingLiveVideo_ = truthFor(outputSettings, kTavrelEncodingLiveVideoKey).value_or(true);
-  initializeMovieWithOutputSettings(outputSettings);
+    : implementation_(std::make_unique<Implementation>(newMovieURL, newSize, newFileType)) {
+  implementation_->initializeMovieWithOutputSettings(outputSettings);
 }
 
-TavrelGPUImageMovieWriter::~TavrelGPUImageMovieWriter() {
-  destroyDataFBO();
-}
+TavrelGPUImageMovieWriter::~TavrelGPUImageMovieWriter() = default;
 
-void TavrelGPUImageMovieWriter::initializeMovieWithOutputSettings(const std::optional<Dictionary>& outputSettings) {
-  isRecording_ = false;
-  enabled_ = true;
-  auto created = initializeRendering().and_then([this] { return AssetWriter::create(movieURL_, fileType_); });
+void TavrelGPUImageMovieWriter::Implementation::initializeMovieWithOutputSettings(
+    const std::optional<Dictionary>& outputSettings) {
+  encodingLiveVideo = truthFor(outputSettings, kTavrelEncodingLiveVideoKey).value_or(true);
+  auto created = painter.prepare().and_then([this] { return AssetWriter::create(movieURL, fileType); });
   if (created) {
-    assetWriter_ = *created;
+    assetWriter = *created;
   } else {
-    creationError_ = created.error();
-    ConsoleLog::write("Error: {}", creationError_->description);
-    if (failureBlock_) {
-      failureBlock_(*creationError_);
-    } else if (const auto listener = delegate()) {
-      listener->movieRecordingFailedWithError(*creationError_);
+    creationError = created.error();
+    ConsoleLog::write("Error: {}", creationError->description);
+    if (const auto block = failureBlock.get()) {
+      (*block)(*creationError);
+    } else if (const auto listener = delegate.get().lock()) {
+      listener->movieRecordingFailedWithError(*creationError);
     }
   }
   if (!truthFor(outputSettings, kTavrelHasVideoTrackKey).value_or(true)) return;
-  if (assetWriter_) assetWriter_->setMovieFragmentInterval(MediaTime::make(1000, 1000));
+  if (assetWriter) assetWriter->setMovieFragmentInterval(MediaTime::make(1000, 1000));
   addVideoTrack(outputSettings);
 }
 
-void TavrelGPUImageMovieWriter::addVideoTrack(const std::optional<Dictionary>& outputSettings) {
-  Dictionary settings = outputSettings.value_or(defaultVideoSettings(videoSize_));
+void TavrelGPUImageMovieWriter::Implementation::addVideoTrack(const std::optional<Dictionary>& outputSettings) {
+  Dictionary settings = outputSettings.value_or(defaultVideoSettings(painter.videoSize()));
   for (const char* required : {kVideoCodecKey, kVideoWidthKey, kVideoHeightKey}) {
     if (!settings.contains(required)) fatalAssertion("OutputSettings is missing required parameters.");
   }
   settings.erase(kTavrelEncodingLiveVideoKey);
-  assetWriterVideoInput_ = AssetWriterInput::create(MediaType::video, std::move(settings));
-  assetWriterVideoInput_->setExpectsMediaDataInRealTime(encodingLiveVideo_);
-  assetWriterPixelBufferInput_ = AssetWriterInputPixelBufferAdaptor::create(
-      assetWriterVideoInput_, {{kPixelBufferPixelFormatTypeKey, static_cast<std::int64_t>(PixelFormat::bgra32)},
-                               {kPixelBufferWidthKey, static_cast<std::int64_t>(videoSize_.width)},
-                               {kPixelBufferHeightKey, static_cast<std::int64_t>(videoSize_.height)}});
-  if (assetWriter_) assetWriter_->addInput(assetWriterVideoInput_);
+  const auto track = AssetWriterInput::create(MediaType::video, std::move(settings));
+  track->setExpectsMediaDataInRealTime(encodingLiveVideo);
+  assetWriterPixelBufferInput = AssetWriterInputPixelBufferAdaptor::create(
+      track, {{kPixelBufferPixelFormatTypeKey, static_cast<std::int64_t>(PixelFormat::bgra32)},
+              {kPixelBufferWidthKey, static_cast<std::int64_t>(painter.videoSize().width)},
+              {kPixelBufferHeightKey, static_cast<std::int64_t>(painter.videoSize().height)}});
+  video.attach(track);
 }
 
 void TavrelGPUImageMovieWriter::setHasAudioTrack(bool hasAudioTrack, std::optional<Dictionary> audioSettings) {
-  hasAudioTrack_ = hasAudioTrack;
+  implementation_->hasAudioTrack = hasAudioTrack;
   if (!hasAudioTrack) return;
-  if (shouldPassthroughAudio_) {
+  if (shouldPassthroughAudio()) {
     audioSettings.reset();
   } else if (!audioSettings) {
     audioSettings = defaultAudioSettings();
   }
-  assetWriterAudioInput_ = AssetWriterInput::create(MediaType::audio, std::move(audioSettings));
-  if (assetWriter_) assetWriter_->addInput(assetWriterAudioInput_);
-  assetWriterAudioInput_->setExpectsMediaDataInRealTime(encodingLiveVideo_);
+  const auto track = AssetWriterInput::create(MediaType::audio, std::move(audioSettings));
+  track->setExpectsMediaDataInRealTime(encodingLiveVideo());
+  implementation_->audio.attach(track);
 }
 
 void TavrelGPUImageMovieWriter::setEncodingLiveVideo(bool newValue) {
-  encodingLiveVideo_ = newValue;
-  if (isRecording_) fatalAssertion("Can not change Encoding Live Video while recording");
-  if (assetWriterVideoInput_) assetWriterVideoInput_->setExpectsMediaDataInRealTime(newValue);
-  if (assetWriterAudioInput_) assetWriterAudioInput_->setExpectsMediaDataInRealTime(newValue);
+  implementation_->encodingLiveVideo = newValue;
+  if (isRecording()) fatalAssertion("Can not change Encoding Live Video while recording");
+  for (const auto& track : {implementation_->video.input(), implementation_->audio.input()}) {
+    if (track) track->setExpectsMediaDataInRealTime(newValue);
+  }
 }
 
 void TavrelGPUImageMovieWriter::setPaused(bool newValue) {
-  if (paused_.exchange(newValue) == newValue || !newValue) return;
-  const std::lock_guard lock(timeMutex_);
-  discont_ = true;
+  const bool isChange = implementation_->paused.exchange(newValue) != newValue;
+  if (isChange && newValue) implementation_->timeline.pause();
 }
 
-void TavrelGPUImageMovieWriter::startWriting() {
-  if (assetWriter_ && !isWriting()) assetWriter_->startWriting();
+void TavrelGPUImageMovieWriter::Implementation::startWriting() {
+  if (assetWriter && !isWriting()) assetWriter->startWriting();
+}
+
+MediaTime TavrelGPUImageMovieWriter::Implementation::startSession(MediaTime time, const MovieTrackFeeder& stream) {
+  if (const MediaTime start = timeline.startTime(); start.isValid()) return start;
+  painter.runOnWriterQueue([&] {
+    if (timeline.startTime().isValid()) return;  // the other stream has been first meanwhile
+    if (!stream.inputReadyCallback()) startWriting();
+    if (assetWriter) assetWriter->startSessionAtSourceTime(time);
+    timeline.beginAt(time);
+  });
+  return timeline.startTime();
 }
 
 void TavrelGPUImageMovieWriter::startRecording() {
-  alreadyFinishedRecording_ = false;
-  {
-    const std::lock_guard lock(timeMutex_);
-    startTime_ = MediaTime::invalid();
-  }
-  runOnWriterQueue([this] {
-    if (!audioInputReady_) startWriting();
+  implementation_->alreadyFinishedRecording = false;
+  implementation_->timeline.restart();
+  implementation_->painter.runOnWriterQueue([this] {
+    if (!implementation_->audio.inputReadyCallback()) implementation_->startWriting();
   });
-  isRecording_ = true;
+  implementation_->isRecording = true;
 }
 
 void TavrelGPUImageMovieWriter::startRecordingInOrientation(const AffineTransform& orientationTransform) {
@@ -138,145 +140,59 @@ void TavrelGPUImageMovieWriter::startRecordingInOrientation(const AffineTransfor
   startRecording();
 }
 
-// Straight to the writer's own queue: the functions of the context would run the block inline on the video-processing
-// queue, and the graph would wait for each frame to be encoded.
-void TavrelGPUImageMovieWriter::runOnWriterQueue(const std::function<void()>& block) {
-  const std::shared_ptr<DispatchQueue>& queue = movieWriterContext_->contextQueue();
-  if (queue->isCurrent()) {
-    block();
-  } else {
-    queue->sync(block);
-  }
-}
-
-MediaTime TavrelGPUImageMovieWriter::startSession(MediaTime time, bool isFedByCallback) {
-  {
-    const std::lock_guard lock(timeMutex_);
-    if (startTime_.isValid()) return startTime_;
-  }
-  runOnWriterQueue([&] {
-    {
-      // The other stream may have been first meanwhile.
-      const std::lock_guard lock(timeMutex_);
-      if (startTime_.isValid()) return;
-      startTime_ = time;
-    }
-    if (!isFedByCallback) startWriting();
-    if (assetWriter_) assetWriter_->startSessionAtSourceTime(time);
-  });
-  const std::lock_guard lock(timeMutex_);
-  return startTime_;
-}
-
-void TavrelGPUImageMovieWriter::markTrackFinished(const std::shared_ptr<AssetWriterInput>& track,
-                                                  std::atomic<bool>& isFinished) {
-  if (!isWriting() || isFinished.exchange(true)) return;
-  if (track) track->markAsFinished();
-}
-
 void TavrelGPUImageMovieWriter::finishRecording() {
   finishRecordingWithCompletionHandler({});
 }
 
 void TavrelGPUImageMovieWriter::finishRecordingWithCompletionHandler(std::function<void()> handler) {
-  runOnWriterQueue([&] {
-    isRecording_ = false;
-    const AssetWriterStatus status = assetWriter_ ? assetWriter_->status() : AssetWriterStatus::unknown;
+  Implementation& recording = *implementation_;
+  recording.painter.runOnWriterQueue([&] {
+    recording.isRecording = false;
+    const AssetWriterStatus status = recording.status();
     if (status == AssetWriterStatus::completed || status == AssetWriterStatus::cancelled ||
         status == AssetWriterStatus::unknown) {
-      if (handler) movieWriterContext_->contextQueue()->async(std::move(handler));
+      if (handler) movieWriterContext()->contextQueue()->async(std::move(handler));
       return;
     }
-    markTrackFinished(assetWriterVideoInput_, videoEncodingIsFinished_);
-    markTrackFinished(assetWriterAudioInput_, audioEncodingIsFinished_);
-    assetWriter_->finishWriting(handler ? std::move(handler) : [] {});
+    recording.video.finish();
+    recording.audio.finish();
+    recording.assetWriter->finishWriting(handler ? std::move(handler) : [] {});
   });
 }
 
 void TavrelGPUImageMovieWriter::cancelRecording() {
-  if (assetWriter_ && assetWriter_->status() == AssetWriterStatus::completed) return;
-  isRecording_ = false;
-  runOnWriterQueue([this] {
-    alreadyFinishedRecording_ = true;
-    markTrackFinished(assetWriterVideoInput_, videoEncodingIsFinished_);
-    markTrackFinished(assetWriterAudioInput_, audioEncodingIsFinished_);
-    if (assetWriter_) assetWriter_->cancelWriting();
+  Implementation& recording = *implementation_;
+  if (recording.status() == AssetWriterStatus::completed) return;
+  recording.isRecording = false;
+  recording.painter.runOnWriterQueue([&recording] {
+    recording.alreadyFinishedRecording = true;
+    recording.video.finish();
+    recording.audio.finish();
+    if (recording.assetWriter) recording.assetWriter->cancelWriting();
   });
 }
 
 void TavrelGPUImageMovieWriter::endProcessing() {
-  if (completionBlock_) {
-    if (!alreadyFinishedRecording_.exchange(true)) completionBlock_();
+  if (const auto block = implementation_->completionBlock.get()) {
+    if (!implementation_->alreadyFinishedRecording.exchange(true)) (*block)();
   } else if (const auto listener = delegate()) {
     listener->movieRecordingCompleted();
   }
 }
 
 void TavrelGPUImageMovieWriter::enableSynchronizationCallbacks() {
-  if (videoInputReady_ && assetWriterVideoInput_) {
-    startWriting();
-    videoQueue_ =
-        DispatchQueue::create("org.tavrel.TavrelGPUImage.videoReadingQueue", TavrelGPUImageDefaultQueueAttribute());
-    requestMediaData(assetWriterVideoInput_, videoQueue_, videoInputReady_, videoEncodingIsFinished_);
+  Implementation& recording = *implementation_;
+  const auto pull = [&, this](MovieTrackFeeder& track, const char* queueLabel) {
+    track.pull(queueLabel, weak_from_this(), recording.paused, movieWriterContext()->contextQueue());
+  };
+  if (recording.video.inputReadyCallback() && recording.video.input()) {
+    recording.startWriting();
+    pull(recording.video, "org.tavrel.TavrelGPUImage.videoReadingQueue");
   }
-  if (audioInputReady_ && assetWriterAudioInput_) {
-    audioQueue_ =
-        DispatchQueue::create("org.tavrel.TavrelGPUImage.audioReadingQueue", TavrelGPUImageDefaultQueueAttribute());
-    requestMediaData(assetWriterAudioInput_, audioQueue_, audioInputReady_, audioEncodingIsFinished_);
+  // Sound does not start the writing: pictures do, or the first sample.
+  if (recording.audio.inputReadyCallback() && recording.audio.input()) {
+    pull(recording.audio, "org.tavrel.TavrelGPUImage.audioReadingQueue");
   }
-}
-
-void TavrelGPUImageMovieWriter::requestMediaData(const std::shared_ptr<AssetWriterInput>& track,
-                                                 const std::shared_ptr<DispatchQueue>& queue,
-                                                 const SharedCallback& callback, std::atomic<bool>& isFinished) {
-  track->requestMediaDataWhenReady(queue, [weakSelf = weak_from_this(), track, &callback, &isFinished] {
-    const auto self = weakSelf.lock();
-    if (!self) return;
-    if (self->paused_) {
-      std::this_thread::sleep_for(std::chrono::microseconds(10000));
-      return;
-    }
-    while (track->isReadyForMoreMediaData() && !self->paused_) {
-      const auto current = callback.get();
-      if ((current && (*current)()) || isFinished) continue;
-      self->movieWriterContext_->contextQueue()->async(
-          [self, track, &isFinished] { self->markTrackFinished(track, isFinished); });
-      return;  // asked again if the track could not be finished yet
-    }
-  });
-}
-
-MediaTime TavrelGPUImageMovieWriter::duration() const {
-  const std::lock_guard lock(timeMutex_);
-  if (!startTime_.isValid()) return MediaTime::zero();
-  for (const MediaTime& end : {previousFrameTime_, previousAudioTime_}) {
-    if (!end.isNegativeInfinity()) return end - startTime_;
-  }
-  return MediaTime::zero();
-}
-
-AffineTransform TavrelGPUImageMovieWriter::transform() const {
-  return assetWriterVideoInput_ ? assetWriterVideoInput_->transform() : AffineTransform::zero();
-}
-
-void TavrelGPUImageMovieWriter::setTransform(const AffineTransform& newValue) {
-  if (assetWriterVideoInput_) assetWriterVideoInput_->setTransform(newValue);
-}
-
-std::vector<MetadataItem> TavrelGPUImageMovieWriter::metaData() const {
-  return assetWriter_ ? assetWriter_->metadata() : std::vector<MetadataItem>();
-}
-
-void TavrelGPUImageMovieWriter::setMetaData(std::vector<MetadataItem> newValue) {
-  if (assetWriter_) assetWriter_->setMetadata(std::move(newValue));
-}
-
-Size TavrelGPUImageMovieWriter::encodedSize() const {
-  return assetWriterVideoInput_ ? assetWriterVideoInput_->encodedSize() : Size{};
-}
-
-std::optional<Error> TavrelGPUImageMovieWriter::error() const {
-  return assetWriter_ ? assetWriter_->error() : creationError_;
 }
 
 }  // namespace tavrel

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "GPUImage/Destinations/TavrelGPUImageMovieWriter.h"
+#include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageOutput.h"
 #include "Platform/Graphics/PixelBuffer.h"
 #include "Platform/Media/Asset.h"

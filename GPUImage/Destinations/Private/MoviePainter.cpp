@@ -1,0 +1,153 @@
+#include "GPUImage/Destinations/Private/MoviePainter.h"
+
+#include <GLES2/gl2ext.h>
+
+#include "GPUImage/Filters/TavrelGPUImageFilter.h"
+#include "GPUImage/Private/LinkedProgram.h"
+#include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Graphics/PixelBufferPool.h"
+#include "Platform/Tracing/Tracer.h"
+
+namespace tavrel {
+
+MoviePainter::MoviePainter(Size videoSize)
+    : videoSize_(videoSize), movieWriterContext_(std::make_shared<TavrelGPUImageContext>()) {}
+
+MoviePainter::~MoviePainter() {
+  if (colorSwizzlingProgram_) destroyDataFBO();  // else there was no context
+}
+
+Expected<void> MoviePainter::prepare() {
+  movieWriterContext_->useSharegroup(TavrelGPUImageContext::sharedImageProcessingContext()->context()->sharegroup());
+  if (auto prepared = movieWriterContext_->prepareContext(); !prepared) return prepared;
+
+  movieWriterContext_->contextQueue()->async([] { Tracer::nameThread("writer queue"); });
+  TavrelRunSynchronouslyOnContextQueue(*movieWriterContext_, [this] {
+    movieWriterContext_->useAsCurrentContext();
+    // A pixel buffer is drawn into directly; what is read back as RGBA is drawn with red and blue exchanged.
+    colorSwizzlingProgram_ = linkedProgram(*movieWriterContext_, kTavrelGPUImageVertexShaderString,
+                                           TavrelGPUImageContext::supportsFastTextureUpload()
+                                               ? kTavrelGPUImagePassthroughFragmentShaderString
+                                               : kTavrelGPUImageColorSwizzlingFragmentShaderString,
+                                           {"position", "inputTextureCoordinate"});
+    colorSwizzlingPositionAttribute_ = colorSwizzlingProgram_->attributeIndex("position");
+    colorSwizzlingTextureCoordinateAttribute_ = colorSwizzlingProgram_->attributeIndex("inputTextureCoordinate");
+    colorSwizzlingInputTextureUniform_ = colorSwizzlingProgram_->uniformIndex("inputImageTexture");
+    movieWriterContext_->setContextShaderProgram(colorSwizzlingProgram_);
+    glEnableVertexAttribArray(colorSwizzlingPositionAttribute_);
+    glEnableVertexAttribArray(colorSwizzlingTextureCoordinateAttribute_);
+  });
+  return {};
+}
+
+// Straight to the writer's own queue: the functions of the context would run the block inline on the video-processing
+// queue, and the graph would wait for each frame to be encoded.
+void MoviePainter::runOnWriterQueue(const std::function<void()>& block) const {
+  const std::shared_ptr<DispatchQueue>& queue = movieWriterContext_->contextQueue();
+  if (queue->isCurrent()) return block();
+  queue->sync(block);
+}
+
+std::shared_ptr<PixelBuffer> MoviePainter::readyPixelBuffer(const TavrelGPUImageFramebuffer& framebuffer) const {
+  const bool isAsWanted = framebuffer.size() == videoSize_ && inputRotation_ == kTavrelGPUImageNoRotation;
+  if (!isAsWanted || !framebuffer.renderTarget()) return nullptr;
+  // Its bytes are read on this thread, by this context.
+  movieWriterContext_->useAsCurrentContext();
+  return framebuffer.renderTarget();
+}
+
+bool MoviePainter::renderAtInternalSizeUsingFramebuffer(const TavrelGPUImageFramebuffer& framebuffer,
+                                                        PixelBufferPool& pool) {
+  movieWriterContext_->useAsCurrentContext();
+  if (!setFilterFBO(pool)) return false;
+  if (renderTarget_) renderTarget_->noteGPUWrite();
+  movieWriterContext_->setContextShaderProgram(colorSwizzlingProgram_);
+  glClearColor(1.0F, 0.0F, 0.0F, 1.0F);
+  glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+
+  glActiveTexture(GL_TEXTURE4);
+  glBindTexture(GL_TEXTURE_2D, framebuffer.texture());
+  glUniform1i(colorSwizzlingInputTextureUniform_, 4);
+  glVertexAttribPointer(colorSwizzlingPositionAttribute_, 2, GL_FLOAT, GL_FALSE, 0,
+                        TavrelGPUImageFilter::fullFrameVertices());
+  glVertexAttribPointer(colorSwizzlingTextureCoordinateAttribute_, 2, GL_FLOAT, GL_FALSE, 0,
+                        TavrelGPUImageFilter::textureCoordinatesForRotation(inputRotation_));
+  glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
+  glFinish();
+  return true;
+}
+
+std::shared_ptr<PixelBuffer> MoviePainter::drawnPixelBuffer(PixelBufferPool& pool) const {
+  if (renderTarget_) return renderTarget_;
+  auto created = pool.createPixelBuffer();
+  if (!created) return nullptr;
+  PixelBuffer& pixelBuffer = **created;
+  pixelBuffer.lockBaseAddress(PixelBufferLock::readWrite);
+  glReadPixels(0, 0, width(), height(), GL_RGBA, GL_UNSIGNED_BYTE, pixelBuffer.baseAddress());
+  pixelBuffer.unlockBaseAddress(PixelBufferLock::readWrite);
+  return *created;
+}
+
+bool MoviePainter::setFilterFBO(PixelBufferPool& pool) {
+  if (!movieFramebuffer_ && !createDataFBO(pool)) return false;
+  glBindFramebuffer(GL_FRAMEBUFFER, movieFramebuffer_);
+  glViewport(0, 0, width(), height());
+  return true;
+}
+
+bool MoviePainter::createDataFBO(PixelBufferPool& pool) {
+  glActiveTexture(GL_TEXTURE1);
+  glGenFramebuffers(1, &movieFramebuffer_);
+  glBindFramebuffer(GL_FRAMEBUFFER, movieFramebuffer_);
+  if (!TavrelGPUImageContext::supportsFastTextureUpload()) {
+    attachRenderbuffer();
+  } else if (!attachRenderTarget(pool)) {
+    glDeleteFramebuffers(1, &movieFramebuffer_);
+    movieFramebuffer_ = 0;
+    return false;
+  }
+  const GLenum status = glCheckFramebufferStatus(GL_FRAMEBUFFER);
+  if (status != GL_FRAMEBUFFER_COMPLETE) fatalAssertion("Incomplete filter FBO: {}", status);
+  return true;
+}
+
+bool MoviePainter::attachRenderTarget(PixelBufferPool& pool) {
+  const auto target = pool.createPixelBuffer();
+  if (!target) return false;
+  for (const auto& [key, value] : {std::pair(kPixelBufferColorPrimariesKey, kColorPrimariesITU_R_709_2),
+                                   std::pair(kPixelBufferYCbCrMatrixKey, kYCbCrMatrixITU_R_601_4),
+                                   std::pair(kPixelBufferTransferFunctionKey, kTransferFunctionITU_R_709_2)}) {
+    (*target)->setAttachment(std::string(key), std::string(value), true);
+  }
+  const auto texture = movieWriterContext_->coreVideoTextureCache()->createTextureFromPixelBuffer(
+      *target, GL_RGBA, width(), height(), GL_BGRA_EXT, GL_UNSIGNED_BYTE, 0);
+  if (!texture) return false;
+  renderTarget_ = *target;
+  renderTexture_ = *texture;
+  glBindTexture(renderTexture_->target(), renderTexture_->name());
+  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+  glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, renderTexture_->name(), 0);
+  return true;
+}
+
+void MoviePainter::attachRenderbuffer() {
+  glGenRenderbuffers(1, &movieRenderbuffer_);
+  glBindRenderbuffer(GL_RENDERBUFFER, movieRenderbuffer_);
+  glRenderbufferStorage(GL_RENDERBUFFER, GL_RGBA8_OES, width(), height());
+  glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, movieRenderbuffer_);
+}
+
+void MoviePainter::destroyDataFBO() {
+  runOnWriterQueue([this] {
+    movieWriterContext_->useAsCurrentContext();
+    if (movieFramebuffer_) glDeleteFramebuffers(1, &movieFramebuffer_);
+    if (movieRenderbuffer_) glDeleteRenderbuffers(1, &movieRenderbuffer_);
+    movieFramebuffer_ = 0;
+    movieRenderbuffer_ = 0;
+    renderTexture_.reset();
+    renderTarget_.reset();
+  });
+}
+
+}  // namespace tavrel

@@ -1,0 +1,149 @@
+#include <utility>
+
+#include "GPUImage/Destinations/Private/MovieWriterImplementation.h"
+
+namespace tavrel {
+
+MediaTime TavrelGPUImageMovieWriter::duration() const {
+  return implementation_->timeline.duration();
+}
+
+AffineTransform TavrelGPUImageMovieWriter::transform() const {
+  const auto track = implementation_->video.input();
+  return track ? track->transform() : AffineTransform::zero();
+}
+
+void TavrelGPUImageMovieWriter::setTransform(const AffineTransform& newValue) {
+  if (const auto track = implementation_->video.input()) track->setTransform(newValue);
+}
+
+Size TavrelGPUImageMovieWriter::encodedSize() const {
+  const auto track = implementation_->video.input();
+  return track ? track->encodedSize() : Size{};
+}
+
+std::vector<MetadataItem> TavrelGPUImageMovieWriter::metaData() const {
+  return assetWriter() ? assetWriter()->metadata() : std::vector<MetadataItem>();
+}
+
+void TavrelGPUImageMovieWriter::setMetaData(std::vector<MetadataItem> newValue) {
+  if (assetWriter()) assetWriter()->setMetadata(std::move(newValue));
+}
+
+std::optional<Error> TavrelGPUImageMovieWriter::error() const {
+  return assetWriter() ? assetWriter()->error() : implementation_->creationError;
+}
+
+const std::shared_ptr<AssetWriter>& TavrelGPUImageMovieWriter::assetWriter() const {
+  return implementation_->assetWriter;
+}
+
+const std::shared_ptr<TavrelGPUImageContext>& TavrelGPUImageMovieWriter::movieWriterContext() const {
+  return implementation_->painter.movieWriterContext();
+}
+
+Size TavrelGPUImageMovieWriter::maximumOutputSize() const {
+  return implementation_->painter.videoSize();
+}
+
+void TavrelGPUImageMovieWriter::setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index) {
+  implementation_->painter.setInputRotation(newInputRotation);
+}
+
+std::uint64_t TavrelGPUImageMovieWriter::droppedVideoFrames() const {
+  return implementation_->tally.droppedVideoFrames();
+}
+
+std::uint64_t TavrelGPUImageMovieWriter::droppedAudioBuffers() const {
+  return implementation_->tally.droppedAudioBuffers();
+}
+
+bool TavrelGPUImageMovieWriter::isRecording() const {
+  return implementation_->isRecording;
+}
+
+bool TavrelGPUImageMovieWriter::isPaused() const {
+  return implementation_->paused;
+}
+
+bool TavrelGPUImageMovieWriter::hasAudioTrack() const {
+  return implementation_->hasAudioTrack;
+}
+
+bool TavrelGPUImageMovieWriter::encodingLiveVideo() const {
+  return implementation_->encodingLiveVideo;
+}
+
+bool TavrelGPUImageMovieWriter::enabled() const {
+  return implementation_->enabled;
+}
+
+void TavrelGPUImageMovieWriter::setEnabled(bool newValue) {
+  implementation_->enabled = newValue;
+}
+
+bool TavrelGPUImageMovieWriter::shouldPassthroughAudio() const {
+  return implementation_->shouldPassthroughAudio;
+}
+
+void TavrelGPUImageMovieWriter::setShouldPassthroughAudio(bool newValue) {
+  implementation_->shouldPassthroughAudio = newValue;
+}
+
+bool TavrelGPUImageMovieWriter::shouldInvalidateAudioSampleWhenDone() const {
+  return implementation_->shouldInvalidateAudioSampleWhenDone;
+}
+
+void TavrelGPUImageMovieWriter::setShouldInvalidateAudioSampleWhenDone(bool newValue) {
+  implementation_->shouldInvalidateAudioSampleWhenDone = newValue;
+}
+
+std::function<void()> TavrelGPUImageMovieWriter::completionBlock() const {
+  return implementation_->completionBlock.copy();
+}
+
+void TavrelGPUImageMovieWriter::setCompletionBlock(std::function<void()> block) {
+  implementation_->completionBlock.set(std::move(block));
+}
+
+std::function<void(const Error&)> TavrelGPUImageMovieWriter::failureBlock() const {
+  return implementation_->failureBlock.copy();
+}
+
+void TavrelGPUImageMovieWriter::setFailureBlock(std::function<void(const Error&)> block) {
+  implementation_->failureBlock.set(std::move(block));
+}
+
+TavrelGPUImageMovieWriter::AudioProcessingCallback TavrelGPUImageMovieWriter::audioProcessingCallback() const {
+  return implementation_->audioProcessingCallback.copy();
+}
+
+void TavrelGPUImageMovieWriter::setAudioProcessingCallback(AudioProcessingCallback callback) {
+  implementation_->audioProcessingCallback.set(std::move(callback));
+}
+
+TavrelGPUImageMovieWriter::InputReadyCallback TavrelGPUImageMovieWriter::videoInputReadyCallback() const {
+  return implementation_->video.inputReadyCallback().copy();
+}
+
+void TavrelGPUImageMovieWriter::setVideoInputReadyCallback(InputReadyCallback callback) {
+  implementation_->video.inputReadyCallback().set(std::move(callback));
+}
+
+TavrelGPUImageMovieWriter::InputReadyCallback TavrelGPUImageMovieWriter::audioInputReadyCallback() const {
+  return implementation_->audio.inputReadyCallback().copy();
+}
+
+void TavrelGPUImageMovieWriter::setAudioInputReadyCallback(InputReadyCallback callback) {
+  implementation_->audio.inputReadyCallback().set(std::move(callback));
+}
+
+std::shared_ptr<TavrelGPUImageMovieWriterDelegate> TavrelGPUImageMovieWriter::delegate() const {
+  return implementation_->delegate.get().lock();
+}
+
+void TavrelGPUImageMovieWriter::setDelegate(const std::shared_ptr<TavrelGPUImageMovieWriterDelegate>& newDelegate) {
+  implementation_->delegate.set(newDelegate);
+}
+
+}  // namespace tavrel

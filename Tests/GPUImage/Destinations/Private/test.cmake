@@ -1,0 +1,1 @@
+set(library_under_test tavrel_private_classes)
