@@ -1,53 +1,33 @@
 #include "GPUImage/Sources/TavrelGPUImageMovie.h"
 
 #include <chrono>
-#include <cmath>
-#include <thread>
 #include <utility>
 
+#include "GPUImage/Private/NodeSpan.h"
+#include "GPUImage/Sources/Private/MovieFrameUpload.h"
+#include "GPUImage/Sources/Private/MovieImplementation.h"
+#include "GPUImage/TavrelGPUImageContext.h"
+#include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "Platform/Foundation/ConsoleLog.h"
+#include "Platform/Graphics/PixelBuffer.h"
 #include "Platform/Media/AssetReaderTrackOutput.h"
 #include "Platform/Tracing/QueueWait.h"
 
 namespace tavrel {
-namespace {
-
-/// Half of the range in which a picture of a known time is looked for.
-const MediaTime kHalfRange = MediaTime::make(1, 1000);
-
-double now() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
-}  // namespace
-
-TavrelGPUImageMovie::TavrelGPUImageMovie(const std::filesystem::path& url) : url_(url) {}
-
-TavrelGPUImageMovie::TavrelGPUImageMovie(const std::shared_ptr<Asset>& asset) : asset_(asset) {}
-
-TavrelGPUImageMovie::TavrelGPUImageMovie(const std::shared_ptr<PlayerItem>& playerItem) : playerItem_(playerItem) {}
-
-TavrelGPUImageMovie::~TavrelGPUImageMovie() {
-  if (displayLink_) displayLink_->invalidate();
-  if (!playerItemOutput_) return;
-  playerItemOutput_->setDelegate({}, nullptr);
-  if (playerItem_) playerItem_->removeOutput(playerItemOutput_);
-}
 
 void TavrelGPUImageMovie::startProcessing() {
-  if (playerItem()) return processPlayerItem();
+  if (const auto item = playerItem()) return implementation_->processPlayerItem(item);
   const std::filesystem::path file = url();
-  if (file.empty()) return processAsset();
+  if (file.empty()) return implementation_->processAsset();
 
-  if (shouldRepeat_) keepLooping_ = true;
-  previousFrameTime_ = MediaTime::zero();
-  previousActualFrameTime_ = now();
+  if (shouldRepeat()) implementation_->keepLooping = true;
+  implementation_->pacer.restart();
   const auto inputAsset = Asset::createUnloaded(file, {.prefersPreciseDurationAndTiming = true});
   inputAsset->loadTracksAsynchronously([this, self = shared_from_this(), loading = std::weak_ptr<Asset>(inputAsset)] {
     const auto loaded = loading.lock();
     if (!loaded || loaded->statusOfTracks() != Asset::ValueStatus::loaded) return;
     setAsset(loaded);
-    processAsset();
+    implementation_->processAsset();
   });
 }
 
@@ -77,159 +57,148 @@ void TavrelGPUImageMovie::addAudioOutput(AssetReader& reader, std::shared_ptr<As
   reader.addOutput(std::move(output));
 }
 
-void TavrelGPUImageMovie::processAsset() {
-  const std::shared_ptr<AssetReader> reader = createAssetReader();
-  {
-    const std::lock_guard lock(mutex_);
-    reader_ = reader;
-  }
-  audioEncodingIsFinished_ = true;
-  std::shared_ptr<AssetReaderOutput> audioOutput;
-  std::shared_ptr<AssetReaderOutput> videoOutput;
-  for (const auto& output : reader ? reader->outputs() : std::vector<std::shared_ptr<AssetReaderOutput>>()) {
-    const bool isAudio = output->mediaType() == MediaType::audio;
-    if (isAudio) audioEncodingIsFinished_ = false;
-    (isAudio ? audioOutput : videoOutput) = output;
-  }
-  videoEncodingIsFinished_ = !videoOutput;
-  isReversed_ = reverseVideo_;
-  if (videoOutput) videoOutput->setSupportsRandomAccess(isReversed_);
-  if (!reader || !reader->startReading()) {
-    ConsoleLog::write("Error reading from file at URL: {}", url().string());
+void TavrelGPUImageMovie::Implementation::processAsset() {
+  const std::shared_ptr<AssetReader> newReader = movie.createAssetReader();
+  reader.set(newReader);
+  const auto pass = newReader ? std::make_shared<MoviePass>(newReader, reverseVideo) : nullptr;
+  audioEncodingIsFinished = !pass || !pass->soundOutput();
+  videoEncodingIsFinished = !pass || !pass->hasPictures();
+  if (!pass || !pass->start()) {
+    ConsoleLog::write("Error reading from file at URL: {}", url.get().string());
     return;
   }
-  currentIndex_ = 0;
-  videoPts_.clear();
-  if (isReversed_ && videoOutput) readVideoTimes(*videoOutput);
-
-  if (const auto writer = synchronizedMovieWriter()) return letWriterRead(*writer, videoOutput, audioOutput);
-  readToTheEnd(videoOutput, audioOutput);
+  if (const auto writer = synchronizedMovieWriter.get()) return letWriterRead(*writer, pass);
+  readToTheEnd(*pass);
 }
 
-void TavrelGPUImageMovie::readVideoTimes(AssetReaderOutput& videoOutput) {
-  while (readerStatus() == AssetReaderStatus::reading) {
-    const auto sample = videoOutput.copyNextSampleBuffer();
-    if (!sample) return;
-    videoPts_.push_back(sample->presentationTimeStamp());
-  }
-}
-
-void TavrelGPUImageMovie::letWriterRead(TavrelGPUImageMovieWriter& writer,
-                                        const std::shared_ptr<AssetReaderOutput>& videoOutput,
-                                        const std::shared_ptr<AssetReaderOutput>& audioOutput) {
-  const std::weak_ptr<TavrelGPUImageOutput> weak = weak_from_this();
-  const auto readingWith = [weak](auto read) {
-    return [weak, read]() -> bool {
-      const auto self = std::static_pointer_cast<TavrelGPUImageMovie>(weak.lock());
-      return self && read(*self);
+void TavrelGPUImageMovie::Implementation::letWriterRead(TavrelGPUImageMovieWriter& writer,
+                                                        const std::shared_ptr<MoviePass>& pass) {
+  const auto readingBy = [this, weak = movie.weak_from_this(), pass](auto read) {
+    return [this, weak, pass, read] {
+      const auto self = weak.lock();
+      return self && (this->*read)(*pass);
     };
   };
-  writer.setVideoInputReadyCallback(readingWith([videoOutput](TavrelGPUImageMovie& self) {
-    return videoOutput && self.readNextVideoFrameFromOutput(*videoOutput);
-  }));
-  writer.setAudioInputReadyCallback(readingWith([audioOutput](TavrelGPUImageMovie& self) {
-    return audioOutput && self.readNextAudioSampleFromOutput(*audioOutput);
-  }));
+  writer.setVideoInputReadyCallback(readingBy(&Implementation::readNextVideoFrame));
+  writer.setAudioInputReadyCallback(readingBy(&Implementation::readNextAudioSample));
   writer.enableSynchronizationCallbacks();
 }
 
-void TavrelGPUImageMovie::readToTheEnd(const std::shared_ptr<AssetReaderOutput>& videoOutput,
-                                       const std::shared_ptr<AssetReaderOutput>& audioOutput) {
-  while (readerStatus() == AssetReaderStatus::reading && (!shouldRepeat_ || keepLooping_)) {
-    if (videoOutput) readNextVideoFrameFromOutput(*videoOutput);
-    if (audioOutput && !audioEncodingIsFinished_) readNextAudioSampleFromOutput(*audioOutput);
+void TavrelGPUImageMovie::Implementation::readToTheEnd(MoviePass& pass) {
+  while (pass.isReading() && (!shouldRepeat || keepLooping)) {
+    readNextVideoFrame(pass);
+    if (!audioEncodingIsFinished) readNextAudioSample(pass);
   }
-  if (readerStatus() != AssetReaderStatus::completed) return;
-  assetReader()->cancelReading();
-  if (!keepLooping_) return endProcessing();
-  {
-    const std::lock_guard lock(mutex_);
-    reader_.reset();
-  }
-  DispatchQueue::main()->async([self = shared_from_this(), this] { startProcessing(); });
+  if (pass.status() != AssetReaderStatus::completed) return;
+  pass.reader().cancelReading();
+  if (!keepLooping) return movie.endProcessing();
+  reader.set(nullptr);
+  DispatchQueue::main()->async([this, self = movie.shared_from_this()] { movie.startProcessing(); });
 }
 
-bool TavrelGPUImageMovie::readNextVideoFrameFromOutput(AssetReaderOutput& readerVideoTrackOutput) {
-  if (isReversed_ && currentIndex_ == static_cast<Index>(videoPts_.size())) {
-    readerVideoTrackOutput.markConfigurationAsFinal();
-    videoEncodingIsFinished_ = true;
-  }
-  if (readerStatus() == AssetReaderStatus::reading && !videoEncodingIsFinished_) {
-    const auto sample = [&] {
-      const TraceSpan span(TraceNames::shared().reading);
-      return isReversed_ ? copyReversedSampleBuffer(readerVideoTrackOutput)
-                         : readerVideoTrackOutput.copyNextSampleBuffer();
-    }();
-    if (sample) {
-      if (playAtActualSpeed_) waitForActualTime(*sample);
-      const QueueWait wait(FrameTrace::arriving());
-      TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
-        const FrameTrace::Scope frame = wait.end(TraceNames::shared().videoProcessingQueue);
-        processMovieFrame(*sample);
-        sample->invalidate();
-      });
-      return true;
-    }
-    if (!keepLooping_) {
-      videoEncodingIsFinished_ = true;
-      if (audioEncodingIsFinished_) endProcessing();
-    }
+bool TavrelGPUImageMovie::Implementation::readNextVideoFrame(MoviePass& pass) {
+  if (!pass.hasPictures()) return false;
+  if (pass.endsReversed()) videoEncodingIsFinished = true;
+  if (!pass.isReading() || videoEncodingIsFinished) {
+    if (synchronizedMovieWriter.get() && pass.status() == AssetReaderStatus::completed) movie.endProcessing();
     return false;
   }
-  if (synchronizedMovieWriter() && readerStatus() == AssetReaderStatus::completed) endProcessing();
+  const auto sample = [&] {
+    const TraceSpan span(TraceNames::shared().reading);
+    return pass.copyNextPicture();
+  }();
+  if (!sample) {
+    if (keepLooping) return false;
+    videoEncodingIsFinished = true;
+    if (audioEncodingIsFinished) movie.endProcessing();
+    return false;
+  }
+  if (playAtActualSpeed) pacer.waitFor(sample->outputPresentationTimeStamp());
+  const QueueWait wait(FrameTrace::arriving());
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    const FrameTrace::Scope frame = wait.end(TraceNames::shared().videoProcessingQueue);
+    processMovieFrame(*sample, pass.takeTimeOf(*sample));
+    sample->invalidate();
+  });
+  return true;
+}
+
+bool TavrelGPUImageMovie::Implementation::readNextAudioSample(MoviePass& pass) {
+  if (!pass.soundOutput()) return false;
+  if (!pass.isReading() || audioEncodingIsFinished) {
+    // The pictures' side waits for a completed reader; sound is over with any.
+    const bool isOver = pass.status() != AssetReaderStatus::unknown && !pass.isReading();
+    if (isOver && synchronizedMovieWriter.get()) movie.endProcessing();
+    return false;
+  }
+  if (const auto sample = pass.soundOutput()->copyNextSampleBuffer()) {
+    movie.audioEncodingTarget()->processAudioBuffer(sample);
+    return true;
+  }
+  if (keepLooping) return false;
+  audioEncodingIsFinished = true;
+  if (videoEncodingIsFinished) movie.endProcessing();
   return false;
 }
 
-std::shared_ptr<SampleBuffer> TavrelGPUImageMovie::copyReversedSampleBuffer(AssetReaderOutput& output) const {
-  const auto count = static_cast<Index>(videoPts_.size());
-  const MediaTime time = videoPts_[static_cast<std::size_t>(count - 1 - currentIndex_)];
-  MediaTimeRange range = {time - kHalfRange, MediaTime::make(2, 1000)};
-  if (range.start < MediaTime::zero()) range = {MediaTime::zero(), kHalfRange};
-  output.resetForReadingTimeRanges({range});
-  auto sample = output.copyNextSampleBuffer();
-  // The next reset is allowed only once the output is drained.
-  while (output.copyNextSampleBuffer()) {
-  }
-  return sample;
+void TavrelGPUImageMovie::Implementation::processMovieFrame(const SampleBuffer& movieSampleBuffer,
+                                                            MediaTime sampleTime) {
+  processingFrameTime.set(sampleTime);
+  if (const auto movieFrame = movieSampleBuffer.imageBuffer()) processMovieFrame(movieFrame, sampleTime);
 }
 
-void TavrelGPUImageMovie::waitForActualTime(const SampleBuffer& sample) {
-  const MediaTime time = sample.outputPresentationTimeStamp();
-  const double differenceFromLastFrame = (time - previousFrameTime_).seconds();
-  const double actualTimeDifference = now() - previousActualFrameTime_;
-  if (differenceFromLastFrame > actualTimeDifference) {
-    const double microseconds = (differenceFromLastFrame - actualTimeDifference) * 1'000'000;
-    std::this_thread::sleep_for(std::chrono::microseconds(static_cast<std::int32_t>(std::min(microseconds, 2e9))));
-  }
-  previousFrameTime_ = time;
-  previousActualFrameTime_ = now();
+void TavrelGPUImageMovie::Implementation::processMovieFrame(const std::shared_ptr<PixelBuffer>& movieFrame,
+                                                            MediaTime sampleTime) {
+  const FrameTrace::Scope trace(FrameTrace::currentOrArriving());
+  if (Tracer::isOn()) Tracer::count(TraceNames::shared().framesIn);
+  const NodeSpan span(movie);
+  std::shared_ptr<PixelBuffer> frame = movieFrame;
+  if (const auto listener = delegate.get().lock()) frame = listener->didOutputPixelBuffer(movieFrame, sampleTime);
+  if (!frame) return;
+
+  const auto start = std::chrono::steady_clock::now();
+  TavrelGPUImageContext::useImageProcessingContext();
+  frame->lockBaseAddress(PixelBufferLock::readOnly);
+  movie.outputFramebuffer = uploadMovieFrame(frame, movie.outputTextureOptions());
+  deliver(movie.outputFramebuffer->size(), sampleTime);
+  frame->unlockBaseAddress(PixelBufferLock::readOnly);
+  if (!runBenchmark) return;
+  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+  ConsoleLog::write("Current frame time : {:f} ms", took.count() * 1000.0);
 }
 
-bool TavrelGPUImageMovie::readNextAudioSampleFromOutput(AssetReaderOutput& readerAudioTrackOutput) {
-  if (readerStatus() == AssetReaderStatus::reading && !audioEncodingIsFinished_) {
-    if (const auto sample = readerAudioTrackOutput.copyNextSampleBuffer()) {
-      audioEncodingTarget()->processAudioBuffer(sample);
-      return true;
-    }
-    if (!keepLooping_) {
-      audioEncodingIsFinished_ = true;
-      if (videoEncodingIsFinished_) endProcessing();
-    }
-    return false;
+void TavrelGPUImageMovie::Implementation::deliver(Size size, MediaTime time) {
+  // A target may edit the list.
+  const auto targets = movie.targets_;
+  const auto slots = movie.targetTextureIndices_;
+  for (std::size_t i = 0; i < targets.size(); ++i) {
+    targets[i]->setInputSize(size, slots[i]);
+    targets[i]->setInputFramebuffer(movie.outputFramebuffer, slots[i]);
   }
-  const AssetReaderStatus status = readerStatus();
-  const bool isOver = status == AssetReaderStatus::completed || status == AssetReaderStatus::failed ||
-                      status == AssetReaderStatus::cancelled;
-  if (isOver && synchronizedMovieWriter()) endProcessing();
-  return false;
+  movie.outputFramebuffer->unlock();
+  for (std::size_t i = 0; i < targets.size(); ++i) sendFrame(*targets[i], time, slots[i]);
+}
+
+void TavrelGPUImageMovie::Implementation::processPlayerItem(const std::shared_ptr<PlayerItem>& item) {
+  const auto self = std::static_pointer_cast<TavrelGPUImageMovie>(movie.shared_from_this());
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    player.processPlayerItem(item, self, [this, weak = std::weak_ptr(self)](DisplayLink& link) {
+      const auto alive = weak.lock();
+      if (!alive) return;
+      const PlayerItemLoop::Picture picture = player.nextPicture(link);
+      if (!picture.pixelBuffer) return;
+      TavrelRunSynchronouslyOnVideoProcessingQueue([&] { processMovieFrame(picture.pixelBuffer, picture.time); });
+    });
+  });
+}
+
+void TavrelGPUImageMovie::outputMediaDataWillChange(PlayerItemVideoOutput&) {
+  implementation_->player.setPaused(false);
 }
 
 void TavrelGPUImageMovie::enableSynchronizedEncodingUsingMovieWriter(
     const std::shared_ptr<TavrelGPUImageMovieWriter>& movieWriter) {
-  {
-    const std::lock_guard lock(mutex_);
-    synchronizedMovieWriter_ = movieWriter;
-  }
+  implementation_->synchronizedMovieWriter.set(movieWriter);
   if (movieWriter) movieWriter->setEncodingLiveVideo(false);
 }
 
@@ -239,45 +208,20 @@ void TavrelGPUImageMovie::cancelProcessing() {
 }
 
 void TavrelGPUImageMovie::endProcessing() {
-  keepLooping_ = false;
-  std::shared_ptr<DisplayLink> link;
-  {
-    const std::lock_guard lock(mutex_);
-    link = displayLink_;
-    if (playerItem_) displayLink_.reset();
-  }
-  if (link) link->setPaused(true);
+  implementation_->keepLooping = false;
+  implementation_->player.setPaused(true);
 
   // The list is edited on that queue only.
   std::vector<std::shared_ptr<TavrelGPUImageInput>> current;
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] { current = targets(); });
   for (const auto& target : current) target->endProcessing();
 
-  if (const auto writer = synchronizedMovieWriter()) {
+  if (const auto writer = implementation_->synchronizedMovieWriter.get()) {
     writer->setVideoInputReadyCallback([] { return false; });
     writer->setAudioInputReadyCallback([] { return false; });
   }
-  if (playerItem() && link) link->invalidate();
-
-  std::shared_ptr<TavrelGPUImageMovieDelegate> listener;
-  {
-    const std::lock_guard lock(mutex_);
-    listener = std::exchange(delegate_, {}).lock();
-  }
-  if (listener) listener->didCompletePlayingMovie();
-}
-
-float TavrelGPUImageMovie::progress() const {
-  const AssetReaderStatus status = readerStatus();
-  if (status == AssetReaderStatus::completed) return 1;
-  if (status != AssetReaderStatus::reading) return 0;
-  const MediaTime whole = asset()->duration();
-  const std::lock_guard lock(mutex_);
-  if (processingFrameTime_.timescale == 0 || whole.timescale == 0 || whole.value == 0) return 0;
-  const float current =
-      static_cast<float>(processingFrameTime_.value) * 1.0F / static_cast<float>(processingFrameTime_.timescale);
-  const float total = static_cast<float>(whole.value) * 1.0F / static_cast<float>(whole.timescale);
-  return current / total;
+  if (playerItem()) implementation_->player.invalidate();
+  if (const auto listener = implementation_->delegate.exchange({}).lock()) listener->didCompletePlayingMovie();
 }
 
 }  // namespace tavrel

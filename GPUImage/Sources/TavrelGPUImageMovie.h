@@ -1,21 +1,15 @@
 #pragma once
 
-#include <atomic>
 #include <filesystem>
 #include <memory>
-#include <mutex>
-#include <vector>
 
-#include "GPUImage/Destinations/TavrelGPUImageMovieWriter.h"
-#include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageOutput.h"
-#include "Platform/Graphics/PixelBuffer.h"
-#include "Platform/Media/Asset.h"
 #include "Platform/Media/AssetReader.h"
-#include "Platform/Media/DisplayLink.h"
 #include "Platform/Media/PlayerItem.h"
 
 namespace tavrel {
+
+class TavrelGPUImageMovieWriter;
 
 /// Hears what a movie source does.
 class TAVREL_API TavrelGPUImageMovieDelegate {
@@ -70,27 +64,27 @@ class TAVREL_API TavrelGPUImageMovie : public TavrelGPUImageOutput, public Playe
   std::shared_ptr<PlayerItem> playerItem() const;
   void setPlayerItem(const std::shared_ptr<PlayerItem>& newValue);
   std::shared_ptr<AssetReader> assetReader() const;
-  bool audioEncodingIsFinished() const { return audioEncodingIsFinished_; }
-  bool videoEncodingIsFinished() const { return videoEncodingIsFinished_; }
+  bool audioEncodingIsFinished() const;
+  bool videoEncodingIsFinished() const;
 
   /// Says on the console how long each frame took.
-  bool runBenchmark() const { return runBenchmark_; }
-  void setRunBenchmark(bool newValue) { runBenchmark_ = newValue; }
+  bool runBenchmark() const;
+  void setRunBenchmark(bool newValue);
   /// Frames leave no sooner after each other than their times say.
-  bool playAtActualSpeed() const { return playAtActualSpeed_; }
-  void setPlayAtActualSpeed(bool newValue) { playAtActualSpeed_ = newValue; }
+  bool playAtActualSpeed() const;
+  void setPlayAtActualSpeed(bool newValue);
   /// Files only.
-  bool shouldRepeat() const { return shouldRepeat_; }
-  void setShouldRepeat(bool newValue) { shouldRepeat_ = newValue; }
+  bool shouldRepeat() const;
+  void setShouldRepeat(bool newValue);
   /// The last picture first, with the times of the movie in order. The movie is decoded once more beforehand; sound is
   /// not reversed. Up to 512 MiB of decoded pictures are kept.
-  bool reverseVideo() const { return reverseVideo_; }
-  void setReverseVideo(bool newValue) { reverseVideo_ = newValue; }
+  bool reverseVideo() const;
+  void setReverseVideo(bool newValue);
   /// Kept for the caller.
-  double startTime() const { return startTime_; }
-  void setStartTime(double newValue) { startTime_ = newValue; }
-  double duration() const { return duration_; }
-  void setDuration(double newValue) { duration_ = newValue; }
+  double startTime() const;
+  void setStartTime(double newValue);
+  double duration() const;
+  void setDuration(double newValue);
   std::shared_ptr<TavrelGPUImageMovieDelegate> delegate() const;
   void setDelegate(const std::shared_ptr<TavrelGPUImageMovieDelegate>& newValue);
 
@@ -103,56 +97,8 @@ class TAVREL_API TavrelGPUImageMovie : public TavrelGPUImageOutput, public Playe
   void addAudioOutput(AssetReader& reader, std::shared_ptr<AssetReaderOutput> output) const;
 
  private:
-  void processAsset();
-  void readVideoTimes(AssetReaderOutput& videoOutput);
-  void letWriterRead(TavrelGPUImageMovieWriter& writer, const std::shared_ptr<AssetReaderOutput>& videoOutput,
-                     const std::shared_ptr<AssetReaderOutput>& audioOutput);
-  void readToTheEnd(const std::shared_ptr<AssetReaderOutput>& videoOutput,
-                    const std::shared_ptr<AssetReaderOutput>& audioOutput);
-  bool readNextVideoFrameFromOutput(AssetReaderOutput& readerVideoTrackOutput);
-  std::shared_ptr<SampleBuffer> copyReversedSampleBuffer(AssetReaderOutput& output) const;
-  bool readNextAudioSampleFromOutput(AssetReaderOutput& readerAudioTrackOutput);
-  void waitForActualTime(const SampleBuffer& sample);
-
-  void processMovieFrame(const SampleBuffer& movieSampleBuffer);
-  void processMovieFrame(const std::shared_ptr<PixelBuffer>& movieFrame, MediaTime withSampleTime);
-  void uploadAsTexture(const std::shared_ptr<PixelBuffer>& movieFrame, MediaTime time);
-  void uploadBytes(const std::shared_ptr<PixelBuffer>& movieFrame, MediaTime time);
-  void deliver(Size size, MediaTime time);
-
-  void processPlayerItem();
-  void displayLinkCallback(DisplayLink& sender);
-  void processPixelBufferAtTime(MediaTime outputItemTime);
-  AssetReaderStatus readerStatus() const;
-  std::shared_ptr<TavrelGPUImageMovieWriter> synchronizedMovieWriter() const;
-
-  mutable std::mutex mutex_;  // guards what follows, up to the atomic values
-  std::filesystem::path url_;
-  std::shared_ptr<Asset> asset_;
-  std::shared_ptr<PlayerItem> playerItem_;
-  std::shared_ptr<AssetReader> reader_;
-  std::shared_ptr<PlayerItemVideoOutput> playerItemOutput_;
-  std::shared_ptr<DisplayLink> displayLink_;
-  std::shared_ptr<TavrelGPUImageMovieWriter> synchronizedMovieWriter_;
-  MediaTime processingFrameTime_;
-  std::weak_ptr<TavrelGPUImageMovieDelegate> delegate_;
-
-  // Of the thread that reads pictures.
-  MediaTime previousFrameTime_;
-  double previousActualFrameTime_ = 0;
-  std::vector<MediaTime> videoPts_;
-  bool isReversed_ = false;
-  std::atomic<Index> currentIndex_ = 0;
-
-  std::atomic<bool> keepLooping_ = false;
-  std::atomic<bool> audioEncodingIsFinished_ = false;
-  std::atomic<bool> videoEncodingIsFinished_ = false;
-  std::atomic<bool> runBenchmark_ = false;
-  std::atomic<bool> playAtActualSpeed_ = false;
-  std::atomic<bool> shouldRepeat_ = false;
-  std::atomic<bool> reverseVideo_ = false;
-  std::atomic<double> startTime_ = 0;
-  std::atomic<double> duration_ = 0;
+  struct Implementation;
+  std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -1,38 +1,75 @@
 #include "GPUImage/Sources/TavrelGPUImageMovieComposition.h"
 
+#include "GPUImage/Private/SharedValue.h"
 #include "Platform/Media/AssetReaderAudioMixOutput.h"
 #include "Platform/Media/AssetReaderVideoCompositionOutput.h"
 
 namespace tavrel {
 
+struct TavrelGPUImageMovieComposition::Implementation {
+  SharedValue<std::shared_ptr<Composition>> compositon;
+  SharedValue<std::shared_ptr<VideoComposition>> videoComposition;
+  SharedValue<std::shared_ptr<AudioMix>> audioMix;
+};
+
 TavrelGPUImageMovieComposition::TavrelGPUImageMovieComposition(
     const std::shared_ptr<Composition>& compositon, const std::shared_ptr<VideoComposition>& andVideoComposition,
     const std::shared_ptr<AudioMix>& andAudioMix)
     : TavrelGPUImageMovie(std::static_pointer_cast<Asset>(compositon)),
-      compositon_(compositon),
-      videoComposition_(andVideoComposition),
-      audioMix_(andAudioMix) {}
+      implementation_(std::make_unique<Implementation>()) {
+  setCompositon(compositon);
+  setVideoComposition(andVideoComposition);
+  setAudioMix(andAudioMix);
+}
+
+TavrelGPUImageMovieComposition::~TavrelGPUImageMovieComposition() = default;
 
 std::shared_ptr<AssetReader> TavrelGPUImageMovieComposition::createAssetReader() {
-  auto reader = AssetReader::create(compositon_);
+  const auto edited = compositon();
+  auto reader = AssetReader::create(edited);
   if (!reader) return nullptr;
-  const auto videoTracks = compositon_->tracksWithMediaType(MediaType::video);
+  const auto videoTracks = edited->tracksWithMediaType(MediaType::video);
   if (!videoTracks.empty()) {
-    if (const auto changeable = std::dynamic_pointer_cast<MutableVideoComposition>(videoComposition_)) {
+    const auto pictures = videoComposition();
+    if (const auto changeable = std::dynamic_pointer_cast<MutableVideoComposition>(pictures)) {
       changeable->setRenderScale(1);
     }
     auto output = std::make_shared<AssetReaderVideoCompositionOutput>(videoTracks);
-    output->setVideoComposition(videoComposition_);
+    output->setVideoComposition(pictures);
     output->setAlwaysCopiesSampleData(false);
     (*reader)->addOutput(std::move(output));
   }
-  const auto audioTracks = compositon_->tracksWithMediaType(MediaType::audio);
+  const auto audioTracks = edited->tracksWithMediaType(MediaType::audio);
   if (!audioTracks.empty() && audioEncodingTarget()) {
     auto output = std::make_shared<AssetReaderAudioMixOutput>(audioTracks);
-    output->setAudioMix(audioMix_);
+    output->setAudioMix(audioMix());
     addAudioOutput(**reader, std::move(output));
   }
   return *reader;
+}
+
+std::shared_ptr<Composition> TavrelGPUImageMovieComposition::compositon() const {
+  return implementation_->compositon.get();
+}
+
+void TavrelGPUImageMovieComposition::setCompositon(const std::shared_ptr<Composition>& newValue) {
+  implementation_->compositon.set(newValue);
+}
+
+std::shared_ptr<VideoComposition> TavrelGPUImageMovieComposition::videoComposition() const {
+  return implementation_->videoComposition.get();
+}
+
+void TavrelGPUImageMovieComposition::setVideoComposition(const std::shared_ptr<VideoComposition>& newValue) {
+  implementation_->videoComposition.set(newValue);
+}
+
+std::shared_ptr<AudioMix> TavrelGPUImageMovieComposition::audioMix() const {
+  return implementation_->audioMix.get();
+}
+
+void TavrelGPUImageMovieComposition::setAudioMix(const std::shared_ptr<AudioMix>& newValue) {
+  implementation_->audioMix.set(newValue);
 }
 
 }  // namespace tavrel

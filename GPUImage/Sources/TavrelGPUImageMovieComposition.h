@@ -9,30 +9,29 @@
 
 namespace tavrel {
 
-/// A movie source that plays an edited composition: its video tracks put together by a video composition, its sound
-/// tracks mixed by an audio mix. Either may be nullptr: then the tracks are put together as they are. Sound arrives as
-/// PCM.
+/// A movie source that plays an edited composition: a video composition puts its video tracks together, an audio mix
+/// mixes its sound tracks. Either may be nullptr: then the tracks are put together as they are. Sound arrives as PCM.
 class TAVREL_API TavrelGPUImageMovieComposition : public TavrelGPUImageMovie {
  public:
   TavrelGPUImageMovieComposition(const std::shared_ptr<Composition>& compositon,
                                  const std::shared_ptr<VideoComposition>& andVideoComposition,
                                  const std::shared_ptr<AudioMix>& andAudioMix);
+  ~TavrelGPUImageMovieComposition() override;
 
-  const std::shared_ptr<Composition>& compositon() const { return compositon_; }
-  void setCompositon(const std::shared_ptr<Composition>& newValue) { compositon_ = newValue; }
+  std::shared_ptr<Composition> compositon() const;
+  void setCompositon(const std::shared_ptr<Composition>& newValue);
+  std::shared_ptr<VideoComposition> videoComposition() const;
   /// A mutable one is set to the render scale 1 when processing starts.
-  const std::shared_ptr<VideoComposition>& videoComposition() const { return videoComposition_; }
-  void setVideoComposition(const std::shared_ptr<VideoComposition>& newValue) { videoComposition_ = newValue; }
-  const std::shared_ptr<AudioMix>& audioMix() const { return audioMix_; }
-  void setAudioMix(const std::shared_ptr<AudioMix>& newValue) { audioMix_ = newValue; }
+  void setVideoComposition(const std::shared_ptr<VideoComposition>& newValue);
+  std::shared_ptr<AudioMix> audioMix() const;
+  void setAudioMix(const std::shared_ptr<AudioMix>& newValue);
 
  protected:
   std::shared_ptr<AssetReader> createAssetReader() override;
 
  private:
-  std::shared_ptr<Composition> compositon_;
-  std::shared_ptr<VideoComposition> videoComposition_;
-  std::shared_ptr<AudioMix> audioMix_;
+  struct Implementation;
+  std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

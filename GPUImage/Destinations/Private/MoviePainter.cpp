@@ -3,7 +3,6 @@
 #include <GLES2/gl2ext.h>
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
-#include "GPUImage/Private/LinkedProgram.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Graphics/PixelBufferPool.h"
 #include "Platform/Tracing/Tracer.h"
@@ -23,19 +22,11 @@ Expected<void> MoviePainter::prepare() {
 
   movieWriterContext_->contextQueue()->async([] { Tracer::nameThread("writer queue"); });
   TavrelRunSynchronouslyOnContextQueue(*movieWriterContext_, [this] {
-    movieWriterContext_->useAsCurrentContext();
     // A pixel buffer is drawn into directly; what is read back as RGBA is drawn with red and blue exchanged.
-    colorSwizzlingProgram_ = linkedProgram(*movieWriterContext_, kTavrelGPUImageVertexShaderString,
-                                           TavrelGPUImageContext::supportsFastTextureUpload()
-                                               ? kTavrelGPUImagePassthroughFragmentShaderString
-                                               : kTavrelGPUImageColorSwizzlingFragmentShaderString,
-                                           {"position", "inputTextureCoordinate"});
-    colorSwizzlingPositionAttribute_ = colorSwizzlingProgram_->attributeIndex("position");
-    colorSwizzlingTextureCoordinateAttribute_ = colorSwizzlingProgram_->attributeIndex("inputTextureCoordinate");
-    colorSwizzlingInputTextureUniform_ = colorSwizzlingProgram_->uniformIndex("inputImageTexture");
-    movieWriterContext_->setContextShaderProgram(colorSwizzlingProgram_);
-    glEnableVertexAttribArray(colorSwizzlingPositionAttribute_);
-    glEnableVertexAttribArray(colorSwizzlingTextureCoordinateAttribute_);
+    colorSwizzlingProgram_ = QuadProgram(*movieWriterContext_, kTavrelGPUImageVertexShaderString,
+                                         TavrelGPUImageContext::supportsFastTextureUpload()
+                                             ? kTavrelGPUImagePassthroughFragmentShaderString
+                                             : kTavrelGPUImageColorSwizzlingFragmentShaderString);
   });
   return {};
 }
@@ -61,18 +52,12 @@ bool MoviePainter::renderAtInternalSizeUsingFramebuffer(const TavrelGPUImageFram
   movieWriterContext_->useAsCurrentContext();
   if (!setFilterFBO(pool)) return false;
   if (renderTarget_) renderTarget_->noteGPUWrite();
-  movieWriterContext_->setContextShaderProgram(colorSwizzlingProgram_);
+  colorSwizzlingProgram_.use();
   glClearColor(1.0F, 0.0F, 0.0F, 1.0F);
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-
-  glActiveTexture(GL_TEXTURE4);
-  glBindTexture(GL_TEXTURE_2D, framebuffer.texture());
-  glUniform1i(colorSwizzlingInputTextureUniform_, 4);
-  glVertexAttribPointer(colorSwizzlingPositionAttribute_, 2, GL_FLOAT, GL_FALSE, 0,
-                        TavrelGPUImageFilter::fullFrameVertices());
-  glVertexAttribPointer(colorSwizzlingTextureCoordinateAttribute_, 2, GL_FLOAT, GL_FALSE, 0,
-                        TavrelGPUImageFilter::textureCoordinatesForRotation(inputRotation_));
-  glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
+  colorSwizzlingProgram_.setTexture(0, framebuffer.texture(), 4,
+                                    TavrelGPUImageFilter::textureCoordinatesForRotation(inputRotation_));
+  colorSwizzlingProgram_.draw(TavrelGPUImageFilter::fullFrameVertices());
   glFinish();
   return true;
 }

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 
+#include "GPUImage/Private/QuadProgram.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageRotationMode.h"
 
@@ -57,10 +58,7 @@ class MoviePainter {
   const Size videoSize_;
   std::atomic<TavrelGPUImageRotationMode> inputRotation_ = kTavrelGPUImageNoRotation;
   const std::shared_ptr<TavrelGPUImageContext> movieWriterContext_;
-  std::shared_ptr<TavrelGLProgram> colorSwizzlingProgram_;
-  GLuint colorSwizzlingPositionAttribute_ = 0;
-  GLuint colorSwizzlingTextureCoordinateAttribute_ = 0;
-  GLint colorSwizzlingInputTextureUniform_ = -1;
+  QuadProgram colorSwizzlingProgram_;
   GLuint movieFramebuffer_ = 0;
   GLuint movieRenderbuffer_ = 0;
   std::shared_ptr<PixelBuffer> renderTarget_;

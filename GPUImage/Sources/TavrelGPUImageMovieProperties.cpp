@@ -1,0 +1,128 @@
+#include <utility>
+
+#include "GPUImage/Sources/Private/MovieImplementation.h"
+
+namespace tavrel {
+
+TavrelGPUImageMovie::TavrelGPUImageMovie(const std::filesystem::path& url)
+    : implementation_(std::make_unique<Implementation>(*this)) {
+  setUrl(url);
+}
+
+TavrelGPUImageMovie::TavrelGPUImageMovie(const std::shared_ptr<Asset>& asset)
+    : implementation_(std::make_unique<Implementation>(*this)) {
+  setAsset(asset);
+}
+
+TavrelGPUImageMovie::TavrelGPUImageMovie(const std::shared_ptr<PlayerItem>& playerItem)
+    : implementation_(std::make_unique<Implementation>(*this)) {
+  setPlayerItem(playerItem);
+}
+
+TavrelGPUImageMovie::~TavrelGPUImageMovie() = default;
+
+float TavrelGPUImageMovie::progress() const {
+  const std::shared_ptr<AssetReader> reader = assetReader();
+  const AssetReaderStatus status = reader ? reader->status() : AssetReaderStatus::unknown;
+  if (status == AssetReaderStatus::completed) return 1;
+  if (status != AssetReaderStatus::reading) return 0;
+  const MediaTime current = implementation_->processingFrameTime.get();
+  const MediaTime whole = asset()->duration();
+  if (current.timescale == 0 || whole.timescale == 0 || whole.value == 0) return 0;
+  return (static_cast<float>(current.value) * 1.0F / static_cast<float>(current.timescale)) /
+         (static_cast<float>(whole.value) * 1.0F / static_cast<float>(whole.timescale));
+}
+
+std::filesystem::path TavrelGPUImageMovie::url() const {
+  return implementation_->url.get();
+}
+
+void TavrelGPUImageMovie::setUrl(const std::filesystem::path& newValue) {
+  implementation_->url.set(newValue);
+}
+
+std::shared_ptr<Asset> TavrelGPUImageMovie::asset() const {
+  return implementation_->asset.get();
+}
+
+void TavrelGPUImageMovie::setAsset(const std::shared_ptr<Asset>& newValue) {
+  implementation_->asset.set(newValue);
+}
+
+std::shared_ptr<PlayerItem> TavrelGPUImageMovie::playerItem() const {
+  return implementation_->playerItem.get();
+}
+
+void TavrelGPUImageMovie::setPlayerItem(const std::shared_ptr<PlayerItem>& newValue) {
+  implementation_->playerItem.set(newValue);
+}
+
+std::shared_ptr<AssetReader> TavrelGPUImageMovie::assetReader() const {
+  return implementation_->reader.get();
+}
+
+std::shared_ptr<TavrelGPUImageMovieDelegate> TavrelGPUImageMovie::delegate() const {
+  return implementation_->delegate.get().lock();
+}
+
+void TavrelGPUImageMovie::setDelegate(const std::shared_ptr<TavrelGPUImageMovieDelegate>& newValue) {
+  implementation_->delegate.set(newValue);
+}
+
+bool TavrelGPUImageMovie::audioEncodingIsFinished() const {
+  return implementation_->audioEncodingIsFinished;
+}
+
+bool TavrelGPUImageMovie::videoEncodingIsFinished() const {
+  return implementation_->videoEncodingIsFinished;
+}
+
+bool TavrelGPUImageMovie::runBenchmark() const {
+  return implementation_->runBenchmark;
+}
+
+void TavrelGPUImageMovie::setRunBenchmark(bool newValue) {
+  implementation_->runBenchmark = newValue;
+}
+
+bool TavrelGPUImageMovie::playAtActualSpeed() const {
+  return implementation_->playAtActualSpeed;
+}
+
+void TavrelGPUImageMovie::setPlayAtActualSpeed(bool newValue) {
+  implementation_->playAtActualSpeed = newValue;
+}
+
+bool TavrelGPUImageMovie::shouldRepeat() const {
+  return implementation_->shouldRepeat;
+}
+
+void TavrelGPUImageMovie::setShouldRepeat(bool newValue) {
+  implementation_->shouldRepeat = newValue;
+}
+
+bool TavrelGPUImageMovie::reverseVideo() const {
+  return implementation_->reverseVideo;
+}
+
+void TavrelGPUImageMovie::setReverseVideo(bool newValue) {
+  implementation_->reverseVideo = newValue;
+}
+
+double TavrelGPUImageMovie::startTime() const {
+  return implementation_->startTime;
+}
+
+void TavrelGPUImageMovie::setStartTime(double newValue) {
+  implementation_->startTime = newValue;
+}
+
+double TavrelGPUImageMovie::duration() const {
+  return implementation_->duration;
+}
+
+void TavrelGPUImageMovie::setDuration(double newValue) {
+  implementation_->duration = newValue;
+}
+
+}  // namespace tavrel
