@@ -60,8 +60,9 @@ void TavrelGPUImageMovie::addAudioOutput(AssetReader& reader, std::shared_ptr<As
 void TavrelGPUImageMovie::Implementation::processAsset() {
   const std::shared_ptr<AssetReader> newReader = movie.createAssetReader();
   reader.set(newReader);
-  const auto pass = newReader ? std::make_shared<MoviePass>(newReader, reverseVideo) : nullptr;
-  audioEncodingIsFinished = !pass || !pass->soundOutput();
+  const auto pass =
+      newReader ? std::make_shared<MoviePass>(newReader, movie.audioEncodingTarget(), reverseVideo) : nullptr;
+  audioEncodingIsFinished = !pass || !pass->hasSound();
   videoEncodingIsFinished = !pass || !pass->hasPictures();
   if (!pass || !pass->start()) {
     ConsoleLog::write("Error reading from file at URL: {}", url.get().string());
@@ -124,17 +125,14 @@ bool TavrelGPUImageMovie::Implementation::readNextVideoFrame(MoviePass& pass) {
 }
 
 bool TavrelGPUImageMovie::Implementation::readNextAudioSample(MoviePass& pass) {
-  if (!pass.soundOutput()) return false;
+  if (!pass.hasSound()) return false;
   if (!pass.isReading() || audioEncodingIsFinished) {
     // The pictures' side waits for a completed reader; sound is over with any.
     const bool isOver = pass.status() != AssetReaderStatus::unknown && !pass.isReading();
     if (isOver && synchronizedMovieWriter.get()) movie.endProcessing();
     return false;
   }
-  if (const auto sample = pass.soundOutput()->copyNextSampleBuffer()) {
-    movie.audioEncodingTarget()->processAudioBuffer(sample);
-    return true;
-  }
+  if (pass.giveNextSound()) return true;
   if (keepLooping) return false;
   audioEncodingIsFinished = true;
   if (videoEncodingIsFinished) movie.endProcessing();
@@ -159,24 +157,16 @@ void TavrelGPUImageMovie::Implementation::processMovieFrame(const std::shared_pt
   const auto start = std::chrono::steady_clock::now();
   TavrelGPUImageContext::useImageProcessingContext();
   frame->lockBaseAddress(PixelBufferLock::readOnly);
-  movie.outputFramebuffer = uploadMovieFrame(frame, movie.outputTextureOptions());
-  deliver(movie.outputFramebuffer->size(), sampleTime);
+  const auto framebuffer = uploadMovieFrame(frame, movie.outputTextureOptions());
+  movie.setOutputFramebuffer(framebuffer);
+  movie.handOver({.frameTime = sampleTime,
+                  .size = framebuffer->size(),
+                  .sizeFirst = true,
+                  .toIgnoredTarget = HandOver::ToIgnoredTarget::frame});
   frame->unlockBaseAddress(PixelBufferLock::readOnly);
   if (!runBenchmark) return;
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
   ConsoleLog::write("Current frame time : {:f} ms", took.count() * 1000.0);
-}
-
-void TavrelGPUImageMovie::Implementation::deliver(Size size, MediaTime time) {
-  // A target may edit the list.
-  const auto targets = movie.targets_;
-  const auto slots = movie.targetTextureIndices_;
-  for (std::size_t i = 0; i < targets.size(); ++i) {
-    targets[i]->setInputSize(size, slots[i]);
-    targets[i]->setInputFramebuffer(movie.outputFramebuffer, slots[i]);
-  }
-  movie.outputFramebuffer->unlock();
-  for (std::size_t i = 0; i < targets.size(); ++i) sendFrame(*targets[i], time, slots[i]);
 }
 
 void TavrelGPUImageMovie::Implementation::processPlayerItem(const std::shared_ptr<PlayerItem>& item) {
@@ -211,10 +201,7 @@ void TavrelGPUImageMovie::endProcessing() {
   implementation_->keepLooping = false;
   implementation_->player.setPaused(true);
 
-  // The list is edited on that queue only.
-  std::vector<std::shared_ptr<TavrelGPUImageInput>> current;
-  TavrelRunSynchronouslyOnVideoProcessingQueue([&] { current = targets(); });
-  for (const auto& target : current) target->endProcessing();
+  for (const auto& target : targets()) target->endProcessing();
 
   if (const auto writer = implementation_->synchronizedMovieWriter.get()) {
     writer->setVideoInputReadyCallback([] { return false; });

@@ -24,7 +24,6 @@ struct TavrelGPUImageMovie::Implementation {
   bool readNextAudioSample(MoviePass& pass);
   void processMovieFrame(const SampleBuffer& movieSampleBuffer, MediaTime sampleTime);
   void processMovieFrame(const std::shared_ptr<PixelBuffer>& movieFrame, MediaTime sampleTime);
-  void deliver(Size size, MediaTime time);
 
   TavrelGPUImageMovie& movie;
   SharedValue<std::filesystem::path> url;

@@ -4,8 +4,9 @@
 
 namespace tavrel {
 
-MoviePass::MoviePass(std::shared_ptr<AssetReader> reader, bool isReversed)
-    : reader_(std::move(reader)), isReversed_(isReversed) {
+MoviePass::MoviePass(std::shared_ptr<AssetReader> reader, std::shared_ptr<TavrelGPUImageAudioTarget> soundTarget,
+                     bool isReversed)
+    : reader_(std::move(reader)), soundTarget_(std::move(soundTarget)), isReversed_(isReversed) {
   for (const auto& output : reader_->outputs()) {
     (output->mediaType() == MediaType::audio ? audioOutput_ : videoOutput_) = output;
   }
@@ -19,6 +20,12 @@ bool MoviePass::start() {
     videoPts_.push_back(picture->presentationTimeStamp());
   }
   return true;
+}
+
+bool MoviePass::giveNextSound() const {
+  const auto sample = audioOutput_->copyNextSampleBuffer();
+  if (sample) soundTarget_->processAudioBuffer(sample);
+  return sample != nullptr;
 }
 
 bool MoviePass::endsReversed() {

@@ -4,6 +4,7 @@
 #include <memory>
 #include <vector>
 
+#include "GPUImage/TavrelGPUImageAudioTarget.h"
 #include "Platform/Media/AssetReader.h"
 #include "Platform/Media/SampleBuffer.h"
 
@@ -15,17 +16,20 @@ namespace tavrel {
 /// for by its time. Pictures belong to one thread at a time, sound to another.
 class MoviePass {
  public:
-  /// Takes the outputs of `reader`, which must be one; it does not read yet.
-  MoviePass(std::shared_ptr<AssetReader> reader, bool isReversed);
+  /// Takes the outputs of `reader`, which must be one, but does not read yet. `soundTarget` may be nullptr.
+  MoviePass(std::shared_ptr<AssetReader> reader, std::shared_ptr<TavrelGPUImageAudioTarget> soundTarget,
+            bool isReversed);
 
   /// False when reading cannot begin.
   bool start();
   AssetReader& reader() const { return *reader_; }
   AssetReaderStatus status() const { return reader_->status(); }
   bool isReading() const { return status() == AssetReaderStatus::reading; }
-  /// nullptr for a movie without sound, or whose sound nobody takes.
-  AssetReaderOutput* soundOutput() const { return audioOutput_.get(); }
   bool hasPictures() const { return videoOutput_ != nullptr; }
+  /// Whether there is sound, and somebody to take it.
+  bool hasSound() const { return audioOutput_ && soundTarget_; }
+  /// False without another sample.
+  bool giveNextSound() const;
 
   /// True behind the last picture of a movie that is read backwards, whose reader thereby knows that no more will be
   /// asked of it.
@@ -40,6 +44,7 @@ class MoviePass {
   std::shared_ptr<SampleBuffer> copyReversedPicture();
 
   const std::shared_ptr<AssetReader> reader_;
+  const std::shared_ptr<TavrelGPUImageAudioTarget> soundTarget_;
   const bool isReversed_;
   std::shared_ptr<AssetReaderOutput> videoOutput_;
   std::shared_ptr<AssetReaderOutput> audioOutput_;
