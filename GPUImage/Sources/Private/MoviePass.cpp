@@ -4,7 +4,7 @@
 
 namespace tavrel {
 
-MoviePass::MoviePass(std::shared_ptr<AssetReader> reader, std::shared_ptr<TavrelGPUImageAudioTarget> soundTarget,
+MoviePass::MoviePass(std::shared_ptr<AssetReader> reader, std::weak_ptr<TavrelGPUImageAudioTarget> soundTarget,
                      bool isReversed)
     : reader_(std::move(reader)), soundTarget_(std::move(soundTarget)), isReversed_(isReversed) {
   for (const auto& output : reader_->outputs()) {
@@ -24,7 +24,7 @@ bool MoviePass::start() {
 
 bool MoviePass::giveNextSound() const {
   const auto sample = audioOutput_->copyNextSampleBuffer();
-  if (sample) soundTarget_->processAudioBuffer(sample);
+  if (const auto target = soundTarget_.lock(); target && sample) target->processAudioBuffer(sample);
   return sample != nullptr;
 }
 

@@ -16,9 +16,8 @@ namespace tavrel {
 /// for by its time. Pictures belong to one thread at a time, sound to another.
 class MoviePass {
  public:
-  /// Takes the outputs of `reader`, which must be one, but does not read yet. `soundTarget` may be nullptr.
-  MoviePass(std::shared_ptr<AssetReader> reader, std::shared_ptr<TavrelGPUImageAudioTarget> soundTarget,
-            bool isReversed);
+  /// Takes the outputs of `reader`, which must be one, but does not read yet. `soundTarget` may be none.
+  MoviePass(std::shared_ptr<AssetReader> reader, std::weak_ptr<TavrelGPUImageAudioTarget> soundTarget, bool isReversed);
 
   /// False when reading cannot begin.
   bool start();
@@ -27,7 +26,7 @@ class MoviePass {
   bool isReading() const { return status() == AssetReaderStatus::reading; }
   bool hasPictures() const { return videoOutput_ != nullptr; }
   /// Whether there is sound, and somebody to take it.
-  bool hasSound() const { return audioOutput_ && soundTarget_; }
+  bool hasSound() const { return audioOutput_ && !soundTarget_.expired(); }
   /// False without another sample.
   bool giveNextSound() const;
 
@@ -44,7 +43,7 @@ class MoviePass {
   std::shared_ptr<SampleBuffer> copyReversedPicture();
 
   const std::shared_ptr<AssetReader> reader_;
-  const std::shared_ptr<TavrelGPUImageAudioTarget> soundTarget_;
+  const std::weak_ptr<TavrelGPUImageAudioTarget> soundTarget_;  // often the writer whose callbacks keep this pass
   const bool isReversed_;
   std::shared_ptr<AssetReaderOutput> videoOutput_;
   std::shared_ptr<AssetReaderOutput> audioOutput_;
