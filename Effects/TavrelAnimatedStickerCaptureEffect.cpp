@@ -7,6 +7,7 @@
 #include "GPUImage/Filters/TavrelGPUImagePlacementFilter.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Imaging/ImageSource.h"
+#include "Platform/Imaging/ImagingError.h"
 #include "TavrelBase/Utils/TavrelUtils.h"
 #include "Utiils/TavrelAnimatedImage.h"
 
@@ -39,7 +40,8 @@ Expected<std::shared_ptr<TavrelAnimatedStickerCaptureEffect>> TavrelAnimatedStic
 
 Expected<std::shared_ptr<TavrelAnimatedStickerCaptureEffect>> TavrelAnimatedStickerCaptureEffect::create(
     std::vector<std::filesystem::path> imagePaths, float interval) {
-  if (imagePaths.empty()) return failure("imaging", 1, "an animated sticker needs at least one picture");
+  if (imagePaths.empty())
+    return failure(ImagingErrorCode::nothingGiven, "an animated sticker needs at least one picture");
   auto poster = loadImage(imagePaths.front());
   if (!poster) return tl::unexpected(poster.error());
   Source source = {.animatedImage = nullptr,

@@ -25,6 +25,7 @@ Expected<std::shared_ptr<TavrelAnimatedImage>> TavrelAnimatedImage::create(Data 
 Expected<std::shared_ptr<TavrelAnimatedImage>> TavrelAnimatedImage::create() {
   const auto nothing = create(Data{});
   return animatedImageFailure(
+      ImagingErrorCode::nothingGiven,
       "Use `-initWithAnimatedGIFData:` and supply the animated GIF data as an argument to initialize an object of type "
       "`TavrelAnimatedImage`.");
 }

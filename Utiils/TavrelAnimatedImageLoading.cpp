@@ -117,16 +117,19 @@ struct TavrelAnimatedImage::Loader {
 Expected<std::shared_ptr<TavrelAnimatedImage>> TavrelAnimatedImage::create(std::shared_ptr<DataProvider> data,
                                                                            std::size_t optimalFrameCacheSize,
                                                                            bool predrawingEnabled) {
-  if (!data || data->bytes().empty()) return animatedImageFailure("No animated GIF data supplied.");
+  if (!data || data->bytes().empty())
+    return animatedImageFailure(ImagingErrorCode::nothingGiven, "No animated GIF data supplied.");
   auto source = ImageSource::create(data, "the animated GIF");
   if (!source) {
     auto error = animatedImageFailure(
+        static_cast<ImagingErrorCode>(source.error().code),
         fmt::format("Failed to `CGImageSourceCreateWithData` for animated GIF data {}", tavrel::describe(*data)));
     error.value().description += ": " + source.error().description;
     return error;
   }
   if (std::string_view((*source)->type()) != "image/gif") {
-    return animatedImageFailure(fmt::format("Supplied data is of type {} and doesn't seem to be GIF data {}",
+    return animatedImageFailure(ImagingErrorCode::unknownFormat,
+                                fmt::format("Supplied data is of type {} and doesn't seem to be GIF data {}",
                                             (*source)->type(), tavrel::describe(*data)));
   }
   std::shared_ptr<TavrelAnimatedImage> image(new TavrelAnimatedImage(std::move(data)));
@@ -137,6 +140,7 @@ Expected<std::shared_ptr<TavrelAnimatedImage>> TavrelAnimatedImage::create(std::
   const auto properties = [&] { return describe(image->imageSource->properties(0)); };
   if (!image->posterImage_) {
     return animatedImageFailure(
+        ImagingErrorCode::damagedPicture,
         fmt::format("Failed to create any valid frames for GIF with properties {}", properties()));
   }
   if (image->frameCount_ == 1) {

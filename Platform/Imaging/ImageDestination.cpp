@@ -38,7 +38,7 @@ Expected<Data> encodePng(const Image& image) {
   }
   const std::string reason = description.message;
   png_image_free(&description);
-  return imagingFailure("cannot encode the PNG: " + reason);
+  return failure(ImagingErrorCode::encodingFailed, "cannot encode the PNG: " + reason);
 }
 
 Expected<Data> encodeJpeg(const Image& image, double quality) {
@@ -51,7 +51,8 @@ Expected<Data> encodeJpeg(const Image& image, double quality) {
                                  &encoded, &size, percent >= 90 ? TJSAMP_444 : TJSAMP_420, percent, 0);
   const std::unique_ptr<unsigned char, void (*)(unsigned char*)> owner(encoded, &tjFree);
   if (result != 0) {
-    return imagingFailure(fmt::format("cannot encode the JPEG: {}", tjGetErrorStr2(compressor.get())));
+    return failure(ImagingErrorCode::encodingFailed,
+                   fmt::format("cannot encode the JPEG: {}", tjGetErrorStr2(compressor.get())));
   }
   return Data(encoded, encoded + size);
 }
@@ -62,7 +63,8 @@ Expected<std::string_view> typeFor(const std::filesystem::path& path) {
                  [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
   if (extension == ".png") return "image/png";
   if (extension == ".jpg" || extension == ".jpeg") return "image/jpeg";
-  return imagingFailure(fmt::format("{}: a picture's name ends in .png, .jpg or .jpeg", path.string()));
+  return failure(ImagingErrorCode::unsupportedFormat,
+                 fmt::format("{}: a picture's name ends in .png, .jpg or .jpeg", path.string()));
 }
 
 /// A new file beside the final one, removed again unless it is kept.
@@ -106,11 +108,13 @@ class TemporaryFile {
 }  // namespace
 
 Expected<Data> ImageDestination::encode(const std::shared_ptr<Image>& image, std::string_view type, double quality) {
-  if (!image || image->width() == 0 || image->height() == 0) return imagingFailure("the image has no pixels");
+  if (!image || image->width() == 0 || image->height() == 0)
+    return failure(ImagingErrorCode::noPixels, "the image has no pixels");
   const std::shared_ptr<Image> upright = normalizedImage(image);
   if (type == "image/png") return encodePng(*upright);
   if (type == "image/jpeg") return encodeJpeg(*upright, quality);
-  return imagingFailure(fmt::format("cannot encode {}: expected image/png or image/jpeg", type));
+  return failure(ImagingErrorCode::unsupportedFormat,
+                 fmt::format("cannot encode {}: expected image/png or image/jpeg", type));
 }
 
 Expected<void> ImageDestination::write(const std::shared_ptr<Image>& image, const std::filesystem::path& path,

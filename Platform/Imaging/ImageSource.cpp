@@ -26,15 +26,16 @@ constexpr Format kFormats[] = {
 
 }  // namespace
 
-tl::unexpected<Error> imagingFailure(std::string description) {
-  return failure("imaging", 1, std::move(description));
+tl::unexpected<Error> damagedPicture(std::string_view name, std::string_view reason) {
+  return failure(ImagingErrorCode::damagedPicture, fmt::format("{} is damaged: {}", name, reason));
 }
 
 Expected<void> checkPictureSize(const std::string& name, std::size_t width, std::size_t height) {
-  if (width == 0 || height == 0) return imagingFailure(fmt::format("{} has no pixels: {}x{}", name, width, height));
+  if (width == 0 || height == 0)
+    return failure(ImagingErrorCode::noPixels, fmt::format("{} has no pixels: {}x{}", name, width, height));
   if (width > ImageSource::kMostPixels / height) {
-    return imagingFailure(
-        fmt::format("{} is too large: {}x{}, the most is {} pixels", name, width, height, ImageSource::kMostPixels));
+    return failure(ImagingErrorCode::pictureTooLarge, fmt::format("{} is too large: {}x{}, the most is {} pixels", name,
+                                                                  width, height, ImageSource::kMostPixels));
   }
   return {};
 }
@@ -52,7 +53,7 @@ Expected<std::shared_ptr<ImageSource>> ImageSource::create(std::shared_ptr<DataP
       return format.create(std::move(data), std::move(name));
     }
   }
-  return imagingFailure(fmt::format("{} is not a PNG, JPEG or GIF picture", name));
+  return failure(ImagingErrorCode::unknownFormat, fmt::format("{} is not a PNG, JPEG or GIF picture", name));
 }
 
 Expected<std::shared_ptr<ImageSource>> ImageSource::createWithFile(const std::filesystem::path& path) {

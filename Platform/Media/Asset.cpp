@@ -151,8 +151,8 @@ Expected<void> Asset::readFile() const {
     duration_ = std::max(duration_, tracks_.back()->timeRange().end());
   }
   if (!tracks_.empty()) return {};
-  return tl::unexpected(
-      unreadableMovie(path_, "it holds neither pictures nor sound that can be decoded", AVERROR_STREAM_NOT_FOUND));
+  return tl::unexpected(unreadableMovie(path_, "it holds neither pictures nor sound that can be decoded",
+                                        MediaErrorCode::noPlayableTrack));
 }
 
 std::vector<std::shared_ptr<const AssetTrack>> Asset::tracksWithMediaType(MediaType mediaType) const {

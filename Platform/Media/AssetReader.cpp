@@ -4,11 +4,12 @@
 #include <utility>
 
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Media/MediaError.h"
 
 namespace tavrel {
 
 Expected<std::shared_ptr<AssetReader>> AssetReader::create(std::shared_ptr<const Asset> asset) {
-  if (!asset) return failure("media", -1, "a reader needs an asset to read from");
+  if (!asset) return failure(MediaErrorCode::invalidArgument, "a reader needs an asset to read from");
   return std::shared_ptr<AssetReader>(new AssetReader(std::move(asset)));
 }
 
@@ -34,7 +35,7 @@ bool AssetReader::startReading() {
     if (status_ != AssetReaderStatus::unknown) return false;
     if (outputs_.empty()) {
       changeStatus(AssetReaderStatus::failed,
-                   Error{"media", -1, "a reader needs at least one output before it can read"});
+                   makeError(MediaErrorCode::nothingAdded, "a reader needs at least one output before it can read"));
       return false;
     }
     // From here on `outputs_` stays as it is, so that it can be walked without the lock.

@@ -6,6 +6,7 @@
 
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Media/AssetReader.h"
+#include "Platform/Media/MediaError.h"
 #include "Platform/Media/Private/Reading/SampleReader.h"
 
 namespace tavrel {
@@ -146,7 +147,7 @@ Expected<std::unique_ptr<SampleReader>> AssetReaderAudioMixOutput::open(const As
     if (format.channelCount == 0) format.sampleRate = track->sampleRate();
     format.channelCount = std::max(format.channelCount, static_cast<std::uint32_t>(track->channelCount()));
   }
-  if (format.channelCount == 0) return failure("media", 1, "the tracks of an audio mix are empty");
+  if (format.channelCount == 0) return failure(MediaErrorCode::noPlayableTrack, "the tracks of an audio mix are empty");
   SampleForm form;
   form.audioFormat = format;
   MediaTime end = MediaTime::zero();

@@ -7,6 +7,7 @@
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Graphics/PixelBufferPool.h"
 #include "Platform/Media/AssetReader.h"
+#include "Platform/Media/MediaError.h"
 #include "Platform/Media/Private/Composing/LayerDrawing.h"
 #include "Platform/Media/Private/Reading/SampleReader.h"
 
@@ -152,7 +153,8 @@ Expected<std::unique_ptr<SampleReader>> AssetReaderVideoCompositionOutput::open(
   const Size size = videoComposition_->renderSize();
   if (!(size.width * scale >= 1 && size.height * scale >= 1) || !videoComposition_->frameDuration().isNumeric() ||
       !(videoComposition_->frameDuration() > MediaTime::zero())) {
-    return failure("media", 1, "a video composition needs a render size and a frame duration above 0");
+    return failure(MediaErrorCode::invalidSettings,
+                   "a video composition needs a render size and a frame duration above 0");
   }
   auto pool = PixelBufferPool::create(static_cast<std::size_t>(std::lround(size.width * scale)),
                                       static_cast<std::size_t>(std::lround(size.height * scale)), PixelFormat::bgra32);

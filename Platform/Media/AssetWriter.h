@@ -30,13 +30,14 @@ class AssetWriterSession;
 ///        └──▶ failed              └──cancelWriting──▶ cancelled (also from unknown)
 ///
 /// The file is written in fragments, each complete in itself: whatever ends the process, what reached the disk before
-/// plays. A full disk or a failing encoder ends the writing with status failed; the file is kept, and the error says up
-/// to when it plays. Encoding runs on one thread for each input and writing on one more; no call but the blocking
-/// `finishWriting` and `cancelWriting` waits for them. Any thread.
+/// plays. A full disk or a failing encoder ends the writing with status failed; the file is kept, and `writtenUntil`
+/// says up to when it plays. Encoding runs on one thread for each input and writing on one more; no call but the
+/// blocking `finishWriting` and `cancelWriting` waits for them. Any thread.
 class TAVREL_API AssetWriter {
  public:
-  /// Opens the file for writing; an existing file is replaced when writing starts. Fails ("media", "posix") when the
-  /// type is none of the above, and when the file cannot be created there.
+  /// Opens the file for writing; an existing file is replaced when writing starts. Fails
+  /// (`MediaErrorCode::unsupportedFileType`, `unwritableFile`, "posix") when the type is none of the above, and when
+  /// the file cannot be created there.
   static Expected<std::shared_ptr<AssetWriter>> create(const std::filesystem::path& url, std::string_view fileType);
 
   /// Whether a file of this type can take samples of `format` as they come, without settings.

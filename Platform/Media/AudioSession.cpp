@@ -1,4 +1,5 @@
 #include "Platform/Media/AudioSession.h"
+#include "Platform/Media/MediaError.h"
 
 #include <fmt/format.h>
 
@@ -24,7 +25,7 @@ void AudioSession::setSampleRate(double sampleRate) {
 
 Expected<void> AudioSession::setCategory(AudioSessionCategory category, unsigned options) {
   if ((options & ~kKnownOptions) != 0) {
-    return failure("media", 1,
+    return failure(MediaErrorCode::invalidArgument,
                    fmt::format("the sound options {:#x} are not known; choose among {:#x}", options, kKnownOptions));
   }
   CategoryHandler handler;

@@ -1,4 +1,5 @@
 #include "Platform/Media/Composition.h"
+#include "Platform/Media/MediaError.h"
 
 #include <fmt/format.h>
 
@@ -84,12 +85,11 @@ Expected<void> MutableCompositionTrack::insertTimeRange(const MediaTimeRange& ra
                                                         const std::shared_ptr<const AssetTrack>& track,
                                                         MediaTime time) {
   if (!track || track->mediaType() != mediaType_) {
-    return failure(
-        "media", 1,
-        fmt::format("track {} takes {} only", trackID_, mediaType_ == MediaType::video ? "pictures" : "sound"));
+    return failure(MediaErrorCode::invalidArgument, fmt::format("track {} takes {} only", trackID_,
+                                                                mediaType_ == MediaType::video ? "pictures" : "sound"));
   }
   if (!isUsable(range) || !time.isNumeric() || time < MediaTime::zero()) {
-    return failure("media", 1,
+    return failure(MediaErrorCode::invalidArgument,
                    fmt::format("{} for {} cannot be inserted at {}", range.start.description(),
                                range.duration.description(), time.description()));
   }

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Platform/Graphics/PixelBuffer.h"
+#include "Platform/Media/MediaError.h"
 
 namespace tavrel {
 namespace {
@@ -44,13 +45,15 @@ Expected<std::shared_ptr<SampleBuffer>> SampleBuffer::createAudio(const AudioFor
                                                                   std::int64_t frameCount,
                                                                   MediaTime presentationTimeStamp) {
   if (!isUsable(format)) {
-    return failure("media", 1,
+    return failure(MediaErrorCode::invalidArgument,
                    fmt::format("PCM of {} frames a second and {} channels is not supported: 1 to {} and 1 to {} are",
                                format.sampleRate, format.channelCount, kHighestSampleRate, kMostChannels));
   }
-  if (!presentationTimeStamp.isNumeric()) return failure("media", 1, "a sample buffer needs a numeric time");
+  if (!presentationTimeStamp.isNumeric())
+    return failure(MediaErrorCode::invalidArgument, "a sample buffer needs a numeric time");
   if (!data || frameCount < 0 || !holds(*data, format, frameCount)) {
-    return failure("media", 1, fmt::format("the buffers do not hold {} frames of this PCM format", frameCount));
+    return failure(MediaErrorCode::invalidArgument,
+                   fmt::format("the buffers do not hold {} frames of this PCM format", frameCount));
   }
   auto description = std::make_shared<FormatDescription>();
   description->mediaType = MediaType::audio;
@@ -64,8 +67,9 @@ Expected<std::shared_ptr<SampleBuffer>> SampleBuffer::createAudio(const AudioFor
 Expected<std::shared_ptr<SampleBuffer>> SampleBuffer::createPacket(std::shared_ptr<const FormatDescription> format,
                                                                    Data bytes, const SampleTiming& timing,
                                                                    bool isKeyframe) {
-  if (!format || !format->isCompressed()) return failure("media", 1, "a packet needs a format that names its codec");
-  if (bytes.empty()) return failure("media", 1, "a packet needs at least one byte");
+  if (!format || !format->isCompressed())
+    return failure(MediaErrorCode::invalidArgument, "a packet needs a format that names its codec");
+  if (bytes.empty()) return failure(MediaErrorCode::invalidArgument, "a packet needs at least one byte");
   std::shared_ptr<SampleBuffer> buffer(new SampleBuffer(std::move(format), 1, {timing}));
   buffer->packet_ = std::make_shared<const Data>(std::move(bytes));
   buffer->isKeyframe_ = isKeyframe;
@@ -74,7 +78,7 @@ Expected<std::shared_ptr<SampleBuffer>> SampleBuffer::createPacket(std::shared_p
 
 Expected<std::shared_ptr<SampleBuffer>> SampleBuffer::createImage(std::shared_ptr<PixelBuffer> image,
                                                                   const SampleTiming& timing) {
-  if (!image) return failure("media", 1, "an image sample needs a pixel buffer");
+  if (!image) return failure(MediaErrorCode::invalidArgument, "an image sample needs a pixel buffer");
   auto description = std::make_shared<FormatDescription>();
   description->mediaType = MediaType::video;
   description->videoSize = {static_cast<double>(image->width()), static_cast<double>(image->height())};
@@ -119,11 +123,11 @@ MediaTime SampleBuffer::duration() const {
 Expected<std::shared_ptr<SampleBuffer>> SampleBuffer::copyWithNewTiming(std::vector<SampleTiming> entries) const {
   if (entries.size() != 1 && static_cast<std::int64_t>(entries.size()) != sampleCount_) {
     return failure(
-        "media", 1,
+        MediaErrorCode::invalidArgument,
         fmt::format("{} timing entries for {} samples: give one, or one for each", entries.size(), sampleCount_));
   }
   const std::lock_guard lock(mutex_);
-  if (!isValid_) return failure("media", 1, "the sample buffer has been invalidated");
+  if (!isValid_) return failure(MediaErrorCode::invalidatedSample, "the sample buffer has been invalidated");
   std::shared_ptr<SampleBuffer> copy(new SampleBuffer(format_, sampleCount_, std::move(entries)));
   copy->isKeyframe_ = isKeyframe_;
   copy->audio_ = audio_;

@@ -99,7 +99,9 @@ void PreviewCommand::toggleRecording() {
 void PreviewCommand::finishRecording() {
   rig_->finishWriting();
   if (rig_->isBrokenOff()) {
-    say("the recording broke off: {}", rig_->writer()->error() ? rig_->writer()->error()->description : "?");
+    say("the recording broke off: {}; the file plays up to {:.2f} s",
+        rig_->writer()->error() ? rig_->writer()->error()->description : "?",
+        rig_->writer()->assetWriter()->writtenUntil().seconds());
   } else {
     fmt::print("{} {:.1f} s\n", recording_.string(), rig_->writer()->duration().seconds());
   }

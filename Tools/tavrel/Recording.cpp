@@ -123,10 +123,10 @@ int Recording::report(bool printJson, Diagnostics& diagnostics) const {
   const std::string name = options_.output.string();
   const auto& writer = rig_->writer();
   if (rig_->isBrokenOff()) {
-    // It says already up to when the file plays, or that there is none.
     const std::string reason = writer->error() ? writer->error()->description : "?";
-    const bool isKept = writer->assetWriter()->writtenUntil().seconds() > 0;
-    return fail("the recording broke off: {}{}", reason, isKept ? fmt::format("; {} is kept", name) : "");
+    const double until = writer->assetWriter()->writtenUntil().seconds();
+    if (until <= 0) return fail("the recording broke off: {}; nothing was recorded", reason);
+    return fail("the recording broke off: {}; the file plays up to {:.2f} s; {} is kept", reason, until, name);
   }
   const double seconds = writer->duration().seconds();
   const std::uint64_t frames = rig_->framesWritten() - writer->droppedVideoFrames();

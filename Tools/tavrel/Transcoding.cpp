@@ -199,9 +199,7 @@ std::optional<std::string> Transcoding::finish() {
   finished.wait();
   if (writer_->assetWriter()->status() == AssetWriterStatus::completed) return std::nullopt;
   const auto error = writer_->error();
-  // How far the file plays is of no use: it is removed.
-  const std::string reason = error ? error->description.substr(0, error->description.find("; the file plays")) : "?";
-  return giveUp(fmt::format("cannot write {}: {}", options_.output.string(), reason));
+  return giveUp(fmt::format("cannot write {}: {}", options_.output.string(), error ? error->description : "?"));
 }
 
 int Transcoding::report(bool printJson, Diagnostics& diagnostics) const {

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/Imaging/ImagingError.h"
 #include "Utiils/TavrelAnimatedImage.h"
 
 namespace tavrel {
@@ -27,9 +28,9 @@ struct TavrelAnimatedImage::Shared {
 };
 
 /// Where every failure of `create` ends: logged as an error and returned with the same text.
-inline tl::unexpected<Error> animatedImageFailure(const std::string& text) {
+inline tl::unexpected<Error> animatedImageFailure(ImagingErrorCode code, const std::string& text) {
   TavrelAnimatedImage::logStringFromBlock([&] { return text; }, TavrelAnimatedImageLogLevel::error);
-  return failure("imaging", 1, text);
+  return failure(code, text);
 }
 
 /// How messages name things.

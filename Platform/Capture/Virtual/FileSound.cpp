@@ -9,6 +9,7 @@
 
 #include "Platform/Media/AssetReader.h"
 #include "Platform/Media/AssetReaderTrackOutput.h"
+#include "Platform/Media/Private/FFmpegError.h"
 #include "Platform/Media/Private/FFmpegHandles.h"
 #include "Platform/Media/SampleBuffer.h"
 
@@ -64,7 +65,9 @@ Expected<void> FileSound::Implementation::rewind() {
   mixer.reset(context);
   if (result >= 0) result = swr_init(mixer.get());
   av_channel_layout_uninit(&stored);
-  if (result < 0) return tl::unexpected(ffmpegError(result, path.string() + " cannot be mixed to one channel"));
+  if (result < 0)
+    return tl::unexpected(
+        ffmpegError(MediaErrorCode::conversionFailed, result, path.string() + " cannot be mixed to one channel"));
   return {};
 }
 
@@ -97,7 +100,9 @@ Expected<void> FileSound::Implementation::mix(const SampleBuffer* buffer) {
   auto* out = static_cast<std::uint8_t*>(static_cast<void*>(waiting.data()));
   const std::uint8_t* in = list ? static_cast<const std::uint8_t*>(list->buffers().front().data) : nullptr;
   const int count = swr_convert(mixer.get(), &out, capacity, list ? &in : nullptr, inputCount);
-  if (count < 0) return tl::unexpected(ffmpegError(count, path.string() + " cannot be mixed to one channel"));
+  if (count < 0)
+    return tl::unexpected(
+        ffmpegError(MediaErrorCode::conversionFailed, count, path.string() + " cannot be mixed to one channel"));
   waiting.resize(static_cast<std::size_t>(count));
   return {};
 }

@@ -2,8 +2,10 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "Platform/Imaging/ImageSource.h"
+#include "Platform/Imaging/ImagingError.h"
 
 namespace tavrel {
 
@@ -12,8 +14,8 @@ Expected<std::shared_ptr<ImageSource>> createPngSource(std::shared_ptr<DataProvi
 Expected<std::shared_ptr<ImageSource>> createJpegSource(std::shared_ptr<DataProvider> data, std::string name);
 Expected<std::shared_ptr<ImageSource>> createGifSource(std::shared_ptr<DataProvider> data, std::string name);
 
-/// An error of the domain "imaging".
-tl::unexpected<Error> imagingFailure(std::string description);
+/// "NAME is damaged: REASON"
+tl::unexpected<Error> damagedPicture(std::string_view name, std::string_view reason);
 /// Fails when a picture of this size has no pixels or too many.
 Expected<void> checkPictureSize(const std::string& name, std::size_t width, std::size_t height);
 

@@ -28,8 +28,8 @@ class GifSource : public ImageSource {
       return size.has_value();
     });
     if (!size) return size;
-    if (!hasScreen) return imagingFailure(fmt::format("{} is damaged: {}", name_, reader_.reasonOfEnd()));
-    if (frames().empty()) return imagingFailure(fmt::format("{} is damaged: no frame is whole", name_));
+    if (!hasScreen) return damagedPicture(name_, reader_.reasonOfEnd());
+    if (frames().empty()) return damagedPicture(name_, "no frame is whole");
     return {};
   }
 
@@ -38,9 +38,12 @@ class GifSource : public ImageSource {
   std::optional<int> loopCount() const override { return reader_.loopCount(); }
 
   Expected<std::shared_ptr<Image>> imageAtIndex(std::size_t index) override {
-    if (index >= frames().size()) return imagingFailure(fmt::format("{} has no frame {}", name_, index));
+    if (index >= frames().size())
+      return failure(ImagingErrorCode::noSuchPicture, fmt::format("{} has no frame {}", name_, index));
     compose(index);
-    if (damage_) return imagingFailure(fmt::format("{} is damaged in frame {}: {}", name_, index, *damage_));
+    if (damage_)
+      return failure(ImagingErrorCode::damagedPicture,
+                     fmt::format("{} is damaged in frame {}: {}", name_, index, *damage_));
     Data pixels = recycledPixels_->take(screen_->pixels.size());
     std::memcpy(pixels.data(), screen_->pixels.data(), pixels.size());
     const auto width = static_cast<std::size_t>(screen_->width);
@@ -72,7 +75,8 @@ class GifSource : public ImageSource {
   Expected<void> checkScreenSize(std::size_t width, std::size_t height) const {
     if (auto checked = checkPictureSize(name_, width, height); !checked) return checked;
     if (width * height <= kMostPixelsOfGif) return {};
-    return imagingFailure(
+    return failure(
+        ImagingErrorCode::pictureTooLarge,
         fmt::format("{} is too large: {}x{}, the most is {} pixels for a GIF", name_, width, height, kMostPixelsOfGif));
   }
 

@@ -77,13 +77,13 @@ class JpegSource : public ImageSource {
   const char* type() const override { return "image/jpeg"; }
 
   Expected<std::shared_ptr<Image>> imageAtIndex(std::size_t index) override {
-    if (index != 0) return imagingFailure(fmt::format("{} has no picture {}", name_, index));
+    if (index != 0) return failure(ImagingErrorCode::noSuchPicture, fmt::format("{} has no picture {}", name_, index));
     const bool isPrinted = header_.colorspace == TJCS_CMYK || header_.colorspace == TJCS_YCCK;
     const Decompressor decompressor = makeDecompressor();
     Data pixels(properties_.width * properties_.height * 4);
     if (tjDecompress2(decompressor.get(), data_->bytes().data(), data_->bytes().size(), pixels.data(), header_.width, 0,
                       header_.height, isPrinted ? TJPF_CMYK : TJPF_BGRX, 0) != 0) {
-      return imagingFailure(fmt::format("{} is damaged: {}", name_, tjGetErrorStr2(decompressor.get())));
+      return damagedPicture(name_, tjGetErrorStr2(decompressor.get()));
     }
     if (isPrinted) pixels = std::move(lightOfInks(pixels, header_.width, header_.height).pixels);
     return Image::create(properties_.width, properties_.height, 8, 32, properties_.width * 4, kBitmapOpaqueBGRX,
@@ -106,7 +106,7 @@ Expected<std::shared_ptr<ImageSource>> createJpegSource(std::shared_ptr<DataProv
   const Decompressor decompressor = makeDecompressor();
   JpegHeader header;
   if (!decompressor || !readHeader(decompressor.get(), data->bytes(), header)) {
-    return imagingFailure(fmt::format("{} is damaged: {}", name, tjGetErrorStr2(decompressor.get())));
+    return damagedPicture(name, tjGetErrorStr2(decompressor.get()));
   }
   const auto checked =
       checkPictureSize(name, static_cast<std::size_t>(header.width), static_cast<std::size_t>(header.height));

@@ -47,11 +47,11 @@ class PngSource : public ImageSource {
   const char* type() const override { return "image/png"; }
 
   Expected<std::shared_ptr<Image>> imageAtIndex(std::size_t index) override {
-    if (index != 0) return imagingFailure(fmt::format("{} has no picture {}", name_, index));
+    if (index != 0) return failure(ImagingErrorCode::noSuchPicture, fmt::format("{} has no picture {}", name_, index));
     PngReader reader;
-    if (!reader.begin(data_->bytes())) return imagingFailure(fmt::format("{} is damaged: {}", name_, reader.message()));
+    if (!reader.begin(data_->bytes())) return damagedPicture(name_, reader.message());
     Data pixels(reader.width() * reader.height() * 4);
-    if (!reader.finish(pixels)) return imagingFailure(fmt::format("{} is damaged: {}", name_, reader.message()));
+    if (!reader.finish(pixels)) return damagedPicture(name_, reader.message());
     const AlphaInfo alpha = reader.hasAlpha() ? AlphaInfo::first : AlphaInfo::noneSkipFirst;
     auto straight = Image::create(reader.width(), reader.height(), 8, 32, reader.width() * 4,
                                   bitmapInfo(kBitmapByteOrder32Little, alpha), DataProvider::create(std::move(pixels)));
@@ -70,7 +70,7 @@ class PngSource : public ImageSource {
 
 Expected<std::shared_ptr<ImageSource>> createPngSource(std::shared_ptr<DataProvider> data, std::string name) {
   PngReader reader;
-  if (!reader.begin(data->bytes())) return imagingFailure(fmt::format("{} is damaged: {}", name, reader.message()));
+  if (!reader.begin(data->bytes())) return damagedPicture(name, reader.message());
   if (const auto checked = checkPictureSize(name, reader.width(), reader.height()); !checked) {
     return tl::unexpected(checked.error());
   }

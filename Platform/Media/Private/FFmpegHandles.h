@@ -3,17 +3,12 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
-#include <libavutil/error.h>
 #include <libavutil/frame.h>
 #include <libswresample/swresample.h>
 }
 
-#include <array>
 #include <memory>
-#include <string>
 #include <utility>
-
-#include "Platform/Foundation/Error.h"
 
 namespace tavrel {
 
@@ -39,17 +34,5 @@ struct CodecDictionaryDeleter {
   void operator()(AVDictionary* dictionary) const { av_dict_free(&dictionary); }
 };
 using CodecDictionary = std::unique_ptr<AVDictionary, CodecDictionaryDeleter>;
-
-/// FFmpeg's words for one of its error codes.
-inline std::string ffmpegErrorText(int code) {
-  std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
-  av_strerror(code, text.data(), text.size());
-  return text.data();
-}
-
-/// "WHAT: FFmpeg's words", as an error of the domain "media".
-inline Error ffmpegError(int code, std::string what) {
-  return Error{"media", code, std::move(what) + ": " + ffmpegErrorText(code)};
-}
 
 }  // namespace tavrel

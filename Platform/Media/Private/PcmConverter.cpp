@@ -1,4 +1,5 @@
 #include "Platform/Media/Private/PcmConverter.h"
+#include "Platform/Media/Private/FFmpegError.h"
 
 #include <algorithm>
 #include <array>
@@ -30,14 +31,15 @@ Expected<std::shared_ptr<SampleBuffer>> PcmConverter::convert(const AVFrame& sou
   const int capacity = swr_get_out_samples(resampler_.get(), sound.nb_samples);
   if (capacity <= 0) return nullptr;
   auto list = AudioBufferList::create(format_, static_cast<std::size_t>(capacity));
-  if (!list) return failure("media", AVERROR(ENOMEM), "there is no memory left for sound");
+  if (!list) return failure(MediaErrorCode::allocationFailed, "there is no memory left for sound");
 
   auto* bytes = static_cast<std::uint8_t*>(list->buffers().front().data);
   std::array<std::uint8_t*, 1> output = {bytes};
   // FFmpeg's parameter is not const, but it only reads.
   const int count = swr_convert(resampler_.get(), output.data(), capacity,
                                 const_cast<const std::uint8_t**>(sound.extended_data), sound.nb_samples);
-  if (count < 0) return tl::unexpected(ffmpegError(count, "sound cannot be converted"));
+  if (count < 0)
+    return tl::unexpected(ffmpegError(MediaErrorCode::conversionFailed, count, "sound cannot be converted"));
 
   const std::int64_t first = firstFrameOf(sound, timeBase);
   nextFrame_ = first + count;
@@ -71,7 +73,9 @@ Expected<void> PcmConverter::prepareResampler(const AVFrame& sound) {
     result = swr_set_matrix(context, kBothAsLoud.data(), 1);
   }
   if (result >= 0) result = swr_init(resampler_.get());
-  if (result < 0) return tl::unexpected(ffmpegError(result, "sound of this format cannot be converted"));
+  if (result < 0)
+    return tl::unexpected(
+        ffmpegError(MediaErrorCode::unsupportedFormat, result, "sound of this format cannot be converted"));
   inputFormat_ = sound.format;
   inputRate_ = sound.sample_rate;
   inputChannels_ = channels;

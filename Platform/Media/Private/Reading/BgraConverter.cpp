@@ -1,4 +1,5 @@
 #include "Platform/Media/Private/Reading/BgraConverter.h"
+#include "Platform/Media/MediaError.h"
 
 #include <libyuv.h>
 #include <libyuv/row.h>
@@ -187,12 +188,13 @@ bool BgraConverter::isFullRange(const AVFrame& picture) {
 Expected<void> BgraConverter::convertWithScaler(const AVFrame& picture, std::uint8_t* destination, int bytesPerRow) {
   if (!prepareScaler(picture)) {
     const char* name = av_get_pix_fmt_name(static_cast<AVPixelFormat>(picture.format));
-    return failure("media", -1, std::string("pictures of the layout ") + (name ? name : "?") + " cannot be converted");
+    return failure(MediaErrorCode::unsupportedFormat,
+                   std::string("pictures of the layout ") + (name ? name : "?") + " cannot be converted");
   }
   const std::array<std::uint8_t*, 4> planes = {destination};
   const std::array<int, 4> strides = {bytesPerRow};
   if (sws_scale(scaler_.get(), picture.data, picture.linesize, 0, picture.height, planes.data(), strides.data()) < 0) {
-    return failure("media", -1, "a picture could not be converted");
+    return failure(MediaErrorCode::conversionFailed, "a picture could not be converted");
   }
   return {};
 }

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "Platform/Media/Private/FFmpegError.h"
 #include "Platform/Media/Private/FFmpegLog.h"
 
 namespace tavrel {
@@ -22,19 +23,19 @@ Expected<void> checkRegularFile(const std::filesystem::path& path) {
   if (!std::filesystem::exists(status)) {
     // Without an error code of its own, the status of a missing file is no failure.
     const std::error_code reason = error ? error : std::make_error_code(std::errc::no_such_file_or_directory);
-    return tl::unexpected(unreadableMovie(path, reason.message(), reason.value()));
+    return tl::unexpected(unreadableMovie(path, reason.message(), MediaErrorCode::unreadableFile));
   }
   // Opening a pipe could wait for ever.
   if (!std::filesystem::is_regular_file(status)) {
-    return tl::unexpected(unreadableMovie(path, "it is not a regular file", EINVAL));
+    return tl::unexpected(unreadableMovie(path, "it is not a regular file", MediaErrorCode::unreadableFile));
   }
   return {};
 }
 
 }  // namespace
 
-Error unreadableMovie(const std::filesystem::path& path, const std::string& reason, int code) {
-  return {"media", code == 0 ? -1 : code, fmt::format("{} is not a movie that can be read: {}", path.string(), reason)};
+Error unreadableMovie(const std::filesystem::path& path, const std::string& reason, MediaErrorCode code) {
+  return makeError(code, fmt::format("{} is not a movie that can be read: {}", path.string(), reason));
 }
 
 Expected<InputFormat> openMovieInput(const std::filesystem::path& path) {
@@ -48,13 +49,20 @@ Expected<InputFormat> openMovieInput(const std::filesystem::path& path) {
   AVFormatContext* opened = nullptr;
   const int result = avformat_open_input(&opened, url.c_str(), nullptr, &options);
   av_dict_free(&options);
-  if (result < 0) return tl::unexpected(unreadableMovie(path, ffmpegErrorText(result), result));
+  if (result < 0) {
+    const auto usual =
+        result == AVERROR_INVALIDDATA ? MediaErrorCode::unknownFileFormat : MediaErrorCode::unreadableFile;
+    return tl::unexpected(unreadableMovie(path, ffmpegErrorText(result), mediaErrorCode(result, usual)));
+  }
   InputFormat file(opened);
   if (isNoMovie(file->iformat->name)) {
-    return tl::unexpected(unreadableMovie(path, "it is a text or a picture", AVERROR_INVALIDDATA));
+    return tl::unexpected(unreadableMovie(path, "it is a text or a picture", MediaErrorCode::unknownFileFormat));
   }
   const int found = avformat_find_stream_info(file.get(), nullptr);
-  if (found < 0) return tl::unexpected(unreadableMovie(path, ffmpegErrorText(found), found));
+  if (found < 0) {
+    const MediaErrorCode code = mediaErrorCode(found, MediaErrorCode::damagedFile);
+    return tl::unexpected(unreadableMovie(path, ffmpegErrorText(found), code));
+  }
   return file;
 }
 
@@ -62,7 +70,7 @@ Expected<InputFormat> openMovieTrack(const std::filesystem::path& path, int trac
   auto file = openMovieInput(path);
   if (!file) return file;
   if (trackID < 0 || static_cast<unsigned>(trackID) >= (*file)->nb_streams || !isPlayable(*(*file)->streams[trackID])) {
-    return tl::unexpected(unreadableMovie(path, "the track is not there any more", AVERROR_STREAM_NOT_FOUND));
+    return tl::unexpected(unreadableMovie(path, "the track is not there any more", MediaErrorCode::noPlayableTrack));
   }
   for (unsigned i = 0; i < (*file)->nb_streams; ++i) {
     if (static_cast<int>(i) != trackID) (*file)->streams[i]->discard = AVDISCARD_ALL;

@@ -4,12 +4,13 @@
 #include <string>
 
 #include "Platform/Foundation/Error.h"
+#include "Platform/Media/MediaError.h"
 #include "Platform/Media/Private/FFmpegHandles.h"
 
 namespace tavrel {
 
 /// "FILE is not a movie that can be read: REASON"
-Error unreadableMovie(const std::filesystem::path& path, const std::string& reason, int code);
+Error unreadableMovie(const std::filesystem::path& path, const std::string& reason, MediaErrorCode code);
 
 /// Opens a regular file with libavformat and lets it look at the tracks. Pictures and texts are refused.
 Expected<InputFormat> openMovieInput(const std::filesystem::path& path);

@@ -6,6 +6,7 @@
 
 #include "Platform/Graphics/PixelBuffer.h"
 #include "Platform/Graphics/PixelBufferAttachments.h"
+#include "Platform/Media/MediaError.h"
 
 namespace tavrel {
 namespace {
@@ -77,7 +78,8 @@ Expected<void> PictureMaker::fillBiPlanar(const AVFrame& picture, PixelBuffer& b
   scaler_.reset(sws_getCachedContext(scaler_.release(), picture.width, picture.height,
                                      static_cast<AVPixelFormat>(picture.format), picture.width, picture.height,
                                      AV_PIX_FMT_NV12, SWS_BILINEAR | SWS_ACCURATE_RND, nullptr, nullptr, nullptr));
-  if (!scaler_) return failure("media", -1, "pictures of this layout cannot be converted to 4:2:0");
+  if (!scaler_)
+    return failure(MediaErrorCode::unsupportedFormat, "pictures of this layout cannot be converted to 4:2:0");
   constexpr int kUnity = 1 << 16;
   const int* const coefficients = sws_getCoefficients(BgraConverter::matrixOf(picture));
   sws_setColorspaceDetails(scaler_.get(), coefficients, BgraConverter::isFullRange(picture) ? 1 : 0, coefficients,
@@ -86,7 +88,7 @@ Expected<void> PictureMaker::fillBiPlanar(const AVFrame& picture, PixelBuffer& b
   const std::array<int, 4> strides = {static_cast<int>(buffer.bytesPerRowOfPlane(0)),
                                       static_cast<int>(buffer.bytesPerRowOfPlane(1))};
   if (sws_scale(scaler_.get(), picture.data, picture.linesize, 0, picture.height, planes.data(), strides.data()) < 0) {
-    return failure("media", -1, "a picture could not be converted to 4:2:0");
+    return failure(MediaErrorCode::conversionFailed, "a picture could not be converted to 4:2:0");
   }
   return {};
 }

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Platform/Foundation/ConsoleLog.h"
+#include "Platform/Media/MediaError.h"
 #include "Platform/Media/Private/FFmpegTime.h"
 
 namespace tavrel {
@@ -73,7 +74,7 @@ Expected<std::shared_ptr<SampleBuffer>> PictureTrackReader::sampleOf(const AVFra
   }
   // Who only wants to know the times pays for no picture.
   const std::shared_ptr<AVFrame> shared(av_frame_clone(&picture), FFmpegDeleter<AVFrame, av_frame_free>());
-  if (!shared) return failure("media", AVERROR(ENOMEM), "there is no memory left for a picture");
+  if (!shared) return failure(MediaErrorCode::allocationFailed, "there is no memory left for a picture");
   const Size size{static_cast<double>(picture.width), static_cast<double>(picture.height)};
   return SampleBuffer::createImage(
       size,

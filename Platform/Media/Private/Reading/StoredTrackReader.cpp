@@ -42,7 +42,8 @@ Expected<std::unique_ptr<SampleReader>> StoredTrackReader::open(const std::files
   reader->path_ = path;
   reader->file_ = std::move(*file);
   reader->packet_.reset(av_packet_alloc());
-  if (!reader->packet_) return tl::unexpected(unreadableMovie(path, "no memory left", AVERROR(ENOMEM)));
+  if (!reader->packet_)
+    return tl::unexpected(unreadableMovie(path, "no memory left", MediaErrorCode::allocationFailed));
   reader->stream_ = reader->file_->streams[track.trackID()];
   reader->format_ = storedFormatOf(*reader->stream_);
   reader->offset_ = av_rescale_q(timelineOffset(*reader->file_), AV_TIME_BASE_Q, reader->stream_->time_base);

@@ -4,6 +4,7 @@
 #include <limits>
 #include <thread>
 
+#include "Platform/Media/Private/FFmpegError.h"
 #include "Platform/Media/Private/Reading/MovieInput.h"
 
 namespace tavrel {
@@ -14,6 +15,10 @@ constexpr std::int64_t kMostPixels = std::int64_t{8192} * 8192;
 constexpr unsigned kMostThreads = 8;
 /// Time stamps beyond this are damage; it leaves room to convert them.
 constexpr std::int64_t kLatestTime = std::numeric_limits<std::int64_t>::max() / (std::int64_t{1} << 20);
+
+Error damaged(const std::filesystem::path& path, int result) {
+  return unreadableMovie(path, ffmpegErrorText(result), mediaErrorCode(result, MediaErrorCode::damagedFile));
+}
 
 bool isSane(std::int64_t time) {
   return time > -kLatestTime && time < kLatestTime;
@@ -43,7 +48,7 @@ Expected<void> TrackDecoder::openCodec(const std::filesystem::path& path) {
   packet_.reset(av_packet_alloc());
   frame_.reset(av_frame_alloc());
   if (!codec_ || !packet_ || !frame_) {
-    return tl::unexpected(unreadableMovie(path, "no memory left", AVERROR(ENOMEM)));
+    return tl::unexpected(unreadableMovie(path, "no memory left", MediaErrorCode::allocationFailed));
   }
   int result = avcodec_parameters_to_context(codec_.get(), &parameters());
   if (result >= 0) {
@@ -52,7 +57,7 @@ Expected<void> TrackDecoder::openCodec(const std::filesystem::path& path) {
     codec_->thread_count = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads));
     result = avcodec_open2(codec_.get(), codec, nullptr);
   }
-  if (result < 0) return tl::unexpected(unreadableMovie(path, ffmpegErrorText(result), result));
+  if (result < 0) return tl::unexpected(damaged(path, result));
 
   offset_ = av_rescale_q(timelineOffset(*file_), AV_TIME_BASE_Q, timeBase());
   const AVRational rate = av_guess_frame_rate(file_.get(), file_->streams[stream_->index], nullptr);
@@ -152,7 +157,7 @@ bool TrackDecoder::place() {
 }
 
 void TrackDecoder::noteDamage(int code) {
-  if (!damage_) damage_ = unreadableMovie(path_, ffmpegErrorText(code), code);
+  if (!damage_) damage_ = damaged(path_, code);
 }
 
 }  // namespace tavrel

@@ -1,4 +1,5 @@
 #include "Platform/Media/Private/Writing/AssetWriterSession.h"
+#include "Platform/Media/MediaError.h"
 
 #include <fmt/format.h>
 
@@ -59,7 +60,7 @@ bool AssetWriterSession::start() {
   status_ = AssetWriterStatus::writing;
   error_.reset();
   std::optional<Error> error;
-  if (inputs_.empty()) error = Error{"media", 1, "the movie has no tracks: add an input first"};
+  if (inputs_.empty()) error = makeError(MediaErrorCode::nothingAdded, "the movie has no tracks: add an input first");
   const auto handler = [weak = weak_from_this()](Error failure) {
     if (const auto self = weak.lock()) self->inputFailed(std::move(failure));
   };
@@ -154,11 +155,6 @@ void AssetWriterSession::end(Ending ending) {
   if (status_ == AssetWriterStatus::writing) {
     status_ = error ? AssetWriterStatus::failed : AssetWriterStatus::completed;
     error_ = std::move(error);
-  }
-  if (status_ == AssetWriterStatus::failed && error_ && hasSession_) {
-    const double until = file_->writtenUntil().seconds();
-    error_->description +=
-        until > 0 ? fmt::format("; the file plays up to {:.2f} s", until) : std::string("; nothing was recorded");
   }
   inputs_.clear();
   hasEnded_ = true;

@@ -12,6 +12,7 @@ extern "C" {
 #include <libavutil/samplefmt.h>
 }
 
+#include "Platform/Media/Private/FFmpegError.h"
 #include "Platform/Media/Private/FFmpegLog.h"
 
 namespace tavrel {
@@ -82,9 +83,9 @@ Expected<AudioConverter> AudioConverter::create(const AudioFormat& from, const A
   if (result >= 0) result = av_opt_set_double(context, "rematrix_maxval", 1, 0);
   if (result >= 0) result = swr_init(context);
   if (result < 0) {
-    return tl::unexpected(
-        ffmpegError(result, fmt::format("sound of {} frames a second in {} channels cannot be converted",
-                                        from.sampleRate, from.channelCount)));
+    return tl::unexpected(ffmpegError(MediaErrorCode::unsupportedFormat, result,
+                                      fmt::format("sound of {} frames a second in {} channels cannot be converted",
+                                                  from.sampleRate, from.channelCount)));
   }
   converter.silence_ = AudioBufferList::create(from, kSilenceFrames);
   return converter;
@@ -97,10 +98,11 @@ std::int64_t AudioConverter::delay() const {
 Expected<AudioConverter::Output> AudioConverter::run(const std::uint8_t** source, int frames) {
   const int room = swr_get_out_samples(resampler_.get(), frames);
   if (room < 0 || !output_.reserve(std::max(room, 1), channels_, sampleFormat_)) {
-    return tl::unexpected(ffmpegError(AVERROR(ENOMEM), "sound cannot be converted"));
+    return tl::unexpected(ffmpegError(MediaErrorCode::conversionFailed, AVERROR(ENOMEM), "sound cannot be converted"));
   }
   const int converted = swr_convert(resampler_.get(), output_.data(), room, source, frames);
-  if (converted < 0) return tl::unexpected(ffmpegError(converted, "sound cannot be converted"));
+  if (converted < 0)
+    return tl::unexpected(ffmpegError(MediaErrorCode::conversionFailed, converted, "sound cannot be converted"));
   return Output{output_.data(), converted};
 }
 

@@ -9,13 +9,13 @@
 
 #include "Platform/Media/AudioSession.h"
 #include "Platform/Media/MediaSettings.h"
+#include "Platform/Media/Private/FFmpegError.h"
 #include "Platform/Media/Private/FFmpegLog.h"
 #include "Platform/Media/Private/FFmpegTime.h"
 
 namespace tavrel {
 namespace {
 
-constexpr int kInvalid = 1;
 constexpr int kFramesPerPacket = 1024;  // where the coding does not say
 
 /// How far sound may lie from its place without a correction in one piece, in frames.
@@ -23,9 +23,13 @@ std::int64_t toleranceAt(int rate) {
   return std::int64_t{rate} * 5 / 1000;
 }
 
-Error encoderError(int code, const char* what) {
-  const std::string line = takeFFmpegLogLine();
-  return ffmpegError(code, line.empty() ? std::string(what) : fmt::format("{} ({})", what, line));
+tl::unexpected<Error> failedToOpen(int result) {
+  return tl::unexpected(loggedFFmpegError(MediaErrorCode::encoderUnavailable, result,
+                                          "the audio encoder does not open with these settings"));
+}
+
+tl::unexpected<Error> failedToEncode(int result) {
+  return tl::unexpected(loggedFFmpegError(MediaErrorCode::encodingFailed, result, "the audio encoder fails"));
 }
 
 int nearestSupportedRate(const AVCodec& codec, double wanted) {
@@ -45,7 +49,7 @@ Expected<void> checkLayout(const Dictionary& settings, int channelCount) {
   if (record && record->size() >= sizeof(tag)) std::memcpy(&tag, record->data(), sizeof(tag));
   // The lower half of a tag is its number of channels.
   if (tag != 0 && (tag & 0xFFFF) == static_cast<std::uint32_t>(channelCount)) return {};
-  return failure("media", kInvalid,
+  return failure(MediaErrorCode::invalidSettings,
                  fmt::format("{} does not describe {} channels", kAudioChannelLayoutKey, channelCount));
 }
 
@@ -55,24 +59,27 @@ Expected<AudioSettings> AudioSettings::parse(const Dictionary& settings) {
   AudioSettings result;
   const auto formatID = numberFor(settings, kAudioFormatIDKey);
   if (!formatID || *formatID != kAudioFormatMPEG4AAC) {
-    return failure("media", kInvalid, fmt::format("{} must be {:#x} (AAC)", kAudioFormatIDKey, kAudioFormatMPEG4AAC));
+    return failure(MediaErrorCode::invalidSettings,
+                   fmt::format("{} must be {:#x} (AAC)", kAudioFormatIDKey, kAudioFormatMPEG4AAC));
   }
   const double channels = numberFor(settings, kAudioNumberOfChannelsKey).value_or(1);
   if (channels != 1 && channels != 2) {
-    return failure("media", kInvalid, fmt::format("{} is {}: it must be 1 or 2", kAudioNumberOfChannelsKey, channels));
+    return failure(MediaErrorCode::invalidSettings,
+                   fmt::format("{} is {}: it must be 1 or 2", kAudioNumberOfChannelsKey, channels));
   }
   result.channelCount = static_cast<int>(channels);
   if (auto layout = checkLayout(settings, result.channelCount); !layout) return tl::unexpected(layout.error());
   const double rate = numberFor(settings, kAudioSampleRateKey).value_or(AudioSession::shared().sampleRate());
   if (!(rate >= 4000 && rate <= 384000)) {
-    return failure("media", kInvalid, fmt::format("{} is {}: it must be 4000 to 384000", kAudioSampleRateKey, rate));
+    return failure(MediaErrorCode::invalidSettings,
+                   fmt::format("{} is {}: it must be 4000 to 384000", kAudioSampleRateKey, rate));
   }
   const AVCodec* const codec = avcodec_find_encoder(AV_CODEC_ID_AAC);
-  if (!codec) return failure("media", AVERROR_ENCODER_NOT_FOUND, "this FFmpeg has no encoder for AAC");
+  if (!codec) return failure(MediaErrorCode::encoderUnavailable, "this FFmpeg has no encoder for AAC");
   result.sampleRate = nearestSupportedRate(*codec, rate);
   const double bitRate = numberFor(settings, kAudioEncoderBitRateKey).value_or(64000.0 * result.channelCount);
   if (!(bitRate >= 8000 && bitRate <= 1e6)) {
-    return failure("media", kInvalid,
+    return failure(MediaErrorCode::invalidSettings,
                    fmt::format("{} is {}: it must be 8000 to 1000000", kAudioEncoderBitRateKey, bitRate));
   }
   result.bitRate = std::llround(bitRate);
@@ -85,7 +92,8 @@ AVCodecID AudioTrackEncoder::storedCodec(const AudioFormat& format) {
 
 Expected<void> AudioTrackEncoder::check(const MovieFile& file) const {
   if (file.canHold(storedFormat_ ? storedCodec(*storedFormat_) : AV_CODEC_ID_AAC)) return {};
-  return failure("media", EINVAL, fmt::format("{} cannot hold this audio coding", file.formatName()));
+  return failure(MediaErrorCode::unsuitableContainer,
+                 fmt::format("{} cannot hold this audio coding", file.formatName()));
 }
 
 Expected<void> AudioTrackEncoder::open(MovieFile& file, int track, bool isRealTime) {
@@ -95,7 +103,7 @@ Expected<void> AudioTrackEncoder::open(MovieFile& file, int track, bool isRealTi
   takeFFmpegLogLine();
   const AVCodec* const codec = avcodec_find_encoder(storedFormat_ ? storedCodec(*storedFormat_) : AV_CODEC_ID_AAC);
   context_.reset(avcodec_alloc_context3(codec));
-  if (!context_) return tl::unexpected(encoderError(AVERROR(ENOMEM), "the audio encoder does not open"));
+  if (!context_) return failedToOpen(AVERROR(ENOMEM));
   const int channels = storedFormat_ ? static_cast<int>(storedFormat_->channelCount) : settings_.channelCount;
   context_->sample_rate =
       storedFormat_ ? static_cast<int>(std::lround(storedFormat_->sampleRate)) : settings_.sampleRate;
@@ -110,10 +118,10 @@ Expected<void> AudioTrackEncoder::open(MovieFile& file, int track, bool isRealTi
   const int result = avcodec_open2(context_.get(), codec, &options);
   av_dict_free(&options);
   if (result < 0) {
-    return tl::unexpected(encoderError(result, "the audio encoder does not open with these settings"));
+    return failedToOpen(result);
   }
   fifo_.reset(av_audio_fifo_alloc(context_->sample_fmt, channels, kFramesPerPacket));
-  if (!fifo_) return tl::unexpected(encoderError(AVERROR(ENOMEM), "the audio encoder does not open"));
+  if (!fifo_) return failedToOpen(AVERROR(ENOMEM));
   const CodecParameters parameters(avcodec_parameters_alloc());
   avcodec_parameters_from_context(parameters.get(), context_.get());
   file.setFormat(track, parameters.get(), context_->time_base, true);
@@ -214,7 +222,7 @@ Expected<void> AudioTrackEncoder::take(const AudioConverter::Output& converted) 
   if (converted.frames <= 0) return {};
   void** const planes = reinterpret_cast<void**>(converted.planes);
   if (av_audio_fifo_write(fifo_.get(), planes, converted.frames) < converted.frames) {
-    return tl::unexpected(encoderError(AVERROR(ENOMEM), "the audio encoder fails"));
+    return failedToEncode(AVERROR(ENOMEM));
   }
   convertedFrames_ += converted.frames;
   return encodeWaiting(false);
@@ -238,11 +246,11 @@ Expected<void> AudioTrackEncoder::encodeFrames(int frames) {
   av_channel_layout_copy(&frame_->ch_layout, &context_->ch_layout);
   int result = av_frame_get_buffer(frame_.get(), 0);
   if (result >= 0) result = av_audio_fifo_read(fifo_.get(), reinterpret_cast<void**>(frame_->data), frames);
-  if (result < 0) return tl::unexpected(encoderError(result, "the audio encoder fails"));
+  if (result < 0) return failedToEncode(result);
   frame_->pts = encodedFrames_;
   encodedFrames_ += frames;
   result = avcodec_send_frame(context_.get(), frame_.get());
-  if (result < 0) return tl::unexpected(encoderError(result, "the audio encoder fails"));
+  if (result < 0) return failedToEncode(result);
   return receive();
 }
 
@@ -251,7 +259,7 @@ Expected<void> AudioTrackEncoder::receive() {
     Packet packet(av_packet_alloc());
     const int result = avcodec_receive_packet(context_.get(), packet.get());
     if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return {};
-    if (result < 0) return tl::unexpected(encoderError(result, "the audio encoder fails"));
+    if (result < 0) return failedToEncode(result);
     if (auto written = file_->write(track_, std::move(packet)); !written) return written;
   }
 }
@@ -266,7 +274,7 @@ Expected<void> AudioTrackEncoder::finish() {
   if (auto taken = take(*rest); !taken) return taken;
   if (auto encoded = encodeWaiting(true); !encoded) return encoded;
   if (const int result = avcodec_send_frame(context_.get(), nullptr); result < 0) {
-    return tl::unexpected(encoderError(result, "the audio encoder fails"));
+    return failedToEncode(result);
   }
   return receive();
 }

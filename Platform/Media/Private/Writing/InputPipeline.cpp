@@ -7,6 +7,7 @@
 
 #include "Platform/Dispatch/RunLoop.h"
 #include "Platform/Graphics/PixelBuffer.h"
+#include "Platform/Media/MediaError.h"
 #include "Platform/Media/Private/FFmpegTime.h"
 #include "Platform/Media/Private/Writing/AudioTrackEncoder.h"
 #include "Platform/Media/Private/Writing/PassthroughTrackEncoder.h"
@@ -87,7 +88,7 @@ bool InputPipeline::hasStarted() const {
 
 Expected<void> InputPipeline::attach(const MovieFile& file) {
   const std::lock_guard lock(mutex_);
-  if (stage_ != Stage::created) return failure("media", 1, "the input serves a writer already");
+  if (stage_ != Stage::created) return failure(MediaErrorCode::inputInUse, "the input serves a writer already");
   auto choice = chooseEncoder(mediaType_, settings_, configuration_.timescale);
   if (!choice) return tl::unexpected(choice.error());
   if (auto checked = choice->encoder->check(file); !checked) return checked;

@@ -12,6 +12,7 @@ extern "C" {
 }
 
 #include "Platform/Media/AssetWriter.h"
+#include "Platform/Media/Private/FFmpegError.h"
 #include "Platform/Media/Private/FFmpegLog.h"
 
 namespace tavrel {
@@ -50,12 +51,13 @@ Expected<std::unique_ptr<MovieFile>> MovieFile::open(const std::filesystem::path
   const auto* const type = std::find_if(kFileTypes.begin(), kFileTypes.end(),
                                         [&](const FileType& candidate) { return fileType == candidate.name; });
   if (type == kFileTypes.end()) {
-    return failure("media", EINVAL,
+    return failure(MediaErrorCode::unsupportedFileType,
                    fmt::format("\"{}\" is not a movie file type that can be written: use {}, {} or {}", fileType,
                                kFileTypes[0].name, kFileTypes[1].name, kFileTypes[2].name));
   }
   const AVOutputFormat* const format = av_guess_format(type->muxer, nullptr, nullptr);
-  if (!format) return failure("media", ENOSYS, fmt::format("this FFmpeg cannot write {} files", type->muxer));
+  if (!format)
+    return failure(MediaErrorCode::unsupportedFileType, fmt::format("this FFmpeg cannot write {} files", type->muxer));
   auto output = MovieFileOutput::open(path);
   if (!output) return tl::unexpected(output.error());
   return std::unique_ptr<MovieFile>(new MovieFile(std::move(*output), format));
@@ -114,8 +116,7 @@ Expected<void> MovieFile::checked(int result, const char* what) {
   // The system's reason says more than the muxer's, and the muxer does not always pass it on.
   if (auto status = output_->status(); !status) return fail(status.error());
   if (result >= 0) return {};
-  const std::string line = takeFFmpegLogLine();
-  return fail(ffmpegError(result, line.empty() ? what : fmt::format("{} ({})", what, line)));
+  return fail(loggedFFmpegError(MediaErrorCode::writingFailed, result, what));
 }
 
 Expected<void> MovieFile::checkpoint() {
@@ -354,7 +355,8 @@ Expected<void> MovieFile::finish() {
   if (auto released = releaseHeld(true); !released) return released;
   for (Track& track : tracks_) track.hasEnded = true;
   if (!isHeaderWritten_) {
-    if (!isHeaderDue(Clock::now())) return fail({"media", EINVAL, "nothing was appended, so there is no movie"});
+    if (!isHeaderDue(Clock::now()))
+      return fail(makeError(MediaErrorCode::emptyMovie, "nothing was appended, so there is no movie"));
     if (auto written = writeHeader(); !written) return written;
   }
   if (auto flushed = flushFragment(); !flushed) return flushed;

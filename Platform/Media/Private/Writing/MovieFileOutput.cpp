@@ -1,4 +1,5 @@
 #include "Platform/Media/Private/Writing/MovieFileOutput.h"
+#include "Platform/Media/MediaError.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -37,7 +38,8 @@ Expected<std::unique_ptr<MovieFileOutput>> MovieFileOutput::open(const std::file
   struct stat about {};
   if (::fstat(descriptor, &about) != 0 || !S_ISREG(about.st_mode)) {
     ::close(descriptor);
-    return failure("media", EINVAL, fmt::format("{} is not a regular file, which a movie needs", path.string()));
+    return failure(MediaErrorCode::unwritableFile,
+                   fmt::format("{} is not a regular file, which a movie needs", path.string()));
   }
   return std::unique_ptr<MovieFileOutput>(new MovieFileOutput(path, descriptor, isNew));
 }

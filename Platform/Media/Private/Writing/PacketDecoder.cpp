@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "Platform/Media/Private/FFmpegError.h"
 #include "Platform/Media/Private/FFmpegTime.h"
 
 namespace tavrel {
@@ -12,20 +13,23 @@ namespace tavrel {
 Expected<PacketDecoder> PacketDecoder::create(const FormatDescription& format) {
   const AVCodecDescriptor* const descriptor = avcodec_descriptor_get_by_name(format.codecName.c_str());
   const AVCodec* const decoder = descriptor ? avcodec_find_decoder(descriptor->id) : nullptr;
-  if (!decoder) return failure("media", EINVAL, fmt::format("sound coded as {} cannot be decoded", format.codecName));
+  if (!decoder)
+    return failure(MediaErrorCode::unsupportedFormat,
+                   fmt::format("sound coded as {} cannot be decoded", format.codecName));
   CodecContext codec(avcodec_alloc_context3(decoder));
-  if (!codec) return failure("media", ENOMEM, "there is no memory left for a decoder");
+  if (!codec) return failure(MediaErrorCode::allocationFailed, "there is no memory left for a decoder");
   codec->sample_rate = static_cast<int>(std::lround(format.audioFormat.sampleRate));
   av_channel_layout_default(&codec->ch_layout, static_cast<int>(format.audioFormat.channelCount));
   codec->pkt_timebase = {1, codec->sample_rate};
   if (const std::size_t size = format.codecExtradata.size(); size > 0) {
     codec->extradata = static_cast<std::uint8_t*>(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE));
-    if (!codec->extradata) return failure("media", ENOMEM, "there is no memory left for a decoder");
+    if (!codec->extradata) return failure(MediaErrorCode::allocationFailed, "there is no memory left for a decoder");
     std::memcpy(codec->extradata, format.codecExtradata.data(), size);
     codec->extradata_size = static_cast<int>(size);
   }
   if (const int result = avcodec_open2(codec.get(), decoder, nullptr); result < 0) {
-    return tl::unexpected(ffmpegError(result, fmt::format("sound coded as {} cannot be decoded", format.codecName)));
+    return tl::unexpected(ffmpegError(MediaErrorCode::unsupportedFormat, result,
+                                      fmt::format("sound coded as {} cannot be decoded", format.codecName)));
   }
   return PacketDecoder(format, std::move(codec));
 }
@@ -39,7 +43,7 @@ PacketDecoder::PacketDecoder(const FormatDescription& format, CodecContext codec
 Expected<std::vector<std::shared_ptr<SampleBuffer>>> PacketDecoder::decode(const TrackSample& sample) {
   const Packet packet(av_packet_alloc());
   if (!packet || av_new_packet(packet.get(), static_cast<int>(sample.packet->size())) < 0) {
-    return failure("media", ENOMEM, "there is no memory left for a packet");
+    return failure(MediaErrorCode::allocationFailed, "there is no memory left for a packet");
   }
   std::memcpy(packet->data, sample.packet->data(), sample.packet->size());
   packet->pts = unitsOf(sample.presentationTime, codec_->pkt_timebase);

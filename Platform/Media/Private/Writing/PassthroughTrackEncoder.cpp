@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "Platform/Media/Private/FFmpegError.h"
 #include "Platform/Media/Private/FFmpegTime.h"
 #include "Platform/Media/Private/Writing/AudioTrackEncoder.h"
 
@@ -52,7 +53,7 @@ Expected<void> PassthroughTrackEncoder::setPacketFormat(const TrackSample& sampl
   if (!format.codecExtradata.empty()) {
     const std::size_t size = format.codecExtradata.size();
     parameters->extradata = static_cast<std::uint8_t*>(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE));
-    if (!parameters->extradata) return failure("media", AVERROR(ENOMEM), "no memory for a track's format");
+    if (!parameters->extradata) return failure(MediaErrorCode::allocationFailed, "no memory for a track's format");
     std::memcpy(parameters->extradata, format.codecExtradata.data(), size);
     parameters->extradata_size = static_cast<int>(size);
   }
@@ -70,7 +71,7 @@ Expected<void> PassthroughTrackEncoder::encode(const TrackSample& sample) {
 Expected<void> PassthroughTrackEncoder::writePacket(const TrackSample& sample) {
   Packet packet(av_packet_alloc());
   if (const int result = av_new_packet(packet.get(), static_cast<int>(sample.packet->size())); result < 0) {
-    return tl::unexpected(ffmpegError(result, "no memory for a packet"));
+    return tl::unexpected(ffmpegError(MediaErrorCode::allocationFailed, result, "no memory for a packet"));
   }
   std::memcpy(packet->data, sample.packet->data(), sample.packet->size());
   packet->pts = unitsOf(sample.presentationTime, timeBase_);

@@ -1,4 +1,5 @@
 #include "Platform/Media/Private/Writing/PictureConverter.h"
+#include "Platform/Media/MediaError.h"
 
 #include <fmt/format.h>
 #include <libyuv/convert.h>
@@ -59,7 +60,7 @@ Expected<void> PictureConverter::convert(const PixelBufferSnapshot& picture, AVF
              : libyuv::NV12ToI420(picture.bytes(), stride, picture.bytesOfPlane(1),
                                   static_cast<int>(picture.bytesPerRowOfPlane(1)), frame.data[0], frame.linesize[0],
                                   frame.data[1], frame.linesize[1], frame.data[2], frame.linesize[2], width, height);
-  if (result != 0) return failure("media", 1, "a picture cannot be converted for the encoder");
+  if (result != 0) return failure(MediaErrorCode::conversionFailed, "a picture cannot be converted for the encoder");
   repeatEdge(frame.data[0], frame.linesize[0], width, height, frame.width, frame.height);
   return {};
 }
@@ -70,7 +71,7 @@ Expected<void> PictureConverter::scale(const PixelBufferSnapshot& picture, AVFra
                                  ffmpegFormat(picture.format()), frame.width, frame.height, AV_PIX_FMT_YUV420P,
                                  SWS_BICUBIC | SWS_ACCURATE_RND, nullptr, nullptr, nullptr);
   if (!scaler_) {
-    return failure("media", 1,
+    return failure(MediaErrorCode::conversionFailed,
                    fmt::format("a picture of {}x{} cannot be scaled to {}x{}", picture.width(), picture.height(),
                                frame.width, frame.height));
   }

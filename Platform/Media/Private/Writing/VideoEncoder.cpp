@@ -11,6 +11,7 @@ extern "C" {
 #include <libavutil/hwcontext.h>
 }
 
+#include "Platform/Media/Private/FFmpegError.h"
 #include "Platform/Media/Private/FFmpegLog.h"
 
 namespace tavrel {
@@ -83,10 +84,8 @@ bool isPresent(const VideoEncoderKind& kind) {
   return avcodec_find_encoder_by_name(kind.name) && (!kind.deviceNode || ::access(kind.deviceNode, R_OK | W_OK) == 0);
 }
 
-Error encoderError(int code, const char* name, const char* what) {
-  const std::string line = takeFFmpegLogLine();
-  return ffmpegError(code, fmt::format("the video encoder {} {}{}{}{}", name, what, line.empty() ? "" : " (", line,
-                                       line.empty() ? "" : ")"));
+tl::unexpected<Error> encoderFailure(MediaErrorCode code, int result, const char* name, const char* what) {
+  return tl::unexpected(loggedFFmpegError(code, result, fmt::format("the video encoder {} {}", name, what)));
 }
 
 void fillBlack(AVFrame& frame) {
@@ -107,8 +106,8 @@ bool VideoEncoder::isAvailable(bool isHEVC) {
 
 Expected<VideoEncoder> VideoEncoder::open(const Options& options) {
   quietFFmpegLog();
-  Error last{"media", AVERROR_ENCODER_NOT_FOUND,
-             fmt::format("this FFmpeg has no encoder for {}", options.settings.isHEVC ? "H.265" : "H.264")};
+  Error last = makeError(MediaErrorCode::encoderUnavailable,
+                         fmt::format("this FFmpeg has no encoder for {}", options.settings.isHEVC ? "H.265" : "H.264"));
   for (const VideoEncoderKind& kind : kKinds) {
     if (kind.isHEVC != options.settings.isHEVC || !isPresent(kind)) continue;
     auto encoder = openKind(kind, options);
@@ -128,7 +127,8 @@ Expected<VideoEncoder> VideoEncoder::openKind(const VideoEncoderKind& kind, cons
   const VideoSettings& settings = options.settings;
   const AVCodec* const codec = avcodec_find_encoder_by_name(kind.name);
   encoder.context_.reset(avcodec_alloc_context3(codec));
-  if (!encoder.context_) return tl::unexpected(encoderError(AVERROR(ENOMEM), kind.name, "does not open"));
+  if (!encoder.context_)
+    return encoderFailure(MediaErrorCode::encoderUnavailable, AVERROR(ENOMEM), kind.name, "does not open");
   AVCodecContext& context = *encoder.context_;
   context.width = settings.width;
   context.height = settings.height;
@@ -152,17 +152,18 @@ Expected<VideoEncoder> VideoEncoder::openKind(const VideoEncoderKind& kind, cons
   kind.setOptions(dictionary, options);
   const int result = avcodec_open2(&context, codec, &dictionary);
   av_dict_free(&dictionary);
-  if (result < 0) return tl::unexpected(encoderError(result, kind.name, "does not open with these settings"));
+  if (result < 0)
+    return encoderFailure(MediaErrorCode::encoderUnavailable, result, kind.name, "does not open with these settings");
   return encoder;
 }
 
 Expected<void> VideoEncoder::openDevice() {
   AVBufferRef* device = nullptr;
   int result = av_hwdevice_ctx_create(&device, AV_HWDEVICE_TYPE_VAAPI, kind_->deviceNode, nullptr, 0);
-  if (result < 0) return tl::unexpected(encoderError(result, kind_->name, "finds no device"));
+  if (result < 0) return encoderFailure(MediaErrorCode::encoderUnavailable, result, kind_->name, "finds no device");
   AVBufferRef* const frames = av_hwframe_ctx_alloc(device);
   av_buffer_unref(&device);
-  if (!frames) return tl::unexpected(encoderError(AVERROR(ENOMEM), kind_->name, "finds no memory"));
+  if (!frames) return encoderFailure(MediaErrorCode::allocationFailed, AVERROR(ENOMEM), kind_->name, "finds no memory");
   context_->hw_frames_ctx = frames;
   auto& description = *reinterpret_cast<AVHWFramesContext*>(frames->data);
   description.format = AV_PIX_FMT_VAAPI;
@@ -171,7 +172,7 @@ Expected<void> VideoEncoder::openDevice() {
   description.height = context_->height;
   description.initial_pool_size = 8;
   result = av_hwframe_ctx_init(frames);
-  if (result < 0) return tl::unexpected(encoderError(result, kind_->name, "finds no memory"));
+  if (result < 0) return encoderFailure(MediaErrorCode::allocationFailed, result, kind_->name, "finds no memory");
   return {};
 }
 
@@ -206,18 +207,18 @@ Expected<AVFrame*> VideoEncoder::writableFrame() {
     frame_->color_range = AVCOL_RANGE_MPEG;
     if (const int result = av_frame_get_buffer(frame_.get(), 0); result < 0) {
       frame_.reset();
-      return tl::unexpected(encoderError(result, kind_->name, "finds no memory"));
+      return encoderFailure(MediaErrorCode::allocationFailed, result, kind_->name, "finds no memory");
     }
   }
   if (const int result = av_frame_make_writable(frame_.get()); result < 0) {
-    return tl::unexpected(encoderError(result, kind_->name, "finds no memory"));
+    return encoderFailure(MediaErrorCode::allocationFailed, result, kind_->name, "finds no memory");
   }
   return frame_.get();
 }
 
 Expected<void> VideoEncoder::send(const AVFrame* frame) {
   if (const int result = avcodec_send_frame(context_.get(), frame); result < 0) {
-    return tl::unexpected(encoderError(result, kind_->name, "fails"));
+    return encoderFailure(MediaErrorCode::encodingFailed, result, kind_->name, "fails");
   }
   return {};
 }
@@ -232,7 +233,7 @@ Expected<void> VideoEncoder::encode(std::int64_t time, const PacketHandler& hand
   int result = av_hwframe_get_buffer(context_->hw_frames_ctx, uploaded.get(), 0);
   if (result >= 0) result = av_hwframe_transfer_data(uploaded.get(), frame_.get(), 0);
   if (result >= 0) result = av_frame_copy_props(uploaded.get(), frame_.get());
-  if (result < 0) return tl::unexpected(encoderError(result, kind_->name, "does not take a frame"));
+  if (result < 0) return encoderFailure(MediaErrorCode::encodingFailed, result, kind_->name, "does not take a frame");
   if (auto sent = send(uploaded.get()); !sent) return sent;
   return receive(handler);
 }
@@ -247,7 +248,7 @@ Expected<void> VideoEncoder::receive(const PacketHandler& handler) {
     Packet packet(av_packet_alloc());
     const int result = avcodec_receive_packet(context_.get(), packet.get());
     if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return {};
-    if (result < 0) return tl::unexpected(encoderError(result, kind_->name, "fails"));
+    if (result < 0) return encoderFailure(MediaErrorCode::encodingFailed, result, kind_->name, "fails");
     if (packet->dts == AV_NOPTS_VALUE) packet->dts = packet->pts;
     packet->duration = 0;  // known when the next frame comes
     if (auto handled = handler(std::move(packet)); !handled) return handled;

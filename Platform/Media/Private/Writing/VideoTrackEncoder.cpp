@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "Platform/Media/MediaError.h"
 #include "Platform/Media/Private/FFmpegTime.h"
 
 namespace tavrel {
@@ -16,11 +17,12 @@ constexpr std::int32_t kFallbackTimescale = 720'000;
 
 Expected<void> VideoTrackEncoder::check(const MovieFile& file) const {
   if (!VideoEncoder::isAvailable(settings_.isHEVC)) {
-    return failure("media", AVERROR_ENCODER_NOT_FOUND,
+    return failure(MediaErrorCode::encoderUnavailable,
                    fmt::format("this FFmpeg has no encoder for {}", settings_.isHEVC ? "H.265" : "H.264"));
   }
   if (!file.canHold(settings_.isHEVC ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264)) {
-    return failure("media", EINVAL, fmt::format("{} cannot hold this video coding", file.formatName()));
+    return failure(MediaErrorCode::unsuitableContainer,
+                   fmt::format("{} cannot hold this video coding", file.formatName()));
   }
   return {};
 }
