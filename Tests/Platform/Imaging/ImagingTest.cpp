@@ -6,6 +6,7 @@
 #include <csignal>
 #include <fstream>
 
+#include "Platform/Imaging/ImagingError.h"
 #include "Support/GraphTestSupport.h"
 
 namespace tavrel {
@@ -209,6 +210,7 @@ TEST(Pictures, DamagedFilesAreRefusedWithoutHarm) {
     for (const std::size_t byte : {5, 6, 7, 8}) bomb[i + byte] = byte % 2 == 1 ? 0xFF : 0;
   }
   EXPECT_NE(ImageSource::create(bomb).error().description.find("too large: 65280x65280"), std::string::npos);
+  EXPECT_TRUE(ImageSource::create(bomb).error() == ImagingErrorCode::pictureTooLarge);
   const auto missing = ImageSource::createWithFile("no such.png");
   EXPECT_EQ(missing.error().description, "cannot read no such.png: No such file or directory");
 }

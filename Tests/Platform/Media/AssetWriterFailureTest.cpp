@@ -11,6 +11,7 @@
 #include <random>
 #include <thread>
 
+#include "Platform/Media/MediaError.h"
 #include "Platform/Media/MovieMaker.h"
 #include "Platform/Media/MovieProbe.h"
 
@@ -158,6 +159,7 @@ TEST(AssetWriterFailure, CreationSaysWhatIsWrong) {
   const auto unknownType = AssetWriter::create(folder / "a.avi", "video/avi");
   ASSERT_FALSE(unknownType);
   EXPECT_NE(unknownType.error().description.find("video/quicktime"), std::string::npos);
+  EXPECT_TRUE(unknownType.error() == MediaErrorCode::unsupportedFileType);
   const auto noFolder = AssetWriter::create(folder / "missing/a.mov", kFileTypeQuickTimeMovie);
   ASSERT_FALSE(noFolder);
   EXPECT_NE(noFolder.error().description.find("No such file"), std::string::npos);
@@ -217,6 +219,7 @@ TEST(AssetWriterFailure, ACodecThatRefusesItsPresetFailsTheStart) {
   EXPECT_FALSE(writer->startWriting());
   EXPECT_EQ(writer->status(), AssetWriterStatus::failed);
   EXPECT_NE(writer->error()->description.find("libx264"), std::string::npos);
+  EXPECT_TRUE(*writer->error() == MediaErrorCode::encoderUnavailable);
   EXPECT_FALSE(writer->finishWriting());
 }
 

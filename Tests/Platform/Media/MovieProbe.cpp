@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 
+#include "Platform/Media/Private/FFmpegError.h"
 #include "Platform/Media/Private/FFmpegHandles.h"
 #include "Platform/Media/Private/FFmpegTime.h"
 

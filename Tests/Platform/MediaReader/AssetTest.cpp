@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "Platform/Media/MediaError.h"
 #include "Support/ReaderMovies.h"
 
 namespace tavrel::test {
@@ -72,11 +73,19 @@ TEST(Asset, SaysWhyAFileIsNoMovie) {
   writeBytes(noise, std::vector<std::uint8_t>(5000, 0x5A));
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
   ASSERT_NO_FATAL_FAILURE(makeMovie(picture, "-f lavfi -i testsrc2=size=64x64:duration=1 -frames:v 1 OUT"));
-  for (const auto& file : {folder / "missing.mp4", text, empty, noise, picture, pipe, folder / ""}) {
+  const std::pair<std::filesystem::path, MediaErrorCode> cases[] = {
+      {folder / "missing.mp4", MediaErrorCode::unreadableFile},
+      {text, MediaErrorCode::unknownFileFormat},
+      {empty, MediaErrorCode::unknownFileFormat},
+      {noise, MediaErrorCode::unknownFileFormat},
+      {picture, MediaErrorCode::unknownFileFormat},
+      {pipe, MediaErrorCode::unreadableFile},
+      {folder / "", MediaErrorCode::unreadableFile}};
+  for (const auto& [file, code] : cases) {
     const auto asset = Asset::create(file);
     ASSERT_FALSE(asset.has_value()) << file;
+    EXPECT_TRUE(asset.error() == code) << file << " " << asset.error().code;
     EXPECT_EQ(asset.error().domain, "media");
-    EXPECT_NE(asset.error().code, 0);
     EXPECT_THAT(asset.error().description, testing::StartsWith(file.string() + " is not a movie that can be read: "));
   }
   EXPECT_THAT(Asset::create(folder / "missing.mp4").error().description, HasSubstr("No such file"));
