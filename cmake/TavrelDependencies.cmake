@@ -13,10 +13,17 @@ pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavut
 pkg_check_modules(PNG REQUIRED IMPORTED_TARGET libpng)
 pkg_check_modules(JPEG REQUIRED IMPORTED_TARGET libturbojpeg)
 pkg_check_modules(EXIF REQUIRED IMPORTED_TARGET libexif)
+pkg_check_modules(PIXMAN REQUIRED pixman-1)
 find_package(GIF REQUIRED)
 find_library(YUV_LIBRARY yuv REQUIRED)
 
 set(TAVREL_PUBLIC_LIBRARIES fmt::fmt tl::expected PkgConfig::GLESV2 Threads::Threads)
 set(TAVREL_PRIVATE_LIBRARIES
   PkgConfig::EGL PkgConfig::GBM PkgConfig::FFMPEG PkgConfig::PNG PkgConfig::JPEG PkgConfig::EXIF GIF::GIF
-  ${YUV_LIBRARY})
+  ${YUV_LIBRARY} ${PIXMAN_LINK_LIBRARIES})
+# A folder of headers that only these look into.
+set_source_files_properties(
+  ${PROJECT_SOURCE_DIR}/Platform/Imaging/BitmapContext.cpp
+  ${PROJECT_SOURCE_DIR}/Platform/Imaging/Private/PixelConversion.cpp
+  ${PROJECT_SOURCE_DIR}/Platform/Media/Private/Composing/LayerDrawing.cpp
+  PROPERTIES INCLUDE_DIRECTORIES "${PIXMAN_INCLUDE_DIRS}")

@@ -1,33 +1,17 @@
 #include "Platform/Imaging/BitmapContext.h"
 
-#include <libyuv/planar_functions.h>
 #include <libyuv/scale_argb.h>
 
-#include <algorithm>
 #include <cmath>
 
-#include "Platform/Imaging/Private/PixelConversion.h"
+#include "Platform/Imaging/Private/PixmanImage.h"
 
 namespace tavrel {
-namespace {
-
-/// Premultiplied source over target.
-void blendRow(const std::uint8_t* source, std::uint8_t* target, int width) {
-  for (int x = 0; x < width; ++x, source += 4, target += 4) {
-    const int uncovered = 255 - source[3];
-    for (int i = 0; i < 4; ++i) {
-      const int sum = source[i] + (target[i] * uncovered + 127) / 255;
-      target[i] = static_cast<std::uint8_t>(std::min(sum, 255));
-    }
-  }
-}
-
-}  // namespace
-
 std::shared_ptr<BitmapContext> BitmapContext::create(void* data, std::size_t width, std::size_t height,
                                                      std::size_t bitsPerComponent, std::size_t bytesPerRow,
                                                      std::uint32_t bitmapInfo) {
-  if (!data || bitsPerComponent != 8 || bitmapInfo != kBitmapPremultipliedBGRA || bytesPerRow < width * 4) {
+  if (!data || bitsPerComponent != 8 || bitmapInfo != kBitmapPremultipliedBGRA || bytesPerRow < width * 4 ||
+      bytesPerRow % 4 != 0) {
     return nullptr;
   }
   std::shared_ptr<BitmapContext> context(new BitmapContext);
@@ -52,14 +36,9 @@ void BitmapContext::drawImage(const Image& image, const Rect& rectangle) {
                       scaled.bytesPerRow(), width, height, libyuv::kFilterBox);
     picture = std::move(scaled);
   }
-  const int firstColumn = std::max(0, -left);
-  const int columns = std::min(width, width_ - left) - firstColumn;
-  if (columns <= 0) return;
-  for (int y = std::max(0, -top); y < std::min(height, height_ - top); ++y) {
-    std::uint8_t* const target = data_ + static_cast<std::ptrdiff_t>(top + y) * bytesPerRow_ +
-                                 static_cast<std::ptrdiff_t>(left + firstColumn) * 4;
-    blendRow(picture.row(y) + static_cast<std::ptrdiff_t>(firstColumn) * 4, target, columns);
-  }
+  const PixmanImage source = pixmanImage(PIXMAN_a8r8g8b8, picture);
+  const PixmanImage target = pixmanImage(PIXMAN_a8r8g8b8, data_, width_, height_, bytesPerRow_);
+  pixman_image_composite32(PIXMAN_OP_OVER, source.get(), nullptr, target.get(), 0, 0, 0, 0, left, top, width, height);
 }
 
 }  // namespace tavrel

@@ -14,7 +14,8 @@ namespace tavrel {
 class TAVREL_API BitmapContext {
  public:
   /// The memory, `bytesPerRow` × `height` bytes, must outlive the context. Another layout than
-  /// `kBitmapPremultipliedBGRA` with 8 bits a component, no memory or rows that are too short give none.
+  /// `kBitmapPremultipliedBGRA` with 8 bits a component, no memory, and rows that are too short or no whole number of
+  /// pixels long give none.
   static std::shared_ptr<BitmapContext> create(void* data, std::size_t width, std::size_t height,
                                                std::size_t bitsPerComponent, std::size_t bytesPerRow,
                                                std::uint32_t bitmapInfo);

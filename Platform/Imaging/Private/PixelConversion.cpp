@@ -1,66 +1,46 @@
 #include "Platform/Imaging/Private/PixelConversion.h"
 
 #include <libyuv/convert_argb.h>
+#include <libyuv/convert_from_argb.h>
 #include <libyuv/planar_functions.h>
 
-#include <cstring>
+#include <array>
 #include <utility>
 
 #include "Platform/Imaging/Image.h"
+#include "Platform/Imaging/Private/PixmanImage.h"
 
 namespace tavrel {
 namespace {
 
-/// Where the components of a 32-bit pixel stand in memory.
-struct Components {
-  int red, green, blue, alpha;
-};
-
-/// Little-endian words stand in memory back to front.
-Components componentsOf(const Image& image) {
+/// For each byte of B, G, R, A, where it stands in a 32-bit pixel of the image; for four pixels.
+std::array<std::uint8_t, 16> shuffleToBGRA(const Image& image) {
   const AlphaInfo alpha = image.alphaInfo();
   const bool isAlphaFirst =
       alpha == AlphaInfo::premultipliedFirst || alpha == AlphaInfo::first || alpha == AlphaInfo::noneSkipFirst;
-  const Components bigEndian = isAlphaFirst ? Components{1, 2, 3, 0} : Components{0, 1, 2, 3};
-  const bool isLittleEndian = (image.bitmapInfo() & kBitmapByteOrderMask) == kBitmapByteOrder32Little;
-  if (!isLittleEndian) return bigEndian;
-  return {3 - bigEndian.red, 3 - bigEndian.green, 3 - bigEndian.blue, 3 - bigEndian.alpha};
+  // Little-endian words stand in memory back to front.
+  const bool isBackToFront = (image.bitmapInfo() & kBitmapByteOrderMask) == kBitmapByteOrder32Little;
+  std::array<std::uint8_t, 16> places = {3, 2, 1, 0};
+  if (!isAlphaFirst) places = {2, 1, 0, 3};
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    if (i >= 4)
+      places[i] = static_cast<std::uint8_t>(places[i - 4] + 4);
+    else if (isBackToFront)
+      places[i] = static_cast<std::uint8_t>(3 - places[i]);
+  }
+  return places;
 }
 
 bool isPremultiplied(AlphaInfo alpha) {
   return alpha == AlphaInfo::premultipliedFirst || alpha == AlphaInfo::premultipliedLast;
 }
 
-std::uint8_t multiplied(std::uint8_t component, std::uint8_t alpha) {
-  return static_cast<std::uint8_t>((component * alpha + 127) / 255);
-}
-
-void convertRow32(const Image& image, const std::uint8_t* source, std::uint8_t* target, int width) {
-  const auto [red, green, blue, alpha] = componentsOf(image);
-  const bool opaque = isOpaque(image);
-  const bool multiplies = !opaque && !isPremultiplied(image.alphaInfo());
-  for (int x = 0; x < width; ++x, source += 4, target += 4) {
-    const std::uint8_t a = opaque ? 255 : source[alpha];
-    const std::uint8_t colors[] = {source[blue], source[green], source[red]};
-    for (int i = 0; i < 3; ++i) target[i] = multiplies ? multiplied(colors[i], a) : colors[i];
-    target[3] = a;
-  }
-}
-
-void convertRow24(const std::uint8_t* source, std::uint8_t* target, int width) {
-  for (int x = 0; x < width; ++x, source += 3, target += 4) {
-    target[0] = source[2];
-    target[1] = source[1];
-    target[2] = source[0];
-    target[3] = 255;
-  }
-}
-
-void convertRow8(const std::uint8_t* source, std::uint8_t* target, int width) {
-  for (int x = 0; x < width; ++x, ++source, target += 4) {
-    std::memset(target, *source, 3);
-    target[3] = 255;
-  }
+/// Multiplies by alpha, or makes opaque. pixman rounds to the nearest value; libyuv is off by one for every third.
+void finishColors(Bitmap& bitmap, bool opaque) {
+  const PixmanImage pixels = pixmanImage(PIXMAN_x8r8g8b8, bitmap);
+  const PixmanImage target = pixmanImage(PIXMAN_a8r8g8b8, bitmap);
+  pixman_image_composite32(PIXMAN_OP_SRC, pixels.get(), opaque ? nullptr : target.get(), target.get(), 0, 0, 0, 0, 0, 0,
+                           bitmap.width, bitmap.height);
 }
 
 }  // namespace
@@ -73,21 +53,19 @@ bool isOpaque(const Image& image) {
 
 Bitmap premultipliedBGRA(const Image& image) {
   Bitmap bitmap(static_cast<int>(image.width()), static_cast<int>(image.height()));
-  const std::uint8_t* const bytes = image.dataProvider()->bytes().data();
-  if (image.bitmapInfo() == kBitmapPremultipliedBGRA) {
-    libyuv::ARGBCopy(bytes, static_cast<int>(image.bytesPerRow()), bitmap.pixels.data(), bitmap.bytesPerRow(),
-                     bitmap.width, bitmap.height);
-    return bitmap;
-  }
-  for (int y = 0; y < bitmap.height; ++y) {
-    const std::uint8_t* const source = bytes + static_cast<std::size_t>(y) * image.bytesPerRow();
-    if (image.bitsPerPixel() == 32) {
-      convertRow32(image, source, bitmap.row(y), bitmap.width);
-    } else if (image.bitsPerPixel() == 24) {
-      convertRow24(source, bitmap.row(y), bitmap.width);
-    } else if (image.bitsPerPixel() == 8) {
-      convertRow8(source, bitmap.row(y), bitmap.width);
-    }
+  if (bitmap.pixels.empty()) return bitmap;
+  const std::uint8_t* const source = image.dataProvider()->bytes().data();
+  const int stride = static_cast<int>(image.bytesPerRow());
+  std::uint8_t* const target = bitmap.pixels.data();
+  if (image.bitsPerPixel() == 24) {
+    libyuv::RAWToARGB(source, stride, target, bitmap.bytesPerRow(), bitmap.width, bitmap.height);
+  } else if (image.bitsPerPixel() == 8) {
+    libyuv::J400ToARGB(source, stride, target, bitmap.bytesPerRow(), bitmap.width, bitmap.height);
+  } else if (image.bitsPerPixel() == 32) {
+    libyuv::ARGBShuffle(source, stride, target, bitmap.bytesPerRow(), shuffleToBGRA(image).data(), bitmap.width,
+                        bitmap.height);
+    const bool opaque = isOpaque(image);
+    if (opaque || !isPremultiplied(image.alphaInfo())) finishColors(bitmap, opaque);
   }
   return bitmap;
 }
@@ -104,8 +82,9 @@ Bitmap straightRGBA(const Image& image) {
         pixel[c] = static_cast<std::uint8_t>(straight > 255 ? 255 : straight);
       }
     }
-    std::swap(pixel[0], pixel[2]);
   }
+  libyuv::ARGBToABGR(bitmap.pixels.data(), bitmap.bytesPerRow(), bitmap.pixels.data(), bitmap.bytesPerRow(),
+                     bitmap.width, bitmap.height);
   return bitmap;
 }
 

@@ -1,92 +1,60 @@
 #include "Platform/Media/Private/Composing/LayerDrawing.h"
 
+#include <libyuv/planar_functions.h>
+#include <pixman.h>
+
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstring>
+#include <memory>
+#include <optional>
+
+#include "Platform/Foundation/Data.h"
 
 namespace tavrel {
 namespace {
 
-/// Whether the transform only moves, by whole pixels.
-bool isWholeMove(const AffineTransform& transform) {
-  return transform.a == 1 && transform.b == 0 && transform.c == 0 && transform.d == 1 &&
-         transform.tx == std::floor(transform.tx) && transform.ty == std::floor(transform.ty);
+struct ImageDeleter {
+  void operator()(pixman_image_t* image) const { pixman_image_unref(image); }
+};
+using DrawnImage = std::unique_ptr<pixman_image_t, ImageDeleter>;
+
+/// Pixels or a mask that others own, without a copy.
+DrawnImage imageOf(pixman_format_code_t format, int width, int height, const void* bytes, int bytesPerRow) {
+  auto* const words = static_cast<std::uint32_t*>(const_cast<void*>(bytes));
+  return DrawnImage(pixman_image_create_bits_no_clear(format, width, height, words, bytesPerRow));
 }
 
 struct Bitmap {
   explicit Bitmap(PixelBuffer& buffer)
       : bytes(buffer.baseAddress()),
-        bytesPerRow(buffer.bytesPerRow()),
+        bytesPerRow(static_cast<int>(buffer.bytesPerRow())),
         width(static_cast<int>(buffer.width())),
         height(static_cast<int>(buffer.height())) {}
 
-  std::uint8_t* at(int x, int y) const {
-    return bytes + static_cast<std::size_t>(y) * bytesPerRow + static_cast<std::size_t>(x) * 4;
+  DrawnImage image(pixman_format_code_t format) const { return imageOf(format, width, height, bytes, bytesPerRow); }
+  bool isOpaque() const {
+    for (int y = 0; y < height; ++y) {
+      const std::uint8_t* const row = bytes + static_cast<std::ptrdiff_t>(y) * bytesPerRow;
+      std::uint8_t least = 255;
+      for (int x = 0; x < width; ++x) least = std::min(least, row[x * 4 + 3]);
+      if (least < 255) return false;
+    }
+    return true;
   }
 
   std::uint8_t* bytes;
-  std::size_t bytesPerRow;
+  int bytesPerRow;
   int width;
   int height;
 };
 
-/// `alpha` in 0…256 of a pixel over another; the result is opaque as far as either is.
-void blend(std::uint8_t* target, const std::array<int, 4>& source, int opacity) {
-  const int alpha = source[3] * opacity / 255;
-  for (int i = 0; i < 3; ++i) {
-    target[i] = static_cast<std::uint8_t>((source[i] * alpha + target[i] * (256 - alpha) + 128) >> 8);
-  }
-  target[3] = static_cast<std::uint8_t>(std::max<int>(target[3], std::min(255, alpha)));
-}
+/// Pixels of the target: the right and lower ends are outside.
+struct Box {
+  int left, top, right, bottom;
+};
 
-/// The pixel around a place in pixels, the centre of the first one being 0.
-std::array<int, 4> sample(const Bitmap& layer, double x, double y) {
-  const int left = static_cast<int>(std::floor(x));
-  const int top = static_cast<int>(std::floor(y));
-  const int right = static_cast<int>(std::lround((x - left) * 256));
-  const int below = static_cast<int>(std::lround((y - top) * 256));
-  const int x0 = std::clamp(left, 0, layer.width - 1);
-  const int x1 = std::clamp(left + 1, 0, layer.width - 1);
-  const int y0 = std::clamp(top, 0, layer.height - 1);
-  const int y1 = std::clamp(top + 1, 0, layer.height - 1);
-  std::array<int, 4> pixel{};
-  for (std::size_t i = 0; i < 4; ++i) {
-    const int upper = layer.at(x0, y0)[i] * (256 - right) + layer.at(x1, y0)[i] * right;
-    const int lower = layer.at(x0, y1)[i] * (256 - right) + layer.at(x1, y1)[i] * right;
-    pixel[i] = (upper * (256 - below) + lower * below + 32768) >> 16;
-  }
-  return pixel;
-}
-
-void drawMoved(const Bitmap& target, const Bitmap& layer, int dx, int dy, int opacity) {
-  const int left = std::max(0, dx);
-  const int right = std::min(target.width, layer.width + dx);
-  for (int y = std::max(0, dy); y < std::min(target.height, layer.height + dy) && left < right; ++y) {
-    const std::uint8_t* source = layer.at(left - dx, y - dy);
-    std::uint8_t* to = target.at(left, y);
-    const bool isOpaque = opacity == 256 && [&] {
-      for (int x = 0; x < right - left; ++x) {
-        if (source[x * 4 + 3] != 255) return false;
-      }
-      return true;
-    }();
-    if (isOpaque) {
-      std::memcpy(to, source, static_cast<std::size_t>(right - left) * 4);
-      continue;
-    }
-    for (int x = left; x < right; ++x, source += 4, to += 4)
-      blend(to, {source[0], source[1], source[2], source[3]}, opacity);
-  }
-}
-
-void drawTransformed(const Bitmap& target, const Bitmap& layer, const AffineTransform& transform, int opacity) {
-  const double determinant = transform.a * transform.d - transform.b * transform.c;
-  if (std::abs(determinant) < 1e-9) return;
-  const double ia = transform.d / determinant;
-  const double ib = -transform.b / determinant;
-  const double ic = -transform.c / determinant;
-  const double id = transform.a / determinant;
+/// Where the centres of the target's pixels can lie in the layer.
+Box boxOf(const Bitmap& target, const Bitmap& layer, const AffineTransform& transform) {
   Point low{1e9, 1e9};
   Point high{-1e9, -1e9};
   for (const Point corner : {Point{0, 0}, Point{double(layer.width), 0}, Point{0, double(layer.height)},
@@ -95,47 +63,79 @@ void drawTransformed(const Bitmap& target, const Bitmap& layer, const AffineTran
     low = {std::min(low.x, at.x), std::min(low.y, at.y)};
     high = {std::max(high.x, at.x), std::max(high.y, at.y)};
   }
-  const int left = static_cast<int>(std::clamp(std::floor(low.x), 0.0, double(target.width)));
-  const int right = static_cast<int>(std::clamp(std::ceil(high.x), 0.0, double(target.width)));
-  const int top = static_cast<int>(std::clamp(std::floor(low.y), 0.0, double(target.height)));
-  const int bottom = static_cast<int>(std::clamp(std::ceil(high.y), 0.0, double(target.height)));
-  for (int y = top; y < bottom; ++y) {
-    for (int x = left; x < right; ++x) {
-      const double px = x + 0.5 - transform.tx;
-      const double py = y + 0.5 - transform.ty;
-      const double u = px * ia + py * ic;
-      const double v = px * ib + py * id;
-      if (u < 0 || v < 0 || u >= layer.width || v >= layer.height) continue;
-      blend(target.at(x, y), sample(layer, u - 0.5, v - 0.5), opacity);
+  const auto firstCentre = [](double edge, int side) {
+    return static_cast<int>(std::clamp(std::ceil(edge - 0.5), 0.0, double(side)));
+  };
+  return {firstCentre(low.x, target.width), firstCentre(low.y, target.height), firstCentre(high.x, target.width),
+          firstCentre(high.y, target.height)};
+}
+
+/// From pixels of the box to those of the layer; nothing when the layer is too small to be seen.
+std::optional<pixman_transform_t> samplingTransform(const AffineTransform& transform, const Box& box) {
+  constexpr double kLargest = 32767;  // of pixman's 16.16 numbers
+  const double determinant = transform.a * transform.d - transform.b * transform.c;
+  const double x = box.left - transform.tx;
+  const double y = box.top - transform.ty;
+  const double xx = transform.d / determinant;
+  const double xy = -transform.c / determinant;
+  const double yx = -transform.b / determinant;
+  const double yy = transform.a / determinant;
+  const pixman_f_transform_t sampling = {{{xx, xy, xx * x + xy * y}, {yx, yy, yx * x + yy * y}, {0, 0, 1}}};
+  for (const auto& row : sampling.m) {
+    for (const double element : row) {
+      if (!(std::abs(element) < kLargest)) return std::nullopt;
     }
   }
+  pixman_transform_t fixed;
+  pixman_transform_from_pixman_f_transform(&fixed, &sampling);
+  return fixed;
 }
 
 }  // namespace
 
 void fillWithColor(PixelBuffer& target, const VideoCompositionInstruction::Color& color) {
   const auto byte = [](double level) {
-    return static_cast<std::uint8_t>(std::lround(std::clamp(level, 0.0, 1.0) * 255));
+    return static_cast<std::uint32_t>(std::lround(std::clamp(level, 0.0, 1.0) * 255));
   };
-  const std::array<std::uint8_t, 4> pixel = {byte(color.blue), byte(color.green), byte(color.red), byte(color.alpha)};
   const Bitmap bitmap(target);
-  for (int y = 0; y < bitmap.height; ++y) {
-    for (int x = 0; x < bitmap.width; ++x) std::memcpy(bitmap.at(x, y), pixel.data(), pixel.size());
-  }
+  const std::uint32_t pixel =
+      byte(color.alpha) << 24 | byte(color.red) << 16 | byte(color.green) << 8 | byte(color.blue);
+  pixman_fill(static_cast<std::uint32_t*>(static_cast<void*>(bitmap.bytes)), bitmap.bytesPerRow / 4, 32, 0, 0,
+              bitmap.width, bitmap.height, pixel);
 }
 
 void drawLayer(PixelBuffer& target, PixelBuffer& layer, const AffineTransform& transform, double opacity) {
-  const int level = static_cast<int>(std::lround(std::clamp(opacity, 0.0, 1.0) * 256));
-  if (level == 0) return;
+  const auto level = static_cast<std::uint8_t>(std::ceil(std::clamp(opacity, 0.0, 1.0) * 255 - 0.5));
   const Bitmap to(target);
   const Bitmap from(layer);
-  // Further away there is nothing to be seen of it.
-  if (std::abs(transform.tx) > 1e6 || std::abs(transform.ty) > 1e6) return;
-  if (isWholeMove(transform)) {
-    drawMoved(to, from, static_cast<int>(transform.tx), static_cast<int>(transform.ty), level);
-  } else {
-    drawTransformed(to, from, transform, level);
+  const Box box = boxOf(to, from, transform);
+  const auto sampling = samplingTransform(transform, box);
+  if (level == 0 || box.left >= box.right || box.top >= box.bottom || !sampling) return;
+
+  Data premultiplied;
+  if (!from.isOpaque()) {
+    premultiplied.resize(static_cast<std::size_t>(from.width) * static_cast<std::size_t>(from.height) * 4);
+    libyuv::ARGBAttenuate(from.bytes, from.bytesPerRow, premultiplied.data(), from.width * 4, from.width, from.height);
   }
+  const DrawnImage source =
+      premultiplied.empty() ? from.image(PIXMAN_x8r8g8b8)
+                            : imageOf(PIXMAN_a8r8g8b8, from.width, from.height, premultiplied.data(), from.width * 4);
+  pixman_image_set_transform(source.get(), &*sampling);
+  pixman_image_set_filter(source.get(), PIXMAN_FILTER_BILINEAR, nullptr, 0);
+  pixman_image_set_repeat(source.get(), PIXMAN_REPEAT_PAD);
+
+  // A layer that stays upright fills its box. One that does not is cut by a mask that is turned with it; all rows of
+  // the mask are the same one.
+  const bool fillsBox = (transform.b == 0 && transform.c == 0) || (transform.a == 0 && transform.d == 0);
+  const Data row(static_cast<std::size_t>(from.width + 3), level);
+  const DrawnImage mask =
+      fillsBox ? imageOf(PIXMAN_a8, 1, 1, row.data(), 4) : imageOf(PIXMAN_a8, from.width, from.height, row.data(), 0);
+  pixman_image_set_repeat(mask.get(), fillsBox ? PIXMAN_REPEAT_NORMAL : PIXMAN_REPEAT_NONE);
+  if (!fillsBox) pixman_image_set_transform(mask.get(), &*sampling);
+
+  const DrawnImage drawn = to.image(PIXMAN_a8r8g8b8);
+  pixman_image_composite32(PIXMAN_OP_OVER, source.get(), fillsBox && level == 255 ? nullptr : mask.get(), drawn.get(),
+                           0, 0, 0, 0, box.left, box.top, box.right - box.left, box.bottom - box.top);
 }
 
 }  // namespace tavrel
