@@ -11,11 +11,11 @@ namespace tavrel {
 
 class TavrelGPUImageMovieWriter;
 
-/// Hears what a movie source does.
+/// Is told what a movie source does.
 class TAVREL_API TavrelGPUImageMovieDelegate {
  public:
   virtual ~TavrelGPUImageMovieDelegate() = default;
-  /// The movie has ended or was cancelled. On the thread that ended it.
+  /// The movie has ended or was cancelled. On the thread that ended or cancelled it.
   virtual void didCompletePlayingMovie() {}
   /// Sees every picture before it enters the graph; the buffer that it returns, of 'BGRA' and not nullptr, goes there
   /// instead. On the video-processing queue.
@@ -35,8 +35,10 @@ class TAVREL_API TavrelGPUImageMovieDelegate {
 /// Who reads: with a file, a thread of the global queue; with an asset, the thread that calls `startProcessing`, which
 /// returns at the end; after `enableSynchronizedEncodingUsingMovieWriter`, the queues of that writer, as fast as it
 /// takes the frames; with a player item, the main run loop at the display's rate, what is due then. The source stays
-/// alive while a thread reads; for a writer or a player item its owner keeps it. A damaged movie is read as far as it
-/// decodes; one that cannot be opened is only said on the console. Control from any thread.
+/// alive while a thread of its own reads; for a writer or a player item its owner keeps it. A damaged movie is read as
+/// far as it decodes. One that cannot be read is only reported on the console; a file that cannot be opened, not at
+/// all. Any thread may call the members; what is set applies from the next `startProcessing` on, pace and repetition at
+/// once.
 class TAVREL_API TavrelGPUImageMovie : public TavrelGPUImageOutput, public PlayerItemOutputDelegate {
  public:
   explicit TavrelGPUImageMovie(const std::filesystem::path& url);
@@ -52,7 +54,7 @@ class TAVREL_API TavrelGPUImageMovie : public TavrelGPUImageOutput, public Playe
   /// Pull mode: `movieWriter` asks for frames and sound when it has room for them. It stops encoding live.
   void enableSynchronizedEncodingUsingMovieWriter(const std::shared_ptr<TavrelGPUImageMovieWriter>& movieWriter);
 
-  /// From 0 to 1: how far the frames have come that left last.
+  /// How far the movie has been read, from 0 to 1.
   float progress() const;
 
   /// Empty without one.
@@ -67,13 +69,13 @@ class TAVREL_API TavrelGPUImageMovie : public TavrelGPUImageOutput, public Playe
   bool audioEncodingIsFinished() const;
   bool videoEncodingIsFinished() const;
 
-  /// Says on the console how long each frame took.
+  /// Whether the console is told how long each frame took.
   bool runBenchmark() const;
   void setRunBenchmark(bool newValue);
-  /// Frames leave no sooner after each other than their times say.
+  /// Whether frames leave no sooner after each other than their times say. Late ones leave at once.
   bool playAtActualSpeed() const;
   void setPlayAtActualSpeed(bool newValue);
-  /// Files only.
+  /// Whether the movie begins again when it has ended. Files only; an asset is not read at all then.
   bool shouldRepeat() const;
   void setShouldRepeat(bool newValue);
   /// The last picture first, with the times of the movie in order. The movie is decoded once more beforehand; sound is

@@ -444,6 +444,45 @@ TEST_F(MovieWriterTest, AReadyCallbackThatWasReplacedIsAskedNoMore) {
   writer_->cancelRecording();
 }
 
+TEST_F(MovieWriterTest, BlocksAndCallbacksAreReadBackAndReplacedWhileTheyRun) {
+  createNotLive();
+  writer_->setHasAudioTrack(true);
+  EXPECT_FALSE(writer_->completionBlock() || writer_->failureBlock() || writer_->audioProcessingCallback());
+  EXPECT_FALSE(writer_->videoInputReadyCallback() || writer_->audioInputReadyCallback());
+  writer_->setVideoInputReadyCallback([] { return true; });
+  writer_->setAudioInputReadyCallback([] { return false; });
+  EXPECT_TRUE(writer_->videoInputReadyCallback()());
+  EXPECT_FALSE(writer_->audioInputReadyCallback()());
+  writer_->setVideoInputReadyCallback({});
+  writer_->setAudioInputReadyCallback({});
+  EXPECT_FALSE(writer_->videoInputReadyCallback());
+  std::optional<Error> failed;
+  writer_->setFailureBlock([&](const Error& error) { failed = error; });
+  writer_->failureBlock()({.domain = "media", .code = 7, .description = ""});
+  EXPECT_EQ(failed->code, 7);
+
+  std::atomic<int> processed = 0;
+  std::atomic<bool> isOver = false;
+  std::thread setter([&] {
+    while (!isOver) {
+      writer_->setAudioProcessingCallback([&, held = std::make_shared<int>(1)](void**, Index) { processed += *held; });
+      writer_->setCompletionBlock([] {});
+      writer_->setDelegate(std::make_shared<TavrelGPUImageMovieWriterDelegate>());
+    }
+  });
+  while (!writer_->audioProcessingCallback()) std::this_thread::yield();
+  writer_->startRecording();
+  writer_->processAudioBuffer(nullptr);
+  for (int i = 0; i < 100; ++i) {
+    sendSound(MediaTime::make(i * 1024, kRate));
+    writer_->endProcessing();
+  }
+  isOver = true;
+  setter.join();
+  EXPECT_EQ(processed, 100);
+  writer_->cancelRecording();
+}
+
 TEST_F(MovieWriterTest, CancellingRemovesTheFile) {
   create();
   writer_->startRecording();
