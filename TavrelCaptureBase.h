@@ -54,6 +54,7 @@
 #include "Platform/Capture/CaptureConnection.h"
 #include "Platform/Capture/CaptureDevice.h"
 #include "Platform/Capture/CaptureDeviceInput.h"
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/CaptureSession.h"
 #include "Platform/Capture/CaptureStillImageOutput.h"
 #include "Platform/Capture/CaptureVideoDataOutput.h"

@@ -3,12 +3,10 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <mutex>
 #include <utility>
 
-#include "Platform/Capture/Private/CaptureHandover.h"
 #include "Platform/Capture/Private/CaptureSource.h"
-#include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Capture/Private/DelegateHandover.h"
 
 namespace tavrel {
 namespace {
@@ -60,13 +58,7 @@ void measure(const SampleBuffer& sample, const CaptureAudioChannels& channels) {
 
 }  // namespace
 
-struct CaptureAudioDataOutput::Implementation {
-  const std::shared_ptr<CaptureHandover> handover = std::make_shared<CaptureHandover>();
-  std::atomic<std::uint64_t> delivered = 0;
-  std::atomic<std::uint64_t> dropped = 0;
-  mutable std::mutex mutex;
-  std::weak_ptr<CaptureAudioDataOutputSampleBufferDelegate> delegate;
-};
+struct CaptureAudioDataOutput::Implementation : DelegateHandover<CaptureAudioDataOutputSampleBufferDelegate> {};
 
 std::shared_ptr<CaptureAudioDataOutput> CaptureAudioDataOutput::create() {
   return std::shared_ptr<CaptureAudioDataOutput>(new CaptureAudioDataOutput);
@@ -79,17 +71,11 @@ CaptureAudioDataOutput::~CaptureAudioDataOutput() = default;
 
 void CaptureAudioDataOutput::setSampleBufferDelegate(std::weak_ptr<CaptureAudioDataOutputSampleBufferDelegate> delegate,
                                                      std::shared_ptr<DispatchQueue> queue) {
-  if (queue && !queue->attribute().isSerial) fatalAssertion("setSampleBufferDelegate needs a serial queue");
-  {
-    const std::lock_guard lock(implementation_->mutex);
-    implementation_->delegate = std::move(delegate);
-  }
-  implementation_->handover->setQueue(std::move(queue));
+  implementation_->setDelegate(std::move(delegate), std::move(queue));
 }
 
 std::shared_ptr<CaptureAudioDataOutputSampleBufferDelegate> CaptureAudioDataOutput::sampleBufferDelegate() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return implementation_->delegate.lock();
+  return implementation_->delegate();
 }
 
 std::shared_ptr<DispatchQueue> CaptureAudioDataOutput::sampleBufferCallbackQueue() const {

@@ -6,31 +6,13 @@
 #include <cmath>
 #include <utility>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/CaptureDeviceImplementation.h"
 #include "Platform/Capture/Private/CaptureSessionCore.h"
 #include "Platform/Capture/Private/CaptureSystem.h"
-#include "Platform/Capture/Private/FrameRates.h"
 #include "Platform/Foundation/FatalAssertion.h"
 
 namespace tavrel {
-namespace {
-
-template <typename Mode>
-bool isSupported(const std::array<bool, 3>& modes, Mode mode) {
-  const auto index = static_cast<std::size_t>(mode);
-  return index < modes.size() && modes[index];
-}
-
-double inUnit(double value) {
-  return std::fmin(1, std::fmax(0, value));
-}
-
-Point inUnitSquare(Point point) {
-  return {inUnit(point.x), inUnit(point.y)};
-}
-
-}  // namespace
-
 std::vector<std::shared_ptr<CaptureDevice>> CaptureDevice::devicesWithMediaType(MediaType mediaType) {
   return CaptureSystem::shared().devices(mediaType);
 }
@@ -86,20 +68,19 @@ const std::string& CaptureDevice::backendName() const {
 }
 
 CaptureDevicePosition CaptureDevice::position() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return implementation_->position;
+  return implementation_->get(&Implementation::position);
 }
 
 bool CaptureDevice::isConnected() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return implementation_->isConnected;
+  return implementation_->get(&Implementation::isConnected);
 }
 
 Expected<void> CaptureDevice::lockForConfiguration() {
   Implementation& device = *implementation_;
   const std::lock_guard lock(device.mutex);
   if (!device.isConnected) {
-    return failure("capture", 1, fmt::format("{} is not connected; plug it in again", device.localizedName));
+    return failure(CaptureErrorCode::notConnected,
+                   fmt::format("{} is not connected; plug it in again", device.localizedName));
   }
   if (auto allowed = device.driver->checkConfigurable(); !allowed) return allowed;
   ++device.lockCount;
@@ -114,32 +95,19 @@ void CaptureDevice::unlockForConfiguration() {
   --implementation_->lockCount;
 }
 
-/// The mutex of a device whose configuration lock is held.
-class CaptureDevice::Setting {
- public:
-  Setting(Implementation& device, std::string_view setter) : lock_(device.mutex) {
-    if (device.lockCount == 0) fatalAssertion("{} needs lockForConfiguration on {}", setter, device.localizedName);
-  }
-
- private:
-  std::lock_guard<std::mutex> lock_;
-};
-
 std::vector<std::shared_ptr<const CaptureDeviceFormat>> CaptureDevice::formats() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return implementation_->formats;
+  return implementation_->get(&Implementation::formats);
 }
 
 std::shared_ptr<const CaptureDeviceFormat> CaptureDevice::activeFormat() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return implementation_->activeFormat;
+  return implementation_->get(&Implementation::activeFormat);
 }
 
 void CaptureDevice::setActiveFormat(const std::shared_ptr<const CaptureDeviceFormat>& format) {
   std::shared_ptr<CaptureSessionCore> user;
   {
     Implementation& device = *implementation_;
-    const Setting setting(device, "setActiveFormat");
+    const auto lock = device.lockToSet("setActiveFormat");
     if (std::find(device.formats.begin(), device.formats.end(), format) == device.formats.end()) {
       fatalAssertion("setActiveFormat was given a format that {} does not offer", device.localizedName);
     }
@@ -150,142 +118,106 @@ void CaptureDevice::setActiveFormat(const std::shared_ptr<const CaptureDeviceFor
 }
 
 MediaTime CaptureDevice::activeVideoMinFrameDuration() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return implementation_->minFrameDuration;
+  return implementation_->get(&Implementation::minFrameDuration);
 }
 
 MediaTime CaptureDevice::activeVideoMaxFrameDuration() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return implementation_->maxFrameDuration;
+  return implementation_->get(&Implementation::maxFrameDuration);
 }
 
 void CaptureDevice::setActiveVideoMinFrameDuration(MediaTime duration) {
-  Implementation& device = *implementation_;
-  const Setting setting(device, "setActiveVideoMinFrameDuration");
-  const auto& ranges = device.activeFormat->videoSupportedFrameRateRanges;
-  const bool isUsable = duration.isNumeric() && duration.value > 0;
-  device.minFrameDuration = isUsable ? nearestFrameDuration(ranges, duration) : defaultFrameDuration(ranges);
-  device.driver->setFrameRate(device.frameRate());
+  implementation_->set("setActiveVideoMinFrameDuration", &Implementation::minFrameDuration, duration);
 }
 
 void CaptureDevice::setActiveVideoMaxFrameDuration(MediaTime duration) {
-  Implementation& device = *implementation_;
-  const Setting setting(device, "setActiveVideoMaxFrameDuration");
-  const auto& ranges = device.activeFormat->videoSupportedFrameRateRanges;
-  const bool isUsable = duration.isNumeric() && duration.value > 0;
-  device.maxFrameDuration = isUsable ? nearestFrameDuration(ranges, duration) : defaultFrameDuration(ranges);
+  implementation_->set("setActiveVideoMaxFrameDuration", &Implementation::maxFrameDuration, duration);
 }
 
 bool CaptureDevice::isTorchModeSupported(CaptureTorchMode mode) const {
-  const std::lock_guard lock(implementation_->mutex);
-  return isSupported(implementation_->driver->capabilities().torchModes, mode);
+  return implementation_->supports(&CaptureCapabilities::torchModes, mode);
 }
 
 CaptureTorchMode CaptureDevice::torchMode() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return implementation_->controls.torchMode;
+  return implementation_->get(&CaptureControls::torchMode);
 }
 
 void CaptureDevice::setTorchMode(CaptureTorchMode mode) {
-  Implementation& device = *implementation_;
-  const Setting setting(device, "setTorchMode");
-  if (!isSupported(device.driver->capabilities().torchModes, mode)) return;
-  device.controls.torchMode = mode;
-  device.driver->apply(CaptureControl::torch, device.controls);
+  implementation_->set("setTorchMode", &CaptureControls::torchMode, &CaptureCapabilities::torchModes, mode,
+                       CaptureControl::torch);
 }
 
 bool CaptureDevice::isFlashModeSupported(CaptureFlashMode mode) const {
-  const std::lock_guard lock(implementation_->mutex);
-  return isSupported(implementation_->driver->capabilities().flashModes, mode);
+  return implementation_->supports(&CaptureCapabilities::flashModes, mode);
 }
 
 CaptureFlashMode CaptureDevice::flashMode() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return implementation_->controls.flashMode;
+  return implementation_->get(&CaptureControls::flashMode);
 }
 
 void CaptureDevice::setFlashMode(CaptureFlashMode mode) {
-  Implementation& device = *implementation_;
-  const Setting setting(device, "setFlashMode");
-  if (isSupported(device.driver->capabilities().flashModes, mode)) device.controls.flashMode = mode;
+  implementation_->set("setFlashMode", &CaptureControls::flashMode, &CaptureCapabilities::flashModes, mode,
+                       std::nullopt);
 }
 
 bool CaptureDevice::isFocusModeSupported(CaptureFocusMode mode) const {
-  const std::lock_guard lock(implementation_->mutex);
-  return isSupported(implementation_->driver->capabilities().focusModes, mode);
+  return implementation_->supports(&CaptureCapabilities::focusModes, mode);
 }
 
 CaptureFocusMode CaptureDevice::focusMode() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return implementation_->controls.focusMode;
+  return implementation_->get(&CaptureControls::focusMode);
 }
 
 void CaptureDevice::setFocusMode(CaptureFocusMode mode) {
-  Implementation& device = *implementation_;
-  const Setting setting(device, "setFocusMode");
-  if (!isSupported(device.driver->capabilities().focusModes, mode)) return;
-  device.controls.focusMode = mode;
-  device.driver->apply(CaptureControl::focus, device.controls);
+  implementation_->set("setFocusMode", &CaptureControls::focusMode, &CaptureCapabilities::focusModes, mode,
+                       CaptureControl::focus);
 }
 
 bool CaptureDevice::isFocusPointOfInterestSupported() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return implementation_->driver->capabilities().focusPoint;
+  return implementation_->supports(&CaptureCapabilities::focusPoint);
 }
 
 Point CaptureDevice::focusPointOfInterest() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return implementation_->controls.focusPoint;
+  return implementation_->get(&CaptureControls::focusPoint);
 }
 
 void CaptureDevice::setFocusPointOfInterest(Point point) {
-  Implementation& device = *implementation_;
-  const Setting setting(device, "setFocusPointOfInterest");
-  if (device.driver->capabilities().focusPoint) device.controls.focusPoint = inUnitSquare(point);
+  implementation_->set("setFocusPointOfInterest", &CaptureControls::focusPoint, &CaptureCapabilities::focusPoint,
+                       point);
 }
 
 bool CaptureDevice::isExposureModeSupported(CaptureExposureMode mode) const {
-  const std::lock_guard lock(implementation_->mutex);
-  return isSupported(implementation_->driver->capabilities().exposureModes, mode);
+  return implementation_->supports(&CaptureCapabilities::exposureModes, mode);
 }
 
 CaptureExposureMode CaptureDevice::exposureMode() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return implementation_->controls.exposureMode;
+  return implementation_->get(&CaptureControls::exposureMode);
 }
 
 void CaptureDevice::setExposureMode(CaptureExposureMode mode) {
-  Implementation& device = *implementation_;
-  const Setting setting(device, "setExposureMode");
-  if (!isSupported(device.driver->capabilities().exposureModes, mode)) return;
-  device.controls.exposureMode = mode;
-  device.driver->apply(CaptureControl::exposure, device.controls);
+  implementation_->set("setExposureMode", &CaptureControls::exposureMode, &CaptureCapabilities::exposureModes, mode,
+                       CaptureControl::exposure);
 }
 
 bool CaptureDevice::isExposurePointOfInterestSupported() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return implementation_->driver->capabilities().exposurePoint;
+  return implementation_->supports(&CaptureCapabilities::exposurePoint);
 }
 
 Point CaptureDevice::exposurePointOfInterest() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return implementation_->controls.exposurePoint;
+  return implementation_->get(&CaptureControls::exposurePoint);
 }
 
 void CaptureDevice::setExposurePointOfInterest(Point point) {
-  Implementation& device = *implementation_;
-  const Setting setting(device, "setExposurePointOfInterest");
-  if (device.driver->capabilities().exposurePoint) device.controls.exposurePoint = inUnitSquare(point);
+  implementation_->set("setExposurePointOfInterest", &CaptureControls::exposurePoint,
+                       &CaptureCapabilities::exposurePoint, point);
 }
 
 double CaptureDevice::videoZoomFactor() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return implementation_->controls.zoomFactor;
+  return implementation_->get(&CaptureControls::zoomFactor);
 }
 
 void CaptureDevice::setVideoZoomFactor(double factor) {
   Implementation& device = *implementation_;
-  const Setting setting(device, "setVideoZoomFactor");
+  const auto lock = device.lockToSet("setVideoZoomFactor");
   const double most = std::max(1.0, device.activeFormat->videoMaxZoomFactor);
   device.controls.zoomFactor = std::fmin(most, std::fmax(1, factor));
   device.driver->apply(CaptureControl::zoom, device.controls);

@@ -43,13 +43,13 @@ class TAVREL_API CaptureDevice {
   /// The device of that identity, connected or not; nullptr when none such was ever seen.
   static std::shared_ptr<CaptureDevice> deviceWithUniqueID(std::string_view uniqueID);
   /// The connected device that people mean by `name`: a `uniqueID`, a `localizedName`, "front", "back" or "default";
-  /// "file:PATH" adds the file. Fails ("capture") with the names there are.
+  /// "file:PATH" adds the file. Fails with `noSuchDevice` and the names there are, and as `addFile` does.
   static Expected<std::shared_ptr<CaptureDevice>> deviceNamed(
       std::string_view name, MediaType mediaType,
       CaptureDevicePosition filePosition = CaptureDevicePosition::unspecified);
   /// Makes a movie or a picture (video), or a sound file (audio), a device from now on, after the others in
   /// `devicesWithMediaType`, and the default one. Its identity is "file:PATH". The same file again is the same device,
-  /// with the new position. Fails ("capture") when the file cannot be a device.
+  /// with the new position. Fails with `noSuchFile`, `badScene` or `badSound` when the file cannot be a device.
   static Expected<std::shared_ptr<CaptureDevice>> addFile(
       const std::filesystem::path& path, MediaType mediaType,
       CaptureDevicePosition position = CaptureDevicePosition::unspecified);
@@ -78,7 +78,7 @@ class TAVREL_API CaptureDevice {
   /// False while it is unplugged.
   bool isConnected() const;
 
-  /// Begins making settings. Locks nest. Fails ("capture") when the device is gone or another program holds it.
+  /// Begins making settings. Locks nest. Fails with `notConnected` while the device is unplugged.
   Expected<void> lockForConfiguration();
   /// Ends it; without a lock the program stops.
   void unlockForConfiguration();
@@ -133,7 +133,6 @@ class TAVREL_API CaptureDevice {
  private:
   friend class CaptureSystem;
   friend class CaptureSessionCore;
-  class Setting;
   struct Implementation;
 
   explicit CaptureDevice(std::unique_ptr<Implementation> implementation);

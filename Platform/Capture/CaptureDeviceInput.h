@@ -11,8 +11,8 @@ namespace tavrel {
 /// A device on its way into a session. Immutable; any thread.
 class TAVREL_API CaptureDeviceInput {
  public:
-  /// Fails ("capture") without a device, when it is unplugged, and when the process may not open it. The device itself
-  /// is opened by a running session only.
+  /// Fails (`CaptureErrorCode`) without a device, when it is unplugged, and when the process may not open it. The
+  /// device itself is opened by a running session only.
   static Expected<std::shared_ptr<CaptureDeviceInput>> create(std::shared_ptr<CaptureDevice> device);
 
   const std::shared_ptr<CaptureDevice>& device() const { return device_; }

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <utility>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/CaptureDeviceImplementation.h"
 #include "Platform/Capture/Private/CaptureSource.h"
 #include "Platform/Capture/Private/CaptureSystem.h"
@@ -45,8 +46,8 @@ struct CaptureStillImageOutput::Implementation {
   }
 
   /// With the mutex held.
-  void answerAll(const std::string& reason) {
-    for (Request& request : requests) answer(std::move(request), failure("capture", 1, reason));
+  void answerAll(CaptureErrorCode code, const std::string& reason) {
+    for (Request& request : requests) answer(std::move(request), failure(code, reason));
     requests.clear();
   }
 };
@@ -60,7 +61,7 @@ CaptureStillImageOutput::CaptureStillImageOutput()
 
 CaptureStillImageOutput::~CaptureStillImageOutput() {
   const std::lock_guard lock(implementation_->mutex);
-  implementation_->answerAll("the still image output is gone");
+  implementation_->answerAll(CaptureErrorCode::stopped, "the still image output is gone");
 }
 
 bool CaptureStillImageOutput::isCapturingStillImage() const {
@@ -74,10 +75,12 @@ void CaptureStillImageOutput::captureStillImageAsynchronously(const std::shared_
   const std::lock_guard lock(output.mutex);
   Request request{++output.lastNumber, std::move(handler)};
   if (!connection || connection != connectionWithMediaType(MediaType::video)) {
-    return output.answer(std::move(request), failure("capture", 1, "the connection is not one of this output"));
+    return output.answer(std::move(request),
+                         failure(CaptureErrorCode::invalidConnection, "the connection is not one of this output"));
   }
   if (!isRunning()) {
-    return output.answer(std::move(request), failure("capture", 1, "the session does not run; start it first"));
+    return output.answer(std::move(request),
+                         failure(CaptureErrorCode::notRunning, "the session does not run; start it first"));
   }
   if (auto error = CaptureSystem::shared().virtualBackend().stillImageError()) {
     return output.answer(std::move(request), tl::unexpected(std::move(*error)));
@@ -89,7 +92,7 @@ void CaptureStillImageOutput::captureStillImageAsynchronously(const std::shared_
     Implementation& late = *self->implementation_;
     const std::lock_guard guard(late.mutex);
     if (late.requests.empty() || late.requests.front().number > number) return;
-    late.answerAll("the camera has delivered no picture for five seconds");
+    late.answerAll(CaptureErrorCode::deviceSilent, "the camera has delivered no picture for five seconds");
   });
 }
 
@@ -123,7 +126,8 @@ void CaptureStillImageOutput::deliver(const std::shared_ptr<SampleBuffer>& sampl
     if (picture) {
       output.answer(std::move(request), picture);
     } else {
-      output.answer(std::move(request), failure("capture", 1, "there is no memory left for a picture"));
+      output.answer(std::move(request),
+                    failure(CaptureErrorCode::outOfMemory, "there is no memory left for a picture"));
     }
   }
   output.requests.clear();
@@ -133,14 +137,14 @@ void CaptureStillImageOutput::deliverDrop(const SampleTiming&) {}
 
 void CaptureStillImageOutput::deliveryEnded() {
   const std::lock_guard lock(implementation_->mutex);
-  implementation_->answerAll("the session stopped before a picture was taken");
+  implementation_->answerAll(CaptureErrorCode::stopped, "the session stopped before a picture was taken");
   implementation_->picturesUntilLit = -1;  // a device that is opened again gets its own settings
 }
 
 Expected<Data> CaptureStillImageOutput::jpegStillImageRepresentation(
     const std::shared_ptr<SampleBuffer>& sampleBuffer) {
   const auto picture = sampleBuffer ? sampleBuffer->imageBuffer() : nullptr;
-  if (!picture) return failure("capture", 1, "the sample buffer holds no picture");
+  if (!picture) return failure(CaptureErrorCode::noPicture, "the sample buffer holds no picture");
   picture->lockBaseAddress(PixelBufferLock::readOnly);
   const std::size_t byteCount = picture->bytesPerRow() * picture->height();
   auto bytes = DataProvider::create(nullptr, picture->baseAddress(), byteCount, nullptr);
@@ -148,7 +152,7 @@ Expected<Data> CaptureStillImageOutput::jpegStillImageRepresentation(
                                    kBitmapOpaqueBGRX, std::move(bytes));
   auto encoded = ImageDestination::encode(image, "image/jpeg");
   picture->unlockBaseAddress(PixelBufferLock::readOnly);
-  if (!encoded) return failure("capture", encoded.error().code, encoded.error().description);
+  if (!encoded) return failure(CaptureErrorCode::encodingFailed, encoded.error().description);
   return encoded;
 }
 

@@ -22,12 +22,12 @@ class TAVREL_API CaptureStillImageOutput : public CaptureOutput,
 
   /// Takes the next picture that the camera captures; with the device's flash mode on, the first one that is lit, and
   /// the lamp is as before afterwards. `handler` is called exactly once, on a queue of the output's own, in the order
-  /// of the requests. Fails ("capture") when `connection` is not this output's, is not active or its session does not
-  /// run, when the session stops first, and when no picture comes within five seconds.
+  /// of the requests. Fails with `invalidConnection` when `connection` is not this output's, `notRunning` when the
+  /// session does not run, `stopped` when it stops first, `deviceSilent` when no picture comes within five seconds.
   void captureStillImageAsynchronously(const std::shared_ptr<CaptureConnection>& connection, Handler handler);
   bool isCapturingStillImage() const;
 
-  /// The bytes of a JPEG file, of quality 0.92. Fails ("capture") when the buffer holds no picture.
+  /// The bytes of a JPEG file, of quality 0.92. Fails with `noPicture` when the buffer holds none.
   static Expected<Data> jpegStillImageRepresentation(const std::shared_ptr<SampleBuffer>& sampleBuffer);
 
  private:

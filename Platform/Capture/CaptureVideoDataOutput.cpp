@@ -1,11 +1,10 @@
 #include "Platform/Capture/CaptureVideoDataOutput.h"
 
 #include <atomic>
-#include <mutex>
 #include <utility>
 
-#include "Platform/Capture/Private/CaptureHandover.h"
 #include "Platform/Capture/Private/CaptureSource.h"
+#include "Platform/Capture/Private/DelegateHandover.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Tracing/QueueWait.h"
 
@@ -29,13 +28,8 @@ TraceName nameOf(CaptureDroppedFrameReason reason) {
 
 }  // namespace
 
-struct CaptureVideoDataOutput::Implementation {
-  const std::shared_ptr<CaptureHandover> handover = std::make_shared<CaptureHandover>();
+struct CaptureVideoDataOutput::Implementation : DelegateHandover<CaptureVideoDataOutputSampleBufferDelegate> {
   std::atomic<bool> discardsLate = true;
-  std::atomic<std::uint64_t> delivered = 0;
-  std::atomic<std::uint64_t> dropped = 0;
-  mutable std::mutex mutex;
-  std::weak_ptr<CaptureVideoDataOutputSampleBufferDelegate> delegate;
 };
 
 std::shared_ptr<CaptureVideoDataOutput> CaptureVideoDataOutput::create() {
@@ -68,17 +62,11 @@ void CaptureVideoDataOutput::setVideoSettings(const CaptureVideoSettings& settin
 
 void CaptureVideoDataOutput::setSampleBufferDelegate(std::weak_ptr<CaptureVideoDataOutputSampleBufferDelegate> delegate,
                                                      std::shared_ptr<DispatchQueue> queue) {
-  if (queue && !queue->attribute().isSerial) fatalAssertion("setSampleBufferDelegate needs a serial queue");
-  {
-    const std::lock_guard lock(implementation_->mutex);
-    implementation_->delegate = std::move(delegate);
-  }
-  implementation_->handover->setQueue(std::move(queue));
+  implementation_->setDelegate(std::move(delegate), std::move(queue));
 }
 
 std::shared_ptr<CaptureVideoDataOutputSampleBufferDelegate> CaptureVideoDataOutput::sampleBufferDelegate() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return implementation_->delegate.lock();
+  return implementation_->delegate();
 }
 
 std::shared_ptr<DispatchQueue> CaptureVideoDataOutput::sampleBufferCallbackQueue() const {

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdlib>
 #include <optional>
 #include <utility>
@@ -7,6 +8,7 @@
 #include "Platform/Capture/CaptureSession.h"
 #include "Platform/Capture/Private/CaptureDeviceImplementation.h"
 #include "Platform/Capture/Private/FrameRates.h"
+#include "Platform/Foundation/FatalAssertion.h"
 
 namespace tavrel {
 namespace {
@@ -38,6 +40,10 @@ long areaOf(CaptureVideoDimensions dimensions) {
   return static_cast<long>(dimensions.width) * dimensions.height;
 }
 
+double inUnit(double value) {
+  return std::fmin(1, std::fmax(0, value));
+}
+
 }  // namespace
 
 std::optional<CaptureVideoDimensions> dimensionsOfPreset(std::string_view preset) {
@@ -62,6 +68,37 @@ CaptureDevice::Implementation::Implementation(std::shared_ptr<CaptureDriver> use
       driver(std::move(usedDriver)),
       formats(driver->description().formats) {
   resetSettings();
+}
+
+bool CaptureDevice::Implementation::offers(std::array<bool, 3> CaptureCapabilities::*modes, std::size_t mode) const {
+  const auto offered = driver->capabilities().*modes;
+  return mode < offered.size() && offered[mode];
+}
+
+bool CaptureDevice::Implementation::supports(bool CaptureCapabilities::*feature) const {
+  const std::lock_guard lock(mutex);
+  return driver->capabilities().*feature;
+}
+
+std::unique_lock<std::mutex> CaptureDevice::Implementation::lockToSet(std::string_view setter) const {
+  std::unique_lock lock(mutex);
+  if (lockCount == 0) fatalAssertion("{} needs lockForConfiguration on {}", setter, localizedName);
+  return lock;
+}
+
+void CaptureDevice::Implementation::set(std::string_view setter, Point CaptureControls::*control,
+                                        bool CaptureCapabilities::*feature, Point point) {
+  const auto lock = lockToSet(setter);
+  if (driver->capabilities().*feature) controls.*control = {inUnit(point.x), inUnit(point.y)};
+}
+
+void CaptureDevice::Implementation::set(std::string_view setter, MediaTime Implementation::*member,
+                                        MediaTime duration) {
+  const auto lock = lockToSet(setter);
+  const auto& ranges = activeFormat->videoSupportedFrameRateRanges;
+  const bool isUsable = duration.isNumeric() && duration.value > 0;
+  this->*member = isUsable ? nearestFrameDuration(ranges, duration) : defaultFrameDuration(ranges);
+  if (member == &Implementation::minFrameDuration) driver->setFrameRate(frameRate());
 }
 
 void CaptureDevice::Implementation::resetSettings() {

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <array>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "Platform/Capture/CaptureDevice.h"
 #include "Platform/Capture/Private/CaptureDriver.h"
@@ -34,7 +37,39 @@ struct CaptureDevice::Implementation {
   CaptureControls controls;
   std::weak_ptr<CaptureSessionCore> user;  // the session that has it open or wants it
 
+  template <typename Value>
+  Value get(Value Implementation::*member) const {
+    const std::lock_guard lock(mutex);
+    return this->*member;
+  }
+  template <typename Value>
+  Value get(Value CaptureControls::*control) const {
+    const std::lock_guard lock(mutex);
+    return controls.*control;
+  }
+  bool supports(bool CaptureCapabilities::*feature) const;
+  template <typename Mode>
+  bool supports(std::array<bool, 3> CaptureCapabilities::*modes, Mode mode) const {
+    const std::lock_guard lock(mutex);
+    return offers(modes, static_cast<std::size_t>(mode));
+  }
+
+  /// The mutex of a device whose configuration lock is held; `setter` is what the program stops with otherwise.
+  std::unique_lock<std::mutex> lockToSet(std::string_view setter) const;
+  /// Sets a mode that the device offers, and lets the driver carry it out when there is something to do at once.
+  template <typename Mode>
+  void set(std::string_view setter, Mode CaptureControls::*control, std::array<bool, 3> CaptureCapabilities::*modes,
+           Mode mode, std::optional<CaptureControl> carriedOut) {
+    const auto lock = lockToSet(setter);
+    if (!offers(modes, static_cast<std::size_t>(mode))) return;
+    controls.*control = mode;
+    if (carriedOut) driver->apply(*carriedOut, controls);
+  }
+  void set(std::string_view setter, Point CaptureControls::*control, bool CaptureCapabilities::*feature, Point point);
+  void set(std::string_view setter, MediaTime Implementation::*member, MediaTime duration);
+
   /// With the mutex held:
+  bool offers(std::array<bool, 3> CaptureCapabilities::*modes, std::size_t mode) const;
   void resetSettings();
   void useFormat(std::shared_ptr<const CaptureDeviceFormat> format);
   void replaceDriver(std::shared_ptr<CaptureDriver> newDriver);

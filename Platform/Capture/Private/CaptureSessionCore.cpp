@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/CaptureDeviceImplementation.h"
 #include "Platform/Capture/Private/CaptureSessionCore.h"
 #include "Platform/Capture/Private/CaptureSystem.h"
@@ -267,7 +268,8 @@ void CaptureSessionCore::open(Slot& slot, const std::shared_ptr<CaptureDevice>& 
     run.controls = opened.controls;
   }
   if (!source) {
-    return fail(slot, Error{"capture", 1, fmt::format("{} is not connected; plug it in again", opened.localizedName)});
+    return fail(slot, makeError(CaptureErrorCode::notConnected,
+                                fmt::format("{} is not connected; plug it in again", opened.localizedName)));
   }
   source->format = run.format;
   source->setOutputs(outputsOf(device->mediaType()));
@@ -339,9 +341,9 @@ void CaptureSessionCore::look() {
       const auto device = deviceOf(mediaType);
       if (device && device->isConnected()) refreshSlot(mediaType, slot);
     } else if (mediaType == MediaType::video && slot.source->isRealTime() && slot.source->silence() > kLongestSilence) {
-      fail(slot, Error{"capture", 1,
-                       fmt::format("{} has delivered no picture for {} seconds", slot.source->device()->localizedName(),
-                                   kLongestSilence.count())});
+      fail(slot, makeError(CaptureErrorCode::deviceSilent,
+                           fmt::format("{} has delivered no picture for {} seconds",
+                                       slot.source->device()->localizedName(), kLongestSilence.count())));
     }
   }
 }
@@ -366,7 +368,8 @@ void CaptureSessionCore::deviceWentAway(const std::shared_ptr<CaptureDevice>& de
     const std::lock_guard operation(self->operation_);
     for (Slot& slot : self->slots_) {
       if (!slot.source || slot.source->device() != device) continue;
-      self->fail(slot, Error{"capture", 1, fmt::format("{} was unplugged", device->localizedName())});
+      self->fail(slot,
+                 makeError(CaptureErrorCode::unplugged, fmt::format("{} was unplugged", device->localizedName())));
     }
   });
 }

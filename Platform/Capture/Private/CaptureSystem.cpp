@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/CaptureBackends.h"
 #include "Platform/Capture/Private/CaptureDeviceImplementation.h"
 #include "Platform/Capture/Private/CaptureSessionCore.h"
@@ -197,8 +198,10 @@ Expected<std::shared_ptr<CaptureDevice>> CaptureSystem::deviceNamed(std::string_
     }
   }
   const char* kind = mediaType == MediaType::video ? "camera" : "microphone";
-  if (all.empty()) return failure("capture", 1, fmt::format("no {} is connected; file:PATH can stand in", kind));
-  return failure("capture", 1, fmt::format("there is no {} named \"{}\"; choose {} or file:PATH", kind, name, choices));
+  if (all.empty())
+    return failure(CaptureErrorCode::noSuchDevice, fmt::format("no {} is connected; file:PATH can stand in", kind));
+  return failure(CaptureErrorCode::noSuchDevice,
+                 fmt::format("there is no {} named \"{}\"; choose {} or file:PATH", kind, name, choices));
 }
 
 Expected<std::shared_ptr<CaptureDevice>> CaptureSystem::addFile(const std::filesystem::path& path, MediaType mediaType,
@@ -235,7 +238,8 @@ CaptureControls CaptureSystem::controlsOf(const CaptureDevice& device) {
 Expected<void> CaptureSystem::checkAvailable(const CaptureDevice& device) {
   const std::lock_guard lock(device.implementation_->mutex);
   if (!device.implementation_->isConnected) {
-    return failure("capture", 1, fmt::format("{} is not connected; plug it in again", device.localizedName()));
+    return failure(CaptureErrorCode::notConnected,
+                   fmt::format("{} is not connected; plug it in again", device.localizedName()));
   }
   return device.implementation_->driver->checkAvailable();
 }

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/FrameConversion.h"
 
 namespace tavrel {
@@ -70,7 +71,7 @@ std::size_t FrameConverter::leastByteCount(const RawFrame& frame) {
 
 Expected<void> FrameConverter::convert(const RawFrame& frame, PixelBuffer& picture) {
   if (frame.byteCount < leastByteCount(frame)) {
-    return failure("capture", 1,
+    return failure(CaptureErrorCode::damagedFrame,
                    fmt::format("a picture is cut short: {} bytes of {}", frame.byteCount, leastByteCount(frame)));
   }
   picture.lockBaseAddress(PixelBufferLock::readWrite);
@@ -134,14 +135,14 @@ Expected<void> FrameConverter::decodeJpeg(const RawFrame& frame, std::uint8_t* t
   const auto size = static_cast<unsigned long>(frame.byteCount);
   if (!jpeg_ || tjDecompressHeader3(jpeg_, frame.bytes, size, &width, &height, &subsampling, &colorspace) != 0 ||
       width != frame.width || height != frame.height) {
-    return failure("capture", 1, "a picture is damaged: no JPEG of the camera's size");
+    return failure(CaptureErrorCode::damagedFrame, "a picture is damaged: no JPEG of the camera's size");
   }
   if (tjDecompress2(jpeg_, frame.bytes, size, target, width, static_cast<int>(stride), height, TJPF_BGRA, 0) == 0) {
     return {};
   }
   // Many cameras leave stray bytes, which are warnings; without its end a picture is gray at the bottom.
   if (tjGetErrorCode(jpeg_) != TJERR_WARNING || !hasEnd(frame)) {
-    return failure("capture", 1, fmt::format("a picture is damaged: {}", tjGetErrorStr2(jpeg_)));
+    return failure(CaptureErrorCode::damagedFrame, fmt::format("a picture is damaged: {}", tjGetErrorStr2(jpeg_)));
   }
   return {};
 }

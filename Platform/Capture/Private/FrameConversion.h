@@ -36,7 +36,7 @@ class FrameConverter {
   FrameConverter();
   ~FrameConverter();
 
-  /// Fills `picture`, which has the frame's size. Fails ("capture") when the frame is too short or damaged.
+  /// Fills `picture`, which has the frame's size. Fails with `damagedFrame` when the frame is too short or damaged.
   Expected<void> convert(const RawFrame& frame, PixelBuffer& picture);
   /// The fewest bytes of a frame; 1 for JPEG.
   static std::size_t leastByteCount(const RawFrame& frame);

@@ -5,6 +5,7 @@
 #include <system_error>
 #include <utility>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Virtual/Private/PixelBufferCanvas.h"
 #include "Platform/Capture/Virtual/Private/SceneMovie.h"
 #include "Platform/Capture/Virtual/Private/ScenePicture.h"
@@ -22,18 +23,18 @@ struct FileScene::Implementation {
 Expected<std::shared_ptr<FileScene>> FileScene::create(const std::filesystem::path& path) {
   std::error_code error;
   if (!std::filesystem::exists(path, error)) {
-    return failure("capture", 2, fmt::format("there is no file {} to be a scene", path.string()));
+    return failure(CaptureErrorCode::noSuchFile, fmt::format("there is no file {} to be a scene", path.string()));
   }
   auto implementation = std::make_unique<Implementation>();
   // Movies first, so that an animated picture moves; the movie reader refuses still pictures.
   if (auto asset = Asset::create(path)) {
     auto movie = SceneMovie::open(std::move(*asset));
-    if (!movie) return failure("capture", movie.error().code, movie.error().description);
+    if (!movie) return failure(CaptureErrorCode::badScene, movie.error().description);
     implementation->movie = std::move(*movie);
   } else {
     auto picture = loadScenePicture(path);
     if (!picture) {
-      return failure("capture", picture.error().code,
+      return failure(CaptureErrorCode::badScene,
                      fmt::format("{} can be no scene: neither a movie ({}) nor a picture ({})", path.string(),
                                  asset.error().description, picture.error().description));
     }

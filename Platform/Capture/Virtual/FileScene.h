@@ -11,7 +11,7 @@ namespace tavrel {
 /// movie runs at its own frame times and starts again at its end; frames are decoded when they are due.
 class TAVREL_API FileScene : public VirtualScene {
  public:
-  /// Fails ("capture") when the file is missing or is neither a picture nor a movie with at least one frame.
+  /// Fails with `noSuchFile`, and with `badScene` when it is neither a picture nor a movie with at least one frame.
   static Expected<std::shared_ptr<FileScene>> create(const std::filesystem::path& path);
   ~FileScene() override;
 

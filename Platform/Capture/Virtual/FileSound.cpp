@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <system_error>
 #include <utility>
 #include <vector>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Media/AssetReader.h"
 #include "Platform/Media/AssetReaderTrackOutput.h"
 #include "Platform/Media/Private/FFmpegError.h"
@@ -41,7 +43,7 @@ Expected<void> FileSound::Implementation::open() {
   if (!opened) return tl::unexpected(opened.error());
   asset = std::move(*opened);
   const auto tracks = asset->tracksWithMediaType(MediaType::audio);
-  if (tracks.empty()) return failure("capture", 1, fmt::format("{} has no sound", path.string()));
+  if (tracks.empty()) return failure(CaptureErrorCode::badSound, fmt::format("{} has no sound", path.string()));
   track = tracks.front();
   if (auto rewound = rewind(); !rewound) return rewound;
   return decodeMore();
@@ -82,7 +84,8 @@ Expected<void> FileSound::Implementation::decodeMore() {
     if (buffer) continue;
     if (!passHadSamples) {
       const auto reason = reader->error();
-      return failure("capture", 1, reason ? reason->description : fmt::format("{} holds no samples", path.string()));
+      return failure(CaptureErrorCode::badSound,
+                     reason ? reason->description : fmt::format("{} holds no samples", path.string()));
     }
     if (auto rewound = rewind(); !rewound) return rewound;
     passHadSamples = !waiting.empty();
@@ -120,11 +123,15 @@ Expected<std::size_t> FileSound::Implementation::take(float* destination, std::s
 }
 
 Expected<std::shared_ptr<FileSound>> FileSound::create(const std::filesystem::path& path, int sampleRate) {
+  std::error_code error;
+  if (!std::filesystem::exists(path, error)) {
+    return failure(CaptureErrorCode::noSuchFile, fmt::format("there is no file {} to be a sound", path.string()));
+  }
   auto implementation = std::make_unique<Implementation>();
   implementation->path = path;
   implementation->sampleRate = sampleRate;
   if (auto opened = implementation->open(); !opened) {
-    return failure("capture", opened.error().code, opened.error().description);
+    return failure(CaptureErrorCode::badSound, opened.error().description);
   }
   return std::shared_ptr<FileSound>(new FileSound(std::move(implementation)));
 }

@@ -10,7 +10,7 @@ namespace tavrel {
 /// The sound of a file (WAV or whatever else can be decoded), mixed to one channel and looped.
 class TAVREL_API FileSound : public VirtualSound {
  public:
-  /// Fails ("capture") when the file is missing, is no sound file or holds no samples.
+  /// Fails with `noSuchFile`, and with `badSound` when it is no sound file or holds no samples.
   static Expected<std::shared_ptr<FileSound>> create(const std::filesystem::path& path, int sampleRate);
   ~FileSound() override;
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Virtual/Private/PixelBufferCanvas.h"
 #include "Platform/Capture/Virtual/Private/SyntheticMarks.h"
 #include "Platform/Capture/Virtual/Private/VirtualOptics.h"
@@ -133,7 +134,7 @@ Expected<void> SyntheticScene::render(PixelBuffer& buffer, const VirtualFrame& f
   const PixelBufferCanvas locked(buffer);
   const BgraCanvas canvas = locked.canvas();
   if (canvas.width < 16 || canvas.height < 16) {
-    return failure("capture", 1, "the drawn scene needs at least 16 by 16 pixels");
+    return failure(CaptureErrorCode::invalidConfiguration, "the drawn scene needs at least 16 by 16 pixels");
   }
   copyPicture(implementation_->seenBackdrop(canvas.width, canvas.height, frame), canvas);
   drawDisc(canvas, frame, implementation_->palette.disc);

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <utility>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Virtual/FileScene.h"
 #include "Platform/Capture/Virtual/Private/PacedDelivery.h"
 #include "Platform/Capture/Virtual/SyntheticScene.h"
@@ -31,7 +32,7 @@ Expected<std::shared_ptr<VirtualScene>> sceneNamed(std::string_view name) {
   if (name == "front") return std::make_shared<SyntheticScene>(SyntheticScene::Position::front);
   if (name == "back") return std::make_shared<SyntheticScene>(SyntheticScene::Position::back);
   if (name.starts_with(kFilePrefix)) return FileScene::create(std::filesystem::path(name.substr(kFilePrefix.size())));
-  return failure("capture", 1,
+  return failure(CaptureErrorCode::noSuchDevice,
                  fmt::format("there is no virtual camera named \"{}\"; choose front, back or file:PATH", name));
 }
 
@@ -133,14 +134,15 @@ Expected<std::shared_ptr<VirtualCamera>> VirtualCamera::create(std::string_view 
 
 Expected<std::shared_ptr<VirtualCamera>> VirtualCamera::create(std::shared_ptr<VirtualScene> scene,
                                                                Configuration configuration) {
-  if (!scene || !configuration.clock) return failure("capture", 1, "a virtual camera needs a scene and a clock");
+  if (!scene || !configuration.clock)
+    return failure(CaptureErrorCode::invalidConfiguration, "a virtual camera needs a scene and a clock");
   if (configuration.width < 16 || configuration.height < 16) {
-    return failure("capture", 1,
+    return failure(CaptureErrorCode::invalidConfiguration,
                    fmt::format("a virtual camera cannot be {} by {} pixels; at least 16 by 16 are needed",
                                configuration.width, configuration.height));
   }
   if (!std::isfinite(configuration.frameRate) || configuration.frameRate <= 0) {
-    return failure("capture", 1,
+    return failure(CaptureErrorCode::invalidConfiguration,
                    fmt::format("a frame rate of {} is not possible; it must be above 0", configuration.frameRate));
   }
   auto pool = PixelBufferPool::create(configuration.width, configuration.height, PixelFormat::bgra32);

@@ -42,8 +42,8 @@ class TAVREL_API VirtualCamera {
     double exposure = 1;
   };
 
-  /// A camera named "front", "back" (drawn scenes) or "file:PATH" (a movie or picture). Fails ("capture") for any other
-  /// name, for a file that is no scene, and for a configuration out of range.
+  /// A camera named "front", "back" (drawn scenes) or "file:PATH" (a movie or picture). Fails (`CaptureErrorCode`) for
+  /// any other name, for a file that is no scene, and for a configuration out of range.
   static Expected<std::shared_ptr<VirtualCamera>> create(std::string_view name, Configuration configuration);
   /// A camera that looks at `scene`, which belongs to it from now on.
   static Expected<std::shared_ptr<VirtualCamera>> create(std::shared_ptr<VirtualScene> scene,

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <utility>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Virtual/FileSound.h"
 #include "Platform/Capture/Virtual/Private/PacedDelivery.h"
 #include "Platform/Capture/Virtual/SyntheticSound.h"
@@ -24,14 +25,15 @@ constexpr int kHighestRate = 192000;
 Expected<std::shared_ptr<VirtualSound>> soundNamed(std::string_view name, int sampleRate) {
   if (name == "synthetic") return std::make_shared<SyntheticSound>(sampleRate);
   if (name.starts_with(kFilePrefix)) return FileSound::create(name.substr(kFilePrefix.size()), sampleRate);
-  return failure("capture", 1,
+  return failure(CaptureErrorCode::noSuchDevice,
                  fmt::format("there is no virtual microphone named \"{}\"; choose synthetic or file:PATH", name));
 }
 
 Expected<void> checked(const VirtualMicrophone::Configuration& configuration) {
-  if (!configuration.clock) return failure("capture", 1, "a virtual microphone needs a clock");
+  if (!configuration.clock)
+    return failure(CaptureErrorCode::invalidConfiguration, "a virtual microphone needs a clock");
   if (configuration.sampleRate >= kLowestRate && configuration.sampleRate <= kHighestRate) return {};
-  return failure("capture", 1,
+  return failure(CaptureErrorCode::invalidConfiguration,
                  fmt::format("a virtual microphone cannot have {} samples a second; choose {} to {}",
                              configuration.sampleRate, kLowestRate, kHighestRate));
 }
@@ -74,7 +76,7 @@ struct VirtualMicrophone::Implementation {
     const auto rendered = sound->render(samples, firstSample);
     if (!rendered) return tl::unexpected(rendered.error());
     auto list = AudioBufferList::create(format, kSamplesPerBuffer);
-    if (!list) return failure("capture", 1, "there is no memory left for sound");
+    if (!list) return failure(CaptureErrorCode::outOfMemory, "there is no memory left for sound");
     void* data = list->buffers().front().data;
     if (configuration.sampleType == AudioSampleType::float32) {
       std::copy(samples.begin(), samples.end(), static_cast<float*>(data));
@@ -100,7 +102,7 @@ Expected<std::shared_ptr<VirtualMicrophone>> VirtualMicrophone::create(std::shar
                                                                        Configuration configuration) {
   const auto valid = checked(configuration);
   if (!valid) return tl::unexpected(valid.error());
-  if (!sound) return failure("capture", 1, "a virtual microphone needs a sound");
+  if (!sound) return failure(CaptureErrorCode::invalidConfiguration, "a virtual microphone needs a sound");
   return std::shared_ptr<VirtualMicrophone>(
       new VirtualMicrophone(std::make_unique<Implementation>(std::move(sound), std::move(configuration))));
 }

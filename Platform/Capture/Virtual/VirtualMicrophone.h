@@ -36,8 +36,8 @@ class TAVREL_API VirtualMicrophone {
     std::shared_ptr<CaptureClock> clock = CaptureClock::realTime();
   };
 
-  /// A microphone named "synthetic" (tone, noise and beeps) or "file:PATH" (a sound file). Fails ("capture") for any
-  /// other name, for a file that is no sound, and for a configuration out of range.
+  /// A microphone named "synthetic" (tone, noise and beeps) or "file:PATH" (a sound file). Fails (`CaptureErrorCode`)
+  /// for any other name, for a file that is no sound, and for a configuration out of range.
   static Expected<std::shared_ptr<VirtualMicrophone>> create(std::string_view name, Configuration configuration);
   /// A microphone that hears `sound`, which belongs to it from now on and has the configuration's rate.
   static Expected<std::shared_ptr<VirtualMicrophone>> create(std::shared_ptr<VirtualSound> sound,

@@ -7,6 +7,7 @@
 #include <future>
 
 #include "Platform/Capture/CaptureDeviceInput.h"
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Imaging/ImageDestination.h"
 #include "Support/CaptureTestSupport.h"
 #include "Support/VirtualFrames.h"
@@ -103,7 +104,7 @@ TEST_F(CaptureDeviceTest, SettingsNeedTheLockAndSupport) {
   EXPECT_DEATH(camera->setActiveVideoMinFrameDuration(MediaTime::make(1, 30)), "needs lockForConfiguration");
   EXPECT_DEATH(camera->unlockForConfiguration(), "without lockForConfiguration");
 
-  Virtual::shared().setLockError(Virtual::kBackCamera, Error{"capture", 16, "another program holds it"});
+  Virtual::shared().setLockError(Virtual::kBackCamera, makeError(CaptureErrorCode::busy, "another program holds it"));
   const auto locked = camera->lockForConfiguration();
   ASSERT_FALSE(locked.has_value());
   EXPECT_EQ(locked.error().description, "another program holds it");
@@ -128,10 +129,11 @@ TEST_F(CaptureDeviceTest, SettingsNeedTheLockAndSupport) {
   EXPECT_EQ(camera->exposurePointOfInterest(), (Point{0.5, 0.5}));
   camera->unlockForConfiguration();
 
-  Virtual::shared().setInputError(Virtual::kFrontCamera, Error{"capture", 13, "permission denied"});
+  Virtual::shared().setInputError(Virtual::kFrontCamera,
+                                  makeError(CaptureErrorCode::permissionDenied, "permission denied"));
   const auto front = CaptureDevice::deviceWithUniqueID(Virtual::kFrontCamera);
   EXPECT_EQ(CaptureDeviceInput::create(front).error().description, "permission denied");
-  EXPECT_FALSE(CaptureDeviceInput::create(nullptr).has_value());
+  EXPECT_EQ(CaptureDeviceInput::create(nullptr).error(), CaptureErrorCode::noSuchDevice);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <set>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Dispatch/DispatchSemaphore.h"
 #include "Platform/Imaging/ImageSource.h"
 #include "Support/CaptureTestSupport.h"
@@ -336,7 +337,7 @@ TEST_F(CaptureSessionTest, TakesStillsInOrderWithTheFlash) {
   EXPECT_EQ(source->properties(0).height, 320U);
   EXPECT_FALSE(CaptureStillImageOutput::jpegStillImageRepresentation(nullptr).has_value());
 
-  bench().setStillImageError(Error{"capture", 9, "the shutter is stuck"});
+  bench().setStillImageError(makeError(CaptureErrorCode::deviceFailed, "the shutter is stuck"));
   take(3);
   ASSERT_TRUE(answered(4));
   EXPECT_EQ(errors.back(), "the shutter is stuck");
@@ -409,6 +410,7 @@ TEST_F(CaptureSessionTest, GoesOnWhenItsCameraIsUnpluggedFailsOrFreezes) {
   bench().setConnected(Virtual::kBackCamera, false);
   ASSERT_TRUE(eventually([&] { return errors.count() == 1 && gone.count() == 1; }));
   EXPECT_THAT(camera.session->runtimeError()->description, ::testing::HasSubstr("unplugged"));
+  EXPECT_EQ(*camera.session->runtimeError(), CaptureErrorCode::unplugged);
   EXPECT_TRUE(camera.session->isRunning());
   EXPECT_FALSE(camera.device->isConnected());
   EXPECT_FALSE(camera.device->lockForConfiguration().has_value());
@@ -421,8 +423,8 @@ TEST_F(CaptureSessionTest, GoesOnWhenItsCameraIsUnpluggedFailsOrFreezes) {
   EXPECT_NEAR(brightness(*camera.frames), lit, 3) << "settings are applied again";
   EXPECT_FALSE(camera.session->runtimeError().has_value());
 
-  bench().setOpenError(Virtual::kBackCamera, Error{"capture", 16, "the device is busy"});
-  bench().failDevice(Virtual::kBackCamera, Error{"capture", 5, "input/output error"});
+  bench().setOpenError(Virtual::kBackCamera, makeError(CaptureErrorCode::busy, "the device is busy"));
+  bench().failDevice(Virtual::kBackCamera, makeError(CaptureErrorCode::deviceFailed, "input/output error"));
   ASSERT_TRUE(eventually([&] { return errors.count() == 2; }));
   ASSERT_TRUE(eventually([&] { return camera.session->runtimeError()->description == "the device is busy"; }));
   bench().setOpenError(Virtual::kBackCamera, std::nullopt);
@@ -431,13 +433,14 @@ TEST_F(CaptureSessionTest, GoesOnWhenItsCameraIsUnpluggedFailsOrFreezes) {
   bench().setStalled(Virtual::kBackCamera, true);
   ASSERT_TRUE(eventually([&] { return errors.count() == 3; }));
   EXPECT_THAT(camera.session->runtimeError()->description, ::testing::HasSubstr("no picture for 4 seconds"));
+  EXPECT_EQ(*camera.session->runtimeError(), CaptureErrorCode::deviceSilent);
   bench().setStalled(Virtual::kBackCamera, false);
   ASSERT_TRUE(eventually([&] { return recoveries.count() == 3; }));
   EXPECT_EQ(errors.count(), 3);
 }
 
 TEST_F(CaptureSessionTest, StartsWithWhatCannotBeOpenedAndSaysSo) {
-  bench().setOpenError(Virtual::kFrontCamera, Error{"capture", 16, "the device is busy"});
+  bench().setOpenError(Virtual::kFrontCamera, makeError(CaptureErrorCode::busy, "the device is busy"));
   CameraBench camera(device(Virtual::kFrontCamera));
   camera.session->startRunning();
   EXPECT_TRUE(camera.session->isRunning());
@@ -449,6 +452,7 @@ TEST_F(CaptureSessionTest, StartsWithWhatCannotBeOpenedAndSaysSo) {
   CameraBench second(device(Virtual::kFrontCamera));
   second.session->startRunning();
   EXPECT_THAT(second.session->runtimeError()->description, ::testing::HasSubstr("another session"));
+  EXPECT_EQ(*second.session->runtimeError(), CaptureErrorCode::busy);
   // Without an input it runs, too.
   const auto empty = CaptureSession::create();
   empty->addOutput(CaptureVideoDataOutput::create());

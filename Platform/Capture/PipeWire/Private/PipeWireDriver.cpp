@@ -11,6 +11,7 @@
 #include <cstring>
 #include <utility>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/PipeWire/Private/PipeWireDriver.h"
 #include "Platform/Capture/Private/CaptureTimes.h"
 #include "Platform/Capture/Private/FrameRates.h"
@@ -65,7 +66,7 @@ class PipeWireDriver::Stream {
     const bool isDecided = loop_->waitFor(kOpenNanoseconds, [this] { return isStreaming_ || error_; });
     if (error_) return tl::unexpected(*error_);
     if (!isDecided) {
-      return failure("capture", ETIMEDOUT,
+      return failure(CaptureErrorCode::deviceSilent,
                      fmt::format("{} has not started within five seconds", driver_.description_.localizedName));
     }
     isOpen_ = true;
@@ -95,7 +96,7 @@ class PipeWireDriver::Stream {
     if (driver_.node_.isMonitor) pw_properties_set(properties, PW_KEY_STREAM_CAPTURE_SINK, "true");
     if (!isVideo()) pw_properties_set(properties, PW_KEY_NODE_LATENCY, "1024/48000");
     stream_ = pw_stream_new(loop_->core(), "TavrelCaptureBase", properties);
-    if (!stream_) return failure("capture", errno, "PipeWire gives no stream");
+    if (!stream_) return failure(CaptureErrorCode::deviceFailed, "PipeWire gives no stream");
     pw_stream_add_listener(stream_, &streamListener_, &kStreamEvents, this);
 
     std::vector<std::uint8_t> memory = formatMemory();
@@ -141,9 +142,10 @@ class PipeWireDriver::Stream {
     auto* self = static_cast<Stream*>(data);
     const std::string& name = self->driver_.description_.localizedName;
     if (state == PW_STREAM_STATE_ERROR) {
-      self->fail({"capture", EIO, fmt::format("{} cannot be used: {}", name, message ? message : "no reason given")});
+      self->fail(makeError(CaptureErrorCode::deviceFailed,
+                           fmt::format("{} cannot be used: {}", name, message ? message : "no reason given")));
     } else if (state == PW_STREAM_STATE_UNCONNECTED && old != PW_STREAM_STATE_UNCONNECTED) {
-      self->fail({"capture", ENODEV, fmt::format("{} went away", name)});
+      self->fail(makeError(CaptureErrorCode::unplugged, fmt::format("{} went away", name)));
     } else if (state == PW_STREAM_STATE_STREAMING) {
       self->isStreaming_ = true;
       self->loop_->signal();
@@ -159,8 +161,9 @@ class PipeWireDriver::Stream {
   void agreeOnVideo(const spa_pod& parameter) {
     const auto agreed = parseAgreedVideoFormat(parameter, frameRate_);
     if (!agreed || agreed->width != run_.format->dimensions.width || agreed->height != run_.format->dimensions.height) {
-      return fail({"capture", EINVAL,
-                   fmt::format("{} agreed on a format that it was not asked for", driver_.description_.localizedName)});
+      return fail(makeError(
+          CaptureErrorCode::unsupportedFormat,
+          fmt::format("{} agreed on a format that it was not asked for", driver_.description_.localizedName)));
     }
     frame_ = *agreed;
     auto pool = PixelBufferPool::create(static_cast<std::size_t>(frame_.width), static_cast<std::size_t>(frame_.height),
@@ -303,7 +306,7 @@ PipeWireDriver::~PipeWireDriver() = default;
 Expected<void> PipeWireDriver::open(CaptureRun run) {
   const std::lock_guard operation(operation_);
   if (stream_) {
-    return failure("capture", EBUSY, fmt::format("{} is used by another session", description_.localizedName));
+    return failure(CaptureErrorCode::busy, fmt::format("{} is used by another session", description_.localizedName));
   }
   const AudioFormat format = run.format->audioFormat;
   auto stream = std::make_unique<Stream>(*this, std::move(run));

@@ -2,6 +2,7 @@
 #include <mutex>
 #include <system_error>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/PipeWire/Private/PipeWireHandles.h"
 
 namespace tavrel {
@@ -13,7 +14,7 @@ Expected<std::unique_ptr<PipeWireLoop>> PipeWireLoop::create(const char* name) {
   made->loop_ = pw_thread_loop_new(name, nullptr);
   if (made->loop_) made->context_ = pw_context_new(pw_thread_loop_get_loop(made->loop_), nullptr, 0);
   if (!made->context_ || pw_thread_loop_start(made->loop_) < 0) {
-    return failure("capture", ENOMEM, "PipeWire's client cannot be started");
+    return failure(CaptureErrorCode::deviceFailed, "PipeWire's client cannot be started");
   }
   return made;
 }

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <utility>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/CaptureTimes.h"
 #include "Platform/Capture/Private/FrameRates.h"
 #include "Platform/Capture/V4L2/Private/V4L2Driver.h"
@@ -98,7 +99,7 @@ Expected<void> V4L2Driver::checkAvailable() {
 Expected<void> V4L2Driver::open(CaptureRun run) {
   const std::lock_guard operation(operation_);
   if (thread_.joinable()) {
-    return failure("capture", EBUSY, fmt::format("{} is used by another session", description_.localizedName));
+    return failure(CaptureErrorCode::busy, fmt::format("{} is used by another session", description_.localizedName));
   }
   if (auto prepared = prepare(run); !prepared) {
     release();
@@ -117,7 +118,9 @@ Expected<void> V4L2Driver::open(CaptureRun run) {
 
 Expected<void> V4L2Driver::prepare(const CaptureRun& run) {
   const V4L2Mode* mode = capabilities_.modeFor(run.format->dimensions, run.frameRate);
-  if (!mode) return failure("capture", EINVAL, fmt::format("{} has no such format", description_.localizedName));
+  if (!mode)
+    return failure(CaptureErrorCode::unsupportedFormat,
+                   fmt::format("{} has no such format", description_.localizedName));
   {
     const std::lock_guard lock(mutex_);
     node_ = std::make_unique<V4L2Descriptor>(calls_, calls_.open(path_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
@@ -144,7 +147,7 @@ Expected<void> V4L2Driver::chooseFormat(const V4L2Mode& mode) {
   if (!node_->control(VIDIOC_S_FMT, &format)) {
     const int code = errno;
     if (code == EBUSY) {
-      return failure("posix", code, fmt::format("{} is used by another program", description_.localizedName));
+      return failure(CaptureErrorCode::busy, fmt::format("{} is used by another program", description_.localizedName));
     }
     return tl::unexpected(v4l2Error(code, fmt::format("{} refuses its format", description_.localizedName)));
   }
@@ -152,7 +155,7 @@ Expected<void> V4L2Driver::chooseFormat(const V4L2Mode& mode) {
   // The driver answers with what it will do, which may be something else than it offered.
   if (chosen.pixelformat != mode.pixelFormat || std::cmp_not_equal(chosen.width, mode.dimensions.width) ||
       std::cmp_not_equal(chosen.height, mode.dimensions.height)) {
-    return failure("capture", EINVAL,
+    return failure(CaptureErrorCode::unsupportedFormat,
                    fmt::format("{} gives {}x{} pictures instead of {}x{}", description_.localizedName, chosen.width,
                                chosen.height, mode.dimensions.width, mode.dimensions.height));
   }
@@ -192,12 +195,12 @@ Expected<void> V4L2Driver::mapBuffers() {
   if (!node_->control(VIDIOC_REQBUFS, &request)) {
     const int code = errno;
     if (code == EBUSY) {
-      return failure("posix", code, fmt::format("{} is used by another program", description_.localizedName));
+      return failure(CaptureErrorCode::busy, fmt::format("{} is used by another program", description_.localizedName));
     }
     return tl::unexpected(v4l2Error(code, fmt::format("{} gives no buffers", description_.localizedName)));
   }
   if (request.count < kFewestBuffers) {
-    return failure("capture", ENOMEM, fmt::format("{} has too little memory", description_.localizedName));
+    return failure(CaptureErrorCode::outOfMemory, fmt::format("{} has too little memory", description_.localizedName));
   }
   for (std::uint32_t index = 0; index < request.count; ++index) {
     v4l2_buffer buffer{};
@@ -235,7 +238,7 @@ Expected<void> V4L2Driver::startStream() {
   if (!node_->control(VIDIOC_STREAMON, &type)) {
     const int code = errno;
     if (code == EBUSY) {
-      return failure("posix", code, fmt::format("{} is used by another program", description_.localizedName));
+      return failure(CaptureErrorCode::busy, fmt::format("{} is used by another program", description_.localizedName));
     }
     return tl::unexpected(v4l2Error(code, fmt::format("{} does not start", description_.localizedName)));
   }
@@ -304,7 +307,8 @@ std::optional<Error> V4L2Driver::dequeue() {
   if (!node_->control(VIDIOC_DQBUF, &buffer)) {
     const int code = errno;
     if (code == EAGAIN) return std::nullopt;
-    if (code == ENODEV) return Error{"posix", code, fmt::format("{} was unplugged", description_.localizedName)};
+    if (code == ENODEV)
+      return makeError(CaptureErrorCode::unplugged, fmt::format("{} was unplugged", description_.localizedName));
     if (code == EIO && ++errorsInARow_ <= kMostErrorsInARow) {
       sink_->didDrop({frameDurationOf(frameRate_), CaptureClock::realTime()->now(), MediaTime::invalid()});
       return std::nullopt;
@@ -313,12 +317,14 @@ std::optional<Error> V4L2Driver::dequeue() {
   }
   errorsInARow_ = 0;
   if (buffer.index >= mappings_.size()) {
-    return Error{"capture", EINVAL, fmt::format("{} gives a buffer that does not exist", description_.localizedName)};
+    return makeError(CaptureErrorCode::deviceFailed,
+                     fmt::format("{} gives a buffer that does not exist", description_.localizedName));
   }
   deliver(buffer);
   if (!enqueue(buffer.index)) {
     const int code = errno;
-    if (code == ENODEV) return Error{"posix", code, fmt::format("{} was unplugged", description_.localizedName)};
+    if (code == ENODEV)
+      return makeError(CaptureErrorCode::unplugged, fmt::format("{} was unplugged", description_.localizedName));
     return v4l2Error(code, fmt::format("{} takes no buffer back", description_.localizedName));
   }
   return std::nullopt;

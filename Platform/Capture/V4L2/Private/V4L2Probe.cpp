@@ -6,6 +6,7 @@
 #include <map>
 #include <system_error>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/UsualSizes.h"
 #include "Platform/Capture/V4L2/Private/V4L2Probe.h"
 
@@ -169,7 +170,19 @@ void probeControls(const V4L2Descriptor& node, V4L2Capabilities& found) {
 }  // namespace
 
 Error v4l2Error(int code, const std::string& what) {
-  return {"posix", code, fmt::format("{}: {}", what, std::system_category().message(code))};
+  const std::string text = fmt::format("{}: {}", what, std::system_category().message(code));
+  switch (code) {
+    case EACCES:
+    case EPERM:
+      return makeError(CaptureErrorCode::permissionDenied, text);
+    case EBUSY:
+      return makeError(CaptureErrorCode::busy, text);
+    case ENODEV:
+    case ENXIO:
+      return makeError(CaptureErrorCode::unplugged, text);
+    default:
+      return {"posix", code, text};
+  }
 }
 
 std::optional<V4L2Capabilities> probeV4L2(const V4L2Descriptor& node) {

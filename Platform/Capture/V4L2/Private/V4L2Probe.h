@@ -75,7 +75,7 @@ struct V4L2Capabilities {
 
 /// Asks a node. Nothing when it is no camera that we can read.
 std::optional<V4L2Capabilities> probeV4L2(const V4L2Descriptor& node);
-/// "what: the system's reason", of domain "posix".
+/// "what: the system's reason". A case of `CaptureErrorCode` where there is one for it, else of the domain "posix".
 Error v4l2Error(int code, const std::string& what);
 
 }  // namespace tavrel

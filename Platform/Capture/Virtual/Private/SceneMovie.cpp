@@ -8,6 +8,7 @@
 #include <numbers>
 #include <utility>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Graphics/PixelBuffer.h"
 #include "Platform/Media/SampleBuffer.h"
 
@@ -35,7 +36,8 @@ double startOf(const SampleBuffer& sample) {
 
 Expected<std::unique_ptr<SceneMovie>> SceneMovie::open(std::shared_ptr<const Asset> asset) {
   const auto tracks = asset->tracksWithMediaType(MediaType::video);
-  if (tracks.empty()) return failure("capture", 1, fmt::format("{} has no pictures", asset->path().string()));
+  if (tracks.empty())
+    return failure(CaptureErrorCode::badScene, fmt::format("{} has no pictures", asset->path().string()));
   std::unique_ptr<SceneMovie> movie(new SceneMovie);
   movie->asset_ = std::move(asset);
   movie->track_ = tracks.front();
@@ -78,7 +80,8 @@ Expected<void> SceneMovie::rewind(double passStart) {
   auto first = output_->copyNextSampleBuffer();
   if (!first) {
     if (const auto reason = reader_->error()) return tl::unexpected(*reason);
-    return failure("capture", 1, fmt::format("{} has no picture that can be decoded", asset_->path().string()));
+    return failure(CaptureErrorCode::badScene,
+                   fmt::format("{} has no picture that can be decoded", asset_->path().string()));
   }
   current_ = std::move(first);
   next_ = output_->copyNextSampleBuffer();

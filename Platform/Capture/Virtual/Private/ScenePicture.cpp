@@ -1,5 +1,6 @@
 #include "Platform/Capture/Virtual/Private/ScenePicture.h"
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Imaging/BitmapContext.h"
 #include "Platform/Imaging/ImageSource.h"
 
@@ -19,7 +20,7 @@ Expected<BgraPicture> loadScenePicture(const std::filesystem::path& path) {
   fillRect(canvas, {0, 0, canvas.width, canvas.height}, kBlack);
   const auto context = BitmapContext::create(canvas.bytes, image->width(), image->height(), 8, canvas.bytesPerRow,
                                              kBitmapPremultipliedBGRA);
-  if (!context) return failure("capture", 1, "the picture cannot be drawn");
+  if (!context) return failure(CaptureErrorCode::badScene, "the picture cannot be drawn");
   context->drawImage(*image, {{0, 0}, {static_cast<double>(canvas.width), static_cast<double>(canvas.height)}});
   return picture;
 }

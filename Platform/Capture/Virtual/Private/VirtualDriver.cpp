@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Virtual/Private/VirtualDriver.h"
 
 namespace tavrel {
@@ -60,7 +61,8 @@ void VirtualDriver::fail(Error error) {
 
 Expected<std::shared_ptr<CaptureClock>> VirtualDriver::begin(std::shared_ptr<CaptureSink> sink) {
   const std::lock_guard lock(mutex_);
-  if (sink_) return failure("capture", 1, fmt::format("{} is used by another session", description_.localizedName));
+  if (sink_)
+    return failure(CaptureErrorCode::busy, fmt::format("{} is used by another session", description_.localizedName));
   if (faults_.openError) return tl::unexpected(*faults_.openError);
   sink_ = std::move(sink);
   clock_ = CaptureClock::current();

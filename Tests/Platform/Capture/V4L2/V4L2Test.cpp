@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/CaptureSystem.h"
 #include "Platform/Capture/V4L2/Private/V4L2Backend.h"
 #include "Support/CaptureFakeVideoNode.h"
@@ -214,7 +215,9 @@ TEST_F(V4L2Test, SaysWhyACameraCannotBeOpened) {
     return error ? error->description : std::string();
   };
   EXPECT_THAT(reason(EACCES, 0), HasSubstr("Permission denied"));
-  EXPECT_FALSE(CaptureDeviceInput::create(device).has_value());
+  const auto refused = CaptureDeviceInput::create(device);
+  ASSERT_FALSE(refused.has_value());
+  EXPECT_EQ(refused.error(), CaptureErrorCode::permissionDenied);
   EXPECT_EQ(reason(0, EBUSY), "Fake camera is used by another program");
   EXPECT_EQ(reason(0, 0), "");
 }

@@ -3,6 +3,7 @@
 
 #include <array>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Support/ReaderMovies.h"
 #include "Support/VirtualFrames.h"
 #include "TavrelCaptureTesting.h"
@@ -144,11 +145,15 @@ TEST(FileScene, SaysWhatIsWrong) {
   ASSERT_NO_FATAL_FAILURE(makeMovie(folder / "sound.wav", "-f lavfi -i sine=duration=1 OUT"));
   const struct {
     const char* name;
+    CaptureErrorCode code;
     const char* reason;
-  } kWrong[] = {{"missing.mp4", "there is no file"}, {"text.txt", "neither a movie"}, {"sound.wav", "no pictures"}};
+  } kWrong[] = {{"missing.mp4", CaptureErrorCode::noSuchFile, "there is no file"},
+                {"text.txt", CaptureErrorCode::badScene, "neither a movie"},
+                {"sound.wav", CaptureErrorCode::badScene, "no pictures"}};
   for (const auto& wrong : kWrong) {
     const auto scene = FileScene::create(folder / wrong.name);
     ASSERT_FALSE(scene.has_value()) << wrong.name;
+    EXPECT_EQ(scene.error(), wrong.code);
     EXPECT_EQ(scene.error().domain, "capture");
     EXPECT_THAT(scene.error().description, HasSubstr(wrong.name));
     EXPECT_THAT(scene.error().description, HasSubstr(wrong.reason));

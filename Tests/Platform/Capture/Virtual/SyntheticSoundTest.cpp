@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Support/ReaderMovies.h"
 #include "TavrelCaptureTesting.h"
 
@@ -80,6 +81,8 @@ TEST(FileSound, SaysWhatIsWrong) {
   for (const char* name : {"missing.wav", "text.wav", "mute.mp4", "empty.wav"}) {
     const auto sound = FileSound::create(folder / name, 48000);
     ASSERT_FALSE(sound.has_value()) << name;
+    const bool isMissing = std::string_view(name) == "missing.wav";
+    EXPECT_EQ(sound.error(), isMissing ? CaptureErrorCode::noSuchFile : CaptureErrorCode::badSound) << name;
     EXPECT_EQ(sound.error().domain, "capture");
     EXPECT_NE(sound.error().description.find(name), std::string::npos) << sound.error().description;
   }
