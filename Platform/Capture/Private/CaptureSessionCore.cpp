@@ -13,13 +13,6 @@
 namespace tavrel {
 namespace {
 
-using namespace std::chrono_literals;
-
-constexpr std::chrono::seconds kWatchInterval(1);
-/// A camera that delivers nothing for so long has frozen.
-constexpr std::chrono::seconds kLongestSilence(4);
-constexpr std::array<MediaType, 2> kMediaTypes = {MediaType::video, MediaType::audio};
-
 template <typename T>
 bool contains(const std::vector<T>& all, const T& one) {
   return std::find(all.begin(), all.end(), one) != all.end();
@@ -320,85 +313,6 @@ void CaptureSessionCore::post(const char* name) {
   if (!owner) return;
   DispatchQueue::global()->async(
       [name, owner = std::move(owner)] { NotificationCenter::defaultCenter().post(name, owner.get()); });
-}
-
-void CaptureSessionCore::watch(unsigned runNumber) {
-  CaptureSystem::shared().queue()->asyncAfter(kWatchInterval, [weak = weak_from_this(), runNumber] {
-    const auto self = weak.lock();
-    if (!self) return;
-    const std::lock_guard operation(self->operation_);
-    if (self->runNumber_ != runNumber) return;
-    self->look();
-    self->watch(runNumber);
-  });
-}
-
-void CaptureSessionCore::look() {
-  if (!isRunning_ || configurationDepth_ > 0) return;
-  for (const MediaType mediaType : kMediaTypes) {
-    Slot& slot = slots_[static_cast<std::size_t>(mediaType)];
-    if (!slot.source) {
-      const auto device = deviceOf(mediaType);
-      if (device && device->isConnected()) refreshSlot(mediaType, slot);
-    } else if (mediaType == MediaType::video && slot.source->isRealTime() && slot.source->silence() > kLongestSilence) {
-      fail(slot, makeError(CaptureErrorCode::deviceSilent,
-                           fmt::format("{} has delivered no picture for {} seconds",
-                                       slot.source->device()->localizedName(), kLongestSilence.count())));
-    }
-  }
-}
-
-void CaptureSessionCore::deviceFormatWasSet() {
-  const std::lock_guard operation(operation_);
-  {
-    const std::lock_guard lock(state_);
-    preset_ = kCaptureSessionPresetInputPriority;
-  }
-  refresh();
-}
-
-CaptureSessionCore::Slot* CaptureSessionCore::slotOf(const std::shared_ptr<CaptureSource>& source) {
-  const auto found =
-      std::find_if(slots_.begin(), slots_.end(), [&](const Slot& slot) { return slot.source == source; });
-  return found != slots_.end() ? &*found : nullptr;
-}
-
-void CaptureSessionCore::deviceWentAway(const std::shared_ptr<CaptureDevice>& device) {
-  CaptureSystem::shared().queue()->async([self = shared_from_this(), device] {
-    const std::lock_guard operation(self->operation_);
-    for (Slot& slot : self->slots_) {
-      if (!slot.source || slot.source->device() != device) continue;
-      self->fail(slot,
-                 makeError(CaptureErrorCode::unplugged, fmt::format("{} was unplugged", device->localizedName())));
-    }
-  });
-}
-
-void CaptureSessionCore::deviceCameBack() {
-  CaptureSystem::shared().queue()->async([self = shared_from_this()] {
-    const std::lock_guard operation(self->operation_);
-    self->look();
-  });
-}
-
-void CaptureSessionCore::sourceDelivers(const std::shared_ptr<CaptureSource>& source) {
-  CaptureSystem::shared().queue()->async([self = shared_from_this(), source] {
-    const std::lock_guard operation(self->operation_);
-    Slot* slot = self->slotOf(source);
-    if (!slot || !std::exchange(slot->hasFailed, false)) return;
-    {
-      const std::lock_guard lock(self->state_);
-      self->runtimeError_.reset();
-    }
-    self->post(kCaptureSessionDidRecoverNotification);
-  });
-}
-
-void CaptureSessionCore::sourceFailed(const std::shared_ptr<CaptureSource>& source, Error error) {
-  CaptureSystem::shared().queue()->async([self = shared_from_this(), source, error = std::move(error)]() mutable {
-    const std::lock_guard operation(self->operation_);
-    if (Slot* slot = self->slotOf(source)) self->fail(*slot, std::move(error));
-  });
 }
 
 }  // namespace tavrel

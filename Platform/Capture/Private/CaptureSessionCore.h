@@ -71,6 +71,8 @@ class CaptureSessionCore : public std::enable_shared_from_this<CaptureSessionCor
   bool isInputAddable(const std::shared_ptr<CaptureDeviceInput>& input) const;
   void post(const char* name);
 
+  static constexpr std::array<MediaType, 2> kMediaTypes = {MediaType::video, MediaType::audio};
+
   std::mutex operation_;
   int configurationDepth_ = 0;
   std::array<Slot, 2> slots_;  // by media type

@@ -1,17 +1,15 @@
 #include "Platform/Capture/PipeWire/Private/PipeWireBackend.h"
 
-#include <fmt/format.h>
 #include <pipewire/extensions/metadata.h>
-#include <spa/utils/json.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <map>
 #include <utility>
 #include <vector>
 
 #include "Platform/Capture/PipeWire/Private/PipeWireDriver.h"
+#include "Platform/Capture/PipeWire/Private/PipeWireNodes.h"
 #include "Platform/Dispatch/DispatchQueue.h"
 
 namespace tavrel {
@@ -19,34 +17,6 @@ namespace {
 
 constexpr std::int64_t kFirstLookNanoseconds = 3'000'000'000;
 constexpr std::int64_t kRetrySeconds = 2;
-constexpr double kSampleRate = 48000;
-constexpr std::uint32_t kMostChannels = 2;
-constexpr std::string_view kMonitorSuffix = ".monitor";
-
-enum class NodeKind { none, camera, microphone, monitor };
-
-NodeKind kindOf(const char* mediaClass) {
-  const std::string_view name = mediaClass ? mediaClass : "";
-  if (name == "Video/Source") return NodeKind::camera;
-  if (name == "Audio/Source" || name == "Audio/Source/Virtual" || name == "Audio/Duplex") return NodeKind::microphone;
-  if (name == "Audio/Sink") return NodeKind::monitor;
-  return NodeKind::none;
-}
-
-/// The "name" of {"name": "…"}.
-std::string nameInJson(const char* text) {
-  if (!text) return {};
-  std::array<spa_json, 2> iterators{};
-  spa_json_init(&iterators[0], text, strlen(text));
-  if (spa_json_enter_object(&iterators[0], &iterators[1]) <= 0) return {};
-  std::array<char, 256> key{};
-  while (spa_json_get_string(&iterators[1], key.data(), key.size()) > 0) {
-    std::array<char, 1024> value{};
-    if (spa_json_get_string(&iterators[1], value.data(), value.size()) <= 0) break;
-    if (std::string_view(key.data()) == "name") return value.data();
-  }
-  return {};
-}
 
 }  // namespace
 
@@ -86,7 +56,7 @@ class PipeWireBackend::Registry {
   struct Node {
     Registry* owner = nullptr;
     std::uint32_t id = 0;
-    NodeKind kind = NodeKind::none;
+    PipeWireNodeKind kind = PipeWireNodeKind::none;
     pw_proxy* proxy = nullptr;
     spa_hook listener{};
     PipeWireProperties properties;
@@ -198,8 +168,8 @@ class PipeWireBackend::Registry {
     const std::string_view typeName = type;
     if (typeName == PW_TYPE_INTERFACE_Metadata) return self->bindMetadata(id, properties);
     if (typeName != PW_TYPE_INTERFACE_Node) return;
-    const NodeKind kind = kindOf(spa_dict_lookup(properties, PW_KEY_MEDIA_CLASS));
-    if (kind == NodeKind::none) return;
+    const PipeWireNodeKind kind = pipeWireNodeKindOf(spa_dict_lookup(properties, PW_KEY_MEDIA_CLASS));
+    if (kind == PipeWireNodeKind::none) return;
     auto* proxy =
         static_cast<pw_proxy*>(pw_registry_bind(self->registry_, id, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, 0));
     if (!proxy) return;
@@ -223,7 +193,8 @@ class PipeWireBackend::Registry {
 
   static int metadataProperty(void* data, std::uint32_t, const char* key, const char*, const char* value) {
     auto* self = static_cast<Registry*>(data);
-    if (key && std::string_view(key) == "default.audio.source") self->defaults_->setSource(nameInJson(value));
+    if (key && std::string_view(key) == "default.audio.source")
+      self->defaults_->setSource(nameInPipeWireMetadata(value));
     return 0;
   }
 
@@ -245,7 +216,7 @@ class PipeWireBackend::Registry {
     // A camera that has not found its formats yet is asked again when they change.
     const bool hasFormats = std::any_of(info->params, info->params + info->n_params,
                                         [](const spa_param_info& param) { return param.id == SPA_PARAM_EnumFormat; });
-    if (!hasFormats && node->kind == NodeKind::camera) return;
+    if (!hasFormats && node->kind == PipeWireNodeKind::camera) return;
     node->modes.clear();
     node->wasAsked = true;
     if (hasFormats) {
@@ -257,7 +228,7 @@ class PipeWireBackend::Registry {
   static void nodeParameter(void* data, int, std::uint32_t id, std::uint32_t, std::uint32_t, const spa_pod* parameter) {
     auto* node = static_cast<Node*>(data);
     if (id != SPA_PARAM_EnumFormat || !parameter) return;
-    if (node->kind == NodeKind::camera) {
+    if (node->kind == PipeWireNodeKind::camera) {
       const auto modes = parsePipeWireModes(*parameter);
       node->modes.insert(node->modes.end(), modes.begin(), modes.end());
     } else if (node->channels == 0) {
@@ -269,28 +240,9 @@ class PipeWireBackend::Registry {
     node.doneSequence = -1;
     if (node.driver) return;
     const std::string name = valueOf(node.properties, PW_KEY_NODE_NAME);
-    if (name.empty() || (node.kind == NodeKind::camera && node.modes.empty())) return;
-    CaptureDeviceDescription description;
-    const bool isMonitor = node.kind == NodeKind::monitor;
-    description.uniqueID = fmt::format("pipewire:{}{}", name, isMonitor ? kMonitorSuffix : "");
-    for (const char* key : {PW_KEY_NODE_NAME, PW_KEY_NODE_NICK, PW_KEY_NODE_DESCRIPTION}) {
-      if (const std::string text = valueOf(node.properties, key); !text.empty()) description.localizedName = text;
-    }
-    if (isMonitor) description.localizedName = "Monitor of " + description.localizedName;
-    description.backendName = "pipewire";
-    description.isMonitor = isMonitor;
-    if (node.kind == NodeKind::camera) {
-      description.position = positionOf(node.properties);
-      description.mountRotation = mountRotationOf(node.properties);
-      description.formats = deviceFormatsOf(node.modes);
-    } else {
-      description.mediaType = MediaType::audio;
-      auto format = std::make_shared<CaptureDeviceFormat>();
-      format->mediaType = MediaType::audio;
-      format->audioFormat.sampleRate = kSampleRate;
-      format->audioFormat.channelCount = std::clamp(node.channels, 1U, kMostChannels);
-      description.formats = {std::move(format)};
-    }
+    if (name.empty() || (node.kind == PipeWireNodeKind::camera && node.modes.empty())) return;
+    auto description = describePipeWireNode(name, node.kind, node.properties, node.modes, node.channels);
+    const bool isMonitor = description.isMonitor;
     node.driver = std::make_shared<PipeWireDriver>(
         std::move(description),
         PipeWireDriver::Node{name, valueOf(node.properties, PW_KEY_OBJECT_SERIAL), isMonitor, node.modes}, defaults_);

@@ -1,31 +1,22 @@
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <utility>
 
 #include "Platform/Capture/CaptureError.h"
-#include "Platform/Capture/Private/CaptureTimes.h"
 #include "Platform/Capture/Private/FrameRates.h"
 #include "Platform/Capture/V4L2/Private/V4L2Driver.h"
-#include "Platform/Foundation/ConsoleLog.h"
 
 namespace tavrel {
 namespace {
 
 constexpr std::uint32_t kBufferCount = 4;
 constexpr std::uint32_t kFewestBuffers = 2;
-constexpr int kPollMilliseconds = 500;
-/// Drivers report a damaged transfer as an input/output error and go on; so many in a row are no accident.
-constexpr int kMostErrorsInARow = 10;
-/// More missing pictures than that are one gap, not a count.
-constexpr std::uint32_t kLargestGap = 300;
 
 FrameMatrix matrixOf(const v4l2_pix_format& format) {
   switch (format.ycbcr_enc) {
@@ -279,144 +270,6 @@ void V4L2Driver::close() {
 void V4L2Driver::setFrameRate(double framesPerSecond) {
   // The capture thread does it between two pictures; half a second late at the most.
   wantedRate_ = framesPerSecond;
-}
-
-void V4L2Driver::loop(const std::stop_token& stop) {
-  pthread_setname_np(pthread_self(), "tavrel.v4l2");
-  while (!stop.stop_requested()) {
-    std::optional<Error> error;
-    if (const double rate = wantedRate_.exchange(0); rate > 0 && rate != frameRate_) error = changeRate(rate);
-    pollfd descriptors[] = {{node_->get(), POLLIN, 0}, {wake_, POLLIN, 0}};
-    const int ready = error ? 0 : calls_.poll(descriptors, 2, kPollMilliseconds);
-    if (stop.stop_requested()) return;
-    if (ready < 0) {
-      error = v4l2Error(errno, fmt::format("{} cannot be waited for", description_.localizedName));
-    } else if (ready > 0 && descriptors[0].revents != 0) {
-      error = dequeue();
-    }
-    if (!error) continue;
-    sink_->didFail(std::move(*error));
-    return;
-  }
-}
-
-std::optional<Error> V4L2Driver::dequeue() {
-  v4l2_buffer buffer{};
-  buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-  buffer.memory = V4L2_MEMORY_MMAP;
-  if (!node_->control(VIDIOC_DQBUF, &buffer)) {
-    const int code = errno;
-    if (code == EAGAIN) return std::nullopt;
-    if (code == ENODEV)
-      return makeError(CaptureErrorCode::unplugged, fmt::format("{} was unplugged", description_.localizedName));
-    if (code == EIO && ++errorsInARow_ <= kMostErrorsInARow) {
-      sink_->didDrop({frameDurationOf(frameRate_), CaptureClock::realTime()->now(), MediaTime::invalid()});
-      return std::nullopt;
-    }
-    return v4l2Error(code, fmt::format("{} gives no picture", description_.localizedName));
-  }
-  errorsInARow_ = 0;
-  if (buffer.index >= mappings_.size()) {
-    return makeError(CaptureErrorCode::deviceFailed,
-                     fmt::format("{} gives a buffer that does not exist", description_.localizedName));
-  }
-  deliver(buffer);
-  if (!enqueue(buffer.index)) {
-    const int code = errno;
-    if (code == ENODEV)
-      return makeError(CaptureErrorCode::unplugged, fmt::format("{} was unplugged", description_.localizedName));
-    return v4l2Error(code, fmt::format("{} takes no buffer back", description_.localizedName));
-  }
-  return std::nullopt;
-}
-
-void V4L2Driver::deliver(const v4l2_buffer& buffer) {
-  const bool isMonotonic = (buffer.flags & V4L2_BUF_FLAG_TIMESTAMP_MASK) == V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
-  const std::int64_t stamp = buffer.timestamp.tv_sec * 1'000'000'000LL + buffer.timestamp.tv_usec * 1'000LL;
-  const MediaTime time = captureTimeOf(isMonotonic ? stamp : 0);
-  const SampleTiming timing = {frameDurationOf(frameRate_), time, MediaTime::invalid()};
-  reportGap(buffer.sequence, time);
-  if ((buffer.flags & V4L2_BUF_FLAG_ERROR) != 0) return sink_->didDrop(timing);
-
-  auto picture = pool_->createPixelBuffer();
-  if (!picture) return sink_->didDrop(timing);
-  const Mapping& mapping = mappings_[buffer.index];
-  frame_.bytes = static_cast<const std::uint8_t*>(mapping.address);
-  frame_.byteCount = std::min<std::size_t>(buffer.bytesused, mapping.length);
-  if (auto converted = converter_.convert(frame_, **picture); !converted) return sink_->didDrop(timing);
-  if (auto sample = SampleBuffer::createImage(std::move(*picture), timing)) sink_->didCapture(std::move(*sample));
-}
-
-void V4L2Driver::reportGap(std::uint32_t sequence, const MediaTime& time) {
-  const std::uint32_t missing = lastSequence_ ? sequence - *lastSequence_ - 1 : 0;
-  lastSequence_ = sequence;
-  if (missing == 0 || missing > kLargestGap) return;
-  const MediaTime duration = frameDurationOf(frameRate_);
-  for (std::uint32_t back = missing; back > 0; --back) {
-    sink_->didDrop(
-        {duration, time - MediaTime::fromSeconds(back / frameRate_, CaptureClock::kTimescale), MediaTime::invalid()});
-  }
-}
-
-std::optional<Error> V4L2Driver::changeRate(double framesPerSecond) {
-  int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-  if (!node_->control(VIDIOC_STREAMOFF, &type)) {
-    return v4l2Error(errno, fmt::format("{} does not stop", description_.localizedName));
-  }
-  chooseRate(framesPerSecond);
-  if (auto started = startStream(); !started) return started.error();
-  return std::nullopt;
-}
-
-bool V4L2Driver::setControl(std::uint32_t identity, int value) {
-  v4l2_control control{identity, value};
-  return node_->control(VIDIOC_S_CTRL, &control);
-}
-
-void V4L2Driver::applyAll(const CaptureControls& controls) {
-  for (const auto control :
-       {CaptureControl::torch, CaptureControl::focus, CaptureControl::exposure, CaptureControl::zoom}) {
-    apply(control, controls);
-  }
-}
-
-void V4L2Driver::apply(CaptureControl control, const CaptureControls& controls) {
-  const std::lock_guard lock(mutex_);
-  if (!node_) return;
-  bool done = true;
-  switch (control) {
-    case CaptureControl::torch:
-      if (!capabilities_.flashLed.exists) return;
-      done = setControl(V4L2_CID_FLASH_LED_MODE, controls.torchMode == CaptureTorchMode::on ? V4L2_FLASH_LED_MODE_TORCH
-                                                                                            : V4L2_FLASH_LED_MODE_NONE);
-      break;
-    case CaptureControl::focus:
-      if (capabilities_.focusAuto.exists) {
-        done = setControl(V4L2_CID_FOCUS_AUTO, controls.focusMode == CaptureFocusMode::continuousAutoFocus ? 1 : 0);
-      }
-      if (controls.focusMode == CaptureFocusMode::autoFocus && capabilities_.focusStart.exists) {
-        done = setControl(V4L2_CID_AUTO_FOCUS_START, 1) && done;
-      }
-      break;
-    case CaptureControl::exposure: {
-      const bool isAutomatic = controls.exposureMode != CaptureExposureMode::locked;
-      if (isAutomatic ? capabilities_.automaticExposure < 0 : !capabilities_.hasManualExposure) return;
-      done = setControl(V4L2_CID_EXPOSURE_AUTO,
-                        isAutomatic ? capabilities_.automaticExposure : static_cast<int>(V4L2_EXPOSURE_MANUAL));
-      break;
-    }
-    case CaptureControl::zoom: {
-      const V4L2ControlRange& zoom = capabilities_.zoom;
-      if (!zoom.exists || zoom.maximum <= zoom.minimum) return;
-      const double place = (controls.zoomFactor - 1) / (capabilities_.largestZoom() - 1);
-      done = setControl(V4L2_CID_ZOOM_ABSOLUTE,
-                        zoom.minimum + static_cast<int>(std::lround(place * (zoom.maximum - zoom.minimum))));
-      break;
-    }
-  }
-  if (!done) {
-    ConsoleLog::write("{} refuses a setting: {}", description_.localizedName, std::system_category().message(errno));
-  }
 }
 
 }  // namespace tavrel
