@@ -129,6 +129,17 @@ bool TavrelAnimatedStickerCaptureEffect::refreshPictureWithTimestamp(double time
   return true;
 }
 
+TavrelCaptureEffectNodes TavrelAnimatedStickerCaptureEffect::makeNodes(Size frameSize) {
+  setVideoSize(frameSize);
+  return {.filters = {filter()}, .pictures = {picture_}};
+}
+
+std::shared_ptr<PixelBuffer> TavrelAnimatedStickerCaptureEffect::prepareFrame(
+    const std::shared_ptr<PixelBuffer>& pixelBuffer, const SampleTiming&, MediaTime frameTime) {
+  if (frameTime.isNumeric() && refreshPictureWithTimestamp(frameTime.seconds())) picture_->processImage();
+  return pixelBuffer;
+}
+
 std::shared_ptr<Image> TavrelAnimatedStickerCaptureEffect::imageAtIndex(std::size_t index) const {
   if (animatedImage) return animatedImage->imageAtIndex(index);
   return loadImage(imagePaths_.at(index)).value_or(nullptr);

@@ -41,6 +41,11 @@ class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelObject, publi
   ~TavrelAnimatedStickerCaptureEffect() override;
 
   std::shared_ptr<TavrelCaptureEffect> copy() const override;
+  /// `filter` and `picture`, placed on frames of that size.
+  TavrelCaptureEffectNodes makeNodes(Size frameSize) override;
+  /// Shows what is due at `frameTime`, if that is a time.
+  std::shared_ptr<PixelBuffer> prepareFrame(const std::shared_ptr<PixelBuffer>& pixelBuffer,
+                                            const SampleTiming& sampleTimingInfo, MediaTime frameTime) override;
 
   /// The GIF; nullptr for pictures from files.
   const std::shared_ptr<DataProvider>& gifData() const { return gifData_; }

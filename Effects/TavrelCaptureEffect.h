@@ -1,18 +1,74 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <memory>
+#include <string_view>
 
+#include "Effects/TavrelCaptureEffectNodes.h"
 #include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Geometry.h"
+#include "Platform/Foundation/ObserverList.h"
+#include "Platform/Media/MediaTime.h"
 
 namespace tavrel {
 
-/// Describes one effect that the camera is asked for. It carries parameters and draws nothing itself.
+class PixelBuffer;
+struct SampleTiming;
+
+/// Describes one effect that a camera, or a `TavrelCaptureEffectChain`, is asked for. It carries parameters and makes
+/// the nodes that draw it.
+///
+/// An effect of one's own derives from this class, and from `TavrelObject` if its properties are to be observed by
+/// name. It overrides `copy` and what it needs of the rest: `makeNodes` where it draws on the GPU, `prepareFrame` where
+/// it works on pixel buffers, `sizeAfter` where it changes the frame's size. Its setters end with `announceChange`.
+///
+/// One thread at a time, but for `prepareFrame`.
 class TAVREL_API TavrelCaptureEffect {
  public:
-  virtual ~TavrelCaptureEffect() = default;
+  using ChangeObserver = std::function<void(std::string_view property)>;
+  /// Names one registration; 0 is never given out.
+  using ChangeObserverToken = std::uint64_t;
+
+  TavrelCaptureEffect() = default;
+  TavrelCaptureEffect& operator=(const TavrelCaptureEffect&) = delete;
+  virtual ~TavrelCaptureEffect();
 
   /// An independent new descriptor of the same class; each class says what it takes over. Observers are not.
   virtual std::shared_ptr<TavrelCaptureEffect> copy() const = 0;
+
+  /// Makes the nodes for frames of `frameSize`, in pixels; none by default. Called each time a chain is built: an
+  /// effect that hands out nodes of its own, rather than new ones, can be in one chain only. Not on the
+  /// video-processing queue.
+  virtual TavrelCaptureEffectNodes makeNodes(Size frameSize);
+  /// Brings `nodes`, which `makeNodes` made before, up to the new value of `property`, and returns true; returns false,
+  /// as it does by default, when nodes have to be made anew. Called by the chain that has the nodes, on the thread that
+  /// announced the change.
+  virtual bool applyChange(std::string_view property, const TavrelCaptureEffectNodes& nodes);
+  /// The size that a frame of `frameSize` has behind the effect, in pixels; the same by default.
+  virtual Size sizeAfter(Size frameSize) const;
+  /// Called for every frame before it enters the graph: on a camera's capture queue, which waits, or by whoever has a
+  /// chain. `pixelBuffer` is what the effect before returned; nullptr where frames have no pixel buffer.
+  /// `sampleTimingInfo` is the sample's own timing, `frameTime` the one with which it enters the graph: invalid for the
+  /// picture of a snapshot. Returns the pixel buffer to go on with: by default the same.
+  virtual std::shared_ptr<PixelBuffer> prepareFrame(const std::shared_ptr<PixelBuffer>& pixelBuffer,
+                                                    const SampleTiming& sampleTimingInfo, MediaTime frameTime);
+
+  /// Calls `observer` after each announced change, on the announcing thread. Any thread.
+  ChangeObserverToken addChangeObserver(ChangeObserver observer);
+  /// Ends a registration. An observer that runs on another thread at this moment may still finish after the return.
+  void removeChangeObserver(ChangeObserverToken token);
+
+ protected:
+  /// Observers watch an effect, not its copies.
+  TavrelCaptureEffect(const TavrelCaptureEffect&) {}
+
+  /// Tells whoever has nodes of this effect that `property` has a new value; see `applyChange`.
+  void announceChange(std::string_view property);
+
+ private:
+  struct EveryChange {};
+  ObserverList<EveryChange, std::string_view> observers_;
 };
 
 }  // namespace tavrel

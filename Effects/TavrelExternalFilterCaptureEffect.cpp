@@ -2,14 +2,23 @@
 
 namespace tavrel {
 
+TavrelExternalFilterCaptureEffect::TavrelExternalFilterCaptureEffect(const TavrelExternalFilterCaptureEffect& source)
+    : TavrelObject(source), TavrelCaptureEffect(source), externalFilterClass_(source.externalFilterClass()) {}
+
 std::shared_ptr<TavrelCaptureEffect> TavrelExternalFilterCaptureEffect::copy() const {
   return std::make_shared<TavrelExternalFilterCaptureEffect>(*this);
 }
 
-std::shared_ptr<PixelBuffer> TavrelExternalFilterCaptureEffect::processedPixelBuffer(
-    const std::shared_ptr<PixelBuffer>& pixelBuffer, const SampleTiming& sampleTimingInfo) const {
-  if (!externalFilterClass_ || !externalFilterClass_->sharedInstance) return pixelBuffer;
-  const std::shared_ptr<TavrelExternalFilter> filter = externalFilterClass_->sharedInstance();
+void TavrelExternalFilterCaptureEffect::setExternalFilterClass(const TavrelExternalFilterClass* externalFilterClass) {
+  externalFilterClass_ = externalFilterClass;
+  didChangeValueForKey("externalFilterClass");
+}
+
+std::shared_ptr<PixelBuffer> TavrelExternalFilterCaptureEffect::prepareFrame(
+    const std::shared_ptr<PixelBuffer>& pixelBuffer, const SampleTiming& sampleTimingInfo, MediaTime) {
+  const TavrelExternalFilterClass* const named = externalFilterClass_;
+  if (!pixelBuffer || !named || !named->sharedInstance) return pixelBuffer;
+  const std::shared_ptr<TavrelExternalFilter> filter = named->sharedInstance();
   if (!filter) return pixelBuffer;
   const std::shared_ptr<PixelBuffer> processed = filter->processPixelBuffer(pixelBuffer, sampleTimingInfo);
   return processed ? processed : pixelBuffer;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 #include "Effects/TavrelCaptureEffect.h"
 #include "Effects/TavrelExternalFilter.h"
 #include "Effects/TavrelObject.h"
@@ -11,23 +13,21 @@ class TAVREL_API TavrelExternalFilterCaptureEffect : public TavrelObject, public
  public:
   TavrelExternalFilterCaptureEffect() = default;
   /// A copy takes over attachments and names the same class.
-  TavrelExternalFilterCaptureEffect(const TavrelExternalFilterCaptureEffect& source) = default;
+  TavrelExternalFilterCaptureEffect(const TavrelExternalFilterCaptureEffect& source);
 
   std::shared_ptr<TavrelCaptureEffect> copy() const override;
 
-  /// `externalFilterClassOf<…>()`; without one the effect does nothing.
+  /// `externalFilterClassOf<…>()`; without one the effect does nothing. Read anew for every frame. Any thread.
   const TavrelExternalFilterClass* externalFilterClass() const { return externalFilterClass_; }
-  void setExternalFilterClass(const TavrelExternalFilterClass* externalFilterClass) {
-    changeValue(externalFilterClass_, externalFilterClass, "externalFilterClass");
-  }
+  void setExternalFilterClass(const TavrelExternalFilterClass* externalFilterClass);
 
-  /// The frame to go on with: what the class's object makes of `pixelBuffer`, or `pixelBuffer` itself where there is no
-  /// class, no object or no result.
-  std::shared_ptr<PixelBuffer> processedPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer,
-                                                    const SampleTiming& sampleTimingInfo) const;
+  /// What the class's object makes of `pixelBuffer`, or `pixelBuffer` itself where there is no class, no object or no
+  /// result.
+  std::shared_ptr<PixelBuffer> prepareFrame(const std::shared_ptr<PixelBuffer>& pixelBuffer,
+                                            const SampleTiming& sampleTimingInfo, MediaTime frameTime) override;
 
  private:
-  const TavrelExternalFilterClass* externalFilterClass_ = nullptr;
+  std::atomic<const TavrelExternalFilterClass*> externalFilterClass_ = nullptr;
 };
 
 }  // namespace tavrel

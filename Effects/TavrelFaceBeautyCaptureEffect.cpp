@@ -1,5 +1,7 @@
 #include "Effects/TavrelFaceBeautyCaptureEffect.h"
 
+#include "GPUImage/Filters/TavrelGPUImageBeautifyFilter.h"
+
 namespace tavrel {
 
 // The bright level serves twice; that is how a copy has always been.
@@ -12,6 +14,27 @@ TavrelFaceBeautyCaptureEffect::TavrelFaceBeautyCaptureEffect(const TavrelFaceBea
 
 std::shared_ptr<TavrelCaptureEffect> TavrelFaceBeautyCaptureEffect::copy() const {
   return std::make_shared<TavrelFaceBeautyCaptureEffect>(*this);
+}
+
+void TavrelFaceBeautyCaptureEffect::setLevel(double& level, double value, std::string_view property) {
+  changeValue(level, value, property);
+  announceChange(property);
+}
+
+TavrelCaptureEffectNodes TavrelFaceBeautyCaptureEffect::makeNodes(Size) {
+  const auto filter = std::make_shared<TavrelGPUImageBeautifyFilter>();
+  filter->setBeautyLevel(beautyLevel_);
+  filter->setBrightLevel(brightLevel_);
+  filter->setToneLevel(toneLevel_);
+  return {.filters = {filter}, .pictures = {}};
+}
+
+bool TavrelFaceBeautyCaptureEffect::applyChange(std::string_view property, const TavrelCaptureEffectNodes& nodes) {
+  auto& filter = static_cast<TavrelGPUImageBeautifyFilter&>(*nodes.filters.front());
+  if (property == "beautyLevel") filter.setBeautyLevel(beautyLevel_);
+  if (property == "brightLevel") filter.setBrightLevel(brightLevel_);
+  if (property == "toneLevel") filter.setToneLevel(toneLevel_);
+  return true;
 }
 
 }  // namespace tavrel

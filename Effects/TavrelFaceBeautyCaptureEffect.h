@@ -5,8 +5,8 @@
 
 namespace tavrel {
 
-/// Smooths and brightens skin. Observable: "beautyLevel", "brightLevel" and "toneLevel"; the camera passes a change of
-/// one on to its filter.
+/// Smooths and brightens skin. Observable: "beautyLevel", "brightLevel" and "toneLevel"; a running camera's filter
+/// follows a change of one.
 class TAVREL_API TavrelFaceBeautyCaptureEffect : public TavrelObject, public TavrelCaptureEffect {
  public:
   TavrelFaceBeautyCaptureEffect() = default;
@@ -14,15 +14,20 @@ class TAVREL_API TavrelFaceBeautyCaptureEffect : public TavrelObject, public Tav
   TavrelFaceBeautyCaptureEffect(const TavrelFaceBeautyCaptureEffect& source);
 
   std::shared_ptr<TavrelCaptureEffect> copy() const override;
+  /// A beautify filter with the levels.
+  TavrelCaptureEffectNodes makeNodes(Size frameSize) override;
+  bool applyChange(std::string_view property, const TavrelCaptureEffectNodes& nodes) override;
 
   double beautyLevel() const { return beautyLevel_; }
-  void setBeautyLevel(double beautyLevel) { changeValue(beautyLevel_, beautyLevel, "beautyLevel"); }
+  void setBeautyLevel(double beautyLevel) { setLevel(beautyLevel_, beautyLevel, "beautyLevel"); }
   double brightLevel() const { return brightLevel_; }
-  void setBrightLevel(double brightLevel) { changeValue(brightLevel_, brightLevel, "brightLevel"); }
+  void setBrightLevel(double brightLevel) { setLevel(brightLevel_, brightLevel, "brightLevel"); }
   double toneLevel() const { return toneLevel_; }
-  void setToneLevel(double toneLevel) { changeValue(toneLevel_, toneLevel, "toneLevel"); }
+  void setToneLevel(double toneLevel) { setLevel(toneLevel_, toneLevel, "toneLevel"); }
 
  private:
+  void setLevel(double& level, double value, std::string_view property);
+
   double beautyLevel_ = 0.5;
   double brightLevel_ = 0.5;
   double toneLevel_ = 0.5;

@@ -1,9 +1,51 @@
 #include "Effects/TavrelImageStickerCaptureEffect.h"
 
+#include <utility>
+
+#include "GPUImage/Filters/TavrelGPUImageAlphaBlendFilter.h"
+#include "GPUImage/Filters/TavrelGPUImagePlacementFilter.h"
+#include "GPUImage/Sources/TavrelGPUImagePicture.h"
+#include "TavrelBase/Utils/TavrelUtils.h"
+
 namespace tavrel {
 
 std::shared_ptr<TavrelCaptureEffect> TavrelImageStickerCaptureEffect::copy() const {
   return std::make_shared<TavrelImageStickerCaptureEffect>(*this);
+}
+
+void TavrelImageStickerCaptureEffect::setImage(std::shared_ptr<Image> image) {
+  changeValue(image_, std::move(image), "image");
+  announceChange("image");
+}
+
+void TavrelImageStickerCaptureEffect::setDestRect(const Rect& destRect) {
+  changeValue(destRect_, destRect, "destRect");
+  announceChange("destRect");
+}
+
+void TavrelImageStickerCaptureEffect::setRotation(double rotation) {
+  changeValue(rotation_, rotation, "rotation");
+  announceChange("rotation");
+}
+
+TavrelCaptureEffectNodes TavrelImageStickerCaptureEffect::makeNodes(Size frameSize) {
+  if (!image_) return {};
+  const Size imageSize = {static_cast<double>(image_->width()), static_cast<double>(image_->height())};
+  const Rect rectangle = destRect_ == Rect() ? Rect{{0, 0}, imageSize} : destRect_;
+  const auto placement = std::make_shared<TavrelGPUImagePlacementFilter>();
+  placement->setAffineTransform(TavrelGetTransform(rectangle, frameSize, static_cast<float>(rotation_)));
+  placement->forceProcessingAtSize(frameSize);
+  const auto blend = std::make_shared<TavrelGPUImageAlphaBlendFilter>();
+  blend->setMix(1);
+
+  // Blending multiplies by alpha, so the colours must not be multiplied already. A picture that is much reduced takes
+  // mipmaps, else pixels would be left out.
+  const bool isMuchReduced =
+      imageSize.width > 1.5 * rectangle.size.width || imageSize.height > 1.5 * rectangle.size.height;
+  const auto picture = std::make_shared<TavrelGPUImagePicture>(straightImage(image_), isMuchReduced, true);
+  picture->addTarget(placement);
+  placement->addTarget(blend, 1);
+  return {.filters = {blend}, .pictures = {picture}};
 }
 
 }  // namespace tavrel

@@ -15,15 +15,17 @@ class TAVREL_API TavrelImageStickerCaptureEffect : public TavrelObject, public T
   TavrelImageStickerCaptureEffect(const TavrelImageStickerCaptureEffect& source) = default;
 
   std::shared_ptr<TavrelCaptureEffect> copy() const override;
+  /// An alpha blend filter, into which a placed picture of the image leads; none without an image.
+  TavrelCaptureEffectNodes makeNodes(Size frameSize) override;
 
   const std::shared_ptr<Image>& image() const { return image_; }
-  void setImage(std::shared_ptr<Image> image) { changeValue(image_, std::move(image), "image"); }
-  /// Where the sticker lies, in pixels of the video.
+  void setImage(std::shared_ptr<Image> image);
+  /// Where the sticker lies, in pixels of the video; all zero: the image's own size, at the top left.
   const Rect& destRect() const { return destRect_; }
-  void setDestRect(const Rect& destRect) { changeValue(destRect_, destRect, "destRect"); }
+  void setDestRect(const Rect& destRect);
   /// In radians, about the rectangle's centre.
   double rotation() const { return rotation_; }
-  void setRotation(double rotation) { changeValue(rotation_, rotation, "rotation"); }
+  void setRotation(double rotation);
 
  private:
   std::shared_ptr<Image> image_;

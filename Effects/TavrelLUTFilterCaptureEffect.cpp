@@ -1,9 +1,27 @@
 #include "Effects/TavrelLUTFilterCaptureEffect.h"
 
+#include <utility>
+
+#include "GPUImage/Filters/TavrelGPUImageLookupFilter.h"
+#include "GPUImage/Sources/TavrelGPUImagePicture.h"
+
 namespace tavrel {
 
 std::shared_ptr<TavrelCaptureEffect> TavrelLUTFilterCaptureEffect::copy() const {
   return std::make_shared<TavrelLUTFilterCaptureEffect>(*this);
+}
+
+void TavrelLUTFilterCaptureEffect::setImage(std::shared_ptr<Image> image) {
+  changeValue(image_, std::move(image), "image");
+  announceChange("image");
+}
+
+TavrelCaptureEffectNodes TavrelLUTFilterCaptureEffect::makeNodes(Size) {
+  if (!image_) return {};
+  const auto lookup = std::make_shared<TavrelGPUImageLookupFilter>();
+  const auto picture = std::make_shared<TavrelGPUImagePicture>(image_, false, true);
+  picture->addTarget(lookup, 1);
+  return {.filters = {lookup}, .pictures = {picture}};
 }
 
 }  // namespace tavrel

@@ -14,10 +14,12 @@ class TAVREL_API TavrelLUTFilterCaptureEffect : public TavrelObject, public Tavr
   TavrelLUTFilterCaptureEffect(const TavrelLUTFilterCaptureEffect& source) = default;
 
   std::shared_ptr<TavrelCaptureEffect> copy() const override;
+  /// A lookup filter, with a picture of the image; none without an image.
+  TavrelCaptureEffectNodes makeNodes(Size frameSize) override;
 
   /// 512 × 512 pixels in 8 × 8 tiles: blue grows from tile to tile, red to the right and green downwards in each.
   const std::shared_ptr<Image>& image() const { return image_; }
-  void setImage(std::shared_ptr<Image> image) { changeValue(image_, std::move(image), "image"); }
+  void setImage(std::shared_ptr<Image> image);
 
  private:
   std::shared_ptr<Image> image_;

@@ -13,8 +13,6 @@
 #include "Capture/Video/TavrelCameraConfiguration.h"
 #include "Capture/Video/TavrelFocusView.h"
 #include "Capture/Video/TavrelSampleBufferDelegateProxy.h"
-#include "Effects/TavrelObject.h"
-#include "GPUImage/Filters/TavrelGPUImageBeautifyFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageCropFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageTransformFilter.h"
 #include "GPUImage/Sources/TavrelGPUImageCVPixelBufferInput.h"
@@ -40,7 +38,6 @@ struct TavrelCameraStatistics {
 };
 
 class TavrelCamera;
-class TavrelFaceBeautyCaptureEffect;
 class TavrelGPUImageGaussianBlurFilter;
 
 /// Receives what a camera makes.
@@ -196,7 +193,7 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
                              const std::shared_ptr<CaptureConnection>& connection) override;
 
  private:
-  using BeautyFilters = std::map<std::uint64_t, std::shared_ptr<TavrelGPUImageBeautifyFilter>>;
+  using EffectObserver = std::pair<std::shared_ptr<TavrelCaptureEffect>, TavrelCaptureEffect::ChangeObserverToken>;
   explicit TavrelCamera(const TavrelCameraConfiguration& configuration);
 
   // Set-up and session.
@@ -231,7 +228,7 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
   void refreshForNewCaptureEffects();
   void addCaptureEffectsKVOs(const CaptureEffects& effects);
   void removetCaptureEffectsKVOs();
-  std::shared_ptr<TavrelGPUImageBeautifyFilter> beautyFilterOf(const TavrelFaceBeautyCaptureEffect& effect) const;
+  void captureEffectDidChange(TavrelCaptureEffect& effect, std::string_view property);
   void refreshGPUImagePipeline();
   // With `cameraOutputLock` held.
   void rebuildPipeline();
@@ -256,7 +253,7 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
   TavrelCameraConfiguration preferred_;  // what the caller wants; the effects are kept in `captureEffects_`
   std::weak_ptr<TavrelCameraDelegate> delegate_;
   std::shared_ptr<const CaptureEffects> captureEffects_ = std::make_shared<const CaptureEffects>();
-  std::vector<std::pair<std::shared_ptr<TavrelObject>, KeyValueObserving::ObserverToken>> effectObservers_;
+  std::vector<EffectObserver> effectObservers_;
 
   std::shared_ptr<TavrelGPUImageCVPixelBufferInput> pixelBufferInput;
   std::shared_ptr<TavrelGPUImageCropFilter> cropFilter;
@@ -278,7 +275,7 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
   std::vector<std::shared_ptr<TavrelGPUImageFilter>> filters;
   std::vector<std::shared_ptr<TavrelGPUImagePicture>> picturesNeedToBeProcessed;
   std::shared_ptr<TavrelGPUImageGaussianBlurFilter> blurFilter_;
-  BeautyFilters effectsToFilterDictionary;  // by the effect's address
+  std::map<std::uint64_t, TavrelCaptureEffectNodes> effectsToFilterDictionary;  // by the effect's address
   std::mutex snapshotLock;
   std::shared_ptr<TavrelSampleBufferDelegateProxy> dataProxy;
   std::atomic<bool> shouldBlur = false;

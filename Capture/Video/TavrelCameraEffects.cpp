@@ -1,13 +1,6 @@
-#include <array>
-#include <tuple>
 #include <utility>
 
 #include "Capture/Video/TavrelCamera.h"
-#include "Effects/TavrelCaptureEffectNodes.h"
-#include "Effects/TavrelFaceBeautyCaptureEffect.h"
-#include "Effects/TavrelFilterCaptureEffect.h"
-#include "Effects/TavrelImageStickerCaptureEffect.h"
-#include "Effects/TavrelLUTFilterCaptureEffect.h"
 #include "GPUImage/Filters/TavrelGPUImageGaussianBlurFilter.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 
@@ -27,38 +20,14 @@ void TavrelCamera::setCaptureEffects(CaptureEffects captureEffects) {
 }
 
 void TavrelCamera::addCaptureEffectsKVOs(const CaptureEffects& effects) {
-  std::vector<std::pair<std::shared_ptr<TavrelObject>, KeyValueObserving::ObserverToken>> added;
-  const auto observe = [&](const std::shared_ptr<TavrelObject>& object, const char* key,
-                           std::function<void(TavrelCamera&)> action) {
-    added.emplace_back(
-        object, object->addObserver(key, [weakThis = weak_from_this(), action = std::move(action)](std::string_view) {
-          if (const auto camera = weakThis.lock()) action(*camera);
-        }));
-  };
-  const auto rebuild = [](TavrelCamera& camera) { camera.refreshForNewCaptureEffects(); };
+  std::vector<EffectObserver> added;
   for (const auto& effect : effects) {
-    if (const auto sticker = std::dynamic_pointer_cast<TavrelImageStickerCaptureEffect>(effect)) {
-      for (const char* key : {"image", "destRect", "rotation"}) observe(sticker, key, rebuild);
-    } else if (const auto table = std::dynamic_pointer_cast<TavrelLUTFilterCaptureEffect>(effect)) {
-      observe(table, "image", rebuild);
-    } else if (const auto own = std::dynamic_pointer_cast<TavrelFilterCaptureEffect>(effect)) {
-      observe(own, "filter", rebuild);
-    } else if (const auto beauty = std::dynamic_pointer_cast<TavrelFaceBeautyCaptureEffect>(effect)) {
-      using Setter = void (TavrelGPUImageBeautifyFilter::*)(double);
-      using Getter = double (TavrelFaceBeautyCaptureEffect::*)() const;
-      using Filter = TavrelGPUImageBeautifyFilter;
-      using Effect = TavrelFaceBeautyCaptureEffect;
-      const std::array<std::tuple<const char*, Getter, Setter>, 3> levels = {
-          {{"beautyLevel", &Effect::beautyLevel, &Filter::setBeautyLevel},
-           {"brightLevel", &Effect::brightLevel, &Filter::setBrightLevel},
-           {"toneLevel", &Effect::toneLevel, &Filter::setToneLevel}}};
-      for (const auto& [key, getter, setter] : levels) {
-        // The camera owns the effect for as long as it observes it.
-        observe(beauty, key, [effect = beauty.get(), getter = getter, setter = setter](TavrelCamera& camera) {
-          if (const auto filter = camera.beautyFilterOf(*effect)) (*filter.*setter)((effect->*getter)());
-        });
-      }
-    }
+    // The camera owns the effect for as long as it observes it.
+    added.emplace_back(effect, effect->addChangeObserver(
+                                   [weakThis = weak_from_this(), changed = effect.get()](std::string_view property) {
+                                     if (const auto camera = weakThis.lock())
+                                       camera->captureEffectDidChange(*changed, property);
+                                   }));
   }
   const std::lock_guard lock(propertyMutex_);
   effectObservers_ = std::move(added);
@@ -70,30 +39,26 @@ void TavrelCamera::removetCaptureEffectsKVOs() {
     const std::lock_guard lock(propertyMutex_);
     observers.swap(effectObservers_);
   }
-  for (const auto& [object, token] : observers) object->removeObserver(token);
+  for (const auto& [effect, token] : observers) effect->removeChangeObserver(token);
 }
 
-std::shared_ptr<TavrelGPUImageBeautifyFilter> TavrelCamera::beautyFilterOf(
-    const TavrelFaceBeautyCaptureEffect& effect) const {
-  const std::lock_guard lock(propertyMutex_);
-  const auto filter = effectsToFilterDictionary.find(reinterpret_cast<std::uint64_t>(&effect));
-  return filter == effectsToFilterDictionary.end() ? nullptr : filter->second;
+void TavrelCamera::captureEffectDidChange(TavrelCaptureEffect& effect, std::string_view property) {
+  const auto dictionary = read(effectsToFilterDictionary);
+  const auto nodes = dictionary.find(reinterpret_cast<std::uint64_t>(&effect));
+  if (nodes == dictionary.end() || !effect.applyChange(property, nodes->second)) refreshForNewCaptureEffects();
 }
 
 void TavrelCamera::refreshForNewCaptureEffects() {
   decltype(filters) newFilters;
   decltype(picturesNeedToBeProcessed) newPictures;
-  BeautyFilters beautyFilters;
+  decltype(effectsToFilterDictionary) dictionary;
   for (const auto& effect : *read(captureEffects_)) {
-    const TavrelCaptureEffectNodes nodes = TavrelMakeCaptureEffectNodes(*effect, size());
-    if (nodes.filter) newFilters.push_back(nodes.filter);
-    if (nodes.picture) newPictures.push_back(nodes.picture);
-    if (const auto beauty = std::dynamic_pointer_cast<TavrelFaceBeautyCaptureEffect>(effect)) {
-      beautyFilters[reinterpret_cast<std::uint64_t>(beauty.get())] =
-          std::static_pointer_cast<TavrelGPUImageBeautifyFilter>(nodes.filter);
-    }
+    const TavrelCaptureEffectNodes nodes = effect->makeNodes(size());
+    newFilters.insert(newFilters.end(), nodes.filters.begin(), nodes.filters.end());
+    newPictures.insert(newPictures.end(), nodes.pictures.begin(), nodes.pictures.end());
+    dictionary[reinterpret_cast<std::uint64_t>(effect.get())] = nodes;
   }
-  write(effectsToFilterDictionary, std::move(beautyFilters));
+  write(effectsToFilterDictionary, std::move(dictionary));
 
   const std::lock_guard lock(cameraOutputLock);
   takeChainApart();

@@ -1,8 +1,7 @@
 #include <utility>
 
 #include "Capture/Video/TavrelCamera.h"
-#include "Effects/TavrelAnimatedStickerCaptureEffect.h"
-#include "Effects/TavrelExternalFilterCaptureEffect.h"
+#include "Effects/TavrelCaptureEffect.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Capture/CaptureClock.h"
 #include "Platform/Graphics/PixelBufferSnapshot.h"
@@ -108,13 +107,7 @@ bool TavrelCamera::hasOrientationOfOldCamera(std::size_t width, std::size_t heig
 std::shared_ptr<PixelBuffer> TavrelCamera::applyPerFrameEffects(std::shared_ptr<PixelBuffer> pixelBuffer,
                                                                 const SampleTiming& timing, MediaTime frameTime) {
   const auto effects = read(captureEffects_);
-  for (const auto& effect : *effects) {
-    if (const auto* const external = dynamic_cast<const TavrelExternalFilterCaptureEffect*>(effect.get())) {
-      pixelBuffer = external->processedPixelBuffer(pixelBuffer, timing);
-    } else if (auto* const animation = dynamic_cast<TavrelAnimatedStickerCaptureEffect*>(effect.get())) {
-      animation->refreshPictureWithTimestamp(frameTime.seconds());
-    }
-  }
+  for (const auto& effect : *effects) pixelBuffer = effect->prepareFrame(pixelBuffer, timing, frameTime);
   return pixelBuffer;
 }
 
@@ -202,14 +195,8 @@ void TavrelCamera::processStillImage(Expected<std::shared_ptr<SampleBuffer>> sam
     snapshotCompletionHandlers.push_back(std::move(completion));
   }
   const std::lock_guard lock(cameraOutputLock);
-  SampleTiming timing = (*sampleBuffer)->timingEntries().front();
-  const auto effects = read(captureEffects_);
-  std::shared_ptr<PixelBuffer> picture = *pixelBuffer;
-  for (const auto& effect : *effects) {
-    if (const auto* const external = dynamic_cast<const TavrelExternalFilterCaptureEffect*>(effect.get())) {
-      picture = external->processedPixelBuffer(picture, timing);
-    }
-  }
+  const std::shared_ptr<PixelBuffer> picture =
+      applyPerFrameEffects(*pixelBuffer, (*sampleBuffer)->timingEntries().front(), MediaTime::invalid());
   for (const auto& each : picturesNeedToBeProcessed) each->processImage();
   pixelBufferInput->processCVPixelBuffer(picture, MediaTime::invalid(), true);
 }

@@ -66,14 +66,14 @@ void TavrelGPUImageCropFilter::setInputRotation(TavrelGPUImageRotationMode newIn
   calculateCropTextureCoordinates();
 }
 
-void TavrelGPUImageCropFilter::setInputSize(Size newSize, Index atIndex) {
+Size TavrelGPUImageCropFilter::outputSizeFor(Size inputSize) const {
+  const Size rotated = rotatedSize(inputSize, 0);
+  return {rotated.width * cropRegion_.size.width, rotated.height * cropRegion_.size.height};
+}
+
+void TavrelGPUImageCropFilter::setInputSize(Size newSize, Index) {
   if (preventRendering()) return;
-  if (overrideInputSize()) {
-    setInputTextureSize(inputSizeUnderOverride(newSize));
-  } else {
-    const Size rotated = rotatedSize(newSize, atIndex);
-    setInputTextureSize({rotated.width * cropRegion_.size.width, rotated.height * cropRegion_.size.height});
-  }
+  setInputTextureSize(overrideInputSize() ? inputSizeUnderOverride(newSize) : outputSizeFor(newSize));
   setupFilterForSize(sizeOfFBO());
 }
 

@@ -23,6 +23,7 @@ class TAVREL_API TavrelGPUImageCropFilter : public TavrelGPUImageFilter {
   /// (s, t) of the corners in the order of `textureCoordinatesForRotation`.
   const std::array<GLfloat, 8>& cropTextureCoordinates() const { return cropTextureCoordinates_; }
 
+  Size outputSizeFor(Size inputSize) const override;
   void setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index atIndex) override;
   void setInputSize(Size newSize, Index atIndex) override;
   void newFrameReadyAtTime(MediaTime frameTime, Index atIndex) override;

@@ -74,12 +74,16 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   Size sizeOfFBO() const;
   Size outputFrameSize() const { return inputTextureSize(); }
   virtual Size rotatedSize(Size sizeToRotate, Index forIndex) const;
+  /// The size of the output for frames of `inputSize`, when no size is forced.
+  virtual Size outputSizeFor(Size inputSize) const { return rotatedSize(inputSize, 0); }
   /// A point with coordinates in 0…1 in the turned picture.
   static Point rotatedPoint(Point pointToRotate, TavrelGPUImageRotationMode forRotation);
 
   /// Zero ends it.
   void forceProcessingAtSize(Size frameSize) override;
   void forceProcessingAtSizeRespectingAspectRatio(Size frameSize) override;
+  /// The size that is forced; zero for none.
+  Size forcedSize() const { return overrideInputSize() ? forcedMaximumSize() : Size{}; }
   void setBackgroundColor(GLfloat red, GLfloat green, GLfloat blue, GLfloat alpha);
 
   void setInteger(GLint newInteger, std::string_view forUniformName);

@@ -130,7 +130,7 @@ TEST(CaptureEffects, ExternalFiltersPassTheirBufferOn) {
   effects[2].setExternalFilterClass(&kEmpty);
   const SampleTiming timing = {.duration = {}, .presentationTimeStamp = MediaTime::make(7, 30), .decodeTimeStamp = {}};
   std::shared_ptr<PixelBuffer> buffer = camera;
-  for (const auto& effect : effects) buffer = effect.processedPixelBuffer(buffer, timing);
+  for (auto& effect : effects) buffer = effect.prepareFrame(buffer, timing, MediaTime::make(8, 30));
   EXPECT_EQ(buffer, replacement);
   ASSERT_EQ(NumberFilter<2>::sharedInstance()->received.size(), 1U);
   EXPECT_EQ(NumberFilter<2>::sharedInstance()->received[0].first, camera);
@@ -140,7 +140,7 @@ TEST(CaptureEffects, ExternalFiltersPassTheirBufferOn) {
   EXPECT_EQ(copyOf(effects[1])->externalFilterClass(), externalFilterClassOf<NumberFilter<1>>());
   // A filter without a result leaves the frame as it is.
   NumberFilter<2>::sharedInstance()->result = nullptr;
-  EXPECT_EQ(effects[0].processedPixelBuffer(camera, timing), camera);
+  EXPECT_EQ(effects[0].prepareFrame(camera, timing, MediaTime::invalid()), camera);
 }
 
 }  // namespace

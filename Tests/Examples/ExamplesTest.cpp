@@ -103,6 +103,37 @@ TEST_F(ExamplesTest, CustomFilter) {
   EXPECT_FALSE(std::regex_search(text, std::regex("\\bgl[A-Z]\\w*\\(")));
 }
 
+TEST_F(ExamplesTest, OwnEffect) {
+  const Picture source(64, 48, [](int x, int y) { return Pixel{x, 100, 200 - y, 255}; });
+  ASSERT_EQ(
+      test::shell("ffmpeg -v error -f lavfi -i color=0x406080:size=640x480:rate=10:duration=0.5 -pix_fmt yuv420p " +
+                  file("grey.mp4"))
+          .status,
+      0);
+  const CommandResult result = example("OwnEffect " + write("a.png", source) + " " + file("b.png") + " " +
+                                       file("grey.mp4") + " " + file("warm.mov") + " " + file("snapshot.png"));
+  ASSERT_EQ(result.status, 0) << result.output;
+  const Picture expected(64, 48, [&](int x, int y) {
+    const Pixel pixel = source.at(x, y);
+    return Pixel{pixel.r + 64, pixel.g, pixel.b - 64, 255};
+  });
+  EXPECT_LE(test::largestDifference(read(file("b.png")), expected), 2);
+
+  EXPECT_EQ(test::probe("-count_frames -show_entries stream=nb_read_frames -of csv=p=0 " + file("warm.mov")),
+            std::vector<std::string>{"5"});
+  ASSERT_EQ(test::shell("ffmpeg -v error -i " + file("warm.mov") + " -frames:v 1 " + file("warm.png")).status, 0);
+  const Pixel frame = read(file("warm.png")).at(320, 240);
+  EXPECT_TRUE(isNear(frame, {0x80, 0x60, 0x40, 255}, 12)) << frame;
+
+  // By the later, stronger setting the sky of the virtual scene has lost its blue.
+  const Picture snapshot = read(file("snapshot.png"));
+  const Pixel sky = snapshot.at(snapshot.width * 15 / 16, snapshot.height / 4);
+  EXPECT_GT(sky.r, sky.b + 60) << sky;
+
+  std::ifstream text(TAVREL_EXAMPLE_SOURCES "/OwnEffect.cpp");
+  EXPECT_LT(std::count(std::istreambuf_iterator<char>(text), {}, '\n'), 60);
+}
+
 TEST_F(ExamplesTest, ExternalFilter) {
   const CommandResult result = example("ExternalFilter " + file("mosaic.png"));
   ASSERT_EQ(result.status, 0) << result.output;

@@ -33,9 +33,7 @@ std::shared_ptr<TavrelCaptureEffect> makeCrop(const std::string& value) {
 }
 
 std::shared_ptr<TavrelCaptureEffect> makeTurn(TavrelGPUImageRotationMode rotation) {
-  auto filter = std::make_shared<TavrelGPUImageFilter>();
-  filter->setInputRotation(rotation, 0);
-  return std::make_shared<TavrelFilterCaptureEffect>(std::move(filter));
+  return std::make_shared<TavrelFilterCaptureEffect>(std::make_shared<TavrelGPUImageRotationFilter>(rotation));
 }
 
 std::shared_ptr<TavrelCaptureEffect> makeMirror(const std::string&) {
@@ -54,9 +52,9 @@ std::shared_ptr<TavrelCaptureEffect> makeBeauty(const std::string& value) {
   const std::vector<double> levels = parseNumbers(value, 1, 3, "--beauty", "B, B,BRIGHT or B,BRIGHT,TONE");
   checkUnitRange(levels, "--beauty", value);
   auto effect = std::make_shared<TavrelFaceBeautyCaptureEffect>();
-  if (levels.size() > 2) effect->setToneLevel(levels[2]);
-  if (levels.size() > 1) effect->setBrightLevel(levels[1]);
   effect->setBeautyLevel(levels[0]);
+  if (levels.size() > 1) effect->setBrightLevel(levels[1]);
+  if (levels.size() > 2) effect->setToneLevel(levels[2]);
   return effect;
 }
 

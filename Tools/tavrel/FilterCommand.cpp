@@ -27,13 +27,13 @@ FilterCommand::FilterCommand(CLI::App& app)
 }
 
 int FilterCommand::run() {
-  const EffectChain effects = effects_.makeChain();
+  EffectChain effects = effects_.makeChain();
   if (const auto started = diagnostics_.start(); !started) return fail("{}", started.error().description);
   const int status = filter(effects);
   return diagnostics_.finish(status, json_);
 }
 
-int FilterCommand::filter(const EffectChain& effects) {
+int FilterCommand::filter(EffectChain& effects) {
   const auto image = ImageSource::createWithFile(input_).and_then(
       [](const std::shared_ptr<ImageSource>& source) { return source->imageAtIndex(0); });
   if (!image) return fail("{}", image.error().description);

@@ -17,7 +17,7 @@ class FilterCommand {
   int run();
 
  private:
-  int filter(const EffectChain& effects);
+  int filter(EffectChain& effects);
 
   CLI::App* command_;
   EffectOptions effects_;

@@ -47,16 +47,22 @@ std::filesystem::path temporaryName(const std::filesystem::path& output) {
 
 }  // namespace
 
-/// Counts the pictures that enter the graph.
+/// Counts the pictures that enter the graph, and has the effects prepare them.
 class Transcoding::FrameCounter : public TavrelGPUImageMovieDelegate {
  public:
+  explicit FrameCounter(const EffectChain& effects) : effects_(effects) {}
+
   std::shared_ptr<PixelBuffer> didOutputPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer,
-                                                    MediaTime) override {
+                                                    MediaTime time) override {
     ++count;
-    return pixelBuffer;
+    return effects_.prepareFrame(
+        pixelBuffer, {.duration = {}, .presentationTimeStamp = time, .decodeTimeStamp = MediaTime::invalid()}, time);
   }
 
   std::atomic<std::uint64_t> count = 0;
+
+ private:
+  const EffectChain& effects_;
 };
 
 Transcoding::Transcoding(Options options, EffectChain effects)
@@ -122,7 +128,7 @@ void Transcoding::chooseSound() {
 
 void Transcoding::buildGraph() {
   movie_ = std::make_shared<TavrelGPUImageMovie>(asset_);
-  frameCounter_ = std::make_shared<FrameCounter>();
+  frameCounter_ = std::make_shared<FrameCounter>(effects_);
   movie_->setDelegate(frameCounter_);
   movie_->setReverseVideo(options_.isReversed);
   movie_->setPlayAtActualSpeed(options_.isRealTime);
@@ -132,11 +138,10 @@ void Transcoding::buildGraph() {
   Size size = pictures_->naturalSize();
   const auto turn = uprightRotation(pictures_->preferredTransform());
   if (turn && *turn != kTavrelGPUImageNoRotation) {
-    const auto upright = std::make_shared<TavrelGPUImageFilter>();
-    upright->setInputRotation(*turn, 0);
+    const auto upright = std::make_shared<TavrelGPUImageRotationFilter>(*turn);
     last->addTarget(upright);
     last = upright;
-    size = upright->rotatedSize(size, 0);
+    size = upright->outputSizeFor(size);
   }
   last = effects_.connect(last, size);
   size = effects_.sizeAfter(size);

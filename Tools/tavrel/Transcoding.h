@@ -46,7 +46,7 @@ class Transcoding {
   int report(bool printJson, Diagnostics& diagnostics) const;
 
   const Options options_;
-  const EffectChain effects_;
+  EffectChain effects_;
   const std::filesystem::path temporary_;
   std::shared_ptr<Asset> asset_;
   std::shared_ptr<const AssetTrack> pictures_;

@@ -15,11 +15,13 @@ CameraCropFilter::CameraCropFilter() = default;
 
 CameraCropFilter::~CameraCropFilter() = default;
 
-void CameraCropFilter::setInputSize(Size newSize, Index atIndex) {
+Size CameraCropFilter::outputSizeFor(Size inputSize) const {
+  return wholePixels(TavrelGPUImageCropFilter::outputSizeFor(inputSize));
+}
+
+void CameraCropFilter::setInputSize(Size newSize, Index) {
   if (preventRendering()) return;
-  const Size turned = rotatedSize(newSize, atIndex);
-  const Size region = cropRegion().size;
-  const Size cropped = wholePixels({turned.width * region.width, turned.height * region.height});
+  const Size cropped = outputSizeFor(newSize);
   setInputTextureSize(overrideInputSize() ? wholePixels(inputSizeUnderOverride(cropped)) : cropped);
   setupFilterForSize(sizeOfFBO());
 }

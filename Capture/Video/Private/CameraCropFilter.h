@@ -11,6 +11,7 @@ class CameraCropFilter : public TavrelGPUImageCropFilter {
   CameraCropFilter();
   ~CameraCropFilter() override;
 
+  Size outputSizeFor(Size inputSize) const override;
   void setInputSize(Size newSize, Index atIndex) override;
 };
 

@@ -57,6 +57,46 @@ TEST(CropFilterDeathTest, RegionsOutsideThePictureStopTheProgram) {
   }
 }
 
+// A connection's rotation comes first, the filter's own on top; for every pair they are two filters in a row.
+TEST(RotationFilter, TurnsOnTopOfTheConnectionAndKeepsItsMode) {
+  const Picture source = test::distinctPicture(8, 6);
+  const auto turnedByConnection = [](std::uint64_t mode) {
+    auto filter = std::make_shared<TavrelGPUImageFilter>();
+    filter->setInputRotation(static_cast<TavrelGPUImageRotationMode>(mode), 0);
+    return filter;
+  };
+  for (std::uint64_t connection = 0; connection < 8; ++connection) {
+    for (std::uint64_t own = 0; own < 8; ++own) {
+      const auto rotation =
+          std::make_shared<TavrelGPUImageRotationFilter>(static_cast<TavrelGPUImageRotationMode>(own));
+      rotation->setInputRotation(static_cast<TavrelGPUImageRotationMode>(connection), 0);
+      const auto first = turnedByConnection(connection);
+      const auto second = turnedByConnection(own);
+      first->addTarget(second);
+      const Picture expected = process(source, first, second);
+      EXPECT_EQ(largestDifference(process(source, rotation), expected), 0) << connection << " and then " << own;
+      EXPECT_EQ(rotation->outputSizeFor({8, 6}), (Size{double(expected.width), double(expected.height)}));
+    }
+  }
+  // Connected anew, it still turns.
+  const auto producer = std::make_shared<TavrelGPUImageFilter>();
+  const auto rotation = std::make_shared<TavrelGPUImageRotationFilter>(kTavrelGPUImageRotateLeft);
+  for (int i = 0; i < 2; ++i) {
+    producer->addTarget(rotation);
+    EXPECT_EQ(largestDifference(process(source, producer, rotation),
+                                process(source, turnedByConnection(kTavrelGPUImageRotateLeft))),
+              0);
+    producer->removeAllTargets();
+  }
+  rotation->forceProcessingAtSize({30, 40});
+  rotation->setInputSize({300, 400}, 0);
+  EXPECT_EQ(rotation->outputFrameSize(), (Size{30, 22.5})) << "the turned frame's proportions";
+}
+
+TEST(RotationFilterDeathTest, OtherModesStopTheProgram) {
+  EXPECT_DEATH(TavrelGPUImageRotationFilter(static_cast<TavrelGPUImageRotationMode>(8)), "rotation <= ");
+}
+
 TEST(TransformFilter, MatricesFollowFrameAndAnchor) {
   const auto filter = std::make_shared<TavrelGPUImageTransformFilter>();
   filter->setInputSize({720, 1280}, 0);

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "Effects/TavrelCaptureEffect.h"
+
+namespace tavrel {
+
+class TavrelGPUImageOutput;
+
+/// Effects one after the other, for frames of any source: a picture, a movie, pixel buffers of one's own. (A camera is
+/// given the effects themselves, and makes a chain that follows their changes.)
+///
+/// One thread at a time, but for `prepareFrame`.
+class TAVREL_API TavrelCaptureEffectChain {
+ public:
+  using Effects = std::vector<std::shared_ptr<TavrelCaptureEffect>>;
+
+  explicit TavrelCaptureEffectChain(Effects effects);
+
+  /// In the order in which they are applied.
+  const Effects& effects() const { return effects_; }
+  bool isEmpty() const { return effects_.empty(); }
+  /// The size that a frame of `frameSize` has behind the chain, in pixels.
+  Size sizeAfter(Size frameSize) const;
+  /// Whether what was the width becomes the height.
+  bool turnsSideways() const;
+  /// Makes the effects' nodes, connects them behind `source`, whose frames have `frameSize`, and lets the pictures in.
+  /// Returns the last node: `source` when the effects have none. What the effects say later does not show. The chain
+  /// keeps the nodes, so it must live as long as frames come. Not on the video-processing queue.
+  std::shared_ptr<TavrelGPUImageOutput> connect(const std::shared_ptr<TavrelGPUImageOutput>& source, Size frameSize);
+  /// Has each effect prepare the next frame; see `TavrelCaptureEffect::prepareFrame`.
+  std::shared_ptr<PixelBuffer> prepareFrame(std::shared_ptr<PixelBuffer> pixelBuffer,
+                                            const SampleTiming& sampleTimingInfo, MediaTime frameTime) const;
+
+ private:
+  Effects effects_;
+  std::vector<TavrelCaptureEffectNodes> nodes_;
+};
+
+}  // namespace tavrel

@@ -1,0 +1,45 @@
+#include "GPUImage/Filters/TavrelGPUImageRotationFilter.h"
+
+#include <array>
+
+#include "GPUImage/TavrelGPUImageContext.h"
+#include "Platform/Foundation/FatalAssertion.h"
+
+namespace tavrel {
+
+TavrelGPUImageRotationFilter::TavrelGPUImageRotationFilter(TavrelGPUImageRotationMode rotation) {
+  setRotation(rotation);
+}
+
+TavrelGPUImageRotationFilter::~TavrelGPUImageRotationFilter() = default;
+
+void TavrelGPUImageRotationFilter::setRotation(TavrelGPUImageRotationMode rotation) {
+  if (rotation > kTavrelGPUImageRotate180) fatalAssertion("rotation <= kTavrelGPUImageRotate180");
+  // Between two frames: a frame's size and its corners go by the same mode.
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] { rotation_ = rotation; });
+}
+
+Size TavrelGPUImageRotationFilter::rotatedSize(Size size, Index forIndex) const {
+  size = TavrelGPUImageFilter::rotatedSize(size, forIndex);
+  return TavrelGPUImageRotationSwapsWidthAndHeight(rotation_) ? Size{size.height, size.width} : size;
+}
+
+void TavrelGPUImageRotationFilter::setInputSize(Size newSize, Index atIndex) {
+  TavrelGPUImageFilter::setInputSize(overrideInputSize() ? rotatedSize(newSize, atIndex) : newSize, atIndex);
+}
+
+void TavrelGPUImageRotationFilter::newFrameReadyAtTime(MediaTime frameTime, Index) {
+  // The corners of the turned frame are corners of the frame as it comes.
+  const GLfloat* const turned = textureCoordinatesForRotation(rotation_);
+  const GLfloat* const incoming = textureCoordinatesForRotation(inputRotation());
+  std::array<GLfloat, 8> corners{};
+  for (std::size_t i = 0; i < corners.size(); i += 2) {
+    const std::size_t corner = static_cast<std::size_t>(turned[i]) + 2 * static_cast<std::size_t>(turned[i + 1]);
+    corners[i] = incoming[2 * corner];
+    corners[i + 1] = incoming[2 * corner + 1];
+  }
+  renderToTexture(fullFrameVertices(), corners.data());
+  informTargetsAboutNewFrameAtTime(frameTime);
+}
+
+}  // namespace tavrel
