@@ -3,7 +3,6 @@
 #include "TavrelCaptureBase.h"
 
 using namespace tavrel;
-
 /// Makes frames warmer.
 class Warmth : public TavrelCaptureEffect {
  public:
@@ -29,7 +28,6 @@ class Warmth : public TavrelCaptureEffect {
 int main(int argc, char** argv) {
   if (argc < 6) return 2;
   const auto effect = std::make_shared<Warmth>();
-
   TavrelCaptureEffectChain chain({effect});
   const auto picture = std::make_shared<TavrelGPUImagePicture>(std::filesystem::path(argv[1]));
   const auto last = chain.connect(picture, picture->outputImageSize());
@@ -48,12 +46,12 @@ int main(int argc, char** argv) {
   isOver.wait();
   writer->finishRecording();
 
-  const auto camera = TavrelCamera::create({.captureEffects = {effect}}).value();
+  const auto camera = TavrelCamera::create({.size = {640, 480}, .captureEffects = {effect}}).value();
   camera->startWithCompletion({});
   RunLoop::main().runUntil([&] { return camera->statistics().processed > 1; }, std::chrono::seconds(20));
   effect->setWarmth(0.5);
   camera->snapshotWithCompletion([&](const std::shared_ptr<Image>& image, const std::optional<Error>&) {
-    isGood = image && ImageDestination::write(image, argv[5]) && isGood;
+    isGood = isGood && ImageDestination::write(image, argv[5]);
     isOver.signal();
   });
   isOver.wait();

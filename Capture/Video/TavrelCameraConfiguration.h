@@ -20,7 +20,7 @@ enum TavrelCameraTapPreviewAction : unsigned {
   kTavrelCameraTapPreviewActionShowFocusView = 4,  ///< the focus ring appears there
 };
 
-/// With what a `TavrelCamera` begins; each member is the camera's property of the same name.
+/// Initial settings of a camera. Each member is the camera's property of the same name.
 struct TavrelCameraConfiguration {
   /// Of the frames that come out, in pixels.
   Size size = {1280, 720};
@@ -38,7 +38,7 @@ struct TavrelCameraConfiguration {
   std::string preferredSessionPreset = kCaptureSessionPresetHigh;
   CaptureDevicePosition preferredDevicePosition = CaptureDevicePosition::front;
   /// The `uniqueID` of the camera to take where several have its position; empty: the last one listed.
-  std::string preferredDeviceID;
+  std::string preferredDeviceID = {};
   /// The sensor's own, which is upright on desktops; phones that are held upright take `portrait`, with a size to
   /// match.
   CaptureVideoOrientation preferredVideoOrientation = CaptureVideoOrientation::landscapeRight;
@@ -50,7 +50,7 @@ struct TavrelCameraConfiguration {
   /// Bits of `TavrelCameraTapPreviewAction`.
   unsigned tapPreviewAction = kTavrelCameraTapPreviewActionFocus | kTavrelCameraTapPreviewActionExposure |
                               kTavrelCameraTapPreviewActionShowFocusView;
-  std::vector<std::shared_ptr<TavrelCaptureEffect>> captureEffects;
+  std::vector<std::shared_ptr<TavrelCaptureEffect>> captureEffects = {};
 };
 
 }  // namespace tavrel
