@@ -8,6 +8,7 @@
 #include "Capture/Video/TavrelCameraConfiguration.h"
 #include "Capture/Video/TavrelFocusView.h"
 #include "Capture/Video/TavrelSampleBufferDelegateProxy.h"
+#include "Capture/Video/TavrelSampleBufferDelegateProxyDelegate.h"
 #include "Effects/TavrelAnimatedStickerCaptureEffect.h"
 #include "Effects/TavrelCaptureEffect.h"
 #include "Effects/TavrelCaptureEffectChain.h"

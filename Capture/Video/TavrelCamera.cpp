@@ -1,199 +1,270 @@
 #include "Capture/Video/TavrelCamera.h"
 
-#include "Capture/Video/Private/CameraCropFilter.h"
-#include "Platform/UI/Application.h"
-#include "Platform/UI/Screen.h"
-#include "TavrelBase/Log/TavrelLogger.h"
+#include <utility>
+
+#include "Capture/Video/Private/CameraImplementation.h"
+#include "Capture/Video/Private/CameraLog.h"
+#include "Platform/Capture/CaptureDevice.h"
+#include "Platform/Dispatch/RunLoop.h"
 #include "TavrelBase/Utils/TavrelUtils.h"
 
 namespace tavrel {
 
-constexpr const char* kTag = "TavrelCamera";
-
-TavrelCamera::TavrelCamera(const TavrelCameraConfiguration& configuration) : preferred_(configuration) {
-  preferred_.captureEffects.clear();
-  preferred_.tapPreviewAction = kTavrelCameraTapPreviewActionNone;
-}
+TavrelCamera::TavrelCamera(const TavrelCameraConfiguration& configuration)
+    : implementation_(std::make_unique<Implementation>(configuration)) {}
 
 Expected<std::shared_ptr<TavrelCamera>> TavrelCamera::create(const TavrelCameraConfiguration& configuration) {
   const std::shared_ptr<TavrelCamera> camera(new TavrelCamera(configuration));
-  if (const auto ready = camera->setupCaptureSession(); !ready) return tl::unexpected(ready.error());
-  camera->setupGPUImage();
-  TavrelDispatchSyncMain([&] {
-    camera->setTapPreviewAction(configuration.tapPreviewAction);
-    camera->focusView = std::make_shared<TavrelFocusView>(Rect{{0, 0}, {50, 50}});
-    camera->previewView_->addSubview(camera->focusView);
-    camera->isInBackground = Application::shared().state() == ApplicationState::background;
-  });
-  camera->addObservers();
-  camera->setCaptureEffects(configuration.captureEffects);
+  if (const auto ready = camera->implementation_->setUp(camera); !ready) return tl::unexpected(ready.error());
   return camera;
 }
 
 TavrelCamera::~TavrelCamera() {
   stop();
-  removetCaptureEffectsKVOs();
-}
-
-Expected<void> TavrelCamera::addOutput(const std::shared_ptr<CaptureOutput>& output, const char* failureDescription) {
-  if (!captureSession->canAddOutput(output)) {
-    Error error = TavrelNewError(kTavrelErrorCode, failureDescription);
-    TAVREL_LOG_ERROR(kTag, "{}", error.description);
-    return tl::unexpected(std::move(error));
-  }
-  captureSession->addOutput(output);
-  return {};
-}
-
-Expected<void> TavrelCamera::setupCaptureSession() {
-  captureSession = CaptureSession::create();
-  captureSession->beginConfiguration();
-  setPreferredSessionPreset(preferredSessionPreset());
-
-  dataOutput = CaptureVideoDataOutput::create();
-  dataOutput->setAlwaysDiscardsLateVideoFrames(true);
-  dataOutput->setVideoSettings({.pixelFormat = PixelFormat::bgra32});
-  dataProxy = std::make_shared<TavrelSampleBufferDelegateProxy>();
-  dataProxy->setDelegate(weak_from_this());
-  dataOutput->setSampleBufferDelegate(dataProxy, DispatchQueue::create("video.tavrel.videocapture"));
-  if (auto added = addOutput(dataOutput, "data output not available"); !added) return added;
-  stillImageOutput = CaptureStillImageOutput::create();
-  if (auto added = addOutput(stillImageOutput, "still image output not available"); !added) return added;
-
-  makeInputs();
-  setPreferredDevicePosition(preferredDevicePosition(), true);
-  captureSession->commitConfiguration();
-  return {};
-}
-
-void TavrelCamera::makeInputs() {
-  const auto wished = CaptureDevice::deviceWithUniqueID(preferred_.preferredDeviceID);
-  for (const auto& device : CaptureDevice::devicesWithMediaType(MediaType::video)) {
-    const bool isFront = device->position() == CaptureDevicePosition::front;
-    if (!isFront && device->position() != CaptureDevicePosition::back) continue;
-    if (wished && wished != device && wished->position() == device->position()) continue;
-    if (auto input = CaptureDeviceInput::create(device)) {
-      (isFront ? frontInput : backInput) = std::move(*input);
-    } else {
-      TAVREL_LOG_WARNING(kTag, "{} camera not available: {}", isFront ? "front" : "back", input.error().description);
-    }
-  }
-}
-
-void TavrelCamera::setupGPUImage() {
-  pixelBufferInput = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
-  cropFilter = std::make_shared<CameraCropFilter>();
-  mirroredFilter = std::make_shared<TavrelGPUImageTransformFilter>();
-  mirroredFilter->setAffineTransform(AffineTransform::makeScale(-1, 1));
-  TavrelDispatchSyncMain([this] {
-    previewView_ = std::make_shared<TavrelGPUImageView>(Rect{{0, 0}, Screen::main().size()});
-    previewView_->setFillMode(previewScalingMode());
-  });
-}
-
-void TavrelCamera::addObservers() {
-  const auto observe = [this](const char* name, bool isBackground) {
-    observers_.push_back(NotificationCenter::defaultCenter().addObserver(
-        name, [weakThis = weak_from_this(), isBackground](std::string_view, const void*) {
-          if (const auto camera = weakThis.lock()) camera->isInBackground = isBackground;
-        }));
-  };
-  observe(kApplicationDidEnterBackgroundNotification, true);
-  observe(kApplicationWillEnterForegroundNotification, false);
-}
-
-void TavrelCamera::removeObservers() {
-  for (const auto token : observers_) NotificationCenter::defaultCenter().removeObserver(token);
-  observers_.clear();
 }
 
 void TavrelCamera::startWithCompletion(StartCompletion completion) {
-  if (running_.exchange(true)) {
+  if (implementation_->running.exchange(true)) {
     if (completion) DispatchQueue::global()->async([completion = std::move(completion)] { completion(true); });
     return;
   }
   CaptureDevice::requestAccess(MediaType::video, [camera = shared_from_this(), completion](bool isGranted) {
     DispatchQueue::global()->async([camera, completion, isGranted] {
+      Implementation& self = *camera->implementation_;
+      std::unique_lock lock(self.runningMutex);
       // Whoever stopped meanwhile wants no camera any more.
-      const bool isStarted = isGranted && camera->running_;
+      const bool isStarted = isGranted && self.running;
       if (isStarted) {
-        camera->captureSession->startRunning();
-        camera->refreshForNewDevice();
+        self.session.startRunning();
+        self.controls.refreshForNewDevice();
       } else {
-        camera->running_ = false;
+        self.running = false;
       }
+      lock.unlock();
       if (completion) completion(isStarted);
     });
   });
 }
 
 void TavrelCamera::stop() {
-  captureSession->stopRunning();
-  running_ = false;
-  const std::lock_guard lock(cameraOutputLock);
-  lastBuffer.reset();
+  implementation_->stop();
+}
+
+bool TavrelCamera::running() const {
+  return implementation_->running;
 }
 
 std::shared_ptr<TavrelCameraDelegate> TavrelCamera::delegate() const {
-  return read(delegate_).lock();
+  return implementation_->receiver();
 }
 
 void TavrelCamera::setDelegate(std::weak_ptr<TavrelCameraDelegate> delegate) {
-  write(delegate_, std::move(delegate));
+  const std::lock_guard lock(implementation_->delegateMutex);
+  implementation_->delegate = std::move(delegate);
+}
+
+const std::shared_ptr<TavrelGPUImageView>& TavrelCamera::previewView() const {
+  return implementation_->previewView;
+}
+
+void TavrelCamera::switchCamera() {
+  if (!implementation_->session.hasBothCameras()) {
+    TAVREL_LOG_ERROR(kCameraLogTag, "only one camera found");
+    return;
+  }
+  const bool isFront = devicePosition() == CaptureDevicePosition::front;
+  setPreferredDevicePosition(isFront ? CaptureDevicePosition::back : CaptureDevicePosition::front);
+}
+
+CaptureDevicePosition TavrelCamera::devicePosition() const {
+  return implementation_->session.devicePosition();
+}
+
+CaptureDevicePosition TavrelCamera::preferredDevicePosition() const {
+  return implementation_->wishes.get(&TavrelCameraConfiguration::preferredDevicePosition);
+}
+
+void TavrelCamera::setPreferredDevicePosition(CaptureDevicePosition position) {
+  implementation_->setPreferredDevicePosition(position);
+}
+
+bool TavrelCamera::blurSwitch() const {
+  return implementation_->wishes.get(&TavrelCameraConfiguration::blurSwitch);
+}
+
+void TavrelCamera::setBlurSwitch(bool blurSwitch) {
+  implementation_->wishes.set(&TavrelCameraConfiguration::blurSwitch, blurSwitch);
+}
+
+std::string TavrelCamera::sessionPreset() const {
+  return implementation_->session.sessionPreset();
+}
+
+std::string TavrelCamera::preferredSessionPreset() const {
+  return implementation_->wishes.get(&TavrelCameraConfiguration::preferredSessionPreset);
 }
 
 void TavrelCamera::setPreferredSessionPreset(const std::string& preset) {
-  write(preferred_.preferredSessionPreset, preset);
-  if (captureSession->sessionPreset() == preset || !captureSession->canSetSessionPreset(preset)) return;
-  captureSession->setSessionPreset(preset);
-}
-
-std::shared_ptr<CaptureConnection> TavrelCamera::videoConnection(const CaptureOutput& output) const {
-  return output.connectionWithMediaType(MediaType::video);
+  implementation_->wishes.set(&TavrelCameraConfiguration::preferredSessionPreset, preset);
+  implementation_->session.setSessionPreset(preset);
 }
 
 CaptureVideoOrientation TavrelCamera::videoOrientation() const {
-  const auto connection = videoConnection(*dataOutput);
-  return connection ? connection->videoOrientation() : CaptureVideoOrientation::landscapeRight;
+  return implementation_->session.videoOrientation();
+}
+
+CaptureVideoOrientation TavrelCamera::preferredVideoOrientation() const {
+  return implementation_->wishes.get(&TavrelCameraConfiguration::preferredVideoOrientation);
 }
 
 void TavrelCamera::setPreferredVideoOrientation(CaptureVideoOrientation orientation) {
-  write(preferred_.preferredVideoOrientation, orientation);
-  if (orientation == videoOrientation()) return;
-  for (const CaptureOutput* output :
-       {static_cast<CaptureOutput*>(dataOutput.get()), static_cast<CaptureOutput*>(stillImageOutput.get())}) {
-    const auto connection = videoConnection(*output);
-    if (connection && connection->isVideoOrientationSupported()) connection->setVideoOrientation(orientation);
-  }
+  implementation_->wishes.set(&TavrelCameraConfiguration::preferredVideoOrientation, orientation);
+  implementation_->session.setVideoOrientation(orientation);
+}
+
+Size TavrelCamera::size() const {
+  return implementation_->wishes.get(&TavrelCameraConfiguration::size);
 }
 
 void TavrelCamera::setSize(Size size) {
-  write(preferred_.size, size);
-  refreshGPUImagePipeline();
+  implementation_->wishes.set(&TavrelCameraConfiguration::size, size);
+  implementation_->refreshGPUImagePipeline();
+}
+
+TavrelGPUImageFillModeType TavrelCamera::previewScalingMode() const {
+  return implementation_->wishes.get(&TavrelCameraConfiguration::previewScalingMode);
 }
 
 void TavrelCamera::setPreviewScalingMode(TavrelGPUImageFillModeType mode) {
-  if (mode == previewScalingMode()) return;
-  write(preferred_.previewScalingMode, mode);
-  previewView_->setFillMode(mode);
+  if (implementation_->wishes.set(&TavrelCameraConfiguration::previewScalingMode, mode) == mode) return;
+  implementation_->previewView->setFillMode(mode);
 }
 
-void TavrelCamera::setMirror(bool& property, bool mirrors) {
-  if (read(property) == mirrors) return;
-  write(property, mirrors);
-  refreshGPUImagePipeline();
+bool TavrelCamera::mirrorFrontPreview() const {
+  return implementation_->wishes.get(&TavrelCameraConfiguration::mirrorFrontPreview);
+}
+
+void TavrelCamera::setMirrorFrontPreview(bool mirrors) {
+  implementation_->setMirror(&TavrelCameraConfiguration::mirrorFrontPreview, mirrors);
+}
+
+bool TavrelCamera::mirrorBackPreview() const {
+  return implementation_->wishes.get(&TavrelCameraConfiguration::mirrorBackPreview);
+}
+
+void TavrelCamera::setMirrorBackPreview(bool mirrors) {
+  implementation_->setMirror(&TavrelCameraConfiguration::mirrorBackPreview, mirrors);
+}
+
+bool TavrelCamera::mirrorFrontEncoded() const {
+  return implementation_->wishes.get(&TavrelCameraConfiguration::mirrorFrontEncoded);
+}
+
+void TavrelCamera::setMirrorFrontEncoded(bool mirrors) {
+  implementation_->setMirror(&TavrelCameraConfiguration::mirrorFrontEncoded, mirrors);
+}
+
+bool TavrelCamera::mirrorBackEncoded() const {
+  return implementation_->wishes.get(&TavrelCameraConfiguration::mirrorBackEncoded);
+}
+
+void TavrelCamera::setMirrorBackEncoded(bool mirrors) {
+  implementation_->setMirror(&TavrelCameraConfiguration::mirrorBackEncoded, mirrors);
 }
 
 bool TavrelCamera::mirrorPreview() const {
-  const CaptureDevicePosition position = devicePosition();
-  return (position == CaptureDevicePosition::front && mirrorFrontPreview()) ||
-         (position == CaptureDevicePosition::back && mirrorBackPreview());
+  return implementation_->chainForm().mirrorsPreview;
 }
 
 bool TavrelCamera::mirrorEncoded() const {
-  const CaptureDevicePosition position = devicePosition();
-  return (position == CaptureDevicePosition::front && mirrorFrontEncoded()) ||
-         (position == CaptureDevicePosition::back && mirrorBackEncoded());
+  return implementation_->chainForm().mirrorsEncoded;
+}
+
+TavrelCamera::CaptureEffects TavrelCamera::captureEffects() const {
+  return implementation_->effects.list();
+}
+
+void TavrelCamera::setCaptureEffects(CaptureEffects captureEffects) {
+  implementation_->setCaptureEffects(std::move(captureEffects));
+}
+
+void TavrelCamera::snapshotWithCompletion(SnapshotCompletion completion) {
+  const auto connection = implementation_->session.stillImageConnection();
+  if (!connection) {
+    DispatchQueue::global()->async([completion = std::move(completion)] {
+      completion(nullptr, TavrelNewError(kTavrelErrorCode, "snapshot not available"));
+    });
+    return;
+  }
+  implementation_->session.stillImages().captureStillImageAsynchronously(
+      connection, [camera = shared_from_this(), completion = std::move(completion)](auto still) {
+        camera->implementation_->controls.apply(CameraControl::torchMode);
+        camera->implementation_->processStillImage(std::move(still), completion);
+      });
+}
+
+TavrelCameraStatistics TavrelCamera::statistics() const {
+  TavrelCameraStatistics statistics;
+  statistics.processed = implementation_->processed;
+  statistics.late = implementation_->session.lateFrames();
+  statistics.busy = implementation_->busy;
+  statistics.whileSwitching = implementation_->whileSwitching;
+  statistics.whileNotRunning = implementation_->whileNotRunning;
+  statistics.delivered =
+      statistics.processed + statistics.late + statistics.busy + statistics.whileSwitching + statistics.whileNotRunning;
+  return statistics;
+}
+
+unsigned TavrelCamera::tapPreviewAction() const {
+  return implementation_->wishes.get(&TavrelCameraConfiguration::tapPreviewAction);
+}
+
+void TavrelCamera::setTapPreviewAction(unsigned tapPreviewAction) {
+  if (implementation_->wishes.set(&TavrelCameraConfiguration::tapPreviewAction, tapPreviewAction) == tapPreviewAction) {
+    return;
+  }
+  if (RunLoop::isMainThread()) return implementation_->refreshTapGestureRecognizer();
+  DispatchQueue::main()->async([weakThis = weak_from_this()] {
+    if (const auto camera = weakThis.lock()) camera->implementation_->refreshTapGestureRecognizer();
+  });
+}
+
+Point TavrelCamera::covertPreviewPointToFocusPoint(Point previewPoint) const {
+  const auto [x, y] = previewPoint;
+  const auto connection = implementation_->session.frameConnection();
+  const int orientation = connection ? static_cast<int>(connection->videoOrientation()) : 0;
+  Point point = {0.5, 0.5};
+  switch (orientation) {
+    case static_cast<int>(CaptureVideoOrientation::portrait):
+      point = {y, 1 - x};
+      break;
+    case static_cast<int>(CaptureVideoOrientation::portraitUpsideDown):
+      point = {1 - y, x};
+      break;
+    case static_cast<int>(CaptureVideoOrientation::landscapeRight):
+      point = {x, y};
+      break;
+    case static_cast<int>(CaptureVideoOrientation::landscapeLeft):
+      point = {1 - x, 1 - y};
+      break;
+    default:
+      break;
+  }
+  if (!mirrorPreview()) return point;
+  const bool isPortrait = orientation == static_cast<int>(CaptureVideoOrientation::portrait) ||
+                          orientation == static_cast<int>(CaptureVideoOrientation::portraitUpsideDown);
+  if (isPortrait) return {point.x, 1 - point.y};
+  return {1 - point.x, point.y};
+}
+
+void TavrelCamera::removeObservers() {
+  implementation_->removeObservers();
+}
+
+void TavrelCamera::didOutputSampleBuffer(TavrelSampleBufferDelegateProxy&,
+                                         const std::shared_ptr<SampleBuffer>& sampleBuffer,
+                                         const std::shared_ptr<CaptureConnection>& connection) {
+  implementation_->process(sampleBuffer, connection);
 }
 
 }  // namespace tavrel

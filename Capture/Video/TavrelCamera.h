@@ -1,44 +1,42 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
-#include <utility>
+#include <string>
 #include <vector>
 
 #include "Capture/Video/TavrelCameraConfiguration.h"
-#include "Capture/Video/TavrelFocusView.h"
-#include "Capture/Video/TavrelSampleBufferDelegateProxy.h"
-#include "GPUImage/Filters/TavrelGPUImageCropFilter.h"
-#include "GPUImage/Filters/TavrelGPUImageTransformFilter.h"
-#include "GPUImage/Sources/TavrelGPUImageCVPixelBufferInput.h"
-#include "GPUImage/Sources/TavrelGPUImagePicture.h"
-#include "Platform/Capture/CaptureDevice.h"
-#include "Platform/Capture/CaptureStillImageOutput.h"
-#include "Platform/Foundation/NotificationCenter.h"
-#include "Platform/Tracing/Tracer.h"
-#include "Platform/UI/TapGestureRecognizer.h"
+#include "Capture/Video/TavrelSampleBufferDelegateProxyDelegate.h"
+#include "Platform/Capture/CaptureDeviceFormat.h"
+#include "Platform/Foundation/Error.h"
 
 namespace tavrel {
 
-/// What became of the frames since the camera was made.
+class Image;
+struct SampleTiming;
+class TavrelGPUImageFramebuffer;
+
+/// What became of the frames that the device has produced since the camera was made.
 struct TavrelCameraStatistics {
-  std::uint64_t delivered = 0;        ///< came from the device, one way or the other: all below together
-  std::uint64_t processed = 0;        ///< went into the chain
-  std::uint64_t late = 0;             ///< the device's output dropped them: the capture queue was still busy
-  std::uint64_t busy = 0;             ///< the frame before was still on its way through the chain
-  std::uint64_t whileSwitching = 0;   ///< a switch or a rebuild of the chain was under way
-  std::uint64_t whileNotRunning = 0;  ///< before the start, after the stop or in the background
+  /// Frames the device produced: the sum of those below.
+  std::uint64_t delivered = 0;
+  /// Frames that went through the chain.
+  std::uint64_t processed = 0;
+  /// Frames dropped by the device's output because the capture queue was busy.
+  std::uint64_t late = 0;
+  /// Frames dropped because the one before was still in the chain.
+  std::uint64_t busy = 0;
+  /// Frames dropped because the camera was being switched or the chain rebuilt.
+  std::uint64_t whileSwitching = 0;
+  /// Frames dropped before the start, after the stop or in the background.
+  std::uint64_t whileNotRunning = 0;
 
   std::uint64_t dropped() const { return delivered - processed; }
 };
 
 class TavrelCamera;
-class TavrelGPUImageGaussianBlurFilter;
 
 /// Receives what a camera makes.
 class TAVREL_API TavrelCameraDelegate {
@@ -93,43 +91,43 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
   /// Returns when nothing more is captured.
   void stop();
   /// From the request to start until the stop, or until access is refused.
-  bool running() const { return running_; }
+  bool running() const;
 
   std::shared_ptr<TavrelCameraDelegate> delegate() const;
   void setDelegate(std::weak_ptr<TavrelCameraDelegate> delegate);
-  const std::shared_ptr<TavrelGPUImageView>& previewView() const { return previewView_; }
+  const std::shared_ptr<TavrelGPUImageView>& previewView() const;
 
   /// Front when back is in use, back otherwise.
   void switchCamera();
   CaptureDevicePosition devicePosition() const;
-  CaptureDevicePosition preferredDevicePosition() const { return read(preferred_.preferredDevicePosition); }
+  CaptureDevicePosition preferredDevicePosition() const;
   /// Switches, with a blur over the last frame until 0.3 s after the last switch when `blurSwitch`. When there is no
   /// such camera the other one is used. `unspecified` only keeps the wish.
   void setPreferredDevicePosition(CaptureDevicePosition position);
-  bool blurSwitch() const { return read(preferred_.blurSwitch); }
-  void setBlurSwitch(bool blurSwitch) { write(preferred_.blurSwitch, blurSwitch); }
+  bool blurSwitch() const;
+  void setBlurSwitch(bool blurSwitch);
 
-  std::string sessionPreset() const { return captureSession->sessionPreset(); }
-  std::string preferredSessionPreset() const { return read(preferred_.preferredSessionPreset); }
+  std::string sessionPreset() const;
+  std::string preferredSessionPreset() const;
   void setPreferredSessionPreset(const std::string& preset);
   /// Of the data output; `landscapeRight` without a camera.
   CaptureVideoOrientation videoOrientation() const;
-  CaptureVideoOrientation preferredVideoOrientation() const { return read(preferred_.preferredVideoOrientation); }
+  CaptureVideoOrientation preferredVideoOrientation() const;
   void setPreferredVideoOrientation(CaptureVideoOrientation orientation);
 
   /// Of the frames that come out. The crop follows with the next frame of another size.
-  Size size() const { return read(preferred_.size); }
+  Size size() const;
   void setSize(Size size);
-  TavrelGPUImageFillModeType previewScalingMode() const { return read(preferred_.previewScalingMode); }
+  TavrelGPUImageFillModeType previewScalingMode() const;
   void setPreviewScalingMode(TavrelGPUImageFillModeType mode);
-  bool mirrorFrontPreview() const { return read(preferred_.mirrorFrontPreview); }
-  void setMirrorFrontPreview(bool mirrors) { setMirror(preferred_.mirrorFrontPreview, mirrors); }
-  bool mirrorBackPreview() const { return read(preferred_.mirrorBackPreview); }
-  void setMirrorBackPreview(bool mirrors) { setMirror(preferred_.mirrorBackPreview, mirrors); }
-  bool mirrorFrontEncoded() const { return read(preferred_.mirrorFrontEncoded); }
-  void setMirrorFrontEncoded(bool mirrors) { setMirror(preferred_.mirrorFrontEncoded, mirrors); }
-  bool mirrorBackEncoded() const { return read(preferred_.mirrorBackEncoded); }
-  void setMirrorBackEncoded(bool mirrors) { setMirror(preferred_.mirrorBackEncoded, mirrors); }
+  bool mirrorFrontPreview() const;
+  void setMirrorFrontPreview(bool mirrors);
+  bool mirrorBackPreview() const;
+  void setMirrorBackPreview(bool mirrors);
+  bool mirrorFrontEncoded() const;
+  void setMirrorFrontEncoded(bool mirrors);
+  bool mirrorBackEncoded() const;
+  void setMirrorBackEncoded(bool mirrors);
   /// Whether the branch is mirrored with the camera in use.
   bool mirrorPreview() const;
   bool mirrorEncoded() const;
@@ -151,37 +149,37 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
   /// Infinite without a camera.
   double minFrameRate() const;
   double maxFrameRate() const;
-  double preferredMinFrameRate() const { return read(preferred_.preferredMinFrameRate); }
+  double preferredMinFrameRate() const;
   void setPreferredMinFrameRate(double rate);
-  double preferredMaxFrameRate() const { return read(preferred_.preferredMaxFrameRate); }
+  double preferredMaxFrameRate() const;
   void setPreferredMaxFrameRate(double rate);
   CaptureTorchMode torchMode() const;
-  CaptureTorchMode preferredTorchMode() const { return read(preferred_.preferredTorchMode); }
+  CaptureTorchMode preferredTorchMode() const;
   void setPreferredTorchMode(CaptureTorchMode mode);
   CaptureFlashMode flashMode() const;
-  CaptureFlashMode preferredFlashMode() const { return read(preferred_.preferredFlashMode); }
+  CaptureFlashMode preferredFlashMode() const;
   void setPreferredFlashMode(CaptureFlashMode mode);
   double videoMaxZoomFactor() const;
   double videoZoomFactor() const;
-  double preferredVideoZoomFactor() const { return read(preferred_.preferredVideoZoomFactor); }
+  double preferredVideoZoomFactor() const;
   void setPreferredVideoZoomFactor(double factor);
   bool continuousAutoFocusEnable() const;
-  bool preferredContinuousAutoFocusEnable() const { return read(preferred_.preferredContinuousAutoFocusEnable); }
+  bool preferredContinuousAutoFocusEnable() const;
   /// Does nothing while continuous auto exposure is in that state already.
   void setPreferredContinuousAutoFocusEnable(bool isEnabled);
   bool continuousAutoExposureEnable() const;
-  bool preferredContinuousAutoExposureEnable() const { return read(preferred_.preferredContinuousAutoExposureEnable); }
+  bool preferredContinuousAutoExposureEnable() const;
   void setPreferredContinuousAutoExposureEnable(bool isEnabled);
   /// (0, 0) the top left, (1, 1) the bottom right of the sensor's picture in landscape.
   Point focusPointOfInterest() const;
-  Point preferredFocusPointOfInterest() const { return read(preferred_.preferredFocusPointOfInterest); }
+  Point preferredFocusPointOfInterest() const;
   void setPreferredFocusPointOfInterest(Point point);
   Point exposurePointOfInterest() const;
-  Point preferredExposurePointOfInterest() const { return read(preferred_.preferredExposurePointOfInterest); }
+  Point preferredExposurePointOfInterest() const;
   void setPreferredExposurePointOfInterest(Point point);
 
   /// Bits of `TavrelCameraTapPreviewAction`; 0: taps on the preview do nothing. Main thread.
-  unsigned tapPreviewAction() const { return read(preferred_.tapPreviewAction); }
+  unsigned tapPreviewAction() const;
   void setTapPreviewAction(unsigned tapPreviewAction);
   /// A point of the preview, in 0…1 of its width and height, as a point of the device.
   Point covertPreviewPointToFocusPoint(Point previewPoint) const;
@@ -193,101 +191,11 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
                              const std::shared_ptr<CaptureConnection>& connection) override;
 
  private:
-  using EffectObserver = std::pair<std::shared_ptr<TavrelCaptureEffect>, TavrelCaptureEffect::ChangeObserverToken>;
+  struct Implementation;
+
   explicit TavrelCamera(const TavrelCameraConfiguration& configuration);
 
-  // Set-up and session.
-  Expected<void> setupCaptureSession();
-  Expected<void> addOutput(const std::shared_ptr<CaptureOutput>& output, const char* failureDescription);
-  void makeInputs();
-  void setupGPUImage();
-  void addObservers();
-  void setPreferredDevicePosition(CaptureDevicePosition position, bool initial);
-  void blurLastFrame();
-  void scheduleRemoveBlur();
-  void removeBlur();
-  void exchangeInput(CaptureDevicePosition position);
-  void prepareConnection(const CaptureOutput& output) const;
-  void refreshForNewDevice();
-  std::shared_ptr<CaptureConnection> videoConnection(const CaptureOutput& output) const;
-
-  // Device controls.
-  std::shared_ptr<CaptureDevice> device() const;
-  /// Locks the device, changes it and unlocks it; logs `what` and the reason when it cannot be locked.
-  void configure(CaptureDevice& device, const char* what, const std::function<void()>& change) const;
-  void setFrameRate(double rate, double current, void (CaptureDevice::*setDuration)(MediaTime), const char* what);
-  void previewTaped(const TapGestureRecognizer& recognizer);
-
-  // Frames and chain.
-  static void drop(std::atomic<std::uint64_t>& counter, TraceName reason);
-  static void traceDelivery();
-  bool hasOrientationOfOldCamera(std::size_t width, std::size_t height) const;
-  std::shared_ptr<PixelBuffer> applyPerFrameEffects(std::shared_ptr<PixelBuffer> pixelBuffer,
-                                                    const SampleTiming& timing, MediaTime frameTime);
-  void refreshCropRegion();
-  void refreshForNewCaptureEffects();
-  void addCaptureEffectsKVOs(const CaptureEffects& effects);
-  void removetCaptureEffectsKVOs();
-  void captureEffectDidChange(TavrelCaptureEffect& effect, std::string_view property);
-  void refreshGPUImagePipeline();
-  // With `cameraOutputLock` held.
-  void rebuildPipeline();
-  void takeChainApart();
-  void setMirror(bool& property, bool mirrors);
-  void completeFrame(TavrelGPUImageOutput& output, MediaTime frameTime);
-  void answerSnapshot(const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer);
-  void processStillImage(Expected<std::shared_ptr<SampleBuffer>> sampleBuffer, SnapshotCompletion completion);
-
-  template <typename Value>
-  Value read(const Value& property) const {
-    const std::lock_guard lock(propertyMutex_);
-    return property;
-  }
-  template <typename Value>
-  void write(Value& property, std::type_identity_t<Value> value) {
-    const std::lock_guard lock(propertyMutex_);
-    property = std::move(value);
-  }
-
-  mutable std::mutex propertyMutex_;
-  TavrelCameraConfiguration preferred_;  // what the caller wants; the effects are kept in `captureEffects_`
-  std::weak_ptr<TavrelCameraDelegate> delegate_;
-  std::shared_ptr<const CaptureEffects> captureEffects_ = std::make_shared<const CaptureEffects>();
-  std::vector<EffectObserver> effectObservers_;
-
-  std::shared_ptr<TavrelGPUImageCVPixelBufferInput> pixelBufferInput;
-  std::shared_ptr<TavrelGPUImageCropFilter> cropFilter;
-  std::shared_ptr<TavrelGPUImageTransformFilter> mirroredFilter;
-  std::shared_ptr<TavrelGPUImageView> previewView_;
-  std::shared_ptr<TavrelFocusView> focusView;
-  std::shared_ptr<CaptureDeviceInput> frontInput;
-  std::shared_ptr<CaptureDeviceInput> backInput;
-  std::shared_ptr<CaptureDeviceInput> currentInput;
-  std::shared_ptr<CaptureSession> captureSession;
-  std::shared_ptr<CaptureVideoDataOutput> dataOutput;
-  std::shared_ptr<CaptureStillImageOutput> stillImageOutput;
-  std::shared_ptr<TapGestureRecognizer> tapGestureRecognizer;
-  Size originalSize;
-  Size previeousOriginalSize;
-  std::vector<SnapshotCompletion> snapshotCompletionHandlers;
-  MediaTime sampleTimeDuration;
-  std::mutex cameraOutputLock;
-  std::vector<std::shared_ptr<TavrelGPUImageFilter>> filters;
-  std::vector<std::shared_ptr<TavrelGPUImagePicture>> picturesNeedToBeProcessed;
-  std::shared_ptr<TavrelGPUImageGaussianBlurFilter> blurFilter_;
-  std::map<std::uint64_t, TavrelCaptureEffectNodes> effectsToFilterDictionary;  // by the effect's address
-  std::mutex snapshotLock;
-  std::shared_ptr<TavrelSampleBufferDelegateProxy> dataProxy;
-  std::atomic<bool> shouldBlur = false;
-  std::shared_ptr<PixelBuffer> lastBuffer;
-  std::atomic<bool> isInBackground = false;
-  std::atomic<bool> running_ = false;
-  std::atomic<std::uint64_t> blurGeneration_ = 0;
-  std::vector<NotificationCenter::ObserverToken> observers_;
-  std::atomic<std::uint64_t> processed_ = 0;
-  std::atomic<std::uint64_t> busy_ = 0;
-  std::atomic<std::uint64_t> whileSwitching_ = 0;
-  std::atomic<std::uint64_t> whileNotRunning_ = 0;
+  std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -1,22 +1,12 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 
+#include "Capture/Video/TavrelSampleBufferDelegateProxyDelegate.h"
 #include "Platform/Capture/CaptureVideoDataOutput.h"
 
 namespace tavrel {
-
-class TavrelSampleBufferDelegateProxy;
-
-/// Receives what the proxy was given.
-class TAVREL_API TavrelSampleBufferDelegateProxyDelegate {
- public:
-  virtual ~TavrelSampleBufferDelegateProxyDelegate() = default;
-
-  virtual void didOutputSampleBuffer(TavrelSampleBufferDelegateProxy& proxy,
-                                     const std::shared_ptr<SampleBuffer>& sampleBuffer,
-                                     const std::shared_ptr<CaptureConnection>& connection) = 0;
-};
 
 /// Stands between a data output and whoever wants its frames, so that the capture room knows the proxy only. Frames for
 /// a delegate that is gone are ignored.

@@ -1,0 +1,97 @@
+#include "Capture/Video/Private/CameraChain.h"
+
+#include <utility>
+
+#include "Capture/Video/Private/CameraCropFilter.h"
+#include "GPUImage/Filters/TavrelGPUImageGaussianBlurFilter.h"
+#include "GPUImage/TavrelGPUImageContext.h"
+
+namespace tavrel {
+namespace {
+
+constexpr double kSwitchBlurRadius = 50;
+
+}  // namespace
+
+CameraChain::CameraChain(std::shared_ptr<TavrelGPUImageView> view, CameraDelivery::Handler delivery)
+    : pixelBufferInput(std::make_shared<TavrelGPUImageCVPixelBufferInput>()),
+      cropFilter(std::make_shared<CameraCropFilter>()),
+      mirroredFilter(std::make_shared<TavrelGPUImageTransformFilter>()),
+      previewView(std::move(view)),
+      delivery_(std::make_shared<CameraDelivery>(std::move(delivery))) {
+  mirroredFilter->setAffineTransform(AffineTransform::makeScale(-1, 1));
+}
+
+// An application's filter may live on; it lets go of preview and delivery.
+CameraChain::~CameraChain() {
+  takeApart();
+}
+
+TavrelCaptureEffectNodes CameraChain::exchangeNodes(TavrelCaptureEffectNodes nodes) {
+  takeApart();
+  return {.filters = std::exchange(filters, std::move(nodes.filters)),
+          .pictures = std::exchange(picturesNeedToBeProcessed, std::move(nodes.pictures))};
+}
+
+void CameraChain::takeApart() {
+  TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
+    // A node that loses its producer loses its rotation, which an application has set here, and nobody else.
+    std::vector<TavrelGPUImageRotationMode> rotations;
+    for (const auto& filter : filters) rotations.push_back(filter->inputRotation());
+    pixelBufferInput->removeAllTargets();
+    cropFilter->removeAllTargets();
+    for (const auto& filter : filters) filter->removeAllTargets();
+    for (const auto& filter : ownFilters_) filter->removeAllTargets();
+    mirroredFilter->removeAllTargets();
+    for (std::size_t i = 0; i < filters.size(); ++i) filters[i]->setInputRotation(rotations[i], 0);
+    ownFilters_.clear();
+    for (const auto& filter : forced_) filter->forceProcessingAtSize({});
+    forced_.clear();
+  });
+}
+
+void CameraChain::refreshGPUImagePipeline(const Form& form) {
+  // In one go, so that no frame sees half of a chain.
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    takeApart();
+    pixelBufferInput->addTarget(cropFilter, 0);
+    std::shared_ptr<TavrelGPUImageFilter> last = cropFilter;
+    const auto append = [&last](const std::shared_ptr<TavrelGPUImageFilter>& filter) {
+      last->addTarget(filter, 0);
+      last = filter;
+    };
+    for (const auto& filter : filters) append(filter);
+    if (form.isBlurred) {
+      const auto blur = std::make_shared<TavrelGPUImageGaussianBlurFilter>();
+      blur->setBlurRadiusInPixels(kSwitchBlurRadius);
+      append(ownFilters_.emplace_back(blur));
+    }
+    // Where an application has forced a size on its own filter, a copy gets the camera's.
+    if (!isZero(last->forcedSize())) append(ownFilters_.emplace_back(std::make_shared<TavrelGPUImageFilter>()));
+    if (form.mirrorsPreview || form.mirrorsEncoded) last->addTarget(mirroredFilter, 0);
+
+    const auto endBranch = [&](bool isMirrored, const std::shared_ptr<TavrelGPUImageInput>& destination) {
+      const std::shared_ptr<TavrelGPUImageFilter> end = isMirrored ? mirroredFilter : last;
+      end->addTarget(destination, 0);
+      end->forceProcessingAtSize(form.size);
+      forced_.push_back(end);
+    };
+    endBranch(form.mirrorsEncoded, delivery_);
+    endBranch(form.mirrorsPreview, previewView);
+  });
+}
+
+void CameraChain::refreshCropRegion(Size originalSize, Size size) {
+  if (originalSize == std::exchange(previeousOriginalSize, originalSize)) return;
+  const float a = static_cast<float>(originalSize.width) / static_cast<float>(originalSize.height);
+  const float b = static_cast<float>(size.width) / static_cast<float>(size.height);
+  const Rect region = a <= b ? Rect{{0, (1 - a / b) / 2}, {1, a / b}} : Rect{{(1 - b / a) / 2, 0}, {b / a, 1}};
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] { cropFilter->setCropRegion(region); });
+}
+
+bool CameraChain::process(const std::shared_ptr<PixelBuffer>& pixelBuffer, MediaTime frameTime, bool wait) {
+  for (const auto& picture : picturesNeedToBeProcessed) picture->processImage();
+  return pixelBufferInput->processCVPixelBuffer(pixelBuffer, frameTime, wait);
+}
+
+}  // namespace tavrel

@@ -1,0 +1,167 @@
+#include "Capture/Video/Private/CameraImplementation.h"
+
+#include <chrono>
+#include <utility>
+
+#include "Capture/Video/Private/CameraLog.h"
+#include "Platform/Capture/CaptureClock.h"
+#include "Platform/Capture/CaptureDevice.h"
+#include "Platform/UI/Application.h"
+#include "Platform/UI/Screen.h"
+#include "TavrelBase/Utils/TavrelUtils.h"
+
+namespace tavrel {
+
+constexpr std::chrono::milliseconds kBlurDuration(300);
+
+Expected<void> TavrelCamera::Implementation::setUp(const std::shared_ptr<TavrelCamera>& owner) {
+  camera = owner;
+  dataProxy = std::make_shared<TavrelSampleBufferDelegateProxy>();
+  dataProxy->setDelegate(owner);
+  if (auto ready = session.setUp(wishes.all(), dataProxy); !ready) return ready;
+  TavrelDispatchSyncMain([this] {
+    previewView = std::make_shared<TavrelGPUImageView>(Rect{{0, 0}, Screen::main().size()});
+    previewView->setFillMode(wishes.get(&TavrelCameraConfiguration::previewScalingMode));
+    refreshTapGestureRecognizer();
+    focusView = std::make_shared<TavrelFocusView>(Rect{{0, 0}, {50, 50}});
+    previewView->addSubview(focusView);
+    isInBackground = Application::shared().state() == ApplicationState::background;
+  });
+  chain = std::make_unique<CameraChain>(previewView, [weakCamera = camera](const auto& framebuffer, MediaTime time) {
+    if (const auto alive = weakCamera.lock()) alive->implementation_->completeFrame(framebuffer, time);
+  });
+  addObservers();
+  setCaptureEffects(wishes.set(&TavrelCameraConfiguration::captureEffects, {}));
+  return {};
+}
+
+TavrelCamera::Implementation::~Implementation() = default;
+
+void TavrelCamera::Implementation::addObservers() {
+  const auto observe = [this](const char* name, bool isBackground) {
+    observers.push_back(NotificationCenter::defaultCenter().addObserver(
+        name, [weakCamera = camera, isBackground](std::string_view, const void*) {
+          if (const auto alive = weakCamera.lock()) alive->implementation_->isInBackground = isBackground;
+        }));
+  };
+  observe(kApplicationDidEnterBackgroundNotification, true);
+  observe(kApplicationWillEnterForegroundNotification, false);
+}
+
+void TavrelCamera::Implementation::removeObservers() {
+  const std::lock_guard lock(runningMutex);
+  for (const auto token : observers) NotificationCenter::defaultCenter().removeObserver(token);
+  observers.clear();
+}
+
+void TavrelCamera::Implementation::stop() {
+  running = false;
+  {
+    const std::lock_guard lock(runningMutex);
+    session.stopRunning();
+  }
+  const std::lock_guard lock(frameMutex);
+  lastBuffer.reset();
+}
+
+bool TavrelCamera::Implementation::mirrors(bool TavrelCameraConfiguration::*front,
+                                           bool TavrelCameraConfiguration::*back) const {
+  const CaptureDevicePosition position = session.devicePosition();
+  return (position == CaptureDevicePosition::front && wishes.get(front)) ||
+         (position == CaptureDevicePosition::back && wishes.get(back));
+}
+
+CameraChain::Form TavrelCamera::Implementation::chainForm() const {
+  using Configuration = TavrelCameraConfiguration;
+  return {.size = wishes.get(&Configuration::size),
+          .isBlurred = shouldBlur,
+          .mirrorsPreview = mirrors(&Configuration::mirrorFrontPreview, &Configuration::mirrorBackPreview),
+          .mirrorsEncoded = mirrors(&Configuration::mirrorFrontEncoded, &Configuration::mirrorBackEncoded)};
+}
+
+void TavrelCamera::Implementation::setMirror(bool TavrelCameraConfiguration::*wish, bool mirrors) {
+  if (wishes.set(wish, mirrors) != mirrors) refreshGPUImagePipeline();
+}
+
+void TavrelCamera::Implementation::setCaptureEffects(CameraEffects::List list) {
+  effects.set(std::move(list), [weakCamera = camera](TavrelCaptureEffect& effect, std::string_view property) {
+    const auto alive = weakCamera.lock();
+    if (!alive || alive->implementation_->effects.applyChange(effect, property)) return;
+    alive->implementation_->refreshForNewCaptureEffects();
+  });
+  refreshForNewCaptureEffects();
+}
+
+void TavrelCamera::Implementation::refreshForNewCaptureEffects() {
+  const std::lock_guard effectsGuard(effectsLock);
+  TavrelCaptureEffectNodes nodes = effects.makeNodes(wishes.get(&TavrelCameraConfiguration::size));
+  const std::lock_guard outputGuard(cameraOutputLock);
+  nodes = chain->exchangeNodes(std::move(nodes));
+  chain->refreshGPUImagePipeline(chainForm());
+}
+
+void TavrelCamera::Implementation::refreshGPUImagePipeline() {
+  const std::lock_guard lock(cameraOutputLock);
+  chain->refreshGPUImagePipeline(chainForm());
+}
+
+void TavrelCamera::Implementation::setPreferredDevicePosition(CaptureDevicePosition position) {
+  const std::lock_guard lock(cameraOutputLock);
+  wishes.set(&TavrelCameraConfiguration::preferredDevicePosition, position);
+  if (position == session.devicePosition() || position == CaptureDevicePosition::unspecified) return;
+  if (wishes.get(&TavrelCameraConfiguration::blurSwitch)) blurLastFrame();
+  session.beginConfiguration();
+  session.exchangeInput(position, wishes.get(&TavrelCameraConfiguration::preferredVideoOrientation));
+  controls.refreshForNewDevice();
+  // Under the blur the chain is rebuilt when that is removed.
+  if (!shouldBlur) chain->refreshGPUImagePipeline(chainForm());
+  session.commitConfiguration();
+}
+
+void TavrelCamera::Implementation::blurLastFrame() {
+  if (!shouldBlur.exchange(true)) {
+    chain->refreshGPUImagePipeline(chainForm());
+    if (const auto last = lastFrame()) chain->process(last, CaptureClock::current()->now(), true);
+  }
+  DispatchQueue::main()->asyncAfter(kBlurDuration, [weakCamera = camera, generation = ++blurGeneration] {
+    const auto alive = weakCamera.lock();
+    // A later switch has its own request.
+    if (alive && alive->implementation_->blurGeneration == generation) alive->implementation_->removeBlur();
+  });
+}
+
+void TavrelCamera::Implementation::removeBlur() {
+  shouldBlur = false;
+  refreshGPUImagePipeline();
+}
+
+void TavrelCamera::Implementation::refreshTapGestureRecognizer() {
+  const bool isWanted = wishes.get(&TavrelCameraConfiguration::tapPreviewAction) != kTavrelCameraTapPreviewActionNone;
+  if (isWanted && !tapGestureRecognizer) {
+    previewView->setUserInteractionEnabled(true);
+    tapGestureRecognizer =
+        std::make_shared<TapGestureRecognizer>([weakCamera = camera](const TapGestureRecognizer& recognizer) {
+          if (const auto alive = weakCamera.lock()) alive->implementation_->previewTaped(recognizer);
+        });
+    previewView->addGestureRecognizer(tapGestureRecognizer);
+  }
+  if (tapGestureRecognizer) tapGestureRecognizer->setEnabled(isWanted);
+}
+
+void TavrelCamera::Implementation::previewTaped(const TapGestureRecognizer& recognizer) {
+  const auto view = recognizer.view();
+  const auto owner = camera.lock();
+  if (!owner || !view || view->frame().size.width <= 0 || view->frame().size.height <= 0) return;
+  const Point location = recognizer.locationInView(view.get());
+  const Point tapped = {location.x / view->frame().size.width, location.y / view->frame().size.height};
+  const Point point = owner->covertPreviewPointToFocusPoint(tapped);
+  const unsigned action = wishes.get(&TavrelCameraConfiguration::tapPreviewAction);
+  if (const auto listener = receiver()) listener->didTakeTapActionAtPoint(*owner, point, action);
+  if ((action & kTavrelCameraTapPreviewActionFocus) != 0) owner->setPreferredFocusPointOfInterest(point);
+  if ((action & kTavrelCameraTapPreviewActionExposure) != 0) owner->setPreferredExposurePointOfInterest(point);
+  if ((action & kTavrelCameraTapPreviewActionShowFocusView) == 0) return;
+  const Size preview = previewView->frame().size;
+  focusView->show({tapped.x * preview.width, tapped.y * preview.height});
+}
+
+}  // namespace tavrel

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "Capture/Video/Private/CameraWishes.h"
+#include "Platform/Capture/CaptureSession.h"
+#include "Platform/Capture/CaptureStillImageOutput.h"
+#include "Platform/Capture/CaptureVideoDataOutput.h"
+
+namespace tavrel {
+
+/// The devices of a camera and what comes from them: the capture session with a front and a back input, one of which
+/// is in use, an output for frames and one for stills. Any thread, once it is set up; `exchangeInput` by one at a time.
+class CameraSession {
+ public:
+  /// Frames go to `delegate` on a queue of their own. Fails with code -4002 when the session refuses an output.
+  Expected<void> setUp(const TavrelCameraConfiguration& wishes,
+                       const std::shared_ptr<CaptureVideoDataOutputSampleBufferDelegate>& delegate);
+
+  bool isRunning() const { return captureSession->isRunning(); }
+  void startRunning() { captureSession->startRunning(); }
+  void stopRunning() { captureSession->stopRunning(); }
+  /// Gather changes of the input.
+  void beginConfiguration() { captureSession->beginConfiguration(); }
+  void commitConfiguration() { captureSession->commitConfiguration(); }
+
+  /// The one in use; nullptr for none.
+  std::shared_ptr<CaptureDevice> device() const;
+  CaptureDevicePosition devicePosition() const;
+  bool hasBothCameras() const { return frontInput && backInput; }
+  /// Uses the camera at `position`, or else the other one, and prepares the connections for it.
+  void exchangeInput(CaptureDevicePosition position, CaptureVideoOrientation orientation);
+
+  std::string sessionPreset() const { return captureSession->sessionPreset(); }
+  /// Where the session can.
+  void setSessionPreset(const std::string& preset);
+
+  /// nullptr without a device.
+  std::shared_ptr<CaptureConnection> frameConnection() const;
+  std::shared_ptr<CaptureConnection> stillImageConnection() const;
+  CaptureStillImageOutput& stillImages() const { return *stillImageOutput; }
+  std::uint64_t lateFrames() const { return dataOutput->droppedFrames(); }
+  /// Of the frames; `landscapeRight` without a device.
+  CaptureVideoOrientation videoOrientation() const;
+  void setVideoOrientation(CaptureVideoOrientation orientation);
+
+ private:
+  Expected<void> addOutput(const std::shared_ptr<CaptureOutput>& output, const char* failureDescription);
+  void makeInputs(const std::string& preferredDeviceID);
+
+  std::shared_ptr<CaptureDeviceInput> frontInput;
+  std::shared_ptr<CaptureDeviceInput> backInput;
+  mutable std::mutex currentInputMutex_;
+  std::shared_ptr<CaptureDeviceInput> currentInput;
+  std::shared_ptr<CaptureSession> captureSession;
+  std::shared_ptr<CaptureVideoDataOutput> dataOutput;
+  std::shared_ptr<CaptureStillImageOutput> stillImageOutput;
+};
+
+}  // namespace tavrel

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <mutex>
+#include <utility>
+
+#include "Capture/Video/TavrelCameraConfiguration.h"
+
+namespace tavrel {
+
+/// What the caller of a camera wants, whether the device can do it or not. Any thread.
+class CameraWishes {
+ public:
+  explicit CameraWishes(TavrelCameraConfiguration configuration) : configuration_(std::move(configuration)) {}
+
+  TavrelCameraConfiguration all() const {
+    const std::lock_guard lock(mutex_);
+    return configuration_;
+  }
+  template <typename Value>
+  Value get(Value TavrelCameraConfiguration::*wish) const {
+    const std::lock_guard lock(mutex_);
+    return configuration_.*wish;
+  }
+  /// The value before.
+  template <typename Value>
+  Value set(Value TavrelCameraConfiguration::*wish, std::type_identity_t<Value> value) {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(configuration_.*wish, std::move(value));
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  TavrelCameraConfiguration configuration_;
+};
+
+}  // namespace tavrel
