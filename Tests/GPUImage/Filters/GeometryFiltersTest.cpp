@@ -70,12 +70,13 @@ TEST(RotationFilter, TurnsOnTopOfTheConnectionAndKeepsItsMode) {
       const auto rotation =
           std::make_shared<TavrelGPUImageRotationFilter>(static_cast<TavrelGPUImageRotationMode>(own));
       rotation->setInputRotation(static_cast<TavrelGPUImageRotationMode>(connection), 0);
+      const Size size = rotation->outputSizeFor({8, 6});
       const auto first = turnedByConnection(connection);
       const auto second = turnedByConnection(own);
       first->addTarget(second);
       const Picture expected = process(source, first, second);
       EXPECT_EQ(largestDifference(process(source, rotation), expected), 0) << connection << " and then " << own;
-      EXPECT_EQ(rotation->outputSizeFor({8, 6}), (Size{double(expected.width), double(expected.height)}));
+      EXPECT_EQ(size, (Size{double(expected.width), double(expected.height)}));
     }
   }
   // Connected anew, it still turns.

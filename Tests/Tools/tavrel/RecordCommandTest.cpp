@@ -175,6 +175,32 @@ TEST_F(RecordCommandTest, MoviesAndPicturesCanBeTheScene) {
   EXPECT_GT(std::stod(compared.output.substr(average + 8)), 25) << compared.output;
 }
 
+TEST_F(RecordCommandTest, MirroredBeforeAndAfterASwitch) {
+  const std::string movie = file("movie.mov");
+  const CommandResult result = test::tavrel("record " + movie + " --microphone none --size 320x240 --fps 10" +
+                                            " --duration 3 --switch-at 1 --mirror");
+  ASSERT_EQ(result.status, 0) << result.output;
+  int before = 0;
+  int after = 0;
+  forEachSample(movie, MediaType::video, [&](SampleBuffer& sample) {
+    const auto buffer = sample.imageBuffer();
+    buffer->lockBaseAddress(PixelBufferLock::readWrite);
+    const auto readsAsItIs = SyntheticScene::decodeFrameCounter(buffer->baseAddress(), buffer->bytesPerRow(), 320, 240);
+    for (std::size_t y = 0; y < 240; ++y) {
+      auto* const row = reinterpret_cast<std::uint32_t*>(buffer->baseAddress() + y * buffer->bytesPerRow());
+      std::reverse(row, row + 320);
+    }
+    const auto readsMirrored =
+        SyntheticScene::decodeFrameCounter(buffer->baseAddress(), buffer->bytesPerRow(), 320, 240);
+    buffer->unlockBaseAddress(PixelBufferLock::readWrite);
+    EXPECT_FALSE(readsAsItIs.has_value()) << "at " << sample.presentationTimeStamp().seconds() << " s";
+    // Blurred frames cannot be read either way.
+    if (readsMirrored) ++(sample.presentationTimeStamp().seconds() < 1 ? before : after);
+  });
+  EXPECT_GT(before, 3);
+  EXPECT_GT(after, 5);
+}
+
 TEST_F(RecordCommandTest, AnimatedStickersPlayWithTheFrames) {
   std::vector<test::GifFrameSpec> frames;
   for (const char color : std::string("rgb")) {
