@@ -1,9 +1,11 @@
 #include "Platform/Media/AssetReaderTrackOutput.h"
 
+#include <cmath>
 #include <utility>
 
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Media/AssetReader.h"
+#include "Platform/Media/MediaError.h"
 #include "Platform/Media/Private/Reading/SampleReader.h"
 
 namespace tavrel {
@@ -25,6 +27,15 @@ Expected<std::unique_ptr<SampleReader>> AssetReaderTrackOutput::open(const Asset
     if (const auto format = numberFor(*settings_, kPixelBufferPixelFormatTypeKey)) {
       form.pixelFormat = static_cast<PixelFormat>(static_cast<std::uint32_t>(*format));
     }
+    const auto rate = numberFor(*settings_, kAudioSampleRateKey);
+    const auto channels = numberFor(*settings_, kAudioNumberOfChannelsKey);
+    if ((rate && !(*rate >= 1 && *rate <= 768000)) || (channels && !(*channels >= 1 && *channels <= 64))) {
+      return failure(MediaErrorCode::invalidSettings,
+                     "sound is read in 1 to 768000 frames a second and 1 to 64 channels");
+    }
+    if (rate || channels) form.audioFormat = decodedFormat(*track_);
+    if (rate) form.audioFormat->sampleRate = std::round(*rate);
+    if (channels) form.audioFormat->channelCount = static_cast<std::uint32_t>(*channels);
   }
   const bool isComposed = !track_->segments().empty();
   const auto& path = track_->path().empty() && !isComposed ? reader.asset()->path() : track_->path();

@@ -21,10 +21,12 @@ class TAVREL_API AssetReaderTrackOutput : public AssetReaderOutput {
  public:
   /// Pictures as 'BGRA', sound as PCM.
   explicit AssetReaderTrackOutput(std::shared_ptr<const AssetTrack> track);
-  /// Pictures in the `PixelFormat` under `kPixelBufferPixelFormatTypeKey` ('BGRA' when absent), sound as PCM. Without
-  /// settings the samples come as they are stored: packets of the file's coding, or PCM where the file holds PCM (16
-  /// bits, or 32-bit float where it has more). Packets that a decoder needs but a player does not play have negative
-  /// times and 0 as their output time. Tracks of compositions are decoded in any case.
+  /// Pictures in the `PixelFormat` under `kPixelBufferPixelFormatTypeKey` ('BGRA' when absent), sound as PCM with the
+  /// frames a second under `kAudioSampleRateKey` and the channels under `kAudioNumberOfChannelsKey` (the track's when
+  /// absent). Reading does not start with others than 1 to 768000 and 1 to 64. Without settings the samples come as
+  /// they are stored: packets of the file's coding, or PCM where the file holds PCM (16 bits, or 32-bit float where it
+  /// has more). Packets that a decoder needs but a player does not play have negative times and 0 as their output time.
+  /// Tracks of compositions are decoded in any case.
   AssetReaderTrackOutput(std::shared_ptr<const AssetTrack> track, const std::optional<Dictionary>& outputSettings);
 
   const std::shared_ptr<const AssetTrack>& track() const { return track_; }

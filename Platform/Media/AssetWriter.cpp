@@ -17,7 +17,8 @@ Expected<std::shared_ptr<AssetWriter>> AssetWriter::create(const std::filesystem
 
 bool AssetWriter::canStore(const FormatDescription& format, std::string_view fileType) {
   const AVCodecID codec = PassthroughTrackEncoder::codecOf(format);
-  if (codec == AV_CODEC_ID_NONE || !MovieFile::canHold(codec, fileType)) return false;
+  const auto container = MovieContainer::find(fileType);
+  if (codec == AV_CODEC_ID_NONE || !container || !container->canHold(codec)) return false;
   // The muxer says no only when it is too late.
   const bool isRefused = codec == AV_CODEC_ID_FLAC || codec == AV_CODEC_ID_TRUEHD ||
                          (codec == AV_CODEC_ID_OPUS && fileType == kFileTypeQuickTimeMovie);

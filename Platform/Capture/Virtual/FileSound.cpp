@@ -11,8 +11,6 @@
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Media/AssetReader.h"
 #include "Platform/Media/AssetReaderTrackOutput.h"
-#include "Platform/Media/Private/FFmpegError.h"
-#include "Platform/Media/Private/FFmpegHandles.h"
 #include "Platform/Media/SampleBuffer.h"
 
 namespace tavrel {
@@ -25,7 +23,6 @@ struct FileSound::Implementation {
 
   std::shared_ptr<AssetReader> reader;
   std::shared_ptr<AssetReaderOutput> output;
-  Resampler mixer;
   std::vector<float> waiting;  // decoded, from sample number `position` on
   std::size_t used = 0;        // of `waiting`
   std::uint64_t position = 0;
@@ -34,7 +31,6 @@ struct FileSound::Implementation {
   Expected<void> open();
   Expected<void> rewind();
   Expected<void> decodeMore();
-  Expected<void> mix(const SampleBuffer* buffer);
   Expected<std::size_t> take(float* destination, std::size_t count);
 };
 
@@ -53,23 +49,12 @@ Expected<void> FileSound::Implementation::rewind() {
   auto created = AssetReader::create(asset);
   if (!created) return tl::unexpected(created.error());
   reader = std::move(*created);
-  output = std::make_shared<AssetReaderTrackOutput>(track);
+  const Dictionary asMono = {{kAudioSampleRateKey, std::int64_t{sampleRate}},
+                             {kAudioNumberOfChannelsKey, std::int64_t{1}}};
+  output = std::make_shared<AssetReaderTrackOutput>(track, asMono);
   reader->addOutput(output);
   if (!reader->startReading()) return tl::unexpected(*reader->error());
   passHadSamples = false;
-
-  AVChannelLayout mono = AV_CHANNEL_LAYOUT_MONO;
-  AVChannelLayout stored{};
-  av_channel_layout_default(&stored, track->channelCount());
-  SwrContext* context = nullptr;
-  int result = swr_alloc_set_opts2(&context, &mono, AV_SAMPLE_FMT_FLT, sampleRate, &stored, AV_SAMPLE_FMT_FLT,
-                                   track->sampleRate(), 0, nullptr);
-  mixer.reset(context);
-  if (result >= 0) result = swr_init(mixer.get());
-  av_channel_layout_uninit(&stored);
-  if (result < 0)
-    return tl::unexpected(
-        ffmpegError(MediaErrorCode::conversionFailed, result, path.string() + " cannot be mixed to one channel"));
   return {};
 }
 
@@ -79,34 +64,19 @@ Expected<void> FileSound::Implementation::decodeMore() {
   used = 0;
   while (waiting.empty()) {
     const auto buffer = output->copyNextSampleBuffer();
-    if (auto mixed = mix(buffer.get()); !mixed) return mixed;
-    passHadSamples = passHadSamples || !waiting.empty();
-    if (buffer) continue;
+    if (buffer) {
+      const auto* const samples = static_cast<const float*>(buffer->audioBufferList()->buffers().front().data);
+      waiting.assign(samples, samples + buffer->numSamples());
+      passHadSamples = passHadSamples || !waiting.empty();
+      continue;
+    }
     if (!passHadSamples) {
       const auto reason = reader->error();
       return failure(CaptureErrorCode::badSound,
                      reason ? reason->description : fmt::format("{} holds no samples", path.string()));
     }
     if (auto rewound = rewind(); !rewound) return rewound;
-    passHadSamples = !waiting.empty();
   }
-  return {};
-}
-
-/// Adds `buffer`, or without one what the resampler still holds, to `waiting`.
-Expected<void> FileSound::Implementation::mix(const SampleBuffer* buffer) {
-  const auto list = buffer ? buffer->audioBufferList() : nullptr;
-  const int inputCount = list ? static_cast<int>(buffer->numSamples()) : 0;
-  const int capacity = swr_get_out_samples(mixer.get(), inputCount);
-  if (capacity <= 0) return {};
-  waiting.resize(static_cast<std::size_t>(capacity));
-  auto* out = static_cast<std::uint8_t*>(static_cast<void*>(waiting.data()));
-  const std::uint8_t* in = list ? static_cast<const std::uint8_t*>(list->buffers().front().data) : nullptr;
-  const int count = swr_convert(mixer.get(), &out, capacity, list ? &in : nullptr, inputCount);
-  if (count < 0)
-    return tl::unexpected(
-        ffmpegError(MediaErrorCode::conversionFailed, count, path.string() + " cannot be mixed to one channel"));
-  waiting.resize(static_cast<std::size_t>(count));
   return {};
 }
 

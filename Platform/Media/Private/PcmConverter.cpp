@@ -28,20 +28,29 @@ struct ChannelLayout {
 
 Expected<std::shared_ptr<SampleBuffer>> PcmConverter::convert(const AVFrame& sound, AVRational timeBase) {
   if (auto ready = prepareResampler(sound); !ready) return tl::unexpected(ready.error());
-  const int capacity = swr_get_out_samples(resampler_.get(), sound.nb_samples);
+  // FFmpeg's parameter is not const, but it only reads.
+  return resample(const_cast<const std::uint8_t**>(sound.extended_data), sound.nb_samples,
+                  firstFrameOf(sound, timeBase));
+}
+
+Expected<std::shared_ptr<SampleBuffer>> PcmConverter::finish() {
+  if (!resampler_ || !nextFrame_) return nullptr;
+  return resample(nullptr, 0, *nextFrame_);
+}
+
+Expected<std::shared_ptr<SampleBuffer>> PcmConverter::resample(const std::uint8_t** sound, int frames,
+                                                               std::int64_t first) {
+  const int capacity = swr_get_out_samples(resampler_.get(), frames);
   if (capacity <= 0) return nullptr;
   auto list = AudioBufferList::create(format_, static_cast<std::size_t>(capacity));
   if (!list) return failure(MediaErrorCode::allocationFailed, "there is no memory left for sound");
 
   auto* bytes = static_cast<std::uint8_t*>(list->buffers().front().data);
   std::array<std::uint8_t*, 1> output = {bytes};
-  // FFmpeg's parameter is not const, but it only reads.
-  const int count = swr_convert(resampler_.get(), output.data(), capacity,
-                                const_cast<const std::uint8_t**>(sound.extended_data), sound.nb_samples);
-  if (count < 0)
+  const int count = swr_convert(resampler_.get(), output.data(), capacity, sound, frames);
+  if (count < 0) {
     return tl::unexpected(ffmpegError(MediaErrorCode::conversionFailed, count, "sound cannot be converted"));
-
-  const std::int64_t first = firstFrameOf(sound, timeBase);
+  }
   nextFrame_ = first + count;
   const std::int64_t early = std::clamp<std::int64_t>(-first, 0, count);
   if (early == count) return nullptr;
@@ -84,7 +93,8 @@ Expected<void> PcmConverter::prepareResampler(const AVFrame& sound) {
 
 std::int64_t PcmConverter::firstFrameOf(const AVFrame& sound, AVRational timeBase) {
   const AVRational frames = {1, static_cast<int>(format_.sampleRate)};
-  const std::int64_t stamped = av_rescale_q(sound.pts, timeBase, frames);
+  // What comes out next went in earlier, by what the resampler still holds.
+  const std::int64_t stamped = av_rescale_q(sound.pts, timeBase, frames) - swr_get_delay(resampler_.get(), frames.den);
   // A coarse time base (milliseconds in Matroska) cannot say better than this where a buffer begins.
   const std::int64_t tolerance = 1 + 2 * av_rescale_q_rnd(1, timeBase, frames, AV_ROUND_UP);
   if (nextFrame_ && std::abs(stamped - *nextFrame_) <= tolerance) return *nextFrame_;

@@ -11,8 +11,8 @@
 
 namespace tavrel {
 
-/// Turns decoded sound into sample buffers of interleaved PCM in one format, on a time
-/// line without gaps where the file's time stamps are merely coarse. One thread at a time.
+/// Turns decoded sound into sample buffers of interleaved PCM in one format, on a time line without gaps where the
+/// file's time stamps are merely coarse. One thread at a time.
 class PcmConverter {
  public:
   /// `format` is interleaved.
@@ -20,9 +20,12 @@ class PcmConverter {
 
   /// `sound.pts` is in units of `timeBase`. nullptr when all of it lies before time 0.
   Expected<std::shared_ptr<SampleBuffer>> convert(const AVFrame& sound, AVRational timeBase);
+  /// What was still inside at the end; nullptr when that is nothing.
+  Expected<std::shared_ptr<SampleBuffer>> finish();
 
  private:
   Expected<void> prepareResampler(const AVFrame& sound);
+  Expected<std::shared_ptr<SampleBuffer>> resample(const std::uint8_t** sound, int frames, std::int64_t first);
   std::int64_t firstFrameOf(const AVFrame& sound, AVRational timeBase);
 
   AudioFormat format_;

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "Platform/Graphics/PixelBuffer.h"
+#include "Platform/Media/MediaError.h"
 #include "Support/ReaderMovies.h"
 
 namespace tavrel::test {
@@ -191,6 +192,43 @@ TEST(AssetReader, GivesCompressedSoundInStepAndWithoutGaps) {
     while (onset < all.size() && std::abs(all[onset]) < 0.2F) ++onset;
     EXPECT_NEAR(static_cast<double>(onset), 24000, 48 * 4);
   }
+}
+
+TEST(AssetReader, GivesSoundInTheRateAndChannelsAskedFor) {
+  const ReaderFolder folder;
+  const std::string tone = "-f lavfi -i sine=frequency=1000:duration=1:sample_rate=44100 -ac 2 ";
+  for (const char* name : {"a.wav", "a.m4a"}) {
+    SCOPED_TRACE(name);
+    ASSERT_NO_FATAL_FAILURE(makeMovie(folder / name, tone + "OUT"));
+    const auto asset = Asset::create(folder / name).value();
+    const auto reader = AssetReader::create(asset).value();
+    const Dictionary settings = {{kAudioSampleRateKey, std::int64_t{48000}},
+                                 {kAudioNumberOfChannelsKey, std::int64_t{1}}};
+    const auto output = std::make_shared<AssetReaderTrackOutput>(asset->tracks().front(), settings);
+    reader->addOutput(output);
+    ASSERT_TRUE(reader->startReading());
+    std::vector<float> sound;
+    while (const auto sample = output->copyNextSampleBuffer()) {
+      EXPECT_EQ(sample->format()->audioFormat.channelCount, 1U);
+      EXPECT_EQ(sample->presentationTimeStamp(), MediaTime::make(static_cast<std::int64_t>(sound.size()), 48000));
+      const auto part = firstChannelOf(*sample);
+      sound.insert(sound.end(), part.begin(), part.end());
+    }
+    // To the last frame: what the resampler holds comes out at the end.
+    std::int64_t stored = 0;
+    for (const auto& sample : OpenedReader(folder / name, MediaType::audio).readAll()) stored += sample->numSamples();
+    EXPECT_NEAR(static_cast<double>(sound.size()), static_cast<double>(stored) * 48000 / 44100, 2);
+    ASSERT_GE(sound.size(), 47998U);
+    int crossings = 0;
+    for (std::size_t i = 1; i < 47998; ++i) crossings += sound[i - 1] < 0 && sound[i] >= 0 ? 1 : 0;
+    EXPECT_NEAR(crossings, 1000, 2);
+  }
+  const auto asset = Asset::create(folder / "a.wav").value();
+  const auto reader = AssetReader::create(asset).value();
+  const Dictionary settings = {{kAudioNumberOfChannelsKey, std::int64_t{0}}};
+  reader->addOutput(std::make_shared<AssetReaderTrackOutput>(asset->tracks().front(), settings));
+  EXPECT_FALSE(reader->startReading());
+  EXPECT_TRUE(*reader->error() == MediaErrorCode::invalidSettings);
 }
 
 TEST(AssetReader, ReadsPicturesAndSoundOnTwoThreads) {

@@ -48,9 +48,10 @@ Expected<std::shared_ptr<SampleBuffer>> SoundTrackReader::next(const GoOn& goOn)
   while (true) {
     const auto frame = decoder_->next(goOn);
     if (!frame) return tl::unexpected(frame.error());
-    if (!*frame) return nullptr;
-    auto sound = pcm_.convert(**frame, decoder_->timeBase());
-    if (!sound) return sound;
+    const bool isAtEnd = !*frame;
+    if (isAtEnd && !goOn()) return nullptr;
+    auto sound = isAtEnd ? pcm_.finish() : pcm_.convert(**frame, decoder_->timeBase());
+    if (!sound || (isAtEnd && !*sound)) return sound;
     if (!*sound) continue;
     if ((*sound)->presentationTimeStamp() >= range_.end()) return nullptr;
     auto cut = cutToRange(*sound, range_);

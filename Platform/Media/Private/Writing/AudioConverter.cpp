@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <vector>
 
 extern "C" {
 #include <libavutil/channel_layout.h>
@@ -31,37 +32,18 @@ AVChannelLayout defaultLayout(int channels) {
   return layout;
 }
 
-/// One channel of `in` frames spread evenly over `out` frames, `step` samples apart.
-template <typename Sample>
-void stretch(const std::uint8_t* source, int in, std::uint8_t* target, int out, std::ptrdiff_t step) {
-  const auto* const from = reinterpret_cast<const Sample*>(source);
-  auto* const to = reinterpret_cast<Sample*>(target);
-  const double scale = out > 1 ? static_cast<double>(in - 1) / (out - 1) : 0;
-  for (int i = 0; i < out; ++i) {
-    const double position = i * scale;
-    const int left = std::min(static_cast<int>(position), in - 1);
-    const int right = std::min(left + 1, in - 1);
-    const double weight = position - left;
-    const double value = from[left * step] * (1 - weight) + from[right * step] * weight;
-    to[i * step] = static_cast<Sample>(std::is_integral_v<Sample> ? std::lround(value) : value);
-  }
-}
-
 }  // namespace
 
-AudioConverter::Planes::~Planes() {
-  if (!planes_.empty()) av_freep(planes_.data());
-}
-
-bool AudioConverter::Planes::reserve(int frames, int channels, AVSampleFormat format) {
-  if (frames <= capacity_) return true;
-  if (!planes_.empty()) av_freep(planes_.data());
-  planes_.assign(static_cast<std::size_t>(channels), nullptr);
-  capacity_ = frames + frames / 2;
-  if (av_samples_alloc(planes_.data(), nullptr, channels, capacity_, format, 0) >= 0) return true;
-  planes_.clear();
-  capacity_ = 0;
-  return false;
+bool AudioConverter::reserve(int frames) {
+  if (output_ && frames <= output_->nb_samples) return true;
+  output_.reset(av_frame_alloc());
+  if (!output_) return false;
+  output_->nb_samples = frames + frames / 2;
+  output_->format = sampleFormat_;
+  av_channel_layout_default(&output_->ch_layout, channels_);
+  const bool isReserved = av_frame_get_buffer(output_.get(), 0) >= 0;
+  if (!isReserved) output_.reset();
+  return isReserved;
 }
 
 AudioConverter::AudioConverter(const AudioFormat& from, const AVCodecContext& to)
@@ -97,40 +79,30 @@ std::int64_t AudioConverter::delay() const {
 
 Expected<AudioConverter::Output> AudioConverter::run(const std::uint8_t** source, int frames) {
   const int room = swr_get_out_samples(resampler_.get(), frames);
-  if (room < 0 || !output_.reserve(std::max(room, 1), channels_, sampleFormat_)) {
+  if (room < 0 || !reserve(std::max(room, 1))) {
     return tl::unexpected(ffmpegError(MediaErrorCode::conversionFailed, AVERROR(ENOMEM), "sound cannot be converted"));
   }
-  const int converted = swr_convert(resampler_.get(), output_.data(), room, source, frames);
-  if (converted < 0)
+  const int converted = swr_convert(resampler_.get(), output_->extended_data, room, source, frames);
+  if (converted < 0) {
     return tl::unexpected(ffmpegError(MediaErrorCode::conversionFailed, converted, "sound cannot be converted"));
-  return Output{output_.data(), converted};
+  }
+  return Output{output_->extended_data, converted};
 }
 
 Expected<AudioConverter::Output> AudioConverter::convert(const AudioBufferList& source, std::int64_t first,
-                                                         std::int64_t frames, int stretchBy) {
+                                                         std::int64_t frames, int stretch) {
   std::vector<const std::uint8_t*> pointers;
   const std::size_t offset = static_cast<std::size_t>(first) * from_.bytesPerSample() * from_.channelsPerBuffer();
   for (const AudioBuffer& buffer : source.buffers()) {
     pointers.push_back(static_cast<const std::uint8_t*>(buffer.data) + offset);
   }
-  auto converted = run(pointers.data(), static_cast<int>(frames));
-  if (!converted || stretchBy == 0 || converted->frames < 2) return converted;
-  return stretched(*converted, stretchBy);
-}
-
-AudioConverter::Output AudioConverter::stretched(const Output& converted, int by) {
-  const int frames = converted.frames + by;
-  if (!stretchedOutput_.reserve(frames, channels_, sampleFormat_)) return converted;
-  const bool isPlanar = av_sample_fmt_is_planar(sampleFormat_) != 0;
-  const bool isFloat = av_get_packed_sample_fmt(sampleFormat_) == AV_SAMPLE_FMT_FLT;
-  for (int channel = 0; channel < channels_; ++channel) {
-    const int plane = isPlanar ? channel : 0;
-    const std::ptrdiff_t offset = isPlanar ? 0 : std::ptrdiff_t{channel} * av_get_bytes_per_sample(sampleFormat_);
-    const auto function = isFloat ? stretch<float> : stretch<std::int16_t>;
-    function(converted.planes[plane] + offset, converted.frames, stretchedOutput_.data()[plane] + offset, frames,
-             isPlanar ? 1 : channels_);
+  if (stretch != 0) {
+    const auto length = static_cast<int>(std::lround(static_cast<double>(frames) * rate_ / from_.sampleRate));
+    if (const int result = swr_set_compensation(resampler_.get(), stretch, std::max(length, 1)); result < 0) {
+      return tl::unexpected(ffmpegError(MediaErrorCode::conversionFailed, result, "sound cannot be stretched"));
+    }
   }
-  return {stretchedOutput_.data(), frames};
+  return run(pointers.data(), static_cast<int>(frames));
 }
 
 Expected<AudioConverter::Output> AudioConverter::convertSilence(std::int64_t frames) {

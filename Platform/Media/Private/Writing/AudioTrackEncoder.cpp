@@ -91,9 +91,9 @@ AVCodecID AudioTrackEncoder::storedCodec(const AudioFormat& format) {
 }
 
 Expected<void> AudioTrackEncoder::check(const MovieFile& file) const {
-  if (file.canHold(storedFormat_ ? storedCodec(*storedFormat_) : AV_CODEC_ID_AAC)) return {};
+  if (file.container().canHold(storedFormat_ ? storedCodec(*storedFormat_) : AV_CODEC_ID_AAC)) return {};
   return failure(MediaErrorCode::unsuitableContainer,
-                 fmt::format("{} cannot hold this audio coding", file.formatName()));
+                 fmt::format("{} cannot hold this audio coding", file.container().name()));
 }
 
 Expected<void> AudioTrackEncoder::open(MovieFile& file, int track, bool isRealTime) {

@@ -174,7 +174,7 @@ bool InputPipeline::isStorable(const FormatDescription& format) const {
     const std::lock_guard lock(mutex_);
     return file_;
   }();
-  return codec != AV_CODEC_ID_NONE && file && file->canHold(codec) && file->hasTrack(track_);
+  return codec != AV_CODEC_ID_NONE && file && file->container().canHold(codec) && file->hasTrack(track_);
 }
 
 bool InputPipeline::stampPicture(TrackSample& sample, MediaTime movieTime) {

@@ -1,17 +1,12 @@
 #include "Platform/Media/Private/Writing/MovieFile.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
-#include <array>
-#include <cmath>
 #include <limits>
 
 extern "C" {
 #include <libavutil/opt.h>
 }
 
-#include "Platform/Media/AssetWriter.h"
 #include "Platform/Media/Private/FFmpegError.h"
 #include "Platform/Media/Private/FFmpegLog.h"
 
@@ -23,13 +18,6 @@ constexpr std::chrono::milliseconds kHeaderPatience{150};
 // Beyond it a sample's duration no longer fits the container; such a pause is told by the next fragment's time instead.
 constexpr std::int64_t kLongestDuration = std::numeric_limits<std::int32_t>::max() / 2;
 
-struct FileType {
-  const char* name;
-  const char* muxer;
-};
-constexpr std::array<FileType, 3> kFileTypes{
-    {{kFileTypeQuickTimeMovie, "mov"}, {kFileTypeMPEG4, "mp4"}, {kFileTypeMatroska, "matroska"}}};
-
 double secondsOf(std::int64_t units, AVRational base) {
   return static_cast<double>(units) * av_q2d(base);
 }
@@ -38,53 +26,22 @@ std::int64_t nominalDuration(MediaType mediaType, AVRational base) {
   return std::max<std::int64_t>(1, av_rescale_q(1, AVRational{1, mediaType == MediaType::video ? 30 : 50}, base));
 }
 
-bool isWellKnown(const std::string& key) {
-  constexpr std::array<const char*, 5> kKnown{kMetadataTitle, kMetadataCreationDate, kMetadataLocation, kMetadataArtist,
-                                              kMetadataComment};
-  return std::find(kKnown.begin(), kKnown.end(), key) != kKnown.end();
-}
-
 }  // namespace
 
 Expected<std::unique_ptr<MovieFile>> MovieFile::open(const std::filesystem::path& path, std::string_view fileType) {
   quietFFmpegLog();
-  const auto* const type = std::find_if(kFileTypes.begin(), kFileTypes.end(),
-                                        [&](const FileType& candidate) { return fileType == candidate.name; });
-  if (type == kFileTypes.end()) {
-    return failure(MediaErrorCode::unsupportedFileType,
-                   fmt::format("\"{}\" is not a movie file type that can be written: use {}, {} or {}", fileType,
-                               kFileTypes[0].name, kFileTypes[1].name, kFileTypes[2].name));
-  }
-  const AVOutputFormat* const format = av_guess_format(type->muxer, nullptr, nullptr);
-  if (!format)
-    return failure(MediaErrorCode::unsupportedFileType, fmt::format("this FFmpeg cannot write {} files", type->muxer));
+  const auto container = MovieContainer::find(fileType);
+  if (!container) return tl::unexpected(container.error());
   auto output = MovieFileOutput::open(path);
   if (!output) return tl::unexpected(output.error());
-  return std::unique_ptr<MovieFile>(new MovieFile(std::move(*output), format));
+  return std::unique_ptr<MovieFile>(new MovieFile(std::move(*output), *container));
 }
 
-MovieFile::MovieFile(std::unique_ptr<MovieFileOutput> output, const AVOutputFormat* format)
-    : output_(std::move(output)), format_(format), isQuickTimeFamily_(std::string_view(format->name) != "matroska") {}
+MovieFile::MovieFile(std::unique_ptr<MovieFileOutput> output, MovieContainer container)
+    : output_(std::move(output)), container_(container) {}
 
 MovieFile::~MovieFile() {
   abandon();
-}
-
-bool MovieFile::canHold(AVCodecID codec, std::string_view fileType) {
-  for (const FileType& type : kFileTypes) {
-    if (fileType != type.name) continue;
-    const AVOutputFormat* const format = av_guess_format(type.muxer, nullptr, nullptr);
-    return format && avformat_query_codec(format, codec, FF_COMPLIANCE_NORMAL) == 1;
-  }
-  return false;
-}
-
-bool MovieFile::canHold(AVCodecID codec) const {
-  return avformat_query_codec(format_, codec, FF_COMPLIANCE_NORMAL) == 1;
-}
-
-std::string MovieFile::formatName() const {
-  return format_->long_name;
 }
 
 int MovieFile::addTrack(MediaType mediaType, const AffineTransform& transform,
@@ -156,67 +113,29 @@ bool MovieFile::isHeaderDue(Clock::time_point now) const {
   return hasAny;
 }
 
-CodecDictionary MovieFile::muxerOptions() const {
-  AVDictionary* options = nullptr;
-  if (!isQuickTimeFamily_) {
-    av_dict_set_int(&options, "cluster_time_limit", static_cast<std::int64_t>(fragmentSeconds() * 1000), 0);
-    return CodecDictionary(options);
-  }
-  // Fragments begin at their samples' own times, so that no track needs an edit list, which would have to wait for its
-  // first packet.
-  std::string flags = "frag_custom+empty_moov+default_base_moof+frag_discont+negative_cts_offsets";
-  const bool hasOwnKeys = std::any_of(settings_.metadata.begin(), settings_.metadata.end(),
-                                      [](const MetadataItem& item) { return !isWellKnown(item.key); });
-  if (hasOwnKeys) flags += "+use_metadata_tags";
-  av_dict_set(&options, "movflags", flags.c_str(), 0);
-  av_dict_set(&options, "use_editlist", "0", 0);
-  for (const Track& track : tracks_) {
-    if (track.stream < 0 || track.mediaType != MediaType::video) continue;
-    av_dict_set_int(&options, "video_track_timescale", track.timeBase.den, 0);
-  }
-  return CodecDictionary(options);
-}
-
-void MovieFile::addDisplayMatrix(AVStream* stream, const AffineTransform& transform) const {
-  if (transform == AffineTransform{}) return;
-  auto* const matrix = reinterpret_cast<std::int32_t*>(
-      av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, 9 * sizeof(std::int32_t)));
-  if (!matrix) return;
-  const auto fixed = [](double number) { return static_cast<std::int32_t>(std::lround(number * 65536)); };
-  const std::array<std::int32_t, 9> values{fixed(transform.a),  fixed(transform.b),  0,
-                                           fixed(transform.c),  fixed(transform.d),  0,
-                                           fixed(transform.tx), fixed(transform.ty), 1 << 30};
-  std::copy(values.begin(), values.end(), matrix);
-}
-
 Expected<void> MovieFile::createStreams() {
-  AVFormatContext* context = nullptr;
-  if (const int result = avformat_alloc_output_context2(&context, format_, nullptr, nullptr); result < 0) {
+  if (const int result = container_.open(output_->context(), context_); result < 0) {
     return checked(result, "the movie's header cannot be made");
   }
-  context_.reset(context);
-  context->pb = output_->context();
-  context->flags |= AVFMT_FLAG_CUSTOM_IO;
-  context->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
   for (Track& track : tracks_) {
     if (!track.parameters) continue;
-    AVStream* const stream = avformat_new_stream(context, nullptr);
+    const AVStream* const stream = container_.addStream(*context_, *track.parameters, track.timeBase, track.transform);
     if (!stream) return checked(AVERROR(ENOMEM), "the movie's header cannot be made");
-    avcodec_parameters_copy(stream->codecpar, track.parameters.get());
-    if (!isQuickTimeFamily_) stream->codecpar->codec_tag = 0;
-    stream->time_base = track.timeBase;
-    addDisplayMatrix(stream, track.transform);
     track.stream = stream->index;
   }
   for (const MetadataItem& item : settings_.metadata) {
-    av_dict_set(&context->metadata, item.key.c_str(), item.value.c_str(), 0);
+    av_dict_set(&context_->metadata, item.key.c_str(), item.value.c_str(), 0);
   }
   return {};
 }
 
 Expected<void> MovieFile::writeHeader() {
   if (auto created = createStreams(); !created) return created;
-  AVDictionary* options = muxerOptions().release();
+  int videoTimescale = 0;
+  for (const Track& track : tracks_) {
+    if (track.stream >= 0 && track.mediaType == MediaType::video) videoTimescale = track.timeBase.den;
+  }
+  AVDictionary* options = container_.muxerOptions(fragmentSeconds(), settings_.metadata, videoTimescale).release();
   const int result = avformat_write_header(context_.get(), &options);
   av_dict_free(&options);
   if (auto written = checked(result, "the movie's header cannot be written"); !written) return written;
@@ -242,7 +161,7 @@ Expected<void> MovieFile::flushFragment() {
   const int result = av_write_frame(context_.get(), nullptr);
   if (auto flushed = checked(result, "a fragment of the movie cannot be written"); !flushed) return flushed;
   // Fragments start at their first sample's own time, whatever durations the one before announced.
-  if (isQuickTimeFamily_) av_opt_set(context_->priv_data, "movflags", "+frag_discont", 0);
+  if (container_.isQuickTimeFamily()) av_opt_set(context_->priv_data, "movflags", "+frag_discont", 0);
   if (auto complete = checkpoint(); !complete) return complete;
   hasUnflushed_ = false;
   hasFragments_ = true;

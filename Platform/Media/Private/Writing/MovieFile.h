@@ -6,7 +6,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "Platform/Foundation/Error.h"
@@ -15,6 +14,7 @@
 #include "Platform/Media/MediaType.h"
 #include "Platform/Media/MetadataItem.h"
 #include "Platform/Media/Private/FFmpegHandles.h"
+#include "Platform/Media/Private/Writing/MovieContainer.h"
 #include "Platform/Media/Private/Writing/MovieFileOutput.h"
 
 namespace tavrel {
@@ -38,12 +38,7 @@ class MovieFile {
   MovieFile& operator=(const MovieFile&) = delete;
   ~MovieFile();
 
-  bool isQuickTimeFamily() const { return isQuickTimeFamily_; }
-  /// Whether the container takes this coding.
-  bool canHold(AVCodecID codec) const;
-  /// The same for a type of file; false for one that cannot be written.
-  static bool canHold(AVCodecID codec, std::string_view fileType);
-  std::string formatName() const;
+  const MovieContainer& container() const { return container_; }
 
   /// Tracks are added before `begin`. One without a format in time is left out of the file after `formatPatience`.
   int addTrack(MediaType mediaType, const AffineTransform& transform, std::chrono::milliseconds formatPatience);
@@ -92,7 +87,7 @@ class MovieFile {
     bool isInFile = false;
   };
 
-  MovieFile(std::unique_ptr<MovieFileOutput> output, const AVOutputFormat* format);
+  MovieFile(std::unique_ptr<MovieFileOutput> output, MovieContainer container);
 
   Expected<void> fail(Error error);
   Expected<void> checked(int result, const char* what);
@@ -100,8 +95,6 @@ class MovieFile {
   bool isHeaderDue(Clock::time_point now) const;
   Expected<void> writeHeader();
   Expected<void> createStreams();
-  void addDisplayMatrix(AVStream* stream, const AffineTransform& transform) const;
-  CodecDictionary muxerOptions() const;
   Expected<void> release(Track& track, std::int64_t duration);
   Expected<void> releaseHeld(bool isLast);
   bool isFirstFragmentDue(const Track& track) const;
@@ -111,8 +104,7 @@ class MovieFile {
   double fragmentSeconds() const;
 
   std::unique_ptr<MovieFileOutput> output_;
-  const AVOutputFormat* format_;
-  const bool isQuickTimeFamily_;
+  const MovieContainer container_;
 
   mutable std::mutex mutex_;
   Settings settings_;

@@ -20,9 +20,9 @@ Expected<void> VideoTrackEncoder::check(const MovieFile& file) const {
     return failure(MediaErrorCode::encoderUnavailable,
                    fmt::format("this FFmpeg has no encoder for {}", settings_.isHEVC ? "H.265" : "H.264"));
   }
-  if (!file.canHold(settings_.isHEVC ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264)) {
+  if (!file.container().canHold(settings_.isHEVC ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264)) {
     return failure(MediaErrorCode::unsuitableContainer,
-                   fmt::format("{} cannot hold this video coding", file.formatName()));
+                   fmt::format("{} cannot hold this video coding", file.container().name()));
   }
   return {};
 }

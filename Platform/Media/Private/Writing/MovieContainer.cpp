@@ -1,0 +1,96 @@
+#include "Platform/Media/Private/Writing/MovieContainer.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "Platform/Media/AssetWriter.h"
+#include "Platform/Media/MediaError.h"
+
+namespace tavrel {
+namespace {
+
+struct FileType {
+  const char* name;
+  const char* muxer;
+};
+constexpr std::array<FileType, 3> kFileTypes{
+    {{kFileTypeQuickTimeMovie, "mov"}, {kFileTypeMPEG4, "mp4"}, {kFileTypeMatroska, "matroska"}}};
+
+bool isWellKnown(const std::string& key) {
+  constexpr std::array<const char*, 5> kKnown{kMetadataTitle, kMetadataCreationDate, kMetadataLocation, kMetadataArtist,
+                                              kMetadataComment};
+  return std::find(kKnown.begin(), kKnown.end(), key) != kKnown.end();
+}
+
+void addDisplayMatrix(AVStream* stream, const AffineTransform& transform) {
+  if (transform == AffineTransform{}) return;
+  auto* const matrix = reinterpret_cast<std::int32_t*>(
+      av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, 9 * sizeof(std::int32_t)));
+  if (!matrix) return;
+  const auto fixed = [](double number) { return static_cast<std::int32_t>(std::lround(number * 65536)); };
+  const std::array<std::int32_t, 9> values{fixed(transform.a),  fixed(transform.b),  0,
+                                           fixed(transform.c),  fixed(transform.d),  0,
+                                           fixed(transform.tx), fixed(transform.ty), 1 << 30};
+  std::copy(values.begin(), values.end(), matrix);
+}
+
+}  // namespace
+
+Expected<MovieContainer> MovieContainer::find(std::string_view fileType) {
+  const auto* const type = std::find_if(kFileTypes.begin(), kFileTypes.end(),
+                                        [&](const FileType& candidate) { return fileType == candidate.name; });
+  if (type == kFileTypes.end()) {
+    return failure(MediaErrorCode::unsupportedFileType,
+                   fmt::format("\"{}\" is not a movie file type that can be written: use {}, {} or {}", fileType,
+                               kFileTypes[0].name, kFileTypes[1].name, kFileTypes[2].name));
+  }
+  const AVOutputFormat* const format = av_guess_format(type->muxer, nullptr, nullptr);
+  if (format) return MovieContainer(format);
+  return failure(MediaErrorCode::unsupportedFileType, fmt::format("this FFmpeg cannot write {} files", type->muxer));
+}
+
+int MovieContainer::open(AVIOContext* output, OutputFormat& context) const {
+  AVFormatContext* opened = nullptr;
+  const int result = avformat_alloc_output_context2(&opened, format_, nullptr, nullptr);
+  context.reset(opened);
+  if (result < 0) return result;
+  opened->pb = output;
+  opened->flags |= AVFMT_FLAG_CUSTOM_IO;
+  opened->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
+  return 0;
+}
+
+AVStream* MovieContainer::addStream(AVFormatContext& context, const AVCodecParameters& parameters, AVRational timeBase,
+                                    const AffineTransform& transform) const {
+  AVStream* const stream = avformat_new_stream(&context, nullptr);
+  if (!stream) return nullptr;
+  avcodec_parameters_copy(stream->codecpar, &parameters);
+  if (!isQuickTimeFamily()) stream->codecpar->codec_tag = 0;
+  stream->time_base = timeBase;
+  addDisplayMatrix(stream, transform);
+  return stream;
+}
+
+CodecDictionary MovieContainer::muxerOptions(double fragmentSeconds, const std::vector<MetadataItem>& metadata,
+                                             int videoTimescale) const {
+  AVDictionary* options = nullptr;
+  if (!isQuickTimeFamily()) {
+    av_dict_set_int(&options, "cluster_time_limit", static_cast<std::int64_t>(fragmentSeconds * 1000), 0);
+    return CodecDictionary(options);
+  }
+  // Fragments begin at their samples' own times, so that no track needs an edit list, which would have to wait for its
+  // first packet.
+  std::string flags = "frag_custom+empty_moov+default_base_moof+frag_discont+negative_cts_offsets";
+  const bool hasOwnKeys =
+      std::any_of(metadata.begin(), metadata.end(), [](const MetadataItem& item) { return !isWellKnown(item.key); });
+  if (hasOwnKeys) flags += "+use_metadata_tags";
+  av_dict_set(&options, "movflags", flags.c_str(), 0);
+  av_dict_set(&options, "use_editlist", "0", 0);
+  if (videoTimescale > 0) av_dict_set_int(&options, "video_track_timescale", videoTimescale, 0);
+  return CodecDictionary(options);
+}
+
+}  // namespace tavrel

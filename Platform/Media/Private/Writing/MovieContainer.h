@@ -1,0 +1,40 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Geometry.h"
+#include "Platform/Media/MetadataItem.h"
+#include "Platform/Media/Private/FFmpegHandles.h"
+
+namespace tavrel {
+
+/// A type of movie file: what it can hold, and how libavformat is asked to write it. Immutable.
+class MovieContainer {
+ public:
+  /// Fails for a type that is not one of `AssetWriter`'s.
+  static Expected<MovieContainer> find(std::string_view fileType);
+
+  std::string name() const { return format_->long_name; }
+  /// QuickTime and MP4, which have fragments and edit lists; else Matroska.
+  bool isQuickTimeFamily() const { return std::string_view(format_->name) != "matroska"; }
+  bool canHold(AVCodecID codec) const { return avformat_query_codec(format_, codec, FF_COMPLIANCE_NORMAL) == 1; }
+
+  /// An empty file of this type, which is written to `output`. FFmpeg's error code when there is none.
+  int open(AVIOContext* output, OutputFormat& context) const;
+  /// Adds a track. nullptr when no memory is left.
+  AVStream* addStream(AVFormatContext& context, const AVCodecParameters& parameters, AVRational timeBase,
+                      const AffineTransform& transform) const;
+  /// `videoTimescale` is 0 without pictures.
+  CodecDictionary muxerOptions(double fragmentSeconds, const std::vector<MetadataItem>& metadata,
+                               int videoTimescale) const;
+
+ private:
+  explicit MovieContainer(const AVOutputFormat* format) : format_(format) {}
+
+  const AVOutputFormat* format_;
+};
+
+}  // namespace tavrel
