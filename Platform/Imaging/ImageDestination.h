@@ -16,8 +16,9 @@ class TAVREL_API ImageDestination {
   static constexpr double kDefaultQuality = 0.92;
 
   /// Writes PNG or JPEG, by the name's extension (.png, .jpg, .jpeg). The file stands upright: the image's orientation
-  /// is carried out. Under the final name there is a whole file or what was there before. Fails ("imaging") for another
-  /// extension and for an image without pixels, and ("posix") with the system's reason.
+  /// is carried out. Under the final name there is a whole file or what was there before. Fails for another extension
+  /// (`ImagingErrorCode::unsupportedFormat`), for an image without pixels (`noPixels`), and ("posix") with the system's
+  /// reason.
   static Expected<void> write(const std::shared_ptr<Image>& image, const std::filesystem::path& path,
                               double quality = kDefaultQuality);
   /// The bytes of such a file; `type` is "image/png" or "image/jpeg". PNG keeps transparency; JPEG, whose quality runs

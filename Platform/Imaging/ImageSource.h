@@ -41,8 +41,9 @@ class TAVREL_API ImageSource {
   /// The most pixels in all pictures of a GIF together; frames beyond are left out.
   static constexpr std::size_t kMostPixelsOfGifPictures = std::size_t{1} << 32;
 
-  /// Looks at the header. Fails ("imaging") when the bytes are no picture of these kinds, or a damaged or too large
-  /// one. `name` is what errors call it.
+  /// Looks at the header. Fails when the bytes are no picture of these kinds (`ImagingErrorCode::unknownFormat`), or a
+  /// damaged (`damagedPicture`), empty (`noPixels`) or too large one (`pictureTooLarge`). `name` is what errors call
+  /// it.
   static Expected<std::shared_ptr<ImageSource>> create(Data data, std::string name = "the data");
   /// The same for bytes that others use too.
   static Expected<std::shared_ptr<ImageSource>> create(std::shared_ptr<DataProvider> data,
@@ -59,8 +60,8 @@ class TAVREL_API ImageSource {
   virtual std::size_t count() const { return 1; }
   /// How often an animation is played, 0 for without end; nothing where the file does not say.
   virtual std::optional<int> loopCount() const { return std::nullopt; }
-  /// Fails when there is no such picture or its pixels are damaged. The frames of a GIF are quickest in order; later
-  /// ones are laid over what is whole of a damaged one.
+  /// Fails when there is no such picture (`noSuchPicture`) or its pixels are damaged (`damagedPicture`). The frames of
+  /// a GIF are quickest in order; later ones are laid over what is whole of a damaged one.
   virtual Expected<std::shared_ptr<Image>> imageAtIndex(std::size_t index) = 0;
   /// All empty when there is no such picture.
   virtual ImageProperties properties(std::size_t index) const = 0;

@@ -30,8 +30,9 @@ class TAVREL_API Asset : public std::enable_shared_from_this<Asset> {
  public:
   enum class ValueStatus { unknown, loading, loaded, failed };
 
-  /// Opens the file and looks at its tracks. Fails ("media") with "FILE is not a movie that can be read: REASON" when
-  /// it is missing, of no known format or holds neither pictures nor sound that can be decoded.
+  /// Opens the file and looks at its tracks. Fails with "FILE is not a movie that can be read: REASON" when it is
+  /// missing (`MediaErrorCode::unreadableFile`), of no known format (`unknownFileFormat`) or damaged (`damagedFile`),
+  /// and when it holds neither pictures nor sound that can be decoded (`noPlayableTrack`).
   static Expected<std::shared_ptr<Asset>> create(const std::filesystem::path& path, AssetOptions options = {});
   /// An asset whose file is not looked at yet. `tracks` and `duration` load it on the calling thread if nobody did.
   static std::shared_ptr<Asset> createUnloaded(const std::filesystem::path& path, AssetOptions options = {});

@@ -22,7 +22,7 @@ enum class AssetReaderStatus { unknown = 0, reading = 1, completed = 2, failed =
 /// bounded: each output has its own reading position, so nothing piles up for an output that is not read. Any thread.
 class TAVREL_API AssetReader : public std::enable_shared_from_this<AssetReader> {
  public:
-  /// Fails ("media") without an asset.
+  /// Fails (`MediaErrorCode::invalidArgument`) without an asset.
   static Expected<std::shared_ptr<AssetReader>> create(std::shared_ptr<const Asset> asset);
 
   const std::shared_ptr<const Asset>& asset() const { return asset_; }

@@ -17,8 +17,8 @@ struct AudioBuffer {
   void* data = nullptr;  ///< writable, aligned to 16 bytes
 };
 
-/// The PCM of a sample buffer: one buffer for interleaved sound, one for each channel else. Owns its memory, shared by
-/// everybody who holds the list. Not locked: whoever writes makes sure that nobody reads meanwhile.
+/// The PCM of a sample buffer: one buffer for interleaved sound, otherwise one for each channel. Owns its memory,
+/// shared by everybody who holds the list. Not locked: whoever writes makes sure that nobody reads meanwhile.
 class TAVREL_API AudioBufferList {
  public:
   /// Room for `frameCount` frames of silence.

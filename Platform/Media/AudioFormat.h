@@ -13,7 +13,7 @@ struct AudioFormat {
   double sampleRate = 48000;  ///< frames a second
   std::uint32_t channelCount = 1;
   AudioSampleType sampleType = AudioSampleType::float32;
-  bool isInterleaved = true;  ///< all channels in one buffer; else one buffer for each channel
+  bool isInterleaved = true;  ///< all channels in one buffer; otherwise one buffer for each channel
 
   friend bool operator==(const AudioFormat&, const AudioFormat&) = default;
 

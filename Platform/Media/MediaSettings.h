@@ -5,7 +5,7 @@
 namespace tavrel {
 
 /// \file
-/// Keys and values of the settings that a movie track is created with (`Dictionary`).
+/// Keys and values of the settings (`Dictionary`) that a movie track is written or read with.
 
 /// Text, required: one of the codecs below.
 inline constexpr const char* kVideoCodecKey = "VideoCodec";
@@ -16,7 +16,7 @@ inline constexpr const char* kVideoWidthKey = "VideoWidth";
 inline constexpr const char* kVideoHeightKey = "VideoHeight";
 /// Number: bits a second. Without it the quality is constant and the rate follows the picture.
 inline constexpr const char* kVideoAverageBitRateKey = "VideoAverageBitRate";
-/// Number from 0 (small) to 1 (as good as it gets), used without a bit rate; near visually lossless when absent.
+/// Number from 0 (small) to 1 (as good as it gets), used without a bit rate; when absent, nearly visually lossless.
 inline constexpr const char* kVideoQualityKey = "VideoQuality";
 /// Whole number: the most frames from one keyframe to the next.
 inline constexpr const char* kVideoMaxKeyFrameIntervalKey = "VideoMaxKeyFrameInterval";
@@ -26,7 +26,7 @@ inline constexpr const char* kVideoPresetKey = "VideoPreset";
 /// Whole number, required: the format below.
 inline constexpr const char* kAudioFormatIDKey = "AudioFormatID";
 inline constexpr std::uint32_t kAudioFormatMPEG4AAC = 0x61616320;  // "aac "
-/// Not for writing: what sound is read as.
+/// For reading only: linear PCM, which sound is decoded to.
 inline constexpr std::uint32_t kAudioFormatLinearPCM = 0x6C70636D;  // "lpcm"
 /// Whole number: 1 or 2; 1 when absent.
 inline constexpr const char* kAudioNumberOfChannelsKey = "AudioNumberOfChannels";

@@ -16,15 +16,15 @@ class PixelBuffer;
 class PlayerItemVideoOutput;
 class SampleBuffer;
 
-/// Hears when a video output will have pictures. On the queue that was given with it.
+/// Is told when a video output will have pictures, on the queue that was given with it.
 class TAVREL_API PlayerItemOutputDelegate {
  public:
   virtual ~PlayerItemOutputDelegate() = default;
   virtual void outputMediaDataWillChange(PlayerItemVideoOutput& sender) = 0;
 };
 
-/// An asset that is played: it maps the host's clock (`DisplayLink::hostTime`) to the asset's time line. It is paused
-/// at 0 at first. Pictures come out of its video outputs; it makes no sound. Any thread.
+/// An asset that is played: it maps the host's clock (`DisplayLink::hostTime`) to the asset's time line. It starts
+/// paused at 0. Pictures come out of its video outputs; it makes no sound. Any thread.
 class TAVREL_API PlayerItem {
  public:
   explicit PlayerItem(std::shared_ptr<const Asset> asset);
@@ -40,6 +40,7 @@ class TAVREL_API PlayerItem {
   /// Seconds of the asset in a second of the host; 0 or more.
   void setRate(double rate);
   double rate() const;
+  /// Goes on from `time`, playing or paused as before.
   void seek(MediaTime time);
   MediaTime currentTime() const;
   /// The time of the asset at a time of the host, from 0 to the asset's end.
