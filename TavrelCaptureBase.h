@@ -116,6 +116,7 @@
 #include "Platform/UI/Screen.h"
 #include "Platform/UI/TapGestureRecognizer.h"
 #include "Platform/UI/TouchDispatcher.h"
+#include "Platform/UI/UIStatus.h"
 #include "Platform/UI/View.h"
 #include "Platform/UI/Window.h"
 #include "TavrelBase/Log/TavrelLogger.h"

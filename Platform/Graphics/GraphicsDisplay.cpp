@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "Platform/Foundation/Environment.h"
+#include "Platform/Graphics/Private/EGLFunctions.h"
 #include "Platform/Graphics/Private/GraphicsFailure.h"
 #include "Platform/Graphics/Private/NativeContext.h"
 
@@ -32,33 +33,26 @@ bool headlessDemanded() {
   return environmentVariable("TAVREL_DISPLAY") == "headless";
 }
 
-template <typename Function>
-Function eglFunction(const char* name) {
-  return reinterpret_cast<Function>(eglGetProcAddress(name));
-}
-
 bool initialise(EGLDisplay display) {
   return display != EGL_NO_DISPLAY && eglInitialize(display, nullptr, nullptr) == EGL_TRUE;
 }
 
 EGLDisplay openSurfaceless() {
   const char* extensions = eglQueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS);
-  auto getPlatformDisplay = eglFunction<PFNEGLGETPLATFORMDISPLAYEXTPROC>("eglGetPlatformDisplayEXT");
-  if (!containsWord(extensions, "EGL_MESA_platform_surfaceless") || getPlatformDisplay == nullptr)
-    return EGL_NO_DISPLAY;
+  const auto getPlatformDisplay = EGLFunctions::shared().getPlatformDisplay;
+  if (!containsWord(extensions, "EGL_MESA_platform_surfaceless") || !getPlatformDisplay) return EGL_NO_DISPLAY;
   EGLDisplay display = getPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
   return initialise(display) ? display : EGL_NO_DISPLAY;
 }
 
 EGLDisplay openFirstDevice() {
-  auto queryDevices = eglFunction<PFNEGLQUERYDEVICESEXTPROC>("eglQueryDevicesEXT");
-  auto getPlatformDisplay = eglFunction<PFNEGLGETPLATFORMDISPLAYEXTPROC>("eglGetPlatformDisplayEXT");
-  if (queryDevices == nullptr || getPlatformDisplay == nullptr) return EGL_NO_DISPLAY;
+  const EGLFunctions& egl = EGLFunctions::shared();
+  if (!egl.queryDevices || !egl.getPlatformDisplay) return EGL_NO_DISPLAY;
   std::array<EGLDeviceEXT, 16> devices{};
   EGLint count = 0;
-  if (queryDevices(static_cast<EGLint>(devices.size()), devices.data(), &count) == EGL_FALSE) return EGL_NO_DISPLAY;
+  if (egl.queryDevices(static_cast<EGLint>(devices.size()), devices.data(), &count) == EGL_FALSE) return EGL_NO_DISPLAY;
   for (EGLint i = 0; i < count; ++i) {
-    EGLDisplay display = getPlatformDisplay(EGL_PLATFORM_DEVICE_EXT, devices[static_cast<std::size_t>(i)], nullptr);
+    EGLDisplay display = egl.getPlatformDisplay(EGL_PLATFORM_DEVICE_EXT, devices[static_cast<std::size_t>(i)], nullptr);
     if (initialise(display)) return display;
   }
   return EGL_NO_DISPLAY;

@@ -71,6 +71,20 @@ Expected<std::shared_ptr<TextureCacheTexture>> TextureCache::createTextureFromPi
   return std::make_shared<TextureCacheTexture>(buffer, std::move(*texture));
 }
 
+Expected<std::shared_ptr<TextureCacheTexture>> TextureCache::createTextureFromPixelBuffer(
+    const std::shared_ptr<PixelBuffer>& buffer) {
+  auto texture = createTextureFromPixelBuffer(buffer, GL_RGBA, static_cast<GLsizei>(buffer->width()),
+                                              static_cast<GLsizei>(buffer->height()), GL_BGRA_EXT, GL_UNSIGNED_BYTE, 0);
+  if (texture) setDefaultTextureParameters((*texture)->name());
+  return texture;
+}
+
+GLint TextureCache::internalFormat(GLint internalFormat, GLenum format) {
+  const GLContext* const context = GLContext::current();
+  if (context == nullptr || format != GL_BGRA_EXT) return internalFormat;
+  return context->sharegroup()->capabilities().bgraInternalFormat();
+}
+
 void TextureCache::flush() {
   core_->run([this](NativeContext&) { core_->sharegroup()->deleteIdleTextures(); });
 }

@@ -63,9 +63,18 @@ class TAVREL_API TextureCache {
   Expected<std::shared_ptr<TextureCacheTexture>> createTextureFromPixelBuffer(
       const std::shared_ptr<PixelBuffer>& buffer, GLint internalFormat, GLsizei width, GLsizei height, GLenum format,
       GLenum type, std::size_t planeIndex);
+  /// The same for the whole of a 'BGRA' buffer; linear filters and clamped edges are set again.
+  Expected<std::shared_ptr<TextureCacheTexture>> createTextureFromPixelBuffer(
+      const std::shared_ptr<PixelBuffer>& buffer);
 
   /// Deletes the textures that no pixel buffer and no `TextureCacheTexture` uses.
   void flush();
+
+  /// The internal format with which the driver of the current context takes bytes of `format`. By
+  /// GL_EXT_texture_format_BGRA8888
+  /// (https://registry.khronos.org/OpenGL/extensions/EXT/EXT_texture_format_BGRA8888.txt) GL_BGRA_EXT wants itself;
+  /// where the driver also takes GL_RGBA, that is the answer. Other formats keep `internalFormat`.
+  static GLint internalFormat(GLint internalFormat, GLenum format);
 
   /// Whether pixel buffers back the render targets of the graph. True, unless the environment variable
   /// `TAVREL_FAST_TEXTURE_UPLOAD` is 0 or `setSupported(false)` was called before the first question.

@@ -12,7 +12,7 @@ namespace tavrel {
 /// How the device is held.
 enum class DeviceOrientation { unknown, portrait, portraitUpsideDown, landscapeLeft, landscapeRight, faceUp, faceDown };
 
-/// How far the application is before its user's eyes.
+/// How visible the application is.
 enum class ApplicationState {
   active,      ///< a window has the keyboard, or there is no window at all
   inactive,    ///< windows can be seen, but another program has the keyboard
@@ -42,8 +42,8 @@ class TAVREL_API Application {
   static Application& shared();
 
   /// Makes the window system's display the one that GL uses, without a window yet; windows do so by themselves. To be
-  /// called before the graph is first used: afterwards GL may be bound to a headless display. Fails ("ui") then, when
-  /// there is no display to be had, and under `TAVREL_DISPLAY=headless`. Main thread.
+  /// called before the graph is first used: afterwards GL may be bound to a headless display. Fails (`UIStatus`) then,
+  /// when there is no display to be had, and under `TAVREL_DISPLAY=headless`. Main thread.
   Expected<void> startUserInterface();
   /// Watches for SIGTERM, unless the program handles it itself, and for memory pressure, on a thread of its own
   /// ("tavrel.system"). Done by `startUserInterface` too; programs without a window may call it alone.

@@ -1,7 +1,6 @@
 #include "Platform/UI/Compositor.h"
 
 #include <GLES2/gl2.h>
-#include <fmt/format.h>
 
 #include <cmath>
 #include <utility>
@@ -9,6 +8,7 @@
 #include "Platform/Graphics/GLContext.h"
 #include "Platform/UI/DrawableLayer.h"
 #include "Platform/UI/Private/LayerRenderer.h"
+#include "Platform/UI/Private/UIFailure.h"
 #include "Platform/UI/Screen.h"
 #include "Platform/UI/View.h"
 
@@ -97,7 +97,8 @@ struct Compositor::Implementation {
 
   Expected<std::shared_ptr<Image>> draw(const Layer& root, const LayerRenderer::Target& target) {
     const CurrentContext scope(*context);
-    if (!scope.isCurrent()) return failure("ui", 2, "the compositor's GL context cannot be made current");
+    if (!scope.isCurrent())
+      return uiFailure(UIStatus::contextUnavailable, "the compositor's GL context cannot be made current");
     if (!renderer) {
       auto created = LayerRenderer::create();
       if (!created) return tl::unexpected(created.error());
@@ -105,7 +106,7 @@ struct Compositor::Implementation {
     }
     const Canvas canvas(target.width, target.height);
     if (!canvas.isComplete()) {
-      return failure("ui", 3, fmt::format("GL has no picture of {}×{} pixels", target.width, target.height));
+      return uiFailure(UIStatus::allocationFailed, "GL has no picture of {}×{} pixels", target.width, target.height);
     }
     renderer->draw(root, target);
     const auto width = static_cast<std::size_t>(target.width);
@@ -130,8 +131,8 @@ Expected<std::shared_ptr<Image>> Compositor::imageOf(View& root, const Options& 
   const double width = std::ceil(root.bounds().size.width * target.scale - 1e-6);
   const double height = std::ceil(root.bounds().size.height * target.scale - 1e-6);
   if (!(width >= 1 && height >= 1 && width <= kLargestSide && height <= kLargestSide)) {
-    return failure("ui", 4,
-                   fmt::format("no image can have {}×{} pixels: expected 1 to {} each", width, height, kLargestSide));
+    return uiFailure(UIStatus::invalidSize, "no image can have {}×{} pixels: expected 1 to {} each", width, height,
+                     kLargestSide);
   }
   target.width = static_cast<int>(width);
   target.height = static_cast<int>(height);

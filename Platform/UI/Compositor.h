@@ -31,7 +31,7 @@ class TAVREL_API Compositor {
 
   /// The tree below `root` as it stands, laid out if need be; pictures of GL-drawable layers are taken as they were
   /// presented last. Premultiplied R, G, B, A bytes, as large as the root's bounds, rounded up to whole pixels. Fails
-  /// ("ui") for bounds without pixels or beyond the largest texture, and as `GLContext::create` does.
+  /// (`UIStatus`) for bounds without pixels or beyond the largest texture, and as `GLContext::create` does.
   Expected<std::shared_ptr<Image>> imageOf(View& root, const Options& options);
   Expected<std::shared_ptr<Image>> imageOf(View& root) { return imageOf(root, {}); }
 

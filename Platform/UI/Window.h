@@ -25,8 +25,8 @@ class TAVREL_API Window {
   /// `key` names what was pressed: "Q", "Space", "Escape" … (SDL's key names).
   using KeyHandler = std::function<void(std::string_view key)>;
 
-  /// Opens a window of `size` points that people can resize. Fails ("ui") as `Application::startUserInterface` does,
-  /// and when the window system refuses.
+  /// Opens a window of `size` points that people can resize. Fails (`UIStatus`) as `Application::startUserInterface`
+  /// does, and when the window system refuses.
   static Expected<std::shared_ptr<Window>> create(const std::string& title, Size size);
   Window(const Window&) = delete;
   Window& operator=(const Window&) = delete;

@@ -11,6 +11,7 @@
 
 #include "Platform/Foundation/Environment.h"
 #include "Platform/Graphics/GraphicsDisplay.h"
+#include "Platform/Graphics/Private/EGLFunctions.h"
 #include "Platform/Graphics/Private/GLSharegroup.h"
 #include "Platform/Graphics/Private/GLStateKeepers.h"
 #include "Platform/Graphics/Private/GraphicsFailure.h"
@@ -48,15 +49,14 @@ bool switchedOff() {
 
 /// The render node behind the display; nullptr for software.
 const char* renderNode(EGLDisplay display) {
-  auto queryDisplay = reinterpret_cast<PFNEGLQUERYDISPLAYATTRIBEXTPROC>(eglGetProcAddress("eglQueryDisplayAttribEXT"));
-  auto queryDevice = reinterpret_cast<PFNEGLQUERYDEVICESTRINGEXTPROC>(eglGetProcAddress("eglQueryDeviceStringEXT"));
-  if (queryDisplay == nullptr || queryDevice == nullptr) return nullptr;
+  const EGLFunctions& egl = EGLFunctions::shared();
+  if (!egl.queryDisplayAttribute || !egl.queryDeviceString) return nullptr;
   EGLAttrib attribute = 0;
-  if (queryDisplay(display, EGL_DEVICE_EXT, &attribute) == EGL_FALSE || attribute == 0) return nullptr;
+  if (egl.queryDisplayAttribute(display, EGL_DEVICE_EXT, &attribute) == EGL_FALSE || attribute == 0) return nullptr;
   auto* device =
       reinterpret_cast<EGLDeviceEXT>(attribute);  // NOLINT(performance-no-int-to-ptr): EGL hands handles out so
-  if (!containsWord(queryDevice(device, EGL_EXTENSIONS), "EGL_EXT_device_drm_render_node")) return nullptr;
-  return queryDevice(device, EGL_DRM_RENDER_NODE_FILE_EXT);
+  if (!containsWord(egl.queryDeviceString(device, EGL_EXTENSIONS), "EGL_EXT_device_drm_render_node")) return nullptr;
+  return egl.queryDeviceString(device, EGL_DRM_RENDER_NODE_FILE_EXT);
 }
 
 }  // namespace
@@ -77,11 +77,7 @@ bool DmaBufDevice::open() {
   if (!containsWord(extensions, "EGL_EXT_image_dma_buf_import")) return false;
   const char* node = renderNode(display_);
   if (node == nullptr) return false;
-  createImage_ = reinterpret_cast<PFNEGLCREATEIMAGEKHRPROC>(eglGetProcAddress("eglCreateImageKHR"));
-  destroyImage_ = reinterpret_cast<PFNEGLDESTROYIMAGEKHRPROC>(eglGetProcAddress("eglDestroyImageKHR"));
-  imageTargetTexture_ =
-      reinterpret_cast<PFNGLEGLIMAGETARGETTEXTURE2DOESPROC>(eglGetProcAddress("glEGLImageTargetTexture2DOES"));
-  if (createImage_ == nullptr || destroyImage_ == nullptr || imageTargetTexture_ == nullptr) return false;
+  if (!EGLFunctions::shared().hasImages()) return false;
 
   const int file = ::open(node, O_RDWR | O_CLOEXEC);
   if (file < 0) return false;
@@ -108,7 +104,8 @@ Expected<GLuint> DmaBufDevice::createTexture(const DmaBuf& buffer) const {
                                               EGL_DMA_BUF_PLANE0_PITCH_EXT,
                                               static_cast<EGLint>(buffer.bytesPerRow()),
                                               EGL_NONE};
-  EGLImageKHR image = createImage_(display_, EGL_NO_CONTEXT, EGL_LINUX_DMA_BUF_EXT, nullptr, description.data());
+  const EGLFunctions& egl = EGLFunctions::shared();
+  EGLImageKHR image = egl.createImage(display_, EGL_NO_CONTEXT, EGL_LINUX_DMA_BUF_EXT, nullptr, description.data());
   if (image == EGL_NO_IMAGE_KHR) {
     return graphicsFailure(GraphicsStatus::graphicsCommandFailed, "cannot import a pixel buffer of {}x{}: {}",
                            buffer.width(), buffer.height(), eglErrorName(eglGetError()));
@@ -120,10 +117,10 @@ Expected<GLuint> DmaBufDevice::createTexture(const DmaBuf& buffer) const {
   clearGLErrors();
   {
     BoundTexture bound(name);
-    imageTargetTexture_(GL_TEXTURE_2D, image);
+    egl.imageTargetTexture(GL_TEXTURE_2D, image);
   }
   const GLenum error = glGetError();
-  destroyImage_(display_, image);  // the texture keeps the memory
+  egl.destroyImage(display_, image);  // the texture keeps the memory
   if (error == GL_NO_ERROR) return name;
   glDeleteTextures(1, &name);
   ++TransferCounters::shared().texturesDeleted;

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <EGL/egl.h>
-#include <EGL/eglext.h>
 #include <GLES2/gl2.h>
-#include <GLES2/gl2ext.h>
 #include <gbm.h>
 
 #include <memory>
@@ -35,9 +33,6 @@ class DmaBufDevice {
 
   EGLDisplay display_ = EGL_NO_DISPLAY;
   gbm_device* device_ = nullptr;  // lives as long as the process, like the display
-  PFNEGLCREATEIMAGEKHRPROC createImage_ = nullptr;
-  PFNEGLDESTROYIMAGEKHRPROC destroyImage_ = nullptr;
-  PFNGLEGLIMAGETARGETTEXTURE2DOESPROC imageTargetTexture_ = nullptr;
 };
 
 }  // namespace tavrel

@@ -1,47 +1,30 @@
 #include "Platform/Graphics/Private/DrawableTexture.h"
 
-#include <GLES2/gl2ext.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <utility>
 
 #include "Platform/Graphics/GraphicsDisplay.h"
+#include "Platform/Graphics/Private/EGLFunctions.h"
 #include "Platform/Graphics/Private/GLStateKeepers.h"
 #include "Platform/Graphics/Private/NativeContext.h"
 
 namespace tavrel {
 namespace {
 
-struct Functions {
-  PFNEGLCREATEIMAGEKHRPROC createImage = nullptr;
-  PFNEGLDESTROYIMAGEKHRPROC destroyImage = nullptr;
-  PFNGLEGLIMAGETARGETRENDERBUFFERSTORAGEOESPROC renderbufferStorage = nullptr;
-  bool isUsable = false;
-};
-
 EGLDisplay display() {
   return GraphicsDisplay::shared().nativeDisplay();
 }
 
 /// With a context current.
-const Functions& functions() {
-  static const Functions loaded = [] {
-    Functions found;
-    const char* ofDisplay = eglQueryString(display(), EGL_EXTENSIONS);
+bool canShareTextures() {
+  static const bool answer = [] {
     const auto* ofContext = reinterpret_cast<const char*>(glGetString(GL_EXTENSIONS));
-    if (!containsWord(ofDisplay, "EGL_KHR_gl_texture_2D_image") || !containsWord(ofContext, "GL_OES_EGL_image")) {
-      return found;
-    }
-    found.createImage = reinterpret_cast<PFNEGLCREATEIMAGEKHRPROC>(eglGetProcAddress("eglCreateImageKHR"));
-    found.destroyImage = reinterpret_cast<PFNEGLDESTROYIMAGEKHRPROC>(eglGetProcAddress("eglDestroyImageKHR"));
-    found.renderbufferStorage = reinterpret_cast<PFNGLEGLIMAGETARGETRENDERBUFFERSTORAGEOESPROC>(
-        eglGetProcAddress("glEGLImageTargetRenderbufferStorageOES"));
-    found.isUsable = found.createImage && found.destroyImage && found.renderbufferStorage;
-    return found;
+    return containsWord(eglQueryString(display(), EGL_EXTENSIONS), "EGL_KHR_gl_texture_2D_image") &&
+           containsWord(ofContext, "GL_OES_EGL_image") && EGLFunctions::shared().hasImages();
   }();
-  return loaded;
+  return answer;
 }
 
 }  // namespace
@@ -68,19 +51,19 @@ std::unique_ptr<DrawableTexture> DrawableTexture::create(std::shared_ptr<GLShare
 }
 
 void DrawableTexture::createImage() {
-  if (!functions().isUsable) return;
+  if (!canShareTextures()) return;
   static constexpr std::array<EGLint, 5> kAttributes = {EGL_GL_TEXTURE_LEVEL_KHR, 0, EGL_IMAGE_PRESERVED_KHR, EGL_TRUE,
                                                         EGL_NONE};
   // NOLINTNEXTLINE(performance-no-int-to-ptr): EGL takes names of GL as pointers
   auto* const buffer = reinterpret_cast<EGLClientBuffer>(static_cast<std::uintptr_t>(name_));
-  image_ =
-      functions().createImage(display(), eglGetCurrentContext(), EGL_GL_TEXTURE_2D_KHR, buffer, kAttributes.data());
+  image_ = EGLFunctions::shared().createImage(display(), eglGetCurrentContext(), EGL_GL_TEXTURE_2D_KHR, buffer,
+                                              kAttributes.data());
 }
 
 // NOLINTBEGIN(clang-analyzer-core.CallAndMessage): there is an image only where there are the functions
 DrawableTexture::~DrawableTexture() {
   sharegroup_->perform([this](NativeContext&) {
-    if (image_ != EGL_NO_IMAGE_KHR) functions().destroyImage(display(), image_);
+    if (image_ != EGL_NO_IMAGE_KHR) EGLFunctions::shared().destroyImage(display(), image_);
     glDeleteTextures(1, &name_);
   });
 }
@@ -88,7 +71,7 @@ DrawableTexture::~DrawableTexture() {
 bool DrawableTexture::becomeRenderbufferStorage() const {
   if (image_ == EGL_NO_IMAGE_KHR) return false;
   clearGLErrors();
-  functions().renderbufferStorage(GL_RENDERBUFFER, image_);
+  EGLFunctions::shared().imageTargetRenderbufferStorage(GL_RENDERBUFFER, image_);
   return glGetError() == GL_NO_ERROR;
 }
 // NOLINTEND(clang-analyzer-core.CallAndMessage)

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <GLES2/gl2.h>
+#include <GLES2/gl2ext.h>
+
 namespace tavrel {
 
 /// What the driver can do beyond OpenGL ES 2.0, as far as moving pixels goes.
@@ -9,6 +12,9 @@ struct GLCapabilities {
   bool readBGRA = false;         ///< GL_EXT_read_format_bgra
   bool unpackRowLength = false;  ///< GL_EXT_unpack_subimage
   bool redTextures = false;      ///< GL_EXT_texture_rg
+
+  /// The internal format of BGRA textures, however they are asked for.
+  GLint bgraInternalFormat() const { return bgraIntoRGBA ? GL_RGBA : GL_BGRA_EXT; }
 
   /// With a context current.
   static GLCapabilities probe();

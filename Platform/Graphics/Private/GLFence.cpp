@@ -6,45 +6,32 @@
 
 #include "Platform/Graphics/GLDriverLock.h"
 #include "Platform/Graphics/GraphicsDisplay.h"
+#include "Platform/Graphics/Private/EGLFunctions.h"
 #include "Platform/Graphics/Private/NativeContext.h"
 
 namespace tavrel {
 namespace {
 
-struct Functions {
-  PFNEGLCREATESYNCKHRPROC create = nullptr;
-  PFNEGLDESTROYSYNCKHRPROC destroy = nullptr;
-  PFNEGLCLIENTWAITSYNCKHRPROC clientWait = nullptr;
-  PFNEGLWAITSYNCKHRPROC wait = nullptr;
-  bool isUsable = false;
-};
-
 EGLDisplay display() {
   return GraphicsDisplay::shared().nativeDisplay();
 }
 
-const Functions& functions() {
-  static const Functions loaded = [] {
-    Functions found;
+bool hasSyncs() {
+  static const bool answer = [] {
     const char* extensions = eglQueryString(display(), EGL_EXTENSIONS);
-    if (!containsWord(extensions, "EGL_KHR_fence_sync") || !containsWord(extensions, "EGL_KHR_wait_sync")) return found;
-    found.create = reinterpret_cast<PFNEGLCREATESYNCKHRPROC>(eglGetProcAddress("eglCreateSyncKHR"));
-    found.destroy = reinterpret_cast<PFNEGLDESTROYSYNCKHRPROC>(eglGetProcAddress("eglDestroySyncKHR"));
-    found.clientWait = reinterpret_cast<PFNEGLCLIENTWAITSYNCKHRPROC>(eglGetProcAddress("eglClientWaitSyncKHR"));
-    found.wait = reinterpret_cast<PFNEGLWAITSYNCKHRPROC>(eglGetProcAddress("eglWaitSyncKHR"));
-    found.isUsable = found.create && found.destroy && found.clientWait && found.wait;
-    return found;
+    return containsWord(extensions, "EGL_KHR_fence_sync") && containsWord(extensions, "EGL_KHR_wait_sync") &&
+           EGLFunctions::shared().hasSyncs();
   }();
-  return loaded;
+  return answer;
 }
 
 }  // namespace
 
 GLFence GLFence::afterCurrentCommands() {
   EGLSyncKHR sync = EGL_NO_SYNC_KHR;
-  if (functions().isUsable) {
+  if (hasSyncs()) {
     const GLDriverLock lock;
-    sync = functions().create(display(), EGL_SYNC_FENCE_KHR, nullptr);
+    sync = EGLFunctions::shared().createSync(display(), EGL_SYNC_FENCE_KHR, nullptr);
   }
   if (sync == EGL_NO_SYNC_KHR) {
     glFinish();
@@ -63,15 +50,16 @@ GLFence& GLFence::operator=(GLFence&& other) noexcept {
 
 // NOLINTBEGIN(clang-analyzer-core.CallAndMessage): there is a sync only where there are the functions
 GLFence::~GLFence() {
-  if (sync_ != EGL_NO_SYNC_KHR) functions().destroy(display(), sync_);
+  if (sync_ != EGL_NO_SYNC_KHR) EGLFunctions::shared().destroySync(display(), sync_);
 }
 
 void GLFence::waitOnGPU() const {
-  if (sync_ != EGL_NO_SYNC_KHR) functions().wait(display(), sync_, 0);
+  if (sync_ != EGL_NO_SYNC_KHR) EGLFunctions::shared().waitSync(display(), sync_, 0);
 }
 
 bool GLFence::isReached() const {
-  return sync_ == EGL_NO_SYNC_KHR || functions().clientWait(display(), sync_, 0, 0) != EGL_TIMEOUT_EXPIRED_KHR;
+  return sync_ == EGL_NO_SYNC_KHR ||
+         EGLFunctions::shared().clientWaitSync(display(), sync_, 0, 0) != EGL_TIMEOUT_EXPIRED_KHR;
 }
 // NOLINTEND(clang-analyzer-core.CallAndMessage)
 

@@ -18,6 +18,18 @@ EGLDisplay display() {
   return GraphicsDisplay::shared().nativeDisplay();
 }
 
+/// Contexts that the calling thread makes are of OpenGL ES; afterwards of what the application had chosen there.
+class OpenGLESScope {
+ public:
+  OpenGLESScope() : previous_(eglQueryAPI()) { eglBindAPI(EGL_OPENGL_ES_API); }
+  OpenGLESScope(const OpenGLESScope&) = delete;
+  OpenGLESScope& operator=(const OpenGLESScope&) = delete;
+  ~OpenGLESScope() { eglBindAPI(previous_); }
+
+ private:
+  const EGLenum previous_;
+};
+
 }  // namespace
 
 std::string eglErrorName(EGLint code) {
@@ -48,7 +60,7 @@ Expected<NativeContext> NativeContext::create(EGLContext shareWith) {
   if (shared.error()) return tl::unexpected<Error>(*shared.error());
 
   static constexpr std::array<EGLint, 3> kVersion = {EGL_CONTEXT_CLIENT_VERSION, 2, EGL_NONE};
-  eglBindAPI(EGL_OPENGL_ES_API);
+  const OpenGLESScope scope;
   EGLContext context = eglCreateContext(display(), shared.nativeConfig(), shareWith, kVersion.data());
   if (context == EGL_NO_CONTEXT) {
     return graphicsFailure(GraphicsStatus::contextUnavailable, "cannot create an OpenGL ES 2.0 context on {}: {}",

@@ -55,8 +55,7 @@ Expected<GLTextureShape> TextureRequest::shape(const PixelLayout& layout, const 
     return graphicsFailure(GraphicsStatus::incompatibleFormat, "the driver has no textures of format 0x{:x}", format);
   }
   // Both spellings of BGRA get the same storage: the one that this driver takes.
-  const bool isBGRA = format == GL_BGRA_EXT;
-  const GLint storage = !isBGRA ? internalFormat : (capabilities.bgraIntoRGBA ? GL_RGBA : GL_BGRA_EXT);
+  const GLint storage = format == GL_BGRA_EXT ? capabilities.bgraInternalFormat() : internalFormat;
   return GLTextureShape{.width = width, .height = height, .internalFormat = storage, .format = format};
 }
 

@@ -1,4 +1,5 @@
 // The window system's part of the commands that hold the driver's lock; see GuardedCommands.cpp of Platform/Graphics.
+#include <GLES2/gl2.h>
 #include <SDL2/SDL.h>
 
 #include "Platform/Graphics/GLDriverLock.h"
@@ -14,6 +15,7 @@ int __wrap_SDL_GL_MakeCurrent(SDL_Window* window, SDL_GLContext context) {
 
 void __real_SDL_GL_SwapWindow(SDL_Window* window);
 void __wrap_SDL_GL_SwapWindow(SDL_Window* window) {
+  if (tavrel::GLDriverLock::isNeeded()) glFinish();  // what is left for the lock is to hand the picture over
   const tavrel::GLDriverLock lock;
   __real_SDL_GL_SwapWindow(window);
 }

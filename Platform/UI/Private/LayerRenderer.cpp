@@ -1,13 +1,12 @@
 #include "Platform/UI/Private/LayerRenderer.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <string>
 
 #include "Platform/UI/DrawableLayer.h"
+#include "Platform/UI/Private/UIFailure.h"
 
 namespace tavrel {
 namespace {
@@ -85,7 +84,7 @@ Expected<LayerRenderer::Program> LayerRenderer::link(const char* fragmentShader)
   glGetProgramiv(program.name, GL_LINK_STATUS, &isLinked);
   if (isLinked != GL_TRUE) {
     glDeleteProgram(program.name);
-    return failure("ui", 1, fmt::format("the compositor's shaders do not link with this driver: {}", log));
+    return uiFailure(UIStatus::shadersRefused, "the compositor's shaders do not link with this driver: {}", log);
   }
   const auto locate = [&](const char* uniform) { return glGetUniformLocation(program.name, uniform); };
   program.toClip = locate("toClip");

@@ -1,12 +1,12 @@
 #include "Platform/UI/Private/NativeWindow.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <utility>
 
+#include "Platform/Graphics/GLDriverLock.h"
 #include "Platform/UI/DrawableLayer.h"
 #include "Platform/UI/Private/LayerRenderer.h"
+#include "Platform/UI/Private/UIFailure.h"
 #include "Platform/UI/Private/WindowSystem.h"
 #include "Platform/UI/Screen.h"
 
@@ -40,21 +40,22 @@ Expected<std::unique_ptr<NativeWindow>> NativeWindow::create(WindowSystem& syste
                                                              Size size) {
   constexpr double kLargest = 16384;
   if (!(size.width >= 1 && size.height >= 1 && size.width <= kLargest && size.height <= kLargest)) {
-    return windowSystemFailure(
-        fmt::format("no window can have {}×{} points: expected 1 to {} each", size.width, size.height, kLargest));
+    return uiFailure(UIStatus::invalidSize, "no window can have {}×{} points: expected 1 to {} each", size.width,
+                     size.height, kLargest);
   }
   SDL_Window* const window =
       SDL_CreateWindow(title.c_str(), SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, static_cast<int>(size.width),
                        static_cast<int>(size.height), WindowSystem::kWindowFlags | SDL_WINDOW_RESIZABLE);
-  if (!window) return windowSystemFailure(fmt::format("the window system gives no window: {}", SDL_GetError()));
+  if (!window) return uiFailure(UIStatus::windowRefused, "the window system gives no window: {}", SDL_GetError());
   return std::unique_ptr<NativeWindow>(new NativeWindow(system, window));
 }
 
 NativeWindow::NativeWindow(WindowSystem& system, SDL_Window* window) : system_(system), window_(window) {
   rootView_->setBackgroundColor(Color::black());
   if (system_.makeCurrent(window_)) {
-    // Pictures wait for the display on this thread only. Not every display can do that; the timer keeps its pace then.
-    SDL_GL_SetSwapInterval(1);
+    // Pictures wait for the display on this thread only. Not every display can do that, and where the driver is locked
+    // while windows swap the graph would wait as well; the timer keeps the pace then.
+    SDL_GL_SetSwapInterval(GLDriverLock::isNeeded() ? 0 : 1);
     system_.clearCurrent();
   }
   fitRootView();

@@ -16,6 +16,7 @@
 #include "Platform/Graphics/GraphicsDisplay.h"
 #include "Platform/UI/Application.h"
 #include "Platform/UI/Private/NativeWindow.h"
+#include "Platform/UI/Private/UIFailure.h"
 #include "Platform/UI/Screen.h"
 
 namespace tavrel {
@@ -114,22 +115,23 @@ Expected<WindowSystem*> WindowSystem::start() {
 
 Expected<void> WindowSystem::connect() {
   if (variable("TAVREL_DISPLAY") == "headless") {
-    return windowSystemFailure("TAVREL_DISPLAY=headless forbids windows: unset it, or do without a window");
+    return uiFailure(UIStatus::noWindowSystem,
+                     "TAVREL_DISPLAY=headless forbids windows: unset it, or do without a window");
   }
   if (GraphicsDisplay::isChosen() && GraphicsDisplay::shared().isHeadless()) {
-    return windowSystemFailure(
-        "GL already uses a headless display, which windows cannot show: create the window, or call "
-        "Application::startUserInterface, before the first use of the graph");
+    return uiFailure(UIStatus::headlessInUse,
+                     "GL already uses a headless display, which windows cannot show: create the window, or call "
+                     "Application::startUserInterface, before the first use of the graph");
   }
   const std::string drivers = namedVideoDrivers();
   for (const Hint& hint : kHints) SDL_SetHint(hint.name, hint.value);
   SDL_SetHint(SDL_HINT_VIDEODRIVER, drivers.c_str());
   SDL_SetMainReady();
   if (drivers.empty() || SDL_InitSubSystem(SDL_INIT_VIDEO) != 0) {
-    return windowSystemFailure(
-        fmt::format("no window system can be reached{}: DISPLAY or WAYLAND_DISPLAY must name a running one, or do "
-                    "without a window",
-                    drivers.empty() ? "" : fmt::format(" ({}: {})", drivers, SDL_GetError())));
+    return uiFailure(UIStatus::noWindowSystem,
+                     "no window system can be reached{}: DISPLAY or WAYLAND_DISPLAY must name a running one, or do "
+                     "without a window",
+                     drivers.empty() ? "" : fmt::format(" ({}: {})", drivers, SDL_GetError()));
   }
   auto opened = openContext();
   if (opened) return {};
@@ -146,16 +148,15 @@ Expected<void> WindowSystem::openContext() {
   anchorWindow_ = SDL_CreateWindow("", 0, 0, 1, 1, kWindowFlags);
   if (anchorWindow_) context_ = SDL_GL_CreateContext(anchorWindow_);
   if (!context_) {
-    return windowSystemFailure(fmt::format("the window system \"{}\" gives no OpenGL ES 2.0: {}",
-                                           SDL_GetCurrentVideoDriver() ? SDL_GetCurrentVideoDriver() : "none",
-                                           SDL_GetError()));
+    return uiFailure(UIStatus::graphicsRefused, "the window system \"{}\" gives no OpenGL ES 2.0: {}",
+                     SDL_GetCurrentVideoDriver() ? SDL_GetCurrentVideoDriver() : "none", SDL_GetError());
   }
   EGLDisplay const display = eglGetCurrentDisplay();
   EGLContext const context = eglGetCurrentContext();
   clearCurrent();
   if (display == EGL_NO_DISPLAY || !GraphicsDisplay::adopt(display, context)) {
-    return windowSystemFailure(
-        fmt::format("the window system \"{}\" gives no EGL display that GL could share", SDL_GetCurrentVideoDriver()));
+    return uiFailure(UIStatus::graphicsRefused, "the window system \"{}\" gives no EGL display that GL could share",
+                     SDL_GetCurrentVideoDriver());
   }
   return {};
 }

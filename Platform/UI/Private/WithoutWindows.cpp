@@ -1,4 +1,5 @@
 // The windows of a library that was built without them (TAVREL_WITH_SDL=OFF).
+#include "Platform/UI/Private/UIFailure.h"
 #include "Platform/UI/Private/UserInterface.h"
 #include "Platform/UI/Window.h"
 
@@ -7,8 +8,8 @@ namespace tavrel {
 class NativeWindow {};
 
 Expected<void> startUserInterface() {
-  return windowSystemFailure(
-      "this library was built without windows: build it with TAVREL_WITH_SDL=ON, or do without a window");
+  return uiFailure(UIStatus::noWindowSystem,
+                   "this library was built without windows: build it with TAVREL_WITH_SDL=ON, or do without a window");
 }
 
 Expected<std::shared_ptr<Window>> Window::create(const std::string&, Size) {
