@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
 #include "GPUImage/Private/Resource.h"
 #include "Platform/Foundation/ConsoleLog.h"
@@ -28,19 +29,65 @@ TavrelGLProgram::TavrelGLProgram(std::string_view vertexShaderString, std::strin
     : TavrelGLProgram(Source{std::string(vertexShaderString), vertexShaderString.data() != nullptr},
                       Source{std::string(fragmentShaderString), fragmentShaderString.data() != nullptr}) {}
 
-TavrelGLProgram::TavrelGLProgram(const Source& vertex, const Source& fragment) : program_(glCreateProgram()) {
-  if (!compileShader(vertShader_, GL_VERTEX_SHADER, vertex)) ConsoleLog::write("Failed to compile vertex shader");
-  if (!compileShader(fragShader_, GL_FRAGMENT_SHADER, fragment)) {
+struct TavrelGLProgram::Implementation {
+  bool compileShader(GLuint& shader, GLenum type, const Source& source);
+
+  bool initialized = false;
+  std::vector<std::string> attributes;
+  std::vector<std::string> uniforms;
+  GLuint program = glCreateProgram();
+  GLuint vertShader = 0;
+  GLuint fragShader = 0;
+  std::string vertexShaderLog;
+  std::string fragmentShaderLog;
+  std::string programLog;
+};
+
+TavrelGLProgram::TavrelGLProgram(const Source& vertex, const Source& fragment)
+    : implementation_(std::make_unique<Implementation>()) {
+  Implementation& self = *implementation_;
+  if (!self.compileShader(self.vertShader, GL_VERTEX_SHADER, vertex)) {
+    ConsoleLog::write("Failed to compile vertex shader");
+  }
+  if (!self.compileShader(self.fragShader, GL_FRAGMENT_SHADER, fragment)) {
     ConsoleLog::write("Failed to compile fragment shader");
   }
-  glAttachShader(program_, vertShader_);
-  glAttachShader(program_, fragShader_);
+  glAttachShader(self.program, self.vertShader);
+  glAttachShader(self.program, self.fragShader);
 }
 
 TavrelGLProgram::~TavrelGLProgram() {
-  if (vertShader_) glDeleteShader(vertShader_);
-  if (fragShader_) glDeleteShader(fragShader_);
-  if (program_) glDeleteProgram(program_);
+  if (vertShader()) glDeleteShader(vertShader());
+  if (fragShader()) glDeleteShader(fragShader());
+  if (program()) glDeleteProgram(program());
+}
+
+bool TavrelGLProgram::initialized() const {
+  return implementation_->initialized;
+}
+
+GLuint TavrelGLProgram::program() const {
+  return implementation_->program;
+}
+
+GLuint TavrelGLProgram::vertShader() const {
+  return implementation_->vertShader;
+}
+
+GLuint TavrelGLProgram::fragShader() const {
+  return implementation_->fragShader;
+}
+
+const std::string& TavrelGLProgram::vertexShaderLog() const {
+  return implementation_->vertexShaderLog;
+}
+
+const std::string& TavrelGLProgram::fragmentShaderLog() const {
+  return implementation_->fragmentShaderLog;
+}
+
+const std::string& TavrelGLProgram::programLog() const {
+  return implementation_->programLog;
 }
 
 TavrelGLProgram::Source TavrelGLProgram::readSource(const std::filesystem::path& name, const char* extension) {
@@ -48,7 +95,7 @@ TavrelGLProgram::Source TavrelGLProgram::readSource(const std::filesystem::path&
   return {text.value_or(std::string()), text.has_value()};
 }
 
-bool TavrelGLProgram::compileShader(GLuint& shader, GLenum type, const Source& source) {
+bool TavrelGLProgram::Implementation::compileShader(GLuint& shader, GLenum type, const Source& source) {
   if (!source.isPresent) {
     ConsoleLog::write("Failed to load vertex shader");  // the same text for either shader
     return false;
@@ -60,48 +107,50 @@ bool TavrelGLProgram::compileShader(GLuint& shader, GLenum type, const Source& s
   GLint status = 0;
   glGetShaderiv(shader, GL_COMPILE_STATUS, &status);
   if (status != GL_TRUE) {
-    std::string& log = &shader == &vertShader_ ? vertexShaderLog_ : fragmentShaderLog_;
+    std::string& log = &shader == &vertShader ? vertexShaderLog : fragmentShaderLog;
     log = informationLog(shader, glGetShaderiv, glGetShaderInfoLog);
   }
   return status == GL_TRUE;
 }
 
 void TavrelGLProgram::addAttribute(std::string_view name) {
-  if (std::find(attributes_.begin(), attributes_.end(), name) != attributes_.end()) return;
-  attributes_.emplace_back(name);
-  glBindAttribLocation(program_, static_cast<GLuint>(attributes_.size() - 1), attributes_.back().c_str());
+  std::vector<std::string>& attributes = implementation_->attributes;
+  if (std::find(attributes.begin(), attributes.end(), name) != attributes.end()) return;
+  attributes.emplace_back(name);
+  glBindAttribLocation(program(), static_cast<GLuint>(attributes.size() - 1), attributes.back().c_str());
 }
 
 GLuint TavrelGLProgram::attributeIndex(std::string_view name) const {
-  const auto attribute = std::find(attributes_.begin(), attributes_.end(), name);
-  return attribute == attributes_.end() ? 0xFFFFFFFF : static_cast<GLuint>(attribute - attributes_.begin());
+  const std::vector<std::string>& attributes = implementation_->attributes;
+  const auto attribute = std::find(attributes.begin(), attributes.end(), name);
+  return attribute == attributes.end() ? 0xFFFFFFFF : static_cast<GLuint>(attribute - attributes.begin());
 }
 
 GLint TavrelGLProgram::uniformIndex(std::string_view name) const {
-  return glGetUniformLocation(program_, std::string(name).c_str());
+  return glGetUniformLocation(program(), std::string(name).c_str());
 }
 
 bool TavrelGLProgram::link() {
-  glLinkProgram(program_);
+  glLinkProgram(program());
   GLint status = 0;
-  glGetProgramiv(program_, GL_LINK_STATUS, &status);
+  glGetProgramiv(program(), GL_LINK_STATUS, &status);
   if (status == GL_FALSE) return false;
-  for (GLuint* shader : {&vertShader_, &fragShader_}) {
+  for (GLuint* shader : {&implementation_->vertShader, &implementation_->fragShader}) {
     if (*shader) glDeleteShader(*shader);
     *shader = 0;
   }
-  initialized_ = true;
+  implementation_->initialized = true;
   return true;
 }
 
 void TavrelGLProgram::use() const {
-  glUseProgram(program_);
+  glUseProgram(program());
 }
 
 void TavrelGLProgram::validate() {
-  glValidateProgram(program_);
-  std::string log = informationLog(program_, glGetProgramiv, glGetProgramInfoLog);
-  if (!log.empty()) programLog_ = std::move(log);
+  glValidateProgram(program());
+  std::string log = informationLog(program(), glGetProgramiv, glGetProgramInfoLog);
+  if (!log.empty()) implementation_->programLog = std::move(log);
 }
 
 }  // namespace tavrel

@@ -4,9 +4,9 @@
 
 #include <concepts>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "Platform/Foundation/Export.h"
 
@@ -21,12 +21,12 @@ class TAVREL_API TavrelGLProgram {
   /// Compiles both sources. Never fails: faults are written to the console and to the logs below, and `link` returns
   /// false later. A view without data (`std::string_view{}`) stands for a missing source.
   TavrelGLProgram(std::string_view vertexShaderString, std::string_view fragmentShaderString);
-  /// The same with the fragment source read from a file with extension "fsh". A relative name without one is looked for
-  /// in the working directory, then beside the program. A file that cannot be read counts as a missing source.
+  /// The same with the fragment source read from a file. The extension "fsh" may be left out; a relative name is looked
+  /// for in the working directory, then beside the program. A file that cannot be read counts as a missing source.
   template <std::same_as<std::filesystem::path> Path>
   TavrelGLProgram(std::string_view vertexShaderString, const Path& fragmentShaderFilename)
       : TavrelGLProgram(Source{std::string(vertexShaderString), true}, readSource(fragmentShaderFilename, "fsh")) {}
-  /// Both sources from files, the vertex source with extension "vsh".
+  /// Both sources from files, the vertex source's extension being "vsh".
   template <std::same_as<std::filesystem::path> Path>
   TavrelGLProgram(const Path& vertexShaderFilename, const Path& fragmentShaderFilename)
       : TavrelGLProgram(readSource(vertexShaderFilename, "vsh"), readSource(fragmentShaderFilename, "fsh")) {}
@@ -47,16 +47,16 @@ class TAVREL_API TavrelGLProgram {
   void validate();
 
   /// True after a successful `link`.
-  bool initialized() const { return initialized_; }
-  GLuint program() const { return program_; }
+  bool initialized() const;
+  GLuint program() const;
   /// Shader names; 0 after a successful link.
-  GLuint vertShader() const { return vertShader_; }
-  GLuint fragShader() const { return fragShader_; }
+  GLuint vertShader() const;
+  GLuint fragShader() const;
   /// GL's log of a shader that did not compile; empty otherwise.
-  const std::string& vertexShaderLog() const { return vertexShaderLog_; }
-  const std::string& fragmentShaderLog() const { return fragmentShaderLog_; }
+  const std::string& vertexShaderLog() const;
+  const std::string& fragmentShaderLog() const;
   /// GL's log of the last `validate`.
-  const std::string& programLog() const { return programLog_; }
+  const std::string& programLog() const;
 
  private:
   struct Source {
@@ -66,17 +66,9 @@ class TAVREL_API TavrelGLProgram {
 
   TavrelGLProgram(const Source& vertex, const Source& fragment);
   static Source readSource(const std::filesystem::path& name, const char* extension);
-  bool compileShader(GLuint& shader, GLenum type, const Source& source);
 
-  bool initialized_ = false;
-  std::vector<std::string> attributes_;
-  std::vector<std::string> uniforms_;
-  GLuint program_ = 0;
-  GLuint vertShader_ = 0;
-  GLuint fragShader_ = 0;
-  std::string vertexShaderLog_;
-  std::string fragmentShaderLog_;
-  std::string programLog_;
+  struct Implementation;
+  std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -3,10 +3,15 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <mutex>
 #include <sstream>
+#include <string>
+#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "GPUImage/Private/ForeignContextScope.h"
 #include "GPUImage/TavrelGLProgram.h"
@@ -50,29 +55,43 @@ std::vector<std::string> readExtensionNames() {
 
 }  // namespace
 
-TavrelGPUImageContext::TavrelGPUImageContext()
-    : contextQueue_(DispatchQueue::create("org.tavrel.TavrelGPUImage.openGLESContextQueue",
-                                          TavrelGPUImageDefaultQueueAttribute())) {
+struct TavrelGPUImageContext::Implementation {
+  const std::shared_ptr<DispatchQueue> contextQueue =
+      DispatchQueue::create("org.tavrel.TavrelGPUImage.openGLESContextQueue", TavrelGPUImageDefaultQueueAttribute());
+  std::shared_ptr<TavrelGLProgram> currentShaderProgram;
+  std::vector<std::string> shaderProgramUsageHistory;
+  std::unordered_map<std::string, std::shared_ptr<TavrelGLProgram>> shaderProgramCache;
+
+  std::mutex creationMutex;  // of what is made on first request
+  std::atomic<bool> hasContext = false;
+  std::shared_ptr<GLSharegroup> sharegroup;
+  std::shared_ptr<GLContext> context;
+  std::shared_ptr<TextureCache> coreVideoTextureCache;
+  std::shared_ptr<TavrelGPUImageFramebufferCache> framebufferCache;
+};
+
+TavrelGPUImageContext::TavrelGPUImageContext() : implementation_(std::make_unique<Implementation>()) {
   openGLESContextQueueKey = contextKey();
-  contextQueue_->setSpecific(contextKey(), this);
+  contextQueue()->setSpecific(contextKey(), this);
 }
 
 TavrelGPUImageContext::~TavrelGPUImageContext() {
-  framebufferCache_.reset();
-  const auto releaseObjects = [this] {
-    if (context_) useAsCurrentContext();  // programs and textures are deleted through it
-    currentShaderProgram_.reset();
-    shaderProgramCache.clear();
-    coreVideoTextureCache_.reset();
-    if (GLContext::current() == context_.get()) GLContext::clearCurrent();
-    context_.reset();
+  Implementation& self = *implementation_;
+  self.framebufferCache.reset();
+  const auto releaseObjects = [&] {
+    if (self.context) useAsCurrentContext();  // programs and textures are deleted through it
+    self.currentShaderProgram.reset();
+    self.shaderProgramCache.clear();
+    self.coreVideoTextureCache.reset();
+    if (GLContext::current() == self.context.get()) GLContext::clearCurrent();
+    self.context.reset();
   };
-  if (contextQueue_->isCurrent()) {
+  if (contextQueue()->isCurrent()) {
     releaseObjects();
   } else {
-    contextQueue_->sync(releaseObjects);
+    contextQueue()->sync(releaseObjects);
   }
-  contextQueue_->setSpecific(contextKey(), nullptr);
+  contextQueue()->setSpecific(contextKey(), nullptr);
 }
 
 const void* TavrelGPUImageContext::contextKey() {
@@ -172,15 +191,31 @@ void TavrelGPUImageContext::borrowContext() {
   if (!scope) {
     fatalAssertion("The GL context is current on another thread. Run GL work on the context's queue.");
   }
-  scope->borrow(contextQueue_);
-  if (!context_->makeCurrent()) fatalAssertion("Unable to make the borrowed GL context current.");
+  scope->borrow(implementation_->contextQueue);
+  if (!implementation_->context->makeCurrent()) fatalAssertion("Unable to make the borrowed GL context current.");
 }
 
 void TavrelGPUImageContext::setContextShaderProgram(const std::shared_ptr<TavrelGLProgram>& program) {
   useAsCurrentContext();
-  if (currentShaderProgram_ == program) return;
-  currentShaderProgram_ = program;
+  if (implementation_->currentShaderProgram == program) return;
+  implementation_->currentShaderProgram = program;
   if (program) program->use();
+}
+
+const std::shared_ptr<TavrelGLProgram>& TavrelGPUImageContext::currentShaderProgram() const {
+  return implementation_->currentShaderProgram;
+}
+
+void TavrelGPUImageContext::setCurrentShaderProgram(std::shared_ptr<TavrelGLProgram> program) {
+  implementation_->currentShaderProgram = std::move(program);
+}
+
+const std::shared_ptr<DispatchQueue>& TavrelGPUImageContext::contextQueue() const {
+  return implementation_->contextQueue;
+}
+
+bool TavrelGPUImageContext::hasContext() const {
+  return implementation_->hasContext;
 }
 
 void TavrelGPUImageContext::presentBufferForDisplay() {
@@ -190,47 +225,47 @@ void TavrelGPUImageContext::presentBufferForDisplay() {
 std::shared_ptr<TavrelGLProgram> TavrelGPUImageContext::programForVertexShaderString(
     std::string_view vertexShaderString, std::string_view fragmentShaderString) {
   std::shared_ptr<TavrelGLProgram>& program =
-      shaderProgramCache[fmt::format("V: {} - F: {}", vertexShaderString, fragmentShaderString)];
+      implementation_->shaderProgramCache[fmt::format("V: {} - F: {}", vertexShaderString, fragmentShaderString)];
   if (!program) program = std::make_shared<TavrelGLProgram>(vertexShaderString, fragmentShaderString);
   return program;
 }
 
 void TavrelGPUImageContext::useSharegroup(std::shared_ptr<GLSharegroup> sharegroup) {
-  const std::lock_guard lock(creationMutex_);
-  if (context_) {
+  const std::lock_guard lock(implementation_->creationMutex);
+  if (implementation_->context) {
     fatalAssertion(
         "Unable to use a share group when the context has already been created. Call this method before you use the "
         "context for the first time.");
   }
-  sharegroup_ = std::move(sharegroup);
+  implementation_->sharegroup = std::move(sharegroup);
 }
 
 std::shared_ptr<GLContext> TavrelGPUImageContext::createContext() {
-  auto created = GLContext::create(sharegroup_);
+  auto created = GLContext::create(implementation_->sharegroup);
   if (!created) stopWithoutContext(created.error());
   return *created;
 }
 
 const std::shared_ptr<GLContext>& TavrelGPUImageContext::context() {
   if (const auto prepared = prepareContext(); !prepared) stopWithoutContext(prepared.error());
-  return context_;
+  return implementation_->context;
 }
 
 Expected<void> TavrelGPUImageContext::prepareContext() {
   Expected<void> result;
   // On the queue, where the new context is to be current.
-  if (!hasContext_) TavrelRunSynchronouslyOnContextQueue(*this, [&] { result = makeContext(); });
+  if (!implementation_->hasContext) TavrelRunSynchronouslyOnContextQueue(*this, [&] { result = makeContext(); });
   return result;
 }
 
 Expected<void> TavrelGPUImageContext::makeContext() {
   {
-    const std::lock_guard lock(creationMutex_);
-    if (context_) return {};
-    auto created = GLContext::create(sharegroup_);
+    const std::lock_guard lock(implementation_->creationMutex);
+    if (implementation_->context) return {};
+    auto created = GLContext::create(implementation_->sharegroup);
     if (!created) return tl::unexpected(created.error());
-    context_ = std::move(*created);
-    hasContext_ = true;
+    implementation_->context = std::move(*created);
+    implementation_->hasContext = true;
   }
   useAsCurrentContext();
   glDisable(GL_DEPTH_TEST);
@@ -239,8 +274,8 @@ Expected<void> TavrelGPUImageContext::makeContext() {
 
 const std::shared_ptr<TextureCache>& TavrelGPUImageContext::coreVideoTextureCache() {
   const std::shared_ptr<GLContext>& cacheContext = context();
-  const std::lock_guard lock(creationMutex_);
-  if (!coreVideoTextureCache_) {
+  const std::lock_guard lock(implementation_->creationMutex);
+  if (!implementation_->coreVideoTextureCache) {
     auto created =
         TextureCache::create(cacheContext, [weakSelf = weak_from_this()](const std::function<void()>& block) {
           const auto self = weakSelf.lock();
@@ -251,15 +286,16 @@ const std::shared_ptr<TextureCache>& TavrelGPUImageContext::coreVideoTextureCach
           });
         });
     if (!created) fatalAssertion("Error at CVOpenGLESTextureCacheCreate {}", created.error().code);
-    coreVideoTextureCache_ = *created;
+    implementation_->coreVideoTextureCache = *created;
   }
-  return coreVideoTextureCache_;
+  return implementation_->coreVideoTextureCache;
 }
 
 const std::shared_ptr<TavrelGPUImageFramebufferCache>& TavrelGPUImageContext::framebufferCache() {
-  const std::lock_guard lock(creationMutex_);
-  if (!framebufferCache_) framebufferCache_ = std::make_shared<TavrelGPUImageFramebufferCache>();
-  return framebufferCache_;
+  const std::lock_guard lock(implementation_->creationMutex);
+  if (!implementation_->framebufferCache)
+    implementation_->framebufferCache = std::make_shared<TavrelGPUImageFramebufferCache>();
+  return implementation_->framebufferCache;
 }
 
 }  // namespace tavrel

@@ -3,14 +3,9 @@
 #include <GLES2/gl2.h>
 #include <GLES2/gl2ext.h>
 
-#include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <string>
 #include <string_view>
-#include <unordered_map>
-#include <vector>
 
 #include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Foundation/Error.h"
@@ -93,31 +88,23 @@ class TAVREL_API TavrelGPUImageContext : public std::enable_shared_from_this<Tav
   /// Creates the context like `context`, but when there can be none, says why. May be tried again. Any thread.
   Expected<void> prepareContext();
   /// Whether it was created. Any thread.
-  bool hasContext() const { return hasContext_; }
+  bool hasContext() const;
   /// Created on first request.
   const std::shared_ptr<TextureCache>& coreVideoTextureCache();
   /// Created on first request. Any thread.
   const std::shared_ptr<TavrelGPUImageFramebufferCache>& framebufferCache();
   /// Any thread.
-  const std::shared_ptr<DispatchQueue>& contextQueue() const { return contextQueue_; }
-  const std::shared_ptr<TavrelGLProgram>& currentShaderProgram() const { return currentShaderProgram_; }
-  void setCurrentShaderProgram(std::shared_ptr<TavrelGLProgram> program) { currentShaderProgram_ = std::move(program); }
+  const std::shared_ptr<DispatchQueue>& contextQueue() const;
+  const std::shared_ptr<TavrelGLProgram>& currentShaderProgram() const;
+  void setCurrentShaderProgram(std::shared_ptr<TavrelGLProgram> program);
 
  private:
+  struct Implementation;
+
   Expected<void> makeContext();
   void borrowContext();
 
-  std::shared_ptr<TavrelGPUImageFramebufferCache> framebufferCache_;
-  std::shared_ptr<DispatchQueue> contextQueue_;
-  std::shared_ptr<TavrelGLProgram> currentShaderProgram_;
-  std::shared_ptr<TextureCache> coreVideoTextureCache_;
-  std::shared_ptr<GLContext> context_;
-  std::shared_ptr<GLSharegroup> sharegroup_;
-  std::vector<std::string> shaderProgramUsageHistory;
-  std::unordered_map<std::string, std::shared_ptr<TavrelGLProgram>> shaderProgramCache;
-
-  std::mutex creationMutex_;
-  std::atomic<bool> hasContext_ = false;
+  std::unique_ptr<Implementation> implementation_;
 };
 
 /// The attribute with which the library creates its serial queues: serial, of the standard quality of service.

@@ -1,7 +1,10 @@
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
 
+#include <atomic>
 #include <cstdlib>
+#include <mutex>
 #include <utility>
+#include <vector>
 
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/TavrelGPUImageContext.h"
@@ -17,35 +20,58 @@ std::atomic<std::int64_t> owned = 0;
 
 }  // namespace
 
+struct TavrelGPUImageFramebuffer::Implementation {
+  const Size size;
+  const TavrelGPUTextureOptions textureOptions = {};
+  const bool missingFramebuffer = false;
+  const bool isTextureBorrowed = false;
+  std::shared_ptr<TextureCacheTexture> textureOwner = nullptr;
+  GLuint texture = 0;
+  GLuint framebuffer = 0;
+  std::atomic<std::int64_t> framebufferReferenceCount = 0;
+  std::atomic<bool> referenceCountingDisabled = false;
+  std::shared_ptr<PixelBuffer> renderTarget = nullptr;
+  std::shared_ptr<TextureCacheTexture> renderTexture = nullptr;
+
+  // Images let go of their bytes on any thread.
+  std::mutex readMutex = {};
+  std::uint64_t readLockCount = 0;
+  std::vector<std::shared_ptr<PixelBuffer>> renderTargetHolds = {};
+};
+
 TavrelGPUImageFramebuffer::TavrelGPUImageFramebuffer(Size size, const TavrelGPUTextureOptions& textureOptions,
                                                      bool onlyTexture)
-    : size_(size), textureOptions_(textureOptions), missingFramebuffer_(onlyTexture) {
+    : implementation_(
+          new Implementation{.size = size, .textureOptions = textureOptions, .missingFramebuffer = onlyTexture}) {
   ++owned;
   if (Tracer::isOn()) Tracer::count(TraceNames::shared().framebuffersCreated);
-  if (onlyTexture) {
-    TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
-      TavrelGPUImageContext::useImageProcessingContext();
-      generateTexture();
-    });
-  } else {
-    generateFramebuffer();
-  }
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    TavrelGPUImageContext::useImageProcessingContext();
+    if (onlyTexture) {
+      glGenTextures(1, &implementation_->texture);
+      resetSampling();
+    } else {
+      generateFramebuffer();
+    }
+  });
 }
 
 TavrelGPUImageFramebuffer::TavrelGPUImageFramebuffer(Size size)
     : TavrelGPUImageFramebuffer(size, TavrelGPUTextureOptions{}, false) {}
 
-TavrelGPUImageFramebuffer::TavrelGPUImageFramebuffer(Size size, GLuint overriddenTexture,
-                                                     std::shared_ptr<const void> textureOwner)
-    : size_(size),
-      missingFramebuffer_(false),
-      isTextureBorrowed_(true),
-      textureOwner_(std::move(textureOwner)),
-      texture_(overriddenTexture),
-      referenceCountingDisabled_(true) {}
+TavrelGPUImageFramebuffer::TavrelGPUImageFramebuffer(Size size, GLuint overriddenTexture)
+    : implementation_(new Implementation{
+          .size = size, .isTextureBorrowed = true, .texture = overriddenTexture, .referenceCountingDisabled = true}) {}
+
+TavrelGPUImageFramebuffer::TavrelGPUImageFramebuffer(const std::shared_ptr<TextureCacheTexture>& texture)
+    : TavrelGPUImageFramebuffer(
+          {static_cast<double>(texture->pixelBuffer()->width()), static_cast<double>(texture->pixelBuffer()->height())},
+          texture->name()) {
+  implementation_->textureOwner = texture;
+}
 
 TavrelGPUImageFramebuffer::~TavrelGPUImageFramebuffer() {
-  if (!isTextureBorrowed_) --owned;
+  if (!implementation_->isTextureBorrowed) --owned;
   destroyFramebuffer();
 }
 
@@ -53,81 +79,104 @@ std::int64_t TavrelGPUImageFramebuffer::ownedCount() {
   return owned;
 }
 
-void TavrelGPUImageFramebuffer::generateTexture() {
-  glActiveTexture(GL_TEXTURE1);
-  glGenTextures(1, &texture_);
-  glBindTexture(GL_TEXTURE_2D, texture_);
-  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, static_cast<GLint>(textureOptions_.minFilter));
-  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, static_cast<GLint>(textureOptions_.magFilter));
-  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, static_cast<GLint>(textureOptions_.wrapS));
-  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, static_cast<GLint>(textureOptions_.wrapT));
+Size TavrelGPUImageFramebuffer::size() const {
+  return implementation_->size;
+}
+
+const TavrelGPUTextureOptions& TavrelGPUImageFramebuffer::textureOptions() const {
+  return implementation_->textureOptions;
+}
+
+GLuint TavrelGPUImageFramebuffer::texture() const {
+  return implementation_->texture;
+}
+
+bool TavrelGPUImageFramebuffer::missingFramebuffer() const {
+  return implementation_->missingFramebuffer;
+}
+
+std::int64_t TavrelGPUImageFramebuffer::framebufferReferenceCount() const {
+  return implementation_->framebufferReferenceCount;
+}
+
+const std::shared_ptr<PixelBuffer>& TavrelGPUImageFramebuffer::renderTarget() const {
+  return implementation_->renderTarget;
 }
 
 void TavrelGPUImageFramebuffer::generateFramebuffer() {
-  TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
-    TavrelGPUImageContext::useImageProcessingContext();
-    glGenFramebuffers(1, &framebuffer_);
-    glBindFramebuffer(GL_FRAMEBUFFER, framebuffer_);
-    if (TavrelGPUImageContext::supportsFastTextureUpload()) {
-      generateRenderTarget();
-    } else {
-      generatePlainTexture();
-    }
-    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture_, 0);
-    const GLenum status = glCheckFramebufferStatus(GL_FRAMEBUFFER);
-    if (status != GL_FRAMEBUFFER_COMPLETE) fatalAssertion("Incomplete filter FBO: {}", status);
-    glBindTexture(GL_TEXTURE_2D, 0);
-  });
+  glGenFramebuffers(1, &implementation_->framebuffer);
+  glBindFramebuffer(GL_FRAMEBUFFER, implementation_->framebuffer);
+  if (TavrelGPUImageContext::supportsFastTextureUpload()) {
+    generateRenderTarget();
+    resetSampling();
+  } else {
+    glGenTextures(1, &implementation_->texture);
+    resetSampling();
+    uploadPicture(static_cast<GLsizei>(size().width), static_cast<GLsizei>(size().height), textureOptions().format,
+                  nullptr);
+  }
+  glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture(), 0);
+  const GLenum status = glCheckFramebufferStatus(GL_FRAMEBUFFER);
+  if (status != GL_FRAMEBUFFER_COMPLETE) fatalAssertion("Incomplete filter FBO: {}", status);
+  glBindTexture(GL_TEXTURE_2D, 0);
 }
 
 void TavrelGPUImageFramebuffer::generateRenderTarget() {
-  const auto width = static_cast<GLsizei>(size_.width);
-  const auto height = static_cast<GLsizei>(size_.height);
-  TextureCache& textureCache = *TavrelGPUImageContext::sharedImageProcessingContext()->coreVideoTextureCache();
-
+  const auto width = static_cast<GLsizei>(size().width);
+  const auto height = static_cast<GLsizei>(size().height);
   auto target =
       PixelBuffer::create(static_cast<std::size_t>(width), static_cast<std::size_t>(height), PixelFormat::bgra32);
   if (!target) {
-    ConsoleLog::write("FBO size: {:f}, {:f}", size_.width, size_.height);
+    ConsoleLog::write("FBO size: {:f}, {:f}", size().width, size().height);
     fatalAssertion("Error at CVPixelBufferCreate {}", target.error().code);
   }
-  renderTarget_ = *target;
+  implementation_->renderTarget = *target;
 
-  auto view =
-      textureCache.createTextureFromPixelBuffer(renderTarget_, static_cast<GLint>(textureOptions_.internalFormat),
-                                                width, height, textureOptions_.format, textureOptions_.type, 0);
+  const TavrelGPUTextureOptions& options = textureOptions();
+  TextureCache& textureCache = *TavrelGPUImageContext::sharedImageProcessingContext()->coreVideoTextureCache();
+  auto view = textureCache.createTextureFromPixelBuffer(*target, static_cast<GLint>(options.internalFormat), width,
+                                                        height, options.format, options.type, 0);
   if (!view) fatalAssertion("Error at CVOpenGLESTextureCacheCreateTextureFromImage {}", view.error().code);
-  renderTexture_ = *view;
-
-  // The texture keeps the cache's filtering; only the wrap modes follow the options.
-  glBindTexture(renderTexture_->target(), renderTexture_->name());
-  texture_ = renderTexture_->name();
-  glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, static_cast<GLfloat>(textureOptions_.wrapS));
-  glTexParameterf(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, static_cast<GLfloat>(textureOptions_.wrapT));
+  implementation_->renderTexture = *view;
+  implementation_->texture = (*view)->name();
 }
 
-void TavrelGPUImageFramebuffer::generatePlainTexture() {
-  generateTexture();
-  glTexImage2D(GL_TEXTURE_2D, 0, static_cast<GLint>(textureOptions_.internalFormat), static_cast<GLsizei>(size_.width),
-               static_cast<GLsizei>(size_.height), 0, textureOptions_.format, textureOptions_.type, nullptr);
+void TavrelGPUImageFramebuffer::uploadPicture(GLsizei width, GLsizei height, GLenum format, const void* pixels) {
+  const auto internalFormat = static_cast<GLint>(textureOptions().internalFormat);
+  glBindTexture(GL_TEXTURE_2D, texture());
+  glTexImage2D(GL_TEXTURE_2D, 0, TextureCache::internalFormat(internalFormat, format), width, height, 0, format,
+               textureOptions().type, pixels);
+}
+
+void TavrelGPUImageFramebuffer::resetSampling() {
+  const TavrelGPUTextureOptions& options = textureOptions();
+  // A render target of the fast path keeps the texture cache's filtering; only the wrap modes follow the options.
+  const bool isFiltered = !implementation_->renderTarget;
+  glActiveTexture(GL_TEXTURE1);
+  glBindTexture(GL_TEXTURE_2D, texture());
+  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, static_cast<GLint>(isFiltered ? options.minFilter : GL_LINEAR));
+  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, static_cast<GLint>(isFiltered ? options.magFilter : GL_LINEAR));
+  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, static_cast<GLint>(options.wrapS));
+  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, static_cast<GLint>(options.wrapT));
 }
 
 bool TavrelGPUImageFramebuffer::ownsPixelBuffer() const {
-  return TavrelGPUImageContext::supportsFastTextureUpload() && !missingFramebuffer_;
+  return TavrelGPUImageContext::supportsFastTextureUpload() && !missingFramebuffer();
 }
 
 void TavrelGPUImageFramebuffer::destroyFramebuffer() {
-  const GLuint textureToDelete = ownsPixelBuffer() || isTextureBorrowed_ ? 0 : texture_;
+  const GLuint framebuffer = implementation_->framebuffer;
+  const GLuint textureToDelete = ownsPixelBuffer() || implementation_->isTextureBorrowed ? 0 : texture();
   // What belongs to a pixel buffer goes back to the texture cache, which may live on another queue's thread.
-  const auto release = [framebuffer = framebuffer_, textureToDelete, target = std::move(renderTarget_),
-                        view = std::move(renderTexture_)]() mutable {
+  const auto release = [framebuffer, textureToDelete, target = std::move(implementation_->renderTarget),
+                        view = std::move(implementation_->renderTexture)]() mutable {
     TavrelGPUImageContext::useImageProcessingContext();
     if (framebuffer) glDeleteFramebuffers(1, &framebuffer);
     target.reset();
     view.reset();
     if (textureToDelete) glDeleteTextures(1, &textureToDelete);
   };
-  if (!framebuffer_ && !textureToDelete) return;
+  if (!framebuffer && !textureToDelete) return;
 
   // Framebuffer objects belong to one context. On another context's queue nobody may wait for this one, so the names
   // are left to the video-processing queue.
@@ -141,21 +190,21 @@ void TavrelGPUImageFramebuffer::destroyFramebuffer() {
 
 void TavrelGPUImageFramebuffer::activateFramebuffer() {
   NodeSpan::noteDrawing();
-  glBindFramebuffer(GL_FRAMEBUFFER, framebuffer_);
-  glViewport(0, 0, static_cast<GLsizei>(size_.width), static_cast<GLsizei>(size_.height));
-  if (renderTarget_) renderTarget_->noteGPUWrite();
+  glBindFramebuffer(GL_FRAMEBUFFER, implementation_->framebuffer);
+  glViewport(0, 0, static_cast<GLsizei>(size().width), static_cast<GLsizei>(size().height));
+  if (implementation_->renderTarget) implementation_->renderTarget->noteGPUWrite();
 }
 
 bool TavrelGPUImageFramebuffer::lock() {
-  if (referenceCountingDisabled_) return false;
-  ++framebufferReferenceCount_;
+  if (implementation_->referenceCountingDisabled) return false;
+  ++implementation_->framebufferReferenceCount;
   return true;
 }
 
 void TavrelGPUImageFramebuffer::unlock() {
-  if (referenceCountingDisabled_) return;
+  if (implementation_->referenceCountingDisabled) return;
   // Tested after the subtraction, since the writer's queue may unlock at the same time as this one.
-  const std::int64_t before = framebufferReferenceCount_.fetch_sub(1);
+  const std::int64_t before = implementation_->framebufferReferenceCount.fetch_sub(1);
   if (before <= 0) {
     fatalAssertion(
         "Tried to overrelease a framebuffer, did you forget to call -useNextFrameForImageCapture before using "
@@ -165,45 +214,52 @@ void TavrelGPUImageFramebuffer::unlock() {
 }
 
 void TavrelGPUImageFramebuffer::clearAllLocks() {
-  framebufferReferenceCount_ = 0;
+  implementation_->framebufferReferenceCount = 0;
 }
 
 void TavrelGPUImageFramebuffer::disableReferenceCounting() {
-  referenceCountingDisabled_ = true;
+  implementation_->referenceCountingDisabled = true;
 }
 
 void TavrelGPUImageFramebuffer::enableReferenceCounting() {
-  referenceCountingDisabled_ = false;
+  implementation_->referenceCountingDisabled = false;
 }
 
 void TavrelGPUImageFramebuffer::lockForReading() {
-  if (!renderTarget_) return;
-  const std::lock_guard lock(readMutex_);
-  if (readLockCount_ == 0) renderTarget_->lockBaseAddress(PixelBufferLock::readWrite);
-  ++readLockCount_;
+  if (!implementation_->renderTarget) return;
+  const std::lock_guard lock(implementation_->readMutex);
+  if (implementation_->readLockCount == 0) implementation_->renderTarget->lockBaseAddress(PixelBufferLock::readWrite);
+  ++implementation_->readLockCount;
 }
 
 void TavrelGPUImageFramebuffer::unlockAfterReading() {
-  if (!renderTarget_) return;
-  const std::lock_guard lock(readMutex_);
-  if (readLockCount_ == 0) fatalAssertion("Unbalanced call to -[TavrelGPUImageFramebuffer unlockAfterReading]");
-  if (--readLockCount_ == 0) renderTarget_->unlockBaseAddress(PixelBufferLock::readWrite);
+  if (!implementation_->renderTarget) return;
+  const std::lock_guard lock(implementation_->readMutex);
+  if (implementation_->readLockCount == 0)
+    fatalAssertion("Unbalanced call to -[TavrelGPUImageFramebuffer unlockAfterReading]");
+  if (--implementation_->readLockCount == 0)
+    implementation_->renderTarget->unlockBaseAddress(PixelBufferLock::readWrite);
+}
+
+std::uint64_t TavrelGPUImageFramebuffer::readLockCount() const {
+  return implementation_->readLockCount;
 }
 
 void TavrelGPUImageFramebuffer::restoreRenderTarget() {
   unlockAfterReading();
-  const std::lock_guard lock(readMutex_);
-  if (!renderTargetHolds_.empty()) renderTargetHolds_.pop_back();
+  const std::lock_guard lock(implementation_->readMutex);
+  if (!implementation_->renderTargetHolds.empty()) implementation_->renderTargetHolds.pop_back();
 }
 
 std::size_t TavrelGPUImageFramebuffer::bytesPerRow() const {
-  return renderTarget_ ? renderTarget_->bytesPerRow() : static_cast<std::size_t>(size_.width * 4);
+  return implementation_->renderTarget ? implementation_->renderTarget->bytesPerRow()
+                                       : static_cast<std::size_t>(size().width * 4);
 }
 
 std::uint8_t* TavrelGPUImageFramebuffer::byteBuffer() {
-  if (!renderTarget_) return nullptr;
+  if (!implementation_->renderTarget) return nullptr;
   lockForReading();
-  std::uint8_t* const bytes = renderTarget_->baseAddress();
+  std::uint8_t* const bytes = implementation_->renderTarget->baseAddress();
   unlockAfterReading();
   return bytes;
 }
@@ -213,19 +269,19 @@ std::shared_ptr<PixelBuffer> TavrelGPUImageFramebuffer::pixelBuffer() {
     TavrelGPUImageContext::useImageProcessingContext();
     glFinish();
   });
-  return renderTarget_;
+  return implementation_->renderTarget;
 }
 
 std::shared_ptr<Image> TavrelGPUImageFramebuffer::newCGImageFromFramebufferContents() {
-  if (textureOptions_.internalFormat != GL_RGBA) {
+  if (textureOptions().internalFormat != GL_RGBA) {
     fatalAssertion("For conversion to a CGImage the output texture format for this filter must be GL_RGBA.");
   }
-  if (textureOptions_.type != GL_UNSIGNED_BYTE) {
+  if (textureOptions().type != GL_UNSIGNED_BYTE) {
     fatalAssertion(
         "For conversion to a CGImage the type of the output texture of this filter must be GL_UNSIGNED_BYTE.");
   }
-  const auto width = static_cast<std::size_t>(size_.width);
-  const auto height = static_cast<std::size_t>(size_.height);
+  const auto width = static_cast<std::size_t>(size().width);
+  const auto height = static_cast<std::size_t>(size().height);
   std::shared_ptr<Image> image;
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
     TavrelGPUImageContext::useImageProcessingContext();
@@ -233,12 +289,12 @@ std::shared_ptr<Image> TavrelGPUImageFramebuffer::newCGImageFromFramebufferConte
       const std::size_t rowBytes = bytesPerRow();
       glFinish();
       {
-        const std::lock_guard lock(readMutex_);
-        renderTargetHolds_.push_back(renderTarget_);
+        const std::lock_guard lock(implementation_->readMutex);
+        implementation_->renderTargetHolds.push_back(implementation_->renderTarget);
       }
       lockForReading();
       auto* const self = new std::shared_ptr<TavrelGPUImageFramebuffer>(shared_from_this());
-      auto provider = DataProvider::create(self, renderTarget_->baseAddress(), rowBytes * height,
+      auto provider = DataProvider::create(self, implementation_->renderTarget->baseAddress(), rowBytes * height,
                                            &TavrelDataProviderUnlockCallback);
       TavrelGPUImageContext::sharedFramebufferCache()->addFramebufferToActiveImageCaptureList(shared_from_this());
       image = Image::create(width, height, 8, 32, rowBytes,

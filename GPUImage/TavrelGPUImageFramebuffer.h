@@ -1,10 +1,8 @@
 #pragma once
 
-#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
-#include <vector>
 
 #include "GPUImage/TavrelGPUTextureOptions.h"
 #include "Platform/Foundation/Export.h"
@@ -28,9 +26,11 @@ class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this
   TavrelGPUImageFramebuffer(Size size, const TavrelGPUTextureOptions& textureOptions, bool onlyTexture);
   /// A render target with the default options.
   explicit TavrelGPUImageFramebuffer(Size size);
-  /// Wraps a texture that somebody else owns: not counted, never pooled, not deleted. `textureOwner` is kept for as
-  /// long as the framebuffer lives, so that readers on other queues never see the texture reused under them.
-  TavrelGPUImageFramebuffer(Size size, GLuint overriddenTexture, std::shared_ptr<const void> textureOwner = nullptr);
+  /// Wraps a texture that somebody else owns: not counted, never pooled, not deleted.
+  TavrelGPUImageFramebuffer(Size size, GLuint overriddenTexture);
+  /// Wraps the texture of a whole pixel buffer in the same way. Keeps both for as long as it lives, so that readers on
+  /// other queues never see the texture reused under them.
+  explicit TavrelGPUImageFramebuffer(const std::shared_ptr<TextureCacheTexture>& texture);
   TavrelGPUImageFramebuffer(const TavrelGPUImageFramebuffer&) = delete;
   TavrelGPUImageFramebuffer& operator=(const TavrelGPUImageFramebuffer&) = delete;
   ~TavrelGPUImageFramebuffer();
@@ -38,11 +38,18 @@ class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this
   /// How many there are whose texture is their own, in use or idle. Any thread.
   static std::int64_t ownedCount();
 
-  Size size() const { return size_; }
-  const TavrelGPUTextureOptions& textureOptions() const { return textureOptions_; }
-  GLuint texture() const { return texture_; }
+  Size size() const;
+  const TavrelGPUTextureOptions& textureOptions() const;
+  GLuint texture() const;
   /// True without a framebuffer object.
-  bool missingFramebuffer() const { return missingFramebuffer_; }
+  bool missingFramebuffer() const;
+
+  /// Gives the texture storage of `width` x `height` pixels and, unless `pixels` is null, this picture: rows without
+  /// gaps from the bottom up, in `format` and the type of the options. Leaves the texture bound.
+  void uploadPicture(GLsizei width, GLsizei height, GLenum format, const void* pixels);
+  /// Samples the texture by the options' filters and wrap modes again, whatever its last user has set. Leaves it
+  /// bound to texture unit 1.
+  void resetSampling();
 
   /// Makes it what GL draws into, in its whole size.
   void activateFramebuffer();
@@ -55,7 +62,7 @@ class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this
   /// While disabled, `lock` and `unlock` do nothing and the framebuffer stays with its owner.
   void disableReferenceCounting();
   void enableReferenceCounting();
-  std::int64_t framebufferReferenceCount() const { return framebufferReferenceCount_; }
+  std::int64_t framebufferReferenceCount() const;
 
   /// An image of the contents: premultiplied BGRA that shares the pixel buffer's bytes on the fast path (the
   /// framebuffer's lock is released when the image is), straight RGBA in bytes of its own on the plain one (the lock is
@@ -67,7 +74,7 @@ class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this
   /// Keeps the bytes readable until the matching `unlockAfterReading`. Counted.
   void lockForReading();
   void unlockAfterReading();
-  std::uint64_t readLockCount() const { return readLockCount_; }
+  std::uint64_t readLockCount() const;
   /// Bytes from one row to the next.
   std::size_t bytesPerRow() const;
   /// The pixels as B, G, R, A; nullptr on the plain path. Valid until the framebuffer is drawn into again.
@@ -75,32 +82,17 @@ class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this
   /// The pixel buffer behind the texture once GL has finished drawing; none on the plain path.
   std::shared_ptr<PixelBuffer> pixelBuffer();
   /// The pixel buffer behind the texture; none on the plain path.
-  const std::shared_ptr<PixelBuffer>& renderTarget() const { return renderTarget_; }
+  const std::shared_ptr<PixelBuffer>& renderTarget() const;
 
  private:
-  void generateTexture();
+  struct Implementation;
+
   void generateFramebuffer();
   void generateRenderTarget();
-  void generatePlainTexture();
   void destroyFramebuffer();
   bool ownsPixelBuffer() const;
 
-  const Size size_;
-  const TavrelGPUTextureOptions textureOptions_;
-  const bool missingFramebuffer_;
-  const bool isTextureBorrowed_ = false;
-  const std::shared_ptr<const void> textureOwner_;
-  GLuint texture_ = 0;
-  GLuint framebuffer_ = 0;
-  std::atomic<std::int64_t> framebufferReferenceCount_ = 0;
-  std::atomic<bool> referenceCountingDisabled_ = false;
-  std::shared_ptr<PixelBuffer> renderTarget_;
-  std::shared_ptr<TextureCacheTexture> renderTexture_;
-
-  // Images let go of their bytes on any thread.
-  std::mutex readMutex_;
-  std::uint64_t readLockCount_ = 0;
-  std::vector<std::shared_ptr<PixelBuffer>> renderTargetHolds_;
+  std::unique_ptr<Implementation> implementation_;
 };
 
 /// Release callbacks of the images' data providers: the first frees `data`, the second ends the image's hold on the

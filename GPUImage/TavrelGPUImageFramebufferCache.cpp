@@ -3,9 +3,14 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <mutex>
+#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "GPUImage/TavrelGPUImageContext.h"
+#include "Platform/Foundation/Environment.h"
+#include "Platform/Foundation/NotificationCenter.h"
 #include "Platform/Tracing/TraceNames.h"
 #include "Platform/UI/Application.h"
 
@@ -16,26 +21,91 @@ std::string slotKey(const std::string& lookupKey, Index slot) {
   return fmt::format("{}-{}", lookupKey, slot);
 }
 
+std::string lookupKeyOf(Size size, const TavrelGPUTextureOptions& options, bool onlyTexture) {
+  return fmt::format("{:.1f}x{:.1f}-{}:{}:{}:{}:{}:{}:{}{}", size.width, size.height, options.minFilter,
+                     options.magFilter, options.wrapS, options.wrapT, options.internalFormat, options.format,
+                     options.type, onlyTexture ? "-NOFB" : "");
+}
+
+/// Whether `TAVREL_DEBUG` names "textures".
+bool spoilsReturnedTextures() {
+  static const bool answer =
+      environmentVariable("TAVREL_DEBUG").value_or("").find("textures") != std::string_view::npos;
+  return answer;
+}
+
+/// Fills the texture with magenta, for whoever still reads it.
+void spoil(const TavrelGPUImageFramebuffer& framebuffer) {
+  TavrelGPUImageContext::useImageProcessingContext();
+  GLuint scratch = 0;
+  glGenFramebuffers(1, &scratch);
+  glBindFramebuffer(GL_FRAMEBUFFER, scratch);
+  glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, framebuffer.texture(), 0);
+  if (glCheckFramebufferStatus(GL_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE) {
+    glClearColor(1, 0, 1, 1);
+    glClear(GL_COLOR_BUFFER_BIT);
+  }
+  glDeleteFramebuffers(1, &scratch);
+  if (framebuffer.renderTarget()) framebuffer.renderTarget()->noteGPUWrite();
+}
+
 }  // namespace
 
-TavrelGPUImageFramebufferCache::TavrelGPUImageFramebufferCache()
-    : framebufferCacheQueue(DispatchQueue::create("org.tavrel.TavrelGPUImage.framebufferCacheQueue",
-                                                  TavrelGPUImageDefaultQueueAttribute())) {
-  memoryWarningObserver = NotificationCenter::defaultCenter().addObserver(
+struct TavrelGPUImageFramebufferCache::Implementation {
+  using Framebuffer = std::shared_ptr<TavrelGPUImageFramebuffer>;
+  using FramebufferMap = std::unordered_map<std::string, Framebuffer>;
+
+  Framebuffer takeIdle(const std::string& lookupKey);
+  void keepIdle(const Framebuffer& framebuffer);
+  void purge();
+  void traceOccupancy();
+
+  // Guards the members below: a framebuffer that the movie writer's queue unlocks is returned there.
+  std::mutex mutex;
+  FramebufferMap framebufferCache;
+  std::unordered_map<std::string, Index> framebufferTypeCounts;
+  std::vector<Framebuffer> activeImageCaptureList;
+  NotificationCenter::ObserverToken memoryWarningObserver;
+  std::shared_ptr<DispatchQueue> framebufferCacheQueue =  // nothing is ever submitted to it
+      DispatchQueue::create("org.tavrel.TavrelGPUImage.framebufferCacheQueue", TavrelGPUImageDefaultQueueAttribute());
+};
+
+namespace {
+
+/// Runs `action(implementation)` on the video-processing queue, if the cache is still there then.
+template <typename Implementation, typename Action>
+void runLater(const std::shared_ptr<Implementation>& implementation, Action action) {
+  TavrelRunAsynchronouslyOnVideoProcessingQueue(
+      [weak = std::weak_ptr<Implementation>(implementation), action = std::move(action)] {
+        if (const auto self = weak.lock()) action(*self);
+      });
+}
+
+}  // namespace
+
+TavrelGPUImageFramebufferCache::TavrelGPUImageFramebufferCache() : implementation_(std::make_shared<Implementation>()) {
+  implementation_->memoryWarningObserver = NotificationCenter::defaultCenter().addObserver(
       kApplicationDidReceiveMemoryWarningNotification,
-      [this](std::string_view, const void*) { purgeAllUnassignedFramebuffers(); });
+      [weak = std::weak_ptr<Implementation>(implementation_)](std::string_view, const void*) {
+        if (const auto self = weak.lock()) runLater(self, [](Implementation& cache) { cache.purge(); });
+      });
 }
 
 TavrelGPUImageFramebufferCache::~TavrelGPUImageFramebufferCache() {
-  NotificationCenter::defaultCenter().removeObserver(memoryWarningObserver);
+  NotificationCenter::defaultCenter().removeObserver(implementation_->memoryWarningObserver);
 }
 
 std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFramebufferCache::fetchFramebufferForSize(
     Size size, const TavrelGPUTextureOptions& textureOptions, bool onlyTexture) {
   std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer;
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
-    framebuffer = takeIdleFramebuffer(hashForSize(size, textureOptions, onlyTexture));
-    if (!framebuffer) framebuffer = std::make_shared<TavrelGPUImageFramebuffer>(size, textureOptions, onlyTexture);
+    framebuffer = implementation_->takeIdle(lookupKeyOf(size, textureOptions, onlyTexture));
+    if (framebuffer) {
+      TavrelGPUImageContext::useImageProcessingContext();
+      framebuffer->resetSampling();
+    } else {
+      framebuffer = std::make_shared<TavrelGPUImageFramebuffer>(size, textureOptions, onlyTexture);
+    }
   });
   framebuffer->lock();
   if (Tracer::isOn()) traceOccupancy();
@@ -47,12 +117,12 @@ std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFramebufferCache::fetch
   return fetchFramebufferForSize(size, TavrelGPUTextureOptions{}, onlyTexture);
 }
 
-std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFramebufferCache::takeIdleFramebuffer(
+std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFramebufferCache::Implementation::takeIdle(
     const std::string& lookupKey) {
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(mutex);
   const auto count = framebufferTypeCounts.find(lookupKey);
   if (count == framebufferTypeCounts.end() || count->second < 1) return nullptr;
-  std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer;
+  Framebuffer framebuffer;
   Index slot = count->second - 1;
   for (; !framebuffer && slot >= 0; --slot) {
     if (auto idle = framebufferCache.extract(slotKey(lookupKey, slot))) framebuffer = std::move(idle.mapped());
@@ -61,39 +131,35 @@ std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFramebufferCache::takeI
   return framebuffer;
 }
 
-void TavrelGPUImageFramebufferCache::returnFramebufferToCache(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer) {
-  framebuffer->clearAllLocks();
-  TavrelRunAsynchronouslyOnVideoProcessingQueue([this, framebuffer = std::move(framebuffer)] {
-    const std::string lookupKey =
-        hashForSize(framebuffer->size(), framebuffer->textureOptions(), framebuffer->missingFramebuffer());
-    {
-      const std::lock_guard lock(mutex_);
-      Index& count = framebufferTypeCounts[lookupKey];
-      framebufferCache[slotKey(lookupKey, count)] = framebuffer;
-      ++count;
-    }
-    if (Tracer::isOn()) traceOccupancy();
-  });
+void TavrelGPUImageFramebufferCache::Implementation::keepIdle(const Framebuffer& framebuffer) {
+  if (spoilsReturnedTextures()) spoil(*framebuffer);
+  const std::string lookupKey =
+      lookupKeyOf(framebuffer->size(), framebuffer->textureOptions(), framebuffer->missingFramebuffer());
+  {
+    const std::lock_guard lock(mutex);
+    Index& count = framebufferTypeCounts[lookupKey];
+    framebufferCache[slotKey(lookupKey, count)] = framebuffer;
+    ++count;
+  }
+  if (Tracer::isOn()) traceOccupancy();
 }
 
-void TavrelGPUImageFramebufferCache::purgeAllUnassignedFramebuffers() {
-  TavrelRunAsynchronouslyOnVideoProcessingQueue([this] {
-    FramebufferMap idle;  // destroyed outside the lock
-    {
-      const std::lock_guard lock(mutex_);
-      idle.swap(framebufferCache);
-      framebufferTypeCounts.clear();
-    }
-    idle.clear();
-    if (Tracer::isOn()) traceOccupancy();
-    const auto& shared = TavrelGPUImageContext::sharedImageProcessingContext();
-    if (shared->hasContext()) shared->coreVideoTextureCache()->flush();
-  });
+void TavrelGPUImageFramebufferCache::Implementation::purge() {
+  FramebufferMap idle;  // destroyed outside the lock
+  {
+    const std::lock_guard lock(mutex);
+    idle.swap(framebufferCache);
+    framebufferTypeCounts.clear();
+  }
+  idle.clear();
+  if (Tracer::isOn()) traceOccupancy();
+  const auto& shared = TavrelGPUImageContext::sharedImageProcessingContext();
+  if (shared->hasContext()) shared->coreVideoTextureCache()->flush();
 }
 
-void TavrelGPUImageFramebufferCache::traceOccupancy() {
+void TavrelGPUImageFramebufferCache::Implementation::traceOccupancy() {
   const std::int64_t idle = [this] {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(mutex);
     return static_cast<std::int64_t>(framebufferCache.size());
   }();
   const TraceNames& names = TraceNames::shared();
@@ -101,27 +167,39 @@ void TavrelGPUImageFramebufferCache::traceOccupancy() {
   Tracer::level(names.framebuffersCached, idle);
 }
 
+void TavrelGPUImageFramebufferCache::returnFramebufferToCache(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer) {
+  framebuffer->clearAllLocks();
+  runLater(implementation_,
+           [framebuffer = std::move(framebuffer)](Implementation& cache) { cache.keepIdle(framebuffer); });
+}
+
+void TavrelGPUImageFramebufferCache::purgeAllUnassignedFramebuffers() {
+  runLater(implementation_, [](Implementation& cache) { cache.purge(); });
+}
+
+void TavrelGPUImageFramebufferCache::traceOccupancy() {
+  implementation_->traceOccupancy();
+}
+
 void TavrelGPUImageFramebufferCache::addFramebufferToActiveImageCaptureList(
     std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer) {
-  TavrelRunAsynchronouslyOnVideoProcessingQueue([this, framebuffer = std::move(framebuffer)] {
-    const std::lock_guard lock(mutex_);
-    activeImageCaptureList.push_back(framebuffer);
+  runLater(implementation_, [framebuffer = std::move(framebuffer)](Implementation& cache) {
+    const std::lock_guard lock(cache.mutex);
+    cache.activeImageCaptureList.push_back(framebuffer);
   });
 }
 
 void TavrelGPUImageFramebufferCache::removeFramebufferFromActiveImageCaptureList(
     std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer) {
-  TavrelRunAsynchronouslyOnVideoProcessingQueue([this, framebuffer = std::move(framebuffer)] {
-    const std::lock_guard lock(mutex_);
-    std::erase(activeImageCaptureList, framebuffer);
+  runLater(implementation_, [framebuffer = std::move(framebuffer)](Implementation& cache) {
+    const std::lock_guard lock(cache.mutex);
+    std::erase(cache.activeImageCaptureList, framebuffer);
   });
 }
 
 std::string TavrelGPUImageFramebufferCache::hashForSize(Size size, const TavrelGPUTextureOptions& options,
                                                         bool onlyTexture) const {
-  return fmt::format("{:.1f}x{:.1f}-{}:{}:{}:{}:{}:{}:{}{}", size.width, size.height, options.minFilter,
-                     options.magFilter, options.wrapS, options.wrapT, options.internalFormat, options.format,
-                     options.type, onlyTexture ? "-NOFB" : "");
+  return lookupKeyOf(size, options, onlyTexture);
 }
 
 }  // namespace tavrel

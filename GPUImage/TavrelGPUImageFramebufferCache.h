@@ -1,18 +1,15 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
-#include <unordered_map>
-#include <vector>
 
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
-#include "Platform/Dispatch/DispatchQueue.h"
-#include "Platform/Foundation/NotificationCenter.h"
 
 namespace tavrel {
 
-/// Idle framebuffers, kept by exact size and options, so that a running graph creates no GL objects. Any thread.
+/// Idle framebuffers, kept by exact size and options, so that a running graph creates no GL objects. With the
+/// environment variable `TAVREL_DEBUG=textures` they are filled with magenta, so that it is seen when somebody still
+/// reads one. Any thread.
 class TAVREL_API TavrelGPUImageFramebufferCache {
  public:
   TavrelGPUImageFramebufferCache();
@@ -43,17 +40,10 @@ class TAVREL_API TavrelGPUImageFramebufferCache {
   std::string hashForSize(Size size, const TavrelGPUTextureOptions& textureOptions, bool onlyTexture) const;
 
  private:
-  using FramebufferMap = std::unordered_map<std::string, std::shared_ptr<TavrelGPUImageFramebuffer>>;
+  struct Implementation;
 
-  std::shared_ptr<TavrelGPUImageFramebuffer> takeIdleFramebuffer(const std::string& lookupKey);
-
-  // Guards the members below: a framebuffer that the movie writer's queue unlocks is returned there.
-  std::mutex mutex_;
-  FramebufferMap framebufferCache;
-  std::unordered_map<std::string, Index> framebufferTypeCounts;
-  std::vector<std::shared_ptr<TavrelGPUImageFramebuffer>> activeImageCaptureList;
-  NotificationCenter::ObserverToken memoryWarningObserver;
-  std::shared_ptr<DispatchQueue> framebufferCacheQueue;  // nothing is ever submitted to it
+  // Shared with what is queued, which finds it gone when the cache is.
+  std::shared_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -8,15 +8,15 @@
 namespace tavrel {
 
 std::optional<std::string> readResource(const std::filesystem::path& name, const char* extension) {
-  std::filesystem::path file = name;
-  if (!file.has_extension()) file.replace_extension(extension);
   std::error_code ignored;
-  if (file.is_relative() && !std::filesystem::exists(file, ignored)) {
-    file = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path() / file;
+  const auto programFolder = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
+  for (const auto& folder : {std::filesystem::path(), programFolder}) {
+    for (const auto& file : {folder / (name.string() + "." + extension), folder / name}) {
+      if (!std::filesystem::is_regular_file(file, ignored)) continue;
+      if (const auto bytes = readFile(file)) return std::string(bytes->begin(), bytes->end());
+    }
   }
-  const auto bytes = readFile(file);
-  if (!bytes) return std::nullopt;
-  return std::string(bytes->begin(), bytes->end());
+  return std::nullopt;
 }
 
 }  // namespace tavrel

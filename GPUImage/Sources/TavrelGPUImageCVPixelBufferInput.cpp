@@ -12,11 +12,27 @@
 
 namespace tavrel {
 
+struct TavrelGPUImageCVPixelBufferInput::Implementation {
+  std::shared_ptr<TextureCacheTexture> textureRef;
+  const std::shared_ptr<DispatchSemaphore> frameRenderingSemaphore = std::make_shared<DispatchSemaphore>(1);
+};
+
+TavrelGPUImageCVPixelBufferInput::TavrelGPUImageCVPixelBufferInput()
+    : implementation_(std::make_unique<Implementation>()) {}
+
 TavrelGPUImageCVPixelBufferInput::~TavrelGPUImageCVPixelBufferInput() {
   TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
     TavrelGPUImageContext::useImageProcessingContext();
-    textureRef.reset();
+    implementation_->textureRef.reset();
   });
+}
+
+const std::shared_ptr<TextureCacheTexture>& TavrelGPUImageCVPixelBufferInput::textureRef() const {
+  return implementation_->textureRef;
+}
+
+const std::shared_ptr<DispatchSemaphore>& TavrelGPUImageCVPixelBufferInput::frameRenderingSemaphore() const {
+  return implementation_->frameRenderingSemaphore;
 }
 
 bool TavrelGPUImageCVPixelBufferInput::processCVPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer,
@@ -28,8 +44,8 @@ bool TavrelGPUImageCVPixelBufferInput::processCVPixelBuffer(const std::shared_pt
                                                             MediaTime frameTime, bool wait,
                                                             const std::function<void()>&) {
   if (wait) {
-    frameRenderingSemaphore->wait();
-  } else if (!frameRenderingSemaphore->tryWait()) {
+    frameRenderingSemaphore()->wait();
+  } else if (!frameRenderingSemaphore()->tryWait()) {
     return false;
   }
   if (pixelBuffer->pixelFormat() != PixelFormat::bgra32) {
@@ -44,7 +60,7 @@ bool TavrelGPUImageCVPixelBufferInput::processCVPixelBuffer(const std::shared_pt
         const FrameTrace::Scope frame = wait.end(TraceNames::shared().videoProcessingQueue);
         deliver(pixelBuffer, frameTime);
         pixelBuffer->unlockBaseAddress(PixelBufferLock::readOnly);
-        frameRenderingSemaphore->signal();
+        frameRenderingSemaphore()->signal();
       });
   return true;
 }
@@ -52,31 +68,16 @@ bool TavrelGPUImageCVPixelBufferInput::processCVPixelBuffer(const std::shared_pt
 void TavrelGPUImageCVPixelBufferInput::deliver(const std::shared_ptr<PixelBuffer>& pixelBuffer, MediaTime frameTime) {
   TavrelGPUImageContext::useImageProcessingContext();
   const NodeSpan span(*this);
-  const auto width = static_cast<GLsizei>(pixelBuffer->width());
-  const auto height = static_cast<GLsizei>(pixelBuffer->height());
   TextureCache& textureCache = *TavrelGPUImageContext::sharedImageProcessingContext()->coreVideoTextureCache();
-
-  textureRef.reset();
-  auto texture =
-      textureCache.createTextureFromPixelBuffer(pixelBuffer, GL_RGBA, width, height, GL_BGRA_EXT, GL_UNSIGNED_BYTE, 0);
-  if (!texture) {
-    fatalAssertion("CVOpenGLESTextureCacheCreateTextureFromImage error: {}", texture.error().code);
-  }
-  textureRef = *texture;
-  glActiveTexture(GL_TEXTURE4);
-  glBindTexture(GL_TEXTURE_2D, textureRef->name());
-  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
-
-  const Size size = {static_cast<double>(width), static_cast<double>(height)};
+  implementation_->textureRef.reset();
+  auto texture = textureCache.createTextureFromPixelBuffer(pixelBuffer);
+  if (!texture) fatalAssertion("CVOpenGLESTextureCacheCreateTextureFromImage error: {}", texture.error().code);
+  implementation_->textureRef = *texture;
   // A consumer may still draw this frame on another queue when the caller already reuses the buffer.
-  auto owner = std::make_shared<std::pair<std::shared_ptr<PixelBuffer>, std::shared_ptr<TextureCacheTexture>>>(
-      pixelBuffer, textureRef);
-  setOutputFramebuffer(std::make_shared<TavrelGPUImageFramebuffer>(size, textureRef->name(), std::move(owner)));
+  const auto framebuffer = std::make_shared<TavrelGPUImageFramebuffer>(*texture);
+  setOutputFramebuffer(framebuffer);
   handOver({.frameTime = frameTime,
-            .size = size,
+            .size = framebuffer->size(),
             .sizeFirst = true,
             .oneByOne = true,
             .skipsDisabledTargets = true,

@@ -16,6 +16,7 @@ namespace tavrel {
 /// queue → idle. Any thread.
 class TAVREL_API TavrelGPUImageCVPixelBufferInput : public TavrelGPUImageOutput {
  public:
+  TavrelGPUImageCVPixelBufferInput();
   ~TavrelGPUImageCVPixelBufferInput() override;
 
   /// Delivers the buffer without a time; see below.
@@ -27,11 +28,17 @@ class TAVREL_API TavrelGPUImageCVPixelBufferInput : public TavrelGPUImageOutput 
   bool processCVPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer, MediaTime frameTime, bool wait,
                             const std::function<void()>& completion = {});
 
+  /// The texture of the last buffer delivered, or none. On the video-processing queue.
+  const std::shared_ptr<TextureCacheTexture>& textureRef() const;
+  /// Has one unit while idle and none while a buffer is in flight.
+  const std::shared_ptr<DispatchSemaphore>& frameRenderingSemaphore() const;
+
  private:
+  struct Implementation;
+
   void deliver(const std::shared_ptr<PixelBuffer>& pixelBuffer, MediaTime frameTime);
 
-  std::shared_ptr<TextureCacheTexture> textureRef;
-  std::shared_ptr<DispatchSemaphore> frameRenderingSemaphore = std::make_shared<DispatchSemaphore>(1);
+  std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

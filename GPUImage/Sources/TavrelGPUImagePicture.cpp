@@ -1,13 +1,17 @@
 #include "GPUImage/Sources/TavrelGPUImagePicture.h"
 
+#include <atomic>
 #include <cmath>
+#include <mutex>
 #include <utility>
+#include <vector>
 
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/Sources/Private/PictureLayout.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
+#include "Platform/Dispatch/DispatchSemaphore.h"
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Imaging/BitmapContext.h"
@@ -42,13 +46,23 @@ std::vector<std::uint8_t> redrawn(const Image& image, Size textureSize) {
 
 }  // namespace
 
+struct TavrelGPUImagePicture::Implementation {
+  std::atomic<bool> hasProcessedImage = false;
+
+  // Updates and requests come from any thread.
+  std::mutex mutex;
+  Size pixelSizeOfImage;
+  std::shared_ptr<DispatchSemaphore> imageUpdateSemaphore;
+};
+
 TavrelGPUImagePicture::TavrelGPUImagePicture(const std::filesystem::path& url)
     : TavrelGPUImagePicture(decodedImage(readFile(url))) {}
 
 TavrelGPUImagePicture::TavrelGPUImagePicture(const Data& data) : TavrelGPUImagePicture(decodedImage(data)) {}
 
 TavrelGPUImagePicture::TavrelGPUImagePicture(const std::shared_ptr<Image>& image, bool smoothlyScaleOutput,
-                                             bool removePremultiplication) {
+                                             bool removePremultiplication)
+    : implementation_(std::make_unique<Implementation>()) {
   updateWithCGImage(image, smoothlyScaleOutput, removePremultiplication);
 }
 
@@ -66,20 +80,23 @@ void TavrelGPUImagePicture::releaseTexture() {
 void TavrelGPUImagePicture::updateWithCGImage(const std::shared_ptr<Image>& image, bool smoothlyScaleOutput,
                                               bool shouldRemovePremultiplication) {
   releaseTexture();
-  hasProcessedImage_ = false;
+  implementation_->hasProcessedImage = false;
   setShouldSmoothlyScaleOutput(smoothlyScaleOutput);
-  imageUpdateSemaphore = std::make_shared<DispatchSemaphore>(1);
-
   if (!image || image->width() == 0 || image->height() == 0) {
     fatalAssertion("Passed image must not be empty - it should be at least 1px tall and wide");
   }
   const Size imageSize = {static_cast<double>(image->width()), static_cast<double>(image->height())};
-  pixelSizeOfImage_ = TavrelGPUImageContext::sizeThatFitsWithinATextureForSize(imageSize);
-  Size textureSize = pixelSizeOfImage_;
+  const Size fittingSize = TavrelGPUImageContext::sizeThatFitsWithinATextureForSize(imageSize);
+  {
+    const std::lock_guard lock(implementation_->mutex);
+    implementation_->pixelSizeOfImage = fittingSize;
+    implementation_->imageUpdateSemaphore = std::make_shared<DispatchSemaphore>(1);
+  }
+  Size textureSize = fittingSize;
   // Mipmaps need powers of two.
   if (smoothlyScaleOutput) textureSize = {nextPowerOfTwo(textureSize.width), nextPowerOfTwo(textureSize.height)};
 
-  const bool needsScaling = pixelSizeOfImage_ != imageSize || smoothlyScaleOutput;
+  const bool needsScaling = fittingSize != imageSize || smoothlyScaleOutput;
   const std::optional<PictureLayout> direct = needsScaling ? std::nullopt : directLayoutOf(*image);
   const PictureLayout layout = direct.value_or(redrawnLayout());
   std::vector<std::uint8_t> copy;
@@ -99,13 +116,12 @@ void TavrelGPUImagePicture::upload(Size textureSize, GLenum format, const std::u
         TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(textureSize, true);
     framebuffer->disableReferenceCounting();
     setOutputFramebuffer(framebuffer);
-    glBindTexture(GL_TEXTURE_2D, framebuffer->texture());
+    framebuffer->uploadPicture(static_cast<GLsizei>(textureSize.width), static_cast<GLsizei>(textureSize.height), format,
+                               pixels);
     if (shouldSmoothlyScaleOutput()) {
       glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
+      glGenerateMipmap(GL_TEXTURE_2D);
     }
-    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, static_cast<GLsizei>(textureSize.width),
-                 static_cast<GLsizei>(textureSize.height), 0, format, GL_UNSIGNED_BYTE, pixels);
-    if (shouldSmoothlyScaleOutput()) glGenerateMipmap(GL_TEXTURE_2D);
     glBindTexture(GL_TEXTURE_2D, 0);
   });
 }
@@ -114,14 +130,23 @@ void TavrelGPUImagePicture::processImage() {
   processImageWithCompletionHandler({});
 }
 
+Size TavrelGPUImagePicture::outputImageSize() const {
+  const std::lock_guard lock(implementation_->mutex);
+  return implementation_->pixelSizeOfImage;
+}
+
 bool TavrelGPUImagePicture::processImageWithCompletionHandler(std::function<void()> completion) {
-  hasProcessedImage_ = true;
-  if (!imageUpdateSemaphore->tryWait()) return false;
+  implementation_->hasProcessedImage = true;
+  const std::shared_ptr<DispatchSemaphore> semaphore = [this] {
+    const std::lock_guard lock(implementation_->mutex);
+    return implementation_->imageUpdateSemaphore;
+  }();
+  if (!semaphore->tryWait()) return false;
   TavrelRunAsynchronouslyOnVideoProcessingQueue(
-      [this, self = shared_from_this(), semaphore = imageUpdateSemaphore, completion = std::move(completion)] {
+      [this, self = shared_from_this(), semaphore, completion = std::move(completion)] {
         const NodeSpan span(*this);
         handOver({.frameTime = MediaTime::indefinite(),
-                  .size = pixelSizeOfImage_,
+                  .size = outputImageSize(),
                   .sizeFirst = true,
                   .oneByOne = true,
                   .saysColored = true,
@@ -142,15 +167,15 @@ void TavrelGPUImagePicture::processImageUpToFilter(const std::shared_ptr<TavrelG
 void TavrelGPUImagePicture::addTarget(const std::shared_ptr<TavrelGPUImageInput>& newTarget, Index atTextureLocation) {
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
     TavrelGPUImageOutput::addTarget(newTarget, atTextureLocation);
-    if (!hasProcessedImage_) return;
-    newTarget->setInputSize(pixelSizeOfImage_, atTextureLocation);
+    if (!implementation_->hasProcessedImage) return;
+    newTarget->setInputSize(outputImageSize(), atTextureLocation);
     sendFrame(*newTarget, MediaTime::indefinite(), atTextureLocation);
   });
 }
 
 void TavrelGPUImagePicture::removeAllTargets() {
   TavrelGPUImageOutput::removeAllTargets();
-  hasProcessedImage_ = false;
+  implementation_->hasProcessedImage = false;
 }
 
 }  // namespace tavrel

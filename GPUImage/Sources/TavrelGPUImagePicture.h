@@ -5,7 +5,6 @@
 #include <memory>
 
 #include "GPUImage/TavrelGPUImageOutput.h"
-#include "Platform/Dispatch/DispatchSemaphore.h"
 #include "Platform/Foundation/Data.h"
 
 namespace tavrel {
@@ -38,7 +37,7 @@ class TAVREL_API TavrelGPUImagePicture : public TavrelGPUImageOutput {
   void processImageUpToFilter(const std::shared_ptr<TavrelGPUImageOutput>& finalFilter,
                               std::function<void(std::shared_ptr<Image>)> block);
   /// What the targets are told: the image's size in pixels, or less when a texture cannot be as large.
-  Size outputImageSize() const { return pixelSizeOfImage_; }
+  Size outputImageSize() const;
 
   using TavrelGPUImageOutput::addTarget;
   /// After a processing request the new target is told at once that a frame is ready, without a framebuffer.
@@ -46,12 +45,12 @@ class TAVREL_API TavrelGPUImagePicture : public TavrelGPUImageOutput {
   void removeAllTargets() override;
 
  private:
+  struct Implementation;
+
   void releaseTexture();
   void upload(Size textureSize, GLenum format, const std::uint8_t* pixels);
 
-  Size pixelSizeOfImage_;
-  bool hasProcessedImage_ = false;
-  std::shared_ptr<DispatchSemaphore> imageUpdateSemaphore;
+  std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

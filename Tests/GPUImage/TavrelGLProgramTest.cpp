@@ -65,17 +65,23 @@ TEST_F(ProgramTest, AMissingSourceOfEitherShaderIsToldWithTheSameText) {
 }
 
 TEST_F(ProgramTest, SourcesAreReadFromFilesOfTheirOwnExtension) {
-  const auto base = std::filesystem::temp_directory_path() / ("tavrel-program-" + std::to_string(getpid()));
-  std::ofstream(base.string() + ".vsh") << kTavrelGPUImageVertexShaderString;
-  std::ofstream(base.string() + ".fsh") << kTavrelGPUImagePassthroughFragmentShaderString;
-  onQueue([&] {
-    TavrelGLProgram program(base, base);
-    EXPECT_TRUE(program.link());
-    program.validate();
-    EXPECT_EQ(program.vertexShaderLog(), "");
-  });
-  std::filesystem::remove(base.string() + ".vsh");
-  std::filesystem::remove(base.string() + ".fsh");
+  for (const std::string name : {"plain", "with.a.dot"}) {
+    const auto base =
+        std::filesystem::temp_directory_path() / ("tavrel-program-" + std::to_string(getpid()) + "-" + name);
+    const std::filesystem::path vertex = base.string() + ".vsh";
+    const std::filesystem::path fragment = base.string() + ".fsh";
+    std::ofstream(vertex) << kTavrelGPUImageVertexShaderString;
+    std::ofstream(fragment) << kTavrelGPUImagePassthroughFragmentShaderString;
+    onQueue([&] {
+      TavrelGLProgram program(base, base);
+      EXPECT_TRUE(program.link()) << name;
+      program.validate();
+      EXPECT_EQ(program.vertexShaderLog(), "");
+      EXPECT_TRUE(TavrelGLProgram(vertex, fragment).link()) << name;
+    });
+    std::filesystem::remove(vertex);
+    std::filesystem::remove(fragment);
+  }
 }
 
 }  // namespace

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
+#include <cstdlib>
+#include <thread>
 
 #include "Support/GraphTestSupport.h"
 
@@ -57,6 +60,65 @@ TEST_F(FramebufferTest, NearbySizesShareAKeyButKindsDoNot) {
   const auto reused = fetch({100, 50});
   EXPECT_EQ(reused, target);
   EXPECT_EQ(reused->size().width, 100.04);
+}
+
+TEST_F(FramebufferTest, SamplesAsItsOptionsSayWhateverItsLastUserDid) {
+  const auto parameter = [](GLenum name) {
+    GLint value = 0;
+    glGetTexParameteriv(GL_TEXTURE_2D, name, &value);
+    return static_cast<GLenum>(value);
+  };
+  for (const bool onlyTexture : {true, false}) {
+    const auto framebuffer = fetch({16, 16}, onlyTexture);
+    TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+      TavrelGPUImageContext::useImageProcessingContext();
+      glBindTexture(GL_TEXTURE_2D, framebuffer->texture());
+      glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
+      glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+      glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_REPEAT);
+      glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_REPEAT);
+    });
+    unlockAndWait(framebuffer);
+    ASSERT_EQ(fetch({16, 16}, onlyTexture), framebuffer);
+    TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+      TavrelGPUImageContext::useImageProcessingContext();
+      glBindTexture(GL_TEXTURE_2D, framebuffer->texture());
+      EXPECT_EQ(parameter(GL_TEXTURE_MIN_FILTER), static_cast<GLenum>(GL_LINEAR));
+      EXPECT_EQ(parameter(GL_TEXTURE_MAG_FILTER), static_cast<GLenum>(GL_LINEAR));
+      EXPECT_EQ(parameter(GL_TEXTURE_WRAP_S), static_cast<GLenum>(GL_CLAMP_TO_EDGE));
+      EXPECT_EQ(parameter(GL_TEXTURE_WRAP_T), static_cast<GLenum>(GL_CLAMP_TO_EDGE));
+    });
+  }
+}
+
+TEST_F(FramebufferTest, ReturnedTexturesAreSpoiledOnDemand) {
+  if (std::getenv("TAVREL_DEBUG") == nullptr) GTEST_SKIP() << "TAVREL_DEBUG=textures is not set";
+  const auto framebuffer = fetch({4, 4});
+  unlockAndWait(framebuffer);
+  ASSERT_EQ(fetch({4, 4}), framebuffer);
+  std::array<std::uint8_t, 4> rgba{};
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    TavrelGPUImageContext::useImageProcessingContext();
+    framebuffer->activateFramebuffer();
+    glReadPixels(2, 2, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, rgba.data());
+  });
+  EXPECT_EQ(rgba, (std::array<std::uint8_t, 4>{255, 0, 255, 255}));
+}
+
+TEST_F(FramebufferTest, ACacheThatIsGoneLeavesNothingToItsQueuedWork) {
+  auto own = std::make_unique<TavrelGPUImageFramebufferCache>();
+  const auto framebuffer = own->fetchFramebufferForSize({8, 8}, false);
+  const std::weak_ptr<TavrelGPUImageFramebuffer> watched = framebuffer;
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    // From another thread, so that the work is queued behind this block.
+    std::thread([&] {
+      own->returnFramebufferToCache(framebuffer);
+      own->purgeAllUnassignedFramebuffers();
+      own.reset();
+    }).join();
+  });
+  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+  EXPECT_EQ(watched.use_count(), 1);
 }
 
 TEST_F(FramebufferTest, ReadersLocksAreCountedAndPurgingLeavesLockedOnesAlone) {

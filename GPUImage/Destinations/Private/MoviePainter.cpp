@@ -104,14 +104,10 @@ bool MoviePainter::attachRenderTarget(PixelBufferPool& pool) {
                                    std::pair(kPixelBufferTransferFunctionKey, kTransferFunctionITU_R_709_2)}) {
     (*target)->setAttachment(std::string(key), std::string(value), true);
   }
-  const auto texture = movieWriterContext_->coreVideoTextureCache()->createTextureFromPixelBuffer(
-      *target, GL_RGBA, width(), height(), GL_BGRA_EXT, GL_UNSIGNED_BYTE, 0);
+  const auto texture = movieWriterContext_->coreVideoTextureCache()->createTextureFromPixelBuffer(*target);
   if (!texture) return false;
   renderTarget_ = *target;
   renderTexture_ = *texture;
-  glBindTexture(renderTexture_->target(), renderTexture_->name());
-  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
   glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, renderTexture_->name(), 0);
   return true;
 }

@@ -166,6 +166,17 @@ TEST(Picture, LateTargetsAreToldOfAFrameWithoutOne) {
   EXPECT_EQ(afterwards->count("frame"), 0);
 }
 
+TEST(Picture, ATargetMayBeAddedOffTheQueueAfterARequest) {
+  const auto picture = std::make_shared<TavrelGPUImagePicture>(test::imageOf(test::distinctPicture(4, 4)));
+  const auto filter = std::make_shared<TavrelGPUImageFilter>();
+  const auto behind = std::make_shared<RecordingTarget>();
+  filter->addTarget(behind);
+  picture->processImage();
+  picture->addTarget(filter);
+  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+  EXPECT_GE(behind->count("frame"), 1);
+}
+
 TEST(Picture, AReplacedImageIsTheOneDelivered) {
   const auto picture = std::make_shared<TavrelGPUImagePicture>(test::imageOf(onePixel({1, 2, 3})));
   const std::weak_ptr<TavrelGPUImageFramebuffer> old = picture->framebufferForOutput();
