@@ -1,5 +1,7 @@
 #include "TavrelBase/Log/TavrelDDLog.h"
 
+#include <fmt/format.h>
+
 #include <sched.h>
 
 #include <algorithm>
