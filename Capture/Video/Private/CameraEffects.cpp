@@ -1,5 +1,7 @@
 #include "Capture/Video/Private/CameraEffects.h"
 
+#include <algorithm>
+
 #include "Platform/Graphics/PixelBuffer.h"
 #include "Platform/Media/SampleBuffer.h"
 
@@ -45,7 +47,11 @@ TavrelCaptureEffectNodes CameraEffects::makeNodes(Size frameSize) {
   NodesByEffect dictionary;
   for (const auto& effect : *shared()) {
     const TavrelCaptureEffectNodes nodes = effect->makeNodes(frameSize);
-    all.filters.insert(all.filters.end(), nodes.filters.begin(), nodes.filters.end());
+    for (const auto& filter : nodes.filters) {
+      // An effect that is listed twice may hand out the same node twice; a node cannot follow itself.
+      const bool isNew = std::find(all.filters.begin(), all.filters.end(), filter) == all.filters.end();
+      if (isNew) all.filters.push_back(filter);
+    }
     all.pictures.insert(all.pictures.end(), nodes.pictures.begin(), nodes.pictures.end());
     dictionary[reinterpret_cast<std::uint64_t>(effect.get())] = nodes;
   }

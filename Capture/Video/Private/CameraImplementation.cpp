@@ -49,9 +49,12 @@ void TavrelCamera::Implementation::addObservers() {
 }
 
 void TavrelCamera::Implementation::removeObservers() {
-  const std::lock_guard lock(runningMutex);
-  for (const auto token : observers) NotificationCenter::defaultCenter().removeObserver(token);
-  observers.clear();
+  decltype(observers) ended;
+  {
+    const std::lock_guard lock(delegateMutex);
+    ended.swap(observers);
+  }
+  for (const auto token : ended) NotificationCenter::defaultCenter().removeObserver(token);
 }
 
 void TavrelCamera::Implementation::stop() {

@@ -83,9 +83,9 @@ struct TavrelCamera::Implementation {
   std::shared_ptr<TavrelFocusView> focusView;
   std::shared_ptr<TapGestureRecognizer> tapGestureRecognizer;
   std::shared_ptr<TavrelSampleBufferDelegateProxy> dataProxy;
-  std::vector<NotificationCenter::ObserverToken> observers;
   mutable std::mutex delegateMutex;
   std::weak_ptr<TavrelCameraDelegate> delegate;
+  std::vector<NotificationCenter::ObserverToken> observers;
 
   std::mutex effectsLock;       ///< while effects become nodes
   std::mutex cameraOutputLock;  ///< of the chain and of the input in use; a frame that finds it held is dropped

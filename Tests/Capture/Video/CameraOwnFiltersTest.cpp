@@ -122,6 +122,15 @@ TEST_F(CameraTest, AFilterWithoutASizeOfItsOwnWorksAtTheCamerasAtTheEndOnly) {
   EXPECT_EQ(filter->forcedSize(), Size{});
 }
 
+TEST_F(CameraTest, AFilterThatIsListedTwiceIsInTheChainOnce) {
+  const auto flip = std::make_shared<TavrelFilterCaptureEffect>(
+      std::make_shared<TavrelGPUImageRotationFilter>(kTavrelGPUImageFlipHorizontal));
+  makeAndStart();
+  camera_->setCaptureEffects({flip, flip});
+  ASSERT_TRUE(nextFrame());
+  EXPECT_TRUE(isUpright(mirrored(recorder_->picture())));
+}
+
 TEST_F(CameraTest, MirrorsOfFiltersOutliveSwitches) {
   auto configuration = smallPictures();
   configuration.blurSwitch = false;
