@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <mutex>
 #include <sstream>
 #include <string>
@@ -24,6 +23,12 @@ namespace tavrel {
 namespace {
 
 const void* openGLESContextQueueKey = nullptr;
+
+DispatchQueueAttribute contextQueueAttribute() {
+  DispatchQueueAttribute attribute = TavrelGPUImageDefaultQueueAttribute();
+  attribute.usesDriver = true;
+  return attribute;
+}
 
 GLint deviceLimit(GLenum name) {
   GLint limit = 0;
@@ -57,7 +62,7 @@ std::vector<std::string> readExtensionNames() {
 
 struct TavrelGPUImageContext::Implementation {
   const std::shared_ptr<DispatchQueue> contextQueue =
-      DispatchQueue::create("org.tavrel.TavrelGPUImage.openGLESContextQueue", TavrelGPUImageDefaultQueueAttribute());
+      DispatchQueue::create("org.tavrel.TavrelGPUImage.openGLESContextQueue", contextQueueAttribute());
   std::shared_ptr<TavrelGLProgram> currentShaderProgram;
   std::vector<std::string> shaderProgramUsageHistory;
   std::unordered_map<std::string, std::shared_ptr<TavrelGLProgram>> shaderProgramCache;
@@ -99,16 +104,11 @@ const void* TavrelGPUImageContext::contextKey() {
 }
 
 const std::shared_ptr<TavrelGPUImageContext>& TavrelGPUImageContext::sharedImageProcessingContext() {
-  // Kept until the process ends; only its queue is wound up, so that no thread touches GL while statics are destroyed.
+  // Never destroyed: nodes that are destroyed late still ask for it.
   static const auto* shared = [] {
     auto* created = new std::shared_ptr<TavrelGPUImageContext>(std::make_shared<TavrelGPUImageContext>());
     (*created)->contextQueue()->async([] { Tracer::nameThread("video-processing queue"); });
     DispatchQueue::global()->async([] { purgeFrameBufferCache(); });
-    std::atexit([] {
-      const std::shared_ptr<DispatchQueue>& queue = sharedContextQueue();
-      queue->async([] { GLContext::clearCurrent(); });
-      queue->shutDown();
-    });
     return created;
   }();
   return *shared;

@@ -10,12 +10,15 @@
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Dispatch/RunLoop.h"
 #include "Platform/Foundation/ConsoleLog.h"
+#include "Platform/Foundation/ProcessEnd.h"
 
 namespace tavrel {
 namespace {
 
-/// Runs `block` at once when the calling thread is on some context's queue; false when it is not.
+/// Runs `block` at once when the calling thread is on some context's queue; false when it is not. The thread that ends
+/// the process gets past it: what it destroys after the driver cannot be released through the driver.
 bool runInline(TavrelGPUImageContext& context, const std::function<void()>& block) {
+  if (ProcessEnd::isOnEndingThread()) return true;
   const void* const running = DispatchQueue::getSpecific(TavrelGPUImageContext::contextKey());
   if (!running) return false;
   if (running == &context) {

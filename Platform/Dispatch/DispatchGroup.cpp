@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "Platform/Foundation/Deadline.h"
 #include "Platform/Foundation/FatalAssertion.h"
 
 namespace tavrel {
@@ -50,7 +51,7 @@ void DispatchGroup::wait() {
 
 bool DispatchGroup::wait(std::chrono::nanoseconds timeout) {
   std::unique_lock lock(mutex_);
-  return empty_.wait_for(lock, timeout, [this] { return count_ == 0; });
+  return empty_.wait_until(lock, deadlineAfter(timeout), [this] { return count_ == 0; });
 }
 
 }  // namespace tavrel

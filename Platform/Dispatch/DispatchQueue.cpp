@@ -1,7 +1,5 @@
 #include "Platform/Dispatch/DispatchQueue.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <atomic>
 #include <map>
@@ -12,61 +10,26 @@
 #include "Platform/Dispatch/Private/CurrentQueue.h"
 #include "Platform/Dispatch/Private/DispatchRuntime.h"
 #include "Platform/Foundation/FatalAssertion.h"
-#include "Platform/Tracing/Tracer.h"
+#include "Platform/Foundation/ProcessEnd.h"
 
 namespace tavrel {
-namespace {
-
-/// Linux shows at most 15 characters of a thread's name; the end of a label says most.
-void nameThisThread(const std::string& label) {
-  constexpr std::size_t kLongest = 15;
-  const std::size_t start = label.size() > kLongest ? label.size() - kLongest : 0;
-  pthread_setname_np(pthread_self(), label.c_str() + start);
-  Tracer::nameThread(label);
-}
-
-}  // namespace
 
 struct DispatchQueue::Implementation {
-  std::string label;
-  DispatchQueueAttribute attribute;
-  std::shared_ptr<asio::io_context> context = std::make_shared<asio::io_context>();
-  std::optional<asio::executor_work_guard<asio::io_context::executor_type>> workGuard;
-  std::vector<std::thread> threads;
+  Implementation(std::string newLabel, DispatchQueueAttribute newAttribute, std::shared_ptr<DispatchWorker> newWorker)
+      : label(std::move(newLabel)), attribute(newAttribute), worker(std::move(newWorker)) {}
+
+  const std::string label;
+  const DispatchQueueAttribute attribute;
+  const std::shared_ptr<DispatchWorker> worker;
   std::atomic<bool> isShutDown = false;
   std::mutex specificsMutex;
   std::map<const void*, void*> specifics;
 
-  std::once_flag started;
-  std::size_t threadCount = 0;
-
-  /// Threads begin with the first submission: a queue that is never used costs none.
-  void startThreads(DispatchQueue* queue) {
-    std::call_once(started, [this, queue] { createThreads(queue); });
-  }
-
-  void createThreads(DispatchQueue* queue) {
-    if (threadCount > 0) workGuard.emplace(context->get_executor());
-    for (std::size_t i = 0; i < threadCount; ++i) {
-      threads.emplace_back([queue, name = label, keptContext = context] {
-        nameThisThread(name);
-        const CurrentQueue scope(queue);
-        keptContext->run();
-      });
-    }
-  }
-
-  void drainAndJoin() {
-    isShutDown = true;
-    workGuard.reset();
-    for (std::thread& thread : threads) {
-      if (thread.get_id() == std::this_thread::get_id()) {
-        DispatchRuntime::shared().joinLater(std::move(thread));
-      } else {
-        thread.join();
-      }
-    }
-    threads.clear();
+  void post(DispatchQueue* queue, Block block) const {
+    worker->start(queue);
+    worker->post(std::move(block));
+    DispatchRuntime& runtime = DispatchRuntime::shared();
+    if (worker == runtime.mainWorker()) runtime.wakeMain();
   }
 };
 
@@ -77,23 +40,20 @@ DispatchQueue::~DispatchQueue() {
   if (implementation_->isShutDown) return;
   // The last block may have released its own queue: what follows on this thread must not see it any more.
   if (isCurrent()) CurrentQueue::slot() = nullptr;
-  implementation_->drainAndJoin();
+  // Closed with the process, its threads stand still.
+  if (!implementation_->worker->isClosed()) implementation_->worker->drainAndJoin();
 }
 
 std::shared_ptr<DispatchQueue> DispatchQueue::create(std::string label, DispatchQueueAttribute attribute) {
-  DispatchRuntime::shared();  // created first, hence torn down after every queue that lives until the process ends
-  auto implementation = std::make_unique<Implementation>();
-  implementation->label = std::move(label);
-  implementation->attribute = attribute;
-  implementation->threadCount = 1;
+  auto worker = DispatchRuntime::shared().makeWorker(label, 1, attribute.usesDriver);
+  auto implementation = std::make_unique<Implementation>(std::move(label), attribute, std::move(worker));
   return std::shared_ptr<DispatchQueue>(new DispatchQueue(std::move(implementation)));
 }
 
 const std::shared_ptr<DispatchQueue>& DispatchQueue::main() {
   static const auto* queue = [] {
-    auto implementation = std::make_unique<Implementation>();
-    implementation->label = "main";
-    implementation->context = DispatchRuntime::shared().mainContext();
+    auto implementation =
+        std::make_unique<Implementation>("main", DispatchQueueAttribute{}, DispatchRuntime::shared().mainWorker());
     return new std::shared_ptr<DispatchQueue>(new DispatchQueue(std::move(implementation)));
   }();
   return *queue;
@@ -101,13 +61,12 @@ const std::shared_ptr<DispatchQueue>& DispatchQueue::main() {
 
 const std::shared_ptr<DispatchQueue>& DispatchQueue::global() {
   static const auto* queue = [] {
-    auto implementation = std::make_unique<Implementation>();
-    implementation->label = "tavrel.global";
-    implementation->attribute.isSerial = false;
-    implementation->threadCount = std::max(4U, std::thread::hardware_concurrency());
-    auto* shared = new std::shared_ptr<DispatchQueue>(new DispatchQueue(std::move(implementation)));
-    DispatchRuntime::shared().atExit([shared] { (*shared)->shutDown(); });
-    return shared;
+    constexpr const char* kLabel = "tavrel.global";
+    auto worker =
+        DispatchRuntime::shared().makeWorker(kLabel, std::max(4U, std::thread::hardware_concurrency()), false);
+    auto implementation =
+        std::make_unique<Implementation>(kLabel, DispatchQueueAttribute{.isSerial = false}, std::move(worker));
+    return new std::shared_ptr<DispatchQueue>(new DispatchQueue(std::move(implementation)));
   }();
   return *queue;
 }
@@ -122,9 +81,7 @@ const DispatchQueueAttribute& DispatchQueue::attribute() const {
 
 void DispatchQueue::async(Block block) {
   if (implementation_->isShutDown && !isCurrent()) return;
-  implementation_->startThreads(this);
-  asio::post(*implementation_->context, [block = std::move(block)] { block(); });
-  if (this == main().get()) DispatchRuntime::shared().wakeMain();
+  implementation_->post(this, std::move(block));
 }
 
 void DispatchQueue::asyncAfter(std::chrono::nanoseconds delay, Block block) {
@@ -134,21 +91,25 @@ void DispatchQueue::asyncAfter(std::chrono::nanoseconds delay, Block block) {
 }
 
 void DispatchQueue::syncErased(void (*function)(void*), void* context) {
-  if (isCurrent() && implementation_->attribute.isSerial) {
+  ProcessEnd::watchThisThread();  // it uses the library, and may well end the process
+  const bool isSerial = implementation_->attribute.isSerial;
+  if (isCurrent() && isSerial) {
     fatalAssertion("DispatchQueue::sync called on queue \"{}\" from one of its own blocks", label());
   }
-  if (implementation_->isShutDown) {
+  const bool isEnding = implementation_->worker->isClosed();
+  if (isEnding && !ProcessEnd::isOnEndingThread()) ProcessEnd::standStill();
+  // A concurrent queue's block may run anywhere, so that none of its threads has to be free.
+  if (isEnding || !isSerial || implementation_->isShutDown) {
     const CurrentQueue scope(this);
     function(context);
     return;
   }
-  implementation_->startThreads(this);
   DispatchSemaphore done(0);
-  asio::post(*implementation_->context, [&] {
+  implementation_->post(this, [&] {
     function(context);
     done.signal();
   });
-  if (this == main().get()) DispatchRuntime::shared().wakeMain();
+  const DispatchWorker::Rest rest;
   done.wait();
 }
 
@@ -175,8 +136,8 @@ DispatchQueue* DispatchQueue::current() {
 }
 
 void DispatchQueue::shutDown() {
-  if (implementation_->isShutDown) return;
-  implementation_->drainAndJoin();
+  if (implementation_->isShutDown.exchange(true) || implementation_->worker->isClosed()) return;
+  implementation_->worker->drainAndJoin();
 }
 
 }  // namespace tavrel

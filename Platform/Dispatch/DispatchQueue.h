@@ -25,6 +25,8 @@ struct DispatchQueueAttribute {
   bool isSerial = true;
   QualityOfService qualityOfService = QualityOfService::standard;
   int relativePriority = 0;
+  /// Whether blocks enter a driver such as GL's, which may be gone before the library is when the process ends.
+  bool usesDriver = false;
 };
 
 /// A queue of blocks, on asio's executors.
@@ -35,6 +37,10 @@ struct DispatchQueueAttribute {
 ///
 /// Destroying a serial queue runs what was submitted, then joins its thread (from inside one of its own blocks the
 /// thread is joined later, by the time the process ends). Delayed blocks that are not yet due are dropped.
+///
+/// `exit` may be called on any thread, in a block too. Queues then finish the blocks that they are in, for half a
+/// second at most, and begin no others; a thread that waits for one that will not begin stands still until the process
+/// is gone. Where a driver is still busy after that time, the process ends at once, with its status.
 class TAVREL_API DispatchQueue : public std::enable_shared_from_this<DispatchQueue> {
  public:
   using Block = std::function<void()>;
@@ -57,8 +63,8 @@ class TAVREL_API DispatchQueue : public std::enable_shared_from_this<DispatchQue
   void async(Block block);
   /// Submits `block` once `delay` has passed.
   void asyncAfter(std::chrono::nanoseconds delay, Block block);
-  /// Runs `block` on the queue and returns after it. Calling it from a block of the same serial queue, which could
-  /// never return, stops the program. No allocation; `block` may return a value.
+  /// Runs `block` on the queue and returns after it. The global queue's runs on the calling thread. Calling it from a
+  /// block of the same serial queue, which could never return, stops the program. `block` may return a value.
   template <typename Callable>
   auto sync(Callable&& block) -> std::invoke_result_t<Callable&> {
     using Result = std::invoke_result_t<Callable&>;
@@ -89,7 +95,7 @@ class TAVREL_API DispatchQueue : public std::enable_shared_from_this<DispatchQue
   bool isCurrent() const { return current() == this; }
 
   /// Runs what was submitted and joins the thread of a serial queue. Afterwards `async` drops its block and `sync` runs
-  /// it on the calling thread. For queues that live until the process ends; not from the queue itself.
+  /// it on the calling thread. Not from the queue itself.
   void shutDown();
 
  private:

@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "Platform/Foundation/Deadline.h"
 #include "Platform/Foundation/Export.h"
 
 namespace tavrel {
@@ -22,7 +23,7 @@ class TAVREL_API DispatchSemaphore {
   /// False when none was available in time.
   bool wait(std::chrono::nanoseconds timeout) {
     std::unique_lock lock(mutex_);
-    if (!available_.wait_for(lock, timeout, [this] { return count_ > 0; })) return false;
+    if (!available_.wait_until(lock, deadlineAfter(timeout), [this] { return count_ > 0; })) return false;
     --count_;
     return true;
   }

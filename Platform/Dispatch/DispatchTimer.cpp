@@ -3,6 +3,8 @@
 #include <atomic>
 #include <utility>
 
+#include "Platform/Foundation/Deadline.h"
+
 namespace tavrel {
 
 struct DispatchTimer::State : std::enable_shared_from_this<State> {
@@ -35,7 +37,7 @@ DispatchTimer::DispatchTimer(std::shared_ptr<DispatchQueue> queue, std::chrono::
   state_->queue = std::move(queue);
   state_->interval = interval;
   state_->block = std::move(block);
-  state_->next = std::chrono::steady_clock::now() + interval;
+  state_->next = deadlineAfter(interval);
   state_->schedule();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 
 #include "Platform/Foundation/Export.h"
 
@@ -20,34 +21,30 @@ class TAVREL_API RunLoop {
   void runFor(std::chrono::nanoseconds duration);
   /// Runs blocks until `done` answers true or `duration` has passed; `done` is asked after every block and at least
   /// every 5 ms. Returns the last answer.
-  template <typename Predicate>
-  bool runUntil(Predicate done, std::chrono::nanoseconds duration) {
-    const auto deadline = std::chrono::steady_clock::now() + duration;
-    while (!done()) {
-      const auto left = deadline - std::chrono::steady_clock::now();
-      if (left <= std::chrono::nanoseconds::zero()) return false;
-      runOne(left < kStep ? left : kStep);
-    }
-    return true;
+  bool runUntil(const std::function<bool()>& done, std::chrono::nanoseconds duration) {
+    return runUntil(done, duration, std::chrono::milliseconds(5));
   }
-  /// Ends the innermost `run` or `runFor` after the current block. Any thread.
+  /// Ends the innermost `run` or `runFor` that is under way when its turn among the blocks comes; none, where none is.
+  /// Any thread.
   void stop();
 
   /// Readable while blocks wait; for poll, epoll or another loop. Owned by the run loop.
   int fileDescriptor();
-  /// Runs the blocks that wait now, without waiting for more. Returns how many it ran.
+  /// Runs the blocks that wait now, and none that these submit; the descriptor stays readable for those. Returns how
+  /// many it ran.
   int drain();
 
   /// True on the process's main thread.
   static bool isMainThread();
 
  private:
-  static constexpr std::chrono::nanoseconds kStep = std::chrono::milliseconds(5);
-
   RunLoop() = default;
-  bool runOne(std::chrono::nanoseconds timeout);
+  bool runUntil(const std::function<bool()>& done, std::chrono::nanoseconds duration,
+                std::chrono::nanoseconds longestStep);
+  void runOne(std::chrono::nanoseconds timeout);
 
-  bool stopped_ = false;
+  int runs_ = 0;
+  bool isStopped_ = false;
 };
 
 }  // namespace tavrel

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "Platform/Foundation/Environment.h"
+#include "Platform/Foundation/ProcessEnd.h"
 #include "Platform/Graphics/Private/EGLFunctions.h"
 #include "Platform/Graphics/Private/GraphicsFailure.h"
 #include "Platform/Graphics/Private/NativeContext.h"
@@ -131,6 +132,7 @@ GraphicsDisplay& GraphicsDisplay::shared() {
   static GraphicsDisplay& instance = [&]() -> GraphicsDisplay& {
     std::lock_guard guard(choice().mutex);
     choice().shared = new GraphicsDisplay(choice().adopted, choice().adoptedContext);
+    ProcessEnd::comeFirst();  // the driver has been loaded
     return *choice().shared;
   }();
   return instance;

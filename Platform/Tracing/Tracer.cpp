@@ -6,12 +6,12 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <mutex>
 #include <utility>
 
+#include "Platform/Foundation/ProcessEnd.h"
 #include "Platform/Tracing/FrameTrace.h"
 #include "Platform/Tracing/Private/DurationHistogram.h"
 #include "Platform/Tracing/Private/TraceFile.h"
@@ -205,8 +205,10 @@ Expected<void> Tracer::start(const std::filesystem::path& traceFile) {
     if (!file) return tl::unexpected(file.error());
     all.file = std::move(*file);
     // A process that ends without stopping leaves a complete file all the same.
-    static const int registered = std::atexit([] { [[maybe_unused]] const auto stopped = stop(); });
-    static_cast<void>(registered);
+    static std::once_flag isRegistered;
+    std::call_once(isRegistered, [] {
+      ProcessEnd::at(ProcessEnd::Stage::trace, [] { [[maybe_unused]] const auto stopped = stop(); });
+    });
   }
   all.hasFile = all.file != nullptr;
   all.startTime = now();

@@ -5,12 +5,12 @@
 #include <sched.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <thread>
 
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Foundation/NotificationCenter.h"
+#include "Platform/Foundation/ProcessEnd.h"
 #include "TavrelBase/Log/Private/LogFanOut.h"
 #include "TavrelBase/Log/Private/LogScope.h"
 
@@ -31,6 +31,7 @@ struct TavrelDDLog::Implementation {
   LogFanOut fanOut{processorCount(), backlog};
   std::once_flag queueOnce;
   std::shared_ptr<DispatchQueue> loggingQueue;
+  bool isEndingInLogger = false;
   std::vector<LogEntry> batch;  // what the logging queue works on
   std::mutex snapshotMutex;
   std::vector<std::shared_ptr<TavrelDDLogger>> snapshot;
@@ -40,8 +41,8 @@ struct TavrelDDLog::Implementation {
     std::call_once(queueOnce, [this] {
       loggingQueue = DispatchQueue::create("video.tavrel.logging");
       loggingQueue->setSpecific(this, this);
-      // Registered after the queue exists, hence before the services that it stands on are wound up.
-      std::atexit([] { sharedInstance().implementation_->windUp(); });
+      ProcessEnd::at(ProcessEnd::Stage::endingThread, [this] { isEndingInLogger = isCallerWaitedFor(); });
+      ProcessEnd::at(ProcessEnd::Stage::log, [this] { windUp(); });
     });
     return loggingQueue;
   }
@@ -107,7 +108,7 @@ struct TavrelDDLog::Implementation {
 
   void windUp() {
     // A logger that ends the process would wait for itself.
-    if (isCallerWaitedFor()) return;
+    if (isEndingInLogger) return;
     backlog.close();
     loggingQueue->sync([this] {
       do {

@@ -1,7 +1,8 @@
 #include "TavrelBase/Log/TavrelLogger.h"
 
-#include <cstdlib>
 #include <utility>
+
+#include "Platform/Foundation/ProcessEnd.h"
 
 namespace tavrel {
 namespace {
@@ -37,7 +38,7 @@ TavrelLogger& TavrelLogger::sharedLogger() {
   // Never destroyed: other static objects may use it while they are destroyed. The file logger ends with the process.
   static auto* instance = [] {
     auto* created = new TavrelLogger;
-    std::atexit([] { sharedLogger().setFileLogger(nullptr); });
+    ProcessEnd::at(ProcessEnd::Stage::log, [] { sharedLogger().setFileLogger(nullptr); });
     return created;
   }();
   return *instance;

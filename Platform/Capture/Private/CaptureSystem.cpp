@@ -8,10 +8,10 @@
 #include "Platform/Capture/Private/CaptureDeviceImplementation.h"
 #include "Platform/Capture/Private/CaptureSessionCore.h"
 #include "Platform/Capture/Private/CaptureSystem.h"
-#include "Platform/Dispatch/Private/DispatchRuntime.h"
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/Environment.h"
 #include "Platform/Foundation/NotificationCenter.h"
+#include "Platform/Foundation/ProcessEnd.h"
 #include "Platform/Media/AudioSession.h"
 
 namespace tavrel {
@@ -35,7 +35,7 @@ CaptureSystem& CaptureSystem::shared() {
   // Never destroyed: devices and queues are used by whatever else ends late.
   static auto* system = [] {
     auto* created = new CaptureSystem;
-    DispatchRuntime::shared().atExit([created] { created->windUp(); });
+    ProcessEnd::at(ProcessEnd::Stage::sources, [created] { created->windUp(); });
     return created;
   }();
   return *system;

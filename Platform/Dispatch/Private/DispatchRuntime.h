@@ -3,23 +3,26 @@
 #include <asio.hpp>
 #include <chrono>
 #include <functional>
-#include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 #include <vector>
 
+#include "Platform/Dispatch/Private/DispatchWorker.h"
+
 namespace tavrel {
 
-/// What all queues share: the thread that waits for delays, the main queue's context and what must end with the
-/// process. Created at first use, wound up by `atexit` and never destroyed, so that late destructors may still talk to
-/// it.
+/// What all queues share: the thread that waits for delays, the main queue's worker and what happens to all workers at
+/// the end of the process. Created at first use and never destroyed, so that late destructors may still talk to it.
 class DispatchRuntime {
  public:
   static DispatchRuntime& shared();
 
-  const std::shared_ptr<asio::io_context>& mainContext() const { return mainContext_; }
+  std::shared_ptr<DispatchWorker> makeWorker(std::string label, std::size_t threads, bool usesDriver);
+  /// The views that the main thread draws stand on a driver too.
+  const std::shared_ptr<DispatchWorker>& mainWorker() const { return mainWorker_; }
   /// Readable while the main queue has blocks.
   int mainFileDescriptor() const { return mainFileDescriptor_; }
   void wakeMain() const;
@@ -27,23 +30,25 @@ class DispatchRuntime {
 
   /// Calls `action` on the timer thread after `delay`; it must be short. Dropped when the process ends first.
   void runAfter(std::chrono::nanoseconds delay, std::function<void()> action);
-  /// Joins `thread`, which is about to end, when the process ends or earlier.
+  /// Joins `thread`, which is about to end, when the process ends.
   void joinLater(std::thread thread);
-  /// Calls `action` when the process ends, last registered first.
-  void atExit(std::function<void()> action);
 
  private:
   DispatchRuntime();
-  void windUp();
+  /// Lets no block begin any more in workers that use a driver, or in all, and returns when none is inside one.
+  void closeWorkers(bool all);
+  void joinEndingThreads();
 
-  std::shared_ptr<asio::io_context> mainContext_ = std::make_shared<asio::io_context>();
+  std::mutex mutex_;
+  std::vector<std::weak_ptr<DispatchWorker>> workers_;
+  std::vector<std::thread> endingThreads_;
+  bool areDriversClosed_ = false;
+  bool areAllClosed_ = false;
   int mainFileDescriptor_ = -1;
+  std::shared_ptr<DispatchWorker> mainWorker_;
   asio::io_context timerContext_;
   std::optional<asio::executor_work_guard<asio::io_context::executor_type>> timerGuard_;
   std::thread timerThread_;
-  std::mutex mutex_;
-  std::vector<std::thread> endingThreads_;
-  std::vector<std::function<void()>> exitActions_;
 };
 
 }  // namespace tavrel

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "Platform/Foundation/ProcessEnd.h"
 #include "Platform/Graphics/GraphicsDisplay.h"
 #include "Platform/Graphics/GraphicsStatus.h"
 #include "Platform/Graphics/Private/GraphicsFailure.h"
@@ -84,6 +85,7 @@ NativeContext::NativeContext(NativeContext&& other) noexcept
       scratchFramebuffer_(std::exchange(other.scratchFramebuffer_, 0)) {}
 
 NativeContext::~NativeContext() {
+  if (ProcessEnd::isOnEndingThread()) return;  // the driver may be gone, and takes everything with it
   deleteScratchFramebuffer();
   if (surface_ != EGL_NO_SURFACE) eglDestroySurface(display(), surface_);
   if (context_ != EGL_NO_CONTEXT) eglDestroyContext(display(), context_);
@@ -101,11 +103,12 @@ void NativeContext::deleteScratchFramebuffer() {
 }
 
 bool NativeContext::makeCurrent() const {
-  return eglMakeCurrent(display(), surface_, surface_, context_) == EGL_TRUE;
+  return !ProcessEnd::isOnEndingThread() && eglMakeCurrent(display(), surface_, surface_, context_) == EGL_TRUE;
 }
 
 bool NativeContext::clearCurrent() {
-  return eglMakeCurrent(display(), EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT) == EGL_TRUE;
+  return !ProcessEnd::isOnEndingThread() &&
+         eglMakeCurrent(display(), EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT) == EGL_TRUE;
 }
 
 GLuint NativeContext::scratchFramebuffer() {

@@ -9,10 +9,10 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
-#include <cstdlib>
 #include <thread>
 #include <utility>
 
+#include "Platform/Foundation/ProcessEnd.h"
 #include "Platform/UI/Private/MemoryPressure.h"
 
 namespace tavrel {
@@ -92,7 +92,7 @@ Watcher* watcher = nullptr;
 void SystemWatch::start(Handlers handlers) {
   if (watcher) return;
   watcher = new Watcher(std::move(handlers));
-  std::atexit([] { watcher->stop(); });
+  ProcessEnd::at(ProcessEnd::Stage::sources, [] { watcher->stop(); });
 }
 
 }  // namespace tavrel

@@ -119,6 +119,50 @@ TEST(DispatchQueue, TheGlobalQueueRunsBlocksAtTheSameTime) {
   EXPECT_TRUE(met);
 }
 
+TEST(DispatchQueue, BlocksOfTheGlobalQueueMayWaitForOthersOfIt) {
+  constexpr int kBlocks = 64;
+  std::atomic<int> ran = 0;
+  std::atomic<int> inside = 0;
+  DispatchGroup group;
+  const auto serial = DispatchQueue::create("serial");
+  for (int i = 0; i < kBlocks; ++i) {
+    group.async(DispatchQueue::global(), [&] {
+      ++inside;
+      std::this_thread::sleep_for(1ms);  // every thread of the pool is in such a block
+      ran += DispatchQueue::global()->sync([] { return 1; });
+      ran += serial->sync([] { return DispatchQueue::global()->sync([] { return 1; }); });
+      EXPECT_EQ(DispatchQueue::current(), DispatchQueue::global().get());
+    });
+  }
+  ASSERT_TRUE(group.wait(20s));
+  EXPECT_EQ(ran, 2 * kBlocks);
+}
+
+TEST(DispatchQueue, TheLongestTimesAreTimesLikeOthers) {
+  constexpr auto kLongest = std::chrono::nanoseconds::max();
+  const auto queue = DispatchQueue::create("longest");
+  std::atomic<int> tooEarly = 0;
+  queue->asyncAfter(kLongest, [&] { ++tooEarly; });
+  const DispatchTimer timer(queue, kLongest, [&] { ++tooEarly; });
+  DispatchSemaphore semaphore(0);
+  DispatchGroup group;
+  group.async(queue, [] { std::this_thread::sleep_for(5ms); });
+  EXPECT_TRUE(group.wait(kLongest));
+  queue->async([&] {
+    std::this_thread::sleep_for(5ms);
+    semaphore.signal();
+  });
+  EXPECT_TRUE(semaphore.wait(kLongest));
+  bool isDone = false;
+  DispatchQueue::main()->asyncAfter(5ms, [&] { isDone = true; });
+  EXPECT_TRUE(RunLoop::main().runUntil([&] { return isDone; }, kLongest));
+  DispatchQueue::main()->asyncAfter(5ms, [] { RunLoop::main().stop(); });
+  const auto start = std::chrono::steady_clock::now();
+  RunLoop::main().runFor(kLongest);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 4ms);
+  EXPECT_EQ(tooEarly, 0);
+}
+
 TEST(DispatchQueueDeathTest, WaitingForOneselfStopsTheProgram) {
   EXPECT_DEATH(
       {
@@ -209,6 +253,53 @@ TEST(RunLoop, LivesInsideAnotherLoop) {
     RunLoop::main().drain();
   }
   EXPECT_EQ(ran, 2);
+}
+
+TEST(RunLoop, DrainsWhatWaitsNowAndNotWhatComesOfIt) {
+  RunLoop& loop = RunLoop::main();
+  while (loop.drain() > 0) {
+  }
+  int ran = 0;
+  std::function<void()> again = [&] {
+    ++ran;
+    DispatchQueue::main()->async(again);
+  };
+  DispatchQueue::main()->async(again);
+  DispatchQueue::main()->async([&] { ran += 10; });
+  EXPECT_EQ(loop.drain(), 2);
+  EXPECT_EQ(ran, 11);
+  pollfd descriptor = {.fd = loop.fileDescriptor(), .events = POLLIN, .revents = 0};
+  EXPECT_EQ(poll(&descriptor, 1, 0), 1);
+  again = [] {};
+  EXPECT_EQ(loop.drain(), 1);
+  EXPECT_EQ(loop.drain(), 1);
+  EXPECT_EQ(loop.drain(), 0);
+}
+
+TEST(RunLoop, AStopEndsTheRunThatItMeetsAndNoOther) {
+  RunLoop& loop = RunLoop::main();
+  const auto waitsFull = [&] {
+    const auto start = std::chrono::steady_clock::now();
+    loop.runFor(20ms);
+    return std::chrono::steady_clock::now() - start >= 20ms;
+  };
+  loop.stop();
+  loop.drain();
+  EXPECT_TRUE(waitsFull());
+  loop.stop();
+  loop.runUntil([] { return false; }, 5ms);
+  EXPECT_TRUE(waitsFull());
+  loop.stop();
+  EXPECT_FALSE(waitsFull());  // submitted before, its turn comes inside
+  bool isInnerOver = false;
+  DispatchQueue::main()->async([&] {
+    loop.stop();
+    loop.run();
+    isInnerOver = true;
+    loop.stop();
+  });
+  loop.run();
+  EXPECT_TRUE(isInnerOver);
 }
 
 }  // namespace

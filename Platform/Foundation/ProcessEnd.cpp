@@ -1,0 +1,158 @@
+#include "Platform/Foundation/ProcessEnd.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace tavrel {
+namespace {
+
+using namespace std::chrono_literals;
+
+struct StageRule {
+  std::chrono::milliseconds limit;
+  bool mustFinish;
+};
+
+/// In the order of `ProcessEnd::Stage`. Together they stay well under two seconds.
+constexpr std::array<StageRule, 6> kStages = {{
+    {0ms, false},    // endingThread
+    {300ms, false},  // sources
+    {500ms, true},   // driver
+    {200ms, false},  // trace
+    {300ms, false},  // log
+    {100ms, false},  // queues
+}};
+constexpr std::chrono::milliseconds kFlushLimit = 100ms;
+
+struct Registry {
+  std::mutex mutex;
+  std::array<std::vector<std::function<void()>>, kStages.size()> actions;
+  bool isRegistered = false;
+};
+
+// Never destroyed, as everything that the end of the process goes through.
+Registry& registry() {
+  static auto* const instance = new Registry;
+  return *instance;
+}
+
+std::atomic<pid_t> endingThread = 0;
+
+bool hasActions(std::size_t stage) {
+  const std::lock_guard lock(registry().mutex);
+  return !registry().actions[stage].empty();
+}
+
+void runActions(std::size_t stage) {
+  // Actions may register further ones, so each is taken out before it runs.
+  for (;;) {
+    std::function<void()> action;
+    {
+      const std::lock_guard lock(registry().mutex);
+      auto& actions = registry().actions[stage];
+      if (actions.empty()) return;
+      action = std::move(actions.back());
+      actions.pop_back();
+    }
+    action();
+  }
+}
+
+/// Runs `action` on a thread of its own; false when it has not finished in time, and is left to itself.
+bool runWithin(std::chrono::milliseconds limit, std::function<void()> action) {
+  auto task = std::make_shared<std::packaged_task<void()>>(std::move(action));
+  const std::future<void> finished = task->get_future();
+  std::thread thread;
+  try {
+    thread = std::thread([task] {
+      pthread_setname_np(pthread_self(), "tavrel.end");
+      (*task)();
+    });
+  } catch (const std::system_error&) {  // no thread to be had: without limits then
+    (*task)();
+    return true;
+  }
+  const bool isInTime = finished.wait_for(limit) == std::future_status::ready;
+  if (isInTime) {
+    thread.join();
+  } else {
+    thread.detach();
+  }
+  return isInTime;
+}
+
+void endProcess(int status, void*) {
+  pid_t nobody = 0;
+  if (!endingThread.compare_exchange_strong(nobody, gettid())) {
+    // Registered several times; and another thread that calls `exit` meanwhile must not overtake.
+    if (nobody == gettid()) return;
+    ProcessEnd::standStill();
+  }
+  ProcessEnd::comeFirst();  // for such a thread
+  runActions(0);
+  bool mayGoOn = true;
+  for (std::size_t stage = 1; stage < kStages.size(); ++stage) {
+    const bool isInTime = !hasActions(stage) || runWithin(kStages[stage].limit, [stage] { runActions(stage); });
+    if (!isInTime && kStages[stage].mustFinish) mayGoOn = false;
+  }
+  if (mayGoOn) return;
+  runWithin(kFlushLimit, [] { std::fflush(nullptr); });
+  _exit(status);
+}
+
+struct ThreadWatch {
+  bool isOn = false;
+  ~ThreadWatch() {
+    if (isOn) ProcessEnd::comeFirst();
+  }
+};
+thread_local ThreadWatch threadWatch;
+
+[[maybe_unused]] const bool isLoaderWatched = (ProcessEnd::watchThisThread(), true);
+
+}  // namespace
+
+void ProcessEnd::at(Stage stage, std::function<void()> action) {
+  const std::lock_guard lock(registry().mutex);
+  if (!std::exchange(registry().isRegistered, true)) comeFirst();
+  registry().actions[static_cast<std::size_t>(stage)].push_back(std::move(action));
+}
+
+void ProcessEnd::comeFirst() {
+  on_exit(endProcess, nullptr);
+}
+
+void ProcessEnd::watchThisThread() {
+  threadWatch.isOn = true;
+}
+
+void ProcessEnd::stopWatchingThisThread() {
+  threadWatch.isOn = false;
+}
+
+bool ProcessEnd::hasBegun() {
+  return endingThread != 0;
+}
+
+bool ProcessEnd::isOnEndingThread() {
+  return hasBegun() && endingThread == gettid();
+}
+
+void ProcessEnd::standStill() {
+  for (;;) pause();
+}
+
+}  // namespace tavrel

@@ -1,0 +1,299 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <functional>
+#include <thread>
+#include <vector>
+
+#include "Support/GraphTestSupport.h"
+#include "Support/LogTestSupport.h"
+#include "TavrelCaptureBase.h"
+
+namespace tavrel {
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+constexpr int kStatus = 42;
+constexpr auto kLimit = 2s;
+
+int leavingPipe[2];
+
+/// What every way ends in: says when, and leaves the process.
+[[noreturn]] void leave() {
+  const Clock::time_point now = Clock::now();
+  if (write(leavingPipe[1], &now, sizeof now) != sizeof now) _exit(1);
+  std::exit(kStatus);  // NOLINT(concurrency-mt-unsafe): this is what is tested
+}
+
+/// Lets the main queue's blocks run for ever: another thread leaves.
+[[noreturn]] void runMain() {
+  for (;;) RunLoop::main().run();
+}
+
+/// A picture behind a filter that keeps software GL busy for a while.
+struct Graph {
+  std::shared_ptr<TavrelGPUImagePicture> picture =
+      std::make_shared<TavrelGPUImagePicture>(test::imageOf(test::distinctPicture(320, 240)));
+  std::shared_ptr<TavrelGPUImageGaussianBlurFilter> blur = std::make_shared<TavrelGPUImageGaussianBlurFilter>();
+
+  Graph() {
+    blur->setBlurRadiusInPixels(12);
+    picture->addTarget(blur);
+  }
+};
+
+std::shared_ptr<TavrelCamera> makeCamera() {
+  TavrelCameraConfiguration configuration;
+  configuration.size = {320, 240};
+  configuration.preferredSessionPreset = "320x240";
+  return TavrelCamera::create(configuration).value();
+}
+
+std::string moviePath() {
+  return (std::filesystem::temp_directory_path() / ("tavrel.end." + std::to_string(getpid()) + ".mov")).string();
+}
+
+class LeavingDelegate : public TavrelCameraDelegate {
+  void didGetProcessedFramebuffer(TavrelCamera&, const std::shared_ptr<TavrelGPUImageFramebuffer>&,
+                                  const SampleTiming&) override {
+    leave();
+  }
+};
+
+class LeavingLogger : public TavrelDDAbstractLogger {
+ public:
+  void logMessage(const TavrelDDLogMessage&) override { leave(); }
+  std::string loggerName() const override { return "leaving"; }
+};
+
+/// Uses the graph when the process's statics are destroyed.
+struct LateUser {
+  Graph graph;
+  ~LateUser() {
+    graph.picture->processImage();
+    graph.blur->useNextFrameForImageCapture();
+    graph.picture->removeAllTargets();
+  }
+};
+
+void leaveWithWorkPending() {
+  const auto graph = std::make_shared<Graph>();
+  for (int i = 0; i < 200; ++i)
+    TavrelRunAsynchronouslyOnVideoProcessingQueue([graph] { graph->picture->processImage(); });
+  leave();
+}
+
+void leaveWhileThreadsFilter() {
+  for (int i = 0; i < 3; ++i) {
+    std::thread([] {
+      const Graph graph;
+      for (;;) graph.picture->processImage();
+    }).detach();
+  }
+  std::this_thread::sleep_for(100ms);
+  leave();
+}
+
+void leaveInFrameBlock() {
+  const Graph graph;
+  graph.blur->setFrameProcessingCompletionBlock([](TavrelGPUImageOutput&, MediaTime) { leave(); });
+  graph.picture->processImage();
+  runMain();
+}
+
+void leaveOnTheGlobalQueue() {
+  const Graph graph;
+  graph.picture->processImage();
+  DispatchQueue::global()->async([] { leave(); });
+  runMain();
+}
+
+void leaveInStartsCompletion() {
+  static const auto camera = makeCamera();
+  camera->startWithCompletion([](bool) { leave(); });
+  runMain();
+}
+
+void leaveInSnapshotsCompletion() {
+  const auto camera = makeCamera();
+  camera->startWithCompletion([&](bool) {
+    camera->snapshotWithCompletion([](const std::shared_ptr<Image>&, const std::optional<Error>&) { leave(); });
+  });
+  runMain();
+}
+
+void leaveInTheCamerasDelegate() {
+  const auto delegate = std::make_shared<LeavingDelegate>();
+  const auto camera = makeCamera();
+  camera->setDelegate(delegate);
+  camera->startWithCompletion(nullptr);
+  runMain();
+}
+
+void leaveWithARunningCamera() {
+  static const auto camera = makeCamera();
+  camera->startWithCompletion(nullptr);
+  RunLoop::main().runFor(300ms);
+  leave();
+}
+
+void leaveInTheWritersCompletion() {
+  const Graph graph;
+  const auto path = moviePath();
+  const auto writer = std::make_shared<TavrelGPUImageMovieWriter>(path, Size{320, 240});
+  graph.blur->addTarget(writer);
+  writer->startRecording();
+  graph.picture->processImage();
+  writer->finishRecordingWithCompletionHandler([path] {
+    std::filesystem::remove(path);
+    leave();
+  });
+  runMain();
+}
+
+void leaveWhileABlockWaitsForMain() {
+  TavrelRunAsynchronouslyOnVideoProcessingQueue([] { TavrelRunOnMainQueueWithoutDeadlocking([] {}); });
+  DispatchQueue::global()->async([] { TavrelRunSynchronouslyOnVideoProcessingQueue([] {}); });
+  std::this_thread::sleep_for(50ms);
+  leave();
+}
+
+void leaveInABlockOfMain() {
+  const Graph graph;
+  graph.picture->processImage();
+  DispatchQueue::main()->asyncAfter(20ms, [] { leave(); });
+  runMain();
+}
+
+void leaveOnAThreadOfTheApplication() {
+  std::thread([] {
+    const Graph graph;
+    graph.picture->processImage();
+    leave();
+  }).detach();
+  runMain();
+}
+
+void leaveInALogger() {
+  TavrelDDLog::addLogger(std::make_shared<LeavingLogger>());
+  test::logText(false, TavrelDDLogFlagError, "the last");
+}
+
+void leaveOnTwoThreads() {
+  const Graph graph;
+  graph.picture->processImage();
+  std::thread([] {
+    DispatchQueue::global()->sync([] { std::exit(kStatus); });  // NOLINT(concurrency-mt-unsafe): this is what is tested
+  }).detach();
+  leave();
+}
+
+void leaveAndUseTheGraphAfterwards() {
+  static const LateUser user;
+  user.graph.picture->processImage();
+  leave();
+}
+
+/// Sleeping blocks cannot be stopped, and are no reason to stay.
+void leaveWhileABlockSleeps() {
+  const auto queue = DispatchQueue::create("sleeper");
+  queue->async([] { std::this_thread::sleep_for(1min); });
+  TavrelRunAsynchronouslyOnVideoProcessingQueue([] { std::this_thread::sleep_for(1min); });
+  std::this_thread::sleep_for(20ms);
+  leave();
+}
+
+struct Way {
+  const char* name;
+  void (*go)();
+};
+constexpr Way kWays[] = {
+    {"main, work pending", leaveWithWorkPending},
+    {"main, threads filter on", leaveWhileThreadsFilter},
+    {"main, a camera runs", leaveWithARunningCamera},
+    {"main, a block waits for it", leaveWhileABlockWaitsForMain},
+    {"main, statics use the graph later", leaveAndUseTheGraphAfterwards},
+    {"main, blocks sleep", leaveWhileABlockSleeps},
+    {"a block of main", leaveInABlockOfMain},
+    {"frame block", leaveInFrameBlock},
+    {"global queue", leaveOnTheGlobalQueue},
+    {"start's completion", leaveInStartsCompletion},
+    {"snapshot's completion", leaveInSnapshotsCompletion},
+    {"camera's delegate", leaveInTheCamerasDelegate},
+    {"writer's completion", leaveInTheWritersCompletion},
+    {"a thread of the application", leaveOnAThreadOfTheApplication},
+    {"a logger", leaveInALogger},
+    {"two threads at once", leaveOnTwoThreads},
+};
+
+struct Ending {
+  int status = -1;
+  Clock::duration time{};
+};
+
+/// Goes `way` in a process of its own. This one never uses the library, so that a fork will do.
+Ending endingOf(const Way& way) {
+  EXPECT_EQ(pipe(leavingPipe), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    way.go();
+    _exit(1);  // the way led nowhere
+  }
+  Ending ending;
+  const auto patience = Clock::now() + 60s;
+  while (waitpid(child, &ending.status, WNOHANG) == 0) {
+    std::this_thread::sleep_for(1ms);
+    if (Clock::now() > patience) kill(child, SIGKILL);
+  }
+  const auto end = Clock::now();
+  close(leavingPipe[1]);
+  Clock::time_point start;
+  if (read(leavingPipe[0], &start, sizeof start) == sizeof start) ending.time = end - start;
+  close(leavingPipe[0]);
+  return ending;
+}
+
+void goAllWays() {
+  for (const Way& way : kWays) {
+    SCOPED_TRACE(way.name);
+    const Ending ending = endingOf(way);
+    EXPECT_TRUE(WIFEXITED(ending.status)) << "signal " << WTERMSIG(ending.status);
+    EXPECT_EQ(WEXITSTATUS(ending.status), kStatus);
+    EXPECT_LT(ending.time, kLimit);
+  }
+}
+
+class ProcessEnd : public ::testing::Test {
+ protected:
+  ProcessEnd() { setenv("TAVREL_CAPTURE", "virtual", 1); }  // NOLINT(concurrency-mt-unsafe): no other thread yet
+};
+
+TEST_F(ProcessEnd, ComesByItselfWhoeverAsksForIt) {
+  goAllWays();
+}
+
+TEST_F(ProcessEnd, ComesByItselfOnABusyMachine) {
+  std::vector<pid_t> busy;
+  for (unsigned i = 0; i < std::thread::hardware_concurrency(); ++i) {
+    const pid_t child = fork();
+    if (child == 0) {
+      for (std::atomic<unsigned> spin = 0;;) ++spin;
+    }
+    busy.push_back(child);
+  }
+  goAllWays();
+  for (const pid_t child : busy) {
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+  }
+}
+
+}  // namespace
+}  // namespace tavrel
