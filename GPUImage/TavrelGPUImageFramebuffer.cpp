@@ -30,6 +30,7 @@ struct TavrelGPUImageFramebuffer::Implementation {
   GLuint framebuffer = 0;
   std::atomic<std::int64_t> framebufferReferenceCount = 0;
   std::atomic<bool> referenceCountingDisabled = false;
+  std::atomic<std::int64_t> ownersLocks = 0;  // those from before counting was disabled, which no reader ends
   std::shared_ptr<PixelBuffer> renderTarget = nullptr;
   std::shared_ptr<TextureCacheTexture> renderTexture = nullptr;
 
@@ -93,10 +94,6 @@ GLuint TavrelGPUImageFramebuffer::texture() const {
 
 bool TavrelGPUImageFramebuffer::missingFramebuffer() const {
   return implementation_->missingFramebuffer;
-}
-
-std::int64_t TavrelGPUImageFramebuffer::framebufferReferenceCount() const {
-  return implementation_->framebufferReferenceCount;
 }
 
 const std::shared_ptr<PixelBuffer>& TavrelGPUImageFramebuffer::renderTarget() const {
@@ -195,22 +192,28 @@ void TavrelGPUImageFramebuffer::activateFramebuffer() {
   if (implementation_->renderTarget) implementation_->renderTarget->noteGPUWrite();
 }
 
-bool TavrelGPUImageFramebuffer::lock() {
-  if (implementation_->referenceCountingDisabled) return false;
+void TavrelGPUImageFramebuffer::lock() {
   ++implementation_->framebufferReferenceCount;
-  return true;
 }
 
 void TavrelGPUImageFramebuffer::unlock() {
-  if (implementation_->referenceCountingDisabled) return;
-  // Tested after the subtraction, since the writer's queue may unlock at the same time as this one.
-  const std::int64_t before = implementation_->framebufferReferenceCount.fetch_sub(1);
-  if (before <= 0) {
-    fatalAssertion(
-        "Tried to overrelease a framebuffer, did you forget to call -useNextFrameForImageCapture before using "
-        "-imageFromCurrentFramebuffer?");
-  }
-  if (before == 1) TavrelGPUImageContext::sharedFramebufferCache()->returnFramebufferToCache(shared_from_this());
+  // The writer's queue may unlock at the same time as this one.
+  std::int64_t before = implementation_->framebufferReferenceCount;
+  do {
+    if (before <= implementation_->ownersLocks) {
+      if (implementation_->referenceCountingDisabled) return;
+      fatalAssertion(
+          "Tried to overrelease a framebuffer, did you forget to call -useNextFrameForImageCapture before using "
+          "-imageFromCurrentFramebuffer?");
+    }
+  } while (!implementation_->framebufferReferenceCount.compare_exchange_weak(before, before - 1));
+  if (before > 1 || implementation_->referenceCountingDisabled) return;
+  TavrelGPUImageContext::sharedFramebufferCache()->returnFramebufferToCache(shared_from_this());
+}
+
+std::int64_t TavrelGPUImageFramebuffer::framebufferReferenceCount() const {
+  return implementation_->referenceCountingDisabled ? implementation_->ownersLocks
+                                                    : implementation_->framebufferReferenceCount;
 }
 
 void TavrelGPUImageFramebuffer::clearAllLocks() {
@@ -218,11 +221,13 @@ void TavrelGPUImageFramebuffer::clearAllLocks() {
 }
 
 void TavrelGPUImageFramebuffer::disableReferenceCounting() {
+  implementation_->ownersLocks = implementation_->framebufferReferenceCount.load();
   implementation_->referenceCountingDisabled = true;
 }
 
 void TavrelGPUImageFramebuffer::enableReferenceCounting() {
   implementation_->referenceCountingDisabled = false;
+  implementation_->ownersLocks = 0;
 }
 
 void TavrelGPUImageFramebuffer::lockForReading() {

@@ -54,12 +54,12 @@ class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this
   /// Makes it what GL draws into, in its whole size.
   void activateFramebuffer();
 
-  /// Returns whether the lock counts: not while counting is disabled.
-  bool lock();
+  void lock();
   /// Without a lock the program stops.
   void unlock();
   void clearAllLocks();
-  /// While disabled, `lock` and `unlock` do nothing and the framebuffer stays with its owner.
+  /// While disabled the framebuffer stays with its owner, and `framebufferReferenceCount` as it is. Locks that readers
+  /// still hold when counting is enabled again count from then on.
   void disableReferenceCounting();
   void enableReferenceCounting();
   std::int64_t framebufferReferenceCount() const;

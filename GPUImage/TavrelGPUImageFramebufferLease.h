@@ -14,7 +14,9 @@ class TavrelGPUImageFramebufferLease {
   TavrelGPUImageFramebufferLease() = default;
   /// Locks `framebuffer`, which may be none.
   explicit TavrelGPUImageFramebufferLease(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer)
-      : framebuffer_(std::move(framebuffer)), isLocked_(framebuffer_ && framebuffer_->lock()) {}
+      : framebuffer_(std::move(framebuffer)), isLocked_(framebuffer_ != nullptr) {
+    if (isLocked_) framebuffer_->lock();
+  }
   /// Takes over a lock that the caller holds.
   static TavrelGPUImageFramebufferLease adopt(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer) {
     TavrelGPUImageFramebufferLease lease;

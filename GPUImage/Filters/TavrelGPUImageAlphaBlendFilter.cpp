@@ -1,5 +1,7 @@
 #include "GPUImage/Filters/TavrelGPUImageAlphaBlendFilter.h"
 
+#include "GPUImage/Private/OnVideoProcessingQueue.h"
+
 namespace tavrel {
 
 const char* const kTavrelGPUImageAlphaBlendFragmentShaderString =
@@ -9,15 +11,28 @@ const char* const kTavrelGPUImageAlphaBlendFragmentShaderString =
     "texture2D(inputImageTexture2, textureCoordinate2); gl_FragColor = vec4(mix(textureColor.rgb, "
     "textureColor2.rgb, textureColor2.a * mixturePercent), textureColor.a); }";
 
+struct TavrelGPUImageAlphaBlendFilter::Implementation {
+  double mix = 0;
+  GLint mixUniform;
+};
+
 TavrelGPUImageAlphaBlendFilter::TavrelGPUImageAlphaBlendFilter()
     : TavrelGPUImageTwoInputFilter(kTavrelGPUImageAlphaBlendFragmentShaderString),
-      mixUniform(uniformIndex("mixturePercent")) {
+      implementation_(new Implementation{.mixUniform = uniformIndex("mixturePercent")}) {
   setMix(0.5);
 }
 
+TavrelGPUImageAlphaBlendFilter::~TavrelGPUImageAlphaBlendFilter() = default;
+
+double TavrelGPUImageAlphaBlendFilter::mix() const {
+  return onVideoProcessingQueue([this] { return implementation_->mix; });
+}
+
 void TavrelGPUImageAlphaBlendFilter::setMix(double newValue) {
-  mix_ = newValue;
-  setFloat(static_cast<GLfloat>(newValue), mixUniform, filterProgram);
+  onVideoProcessingQueue([&] {
+    implementation_->mix = newValue;
+    setFloat(static_cast<GLfloat>(newValue), implementation_->mixUniform, program());
+  });
 }
 
 }  // namespace tavrel

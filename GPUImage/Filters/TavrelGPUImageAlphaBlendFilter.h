@@ -11,14 +11,15 @@ TAVREL_API extern const char* const kTavrelGPUImageAlphaBlendFragmentShaderStrin
 class TAVREL_API TavrelGPUImageAlphaBlendFilter : public TavrelGPUImageTwoInputFilter {
  public:
   TavrelGPUImageAlphaBlendFilter();
+  ~TavrelGPUImageAlphaBlendFilter() override;
 
   /// How much of the second input's alpha counts, from 0 to 1; 0.5 by default.
-  double mix() const { return mix_; }
+  double mix() const;
   void setMix(double newValue);
 
  private:
-  double mix_ = 0;
-  GLint mixUniform;
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -1,5 +1,7 @@
 #include "GPUImage/Filters/TavrelGPUImageBeautifyFilter.h"
 
+#include "GPUImage/Private/OnVideoProcessingQueue.h"
+
 namespace tavrel {
 
 const char* const kDOTGPUImageBeautyFragmentShaderString =
@@ -58,20 +60,49 @@ const char* const kDOTGPUImageBeautyFragmentShaderString =
     "rouguang, params.b); highp vec3 satcolor = gl_FragColor.rgb * saturateMatrix; gl_FragColor.rgb = "
     "mix(gl_FragColor.rgb, satcolor, params.a); gl_FragColor.rgb = vec3(gl_FragColor.rgb + vec3(brightness)); }";
 
+struct TavrelGPUImageBeautifyFilter::Implementation {
+  double beautyLevel = 0.5;
+  double brightLevel = 0.5;
+  double toneLevel = 0.5;
+};
+
 TavrelGPUImageBeautifyFilter::TavrelGPUImageBeautifyFilter()
-    : TavrelGPUImageFilter(kDOTGPUImageBeautyFragmentShaderString) {
-  setParams(beautyLevel_, toneLevel_);
-  setBrightLevel(brightLevel_);
+    : TavrelGPUImageFilter(kDOTGPUImageBeautyFragmentShaderString),
+      implementation_(std::make_unique<Implementation>()) {
+  setParams(implementation_->beautyLevel, implementation_->toneLevel);
+  setBrightLevel(implementation_->brightLevel);
+}
+
+TavrelGPUImageBeautifyFilter::~TavrelGPUImageBeautifyFilter() = default;
+
+double TavrelGPUImageBeautifyFilter::beautyLevel() const {
+  return onVideoProcessingQueue([this] { return implementation_->beautyLevel; });
 }
 
 void TavrelGPUImageBeautifyFilter::setBeautyLevel(double newValue) {
-  beautyLevel_ = newValue;
-  setParams(beautyLevel_, toneLevel_);
+  onVideoProcessingQueue([&] {
+    implementation_->beautyLevel = newValue;
+    setParams(newValue, implementation_->toneLevel);
+  });
+}
+
+double TavrelGPUImageBeautifyFilter::brightLevel() const {
+  return onVideoProcessingQueue([this] { return implementation_->brightLevel; });
 }
 
 void TavrelGPUImageBeautifyFilter::setBrightLevel(double newValue) {
-  brightLevel_ = newValue;
-  setFloat(static_cast<GLfloat>(0.6 * (newValue - 0.5)), "brightness");
+  onVideoProcessingQueue([&] {
+    implementation_->brightLevel = newValue;
+    setFloat(static_cast<GLfloat>(0.6 * (newValue - 0.5)), "brightness");
+  });
+}
+
+double TavrelGPUImageBeautifyFilter::toneLevel() const {
+  return onVideoProcessingQueue([this] { return implementation_->toneLevel; });
+}
+
+void TavrelGPUImageBeautifyFilter::setToneLevel(double newValue) {
+  onVideoProcessingQueue([&] { implementation_->toneLevel = newValue; });
 }
 
 void TavrelGPUImageBeautifyFilter::setParams(double beauty, double tone) {
@@ -81,9 +112,11 @@ void TavrelGPUImageBeautifyFilter::setParams(double beauty, double tone) {
 }
 
 void TavrelGPUImageBeautifyFilter::setInputSize(Size newSize, Index atIndex) {
-  TavrelGPUImageFilter::setInputSize(newSize, atIndex);
-  setInputTextureSize(newSize);
-  setPoint({2.0 / newSize.width, 2.0 / newSize.height}, "singleStepOffset");
+  onVideoProcessingQueue([&] {
+    TavrelGPUImageFilter::setInputSize(newSize, atIndex);
+    setInputTextureSize(newSize);
+    setPoint({2.0 / newSize.width, 2.0 / newSize.height}, "singleStepOffset");
+  });
 }
 
 }  // namespace tavrel

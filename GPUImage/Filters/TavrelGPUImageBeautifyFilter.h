@@ -12,25 +12,25 @@ TAVREL_API extern const char* const kDOTGPUImageBeautyFragmentShaderString;
 class TAVREL_API TavrelGPUImageBeautifyFilter : public TavrelGPUImageFilter {
  public:
   TavrelGPUImageBeautifyFilter();
+  ~TavrelGPUImageBeautifyFilter() override;
 
   /// How much is smoothed; 0.5 by default.
-  double beautyLevel() const { return beautyLevel_; }
+  double beautyLevel() const;
   void setBeautyLevel(double newValue);
   /// 0.5, the default, leaves the brightness alone; 0 takes 0.3 away, 1 adds 0.3.
-  double brightLevel() const { return brightLevel_; }
+  double brightLevel() const;
   void setBrightLevel(double newValue);
   /// Soft light and saturation; 0.5 by default. Seen from the next `setBeautyLevel` on: set the tone first.
-  double toneLevel() const { return toneLevel_; }
-  void setToneLevel(double newValue) { toneLevel_ = newValue; }
+  double toneLevel() const;
+  void setToneLevel(double newValue);
   void setParams(double beauty, double tone);
 
   /// The output has the size of the input as it comes, also when that is turned.
   void setInputSize(Size newSize, Index atIndex) override;
 
  private:
-  double beautyLevel_ = 0.5;
-  double brightLevel_ = 0.5;
-  double toneLevel_ = 0.5;
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -1,31 +1,47 @@
 #include "GPUImage/Filters/TavrelGPUImageBuffer.h"
 
+#include <deque>
 #include <utility>
+
+#include "GPUImage/Filters/Private/FilterImplementation.h"
 
 namespace tavrel {
 
-TavrelGPUImageBuffer::TavrelGPUImageBuffer() = default;
+struct TavrelGPUImageBuffer::Implementation {
+  std::size_t bufferSize = 1;
+  std::deque<TavrelGPUImageFramebufferLease> bufferedFramebuffers;  // oldest first
+};
+
+TavrelGPUImageBuffer::TavrelGPUImageBuffer() : implementation_(std::make_unique<Implementation>()) {}
 
 TavrelGPUImageBuffer::~TavrelGPUImageBuffer() = default;
 
+std::size_t TavrelGPUImageBuffer::bufferSize() const {
+  return onVideoProcessingQueue([this] { return implementation_->bufferSize; });
+}
+
 void TavrelGPUImageBuffer::setBufferSize(std::size_t newValue) {
   if (newValue == 0) return;
-  for (; bufferSize_ > newValue; --bufferSize_) {
-    if (!bufferedFramebuffers.empty()) bufferedFramebuffers.pop_back();
-  }
-  bufferSize_ = newValue;
+  onVideoProcessingQueue([&] {
+    auto& [size, framebuffers] = *implementation_;
+    for (; size > newValue; --size) {
+      if (!framebuffers.empty()) framebuffers.pop_back();
+    }
+    size = newValue;
+  });
 }
 
 void TavrelGPUImageBuffer::newFrameReadyAtTime(MediaTime frameTime, Index) {
-  bufferedFramebuffers.push_back(std::move(firstInputFramebuffer));
-  if (bufferedFramebuffers.size() <= bufferSize_) {
-    setOutputFramebuffer(TavrelGPUImageFramebufferLease(bufferedFramebuffers.back().get()).detach());
+  if (preventRendering()) return unlockInputs();
+  auto& framebuffers = implementation_->bufferedFramebuffers;
+  framebuffers.push_back(std::move(filter().firstInputFramebuffer));
+  if (framebuffers.size() <= implementation_->bufferSize) {
+    setOutputFramebuffer(TavrelGPUImageFramebufferLease(framebuffers.back().get()).detach());
   } else {
-    setOutputFramebuffer(bufferedFramebuffers.front().detach());
-    bufferedFramebuffers.pop_front();
+    setOutputFramebuffer(framebuffers.front().detach());
+    framebuffers.pop_front();
   }
-  if (const auto block = frameProcessingCompletionBlock()) block(*this, frameTime);
-  handOver({.frameTime = frameTime, .size = outputFrameSize(), .rotation = inputRotation()});
+  passOn({.frameTime = frameTime, .size = outputFrameSize(), .rotation = inputRotation()});
 }
 
 }  // namespace tavrel

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <deque>
-
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
 
 namespace tavrel {
@@ -14,18 +12,18 @@ class TAVREL_API TavrelGPUImageBuffer : public TavrelGPUImageFilter {
   TavrelGPUImageBuffer();
   ~TavrelGPUImageBuffer() override;
 
-  std::size_t bufferSize() const { return bufferSize_; }
-  /// A smaller size gives up the newest frames; 0 is ignored. Video-processing queue, or before the first frame.
+  std::size_t bufferSize() const;
+  /// A smaller size gives up the newest frames; 0 is ignored.
   void setBufferSize(std::size_t newValue);
 
   void newFrameReadyAtTime(MediaTime frameTime, Index atIndex) override;
 
  protected:
-  void renderToTexture(const GLfloat*, const GLfloat*) override {}
+  void renderToTextureWithVertices(const GLfloat*, const GLfloat*) override {}
 
  private:
-  std::size_t bufferSize_ = 1;
-  std::deque<TavrelGPUImageFramebufferLease> bufferedFramebuffers;  // oldest first
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

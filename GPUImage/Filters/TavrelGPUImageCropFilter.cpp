@@ -1,5 +1,6 @@
 #include "GPUImage/Filters/TavrelGPUImageCropFilter.h"
 
+#include "GPUImage/Private/OnVideoProcessingQueue.h"
 #include "Platform/Foundation/FatalAssertion.h"
 
 namespace tavrel {
@@ -30,11 +31,23 @@ const char* const kTavrelGPUImageCropFragmentShaderString =
     "varying highp vec2 textureCoordinate; uniform sampler2D inputImageTexture; void main() { gl_FragColor = "
     "texture2D(inputImageTexture, textureCoordinate); }";
 
+struct TavrelGPUImageCropFilter::Implementation {
+  Rect cropRegion;
+  std::array<GLfloat, 8> cropTextureCoordinates{};
+};
+
 TavrelGPUImageCropFilter::TavrelGPUImageCropFilter() : TavrelGPUImageCropFilter(Rect{{0, 0}, {1, 1}}) {}
 
 TavrelGPUImageCropFilter::TavrelGPUImageCropFilter(const Rect& cropRegion)
-    : TavrelGPUImageFilter(kTavrelGPUImageCropFragmentShaderString) {
+    : TavrelGPUImageFilter(kTavrelGPUImageCropFragmentShaderString),
+      implementation_(std::make_unique<Implementation>()) {
   setCropRegion(cropRegion);
+}
+
+TavrelGPUImageCropFilter::~TavrelGPUImageCropFilter() = default;
+
+Rect TavrelGPUImageCropFilter::cropRegion() const {
+  return onVideoProcessingQueue([this] { return implementation_->cropRegion; });
 }
 
 void TavrelGPUImageCropFilter::setCropRegion(const Rect& newValue) {
@@ -45,40 +58,46 @@ void TavrelGPUImageCropFilter::setCropRegion(const Rect& newValue) {
         "newValue.size.width >= 0 && newValue.size.width <= 1 && newValue.size.height >= 0 && newValue.size.height <= "
         "1");
   }
-  cropRegion_ = newValue;
-  calculateCropTextureCoordinates();
+  onVideoProcessingQueue([&] {
+    implementation_->cropRegion = newValue;
+    calculateCropTextureCoordinates();
+  });
+}
+
+std::array<GLfloat, 8> TavrelGPUImageCropFilter::cropTextureCoordinates() const {
+  return onVideoProcessingQueue([this] { return implementation_->cropTextureCoordinates; });
 }
 
 void TavrelGPUImageCropFilter::calculateCropTextureCoordinates() {
-  if (inputRotation_ > kTavrelGPUImageRotate180) return;
+  const TavrelGPUImageRotationMode rotation = inputRotation();
+  if (rotation > kTavrelGPUImageRotate180) return;
+  const Rect& region = implementation_->cropRegion;
   const GLfloat edges[] = {
-      static_cast<GLfloat>(cropRegion_.minX()),     static_cast<GLfloat>(cropRegion_.maxX()),
-      static_cast<GLfloat>(cropRegion_.minY()),     static_cast<GLfloat>(cropRegion_.maxY()),
-      static_cast<GLfloat>(1 - cropRegion_.minX()), static_cast<GLfloat>(1 - cropRegion_.maxX()),
+      static_cast<GLfloat>(region.minX()),     static_cast<GLfloat>(region.maxX()),
+      static_cast<GLfloat>(region.minY()),     static_cast<GLfloat>(region.maxY()),
+      static_cast<GLfloat>(1 - region.minX()), static_cast<GLfloat>(1 - region.maxX()),
   };
-  for (std::size_t i = 0; i < cropTextureCoordinates_.size(); ++i) {
-    cropTextureCoordinates_[i] = edges[kCorners[inputRotation_][i]];
-  }
+  auto& coordinates = implementation_->cropTextureCoordinates;
+  for (std::size_t i = 0; i < coordinates.size(); ++i) coordinates[i] = edges[kCorners[rotation][i]];
 }
 
 void TavrelGPUImageCropFilter::setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index atIndex) {
-  TavrelGPUImageFilter::setInputRotation(newInputRotation, atIndex);
-  calculateCropTextureCoordinates();
+  onVideoProcessingQueue([&] {
+    TavrelGPUImageFilter::setInputRotation(newInputRotation, atIndex);
+    calculateCropTextureCoordinates();
+  });
 }
 
 Size TavrelGPUImageCropFilter::outputSizeFor(Size inputSize) const {
-  const Size rotated = rotatedSize(inputSize, 0);
-  return {rotated.width * cropRegion_.size.width, rotated.height * cropRegion_.size.height};
-}
-
-void TavrelGPUImageCropFilter::setInputSize(Size newSize, Index) {
-  if (preventRendering()) return;
-  setInputTextureSize(overrideInputSize() ? inputSizeUnderOverride(newSize) : outputSizeFor(newSize));
-  setupFilterForSize(sizeOfFBO());
+  return onVideoProcessingQueue([&] {
+    const Size turned = rotatedSize(inputSize, 0);
+    const Size region = implementation_->cropRegion.size;
+    return Size{turned.width * region.width, turned.height * region.height};
+  });
 }
 
 void TavrelGPUImageCropFilter::newFrameReadyAtTime(MediaTime frameTime, Index) {
-  renderToTexture(fullFrameVertices(), cropTextureCoordinates_.data());
+  renderToTextureWithVertices(fullFrameVertices(), implementation_->cropTextureCoordinates.data());
   informTargetsAboutNewFrameAtTime(frameTime);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <memory>
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
 
@@ -15,24 +16,25 @@ class TAVREL_API TavrelGPUImageCropFilter : public TavrelGPUImageFilter {
   TavrelGPUImageCropFilter();
   /// See `setCropRegion`.
   explicit TavrelGPUImageCropFilter(const Rect& cropRegion);
+  ~TavrelGPUImageCropFilter() override;
 
-  const Rect& cropRegion() const { return cropRegion_; }
-  /// In 0…1 of the turned input's width and height; a component outside of that stops the program. Applies to the size
-  /// from the next input size on. On the video-processing queue while frames arrive.
+  Rect cropRegion() const;
+  /// In 0…1 of the input's width and height: of the input as it comes where the rotation keeps them, and of the input
+  /// after `kTavrelGPUImageRotateRight` where it exchanges them. A component outside of 0…1 stops the program. Applies
+  /// to the size from the next input size on.
   void setCropRegion(const Rect& newValue);
   /// (s, t) of the corners in the order of `textureCoordinatesForRotation`.
-  const std::array<GLfloat, 8>& cropTextureCoordinates() const { return cropTextureCoordinates_; }
+  std::array<GLfloat, 8> cropTextureCoordinates() const;
 
   Size outputSizeFor(Size inputSize) const override;
   void setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index atIndex) override;
-  void setInputSize(Size newSize, Index atIndex) override;
   void newFrameReadyAtTime(MediaTime frameTime, Index atIndex) override;
 
  private:
   void calculateCropTextureCoordinates();
 
-  Rect cropRegion_;
-  std::array<GLfloat, 8> cropTextureCoordinates_{};
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

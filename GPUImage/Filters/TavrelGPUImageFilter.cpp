@@ -3,12 +3,11 @@
 #include <chrono>
 #include <string>
 #include <utility>
-#include <vector>
 
-#include "GPUImage/Private/LinkedProgram.h"
+#include "GPUImage/Filters/Private/FilterImplementation.h"
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/Private/Resource.h"
-#include "GPUImage/TavrelGPUImageContext.h"
+#include "GPUImage/TavrelGLProgram.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
 
 namespace tavrel {
@@ -29,22 +28,14 @@ TavrelGPUImageFilter::TavrelGPUImageFilter(std::string_view fragmentShaderString
     : TavrelGPUImageFilter(kTavrelGPUImageVertexShaderString, fragmentShaderString) {}
 
 TavrelGPUImageFilter::TavrelGPUImageFilter(std::string_view vertexShaderString, std::string_view fragmentShaderString,
-                                           std::initializer_list<std::string_view> attributes) {
-  TavrelRunSynchronouslyOnVideoProcessingQueue(
-      [&] { useFilterProgram(vertexShaderString, fragmentShaderString, attributes); });
+                                           std::initializer_list<std::string_view> attributes)
+    : implementation_(std::make_unique<Implementation>()) {
+  onVideoProcessingQueue([&] { implementation_->useProgram(vertexShaderString, fragmentShaderString, attributes); });
 }
 
-void TavrelGPUImageFilter::useFilterProgram(std::string_view vertexShaderString, std::string_view fragmentShaderString,
-                                            std::initializer_list<std::string_view> attributes) {
-  TavrelGPUImageContext::useImageProcessingContext();
-  filterProgram = linkedProgram(*TavrelGPUImageContext::sharedImageProcessingContext(), vertexShaderString,
-                                fragmentShaderString, attributes);
-  filterPositionAttribute = filterProgram->attributeIndex("position");
-  filterTextureCoordinateAttribute = filterProgram->attributeIndex("inputTextureCoordinate");
-  filterInputTextureUniform = filterProgram->uniformIndex("inputImageTexture");
-  TavrelGPUImageContext::setActiveShaderProgram(filterProgram);
-  glEnableVertexAttribArray(filterPositionAttribute);
-  glEnableVertexAttribArray(filterTextureCoordinateAttribute);
+void TavrelGPUImageFilter::useFilterProgram(std::string_view vertexShaderString,
+                                            std::string_view fragmentShaderString) {
+  onVideoProcessingQueue([&] { implementation_->useProgram(vertexShaderString, fragmentShaderString); });
 }
 
 TavrelGPUImageFilter::~TavrelGPUImageFilter() = default;
@@ -53,118 +44,156 @@ std::string TavrelGPUImageFilter::readFragmentShader(const std::filesystem::path
   return readResource(file, "fsh").value_or(std::string());
 }
 
+GLuint TavrelGPUImageFilter::Implementation::textureOf(const TavrelGPUImageFramebufferLease& input) {
+  if (input) return input.texture();
+  static const GLuint transparentTexture = [] {
+    constexpr std::array<std::uint8_t, 4> kPixel{};
+    GLuint texture = 0;
+    glGenTextures(1, &texture);
+    glBindTexture(GL_TEXTURE_2D, texture);
+    // Without mipmaps only these filters make it a complete texture.
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, 1, 1, 0, GL_RGBA, GL_UNSIGNED_BYTE, kPixel.data());
+    return texture;
+  }();
+  return transparentTexture;
+}
+
 void TavrelGPUImageFilter::useNextFrameForImageCapture() {
-  TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
-    usingNextFrameForImageCapture = true;
-    imageCaptureSemaphore.tryWait();
+  onVideoProcessingQueue([this] {
+    implementation_->usingNextFrameForImageCapture = true;
+    implementation_->imageCaptureSemaphore.tryWait();
+    if (!implementation_->capturedFramebuffer) return;
+    // Nobody fetched it.
+    removeOutputFramebuffer();
+    implementation_->capturedFramebuffer = {};
   });
 }
 
 std::shared_ptr<Image> TavrelGPUImageFilter::newCGImageFromCurrentlyProcessedOutput() {
-  if (!imageCaptureSemaphore.wait(std::chrono::seconds(3))) return nullptr;
-  std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer;
-  // The pass that drew it may still be telling the targets.
-  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
-    framebuffer = framebufferForOutput();
-    usingNextFrameForImageCapture = false;
+  if (!implementation_->imageCaptureSemaphore.wait(std::chrono::seconds(3))) return nullptr;
+  auto image = onVideoProcessingQueue([this]() -> std::shared_ptr<Image> {
+    if (!implementation_->capturedFramebuffer) return nullptr;
+    implementation_->usingNextFrameForImageCapture = false;
+    removeOutputFramebuffer();
+    // The image ends the lock.
+    return implementation_->capturedFramebuffer.detach()->newCGImageFromFramebufferContents();
   });
-  imageCaptureSemaphore.signal();
-  return framebuffer ? framebuffer->newCGImageFromFramebufferContents() : nullptr;
+  implementation_->imageCaptureSemaphore.signal();
+  return image;
 }
 
-void TavrelGPUImageFilter::renderToTexture(const GLfloat* vertices, const GLfloat* textureCoordinates) {
-  if (preventRendering_) {
-    unlockInputs();
-    return;
-  }
-  drawInputs(vertices, textureCoordinates);
+bool TavrelGPUImageFilter::keepsOutput() const {
+  return implementation_->capturedFramebuffer && implementation_->capturedFramebuffer.get() == framebufferForOutput();
+}
+
+void TavrelGPUImageFilter::renderToTextureWithVertices(const GLfloat* vertices, const GLfloat* textureCoordinates) {
+  if (!implementation_->preventRendering) drawInputs(vertices, textureCoordinates);
   unlockInputs();
-  if (!usingNextFrameForImageCapture) return;
-  framebufferForOutput()->lock();
-  imageCaptureSemaphore.signal();
+}
+
+std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFilter::fetchFramebuffer() {
+  auto framebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(
+      sizeOfFBO(), outputTextureOptions(), false);
+  framebuffer->activateFramebuffer();
+  return framebuffer;
 }
 
 void TavrelGPUImageFilter::drawInputs(const GLfloat* vertices, const GLfloat* textureCoordinates) {
-  TavrelGPUImageContext::setActiveShaderProgram(filterProgram);
-  const auto framebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(
-      sizeOfFBO(), outputTextureOptions(), false);
-  setOutputFramebuffer(framebuffer);
-  framebuffer->activateFramebuffer();
+  const Implementation& state = *implementation_;
+  state.filterProgram.use();
+  setOutputFramebuffer(fetchFramebuffer());
   setUniformsForProgramAtIndex(0);
-  clearToBackgroundColor();
-  bindInputs();
-  setCorners(filterPositionAttribute, vertices);
-  setCorners(filterTextureCoordinateAttribute, textureCoordinates);
-  drawQuad();
-}
-
-void TavrelGPUImageFilter::clearToBackgroundColor() const {
-  glClearColor(backgroundColorRed, backgroundColorGreen, backgroundColorBlue, backgroundColorAlpha);
+  glClearColor(state.backgroundColorRed, state.backgroundColorGreen, state.backgroundColorBlue,
+               state.backgroundColorAlpha);
   glClear(GL_COLOR_BUFFER_BIT);
+  bindInputs(textureCoordinates);
+  state.filterProgram.draw(vertices);
 }
 
-void TavrelGPUImageFilter::bindInputs() {
-  bindTexture(firstInputFramebuffer, 2, filterInputTextureUniform);
+void TavrelGPUImageFilter::bindInputs(const GLfloat* textureCoordinates) {
+  const Implementation& state = *implementation_;
+  state.filterProgram.setTexture(0, Implementation::textureOf(state.firstInputFramebuffer), 2, textureCoordinates);
 }
 
 void TavrelGPUImageFilter::unlockInputs() {
-  firstInputFramebuffer.release();
-}
-
-void TavrelGPUImageFilter::bindTexture(const TavrelGPUImageFramebufferLease& framebuffer, GLint unit,
-                                       GLint samplerUniform) {
-  glActiveTexture(static_cast<GLenum>(GL_TEXTURE0 + unit));
-  glBindTexture(GL_TEXTURE_2D, framebuffer.texture());
-  glUniform1i(samplerUniform, unit);
-}
-
-void TavrelGPUImageFilter::setCorners(GLuint attribute, const GLfloat* corners) {
-  glVertexAttribPointer(attribute, 2, GL_FLOAT, GL_FALSE, 0, corners);
-}
-
-void TavrelGPUImageFilter::drawQuad() {
-  glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
-}
-
-GLint TavrelGPUImageFilter::uniformIndex(std::string_view name) const {
-  GLint location = -1;
-  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
-    TavrelGPUImageContext::useImageProcessingContext();
-    location = filterProgram->uniformIndex(name);
-  });
-  return location;
+  implementation_->firstInputFramebuffer.release();
 }
 
 void TavrelGPUImageFilter::informTargetsAboutNewFrameAtTime(MediaTime frameTime) {
-  if (preventRendering_) return;
+  passOn({.frameTime = frameTime, .size = outputFrameSize()});
+}
+
+void TavrelGPUImageFilter::passOn(const HandOver& frame) {
+  if (implementation_->preventRendering) return;
   NodeSpan::notePassedOn();
-  if (const auto block = frameProcessingCompletionBlock()) block(*this, frameTime);
-  handOver({.frameTime = frameTime, .size = outputFrameSize()});
+  if (implementation_->usingNextFrameForImageCapture && !implementation_->capturedFramebuffer) {
+    implementation_->capturedFramebuffer = TavrelGPUImageFramebufferLease(framebufferForOutput());
+    implementation_->imageCaptureSemaphore.signal();
+  }
+  if (const auto block = frameProcessingCompletionBlock()) block(*this, frame.frameTime);
+  handOver(frame);
 }
 
 void TavrelGPUImageFilter::newFrameReadyAtTime(MediaTime frameTime, Index) {
-  renderToTexture(fullFrameVertices(), textureCoordinatesForRotation(inputRotation_));
+  renderToTextureWithVertices(fullFrameVertices(), textureCoordinatesForRotation(implementation_->inputRotation));
   informTargetsAboutNewFrameAtTime(frameTime);
 }
 
 void TavrelGPUImageFilter::setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer, Index) {
-  firstInputFramebuffer = TavrelGPUImageFramebufferLease(std::move(newInputFramebuffer));
+  onVideoProcessingQueue(
+      [&] { implementation_->firstInputFramebuffer = TavrelGPUImageFramebufferLease(std::move(newInputFramebuffer)); });
 }
 
-void TavrelGPUImageFilter::setInputSize(Size newSize, Index atIndex) {
-  if (preventRendering_) return;
-  setInputTextureSize(overrideInputSize() ? inputSizeUnderOverride(newSize) : rotatedSize(newSize, atIndex));
-  setupFilterForSize(sizeOfFBO());
+void TavrelGPUImageFilter::setInputSize(Size newSize, Index) {
+  onVideoProcessingQueue([&] {
+    if (implementation_->preventRendering) return;
+    setInputTextureSize(workingSize(newSize));
+    setupFilterForSize(sizeOfFBO());
+  });
 }
 
 void TavrelGPUImageFilter::setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index) {
-  inputRotation_ = newInputRotation;
+  onVideoProcessingQueue([&] { implementation_->inputRotation = newInputRotation; });
 }
 
 void TavrelGPUImageFilter::endProcessing() {
-  if (isEndProcessing) return;
-  isEndProcessing = true;
-  for (const auto& target : targets()) target->endProcessing();
+  onVideoProcessingQueue([this] {
+    if (std::exchange(implementation_->isEndProcessing, true)) return;
+    for (const auto& target : targets()) target->endProcessing();
+  });
+}
+
+bool TavrelGPUImageFilter::preventRendering() const {
+  return onVideoProcessingQueue([this] { return implementation_->preventRendering; });
+}
+
+void TavrelGPUImageFilter::setPreventRendering(bool newValue) {
+  onVideoProcessingQueue([&] { implementation_->preventRendering = newValue; });
+}
+
+bool TavrelGPUImageFilter::currentlyReceivingMonochromeInput() const {
+  return onVideoProcessingQueue([this] { return implementation_->currentlyReceivingMonochromeInput; });
+}
+
+void TavrelGPUImageFilter::setCurrentlyReceivingMonochromeInput(bool newValue) {
+  onVideoProcessingQueue([&] { implementation_->currentlyReceivingMonochromeInput = newValue; });
+}
+
+TavrelGPUImageRotationMode TavrelGPUImageFilter::inputRotation() const {
+  return onVideoProcessingQueue([this] { return implementation_->inputRotation; });
+}
+
+std::shared_ptr<TavrelGLProgram> TavrelGPUImageFilter::program() const {
+  return onVideoProcessingQueue([this] { return implementation_->filterProgram.program(); });
+}
+
+GLint TavrelGPUImageFilter::uniformIndex(std::string_view name) const {
+  return onVideoProcessingQueue([&] {
+    implementation_->filterProgram.use();
+    return implementation_->filterProgram.program()->uniformIndex(name);
+  });
 }
 
 }  // namespace tavrel

@@ -1,23 +1,22 @@
 #pragma once
 
+#include <GLES2/gl2.h>
+
 #include <array>
 #include <concepts>
-#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <initializer_list>
-#include <map>
 #include <memory>
 #include <string_view>
 
-#include "GPUImage/TavrelGLProgram.h"
-#include "GPUImage/TavrelGPUImageFramebufferLease.h"
 #include "GPUImage/TavrelGPUImageOutput.h"
 #include "GPUImage/TavrelGPUImageRotationMode.h"
-#include "Platform/Dispatch/DispatchSemaphore.h"
 #include "Platform/Foundation/Geometry.h"
 
 namespace tavrel {
+
+class TavrelGLProgram;
 
 /// Draws the input texture's coordinates through unchanged.
 TAVREL_API extern const char* const kTavrelGPUImageVertexShaderString;
@@ -41,8 +40,7 @@ using TavrelGPUMatrix4x4 = std::array<GLfloat, 16>;
 ///
 /// A filter of one's own derives from this class, gives the constructor a fragment shader that reads
 /// `inputImageTexture` at `textureCoordinate`, and sets uniforms by name. Uniform values belong to the filter, also
-/// where several filters share one program. Frames run on the video-processing queue; constructors and uniform setters
-/// may be called from any thread.
+/// where several filters share one program. Setting one does not wait for the frame under way.
 class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public TavrelGPUImageInput {
  public:
   /// Copies its input.
@@ -65,14 +63,14 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   static const GLfloat* fullFrameVertices();
 
   void useNextFrameForImageCapture() override;
-  /// Waits up to 3 seconds for the frame asked for by `useNextFrameForImageCapture`; none when none came. Not on the
-  /// video-processing queue while that frame is still to come.
+  /// Waits up to 3 seconds for the frame asked for by `useNextFrameForImageCapture`. None when none came, and when that
+  /// frame was taken already: one request, one image. Not on the video-processing queue while it is still to come.
   std::shared_ptr<Image> newCGImageFromCurrentlyProcessedOutput() override;
 
   /// Called after the input size changed, with the size of the output.
   virtual void setupFilterForSize(Size) {}
   Size sizeOfFBO() const;
-  Size outputFrameSize() const { return inputTextureSize(); }
+  Size outputFrameSize() const;
   virtual Size rotatedSize(Size sizeToRotate, Index forIndex) const;
   /// The size of the output for frames of `inputSize`, when no size is forced.
   virtual Size outputSizeFor(Size inputSize) const { return rotatedSize(inputSize, 0); }
@@ -114,11 +112,12 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   virtual void setUniformsForProgramAtIndex(std::size_t programIndex);
 
   /// While set, frames are taken and dropped.
-  bool preventRendering() const { return preventRendering_; }
-  void setPreventRendering(bool newValue) { preventRendering_ = newValue; }
-  bool currentlyReceivingMonochromeInput() const { return currentlyReceivingMonochromeInput_; }
-  TavrelGPUImageRotationMode inputRotation() const { return inputRotation_; }
-  const std::shared_ptr<TavrelGLProgram>& program() const { return filterProgram; }
+  bool preventRendering() const;
+  void setPreventRendering(bool newValue);
+  bool currentlyReceivingMonochromeInput() const;
+  /// How the connection at the first slot has the input turned.
+  TavrelGPUImageRotationMode inputRotation() const;
+  std::shared_ptr<TavrelGLProgram> program() const;
 
   void newFrameReadyAtTime(MediaTime frameTime, Index atIndex) override;
   Index nextAvailableTextureIndex() const override { return 0; }
@@ -133,49 +132,38 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   }
   bool enabled() const override { return TavrelGPUImageOutput::enabled(); }
   bool wantsMonochromeInput() const override { return false; }
-  void setCurrentlyReceivingMonochromeInput(bool newValue) override { currentlyReceivingMonochromeInput_ = newValue; }
+  void setCurrentlyReceivingMonochromeInput(bool newValue) override;
 
  protected:
-  bool keepsOutput() const override { return usingNextFrameForImageCapture; }
+  struct Implementation;
+
   /// Draws the inputs into a framebuffer from the cache, the new output. Drops the inputs' locks on every way out.
-  virtual void renderToTexture(const GLfloat* vertices, const GLfloat* textureCoordinates);
-  /// The draw of `renderToTexture`, by `filterProgram` into `outputFramebuffer`; the inputs stay locked.
+  virtual void renderToTextureWithVertices(const GLfloat* vertices, const GLfloat* textureCoordinates);
+  /// The draw of `renderToTextureWithVertices`; the inputs stay locked.
   void drawInputs(const GLfloat* vertices, const GLfloat* textureCoordinates);
-  /// Binds the inputs' textures and sets their samplers. A filter with more inputs extends it: unit 2 is the first's.
-  virtual void bindInputs();
+  /// Binds the inputs' textures and sets their samplers and coordinates. A filter with more inputs extends it: unit 2
+  /// is the first's.
+  virtual void bindInputs(const GLfloat* textureCoordinates);
   /// Ends the locks on the inputs.
   virtual void unlockInputs();
+  /// Hands the output to the targets, after the completion block and whoever waits for an image.
   virtual void informTargetsAboutNewFrameAtTime(MediaTime frameTime);
+  /// The same, where targets are to be told otherwise than usual.
+  void passOn(const HandOver& frame);
+  bool keepsOutput() const override;
+  /// The size to work at for an input of this size: turned as the connection asks, fitted into a forced size.
+  virtual Size workingSize(Size inputSize) const;
   /// `size` fitted into `forcedMaximumSize`, or the current input size when none is forced.
   Size inputSizeUnderOverride(Size size) const;
-  void clearToBackgroundColor() const;
-  /// Makes the program of these sources. Video-processing queue.
-  void useFilterProgram(std::string_view vertexShaderString, std::string_view fragmentShaderString,
-                        std::initializer_list<std::string_view> attributes = {"position", "inputTextureCoordinate"});
-  /// The location of one of `filterProgram`'s uniforms, asked for on the video-processing queue. Any thread.
+  /// A framebuffer of the output's size from the cache, locked, to be drawn into now.
+  std::shared_ptr<TavrelGPUImageFramebuffer> fetchFramebuffer();
+  /// Draws by the program of these sources from now on.
+  void useFilterProgram(std::string_view vertexShaderString, std::string_view fragmentShaderString);
+  /// The location of one of the program's uniforms. Any thread.
   GLint uniformIndex(std::string_view name) const;
-  static void bindTexture(const TavrelGPUImageFramebufferLease& framebuffer, GLint unit, GLint samplerUniform);
-  /// Points an attribute at four corners of two floats each.
-  static void setCorners(GLuint attribute, const GLfloat* corners);
-  static void drawQuad();
 
-  TavrelGPUImageFramebufferLease firstInputFramebuffer;
-  std::shared_ptr<TavrelGLProgram> filterProgram;
-  GLuint filterPositionAttribute = 0;
-  GLuint filterTextureCoordinateAttribute = 0;
-  GLint filterInputTextureUniform = -1;
-  GLfloat backgroundColorRed = 0;
-  GLfloat backgroundColorGreen = 0;
-  GLfloat backgroundColorBlue = 0;
-  GLfloat backgroundColorAlpha = 0;
-  TavrelGPUImageRotationMode inputRotation_ = kTavrelGPUImageNoRotation;
-  Size currentFilterSize;
-  bool isEndProcessing = false;
-  bool usingNextFrameForImageCapture = false;
-  DispatchSemaphore imageCaptureSemaphore{1};
-  /// What sets a uniform again, by location.
-  using UniformStateBlocks = std::map<GLint, std::function<void()>>;
-  UniformStateBlocks uniformStateRestorationBlocks;
+  /// For the library's own filters.
+  Implementation& filter() const { return *implementation_; }
 
  private:
   static std::string readFragmentShader(const std::filesystem::path& file);
@@ -184,8 +172,7 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   void setUniform(std::string_view name, UniformSetter setter);
   void runOnVideoProcessingQueue(std::function<void()> work);
 
-  bool preventRendering_ = false;
-  bool currentlyReceivingMonochromeInput_ = false;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -1,3 +1,4 @@
+#include "GPUImage/Filters/Private/FilterImplementation.h"
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
 
 namespace tavrel {
@@ -51,30 +52,45 @@ Point TavrelGPUImageFilter::rotatedPoint(Point point, TavrelGPUImageRotationMode
 }
 
 Size TavrelGPUImageFilter::rotatedSize(Size size, Index) const {
-  if (TavrelGPUImageRotationSwapsWidthAndHeight(inputRotation_)) return {size.height, size.width};
+  if (TavrelGPUImageRotationSwapsWidthAndHeight(inputRotation())) return {size.height, size.width};
   return size;
+}
+
+Size TavrelGPUImageFilter::outputFrameSize() const {
+  return inputTextureSize();
 }
 
 // Only the widths are compared.
 Size TavrelGPUImageFilter::sizeOfFBO() const {
-  const Size maximum = maximumOutputSize();
-  return isZero(maximum) || inputTextureSize().width < maximum.width ? inputTextureSize() : maximum;
+  return onVideoProcessingQueue([this] {
+    const Size maximum = maximumOutputSize();
+    const Size input = inputTextureSize();
+    return isZero(maximum) || input.width < maximum.width ? input : maximum;
+  });
+}
+
+Size TavrelGPUImageFilter::workingSize(Size inputSize) const {
+  return overrideInputSize() ? inputSizeUnderOverride(inputSize) : outputSizeFor(inputSize);
 }
 
 Size TavrelGPUImageFilter::inputSizeUnderOverride(Size size) const {
-  if (isZero(forcedMaximumSize())) return inputTextureSize();
-  return rectWithAspectRatioInsideRect(size, {{0, 0}, forcedMaximumSize()}).size;
+  const Size maximum = forcedMaximumSize();
+  return isZero(maximum) ? inputTextureSize() : rectWithAspectRatioInsideRect(size, {{0, 0}, maximum}).size;
 }
 
 void TavrelGPUImageFilter::forceProcessingAtSize(Size frameSize) {
-  if (isZero(frameSize)) return setForcedMaximumSize(forcedMaximumSize(), false);
-  setForcedMaximumSize(frameSize, true);
-  setInputTextureSize(frameSize);
+  onVideoProcessingQueue([&] {
+    if (isZero(frameSize)) return setForcedMaximumSize(forcedMaximumSize(), false);
+    setForcedMaximumSize(frameSize, true);
+    setInputTextureSize(frameSize);
+  });
 }
 
 void TavrelGPUImageFilter::forceProcessingAtSizeRespectingAspectRatio(Size frameSize) {
-  setForcedMaximumSize(frameSize, !isZero(frameSize));
-  if (isZero(frameSize)) setInputTextureSize({});
+  onVideoProcessingQueue([&] {
+    setForcedMaximumSize(frameSize, !isZero(frameSize));
+    if (isZero(frameSize)) setInputTextureSize({});
+  });
 }
 
 }  // namespace tavrel

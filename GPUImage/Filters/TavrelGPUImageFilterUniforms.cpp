@@ -3,8 +3,8 @@
 #include <utility>
 #include <vector>
 
-#include "GPUImage/Filters/TavrelGPUImageFilter.h"
-#include "GPUImage/TavrelGPUImageContext.h"
+#include "GPUImage/Filters/Private/FilterImplementation.h"
+#include "GPUImage/TavrelGLProgram.h"
 
 namespace tavrel {
 namespace {
@@ -35,10 +35,12 @@ auto vec4Setter(TavrelGPUVector4 vector) {
 }  // namespace
 
 void TavrelGPUImageFilter::setBackgroundColor(GLfloat red, GLfloat green, GLfloat blue, GLfloat alpha) {
-  backgroundColorRed = red;
-  backgroundColorGreen = green;
-  backgroundColorBlue = blue;
-  backgroundColorAlpha = alpha;
+  onVideoProcessingQueue([&] {
+    implementation_->backgroundColorRed = red;
+    implementation_->backgroundColorGreen = green;
+    implementation_->backgroundColorBlue = blue;
+    implementation_->backgroundColorAlpha = alpha;
+  });
 }
 
 void TavrelGPUImageFilter::setInteger(GLint newInteger, std::string_view forUniformName) {
@@ -66,11 +68,11 @@ void TavrelGPUImageFilter::setFloatVec4(TavrelGPUVector4 newVector, std::string_
 }
 
 void TavrelGPUImageFilter::setFloatVec4(TavrelGPUVector4 newVector, GLint forUniform) {
-  setVec4(newVector, forUniform, filterProgram);
+  setVec4(newVector, forUniform, nullptr);
 }
 
 void TavrelGPUImageFilter::setFloatArray(const GLfloat* array, GLsizei length, GLint forUniform) {
-  setFloatArray(array, length, forUniform, filterProgram);
+  setFloatArray(array, length, forUniform, nullptr);
 }
 
 void TavrelGPUImageFilter::setMatrix3f(const TavrelGPUMatrix3x3& matrix, GLint uniform,
@@ -117,19 +119,20 @@ void TavrelGPUImageFilter::setInteger(GLint intValue, GLint uniform, const std::
   setUniform(uniform, program, integerSetter(intValue));
 }
 
+// Without a program it is the filter's own.
 void TavrelGPUImageFilter::setUniform(GLint uniform, const std::shared_ptr<TavrelGLProgram>& program,
                                       UniformSetter setter) {
   runOnVideoProcessingQueue([this, uniform, program, setter = std::move(setter)] {
-    TavrelGPUImageContext::setActiveShaderProgram(program);
-    setAndExecuteUniformStateCallbackAtIndex(uniform, program, [uniform, setter] { setter(uniform); });
+    const auto& used = program ? program : implementation_->filterProgram.program();
+    TavrelGPUImageContext::setActiveShaderProgram(used);
+    setAndExecuteUniformStateCallbackAtIndex(uniform, used, [uniform, setter] { setter(uniform); });
   });
 }
 
 // The location is asked for on the queue too, where GL is.
 void TavrelGPUImageFilter::setUniform(std::string_view name, UniformSetter setter) {
   runOnVideoProcessingQueue([this, name = std::string(name), setter = std::move(setter)] {
-    TavrelGPUImageContext::setActiveShaderProgram(filterProgram);
-    setUniform(filterProgram->uniformIndex(name), filterProgram, setter);
+    setUniform(uniformIndex(name), nullptr, setter);
   });
 }
 
@@ -146,13 +149,15 @@ void TavrelGPUImageFilter::runOnVideoProcessingQueue(std::function<void()> work)
 void TavrelGPUImageFilter::setAndExecuteUniformStateCallbackAtIndex(GLint uniform,
                                                                     const std::shared_ptr<TavrelGLProgram>&,
                                                                     std::function<void()> uniformStateBlock) {
-  std::function<void()>& stored = uniformStateRestorationBlocks[uniform];
-  stored = std::move(uniformStateBlock);
-  stored();
+  onVideoProcessingQueue([&] {
+    std::function<void()>& stored = implementation_->uniformStateRestorationBlocks[uniform];
+    stored = std::move(uniformStateBlock);
+    stored();
+  });
 }
 
 void TavrelGPUImageFilter::setUniformsForProgramAtIndex(std::size_t) {
-  for (const auto& [uniform, restore] : uniformStateRestorationBlocks) restore();
+  for (const auto& [uniform, restore] : implementation_->uniformStateRestorationBlocks) restore();
 }
 
 }  // namespace tavrel

@@ -1,10 +1,8 @@
 #include "GPUImage/Filters/TavrelGPUImageGaussianBlurFilter.h"
 
 #include <cmath>
-#include <utility>
 
-#include "GPUImage/Private/LinkedProgram.h"
-#include "GPUImage/TavrelGPUImageContext.h"
+#include "GPUImage/Private/OnVideoProcessingQueue.h"
 
 namespace tavrel {
 namespace {
@@ -22,6 +20,22 @@ std::size_t sampleRadius(double sigma) {
 
 }  // namespace
 
+struct TavrelGPUImageGaussianBlurFilter::Implementation {
+  double texelSpacingMultiplier = 1;
+  double blurRadiusInPixels = 2;
+  double blurRadiusAsFractionOfImageWidth = 0;
+  double blurRadiusAsFractionOfImageHeight = 0;
+  std::size_t blurPasses = 0;
+  bool shouldResizeBlurRadiusWithImageSize = false;
+
+  /// Stores `newValue` in one of the two fractions, which replaces the other.
+  void setFraction(double newValue, double& fraction, double& other) {
+    shouldResizeBlurRadiusWithImageSize = newValue != fraction && newValue > 0;
+    fraction = newValue;
+    other = 0;
+  }
+};
+
 TavrelGPUImageGaussianBlurFilter::TavrelGPUImageGaussianBlurFilter()
     : TavrelGPUImageGaussianBlurFilter(
           vertexShaderForOptimizedBlurOfRadius(4, 2.0), fragmentShaderForOptimizedBlurOfRadius(4, 2.0),
@@ -32,75 +46,100 @@ TavrelGPUImageGaussianBlurFilter::TavrelGPUImageGaussianBlurFilter(std::string_v
                                                                    std::string_view secondStageVertexShaderString,
                                                                    std::string_view secondStageFragmentShaderString)
     : TavrelGPUImageTwoPassTextureSamplingFilter(firstStageVertexShaderString, firstStageFragmentShaderString,
-                                                 secondStageVertexShaderString, secondStageFragmentShaderString) {}
+                                                 secondStageVertexShaderString, secondStageFragmentShaderString),
+      implementation_(std::make_unique<Implementation>()) {}
+
+TavrelGPUImageGaussianBlurFilter::~TavrelGPUImageGaussianBlurFilter() = default;
+
+double TavrelGPUImageGaussianBlurFilter::texelSpacingMultiplier() const {
+  return onVideoProcessingQueue([this] { return implementation_->texelSpacingMultiplier; });
+}
 
 void TavrelGPUImageGaussianBlurFilter::setTexelSpacingMultiplier(double newValue) {
-  texelSpacingMultiplier_ = newValue;
-  verticalTexelSpacing_ = newValue;
-  horizontalTexelSpacing_ = newValue;
-  setupFilterForSize(sizeOfFBO());
+  onVideoProcessingQueue([&] {
+    implementation_->texelSpacingMultiplier = newValue;
+    setVerticalTexelSpacing(newValue);
+    setHorizontalTexelSpacing(newValue);
+  });
+}
+
+double TavrelGPUImageGaussianBlurFilter::blurRadiusInPixels() const {
+  return onVideoProcessingQueue([this] { return implementation_->blurRadiusInPixels; });
 }
 
 void TavrelGPUImageGaussianBlurFilter::setBlurRadiusInPixels(double newValue) {
-  const double sigma = std::round(newValue);
-  if (sigma != blurRadiusInPixels_) {
-    blurRadiusInPixels_ = sigma;
-    const std::size_t radius = sampleRadius(sigma);
-    switchToVertexShader(vertexShaderForOptimizedBlurOfRadius(radius, sigma),
-                         fragmentShaderForOptimizedBlurOfRadius(radius, sigma));
-  }
-  shouldResizeBlurRadiusWithImageSize = false;
+  onVideoProcessingQueue([&] {
+    const double sigma = std::round(newValue);
+    if (sigma != implementation_->blurRadiusInPixels) {
+      implementation_->blurRadiusInPixels = sigma;
+      const std::size_t radius = sampleRadius(sigma);
+      switchToVertexShader(vertexShaderForOptimizedBlurOfRadius(radius, sigma),
+                           fragmentShaderForOptimizedBlurOfRadius(radius, sigma));
+    }
+    implementation_->shouldResizeBlurRadiusWithImageSize = false;
+  });
+}
+
+double TavrelGPUImageGaussianBlurFilter::blurRadiusAsFractionOfImageWidth() const {
+  return onVideoProcessingQueue([this] { return implementation_->blurRadiusAsFractionOfImageWidth; });
 }
 
 void TavrelGPUImageGaussianBlurFilter::setBlurRadiusAsFractionOfImageWidth(double newValue) {
   if (newValue < 0) return;
-  shouldResizeBlurRadiusWithImageSize = newValue != blurRadiusAsFractionOfImageWidth_ && newValue > 0;
-  blurRadiusAsFractionOfImageWidth_ = newValue;
-  blurRadiusAsFractionOfImageHeight_ = 0;
+  onVideoProcessingQueue([&] {
+    implementation_->setFraction(newValue, implementation_->blurRadiusAsFractionOfImageWidth,
+                                 implementation_->blurRadiusAsFractionOfImageHeight);
+  });
+}
+
+double TavrelGPUImageGaussianBlurFilter::blurRadiusAsFractionOfImageHeight() const {
+  return onVideoProcessingQueue([this] { return implementation_->blurRadiusAsFractionOfImageHeight; });
 }
 
 void TavrelGPUImageGaussianBlurFilter::setBlurRadiusAsFractionOfImageHeight(double newValue) {
   if (newValue < 0) return;
-  shouldResizeBlurRadiusWithImageSize = newValue != blurRadiusAsFractionOfImageHeight_ && newValue > 0;
-  blurRadiusAsFractionOfImageHeight_ = newValue;
-  blurRadiusAsFractionOfImageWidth_ = 0;
+  onVideoProcessingQueue([&] {
+    implementation_->setFraction(newValue, implementation_->blurRadiusAsFractionOfImageHeight,
+                                 implementation_->blurRadiusAsFractionOfImageWidth);
+  });
+}
+
+std::size_t TavrelGPUImageGaussianBlurFilter::blurPasses() const {
+  return onVideoProcessingQueue([this] { return implementation_->blurPasses; });
+}
+
+void TavrelGPUImageGaussianBlurFilter::setBlurPasses(std::size_t newValue) {
+  onVideoProcessingQueue([&] { implementation_->blurPasses = newValue; });
 }
 
 void TavrelGPUImageGaussianBlurFilter::setupFilterForSize(Size filterFrameSize) {
-  TavrelGPUImageTwoPassTextureSamplingFilter::setupFilterForSize(filterFrameSize);
-  if (!shouldResizeBlurRadiusWithImageSize) return;
-  setBlurRadiusInPixels(blurRadiusAsFractionOfImageWidth_ > 0
-                            ? filterFrameSize.width * blurRadiusAsFractionOfImageWidth_
-                            : filterFrameSize.height * blurRadiusAsFractionOfImageHeight_);
+  onVideoProcessingQueue([&] {
+    TavrelGPUImageTwoPassTextureSamplingFilter::setupFilterForSize(filterFrameSize);
+    const Implementation& state = *implementation_;
+    if (!state.shouldResizeBlurRadiusWithImageSize) return;
+    setBlurRadiusInPixels(state.blurRadiusAsFractionOfImageWidth > 0
+                              ? filterFrameSize.width * state.blurRadiusAsFractionOfImageWidth
+                              : filterFrameSize.height * state.blurRadiusAsFractionOfImageHeight);
+  });
 }
 
 void TavrelGPUImageGaussianBlurFilter::switchToVertexShader(const std::string& newVertexShader,
                                                             const std::string& fragmentShader) {
-  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
-    useFilterProgram(newVertexShader, fragmentShader);
-    useSecondProgram(newVertexShader, fragmentShader);
-    findStepUniforms();
-    setupFilterForSize(sizeOfFBO());
-    glFinish();
-  });
+  useFilterProgram(newVertexShader, fragmentShader);
+  useSecondProgram(newVertexShader, fragmentShader);
+  findStepUniforms();
+  setupFilterForSize(sizeOfFBO());
+  glFinish();
 }
 
-void TavrelGPUImageGaussianBlurFilter::renderToTexture(const GLfloat* vertices, const GLfloat* textureCoordinates) {
-  if (preventRendering()) {
-    unlockInputs();
-    return;
-  }
-  renderPasses(vertices, textureCoordinates);
-  if (blurPasses_ > 1) {
-    // The passes to come read the picture as the first one has left it: upright.
-    setSteps(sizeOfFBO(), false);
-    for (std::size_t pass = 1; pass < blurPasses_; ++pass) {
-      firstInputFramebuffer = TavrelGPUImageFramebufferLease::adopt(std::move(secondOutputFramebuffer));
-      renderPasses(vertices, textureCoordinatesForRotation(kTavrelGPUImageNoRotation));
-    }
-    setSteps(sizeOfFBO(), TavrelGPUImageRotationSwapsWidthAndHeight(inputRotation()));
-  }
-  captureOutput();
+void TavrelGPUImageGaussianBlurFilter::renderToTextureWithVertices(const GLfloat* vertices,
+                                                                   const GLfloat* textureCoordinates) {
+  TavrelGPUImageTwoPassTextureSamplingFilter::renderToTextureWithVertices(vertices, textureCoordinates);
+  if (preventRendering() || implementation_->blurPasses <= 1) return;
+  // The passes to come read the picture as the first one has left it: upright.
+  setSteps(sizeOfFBO(), false);
+  for (std::size_t pass = 1; pass < implementation_->blurPasses; ++pass) repeatPasses(vertices);
+  setSteps(sizeOfFBO(), TavrelGPUImageRotationSwapsWidthAndHeight(inputRotation()));
 }
 
 }  // namespace tavrel

@@ -19,23 +19,24 @@ class TAVREL_API TavrelGPUImageGaussianBlurFilter : public TavrelGPUImageTwoPass
                                    std::string_view firstStageFragmentShaderString,
                                    std::string_view secondStageVertexShaderString,
                                    std::string_view secondStageFragmentShaderString);
+  ~TavrelGPUImageGaussianBlurFilter() override;
 
   /// The distance of the samples in texels, 1 by default. More blurs wider, and coarser.
-  double texelSpacingMultiplier() const { return texelSpacingMultiplier_; }
+  double texelSpacingMultiplier() const;
   void setTexelSpacingMultiplier(double newValue);
   /// The kernel's sigma, rounded to whole pixels; 2 by default. 0 does not blur. The kernel grows with it up to 62,
   /// where the cut at 1/256 begins to narrow it again; from 103 on nothing is left of it.
-  double blurRadiusInPixels() const { return blurRadiusInPixels_; }
+  double blurRadiusInPixels() const;
   void setBlurRadiusInPixels(double newValue);
   /// The sigma as a part of the picture's width, or height; the later one counts. It is taken from the next size that
   /// the filter is set up for, once. Negative values are ignored.
-  double blurRadiusAsFractionOfImageWidth() const { return blurRadiusAsFractionOfImageWidth_; }
+  double blurRadiusAsFractionOfImageWidth() const;
   void setBlurRadiusAsFractionOfImageWidth(double newValue);
-  double blurRadiusAsFractionOfImageHeight() const { return blurRadiusAsFractionOfImageHeight_; }
+  double blurRadiusAsFractionOfImageHeight() const;
   void setBlurRadiusAsFractionOfImageHeight(double newValue);
-  /// How often the picture is blurred; 0, the default, means once.
-  std::size_t blurPasses() const { return blurPasses_; }
-  void setBlurPasses(std::size_t newValue) { blurPasses_ = newValue; }
+  /// Number of passes; 0 counts as 1.
+  std::size_t blurPasses() const;
+  void setBlurPasses(std::size_t newValue);
 
   void setupFilterForSize(Size filterFrameSize) override;
 
@@ -46,17 +47,13 @@ class TAVREL_API TavrelGPUImageGaussianBlurFilter : public TavrelGPUImageTwoPass
   static std::string fragmentShaderForOptimizedBlurOfRadius(std::size_t blurRadius, double sigma);
 
  protected:
-  void renderToTexture(const GLfloat* vertices, const GLfloat* textureCoordinates) override;
+  void renderToTextureWithVertices(const GLfloat* vertices, const GLfloat* textureCoordinates) override;
 
  private:
   void switchToVertexShader(const std::string& newVertexShader, const std::string& fragmentShader);
 
-  double texelSpacingMultiplier_ = 1;
-  double blurRadiusInPixels_ = 2;
-  double blurRadiusAsFractionOfImageWidth_ = 0;
-  double blurRadiusAsFractionOfImageHeight_ = 0;
-  std::size_t blurPasses_ = 0;
-  bool shouldResizeBlurRadiusWithImageSize = false;
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -1,5 +1,7 @@
 #include "GPUImage/Filters/TavrelGPUImageLookupFilter.h"
 
+#include "GPUImage/Private/OnVideoProcessingQueue.h"
+
 namespace tavrel {
 
 const char* const kTavrelGPUImageLookupFragmentShaderString =
@@ -16,15 +18,28 @@ const char* const kTavrelGPUImageLookupFragmentShaderString =
     "vec4 newColor = mix(newColor1, newColor2, fract(blueColor)); gl_FragColor = mix(textureColor, "
     "vec4(newColor.rgb, textureColor.w), intensity); }";
 
+struct TavrelGPUImageLookupFilter::Implementation {
+  double intensity = 0;
+  GLint intensityUniform;
+};
+
 TavrelGPUImageLookupFilter::TavrelGPUImageLookupFilter()
     : TavrelGPUImageTwoInputFilter(kTavrelGPUImageLookupFragmentShaderString),
-      intensityUniform(uniformIndex("intensity")) {
+      implementation_(new Implementation{.intensityUniform = uniformIndex("intensity")}) {
   setIntensity(1);
 }
 
+TavrelGPUImageLookupFilter::~TavrelGPUImageLookupFilter() = default;
+
+double TavrelGPUImageLookupFilter::intensity() const {
+  return onVideoProcessingQueue([this] { return implementation_->intensity; });
+}
+
 void TavrelGPUImageLookupFilter::setIntensity(double newValue) {
-  intensity_ = newValue;
-  setFloat(static_cast<GLfloat>(newValue), intensityUniform, filterProgram);
+  onVideoProcessingQueue([&] {
+    implementation_->intensity = newValue;
+    setFloat(static_cast<GLfloat>(newValue), implementation_->intensityUniform, program());
+  });
 }
 
 }  // namespace tavrel

@@ -12,14 +12,15 @@ TAVREL_API extern const char* const kTavrelGPUImageLookupFragmentShaderString;
 class TAVREL_API TavrelGPUImageLookupFilter : public TavrelGPUImageTwoInputFilter {
  public:
   TavrelGPUImageLookupFilter();
+  ~TavrelGPUImageLookupFilter() override;
 
   /// From 0 (the input as it is) to 1 (the table's colours), which is the default.
-  double intensity() const { return intensity_; }
+  double intensity() const;
   void setIntensity(double newValue);
 
  private:
-  double intensity_ = 0;
-  GLint intensityUniform;
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

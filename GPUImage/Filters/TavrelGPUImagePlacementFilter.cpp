@@ -6,11 +6,8 @@ TavrelGPUImagePlacementFilter::TavrelGPUImagePlacementFilter() = default;
 
 TavrelGPUImagePlacementFilter::~TavrelGPUImagePlacementFilter() = default;
 
-void TavrelGPUImagePlacementFilter::setInputSize(Size newSize, Index atIndex) {
-  TavrelGPUImageTransformFilter::setInputSize(newSize, atIndex);
-  if (preventRendering() || !overrideInputSize()) return;
-  setInputTextureSize(forcedMaximumSize());
-  setupFilterForSize(sizeOfFBO());
+Size TavrelGPUImagePlacementFilter::workingSize(Size inputSize) const {
+  return overrideInputSize() ? forcedMaximumSize() : TavrelGPUImageTransformFilter::workingSize(inputSize);
 }
 
 }  // namespace tavrel

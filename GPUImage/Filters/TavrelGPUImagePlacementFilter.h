@@ -12,7 +12,8 @@ class TAVREL_API TavrelGPUImagePlacementFilter : public TavrelGPUImageTransformF
   TavrelGPUImagePlacementFilter();
   ~TavrelGPUImagePlacementFilter() override;
 
-  void setInputSize(Size newSize, Index atIndex) override;
+ protected:
+  Size workingSize(Size inputSize) const override;
 };
 
 }  // namespace tavrel

@@ -38,7 +38,7 @@ void TavrelGPUImageRotationFilter::newFrameReadyAtTime(MediaTime frameTime, Inde
     corners[i] = incoming[2 * corner];
     corners[i + 1] = incoming[2 * corner + 1];
   }
-  renderToTexture(fullFrameVertices(), corners.data());
+  renderToTextureWithVertices(fullFrameVertices(), corners.data());
   informTargetsAboutNewFrameAtTime(frameTime);
 }
 

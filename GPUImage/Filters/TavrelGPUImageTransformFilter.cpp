@@ -1,7 +1,8 @@
 #include "GPUImage/Filters/TavrelGPUImageTransformFilter.h"
 
 #include <algorithm>
-#include <array>
+
+#include "GPUImage/Private/OnVideoProcessingQueue.h"
 
 namespace tavrel {
 
@@ -10,72 +11,118 @@ const char* const kTavrelGPUImageTransformVertexShaderString =
     "orthographicMatrix; varying vec2 textureCoordinate; void main() { gl_Position = transformMatrix * "
     "vec4(position.xyz, 1.0) * orthographicMatrix; textureCoordinate = inputTextureCoordinate.xy; }";
 
+struct TavrelGPUImageTransformFilter::Implementation {
+  Transform3D transform3D;
+  bool ignoreAspectRatio = false;
+  bool anchorTopLeft = false;
+  TavrelGPUMatrix4x4 orthographicMatrix{};
+  GLint transformMatrixUniform = -1;
+  GLint orthographicMatrixUniform = -1;
+};
+
 TavrelGPUImageTransformFilter::TavrelGPUImageTransformFilter()
-    : TavrelGPUImageFilter(kTavrelGPUImageTransformVertexShaderString, kTavrelGPUImagePassthroughFragmentShaderString) {
-  transformMatrixUniform = uniformIndex("transformMatrix");
-  orthographicMatrixUniform = uniformIndex("orthographicMatrix");
+    : TavrelGPUImageFilter(kTavrelGPUImageTransformVertexShaderString, kTavrelGPUImagePassthroughFragmentShaderString),
+      implementation_(std::make_unique<Implementation>()) {
+  implementation_->transformMatrixUniform = uniformIndex("transformMatrix");
+  implementation_->orthographicMatrixUniform = uniformIndex("orthographicMatrix");
   setTransform3D({});
+}
+
+TavrelGPUImageTransformFilter::~TavrelGPUImageTransformFilter() = default;
+
+AffineTransform TavrelGPUImageTransformFilter::affineTransform() const {
+  return transform3D().affine();
 }
 
 void TavrelGPUImageTransformFilter::setAffineTransform(const AffineTransform& newValue) {
   setTransform3D(Transform3D::makeAffine(newValue));
 }
 
+Transform3D TavrelGPUImageTransformFilter::transform3D() const {
+  return onVideoProcessingQueue([this] { return implementation_->transform3D; });
+}
+
 void TavrelGPUImageTransformFilter::setTransform3D(const Transform3D& newValue) {
-  transform3D_ = newValue;
-  TavrelGPUMatrix4x4 matrix{};
-  std::transform(newValue.m.begin(), newValue.m.end(), matrix.begin(),
+  onVideoProcessingQueue([&] {
+    implementation_->transform3D = newValue;
+    TavrelGPUMatrix4x4 matrix{};
+    convert3DTransform(newValue, matrix);
+    setMatrix4f(matrix, implementation_->transformMatrixUniform, program());
+  });
+}
+
+void TavrelGPUImageTransformFilter::convert3DTransform(const Transform3D& transform3D, TavrelGPUMatrix4x4& toMatrix) {
+  std::transform(transform3D.m.begin(), transform3D.m.end(), toMatrix.begin(),
                  [](double element) { return static_cast<GLfloat>(element); });
-  setMatrix4f(matrix, transformMatrixUniform, filterProgram);
+}
+
+bool TavrelGPUImageTransformFilter::ignoreAspectRatio() const {
+  return onVideoProcessingQueue([this] { return implementation_->ignoreAspectRatio; });
 }
 
 void TavrelGPUImageTransformFilter::setIgnoreAspectRatio(bool newValue) {
-  ignoreAspectRatio_ = newValue;
-  if (ignoreAspectRatio_) {
-    applyOrthographicMatrix(1);
-  } else {
-    setupFilterForSize(sizeOfFBO());
-  }
+  onVideoProcessingQueue([&] {
+    implementation_->ignoreAspectRatio = newValue;
+    if (newValue) {
+      applyOrthographicMatrix(1);
+    } else {
+      setupFilterForSize(sizeOfFBO());
+    }
+  });
+}
+
+bool TavrelGPUImageTransformFilter::anchorTopLeft() const {
+  return onVideoProcessingQueue([this] { return implementation_->anchorTopLeft; });
 }
 
 void TavrelGPUImageTransformFilter::setAnchorTopLeft(bool newValue) {
-  anchorTopLeft_ = newValue;
-  setIgnoreAspectRatio(ignoreAspectRatio_);
+  onVideoProcessingQueue([&] {
+    implementation_->anchorTopLeft = newValue;
+    setIgnoreAspectRatio(implementation_->ignoreAspectRatio);
+  });
+}
+
+TavrelGPUMatrix4x4 TavrelGPUImageTransformFilter::orthographicMatrix() const {
+  return onVideoProcessingQueue([this] { return implementation_->orthographicMatrix; });
 }
 
 void TavrelGPUImageTransformFilter::setupFilterForSize(Size filterFrameSize) {
-  if (ignoreAspectRatio_) return;
-  applyOrthographicMatrix(static_cast<GLfloat>(filterFrameSize.height / filterFrameSize.width));
+  onVideoProcessingQueue([&] {
+    if (implementation_->ignoreAspectRatio) return;
+    applyOrthographicMatrix(static_cast<GLfloat>(filterFrameSize.height / filterFrameSize.width));
+  });
 }
 
 void TavrelGPUImageTransformFilter::applyOrthographicMatrix(GLfloat halfHeight) {
-  loadOrthoMatrix(orthographicMatrix_, -1, 1, -halfHeight, halfHeight, -1, 1);
-  setMatrix4f(orthographicMatrix_, orthographicMatrixUniform, filterProgram);
+  loadOrthoMatrix(implementation_->orthographicMatrix, -1, 1, -halfHeight, halfHeight, -1, 1);
+  setMatrix4f(implementation_->orthographicMatrix, implementation_->orthographicMatrixUniform, program());
 }
 
 void TavrelGPUImageTransformFilter::loadOrthoMatrix(TavrelGPUMatrix4x4& matrix, GLfloat left, GLfloat right,
                                                     GLfloat bottom, GLfloat top, GLfloat near, GLfloat far) const {
+  const bool isAnchoredTopLeft = anchorTopLeft();
   const GLfloat width = right - left;
   const GLfloat height = top - bottom;
   const GLfloat depth = far - near;
-  const GLfloat scale = anchorTopLeft_ ? 4 : 2;
+  const GLfloat scale = isAnchoredTopLeft ? 4 : 2;
   matrix.fill(0);
   matrix[0] = scale / width;
-  matrix[3] = anchorTopLeft_ ? -1 : -(right + left) / width;
+  matrix[3] = isAnchoredTopLeft ? -1 : -(right + left) / width;
   matrix[5] = scale / height;
-  matrix[7] = anchorTopLeft_ ? -1 : -(top + bottom) / height;
+  matrix[7] = isAnchoredTopLeft ? -1 : -(top + bottom) / height;
   matrix[10] = scale / depth;
   matrix[11] = -(far + near) / depth;
   matrix[15] = 1;
 }
 
 void TavrelGPUImageTransformFilter::newFrameReadyAtTime(MediaTime frameTime, Index) {
+  const Implementation& state = *implementation_;
   const Size size = sizeOfFBO();
-  const GLfloat top = ignoreAspectRatio_ ? 1 : static_cast<GLfloat>(size.height / size.width);
-  const GLfloat left = anchorTopLeft_ ? 0 : -1;
-  const GLfloat bottom = anchorTopLeft_ ? 0 : -top;
+  const GLfloat top = state.ignoreAspectRatio ? 1 : static_cast<GLfloat>(size.height / size.width);
+  const GLfloat left = state.anchorTopLeft ? 0 : -1;
+  const GLfloat bottom = state.anchorTopLeft ? 0 : -top;
   const std::array<GLfloat, 8> vertices = {left, bottom, 1, bottom, left, top, 1, top};
-  renderToTexture(vertices.data(), textureCoordinatesForRotation(inputRotation_));
+  renderToTextureWithVertices(vertices.data(), textureCoordinatesForRotation(inputRotation()));
   informTargetsAboutNewFrameAtTime(frameTime);
 }
 

@@ -11,23 +11,26 @@ TAVREL_API extern const char* const kTavrelGPUImageTransformVertexShaderString;
 class TAVREL_API TavrelGPUImageTransformFilter : public TavrelGPUImageFilter {
  public:
   TavrelGPUImageTransformFilter();
+  ~TavrelGPUImageTransformFilter() override;
 
   /// The plane's part of `transform3D`.
-  AffineTransform affineTransform() const { return transform3D_.affine(); }
+  AffineTransform affineTransform() const;
   void setAffineTransform(const AffineTransform& newValue);
-  const Transform3D& transform3D() const { return transform3D_; }
+  Transform3D transform3D() const;
   void setTransform3D(const Transform3D& newValue);
   /// With true the coordinates run from -1 to 1 in both directions.
-  bool ignoreAspectRatio() const { return ignoreAspectRatio_; }
+  bool ignoreAspectRatio() const;
   void setIgnoreAspectRatio(bool newValue);
   /// With true the frame's corner, not its centre, is the origin.
-  bool anchorTopLeft() const { return anchorTopLeft_; }
+  bool anchorTopLeft() const;
   void setAnchorTopLeft(bool newValue);
-  const TavrelGPUMatrix4x4& orthographicMatrix() const { return orthographicMatrix_; }
+  TavrelGPUMatrix4x4 orthographicMatrix() const;
 
   void setupFilterForSize(Size filterFrameSize) override;
   void newFrameReadyAtTime(MediaTime frameTime, Index atIndex) override;
 
+  /// The transform's elements in their order, as GL takes them.
+  static void convert3DTransform(const Transform3D& transform3D, TavrelGPUMatrix4x4& toMatrix);
   /// The orthographic projection as the vertex shader takes it: multiplied from the right, its translation in elements
   /// 3, 7 and 11.
   void loadOrthoMatrix(TavrelGPUMatrix4x4& matrix, GLfloat left, GLfloat right, GLfloat bottom, GLfloat top,
@@ -36,12 +39,8 @@ class TAVREL_API TavrelGPUImageTransformFilter : public TavrelGPUImageFilter {
  private:
   void applyOrthographicMatrix(GLfloat halfHeight);
 
-  Transform3D transform3D_;
-  bool ignoreAspectRatio_ = false;
-  bool anchorTopLeft_ = false;
-  TavrelGPUMatrix4x4 orthographicMatrix_{};
-  GLint transformMatrixUniform = -1;
-  GLint orthographicMatrixUniform = -1;
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "GPUImage/TavrelGPUImageContext.h"
+#include "GPUImage/Filters/Private/FilterImplementation.h"
 
 namespace tavrel {
 
@@ -11,85 +11,115 @@ const char* const kTavrelGPUImageTwoInputTextureVertexShaderString =
     "varying vec2 textureCoordinate; varying vec2 textureCoordinate2; void main() { gl_Position = position; "
     "textureCoordinate = inputTextureCoordinate.xy; textureCoordinate2 = inputTextureCoordinate2.xy; }";
 
+struct TavrelGPUImageTwoInputFilter::Implementation {
+  TavrelGPUImageFramebufferLease secondInputFramebuffer;
+  TavrelGPUImageRotationMode inputRotation2 = kTavrelGPUImageNoRotation;
+  MediaTime firstFrameTime;
+  MediaTime secondFrameTime;
+  bool hasSetFirstTexture = false;
+  bool hasReceivedFirstFrame = false;
+  bool hasReceivedSecondFrame = false;
+  bool firstFrameCheckDisabled = false;
+  bool secondFrameCheckDisabled = false;
+  // Without effect.
+  bool firstFrameWasVideo = false;
+  bool secondFrameWasVideo = false;
+};
+
 TavrelGPUImageTwoInputFilter::TavrelGPUImageTwoInputFilter(std::string_view fragmentShaderString)
     : TavrelGPUImageTwoInputFilter(kTavrelGPUImageTwoInputTextureVertexShaderString, fragmentShaderString) {}
 
 TavrelGPUImageTwoInputFilter::TavrelGPUImageTwoInputFilter(std::string_view vertexShaderString,
                                                            std::string_view fragmentShaderString)
     : TavrelGPUImageFilter(vertexShaderString, fragmentShaderString,
-                           {"position", "inputTextureCoordinate", "inputTextureCoordinate2"}) {
-  TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
-    TavrelGPUImageContext::useImageProcessingContext();
-    filterSecondTextureCoordinateAttribute = filterProgram->attributeIndex("inputTextureCoordinate2");
-    filterInputTextureUniform2 = filterProgram->uniformIndex("inputImageTexture2");
-    glEnableVertexAttribArray(filterSecondTextureCoordinateAttribute);
-  });
+                           {"position", "inputTextureCoordinate", "inputTextureCoordinate2"}),
+      implementation_(std::make_unique<Implementation>()) {}
+
+TavrelGPUImageTwoInputFilter::~TavrelGPUImageTwoInputFilter() = default;
+
+void TavrelGPUImageTwoInputFilter::disableFirstFrameCheck() {
+  onVideoProcessingQueue([this] { implementation_->firstFrameCheckDisabled = true; });
+}
+
+void TavrelGPUImageTwoInputFilter::disableSecondFrameCheck() {
+  onVideoProcessingQueue([this] { implementation_->secondFrameCheckDisabled = true; });
+}
+
+Index TavrelGPUImageTwoInputFilter::nextAvailableTextureIndex() const {
+  return onVideoProcessingQueue([this]() -> Index { return implementation_->hasSetFirstTexture ? 1 : 0; });
 }
 
 Size TavrelGPUImageTwoInputFilter::rotatedSize(Size size, Index forIndex) const {
-  const TavrelGPUImageRotationMode rotation = forIndex == 0 ? inputRotation() : inputRotation2;
-  if (TavrelGPUImageRotationSwapsWidthAndHeight(rotation)) return {size.height, size.width};
-  return size;
+  if (forIndex == 0) return TavrelGPUImageFilter::rotatedSize(size, forIndex);
+  return onVideoProcessingQueue([&] {
+    return TavrelGPUImageRotationSwapsWidthAndHeight(implementation_->inputRotation2) ? Size{size.height, size.width}
+                                                                                      : size;
+  });
 }
 
 void TavrelGPUImageTwoInputFilter::setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer,
                                                        Index atIndex) {
-  TavrelGPUImageFramebufferLease lease(std::move(newInputFramebuffer));
-  if (atIndex == 0) {
-    firstInputFramebuffer = std::move(lease);
-    hasSetFirstTexture = true;
-  } else {
-    secondInputFramebuffer = std::move(lease);
-  }
+  onVideoProcessingQueue([&] {
+    if (atIndex == 0) {
+      TavrelGPUImageFilter::setInputFramebuffer(std::move(newInputFramebuffer), atIndex);
+      implementation_->hasSetFirstTexture = true;
+    } else {
+      implementation_->secondInputFramebuffer = TavrelGPUImageFramebufferLease(std::move(newInputFramebuffer));
+    }
+  });
 }
 
 void TavrelGPUImageTwoInputFilter::setInputSize(Size newSize, Index atIndex) {
   if (atIndex != 0) return;
-  TavrelGPUImageFilter::setInputSize(newSize, atIndex);
-  if (isZero(newSize)) hasSetFirstTexture = false;
+  onVideoProcessingQueue([&] {
+    TavrelGPUImageFilter::setInputSize(newSize, atIndex);
+    if (isZero(newSize)) implementation_->hasSetFirstTexture = false;
+  });
 }
 
 void TavrelGPUImageTwoInputFilter::setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index atIndex) {
-  if (atIndex == 0) {
-    TavrelGPUImageFilter::setInputRotation(newInputRotation, atIndex);
-  } else {
-    inputRotation2 = newInputRotation;
-  }
+  if (atIndex == 0) return TavrelGPUImageFilter::setInputRotation(newInputRotation, atIndex);
+  onVideoProcessingQueue([&] { implementation_->inputRotation2 = newInputRotation; });
 }
 
 void TavrelGPUImageTwoInputFilter::newFrameReadyAtTime(MediaTime frameTime, Index atIndex) {
+  Implementation& state = *implementation_;
   // An update that comes back around a loop ends here.
-  if (hasReceivedFirstFrame && hasReceivedSecondFrame) return;
+  if (state.hasReceivedFirstFrame && state.hasReceivedSecondFrame) return;
 
   bool isOppositeStill = false;
   if (atIndex == 0) {
-    hasReceivedFirstFrame = true;
-    firstFrameTime = frameTime;
-    if (secondFrameCheckDisabled) hasReceivedSecondFrame = true;
-    isOppositeStill = !frameTime.isIndefinite() && secondFrameTime.isIndefinite();
+    state.hasReceivedFirstFrame = true;
+    state.firstFrameTime = frameTime;
+    if (state.secondFrameCheckDisabled) state.hasReceivedSecondFrame = true;
+    isOppositeStill = !frameTime.isIndefinite() && state.secondFrameTime.isIndefinite();
   } else {
-    hasReceivedSecondFrame = true;
-    secondFrameTime = frameTime;
-    if (firstFrameCheckDisabled) hasReceivedFirstFrame = true;
-    isOppositeStill = !frameTime.isIndefinite() && firstFrameTime.isIndefinite();
+    state.hasReceivedSecondFrame = true;
+    state.secondFrameTime = frameTime;
+    if (state.firstFrameCheckDisabled) state.hasReceivedFirstFrame = true;
+    isOppositeStill = !frameTime.isIndefinite() && state.firstFrameTime.isIndefinite();
   }
-  if (!(hasReceivedFirstFrame && hasReceivedSecondFrame) && !isOppositeStill) return;
+  if (!(state.hasReceivedFirstFrame && state.hasReceivedSecondFrame) && !isOppositeStill) return;
 
-  TavrelGPUImageFilter::newFrameReadyAtTime(firstFrameTime.isIndefinite() ? secondFrameTime : firstFrameTime, 0);
-  hasReceivedFirstFrame = false;
-  hasReceivedSecondFrame = false;
+  TavrelGPUImageFilter::newFrameReadyAtTime(
+      state.firstFrameTime.isIndefinite() ? state.secondFrameTime : state.firstFrameTime, 0);
+  state.hasReceivedFirstFrame = false;
+  state.hasReceivedSecondFrame = false;
 }
 
-void TavrelGPUImageTwoInputFilter::bindInputs() {
-  TavrelGPUImageFilter::bindInputs();
-  bindTexture(secondInputFramebuffer, 3, filterInputTextureUniform2);
-  setCorners(filterSecondTextureCoordinateAttribute, textureCoordinatesForRotation(inputRotation2));
+void TavrelGPUImageTwoInputFilter::bindInputs(const GLfloat* textureCoordinates) {
+  TavrelGPUImageFilter::bindInputs(textureCoordinates);
+  const GLuint second = TavrelGPUImageFilter::Implementation::textureOf(implementation_->secondInputFramebuffer);
+  filter().filterProgram.setTexture(1, second, 3, textureCoordinatesForRotation(implementation_->inputRotation2));
 }
 
 // A picture that will not come again must not be drawn over before the next frame of the other input.
 void TavrelGPUImageTwoInputFilter::unlockInputs() {
-  if (!firstFrameTime.isIndefinite() && !firstFrameCheckDisabled) firstInputFramebuffer.release();
-  if (!secondFrameTime.isIndefinite() && !secondFrameCheckDisabled) secondInputFramebuffer.release();
+  const Implementation& state = *implementation_;
+  if (!state.firstFrameTime.isIndefinite() && !state.firstFrameCheckDisabled) TavrelGPUImageFilter::unlockInputs();
+  if (!state.secondFrameTime.isIndefinite() && !state.secondFrameCheckDisabled) {
+    implementation_->secondInputFramebuffer.release();
+  }
 }
 
 }  // namespace tavrel

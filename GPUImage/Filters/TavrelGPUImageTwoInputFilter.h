@@ -20,14 +20,14 @@ class TAVREL_API TavrelGPUImageTwoInputFilter : public TavrelGPUImageFilter {
  public:
   explicit TavrelGPUImageTwoInputFilter(std::string_view fragmentShaderString);
   TavrelGPUImageTwoInputFilter(std::string_view vertexShaderString, std::string_view fragmentShaderString);
+  ~TavrelGPUImageTwoInputFilter() override;
 
-  /// From now on that slot counts as having received a frame whenever the other one receives one. While it holds no
-  /// frame it is drawn as transparent black. Video-processing queue, or before the first frame.
-  void disableFirstFrameCheck() { firstFrameCheckDisabled = true; }
-  void disableSecondFrameCheck() { secondFrameCheckDisabled = true; }
+  /// Stops waiting for this input; an absent frame is drawn transparent black.
+  void disableFirstFrameCheck();
+  void disableSecondFrameCheck();
 
   Size rotatedSize(Size sizeToRotate, Index forIndex) const override;
-  Index nextAvailableTextureIndex() const override { return hasSetFirstTexture ? 1 : 0; }
+  Index nextAvailableTextureIndex() const override;
   void setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer, Index atIndex) override;
   /// The second input's size does not matter. Zero for the first frees its slot.
   void setInputSize(Size newSize, Index atIndex) override;
@@ -35,20 +35,12 @@ class TAVREL_API TavrelGPUImageTwoInputFilter : public TavrelGPUImageFilter {
   void newFrameReadyAtTime(MediaTime frameTime, Index atIndex) override;
 
  protected:
-  void bindInputs() override;
+  void bindInputs(const GLfloat* textureCoordinates) override;
   void unlockInputs() override;
 
-  TavrelGPUImageFramebufferLease secondInputFramebuffer;
-  GLuint filterSecondTextureCoordinateAttribute = 0;
-  GLint filterInputTextureUniform2 = -1;
-  TavrelGPUImageRotationMode inputRotation2 = kTavrelGPUImageNoRotation;
-  MediaTime firstFrameTime;
-  MediaTime secondFrameTime;
-  bool hasSetFirstTexture = false;
-  bool hasReceivedFirstFrame = false;
-  bool hasReceivedSecondFrame = false;
-  bool firstFrameCheckDisabled = false;
-  bool secondFrameCheckDisabled = false;
+ private:
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

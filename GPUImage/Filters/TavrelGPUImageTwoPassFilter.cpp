@@ -2,11 +2,16 @@
 
 #include <utility>
 
-#include "GPUImage/Private/LinkedProgram.h"
-#include "GPUImage/TavrelGPUImageContext.h"
-#include "GPUImage/TavrelGPUImageFramebufferCache.h"
+#include "GPUImage/Filters/Private/FilterImplementation.h"
+#include "GPUImage/TavrelGPUImageFramebuffer.h"
 
 namespace tavrel {
+
+struct TavrelGPUImageTwoPassFilter::Implementation {
+  QuadProgram secondFilterProgram;
+  std::shared_ptr<TavrelGPUImageFramebuffer> secondOutputFramebuffer;
+  UniformStateBlocks secondProgramUniformStateRestorationBlocks;
+};
 
 TavrelGPUImageTwoPassFilter::TavrelGPUImageTwoPassFilter(std::string_view firstStageFragmentShaderString,
                                                          std::string_view secondStageFragmentShaderString)
@@ -17,75 +22,76 @@ TavrelGPUImageTwoPassFilter::TavrelGPUImageTwoPassFilter(std::string_view firstS
                                                          std::string_view firstStageFragmentShaderString,
                                                          std::string_view secondStageVertexShaderString,
                                                          std::string_view secondStageFragmentShaderString)
-    : TavrelGPUImageFilter(firstStageVertexShaderString, firstStageFragmentShaderString) {
-  TavrelRunSynchronouslyOnVideoProcessingQueue(
-      [&] { useSecondProgram(secondStageVertexShaderString, secondStageFragmentShaderString); });
+    : TavrelGPUImageFilter(firstStageVertexShaderString, firstStageFragmentShaderString),
+      implementation_(std::make_unique<Implementation>()) {
+  useSecondProgram(secondStageVertexShaderString, secondStageFragmentShaderString);
 }
 
+TavrelGPUImageTwoPassFilter::~TavrelGPUImageTwoPassFilter() = default;
+
 void TavrelGPUImageTwoPassFilter::useSecondProgram(std::string_view vertexShader, std::string_view fragmentShader) {
-  TavrelGPUImageContext::useImageProcessingContext();
-  secondFilterProgram = linkedProgram(*TavrelGPUImageContext::sharedImageProcessingContext(), vertexShader,
-                                      fragmentShader, {"position", "inputTextureCoordinate"});
-  secondFilterPositionAttribute = secondFilterProgram->attributeIndex("position");
-  secondFilterTextureCoordinateAttribute = secondFilterProgram->attributeIndex("inputTextureCoordinate");
-  secondFilterInputTextureUniform = secondFilterProgram->uniformIndex("inputImageTexture");
-  secondFilterInputTextureUniform2 = secondFilterProgram->uniformIndex("inputImageTexture2");
-  TavrelGPUImageContext::setActiveShaderProgram(secondFilterProgram);
-  glEnableVertexAttribArray(secondFilterPositionAttribute);
-  glEnableVertexAttribArray(secondFilterTextureCoordinateAttribute);
+  onVideoProcessingQueue([&] {
+    implementation_->secondFilterProgram = {*TavrelGPUImageContext::sharedImageProcessingContext(), vertexShader,
+                                            fragmentShader};
+  });
+}
+
+std::shared_ptr<TavrelGLProgram> TavrelGPUImageTwoPassFilter::secondProgram() const {
+  return onVideoProcessingQueue([this] { return implementation_->secondFilterProgram.program(); });
+}
+
+std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageTwoPassFilter::framebufferForOutput() const {
+  return onVideoProcessingQueue([this] { return implementation_->secondOutputFramebuffer; });
+}
+
+void TavrelGPUImageTwoPassFilter::removeOutputFramebuffer() {
+  onVideoProcessingQueue([this] { implementation_->secondOutputFramebuffer.reset(); });
 }
 
 void TavrelGPUImageTwoPassFilter::setAndExecuteUniformStateCallbackAtIndex(
     GLint uniform, const std::shared_ptr<TavrelGLProgram>& forProgram, std::function<void()> uniformStateBlock) {
-  if (forProgram == filterProgram) {
-    TavrelGPUImageFilter::setAndExecuteUniformStateCallbackAtIndex(uniform, forProgram, std::move(uniformStateBlock));
-    return;
-  }
-  std::function<void()>& stored = secondProgramUniformStateRestorationBlocks[uniform];
-  stored = std::move(uniformStateBlock);
-  stored();
+  onVideoProcessingQueue([&] {
+    if (forProgram == program()) {
+      TavrelGPUImageFilter::setAndExecuteUniformStateCallbackAtIndex(uniform, forProgram, std::move(uniformStateBlock));
+      return;
+    }
+    std::function<void()>& stored = implementation_->secondProgramUniformStateRestorationBlocks[uniform];
+    stored = std::move(uniformStateBlock);
+    stored();
+  });
 }
 
 void TavrelGPUImageTwoPassFilter::setUniformsForProgramAtIndex(std::size_t programIndex) {
-  if (programIndex == 0) {
-    TavrelGPUImageFilter::setUniformsForProgramAtIndex(programIndex);
-    return;
-  }
-  for (const auto& [uniform, restore] : secondProgramUniformStateRestorationBlocks) restore();
+  if (programIndex == 0) return TavrelGPUImageFilter::setUniformsForProgramAtIndex(programIndex);
+  for (const auto& [uniform, restore] : implementation_->secondProgramUniformStateRestorationBlocks) restore();
 }
 
-void TavrelGPUImageTwoPassFilter::renderToTexture(const GLfloat* vertices, const GLfloat* textureCoordinates) {
-  if (preventRendering()) {
-    unlockInputs();
-    return;
-  }
+void TavrelGPUImageTwoPassFilter::renderToTextureWithVertices(const GLfloat* vertices,
+                                                              const GLfloat* textureCoordinates) {
+  if (preventRendering()) return unlockInputs();
   renderPasses(vertices, textureCoordinates);
-  captureOutput();
+}
+
+void TavrelGPUImageTwoPassFilter::repeatPasses(const GLfloat* vertices) {
+  filter().firstInputFramebuffer =
+      TavrelGPUImageFramebufferLease::adopt(std::move(implementation_->secondOutputFramebuffer));
+  renderPasses(vertices, textureCoordinatesForRotation(kTavrelGPUImageNoRotation));
 }
 
 void TavrelGPUImageTwoPassFilter::renderPasses(const GLfloat* vertices, const GLfloat* textureCoordinates) {
   drawInputs(vertices, textureCoordinates);
-  firstInputFramebuffer = {};
+  filter().firstInputFramebuffer = {};
 
   const auto intermediate = TavrelGPUImageFramebufferLease::adopt(TavrelGPUImageFilter::framebufferForOutput());
   setOutputFramebuffer(nullptr);
-  secondOutputFramebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(
-      sizeOfFBO(), outputTextureOptions(), false);
-  secondOutputFramebuffer->activateFramebuffer();
-  TavrelGPUImageContext::setActiveShaderProgram(secondFilterProgram);
+  implementation_->secondOutputFramebuffer = fetchFramebuffer();
+  const QuadProgram& program = implementation_->secondFilterProgram;
+  program.use();
   setUniformsForProgramAtIndex(1);
-  bindTexture(intermediate, 3, secondFilterInputTextureUniform);
-  setCorners(secondFilterPositionAttribute, vertices);
-  setCorners(secondFilterTextureCoordinateAttribute, textureCoordinatesForRotation(kTavrelGPUImageNoRotation));
+  program.setTexture(0, intermediate.texture(), 3, textureCoordinatesForRotation(kTavrelGPUImageNoRotation));
   glClearColor(0, 0, 0, 1);
   glClear(GL_COLOR_BUFFER_BIT);
-  drawQuad();
-}
-
-void TavrelGPUImageTwoPassFilter::captureOutput() {
-  if (!usingNextFrameForImageCapture) return;
-  secondOutputFramebuffer->lock();
-  imageCaptureSemaphore.signal();
+  program.draw(vertices);
 }
 
 }  // namespace tavrel

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <string_view>
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
@@ -19,32 +18,29 @@ class TAVREL_API TavrelGPUImageTwoPassFilter : public TavrelGPUImageFilter {
                               std::string_view firstStageFragmentShaderString,
                               std::string_view secondStageVertexShaderString,
                               std::string_view secondStageFragmentShaderString);
+  ~TavrelGPUImageTwoPassFilter() override;
 
-  const std::shared_ptr<TavrelGLProgram>& secondProgram() const { return secondFilterProgram; }
+  std::shared_ptr<TavrelGLProgram> secondProgram() const;
 
-  std::shared_ptr<TavrelGPUImageFramebuffer> framebufferForOutput() const override { return secondOutputFramebuffer; }
-  void removeOutputFramebuffer() override { secondOutputFramebuffer.reset(); }
+  std::shared_ptr<TavrelGPUImageFramebuffer> framebufferForOutput() const override;
+  void removeOutputFramebuffer() override;
   void setAndExecuteUniformStateCallbackAtIndex(GLint uniform, const std::shared_ptr<TavrelGLProgram>& forProgram,
                                                 std::function<void()> uniformStateBlock) override;
   /// 0 for the first pass's program, else the second one's.
   void setUniformsForProgramAtIndex(std::size_t programIndex) override;
 
  protected:
-  void renderToTexture(const GLfloat* vertices, const GLfloat* textureCoordinates) override;
-  /// Both passes; the result is `secondOutputFramebuffer`, with the lock of its fetch.
-  void renderPasses(const GLfloat* vertices, const GLfloat* textureCoordinates);
-  /// Keeps the result for the image that somebody waits for, if anybody does.
-  void captureOutput();
-  /// Makes the second pass's program of these sources. Video-processing queue.
+  void renderToTextureWithVertices(const GLfloat* vertices, const GLfloat* textureCoordinates) override;
+  /// Both passes over the output of the passes before, in place of the input.
+  void repeatPasses(const GLfloat* vertices);
+  /// Draws the second pass by the program of these sources from now on.
   void useSecondProgram(std::string_view vertexShader, std::string_view fragmentShader);
 
-  std::shared_ptr<TavrelGLProgram> secondFilterProgram;
-  GLuint secondFilterPositionAttribute = 0;
-  GLuint secondFilterTextureCoordinateAttribute = 0;
-  GLint secondFilterInputTextureUniform = -1;
-  GLint secondFilterInputTextureUniform2 = -1;
-  std::shared_ptr<TavrelGPUImageFramebuffer> secondOutputFramebuffer;
-  UniformStateBlocks secondProgramUniformStateRestorationBlocks;
+ private:
+  void renderPasses(const GLfloat* vertices, const GLfloat* textureCoordinates);
+
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -1,59 +1,91 @@
 #include "GPUImage/Filters/TavrelGPUImageTwoPassTextureSamplingFilter.h"
 
-#include "GPUImage/TavrelGPUImageContext.h"
+#include "GPUImage/Private/OnVideoProcessingQueue.h"
+#include "GPUImage/TavrelGLProgram.h"
 
 namespace tavrel {
+
+struct TavrelGPUImageTwoPassTextureSamplingFilter::Implementation {
+  double verticalTexelSpacing = 1;
+  double horizontalTexelSpacing = 1;
+  GLfloat verticalPassTexelWidthOffset = 0;
+  GLfloat verticalPassTexelHeightOffset = 0;
+  GLfloat horizontalPassTexelWidthOffset = 0;
+  GLfloat horizontalPassTexelHeightOffset = 0;
+  GLint verticalPassTexelWidthOffsetUniform = -1;
+  GLint verticalPassTexelHeightOffsetUniform = -1;
+  GLint horizontalPassTexelWidthOffsetUniform = -1;
+  GLint horizontalPassTexelHeightOffsetUniform = -1;
+};
 
 TavrelGPUImageTwoPassTextureSamplingFilter::TavrelGPUImageTwoPassTextureSamplingFilter(
     std::string_view firstStageVertexShaderString, std::string_view firstStageFragmentShaderString,
     std::string_view secondStageVertexShaderString, std::string_view secondStageFragmentShaderString)
     : TavrelGPUImageTwoPassFilter(firstStageVertexShaderString, firstStageFragmentShaderString,
-                                  secondStageVertexShaderString, secondStageFragmentShaderString) {
-  TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
+                                  secondStageVertexShaderString, secondStageFragmentShaderString),
+      implementation_(std::make_unique<Implementation>()) {
+  findStepUniforms();
+}
+
+TavrelGPUImageTwoPassTextureSamplingFilter::~TavrelGPUImageTwoPassTextureSamplingFilter() = default;
+
+void TavrelGPUImageTwoPassTextureSamplingFilter::findStepUniforms() {
+  onVideoProcessingQueue([this] {
     TavrelGPUImageContext::useImageProcessingContext();
-    findStepUniforms();
+    Implementation& state = *implementation_;
+    state.verticalPassTexelWidthOffsetUniform = program()->uniformIndex("texelWidthOffset");
+    state.verticalPassTexelHeightOffsetUniform = program()->uniformIndex("texelHeightOffset");
+    state.horizontalPassTexelWidthOffsetUniform = secondProgram()->uniformIndex("texelWidthOffset");
+    state.horizontalPassTexelHeightOffsetUniform = secondProgram()->uniformIndex("texelHeightOffset");
   });
 }
 
-void TavrelGPUImageTwoPassTextureSamplingFilter::findStepUniforms() {
-  verticalPassTexelWidthOffsetUniform = filterProgram->uniformIndex("texelWidthOffset");
-  verticalPassTexelHeightOffsetUniform = filterProgram->uniformIndex("texelHeightOffset");
-  horizontalPassTexelWidthOffsetUniform = secondFilterProgram->uniformIndex("texelWidthOffset");
-  horizontalPassTexelHeightOffsetUniform = secondFilterProgram->uniformIndex("texelHeightOffset");
+double TavrelGPUImageTwoPassTextureSamplingFilter::verticalTexelSpacing() const {
+  return onVideoProcessingQueue([this] { return implementation_->verticalTexelSpacing; });
 }
 
 void TavrelGPUImageTwoPassTextureSamplingFilter::setVerticalTexelSpacing(double newValue) {
-  verticalTexelSpacing_ = newValue;
-  setupFilterForSize(sizeOfFBO());
+  onVideoProcessingQueue([&] {
+    implementation_->verticalTexelSpacing = newValue;
+    setupFilterForSize(sizeOfFBO());
+  });
+}
+
+double TavrelGPUImageTwoPassTextureSamplingFilter::horizontalTexelSpacing() const {
+  return onVideoProcessingQueue([this] { return implementation_->horizontalTexelSpacing; });
 }
 
 void TavrelGPUImageTwoPassTextureSamplingFilter::setHorizontalTexelSpacing(double newValue) {
-  horizontalTexelSpacing_ = newValue;
-  setupFilterForSize(sizeOfFBO());
+  onVideoProcessingQueue([&] {
+    implementation_->horizontalTexelSpacing = newValue;
+    setupFilterForSize(sizeOfFBO());
+  });
 }
 
 void TavrelGPUImageTwoPassTextureSamplingFilter::setupFilterForSize(Size filterFrameSize) {
-  TavrelRunSynchronouslyOnVideoProcessingQueue(
+  onVideoProcessingQueue(
       [&] { setSteps(filterFrameSize, TavrelGPUImageRotationSwapsWidthAndHeight(inputRotation())); });
 }
 
 void TavrelGPUImageTwoPassTextureSamplingFilter::setSteps(Size filterFrameSize, bool isInputSideways) {
-  const auto vertical = static_cast<GLfloat>(verticalTexelSpacing_ / filterFrameSize.height);
+  Implementation& state = *implementation_;
+  const auto vertical = static_cast<GLfloat>(state.verticalTexelSpacing / filterFrameSize.height);
   // The picture's height lies along the width of an input that is turned sideways.
-  verticalPassTexelWidthOffset = isInputSideways ? vertical : 0;
-  verticalPassTexelHeightOffset = isInputSideways ? 0 : vertical;
-  horizontalPassTexelWidthOffset = static_cast<GLfloat>(horizontalTexelSpacing_ / filterFrameSize.width);
-  horizontalPassTexelHeightOffset = 0;
+  state.verticalPassTexelWidthOffset = isInputSideways ? vertical : 0;
+  state.verticalPassTexelHeightOffset = isInputSideways ? 0 : vertical;
+  state.horizontalPassTexelWidthOffset = static_cast<GLfloat>(state.horizontalTexelSpacing / filterFrameSize.width);
+  state.horizontalPassTexelHeightOffset = 0;
 }
 
 void TavrelGPUImageTwoPassTextureSamplingFilter::setUniformsForProgramAtIndex(std::size_t programIndex) {
   TavrelGPUImageTwoPassFilter::setUniformsForProgramAtIndex(programIndex);
+  const Implementation& state = *implementation_;
   if (programIndex == 0) {
-    glUniform1f(verticalPassTexelWidthOffsetUniform, verticalPassTexelWidthOffset);
-    glUniform1f(verticalPassTexelHeightOffsetUniform, verticalPassTexelHeightOffset);
+    glUniform1f(state.verticalPassTexelWidthOffsetUniform, state.verticalPassTexelWidthOffset);
+    glUniform1f(state.verticalPassTexelHeightOffsetUniform, state.verticalPassTexelHeightOffset);
   } else {
-    glUniform1f(horizontalPassTexelWidthOffsetUniform, horizontalPassTexelWidthOffset);
-    glUniform1f(horizontalPassTexelHeightOffsetUniform, horizontalPassTexelHeightOffset);
+    glUniform1f(state.horizontalPassTexelWidthOffsetUniform, state.horizontalPassTexelWidthOffset);
+    glUniform1f(state.horizontalPassTexelHeightOffsetUniform, state.horizontalPassTexelHeightOffset);
   }
 }
 

@@ -15,32 +15,26 @@ class TAVREL_API TavrelGPUImageTwoPassTextureSamplingFilter : public TavrelGPUIm
                                              std::string_view firstStageFragmentShaderString,
                                              std::string_view secondStageVertexShaderString,
                                              std::string_view secondStageFragmentShaderString);
+  ~TavrelGPUImageTwoPassTextureSamplingFilter() override;
 
   /// The step in texels; 1 by default.
-  double verticalTexelSpacing() const { return verticalTexelSpacing_; }
+  double verticalTexelSpacing() const;
   void setVerticalTexelSpacing(double newValue);
-  double horizontalTexelSpacing() const { return horizontalTexelSpacing_; }
+  double horizontalTexelSpacing() const;
   void setHorizontalTexelSpacing(double newValue);
 
   void setupFilterForSize(Size filterFrameSize) override;
   void setUniformsForProgramAtIndex(std::size_t programIndex) override;
 
  protected:
-  /// Looks the step uniforms up in the current programs. Video-processing queue.
+  /// Looks the step uniforms up in the current programs.
   void findStepUniforms();
   /// The steps for a first pass that reads its input upright, or turned sideways.
   void setSteps(Size filterFrameSize, bool isInputSideways);
 
-  double verticalTexelSpacing_ = 1;
-  double horizontalTexelSpacing_ = 1;
-  GLfloat verticalPassTexelWidthOffset = 0;
-  GLfloat verticalPassTexelHeightOffset = 0;
-  GLfloat horizontalPassTexelWidthOffset = 0;
-  GLfloat horizontalPassTexelHeightOffset = 0;
-  GLint verticalPassTexelWidthOffsetUniform = -1;
-  GLint verticalPassTexelHeightOffsetUniform = -1;
-  GLint horizontalPassTexelWidthOffsetUniform = -1;
-  GLint horizontalPassTexelHeightOffsetUniform = -1;
+ private:
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -3,6 +3,7 @@
 #include <GLES2/gl2ext.h>
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
+#include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Graphics/PixelBufferPool.h"
 #include "Platform/Tracing/Tracer.h"

@@ -101,7 +101,7 @@ TEST(RotationFilterDeathTest, OtherModesStopTheProgram) {
 TEST(TransformFilter, MatricesFollowFrameAndAnchor) {
   const auto filter = std::make_shared<TavrelGPUImageTransformFilter>();
   filter->setInputSize({720, 1280}, 0);
-  const auto& matrix = filter->orthographicMatrix();
+  auto matrix = filter->orthographicMatrix();
   EXPECT_FLOAT_EQ(matrix[0], 1);
   EXPECT_FLOAT_EQ(matrix[5], 720.0F / 1280);
   EXPECT_FLOAT_EQ(matrix[10], 1);
@@ -109,14 +109,16 @@ TEST(TransformFilter, MatricesFollowFrameAndAnchor) {
   for (const std::size_t i : {1, 2, 3, 4, 6, 7, 8, 9, 11, 12, 13, 14}) EXPECT_FLOAT_EQ(matrix[i], 0);
 
   filter->setAnchorTopLeft(true);
+  matrix = filter->orthographicMatrix();
   EXPECT_FLOAT_EQ(matrix[0], 2);
   EXPECT_FLOAT_EQ(matrix[5], 2 * 720.0F / 1280);
   EXPECT_FLOAT_EQ(matrix[3], -1);
   EXPECT_FLOAT_EQ(matrix[7], -1);
 
   filter->setIgnoreAspectRatio(true);
-  EXPECT_FLOAT_EQ(matrix[5], 2);
+  EXPECT_FLOAT_EQ(filter->orthographicMatrix()[5], 2);
   filter->setAnchorTopLeft(false);
+  matrix = filter->orthographicMatrix();
   EXPECT_FLOAT_EQ(matrix[5], 1);
   EXPECT_FLOAT_EQ(matrix[3], 0);
 }
@@ -127,6 +129,9 @@ TEST(TransformFilter, TheAffinePartIsAViewOfTheWholeTransform) {
   filter->setAffineTransform(transform);
   EXPECT_EQ(filter->affineTransform(), transform);
   EXPECT_EQ(filter->transform3D().m[12], 0.1);
+  TavrelGPUMatrix4x4 matrix{};
+  TavrelGPUImageTransformFilter::convert3DTransform(filter->transform3D(), matrix);
+  EXPECT_EQ(matrix[12], 0.1F);
   filter->setTransform3D({});
   EXPECT_TRUE(filter->affineTransform().isIdentity());
 }

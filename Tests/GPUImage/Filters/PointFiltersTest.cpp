@@ -278,5 +278,17 @@ TEST_F(BufferTest, ReturnsItsFramesAtItsEnd) {
   EXPECT_EQ(framebuffer->framebufferReferenceCount(), 1);
 }
 
+TEST_F(BufferTest, ReturnsTheFramesThatComeWhileItIsPrevented) {
+  deliver(0);
+  buffer_->setPreventRendering(true);
+  for (int i = 1; i < 6; ++i) deliver(i);
+  // The test's own lock, and the buffer's on the frame of before.
+  for (std::size_t i = 0; i < 6; ++i) EXPECT_EQ(locksOn(i), i == 0 ? 2 : 1) << i;
+  buffer_->setPreventRendering(false);
+  deliver(6);
+  EXPECT_EQ(last(), (std::pair<int, double>{0, 6}));
+  EXPECT_EQ(locksOn(0), 1);
+}
+
 }  // namespace
 }  // namespace tavrel

@@ -139,5 +139,70 @@ TEST_F(TwoInputFilterTest, WhilePreventedBothInputsAreReturned) {
   EXPECT_TRUE(passedOn().empty());
 }
 
+using test::Picture;
+using test::Pixel;
+
+Picture plain(int width, int height, Pixel color) {
+  return {width, height, [&](int, int) { return color; }};
+}
+
+/// Gives `filter` a still at its second slot, which outlives the picture that it comes from.
+void giveStill(const Picture& still, const std::shared_ptr<TavrelGPUImageFilter>& filter) {
+  const auto picture = std::make_shared<TavrelGPUImagePicture>(imageOf(still));
+  picture->addTarget(filter, 1);
+  picture->processImage();
+  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+}
+
+TEST(StillInputs, OutliveTheirPictures) {
+  std::vector<std::shared_ptr<TavrelGPUImageAlphaBlendFilter>> blends;
+  const Pixel colors[] = {{255, 0, 0, 255}, {0, 255, 0, 255}, {0, 0, 255, 255}};
+  for (const Pixel color : colors) {
+    blends.push_back(std::make_shared<TavrelGPUImageAlphaBlendFilter>());
+    blends.back()->setMix(1);
+    giveStill(plain(8, 8, color), blends.back());
+  }
+  for (std::size_t i = 0; i < blends.size(); ++i) {
+    EXPECT_EQ(process(test::distinctPicture(8, 8), blends[i]).at(3, 3), colors[i]) << i;
+  }
+}
+
+TEST(StillInputs, ATableStaysWhileAnotherTableOrAStickerOfItsSizeComes) {
+  // Two tables that make everything one colour, and a sticker with the size of a table.
+  const auto red = std::make_shared<TavrelGPUImageLookupFilter>();
+  const auto green = std::make_shared<TavrelGPUImageLookupFilter>();
+  const auto sticker = std::make_shared<TavrelGPUImageAlphaBlendFilter>();
+  sticker->setMix(1);
+  giveStill(plain(512, 512, {200, 0, 0, 255}), red);
+  giveStill(plain(512, 512, {0, 100, 0, 255}), green);
+  giveStill(plain(512, 512, {0, 0, 50, 255}), sticker);
+  const Picture source = test::distinctPicture(8, 8);
+  EXPECT_EQ(process(source, red).at(1, 1), (Pixel{200, 0, 0, 255}));
+  EXPECT_EQ(process(source, green).at(1, 1), (Pixel{0, 100, 0, 255}));
+  EXPECT_EQ(process(source, sticker).at(1, 1), (Pixel{0, 0, 50, 255}));
+}
+
+TEST(StillInputs, GoBackToTheCacheWhenTheirFilterEnds) {
+  TavrelGPUImageContext::sharedFramebufferCache()->purgeAllUnassignedFramebuffers();
+  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+  for (int i = 0; i < 4; ++i) {
+    const auto blend = std::make_shared<TavrelGPUImageAlphaBlendFilter>();
+    giveStill(plain(24, 20, {255, 0, 0, 255}), blend);
+  }
+  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+  const auto before = TavrelGPUImageFramebuffer::ownedCount();
+  const auto blend = std::make_shared<TavrelGPUImageAlphaBlendFilter>();
+  giveStill(plain(24, 20, {255, 0, 0, 255}), blend);
+  EXPECT_EQ(TavrelGPUImageFramebuffer::ownedCount(), before);
+}
+
+TEST_F(TwoInputFilterTest, AnAbsentFrameIsDrawnTransparentBlack) {
+  const auto filter = std::make_shared<TavrelGPUImageTwoInputFilter>(
+      "varying highp vec2 textureCoordinate2; uniform sampler2D inputImageTexture2; void main() { gl_FragColor = "
+      "texture2D(inputImageTexture2, textureCoordinate2); }");
+  filter->disableSecondFrameCheck();
+  EXPECT_EQ(process(test::distinctPicture(4, 4), filter).at(2, 2), (Pixel{0, 0, 0, 0}));
+}
+
 }  // namespace
 }  // namespace tavrel
