@@ -2,9 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
 #include <iterator>
-
-#include "Platform/Foundation/JSONString.h"
+#include <nlohmann/json.hpp>
 
 namespace tavrel {
 namespace {
@@ -26,17 +26,35 @@ std::string heading(std::string_view title) {
   return fmt::format("{:<42} {:>8} {:>9} {:>9} {:>9} {:>9}", title, "count", "mean", "p50", "p99", "max");
 }
 
-std::string json(const Statistics::Durations& times) {
-  return fmt::format(R"({{"count": {}, "mean": {:.6f}, "p50": {:.6f}, "p99": {:.6f}, "max": {:.6f}}})", times.count,
-                     times.mean, times.p50, times.p99, times.max);
+using JSON = nlohmann::ordered_json;
+
+double microseconds(double seconds) {
+  return std::round(seconds * 1e6) / 1e6;
 }
 
-/// `[…, …]` of what `write` makes of each item.
+JSON json(const Statistics::Durations& times) {
+  return {{"count", times.count},
+          {"mean", microseconds(times.mean)},
+          {"p50", microseconds(times.p50)},
+          {"p99", microseconds(times.p99)},
+          {"max", microseconds(times.max)}};
+}
+
+JSON json(const Statistics::AudioLead& lead) {
+  if (lead.count == 0) return nullptr;
+  return {{"count", lead.count},
+          {"mean", microseconds(lead.mean)},
+          {"least", microseconds(lead.least)},
+          {"most", microseconds(lead.most)},
+          {"last", microseconds(lead.last)}};
+}
+
+/// An array of what `write` makes of each item.
 template <typename Items, typename Write>
-std::string jsonList(const Items& items, Write write) {
-  std::string list = "[";
-  for (const auto& item : items) list += (list.size() > 1 ? ", " : "") + write(item);
-  return list + "]";
+JSON jsonList(const Items& items, Write write) {
+  JSON list = JSON::array();
+  for (const auto& item : items) list.push_back(write(item));
+  return list;
 }
 
 }  // namespace
@@ -86,31 +104,38 @@ std::string TavrelGraphStatistics::description() const {
 }
 
 std::string TavrelGraphStatistics::json() const {
-  const auto times = [](const Durations& durations) { return tavrel::json(durations); };
-  const std::string dropList = jsonList(drops, [](const Drop& drop) {
-    return fmt::format(R"({{"stage": {}, "reason": {}, "count": {}}})", jsonString(drop.stage), jsonString(drop.reason),
-                       drop.count);
-  });
-  const std::string nodeList = jsonList(nodes, [&](const Node& node) {
-    return fmt::format(R"({{"name": {}, "queue": {}, "gpu": {}}})", jsonString(node.name), times(node.queueTime),
-                       hasGPUTimes ? times(node.gpuTime) : "null");
-  });
-  const std::string waitList = jsonList(waits, [&](const Wait& wait) {
-    return fmt::format(R"({{"queue": {}, "time": {}}})", jsonString(wait.queue), times(wait.time));
-  });
-  const std::string lead =
-      audioLead.count == 0
-          ? "null"
-          : fmt::format(R"({{"count": {}, "mean": {:.6f}, "least": {:.6f}, "most": {:.6f}, "last": {:.6f}}})",
-                        audioLead.count, audioLead.mean, audioLead.least, audioLead.most, audioLead.last);
-  return fmt::format(
-      R"({{"seconds": {:.3f}, "framesIn": {}, "framesDelivered": {}, "framesShown": {}, "framesOut": {}, )"
-      R"("soundsIn": {}, "soundsOut": {}, "drops": {}, "nodes": {}, "waits": {}, "latencyToDelegate": {}, )"
-      R"("latencyToFile": {}, "audioLead": {}, )"
-      R"("framebuffers": {{"held": {}, "mostHeld": {}, "cached": {}, "created": {}}}, "lostTraceEvents": {}}})",
-      seconds, framesIn, framesDelivered, framesShown, framesOut, soundsIn, soundsOut, dropList, nodeList, waitList,
-      times(latencyToDelegate), times(latencyToFile), lead, framebuffers.held, framebuffers.mostHeld,
-      framebuffers.cached, framebuffers.created, lostTraceEvents);
+  const JSON report = {
+      {"seconds", std::round(seconds * 1e3) / 1e3},
+      {"framesIn", framesIn},
+      {"framesDelivered", framesDelivered},
+      {"framesShown", framesShown},
+      {"framesOut", framesOut},
+      {"soundsIn", soundsIn},
+      {"soundsOut", soundsOut},
+      {"drops", jsonList(drops,
+                         [](const Drop& drop) -> JSON {
+                           return {{"stage", drop.stage}, {"reason", drop.reason}, {"count", drop.count}};
+                         })},
+      {"nodes", jsonList(nodes,
+                         [this](const Node& node) -> JSON {
+                           return {{"name", node.name},
+                                   {"queue", tavrel::json(node.queueTime)},
+                                   {"gpu", hasGPUTimes ? tavrel::json(node.gpuTime) : JSON(nullptr)}};
+                         })},
+      {"waits", jsonList(waits,
+                         [](const Wait& wait) -> JSON {
+                           return {{"queue", wait.queue}, {"time", tavrel::json(wait.time)}};
+                         })},
+      {"latencyToDelegate", tavrel::json(latencyToDelegate)},
+      {"latencyToFile", tavrel::json(latencyToFile)},
+      {"audioLead", tavrel::json(audioLead)},
+      {"framebuffers",
+       {{"held", framebuffers.held},
+        {"mostHeld", framebuffers.mostHeld},
+        {"cached", framebuffers.cached},
+        {"created", framebuffers.created}}},
+      {"lostTraceEvents", lostTraceEvents}};
+  return report.dump(-1, ' ', false, JSON::error_handler_t::replace);
 }
 
 }  // namespace tavrel

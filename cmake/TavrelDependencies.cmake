@@ -5,6 +5,7 @@ find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 find_package(fmt REQUIRED)
 find_package(tl-expected REQUIRED)
+find_package(nlohmann_json REQUIRED)
 
 pkg_check_modules(EGL REQUIRED IMPORTED_TARGET egl)
 pkg_check_modules(GLESV2 REQUIRED IMPORTED_TARGET GLOBAL glesv2)
@@ -20,7 +21,7 @@ find_library(YUV_LIBRARY yuv REQUIRED)
 set(TAVREL_PUBLIC_LIBRARIES fmt::fmt tl::expected PkgConfig::GLESV2 Threads::Threads)
 set(TAVREL_PRIVATE_LIBRARIES
   PkgConfig::EGL PkgConfig::GBM PkgConfig::FFMPEG PkgConfig::PNG PkgConfig::JPEG PkgConfig::EXIF GIF::GIF
-  ${YUV_LIBRARY} ${PIXMAN_LINK_LIBRARIES})
+  ${YUV_LIBRARY} ${PIXMAN_LINK_LIBRARIES} nlohmann_json::nlohmann_json)
 # A folder of headers that only these look into.
 set_source_files_properties(
   ${PROJECT_SOURCE_DIR}/Platform/Imaging/BitmapContext.cpp

@@ -1,22 +1,11 @@
 #include "Platform/Foundation/JSONString.h"
 
-#include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace tavrel {
 
 std::string jsonString(std::string_view text) {
-  std::string quoted = "\"";
-  for (const char character : text) {
-    if (character == '"' || character == '\\') {
-      quoted += '\\';
-      quoted += character;
-    } else if (static_cast<unsigned char>(character) < 0x20) {
-      quoted += fmt::format("\\u{:04x}", static_cast<unsigned>(character));
-    } else {
-      quoted += character;
-    }
-  }
-  return quoted + '"';
+  return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 }  // namespace tavrel

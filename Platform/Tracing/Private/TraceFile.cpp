@@ -111,10 +111,16 @@ void TraceFile::beginEvent(char phase, pid_t thread, std::int64_t time) {
   isFirst_ = false;
 }
 
+const std::string& TraceFile::jsonName(TraceName name) {
+  std::string& text = jsonNames_[name];
+  if (text.empty()) text = jsonString(Tracer::text(name));
+  return text;
+}
+
 void TraceFile::append(const TraceRing& ring, const TraceEvent& event) {
   const auto out = std::back_inserter(text_);
   const char* const category = categoryOf(event.kind);
-  const std::string name = jsonString(Tracer::text(event.name));
+  const std::string& name = jsonName(event.name);
   switch (event.kind) {
     case TraceEvent::Kind::span:
       beginEvent('X', ring.thread, event.begin);

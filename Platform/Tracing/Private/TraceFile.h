@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -40,6 +41,8 @@ class TraceFile {
   void append(const TraceRing& ring, const TraceEvent& event);
   void beginEvent(char phase, pid_t thread, std::int64_t time);
   void flush();
+  /// Names are few and events many: each is escaped once.
+  const std::string& jsonName(TraceName name);
 
   const std::filesystem::path path_;
   const int file_;
@@ -47,6 +50,7 @@ class TraceFile {
   const std::int64_t start_;
   const pid_t process_;
   std::string text_;  // not yet in the file
+  std::map<TraceName, std::string> jsonNames_;
   bool isFirst_ = true;
   std::uint64_t waits_ = 0;
   int error_ = 0;
