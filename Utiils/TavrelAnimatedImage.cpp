@@ -12,9 +12,84 @@ namespace tavrel {
 
 const double kTavrelAnimatedImageDelayTimeIntervalMinimum = 0.02;
 
-TavrelAnimatedImage::TavrelAnimatedImage(std::shared_ptr<DataProvider> data) : data_(std::move(data)) {}
+TavrelAnimatedImage::TavrelAnimatedImage(std::shared_ptr<DataProvider> data)
+    : implementation_(std::make_unique<Implementation>()) {
+  implementation_->data = std::move(data);
+}
 
 TavrelAnimatedImage::~TavrelAnimatedImage() = default;
+
+const std::shared_ptr<DataProvider>& TavrelAnimatedImage::data() const {
+  return implementation_->data;
+}
+
+const std::shared_ptr<Image>& TavrelAnimatedImage::posterImage() const {
+  return implementation_->posterImage;
+}
+
+std::size_t TavrelAnimatedImage::posterImageFrameIndex() const {
+  return implementation_->posterImageFrameIndex;
+}
+
+Size TavrelAnimatedImage::size() const {
+  return sizeForImage(implementation_->posterImage);
+}
+
+std::size_t TavrelAnimatedImage::loopCount() const {
+  return implementation_->loopCount;
+}
+
+const std::map<std::size_t, double>& TavrelAnimatedImage::delayTimesForIndexes() const {
+  return implementation_->delayTimesForIndexes;
+}
+
+std::size_t TavrelAnimatedImage::frameCount() const {
+  return implementation_->frameCount;
+}
+
+bool TavrelAnimatedImage::predrawingEnabled() const {
+  return implementation_->predrawingEnabled;
+}
+
+double TavrelAnimatedImage::durationPerLoop() const {
+  return implementation_->durationPerLoop;
+}
+
+void TavrelAnimatedImage::setDurationPerLoop(double durationPerLoop) {
+  implementation_->durationPerLoop = durationPerLoop;
+}
+
+std::size_t TavrelAnimatedImage::frameCacheSizeOptimal() const {
+  return implementation_->frameCacheSizeOptimal;
+}
+
+std::size_t TavrelAnimatedImage::frameCacheSizeMax() const {
+  return implementation_->frameCacheSizeMax;
+}
+
+std::size_t TavrelAnimatedImage::frameCacheSizeMaxInternal() const {
+  return implementation_->frameCacheSizeMaxInternal;
+}
+
+std::size_t TavrelAnimatedImage::memoryWarningCount() const {
+  return implementation_->memoryWarningCount;
+}
+
+std::size_t TavrelAnimatedImage::requestedFrameIndex() const {
+  return implementation_->requestedFrameIndex;
+}
+
+const std::set<std::size_t>& TavrelAnimatedImage::requestedFrameIndexes() const {
+  return implementation_->requestedFrameIndexes;
+}
+
+const FLWeakProxy<TavrelAnimatedImage>& TavrelAnimatedImage::weakProxy() const {
+  return implementation_->weakProxy;
+}
+
+void TavrelAnimatedImage::setDebugDelegate(std::weak_ptr<TavrelAnimatedImageDebugDelegate> delegate) {
+  implementation_->debug_delegate = std::move(delegate);
+}
 
 Expected<std::shared_ptr<TavrelAnimatedImage>> TavrelAnimatedImage::create(Data animatedGIFData,
                                                                            std::size_t optimalFrameCacheSize,
@@ -36,13 +111,13 @@ std::shared_ptr<TavrelAnimatedImage> TavrelAnimatedImage::animatedImageWithGIFDa
 
 std::shared_ptr<Image> TavrelAnimatedImage::imageAtIndex(std::size_t index) {
   const std::shared_ptr<Image> frame = decodedFrame(index);
-  return frame && predrawingEnabled_ ? predrawnImageFromImage(frame) : frame;
+  return frame && implementation_->predrawingEnabled ? predrawnImageFromImage(frame) : frame;
 }
 
 std::shared_ptr<Image> TavrelAnimatedImage::decodedFrame(std::size_t index) {
   // The source composes each frame from the one before, so it serves one thread at a time.
-  const std::lock_guard lock(imageSourceMutex_);
-  return imageSource->imageAtIndex(index).value_or(nullptr);
+  const std::lock_guard lock(implementation_->imageSourceMutex);
+  return implementation_->imageSource->imageAtIndex(index).value_or(nullptr);
 }
 
 Size TavrelAnimatedImage::sizeForImage(const std::any& image) {
@@ -93,7 +168,8 @@ std::shared_ptr<Image> TavrelAnimatedImage::predrawnImageFromImage(const std::sh
 }
 
 std::string TavrelAnimatedImage::description() const {
-  return fmt::format("<TavrelAnimatedImage: {}> size={} frameCount={}", fmt::ptr(this), describe(size()), frameCount_);
+  return fmt::format("<TavrelAnimatedImage: {}> size={} frameCount={}", fmt::ptr(this), describe(size()),
+                     implementation_->frameCount);
 }
 
 }  // namespace tavrel

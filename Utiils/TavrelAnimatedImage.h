@@ -7,11 +7,9 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
@@ -23,9 +21,6 @@
 #include "Utiils/TavrelAnimatedImageDebugDelegate.h"
 
 namespace tavrel {
-
-class DispatchQueue;
-class ImageSource;
 
 /// The shortest time in seconds that a frame is shown; shorter ones become 0.1 s.
 TAVREL_API extern const double kTavrelAnimatedImageDelayTimeIntervalMinimum;
@@ -70,23 +65,23 @@ class TAVREL_API TavrelAnimatedImage : public std::enable_shared_from_this<Tavre
   ~TavrelAnimatedImage();
 
   /// The file's bytes, shared.
-  const std::shared_ptr<DataProvider>& data() const { return data_; }
+  const std::shared_ptr<DataProvider>& data() const;
   /// The first frame that could be decoded, and its index.
-  const std::shared_ptr<Image>& posterImage() const { return posterImage_; }
-  std::size_t posterImageFrameIndex() const { return posterImageFrameIndex_; }
+  const std::shared_ptr<Image>& posterImage() const;
+  std::size_t posterImageFrameIndex() const;
   /// In pixels.
-  Size size() const { return sizeForImage(posterImage_); }
+  Size size() const;
   /// How often the animation is played; 0 means for ever.
-  std::size_t loopCount() const { return loopCount_; }
+  std::size_t loopCount() const;
   /// The seconds that each frame is shown; dropped frames have none.
-  const std::map<std::size_t, double>& delayTimesForIndexes() const { return delayTimesForIndexes_; }
+  const std::map<std::size_t, double>& delayTimesForIndexes() const;
   /// Of the file, dropped ones included.
-  std::size_t frameCount() const { return frameCount_; }
-  bool predrawingEnabled() const { return predrawingEnabled_; }
+  std::size_t frameCount() const;
+  bool predrawingEnabled() const;
 
   /// Seconds; the sum of the delays unless set.
-  double durationPerLoop() const { return durationPerLoop_; }
-  void setDurationPerLoop(double durationPerLoop) { durationPerLoop_ = durationPerLoop; }
+  double durationPerLoop() const;
+  void setDurationPerLoop(double durationPerLoop);
 
   /// The frame, or nullptr while it is not decoded yet and when there is no such frame. Has the frames from here on
   /// decoded, round the end, as many as the cache holds.
@@ -100,27 +95,25 @@ class TAVREL_API TavrelAnimatedImage : public std::enable_shared_from_this<Tavre
   static std::shared_ptr<Image> predrawnImageFromImage(const std::shared_ptr<Image>& imageToPredraw);
 
   /// How many frames are best kept in view of their size.
-  std::size_t frameCacheSizeOptimal() const { return frameCacheSizeOptimal_; }
+  std::size_t frameCacheSizeOptimal() const;
   /// How many are kept: the best number, within the limits.
   std::size_t frameCacheSizeCurrent() const;
   /// The application's limit; 0 is none.
-  std::size_t frameCacheSizeMax() const { return frameCacheSizeMax_; }
+  std::size_t frameCacheSizeMax() const;
   void setFrameCacheSizeMax(std::size_t frameCacheSizeMax);
   /// The limit after memory warnings; 0 is none.
-  std::size_t frameCacheSizeMaxInternal() const { return frameCacheSizeMaxInternal_; }
-  std::size_t memoryWarningCount() const { return memoryWarningCount_; }
+  std::size_t frameCacheSizeMaxInternal() const;
+  std::size_t memoryWarningCount() const;
 
-  std::size_t requestedFrameIndex() const { return requestedFrameIndex_; }
+  std::size_t requestedFrameIndex() const;
   /// The frames from the requested one on, round the end, as many as the cache holds, and the poster.
   std::set<std::size_t> frameIndexesToCache() const;
   std::set<std::size_t> cachedFrameIndexes() const;
   /// Being decoded, or waiting for it.
-  const std::set<std::size_t>& requestedFrameIndexes() const { return requestedFrameIndexes_; }
+  const std::set<std::size_t>& requestedFrameIndexes() const;
 
-  const FLWeakProxy<TavrelAnimatedImage>& weakProxy() const { return weakProxy_; }
-  void setDebugDelegate(std::weak_ptr<TavrelAnimatedImageDebugDelegate> delegate) {
-    debug_delegate = std::move(delegate);
-  }
+  const FLWeakProxy<TavrelAnimatedImage>& weakProxy() const;
+  void setDebugDelegate(std::weak_ptr<TavrelAnimatedImageDebugDelegate> delegate);
   std::string description() const;
 
   /// Sends messages of all animated images up to `logLevel` to `logBlock`, on the thread where they arise; an empty one
@@ -135,6 +128,7 @@ class TAVREL_API TavrelAnimatedImage : public std::enable_shared_from_this<Tavre
   static void setDelayedCallScheduler(DelayedCallScheduler scheduler);
 
  private:
+  struct Implementation;
   struct Loader;
   struct Shared;
 
@@ -157,30 +151,7 @@ class TAVREL_API TavrelAnimatedImage : public std::enable_shared_from_this<Tavre
   void performAfterDelay(std::chrono::nanoseconds delay, std::function<void(TavrelAnimatedImage&)> call);
   void runDelayedCall(std::uint64_t number, const std::function<void(TavrelAnimatedImage&)>& call);
 
-  const std::shared_ptr<DataProvider> data_;
-  std::mutex imageSourceMutex_;
-  std::shared_ptr<ImageSource> imageSource;
-  std::shared_ptr<Image> posterImage_;
-  std::size_t posterImageFrameIndex_ = 0;
-  std::size_t loopCount_ = 0;
-  std::map<std::size_t, double> delayTimesForIndexes_;
-  std::size_t frameCount_ = 0;
-  double durationPerLoop_ = 0;
-  bool predrawingEnabled_ = true;
-
-  std::size_t frameCacheSizeOptimal_ = 0;
-  std::size_t frameCacheSizeMax_ = 0;
-  std::size_t frameCacheSizeMaxInternal_ = 0;
-  std::size_t requestedFrameIndex_ = 0;
-  std::set<std::size_t> requestedFrameIndexes_;
-  std::map<std::size_t, std::shared_ptr<Image>> cachedFramesForIndexes;
-  std::set<std::size_t> allFramesIndexSet;
-
-  std::size_t memoryWarningCount_ = 0;
-  std::uint64_t delayedCall_ = 0;
-  FLWeakProxy<TavrelAnimatedImage> weakProxy_;
-  std::weak_ptr<TavrelAnimatedImageDebugDelegate> debug_delegate;
-  std::shared_ptr<DispatchQueue> serialQueue;
+  std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

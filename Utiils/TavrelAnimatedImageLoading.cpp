@@ -47,23 +47,25 @@ struct TavrelAnimatedImage::Loader {
   double precedingDelay = kDelayTimeIntervalDefault;
 
   void readFrames() {
-    image.loopCount_ = static_cast<std::size_t>(image.imageSource->loopCount().value_or(0));
-    image.frameCount_ = image.imageSource->count();
-    for (std::size_t i = 0; i < image.frameCount_; ++i) {
+    image.implementation_->loopCount =
+        static_cast<std::size_t>(image.implementation_->imageSource->loopCount().value_or(0));
+    image.implementation_->frameCount = image.implementation_->imageSource->count();
+    for (std::size_t i = 0; i < image.implementation_->frameCount; ++i) {
       if (const std::shared_ptr<Image> frame = readFrame(i)) {
         keepFrame(i, frame);
       } else {
         ++droppedFrameCount;
       }
     }
-    for (const auto& [index, delay] : image.delayTimesForIndexes_) image.durationPerLoop_ += delay;
+    for (const auto& [index, delay] : image.implementation_->delayTimesForIndexes)
+      image.implementation_->durationPerLoop += delay;
   }
 
   std::shared_ptr<Image> readFrame(std::size_t index) const {
     std::shared_ptr<Image> frame = image.decodedFrame(index);
     if (!frame) {
       info("Dropping frame {} because failed to `CGImageSourceCreateImageAtIndex` with image source {}", index,
-           describe(*image.imageSource));
+           describe(*image.implementation_->imageSource));
       return nullptr;
     }
     if (frame->width() == 0 || frame->height() == 0) {
@@ -75,19 +77,20 @@ struct TavrelAnimatedImage::Loader {
   }
 
   void keepFrame(std::size_t index, const std::shared_ptr<Image>& frame) {
-    if (!image.posterImage_) {
-      image.posterImage_ = image.predrawingEnabled_ ? predrawnImageFromImage(frame) : frame;
-      image.posterImageFrameIndex_ = index;
-      image.cachedFramesForIndexes[index] = image.posterImage_;
+    if (!image.implementation_->posterImage) {
+      image.implementation_->posterImage =
+          image.implementation_->predrawingEnabled ? predrawnImageFromImage(frame) : frame;
+      image.implementation_->posterImageFrameIndex = index;
+      image.implementation_->cachedFramesForIndexes[index] = image.implementation_->posterImage;
     }
     precedingDelay = delayOf(index, *frame);
-    image.delayTimesForIndexes_[index] = precedingDelay;
+    image.implementation_->delayTimesForIndexes[index] = precedingDelay;
   }
 
   double delayOf(std::size_t index, const Image& frame) const {
-    const ImageProperties properties = image.imageSource->properties(index);
+    const ImageProperties properties = image.implementation_->imageSource->properties(index);
     auto delay = properties.unclampedDelayTime ? properties.unclampedDelayTime : properties.delayTime;
-    if (!delay && image.delayTimesForIndexes_.empty()) {
+    if (!delay && image.implementation_->delayTimesForIndexes.empty()) {
       info("Falling back to default delay time for first frame {} because none found in GIF properties {}",
            tavrel::describe(frame), describe(properties));
       delay = kDelayTimeIntervalDefault;
@@ -106,10 +109,11 @@ struct TavrelAnimatedImage::Loader {
   }
 
   std::size_t bestFrameCacheSize() const {
-    const std::size_t bytes =
-        image.posterImage_->bytesPerRow() * image.posterImage_->height() * (image.frameCount_ - droppedFrameCount);
+    const std::size_t bytes = image.implementation_->posterImage->bytesPerRow() *
+                              image.implementation_->posterImage->height() *
+                              (image.implementation_->frameCount - droppedFrameCount);
     const double megabytes = static_cast<double>(bytes) / (1 << 20);
-    if (megabytes <= kDataSizeOfAllFrames) return image.frameCount_;
+    if (megabytes <= kDataSizeOfAllFrames) return image.implementation_->frameCount;
     return megabytes <= kDataSizeOfDefault ? kFrameCacheSizeDefault : kFrameCacheSizeLowMemory;
   }
 };
@@ -133,24 +137,25 @@ Expected<std::shared_ptr<TavrelAnimatedImage>> TavrelAnimatedImage::create(std::
                                             (*source)->type(), tavrel::describe(*data)));
   }
   std::shared_ptr<TavrelAnimatedImage> image(new TavrelAnimatedImage(std::move(data)));
-  image->imageSource = std::move(*source);
-  image->predrawingEnabled_ = predrawingEnabled;
+  image->implementation_->imageSource = std::move(*source);
+  image->implementation_->predrawingEnabled = predrawingEnabled;
   Loader loader{*image};
   loader.readFrames();
-  const auto properties = [&] { return describe(image->imageSource->properties(0)); };
-  if (!image->posterImage_) {
+  const auto properties = [&] { return describe(image->implementation_->imageSource->properties(0)); };
+  if (!image->implementation_->posterImage) {
     return animatedImageFailure(
         ImagingErrorCode::damagedPicture,
         fmt::format("Failed to create any valid frames for GIF with properties {}", properties()));
   }
-  if (image->frameCount_ == 1) {
+  if (image->implementation_->frameCount == 1) {
     info("Created valid GIF but with only a single frame. Image properties: {}", properties());
   }
   const std::size_t wanted = optimalFrameCacheSize == 0 ? loader.bestFrameCacheSize() : optimalFrameCacheSize;
-  image->frameCacheSizeOptimal_ = std::min(wanted, image->frameCount_);
-  for (std::size_t i = 0; i < image->frameCount_; ++i) image->allFramesIndexSet.insert(i);
-  image->serialQueue = DispatchQueue::create("com.TavrelBase.framecache");
-  image->weakProxy_ = FLWeakProxy<TavrelAnimatedImage>::weakProxyForObject(image);
+  image->implementation_->frameCacheSizeOptimal = std::min(wanted, image->implementation_->frameCount);
+  for (std::size_t i = 0; i < image->implementation_->frameCount; ++i)
+    image->implementation_->allFramesIndexSet.insert(i);
+  image->implementation_->serialQueue = DispatchQueue::create("com.TavrelBase.framecache");
+  image->implementation_->weakProxy = FLWeakProxy<TavrelAnimatedImage>::weakProxyForObject(image);
   shared().add(image);
   return image;
 }

@@ -1,5 +1,6 @@
 #include "TavrelBase/Log/TavrelDDAbstractLogger.h"
 
+#include <mutex>
 #include <utility>
 
 #include "Platform/Foundation/FatalAssertion.h"
@@ -8,17 +9,35 @@
 
 namespace tavrel {
 
+struct TavrelDDAbstractLogger::Implementation {
+  std::once_flag queueOnce;
+  std::shared_ptr<DispatchQueue> queue;
+  std::shared_ptr<TavrelDDLogFormatter> formatter;
+};
+
+TavrelDDAbstractLogger::TavrelDDAbstractLogger() : implementation_(std::make_unique<Implementation>()) {}
+
+TavrelDDAbstractLogger::~TavrelDDAbstractLogger() = default;
+
 std::shared_ptr<DispatchQueue> TavrelDDAbstractLogger::loggerQueue() {
-  std::call_once(queueOnce_, [this] { queue_ = DispatchQueue::create(loggerName()); });
-  return queue_;
+  std::call_once(implementation_->queueOnce, [this] { implementation_->queue = DispatchQueue::create(loggerName()); });
+  return implementation_->queue;
+}
+
+void TavrelDDAbstractLogger::setInitialFormatter(std::shared_ptr<TavrelDDLogFormatter> formatter) {
+  implementation_->formatter = std::move(formatter);
+}
+
+const std::shared_ptr<TavrelDDLogFormatter>& TavrelDDAbstractLogger::currentFormatter() const {
+  return implementation_->formatter;
 }
 
 std::shared_ptr<TavrelDDLogFormatter> TavrelDDAbstractLogger::logFormatter() {
-  return read(formatter_);
+  return read(implementation_->formatter);
 }
 
 void TavrelDDAbstractLogger::setLogFormatter(std::shared_ptr<TavrelDDLogFormatter> formatter) {
-  performOnLoggerQueue([&] { formatter_.swap(formatter); });
+  performOnLoggerQueue([&] { implementation_->formatter.swap(formatter); });
 }
 
 void TavrelDDAbstractLogger::performOnLoggerQueue(const std::function<void()>& block) {

@@ -1,8 +1,7 @@
 #pragma once
 
 #include <functional>
-#include <mutex>
-#include <utility>
+#include <memory>
 
 #include "TavrelBase/Log/TavrelDDLogger.h"
 
@@ -15,19 +14,22 @@ namespace tavrel {
 /// it.
 class TAVREL_API TavrelDDAbstractLogger : public TavrelDDLogger {
  public:
+  ~TavrelDDAbstractLogger() override;
+
   /// Created at the first call, labelled with `loggerName()`.
   std::shared_ptr<DispatchQueue> loggerQueue() override;
   std::shared_ptr<TavrelDDLogFormatter> logFormatter() override;
   void setLogFormatter(std::shared_ptr<TavrelDDLogFormatter> formatter);
 
  protected:
+  TavrelDDAbstractLogger();
   /// Runs `block` on the logger's queue, behind everything logged so far, and returns after it; at once when the caller
   /// is on that queue already.
   void performOnLoggerQueue(const std::function<void()>& block);
   /// The formatter that a logger starts with; for constructors.
-  void setInitialFormatter(std::shared_ptr<TavrelDDLogFormatter> formatter) { formatter_ = std::move(formatter); }
+  void setInitialFormatter(std::shared_ptr<TavrelDDLogFormatter> formatter);
   /// The formatter, for code on the logger's queue.
-  const std::shared_ptr<TavrelDDLogFormatter>& currentFormatter() const { return formatter_; }
+  const std::shared_ptr<TavrelDDLogFormatter>& currentFormatter() const;
 
   template <typename T>
   T read(const T& field) {
@@ -37,9 +39,9 @@ class TAVREL_API TavrelDDAbstractLogger : public TavrelDDLogger {
   }
 
  private:
-  std::once_flag queueOnce_;
-  std::shared_ptr<DispatchQueue> queue_;
-  std::shared_ptr<TavrelDDLogFormatter> formatter_;
+  struct Implementation;
+
+  std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <mutex>
 #include <system_error>
 #include <tuple>
 
@@ -63,19 +65,42 @@ std::vector<std::string> namesOf(const std::vector<TavrelDDLogFileInfo>& infos) 
 
 }  // namespace
 
+struct TavrelDDLogFileManagerDefault::Implementation {
+  std::optional<std::filesystem::path> givenDirectory;
+  std::optional<LogFileProtection> defaultFileProtectionLevel;
+  std::atomic<unsigned> maximumNumberOfLogFiles = kTavrelDDDefaultLogMaxNumLogFiles;
+  std::atomic<std::uint64_t> logFilesDiskQuota = kTavrelDDDefaultLogFilesDiskQuota;
+  std::atomic<bool> hasReportedDirectory = false;
+  std::mutex deletion;
+};
+
 TavrelDDLogFileManagerDefault::TavrelDDLogFileManagerDefault(std::optional<std::filesystem::path> logsDirectory,
                                                              std::optional<LogFileProtection> protection)
-    : givenDirectory_(std::move(logsDirectory)),
-      defaultFileProtectionLevel_(protection),
-      maximumNumberOfLogFiles_(kTavrelDDDefaultLogMaxNumLogFiles),
-      logFilesDiskQuota_(kTavrelDDDefaultLogFilesDiskQuota) {}
+    : implementation_(std::make_unique<Implementation>()) {
+  implementation_->givenDirectory = std::move(logsDirectory);
+  implementation_->defaultFileProtectionLevel = protection;
+}
+
+TavrelDDLogFileManagerDefault::~TavrelDDLogFileManagerDefault() = default;
+
+unsigned TavrelDDLogFileManagerDefault::maximumNumberOfLogFiles() const {
+  return implementation_->maximumNumberOfLogFiles;
+}
+
+std::uint64_t TavrelDDLogFileManagerDefault::logFilesDiskQuota() const {
+  return implementation_->logFilesDiskQuota;
+}
+
+std::optional<LogFileProtection> TavrelDDLogFileManagerDefault::defaultFileProtectionLevel() const {
+  return implementation_->defaultFileProtectionLevel;
+}
 
 void TavrelDDLogFileManagerDefault::setMaximumNumberOfLogFiles(unsigned count) {
-  if (maximumNumberOfLogFiles_.exchange(count) != count) deleteOldLogFilesSoon();
+  if (implementation_->maximumNumberOfLogFiles.exchange(count) != count) deleteOldLogFilesSoon();
 }
 
 void TavrelDDLogFileManagerDefault::setLogFilesDiskQuota(std::uint64_t bytes) {
-  if (logFilesDiskQuota_.exchange(bytes) != bytes) deleteOldLogFilesSoon();
+  if (implementation_->logFilesDiskQuota.exchange(bytes) != bytes) deleteOldLogFilesSoon();
 }
 
 std::string TavrelDDLogFileManagerDefault::applicationName() const {
@@ -87,12 +112,13 @@ std::filesystem::path TavrelDDLogFileManagerDefault::defaultLogsDirectory() cons
 }
 
 std::filesystem::path TavrelDDLogFileManagerDefault::logsDirectory() {
-  std::filesystem::path directory = givenDirectory_ ? *givenDirectory_ : defaultLogsDirectory();
+  std::filesystem::path directory =
+      implementation_->givenDirectory ? *implementation_->givenDirectory : defaultLogsDirectory();
   std::error_code error;
   std::filesystem::create_directories(directory, error);
   if (!error) {
-    hasReportedDirectory_ = false;
-  } else if (!hasReportedDirectory_.exchange(true)) {
+    implementation_->hasReportedDirectory = false;
+  } else if (!implementation_->hasReportedDirectory.exchange(true)) {
     ConsoleLog::write("TavrelDDFileLogManagerDefault: Error creating logsDirectory: {}: {}", directory.string(),
                       error.message());
   }
@@ -153,7 +179,7 @@ Expected<std::filesystem::path> TavrelDDLogFileManagerDefault::createNewLogFile(
   const std::string name = newLogFileName();
   const std::filesystem::path directory = logsDirectory();
   const LogFileProtection protection =
-      defaultFileProtectionLevel_.value_or(LogFileProtection::completeUntilFirstUserAuthentication);
+      implementation_->defaultFileProtectionLevel.value_or(LogFileProtection::completeUntilFirstUserAuthentication);
   for (unsigned attempt = 1;; ++attempt) {
     std::filesystem::path path = directory / (attempt == 1 ? name : LogFileName::numbered(name, attempt));
     // Exclusive, so that two processes never take the same name.
@@ -176,10 +202,10 @@ void TavrelDDLogFileManagerDefault::deleteOldLogFiles() {
 }
 
 void TavrelDDLogFileManagerDefault::deleteOldLogFilesExcept(const std::filesystem::path& kept) {
-  const std::lock_guard lock(deletion_);
+  const std::lock_guard lock(implementation_->deletion);
   const std::vector<TavrelDDLogFileInfo> infos = sortedLogFileInfos();
   std::size_t firstToDelete = infos.size();
-  if (const std::uint64_t quota = logFilesDiskQuota_; quota != 0) {
+  if (const std::uint64_t quota = implementation_->logFilesDiskQuota; quota != 0) {
     std::uint64_t total = 0;
     for (std::size_t i = 0; i < infos.size(); ++i) {
       total += infos[i].fileSize();
@@ -188,7 +214,7 @@ void TavrelDDLogFileManagerDefault::deleteOldLogFilesExcept(const std::filesyste
       break;
     }
   }
-  if (const unsigned count = maximumNumberOfLogFiles_; count != 0) {
+  if (const unsigned count = implementation_->maximumNumberOfLogFiles; count != 0) {
     firstToDelete = std::min<std::size_t>(firstToDelete, count);
   }
   if (firstToDelete == 0 && !infos.empty() && !infos.front().isArchived()) firstToDelete = 1;

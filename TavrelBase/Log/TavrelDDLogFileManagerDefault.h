@@ -1,8 +1,6 @@
 #pragma once
 
-#include <atomic>
 #include <memory>
-#include <mutex>
 #include <optional>
 
 #include "TavrelBase/Log/TavrelDDLogFileManager.h"
@@ -25,12 +23,13 @@ class TAVREL_API TavrelDDLogFileManagerDefault : public TavrelDDLogFileManager,
   /// as every application on Linux may: `completeUntilFirstUserAuthentication`.
   explicit TavrelDDLogFileManagerDefault(std::optional<std::filesystem::path> logsDirectory = std::nullopt,
                                          std::optional<LogFileProtection> defaultFileProtectionLevel = std::nullopt);
+  ~TavrelDDLogFileManagerDefault() override;
 
-  unsigned maximumNumberOfLogFiles() const override { return maximumNumberOfLogFiles_; }
+  unsigned maximumNumberOfLogFiles() const override;
   void setMaximumNumberOfLogFiles(unsigned count) override;
-  std::uint64_t logFilesDiskQuota() const override { return logFilesDiskQuota_; }
+  std::uint64_t logFilesDiskQuota() const override;
   void setLogFilesDiskQuota(std::uint64_t bytes) override;
-  std::optional<LogFileProtection> defaultFileProtectionLevel() const { return defaultFileProtectionLevel_; }
+  std::optional<LogFileProtection> defaultFileProtectionLevel() const;
 
   /// Creates the directory when it is not there; a failure goes to the console once, until it succeeds again.
   std::filesystem::path logsDirectory() override;
@@ -58,12 +57,9 @@ class TAVREL_API TavrelDDLogFileManagerDefault : public TavrelDDLogFileManager,
   void deleteOldLogFilesSoon();
   void deleteOldLogFilesExcept(const std::filesystem::path& kept);
 
-  const std::optional<std::filesystem::path> givenDirectory_;
-  const std::optional<LogFileProtection> defaultFileProtectionLevel_;
-  std::atomic<unsigned> maximumNumberOfLogFiles_;
-  std::atomic<std::uint64_t> logFilesDiskQuota_;
-  std::atomic<bool> hasReportedDirectory_ = false;
-  std::mutex deletion_;
+  struct Implementation;
+
+  std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -56,40 +56,50 @@ void writeAll(int fileDescriptor, std::string_view text) {
 
 }  // namespace
 
+struct TavrelDDTTYLogger::Implementation {
+  explicit Implementation(int newFileDescriptor) : fileDescriptor(newFileDescriptor) {}
+
+  const int fileDescriptor;
+  const bool isColoured = isatty(fileDescriptor) != 0 && !environmentVariable("NO_COLOR");
+  LogTimeText time{LogTimeText::Zone::local, "{:%Y-%m-%d %H:%M:%S}", '.'};
+  std::string pending;  // lines that were not written yet
+};
+
 const std::shared_ptr<TavrelDDTTYLogger>& TavrelDDTTYLogger::sharedInstance() {
   static const auto instance = std::make_shared<TavrelDDTTYLogger>(STDERR_FILENO);
   return instance;
 }
 
 TavrelDDTTYLogger::TavrelDDTTYLogger(int fileDescriptor)
-    : fileDescriptor_(fileDescriptor),
-      isColoured_(isatty(fileDescriptor) && !environmentVariable("NO_COLOR")),
-      time_(std::make_unique<LogTimeText>(LogTimeText::Zone::local, "{:%Y-%m-%d %H:%M:%S}", '.')) {}
+    : implementation_(std::make_unique<Implementation>(fileDescriptor)) {}
 
 TavrelDDTTYLogger::~TavrelDDTTYLogger() = default;
 
 void TavrelDDTTYLogger::logMessage(const TavrelDDLogMessage& message) {
+  std::string& pending = implementation_->pending;
   const Kind& kind = kindOf(message.flag());
-  const std::string_view colour = isColoured_ ? kind.colour : std::string_view();
-  fmt::format_to(std::back_inserter(pending_), "{}{} {}[{}] {} ", colour, time_->text(message.timestamp()),
-                 program_invocation_short_name, getpid(), TavrelDDNameOfLevel(kind.level));
+  const std::string_view colour = implementation_->isColoured ? kind.colour : std::string_view();
+  fmt::format_to(std::back_inserter(pending), "{}{} {}[{}] {} ", colour,
+                 implementation_->time.text(message.timestamp()), program_invocation_short_name, getpid(),
+                 TavrelDDNameOfLevel(kind.level));
   if (const auto& formatter = currentFormatter()) {
-    appendUtf8(pending_, formatter->formatLogMessage(message));
+    appendUtf8(pending, formatter->formatLogMessage(message));
   } else {
-    appendUtf8(pending_, message.tag());
-    pending_ += ": ";
-    appendUtf8(pending_, message.message());
+    appendUtf8(pending, message.tag());
+    pending += ": ";
+    appendUtf8(pending, message.message());
   }
-  if (!colour.empty()) pending_ += "\033[0m";
-  if (pending_.back() != '\n') pending_ += '\n';
-  if (pending_.size() >= kLargestGathering) finishHandOver();
+  if (!colour.empty()) pending += "\033[0m";
+  if (pending.back() != '\n') pending += '\n';
+  if (pending.size() >= kLargestGathering) finishHandOver();
 }
 
 void TavrelDDTTYLogger::finishHandOver() {
-  if (pending_.empty()) return;
-  writeAll(fileDescriptor_, pending_);
-  pending_.clear();
-  if (pending_.capacity() > 2 * kLargestGathering) pending_.shrink_to_fit();
+  std::string& pending = implementation_->pending;
+  if (pending.empty()) return;
+  writeAll(implementation_->fileDescriptor, pending);
+  pending.clear();
+  if (pending.capacity() > 2 * kLargestGathering) pending.shrink_to_fit();
 }
 
 }  // namespace tavrel

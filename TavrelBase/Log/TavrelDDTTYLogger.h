@@ -7,8 +7,6 @@
 
 namespace tavrel {
 
-class LogTimeText;
-
 /// Writes records to standard error: date and time, program and process number, level, tag and text, in one line, for
 /// instance "2026-03-01 12:00:00.250 tavrel[812] [W] TavrelCamera: front camera not available". With a formatter its
 /// result takes the place of tag and text. On a terminal errors are red, warnings yellow, debug grey and verbose dim,
@@ -29,10 +27,9 @@ class TAVREL_API TavrelDDTTYLogger : public TavrelDDAbstractLogger {
   std::string loggerName() const override { return "video.tavrel.log.console"; }
 
  private:
-  const int fileDescriptor_;
-  const bool isColoured_;
-  const std::unique_ptr<LogTimeText> time_;
-  std::string pending_;
+  struct Implementation;
+
+  std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

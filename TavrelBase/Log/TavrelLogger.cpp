@@ -1,5 +1,6 @@
 #include "TavrelBase/Log/TavrelLogger.h"
 
+#include <mutex>
 #include <utility>
 
 #include "Platform/Foundation/ProcessEnd.h"
@@ -34,6 +35,13 @@ struct TavrelLogger::Load {
 
 const TavrelLogger::Load TavrelLogger::Load::once;
 
+struct TavrelLogger::Implementation {
+  std::mutex mutex;
+  std::shared_ptr<TavrelDDFileLogger> fileLogger;
+};
+
+TavrelLogger::TavrelLogger() : implementation_(std::make_unique<Implementation>()) {}
+
 TavrelLogger& TavrelLogger::sharedLogger() {
   // Never destroyed: other static objects may use it while they are destroyed. The file logger ends with the process.
   static auto* instance = [] {
@@ -57,14 +65,14 @@ void TavrelLogger::enableFileLogger() {
 }
 
 std::shared_ptr<TavrelDDFileLogger> TavrelLogger::fileLogger() {
-  const std::lock_guard lock(mutex_);
-  if (!fileLogger_) fileLogger_ = std::make_shared<TavrelDDFileLogger>();
-  return fileLogger_;
+  const std::lock_guard lock(implementation_->mutex);
+  if (!implementation_->fileLogger) implementation_->fileLogger = std::make_shared<TavrelDDFileLogger>();
+  return implementation_->fileLogger;
 }
 
 void TavrelLogger::setFileLogger(std::shared_ptr<TavrelDDFileLogger> fileLogger) {
-  const std::lock_guard lock(mutex_);
-  fileLogger_.swap(fileLogger);
+  const std::lock_guard lock(implementation_->mutex);
+  implementation_->fileLogger.swap(fileLogger);
 }
 
 }  // namespace tavrel

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 
 #include "TavrelBase/Log/LogCall.h"
 #include "TavrelBase/Log/TavrelDDFileLogger.h"
@@ -32,11 +31,11 @@ class TAVREL_API TavrelLogger {
 
  private:
   struct Load;
+  struct Implementation;
 
-  TavrelLogger() = default;
+  TavrelLogger();
 
-  std::mutex mutex_;
-  std::shared_ptr<TavrelDDFileLogger> fileLogger_;
+  std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

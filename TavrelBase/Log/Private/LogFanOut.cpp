@@ -98,15 +98,15 @@ void LogFanOut::writeToOne(const Lane& lane, std::span<const LogEntry> entries) 
 }
 
 void LogFanOut::writeInParallel(const std::vector<Lane>& lanes, std::span<const LogEntry> entries) {
-  LogLockstep lockstep(static_cast<unsigned>(lanes.size()), lanes.size() <= _numProcessors);
+  LogLockstep lockstep(static_cast<unsigned>(lanes.size()), lanes.size() <= _numProcessors,
+                       [&](std::uint32_t step) { didWrite(entries[step]); });
   for (const Lane& lane : lanes) {
-    loggingGroup_.async(lane.queue, [&lane, &lockstep, entries, this] {
+    loggingGroup_.async(lane.queue, [&lane, &lockstep, entries] {
       for (std::uint32_t step = 0; step < entries.size(); ++step) {
         const LogEntry& entry = entries[step];
         lane.write(entry.message());
         if (entry.done) lane.finishHandOver();
-        lockstep.finish(
-            step, [&] { didWrite(entry); }, [&] { lane.finishHandOver(); });
+        lockstep.finish(step, [&] { lane.finishHandOver(); });
       }
       lane.finishHandOver();
     });
