@@ -77,6 +77,7 @@
 #include "Platform/Foundation/JSONString.h"
 #include "Platform/Foundation/KeyValueObserving.h"
 #include "Platform/Foundation/NotificationCenter.h"
+#include "Platform/Foundation/Notifications.h"
 #include "Platform/Foundation/Version.h"
 #include "Platform/Graphics/GLDriverLock.h"
 #include "Platform/Graphics/PixelBuffer.h"

@@ -11,6 +11,7 @@
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Foundation/Environment.h"
 #include "Platform/Foundation/NotificationCenter.h"
+#include "Platform/Foundation/Notifications.h"
 #include "Platform/Tracing/TraceNames.h"
 #include "Platform/UI/Application.h"
 

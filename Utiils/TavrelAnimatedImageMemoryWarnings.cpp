@@ -4,6 +4,7 @@
 #include "Platform/Dispatch/RunLoop.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Foundation/NotificationCenter.h"
+#include "Platform/Foundation/Notifications.h"
 #include "Platform/UI/Application.h"
 #include "Utiils/Private/TavrelAnimatedImageShared.h"
 
@@ -59,18 +60,19 @@ void TavrelAnimatedImage::didReceiveMemoryWarningNotification() {
 }
 
 void TavrelAnimatedImage::didReceiveMemoryWarning() {
-  ++memoryWarningCount_;
-  ++delayedCall_;  // cancels a pending one
+  ++implementation_->memoryWarningCount;
+  ++implementation_->delayedCall;  // cancels a pending one
   logStringFromBlock(
       [&] {
         return fmt::format(
             "Attempt setting frame cache size max to {} (previous was {}) after memory warning #{} for animated image: "
             "{}",
-            kFrameCacheSizeLowMemory, frameCacheSizeMaxInternal_, memoryWarningCount_, description());
+            kFrameCacheSizeLowMemory, implementation_->frameCacheSizeMaxInternal, implementation_->memoryWarningCount,
+            description());
       },
       Level::debug);
   setFrameCacheSizeMaxInternal(kFrameCacheSizeLowMemory);
-  if (memoryWarningCount_ - 1 >= kGrowAttemptsMax) return;
+  if (implementation_->memoryWarningCount - 1 >= kGrowAttemptsMax) return;
   performAfterDelay(kGrowDelay, [](TavrelAnimatedImage& image) {
     image.growFrameCacheSizeAfterMemoryWarning(kFrameCacheSizeGrowAfterMemoryWarning);
   });
@@ -99,8 +101,8 @@ void TavrelAnimatedImage::resetFrameCacheSizeMaxInternal() {
 
 void TavrelAnimatedImage::performAfterDelay(std::chrono::nanoseconds delay,
                                             std::function<void(TavrelAnimatedImage&)> call) {
-  const std::uint64_t number = ++delayedCall_;
-  auto later = [proxy = weakProxy_, number, call = std::move(call)] {
+  const std::uint64_t number = ++implementation_->delayedCall;
+  auto later = [proxy = implementation_->weakProxy, number, call = std::move(call)] {
     proxy.forward(&TavrelAnimatedImage::runDelayedCall, number, call);
   };
   DelayedCallScheduler scheduler;
@@ -116,7 +118,7 @@ void TavrelAnimatedImage::performAfterDelay(std::chrono::nanoseconds delay,
 }
 
 void TavrelAnimatedImage::runDelayedCall(std::uint64_t number, const std::function<void(TavrelAnimatedImage&)>& call) {
-  if (number == delayedCall_) call(*this);
+  if (number == implementation_->delayedCall) call(*this);
 }
 
 }  // namespace tavrel

@@ -5,6 +5,7 @@
 
 #include "Platform/Capture/CaptureClock.h"
 #include "Platform/Capture/CaptureDevice.h"
+#include "Platform/Foundation/Notifications.h"
 #include "Platform/Media/AudioSession.h"
 #include "Platform/Tracing/TraceNames.h"
 #include "Platform/Tracing/TraceSpan.h"

@@ -17,11 +17,6 @@
 
 namespace tavrel {
 
-/// Posted after a device was plugged in and after one went away; the object is the `CaptureDevice`. Observers are
-/// called on the global queue.
-inline constexpr const char* kCaptureDeviceWasConnectedNotification = "CaptureDeviceWasConnectedNotification";
-inline constexpr const char* kCaptureDeviceWasDisconnectedNotification = "CaptureDeviceWasDisconnectedNotification";
-
 /// A camera or a microphone, on PipeWire, V4L2 or without hardware; `TAVREL_CAPTURE=pipewire|v4l2|virtual|auto` chooses
 /// where they come from. `auto`, the default, takes PipeWire's devices and V4L2's cameras where PipeWire has none, and
 /// virtual ones when there is no real camera, or no real microphone.

@@ -13,11 +13,6 @@
 
 namespace tavrel {
 
-/// Posted on the global queue; the object is the `CaptureSession`. `runtimeError` says what happened.
-inline constexpr const char* kCaptureSessionRuntimeErrorNotification = "CaptureSessionRuntimeErrorNotification";
-/// A device that had failed or was unplugged delivers again.
-inline constexpr const char* kCaptureSessionDidRecoverNotification = "CaptureSessionDidRecoverNotification";
-
 /// Presets choose the camera's format. These five, and any size written as "1280x720".
 inline constexpr const char* kCaptureSessionPresetPhoto = "photo";    ///< the largest picture
 inline constexpr const char* kCaptureSessionPresetHigh = "high";      ///< 1280x720 or the nearest

@@ -9,11 +9,6 @@
 
 namespace tavrel {
 
-/// Posted after the system's sound service went away and came back; the object is the `AudioSession`. Devices are found
-/// again by themselves. Observers are called on the global queue.
-inline constexpr const char* kAudioSessionMediaServicesWereResetNotification =
-    "AudioSessionMediaServicesWereResetNotification";
-
 /// What the process does with sound.
 enum class AudioSessionCategory { ambient, record, playAndRecord };
 

@@ -3,6 +3,7 @@
 #include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Dispatch/RunLoop.h"
 #include "Platform/Foundation/NotificationCenter.h"
+#include "Platform/Foundation/Notifications.h"
 #include "Platform/UI/Private/SystemWatch.h"
 #include "Platform/UI/Private/UserInterface.h"
 

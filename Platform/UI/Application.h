@@ -19,19 +19,6 @@ enum class ApplicationState {
   background,  ///< every window is minimised or hidden
 };
 
-// Notifications, posted through `NotificationCenter::defaultCenter()`. The poster's thread, which is the main thread
-// for all that this class posts, calls the observers.
-
-/// Posted when the system runs short of memory; caches are emptied then.
-inline constexpr const char* kApplicationDidReceiveMemoryWarningNotification =
-    "ApplicationDidReceiveMemoryWarningNotification";
-inline constexpr const char* kApplicationDidBecomeActiveNotification = "ApplicationDidBecomeActiveNotification";
-inline constexpr const char* kApplicationWillResignActiveNotification = "ApplicationWillResignActiveNotification";
-inline constexpr const char* kApplicationDidEnterBackgroundNotification = "ApplicationDidEnterBackgroundNotification";
-inline constexpr const char* kApplicationWillEnterForegroundNotification = "ApplicationWillEnterForegroundNotification";
-/// Posted once, when the process was asked to end; the main run loop stops after it.
-inline constexpr const char* kApplicationWillTerminateNotification = "ApplicationWillTerminateNotification";
-
 /// The running application as the library sees it. Stands on SDL's events, on SIGTERM and on the kernel's
 /// memory-pressure file (`/proc/pressure/memory`). Any thread, unless said otherwise.
 ///

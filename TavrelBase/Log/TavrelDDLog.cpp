@@ -10,6 +10,7 @@
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Foundation/NotificationCenter.h"
+#include "Platform/Foundation/Notifications.h"
 #include "Platform/Foundation/ProcessEnd.h"
 #include "TavrelBase/Log/Private/LogFanOut.h"
 #include "TavrelBase/Log/Private/LogScope.h"
@@ -123,7 +124,7 @@ struct TavrelDDLog::Implementation {
 };
 
 TavrelDDLog::TavrelDDLog() : implementation_(std::make_unique<Implementation>()) {
-  NotificationCenter::defaultCenter().addObserver("UIApplicationWillTerminateNotification",
+  NotificationCenter::defaultCenter().addObserver(kApplicationWillTerminateNotification,
                                                   [](std::string_view, const void*) { flushLog(); });
 }
 

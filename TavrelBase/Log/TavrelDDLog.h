@@ -25,7 +25,7 @@ namespace tavrel {
 ///
 /// Any thread. A call waits while 1000 records are queued and not yet written. Calls that a logger or the logging queue
 /// makes itself never wait. Queues start with the first record, so a program may fork before it logs. At the end of the
-/// process (and on the notification "UIApplicationWillTerminateNotification") everything queued is flushed; records
+/// process (and on `kApplicationWillTerminateNotification`) everything queued is flushed; records
 /// that come later still go to the console as plain text.
 class TAVREL_API TavrelDDLog {
  public:

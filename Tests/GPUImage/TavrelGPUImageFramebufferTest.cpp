@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <thread>
 
+#include "Platform/Foundation/Notifications.h"
 #include "Support/GraphTestSupport.h"
 
 namespace tavrel {

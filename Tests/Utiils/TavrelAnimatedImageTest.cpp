@@ -6,6 +6,7 @@
 
 #include "Platform/Dispatch/RunLoop.h"
 #include "Platform/Foundation/NotificationCenter.h"
+#include "Platform/Foundation/Notifications.h"
 #include "Platform/Imaging/ImageDestination.h"
 #include "Platform/Imaging/ImageSource.h"
 #include "Platform/UI/Application.h"

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "MovieOptions.h"
+#include "Platform/Foundation/Notifications.h"
 #include "Report.h"
 
 namespace tavrel::tool {

@@ -6,6 +6,7 @@
 #include "Capture/Video/Private/CameraLog.h"
 #include "Platform/Capture/CaptureClock.h"
 #include "Platform/Capture/CaptureDevice.h"
+#include "Platform/Foundation/Notifications.h"
 #include "Platform/UI/Application.h"
 #include "Platform/UI/Screen.h"
 #include "TavrelBase/Utils/TavrelUtils.h"

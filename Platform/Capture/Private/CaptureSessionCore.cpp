@@ -9,6 +9,7 @@
 #include "Platform/Capture/Private/CaptureSystem.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Foundation/NotificationCenter.h"
+#include "Platform/Foundation/Notifications.h"
 
 namespace tavrel {
 namespace {

@@ -7,6 +7,7 @@
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/CaptureSessionCore.h"
 #include "Platform/Capture/Private/CaptureSystem.h"
+#include "Platform/Foundation/Notifications.h"
 
 namespace tavrel {
 namespace {

@@ -11,6 +11,7 @@
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/Environment.h"
 #include "Platform/Foundation/NotificationCenter.h"
+#include "Platform/Foundation/Notifications.h"
 #include "Platform/Foundation/ProcessEnd.h"
 #include "Platform/Media/AudioSession.h"
 

@@ -1,5 +1,6 @@
 #include <cmath>
 
+#include "Platform/Foundation/Notifications.h"
 #include "Support/CameraTestSupport.h"
 
 namespace tavrel {

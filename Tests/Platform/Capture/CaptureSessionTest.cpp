@@ -7,6 +7,7 @@
 
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Dispatch/DispatchSemaphore.h"
+#include "Platform/Foundation/Notifications.h"
 #include "Platform/Imaging/ImageSource.h"
 #include "Support/CaptureTestSupport.h"
 #include "Support/VirtualFrames.h"

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <vector>
 
+#include "Platform/Foundation/Notifications.h"
 #include "Platform/UI/Private/MemoryPressure.h"
 #include "TavrelCaptureBase.h"
 

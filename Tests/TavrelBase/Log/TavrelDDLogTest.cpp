@@ -5,7 +5,8 @@
 #include <stdexcept>
 #include <thread>
 
-#include "Platform/Foundation/NotificationCenter.h"
+#include "Platform/Dispatch/RunLoop.h"
+#include "Platform/UI/Application.h"
 #include "Support/LogTestSupport.h"
 
 namespace tavrel {
@@ -171,7 +172,8 @@ TEST_F(TavrelDDLogTest, FlushReachesEveryLoggerAlsoWhenTheApplicationEnds) {
   const auto first = addRecorder();
   const auto second = addRecorder();
   logText(true, TavrelDDLogFlagInfo, "text");
-  NotificationCenter::defaultCenter().post("UIApplicationWillTerminateNotification");
+  Application::shared().terminate();
+  RunLoop::main().runFor(10s);  // until the application stops it
   EXPECT_EQ(first->flushes, 1);
   EXPECT_EQ(second->flushes, 1);
   EXPECT_EQ(second->texts().size(), 1U);

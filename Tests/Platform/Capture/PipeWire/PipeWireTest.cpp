@@ -7,6 +7,7 @@
 
 #include "Platform/Capture/PipeWire/Private/PipeWireBackend.h"
 #include "Platform/Capture/Private/CaptureSystem.h"
+#include "Platform/Foundation/Notifications.h"
 #include "Platform/Media/AudioSession.h"
 #include "Support/CapturePeers.h"
 #include "Support/CaptureTestSupport.h"

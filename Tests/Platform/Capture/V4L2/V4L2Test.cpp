@@ -8,6 +8,7 @@
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/CaptureSystem.h"
 #include "Platform/Capture/V4L2/Private/V4L2Backend.h"
+#include "Platform/Foundation/Notifications.h"
 #include "Support/CaptureFakeVideoNode.h"
 #include "Support/CaptureTestSupport.h"
 #include "Support/VirtualFrames.h"
