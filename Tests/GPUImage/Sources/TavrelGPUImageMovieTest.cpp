@@ -176,20 +176,24 @@ TEST_F(MovieTest, FramesLeaveNoFasterThanTheyPlayAndLateOnesAtOnce) {
   ASSERT_NO_FATAL_FAILURE(makeRamp("a.mp4", 20));
   openFile("a.mp4");
   movie_->setPlayAtActualSpeed(true);
+  double resumed = 0;
   target_->onFrame = [&] {
+    if (target_->times.size() != 5) return;
     // One frame takes longer than three frames play.
-    if (target_->times.size() == 5) std::this_thread::sleep_for(std::chrono::milliseconds(140));
+    std::this_thread::sleep_for(std::chrono::milliseconds(140));
+    resumed = DisplayLink::hostTime();
   };
+  const double started = DisplayLink::hostTime();
   movie_->startProcessing();
   waitForTheEnd();
   ASSERT_EQ(target_->arrivals.size(), 20U);
+  EXPECT_GT(target_->arrivals[5] - target_->arrivals[4], 0.139);
+  // When a frame may leave, counted from the last one that was late. How much later it arrives is the machine's affair:
+  // on a busy one the next frame may follow it at once.
   for (std::size_t i = 1; i < 20; ++i) {
-    const double gap = target_->arrivals[i] - target_->arrivals[i - 1];
-    if (i == 5) {
-      EXPECT_GT(gap, 0.139);
-    } else if (i != 6) {
-      EXPECT_GT(gap, 0.025) << i;  // the one before may have come a little late
-    }
+    const double earliest =
+        i < 5 ? started + 0.04 * static_cast<double>(i) : resumed + 0.04 * static_cast<double>(i - 5);
+    EXPECT_GT(target_->arrivals[i], earliest - 0.001) << i;
   }
   EXPECT_GT(target_->arrivals.back() - target_->arrivals.front(), 0.13 + 17 * 0.04);
 }
