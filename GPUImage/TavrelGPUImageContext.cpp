@@ -240,12 +240,6 @@ void TavrelGPUImageContext::useSharegroup(std::shared_ptr<GLSharegroup> sharegro
   implementation_->sharegroup = std::move(sharegroup);
 }
 
-std::shared_ptr<GLContext> TavrelGPUImageContext::createContext() {
-  auto created = GLContext::create(implementation_->sharegroup);
-  if (!created) stopWithoutContext(created.error());
-  return *created;
-}
-
 const std::shared_ptr<GLContext>& TavrelGPUImageContext::context() {
   if (const auto prepared = prepareContext(); !prepared) stopWithoutContext(prepared.error());
   return implementation_->context;

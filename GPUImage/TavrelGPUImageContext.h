@@ -81,7 +81,6 @@ class TAVREL_API TavrelGPUImageContext : public std::enable_shared_from_this<Tav
   /// `context`, else the program stops. Any thread.
   void useSharegroup(std::shared_ptr<GLSharegroup> sharegroup);
   /// A new GL context in the sharegroup; when there can be none, the program stops.
-  std::shared_ptr<GLContext> createContext();
 
   /// Created on first request; when there can be none, the program stops. Any thread.
   const std::shared_ptr<GLContext>& context();

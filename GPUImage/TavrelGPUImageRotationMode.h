@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "Platform/Foundation/Geometry.h"
+
 namespace tavrel {
 
 /// How a consumer turns its input. The values are part of the interface.
@@ -20,6 +22,11 @@ enum TavrelGPUImageRotationMode : std::uint64_t {
 constexpr bool TavrelGPUImageRotationSwapsWidthAndHeight(TavrelGPUImageRotationMode rotation) {
   return rotation == kTavrelGPUImageRotateLeft || rotation == kTavrelGPUImageRotateRight ||
          rotation == kTavrelGPUImageRotateRightFlipVertical || rotation == kTavrelGPUImageRotateRightFlipHorizontal;
+}
+
+/// The size of a picture after the turn.
+constexpr Size TavrelGPUImageRotatedSize(Size size, TavrelGPUImageRotationMode rotation) {
+  return TavrelGPUImageRotationSwapsWidthAndHeight(rotation) ? Size{size.height, size.width} : size;
 }
 
 }  // namespace tavrel

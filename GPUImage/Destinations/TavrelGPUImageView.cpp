@@ -16,16 +16,16 @@
 namespace tavrel {
 namespace {
 
-// (s, t) at bottom-left, bottom-right, top-left, top-right; one row for each rotation mode.
-constexpr GLfloat kTextureCoordinates[8][8] = {
-    {0, 1, 1, 1, 0, 0, 1, 0},  // no rotation
-    {0, 0, 0, 1, 1, 0, 1, 1},  // rotate left
-    {1, 1, 1, 0, 0, 1, 0, 0},  // rotate right
-    {0, 0, 1, 0, 0, 1, 1, 1},  // flip vertical
-    {1, 1, 0, 1, 1, 0, 0, 0},  // flip horizontal
-    {1, 0, 1, 1, 0, 0, 0, 1},  // rotate right, flip vertical
-    {0, 1, 0, 0, 1, 1, 1, 0},  // rotate right, flip horizontal
-    {1, 0, 0, 0, 1, 1, 0, 1},  // rotate 180
+/// For each rotation mode, the one that flips the picture vertically besides.
+constexpr TavrelGPUImageRotationMode kUpsideDown[8] = {
+    kTavrelGPUImageFlipVertical,
+    kTavrelGPUImageRotateRightFlipVertical,
+    kTavrelGPUImageRotateRightFlipHorizontal,
+    kTavrelGPUImageNoRotation,
+    kTavrelGPUImageRotate180,
+    kTavrelGPUImageRotateLeft,
+    kTavrelGPUImageRotateRight,
+    kTavrelGPUImageFlipHorizontal,
 };
 
 }  // namespace
@@ -82,7 +82,8 @@ TavrelGPUImageView::LayerClass TavrelGPUImageView::layerClass() {
 }
 
 const GLfloat* TavrelGPUImageView::textureCoordinatesForRotation(TavrelGPUImageRotationMode rotationMode) {
-  return rotationMode <= kTavrelGPUImageRotate180 ? kTextureCoordinates[rotationMode] : nullptr;
+  if (rotationMode > kTavrelGPUImageRotate180) return nullptr;
+  return TavrelGPUImageFilter::textureCoordinatesForRotation(kUpsideDown[rotationMode]);
 }
 
 void TavrelGPUImageView::commonInit() {
@@ -299,9 +300,7 @@ void TavrelGPUImageView::setInputRotation(TavrelGPUImageRotationMode newInputRot
 
 void TavrelGPUImageView::setInputSize(Size newSize, Index) {
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
-    const Size rotated = TavrelGPUImageRotationSwapsWidthAndHeight(implementation_->inputRotation)
-                             ? Size{newSize.height, newSize.width}
-                             : newSize;
+    const Size rotated = TavrelGPUImageRotatedSize(newSize, implementation_->inputRotation);
     if (rotated == implementation_->inputImageSize) return;
     implementation_->inputImageSize = rotated;
     recalculateViewGeometry();

@@ -52,8 +52,7 @@ Point TavrelGPUImageFilter::rotatedPoint(Point point, TavrelGPUImageRotationMode
 }
 
 Size TavrelGPUImageFilter::rotatedSize(Size size, Index) const {
-  if (TavrelGPUImageRotationSwapsWidthAndHeight(inputRotation())) return {size.height, size.width};
-  return size;
+  return TavrelGPUImageRotatedSize(size, inputRotation());
 }
 
 Size TavrelGPUImageFilter::outputFrameSize() const {

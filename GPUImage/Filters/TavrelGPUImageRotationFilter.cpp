@@ -20,8 +20,7 @@ void TavrelGPUImageRotationFilter::setRotation(TavrelGPUImageRotationMode rotati
 }
 
 Size TavrelGPUImageRotationFilter::rotatedSize(Size size, Index forIndex) const {
-  size = TavrelGPUImageFilter::rotatedSize(size, forIndex);
-  return TavrelGPUImageRotationSwapsWidthAndHeight(rotation_) ? Size{size.height, size.width} : size;
+  return TavrelGPUImageRotatedSize(TavrelGPUImageFilter::rotatedSize(size, forIndex), rotation_);
 }
 
 void TavrelGPUImageRotationFilter::setInputSize(Size newSize, Index atIndex) {

@@ -51,10 +51,7 @@ Index TavrelGPUImageTwoInputFilter::nextAvailableTextureIndex() const {
 
 Size TavrelGPUImageTwoInputFilter::rotatedSize(Size size, Index forIndex) const {
   if (forIndex == 0) return TavrelGPUImageFilter::rotatedSize(size, forIndex);
-  return onVideoProcessingQueue([&] {
-    return TavrelGPUImageRotationSwapsWidthAndHeight(implementation_->inputRotation2) ? Size{size.height, size.width}
-                                                                                      : size;
-  });
+  return onVideoProcessingQueue([&] { return TavrelGPUImageRotatedSize(size, implementation_->inputRotation2); });
 }
 
 void TavrelGPUImageTwoInputFilter::setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer,

@@ -1,16 +1,30 @@
 #include "GPUImage/Private/QuadProgram.h"
 
-#include "GPUImage/Private/LinkedProgram.h"
 #include "GPUImage/TavrelGLProgram.h"
 #include "GPUImage/TavrelGPUImageContext.h"
+#include "Platform/Foundation/ConsoleLog.h"
+#include "Platform/Foundation/FatalAssertion.h"
 
 namespace tavrel {
+namespace {
+
+void link(TavrelGLProgram& program, std::initializer_list<std::string_view> attributes) {
+  for (const std::string_view attribute : attributes) program.addAttribute(attribute);
+  if (program.link()) return;
+  ConsoleLog::write("Program link log: {}", program.programLog());
+  ConsoleLog::write("Fragment shader compile log: {}", program.fragmentShaderLog());
+  ConsoleLog::write("Vertex shader compile log: {}", program.vertexShaderLog());
+  fatalAssertion("Filter shader link failed");
+}
+
+}  // namespace
 
 QuadProgram::QuadProgram(TavrelGPUImageContext& context, std::string_view vertexShader, std::string_view fragmentShader,
                          std::initializer_list<std::string_view> attributes)
     : context_(&context) {
   context.useAsCurrentContext();
-  program_ = linkedProgram(context, vertexShader, fragmentShader, attributes);
+  program_ = context.programForVertexShaderString(vertexShader, fragmentShader);
+  if (!program_->initialized()) link(*program_, attributes);
   position_ = program_->attributeIndex("position");
   textures_ = {{{program_->attributeIndex("inputTextureCoordinate"), program_->uniformIndex("inputImageTexture")},
                 {program_->attributeIndex("inputTextureCoordinate2"), program_->uniformIndex("inputImageTexture2")}}};
