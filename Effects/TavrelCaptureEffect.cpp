@@ -2,7 +2,22 @@
 
 #include <utility>
 
+#include "Platform/Foundation/ObserverList.h"
+
 namespace tavrel {
+namespace {
+
+struct EveryChange {};
+
+}  // namespace
+
+struct TavrelCaptureEffect::Implementation {
+  ObserverList<EveryChange, std::string_view> observers;
+};
+
+TavrelCaptureEffect::TavrelCaptureEffect() : implementation_(std::make_unique<Implementation>()) {}
+
+TavrelCaptureEffect::TavrelCaptureEffect(const TavrelCaptureEffect&) : TavrelCaptureEffect() {}
 
 TavrelCaptureEffect::~TavrelCaptureEffect() = default;
 
@@ -24,15 +39,15 @@ std::shared_ptr<PixelBuffer> TavrelCaptureEffect::prepareFrame(const std::shared
 }
 
 TavrelCaptureEffect::ChangeObserverToken TavrelCaptureEffect::addChangeObserver(ChangeObserver observer) {
-  return observers_.add({}, std::move(observer));
+  return implementation_->observers.add({}, std::move(observer));
 }
 
 void TavrelCaptureEffect::removeChangeObserver(ChangeObserverToken token) {
-  observers_.remove(token);
+  implementation_->observers.remove(token);
 }
 
 void TavrelCaptureEffect::announceChange(std::string_view property) {
-  observers_.notify([](EveryChange) { return true; }, property);
+  implementation_->observers.notify([](EveryChange) { return true; }, property);
 }
 
 }  // namespace tavrel

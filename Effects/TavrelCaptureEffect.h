@@ -8,7 +8,6 @@
 #include "Effects/TavrelCaptureEffectNodes.h"
 #include "Platform/Foundation/Export.h"
 #include "Platform/Foundation/Geometry.h"
-#include "Platform/Foundation/ObserverList.h"
 #include "Platform/Media/MediaTime.h"
 
 namespace tavrel {
@@ -30,7 +29,7 @@ class TAVREL_API TavrelCaptureEffect {
   /// Names one registration; 0 is never given out.
   using ChangeObserverToken = std::uint64_t;
 
-  TavrelCaptureEffect() = default;
+  TavrelCaptureEffect();
   TavrelCaptureEffect& operator=(const TavrelCaptureEffect&) = delete;
   virtual ~TavrelCaptureEffect();
 
@@ -61,14 +60,14 @@ class TAVREL_API TavrelCaptureEffect {
 
  protected:
   /// Observers watch an effect, not its copies.
-  TavrelCaptureEffect(const TavrelCaptureEffect&) {}
+  TavrelCaptureEffect(const TavrelCaptureEffect& other);
 
   /// Tells whoever has nodes of this effect that `property` has a new value; see `applyChange`.
   void announceChange(std::string_view property);
 
  private:
-  struct EveryChange {};
-  ObserverList<EveryChange, std::string_view> observers_;
+  struct Implementation;
+  std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

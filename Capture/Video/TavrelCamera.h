@@ -14,6 +14,7 @@
 
 namespace tavrel {
 
+class TavrelGPUImageView;
 class Image;
 struct SampleTiming;
 class TavrelGPUImageFramebuffer;

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "Effects/TavrelCaptureEffect.h"
-#include "GPUImage/Destinations/TavrelGPUImageView.h"
+#include "GPUImage/Destinations/TavrelGPUImageFillMode.h"
 #include "Platform/Capture/CaptureDeviceModes.h"
 #include "Platform/Capture/CaptureSession.h"
 #include "Platform/Foundation/Geometry.h"

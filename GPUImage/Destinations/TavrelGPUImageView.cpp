@@ -10,6 +10,7 @@
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebufferLease.h"
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Graphics/GLDrawable.h"
 #include "Platform/Tracing/TraceNames.h"
 #include "Platform/UI/Screen.h"
 

@@ -3,22 +3,15 @@
 #include <GLES2/gl2.h>
 
 #include <array>
-#include <cstdint>
 #include <memory>
 
+#include "GPUImage/Destinations/TavrelGPUImageFillMode.h"
 #include "GPUImage/TavrelGPUImageInput.h"
 #include "GPUImage/TavrelGPUImageRotationMode.h"
 #include "Platform/UI/DrawableLayer.h"
 #include "Platform/UI/View.h"
 
 namespace tavrel {
-
-/// How a picture is fitted into a view of other proportions.
-enum TavrelGPUImageFillModeType : std::uint64_t {
-  kTavrelGPUImageFillModeStretch = 0,                    ///< both sides fill the view
-  kTavrelGPUImageFillModePreserveAspectRatio = 1,        ///< all of the picture, bars of the background colour
-  kTavrelGPUImageFillModePreserveAspectRatioAndFill = 2  ///< all of the view, what does not fit is cut off
-};
 
 /// The end of the graph that people see: draws each frame into its layer's renderbuffer and presents it.
 ///

@@ -1,26 +1,48 @@
 #include "Platform/Dispatch/DispatchGroup.h"
 
+#include <condition_variable>
+#include <mutex>
 #include <utility>
+#include <vector>
 
 #include "Platform/Foundation/Deadline.h"
 #include "Platform/Foundation/FatalAssertion.h"
 
 namespace tavrel {
+namespace {
+
+struct Notification {
+  std::shared_ptr<DispatchQueue> queue;
+  DispatchQueue::Block block;
+};
+
+}  // namespace
+
+struct DispatchGroup::Implementation {
+  std::mutex mutex;
+  std::condition_variable empty;
+  std::size_t count = 0;
+  std::vector<Notification> notifications;
+};
+
+DispatchGroup::DispatchGroup() : implementation_(std::make_unique<Implementation>()) {}
+
+DispatchGroup::~DispatchGroup() = default;
 
 void DispatchGroup::enter() {
-  const std::lock_guard lock(mutex_);
-  ++count_;
+  const std::lock_guard lock(implementation_->mutex);
+  ++implementation_->count;
 }
 
 void DispatchGroup::leave() {
   std::vector<Notification> due;
   {
-    const std::lock_guard lock(mutex_);
-    if (count_ == 0) fatalAssertion("Unbalanced call to DispatchGroup::leave");
-    if (--count_ > 0) return;
-    due.swap(notifications_);
+    const std::lock_guard lock(implementation_->mutex);
+    if (implementation_->count == 0) fatalAssertion("Unbalanced call to DispatchGroup::leave");
+    if (--implementation_->count > 0) return;
+    due.swap(implementation_->notifications);
     // Notified under the lock: a waiter may destroy the group as soon as it sees it empty.
-    empty_.notify_all();
+    implementation_->empty.notify_all();
   }
   for (Notification& notification : due) notification.queue->async(std::move(notification.block));
 }
@@ -35,9 +57,9 @@ void DispatchGroup::async(const std::shared_ptr<DispatchQueue>& queue, DispatchQ
 
 void DispatchGroup::notify(const std::shared_ptr<DispatchQueue>& queue, DispatchQueue::Block block) {
   {
-    const std::lock_guard lock(mutex_);
-    if (count_ > 0) {
-      notifications_.push_back({queue, std::move(block)});
+    const std::lock_guard lock(implementation_->mutex);
+    if (implementation_->count > 0) {
+      implementation_->notifications.push_back({queue, std::move(block)});
       return;
     }
   }
@@ -45,13 +67,14 @@ void DispatchGroup::notify(const std::shared_ptr<DispatchQueue>& queue, Dispatch
 }
 
 void DispatchGroup::wait() {
-  std::unique_lock lock(mutex_);
-  empty_.wait(lock, [this] { return count_ == 0; });
+  std::unique_lock lock(implementation_->mutex);
+  implementation_->empty.wait(lock, [this] { return implementation_->count == 0; });
 }
 
 bool DispatchGroup::wait(std::chrono::nanoseconds timeout) {
-  std::unique_lock lock(mutex_);
-  return empty_.wait_until(lock, deadlineAfter(timeout), [this] { return count_ == 0; });
+  std::unique_lock lock(implementation_->mutex);
+  return implementation_->empty.wait_until(lock, deadlineAfter(timeout),
+                                           [this] { return implementation_->count == 0; });
 }
 
 }  // namespace tavrel

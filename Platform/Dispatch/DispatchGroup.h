@@ -1,10 +1,7 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
-#include <vector>
 
 #include "Platform/Dispatch/DispatchQueue.h"
 
@@ -13,6 +10,11 @@ namespace tavrel {
 /// Counts work in progress and tells when all of it is done. Any thread.
 class TAVREL_API DispatchGroup {
  public:
+  DispatchGroup();
+  DispatchGroup(const DispatchGroup&) = delete;
+  DispatchGroup& operator=(const DispatchGroup&) = delete;
+  ~DispatchGroup();
+
   void enter();
   /// Ends one `enter`; without one the program stops.
   void leave();
@@ -25,15 +27,8 @@ class TAVREL_API DispatchGroup {
   bool wait(std::chrono::nanoseconds timeout);
 
  private:
-  struct Notification {
-    std::shared_ptr<DispatchQueue> queue;
-    DispatchQueue::Block block;
-  };
-
-  std::mutex mutex_;
-  std::condition_variable empty_;
-  std::size_t count_ = 0;
-  std::vector<Notification> notifications_;
+  struct Implementation;
+  std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -4,9 +4,11 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <variant>
 
 #include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Export.h"
 
 namespace tavrel {
 
@@ -17,17 +19,8 @@ using Value = std::variant<bool, std::int64_t, double, std::string, Data>;
 using Dictionary = std::map<std::string, Value, std::less<>>;
 
 /// The number held by `value`, truth values counting as 0 and 1; nothing when it is a text or bytes.
-inline std::optional<double> numberOf(const Value& value) {
-  if (const auto* boolean = std::get_if<bool>(&value)) return *boolean ? 1 : 0;
-  if (const auto* integer = std::get_if<std::int64_t>(&value)) return static_cast<double>(*integer);
-  if (const auto* real = std::get_if<double>(&value)) return *real;
-  return std::nullopt;
-}
-
+TAVREL_API std::optional<double> numberOf(const Value& value);
 /// The number stored under `key`; nothing when the key is absent or does not hold a number.
-inline std::optional<double> numberFor(const Dictionary& dictionary, std::string_view key) {
-  const auto entry = dictionary.find(key);
-  return entry == dictionary.end() ? std::nullopt : numberOf(entry->second);
-}
+TAVREL_API std::optional<double> numberFor(const Dictionary& dictionary, std::string_view key);
 
 }  // namespace tavrel

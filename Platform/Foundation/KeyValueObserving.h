@@ -1,23 +1,23 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 
 #include "Platform/Foundation/Export.h"
-#include "Platform/Foundation/ObserverList.h"
 
 namespace tavrel {
 
 /// Base of objects whose properties can be watched by name. Any thread; the properties themselves are not locked.
 class TAVREL_API KeyValueObserving {
-  using Observers = ObserverList<std::string, std::string_view>;
-
  public:
   using Callback = std::function<void(std::string_view key)>;
   /// Names one registration; 0 is never given out.
-  using ObserverToken = Observers::Token;
+  using ObserverToken = std::uint64_t;
 
   /// Calls `callback` after each later set of the property called `key`, on the setting thread, also when the value is
   /// the same as before. The object then has the new value.
@@ -26,11 +26,11 @@ class TAVREL_API KeyValueObserving {
   void removeObserver(ObserverToken token);
 
  protected:
-  KeyValueObserving() = default;
+  KeyValueObserving();
   /// Observers watch an object, not its copies.
-  KeyValueObserving(const KeyValueObserving&) {}
+  KeyValueObserving(const KeyValueObserving& other);
   KeyValueObserving& operator=(const KeyValueObserving&) = delete;
-  ~KeyValueObserving() = default;
+  ~KeyValueObserving();
 
   /// Stores a new value, then calls the property's observers in the order of registration. Observers may add and remove
   /// registrations; one removed by an earlier observer of the same change is not called.
@@ -42,7 +42,8 @@ class TAVREL_API KeyValueObserving {
   void didChangeValueForKey(std::string_view key);
 
  private:
-  Observers observers_;
+  struct Implementation;
+  std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -1,29 +1,30 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 
 #include "Platform/Foundation/Export.h"
-#include "Platform/Foundation/ObserverList.h"
 
 namespace tavrel {
 
 /// Hands named notifications to whoever asked for them. Any thread.
 class TAVREL_API NotificationCenter {
-  struct Interest {
-    std::string name;
-    const void* object;
-  };
-  using Observers = ObserverList<Interest, std::string_view, const void*>;
-
  public:
   /// `object` is whatever the poster named as the subject, or nullptr.
   using Callback = std::function<void(std::string_view name, const void* object)>;
   /// Names one registration; 0 is never given out.
-  using ObserverToken = Observers::Token;
+  using ObserverToken = std::uint64_t;
 
   /// The process's centre; it lives until the process ends.
   static NotificationCenter& defaultCenter();
+
+  NotificationCenter();
+  NotificationCenter(const NotificationCenter&) = delete;
+  NotificationCenter& operator=(const NotificationCenter&) = delete;
+  ~NotificationCenter();
 
   /// Calls `callback` for every later post of `name`, on the posting thread. With `object`, only for posts about it.
   ObserverToken addObserver(std::string name, Callback callback, const void* object = nullptr);
@@ -34,7 +35,8 @@ class TAVREL_API NotificationCenter {
   void post(std::string_view name, const void* object = nullptr);
 
  private:
-  Observers observers_;
+  struct Implementation;
+  std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Platform/Graphics/GLContext.h"
+#include "Platform/Graphics/GLDrawable.h"
 #include "Platform/UI/DrawableLayer.h"
 #include "Platform/UI/Private/LayerRenderer.h"
 #include "Platform/UI/Private/UIFailure.h"

@@ -2,7 +2,13 @@
 
 #include <cmath>
 
+#include "Platform/Graphics/GLDrawable.h"
+
 namespace tavrel {
+
+DrawableLayer::DrawableLayer() : drawable_(std::make_shared<GLDrawable>()) {}
+
+DrawableLayer::~DrawableLayer() = default;
 
 void DrawableLayer::contentsSizeDidChange() {
   // Sizes that are whole but for a rounding error are whole.

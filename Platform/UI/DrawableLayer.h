@@ -2,10 +2,11 @@
 
 #include <memory>
 
-#include "Platform/Graphics/GLDrawable.h"
 #include "Platform/UI/Layer.h"
 
 namespace tavrel {
+
+class GLDrawable;
 
 /// A layer whose contents GL draws, on any thread: see `GLDrawable`.
 ///
@@ -13,6 +14,9 @@ namespace tavrel {
 /// centre instead. Its storage has the layer's size times `contentsScale`, cut to whole pixels.
 class TAVREL_API DrawableLayer : public Layer {
  public:
+  DrawableLayer();
+  ~DrawableLayer() override;
+
   /// May be used from any thread, also when the layer is gone.
   const std::shared_ptr<GLDrawable>& drawable() const { return drawable_; }
 
@@ -20,7 +24,7 @@ class TAVREL_API DrawableLayer : public Layer {
   void contentsSizeDidChange() override;
 
  private:
-  std::shared_ptr<GLDrawable> drawable_ = std::make_shared<GLDrawable>();
+  const std::shared_ptr<GLDrawable> drawable_;
 };
 
 }  // namespace tavrel

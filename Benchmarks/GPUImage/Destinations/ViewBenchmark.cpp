@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "Platform/Graphics/GLDrawable.h"
 #include "Support/BareGL.h"
 #include "Support/Comparison.h"
 #include "Support/ResourceCount.h"

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <string>
 
+#include "Platform/Graphics/GLDrawable.h"
 #include "Platform/UI/DrawableLayer.h"
 #include "Platform/UI/Private/UIFailure.h"
 

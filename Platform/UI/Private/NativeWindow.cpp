@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "Platform/Graphics/GLDrawable.h"
 #include "Platform/Graphics/GLDriverLock.h"
 #include "Platform/UI/DrawableLayer.h"
 #include "Platform/UI/Private/LayerRenderer.h"

@@ -5,6 +5,7 @@
 #include <set>
 #include <thread>
 
+#include "Platform/Graphics/GLDrawable.h"
 #include "Support/GraphTestSupport.h"
 
 namespace tavrel::test {

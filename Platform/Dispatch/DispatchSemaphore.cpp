@@ -1,0 +1,48 @@
+#include "Platform/Dispatch/DispatchSemaphore.h"
+
+#include <condition_variable>
+#include <mutex>
+
+#include "Platform/Foundation/Deadline.h"
+
+namespace tavrel {
+
+struct DispatchSemaphore::Implementation {
+  std::mutex mutex;
+  std::condition_variable available;
+  long count;
+};
+
+DispatchSemaphore::DispatchSemaphore(long count) : implementation_(new Implementation{{}, {}, count}) {}
+
+DispatchSemaphore::~DispatchSemaphore() = default;
+
+void DispatchSemaphore::wait() {
+  auto& [mutex, available, count] = *implementation_;
+  std::unique_lock lock(mutex);
+  available.wait(lock, [this] { return implementation_->count > 0; });
+  --count;
+}
+
+bool DispatchSemaphore::wait(std::chrono::nanoseconds timeout) {
+  auto& [mutex, available, count] = *implementation_;
+  std::unique_lock lock(mutex);
+  if (!available.wait_until(lock, deadlineAfter(timeout), [this] { return implementation_->count > 0; })) return false;
+  --count;
+  return true;
+}
+
+bool DispatchSemaphore::tryWait() {
+  const std::lock_guard lock(implementation_->mutex);
+  if (implementation_->count <= 0) return false;
+  --implementation_->count;
+  return true;
+}
+
+void DispatchSemaphore::signal() {
+  const std::lock_guard lock(implementation_->mutex);
+  ++implementation_->count;
+  implementation_->available.notify_one();
+}
+
+}  // namespace tavrel
