@@ -5,6 +5,7 @@
 #include "Effects/Private/StickerTimeline.h"
 #include "GPUImage/Filters/TavrelGPUImageAlphaBlendFilter.h"
 #include "GPUImage/Filters/TavrelGPUImagePlacementFilter.h"
+#include "GPUImage/Sources/TavrelGPUImagePicture.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Imaging/ImageSource.h"
 #include "Platform/Imaging/ImagingError.h"
@@ -23,126 +24,143 @@ Expected<std::shared_ptr<Image>> loadImage(const std::filesystem::path& path) {
 
 }  // namespace
 
-/// What an effect is made from.
-struct TavrelAnimatedStickerCaptureEffect::Source {
+/// What is played, and the nodes that draw it.
+struct TavrelAnimatedStickerCaptureEffect::Implementation {
+  explicit Implementation(const std::shared_ptr<TavrelAnimatedImage>& gif)
+      : animatedImage(gif), posterImage(gif->posterImage()) {
+    commonInit();
+  }
+  Implementation(std::vector<std::filesystem::path> paths, float seconds, std::shared_ptr<Image> poster)
+      : imagePaths(std::move(paths)), interval(seconds), posterImage(std::move(poster)) {
+    commonInit();
+  }
+
+  /// The same animation, at its start.
+  std::unique_ptr<Implementation> anew() const {
+    if (animatedImage) {
+      return std::make_unique<Implementation>(
+          TavrelAnimatedImage::create(animatedImage->data()).value_or(animatedImage));
+    }
+    // A file that has gone since is still known here.
+    return std::make_unique<Implementation>(imagePaths, interval, loadImage(imagePaths.front()).value_or(posterImage));
+  }
+  void commonInit() {
+    picture = std::make_shared<TavrelGPUImagePicture>(posterImage);
+    transformFilter = std::make_shared<TavrelGPUImagePlacementFilter>();
+    alphaBlendFilter = std::make_shared<TavrelGPUImageAlphaBlendFilter>();
+    alphaBlendFilter->setMix(1.0);
+    picture->addTarget(transformFilter);
+    transformFilter->addTarget(alphaBlendFilter, 1);
+  }
+  std::shared_ptr<Image> imageAtIndex(std::size_t index) const {
+    if (animatedImage) return animatedImage->imageAtIndex(index);
+    return loadImage(imagePaths.at(index)).value_or(nullptr);
+  }
+
   std::shared_ptr<TavrelAnimatedImage> animatedImage;
   std::vector<std::filesystem::path> imagePaths;
   float interval = 0;
   std::shared_ptr<Image> posterImage;
+  std::shared_ptr<TavrelGPUImagePicture> picture;
+  std::shared_ptr<TavrelGPUImagePlacementFilter> transformFilter;
+  std::shared_ptr<TavrelGPUImageAlphaBlendFilter> alphaBlendFilter;
+  std::size_t currentFrameIndex = 0;
 };
 
 Expected<std::shared_ptr<TavrelAnimatedStickerCaptureEffect>> TavrelAnimatedStickerCaptureEffect::create(Data gifData) {
-  auto image = TavrelAnimatedImage::create(std::move(gifData));
-  if (!image) return tl::unexpected(image.error());
-  Source source = {.animatedImage = *image, .imagePaths = {}, .posterImage = (*image)->posterImage()};
-  return std::shared_ptr<TavrelAnimatedStickerCaptureEffect>(new TavrelAnimatedStickerCaptureEffect(std::move(source)));
+  return TavrelAnimatedImage::create(std::move(gifData)).map([](const auto& image) {
+    return std::shared_ptr<TavrelAnimatedStickerCaptureEffect>(
+        new TavrelAnimatedStickerCaptureEffect(std::make_unique<Implementation>(image)));
+  });
 }
 
 Expected<std::shared_ptr<TavrelAnimatedStickerCaptureEffect>> TavrelAnimatedStickerCaptureEffect::create(
     std::vector<std::filesystem::path> imagePaths, float interval) {
   if (imagePaths.empty())
     return failure(ImagingErrorCode::nothingGiven, "an animated sticker needs at least one picture");
-  auto poster = loadImage(imagePaths.front());
-  if (!poster) return tl::unexpected(poster.error());
-  Source source = {.animatedImage = nullptr,
-                   .imagePaths = std::move(imagePaths),
-                   .interval = interval,
-                   .posterImage = std::move(*poster)};
-  return std::shared_ptr<TavrelAnimatedStickerCaptureEffect>(new TavrelAnimatedStickerCaptureEffect(std::move(source)));
+  return loadImage(imagePaths.front()).map([&](const std::shared_ptr<Image>& poster) {
+    return std::shared_ptr<TavrelAnimatedStickerCaptureEffect>(new TavrelAnimatedStickerCaptureEffect(
+        std::make_unique<Implementation>(std::move(imagePaths), interval, poster)));
+  });
 }
 
-TavrelAnimatedStickerCaptureEffect::TavrelAnimatedStickerCaptureEffect(Source source)
-    : gifData_(source.animatedImage ? source.animatedImage->data() : nullptr),
-      imagePaths_(std::move(source.imagePaths)),
-      interval_(source.interval),
-      animatedImage(std::move(source.animatedImage)),
-      posterImage(std::move(source.posterImage)) {
-  commonInit();
-}
+TavrelAnimatedStickerCaptureEffect::TavrelAnimatedStickerCaptureEffect(std::unique_ptr<Implementation> implementation)
+    : implementation_(std::move(implementation)) {}
 
 // Placement and loop count are not copied; that is how a copy has always been.
 TavrelAnimatedStickerCaptureEffect::TavrelAnimatedStickerCaptureEffect(const TavrelAnimatedStickerCaptureEffect& source)
-    : TavrelObject(source),
-      TavrelCaptureEffect(source),
-      gifData_(source.gifData_),
-      imagePaths_(source.imagePaths_),
-      interval_(source.interval_) {
-  if (gifData_) {
-    animatedImage = TavrelAnimatedImage::create(gifData_).value_or(source.animatedImage);
-    posterImage = animatedImage->posterImage();
-  } else {
-    // A file that has gone since is still known to the source.
-    posterImage = loadImage(imagePaths_.front()).value_or(source.posterImage);
-  }
-  commonInit();
-}
+    : TavrelCaptureEffect(source), implementation_(source.implementation_->anew()) {}
 
 TavrelAnimatedStickerCaptureEffect::~TavrelAnimatedStickerCaptureEffect() = default;
 
 std::shared_ptr<TavrelCaptureEffect> TavrelAnimatedStickerCaptureEffect::copy() const {
-  return std::make_shared<TavrelAnimatedStickerCaptureEffect>(*this);
+  return std::shared_ptr<TavrelCaptureEffect>(new TavrelAnimatedStickerCaptureEffect(*this));
 }
 
-void TavrelAnimatedStickerCaptureEffect::commonInit() {
-  picture_ = std::make_shared<TavrelGPUImagePicture>(posterImage);
-  transformFilter = std::make_shared<TavrelGPUImagePlacementFilter>();
-  alphaBlendFilter = std::make_shared<TavrelGPUImageAlphaBlendFilter>();
-  alphaBlendFilter->setMix(1.0);
-  picture_->addTarget(transformFilter);
-  transformFilter->addTarget(alphaBlendFilter, 1);
-  startTimestamp_ = -1;
+std::shared_ptr<DataProvider> TavrelAnimatedStickerCaptureEffect::gifData() const {
+  return implementation_->animatedImage ? implementation_->animatedImage->data() : nullptr;
+}
+
+const std::vector<std::filesystem::path>& TavrelAnimatedStickerCaptureEffect::imagePaths() const {
+  return implementation_->imagePaths;
+}
+
+float TavrelAnimatedStickerCaptureEffect::interval() const {
+  return implementation_->interval;
+}
+
+const std::shared_ptr<TavrelGPUImagePicture>& TavrelAnimatedStickerCaptureEffect::picture() const {
+  return implementation_->picture;
 }
 
 std::shared_ptr<TavrelGPUImageFilter> TavrelAnimatedStickerCaptureEffect::filter() const {
-  return alphaBlendFilter;
+  return implementation_->alphaBlendFilter;
 }
 
 Size TavrelAnimatedStickerCaptureEffect::size() const {
-  return TavrelAnimatedImage::sizeForImage(posterImage);
+  return TavrelAnimatedImage::sizeForImage(implementation_->posterImage);
 }
 
 void TavrelAnimatedStickerCaptureEffect::setVideoSize(Size videoSize) {
   changeValue(videoSize_, videoSize, "videoSize");
-  transformFilter->setAffineTransform(TavrelGetTransform(destRect_, videoSize_, static_cast<float>(rotation_)));
-  transformFilter->forceProcessingAtSize(videoSize_);
+  TavrelGPUImagePlacementFilter& placement = *implementation_->transformFilter;
+  placement.setAffineTransform(TavrelGetTransform(destRect_, videoSize_, static_cast<float>(rotation_)));
+  placement.forceProcessingAtSize(videoSize_);
 }
 
 bool TavrelAnimatedStickerCaptureEffect::refreshPictureWithTimestamp(double timestamp) {
   if (startTimestamp_ < 0) setStartTimestamp(timestamp);
   const double elapsed = timestamp - startTimestamp_;
-  const std::size_t frameCount = animatedImage ? animatedImage->frameCount() : imagePaths_.size();
-  std::size_t loopLimit = animatedImage ? animatedImage->loopCount() : 0;
-  if (loopCount_ > 0) loopLimit = static_cast<std::size_t>(loopCount_);
+  Implementation& own = *implementation_;
+  const TavrelAnimatedImage* const gif = own.animatedImage.get();
+  const std::size_t frameCount = gif ? gif->frameCount() : own.imagePaths.size();
+  const std::int64_t wishedLoops = loopCount_;
+  std::size_t loopLimit = gif ? gif->loopCount() : 0;
+  if (wishedLoops > 0) loopLimit = static_cast<std::size_t>(wishedLoops);
 
-  const StickerMoment moment =
-      animatedImage ? stickerMoment(elapsed, animatedImage->durationPerLoop(), animatedImage->delayTimesForIndexes())
-                    : stickerMoment(elapsed, interval_, imagePaths_.size());
-  if (moment.frameIndex == currentFrameIndex) return false;
+  const StickerMoment moment = gif ? stickerMoment(elapsed, gif->durationPerLoop(), gif->delayTimesForIndexes())
+                                   : stickerMoment(elapsed, own.interval, frameCount);
+  if (moment.frameIndex == own.currentFrameIndex) return false;
   const bool isPlayedOut =
       loopLimit > 0 && moment.frameIndex == frameCount - 1 && moment.completedLoops == static_cast<double>(loopLimit);
   if (isPlayedOut) return false;
-  currentFrameIndex = moment.frameIndex;
-  const std::shared_ptr<Image> image = imageAtIndex(moment.frameIndex);
+  own.currentFrameIndex = moment.frameIndex;
+  const std::shared_ptr<Image> image = own.imageAtIndex(moment.frameIndex);
   if (!image) return false;
   // On the queue as a whole: a pass that is under way must not lose the texture.
-  TavrelRunSynchronouslyOnVideoProcessingQueue([&] { picture_->updateWithCGImage(image); });
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] { own.picture->updateWithCGImage(image); });
   return true;
 }
 
 TavrelCaptureEffectNodes TavrelAnimatedStickerCaptureEffect::makeNodes(Size frameSize) {
   setVideoSize(frameSize);
-  return {.filters = {filter()}, .pictures = {picture_}};
+  return {.filters = {filter()}, .pictures = {picture()}};
 }
 
 std::shared_ptr<PixelBuffer> TavrelAnimatedStickerCaptureEffect::prepareFrame(
     const std::shared_ptr<PixelBuffer>& pixelBuffer, const SampleTiming&, MediaTime frameTime) {
-  if (frameTime.isNumeric() && refreshPictureWithTimestamp(frameTime.seconds())) picture_->processImage();
+  if (frameTime.isNumeric() && refreshPictureWithTimestamp(frameTime.seconds())) picture()->processImage();
   return pixelBuffer;
-}
-
-std::shared_ptr<Image> TavrelAnimatedStickerCaptureEffect::imageAtIndex(std::size_t index) const {
-  if (animatedImage) return animatedImage->imageAtIndex(index);
-  return loadImage(imagePaths_.at(index)).value_or(nullptr);
 }
 
 }  // namespace tavrel

@@ -1,33 +1,28 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <vector>
 
 #include "Effects/TavrelCaptureEffect.h"
-#include "Effects/TavrelObject.h"
-#include "GPUImage/Filters/TavrelGPUImageFilter.h"
-#include "GPUImage/Sources/TavrelGPUImagePicture.h"
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Geometry.h"
-#include "Platform/Imaging/DataProvider.h"
-#include "Platform/Imaging/Image.h"
 
 namespace tavrel {
 
-class TavrelAnimatedImage;
-class TavrelGPUImageAlphaBlendFilter;
-class TavrelGPUImagePlacementFilter;
+class DataProvider;
 
 /// Lays an animation over the frame: a GIF, or pictures from files that take turns.
 ///
 /// It owns its part of the graph: `picture` → a placement filter → `filter`, at that one's texture location 1. The
 /// camera's frames enter `filter` at location 0. For every frame the effect is told the time with
 /// `refreshPictureWithTimestamp`; `picture` has to be processed before the first one, and again when it is another one
-/// or was placed anew. One thread at a time; refreshing waits for the video-processing queue when the picture changes.
-class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelObject, public TavrelCaptureEffect {
+/// or was placed anew. One thread at a time, but for refreshing, for `loopCount` and for `startTimestamp`, which frames
+/// that run take up. Refreshing waits for the video-processing queue when the picture changes.
+class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelCaptureEffect {
  public:
   /// Fails ("imaging") when the bytes are no GIF with a frame that can be decoded.
   static Expected<std::shared_ptr<TavrelAnimatedStickerCaptureEffect>> create(Data gifData);
@@ -35,11 +30,10 @@ class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelObject, publi
   /// fails ("imaging" or "posix") when there is none. A later one that cannot be loaded leaves the one before in place.
   static Expected<std::shared_ptr<TavrelAnimatedStickerCaptureEffect>> create(
       std::vector<std::filesystem::path> imagePaths, float interval);
-  /// A copy takes over attachments and the animation, which it plays by itself from the start. Loop count, rectangle,
-  /// rotation and video size are those of a new one.
-  TavrelAnimatedStickerCaptureEffect(const TavrelAnimatedStickerCaptureEffect& source);
   ~TavrelAnimatedStickerCaptureEffect() override;
 
+  /// It takes over attachments and the animation, which it plays by itself from the start. Loop count, rectangle,
+  /// rotation and video size are those of a new one.
   std::shared_ptr<TavrelCaptureEffect> copy() const override;
   /// `filter` and `picture`, placed on frames of that size.
   TavrelCaptureEffectNodes makeNodes(Size frameSize) override;
@@ -48,9 +42,9 @@ class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelObject, publi
                                             const SampleTiming& sampleTimingInfo, MediaTime frameTime) override;
 
   /// The GIF; nullptr for pictures from files.
-  const std::shared_ptr<DataProvider>& gifData() const { return gifData_; }
-  const std::vector<std::filesystem::path>& imagePaths() const { return imagePaths_; }
-  float interval() const { return interval_; }
+  std::shared_ptr<DataProvider> gifData() const;
+  const std::vector<std::filesystem::path>& imagePaths() const;
+  float interval() const;
 
   /// How often the animation is played; 0 or less means as often as the GIF says, or without end for files. After that
   /// the last frame stays while it is due in the next loop.
@@ -70,7 +64,7 @@ class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelObject, publi
   Size videoSize() const { return videoSize_; }
   void setVideoSize(Size videoSize);
 
-  const std::shared_ptr<TavrelGPUImagePicture>& picture() const { return picture_; }
+  const std::shared_ptr<TavrelGPUImagePicture>& picture() const;
   /// The blend filter, whose output is the frame with the sticker.
   std::shared_ptr<TavrelGPUImageFilter> filter() const;
   /// Of the sticker's picture, in pixels.
@@ -81,27 +75,17 @@ class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelObject, publi
   bool refreshPictureWithTimestamp(double timestamp);
 
  private:
-  struct Source;
+  struct Implementation;
 
-  explicit TavrelAnimatedStickerCaptureEffect(Source source);
-  void commonInit();
-  std::shared_ptr<Image> imageAtIndex(std::size_t index) const;
+  explicit TavrelAnimatedStickerCaptureEffect(std::unique_ptr<Implementation> implementation);
+  TavrelAnimatedStickerCaptureEffect(const TavrelAnimatedStickerCaptureEffect& source);
 
-  std::shared_ptr<DataProvider> gifData_;
-  std::vector<std::filesystem::path> imagePaths_;
-  float interval_ = 0;
-  std::int64_t loopCount_ = 0;
+  const std::unique_ptr<Implementation> implementation_;
+  std::atomic<std::int64_t> loopCount_ = 0;
+  std::atomic<double> startTimestamp_ = -1;
   Rect destRect_;
   double rotation_ = 0;
-  double startTimestamp_ = -1;
   Size videoSize_;
-
-  std::shared_ptr<TavrelAnimatedImage> animatedImage;
-  std::shared_ptr<Image> posterImage;
-  std::shared_ptr<TavrelGPUImagePicture> picture_;
-  std::shared_ptr<TavrelGPUImagePlacementFilter> transformFilter;
-  std::shared_ptr<TavrelGPUImageAlphaBlendFilter> alphaBlendFilter;
-  std::size_t currentFrameIndex = 0;
 };
 
 }  // namespace tavrel

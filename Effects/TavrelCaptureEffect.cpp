@@ -17,7 +17,8 @@ struct TavrelCaptureEffect::Implementation {
 
 TavrelCaptureEffect::TavrelCaptureEffect() : implementation_(std::make_unique<Implementation>()) {}
 
-TavrelCaptureEffect::TavrelCaptureEffect(const TavrelCaptureEffect&) : TavrelCaptureEffect() {}
+TavrelCaptureEffect::TavrelCaptureEffect(const TavrelCaptureEffect& other)
+    : TavrelObject(other), implementation_(std::make_unique<Implementation>()) {}
 
 TavrelCaptureEffect::~TavrelCaptureEffect() = default;
 

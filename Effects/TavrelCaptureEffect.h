@@ -4,9 +4,10 @@
 #include <functional>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "Effects/TavrelCaptureEffectNodes.h"
-#include "Platform/Foundation/Export.h"
+#include "Effects/TavrelObject.h"
 #include "Platform/Foundation/Geometry.h"
 #include "Platform/Media/MediaTime.h"
 
@@ -18,20 +19,19 @@ struct SampleTiming;
 /// Describes one effect that a camera, or a `TavrelCaptureEffectChain`, is asked for. It carries parameters and makes
 /// the nodes that draw it.
 ///
-/// An effect of one's own derives from this class, and from `TavrelObject` if its properties are to be observed by
-/// name. It overrides `copy` and what it needs of the rest: `makeNodes` where it draws on the GPU, `prepareFrame` where
-/// it works on pixel buffers, `sizeAfter` where it changes the frame's size. Its setters end with `announceChange`.
+/// An effect of one's own derives from this class. It overrides `copy` and what it needs of the rest: `makeNodes` where
+/// it draws on the GPU, `prepareFrame` where it works on pixel buffers, `sizeAfter` where it changes the frame's size.
+/// Its setters call `changeProperty`.
 ///
 /// One thread at a time, but for `prepareFrame`.
-class TAVREL_API TavrelCaptureEffect {
+class TAVREL_API TavrelCaptureEffect : public TavrelObject {
  public:
   using ChangeObserver = std::function<void(std::string_view property)>;
   /// Names one registration; 0 is never given out.
   using ChangeObserverToken = std::uint64_t;
 
   TavrelCaptureEffect();
-  TavrelCaptureEffect& operator=(const TavrelCaptureEffect&) = delete;
-  virtual ~TavrelCaptureEffect();
+  ~TavrelCaptureEffect() override;
 
   /// An independent new descriptor of the same class; each class says what it takes over. Observers are not.
   virtual std::shared_ptr<TavrelCaptureEffect> copy() const = 0;
@@ -62,6 +62,12 @@ class TAVREL_API TavrelCaptureEffect {
   /// Observers watch an effect, not its copies.
   TavrelCaptureEffect(const TavrelCaptureEffect& other);
 
+  /// Stores a new value, tells those who observe the property by name, then announces the change.
+  template <typename Property, typename Value>
+  void changeProperty(Property& property, Value&& value, std::string_view name) {
+    changeValue(property, std::forward<Value>(value), name);
+    announceChange(name);
+  }
   /// Tells whoever has nodes of this effect that `property` has a new value; see `applyChange`.
   void announceChange(std::string_view property);
 

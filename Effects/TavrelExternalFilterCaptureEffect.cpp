@@ -3,16 +3,7 @@
 namespace tavrel {
 
 TavrelExternalFilterCaptureEffect::TavrelExternalFilterCaptureEffect(const TavrelExternalFilterCaptureEffect& source)
-    : TavrelObject(source), TavrelCaptureEffect(source), externalFilterClass_(source.externalFilterClass()) {}
-
-std::shared_ptr<TavrelCaptureEffect> TavrelExternalFilterCaptureEffect::copy() const {
-  return std::make_shared<TavrelExternalFilterCaptureEffect>(*this);
-}
-
-void TavrelExternalFilterCaptureEffect::setExternalFilterClass(const TavrelExternalFilterClass* externalFilterClass) {
-  externalFilterClass_ = externalFilterClass;
-  didChangeValueForKey("externalFilterClass");
-}
+    : TavrelCaptureEffect(source), externalFilterClass_(source.externalFilterClass()) {}
 
 std::shared_ptr<PixelBuffer> TavrelExternalFilterCaptureEffect::prepareFrame(
     const std::shared_ptr<PixelBuffer>& pixelBuffer, const SampleTiming& sampleTimingInfo, MediaTime) {

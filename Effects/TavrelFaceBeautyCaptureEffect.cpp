@@ -6,20 +6,10 @@ namespace tavrel {
 
 // The bright level serves twice; that is how a copy has always been.
 TavrelFaceBeautyCaptureEffect::TavrelFaceBeautyCaptureEffect(const TavrelFaceBeautyCaptureEffect& source)
-    : TavrelObject(source),
-      TavrelCaptureEffect(source),
+    : TavrelCaptureEffect(source),
       beautyLevel_(source.brightLevel_),
       brightLevel_(source.brightLevel_),
       toneLevel_(source.toneLevel_) {}
-
-std::shared_ptr<TavrelCaptureEffect> TavrelFaceBeautyCaptureEffect::copy() const {
-  return std::make_shared<TavrelFaceBeautyCaptureEffect>(*this);
-}
-
-void TavrelFaceBeautyCaptureEffect::setLevel(double& level, double value, std::string_view property) {
-  changeValue(level, value, property);
-  announceChange(property);
-}
 
 TavrelCaptureEffectNodes TavrelFaceBeautyCaptureEffect::makeNodes(Size) {
   const auto filter = std::make_shared<TavrelGPUImageBeautifyFilter>();

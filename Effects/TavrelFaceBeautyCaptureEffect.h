@@ -1,33 +1,32 @@
 #pragma once
 
 #include "Effects/TavrelCaptureEffect.h"
-#include "Effects/TavrelObject.h"
 
 namespace tavrel {
 
 /// Smooths and brightens skin. Observable: "beautyLevel", "brightLevel" and "toneLevel"; a running camera's filter
 /// follows a change of one.
-class TAVREL_API TavrelFaceBeautyCaptureEffect : public TavrelObject, public TavrelCaptureEffect {
+class TAVREL_API TavrelFaceBeautyCaptureEffect : public TavrelCaptureEffect {
  public:
   TavrelFaceBeautyCaptureEffect() = default;
   /// A copy takes over attachments, `brightLevel` and `toneLevel`; its `beautyLevel` is the source's `brightLevel`.
   TavrelFaceBeautyCaptureEffect(const TavrelFaceBeautyCaptureEffect& source);
 
-  std::shared_ptr<TavrelCaptureEffect> copy() const override;
+  std::shared_ptr<TavrelCaptureEffect> copy() const override {
+    return std::make_shared<TavrelFaceBeautyCaptureEffect>(*this);
+  }
   /// A beautify filter with the levels.
   TavrelCaptureEffectNodes makeNodes(Size frameSize) override;
   bool applyChange(std::string_view property, const TavrelCaptureEffectNodes& nodes) override;
 
   double beautyLevel() const { return beautyLevel_; }
-  void setBeautyLevel(double beautyLevel) { setLevel(beautyLevel_, beautyLevel, "beautyLevel"); }
+  void setBeautyLevel(double beautyLevel) { changeProperty(beautyLevel_, beautyLevel, "beautyLevel"); }
   double brightLevel() const { return brightLevel_; }
-  void setBrightLevel(double brightLevel) { setLevel(brightLevel_, brightLevel, "brightLevel"); }
+  void setBrightLevel(double brightLevel) { changeProperty(brightLevel_, brightLevel, "brightLevel"); }
   double toneLevel() const { return toneLevel_; }
-  void setToneLevel(double toneLevel) { setLevel(toneLevel_, toneLevel, "toneLevel"); }
+  void setToneLevel(double toneLevel) { changeProperty(toneLevel_, toneLevel, "toneLevel"); }
 
  private:
-  void setLevel(double& level, double value, std::string_view property);
-
   double beautyLevel_ = 0.5;
   double brightLevel_ = 0.5;
   double toneLevel_ = 0.5;

@@ -9,25 +9,6 @@
 
 namespace tavrel {
 
-std::shared_ptr<TavrelCaptureEffect> TavrelImageStickerCaptureEffect::copy() const {
-  return std::make_shared<TavrelImageStickerCaptureEffect>(*this);
-}
-
-void TavrelImageStickerCaptureEffect::setImage(std::shared_ptr<Image> image) {
-  changeValue(image_, std::move(image), "image");
-  announceChange("image");
-}
-
-void TavrelImageStickerCaptureEffect::setDestRect(const Rect& destRect) {
-  changeValue(destRect_, destRect, "destRect");
-  announceChange("destRect");
-}
-
-void TavrelImageStickerCaptureEffect::setRotation(double rotation) {
-  changeValue(rotation_, rotation, "rotation");
-  announceChange("rotation");
-}
-
 TavrelCaptureEffectNodes TavrelImageStickerCaptureEffect::makeNodes(Size frameSize) {
   if (!image_) return {};
   const Size imageSize = {static_cast<double>(image_->width()), static_cast<double>(image_->height())};

@@ -7,15 +7,6 @@
 
 namespace tavrel {
 
-std::shared_ptr<TavrelCaptureEffect> TavrelLUTFilterCaptureEffect::copy() const {
-  return std::make_shared<TavrelLUTFilterCaptureEffect>(*this);
-}
-
-void TavrelLUTFilterCaptureEffect::setImage(std::shared_ptr<Image> image) {
-  changeValue(image_, std::move(image), "image");
-  announceChange("image");
-}
-
 TavrelCaptureEffectNodes TavrelLUTFilterCaptureEffect::makeNodes(Size) {
   if (!image_) return {};
   const auto lookup = std::make_shared<TavrelGPUImageLookupFilter>();

@@ -16,10 +16,7 @@ class Warmth : public TavrelCaptureEffect {
     return {.filters = {filter}, .pictures = {}};
   }
   // A camera that runs makes the nodes anew; see `applyChange` for nodes that only take another value.
-  void setWarmth(float warmth) {
-    warmth_ = warmth;
-    announceChange("warmth");
-  }
+  void setWarmth(float warmth) { changeProperty(warmth_, warmth, "warmth"); }
 
  private:
   float warmth_ = 0.25;

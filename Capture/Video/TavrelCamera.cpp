@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "Capture/Video/Private/CameraImplementation.h"
-#include "Capture/Video/Private/CameraLog.h"
 #include "Platform/Capture/CaptureDevice.h"
 #include "Platform/Dispatch/RunLoop.h"
 #include "TavrelBase/Utils/TavrelUtils.h"
@@ -80,16 +79,8 @@ CaptureDevicePosition TavrelCamera::devicePosition() const {
   return implementation_->session.devicePosition();
 }
 
-CaptureDevicePosition TavrelCamera::preferredDevicePosition() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::preferredDevicePosition);
-}
-
 void TavrelCamera::setPreferredDevicePosition(CaptureDevicePosition position) {
   implementation_->setPreferredDevicePosition(position);
-}
-
-bool TavrelCamera::blurSwitch() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::blurSwitch);
 }
 
 void TavrelCamera::setBlurSwitch(bool blurSwitch) {
@@ -98,10 +89,6 @@ void TavrelCamera::setBlurSwitch(bool blurSwitch) {
 
 std::string TavrelCamera::sessionPreset() const {
   return implementation_->session.sessionPreset();
-}
-
-std::string TavrelCamera::preferredSessionPreset() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::preferredSessionPreset);
 }
 
 void TavrelCamera::setPreferredSessionPreset(const std::string& preset) {
@@ -113,17 +100,9 @@ CaptureVideoOrientation TavrelCamera::videoOrientation() const {
   return implementation_->session.videoOrientation();
 }
 
-CaptureVideoOrientation TavrelCamera::preferredVideoOrientation() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::preferredVideoOrientation);
-}
-
 void TavrelCamera::setPreferredVideoOrientation(CaptureVideoOrientation orientation) {
   implementation_->wishes.set(&TavrelCameraConfiguration::preferredVideoOrientation, orientation);
   implementation_->session.setVideoOrientation(orientation);
-}
-
-Size TavrelCamera::size() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::size);
 }
 
 void TavrelCamera::setSize(Size size) {
@@ -131,45 +110,9 @@ void TavrelCamera::setSize(Size size) {
   implementation_->refreshGPUImagePipeline();
 }
 
-TavrelGPUImageFillModeType TavrelCamera::previewScalingMode() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::previewScalingMode);
-}
-
 void TavrelCamera::setPreviewScalingMode(TavrelGPUImageFillModeType mode) {
   if (implementation_->wishes.set(&TavrelCameraConfiguration::previewScalingMode, mode) == mode) return;
   implementation_->previewView->setFillMode(mode);
-}
-
-bool TavrelCamera::mirrorFrontPreview() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::mirrorFrontPreview);
-}
-
-void TavrelCamera::setMirrorFrontPreview(bool mirrors) {
-  implementation_->setMirror(&TavrelCameraConfiguration::mirrorFrontPreview, mirrors);
-}
-
-bool TavrelCamera::mirrorBackPreview() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::mirrorBackPreview);
-}
-
-void TavrelCamera::setMirrorBackPreview(bool mirrors) {
-  implementation_->setMirror(&TavrelCameraConfiguration::mirrorBackPreview, mirrors);
-}
-
-bool TavrelCamera::mirrorFrontEncoded() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::mirrorFrontEncoded);
-}
-
-void TavrelCamera::setMirrorFrontEncoded(bool mirrors) {
-  implementation_->setMirror(&TavrelCameraConfiguration::mirrorFrontEncoded, mirrors);
-}
-
-bool TavrelCamera::mirrorBackEncoded() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::mirrorBackEncoded);
-}
-
-void TavrelCamera::setMirrorBackEncoded(bool mirrors) {
-  implementation_->setMirror(&TavrelCameraConfiguration::mirrorBackEncoded, mirrors);
 }
 
 bool TavrelCamera::mirrorPreview() const {
@@ -215,10 +158,6 @@ TavrelCameraStatistics TavrelCamera::statistics() const {
   return statistics;
 }
 
-unsigned TavrelCamera::tapPreviewAction() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::tapPreviewAction);
-}
-
 void TavrelCamera::setTapPreviewAction(unsigned tapPreviewAction) {
   if (implementation_->wishes.set(&TavrelCameraConfiguration::tapPreviewAction, tapPreviewAction) == tapPreviewAction) {
     return;
@@ -232,29 +171,19 @@ void TavrelCamera::setTapPreviewAction(unsigned tapPreviewAction) {
 Point TavrelCamera::covertPreviewPointToFocusPoint(Point previewPoint) const {
   const auto [x, y] = previewPoint;
   const auto connection = implementation_->session.frameConnection();
-  const int orientation = connection ? static_cast<int>(connection->videoOrientation()) : 0;
-  Point point = {0.5, 0.5};
-  switch (orientation) {
-    case static_cast<int>(CaptureVideoOrientation::portrait):
-      point = {y, 1 - x};
-      break;
-    case static_cast<int>(CaptureVideoOrientation::portraitUpsideDown):
-      point = {1 - y, x};
-      break;
-    case static_cast<int>(CaptureVideoOrientation::landscapeRight):
-      point = {x, y};
-      break;
-    case static_cast<int>(CaptureVideoOrientation::landscapeLeft):
-      point = {1 - x, 1 - y};
-      break;
-    default:
-      break;
+  const bool isMirrored = mirrorPreview();
+  if (!connection) return {0.5, 0.5};
+  switch (connection->videoOrientation()) {
+    case CaptureVideoOrientation::portrait:
+      return {y, isMirrored ? x : 1 - x};
+    case CaptureVideoOrientation::portraitUpsideDown:
+      return {1 - y, isMirrored ? 1 - x : x};
+    case CaptureVideoOrientation::landscapeRight:
+      return {isMirrored ? 1 - x : x, y};
+    case CaptureVideoOrientation::landscapeLeft:
+      return {isMirrored ? x : 1 - x, 1 - y};
   }
-  if (!mirrorPreview()) return point;
-  const bool isPortrait = orientation == static_cast<int>(CaptureVideoOrientation::portrait) ||
-                          orientation == static_cast<int>(CaptureVideoOrientation::portraitUpsideDown);
-  if (isPortrait) return {point.x, 1 - point.y};
-  return {1 - point.x, point.y};
+  return {0.5, 0.5};
 }
 
 void TavrelCamera::removeObservers() {

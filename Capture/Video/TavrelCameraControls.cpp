@@ -3,142 +3,81 @@
 #include "Capture/Video/Private/CameraImplementation.h"
 #include "Platform/Capture/CaptureDevice.h"
 
-// The members of a camera that speak of the device in use.
+// The members of a camera that speak of the device in use: what it does, and what is wished for.
 
 namespace tavrel {
+namespace {
 
-std::vector<CaptureFrameRateRange> TavrelCamera::videoSupportedFrameRateRanges() const {
-  return implementation_->ofDevice(
-      [](const CaptureDevice& device) { return device.activeFormat()->videoSupportedFrameRateRanges; },
-      std::vector<CaptureFrameRateRange>());
-}
+constexpr double kInfinite = std::numeric_limits<double>::infinity();
 
-double TavrelCamera::minFrameRate() const {
-  return implementation_->ofDevice(
-      [](const CaptureDevice& device) { return 1 / device.activeVideoMaxFrameDuration().seconds(); },
-      std::numeric_limits<double>::infinity());
-}
+}  // namespace
 
-double TavrelCamera::maxFrameRate() const {
-  return implementation_->ofDevice(
-      [](const CaptureDevice& device) { return 1 / device.activeVideoMinFrameDuration().seconds(); },
-      std::numeric_limits<double>::infinity());
-}
+/// What `reading` says of the device in use, or `otherwise` without one.
+#define TAVREL_READING(Type, getter, reading, otherwise)                                                        \
+  Type TavrelCamera::getter() const {                                                                           \
+    return implementation_->ofDevice([](const CaptureDevice& device) -> Type { return reading; }, (otherwise)); \
+  }
 
-double TavrelCamera::preferredMinFrameRate() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::preferredMinFrameRate);
-}
+TAVREL_READING(std::vector<CaptureFrameRateRange>, videoSupportedFrameRateRanges,
+               device.activeFormat()->videoSupportedFrameRateRanges, std::vector<CaptureFrameRateRange>())
+TAVREL_READING(double, minFrameRate, 1 / device.activeVideoMaxFrameDuration().seconds(), kInfinite)
+TAVREL_READING(double, maxFrameRate, 1 / device.activeVideoMinFrameDuration().seconds(), kInfinite)
+TAVREL_READING(CaptureTorchMode, torchMode, device.torchMode(), CaptureTorchMode::off)
+TAVREL_READING(CaptureFlashMode, flashMode, device.flashMode(), CaptureFlashMode::off)
+TAVREL_READING(double, videoMaxZoomFactor, device.activeFormat()->videoMaxZoomFactor, 1.0)
+TAVREL_READING(double, videoZoomFactor, device.videoZoomFactor(), 1.0)
+TAVREL_READING(bool, continuousAutoFocusEnable, device.focusMode() == CaptureFocusMode::continuousAutoFocus, false)
+TAVREL_READING(bool, continuousAutoExposureEnable, device.exposureMode() == CaptureExposureMode::continuousAutoExposure,
+               false)
+TAVREL_READING(Point, focusPointOfInterest, device.focusPointOfInterest(), (Point{0.5, 0.5}))
+TAVREL_READING(Point, exposurePointOfInterest, device.exposurePointOfInterest(), (Point{0.5, 0.5}))
 
-void TavrelCamera::setPreferredMinFrameRate(double rate) {
-  implementation_->set(&TavrelCameraConfiguration::preferredMinFrameRate, rate, CameraControl::minFrameRate);
-}
+/// A wish `preferred` + `Name`, which is kept and has the control applied.
+#define TAVREL_CONTROL(Type, Name, control)                                          \
+  Type TavrelCamera::preferred##Name() const {                                       \
+    return implementation_->wishes.get(&TavrelCameraConfiguration::preferred##Name); \
+  }                                                                                  \
+  void TavrelCamera::setPreferred##Name(Type value) {                                \
+    implementation_->wishes.set(&TavrelCameraConfiguration::preferred##Name, value); \
+    implementation_->controls.apply(CameraControl::control);                         \
+  }
 
-double TavrelCamera::preferredMaxFrameRate() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::preferredMaxFrameRate);
-}
+TAVREL_CONTROL(double, MinFrameRate, minFrameRate)
+TAVREL_CONTROL(double, MaxFrameRate, maxFrameRate)
+TAVREL_CONTROL(CaptureTorchMode, TorchMode, torchMode)
+TAVREL_CONTROL(CaptureFlashMode, FlashMode, flashMode)
+TAVREL_CONTROL(double, VideoZoomFactor, videoZoomFactor)
+TAVREL_CONTROL(bool, ContinuousAutoFocusEnable, continuousAutoFocus)
+TAVREL_CONTROL(bool, ContinuousAutoExposureEnable, continuousAutoExposure)
+TAVREL_CONTROL(Point, FocusPointOfInterest, focusPointOfInterest)
+TAVREL_CONTROL(Point, ExposurePointOfInterest, exposurePointOfInterest)
 
-void TavrelCamera::setPreferredMaxFrameRate(double rate) {
-  implementation_->set(&TavrelCameraConfiguration::preferredMaxFrameRate, rate, CameraControl::maxFrameRate);
-}
+/// A wish that something else applies, or nothing.
+#define TAVREL_WISH(Type, wish)                                           \
+  Type TavrelCamera::wish() const {                                       \
+    return implementation_->wishes.get(&TavrelCameraConfiguration::wish); \
+  }
 
-CaptureTorchMode TavrelCamera::torchMode() const {
-  return implementation_->ofDevice([](const CaptureDevice& device) { return device.torchMode(); },
-                                   CaptureTorchMode::off);
-}
+TAVREL_WISH(CaptureDevicePosition, preferredDevicePosition)
+TAVREL_WISH(bool, blurSwitch)
+TAVREL_WISH(std::string, preferredSessionPreset)
+TAVREL_WISH(CaptureVideoOrientation, preferredVideoOrientation)
+TAVREL_WISH(Size, size)
+TAVREL_WISH(TavrelGPUImageFillModeType, previewScalingMode)
+TAVREL_WISH(unsigned, tapPreviewAction)
 
-CaptureTorchMode TavrelCamera::preferredTorchMode() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::preferredTorchMode);
-}
+/// A wish `mirror` + `Name`, which turns a branch of the chain round.
+#define TAVREL_MIRROR(Name)                                                        \
+  bool TavrelCamera::mirror##Name() const {                                        \
+    return implementation_->wishes.get(&TavrelCameraConfiguration::mirror##Name);  \
+  }                                                                                \
+  void TavrelCamera::setMirror##Name(bool mirrors) {                               \
+    implementation_->setMirror(&TavrelCameraConfiguration::mirror##Name, mirrors); \
+  }
 
-void TavrelCamera::setPreferredTorchMode(CaptureTorchMode mode) {
-  implementation_->set(&TavrelCameraConfiguration::preferredTorchMode, mode, CameraControl::torchMode);
-}
-
-CaptureFlashMode TavrelCamera::flashMode() const {
-  return implementation_->ofDevice([](const CaptureDevice& device) { return device.flashMode(); },
-                                   CaptureFlashMode::off);
-}
-
-CaptureFlashMode TavrelCamera::preferredFlashMode() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::preferredFlashMode);
-}
-
-void TavrelCamera::setPreferredFlashMode(CaptureFlashMode mode) {
-  implementation_->set(&TavrelCameraConfiguration::preferredFlashMode, mode, CameraControl::flashMode);
-}
-
-double TavrelCamera::videoMaxZoomFactor() const {
-  return implementation_->ofDevice(
-      [](const CaptureDevice& device) { return device.activeFormat()->videoMaxZoomFactor; }, 1.0);
-}
-
-double TavrelCamera::videoZoomFactor() const {
-  return implementation_->ofDevice([](const CaptureDevice& device) { return device.videoZoomFactor(); }, 1.0);
-}
-
-double TavrelCamera::preferredVideoZoomFactor() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::preferredVideoZoomFactor);
-}
-
-void TavrelCamera::setPreferredVideoZoomFactor(double factor) {
-  implementation_->set(&TavrelCameraConfiguration::preferredVideoZoomFactor, factor, CameraControl::videoZoomFactor);
-}
-
-bool TavrelCamera::continuousAutoFocusEnable() const {
-  return implementation_->ofDevice(
-      [](const CaptureDevice& device) { return device.focusMode() == CaptureFocusMode::continuousAutoFocus; }, false);
-}
-
-bool TavrelCamera::preferredContinuousAutoFocusEnable() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::preferredContinuousAutoFocusEnable);
-}
-
-void TavrelCamera::setPreferredContinuousAutoFocusEnable(bool isEnabled) {
-  implementation_->set(&TavrelCameraConfiguration::preferredContinuousAutoFocusEnable, isEnabled,
-                       CameraControl::continuousAutoFocus);
-}
-
-bool TavrelCamera::continuousAutoExposureEnable() const {
-  return implementation_->ofDevice(
-      [](const CaptureDevice& device) { return device.exposureMode() == CaptureExposureMode::continuousAutoExposure; },
-      false);
-}
-
-bool TavrelCamera::preferredContinuousAutoExposureEnable() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::preferredContinuousAutoExposureEnable);
-}
-
-void TavrelCamera::setPreferredContinuousAutoExposureEnable(bool isEnabled) {
-  implementation_->set(&TavrelCameraConfiguration::preferredContinuousAutoExposureEnable, isEnabled,
-                       CameraControl::continuousAutoExposure);
-}
-
-Point TavrelCamera::focusPointOfInterest() const {
-  return implementation_->ofDevice([](const CaptureDevice& device) { return device.focusPointOfInterest(); },
-                                   Point{0.5, 0.5});
-}
-
-Point TavrelCamera::preferredFocusPointOfInterest() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::preferredFocusPointOfInterest);
-}
-
-void TavrelCamera::setPreferredFocusPointOfInterest(Point point) {
-  implementation_->set(&TavrelCameraConfiguration::preferredFocusPointOfInterest, point,
-                       CameraControl::focusPointOfInterest);
-}
-
-Point TavrelCamera::exposurePointOfInterest() const {
-  return implementation_->ofDevice([](const CaptureDevice& device) { return device.exposurePointOfInterest(); },
-                                   Point{0.5, 0.5});
-}
-
-Point TavrelCamera::preferredExposurePointOfInterest() const {
-  return implementation_->wishes.get(&TavrelCameraConfiguration::preferredExposurePointOfInterest);
-}
-
-void TavrelCamera::setPreferredExposurePointOfInterest(Point point) {
-  implementation_->set(&TavrelCameraConfiguration::preferredExposurePointOfInterest, point,
-                       CameraControl::exposurePointOfInterest);
-}
+TAVREL_MIRROR(FrontPreview)
+TAVREL_MIRROR(BackPreview)
+TAVREL_MIRROR(FrontEncoded)
+TAVREL_MIRROR(BackEncoded)
 
 }  // namespace tavrel

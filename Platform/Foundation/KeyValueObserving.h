@@ -5,7 +5,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <utility>
 
 #include "Platform/Foundation/Export.h"
@@ -34,9 +33,9 @@ class TAVREL_API KeyValueObserving {
 
   /// Stores a new value, then calls the property's observers in the order of registration. Observers may add and remove
   /// registrations; one removed by an earlier observer of the same change is not called.
-  template <typename Value>
-  void changeValue(Value& property, std::type_identity_t<Value> value, std::string_view key) {
-    property = std::move(value);
+  template <typename Property, typename Value>
+  void changeValue(Property& property, Value&& value, std::string_view key) {
+    property = std::forward<Value>(value);
     didChangeValueForKey(key);
   }
   void didChangeValueForKey(std::string_view key);

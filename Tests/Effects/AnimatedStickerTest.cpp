@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <cmath>
+#include <thread>
 
 #include "Effects/TavrelAnimatedStickerCaptureEffect.h"
 #include "Platform/Imaging/ImageDestination.h"
@@ -154,6 +155,21 @@ TEST(AnimatedSticker, TouchesThePictureOnlyWhenAnotherFrameIsDue) {
   EXPECT_EQ(gifProbe.shown({0, 0.15}), "rg");
   gif->picture()->updateWithCGImage(imageOf({2, 2, [](int, int) { return Pixel{0, 0, 255, 255}; }}));
   EXPECT_EQ(gifProbe.shown({0.15, 0.19, 0.25}), "bbr");
+}
+
+TEST(AnimatedSticker, LoopCountAndStartMayBeSetWhileFramesRun) {
+  const auto gif = gifEffect({10, 10});
+  std::thread frames([&] {
+    for (int i = 0; i < 200; ++i) gif->prepareFrame(nullptr, {}, MediaTime::make(i, 1000));
+  });
+  for (int i = 0; i < 200; ++i) {
+    gif->setLoopCount(i);
+    gif->setStartTimestamp(0);
+  }
+  frames.join();
+  EXPECT_EQ(gif->loopCount(), 199);
+  EXPECT_EQ(gif->startTimestamp(), 0);
+  EXPECT_EQ(Probe(gif).shownAt(0.05), 'r');
 }
 
 TEST(AnimatedSticker, CopiesPlayTheSameAnimationFromTheStart) {

@@ -6,7 +6,6 @@
 #include <limits>
 #include <utility>
 
-#include "Capture/Video/Private/CameraLog.h"
 #include "Platform/Capture/CaptureDevice.h"
 
 namespace tavrel {

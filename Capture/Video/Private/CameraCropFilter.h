@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cmath>
+
 #include "GPUImage/Filters/TavrelGPUImageCropFilter.h"
 
 namespace tavrel {
@@ -8,11 +10,18 @@ namespace tavrel {
 /// chain, where a plain one takes those of its input. Sizes are whole pixels, however the region was rounded.
 class CameraCropFilter : public TavrelGPUImageCropFilter {
  public:
-  CameraCropFilter();
-  ~CameraCropFilter() override;
+  Size outputSizeFor(Size inputSize) const override {
+    return wholePixels(TavrelGPUImageCropFilter::outputSizeFor(inputSize));
+  }
+  void setInputSize(Size newSize, Index) override {
+    if (preventRendering()) return;
+    const Size cropped = outputSizeFor(newSize);
+    setInputTextureSize(overrideInputSize() ? wholePixels(inputSizeUnderOverride(cropped)) : cropped);
+    setupFilterForSize(sizeOfFBO());
+  }
 
-  Size outputSizeFor(Size inputSize) const override;
-  void setInputSize(Size newSize, Index atIndex) override;
+ private:
+  static Size wholePixels(Size size) { return {std::round(size.width), std::round(size.height)}; }
 };
 
 }  // namespace tavrel

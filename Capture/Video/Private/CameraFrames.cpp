@@ -1,7 +1,6 @@
 #include <utility>
 
 #include "Capture/Video/Private/CameraImplementation.h"
-#include "Capture/Video/Private/CameraLog.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "Platform/Capture/CaptureClock.h"
 #include "Platform/Tracing/FrameTrace.h"

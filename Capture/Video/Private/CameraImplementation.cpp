@@ -3,7 +3,6 @@
 #include <chrono>
 #include <utility>
 
-#include "Capture/Video/Private/CameraLog.h"
 #include "Platform/Capture/CaptureClock.h"
 #include "Platform/Capture/CaptureDevice.h"
 #include "Platform/Foundation/Notifications.h"

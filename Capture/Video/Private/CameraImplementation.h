@@ -10,7 +10,6 @@
 #include "Capture/Video/Private/CameraEffects.h"
 #include "Capture/Video/Private/CameraSession.h"
 #include "Capture/Video/Private/CameraSnapshots.h"
-#include "Capture/Video/Private/CameraWishes.h"
 #include "Capture/Video/TavrelCamera.h"
 #include "Capture/Video/TavrelFocusView.h"
 #include "Capture/Video/TavrelSampleBufferDelegateProxy.h"
@@ -53,11 +52,6 @@ struct TavrelCamera::Implementation {
   void refreshTapGestureRecognizer();
   void previewTaped(const TapGestureRecognizer& recognizer);
 
-  template <typename Value>
-  void set(Value TavrelCameraConfiguration::*wish, std::type_identity_t<Value> value, CameraControl control) {
-    wishes.set(wish, std::move(value));
-    controls.apply(control);
-  }
   /// What `read` says of the device in use, or `otherwise`.
   template <typename Value, typename Read>
   Value ofDevice(Read read, Value otherwise) const {

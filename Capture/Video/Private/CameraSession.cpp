@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "Capture/Video/Private/CameraLog.h"
 #include "Platform/Capture/CaptureDevice.h"
 #include "TavrelBase/Utils/TavrelUtils.h"
 

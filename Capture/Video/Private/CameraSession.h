@@ -4,12 +4,15 @@
 #include <mutex>
 #include <string>
 
-#include "Capture/Video/Private/CameraWishes.h"
+#include "Capture/Video/TavrelCameraConfiguration.h"
 #include "Platform/Capture/CaptureSession.h"
 #include "Platform/Capture/CaptureStillImageOutput.h"
 #include "Platform/Capture/CaptureVideoDataOutput.h"
+#include "TavrelBase/Log/TavrelLogger.h"
 
 namespace tavrel {
+
+inline constexpr const char* kCameraLogTag = "TavrelCamera";
 
 /// The devices of a camera and what comes from them: the capture session with a front and a back input, one of which
 /// is in use, an output for frames and one for stills. Any thread, once it is set up; `exchangeInput` by one at a time.

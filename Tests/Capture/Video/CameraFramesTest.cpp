@@ -224,7 +224,7 @@ TEST_F(CameraTest, SnapshotsAreAnsweredInOrderAndTimeless) {
                           [](const SampleTiming& timing) { return !timing.presentationTimeStamp.isValid(); }),
             3);
 
-  Bench::shared().setStillImageError(Error{"capture", 5, "no film left"});
+  Bench::shared().setStillImageError(makeError(CaptureErrorCode::deviceFailed, "no film left"));
   std::atomic<bool> isAnswered = false;
   camera_->snapshotWithCompletion([&](const auto& image, const auto& error) {
     EXPECT_EQ(image, nullptr);

@@ -128,8 +128,8 @@ TEST_F(CameraTest, AMissingCameraFallsBackToTheOther) {
 }
 
 TEST_F(CameraTest, WithoutAnyCameraTheSessionRunsEmpty) {
-  Bench::shared().setInputError(Bench::kFrontCamera, Error{"capture", 5, "the lens fell out"});
-  Bench::shared().setInputError(Bench::kBackCamera, Error{"capture", 5, "no eye"});
+  Bench::shared().setInputError(Bench::kFrontCamera, makeError(CaptureErrorCode::deviceFailed, "the lens fell out"));
+  Bench::shared().setInputError(Bench::kBackCamera, makeError(CaptureErrorCode::deviceFailed, "no eye"));
   make();
   EXPECT_EQ(logged("front camera not available: the lens fell out"), 1U);
   EXPECT_EQ(logged("back camera not available: no eye"), 1U);
@@ -161,7 +161,7 @@ TEST_F(CameraTest, FrameRatesInsideTheRangesAreSet) {
   EXPECT_NEAR(camera_->maxFrameRate(), 20, 0.01);
 
   const auto front = device(Bench::kFrontCamera);
-  Bench::shared().setLockError(Bench::kFrontCamera, Error{"capture", 16, "busy"});
+  Bench::shared().setLockError(Bench::kFrontCamera, makeError(CaptureErrorCode::busy, "busy"));
   camera_->setPreferredMaxFrameRate(15);
   camera_->setPreferredMinFrameRate(5);
   EXPECT_EQ(logged("setPreferredMaxFrameRate error when lockForConfiguration for: busy"), 1U);
