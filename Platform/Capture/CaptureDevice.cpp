@@ -133,83 +133,38 @@ void CaptureDevice::setActiveVideoMaxFrameDuration(MediaTime duration) {
   implementation_->set("setActiveVideoMaxFrameDuration", &Implementation::maxFrameDuration, duration);
 }
 
-bool CaptureDevice::isTorchModeSupported(CaptureTorchMode mode) const {
-  return implementation_->supports(&CaptureCapabilities::torchModes, mode);
-}
+/// A mode that the driver offers or not, and what the driver carries out at once when it is set.
+#define TAVREL_MODE(Name, name, carriedOut)                                                                         \
+  bool CaptureDevice::is##Name##ModeSupported(Capture##Name##Mode mode) const {                                     \
+    return implementation_->supports(&CaptureCapabilities::name##Modes, mode);                                      \
+  }                                                                                                                 \
+  Capture##Name##Mode CaptureDevice::name##Mode() const {                                                           \
+    return implementation_->get(&CaptureControls::name##Mode);                                                      \
+  }                                                                                                                 \
+  void CaptureDevice::set##Name##Mode(Capture##Name##Mode mode) {                                                   \
+    implementation_->set("set" #Name "Mode", &CaptureControls::name##Mode, &CaptureCapabilities::name##Modes, mode, \
+                         carriedOut);                                                                               \
+  }
 
-CaptureTorchMode CaptureDevice::torchMode() const {
-  return implementation_->get(&CaptureControls::torchMode);
-}
+TAVREL_MODE(Torch, torch, CaptureControl::torch)
+TAVREL_MODE(Flash, flash, std::nullopt)
+TAVREL_MODE(Focus, focus, CaptureControl::focus)
+TAVREL_MODE(Exposure, exposure, CaptureControl::exposure)
 
-void CaptureDevice::setTorchMode(CaptureTorchMode mode) {
-  implementation_->set("setTorchMode", &CaptureControls::torchMode, &CaptureCapabilities::torchModes, mode,
-                       CaptureControl::torch);
-}
+#define TAVREL_POINT_OF_INTEREST(Name, name)                                           \
+  bool CaptureDevice::is##Name##PointOfInterestSupported() const {                     \
+    return implementation_->supports(&CaptureCapabilities::name##Point);               \
+  }                                                                                    \
+  Point CaptureDevice::name##PointOfInterest() const {                                 \
+    return implementation_->get(&CaptureControls::name##Point);                        \
+  }                                                                                    \
+  void CaptureDevice::set##Name##PointOfInterest(Point point) {                        \
+    implementation_->set("set" #Name "PointOfInterest", &CaptureControls::name##Point, \
+                         &CaptureCapabilities::name##Point, point);                    \
+  }
 
-bool CaptureDevice::isFlashModeSupported(CaptureFlashMode mode) const {
-  return implementation_->supports(&CaptureCapabilities::flashModes, mode);
-}
-
-CaptureFlashMode CaptureDevice::flashMode() const {
-  return implementation_->get(&CaptureControls::flashMode);
-}
-
-void CaptureDevice::setFlashMode(CaptureFlashMode mode) {
-  implementation_->set("setFlashMode", &CaptureControls::flashMode, &CaptureCapabilities::flashModes, mode,
-                       std::nullopt);
-}
-
-bool CaptureDevice::isFocusModeSupported(CaptureFocusMode mode) const {
-  return implementation_->supports(&CaptureCapabilities::focusModes, mode);
-}
-
-CaptureFocusMode CaptureDevice::focusMode() const {
-  return implementation_->get(&CaptureControls::focusMode);
-}
-
-void CaptureDevice::setFocusMode(CaptureFocusMode mode) {
-  implementation_->set("setFocusMode", &CaptureControls::focusMode, &CaptureCapabilities::focusModes, mode,
-                       CaptureControl::focus);
-}
-
-bool CaptureDevice::isFocusPointOfInterestSupported() const {
-  return implementation_->supports(&CaptureCapabilities::focusPoint);
-}
-
-Point CaptureDevice::focusPointOfInterest() const {
-  return implementation_->get(&CaptureControls::focusPoint);
-}
-
-void CaptureDevice::setFocusPointOfInterest(Point point) {
-  implementation_->set("setFocusPointOfInterest", &CaptureControls::focusPoint, &CaptureCapabilities::focusPoint,
-                       point);
-}
-
-bool CaptureDevice::isExposureModeSupported(CaptureExposureMode mode) const {
-  return implementation_->supports(&CaptureCapabilities::exposureModes, mode);
-}
-
-CaptureExposureMode CaptureDevice::exposureMode() const {
-  return implementation_->get(&CaptureControls::exposureMode);
-}
-
-void CaptureDevice::setExposureMode(CaptureExposureMode mode) {
-  implementation_->set("setExposureMode", &CaptureControls::exposureMode, &CaptureCapabilities::exposureModes, mode,
-                       CaptureControl::exposure);
-}
-
-bool CaptureDevice::isExposurePointOfInterestSupported() const {
-  return implementation_->supports(&CaptureCapabilities::exposurePoint);
-}
-
-Point CaptureDevice::exposurePointOfInterest() const {
-  return implementation_->get(&CaptureControls::exposurePoint);
-}
-
-void CaptureDevice::setExposurePointOfInterest(Point point) {
-  implementation_->set("setExposurePointOfInterest", &CaptureControls::exposurePoint,
-                       &CaptureCapabilities::exposurePoint, point);
-}
+TAVREL_POINT_OF_INTEREST(Focus, focus)
+TAVREL_POINT_OF_INTEREST(Exposure, exposure)
 
 double CaptureDevice::videoZoomFactor() const {
   return implementation_->get(&CaptureControls::zoomFactor);

@@ -49,16 +49,33 @@ FrameConverter::~FrameConverter() {
   if (jpeg_) tjDestroy(jpeg_);
 }
 
+std::size_t FrameConverter::tightRow(FrameLayout layout, int width) {
+  const auto pixels = static_cast<std::size_t>(width);
+  switch (layout) {
+    case FrameLayout::bgra:
+    case FrameLayout::rgba:
+      return pixels * 4;
+    case FrameLayout::yuyv:
+    case FrameLayout::uyvy:
+      return half(pixels) * 4;
+    case FrameLayout::nv12:
+    case FrameLayout::i420:
+      return pixels;
+    case FrameLayout::mjpeg:
+      break;
+  }
+  return 0;
+}
+
 std::size_t FrameConverter::leastByteCount(const RawFrame& frame) {
   const auto width = static_cast<std::size_t>(frame.width);
   const auto height = static_cast<std::size_t>(frame.height);
   switch (frame.layout) {
     case FrameLayout::bgra:
     case FrameLayout::rgba:
-      return frame.bytesPerRow * (height - 1) + width * 4;
     case FrameLayout::yuyv:
     case FrameLayout::uyvy:
-      return frame.bytesPerRow * (height - 1) + half(width) * 4;
+      return frame.bytesPerRow * (height - 1) + tightRow(frame.layout, frame.width);
     case FrameLayout::nv12:
       return frame.bytesPerRow * (height + half(height) - 1) + half(width) * 2;
     case FrameLayout::i420:

@@ -38,6 +38,8 @@ class FrameConverter {
 
   /// Fills `picture`, which has the frame's size. Fails with `damagedFrame` when the frame is too short or damaged.
   Expected<void> convert(const RawFrame& frame, PixelBuffer& picture);
+  /// The fewest bytes of a row of the first plane; 0 for JPEG.
+  static std::size_t tightRow(FrameLayout layout, int width);
   /// The fewest bytes of a frame; 1 for JPEG.
   static std::size_t leastByteCount(const RawFrame& frame);
 

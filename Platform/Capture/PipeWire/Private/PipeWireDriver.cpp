@@ -220,19 +220,12 @@ class PipeWireDriver::Stream {
     if (!picture) return run_.sink->didDrop(timing);
     frame_.bytes = bytes;
     frame_.byteCount = size;
-    frame_.bytesPerRow = rowOf(buffer.datas[0]);
+    const auto stride = static_cast<std::size_t>(std::max(buffer.datas[0].chunk->stride, 0));
+    frame_.bytesPerRow = std::max(stride, FrameConverter::tightRow(frame_.layout, frame_.width));
     if (auto converted = converter_.convert(frame_, **picture); !converted) return run_.sink->didDrop(timing);
     if (auto sample = SampleBuffer::createImage(std::move(*picture), timing)) {
       run_.sink->didCapture(std::move(*sample));
     }
-  }
-
-  std::size_t rowOf(const spa_data& data) const {
-    const auto width = static_cast<std::size_t>(frame_.width);
-    std::size_t tight = width;
-    if (frame_.layout == FrameLayout::bgra || frame_.layout == FrameLayout::rgba) tight = width * 4;
-    if (frame_.layout == FrameLayout::yuyv || frame_.layout == FrameLayout::uyvy) tight = (width + 1) / 2 * 4;
-    return std::max<std::size_t>(data.chunk->stride > 0 ? static_cast<std::size_t>(data.chunk->stride) : 0, tight);
   }
 
   void deliverSound(const std::uint8_t* bytes, std::uint32_t size) {

@@ -46,22 +46,12 @@ bool isFullRange(const v4l2_pix_format& format) {
   return format.colorspace == V4L2_COLORSPACE_JPEG;
 }
 
-std::size_t tightRow(FrameLayout layout, int width) {
-  const auto pixels = static_cast<std::size_t>(width);
-  switch (layout) {
-    case FrameLayout::bgra:
-    case FrameLayout::rgba:
-      return pixels * 4;
-    case FrameLayout::yuyv:
-    case FrameLayout::uyvy:
-      return (pixels + 1) / 2 * 4;
-    case FrameLayout::nv12:
-    case FrameLayout::i420:
-      return pixels;
-    case FrameLayout::mjpeg:
-      break;
-  }
-  return 0;
+v4l2_buffer mappedBuffer(std::uint32_t index) {
+  v4l2_buffer buffer{};
+  buffer.index = index;
+  buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  buffer.memory = V4L2_MEMORY_MMAP;
+  return buffer;
 }
 
 }  // namespace
@@ -75,6 +65,14 @@ V4L2Driver::V4L2Driver(V4L2SystemCalls calls, std::string path, CaptureDeviceDes
 
 V4L2Driver::~V4L2Driver() {
   V4L2Driver::close();
+}
+
+Error V4L2Driver::refused(std::string_view what) const {
+  const int code = errno;
+  const std::string& name = description_.localizedName;
+  if (code == EBUSY) return makeError(CaptureErrorCode::busy, fmt::format("{} is used by another program", name));
+  if (code == ENODEV) return makeError(CaptureErrorCode::unplugged, fmt::format("{} was unplugged", name));
+  return v4l2Error(code, fmt::format("{} {}", name, what));
 }
 
 Expected<void> V4L2Driver::checkAvailable() {
@@ -135,13 +133,7 @@ Expected<void> V4L2Driver::chooseFormat(const V4L2Mode& mode) {
   format.fmt.pix.height = static_cast<std::uint32_t>(mode.dimensions.height);
   format.fmt.pix.pixelformat = mode.pixelFormat;
   format.fmt.pix.field = V4L2_FIELD_NONE;
-  if (!node_->control(VIDIOC_S_FMT, &format)) {
-    const int code = errno;
-    if (code == EBUSY) {
-      return failure(CaptureErrorCode::busy, fmt::format("{} is used by another program", description_.localizedName));
-    }
-    return tl::unexpected(v4l2Error(code, fmt::format("{} refuses its format", description_.localizedName)));
-  }
+  if (!node_->control(VIDIOC_S_FMT, &format)) return tl::unexpected(refused("refuses its format"));
   const v4l2_pix_format& chosen = format.fmt.pix;
   // The driver answers with what it will do, which may be something else than it offered.
   if (chosen.pixelformat != mode.pixelFormat || std::cmp_not_equal(chosen.width, mode.dimensions.width) ||
@@ -156,7 +148,7 @@ Expected<void> V4L2Driver::chooseFormat(const V4L2Mode& mode) {
   frame_.height = mode.dimensions.height;
   frame_.matrix = matrixOf(chosen);
   frame_.isFullRange = isFullRange(chosen);
-  frame_.bytesPerRow = std::max<std::size_t>(chosen.bytesperline, tightRow(mode.layout, frame_.width));
+  frame_.bytesPerRow = std::max<std::size_t>(chosen.bytesperline, FrameConverter::tightRow(mode.layout, frame_.width));
   auto pool = PixelBufferPool::create(chosen.width, chosen.height, PixelFormat::bgra32);
   if (!pool) return tl::unexpected(pool.error());
   pool_ = std::move(*pool);
@@ -183,24 +175,13 @@ Expected<void> V4L2Driver::mapBuffers() {
   request.count = kBufferCount;
   request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
   request.memory = V4L2_MEMORY_MMAP;
-  if (!node_->control(VIDIOC_REQBUFS, &request)) {
-    const int code = errno;
-    if (code == EBUSY) {
-      return failure(CaptureErrorCode::busy, fmt::format("{} is used by another program", description_.localizedName));
-    }
-    return tl::unexpected(v4l2Error(code, fmt::format("{} gives no buffers", description_.localizedName)));
-  }
+  if (!node_->control(VIDIOC_REQBUFS, &request)) return tl::unexpected(refused("gives no buffers"));
   if (request.count < kFewestBuffers) {
     return failure(CaptureErrorCode::outOfMemory, fmt::format("{} has too little memory", description_.localizedName));
   }
   for (std::uint32_t index = 0; index < request.count; ++index) {
-    v4l2_buffer buffer{};
-    buffer.index = index;
-    buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    buffer.memory = V4L2_MEMORY_MMAP;
-    if (!node_->control(VIDIOC_QUERYBUF, &buffer)) {
-      return tl::unexpected(v4l2Error(errno, fmt::format("{} hides a buffer", description_.localizedName)));
-    }
+    v4l2_buffer buffer = mappedBuffer(index);
+    if (!node_->control(VIDIOC_QUERYBUF, &buffer)) return tl::unexpected(refused("hides a buffer"));
     void* address = calls_.mmap(buffer.length, PROT_READ | PROT_WRITE, MAP_SHARED, node_->get(), buffer.m.offset);
     if (address == MAP_FAILED) {  // NOLINT(performance-no-int-to-ptr)
       return tl::unexpected(
@@ -212,27 +193,16 @@ Expected<void> V4L2Driver::mapBuffers() {
 }
 
 bool V4L2Driver::enqueue(std::uint32_t index) {
-  v4l2_buffer buffer{};
-  buffer.index = index;
-  buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-  buffer.memory = V4L2_MEMORY_MMAP;
+  v4l2_buffer buffer = mappedBuffer(index);
   return node_->control(VIDIOC_QBUF, &buffer);
 }
 
 Expected<void> V4L2Driver::startStream() {
   for (std::uint32_t index = 0; index < mappings_.size(); ++index) {
-    if (!enqueue(index)) {
-      return tl::unexpected(v4l2Error(errno, fmt::format("{} takes no buffer", description_.localizedName)));
-    }
+    if (!enqueue(index)) return tl::unexpected(refused("takes no buffer"));
   }
   int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-  if (!node_->control(VIDIOC_STREAMON, &type)) {
-    const int code = errno;
-    if (code == EBUSY) {
-      return failure(CaptureErrorCode::busy, fmt::format("{} is used by another program", description_.localizedName));
-    }
-    return tl::unexpected(v4l2Error(code, fmt::format("{} does not start", description_.localizedName)));
-  }
+  if (!node_->control(VIDIOC_STREAMON, &type)) return tl::unexpected(refused("does not start"));
   lastSequence_.reset();
   errorsInARow_ = 0;
   return {};

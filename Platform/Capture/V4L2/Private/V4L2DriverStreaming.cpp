@@ -30,7 +30,7 @@ void V4L2Driver::loop(const std::stop_token& stop) {
     const int ready = error ? 0 : calls_.poll(descriptors, 2, kPollMilliseconds);
     if (stop.stop_requested()) return;
     if (ready < 0) {
-      error = v4l2Error(errno, fmt::format("{} cannot be waited for", description_.localizedName));
+      error = refused("cannot be waited for");
     } else if (ready > 0 && descriptors[0].revents != 0) {
       error = dequeue();
     }
@@ -47,13 +47,11 @@ std::optional<Error> V4L2Driver::dequeue() {
   if (!node_->control(VIDIOC_DQBUF, &buffer)) {
     const int code = errno;
     if (code == EAGAIN) return std::nullopt;
-    if (code == ENODEV)
-      return makeError(CaptureErrorCode::unplugged, fmt::format("{} was unplugged", description_.localizedName));
     if (code == EIO && ++errorsInARow_ <= kMostErrorsInARow) {
       sink_->didDrop({frameDurationOf(frameRate_), CaptureClock::realTime()->now(), MediaTime::invalid()});
       return std::nullopt;
     }
-    return v4l2Error(code, fmt::format("{} gives no picture", description_.localizedName));
+    return refused("gives no picture");
   }
   errorsInARow_ = 0;
   if (buffer.index >= mappings_.size()) {
@@ -61,12 +59,7 @@ std::optional<Error> V4L2Driver::dequeue() {
                      fmt::format("{} gives a buffer that does not exist", description_.localizedName));
   }
   deliver(buffer);
-  if (!enqueue(buffer.index)) {
-    const int code = errno;
-    if (code == ENODEV)
-      return makeError(CaptureErrorCode::unplugged, fmt::format("{} was unplugged", description_.localizedName));
-    return v4l2Error(code, fmt::format("{} takes no buffer back", description_.localizedName));
-  }
+  if (!enqueue(buffer.index)) return refused("takes no buffer back");
   return std::nullopt;
 }
 
@@ -100,9 +93,7 @@ void V4L2Driver::reportGap(std::uint32_t sequence, const MediaTime& time) {
 
 std::optional<Error> V4L2Driver::changeRate(double framesPerSecond) {
   int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-  if (!node_->control(VIDIOC_STREAMOFF, &type)) {
-    return v4l2Error(errno, fmt::format("{} does not stop", description_.localizedName));
-  }
+  if (!node_->control(VIDIOC_STREAMOFF, &type)) return refused("does not stop");
   chooseRate(framesPerSecond);
   if (auto started = startStream(); !started) return started.error();
   return std::nullopt;
