@@ -48,10 +48,19 @@ std::shared_ptr<TavrelCaptureEffect> makeRotation(const std::string& value) {
   return makeTurn(static_cast<TavrelGPUImageRotationMode>(number));
 }
 
+/// Has its tone from the first frame on: the filter takes a tone over with the next beauty level that it is given.
+class TonedBeauty : public TavrelFaceBeautyCaptureEffect {
+  TavrelCaptureEffectNodes makeNodes(Size frameSize) override {
+    TavrelCaptureEffectNodes nodes = TavrelFaceBeautyCaptureEffect::makeNodes(frameSize);
+    applyChange("beautyLevel", nodes);
+    return nodes;
+  }
+};
+
 std::shared_ptr<TavrelCaptureEffect> makeBeauty(const std::string& value) {
   const std::vector<double> levels = parseNumbers(value, 1, 3, "--beauty", "B, B,BRIGHT or B,BRIGHT,TONE");
   checkUnitRange(levels, "--beauty", value);
-  auto effect = std::make_shared<TavrelFaceBeautyCaptureEffect>();
+  auto effect = std::make_shared<TonedBeauty>();
   effect->setBeautyLevel(levels[0]);
   if (levels.size() > 1) effect->setBrightLevel(levels[1]);
   if (levels.size() > 2) effect->setToneLevel(levels[2]);
