@@ -4,6 +4,9 @@
 /// Everything that applications use, in one include.
 
 #include "Capture/Audio/TavrelMicrophone.h"
+#include "Capture/TavrelRecorder.h"
+#include "Capture/TavrelRecorderConfiguration.h"
+#include "Capture/TavrelRecording.h"
 #include "Capture/Video/TavrelCamera.h"
 #include "Capture/Video/TavrelCameraConfiguration.h"
 #include "Capture/Video/TavrelFocusView.h"

@@ -54,6 +54,8 @@ class TAVREL_API TavrelMicrophone : public CaptureAudioDataOutputSampleBufferDel
   std::shared_ptr<TavrelMicrophoneDelegate> delegate() const;
   void setDelegate(std::weak_ptr<TavrelMicrophoneDelegate> delegate);
   bool running() const { return running_; }
+  /// The subject of the notifications about what becomes of the device.
+  const std::shared_ptr<CaptureSession>& captureSession() const { return session; }
   /// Buffers keep coming while muted, so that a recording keeps its sound track.
   bool mute() const { return mute_; }
   void setMute(bool mute) { mute_ = mute; }

@@ -75,6 +75,10 @@ void TavrelCamera::switchCamera() {
   setPreferredDevicePosition(isFront ? CaptureDevicePosition::back : CaptureDevicePosition::front);
 }
 
+const std::shared_ptr<CaptureSession>& TavrelCamera::session() const {
+  return implementation_->session.platformSession();
+}
+
 CaptureDevicePosition TavrelCamera::devicePosition() const {
   return implementation_->session.devicePosition();
 }

@@ -15,6 +15,7 @@
 namespace tavrel {
 
 class TavrelGPUImageView;
+class CaptureSession;
 class Image;
 struct SampleTiming;
 class TavrelGPUImageFramebuffer;
@@ -97,6 +98,9 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
   std::shared_ptr<TavrelCameraDelegate> delegate() const;
   void setDelegate(std::weak_ptr<TavrelCameraDelegate> delegate);
   const std::shared_ptr<TavrelGPUImageView>& previewView() const;
+
+  /// The subject of the notifications about what becomes of the device.
+  const std::shared_ptr<CaptureSession>& session() const;
 
   /// Front when back is in use, back otherwise.
   void switchCamera();

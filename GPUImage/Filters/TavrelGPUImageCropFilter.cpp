@@ -44,6 +44,12 @@ TavrelGPUImageCropFilter::TavrelGPUImageCropFilter(const Rect& cropRegion)
   setCropRegion(cropRegion);
 }
 
+Rect TavrelGPUImageCropFilter::centredRegion(Size size, Size wanted) {
+  const Rect part = rectWithAspectRatioInsideRect(wanted, {{0, 0}, size});
+  return {{part.origin.x / size.width, part.origin.y / size.height},
+          {part.size.width / size.width, part.size.height / size.height}};
+}
+
 TavrelGPUImageCropFilter::~TavrelGPUImageCropFilter() = default;
 
 Rect TavrelGPUImageCropFilter::cropRegion() const {

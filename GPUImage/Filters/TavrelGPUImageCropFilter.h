@@ -18,6 +18,9 @@ class TAVREL_API TavrelGPUImageCropFilter : public TavrelGPUImageFilter {
   explicit TavrelGPUImageCropFilter(const Rect& cropRegion);
   ~TavrelGPUImageCropFilter() override;
 
+  /// The largest region of frames of `size`, in their middle, that has the proportions of `wanted`.
+  static Rect centredRegion(Size size, Size wanted);
+
   Rect cropRegion() const;
   /// In 0…1 of the input's width and height: of the input as it comes where the rotation keeps them, and of the input
   /// after `kTavrelGPUImageRotateRight` where it exchanges them. A component outside of 0…1 stops the program. Applies

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 
 #include "Platform/Media/Private/Writing/AssetWriterSession.h"
 #include "Platform/Media/Private/Writing/PassthroughTrackEncoder.h"
@@ -13,6 +14,16 @@ Expected<std::shared_ptr<AssetWriter>> AssetWriter::create(const std::filesystem
   auto file = MovieFile::open(url, fileType);
   if (!file) return tl::unexpected(file.error());
   return std::shared_ptr<AssetWriter>(new AssetWriter(std::make_shared<AssetWriterSession>(std::move(*file))));
+}
+
+std::optional<std::string> AssetWriter::fileTypeOf(const std::filesystem::path& url) {
+  std::string ending = url.extension().string();
+  std::transform(ending.begin(), ending.end(), ending.begin(),
+                 [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
+  if (ending == ".mov") return kFileTypeQuickTimeMovie;
+  if (ending == ".mp4") return kFileTypeMPEG4;
+  if (ending == ".mkv") return kFileTypeMatroska;
+  return std::nullopt;
 }
 
 bool AssetWriter::canStore(const FormatDescription& format, std::string_view fileType) {

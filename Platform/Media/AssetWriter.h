@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -40,6 +41,8 @@ class TAVREL_API AssetWriter {
   /// the file cannot be created there.
   static Expected<std::shared_ptr<AssetWriter>> create(const std::filesystem::path& url, std::string_view fileType);
 
+  /// The type that a file's name asks for, by its ending; nothing when that is none of .mov, .mp4 and .mkv.
+  static std::optional<std::string> fileTypeOf(const std::filesystem::path& url);
   /// Whether a file of this type can take samples of `format` as they come, without settings.
   static bool canStore(const FormatDescription& format, std::string_view fileType);
 

@@ -24,11 +24,11 @@
 #include "Platform/UI/Screen.h"
 #include "Support/Comparison.h"
 #include "Support/EffectsGif.h"
+#include "Support/RecorderTestSupport.h"
+#include "Support/RecordingObservation.h"
 #include "Support/ResourceCount.h"
 #include "TavrelCaptureBase.h"
 #include "TavrelCaptureTesting.h"
-#include "Tests/Capture/Video/CameraRecording.h"
-#include "Tests/Capture/Video/RecordingObservation.h"
 
 namespace tavrel::benchmarks {
 namespace {
@@ -148,48 +148,34 @@ void waitFor(const std::function<bool()>& done, const char* what) {
   require(RunLoop::main().runUntil(done, kPatience), what);
 }
 
-/// Both devices through their classes.
-struct Devices {
-  std::shared_ptr<TavrelCamera> camera;
-  std::shared_ptr<TavrelMicrophone> microphone;
+std::shared_ptr<TavrelRecorder> makeRecorder(const Effects& effects = {}) {
+  Screen::main().setMode(kSize, 60);
+  const auto recorder = TavrelRecorder::create({.size = kSize, .effects = effects}).value();
+  recorder->camera()->setMirrorFrontPreview(false);
+  return recorder;
+}
 
-  explicit Devices(Effects effects = {}) {
-    Screen::main().setMode(kSize, 60);
-    TavrelCameraConfiguration configuration;
-    configuration.size = kSize;
-    configuration.preferredSessionPreset = "320x240";
-    configuration.mirrorFrontPreview = false;
-    configuration.captureEffects = std::move(effects);
-    camera = TavrelCamera::create(configuration).value();
-    microphone = TavrelMicrophone::create({}).value();
-  }
-  void deliverTo(const std::shared_ptr<test::CameraRecording>& recording) const {
-    camera->setDelegate(recording);
-    microphone->setDelegate(recording);
-  }
-  void start() const {
-    std::atomic<int> answers = 0;
-    std::atomic<bool> isGood = true;
-    microphone->startWithCompletion([&](bool isGranted, const std::optional<Error>& error) {
-      if (!isGranted || error) isGood = false;
-      ++answers;
-    });
-    camera->startWithCompletion([&](bool isGranted) {
-      if (!isGranted) isGood = false;
-      ++answers;
-    });
-    waitFor([&] { return answers == 2; }, "starting");
-    require(isGood, "starting");
-  }
-  void stop() const {
-    camera->stop();
-    microphone->stop();
-  }
-  std::uint64_t processed() const { return camera->statistics().processed; }
-  void waitForFrames(std::uint64_t count) const {
-    waitFor([&, until = processed() + count] { return processed() >= until; }, "waiting for frames");
-  }
-};
+void start(TavrelRecorder& recorder) {
+  require(test::startDevices(recorder), "starting");
+}
+
+void write(TavrelRecorder& recorder, const std::filesystem::path& movie, const Dictionary& settings = {}) {
+  require(recorder.startWriting(movie, {.settings = settings}).has_value(), "starting a movie");
+}
+
+TavrelRecording finish(TavrelRecorder& recorder) {
+  auto recording = test::finishMovie(recorder);
+  require(recording && !recording->error, "finishing a movie");
+  return std::move(*recording);
+}
+
+std::uint64_t processed(const TavrelRecorder& recorder) {
+  return recorder.camera()->statistics().processed;
+}
+
+void waitForFrames(const TavrelRecorder& recorder, std::uint64_t count) {
+  waitFor([&, until = processed(recorder) + count] { return processed(recorder) >= until; }, "waiting for frames");
+}
 
 class TemporaryMovie {
  public:
@@ -251,16 +237,13 @@ void changeEffects(TavrelCamera& camera, const Effects& all, std::mt19937& rando
 /// Makes what stays for the life of the process.
 void warmUp() {
   const TemporaryMovie movie;
-  const Devices devices(allEffects());
-  const auto recorded =
-      std::make_shared<test::CameraRecording>(movie.path(), test::CameraRecording::Options{.size = kSize});
-  devices.deliverTo(recorded);
-  devices.start();
-  devices.waitForFrames(3);
-  devices.camera->switchCamera();
-  devices.waitForFrames(3);
-  devices.stop();
-  require(recorded->finish(), "finishing a movie");
+  const auto recorder = makeRecorder(allEffects());
+  write(*recorder, movie.path());
+  start(*recorder);
+  waitForFrames(*recorder, 3);
+  recorder->camera()->switchCamera();
+  waitForFrames(*recorder, 3);
+  finish(*recorder);
 }
 
 bool recording(int seconds) {
@@ -270,11 +253,9 @@ bool recording(int seconds) {
   VirtualCaptureSystem::shared().setClock(clock);
   const auto begun = Clock::now();
   {
-    const Devices devices({allEffects()[1], allEffects()[2]});
-    const auto recorded = std::make_shared<test::CameraRecording>(
-        movie.path(), test::CameraRecording::Options{.size = kSize, .isLive = false, .preset = "ultrafast"});
-    devices.deliverTo(recorded);
-    devices.start();
+    const auto recorder = makeRecorder({allEffects()[1], allEffects()[2]});
+    write(*recorder, movie.path(), {{kTavrelEncodingLiveVideoKey, false}, {kVideoPresetKey, std::string("ultrafast")}});
+    start(*recorder);
     const MediaTime start = clock->now();
     // Sound is stamped in its time, and frames hardly later than in theirs.
     constexpr std::int64_t kStep = VirtualMicrophone::kSamplesPerBuffer;
@@ -285,18 +266,17 @@ bool recording(int seconds) {
       // Frames that are due are taken before time goes on, else they would be dropped as on a machine too slow.
       const auto due = static_cast<std::uint64_t>(step * kStep * 30 / 48000 + 1);
       if (due > taken) {
-        waitFor([&] { return devices.camera->statistics().delivered >= due; }, "taking a frame");
+        waitFor([&] { return recorder->camera()->statistics().delivered >= due; }, "taking a frame");
         TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
         taken = due;
       }
       course.note(static_cast<double>(step * kStep) / 48000);
     }
-    devices.stop();
-    require(recorded->finish(), "finishing the movie");
-    const auto statistics = devices.camera->statistics();
+    const TavrelRecording recorded = finish(*recorder);
+    const auto statistics = recorder->camera()->statistics();
     std::printf("recording: %d s in %.0f s, %llu frames delivered, %llu recorded, %llu dropped; %.1f MiB\n", seconds,
                 elapsedSince(begun), static_cast<unsigned long long>(statistics.delivered),
-                static_cast<unsigned long long>(recorded->frames.load()),
+                static_cast<unsigned long long>(recorded.statistics.framesWritten),
                 static_cast<unsigned long long>(statistics.dropped()),
                 static_cast<double>(std::filesystem::file_size(movie.path())) / 1048576);
   }
@@ -310,26 +290,23 @@ bool live(int seconds) {
   std::mt19937 random(1);
   {
     const Effects all = allEffects();
-    const Devices devices(all);
-    const auto recorded =
-        std::make_shared<test::CameraRecording>(movie.path(), test::CameraRecording::Options{.size = kSize});
-    devices.deliverTo(recorded);
-    devices.start();
+    const auto recorder = makeRecorder(all);
+    write(*recorder, movie.path());
+    start(*recorder);
     const auto begun = Clock::now();
     for (int second = 1; elapsedSince(begun) < seconds; ++second) {
-      const std::uint64_t before = devices.processed();
+      const std::uint64_t before = processed(*recorder);
       RunLoop::main().runUntil([&] { return elapsedSince(begun) >= second; }, 2s);
-      waitFor([&] { return devices.processed() > before; }, "showing a frame");
-      changeEffects(*devices.camera, all, random);
-      if (second % 7 == 0) devices.camera->switchCamera();
+      waitFor([&] { return processed(*recorder) > before; }, "showing a frame");
+      changeEffects(*recorder->camera(), all, random);
+      if (second % 7 == 0) recorder->camera()->switchCamera();
       course.note(elapsedSince(begun));
     }
-    devices.stop();
-    require(recorded->finish(), "finishing the movie");
-    const auto statistics = devices.camera->statistics();
+    const TavrelRecording recorded = finish(*recorder);
+    const auto statistics = recorder->camera()->statistics();
     std::printf("live: %d s, %llu frames delivered, %llu recorded, %llu late, %llu busy, %llu while switching\n",
                 seconds, static_cast<unsigned long long>(statistics.delivered),
-                static_cast<unsigned long long>(recorded->frames - recorded->writer->droppedVideoFrames()),
+                static_cast<unsigned long long>(recorded.statistics.framesWritten),
                 static_cast<unsigned long long>(statistics.late), static_cast<unsigned long long>(statistics.busy),
                 static_cast<unsigned long long>(statistics.whileSwitching));
   }
@@ -340,19 +317,15 @@ bool starts(int count) {
   Course course("starts", count);
   const auto begun = Clock::now();
   {
-    Devices devices(allEffects());
+    auto recorder = makeRecorder(allEffects());
     for (int cycle = 0; cycle < count; ++cycle) {
-      if (cycle % 50 == 25) devices = Devices(allEffects());
+      if (cycle % 50 == 25) recorder = makeRecorder(allEffects());
       const TemporaryMovie movie;
-      const bool records = cycle % 5 == 0;
-      const auto recorded =
-          records ? std::make_shared<test::CameraRecording>(movie.path(), test::CameraRecording::Options{.size = kSize})
-                  : nullptr;
-      devices.deliverTo(recorded);
-      devices.start();
-      devices.waitForFrames(2);
-      devices.stop();
-      if (records) require(recorded->finish(), "finishing a movie");
+      if (cycle % 5 == 0) write(*recorder, movie.path());
+      start(*recorder);
+      waitForFrames(*recorder, 2);
+      recorder->stop();
+      if (recorder->isWriting()) finish(*recorder);
       course.note(cycle);
     }
   }
@@ -364,17 +337,17 @@ bool switches(int count) {
   Course course("switches", count);
   const auto begun = Clock::now();
   {
-    const Devices devices(allEffects());
-    devices.start();
+    const auto recorder = makeRecorder(allEffects());
+    start(*recorder);
     for (int cycle = 0; cycle < count; ++cycle) {
-      devices.camera->setBlurSwitch(cycle % 2 == 0);
-      devices.camera->switchCamera();
+      recorder->camera()->setBlurSwitch(cycle % 2 == 0);
+      recorder->camera()->switchCamera();
       // Every tenth pair comes within the blur.
-      if (cycle % 20 >= 2) devices.waitForFrames(2);
+      if (cycle % 20 >= 2) waitForFrames(*recorder, 2);
       course.note(cycle);
     }
-    devices.waitForFrames(2);
-    devices.stop();
+    waitForFrames(*recorder, 2);
+    recorder->stop();
   }
   std::printf("switches: %d in %.0f s\n", count, elapsedSince(begun));
   return course.judge(100, "for 100 switches");
@@ -382,14 +355,11 @@ bool switches(int count) {
 
 bool offset(int seconds) {
   const TemporaryMovie movie;
-  const Devices devices;
-  const auto recorded =
-      std::make_shared<test::CameraRecording>(movie.path(), test::CameraRecording::Options{.size = kSize});
-  devices.deliverTo(recorded);
-  devices.start();
+  const auto recorder = makeRecorder();
+  write(*recorder, movie.path());
+  start(*recorder);
   RunLoop::main().runFor(std::chrono::seconds(seconds));
-  devices.stop();
-  require(recorded->finish(), "finishing the movie");
+  const TavrelRecording recorded = finish(*recorder);
   const auto seen = test::RecordingObservation::of(movie.path());
   require(seen.error.empty(), seen.error.c_str());
   const auto offsets = seen.offsets();
@@ -414,8 +384,8 @@ bool offset(int seconds) {
       meanOf(offsets.begin(), offsets.begin() + quarter), meanOf(offsets.end() - quarter, offsets.end()),
       largest * 1000, products / squares * 60000);
   std::printf("offset: %zu frames in the file, %llu processed less %llu that the writer dropped\n",
-              seen.frameTimes.size(), static_cast<unsigned long long>(devices.processed()),
-              static_cast<unsigned long long>(recorded->writer->droppedVideoFrames()));
+              seen.frameTimes.size(), static_cast<unsigned long long>(processed(*recorder)),
+              static_cast<unsigned long long>(recorded.statistics.lostInWriter));
   return largest <= 0.020;
 }
 

@@ -36,6 +36,7 @@ class CameraSession {
   /// Uses the camera at `position`, or else the other one, and prepares the connections for it.
   void exchangeInput(CaptureDevicePosition position, CaptureVideoOrientation orientation);
 
+  const std::shared_ptr<CaptureSession>& platformSession() const { return captureSession; }
   std::string sessionPreset() const { return captureSession->sessionPreset(); }
   /// Where the session can.
   void setSessionPreset(const std::string& preset);

@@ -1,4 +1,4 @@
-#include "RecordingObservation.h"
+#include "Support/RecordingObservation.h"
 
 #include <algorithm>
 #include <cmath>
@@ -72,6 +72,8 @@ RecordingObservation RecordingObservation::of(const std::filesystem::path& movie
       seen.sound.resize(static_cast<std::size_t>(
           std::llround(std::max(0.0, sample.presentationTimeStamp().seconds()) * seen.sampleRate)));
     }
+    seen.largestSoundStep =
+        std::max(seen.largestSoundStep, std::abs(sample.presentationTimeStamp().seconds() - seen.soundLength()));
     seen.sound.insert(seen.sound.end(), values, values + sample.numSamples());
   });
   for (const std::size_t onset : SyntheticSound::findBeepOnsets(seen.sound, seen.sampleRate)) {

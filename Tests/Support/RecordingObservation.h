@@ -18,8 +18,10 @@ struct RecordingObservation {
   std::vector<double> beeps;
   std::vector<float> sound;
   int sampleRate = 0;
+  double largestSoundStep = 0;  ///< in seconds, by which a buffer of sound does not follow the one before
 
   static RecordingObservation of(const std::filesystem::path& movie);
+  double soundLength() const { return sampleRate > 0 ? static_cast<double>(sound.size()) / sampleRate : 0; }
 
   /// For each flash the time of its beep less its own, in seconds, by the time of the flash. Flashes without a beep
   /// within half a second are left out.

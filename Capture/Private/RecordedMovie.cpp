@@ -1,0 +1,131 @@
+#include "Capture/Private/RecordedMovie.h"
+
+#include <cmath>
+#include <limits>
+#include <utility>
+
+#include "GPUImage/TavrelGPUImageFramebuffer.h"
+#include "GPUImage/TavrelGPUImageOutput.h"
+#include "Platform/Media/MediaSettings.h"
+#include "Platform/Media/SampleBuffer.h"
+
+namespace tavrel {
+namespace {
+
+bool haveSameProportions(Size first, Size second) {
+  return std::abs(first.width * second.height - second.width * first.height) < 0.01 * first.width * second.height;
+}
+
+void deliver(TavrelGPUImageInput& input, const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer,
+             MediaTime time) {
+  input.setInputFramebuffer(framebuffer, 0);
+  input.setInputSize(framebuffer->size(), 0);
+  TavrelGPUImageOutput::sendFrame(input, time, 0);
+}
+
+Dictionary outputSettings(const TavrelRecordingOptions& options, Size size) {
+  Dictionary settings = options.settings;
+  settings.emplace(kVideoCodecKey, std::string(kVideoCodecH264));
+  settings.emplace(kVideoWidthKey, static_cast<std::int64_t>(size.width));
+  settings.emplace(kVideoHeightKey, static_cast<std::int64_t>(size.height));
+  return settings;
+}
+
+}  // namespace
+
+Expected<std::shared_ptr<RecordedMovie>> RecordedMovie::create(const std::filesystem::path& file,
+                                                               const TavrelRecorderConfiguration& configuration,
+                                                               const TavrelRecordingOptions& options,
+                                                               const TavrelCameraStatistics& lossesBefore,
+                                                               EventHandler handler) {
+  const std::string fileType = options.fileType.empty() ? AssetWriter::fileTypeOf(file).value_or("") : options.fileType;
+  if (fileType.empty()) {
+    return failure(TavrelRecorderErrorCode::unknownFileType,
+                   file.string() + ": a movie's name ends in .mov, .mp4 or .mkv");
+  }
+  const std::shared_ptr<RecordedMovie> movie(
+      new RecordedMovie(file, configuration, options, fileType, lossesBefore, std::move(handler)));
+  if (!configuration.microphone.empty()) movie->writer_->setHasAudioTrack(true);
+  if (!movie->writer_->error()) movie->writer_->startRecording();
+  if (auto error = movie->writer_->error()) return tl::unexpected(std::move(*error));
+  return movie;
+}
+
+RecordedMovie::RecordedMovie(const std::filesystem::path& file, const TavrelRecorderConfiguration& configuration,
+                             const TavrelRecordingOptions& options, const std::string& fileType,
+                             const TavrelCameraStatistics& lossesBefore, EventHandler handler)
+    : file_(file),
+      size_(configuration.size),
+      frameLimit_(options.durationLimit.value_or(std::numeric_limits<double>::infinity()) -
+                  0.5 / configuration.framesPerSecond),
+      soundLimit_(options.durationLimit.value_or(std::numeric_limits<double>::infinity())),
+      lossesBefore_(lossesBefore),
+      handler_(std::move(handler)),
+      writer_(std::make_shared<TavrelGPUImageMovieWriter>(file, size_, fileType, outputSettings(options, size_))) {
+  crop_->addTarget(writer_);
+}
+
+double RecordedMovie::secondsUntil(MediaTime time) {
+  if (firstFrameTime_ == kNone) firstFrameTime_ = time.seconds();
+  return time.seconds() - firstFrameTime_;
+}
+
+void RecordedMovie::append(const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer, MediaTime time) {
+  lookForFailure();
+  if (secondsUntil(time) > frameLimit_) return reportOnce(TavrelRecorderEvent::Kind::limitReached, isLimitReported_);
+  if (isPaused()) return;
+  ++framesAppended_;
+  if (haveSameProportions(framebuffer->size(), size_)) return deliver(*writer_, framebuffer, time);
+  if (croppedSize_ != framebuffer->size()) {
+    croppedSize_ = framebuffer->size();
+    crop_->setCropRegion(TavrelGPUImageCropFilter::centredRegion(croppedSize_, size_));
+  }
+  deliver(*crop_, framebuffer, time);
+}
+
+void RecordedMovie::append(const SampleBuffer& heard) {
+  lookForFailure();
+  const double begin = firstFrameTime_;
+  const MediaTime end = heard.presentationTimeStamp();
+  if (begin == kNone || end.seconds() - begin > soundLimit_) return;
+  SampleTiming timing = heard.timingEntries().front();
+  timing.presentationTimeStamp = end - heard.duration();
+  if (const auto placed = heard.copyWithNewTiming({timing})) writer_->processAudioBuffer(*placed);
+}
+
+void RecordedMovie::lookForFailure() {
+  if (isBrokenOff()) reportOnce(TavrelRecorderEvent::Kind::writingBrokeOff, isFailureReported_);
+}
+
+void RecordedMovie::reportOnce(TavrelRecorderEvent::Kind kind, std::atomic<bool>& isReported) {
+  if (isReported.exchange(true)) return;
+  handler_({kind, isBrokenOff() ? writer_->error() : std::nullopt});
+}
+
+TavrelRecordingStatistics RecordedMovie::statistics(const TavrelCameraStatistics& lossesNow) const {
+  TavrelRecordingStatistics statistics;
+  statistics.lostInWriter = writer_->droppedVideoFrames();
+  statistics.soundLostInWriter = writer_->droppedAudioBuffers();
+  statistics.framesWritten = framesAppended_ - statistics.lostInWriter;
+  statistics.late = lossesNow.late - lossesBefore_.late;
+  statistics.busy = lossesNow.busy - lossesBefore_.busy;
+  statistics.whileSwitching = lossesNow.whileSwitching - lossesBefore_.whileSwitching;
+  return statistics;
+}
+
+void RecordedMovie::finish(const TavrelCameraStatistics& lossesNow, std::function<void(TavrelRecording)> completion) {
+  writer_->finishRecordingWithCompletionHandler([self = shared_from_this(), lossesNow,
+                                                 completion = std::move(completion)] {
+    TavrelRecording recording;
+    recording.file = self->file_;
+    recording.size = self->writer_->encodedSize();
+    recording.seconds = self->writer_->duration().seconds();
+    recording.statistics = self->statistics(lossesNow);
+    const bool isComplete = self->writer_->assetWriter()->status() == AssetWriterStatus::completed;
+    if (!isComplete) recording.error = self->writer_->error();
+    recording.playableSeconds = isComplete ? recording.seconds : self->writer_->assetWriter()->writtenUntil().seconds();
+    completion(std::move(recording));
+  });
+}
+
+}  // namespace tavrel

@@ -1,0 +1,299 @@
+#include "Capture/TavrelRecorder.h"
+
+#include <fmt/format.h>
+
+#include <cmath>
+#include <mutex>
+#include <utility>
+
+#include "Capture/Audio/TavrelMicrophone.h"
+#include "Capture/Private/RecordedMovie.h"
+#include "Capture/Video/TavrelCamera.h"
+#include "Effects/TavrelCaptureEffectChain.h"
+#include "GPUImage/Destinations/TavrelGPUImageView.h"
+#include "GPUImage/TavrelGPUImageContext.h"
+#include "Platform/Capture/CaptureDevice.h"
+#include "Platform/Capture/CaptureDeviceFormat.h"
+#include "Platform/Capture/CaptureSession.h"
+#include "Platform/Dispatch/DispatchQueue.h"
+#include "Platform/Foundation/NotificationCenter.h"
+#include "Platform/Foundation/Notifications.h"
+#include "Platform/Media/AudioSession.h"
+#include "Platform/Media/SampleBuffer.h"
+
+namespace tavrel {
+namespace {
+
+/// A quarter turn at the end of the chain needs a frame that lies on its side to begin with, large enough to fill the
+/// movie's.
+Size cameraSizeFor(Size movieSize, const TavrelCamera::CaptureEffects& effects) {
+  if (!TavrelCaptureEffectChain(effects).turnsSideways()) return movieSize;
+  return {movieSize.width, std::round(movieSize.width * movieSize.width / movieSize.height)};
+}
+
+}  // namespace
+
+struct TavrelRecorder::Implementation : TavrelCameraDelegate,
+                                        TavrelMicrophoneDelegate,
+                                        std::enable_shared_from_this<Implementation> {
+  using Kind = TavrelRecorderEvent::Kind;
+
+  explicit Implementation(TavrelRecorderConfiguration wanted) : configuration(std::move(wanted)) {}
+  ~Implementation() override {
+    for (const auto token : observers) NotificationCenter::defaultCenter().removeObserver(token);
+  }
+
+  Expected<void> openCamera();
+  Expected<void> openMicrophone();
+  void watch(const CaptureSession& session, Kind lost, Kind back);
+  void startMicrophone(StartCompletion completion);
+  void startCamera(StartCompletion completion);
+  void report(TavrelRecorderEvent event);
+  /// The movie that was being written; nothing more goes into it once the video-processing queue has come this far.
+  std::shared_ptr<RecordedMovie> takeMovie();
+
+  void didGetProcessedFramebuffer(TavrelCamera& sender, const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer,
+                                  const SampleTiming& timing) override;
+  void didGetProcessedSampleBuffer(TavrelMicrophone& sender, const std::shared_ptr<SampleBuffer>& sample) override;
+
+  template <typename Value>
+  Value read(const Value& value) const {
+    const std::lock_guard lock(mutex);
+    return value;
+  }
+
+  const TavrelRecorderConfiguration configuration;
+  std::shared_ptr<TavrelCamera> camera;
+  std::shared_ptr<TavrelMicrophone> microphone;
+  std::vector<NotificationCenter::ObserverToken> observers;
+
+  std::mutex startMutex;
+  mutable std::mutex mutex;  // guards what follows
+  std::shared_ptr<RecordedMovie> movie;
+  EventHandler eventHandler;
+  std::shared_ptr<const FrameHandler> frameHandler;
+};
+
+Expected<void> TavrelRecorder::Implementation::openCamera() {
+  const auto device = CaptureDevice::deviceNamed(configuration.camera, MediaType::video, CaptureDevicePosition::back);
+  if (!device) return tl::unexpected(device.error());
+  TavrelCameraConfiguration wanted;
+  wanted.size = cameraSizeFor(configuration.size, configuration.effects);
+  wanted.preferredSessionPreset = fmt::format("{:.0f}x{:.0f}", configuration.size.width, configuration.size.height);
+  wanted.preferredDevicePosition = (*device)->position();
+  wanted.preferredDeviceID = (*device)->uniqueID();
+  wanted.preferredMinFrameRate = wanted.preferredMaxFrameRate = configuration.framesPerSecond;
+  wanted.captureEffects = configuration.effects;
+  auto made = TavrelCamera::create(wanted);
+  if (!made) return tl::unexpected(made.error());
+  camera = *made;
+  if (camera->devicePosition() == CaptureDevicePosition::unspecified) {
+    return failure(TavrelRecorderErrorCode::cameraUnavailable,
+                   fmt::format("{} cannot be opened", (*device)->localizedName()));
+  }
+  camera->setDelegate(weak_from_this());
+  watch(*camera->session(), Kind::cameraLost, Kind::cameraBack);
+  return {};
+}
+
+Expected<void> TavrelRecorder::Implementation::openMicrophone() {
+  if (configuration.microphone.empty()) return {};
+  const auto device = CaptureDevice::deviceNamed(configuration.microphone, MediaType::audio);
+  if (!device) return tl::unexpected(device.error());
+  auto made = TavrelMicrophone::create({.mute = false, .deviceID = (*device)->uniqueID()});
+  if (!made) return tl::unexpected(made.error());
+  microphone = *made;
+  microphone->setDelegate(weak_from_this());
+  AudioSession::shared().setSampleRate((*device)->activeFormat()->audioFormat.sampleRate);
+  watch(*microphone->captureSession(), Kind::microphoneLost, Kind::microphoneBack);
+  return {};
+}
+
+void TavrelRecorder::Implementation::watch(const CaptureSession& session, Kind lost, Kind back) {
+  const auto observe = [&](const char* name, Kind kind) {
+    observers.push_back(NotificationCenter::defaultCenter().addObserver(
+        name,
+        [weakThis = weak_from_this(), kind](std::string_view, const void* object) {
+          const auto self = weakThis.lock();
+          if (self) self->report({kind, static_cast<const CaptureSession*>(object)->runtimeError()});
+        },
+        &session));
+  };
+  observe(kCaptureSessionRuntimeErrorNotification, lost);
+  observe(kCaptureSessionDidRecoverNotification, back);
+}
+
+void TavrelRecorder::Implementation::report(TavrelRecorderEvent event) {
+  DispatchQueue::main()->async([weakThis = weak_from_this(), event = std::move(event)] {
+    const auto self = weakThis.lock();
+    const EventHandler handler = self ? self->read(self->eventHandler) : nullptr;
+    if (handler) handler(event);
+  });
+}
+
+std::shared_ptr<RecordedMovie> TavrelRecorder::Implementation::takeMovie() {
+  const std::lock_guard lock(mutex);
+  return std::exchange(movie, nullptr);
+}
+
+void TavrelRecorder::Implementation::startMicrophone(StartCompletion completion) {
+  if (!microphone) return completion(std::nullopt);
+  microphone->startWithCompletion([completion = std::move(completion)](bool isGranted, std::optional<Error> error) {
+    if (!isGranted) {
+      error = makeError(TavrelRecorderErrorCode::microphoneRefused, "the system refuses access to the microphone");
+    }
+    completion(error);
+  });
+}
+
+void TavrelRecorder::Implementation::startCamera(StartCompletion completion) {
+  camera->startWithCompletion([completion = std::move(completion)](bool isGranted) {
+    if (isGranted) return completion(std::nullopt);
+    completion(makeError(TavrelRecorderErrorCode::cameraRefused, "the system refuses access to the camera"));
+  });
+}
+
+void TavrelRecorder::Implementation::didGetProcessedFramebuffer(
+    TavrelCamera&, const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer, const SampleTiming& timing) {
+  const MediaTime time = timing.presentationTimeStamp;
+  const auto current = read(movie);
+  if (!current || !time.isNumeric()) return;  // a snapshot has no time
+  const double seconds = current->secondsUntil(time);
+  if (const auto handler = read(frameHandler)) (*handler)(seconds);
+  current->append(framebuffer, time);
+}
+
+void TavrelRecorder::Implementation::didGetProcessedSampleBuffer(TavrelMicrophone&,
+                                                                 const std::shared_ptr<SampleBuffer>& sample) {
+  if (const auto current = read(movie)) current->append(*sample);
+}
+
+Expected<std::shared_ptr<TavrelRecorder>> TavrelRecorder::create(const TavrelRecorderConfiguration& configuration) {
+  auto implementation = std::make_shared<Implementation>(configuration);
+  if (auto opened = implementation->openCamera(); !opened) return tl::unexpected(opened.error());
+  if (auto opened = implementation->openMicrophone(); !opened) return tl::unexpected(opened.error());
+  return std::shared_ptr<TavrelRecorder>(new TavrelRecorder(std::move(implementation)));
+}
+
+TavrelRecorder::TavrelRecorder(std::shared_ptr<Implementation> implementation)
+    : implementation_(std::move(implementation)) {}
+
+TavrelRecorder::~TavrelRecorder() {
+  stop();
+  implementation_->takeMovie();
+}
+
+const std::shared_ptr<TavrelCamera>& TavrelRecorder::camera() const {
+  return implementation_->camera;
+}
+
+const std::shared_ptr<TavrelMicrophone>& TavrelRecorder::microphone() const {
+  return implementation_->microphone;
+}
+
+const std::shared_ptr<TavrelGPUImageView>& TavrelRecorder::previewView() const {
+  return camera()->previewView();
+}
+
+void TavrelRecorder::setEffects(std::vector<std::shared_ptr<TavrelCaptureEffect>> effects) {
+  const Size size = cameraSizeFor(implementation_->configuration.size, effects);
+  camera()->setCaptureEffects(std::move(effects));
+  if (camera()->size() != size) camera()->setSize(size);
+}
+
+void TavrelRecorder::startWithCompletion(StartCompletion completion) {
+  const auto answer = [completion = std::move(completion)](const std::optional<Error>& error) {
+    if (completion) DispatchQueue::main()->async([completion, error] { completion(error); });
+  };
+  // The sound first: a movie begins with its first frame.
+  implementation_->startMicrophone([self = implementation_, answer](const std::optional<Error>& failed) {
+    if (failed) return answer(failed);
+    self->startCamera([self, answer](const std::optional<Error>& error) {
+      if (error && self->microphone) self->microphone->stop();
+      answer(error);
+    });
+  });
+}
+
+void TavrelRecorder::stop() {
+  camera()->stop();
+  if (microphone()) microphone()->stop();
+  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+}
+
+Expected<void> TavrelRecorder::startWriting(const std::filesystem::path& file, const TavrelRecordingOptions& options) {
+  const std::lock_guard starting(implementation_->startMutex);
+  if (isWriting()) {
+    return failure(TavrelRecorderErrorCode::alreadyWriting, "a movie is being written: finish it first");
+  }
+  auto movie = RecordedMovie::create(file, implementation_->configuration, options, camera()->statistics(),
+                                     [weak = std::weak_ptr(implementation_)](TavrelRecorderEvent event) {
+                                       if (const auto self = weak.lock()) self->report(std::move(event));
+                                     });
+  if (!movie) return tl::unexpected(movie.error());
+  const std::lock_guard lock(implementation_->mutex);
+  implementation_->movie = std::move(*movie);
+  return {};
+}
+
+void TavrelRecorder::finishWritingWithCompletion(FinishCompletion completion) {
+  const auto answer = [completion = std::move(completion)](Expected<TavrelRecording> recording) {
+    if (completion)
+      DispatchQueue::main()->async([completion, recording = std::move(recording)] { completion(recording); });
+  };
+  const auto movie = implementation_->takeMovie();
+  if (!movie) return answer(failure(TavrelRecorderErrorCode::notWriting, "no movie is being written"));
+  // Behind the frame that is on its way into it; and not on that queue, which must not wait for the writer's.
+  TavrelRunAsynchronouslyOnVideoProcessingQueue([movie, answer, losses = camera()->statistics()] {
+    DispatchQueue::global()->async([movie, answer, losses] { movie->finish(losses, answer); });
+  });
+}
+
+void TavrelRecorder::cancelWriting() {
+  const auto movie = implementation_->takeMovie();
+  if (!movie) return;
+  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+  movie->cancel();
+}
+
+bool TavrelRecorder::isWriting() const {
+  return implementation_->read(implementation_->movie) != nullptr;
+}
+
+void TavrelRecorder::pause() {
+  if (const auto movie = implementation_->read(implementation_->movie)) movie->setPaused(true);
+}
+
+void TavrelRecorder::resume() {
+  if (const auto movie = implementation_->read(implementation_->movie)) movie->setPaused(false);
+}
+
+bool TavrelRecorder::isPaused() const {
+  const auto movie = implementation_->read(implementation_->movie);
+  return movie && movie->isPaused();
+}
+
+void TavrelRecorder::snapshotWithCompletion(SnapshotCompletion completion) {
+  camera()->snapshotWithCompletion(
+      [completion = std::move(completion)](std::shared_ptr<Image> image, std::optional<Error> error) {
+        DispatchQueue::main()->async(
+            [completion, image = std::move(image), error = std::move(error)] { completion(image, error); });
+      });
+}
+
+TavrelRecordingStatistics TavrelRecorder::statistics() const {
+  const auto movie = implementation_->read(implementation_->movie);
+  return movie ? movie->statistics(camera()->statistics()) : TavrelRecordingStatistics();
+}
+
+void TavrelRecorder::setEventHandler(EventHandler handler) {
+  const std::lock_guard lock(implementation_->mutex);
+  implementation_->eventHandler = std::move(handler);
+}
+
+void TavrelRecorder::setFrameHandler(FrameHandler handler) {
+  const std::lock_guard lock(implementation_->mutex);
+  implementation_->frameHandler = handler ? std::make_shared<const FrameHandler>(std::move(handler)) : nullptr;
+}
+
+}  // namespace tavrel
