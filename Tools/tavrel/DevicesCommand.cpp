@@ -1,6 +1,8 @@
 #include "DevicesCommand.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
+#include <utility>
 #include <vector>
 
 #include "Report.h"
@@ -43,16 +45,15 @@ void print(const CaptureDevice& device) {
   for (const auto& format : device.formats()) fmt::print("    {}\n", description(*format));
 }
 
-std::string json(const CaptureDevice& device) {
-  std::string formats;
-  for (const auto& format : device.formats()) {
-    formats += (formats.empty() ? "" : ", ") + jsonString(description(*format));
-  }
-  return fmt::format(
-      "{{\"id\": {}, \"name\": {}, \"type\": \"{}\", \"position\": \"{}\", \"backend\": {}, \"formats\": [{}]}}",
-      jsonString(device.uniqueID()), jsonString(device.localizedName()),
-      device.mediaType() == MediaType::video ? "camera" : "microphone", nameOf(device.position()),
-      jsonString(device.backendName()), formats);
+nlohmann::ordered_json json(const CaptureDevice& device) {
+  auto formats = nlohmann::ordered_json::array();
+  for (const auto& format : device.formats()) formats.push_back(description(*format));
+  return {{"id", device.uniqueID()},
+          {"name", device.localizedName()},
+          {"type", device.mediaType() == MediaType::video ? "camera" : "microphone"},
+          {"position", nameOf(device.position())},
+          {"backend", device.backendName()},
+          {"formats", std::move(formats)}};
 }
 
 }  // namespace
@@ -66,13 +67,15 @@ int DevicesCommand::run() const {
   std::vector<std::shared_ptr<CaptureDevice>> devices = CaptureDevice::devicesWithMediaType(MediaType::video);
   const auto microphones = CaptureDevice::devicesWithMediaType(MediaType::audio);
   devices.insert(devices.end(), microphones.begin(), microphones.end());
-  if (json_) {
-    std::string list;
-    for (const auto& device : devices) list += (list.empty() ? "" : ",\n ") + json(*device);
-    fmt::print("[{}]\n", list);
-  } else {
-    for (const auto& device : devices) print(*device);
+  auto list = nlohmann::ordered_json::array();
+  for (const auto& device : devices) {
+    if (json_) {
+      list.push_back(json(*device));
+    } else {
+      print(*device);
+    }
   }
+  if (json_) printJson(list);
   return kSuccess;
 }
 

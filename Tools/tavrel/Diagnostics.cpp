@@ -1,5 +1,7 @@
 #include "Diagnostics.h"
 
+#include <nlohmann/json.hpp>
+
 #include "Report.h"
 
 namespace tavrel::tool {
@@ -17,33 +19,29 @@ Diagnostics::~Diagnostics() {
   stop();
 }
 
-Expected<void> Diagnostics::start() {
-  if (!hasStatistics_ && !trace_) return {};
-  auto started = TavrelTracing::start(trace_.value_or(std::filesystem::path()));
-  isMeasuring_ = started.has_value();
-  return started;
-}
-
 void Diagnostics::stop() {
   if (!isMeasuring_) return;
   isMeasuring_ = false;
   if (const auto stopped = TavrelTracing::stop(); !stopped) problem_ = stopped.error();
 }
 
-std::string Diagnostics::json() {
+void Diagnostics::addTo(nlohmann::ordered_json& result) {
   stop();
-  return hasStatistics_ ? ", \"stats\": " + TavrelTracing::statistics().json() : std::string();
+  if (hasStatistics_) result["stats"] = nlohmann::ordered_json::parse(TavrelTracing::statistics().json());
 }
 
-int Diagnostics::finish(int status, bool isJSON) {
-  const bool hasMeasured = isMeasuring_;
+int Diagnostics::measure(bool isJSON, const std::function<int()>& work) {
+  if (!hasStatistics_ && !trace_) return work();
+  const auto started = TavrelTracing::start(trace_.value_or(std::filesystem::path()));
+  if (!started) return fail("{}", started.error().description);
+  isMeasuring_ = true;
+  const int status = work();
   stop();
-  if (hasStatistics_ && hasMeasured && !isJSON) {
+  if (hasStatistics_ && !isJSON) {
     std::fflush(stdout);
     fmt::print(stderr, "{}", TavrelTracing::statistics().description());
   }
-  if (!problem_) return status;
-  return fail("{}", problem_->description);
+  return problem_ ? fail("{}", problem_->description) : status;
 }
 
 }  // namespace tavrel::tool

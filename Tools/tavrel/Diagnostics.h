@@ -2,8 +2,9 @@
 
 #include <CLI/CLI.hpp>
 #include <filesystem>
+#include <functional>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
-#include <string>
 
 #include "TavrelCaptureBase.h"
 
@@ -16,13 +17,11 @@ class Diagnostics {
   /// Ends the measurement, without a word.
   ~Diagnostics();
 
-  /// Begins to measure, when that is asked for. Fails when the trace cannot be written.
-  Expected<void> start();
-  /// Ends the measurement. What a JSON result is to say about it: `, "stats": {…}` or nothing.
-  std::string json();
-  /// Ends the measurement, and prints the table unless the result is JSON. The exit status: `status`, or failure when
-  /// the trace is incomplete.
-  int finish(int status, bool isJSON = false);
+  /// Does `work` and measures it, when that is asked for; prints the table unless the result is JSON. The exit status:
+  /// the work's, or failure when the trace cannot be written or is incomplete.
+  int measure(bool isJSON, const std::function<int()>& work);
+  /// Ends the measurement; puts what a JSON result is to say about it under "stats".
+  void addTo(nlohmann::ordered_json& result);
 
  private:
   void stop();

@@ -1,5 +1,7 @@
 #include "FilterCommand.h"
 
+#include <nlohmann/json.hpp>
+
 #include "Report.h"
 
 namespace tavrel::tool {
@@ -28,9 +30,7 @@ FilterCommand::FilterCommand(CLI::App& app)
 
 int FilterCommand::run() {
   EffectChain effects = effects_.makeChain();
-  if (const auto started = diagnostics_.start(); !started) return fail("{}", started.error().description);
-  const int status = filter(effects);
-  return diagnostics_.finish(status, json_);
+  return diagnostics_.measure(json_, [&] { return filter(effects); });
 }
 
 int FilterCommand::filter(EffectChain& effects) {
@@ -55,8 +55,10 @@ int FilterCommand::filter(EffectChain& effects) {
   const auto written = ImageDestination::write(markedPremultiplied(filtered), output_, quality_);
   if (!written) return fail("{}", written.error().description);
   if (json_) {
-    fmt::print("{{\"output\": {}, \"width\": {}, \"height\": {}{}}}\n", jsonString(output_.string()), filtered->width(),
-               filtered->height(), diagnostics_.json());
+    nlohmann::ordered_json result = {
+        {"output", output_.string()}, {"width", filtered->width()}, {"height", filtered->height()}};
+    diagnostics_.addTo(result);
+    printJson(result);
   } else {
     fmt::print("{} {}x{}\n", output_.string(), filtered->width(), filtered->height());
   }

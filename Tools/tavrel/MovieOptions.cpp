@@ -1,9 +1,6 @@
 #include "MovieOptions.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cstdio>
-#include <map>
 
 #include "Report.h"
 
@@ -25,22 +22,8 @@ Size parsedMovieSize(const std::string& text) {
 }
 
 std::string fileTypeOf(const std::filesystem::path& output) {
-  static const std::map<std::string, const char*> types = {
-      {".mov", kFileTypeQuickTimeMovie}, {".mp4", kFileTypeMPEG4}, {".mkv", kFileTypeMatroska}};
-  std::string extension = output.extension().string();
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char character) { return static_cast<char>(std::tolower(character)); });
-  const auto type = types.find(extension);
-  if (type == types.end()) {
-    throw UsageError(fmt::format("{}: a movie's name ends in .mov, .mp4 or .mkv", output.string()));
-  }
-  return type->second;
-}
-
-Rect centredPart(Size size, Size wanted) {
-  const Rect part = rectWithAspectRatioInsideRect(wanted, {{0, 0}, size});
-  return {{part.origin.x / size.width, part.origin.y / size.height},
-          {part.size.width / size.width, part.size.height / size.height}};
+  if (auto type = AssetWriter::fileTypeOf(output)) return *type;
+  throw UsageError(fmt::format("{}: a movie's name ends in .mov, .mp4 or .mkv", output.string()));
 }
 
 }  // namespace tavrel::tool

@@ -14,7 +14,4 @@ Size parsedMovieSize(const std::string& text);
 /// The container that a file's name asks for.
 std::string fileTypeOf(const std::filesystem::path& output);
 
-/// The largest part of a picture of `size`, centred, that has the proportions of `wanted`; in 0…1.
-Rect centredPart(Size size, Size wanted);
-
 }  // namespace tavrel::tool

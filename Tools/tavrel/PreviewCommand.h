@@ -1,14 +1,12 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <filesystem>
 #include <memory>
-#include <string>
 #include <string_view>
 
-#include "CaptureRig.h"
 #include "Diagnostics.h"
 #include "EffectOptions.h"
+#include "RecorderOptions.h"
 
 namespace tavrel::tool {
 
@@ -22,18 +20,18 @@ class PreviewCommand {
   int run();
 
  private:
+  int look();
   void pressed(std::string_view key);
   void toggleRecording();
+  void togglePause();
   void finishRecording();
   void toggleTorch();
 
   CLI::App* command_;
   EffectOptions effects_;
+  RecorderOptions devices_;
   Diagnostics diagnostics_;
-  CaptureRig::Options devices_;
-  std::string size_ = "640x480";
-  std::shared_ptr<CaptureRig> rig_;
-  std::filesystem::path recording_;
+  std::shared_ptr<TavrelRecorder> recorder_;
 };
 
 }  // namespace tavrel::tool

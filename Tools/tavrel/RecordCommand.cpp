@@ -9,8 +9,6 @@ namespace tavrel::tool {
 namespace {
 
 void checkTimes(const Recording::Options& options) {
-  const double fps = options.devices.framesPerSecond;
-  if (!(fps >= 1 && fps <= 240)) throw UsageError(fmt::format("--fps {}: expected 1 to 240", fps));
   const std::optional<double>& duration = options.duration;
   const std::optional<double>& pauseAt = options.pauseAt;
   const std::optional<double>& resumeAt = options.resumeAt;
@@ -29,21 +27,9 @@ void checkTimes(const Recording::Options& options) {
 RecordCommand::RecordCommand(CLI::App& app)
     : command_(app.add_subcommand("record", "Record camera and microphone into a movie")),
       effects_(*command_),
+      devices_(*command_, "1280x720"),
       diagnostics_(*command_) {
   command_->add_option("OUTPUT", options_.output, "The movie to write: .mov, .mp4 or .mkv")->required();
-  command_
-      ->add_option("--camera", options_.devices.camera, "A name that `tavrel devices` shows, front, back or file:PATH")
-      ->type_name("NAME")
-      ->capture_default_str();
-  command_
-      ->add_option("--microphone", options_.devices.microphone,
-                   "A name that `tavrel devices` shows, default, file:PATH or none")
-      ->type_name("NAME")
-      ->capture_default_str();
-  command_->add_option("--size", size_, "Of the movie's picture, in pixels")->type_name("WxH")->capture_default_str();
-  command_->add_option("--fps", options_.devices.framesPerSecond, "Frames a second")
-      ->type_name("N")
-      ->capture_default_str();
   command_->add_option("--duration", options_.duration, "Stop after this time, pauses included; else on Ctrl-C")
       ->type_name("SECONDS");
   command_->add_option("--pause-at", options_.pauseAt, "Pause this long after the start")->type_name("SECONDS");
@@ -59,13 +45,14 @@ RecordCommand::RecordCommand(CLI::App& app)
 }
 
 int RecordCommand::run() {
+  devices_.check();
   checkTimes(options_);
-  options_.fileType = fileTypeOf(options_.output);
-  options_.devices.size = parsedMovieSize(size_);
+  (void)fileTypeOf(options_.output);
   // Before the effects: a window shows only what is drawn on the window system's own display. What keeps it from
   // opening is said by the recording.
   if (options_.hasPreview) (void)Application::shared().startUserInterface();
-  return Recording(options_, effects_.makeChain()).run(json_, diagnostics_);
+  Recording recording(options_, devices_.configuration(effects_.makeChain()));
+  return diagnostics_.measure(json_, [&] { return recording.run(json_, diagnostics_); });
 }
 
 }  // namespace tavrel::tool

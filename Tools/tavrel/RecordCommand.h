@@ -1,10 +1,10 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <string>
 
 #include "Diagnostics.h"
 #include "EffectOptions.h"
+#include "RecorderOptions.h"
 #include "Recording.h"
 
 namespace tavrel::tool {
@@ -20,9 +20,9 @@ class RecordCommand {
  private:
   CLI::App* command_;
   EffectOptions effects_;
+  RecorderOptions devices_;
   Diagnostics diagnostics_;
   Recording::Options options_;
-  std::string size_ = "1280x720";
   bool json_ = false;
 };
 

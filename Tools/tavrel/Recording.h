@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-#include "CaptureRig.h"
 #include "Diagnostics.h"
+#include "Interruption.h"
 #include "Report.h"
 #include "TavrelCaptureBase.h"
 
@@ -18,8 +18,6 @@ class Recording {
  public:
   struct Options {
     std::filesystem::path output;
-    std::string fileType;
-    CaptureRig::Options devices;
     std::optional<double> duration;
     std::optional<double> pauseAt;
     std::optional<double> resumeAt;
@@ -29,29 +27,27 @@ class Recording {
     bool hasPreview = false;
   };
 
-  Recording(Options options, EffectChain effects);
+  Recording(Options options, TavrelRecorderConfiguration configuration);
 
   /// Records until the duration is over, somebody interrupts or the file cannot be written any more. The exit status.
   int run(bool printJson, Diagnostics& diagnostics);
 
  private:
-  Expected<void> openPreview();
-  void record(ProgressBar& progress);
+  void record(const Interruption& interruption);
+  void actOnFrame(double seconds);
   void actOnTime();
   void takeSnapshot();
-  int perform(bool printJson, Diagnostics& diagnostics);
-  int report(bool printJson, Diagnostics& diagnostics) const;
-  bool acceptFrame(double seconds);
+  int report(const TavrelRecording& recording, bool printJson, Diagnostics& diagnostics) const;
 
   const Options options_;
-  const EffectChain effects_;
-  std::shared_ptr<CaptureRig> rig_;
+  const TavrelRecorderConfiguration configuration_;
+  std::shared_ptr<TavrelRecorder> recorder_;
   std::shared_ptr<Window> window_;
   std::atomic<double> elapsed_ = 0;
-  std::atomic<bool> isOver_ = false;
+  bool isOver_ = false;
   bool hasSwitched_ = false;
   bool hasAskedForSnapshot_ = false;
-  std::atomic<bool> isSnapshotOver_ = true;
+  bool isSnapshotOver_ = true;
   std::optional<std::string> snapshotProblem_;
 };
 

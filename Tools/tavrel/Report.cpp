@@ -1,8 +1,14 @@
 #include "Report.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 namespace tavrel::tool {
+
+void printJson(const nlohmann::ordered_json& result) {
+  // Names of files need not be UTF-8.
+  fmt::print("{}\n", result.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+}
 
 void ProgressBar::show(double fraction, std::string_view caption) {
   if (!isTerminal_) return;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <nlohmann/json_fwd.hpp>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -33,6 +34,9 @@ template <typename... Args>
   say(format, std::forward<Args>(args)...);
   return kFailure;
 }
+
+/// A result for programs, as one line on standard output.
+void printJson(const nlohmann::ordered_json& result);
 
 /// A bar on standard error that follows the work; nothing when that is no terminal.
 class ProgressBar {

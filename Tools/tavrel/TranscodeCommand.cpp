@@ -22,7 +22,8 @@ int TranscodeCommand::run() {
   options_.fileType = fileTypeOf(options_.output);
   if (!size_.empty()) options_.size = parsedMovieSize(size_);
   options_.hasSound = !noAudio_;
-  return Transcoding(options_, effects_.makeChain()).run(json_, diagnostics_);
+  Transcoding transcoding(options_, effects_.makeChain());
+  return diagnostics_.measure(json_, [&] { return transcoding.run(json_, diagnostics_); });
 }
 
 }  // namespace tavrel::tool

@@ -4,19 +4,12 @@
 
 #include <array>
 #include <cmath>
-#include <csignal>
 #include <utility>
 
-#include "MovieOptions.h"
+#include "WrittenMovie.h"
 
 namespace tavrel::tool {
 namespace {
-
-volatile std::sig_atomic_t isInterrupted = 0;
-
-void interrupt(int) {
-  isInterrupted = 1;
-}
 
 /// How the graph turns pictures as a player turns them by `transform`; nothing for a transform that is no quarter turn.
 std::optional<TavrelGPUImageRotationMode> uprightRotation(const AffineTransform& transform) {
@@ -69,22 +62,21 @@ Transcoding::Transcoding(Options options, EffectChain effects)
     : options_(std::move(options)), effects_(std::move(effects)), temporary_(temporaryName(options_.output)) {}
 
 int Transcoding::run(bool printJson, Diagnostics& diagnostics) {
-  if (const auto started = diagnostics.start(); !started) return fail("{}", started.error().description);
-  const int status = perform(printJson, diagnostics);
-  return diagnostics.finish(status, printJson);
-}
-
-int Transcoding::perform(bool printJson, Diagnostics& diagnostics) {
-  if (const auto opened = openInput(); !opened) return fail("{}", opened.error().description);
+  auto asset = Asset::create(options_.input, {.prefersPreciseDurationAndTiming = true});
+  if (!asset) return fail("{}", asset.error().description);
+  asset_ = std::move(*asset);
+  const auto pictures = asset_->tracksWithMediaType(MediaType::video);
+  if (pictures.empty()) return fail("{} has no pictures, only sound", options_.input.string());
+  pictures_ = pictures.front();
+  const auto sounds = asset_->tracksWithMediaType(MediaType::audio);
+  if (options_.hasSound && !sounds.empty()) sound_ = sounds.front();
   buildGraph();
   if (const auto error = writer_->error())
     return fail("cannot write {}: {}", options_.output.string(), error->description);
 
-  isInterrupted = 0;
-  std::signal(SIGINT, interrupt);
-  std::signal(SIGTERM, interrupt);
-  work();
-  if (const auto reason = finish()) return fail("{}", *reason);
+  const Interruption interruption;
+  work(interruption);
+  if (const auto reason = finish(interruption)) return fail("{}", *reason);
 
   std::error_code error;
   std::filesystem::rename(temporary_, options_.output, error);
@@ -92,20 +84,6 @@ int Transcoding::perform(bool printJson, Diagnostics& diagnostics) {
   std::error_code ignored;
   std::filesystem::remove(temporary_, ignored);
   return fail("cannot write {}: {}", options_.output.string(), error.message());
-}
-
-Expected<void> Transcoding::openInput() {
-  auto asset = Asset::create(options_.input, {.prefersPreciseDurationAndTiming = true});
-  if (!asset) return tl::unexpected(asset.error());
-  asset_ = std::move(*asset);
-  const auto pictures = asset_->tracksWithMediaType(MediaType::video);
-  if (pictures.empty()) {
-    return failure("tavrel", 1, fmt::format("{} has no pictures, only sound", options_.input.string()));
-  }
-  pictures_ = pictures.front();
-  const auto sounds = asset_->tracksWithMediaType(MediaType::audio);
-  if (options_.hasSound && !sounds.empty()) sound_ = sounds.front();
-  return {};
 }
 
 void Transcoding::chooseSound() {
@@ -152,7 +130,7 @@ void Transcoding::buildGraph() {
                  {kVideoCodecKey, std::string(kVideoCodecH264)},
                  {kVideoWidthKey, static_cast<std::int64_t>(movieSize.width)},
                  {kVideoHeightKey, static_cast<std::int64_t>(movieSize.height)}});
-  const Rect part = options_.size ? centredPart(size, movieSize) : Rect{{0, 0}, {1, 1}};
+  const Rect part = options_.size ? TavrelGPUImageCropFilter::centredRegion(size, movieSize) : Rect{{0, 0}, {1, 1}};
   if (part.size.width < 1 - 1e-6 || part.size.height < 1 - 1e-6) {
     const auto crop = std::make_shared<TavrelGPUImageCropFilter>(part);
     last->addTarget(crop);
@@ -164,7 +142,7 @@ void Transcoding::buildGraph() {
   movie_->enableSynchronizedEncodingUsingMovieWriter(writer_);
 }
 
-void Transcoding::work() {
+void Transcoding::work(const Interruption& interruption) {
   writer_->setCompletionBlock([this] { isOver_ = true; });
   writer_->startRecording();
   // The new movie's time line is the old one's, whichever of pictures and sound come first.
@@ -173,7 +151,7 @@ void Transcoding::work() {
   reading->async([this] { movie_->startProcessing(); });
   ProgressBar progress;
   constexpr std::chrono::milliseconds kStep(50);
-  while (!isOver_ && !isInterrupted && !isBrokenOff()) {
+  while (!isOver_ && !interruption.isAskedFor() && !isBrokenOff()) {
     RunLoop::main().runUntil([this] { return isOver_.load(); }, kStep);
     progress.show(movie_->progress(), fmt::format("{} frames", frameCounter_->count.load()));
   }
@@ -187,14 +165,14 @@ bool Transcoding::isBrokenOff() const {
          (reader && reader->status() == AssetReaderStatus::failed);
 }
 
-std::optional<std::string> Transcoding::finish() {
+std::optional<std::string> Transcoding::finish(const Interruption& interruption) {
   const auto giveUp = [this](std::string reason) {
     writer_->cancelRecording();
     std::error_code ignored;
     std::filesystem::remove(temporary_, ignored);
     return reason;
   };
-  if (isInterrupted) return giveUp("interrupted");
+  if (interruption.isAskedFor()) return giveUp("interrupted");
   if (const auto error = movie_->assetReader()->error()) return giveUp(error->description);
   const bool isBroken = writer_->assetWriter()->status() == AssetWriterStatus::failed;
   if (frameCounter_->count == 0 && !isBroken)
@@ -208,24 +186,13 @@ std::optional<std::string> Transcoding::finish() {
 }
 
 int Transcoding::report(bool printJson, Diagnostics& diagnostics) const {
-  const std::string name = options_.output.string();
-  const Size encoded = writer_->encodedSize();
-  if (encoded != writer_->maximumOutputSize()) {
-    say("the codec takes even sizes only: {:.0f}x{:.0f} is stored as {:.0f}x{:.0f}, its last row or column repeated",
-        writer_->maximumOutputSize().width, writer_->maximumOutputSize().height, encoded.width, encoded.height);
-  }
-  const double seconds = writer_->duration().seconds();
-  const std::uint64_t frames = frameCounter_->count;
-  if (printJson) {
-    fmt::print(
-        "{{\"output\": {}, \"width\": {:.0f}, \"height\": {:.0f}, \"seconds\": {:.3f}, \"frames\": {}, "
-        "\"sound\": \"{}\"{}}}\n",
-        jsonString(name), encoded.width, encoded.height, seconds, frames, soundTreatment_, diagnostics.json());
-  } else {
-    fmt::print("{} {:.0f}x{:.0f}, {:.1f} s, {} frames, sound {}\n", name, encoded.width, encoded.height, seconds,
-               frames, soundTreatment_);
-  }
-  return kSuccess;
+  const WrittenMovie movie = {.file = options_.output,
+                              .askedSize = writer_->maximumOutputSize(),
+                              .size = writer_->encodedSize(),
+                              .seconds = writer_->duration().seconds(),
+                              .frames = frameCounter_->count,
+                              .sound = soundTreatment_};
+  return movie.report(printJson, diagnostics);
 }
 
 }  // namespace tavrel::tool

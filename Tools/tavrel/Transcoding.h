@@ -8,6 +8,7 @@
 
 #include "Diagnostics.h"
 #include "EffectChain.h"
+#include "Interruption.h"
 #include "Report.h"
 #include "TavrelCaptureBase.h"
 
@@ -35,14 +36,12 @@ class Transcoding {
  private:
   class FrameCounter;
 
-  Expected<void> openInput();
   void chooseSound();
   void buildGraph();
-  void work();
+  void work(const Interruption& interruption);
   bool isBrokenOff() const;
   /// Nothing when the movie was written; else why not.
-  std::optional<std::string> finish();
-  int perform(bool printJson, Diagnostics& diagnostics);
+  std::optional<std::string> finish(const Interruption& interruption);
   int report(bool printJson, Diagnostics& diagnostics) const;
 
   const Options options_;

@@ -1,0 +1,36 @@
+#include "RecorderOptions.h"
+
+#include <utility>
+
+#include "MovieOptions.h"
+#include "Report.h"
+
+namespace tavrel::tool {
+
+RecorderOptions::RecorderOptions(CLI::App& command, std::string defaultSize) : size_(std::move(defaultSize)) {
+  command.add_option("--camera", camera_, "A name that `tavrel devices` shows, front, back or file:PATH")
+      ->type_name("NAME")
+      ->capture_default_str();
+  command.add_option("--microphone", microphone_, "A name that `tavrel devices` shows, default, file:PATH or none")
+      ->type_name("NAME")
+      ->capture_default_str();
+  command.add_option("--size", size_, "Of the picture, in pixels")->type_name("WxH")->capture_default_str();
+  command.add_option("--fps", framesPerSecond_, "Frames a second")->type_name("N")->capture_default_str();
+}
+
+void RecorderOptions::check() const {
+  if (!(framesPerSecond_ >= 1 && framesPerSecond_ <= 240)) {
+    throw UsageError(fmt::format("--fps {}: expected 1 to 240", framesPerSecond_));
+  }
+  (void)parsedMovieSize(size_);
+}
+
+TavrelRecorderConfiguration RecorderOptions::configuration(const EffectChain& effects) const {
+  return {.camera = camera_,
+          .microphone = microphone_ == "none" ? "" : microphone_,
+          .size = parsedMovieSize(size_),
+          .framesPerSecond = framesPerSecond_,
+          .effects = effects.effects()};
+}
+
+}  // namespace tavrel::tool

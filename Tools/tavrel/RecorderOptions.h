@@ -1,0 +1,27 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+#include "EffectChain.h"
+#include "TavrelCaptureBase.h"
+
+namespace tavrel::tool {
+
+/// Which camera and microphone, how large and how fast: `--camera`, `--microphone`, `--size` and `--fps` of a command.
+class RecorderOptions {
+ public:
+  RecorderOptions(CLI::App& command, std::string defaultSize);
+
+  /// Throws UsageError for values that cannot be meant.
+  void check() const;
+  TavrelRecorderConfiguration configuration(const EffectChain& effects) const;
+
+ private:
+  std::string camera_ = "front";
+  std::string microphone_ = "default";
+  std::string size_;
+  double framesPerSecond_ = 30;
+};
+
+}  // namespace tavrel::tool
