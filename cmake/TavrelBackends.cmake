@@ -27,7 +27,7 @@ else()
   message(STATUS "Windows, their tests and their example are left out: TAVREL_WITH_SDL is OFF")
   list(APPEND tavrel_left_out
     "/UI/Window\\.cpp" /UI/Private/NativeWindow /UI/Private/WindowSystem /UI/Private/GuardedWindowCommands
-    /Tests/Platform/UIWindow/ /UI/WindowRefusalTest /PreviewCommandTest /PreviewInSDL)
+    /Tests/Platform/UIWindow/ /UI/WindowRefusalTest /PreviewCommandTest InSDL)
 endif()
 
 set_source_files_properties(Platform/Capture/Private/CaptureBackends.cpp PROPERTIES COMPILE_DEFINITIONS

@@ -55,9 +55,18 @@ TEST_F(ExamplesTest, RecordWithEffects) {
   EXPECT_TRUE(isNear(frame.at(80, 80), {255, 0, 0, 255}, 12));
   EXPECT_FALSE(isNear(frame.at(160, 80), {255, 0, 0, 255}, 60));
 
-  const CommandResult failed = example("RecordWithEffects " + file("none/a.mov") + " 1");
+  const CommandResult failed = example("RecordWithEffects " + file("none/a.mov") + " 1 " + sticker);
   EXPECT_EQ(failed.status, 1);
   EXPECT_NE(failed.output.find("No such file"), std::string::npos) << failed.output;
+
+  // What the guide promises: not more than 20 lines between the arguments and the end.
+  std::ifstream source(TAVREL_EXAMPLE_SOURCES "/RecordWithEffects.cpp");
+  const std::string text{std::istreambuf_iterator<char>(source), {}};
+  const auto begin = text.find("usage: ");
+  ASSERT_NE(begin, std::string::npos);
+  const std::string own = text.substr(text.find("\n\n", begin) + 2, text.rfind("\n\n") - text.find("\n\n", begin));
+  EXPECT_GT(own.size(), 500U);
+  EXPECT_LE(std::count(own.begin(), own.end(), '\n') - 1, 20) << own;
 }
 
 TEST_F(ExamplesTest, FilterPictures) {
