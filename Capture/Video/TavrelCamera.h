@@ -14,11 +14,11 @@
 
 namespace tavrel {
 
-class TavrelGPUImageView;
 class CaptureSession;
 class Image;
-struct SampleTiming;
 class TavrelGPUImageFramebuffer;
+class TavrelGPUImageView;
+struct SampleTiming;
 
 /// What became of the frames that the device has produced since the camera was made.
 struct TavrelCameraStatistics {
