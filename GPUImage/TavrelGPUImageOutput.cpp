@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "GPUImage/Private/NodeSpan.h"
-#include "GPUImage/Private/OnVideoProcessingQueue.h"
+#include "GPUImage/Private/Properties.h"
 #include "GPUImage/TavrelGPUImageAudioTarget.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
@@ -186,29 +186,9 @@ std::shared_ptr<Image> TavrelGPUImageOutput::imageFromCurrentFramebufferWithOrie
   return image ? image->withScaleAndOrientation(1.0, imageOrientation) : nullptr;
 }
 
-bool TavrelGPUImageOutput::shouldSmoothlyScaleOutput() const {
-  return onVideoProcessingQueue([this] { return implementation_->shouldSmoothlyScaleOutput; });
-}
-
-void TavrelGPUImageOutput::setShouldSmoothlyScaleOutput(bool newValue) {
-  onVideoProcessingQueue([&] { implementation_->shouldSmoothlyScaleOutput = newValue; });
-}
-
-bool TavrelGPUImageOutput::shouldIgnoreUpdatesToThisTarget() const {
-  return onVideoProcessingQueue([this] { return implementation_->shouldIgnoreUpdatesToThisTarget; });
-}
-
-void TavrelGPUImageOutput::setShouldIgnoreUpdatesToThisTarget(bool newValue) {
-  onVideoProcessingQueue([&] { implementation_->shouldIgnoreUpdatesToThisTarget = newValue; });
-}
-
-bool TavrelGPUImageOutput::enabled() const {
-  return onVideoProcessingQueue([this] { return implementation_->enabled; });
-}
-
-void TavrelGPUImageOutput::setEnabled(bool newValue) {
-  onVideoProcessingQueue([&] { implementation_->enabled = newValue; });
-}
+TAVREL_NODE_PROPERTY(TavrelGPUImageOutput, bool, shouldSmoothlyScaleOutput, setShouldSmoothlyScaleOutput)
+TAVREL_NODE_PROPERTY(TavrelGPUImageOutput, bool, shouldIgnoreUpdatesToThisTarget, setShouldIgnoreUpdatesToThisTarget)
+TAVREL_NODE_PROPERTY(TavrelGPUImageOutput, bool, enabled, setEnabled)
 
 std::shared_ptr<TavrelGPUImageInput> TavrelGPUImageOutput::targetToIgnoreForUpdates() const {
   return onVideoProcessingQueue([this] { return implementation_->targetToIgnoreForUpdates.lock(); });
@@ -218,27 +198,22 @@ void TavrelGPUImageOutput::setTargetToIgnoreForUpdates(const std::shared_ptr<Tav
   onVideoProcessingQueue([&] { implementation_->targetToIgnoreForUpdates = target; });
 }
 
-std::shared_ptr<TavrelGPUImageAudioTarget> TavrelGPUImageOutput::audioEncodingTarget() const {
-  return onVideoProcessingQueue([this] { return implementation_->audioEncodingTarget; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageOutput, std::shared_ptr<TavrelGPUImageAudioTarget>, audioEncodingTarget)
 
 void TavrelGPUImageOutput::setAudioEncodingTarget(std::shared_ptr<TavrelGPUImageAudioTarget> newValue) {
   onVideoProcessingQueue([&] { implementation_->audioEncodingTarget = newValue; });
   if (newValue && !newValue->hasAudioTrack()) newValue->setHasAudioTrack(true);
 }
 
-TavrelGPUImageOutput::FrameProcessingCompletionBlock TavrelGPUImageOutput::frameProcessingCompletionBlock() const {
-  return onVideoProcessingQueue([this] { return implementation_->frameProcessingCompletionBlock; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageOutput, TavrelGPUImageOutput::FrameProcessingCompletionBlock,
+                  frameProcessingCompletionBlock)
 
 void TavrelGPUImageOutput::setFrameProcessingCompletionBlock(FrameProcessingCompletionBlock block) {
   // What the earlier block holds goes outside of the queue.
   onVideoProcessingQueue([&] { implementation_->frameProcessingCompletionBlock.swap(block); });
 }
 
-TavrelGPUTextureOptions TavrelGPUImageOutput::outputTextureOptions() const {
-  return onVideoProcessingQueue([this] { return implementation_->outputTextureOptions; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageOutput, TavrelGPUTextureOptions, outputTextureOptions)
 
 void TavrelGPUImageOutput::setOutputTextureOptions(const TavrelGPUTextureOptions& newValue) {
   onVideoProcessingQueue([&] {
@@ -253,25 +228,10 @@ void TavrelGPUImageOutput::setOutputTextureOptions(const TavrelGPUTextureOptions
   });
 }
 
-bool TavrelGPUImageOutput::allTargetsWantMonochromeData() const {
-  return onVideoProcessingQueue([this] { return implementation_->allTargetsWantMonochromeData; });
-}
-
-Size TavrelGPUImageOutput::inputTextureSize() const {
-  return onVideoProcessingQueue([this] { return implementation_->inputTextureSize; });
-}
-
-void TavrelGPUImageOutput::setInputTextureSize(Size newValue) {
-  onVideoProcessingQueue([&] { implementation_->inputTextureSize = newValue; });
-}
-
-Size TavrelGPUImageOutput::forcedMaximumSize() const {
-  return onVideoProcessingQueue([this] { return implementation_->forcedMaximumSize; });
-}
-
-bool TavrelGPUImageOutput::overrideInputSize() const {
-  return onVideoProcessingQueue([this] { return implementation_->overrideInputSize; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageOutput, bool, allTargetsWantMonochromeData)
+TAVREL_NODE_PROPERTY(TavrelGPUImageOutput, Size, inputTextureSize, setInputTextureSize)
+TAVREL_NODE_VALUE(TavrelGPUImageOutput, Size, forcedMaximumSize)
+TAVREL_NODE_VALUE(TavrelGPUImageOutput, bool, overrideInputSize)
 
 void TavrelGPUImageOutput::setForcedMaximumSize(Size newValue, bool overridesInputSize) {
   onVideoProcessingQueue([&] {

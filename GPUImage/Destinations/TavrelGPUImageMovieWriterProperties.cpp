@@ -1,6 +1,7 @@
 #include <utility>
 
 #include "GPUImage/Destinations/Private/MovieWriterImplementation.h"
+#include "GPUImage/Private/Properties.h"
 
 namespace tavrel {
 
@@ -74,29 +75,10 @@ bool TavrelGPUImageMovieWriter::encodingLiveVideo() const {
   return implementation_->encodingLiveVideo;
 }
 
-bool TavrelGPUImageMovieWriter::enabled() const {
-  return implementation_->enabled;
-}
-
-void TavrelGPUImageMovieWriter::setEnabled(bool newValue) {
-  implementation_->enabled = newValue;
-}
-
-bool TavrelGPUImageMovieWriter::shouldPassthroughAudio() const {
-  return implementation_->shouldPassthroughAudio;
-}
-
-void TavrelGPUImageMovieWriter::setShouldPassthroughAudio(bool newValue) {
-  implementation_->shouldPassthroughAudio = newValue;
-}
-
-bool TavrelGPUImageMovieWriter::shouldInvalidateAudioSampleWhenDone() const {
-  return implementation_->shouldInvalidateAudioSampleWhenDone;
-}
-
-void TavrelGPUImageMovieWriter::setShouldInvalidateAudioSampleWhenDone(bool newValue) {
-  implementation_->shouldInvalidateAudioSampleWhenDone = newValue;
-}
+TAVREL_ATOMIC_PROPERTY(TavrelGPUImageMovieWriter, bool, enabled, setEnabled)
+TAVREL_ATOMIC_PROPERTY(TavrelGPUImageMovieWriter, bool, shouldPassthroughAudio, setShouldPassthroughAudio)
+TAVREL_ATOMIC_PROPERTY(TavrelGPUImageMovieWriter, bool, shouldInvalidateAudioSampleWhenDone,
+                       setShouldInvalidateAudioSampleWhenDone)
 
 std::function<void()> TavrelGPUImageMovieWriter::completionBlock() const {
   return implementation_->completionBlock.copy();

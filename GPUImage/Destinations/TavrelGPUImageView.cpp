@@ -6,6 +6,7 @@
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
 #include "GPUImage/Private/NodeSpan.h"
+#include "GPUImage/Private/Properties.h"
 #include "GPUImage/Private/QuadProgram.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebufferLease.h"
@@ -110,21 +111,8 @@ void TavrelGPUImageView::setFillMode(TavrelGPUImageFillModeType newValue) {
   recalculateViewGeometry();
 }
 
-double TavrelGPUImageView::aspectRatio() const {
-  return implementation_->aspectRatio;
-}
-
-void TavrelGPUImageView::setAspectRatio(double aspectRatio) {
-  implementation_->aspectRatio = aspectRatio;
-}
-
-bool TavrelGPUImageView::enabled() const {
-  return implementation_->enabled;
-}
-
-void TavrelGPUImageView::setEnabled(bool enabled) {
-  implementation_->enabled = enabled;
-}
+TAVREL_ATOMIC_PROPERTY(TavrelGPUImageView, double, aspectRatio, setAspectRatio)
+TAVREL_ATOMIC_PROPERTY(TavrelGPUImageView, bool, enabled, setEnabled)
 
 const std::array<GLfloat, 8>& TavrelGPUImageView::imageVertices() const {
   return implementation_->imageVertices;

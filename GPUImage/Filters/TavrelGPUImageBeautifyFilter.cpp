@@ -1,6 +1,6 @@
 #include "GPUImage/Filters/TavrelGPUImageBeautifyFilter.h"
 
-#include "GPUImage/Private/OnVideoProcessingQueue.h"
+#include "GPUImage/Private/Properties.h"
 
 namespace tavrel {
 
@@ -75,9 +75,7 @@ TavrelGPUImageBeautifyFilter::TavrelGPUImageBeautifyFilter()
 
 TavrelGPUImageBeautifyFilter::~TavrelGPUImageBeautifyFilter() = default;
 
-double TavrelGPUImageBeautifyFilter::beautyLevel() const {
-  return onVideoProcessingQueue([this] { return implementation_->beautyLevel; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageBeautifyFilter, double, beautyLevel)
 
 void TavrelGPUImageBeautifyFilter::setBeautyLevel(double newValue) {
   onVideoProcessingQueue([&] {
@@ -86,9 +84,7 @@ void TavrelGPUImageBeautifyFilter::setBeautyLevel(double newValue) {
   });
 }
 
-double TavrelGPUImageBeautifyFilter::brightLevel() const {
-  return onVideoProcessingQueue([this] { return implementation_->brightLevel; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageBeautifyFilter, double, brightLevel)
 
 void TavrelGPUImageBeautifyFilter::setBrightLevel(double newValue) {
   onVideoProcessingQueue([&] {
@@ -97,13 +93,7 @@ void TavrelGPUImageBeautifyFilter::setBrightLevel(double newValue) {
   });
 }
 
-double TavrelGPUImageBeautifyFilter::toneLevel() const {
-  return onVideoProcessingQueue([this] { return implementation_->toneLevel; });
-}
-
-void TavrelGPUImageBeautifyFilter::setToneLevel(double newValue) {
-  onVideoProcessingQueue([&] { implementation_->toneLevel = newValue; });
-}
+TAVREL_NODE_PROPERTY(TavrelGPUImageBeautifyFilter, double, toneLevel, setToneLevel)
 
 void TavrelGPUImageBeautifyFilter::setParams(double beauty, double tone) {
   const auto toning = static_cast<GLfloat>(0.1 + 0.3 * tone);

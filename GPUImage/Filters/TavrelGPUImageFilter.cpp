@@ -6,6 +6,7 @@
 
 #include "GPUImage/Filters/Private/FilterImplementation.h"
 #include "GPUImage/Private/NodeSpan.h"
+#include "GPUImage/Private/Properties.h"
 #include "GPUImage/Private/Resource.h"
 #include "GPUImage/TavrelGLProgram.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
@@ -165,25 +166,10 @@ void TavrelGPUImageFilter::endProcessing() {
   });
 }
 
-bool TavrelGPUImageFilter::preventRendering() const {
-  return onVideoProcessingQueue([this] { return implementation_->preventRendering; });
-}
-
-void TavrelGPUImageFilter::setPreventRendering(bool newValue) {
-  onVideoProcessingQueue([&] { implementation_->preventRendering = newValue; });
-}
-
-bool TavrelGPUImageFilter::currentlyReceivingMonochromeInput() const {
-  return onVideoProcessingQueue([this] { return implementation_->currentlyReceivingMonochromeInput; });
-}
-
-void TavrelGPUImageFilter::setCurrentlyReceivingMonochromeInput(bool newValue) {
-  onVideoProcessingQueue([&] { implementation_->currentlyReceivingMonochromeInput = newValue; });
-}
-
-TavrelGPUImageRotationMode TavrelGPUImageFilter::inputRotation() const {
-  return onVideoProcessingQueue([this] { return implementation_->inputRotation; });
-}
+TAVREL_NODE_PROPERTY(TavrelGPUImageFilter, bool, preventRendering, setPreventRendering)
+TAVREL_NODE_PROPERTY(TavrelGPUImageFilter, bool, currentlyReceivingMonochromeInput,
+                     setCurrentlyReceivingMonochromeInput)
+TAVREL_NODE_VALUE(TavrelGPUImageFilter, TavrelGPUImageRotationMode, inputRotation)
 
 std::shared_ptr<TavrelGLProgram> TavrelGPUImageFilter::program() const {
   return onVideoProcessingQueue([this] { return implementation_->filterProgram.program(); });

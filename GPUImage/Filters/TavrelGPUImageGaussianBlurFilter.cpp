@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "GPUImage/Private/OnVideoProcessingQueue.h"
+#include "GPUImage/Private/Properties.h"
 
 namespace tavrel {
 namespace {
@@ -51,9 +51,7 @@ TavrelGPUImageGaussianBlurFilter::TavrelGPUImageGaussianBlurFilter(std::string_v
 
 TavrelGPUImageGaussianBlurFilter::~TavrelGPUImageGaussianBlurFilter() = default;
 
-double TavrelGPUImageGaussianBlurFilter::texelSpacingMultiplier() const {
-  return onVideoProcessingQueue([this] { return implementation_->texelSpacingMultiplier; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageGaussianBlurFilter, double, texelSpacingMultiplier)
 
 void TavrelGPUImageGaussianBlurFilter::setTexelSpacingMultiplier(double newValue) {
   onVideoProcessingQueue([&] {
@@ -63,9 +61,7 @@ void TavrelGPUImageGaussianBlurFilter::setTexelSpacingMultiplier(double newValue
   });
 }
 
-double TavrelGPUImageGaussianBlurFilter::blurRadiusInPixels() const {
-  return onVideoProcessingQueue([this] { return implementation_->blurRadiusInPixels; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageGaussianBlurFilter, double, blurRadiusInPixels)
 
 void TavrelGPUImageGaussianBlurFilter::setBlurRadiusInPixels(double newValue) {
   onVideoProcessingQueue([&] {
@@ -80,9 +76,7 @@ void TavrelGPUImageGaussianBlurFilter::setBlurRadiusInPixels(double newValue) {
   });
 }
 
-double TavrelGPUImageGaussianBlurFilter::blurRadiusAsFractionOfImageWidth() const {
-  return onVideoProcessingQueue([this] { return implementation_->blurRadiusAsFractionOfImageWidth; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageGaussianBlurFilter, double, blurRadiusAsFractionOfImageWidth)
 
 void TavrelGPUImageGaussianBlurFilter::setBlurRadiusAsFractionOfImageWidth(double newValue) {
   if (newValue < 0) return;
@@ -92,9 +86,7 @@ void TavrelGPUImageGaussianBlurFilter::setBlurRadiusAsFractionOfImageWidth(doubl
   });
 }
 
-double TavrelGPUImageGaussianBlurFilter::blurRadiusAsFractionOfImageHeight() const {
-  return onVideoProcessingQueue([this] { return implementation_->blurRadiusAsFractionOfImageHeight; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageGaussianBlurFilter, double, blurRadiusAsFractionOfImageHeight)
 
 void TavrelGPUImageGaussianBlurFilter::setBlurRadiusAsFractionOfImageHeight(double newValue) {
   if (newValue < 0) return;
@@ -104,13 +96,7 @@ void TavrelGPUImageGaussianBlurFilter::setBlurRadiusAsFractionOfImageHeight(doub
   });
 }
 
-std::size_t TavrelGPUImageGaussianBlurFilter::blurPasses() const {
-  return onVideoProcessingQueue([this] { return implementation_->blurPasses; });
-}
-
-void TavrelGPUImageGaussianBlurFilter::setBlurPasses(std::size_t newValue) {
-  onVideoProcessingQueue([&] { implementation_->blurPasses = newValue; });
-}
+TAVREL_NODE_PROPERTY(TavrelGPUImageGaussianBlurFilter, std::size_t, blurPasses, setBlurPasses)
 
 void TavrelGPUImageGaussianBlurFilter::setupFilterForSize(Size filterFrameSize) {
   onVideoProcessingQueue([&] {

@@ -1,5 +1,6 @@
 #include <utility>
 
+#include "GPUImage/Private/Properties.h"
 #include "GPUImage/Sources/Private/MovieImplementation.h"
 
 namespace tavrel {
@@ -77,52 +78,11 @@ bool TavrelGPUImageMovie::videoEncodingIsFinished() const {
   return implementation_->videoEncodingIsFinished;
 }
 
-bool TavrelGPUImageMovie::runBenchmark() const {
-  return implementation_->runBenchmark;
-}
-
-void TavrelGPUImageMovie::setRunBenchmark(bool newValue) {
-  implementation_->runBenchmark = newValue;
-}
-
-bool TavrelGPUImageMovie::playAtActualSpeed() const {
-  return implementation_->playAtActualSpeed;
-}
-
-void TavrelGPUImageMovie::setPlayAtActualSpeed(bool newValue) {
-  implementation_->playAtActualSpeed = newValue;
-}
-
-bool TavrelGPUImageMovie::shouldRepeat() const {
-  return implementation_->shouldRepeat;
-}
-
-void TavrelGPUImageMovie::setShouldRepeat(bool newValue) {
-  implementation_->shouldRepeat = newValue;
-}
-
-bool TavrelGPUImageMovie::reverseVideo() const {
-  return implementation_->reverseVideo;
-}
-
-void TavrelGPUImageMovie::setReverseVideo(bool newValue) {
-  implementation_->reverseVideo = newValue;
-}
-
-double TavrelGPUImageMovie::startTime() const {
-  return implementation_->startTime;
-}
-
-void TavrelGPUImageMovie::setStartTime(double newValue) {
-  implementation_->startTime = newValue;
-}
-
-double TavrelGPUImageMovie::duration() const {
-  return implementation_->duration;
-}
-
-void TavrelGPUImageMovie::setDuration(double newValue) {
-  implementation_->duration = newValue;
-}
+TAVREL_ATOMIC_PROPERTY(TavrelGPUImageMovie, bool, runBenchmark, setRunBenchmark)
+TAVREL_ATOMIC_PROPERTY(TavrelGPUImageMovie, bool, playAtActualSpeed, setPlayAtActualSpeed)
+TAVREL_ATOMIC_PROPERTY(TavrelGPUImageMovie, bool, shouldRepeat, setShouldRepeat)
+TAVREL_ATOMIC_PROPERTY(TavrelGPUImageMovie, bool, reverseVideo, setReverseVideo)
+TAVREL_ATOMIC_PROPERTY(TavrelGPUImageMovie, double, startTime, setStartTime)
+TAVREL_ATOMIC_PROPERTY(TavrelGPUImageMovie, double, duration, setDuration)
 
 }  // namespace tavrel

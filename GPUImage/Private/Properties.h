@@ -1,0 +1,28 @@
+#pragma once
+
+#include "GPUImage/Private/OnVideoProcessingQueue.h"
+
+// A property of a class is the field of the same name in its implementation. The definitions below stand for those that
+// do no more than read and set it.
+
+/// The getter of a node's property, which is read on the video-processing queue.
+#define TAVREL_NODE_VALUE(Class, Type, name)                                 \
+  Type Class::name() const {                                                 \
+    return onVideoProcessingQueue([this] { return implementation_->name; }); \
+  }
+
+/// The same with its setter.
+#define TAVREL_NODE_PROPERTY(Class, Type, name, setName)               \
+  TAVREL_NODE_VALUE(Class, Type, name)                                 \
+  void Class::setName(Type newValue) {                                 \
+    onVideoProcessingQueue([&] { implementation_->name = newValue; }); \
+  }
+
+/// Getter and setter of a property that is an atomic field.
+#define TAVREL_ATOMIC_PROPERTY(Class, Type, name, setName) \
+  Type Class::name() const {                               \
+    return implementation_->name;                          \
+  }                                                        \
+  void Class::setName(Type newValue) {                     \
+    implementation_->name = newValue;                      \
+  }
