@@ -1,5 +1,6 @@
 #include "GPUImage/Sources/TavrelGPUImageMovieComposition.h"
 
+#include "GPUImage/Private/Properties.h"
 #include "GPUImage/Private/SharedValue.h"
 #include "Platform/Media/AssetReaderAudioMixOutput.h"
 #include "Platform/Media/AssetReaderVideoCompositionOutput.h"
@@ -48,28 +49,9 @@ std::shared_ptr<AssetReader> TavrelGPUImageMovieComposition::createAssetReader()
   return *reader;
 }
 
-std::shared_ptr<Composition> TavrelGPUImageMovieComposition::compositon() const {
-  return implementation_->compositon.get();
-}
-
-void TavrelGPUImageMovieComposition::setCompositon(const std::shared_ptr<Composition>& newValue) {
-  implementation_->compositon.set(newValue);
-}
-
-std::shared_ptr<VideoComposition> TavrelGPUImageMovieComposition::videoComposition() const {
-  return implementation_->videoComposition.get();
-}
-
-void TavrelGPUImageMovieComposition::setVideoComposition(const std::shared_ptr<VideoComposition>& newValue) {
-  implementation_->videoComposition.set(newValue);
-}
-
-std::shared_ptr<AudioMix> TavrelGPUImageMovieComposition::audioMix() const {
-  return implementation_->audioMix.get();
-}
-
-void TavrelGPUImageMovieComposition::setAudioMix(const std::shared_ptr<AudioMix>& newValue) {
-  implementation_->audioMix.set(newValue);
-}
+TAVREL_SHARED_PROPERTY(TavrelGPUImageMovieComposition, std::shared_ptr<Composition>, compositon, setCompositon)
+TAVREL_SHARED_PROPERTY(TavrelGPUImageMovieComposition, std::shared_ptr<VideoComposition>, videoComposition,
+                       setVideoComposition)
+TAVREL_SHARED_PROPERTY(TavrelGPUImageMovieComposition, std::shared_ptr<AudioMix>, audioMix, setAudioMix)
 
 }  // namespace tavrel

@@ -34,29 +34,9 @@ float TavrelGPUImageMovie::progress() const {
          (static_cast<float>(whole.value) * 1.0F / static_cast<float>(whole.timescale));
 }
 
-std::filesystem::path TavrelGPUImageMovie::url() const {
-  return implementation_->url.get();
-}
-
-void TavrelGPUImageMovie::setUrl(const std::filesystem::path& newValue) {
-  implementation_->url.set(newValue);
-}
-
-std::shared_ptr<Asset> TavrelGPUImageMovie::asset() const {
-  return implementation_->asset.get();
-}
-
-void TavrelGPUImageMovie::setAsset(const std::shared_ptr<Asset>& newValue) {
-  implementation_->asset.set(newValue);
-}
-
-std::shared_ptr<PlayerItem> TavrelGPUImageMovie::playerItem() const {
-  return implementation_->playerItem.get();
-}
-
-void TavrelGPUImageMovie::setPlayerItem(const std::shared_ptr<PlayerItem>& newValue) {
-  implementation_->playerItem.set(newValue);
-}
+TAVREL_SHARED_PROPERTY(TavrelGPUImageMovie, std::filesystem::path, url, setUrl)
+TAVREL_SHARED_PROPERTY(TavrelGPUImageMovie, std::shared_ptr<Asset>, asset, setAsset)
+TAVREL_SHARED_PROPERTY(TavrelGPUImageMovie, std::shared_ptr<PlayerItem>, playerItem, setPlayerItem)
 
 std::shared_ptr<AssetReader> TavrelGPUImageMovie::assetReader() const {
   return implementation_->reader.get();

@@ -153,9 +153,7 @@ Expected<std::unique_ptr<SampleReader>> AssetReaderAudioMixOutput::open(const As
   MediaTime end = MediaTime::zero();
   std::vector<MixInput> inputs;
   for (const auto& track : tracks_) {
-    const bool isComposed = !track->segments().empty();
-    auto opened =
-        openTrack(track->path().empty() && !isComposed ? reader.asset()->path() : track->path(), *track, form);
+    auto opened = openTrack(*track, form, reader.asset()->path());
     if (!opened) return tl::unexpected(opened.error());
     inputs.emplace_back(std::move(*opened), format, parametersOf(audioMix_.get(), track->trackID()));
     end = std::max(end, track->timeRange().end());

@@ -37,9 +37,7 @@ Expected<std::unique_ptr<SampleReader>> AssetReaderTrackOutput::open(const Asset
     if (rate) form.audioFormat->sampleRate = std::round(*rate);
     if (channels) form.audioFormat->channelCount = static_cast<std::uint32_t>(*channels);
   }
-  const bool isComposed = !track_->segments().empty();
-  const auto& path = track_->path().empty() && !isComposed ? reader.asset()->path() : track_->path();
-  return openTrack(path, *track_, form);
+  return openTrack(*track_, form, reader.asset()->path());
 }
 
 }  // namespace tavrel

@@ -164,9 +164,7 @@ Expected<std::unique_ptr<SampleReader>> AssetReaderVideoCompositionOutput::open(
   MediaTime end = MediaTime::zero();
   std::vector<LayerSource> sources;
   for (const auto& track : tracks_) {
-    const bool isComposed = !track->segments().empty();
-    auto opened =
-        openTrack(track->path().empty() && !isComposed ? reader.asset()->path() : track->path(), *track, form);
+    auto opened = openTrack(*track, form, reader.asset()->path());
     if (!opened) return tl::unexpected(opened.error());
     sources.emplace_back(track, std::move(*opened));
     end = std::max(end, track->timeRange().end());

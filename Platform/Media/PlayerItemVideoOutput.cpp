@@ -91,7 +91,7 @@ void PlayerItemVideoOutput::decodeStep(const std::shared_ptr<Decoding>& decoding
       SampleForm form;
       const auto format = numberFor(attributes_, kPixelBufferPixelFormatTypeKey);
       if (format) form.pixelFormat = static_cast<PixelFormat>(static_cast<std::uint32_t>(*format));
-      auto opened = openTrack(decoding->track->path(), *decoding->track, form);
+      auto opened = openTrack(*decoding->track, form);
       if (!opened) return tl::unexpected(opened.error());
       decoding->reader = std::move(*opened);
       const MediaTimeRange rest = {decoding->from, MediaTime::positiveInfinity()};

@@ -1,7 +1,7 @@
-#include "Platform/Media/Private/Writing/ColorTags.h"
+#include "Platform/Media/Private/ColorTags.h"
 
-#include <array>
-#include <utility>
+#include <string>
+#include <string_view>
 
 #include "Platform/Graphics/PixelBufferAttachments.h"
 
@@ -9,26 +9,42 @@ namespace tavrel {
 namespace {
 
 template <typename Tag>
-using Names = std::array<std::pair<std::string_view, Tag>, 3>;
+struct NamedTag {
+  Tag tag;
+  std::string_view name;
+};
 
-constexpr std::array<std::pair<std::string_view, AVColorPrimaries>, 4> kPrimaries{
-    {{kColorPrimariesITU_R_709_2, AVCOL_PRI_BT709},
-     {kColorPrimariesSMPTE_C, AVCOL_PRI_SMPTE170M},
-     {kColorPrimariesEBU_3213, AVCOL_PRI_BT470BG},
-     {kColorPrimariesITU_R_2020, AVCOL_PRI_BT2020}}};
-constexpr Names<AVColorTransferCharacteristic> kTransfers{{{kTransferFunctionITU_R_709_2, AVCOL_TRC_BT709},
-                                                           {kTransferFunctionSRGB, AVCOL_TRC_IEC61966_2_1},
-                                                           {kTransferFunctionITU_R_2020, AVCOL_TRC_BT2020_10}}};
-constexpr Names<AVColorSpace> kMatrices{{{kYCbCrMatrixITU_R_601_4, AVCOL_SPC_SMPTE170M},
-                                         {kYCbCrMatrixITU_R_709_2, AVCOL_SPC_BT709},
-                                         {kYCbCrMatrixITU_R_2020, AVCOL_SPC_BT2020_NCL}}};
+// Where two tags share a name, a movie is written with the first.
+constexpr NamedTag<AVColorPrimaries> kPrimaries[] = {{AVCOL_PRI_BT709, kColorPrimariesITU_R_709_2},
+                                                     {AVCOL_PRI_SMPTE170M, kColorPrimariesSMPTE_C},
+                                                     {AVCOL_PRI_SMPTE240M, kColorPrimariesSMPTE_C},
+                                                     {AVCOL_PRI_BT470BG, kColorPrimariesEBU_3213},
+                                                     {AVCOL_PRI_BT2020, kColorPrimariesITU_R_2020}};
+constexpr NamedTag<AVColorTransferCharacteristic> kTransfers[] = {{AVCOL_TRC_BT709, kTransferFunctionITU_R_709_2},
+                                                                  {AVCOL_TRC_SMPTE170M, kTransferFunctionITU_R_709_2},
+                                                                  {AVCOL_TRC_IEC61966_2_1, kTransferFunctionSRGB},
+                                                                  {AVCOL_TRC_BT2020_10, kTransferFunctionITU_R_2020},
+                                                                  {AVCOL_TRC_BT2020_12, kTransferFunctionITU_R_2020}};
+constexpr NamedTag<AVColorSpace> kMatrices[] = {{AVCOL_SPC_BT709, kYCbCrMatrixITU_R_709_2},
+                                                {AVCOL_SPC_SMPTE170M, kYCbCrMatrixITU_R_601_4},
+                                                {AVCOL_SPC_BT470BG, kYCbCrMatrixITU_R_601_4},
+                                                {AVCOL_SPC_BT2020_NCL, kYCbCrMatrixITU_R_2020}};
 
-template <typename List, typename Tag>
-void take(const PixelBufferSnapshot& picture, std::string_view key, const List& names, Tag& tag) {
+template <typename Tag, std::size_t Count>
+void take(const PixelBufferSnapshot& picture, std::string_view key, const NamedTag<Tag> (&known)[Count], Tag& tag) {
   const auto value = picture.attachment(key);
   if (!value) return;
-  for (const auto& [name, meaning] : names) {
-    if (*value == name) tag = meaning;
+  for (const auto& each : known) {
+    if (*value != each.name) continue;
+    tag = each.tag;
+    return;
+  }
+}
+
+template <typename Tag, std::size_t Count>
+void attach(PixelBuffer& buffer, std::string_view key, const NamedTag<Tag> (&known)[Count], Tag tag) {
+  for (const auto& each : known) {
+    if (each.tag == tag) buffer.setAttachment(std::string(key), std::string(each.name), true);
   }
 }
 
@@ -40,6 +56,12 @@ ColorTags ColorTags::of(const PixelBufferSnapshot& picture) {
   take(picture, kPixelBufferTransferFunctionKey, kTransfers, tags.transfer);
   take(picture, kPixelBufferYCbCrMatrixKey, kMatrices, tags.matrix);
   return tags;
+}
+
+void attachColors(PixelBuffer& buffer, const AVFrame& picture) {
+  attach(buffer, kPixelBufferColorPrimariesKey, kPrimaries, picture.color_primaries);
+  attach(buffer, kPixelBufferTransferFunctionKey, kTransfers, picture.color_trc);
+  attach(buffer, kPixelBufferYCbCrMatrixKey, kMatrices, picture.colorspace);
 }
 
 }  // namespace tavrel

@@ -1,9 +1,11 @@
 #pragma once
 
 extern "C" {
+#include <libavutil/frame.h>
 #include <libavutil/pixfmt.h>
 }
 
+#include "Platform/Graphics/PixelBuffer.h"
 #include "Platform/Graphics/PixelBufferSnapshot.h"
 
 namespace tavrel {
@@ -19,5 +21,8 @@ struct ColorTags {
   /// From the picture's attachments; the values above where it has none, or ones that are not known.
   static ColorTags of(const PixelBufferSnapshot& picture);
 };
+
+/// Attaches what the file itself says about the colours of a decoded picture: an untagged movie stays untagged.
+void attachColors(PixelBuffer& buffer, const AVFrame& picture);
 
 }  // namespace tavrel

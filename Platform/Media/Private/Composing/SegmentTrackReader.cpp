@@ -34,7 +34,7 @@ MediaTime SegmentTrackReader::placed(MediaTime sourceTime) const {
 Expected<void> SegmentTrackReader::openSegment() {
   const AssetTrackSegment& at = segment();
   if (!reader_ || readerIndex_ != index_) {
-    auto opened = openTrack(at.track->path(), *at.track, form_);
+    auto opened = openTrack(*at.track, form_);
     if (!opened) return tl::unexpected(opened.error());
     reader_ = std::move(*opened);
     readerIndex_ = index_;

@@ -1,52 +1,11 @@
 #include "Platform/Media/Private/Reading/PictureMaker.h"
 
 #include <array>
-#include <string>
-#include <string_view>
 
-#include "Platform/Graphics/PixelBuffer.h"
-#include "Platform/Graphics/PixelBufferAttachments.h"
 #include "Platform/Media/MediaError.h"
+#include "Platform/Media/Private/ColorTags.h"
 
 namespace tavrel {
-namespace {
-
-template <typename Value>
-struct Tag {
-  Value value;
-  std::string_view text;
-};
-
-constexpr Tag<AVColorPrimaries> kPrimaries[] = {{AVCOL_PRI_BT709, kColorPrimariesITU_R_709_2},
-                                                {AVCOL_PRI_SMPTE170M, kColorPrimariesSMPTE_C},
-                                                {AVCOL_PRI_SMPTE240M, kColorPrimariesSMPTE_C},
-                                                {AVCOL_PRI_BT470BG, kColorPrimariesEBU_3213},
-                                                {AVCOL_PRI_BT2020, kColorPrimariesITU_R_2020}};
-constexpr Tag<AVColorTransferCharacteristic> kTransfers[] = {{AVCOL_TRC_BT709, kTransferFunctionITU_R_709_2},
-                                                             {AVCOL_TRC_SMPTE170M, kTransferFunctionITU_R_709_2},
-                                                             {AVCOL_TRC_IEC61966_2_1, kTransferFunctionSRGB},
-                                                             {AVCOL_TRC_BT2020_10, kTransferFunctionITU_R_2020},
-                                                             {AVCOL_TRC_BT2020_12, kTransferFunctionITU_R_2020}};
-constexpr Tag<AVColorSpace> kMatrices[] = {{AVCOL_SPC_BT709, kYCbCrMatrixITU_R_709_2},
-                                           {AVCOL_SPC_SMPTE170M, kYCbCrMatrixITU_R_601_4},
-                                           {AVCOL_SPC_BT470BG, kYCbCrMatrixITU_R_601_4},
-                                           {AVCOL_SPC_BT2020_NCL, kYCbCrMatrixITU_R_2020}};
-
-template <typename Value, std::size_t Count>
-void attach(PixelBuffer& buffer, std::string_view key, const Tag<Value> (&tags)[Count], Value value) {
-  for (const auto& tag : tags) {
-    if (tag.value == value) buffer.setAttachment(std::string(key), std::string(tag.text), true);
-  }
-}
-
-/// Only what the file itself says: an untagged movie stays untagged.
-void attachColors(PixelBuffer& buffer, const AVFrame& picture) {
-  attach(buffer, kPixelBufferColorPrimariesKey, kPrimaries, picture.color_primaries);
-  attach(buffer, kPixelBufferTransferFunctionKey, kTransfers, picture.color_trc);
-  attach(buffer, kPixelBufferYCbCrMatrixKey, kMatrices, picture.colorspace);
-}
-
-}  // namespace
 
 Expected<std::shared_ptr<PixelBuffer>> PictureMaker::make(const AVFrame& picture) {
   const std::lock_guard lock(mutex_);

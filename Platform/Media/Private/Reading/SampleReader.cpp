@@ -14,8 +14,9 @@ AudioFormat decodedFormat(const AssetTrack& track) {
   return format;
 }
 
-Expected<std::unique_ptr<SampleReader>> openTrack(const std::filesystem::path& path, const AssetTrack& track,
-                                                  const SampleForm& form) {
+Expected<std::unique_ptr<SampleReader>> openTrack(const AssetTrack& track, const SampleForm& form,
+                                                  const std::filesystem::path& assetPath) {
+  const auto& path = track.path().empty() && track.segments().empty() ? assetPath : track.path();
   if (path.empty()) return std::make_unique<SegmentTrackReader>(track, form);
   const auto& stored = track.storedFormat();
   if (form.isStored && stored && stored->isCompressed()) return StoredTrackReader::open(path, track);

@@ -34,9 +34,9 @@ struct SampleForm {
   bool isRandomAccess = false;             ///< `seek` will be called often, with ranges in any order
 };
 
-/// Opens a track of a file or of a composition. `path` is that of the file when the track does not know it.
-Expected<std::unique_ptr<SampleReader>> openTrack(const std::filesystem::path& path, const AssetTrack& track,
-                                                  const SampleForm& form);
+/// Opens a track of a file or of a composition. `assetPath` is that of the file when the track does not know it.
+Expected<std::unique_ptr<SampleReader>> openTrack(const AssetTrack& track, const SampleForm& form,
+                                                  const std::filesystem::path& assetPath = {});
 
 /// The PCM that a track's sound is decoded to where nothing else is asked for.
 AudioFormat decodedFormat(const AssetTrack& track);

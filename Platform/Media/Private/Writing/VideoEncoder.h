@@ -4,8 +4,8 @@
 #include <string>
 
 #include "Platform/Foundation/Error.h"
+#include "Platform/Media/Private/ColorTags.h"
 #include "Platform/Media/Private/FFmpegHandles.h"
-#include "Platform/Media/Private/Writing/ColorTags.h"
 #include "Platform/Media/Private/Writing/VideoSettings.h"
 
 namespace tavrel {

@@ -10,17 +10,20 @@
 namespace tavrel {
 namespace {
 
-constexpr double kLargestSide = 16384;
+/// The number under `key`, which must lie in the range; nothing when there is none.
+Expected<std::optional<double>> numberIn(const Dictionary& settings, const char* key, double least, double most) {
+  const std::optional<double> number = numberFor(settings, key);
+  if (!number || (*number >= least && *number <= most)) return number;
+  return failure(MediaErrorCode::invalidSettings,
+                 fmt::format("{} is {}: it must be {} to {}", key, *number, least, static_cast<std::int64_t>(most)));
+}
 
 Expected<int> side(const Dictionary& settings, const char* key) {
-  const auto number = numberFor(settings, key);
-  if (!number)
+  const auto number = numberIn(settings, key, 1, 16384);
+  if (!number) return tl::unexpected(number.error());
+  if (!*number)
     return failure(MediaErrorCode::invalidSettings, fmt::format("the video settings lack a number for {}", key));
-  if (!(*number >= 1 && *number <= kLargestSide)) {
-    return failure(MediaErrorCode::invalidSettings,
-                   fmt::format("{} is {}: it must be 1 to {}", key, *number, kLargestSide));
-  }
-  const int whole = static_cast<int>(*number);
+  const int whole = static_cast<int>(**number);
   return whole + whole % 2;
 }
 
@@ -47,27 +50,15 @@ Expected<VideoSettings> VideoSettings::parse(const Dictionary& settings) {
   result.width = *width;
   result.height = *height;
 
-  if (const auto rate = numberFor(settings, kVideoAverageBitRateKey)) {
-    if (!(*rate >= 1000 && *rate <= 2e9)) {
-      return failure(MediaErrorCode::invalidSettings,
-                     fmt::format("{} is {}: it must be 1000 to 2000000000", kVideoAverageBitRateKey, *rate));
-    }
-    result.averageBitRate = std::llround(*rate);
-  }
-  if (const auto quality = numberFor(settings, kVideoQualityKey)) {
-    if (!(*quality >= 0 && *quality <= 1)) {
-      return failure(MediaErrorCode::invalidSettings,
-                     fmt::format("{} is {}: it must be 0 to 1", kVideoQualityKey, *quality));
-    }
-    result.quality = *quality;
-  }
-  if (const auto interval = numberFor(settings, kVideoMaxKeyFrameIntervalKey)) {
-    if (!(*interval >= 1 && *interval <= 1e6)) {
-      return failure(MediaErrorCode::invalidSettings,
-                     fmt::format("{} is {}: it must be 1 to 1000000", kVideoMaxKeyFrameIntervalKey, *interval));
-    }
-    result.maxKeyFrameInterval = static_cast<int>(*interval);
-  }
+  const auto rate = numberIn(settings, kVideoAverageBitRateKey, 1000, 2e9);
+  if (!rate) return tl::unexpected(rate.error());
+  if (*rate) result.averageBitRate = std::llround(**rate);
+  const auto quality = numberIn(settings, kVideoQualityKey, 0, 1);
+  if (!quality) return tl::unexpected(quality.error());
+  result.quality = quality->value_or(result.quality);
+  const auto interval = numberIn(settings, kVideoMaxKeyFrameIntervalKey, 1, 1e6);
+  if (!interval) return tl::unexpected(interval.error());
+  if (*interval) result.maxKeyFrameInterval = static_cast<int>(**interval);
   if (const std::string* const preset = textFor(settings, kVideoPresetKey)) result.preset = *preset;
   return result;
 }
