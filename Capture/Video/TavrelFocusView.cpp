@@ -1,5 +1,7 @@
 #include "Capture/Video/TavrelFocusView.h"
 
+#include <mutex>
+
 #include "Platform/UI/BasicAnimation.h"
 #include "TavrelBase/Log/LogCall.h"
 
@@ -35,44 +37,56 @@ TavrelFocusViewAnimation::~TavrelFocusViewAnimation() {
   TAVREL_LOG_DEBUG(kLogTag, "dealloc: {}", "TavrelFocusViewAnimation");
 }
 
-TavrelFocusView::TavrelFocusView(const Rect& frame)
-    : View(frame),
-      focusViewAnimation_(std::make_shared<TavrelFocusViewAnimation>()),
-      forwarder_(std::make_shared<TavrelCAAnimation>()) {
+struct TavrelFocusView::Implementation {
+  std::recursive_mutex monitor;
+  bool animEnd = true;
+  const std::shared_ptr<TavrelFocusViewAnimation> focusViewAnimation = std::make_shared<TavrelFocusViewAnimation>();
+  const std::shared_ptr<TavrelCAAnimation> forwarder = std::make_shared<TavrelCAAnimation>();
+};
+
+TavrelFocusView::TavrelFocusView(const Rect& frame) : View(frame), implementation_(std::make_unique<Implementation>()) {
   setBackgroundColor(Color::clear());
   layer()->setBorderColor(Color::white());
   layer()->setBorderWidth(1);
   layer()->setCornerRadius(25);
   setHidden(true);
-  forwarder_->setDelegate(this);
-  focusViewAnimation_->setDelegate(forwarder_);
+  implementation_->forwarder->setDelegate(this);
+  implementation_->focusViewAnimation->setDelegate(implementation_->forwarder);
 }
 
 TavrelFocusView::~TavrelFocusView() {
-  const std::lock_guard lock(monitor_);
-  forwarder_->setDelegate(nullptr);
-  focusViewAnimation_->setRemovedOnCompletion(true);
-  focusViewAnimation_->setDelegate(nullptr);
+  const std::lock_guard lock(implementation_->monitor);
+  implementation_->forwarder->setDelegate(nullptr);
+  implementation_->focusViewAnimation->setRemovedOnCompletion(true);
+  implementation_->focusViewAnimation->setDelegate(nullptr);
   layer()->removeAllAnimations();
   TAVREL_LOG_DEBUG(kLogTag, "dealloc: {}", "TavrelFocusView");
 }
 
+bool TavrelFocusView::animEnd() const {
+  return implementation_->animEnd;
+}
+
+const std::shared_ptr<TavrelFocusViewAnimation>& TavrelFocusView::focusViewAnimation() const {
+  return implementation_->focusViewAnimation;
+}
+
 void TavrelFocusView::show(Point point) {
-  const std::lock_guard lock(monitor_);
-  if (!animEnd_) return;
-  animEnd_ = false;
+  const std::lock_guard lock(implementation_->monitor);
+  if (!implementation_->animEnd) return;
+  implementation_->animEnd = false;
   setHidden(false);
   setCenter(point);
-  layer()->addAnimation(focusViewAnimation_, kAnimationKey);
+  layer()->addAnimation(implementation_->focusViewAnimation, kAnimationKey);
 }
 
 void TavrelFocusView::animationDidStop(const std::shared_ptr<Animation>&, bool finished) {
   if (!finished) return;
-  focusViewAnimation_->setRemovedOnCompletion(true);
+  implementation_->focusViewAnimation->setRemovedOnCompletion(true);
   layer()->removeAllAnimations();
   setHidden(true);
   setAlpha(0);
-  animEnd_ = true;
+  implementation_->animEnd = true;
 }
 
 }  // namespace tavrel

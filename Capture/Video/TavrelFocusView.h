@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 
 #include "Platform/UI/AnimationGroup.h"
 #include "Platform/UI/View.h"
@@ -48,17 +47,15 @@ class TAVREL_API TavrelFocusView : public View, public TavrelCAAnimationDelegate
   /// Shows the ring about `point` of the superview. While it is being shown the call is ignored.
   void show(Point point);
   /// True when no animation is running.
-  bool animEnd() const { return animEnd_; }
-  const std::shared_ptr<TavrelFocusViewAnimation>& focusViewAnimation() const { return focusViewAnimation_; }
+  bool animEnd() const;
+  const std::shared_ptr<TavrelFocusViewAnimation>& focusViewAnimation() const;
 
   /// Hides the view when `finished`; an interrupted animation leaves it as it is.
   void animationDidStop(const std::shared_ptr<Animation>& animation, bool finished) override;
 
  private:
-  std::recursive_mutex monitor_;
-  bool animEnd_ = true;
-  const std::shared_ptr<TavrelFocusViewAnimation> focusViewAnimation_;
-  const std::shared_ptr<TavrelCAAnimation> forwarder_;
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

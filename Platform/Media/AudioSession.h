@@ -35,8 +35,8 @@ class TAVREL_API AudioSession {
   /// Set by whoever opens the hardware. A rate that is not a positive number restores the default.
   void setSampleRate(double sampleRate);
 
-  /// `options` are bits of `AudioSessionCategoryOptions`. Fails ("media") for unknown bits, and with the handler's
-  /// error; the category is then as before.
+  /// `options` are bits of `AudioSessionCategoryOptions`. Fails (`MediaErrorCode::invalidArgument`) for unknown bits,
+  /// and with the handler's error; the category is then as before.
   Expected<void> setCategory(AudioSessionCategory category, unsigned options = kAudioSessionCategoryOptionNone);
   AudioSessionCategory category() const;
   unsigned categoryOptions() const;

@@ -24,8 +24,8 @@ class TAVREL_API MutableCompositionTrack {
   void setPreferredTransform(const AffineTransform& transform);
 
   /// Plays `range` of `track` at `time`; what was there moves back. Beyond the end the track is empty up to `time`.
-  /// Fails
-  /// ("media") for a track of another type, times that are not numeric or negative, and an empty range.
+  /// Fails (`MediaErrorCode::invalidArgument`) for a track of another type, times that are not numeric or negative, and
+  /// an empty range.
   Expected<void> insertTimeRange(const MediaTimeRange& range, const std::shared_ptr<const AssetTrack>& track,
                                  MediaTime time);
   /// Makes room: what lies behind the range's start moves back. No effect at or beyond the end.

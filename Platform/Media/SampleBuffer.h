@@ -31,16 +31,17 @@ struct SampleTiming {
 class TAVREL_API SampleBuffer {
  public:
   /// PCM that lies in `data`, whose buffers hold at least `frameCount` frames of `format`, the first one at
-  /// `presentationTimeStamp`. Fails ("media") when they are too small, the format is not usable or the time not
-  /// numeric.
+  /// `presentationTimeStamp`. Fails (`MediaErrorCode::invalidArgument`) when they are too small, the format is not
+  /// usable or the time not numeric.
   static Expected<std::shared_ptr<SampleBuffer>> createAudio(const AudioFormat& format,
                                                              std::shared_ptr<AudioBufferList> data,
                                                              std::int64_t frameCount, MediaTime presentationTimeStamp);
-  /// One compressed packet. Fails ("media") unless the format names a codec and there are bytes.
+  /// One compressed packet. Fails (`MediaErrorCode::invalidArgument`) unless the format names a codec and there are
+  /// bytes.
   static Expected<std::shared_ptr<SampleBuffer>> createPacket(std::shared_ptr<const FormatDescription> format,
                                                               Data bytes, const SampleTiming& timing,
                                                               bool isKeyframe = true);
-  /// One picture, which is shared, not copied. Fails ("media") without one.
+  /// One picture, which is shared, not copied. Fails (`MediaErrorCode::invalidArgument`) without one.
   static Expected<std::shared_ptr<SampleBuffer>> createImage(std::shared_ptr<PixelBuffer> image,
                                                              const SampleTiming& timing);
 
@@ -63,8 +64,8 @@ class TAVREL_API SampleBuffer {
   /// Of all samples together; invalid when unknown.
   MediaTime duration() const;
 
-  /// A buffer of the same data with other times. Fails ("media") unless there is one entry or one for each sample, and
-  /// when this buffer is not valid any more.
+  /// A buffer of the same data with other times. Fails unless there is one entry or one for each sample
+  /// (`MediaErrorCode::invalidArgument`), and when this buffer is not valid any more (`invalidatedSample`).
   Expected<std::shared_ptr<SampleBuffer>> copyWithNewTiming(std::vector<SampleTiming> entries) const;
 
   /// Lets go of the data; copies and holders of the audio buffer list keep theirs.
