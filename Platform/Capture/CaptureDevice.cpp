@@ -1,12 +1,9 @@
 #include "Platform/Capture/CaptureDevice.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <cmath>
 #include <utility>
 
-#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/CaptureDeviceImplementation.h"
 #include "Platform/Capture/Private/CaptureSessionCore.h"
 #include "Platform/Capture/Private/CaptureSystem.h"
@@ -78,10 +75,7 @@ bool CaptureDevice::isConnected() const {
 Expected<void> CaptureDevice::lockForConfiguration() {
   Implementation& device = *implementation_;
   const std::lock_guard lock(device.mutex);
-  if (!device.isConnected) {
-    return failure(CaptureErrorCode::notConnected,
-                   fmt::format("{} is not connected; plug it in again", device.localizedName));
-  }
+  if (auto connected = device.checkConnected(); !connected) return connected;
   if (auto allowed = device.driver->checkConfigurable(); !allowed) return allowed;
   ++device.lockCount;
   return {};

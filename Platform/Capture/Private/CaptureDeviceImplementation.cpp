@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -5,6 +7,7 @@
 #include <optional>
 #include <utility>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/CaptureSession.h"
 #include "Platform/Capture/Private/CaptureDeviceImplementation.h"
 #include "Platform/Capture/Private/FrameRates.h"
@@ -68,6 +71,11 @@ CaptureDevice::Implementation::Implementation(std::shared_ptr<CaptureDriver> use
       driver(std::move(usedDriver)),
       formats(driver->description().formats) {
   resetSettings();
+}
+
+Expected<void> CaptureDevice::Implementation::checkConnected() const {
+  if (isConnected) return {};
+  return failure(CaptureErrorCode::notConnected, fmt::format("{} is not connected; plug it in again", localizedName));
 }
 
 bool CaptureDevice::Implementation::offers(std::array<bool, 3> CaptureCapabilities::*modes, std::size_t mode) const {

@@ -69,6 +69,7 @@ struct CaptureDevice::Implementation {
   void set(std::string_view setter, MediaTime Implementation::*member, MediaTime duration);
 
   /// With the mutex held:
+  Expected<void> checkConnected() const;
   bool offers(std::array<bool, 3> CaptureCapabilities::*modes, std::size_t mode) const;
   void resetSettings();
   void useFormat(std::shared_ptr<const CaptureDeviceFormat> format);

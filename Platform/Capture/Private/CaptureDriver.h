@@ -29,6 +29,8 @@ struct CaptureControls {
 
 /// Which of them is to be carried out. The points belong to their modes.
 enum class CaptureControl { torch, focus, exposure, zoom };
+inline constexpr CaptureControl kCaptureControls[] = {CaptureControl::torch, CaptureControl::focus,
+                                                      CaptureControl::exposure, CaptureControl::zoom};
 
 /// What a camera can do, by the modes' numbers.
 struct CaptureCapabilities {

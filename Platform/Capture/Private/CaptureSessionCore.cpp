@@ -1,9 +1,6 @@
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <utility>
 
-#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/CaptureDeviceImplementation.h"
 #include "Platform/Capture/Private/CaptureSessionCore.h"
 #include "Platform/Capture/Private/CaptureSystem.h"
@@ -253,18 +250,17 @@ void CaptureSessionCore::refreshSlot(MediaType mediaType, Slot& slot) {
 void CaptureSessionCore::open(Slot& slot, const std::shared_ptr<CaptureDevice>& device) {
   CaptureDevice::Implementation& opened = *device->implementation_;
   CaptureRun run;
+  Expected<void> connected;
   std::shared_ptr<CaptureSource> source;
   {
     const std::lock_guard lock(opened.mutex);
-    if (opened.isConnected) source = std::make_shared<CaptureSource>(device, opened.driver, weak_from_this());
+    connected = opened.checkConnected();
+    if (connected) source = std::make_shared<CaptureSource>(device, opened.driver, weak_from_this());
     run.format = opened.activeFormat;
     run.frameRate = opened.frameRate();
     run.controls = opened.controls;
   }
-  if (!source) {
-    return fail(slot, makeError(CaptureErrorCode::notConnected,
-                                fmt::format("{} is not connected; plug it in again", opened.localizedName)));
-  }
+  if (!source) return fail(slot, connected.error());
   source->format = run.format;
   source->setOutputs(outputsOf(device->mediaType()));
   run.sink = source;
@@ -281,10 +277,7 @@ void CaptureSessionCore::open(Slot& slot, const std::shared_ptr<CaptureDevice>& 
   const std::lock_guard lock(opened.mutex);
   if (opened.frameRate() != frameRate) source->driver()->setFrameRate(opened.frameRate());
   if (opened.controls == controls) return;
-  for (const auto control :
-       {CaptureControl::torch, CaptureControl::focus, CaptureControl::exposure, CaptureControl::zoom}) {
-    source->driver()->apply(control, opened.controls);
-  }
+  for (const CaptureControl control : kCaptureControls) source->driver()->apply(control, opened.controls);
 }
 
 void CaptureSessionCore::close(Slot& slot) {

@@ -1,9 +1,6 @@
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <utility>
 
-#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/CaptureBackends.h"
 #include "Platform/Capture/Private/CaptureDeviceImplementation.h"
 #include "Platform/Capture/Private/CaptureSessionCore.h"
@@ -83,25 +80,24 @@ void CaptureSystem::stopBackends() {
   isStarted_ = false;
 }
 
+void CaptureSystem::forget() {
+  stopBackends();
+  const std::lock_guard lock(mutex_);
+  devices_.clear();
+  accessWasAsked_ = false;
+}
+
 void CaptureSystem::restart() {
   {
     const std::lock_guard start(startMutex_);
-    stopBackends();
-    const std::lock_guard lock(mutex_);
-    devices_.clear();
-    accessWasAsked_ = false;
+    forget();
   }
   ensureStarted();
 }
 
 void CaptureSystem::restartWith(std::vector<std::unique_ptr<CaptureBackend>> backends) {
   const std::lock_guard start(startMutex_);
-  stopBackends();
-  {
-    const std::lock_guard lock(mutex_);
-    devices_.clear();
-    accessWasAsked_ = false;
-  }
+  forget();
   usesVirtual_ = backends.empty();
   backends_ = std::move(backends);
   startBackends();
@@ -114,10 +110,7 @@ CaptureControls CaptureSystem::controlsOf(const CaptureDevice& device) {
 
 Expected<void> CaptureSystem::checkAvailable(const CaptureDevice& device) {
   const std::lock_guard lock(device.implementation_->mutex);
-  if (!device.implementation_->isConnected) {
-    return failure(CaptureErrorCode::notConnected,
-                   fmt::format("{} is not connected; plug it in again", device.localizedName()));
-  }
+  if (auto connected = device.implementation_->checkConnected(); !connected) return connected;
   return device.implementation_->driver->checkAvailable();
 }
 

@@ -64,6 +64,7 @@ class CaptureSystem : private CaptureBackendObserver {
   void ensureStarted();
   void startBackends();
   void stopBackends();
+  void forget();
   CaptureDevicePosition positionFor(const CaptureDeviceDescription& description) const;
   std::shared_ptr<CaptureDevice> find(std::string_view uniqueID) const;
   static bool isListed(const CaptureDevice& device);

@@ -8,10 +8,28 @@
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Virtual/Private/PixelBufferCanvas.h"
 #include "Platform/Capture/Virtual/Private/SceneMovie.h"
-#include "Platform/Capture/Virtual/Private/ScenePicture.h"
 #include "Platform/Capture/Virtual/Private/VirtualOptics.h"
+#include "Platform/Imaging/BitmapContext.h"
+#include "Platform/Imaging/ImageSource.h"
 
 namespace tavrel {
+namespace {
+
+/// Upright and opaque.
+Expected<BgraPicture> pictureOf(const Image& image) {
+  BgraPicture picture;
+  picture.resize(static_cast<int>(image.width()), static_cast<int>(image.height()));
+  // Transparent parts lie on black.
+  const BgraCanvas canvas = picture.canvas();
+  fillRect(canvas, {0, 0, canvas.width, canvas.height}, kBlack);
+  const auto context = BitmapContext::create(canvas.bytes, image.width(), image.height(), 8, canvas.bytesPerRow,
+                                             kBitmapPremultipliedBGRA);
+  if (!context) return failure(CaptureErrorCode::badScene, "the picture cannot be drawn");
+  context->drawImage(image, {{0, 0}, {static_cast<double>(canvas.width), static_cast<double>(canvas.height)}});
+  return picture;
+}
+
+}  // namespace
 
 struct FileScene::Implementation {
   std::unique_ptr<SceneMovie> movie;  // nullptr for a picture
@@ -32,7 +50,9 @@ Expected<std::shared_ptr<FileScene>> FileScene::create(const std::filesystem::pa
     if (!movie) return failure(CaptureErrorCode::badScene, movie.error().description);
     implementation->movie = std::move(*movie);
   } else {
-    auto picture = loadScenePicture(path);
+    auto picture = ImageSource::createWithFile(path)
+                       .and_then([](const auto& source) { return source->imageAtIndex(0); })
+                       .and_then([](const auto& image) { return pictureOf(*normalizedImage(image)); });
     if (!picture) {
       return failure(CaptureErrorCode::badScene,
                      fmt::format("{} can be no scene: neither a movie ({}) nor a picture ({})", path.string(),

@@ -7,9 +7,9 @@
 #include <cstdlib>
 
 #include "Platform/Capture/PipeWire/Private/PipeWireFormats.h"
+#include "Platform/Capture/Private/CameraModes.h"
 #include "Platform/Capture/Private/CaptureTimes.h"
 #include "Platform/Capture/Private/FrameRates.h"
-#include "Platform/Capture/Private/UsualSizes.h"
 
 namespace tavrel {
 namespace {
@@ -144,26 +144,6 @@ std::uint32_t parsePipeWireChannels(const spa_pod& parameter) {
   const auto channels = valuesOf<std::int32_t>(parameter, SPA_FORMAT_AUDIO_channels, SPA_TYPE_Int);
   if (channels.values.empty() || channels.values.front() < 1) return 0;
   return static_cast<std::uint32_t>(channels.values.front());
-}
-
-std::vector<std::shared_ptr<const CaptureDeviceFormat>> deviceFormatsOf(const std::vector<PipeWireMode>& modes) {
-  std::map<std::pair<int, int>, std::vector<CaptureFrameRateRange>> bySize;
-  for (const PipeWireMode& mode : modes) {
-    auto& rates = bySize[{mode.dimensions.width, mode.dimensions.height}];
-    rates.insert(rates.end(), mode.rates.begin(), mode.rates.end());
-  }
-  std::vector<std::shared_ptr<const CaptureDeviceFormat>> formats;
-  for (auto& [size, rates] : bySize) {
-    std::sort(rates.begin(), rates.end(), [](const auto& left, const auto& right) {
-      return std::pair(left.minFrameRate, left.maxFrameRate) < std::pair(right.minFrameRate, right.maxFrameRate);
-    });
-    rates.erase(std::unique(rates.begin(), rates.end()), rates.end());
-    auto format = std::make_shared<CaptureDeviceFormat>();
-    format->dimensions = {size.first, size.second};
-    format->videoSupportedFrameRateRanges = rates;
-    formats.push_back(std::move(format));
-  }
-  return formats;
 }
 
 std::vector<const spa_pod*> buildVideoFormats(spa_pod_builder& builder, const std::vector<PipeWireMode>& modes,

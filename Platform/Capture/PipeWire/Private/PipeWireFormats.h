@@ -30,8 +30,6 @@ using PipeWireProperties = std::map<std::string, std::string>;
 std::vector<PipeWireMode> parsePipeWireModes(const spa_pod& parameter);
 /// How many channels a microphone's format parameter names; 0 when it does not.
 std::uint32_t parsePipeWireChannels(const spa_pod& parameter);
-/// One device format for each size.
-std::vector<std::shared_ptr<const CaptureDeviceFormat>> deviceFormatsOf(const std::vector<PipeWireMode>& modes);
 
 /// The parameters to ask for, best first, for one size and rate.
 std::vector<const spa_pod*> buildVideoFormats(spa_pod_builder& builder, const std::vector<PipeWireMode>& modes,

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <utility>
 
+#include "Platform/Capture/Private/CameraModes.h"
+
 namespace tavrel {
 namespace {
 

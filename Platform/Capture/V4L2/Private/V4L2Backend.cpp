@@ -13,6 +13,7 @@
 #include <charconv>
 #include <utility>
 
+#include "Platform/Capture/Private/CameraModes.h"
 #include "Platform/Capture/Private/CaptureTimes.h"
 #include "Platform/Capture/V4L2/Private/V4L2Driver.h"
 
@@ -157,7 +158,7 @@ std::shared_ptr<V4L2Driver> V4L2Backend::probe(const std::string& path,
   description.backendName = name();
   description.position = capabilities->position;
   description.mountRotation = mountRotationOf(capabilities->rotation);
-  description.formats = capabilities->formats();
+  description.formats = deviceFormatsOf(capabilities->modes, capabilities->largestZoom());
   return std::make_shared<V4L2Driver>(calls_, path, std::move(description), std::move(*capabilities));
 }
 

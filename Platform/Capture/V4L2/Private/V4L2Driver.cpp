@@ -94,7 +94,7 @@ Expected<void> V4L2Driver::open(CaptureRun run) {
     release();
     return prepared;
   }
-  applyAll(run.controls);
+  for (const CaptureControl control : kCaptureControls) apply(control, run.controls);
   if (auto started = startStream(); !started) {
     release();
     return started;

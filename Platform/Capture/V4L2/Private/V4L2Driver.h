@@ -51,7 +51,6 @@ class V4L2Driver : public CaptureDriver {
   bool enqueue(std::uint32_t index);
   /// What `errno` says of the camera, which did not do `what`.
   Error refused(std::string_view what) const;
-  void applyAll(const CaptureControls& controls);
   bool setControl(std::uint32_t identity, int value);
 
   // On the capture thread.

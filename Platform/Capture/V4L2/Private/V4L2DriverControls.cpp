@@ -13,13 +13,6 @@ bool V4L2Driver::setControl(std::uint32_t identity, int value) {
   return node_->control(VIDIOC_S_CTRL, &control);
 }
 
-void V4L2Driver::applyAll(const CaptureControls& controls) {
-  for (const auto control :
-       {CaptureControl::torch, CaptureControl::focus, CaptureControl::exposure, CaptureControl::zoom}) {
-    apply(control, controls);
-  }
-}
-
 void V4L2Driver::apply(CaptureControl control, const CaptureControls& controls) {
   const std::lock_guard lock(mutex_);
   if (!node_) return;

@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <map>
 #include <system_error>
 
 #include "Platform/Capture/CaptureError.h"
-#include "Platform/Capture/Private/UsualSizes.h"
+#include "Platform/Capture/Private/CameraModes.h"
 #include "Platform/Capture/V4L2/Private/V4L2Probe.h"
 
 namespace tavrel {
@@ -217,27 +216,6 @@ CaptureCapabilities V4L2Capabilities::controls() const {
 double V4L2Capabilities::largestZoom() const {
   if (!zoom.exists || zoom.maximum <= zoom.minimum) return 1;
   return zoom.minimum > 0 ? static_cast<double>(zoom.maximum) / zoom.minimum : kZoomOfUnknownScale;
-}
-
-std::vector<std::shared_ptr<const CaptureDeviceFormat>> V4L2Capabilities::formats() const {
-  std::vector<std::shared_ptr<const CaptureDeviceFormat>> result;
-  std::map<std::pair<int, int>, std::vector<CaptureFrameRateRange>> bySize;
-  for (const V4L2Mode& mode : modes) {
-    auto& rates = bySize[{mode.dimensions.width, mode.dimensions.height}];
-    rates.insert(rates.end(), mode.rates.begin(), mode.rates.end());
-  }
-  for (auto& [size, rates] : bySize) {
-    std::sort(rates.begin(), rates.end(), [](const auto& left, const auto& right) {
-      return std::pair(left.minFrameRate, left.maxFrameRate) < std::pair(right.minFrameRate, right.maxFrameRate);
-    });
-    rates.erase(std::unique(rates.begin(), rates.end()), rates.end());
-    auto format = std::make_shared<CaptureDeviceFormat>();
-    format->dimensions = {size.first, size.second};
-    format->videoSupportedFrameRateRanges = rates;
-    format->videoMaxZoomFactor = largestZoom();
-    result.push_back(std::move(format));
-  }
-  return result;
 }
 
 const V4L2Mode* V4L2Capabilities::modeFor(CaptureVideoDimensions dimensions, double rate) const {

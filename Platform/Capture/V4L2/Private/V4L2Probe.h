@@ -68,7 +68,6 @@ struct V4L2Capabilities {
 
   CaptureCapabilities controls() const;
   double largestZoom() const;
-  std::vector<std::shared_ptr<const CaptureDeviceFormat>> formats() const;
   /// The mode of that size that reaches the rate at the least cost; of several the one with the fastest rate.
   const V4L2Mode* modeFor(CaptureVideoDimensions dimensions, double rate) const;
 };

@@ -61,10 +61,7 @@ class VirtualCameraDriver : public VirtualDriver {
     }
     const std::lock_guard lock(mutex_);
     camera_ = *created;
-    for (const auto control :
-         {CaptureControl::torch, CaptureControl::focus, CaptureControl::exposure, CaptureControl::zoom}) {
-      applyTo(control, run.controls);
-    }
+    for (const CaptureControl control : kCaptureControls) applyTo(control, run.controls);
     camera_->setControls(lens_);
     camera_->setDropHandler([sink = run.sink, rate = run.frameRate](MediaTime time) {
       sink->didDrop({frameDurationOf(rate), time, MediaTime::invalid()});

@@ -74,14 +74,11 @@ Expected<std::shared_ptr<CaptureDriver>> VirtualCaptureBackend::makeFileDriver(c
                                                                                CaptureDevicePosition position) const {
   auto description = describe(fmt::format("file:{}", path.string()), path.filename().string(), mediaType, position);
   if (mediaType == MediaType::video) {
-    auto scene = FileScene::create(path);
-    if (!scene) return tl::unexpected(scene.error());
-    return makeVirtualCameraDriver(std::move(description), std::move(*scene));
+    return FileScene::create(path).map(
+        [&](const auto& scene) { return makeVirtualCameraDriver(std::move(description), scene); });
   }
   const auto makeSound = [path](int sampleRate) -> Expected<std::shared_ptr<VirtualSound>> {
-    auto sound = FileSound::create(path, sampleRate);
-    if (!sound) return tl::unexpected(sound.error());
-    return *sound;
+    return FileSound::create(path, sampleRate);
   };
   if (auto tried = makeSound(48000); !tried) return tl::unexpected(tried.error());
   return makeVirtualMicrophoneDriver(std::move(description), makeSound);
