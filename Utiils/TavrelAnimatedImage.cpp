@@ -6,6 +6,7 @@
 #include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Imaging/BitmapContext.h"
 #include "Platform/Imaging/ImageSource.h"
+#include "TavrelBase/Log/LogCall.h"
 #include "Utiils/Private/TavrelAnimatedImageShared.h"
 
 namespace tavrel {
@@ -19,72 +20,37 @@ TavrelAnimatedImage::TavrelAnimatedImage(std::shared_ptr<DataProvider> data)
 
 TavrelAnimatedImage::~TavrelAnimatedImage() = default;
 
-const std::shared_ptr<DataProvider>& TavrelAnimatedImage::data() const {
-  return implementation_->data;
-}
+/// A field of the implementation that people may read.
+#define TAVREL_READING(Type, field)         \
+  Type TavrelAnimatedImage::field() const { \
+    return implementation_->field;          \
+  }
 
-const std::shared_ptr<Image>& TavrelAnimatedImage::posterImage() const {
-  return implementation_->posterImage;
-}
-
-std::size_t TavrelAnimatedImage::posterImageFrameIndex() const {
-  return implementation_->posterImageFrameIndex;
-}
+TAVREL_READING(const std::shared_ptr<DataProvider>&, data)
+TAVREL_READING(const std::shared_ptr<Image>&, posterImage)
+TAVREL_READING(std::size_t, posterImageFrameIndex)
+TAVREL_READING(std::size_t, loopCount)
+TAVREL_READING(std::size_t, frameCount)
+TAVREL_READING(bool, predrawingEnabled)
+TAVREL_READING(double, durationPerLoop)
+TAVREL_READING(std::size_t, frameCacheSizeOptimal)
+TAVREL_READING(std::size_t, frameCacheSizeMax)
+TAVREL_READING(std::size_t, frameCacheSizeMaxInternal)
+TAVREL_READING(std::size_t, memoryWarningCount)
+TAVREL_READING(std::size_t, requestedFrameIndex)
+TAVREL_READING(const std::set<std::size_t>&, requestedFrameIndexes)
+TAVREL_READING(const FLWeakProxy<TavrelAnimatedImage>&, weakProxy)
 
 Size TavrelAnimatedImage::size() const {
   return sizeForImage(implementation_->posterImage);
-}
-
-std::size_t TavrelAnimatedImage::loopCount() const {
-  return implementation_->loopCount;
 }
 
 const std::map<std::size_t, double>& TavrelAnimatedImage::delayTimesForIndexes() const {
   return implementation_->delayTimesForIndexes;
 }
 
-std::size_t TavrelAnimatedImage::frameCount() const {
-  return implementation_->frameCount;
-}
-
-bool TavrelAnimatedImage::predrawingEnabled() const {
-  return implementation_->predrawingEnabled;
-}
-
-double TavrelAnimatedImage::durationPerLoop() const {
-  return implementation_->durationPerLoop;
-}
-
 void TavrelAnimatedImage::setDurationPerLoop(double durationPerLoop) {
   implementation_->durationPerLoop = durationPerLoop;
-}
-
-std::size_t TavrelAnimatedImage::frameCacheSizeOptimal() const {
-  return implementation_->frameCacheSizeOptimal;
-}
-
-std::size_t TavrelAnimatedImage::frameCacheSizeMax() const {
-  return implementation_->frameCacheSizeMax;
-}
-
-std::size_t TavrelAnimatedImage::frameCacheSizeMaxInternal() const {
-  return implementation_->frameCacheSizeMaxInternal;
-}
-
-std::size_t TavrelAnimatedImage::memoryWarningCount() const {
-  return implementation_->memoryWarningCount;
-}
-
-std::size_t TavrelAnimatedImage::requestedFrameIndex() const {
-  return implementation_->requestedFrameIndex;
-}
-
-const std::set<std::size_t>& TavrelAnimatedImage::requestedFrameIndexes() const {
-  return implementation_->requestedFrameIndexes;
-}
-
-const FLWeakProxy<TavrelAnimatedImage>& TavrelAnimatedImage::weakProxy() const {
-  return implementation_->weakProxy;
 }
 
 void TavrelAnimatedImage::setDebugDelegate(std::weak_ptr<TavrelAnimatedImageDebugDelegate> delegate) {
@@ -165,6 +131,31 @@ std::shared_ptr<Image> TavrelAnimatedImage::predrawnImageFromImage(const std::sh
   return Image::create(image.width(), image.height(), 8, 32, bytesPerRow, layout,
                        DataProvider::create(std::move(pixels)))
       ->withScaleAndOrientation(image.scale(), image.orientation());
+}
+
+TavrelAnimatedImage::LogBlock TavrelAnimatedImage::libraryLogBlock() {
+  return [](const std::string& logString, TavrelAnimatedImageLogLevel logLevel) {
+    constexpr unsigned kFlags[] = {0, TavrelDDLogFlagError, TavrelDDLogFlagWarning, TavrelDDLogFlagInfo,
+                                   TavrelDDLogFlagDebug};
+    TAVREL_LOG(kFlags[static_cast<std::size_t>(logLevel)], "TavrelAnimatedImage", "{}", logString);
+  };
+}
+
+void TavrelAnimatedImage::setLogBlock(LogBlock logBlock, TavrelAnimatedImageLogLevel logLevel) {
+  const std::lock_guard lock(shared().mutex);
+  shared().logBlock = std::move(logBlock);
+  shared().logLevel = logLevel;
+}
+
+void TavrelAnimatedImage::logStringFromBlock(const std::function<std::string()>& stringBlock,
+                                             TavrelAnimatedImageLogLevel withLevel) {
+  LogBlock logBlock;
+  {
+    const std::lock_guard lock(shared().mutex);
+    if (withLevel > shared().logLevel) return;
+    logBlock = shared().logBlock;
+  }
+  if (logBlock && stringBlock) logBlock(stringBlock(), withLevel);
 }
 
 std::string TavrelAnimatedImage::description() const {

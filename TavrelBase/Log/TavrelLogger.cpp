@@ -9,20 +9,9 @@ namespace tavrel {
 namespace {
 
 unsigned levelForNumber(int levelNumber) {
-  switch (levelNumber) {
-    case 1:
-      return TavrelDDLogLevelError;
-    case 2:
-      return TavrelDDLogLevelWarning;
-    case 3:
-      return TavrelDDLogLevelInfo;
-    case 4:
-      return TavrelDDLogLevelDebug;
-    case 5:
-      return TavrelDDLogLevelVerbose;
-    default:
-      return TavrelDDLogLevelOff;
-  }
+  constexpr unsigned kLevels[] = {TavrelDDLogLevelOff,  TavrelDDLogLevelError, TavrelDDLogLevelWarning,
+                                  TavrelDDLogLevelInfo, TavrelDDLogLevelDebug, TavrelDDLogLevelVerbose};
+  return levelNumber > 0 && levelNumber < 6 ? kLevels[levelNumber] : kLevels[0];
 }
 
 }  // namespace
