@@ -1,6 +1,6 @@
 #include "GPUImage/Filters/TavrelGPUImageAlphaBlendFilter.h"
 
-#include "GPUImage/Private/OnVideoProcessingQueue.h"
+#include "GPUImage/Private/Properties.h"
 
 namespace tavrel {
 
@@ -24,9 +24,7 @@ TavrelGPUImageAlphaBlendFilter::TavrelGPUImageAlphaBlendFilter()
 
 TavrelGPUImageAlphaBlendFilter::~TavrelGPUImageAlphaBlendFilter() = default;
 
-double TavrelGPUImageAlphaBlendFilter::mix() const {
-  return onVideoProcessingQueue([this] { return implementation_->mix; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageAlphaBlendFilter, double, mix)
 
 void TavrelGPUImageAlphaBlendFilter::setMix(double newValue) {
   onVideoProcessingQueue([&] {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "GPUImage/Filters/Private/FilterImplementation.h"
+#include "GPUImage/Private/Properties.h"
 
 namespace tavrel {
 
@@ -16,9 +17,7 @@ TavrelGPUImageBuffer::TavrelGPUImageBuffer() : implementation_(std::make_unique<
 
 TavrelGPUImageBuffer::~TavrelGPUImageBuffer() = default;
 
-std::size_t TavrelGPUImageBuffer::bufferSize() const {
-  return onVideoProcessingQueue([this] { return implementation_->bufferSize; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageBuffer, std::size_t, bufferSize)
 
 void TavrelGPUImageBuffer::setBufferSize(std::size_t newValue) {
   if (newValue == 0) return;

@@ -1,6 +1,6 @@
 #include "GPUImage/Filters/TavrelGPUImageCropFilter.h"
 
-#include "GPUImage/Private/OnVideoProcessingQueue.h"
+#include "GPUImage/Private/Properties.h"
 #include "Platform/Foundation/FatalAssertion.h"
 
 namespace tavrel {
@@ -52,9 +52,7 @@ Rect TavrelGPUImageCropFilter::centredRegion(Size size, Size wanted) {
 
 TavrelGPUImageCropFilter::~TavrelGPUImageCropFilter() = default;
 
-Rect TavrelGPUImageCropFilter::cropRegion() const {
-  return onVideoProcessingQueue([this] { return implementation_->cropRegion; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageCropFilter, Rect, cropRegion)
 
 void TavrelGPUImageCropFilter::setCropRegion(const Rect& newValue) {
   if (!isInUnitRange(newValue.origin.x) || !isInUnitRange(newValue.origin.y) || !isInUnitRange(newValue.size.width) ||

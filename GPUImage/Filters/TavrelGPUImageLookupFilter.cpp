@@ -1,6 +1,6 @@
 #include "GPUImage/Filters/TavrelGPUImageLookupFilter.h"
 
-#include "GPUImage/Private/OnVideoProcessingQueue.h"
+#include "GPUImage/Private/Properties.h"
 
 namespace tavrel {
 
@@ -31,9 +31,7 @@ TavrelGPUImageLookupFilter::TavrelGPUImageLookupFilter()
 
 TavrelGPUImageLookupFilter::~TavrelGPUImageLookupFilter() = default;
 
-double TavrelGPUImageLookupFilter::intensity() const {
-  return onVideoProcessingQueue([this] { return implementation_->intensity; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageLookupFilter, double, intensity)
 
 void TavrelGPUImageLookupFilter::setIntensity(double newValue) {
   onVideoProcessingQueue([&] {

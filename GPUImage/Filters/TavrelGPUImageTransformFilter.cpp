@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "GPUImage/Private/OnVideoProcessingQueue.h"
+#include "GPUImage/Private/Properties.h"
 
 namespace tavrel {
 
@@ -38,9 +38,7 @@ void TavrelGPUImageTransformFilter::setAffineTransform(const AffineTransform& ne
   setTransform3D(Transform3D::makeAffine(newValue));
 }
 
-Transform3D TavrelGPUImageTransformFilter::transform3D() const {
-  return onVideoProcessingQueue([this] { return implementation_->transform3D; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageTransformFilter, Transform3D, transform3D)
 
 void TavrelGPUImageTransformFilter::setTransform3D(const Transform3D& newValue) {
   onVideoProcessingQueue([&] {
@@ -56,9 +54,7 @@ void TavrelGPUImageTransformFilter::convert3DTransform(const Transform3D& transf
                  [](double element) { return static_cast<GLfloat>(element); });
 }
 
-bool TavrelGPUImageTransformFilter::ignoreAspectRatio() const {
-  return onVideoProcessingQueue([this] { return implementation_->ignoreAspectRatio; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageTransformFilter, bool, ignoreAspectRatio)
 
 void TavrelGPUImageTransformFilter::setIgnoreAspectRatio(bool newValue) {
   onVideoProcessingQueue([&] {
@@ -71,9 +67,7 @@ void TavrelGPUImageTransformFilter::setIgnoreAspectRatio(bool newValue) {
   });
 }
 
-bool TavrelGPUImageTransformFilter::anchorTopLeft() const {
-  return onVideoProcessingQueue([this] { return implementation_->anchorTopLeft; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageTransformFilter, bool, anchorTopLeft)
 
 void TavrelGPUImageTransformFilter::setAnchorTopLeft(bool newValue) {
   onVideoProcessingQueue([&] {
@@ -82,9 +76,7 @@ void TavrelGPUImageTransformFilter::setAnchorTopLeft(bool newValue) {
   });
 }
 
-TavrelGPUMatrix4x4 TavrelGPUImageTransformFilter::orthographicMatrix() const {
-  return onVideoProcessingQueue([this] { return implementation_->orthographicMatrix; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageTransformFilter, TavrelGPUMatrix4x4, orthographicMatrix)
 
 void TavrelGPUImageTransformFilter::setupFilterForSize(Size filterFrameSize) {
   onVideoProcessingQueue([&] {

@@ -1,6 +1,6 @@
 #include "GPUImage/Filters/TavrelGPUImageTwoPassTextureSamplingFilter.h"
 
-#include "GPUImage/Private/OnVideoProcessingQueue.h"
+#include "GPUImage/Private/Properties.h"
 #include "GPUImage/TavrelGLProgram.h"
 
 namespace tavrel {
@@ -40,9 +40,7 @@ void TavrelGPUImageTwoPassTextureSamplingFilter::findStepUniforms() {
   });
 }
 
-double TavrelGPUImageTwoPassTextureSamplingFilter::verticalTexelSpacing() const {
-  return onVideoProcessingQueue([this] { return implementation_->verticalTexelSpacing; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageTwoPassTextureSamplingFilter, double, verticalTexelSpacing)
 
 void TavrelGPUImageTwoPassTextureSamplingFilter::setVerticalTexelSpacing(double newValue) {
   onVideoProcessingQueue([&] {
@@ -51,9 +49,7 @@ void TavrelGPUImageTwoPassTextureSamplingFilter::setVerticalTexelSpacing(double 
   });
 }
 
-double TavrelGPUImageTwoPassTextureSamplingFilter::horizontalTexelSpacing() const {
-  return onVideoProcessingQueue([this] { return implementation_->horizontalTexelSpacing; });
-}
+TAVREL_NODE_VALUE(TavrelGPUImageTwoPassTextureSamplingFilter, double, horizontalTexelSpacing)
 
 void TavrelGPUImageTwoPassTextureSamplingFilter::setHorizontalTexelSpacing(double newValue) {
   onVideoProcessingQueue([&] {

@@ -29,8 +29,7 @@ std::shared_ptr<TavrelGPUImageFramebuffer> wrap(const std::shared_ptr<PixelBuffe
 
 std::shared_ptr<TavrelGPUImageFramebuffer> copy(PixelBuffer& movieFrame, const TavrelGPUTextureOptions& options) {
   const Size size = {static_cast<double>(movieFrame.width()), static_cast<double>(movieFrame.height())};
-  const auto framebuffer =
-      TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(size, options, true);
+  auto framebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(size, options, true);
   const std::size_t bytesPerPixel = movieFrame.width() > 0 ? movieFrame.bytesPerRow() / movieFrame.width() : 0;
   const std::size_t rowLength = bytesPerPixel > 0 ? movieFrame.bytesPerRow() / bytesPerPixel : 0;
   framebuffer->uploadPicture(static_cast<GLsizei>(rowLength), static_cast<GLsizei>(movieFrame.height()), options.format,
