@@ -1,10 +1,13 @@
 #include "Capture/Audio/TavrelMicrophone.h"
 
+#include <atomic>
 #include <cstring>
+#include <mutex>
 #include <utility>
 
 #include "Platform/Capture/CaptureClock.h"
 #include "Platform/Capture/CaptureDevice.h"
+#include "Platform/Foundation/NotificationCenter.h"
 #include "Platform/Foundation/Notifications.h"
 #include "Platform/Media/AudioSession.h"
 #include "Platform/Tracing/TraceNames.h"
@@ -24,7 +27,46 @@ tl::unexpected<Error> refusal(const char* description) {
   return tl::unexpected(std::move(error));
 }
 
+Expected<void> setupAudioSession() {
+  return AudioSession::shared().setCategory(
+      AudioSessionCategory::playAndRecord,
+      kAudioSessionCategoryOptionDefaultToSpeaker | kAudioSessionCategoryOptionAllowBluetoothA2DP);
+}
+
+void mediaServicesWereReset() {
+  if (const auto ready = setupAudioSession(); !ready) {
+    TAVREL_LOG_ERROR(kTag, "mediaServicesWereReset, but setupAudioSession error: {}", ready.error().description);
+  }
+}
+
+Expected<void> muteSampleBuffer(const SampleBuffer& sampleBuffer) {
+  const auto list = sampleBuffer.audioBufferList();
+  // The number that says that a buffer carries no such list.
+  constexpr std::int32_t kInvalidBuffer = -12731;
+  std::optional<Error> error;
+  if (!TavrelCheckStatus(list ? 0 : kInvalidBuffer, "CMSampleBufferGetAudioBufferListWithRetainedBlockBuffer error",
+                         &error)) {
+    return tl::unexpected(std::move(*error));
+  }
+  for (const AudioBuffer& buffer : list->buffers()) std::memset(buffer.data, 0, buffer.byteSize);
+  return {};
+}
+
 }  // namespace
+
+struct TavrelMicrophone::Implementation {
+  std::shared_ptr<CaptureSession> session;
+  std::shared_ptr<CaptureConnection> connection;
+  std::mutex delegateMutex;
+  std::weak_ptr<TavrelMicrophoneDelegate> delegate;
+  std::atomic<bool> running = false;
+  std::atomic<bool> mute = false;
+  NotificationCenter::ObserverToken observer = 0;
+};
+
+TavrelMicrophone::TavrelMicrophone(bool mute) : implementation_(std::make_unique<Implementation>()) {
+  setMute(mute);
+}
 
 Expected<std::shared_ptr<TavrelMicrophone>> TavrelMicrophone::create(
     const TavrelMicrophoneConfiguration& configuration) {
@@ -35,12 +77,12 @@ Expected<std::shared_ptr<TavrelMicrophone>> TavrelMicrophone::create(
 }
 
 TavrelMicrophone::~TavrelMicrophone() {
-  removeObservers();
-  if (session) stop();
+  NotificationCenter::defaultCenter().removeObserver(implementation_->observer);
+  if (implementation_->session) stop();
 }
 
 Expected<void> TavrelMicrophone::setupSession(const std::string& deviceID) {
-  session = CaptureSession::create();
+  const auto session = implementation_->session = CaptureSession::create();
   const auto input =
       CaptureDeviceInput::create(deviceID.empty() ? CaptureDevice::defaultDeviceWithMediaType(MediaType::audio)
                                                   : CaptureDevice::deviceWithUniqueID(deviceID));
@@ -52,33 +94,45 @@ Expected<void> TavrelMicrophone::setupSession(const std::string& deviceID) {
   output->setSampleBufferDelegate(weak_from_this(), DispatchQueue::main());
   if (!session->canAddOutput(output)) return refusal("audio data output can not be added to session");
   session->addOutput(output);
-  connection = output->connectionWithMediaType(MediaType::audio);
+  implementation_->connection = output->connectionWithMediaType(MediaType::audio);
   return {};
 }
 
 void TavrelMicrophone::addObservers() {
-  observer_ = NotificationCenter::defaultCenter().addObserver(
+  implementation_->observer = NotificationCenter::defaultCenter().addObserver(
       kAudioSessionMediaServicesWereResetNotification, [weakThis = weak_from_this()](std::string_view, const void*) {
-        if (const auto microphone = weakThis.lock()) microphone->mediaServicesWereReset();
+        if (!weakThis.expired()) mediaServicesWereReset();
       });
 }
 
-void TavrelMicrophone::removeObservers() {
-  NotificationCenter::defaultCenter().removeObserver(observer_);
+bool TavrelMicrophone::running() const {
+  return implementation_->running;
+}
+
+const std::shared_ptr<CaptureSession>& TavrelMicrophone::captureSession() const {
+  return implementation_->session;
+}
+
+bool TavrelMicrophone::mute() const {
+  return implementation_->mute;
+}
+
+void TavrelMicrophone::setMute(bool mute) {
+  implementation_->mute = mute;
 }
 
 std::shared_ptr<TavrelMicrophoneDelegate> TavrelMicrophone::delegate() const {
-  const std::lock_guard lock(delegateMutex_);
-  return delegate_.lock();
+  const std::lock_guard lock(implementation_->delegateMutex);
+  return implementation_->delegate.lock();
 }
 
 void TavrelMicrophone::setDelegate(std::weak_ptr<TavrelMicrophoneDelegate> delegate) {
-  const std::lock_guard lock(delegateMutex_);
-  delegate_ = std::move(delegate);
+  const std::lock_guard lock(implementation_->delegateMutex);
+  implementation_->delegate = std::move(delegate);
 }
 
 float TavrelMicrophone::averagePowerLevel() const {
-  const auto channels = connection->audioChannels();
+  const auto channels = implementation_->connection->audioChannels();
   if (channels.empty()) return 0;
   float sum = 0;
   for (const auto& channel : channels) sum += channel->averagePowerLevel();
@@ -86,7 +140,7 @@ float TavrelMicrophone::averagePowerLevel() const {
 }
 
 void TavrelMicrophone::startWithCompletion(StartCompletion completion) {
-  if (running_.exchange(true)) {
+  if (implementation_->running.exchange(true)) {
     if (completion) DispatchQueue::global()->async([completion = std::move(completion)] { completion(true, {}); });
     return;
   }
@@ -94,34 +148,22 @@ void TavrelMicrophone::startWithCompletion(StartCompletion completion) {
     DispatchQueue::global()->async([microphone, completion, isGranted] {
       std::optional<Error> error;
       // Whoever stopped meanwhile wants no sound any more.
-      if (isGranted && microphone->running_) {
-        microphone->session->startRunning();
-        if (const auto ready = microphone->setupAudioSession(); !ready) {
+      if (isGranted && microphone->implementation_->running) {
+        microphone->implementation_->session->startRunning();
+        if (const auto ready = setupAudioSession(); !ready) {
           error = ready.error();
-          microphone->session->stopRunning();
+          microphone->implementation_->session->stopRunning();
         }
       }
-      if (!isGranted || error) microphone->running_ = false;
+      if (!isGranted || error) microphone->implementation_->running = false;
       if (completion) completion(isGranted, error);
     });
   });
 }
 
 void TavrelMicrophone::stop() {
-  session->stopRunning();
-  running_ = false;
-}
-
-Expected<void> TavrelMicrophone::setupAudioSession() {
-  return AudioSession::shared().setCategory(
-      AudioSessionCategory::playAndRecord,
-      kAudioSessionCategoryOptionDefaultToSpeaker | kAudioSessionCategoryOptionAllowBluetoothA2DP);
-}
-
-void TavrelMicrophone::mediaServicesWereReset() {
-  if (const auto ready = setupAudioSession(); !ready) {
-    TAVREL_LOG_ERROR(kTag, "mediaServicesWereReset, but setupAudioSession error: {}", ready.error().description);
-  }
+  implementation_->session->stopRunning();
+  implementation_->running = false;
 }
 
 void TavrelMicrophone::didOutputSampleBuffer(CaptureAudioDataOutput&, const std::shared_ptr<SampleBuffer>& sampleBuffer,
@@ -133,25 +175,12 @@ void TavrelMicrophone::didOutputSampleBuffer(CaptureAudioDataOutput&, const std:
                                MediaTime::invalid()};
   const auto copy = sampleBuffer->copyWithNewTiming({timing});
   if (!copy) return;
-  if (mute_) {
+  if (implementation_->mute) {
     if (const auto muted = muteSampleBuffer(**copy); !muted) {
       TAVREL_LOG_ERROR(kTag, "muteSampleBuffer error : {}", muted.error().description);
     }
   }
   if (const auto receiver = delegate()) receiver->didGetProcessedSampleBuffer(*this, *copy);
-}
-
-Expected<void> TavrelMicrophone::muteSampleBuffer(const SampleBuffer& sampleBuffer) {
-  const auto list = sampleBuffer.audioBufferList();
-  // The number that says that a buffer carries no such list.
-  constexpr std::int32_t kInvalidBuffer = -12731;
-  std::optional<Error> error;
-  if (!TavrelCheckStatus(list ? 0 : kInvalidBuffer, "CMSampleBufferGetAudioBufferListWithRetainedBlockBuffer error",
-                         &error)) {
-    return tl::unexpected(std::move(*error));
-  }
-  for (const AudioBuffer& buffer : list->buffers()) std::memset(buffer.data, 0, buffer.byteSize);
-  return {};
 }
 
 }  // namespace tavrel

@@ -1,16 +1,13 @@
 #pragma once
 
-#include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "Platform/Capture/CaptureAudioDataOutput.h"
 #include "Platform/Capture/CaptureSession.h"
 #include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/NotificationCenter.h"
 #include "Platform/Media/SampleBuffer.h"
 
 namespace tavrel {
@@ -53,12 +50,12 @@ class TAVREL_API TavrelMicrophone : public CaptureAudioDataOutputSampleBufferDel
 
   std::shared_ptr<TavrelMicrophoneDelegate> delegate() const;
   void setDelegate(std::weak_ptr<TavrelMicrophoneDelegate> delegate);
-  bool running() const { return running_; }
+  bool running() const;
   /// The subject of the notifications about what becomes of the device.
-  const std::shared_ptr<CaptureSession>& captureSession() const { return session; }
+  const std::shared_ptr<CaptureSession>& captureSession() const;
   /// Buffers keep coming while muted, so that a recording keeps its sound track.
-  bool mute() const { return mute_; }
-  void setMute(bool mute) { mute_ = mute; }
+  bool mute() const;
+  void setMute(bool mute);
   /// In decibels of full scale, the mean over the channels; 0 while there are none.
   float averagePowerLevel() const;
 
@@ -72,21 +69,13 @@ class TAVREL_API TavrelMicrophone : public CaptureAudioDataOutputSampleBufferDel
                              const std::shared_ptr<CaptureConnection>& connection) override;
 
  private:
-  explicit TavrelMicrophone(bool mute) : mute_(mute) {}
+  struct Implementation;
+
+  explicit TavrelMicrophone(bool mute);
   Expected<void> setupSession(const std::string& deviceID);
   void addObservers();
-  void removeObservers();
-  void mediaServicesWereReset();
-  Expected<void> setupAudioSession();
-  static Expected<void> muteSampleBuffer(const SampleBuffer& sampleBuffer);
 
-  std::shared_ptr<CaptureSession> session;
-  std::shared_ptr<CaptureConnection> connection;
-  mutable std::mutex delegateMutex_;
-  std::weak_ptr<TavrelMicrophoneDelegate> delegate_;
-  std::atomic<bool> running_ = false;
-  std::atomic<bool> mute_;
-  NotificationCenter::ObserverToken observer_ = 0;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel
