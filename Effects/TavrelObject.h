@@ -15,18 +15,18 @@ class TAVREL_API TavrelObject : public KeyValueObserving {
  public:
   using Attachments = std::map<std::string, std::any, std::less<>>;
 
-  TavrelObject() = default;
+  TavrelObject();
   /// A copy has the same attachments; from then on each has its own keys, while what a shared pointer points at stays
   /// common.
-  TavrelObject(const TavrelObject& other) = default;
+  TavrelObject(const TavrelObject& other);
   TavrelObject& operator=(const TavrelObject&) = delete;
-  virtual ~TavrelObject() = default;
+  virtual ~TavrelObject();
 
   const Attachments& attachments() const { return attachments_; }
   /// An empty value removes the key.
   void setAttachment(std::any value, std::string_view forKey);
   void removeAttachmentForKey(std::string_view key);
-  void removeAllAttachments() { attachments_.clear(); }
+  void removeAllAttachments();
   /// Empty when there is no such key.
   std::any getAttachmentForKey(std::string_view key) const;
 

@@ -85,7 +85,7 @@ class TAVREL_API PlayerItemVideoOutput : public std::enable_shared_from_this<Pla
   friend class PlayerItem;
   struct Decoding;
 
-  explicit PlayerItemVideoOutput(Dictionary attributes) : attributes_(std::move(attributes)) {}
+  explicit PlayerItemVideoOutput(Dictionary attributes);
   void attach(PlayerItem* item);
   void restart(MediaTime from);
   void decodeAhead();

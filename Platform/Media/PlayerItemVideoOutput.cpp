@@ -24,6 +24,8 @@ struct PlayerItemVideoOutput::Decoding {
   std::atomic<bool> isOver = false;
 };
 
+PlayerItemVideoOutput::PlayerItemVideoOutput(Dictionary attributes) : attributes_(std::move(attributes)) {}
+
 std::shared_ptr<PlayerItemVideoOutput> PlayerItemVideoOutput::create(Dictionary pixelBufferAttributes) {
   return std::shared_ptr<PlayerItemVideoOutput>(new PlayerItemVideoOutput(std::move(pixelBufferAttributes)));
 }
