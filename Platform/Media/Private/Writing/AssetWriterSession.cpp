@@ -146,6 +146,8 @@ void AssetWriterSession::end(Ending ending) {
   std::optional<Error> error;
   if (ending == Ending::cancel) {
     file_->remove();
+  } else if (ending == Ending::fail && !file_->hasSamples()) {
+    file_->abandon();
   } else if (auto finished = file_->finish(); !finished) {
     file_->abandon();
     error = finished.error();

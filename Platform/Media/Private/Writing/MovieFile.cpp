@@ -287,6 +287,13 @@ Expected<void> MovieFile::finish() {
   return {};
 }
 
+bool MovieFile::hasSamples() const {
+  const std::lock_guard lock(mutex_);
+  return !waiting_.empty() || std::any_of(tracks_.begin(), tracks_.end(), [](const Track& track) {
+    return track.held || track.queuedEnd || track.isInFile;
+  });
+}
+
 void MovieFile::abandon() {
   const std::lock_guard lock(mutex_);
   if (isClosed_) return;

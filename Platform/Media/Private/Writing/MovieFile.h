@@ -60,6 +60,8 @@ class MovieFile {
 
   /// Writes what is left and closes the file.
   Expected<void> finish();
+  /// Whether anything was written, be it in the file or on its way there.
+  bool hasSamples() const;
   /// Closes the file after the last complete fragment; removes it when there is none.
   void abandon();
   void remove();
