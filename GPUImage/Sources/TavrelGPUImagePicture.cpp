@@ -116,8 +116,8 @@ void TavrelGPUImagePicture::upload(Size textureSize, GLenum format, const std::u
         TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(textureSize, true);
     framebuffer->disableReferenceCounting();
     setOutputFramebuffer(framebuffer);
-    framebuffer->uploadPicture(static_cast<GLsizei>(textureSize.width), static_cast<GLsizei>(textureSize.height), format,
-                               pixels);
+    framebuffer->uploadPicture(static_cast<GLsizei>(textureSize.width), static_cast<GLsizei>(textureSize.height),
+                               format, pixels);
     if (shouldSmoothlyScaleOutput()) {
       glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
       glGenerateMipmap(GL_TEXTURE_2D);

@@ -93,7 +93,7 @@ TEST_F(PeerRecordingTest, GoesOnWithSoundWhenTheCameraGoesAndTakesItBack) {
   trouble.join();
   ASSERT_EQ(result.status, 0) << result.output;
   EXPECT_NE(result.output.find("what else there is goes on\n"), std::string::npos) << result.output;
-  EXPECT_NE(result.output.find("the device is back\n"), std::string::npos) << result.output;
+  EXPECT_NE(result.output.find("the camera is back\n"), std::string::npos) << result.output;
   EXPECT_GT(length(movie, "a"), 7);
   EXPECT_GT(length(movie, "v"), 7) << "frames came again";
   EXPECT_GT(loudness(movie), -30);
