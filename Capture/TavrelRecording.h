@@ -11,7 +11,7 @@ namespace tavrel {
 
 /// What became of the frames and the sound of one movie, from the start of its writing to now or to its end.
 struct TavrelRecordingStatistics {
-  std::uint64_t framesWritten = 0;      ///< are in the file or on their way into it
+  std::uint64_t framesWritten = 0;      ///< the file has taken them
   std::uint64_t late = 0;               ///< lost: the capture queue was still busy
   std::uint64_t busy = 0;               ///< lost: the frame before was still on its way through the effects
   std::uint64_t whileSwitching = 0;     ///< lost: the camera was being switched or its effects exchanged

@@ -73,8 +73,6 @@ double RecordedMovie::secondsUntil(MediaTime time) {
 void RecordedMovie::append(const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer, MediaTime time) {
   lookForFailure();
   if (secondsUntil(time) > frameLimit_) return reportOnce(TavrelRecorderEvent::Kind::limitReached, isLimitReported_);
-  if (isPaused()) return;
-  ++framesAppended_;
   if (haveSameProportions(framebuffer->size(), size_)) return deliver(*writer_, framebuffer, time);
   if (croppedSize_ != framebuffer->size()) {
     croppedSize_ = framebuffer->size();
@@ -106,7 +104,7 @@ TavrelRecordingStatistics RecordedMovie::statistics(const TavrelCameraStatistics
   TavrelRecordingStatistics statistics;
   statistics.lostInWriter = writer_->droppedVideoFrames();
   statistics.soundLostInWriter = writer_->droppedAudioBuffers();
-  statistics.framesWritten = framesAppended_ - statistics.lostInWriter;
+  statistics.framesWritten = writer_->writtenVideoFrames();
   statistics.late = lossesNow.late - lossesBefore_.late;
   statistics.busy = lossesNow.busy - lossesBefore_.busy;
   statistics.whileSwitching = lossesNow.whileSwitching - lossesBefore_.whileSwitching;

@@ -58,7 +58,6 @@ class RecordedMovie : public std::enable_shared_from_this<RecordedMovie> {
   Size croppedSize_;
   static constexpr double kNone = -1;
   std::atomic<double> firstFrameTime_ = kNone;  // in seconds
-  std::atomic<std::uint64_t> framesAppended_ = 0;
   std::atomic<bool> isLimitReported_ = false;
   std::atomic<bool> isFailureReported_ = false;
 };

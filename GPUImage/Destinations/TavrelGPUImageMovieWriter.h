@@ -129,6 +129,8 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   std::optional<Error> error() const;
   /// The size of the pictures in the file: the asked one, rounded up where the codec wants even numbers.
   Size encodedSize() const;
+  /// Frames that the file has taken.
+  std::uint64_t writtenVideoFrames() const;
   /// How many frames and sound buffers there was no room for, and frames of a time before the movie's beginning.
   std::uint64_t droppedVideoFrames() const;
   std::uint64_t droppedAudioBuffers() const;

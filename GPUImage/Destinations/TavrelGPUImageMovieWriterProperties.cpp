@@ -51,6 +51,10 @@ void TavrelGPUImageMovieWriter::setInputRotation(TavrelGPUImageRotationMode newI
   implementation_->painter.setInputRotation(newInputRotation);
 }
 
+std::uint64_t TavrelGPUImageMovieWriter::writtenVideoFrames() const {
+  return implementation_->tally.writtenVideoFrames();
+}
+
 std::uint64_t TavrelGPUImageMovieWriter::droppedVideoFrames() const {
   return implementation_->tally.droppedVideoFrames();
 }

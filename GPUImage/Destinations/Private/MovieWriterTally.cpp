@@ -14,7 +14,8 @@ std::int64_t nanosecondsOf(MediaTime time) {
 
 }  // namespace
 
-void MovieWriterTally::frameAppended(MediaTime time) const {
+void MovieWriterTally::frameAppended(MediaTime time) {
+  ++writtenVideoFrames_;
   if (!Tracer::isOn()) return;
   const TraceNames& names = TraceNames::shared();
   Tracer::count(names.framesOut);
