@@ -45,7 +45,8 @@ void CameraEffects::removetCaptureEffectsKVOs() {
 TavrelCaptureEffectNodes CameraEffects::makeNodes(Size frameSize) {
   TavrelCaptureEffectNodes all;
   NodesByEffect dictionary;
-  for (const auto& effect : *shared()) {
+  const std::shared_ptr<const List> effects = shared();
+  for (const auto& effect : *effects) {
     const TavrelCaptureEffectNodes nodes = effect->makeNodes(frameSize);
     for (const auto& filter : nodes.filters) {
       // An effect that is listed twice may hand out the same node twice; a node cannot follow itself.
@@ -74,7 +75,8 @@ bool CameraEffects::applyChange(TavrelCaptureEffect& effect, std::string_view pr
 std::shared_ptr<PixelBuffer> CameraEffects::prepareFrame(std::shared_ptr<PixelBuffer> pixelBuffer,
                                                          const SampleTiming& sampleTimingInfo,
                                                          MediaTime frameTime) const {
-  for (const auto& effect : *shared()) pixelBuffer = effect->prepareFrame(pixelBuffer, sampleTimingInfo, frameTime);
+  const std::shared_ptr<const List> effects = shared();
+  for (const auto& effect : *effects) pixelBuffer = effect->prepareFrame(pixelBuffer, sampleTimingInfo, frameTime);
   return pixelBuffer;
 }
 
