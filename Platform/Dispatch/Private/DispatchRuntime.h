@@ -1,6 +1,5 @@
 #pragma once
 
-#include <asio.hpp>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -10,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "Platform/Dispatch/Private/Asio.h"
 #include "Platform/Dispatch/Private/DispatchWorker.h"
 
 namespace tavrel {

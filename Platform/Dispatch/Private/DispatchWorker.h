@@ -1,6 +1,5 @@
 #pragma once
 
-#include <asio.hpp>
 #include <atomic>
 #include <cstddef>
 #include <functional>
@@ -10,6 +9,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "Platform/Dispatch/Private/Asio.h"
 
 namespace tavrel {
 
