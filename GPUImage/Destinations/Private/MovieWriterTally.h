@@ -8,8 +8,8 @@
 
 namespace tavrel {
 
-/// Counts what a recording took and could not take, and tells the statistics what became of each frame and sound buffer. Any
-/// thread.
+/// Counts what a recording took and could not take, and tells the statistics what became of each frame and sound
+/// buffer. Any thread.
 class MovieWriterTally {
  public:
   void frameAppended(MediaTime time);
