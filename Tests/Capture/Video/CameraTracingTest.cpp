@@ -43,7 +43,9 @@ TEST_F(CameraTracingTest, FramesThatFindTheChainBusyAreDroppedWithThatReason) {
   const TavrelCameraStatistics counted = camera_->statistics();
   EXPECT_GE(dropped(statistics, "busy"), 3U);
   EXPECT_EQ(dropped(statistics, "busy"), counted.busy);
-  EXPECT_EQ(dropped(statistics, "late"), counted.late);
+  // On a busy machine the device itself falls behind, too, which the camera counts with the late ones.
+  EXPECT_EQ(dropped(statistics, "late") + dropped(statistics, "discontinuity") + dropped(statistics, "outOfBuffers"),
+            counted.late);
   EXPECT_EQ(dropped(statistics, "whileSwitching"), counted.whileSwitching);
   EXPECT_EQ(statistics.framesIn, counted.delivered);
   EXPECT_EQ(statistics.framesDelivered, recorder_->count());
