@@ -153,7 +153,7 @@ EffectOptions::EffectOptions(CLI::App& command) : command_(command) {
       makeAnimatedSticker);
 }
 
-EffectChain EffectOptions::makeChain() const {
+TavrelCaptureEffectChain EffectOptions::makeChain() const {
   const auto graphics = TavrelGPUImageContext::sharedImageProcessingContext()->prepareContext();
   if (!graphics) throw std::runtime_error(graphics.error().description);
   std::vector<std::shared_ptr<TavrelCaptureEffect>> effects;
@@ -164,7 +164,7 @@ EffectChain EffectOptions::makeChain() const {
       effects.push_back(kind.make(given->results().at(used[given]++)));
     }
   }
-  return EffectChain(std::move(effects));
+  return TavrelCaptureEffectChain(std::move(effects));
 }
 
 }  // namespace tavrel::tool

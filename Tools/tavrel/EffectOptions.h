@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "EffectChain.h"
+#include "TavrelCaptureBase.h"
 
 namespace tavrel::tool {
 
@@ -15,7 +15,7 @@ class EffectOptions {
 
   /// Throws UsageError for values that cannot be meant, and std::runtime_error for files that cannot be used and when
   /// there can be no GL context.
-  EffectChain makeChain() const;
+  TavrelCaptureEffectChain makeChain() const;
 
  private:
   using Maker = std::shared_ptr<TavrelCaptureEffect> (*)(const std::string& value);

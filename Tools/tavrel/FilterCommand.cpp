@@ -29,11 +29,11 @@ FilterCommand::FilterCommand(CLI::App& app)
 }
 
 int FilterCommand::run() {
-  EffectChain effects = effects_.makeChain();
+  TavrelCaptureEffectChain effects = effects_.makeChain();
   return diagnostics_.measure(json_, [&] { return filter(effects); });
 }
 
-int FilterCommand::filter(EffectChain& effects) {
+int FilterCommand::filter(TavrelCaptureEffectChain& effects) {
   const auto image = ImageSource::createWithFile(input_).and_then(
       [](const std::shared_ptr<ImageSource>& source) { return source->imageAtIndex(0); });
   if (!image) return fail("{}", image.error().description);

@@ -17,7 +17,7 @@ class FilterCommand {
   int run();
 
  private:
-  int filter(EffectChain& effects);
+  int filter(TavrelCaptureEffectChain& effects);
 
   CLI::App* command_;
   EffectOptions effects_;

@@ -25,7 +25,7 @@ void RecorderOptions::check() const {
   (void)parsedMovieSize(size_);
 }
 
-TavrelRecorderConfiguration RecorderOptions::configuration(const EffectChain& effects) const {
+TavrelRecorderConfiguration RecorderOptions::configuration(const TavrelCaptureEffectChain& effects) const {
   return {.camera = camera_,
           .microphone = microphone_ == "none" ? "" : microphone_,
           .size = parsedMovieSize(size_),

@@ -3,7 +3,6 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
-#include "EffectChain.h"
 #include "TavrelCaptureBase.h"
 
 namespace tavrel::tool {
@@ -15,7 +14,7 @@ class RecorderOptions {
 
   /// Throws UsageError for values that cannot be meant.
   void check() const;
-  TavrelRecorderConfiguration configuration(const EffectChain& effects) const;
+  TavrelRecorderConfiguration configuration(const TavrelCaptureEffectChain& effects) const;
 
  private:
   std::string camera_ = "front";

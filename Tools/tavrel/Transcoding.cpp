@@ -43,7 +43,7 @@ std::filesystem::path temporaryName(const std::filesystem::path& output) {
 /// Counts the pictures that enter the graph, and has the effects prepare them.
 class Transcoding::FrameCounter : public TavrelGPUImageMovieDelegate {
  public:
-  explicit FrameCounter(const EffectChain& effects) : effects_(effects) {}
+  explicit FrameCounter(const TavrelCaptureEffectChain& effects) : effects_(effects) {}
 
   std::shared_ptr<PixelBuffer> didOutputPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer,
                                                     MediaTime time) override {
@@ -55,10 +55,10 @@ class Transcoding::FrameCounter : public TavrelGPUImageMovieDelegate {
   std::atomic<std::uint64_t> count = 0;
 
  private:
-  const EffectChain& effects_;
+  const TavrelCaptureEffectChain& effects_;
 };
 
-Transcoding::Transcoding(Options options, EffectChain effects)
+Transcoding::Transcoding(Options options, TavrelCaptureEffectChain effects)
     : options_(std::move(options)), effects_(std::move(effects)), temporary_(temporaryName(options_.output)) {}
 
 int Transcoding::run(bool printJson, Diagnostics& diagnostics) {

@@ -7,7 +7,6 @@
 #include <string>
 
 #include "Diagnostics.h"
-#include "EffectChain.h"
 #include "Interruption.h"
 #include "Report.h"
 #include "TavrelCaptureBase.h"
@@ -28,7 +27,7 @@ class Transcoding {
     bool hasSound = true;
   };
 
-  Transcoding(Options options, EffectChain effects);
+  Transcoding(Options options, TavrelCaptureEffectChain effects);
 
   /// Runs to the end, until somebody interrupts or one of the files fails. The exit status.
   int run(bool printJson, Diagnostics& diagnostics);
@@ -45,7 +44,7 @@ class Transcoding {
   int report(bool printJson, Diagnostics& diagnostics) const;
 
   const Options options_;
-  EffectChain effects_;
+  TavrelCaptureEffectChain effects_;
   const std::filesystem::path temporary_;
   std::shared_ptr<Asset> asset_;
   std::shared_ptr<const AssetTrack> pictures_;

@@ -12,7 +12,7 @@ std::shared_ptr<const CameraEffects::List> CameraEffects::shared() const {
   return captureEffects_;
 }
 
-void CameraEffects::set(List effects, ChangeHandler handler) {
+void CameraEffects::set(List effects, const ChangeHandler& handler) {
   removetCaptureEffectsKVOs();
   auto observers = addCaptureEffectsKVOs(effects, handler);
   auto list = std::make_shared<const List>(std::move(effects));

@@ -27,7 +27,7 @@ class CameraEffects {
 
   List list() const { return *shared(); }
   /// Takes the list and watches it, and no longer the one before.
-  void set(List effects, ChangeHandler handler);
+  void set(List effects, const ChangeHandler& handler);
   /// The nodes of all effects, in order.
   TavrelCaptureEffectNodes makeNodes(Size frameSize);
   /// Whether the nodes that were made last have taken the new value; of an effect that is listed twice, the later ones.

@@ -1,9 +1,0 @@
-#pragma once
-
-#include "TavrelCaptureBase.h"
-
-namespace tavrel::tool {
-
-using EffectChain = TavrelCaptureEffectChain;
-
-}  // namespace tavrel::tool
