@@ -183,17 +183,11 @@ TavrelRecorder::~TavrelRecorder() {
   implementation_->takeMovie();
 }
 
-const std::shared_ptr<TavrelCamera>& TavrelRecorder::camera() const {
-  return implementation_->camera;
-}
+const std::shared_ptr<TavrelCamera>& TavrelRecorder::camera() const { return implementation_->camera; }
 
-const std::shared_ptr<TavrelMicrophone>& TavrelRecorder::microphone() const {
-  return implementation_->microphone;
-}
+const std::shared_ptr<TavrelMicrophone>& TavrelRecorder::microphone() const { return implementation_->microphone; }
 
-const std::shared_ptr<TavrelGPUImageView>& TavrelRecorder::previewView() const {
-  return camera()->previewView();
-}
+const std::shared_ptr<TavrelGPUImageView>& TavrelRecorder::previewView() const { return camera()->previewView(); }
 
 void TavrelRecorder::setEffects(std::vector<std::shared_ptr<TavrelCaptureEffect>> effects) {
   const Size size = cameraSizeFor(implementation_->configuration.size, effects);
@@ -256,9 +250,7 @@ void TavrelRecorder::cancelWriting() {
   movie->cancel();
 }
 
-bool TavrelRecorder::isWriting() const {
-  return implementation_->read(implementation_->movie) != nullptr;
-}
+bool TavrelRecorder::isWriting() const { return implementation_->read(implementation_->movie) != nullptr; }
 
 void TavrelRecorder::pause() {
   if (const auto movie = implementation_->read(implementation_->movie)) movie->setPaused(true);

@@ -28,9 +28,7 @@ enum class TavrelRecorderErrorCode : std::int64_t {
   notWriting = -6          ///< there is no movie to finish
 };
 
-constexpr const char* errorDomain(TavrelRecorderErrorCode) {
-  return "recorder";
-}
+constexpr const char* errorDomain(TavrelRecorderErrorCode) { return "recorder"; }
 
 /// What happens to a recorder while nobody asks it anything.
 struct TavrelRecorderEvent {

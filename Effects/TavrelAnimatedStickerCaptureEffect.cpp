@@ -105,9 +105,7 @@ const std::vector<std::filesystem::path>& TavrelAnimatedStickerCaptureEffect::im
   return implementation_->imagePaths;
 }
 
-float TavrelAnimatedStickerCaptureEffect::interval() const {
-  return implementation_->interval;
-}
+float TavrelAnimatedStickerCaptureEffect::interval() const { return implementation_->interval; }
 
 const std::shared_ptr<TavrelGPUImagePicture>& TavrelAnimatedStickerCaptureEffect::picture() const {
   return implementation_->picture;

@@ -22,17 +22,11 @@ TavrelCaptureEffect::TavrelCaptureEffect(const TavrelCaptureEffect& other)
 
 TavrelCaptureEffect::~TavrelCaptureEffect() = default;
 
-TavrelCaptureEffectNodes TavrelCaptureEffect::makeNodes(Size) {
-  return {};
-}
+TavrelCaptureEffectNodes TavrelCaptureEffect::makeNodes(Size) { return {}; }
 
-bool TavrelCaptureEffect::applyChange(std::string_view, const TavrelCaptureEffectNodes&) {
-  return false;
-}
+bool TavrelCaptureEffect::applyChange(std::string_view, const TavrelCaptureEffectNodes&) { return false; }
 
-Size TavrelCaptureEffect::sizeAfter(Size frameSize) const {
-  return frameSize;
-}
+Size TavrelCaptureEffect::sizeAfter(Size frameSize) const { return frameSize; }
 
 std::shared_ptr<PixelBuffer> TavrelCaptureEffect::prepareFrame(const std::shared_ptr<PixelBuffer>& pixelBuffer,
                                                                const SampleTiming&, MediaTime) {
@@ -43,9 +37,7 @@ TavrelCaptureEffect::ChangeObserverToken TavrelCaptureEffect::addChangeObserver(
   return implementation_->observers.add({}, std::move(observer));
 }
 
-void TavrelCaptureEffect::removeChangeObserver(ChangeObserverToken token) {
-  implementation_->observers.remove(token);
-}
+void TavrelCaptureEffect::removeChangeObserver(ChangeObserverToken token) { implementation_->observers.remove(token); }
 
 void TavrelCaptureEffect::announceChange(std::string_view property) {
   implementation_->observers.notify([](EveryChange) { return true; }, property);

@@ -17,9 +17,7 @@ void TavrelObject::removeAttachmentForKey(std::string_view key) {
   if (const auto attachment = attachments_.find(key); attachment != attachments_.end()) attachments_.erase(attachment);
 }
 
-void TavrelObject::removeAllAttachments() {
-  attachments_.clear();
-}
+void TavrelObject::removeAllAttachments() { attachments_.clear(); }
 
 std::any TavrelObject::getAttachmentForKey(std::string_view key) const {
   const auto attachment = attachments_.find(key);

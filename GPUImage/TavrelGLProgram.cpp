@@ -62,33 +62,19 @@ TavrelGLProgram::~TavrelGLProgram() {
   if (program()) glDeleteProgram(program());
 }
 
-bool TavrelGLProgram::initialized() const {
-  return implementation_->initialized;
-}
+bool TavrelGLProgram::initialized() const { return implementation_->initialized; }
 
-GLuint TavrelGLProgram::program() const {
-  return implementation_->program;
-}
+GLuint TavrelGLProgram::program() const { return implementation_->program; }
 
-GLuint TavrelGLProgram::vertShader() const {
-  return implementation_->vertShader;
-}
+GLuint TavrelGLProgram::vertShader() const { return implementation_->vertShader; }
 
-GLuint TavrelGLProgram::fragShader() const {
-  return implementation_->fragShader;
-}
+GLuint TavrelGLProgram::fragShader() const { return implementation_->fragShader; }
 
-const std::string& TavrelGLProgram::vertexShaderLog() const {
-  return implementation_->vertexShaderLog;
-}
+const std::string& TavrelGLProgram::vertexShaderLog() const { return implementation_->vertexShaderLog; }
 
-const std::string& TavrelGLProgram::fragmentShaderLog() const {
-  return implementation_->fragmentShaderLog;
-}
+const std::string& TavrelGLProgram::fragmentShaderLog() const { return implementation_->fragmentShaderLog; }
 
-const std::string& TavrelGLProgram::programLog() const {
-  return implementation_->programLog;
-}
+const std::string& TavrelGLProgram::programLog() const { return implementation_->programLog; }
 
 TavrelGLProgram::Source TavrelGLProgram::readSource(const std::filesystem::path& name, const char* extension) {
   auto text = readResource(name, extension);
@@ -143,9 +129,7 @@ bool TavrelGLProgram::link() {
   return true;
 }
 
-void TavrelGLProgram::use() const {
-  glUseProgram(program());
-}
+void TavrelGLProgram::use() const { glUseProgram(program()); }
 
 void TavrelGLProgram::validate() {
   glValidateProgram(program());

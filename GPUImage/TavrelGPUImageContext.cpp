@@ -99,9 +99,7 @@ TavrelGPUImageContext::~TavrelGPUImageContext() {
   contextQueue()->setSpecific(contextKey(), nullptr);
 }
 
-const void* TavrelGPUImageContext::contextKey() {
-  return &openGLESContextQueueKey;
-}
+const void* TavrelGPUImageContext::contextKey() { return &openGLESContextQueueKey; }
 
 const std::shared_ptr<TavrelGPUImageContext>& TavrelGPUImageContext::sharedImageProcessingContext() {
   // Never destroyed: nodes that are destroyed late still ask for it.
@@ -122,9 +120,7 @@ const std::shared_ptr<TavrelGPUImageFramebufferCache>& TavrelGPUImageContext::sh
   return sharedImageProcessingContext()->framebufferCache();
 }
 
-void TavrelGPUImageContext::useImageProcessingContext() {
-  sharedImageProcessingContext()->useAsCurrentContext();
-}
+void TavrelGPUImageContext::useImageProcessingContext() { sharedImageProcessingContext()->useAsCurrentContext(); }
 
 void TavrelGPUImageContext::setActiveShaderProgram(const std::shared_ptr<TavrelGLProgram>& program) {
   sharedImageProcessingContext()->setContextShaderProgram(program);
@@ -170,9 +166,7 @@ Size TavrelGPUImageContext::sizeThatFitsWithin(double maximum, Size size) {
   return {(maximum / size.height) * size.width, maximum};
 }
 
-bool TavrelGPUImageContext::supportsFastTextureUpload() {
-  return TextureCache::isSupported();
-}
+bool TavrelGPUImageContext::supportsFastTextureUpload() { return TextureCache::isSupported(); }
 
 void TavrelGPUImageContext::purgeFrameBufferCache() {
   sharedFramebufferCache()->purgeAllUnassignedFramebuffers();
@@ -214,13 +208,9 @@ const std::shared_ptr<DispatchQueue>& TavrelGPUImageContext::contextQueue() cons
   return implementation_->contextQueue;
 }
 
-bool TavrelGPUImageContext::hasContext() const {
-  return implementation_->hasContext;
-}
+bool TavrelGPUImageContext::hasContext() const { return implementation_->hasContext; }
 
-void TavrelGPUImageContext::presentBufferForDisplay() {
-  context()->presentRenderbuffer();
-}
+void TavrelGPUImageContext::presentBufferForDisplay() { context()->presentRenderbuffer(); }
 
 std::shared_ptr<TavrelGLProgram> TavrelGPUImageContext::programForVertexShaderString(
     std::string_view vertexShaderString, std::string_view fragmentShaderString) {

@@ -76,25 +76,17 @@ TavrelGPUImageFramebuffer::~TavrelGPUImageFramebuffer() {
   destroyFramebuffer();
 }
 
-std::int64_t TavrelGPUImageFramebuffer::ownedCount() {
-  return owned;
-}
+std::int64_t TavrelGPUImageFramebuffer::ownedCount() { return owned; }
 
-Size TavrelGPUImageFramebuffer::size() const {
-  return implementation_->size;
-}
+Size TavrelGPUImageFramebuffer::size() const { return implementation_->size; }
 
 const TavrelGPUTextureOptions& TavrelGPUImageFramebuffer::textureOptions() const {
   return implementation_->textureOptions;
 }
 
-GLuint TavrelGPUImageFramebuffer::texture() const {
-  return implementation_->texture;
-}
+GLuint TavrelGPUImageFramebuffer::texture() const { return implementation_->texture; }
 
-bool TavrelGPUImageFramebuffer::missingFramebuffer() const {
-  return implementation_->missingFramebuffer;
-}
+bool TavrelGPUImageFramebuffer::missingFramebuffer() const { return implementation_->missingFramebuffer; }
 
 const std::shared_ptr<PixelBuffer>& TavrelGPUImageFramebuffer::renderTarget() const {
   return implementation_->renderTarget;
@@ -192,9 +184,7 @@ void TavrelGPUImageFramebuffer::activateFramebuffer() {
   if (implementation_->renderTarget) implementation_->renderTarget->noteGPUWrite();
 }
 
-void TavrelGPUImageFramebuffer::lock() {
-  ++implementation_->framebufferReferenceCount;
-}
+void TavrelGPUImageFramebuffer::lock() { ++implementation_->framebufferReferenceCount; }
 
 void TavrelGPUImageFramebuffer::unlock() {
   // The writer's queue may unlock at the same time as this one.
@@ -216,9 +206,7 @@ std::int64_t TavrelGPUImageFramebuffer::framebufferReferenceCount() const {
                                                     : implementation_->framebufferReferenceCount;
 }
 
-void TavrelGPUImageFramebuffer::clearAllLocks() {
-  implementation_->framebufferReferenceCount = 0;
-}
+void TavrelGPUImageFramebuffer::clearAllLocks() { implementation_->framebufferReferenceCount = 0; }
 
 void TavrelGPUImageFramebuffer::disableReferenceCounting() {
   implementation_->ownersLocks = implementation_->framebufferReferenceCount.load();
@@ -246,9 +234,7 @@ void TavrelGPUImageFramebuffer::unlockAfterReading() {
     implementation_->renderTarget->unlockBaseAddress(PixelBufferLock::readWrite);
 }
 
-std::uint64_t TavrelGPUImageFramebuffer::readLockCount() const {
-  return implementation_->readLockCount;
-}
+std::uint64_t TavrelGPUImageFramebuffer::readLockCount() const { return implementation_->readLockCount; }
 
 void TavrelGPUImageFramebuffer::restoreRenderTarget() {
   unlockAfterReading();
@@ -320,9 +306,7 @@ std::shared_ptr<Image> TavrelGPUImageFramebuffer::newCGImageFromFramebufferConte
   return image;
 }
 
-void TavrelDataProviderReleaseCallback(void*, const void* data, std::size_t) {
-  std::free(const_cast<void*>(data));
-}
+void TavrelDataProviderReleaseCallback(void*, const void* data, std::size_t) { std::free(const_cast<void*>(data)); }
 
 void TavrelDataProviderUnlockCallback(void* info, const void*, std::size_t) {
   const std::unique_ptr<std::shared_ptr<TavrelGPUImageFramebuffer>> owner(

@@ -18,9 +18,7 @@
 namespace tavrel {
 namespace {
 
-std::string slotKey(const std::string& lookupKey, Index slot) {
-  return fmt::format("{}-{}", lookupKey, slot);
-}
+std::string slotKey(const std::string& lookupKey, Index slot) { return fmt::format("{}-{}", lookupKey, slot); }
 
 std::string lookupKeyOf(Size size, const TavrelGPUTextureOptions& options, bool onlyTexture) {
   return fmt::format("{:.1f}x{:.1f}-{}:{}:{}:{}:{}:{}:{}{}", size.width, size.height, options.minFilter,
@@ -187,9 +185,7 @@ void TavrelGPUImageFramebufferCache::purgeAllUnassignedFramebuffers() {
   runLater(implementation_, [](Implementation& cache) { cache.purge(); });
 }
 
-void TavrelGPUImageFramebufferCache::traceOccupancy() {
-  implementation_->traceOccupancy();
-}
+void TavrelGPUImageFramebufferCache::traceOccupancy() { implementation_->traceOccupancy(); }
 
 void TavrelGPUImageFramebufferCache::addFramebufferToActiveImageCaptureList(
     std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer) {

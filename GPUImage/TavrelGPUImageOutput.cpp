@@ -121,9 +121,7 @@ void TavrelGPUImageOutput::setOutputFramebuffer(std::shared_ptr<TavrelGPUImageFr
   onVideoProcessingQueue([&] { implementation_->outputFramebuffer = std::move(framebuffer); });
 }
 
-void TavrelGPUImageOutput::removeOutputFramebuffer() {
-  TavrelGPUImageOutput::setOutputFramebuffer(nullptr);
-}
+void TavrelGPUImageOutput::removeOutputFramebuffer() { TavrelGPUImageOutput::setOutputFramebuffer(nullptr); }
 
 void TavrelGPUImageOutput::setInputFramebufferForTarget(const std::shared_ptr<TavrelGPUImageInput>& target,
                                                         Index inputTextureIndex) {

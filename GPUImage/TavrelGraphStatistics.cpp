@@ -28,9 +28,7 @@ std::string heading(std::string_view title) {
 
 using JSON = nlohmann::ordered_json;
 
-double microseconds(double seconds) {
-  return std::round(seconds * 1e6) / 1e6;
-}
+double microseconds(double seconds) { return std::round(seconds * 1e6) / 1e6; }
 
 JSON json(const Statistics::Durations& times) {
   return {{"count", times.count},

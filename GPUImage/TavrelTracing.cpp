@@ -65,9 +65,7 @@ Expected<void> TavrelTracing::stop() {
   return Tracer::stop();
 }
 
-bool TavrelTracing::isOn() {
-  return Tracer::isOn();
-}
+bool TavrelTracing::isOn() { return Tracer::isOn(); }
 
 TavrelGraphStatistics TavrelTracing::statistics() {
   if (isOn()) TavrelRunSynchronouslyOnVideoProcessingQueue([] { GPUTimer::shared().collect(false); });

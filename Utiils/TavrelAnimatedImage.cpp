@@ -21,10 +21,8 @@ TavrelAnimatedImage::TavrelAnimatedImage(std::shared_ptr<DataProvider> data)
 TavrelAnimatedImage::~TavrelAnimatedImage() = default;
 
 /// A field of the implementation that people may read.
-#define TAVREL_READING(Type, field)         \
-  Type TavrelAnimatedImage::field() const { \
-    return implementation_->field;          \
-  }
+#define TAVREL_READING(Type, field) \
+  Type TavrelAnimatedImage::field() const { return implementation_->field; }
 
 TAVREL_READING(const std::shared_ptr<DataProvider>&, data)
 TAVREL_READING(const std::shared_ptr<Image>&, posterImage)
@@ -41,9 +39,7 @@ TAVREL_READING(std::size_t, requestedFrameIndex)
 TAVREL_READING(const std::set<std::size_t>&, requestedFrameIndexes)
 TAVREL_READING(const FLWeakProxy<TavrelAnimatedImage>&, weakProxy)
 
-Size TavrelAnimatedImage::size() const {
-  return sizeForImage(implementation_->posterImage);
-}
+Size TavrelAnimatedImage::size() const { return sizeForImage(implementation_->posterImage); }
 
 const std::map<std::size_t, double>& TavrelAnimatedImage::delayTimesForIndexes() const {
   return implementation_->delayTimesForIndexes;

@@ -323,6 +323,4 @@ int run(const std::vector<std::string>& arguments) {
 }  // namespace
 }  // namespace tavrel::benchmarks
 
-int main(int count, char** arguments) {
-  return tavrel::benchmarks::run({arguments + 1, arguments + count});
-}
+int main(int count, char** arguments) { return tavrel::benchmarks::run({arguments + 1, arguments + count}); }

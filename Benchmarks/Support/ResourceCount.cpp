@@ -29,9 +29,7 @@ using Generator = void (*)(GLsizei, GLuint*);
 
 namespace tavrel::benchmarks {
 
-ResourceCount ResourceCount::now() {
-  return {::glObjects, ::largeBuffers};
-}
+ResourceCount ResourceCount::now() { return {::glObjects, ::largeBuffers}; }
 
 }  // namespace tavrel::benchmarks
 

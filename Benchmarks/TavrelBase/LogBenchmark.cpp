@@ -24,9 +24,7 @@ std::filesystem::path folder() {
   return path;
 }
 
-double secondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
+double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
 /// The library with a file logger, for one benchmark.
 class Tavrel {

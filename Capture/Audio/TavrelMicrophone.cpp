@@ -64,9 +64,7 @@ struct TavrelMicrophone::Implementation {
   NotificationCenter::ObserverToken observer = 0;
 };
 
-TavrelMicrophone::TavrelMicrophone(bool mute) : implementation_(std::make_unique<Implementation>()) {
-  setMute(mute);
-}
+TavrelMicrophone::TavrelMicrophone(bool mute) : implementation_(std::make_unique<Implementation>()) { setMute(mute); }
 
 Expected<std::shared_ptr<TavrelMicrophone>> TavrelMicrophone::create(
     const TavrelMicrophoneConfiguration& configuration) {
@@ -105,21 +103,13 @@ void TavrelMicrophone::addObservers() {
       });
 }
 
-bool TavrelMicrophone::running() const {
-  return implementation_->running;
-}
+bool TavrelMicrophone::running() const { return implementation_->running; }
 
-const std::shared_ptr<CaptureSession>& TavrelMicrophone::captureSession() const {
-  return implementation_->session;
-}
+const std::shared_ptr<CaptureSession>& TavrelMicrophone::captureSession() const { return implementation_->session; }
 
-bool TavrelMicrophone::mute() const {
-  return implementation_->mute;
-}
+bool TavrelMicrophone::mute() const { return implementation_->mute; }
 
-void TavrelMicrophone::setMute(bool mute) {
-  implementation_->mute = mute;
-}
+void TavrelMicrophone::setMute(bool mute) { implementation_->mute = mute; }
 
 std::shared_ptr<TavrelMicrophoneDelegate> TavrelMicrophone::delegate() const {
   const std::lock_guard lock(implementation_->delegateMutex);

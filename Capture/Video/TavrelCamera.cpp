@@ -18,9 +18,7 @@ Expected<std::shared_ptr<TavrelCamera>> TavrelCamera::create(const TavrelCameraC
   return camera;
 }
 
-TavrelCamera::~TavrelCamera() {
-  stop();
-}
+TavrelCamera::~TavrelCamera() { stop(); }
 
 void TavrelCamera::startWithCompletion(StartCompletion completion) {
   if (implementation_->running.exchange(true)) {
@@ -45,26 +43,18 @@ void TavrelCamera::startWithCompletion(StartCompletion completion) {
   });
 }
 
-void TavrelCamera::stop() {
-  implementation_->stop();
-}
+void TavrelCamera::stop() { implementation_->stop(); }
 
-bool TavrelCamera::running() const {
-  return implementation_->running;
-}
+bool TavrelCamera::running() const { return implementation_->running; }
 
-std::shared_ptr<TavrelCameraDelegate> TavrelCamera::delegate() const {
-  return implementation_->receiver();
-}
+std::shared_ptr<TavrelCameraDelegate> TavrelCamera::delegate() const { return implementation_->receiver(); }
 
 void TavrelCamera::setDelegate(std::weak_ptr<TavrelCameraDelegate> delegate) {
   const std::lock_guard lock(implementation_->delegateMutex);
   implementation_->delegate = std::move(delegate);
 }
 
-const std::shared_ptr<TavrelGPUImageView>& TavrelCamera::previewView() const {
-  return implementation_->previewView;
-}
+const std::shared_ptr<TavrelGPUImageView>& TavrelCamera::previewView() const { return implementation_->previewView; }
 
 void TavrelCamera::switchCamera() {
   if (!implementation_->session.hasBothCameras()) {
@@ -79,9 +69,7 @@ const std::shared_ptr<CaptureSession>& TavrelCamera::session() const {
   return implementation_->session.platformSession();
 }
 
-CaptureDevicePosition TavrelCamera::devicePosition() const {
-  return implementation_->session.devicePosition();
-}
+CaptureDevicePosition TavrelCamera::devicePosition() const { return implementation_->session.devicePosition(); }
 
 void TavrelCamera::setPreferredDevicePosition(CaptureDevicePosition position) {
   implementation_->setPreferredDevicePosition(position);
@@ -91,18 +79,14 @@ void TavrelCamera::setBlurSwitch(bool blurSwitch) {
   implementation_->wishes.set(&TavrelCameraConfiguration::blurSwitch, blurSwitch);
 }
 
-std::string TavrelCamera::sessionPreset() const {
-  return implementation_->session.sessionPreset();
-}
+std::string TavrelCamera::sessionPreset() const { return implementation_->session.sessionPreset(); }
 
 void TavrelCamera::setPreferredSessionPreset(const std::string& preset) {
   implementation_->wishes.set(&TavrelCameraConfiguration::preferredSessionPreset, preset);
   implementation_->session.setSessionPreset(preset);
 }
 
-CaptureVideoOrientation TavrelCamera::videoOrientation() const {
-  return implementation_->session.videoOrientation();
-}
+CaptureVideoOrientation TavrelCamera::videoOrientation() const { return implementation_->session.videoOrientation(); }
 
 void TavrelCamera::setPreferredVideoOrientation(CaptureVideoOrientation orientation) {
   implementation_->wishes.set(&TavrelCameraConfiguration::preferredVideoOrientation, orientation);
@@ -119,17 +103,11 @@ void TavrelCamera::setPreviewScalingMode(TavrelGPUImageFillModeType mode) {
   implementation_->previewView->setFillMode(mode);
 }
 
-bool TavrelCamera::mirrorPreview() const {
-  return implementation_->chainForm().mirrorsPreview;
-}
+bool TavrelCamera::mirrorPreview() const { return implementation_->chainForm().mirrorsPreview; }
 
-bool TavrelCamera::mirrorEncoded() const {
-  return implementation_->chainForm().mirrorsEncoded;
-}
+bool TavrelCamera::mirrorEncoded() const { return implementation_->chainForm().mirrorsEncoded; }
 
-TavrelCamera::CaptureEffects TavrelCamera::captureEffects() const {
-  return implementation_->effects.list();
-}
+TavrelCamera::CaptureEffects TavrelCamera::captureEffects() const { return implementation_->effects.list(); }
 
 void TavrelCamera::setCaptureEffects(CaptureEffects captureEffects) {
   implementation_->setCaptureEffects(std::move(captureEffects));
@@ -190,9 +168,7 @@ Point TavrelCamera::covertPreviewPointToFocusPoint(Point previewPoint) const {
   return {0.5, 0.5};
 }
 
-void TavrelCamera::removeObservers() {
-  implementation_->removeObservers();
-}
+void TavrelCamera::removeObservers() { implementation_->removeObservers(); }
 
 void TavrelCamera::didOutputSampleBuffer(TavrelSampleBufferDelegateProxy&,
                                          const std::shared_ptr<SampleBuffer>& sampleBuffer,

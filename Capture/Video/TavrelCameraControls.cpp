@@ -53,10 +53,8 @@ TAVREL_CONTROL(Point, FocusPointOfInterest, focusPointOfInterest)
 TAVREL_CONTROL(Point, ExposurePointOfInterest, exposurePointOfInterest)
 
 /// A wish that something else applies, or nothing.
-#define TAVREL_WISH(Type, wish)                                           \
-  Type TavrelCamera::wish() const {                                       \
-    return implementation_->wishes.get(&TavrelCameraConfiguration::wish); \
-  }
+#define TAVREL_WISH(Type, wish) \
+  Type TavrelCamera::wish() const { return implementation_->wishes.get(&TavrelCameraConfiguration::wish); }
 
 TAVREL_WISH(CaptureDevicePosition, preferredDevicePosition)
 TAVREL_WISH(bool, blurSwitch)

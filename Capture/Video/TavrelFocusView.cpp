@@ -63,9 +63,7 @@ TavrelFocusView::~TavrelFocusView() {
   TAVREL_LOG_DEBUG(kLogTag, "dealloc: {}", "TavrelFocusView");
 }
 
-bool TavrelFocusView::animEnd() const {
-  return implementation_->animEnd;
-}
+bool TavrelFocusView::animEnd() const { return implementation_->animEnd; }
 
 const std::shared_ptr<TavrelFocusViewAnimation>& TavrelFocusView::focusViewAnimation() const {
   return implementation_->focusViewAnimation;

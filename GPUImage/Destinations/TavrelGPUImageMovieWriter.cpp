@@ -140,9 +140,7 @@ void TavrelGPUImageMovieWriter::startRecordingInOrientation(const AffineTransfor
   startRecording();
 }
 
-void TavrelGPUImageMovieWriter::finishRecording() {
-  finishRecordingWithCompletionHandler({});
-}
+void TavrelGPUImageMovieWriter::finishRecording() { finishRecordingWithCompletionHandler({}); }
 
 void TavrelGPUImageMovieWriter::finishRecordingWithCompletionHandler(std::function<void()> handler) {
   Implementation& recording = *implementation_;

@@ -5,9 +5,7 @@
 
 namespace tavrel {
 
-MediaTime TavrelGPUImageMovieWriter::duration() const {
-  return implementation_->timeline.duration();
-}
+MediaTime TavrelGPUImageMovieWriter::duration() const { return implementation_->timeline.duration(); }
 
 AffineTransform TavrelGPUImageMovieWriter::transform() const {
   const auto track = implementation_->video.input();
@@ -43,9 +41,7 @@ const std::shared_ptr<TavrelGPUImageContext>& TavrelGPUImageMovieWriter::movieWr
   return implementation_->painter.movieWriterContext();
 }
 
-Size TavrelGPUImageMovieWriter::maximumOutputSize() const {
-  return implementation_->painter.videoSize();
-}
+Size TavrelGPUImageMovieWriter::maximumOutputSize() const { return implementation_->painter.videoSize(); }
 
 void TavrelGPUImageMovieWriter::setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index) {
   implementation_->painter.setInputRotation(newInputRotation);
@@ -63,21 +59,13 @@ std::uint64_t TavrelGPUImageMovieWriter::droppedAudioBuffers() const {
   return implementation_->tally.droppedAudioBuffers();
 }
 
-bool TavrelGPUImageMovieWriter::isRecording() const {
-  return implementation_->isRecording;
-}
+bool TavrelGPUImageMovieWriter::isRecording() const { return implementation_->isRecording; }
 
-bool TavrelGPUImageMovieWriter::isPaused() const {
-  return implementation_->paused;
-}
+bool TavrelGPUImageMovieWriter::isPaused() const { return implementation_->paused; }
 
-bool TavrelGPUImageMovieWriter::hasAudioTrack() const {
-  return implementation_->hasAudioTrack;
-}
+bool TavrelGPUImageMovieWriter::hasAudioTrack() const { return implementation_->hasAudioTrack; }
 
-bool TavrelGPUImageMovieWriter::encodingLiveVideo() const {
-  return implementation_->encodingLiveVideo;
-}
+bool TavrelGPUImageMovieWriter::encodingLiveVideo() const { return implementation_->encodingLiveVideo; }
 
 TAVREL_ATOMIC_PROPERTY(TavrelGPUImageMovieWriter, bool, enabled, setEnabled)
 TAVREL_ATOMIC_PROPERTY(TavrelGPUImageMovieWriter, bool, shouldPassthroughAudio, setShouldPassthroughAudio)

@@ -102,9 +102,7 @@ void TavrelGPUImageView::commonInit() {
   });
 }
 
-TavrelGPUImageFillModeType TavrelGPUImageView::fillMode() const {
-  return implementation_->fillMode;
-}
+TavrelGPUImageFillModeType TavrelGPUImageView::fillMode() const { return implementation_->fillMode; }
 
 void TavrelGPUImageView::setFillMode(TavrelGPUImageFillModeType newValue) {
   implementation_->fillMode = newValue;
@@ -114,9 +112,7 @@ void TavrelGPUImageView::setFillMode(TavrelGPUImageFillModeType newValue) {
 TAVREL_ATOMIC_PROPERTY(TavrelGPUImageView, double, aspectRatio, setAspectRatio)
 TAVREL_ATOMIC_PROPERTY(TavrelGPUImageView, bool, enabled, setEnabled)
 
-const std::array<GLfloat, 8>& TavrelGPUImageView::imageVertices() const {
-  return implementation_->imageVertices;
-}
+const std::array<GLfloat, 8>& TavrelGPUImageView::imageVertices() const { return implementation_->imageVertices; }
 
 void TavrelGPUImageView::setBackgroundColorRed(GLfloat redComponent, GLfloat green, GLfloat blue, GLfloat alpha) {
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {

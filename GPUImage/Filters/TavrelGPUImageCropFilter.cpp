@@ -6,9 +6,7 @@
 namespace tavrel {
 namespace {
 
-bool isInUnitRange(double value) {
-  return value >= 0 && value <= 1;
-}
+bool isInUnitRange(double value) { return value >= 0 && value <= 1; }
 
 // Where each texture coordinate of a corner comes from: an edge of the region, mirrored (1 - edge) or not.
 enum Edge { x0, x1, y0, y1, mirroredX0, mirroredX1 };

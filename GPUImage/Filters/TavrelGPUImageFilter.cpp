@@ -118,9 +118,7 @@ void TavrelGPUImageFilter::bindInputs(const GLfloat* textureCoordinates) {
   state.filterProgram.setTexture(0, Implementation::textureOf(state.firstInputFramebuffer), 2, textureCoordinates);
 }
 
-void TavrelGPUImageFilter::unlockInputs() {
-  implementation_->firstInputFramebuffer.release();
-}
+void TavrelGPUImageFilter::unlockInputs() { implementation_->firstInputFramebuffer.release(); }
 
 void TavrelGPUImageFilter::informTargetsAboutNewFrameAtTime(MediaTime frameTime) {
   passOn({.frameTime = frameTime, .size = outputFrameSize()});

@@ -24,9 +24,7 @@ const GLfloat* TavrelGPUImageFilter::textureCoordinatesForRotation(TavrelGPUImag
   return rotationMode <= kTavrelGPUImageRotate180 ? kTextureCoordinates[rotationMode] : nullptr;
 }
 
-const GLfloat* TavrelGPUImageFilter::fullFrameVertices() {
-  return kFullFrameVertices;
-}
+const GLfloat* TavrelGPUImageFilter::fullFrameVertices() { return kFullFrameVertices; }
 
 Point TavrelGPUImageFilter::rotatedPoint(Point point, TavrelGPUImageRotationMode forRotation) {
   const auto [x, y] = point;
@@ -55,9 +53,7 @@ Size TavrelGPUImageFilter::rotatedSize(Size size, Index) const {
   return TavrelGPUImageRotatedSize(size, inputRotation());
 }
 
-Size TavrelGPUImageFilter::outputFrameSize() const {
-  return inputTextureSize();
-}
+Size TavrelGPUImageFilter::outputFrameSize() const { return inputTextureSize(); }
 
 // Only the widths are compared.
 Size TavrelGPUImageFilter::sizeOfFBO() const {

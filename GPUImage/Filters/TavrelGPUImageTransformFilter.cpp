@@ -30,9 +30,7 @@ TavrelGPUImageTransformFilter::TavrelGPUImageTransformFilter()
 
 TavrelGPUImageTransformFilter::~TavrelGPUImageTransformFilter() = default;
 
-AffineTransform TavrelGPUImageTransformFilter::affineTransform() const {
-  return transform3D().affine();
-}
+AffineTransform TavrelGPUImageTransformFilter::affineTransform() const { return transform3D().affine(); }
 
 void TavrelGPUImageTransformFilter::setAffineTransform(const AffineTransform& newValue) {
   setTransform3D(Transform3D::makeAffine(newValue));

@@ -28,9 +28,7 @@ ForeignContextScope::~ForeignContextScope() {
   for (const std::shared_ptr<Loan>& loan : loans_) loan->returned.signal();
 }
 
-ForeignContextScope* ForeignContextScope::innermost() {
-  return innermostScope;
-}
+ForeignContextScope* ForeignContextScope::innermost() { return innermostScope; }
 
 void ForeignContextScope::borrow(const std::shared_ptr<DispatchQueue>& owner) {
   // The calling thread's own context is let go first: whoever waits for it in turn is not kept waiting.

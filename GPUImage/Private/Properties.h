@@ -19,19 +19,11 @@
   }
 
 /// Getter and setter of a property that is an atomic field.
-#define TAVREL_ATOMIC_PROPERTY(Class, Type, name, setName) \
-  Type Class::name() const {                               \
-    return implementation_->name;                          \
-  }                                                        \
-  void Class::setName(Type newValue) {                     \
-    implementation_->name = newValue;                      \
-  }
+#define TAVREL_ATOMIC_PROPERTY(Class, Type, name, setName)   \
+  Type Class::name() const { return implementation_->name; } \
+  void Class::setName(Type newValue) { implementation_->name = newValue; }
 
 /// Getter and setter of a property that is a `SharedValue`.
-#define TAVREL_SHARED_PROPERTY(Class, Type, name, setName) \
-  Type Class::name() const {                               \
-    return implementation_->name.get();                    \
-  }                                                        \
-  void Class::setName(const Type& newValue) {              \
-    implementation_->name.set(newValue);                   \
-  }
+#define TAVREL_SHARED_PROPERTY(Class, Type, name, setName)         \
+  Type Class::name() const { return implementation_->name.get(); } \
+  void Class::setName(const Type& newValue) { implementation_->name.set(newValue); }

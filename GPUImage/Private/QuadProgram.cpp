@@ -32,9 +32,7 @@ QuadProgram::QuadProgram(TavrelGPUImageContext& context, std::string_view vertex
   for (const std::string_view attribute : attributes) glEnableVertexAttribArray(program_->attributeIndex(attribute));
 }
 
-void QuadProgram::use() const {
-  context_->setContextShaderProgram(program_);
-}
+void QuadProgram::use() const { context_->setContextShaderProgram(program_); }
 
 void QuadProgram::setTexture(std::size_t index, GLuint texture, GLint unit, const GLfloat* coordinates) const {
   glActiveTexture(static_cast<GLenum>(GL_TEXTURE0 + unit));

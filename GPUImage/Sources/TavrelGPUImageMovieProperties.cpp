@@ -38,9 +38,7 @@ TAVREL_SHARED_PROPERTY(TavrelGPUImageMovie, std::filesystem::path, url, setUrl)
 TAVREL_SHARED_PROPERTY(TavrelGPUImageMovie, std::shared_ptr<Asset>, asset, setAsset)
 TAVREL_SHARED_PROPERTY(TavrelGPUImageMovie, std::shared_ptr<PlayerItem>, playerItem, setPlayerItem)
 
-std::shared_ptr<AssetReader> TavrelGPUImageMovie::assetReader() const {
-  return implementation_->reader.get();
-}
+std::shared_ptr<AssetReader> TavrelGPUImageMovie::assetReader() const { return implementation_->reader.get(); }
 
 std::shared_ptr<TavrelGPUImageMovieDelegate> TavrelGPUImageMovie::delegate() const {
   return implementation_->delegate.get().lock();
@@ -50,13 +48,9 @@ void TavrelGPUImageMovie::setDelegate(const std::shared_ptr<TavrelGPUImageMovieD
   implementation_->delegate.set(newValue);
 }
 
-bool TavrelGPUImageMovie::audioEncodingIsFinished() const {
-  return implementation_->audioEncodingIsFinished;
-}
+bool TavrelGPUImageMovie::audioEncodingIsFinished() const { return implementation_->audioEncodingIsFinished; }
 
-bool TavrelGPUImageMovie::videoEncodingIsFinished() const {
-  return implementation_->videoEncodingIsFinished;
-}
+bool TavrelGPUImageMovie::videoEncodingIsFinished() const { return implementation_->videoEncodingIsFinished; }
 
 TAVREL_ATOMIC_PROPERTY(TavrelGPUImageMovie, bool, runBenchmark, setRunBenchmark)
 TAVREL_ATOMIC_PROPERTY(TavrelGPUImageMovie, bool, playAtActualSpeed, setPlayAtActualSpeed)

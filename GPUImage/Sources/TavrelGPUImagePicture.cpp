@@ -29,9 +29,7 @@ std::shared_ptr<Image> decodedImage(const Expected<Data>& data) {
   return nullptr;
 }
 
-double nextPowerOfTwo(double length) {
-  return std::pow(2.0, std::ceil(std::log2(length)));
-}
+double nextPowerOfTwo(double length) { return std::pow(2.0, std::ceil(std::log2(length))); }
 
 std::vector<std::uint8_t> redrawn(const Image& image, Size textureSize) {
   const auto width = static_cast<std::size_t>(textureSize.width);
@@ -66,9 +64,7 @@ TavrelGPUImagePicture::TavrelGPUImagePicture(const std::shared_ptr<Image>& image
   updateWithCGImage(image, smoothlyScaleOutput, removePremultiplication);
 }
 
-TavrelGPUImagePicture::~TavrelGPUImagePicture() {
-  releaseTexture();
-}
+TavrelGPUImagePicture::~TavrelGPUImagePicture() { releaseTexture(); }
 
 void TavrelGPUImagePicture::releaseTexture() {
   const auto framebuffer = TavrelGPUImageOutput::framebufferForOutput();
@@ -126,9 +122,7 @@ void TavrelGPUImagePicture::upload(Size textureSize, GLenum format, const std::u
   });
 }
 
-void TavrelGPUImagePicture::processImage() {
-  processImageWithCompletionHandler({});
-}
+void TavrelGPUImagePicture::processImage() { processImageWithCompletionHandler({}); }
 
 Size TavrelGPUImagePicture::outputImageSize() const {
   const std::lock_guard lock(implementation_->mutex);

@@ -82,13 +82,9 @@ std::shared_ptr<DispatchQueue> CaptureAudioDataOutput::sampleBufferCallbackQueue
   return implementation_->handover->queue();
 }
 
-std::uint64_t CaptureAudioDataOutput::deliveredBuffers() const {
-  return implementation_->delivered;
-}
+std::uint64_t CaptureAudioDataOutput::deliveredBuffers() const { return implementation_->delivered; }
 
-std::uint64_t CaptureAudioDataOutput::droppedBuffers() const {
-  return implementation_->dropped;
-}
+std::uint64_t CaptureAudioDataOutput::droppedBuffers() const { return implementation_->dropped; }
 
 void CaptureAudioDataOutput::deliver(const std::shared_ptr<SampleBuffer>& sample, CaptureSource& source) {
   Implementation& output = *implementation_;
@@ -114,12 +110,8 @@ void CaptureAudioDataOutput::deliver(const std::shared_ptr<SampleBuffer>& sample
   });
 }
 
-void CaptureAudioDataOutput::deliverDrop(const SampleTiming&) {
-  ++implementation_->dropped;
-}
+void CaptureAudioDataOutput::deliverDrop(const SampleTiming&) { ++implementation_->dropped; }
 
-void CaptureAudioDataOutput::deliveryEnded() {
-  implementation_->handover->callOff();
-}
+void CaptureAudioDataOutput::deliveryEnded() { implementation_->handover->callOff(); }
 
 }  // namespace tavrel

@@ -48,29 +48,17 @@ CaptureDevice::CaptureDevice(std::unique_ptr<Implementation> implementation)
 
 CaptureDevice::~CaptureDevice() = default;
 
-const std::string& CaptureDevice::uniqueID() const {
-  return implementation_->uniqueID;
-}
+const std::string& CaptureDevice::uniqueID() const { return implementation_->uniqueID; }
 
-const std::string& CaptureDevice::localizedName() const {
-  return implementation_->localizedName;
-}
+const std::string& CaptureDevice::localizedName() const { return implementation_->localizedName; }
 
-MediaType CaptureDevice::mediaType() const {
-  return implementation_->mediaType;
-}
+MediaType CaptureDevice::mediaType() const { return implementation_->mediaType; }
 
-const std::string& CaptureDevice::backendName() const {
-  return implementation_->backendName;
-}
+const std::string& CaptureDevice::backendName() const { return implementation_->backendName; }
 
-CaptureDevicePosition CaptureDevice::position() const {
-  return implementation_->get(&Implementation::position);
-}
+CaptureDevicePosition CaptureDevice::position() const { return implementation_->get(&Implementation::position); }
 
-bool CaptureDevice::isConnected() const {
-  return implementation_->get(&Implementation::isConnected);
-}
+bool CaptureDevice::isConnected() const { return implementation_->get(&Implementation::isConnected); }
 
 Expected<void> CaptureDevice::lockForConfiguration() {
   Implementation& device = *implementation_;
@@ -128,16 +116,14 @@ void CaptureDevice::setActiveVideoMaxFrameDuration(MediaTime duration) {
 }
 
 /// A mode that the driver offers or not, and what the driver carries out at once when it is set.
-#define TAVREL_MODE(Name, name, carriedOut)                                                                         \
-  bool CaptureDevice::is##Name##ModeSupported(Capture##Name##Mode mode) const {                                     \
-    return implementation_->supports(&CaptureCapabilities::name##Modes, mode);                                      \
-  }                                                                                                                 \
-  Capture##Name##Mode CaptureDevice::name##Mode() const {                                                           \
-    return implementation_->get(&CaptureControls::name##Mode);                                                      \
-  }                                                                                                                 \
-  void CaptureDevice::set##Name##Mode(Capture##Name##Mode mode) {                                                   \
-    implementation_->set("set" #Name "Mode", &CaptureControls::name##Mode, &CaptureCapabilities::name##Modes, mode, \
-                         carriedOut);                                                                               \
+#define TAVREL_MODE(Name, name, carriedOut)                                                                            \
+  bool CaptureDevice::is##Name##ModeSupported(Capture##Name##Mode mode) const {                                        \
+    return implementation_->supports(&CaptureCapabilities::name##Modes, mode);                                         \
+  }                                                                                                                    \
+  Capture##Name##Mode CaptureDevice::name##Mode() const { return implementation_->get(&CaptureControls::name##Mode); } \
+  void CaptureDevice::set##Name##Mode(Capture##Name##Mode mode) {                                                      \
+    implementation_->set("set" #Name "Mode", &CaptureControls::name##Mode, &CaptureCapabilities::name##Modes, mode,    \
+                         carriedOut);                                                                                  \
   }
 
 TAVREL_MODE(Torch, torch, CaptureControl::torch)
@@ -145,24 +131,20 @@ TAVREL_MODE(Flash, flash, std::nullopt)
 TAVREL_MODE(Focus, focus, CaptureControl::focus)
 TAVREL_MODE(Exposure, exposure, CaptureControl::exposure)
 
-#define TAVREL_POINT_OF_INTEREST(Name, name)                                           \
-  bool CaptureDevice::is##Name##PointOfInterestSupported() const {                     \
-    return implementation_->supports(&CaptureCapabilities::name##Point);               \
-  }                                                                                    \
-  Point CaptureDevice::name##PointOfInterest() const {                                 \
-    return implementation_->get(&CaptureControls::name##Point);                        \
-  }                                                                                    \
-  void CaptureDevice::set##Name##PointOfInterest(Point point) {                        \
-    implementation_->set("set" #Name "PointOfInterest", &CaptureControls::name##Point, \
-                         &CaptureCapabilities::name##Point, point);                    \
+#define TAVREL_POINT_OF_INTEREST(Name, name)                                                                         \
+  bool CaptureDevice::is##Name##PointOfInterestSupported() const {                                                   \
+    return implementation_->supports(&CaptureCapabilities::name##Point);                                             \
+  }                                                                                                                  \
+  Point CaptureDevice::name##PointOfInterest() const { return implementation_->get(&CaptureControls::name##Point); } \
+  void CaptureDevice::set##Name##PointOfInterest(Point point) {                                                      \
+    implementation_->set("set" #Name "PointOfInterest", &CaptureControls::name##Point,                               \
+                         &CaptureCapabilities::name##Point, point);                                                  \
   }
 
 TAVREL_POINT_OF_INTEREST(Focus, focus)
 TAVREL_POINT_OF_INTEREST(Exposure, exposure)
 
-double CaptureDevice::videoZoomFactor() const {
-  return implementation_->get(&CaptureControls::zoomFactor);
-}
+double CaptureDevice::videoZoomFactor() const { return implementation_->get(&CaptureControls::zoomFactor); }
 
 void CaptureDevice::setVideoZoomFactor(double factor) {
   Implementation& device = *implementation_;

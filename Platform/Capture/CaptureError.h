@@ -30,8 +30,6 @@ enum class CaptureErrorCode : std::int64_t {
   invalidConfiguration = -19,  ///< a virtual device cannot be as it was asked to be
 };
 
-constexpr const char* errorDomain(CaptureErrorCode) {
-  return "capture";
-}
+constexpr const char* errorDomain(CaptureErrorCode) { return "capture"; }
 
 }  // namespace tavrel

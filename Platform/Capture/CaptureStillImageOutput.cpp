@@ -26,9 +26,7 @@ struct Request {
 };
 
 /// The lamp for a still: automatic is left to cameras that measure the light, of which we know none.
-bool wantsFlash(const CaptureControls& controls) {
-  return controls.flashMode == CaptureFlashMode::on;
-}
+bool wantsFlash(const CaptureControls& controls) { return controls.flashMode == CaptureFlashMode::on; }
 
 }  // namespace
 

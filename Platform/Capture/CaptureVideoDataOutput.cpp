@@ -41,17 +41,13 @@ CaptureVideoDataOutput::CaptureVideoDataOutput()
 
 CaptureVideoDataOutput::~CaptureVideoDataOutput() = default;
 
-bool CaptureVideoDataOutput::alwaysDiscardsLateVideoFrames() const {
-  return implementation_->discardsLate;
-}
+bool CaptureVideoDataOutput::alwaysDiscardsLateVideoFrames() const { return implementation_->discardsLate; }
 
 void CaptureVideoDataOutput::setAlwaysDiscardsLateVideoFrames(bool discards) {
   implementation_->discardsLate = discards;
 }
 
-CaptureVideoSettings CaptureVideoDataOutput::videoSettings() const {
-  return {};
-}
+CaptureVideoSettings CaptureVideoDataOutput::videoSettings() const { return {}; }
 
 void CaptureVideoDataOutput::setVideoSettings(const CaptureVideoSettings& settings) {
   if (settings.pixelFormat != PixelFormat::bgra32) {
@@ -73,13 +69,9 @@ std::shared_ptr<DispatchQueue> CaptureVideoDataOutput::sampleBufferCallbackQueue
   return implementation_->handover->queue();
 }
 
-std::uint64_t CaptureVideoDataOutput::deliveredFrames() const {
-  return implementation_->delivered;
-}
+std::uint64_t CaptureVideoDataOutput::deliveredFrames() const { return implementation_->delivered; }
 
-std::uint64_t CaptureVideoDataOutput::droppedFrames() const {
-  return implementation_->dropped;
-}
+std::uint64_t CaptureVideoDataOutput::droppedFrames() const { return implementation_->dropped; }
 
 void CaptureVideoDataOutput::deliver(const std::shared_ptr<SampleBuffer>& sample, CaptureSource& source) {
   Implementation& output = *implementation_;
@@ -129,8 +121,6 @@ void CaptureVideoDataOutput::reportDrop(const SampleTiming& timing, CaptureDropp
       });
 }
 
-void CaptureVideoDataOutput::deliveryEnded() {
-  implementation_->handover->callOff();
-}
+void CaptureVideoDataOutput::deliveryEnded() { implementation_->handover->callOff(); }
 
 }  // namespace tavrel

@@ -71,13 +71,9 @@ const std::shared_ptr<DispatchQueue>& DispatchQueue::global() {
   return *queue;
 }
 
-const std::string& DispatchQueue::label() const {
-  return implementation_->label;
-}
+const std::string& DispatchQueue::label() const { return implementation_->label; }
 
-const DispatchQueueAttribute& DispatchQueue::attribute() const {
-  return implementation_->attribute;
-}
+const DispatchQueueAttribute& DispatchQueue::attribute() const { return implementation_->attribute; }
 
 void DispatchQueue::async(Block block) {
   if (implementation_->isShutDown && !isCurrent()) return;
@@ -131,9 +127,7 @@ void* DispatchQueue::getSpecific(const void* key) {
   return entry == implementation.specifics.end() ? nullptr : entry->second;
 }
 
-DispatchQueue* DispatchQueue::current() {
-  return CurrentQueue::slot();
-}
+DispatchQueue* DispatchQueue::current() { return CurrentQueue::slot(); }
 
 void DispatchQueue::shutDown() {
   if (implementation_->isShutDown.exchange(true) || implementation_->worker->isClosed()) return;

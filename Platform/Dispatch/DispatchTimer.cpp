@@ -41,12 +41,8 @@ DispatchTimer::DispatchTimer(std::shared_ptr<DispatchQueue> queue, std::chrono::
   state_->schedule();
 }
 
-DispatchTimer::~DispatchTimer() {
-  cancel();
-}
+DispatchTimer::~DispatchTimer() { cancel(); }
 
-void DispatchTimer::cancel() {
-  state_->isCancelled = true;
-}
+void DispatchTimer::cancel() { state_->isCancelled = true; }
 
 }  // namespace tavrel

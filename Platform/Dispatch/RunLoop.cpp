@@ -33,9 +33,7 @@ RunLoop& RunLoop::main() {
   return *loop;
 }
 
-void RunLoop::run() {
-  runFor(std::chrono::nanoseconds::max());
-}
+void RunLoop::run() { runFor(std::chrono::nanoseconds::max()); }
 
 void RunLoop::runFor(std::chrono::nanoseconds duration) {
   ++runs_;
@@ -67,9 +65,7 @@ void RunLoop::stop() {
   DispatchQueue::main()->async([this] { isStopped_ = runs_ > 0; });
 }
 
-int RunLoop::fileDescriptor() {
-  return DispatchRuntime::shared().mainFileDescriptor();
-}
+int RunLoop::fileDescriptor() { return DispatchRuntime::shared().mainFileDescriptor(); }
 
 int RunLoop::drain() {
   // Cleared first: a block that is submitted while the loop drains makes the descriptor readable again.
@@ -84,8 +80,6 @@ int RunLoop::drain() {
   return blocks;
 }
 
-bool RunLoop::isMainThread() {
-  return gettid() == getpid();
-}
+bool RunLoop::isMainThread() { return gettid() == getpid(); }
 
 }  // namespace tavrel

@@ -32,13 +32,9 @@ AffineTransform AffineTransform::translatedBy(double x, double y) const {
   return makeTranslation(x, y).concatenating(*this);
 }
 
-AffineTransform AffineTransform::scaledBy(double sx, double sy) const {
-  return makeScale(sx, sy).concatenating(*this);
-}
+AffineTransform AffineTransform::scaledBy(double sx, double sy) const { return makeScale(sx, sy).concatenating(*this); }
 
-AffineTransform AffineTransform::rotatedBy(double radians) const {
-  return makeRotation(radians).concatenating(*this);
-}
+AffineTransform AffineTransform::rotatedBy(double radians) const { return makeRotation(radians).concatenating(*this); }
 
 Point AffineTransform::apply(Point point) const {
   return {a * point.x + c * point.y + tx, b * point.x + d * point.y + ty};
@@ -83,8 +79,6 @@ Transform3D Transform3D::concatenating(const Transform3D& next) const {
   return product;
 }
 
-AffineTransform Transform3D::affine() const {
-  return {m[0], m[1], m[4], m[5], m[12], m[13]};
-}
+AffineTransform Transform3D::affine() const { return {m[0], m[1], m[4], m[5], m[12], m[13]}; }
 
 }  // namespace tavrel

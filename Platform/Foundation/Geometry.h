@@ -23,9 +23,7 @@ struct Size {
 };
 
 /// True for exactly (0, 0), the "no size" of the graph.
-inline bool isZero(Size size) {
-  return size.width == 0 && size.height == 0;
-}
+inline bool isZero(Size size) { return size.width == 0 && size.height == 0; }
 
 struct Rect {
   Point origin;

@@ -18,9 +18,7 @@ KeyValueObserving::ObserverToken KeyValueObserving::addObserver(std::string key,
   return implementation_->observers.add(std::move(key), std::move(callback));
 }
 
-void KeyValueObserving::removeObserver(ObserverToken token) {
-  implementation_->observers.remove(token);
-}
+void KeyValueObserving::removeObserver(ObserverToken token) { implementation_->observers.remove(token); }
 
 void KeyValueObserving::didChangeValueForKey(std::string_view key) {
   implementation_->observers.notify([key](const std::string& observed) { return observed == key; }, key);

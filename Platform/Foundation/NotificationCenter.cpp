@@ -33,9 +33,7 @@ NotificationCenter::ObserverToken NotificationCenter::addObserver(std::string na
   return implementation_->observers.add({std::move(name), object}, std::move(callback));
 }
 
-void NotificationCenter::removeObserver(ObserverToken token) {
-  implementation_->observers.remove(token);
-}
+void NotificationCenter::removeObserver(ObserverToken token) { implementation_->observers.remove(token); }
 
 void NotificationCenter::post(std::string_view name, const void* object) {
   const auto isMeant = [&](const Interest& interest) {

@@ -131,25 +131,15 @@ void ProcessEnd::at(Stage stage, std::function<void()> action) {
   registry().actions[static_cast<std::size_t>(stage)].push_back(std::move(action));
 }
 
-void ProcessEnd::comeFirst() {
-  on_exit(endProcess, nullptr);
-}
+void ProcessEnd::comeFirst() { on_exit(endProcess, nullptr); }
 
-void ProcessEnd::watchThisThread() {
-  threadWatch.isOn = true;
-}
+void ProcessEnd::watchThisThread() { threadWatch.isOn = true; }
 
-void ProcessEnd::stopWatchingThisThread() {
-  threadWatch.isOn = false;
-}
+void ProcessEnd::stopWatchingThisThread() { threadWatch.isOn = false; }
 
-bool ProcessEnd::hasBegun() {
-  return endingThread != 0;
-}
+bool ProcessEnd::hasBegun() { return endingThread != 0; }
 
-bool ProcessEnd::isOnEndingThread() {
-  return hasBegun() && endingThread == gettid();
-}
+bool ProcessEnd::isOnEndingThread() { return hasBegun() && endingThread == gettid(); }
 
 void ProcessEnd::standStill() {
   for (;;) pause();

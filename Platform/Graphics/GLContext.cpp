@@ -52,22 +52,16 @@ Expected<std::shared_ptr<GLContext>> GLContext::create(std::shared_ptr<GLSharegr
   return std::shared_ptr<GLContext>(new GLContext(std::move(state)));
 }
 
-GLContext::GLContext(std::shared_ptr<State> state) : state_(std::move(state)) {
-  state_->owner = this;
-}
+GLContext::GLContext(std::shared_ptr<State> state) : state_(std::move(state)) { state_->owner = this; }
 
 GLContext::~GLContext() {
   state_->owner = nullptr;
   if (State::ofThread == state_.get()) clearCurrent();
 }
 
-const std::shared_ptr<GLSharegroup>& GLContext::sharegroup() const {
-  return state_->sharegroup;
-}
+const std::shared_ptr<GLSharegroup>& GLContext::sharegroup() const { return state_->sharegroup; }
 
-NativeContext& GLContext::native() {
-  return state_->native;
-}
+NativeContext& GLContext::native() { return state_->native; }
 
 bool GLContext::makeCurrent() {
   State* mine = state_.get();
@@ -96,9 +90,7 @@ void GLContext::clearCurrent() {
   last->isCurrentSomewhere = false;
 }
 
-void (*GLContext::functionNamed(const char* name))() {
-  return eglGetProcAddress(name);
-}
+void (*GLContext::functionNamed(const char* name))() { return eglGetProcAddress(name); }
 
 GLContext* GLContext::current() {
   State* current = State::ofThread;
@@ -126,8 +118,6 @@ bool GLContext::presentRenderbuffer() {
   return presentHandler_ && presentHandler_(*this);
 }
 
-void GLContext::setPresentHandler(PresentHandler handler) {
-  presentHandler_ = std::move(handler);
-}
+void GLContext::setPresentHandler(PresentHandler handler) { presentHandler_ = std::move(handler); }
 
 }  // namespace tavrel

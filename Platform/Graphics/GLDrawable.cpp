@@ -14,21 +14,13 @@ GLDrawableFrame::~GLDrawableFrame() {
   if (const auto pool = pool_.lock()) pool->put(std::move(texture_));
 }
 
-GLuint GLDrawableFrame::texture() const {
-  return texture_->name();
-}
+GLuint GLDrawableFrame::texture() const { return texture_->name(); }
 
-int GLDrawableFrame::width() const {
-  return texture_->size().width;
-}
+int GLDrawableFrame::width() const { return texture_->size().width; }
 
-int GLDrawableFrame::height() const {
-  return texture_->size().height;
-}
+int GLDrawableFrame::height() const { return texture_->size().height; }
 
-const std::shared_ptr<GLSharegroup>& GLDrawableFrame::sharegroup() const {
-  return texture_->sharegroup();
-}
+const std::shared_ptr<GLSharegroup>& GLDrawableFrame::sharegroup() const { return texture_->sharegroup(); }
 
 void GLDrawableFrame::waitUntilDrawn() const {
   const std::lock_guard lock(mutex_);

@@ -29,9 +29,7 @@ GLDriverLock::~GLDriverLock() {
   if (isHeld_) mutex().unlock();
 }
 
-bool GLDriverLock::isNeeded() {
-  return driver.load(std::memory_order_relaxed) != Driver::isThreadSafe;
-}
+bool GLDriverLock::isNeeded() { return driver.load(std::memory_order_relaxed) != Driver::isThreadSafe; }
 
 void GLDriverLock::examineDriver() {
   if (driver.load(std::memory_order_relaxed) != Driver::unknown) return;

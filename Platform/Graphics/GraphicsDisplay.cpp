@@ -30,9 +30,7 @@ Choice& choice() {
   return *instance;
 }
 
-bool headlessDemanded() {
-  return environmentVariable("TAVREL_DISPLAY") == "headless";
-}
+bool headlessDemanded() { return environmentVariable("TAVREL_DISPLAY") == "headless"; }
 
 bool initialise(EGLDisplay display) {
   return display != EGL_NO_DISPLAY && eglInitialize(display, nullptr, nullptr) == EGL_TRUE;
@@ -152,13 +150,9 @@ bool GraphicsDisplay::isChosen() {
   return choice().shared != nullptr;
 }
 
-const std::optional<Error>& GraphicsDisplay::error() const {
-  return implementation_->error;
-}
+const std::optional<Error>& GraphicsDisplay::error() const { return implementation_->error; }
 
-bool GraphicsDisplay::isHeadless() const {
-  return implementation_->headless;
-}
+bool GraphicsDisplay::isHeadless() const { return implementation_->headless; }
 
 std::string GraphicsDisplay::description() const {
   if (implementation_->error) return "no display";
@@ -168,20 +162,12 @@ std::string GraphicsDisplay::description() const {
                      vendor != nullptr ? vendor : "?");
 }
 
-void* GraphicsDisplay::nativeDisplay() const {
-  return implementation_->display;
-}
+void* GraphicsDisplay::nativeDisplay() const { return implementation_->display; }
 
-void* GraphicsDisplay::nativeConfig() const {
-  return implementation_->config;
-}
+void* GraphicsDisplay::nativeConfig() const { return implementation_->config; }
 
-void* GraphicsDisplay::nativeShareContext() const {
-  return implementation_->shareContext;
-}
+void* GraphicsDisplay::nativeShareContext() const { return implementation_->shareContext; }
 
-bool GraphicsDisplay::supportsSurfacelessContexts() const {
-  return implementation_->surfacelessContexts;
-}
+bool GraphicsDisplay::supportsSurfacelessContexts() const { return implementation_->surfacelessContexts; }
 
 }  // namespace tavrel

@@ -46,29 +46,17 @@ PixelBuffer::PixelBuffer(std::unique_ptr<Implementation> implementation) : imple
 
 PixelBuffer::~PixelBuffer() = default;
 
-std::size_t PixelBuffer::width() const {
-  return implementation_->layout.width;
-}
+std::size_t PixelBuffer::width() const { return implementation_->layout.width; }
 
-std::size_t PixelBuffer::height() const {
-  return implementation_->layout.height;
-}
+std::size_t PixelBuffer::height() const { return implementation_->layout.height; }
 
-PixelFormat PixelBuffer::pixelFormat() const {
-  return implementation_->layout.format;
-}
+PixelFormat PixelBuffer::pixelFormat() const { return implementation_->layout.format; }
 
-const PixelLayout& PixelBuffer::layout() const {
-  return implementation_->layout;
-}
+const PixelLayout& PixelBuffer::layout() const { return implementation_->layout; }
 
-std::size_t PixelBuffer::planeCount() const {
-  return implementation_->layout.planeCount;
-}
+std::size_t PixelBuffer::planeCount() const { return implementation_->layout.planeCount; }
 
-std::size_t PixelBuffer::bytesPerRow() const {
-  return implementation_->layout.planes[0].bytesPerRow;
-}
+std::size_t PixelBuffer::bytesPerRow() const { return implementation_->layout.planes[0].bytesPerRow; }
 
 std::size_t PixelBuffer::bytesPerRowOfPlane(std::size_t plane) const {
   return plane < planeCount() ? implementation_->layout.planes[plane].bytesPerRow : 0;
@@ -87,9 +75,7 @@ void PixelBuffer::unlockBaseAddress(PixelBufferLock lock) {
   }
 }
 
-std::uint8_t* PixelBuffer::baseAddress() {
-  return baseAddressOfPlane(0);
-}
+std::uint8_t* PixelBuffer::baseAddress() { return baseAddressOfPlane(0); }
 
 std::uint8_t* PixelBuffer::baseAddressOfPlane(std::size_t plane) {
   if (plane >= planeCount()) return nullptr;

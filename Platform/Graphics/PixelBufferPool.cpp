@@ -73,32 +73,18 @@ Expected<std::shared_ptr<PixelBufferPool>> PixelBufferPool::create(std::size_t w
 
 PixelBufferPool::PixelBufferPool(std::shared_ptr<Core> core) : core_(std::move(core)) {}
 
-PixelBufferPool::~PixelBufferPool() {
-  core_->close();
-}
+PixelBufferPool::~PixelBufferPool() { core_->close(); }
 
-Expected<std::shared_ptr<PixelBuffer>> PixelBufferPool::createPixelBuffer() {
-  return core_->take();
-}
+Expected<std::shared_ptr<PixelBuffer>> PixelBufferPool::createPixelBuffer() { return core_->take(); }
 
-void PixelBufferPool::flush() {
-  core_->flush();
-}
+void PixelBufferPool::flush() { core_->flush(); }
 
-std::size_t PixelBufferPool::width() const {
-  return core_->layout().width;
-}
+std::size_t PixelBufferPool::width() const { return core_->layout().width; }
 
-std::size_t PixelBufferPool::height() const {
-  return core_->layout().height;
-}
+std::size_t PixelBufferPool::height() const { return core_->layout().height; }
 
-PixelFormat PixelBufferPool::pixelFormat() const {
-  return core_->layout().format;
-}
+PixelFormat PixelBufferPool::pixelFormat() const { return core_->layout().format; }
 
-std::size_t PixelBufferPool::idleCount() const {
-  return core_->idleCount();
-}
+std::size_t PixelBufferPool::idleCount() const { return core_->idleCount(); }
 
 }  // namespace tavrel

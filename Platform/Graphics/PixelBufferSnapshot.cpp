@@ -10,13 +10,9 @@ PixelBufferSnapshot::PixelBufferSnapshot(const PixelLayout& layout, std::shared_
                                          Attachments attachments)
     : layout_(layout), block_(std::move(block)), attachments_(std::move(attachments)) {}
 
-PixelBufferSnapshot::~PixelBufferSnapshot() {
-  block_->removeReader();
-}
+PixelBufferSnapshot::~PixelBufferSnapshot() { block_->removeReader(); }
 
-const std::uint8_t* PixelBufferSnapshot::bytes() const {
-  return block_->bytes();
-}
+const std::uint8_t* PixelBufferSnapshot::bytes() const { return block_->bytes(); }
 
 std::size_t PixelBufferSnapshot::bytesPerRowOfPlane(std::size_t plane) const {
   return plane < layout_.planeCount ? layout_.planes[plane].bytesPerRow : 0;

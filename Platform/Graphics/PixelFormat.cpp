@@ -7,9 +7,7 @@ namespace {
 
 constexpr std::size_t kAlignment = 64;
 
-constexpr std::size_t roundedUp(std::size_t value) {
-  return (value + kAlignment - 1) / kAlignment * kAlignment;
-}
+constexpr std::size_t roundedUp(std::size_t value) { return (value + kAlignment - 1) / kAlignment * kAlignment; }
 
 void addPlane(PixelLayout& layout, PixelPlane plane) {
   plane.offset = layout.byteCount;

@@ -55,9 +55,7 @@ TextureCache::TextureCache(std::shared_ptr<TextureCacheCore> core) : core_(std::
   core_->sharegroup()->cacheOpened();
 }
 
-TextureCache::~TextureCache() {
-  core_->sharegroup()->cacheClosed();
-}
+TextureCache::~TextureCache() { core_->sharegroup()->cacheClosed(); }
 
 Expected<std::shared_ptr<TextureCacheTexture>> TextureCache::createTextureFromPixelBuffer(
     const std::shared_ptr<PixelBuffer>& buffer, GLint internalFormat, GLsizei width, GLsizei height, GLenum format,
@@ -89,13 +87,9 @@ void TextureCache::flush() {
   core_->run([this](NativeContext&) { core_->sharegroup()->deleteIdleTextures(); });
 }
 
-bool TextureCache::isSupported() {
-  return support.ask();
-}
+bool TextureCache::isSupported() { return support.ask(); }
 
-void TextureCache::setSupported(bool supported) {
-  support.set(supported);
-}
+void TextureCache::setSupported(bool supported) { support.set(supported); }
 
 TextureCache::Statistics TextureCache::statistics() {
   const TransferCounters& counters = TransferCounters::shared();

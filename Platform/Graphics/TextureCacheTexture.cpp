@@ -11,8 +11,6 @@ TextureCacheTexture::TextureCacheTexture(std::shared_ptr<PixelBuffer> buffer, st
 
 TextureCacheTexture::~TextureCacheTexture() = default;
 
-GLuint TextureCacheTexture::name() const {
-  return texture_->name();
-}
+GLuint TextureCacheTexture::name() const { return texture_->name(); }
 
 }  // namespace tavrel

@@ -26,9 +26,7 @@ libyuv::RotationMode rotationFor(ImageOrientation orientation) {
   }
 }
 
-bool isMirrored(ImageOrientation orientation) {
-  return orientation >= ImageOrientation::upMirrored;
-}
+bool isMirrored(ImageOrientation orientation) { return orientation >= ImageOrientation::upMirrored; }
 
 }  // namespace
 

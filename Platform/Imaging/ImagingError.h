@@ -19,8 +19,6 @@ enum class ImagingErrorCode : std::int64_t {
   nothingGiven = -8        ///< neither bytes nor a picture were given
 };
 
-constexpr const char* errorDomain(ImagingErrorCode) {
-  return "imaging";
-}
+constexpr const char* errorDomain(ImagingErrorCode) { return "imaging"; }
 
 }  // namespace tavrel

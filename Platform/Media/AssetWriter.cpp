@@ -43,60 +43,38 @@ bool AssetWriter::canStore(const FormatDescription& format, std::string_view fil
 
 AssetWriter::AssetWriter(std::shared_ptr<AssetWriterSession> session) : session_(std::move(session)) {}
 
-AssetWriter::~AssetWriter() {
-  session_->close();
-}
+AssetWriter::~AssetWriter() { session_->close(); }
 
-AssetWriterStatus AssetWriter::status() const {
-  return session_->status();
-}
+AssetWriterStatus AssetWriter::status() const { return session_->status(); }
 
-std::optional<Error> AssetWriter::error() const {
-  return session_->error();
-}
+std::optional<Error> AssetWriter::error() const { return session_->error(); }
 
 void AssetWriter::setMovieFragmentInterval(MediaTime interval) {
   session_->setSettings([&](MovieFile::Settings& settings) { settings.fragmentInterval = interval; });
 }
 
-MediaTime AssetWriter::movieFragmentInterval() const {
-  return session_->settings().fragmentInterval;
-}
+MediaTime AssetWriter::movieFragmentInterval() const { return session_->settings().fragmentInterval; }
 
 void AssetWriter::setMetadata(std::vector<MetadataItem> metadata) {
   session_->setSettings([&](MovieFile::Settings& settings) { settings.metadata = std::move(metadata); });
 }
 
-std::vector<MetadataItem> AssetWriter::metadata() const {
-  return session_->settings().metadata;
-}
+std::vector<MetadataItem> AssetWriter::metadata() const { return session_->settings().metadata; }
 
 bool AssetWriter::addInput(const std::shared_ptr<AssetWriterInput>& input) {
   return input && session_->add(input->pipeline_);
 }
 
-bool AssetWriter::startWriting() {
-  return session_->start();
-}
+bool AssetWriter::startWriting() { return session_->start(); }
 
-void AssetWriter::startSessionAtSourceTime(MediaTime time) {
-  session_->startSession(time);
-}
+void AssetWriter::startSessionAtSourceTime(MediaTime time) { session_->startSession(time); }
 
-bool AssetWriter::finishWriting() {
-  return session_->finishAndWait();
-}
+bool AssetWriter::finishWriting() { return session_->finishAndWait(); }
 
-void AssetWriter::finishWriting(std::function<void()> completion) {
-  session_->finish(std::move(completion));
-}
+void AssetWriter::finishWriting(std::function<void()> completion) { session_->finish(std::move(completion)); }
 
-void AssetWriter::cancelWriting() {
-  session_->cancel();
-}
+void AssetWriter::cancelWriting() { session_->cancel(); }
 
-MediaTime AssetWriter::writtenUntil() const {
-  return session_->writtenUntil();
-}
+MediaTime AssetWriter::writtenUntil() const { return session_->writtenUntil(); }
 
 }  // namespace tavrel

@@ -13,58 +13,42 @@ AssetWriterInput::AssetWriterInput(std::shared_ptr<InputPipeline> pipeline) : pi
 
 AssetWriterInput::~AssetWriterInput() = default;
 
-MediaType AssetWriterInput::mediaType() const {
-  return pipeline_->mediaType();
-}
+MediaType AssetWriterInput::mediaType() const { return pipeline_->mediaType(); }
 
-bool AssetWriterInput::expectsMediaDataInRealTime() const {
-  return pipeline_->configuration().isRealTime;
-}
+bool AssetWriterInput::expectsMediaDataInRealTime() const { return pipeline_->configuration().isRealTime; }
 
 void AssetWriterInput::setExpectsMediaDataInRealTime(bool expects) {
   pipeline_->configure([&](InputPipeline::Configuration& configuration) { configuration.isRealTime = expects; });
 }
 
-AffineTransform AssetWriterInput::transform() const {
-  return pipeline_->configuration().transform;
-}
+AffineTransform AssetWriterInput::transform() const { return pipeline_->configuration().transform; }
 
 void AssetWriterInput::setTransform(const AffineTransform& transform) {
   pipeline_->configure([&](InputPipeline::Configuration& configuration) { configuration.transform = transform; });
 }
 
-std::int32_t AssetWriterInput::mediaTimeScale() const {
-  return pipeline_->configuration().timescale;
-}
+std::int32_t AssetWriterInput::mediaTimeScale() const { return pipeline_->configuration().timescale; }
 
 void AssetWriterInput::setMediaTimeScale(std::int32_t timescale) {
   pipeline_->configure(
       [&](InputPipeline::Configuration& configuration) { configuration.timescale = timescale < 0 ? 0 : timescale; });
 }
 
-Size AssetWriterInput::encodedSize() const {
-  return pipeline_->encodedSize();
-}
+Size AssetWriterInput::encodedSize() const { return pipeline_->encodedSize(); }
 
-bool AssetWriterInput::isReadyForMoreMediaData() const {
-  return pipeline_->isReady();
-}
+bool AssetWriterInput::isReadyForMoreMediaData() const { return pipeline_->isReady(); }
 
 bool AssetWriterInput::append(const std::shared_ptr<SampleBuffer>& sampleBuffer) {
   return sampleBuffer && pipeline_->append(*sampleBuffer);
 }
 
-void AssetWriterInput::markAsFinished() {
-  pipeline_->markAsFinished();
-}
+void AssetWriterInput::markAsFinished() { pipeline_->markAsFinished(); }
 
 void AssetWriterInput::requestMediaDataWhenReady(const std::shared_ptr<DispatchQueue>& queue,
                                                  std::function<void()> block) {
   pipeline_->requestMediaData(queue, std::move(block));
 }
 
-bool AssetWriterInput::waitUntilReady(std::chrono::nanoseconds timeout) {
-  return pipeline_->waitUntilReady(timeout);
-}
+bool AssetWriterInput::waitUntilReady(std::chrono::nanoseconds timeout) { return pipeline_->waitUntilReady(timeout); }
 
 }  // namespace tavrel

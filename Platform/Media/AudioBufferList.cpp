@@ -8,15 +8,11 @@ namespace {
 
 constexpr std::size_t kAlignment = 16;
 
-std::size_t aligned(std::size_t size) {
-  return (size + kAlignment - 1) / kAlignment * kAlignment;
-}
+std::size_t aligned(std::size_t size) { return (size + kAlignment - 1) / kAlignment * kAlignment; }
 
 }  // namespace
 
-void AudioBufferList::Free::operator()(void* memory) const {
-  std::free(memory);
-}
+void AudioBufferList::Free::operator()(void* memory) const { std::free(memory); }
 
 std::shared_ptr<AudioBufferList> AudioBufferList::create(const AudioFormat& format, std::size_t frameCount) {
   const std::size_t bufferSize = frameCount * format.bytesPerSample() * format.channelsPerBuffer();

@@ -12,8 +12,6 @@ void AudioMixInputParameters::setVolumeRamp(double startVolume, double endVolume
   addRamp(volumes_, {startVolume, endVolume, timeRange});
 }
 
-double AudioMixInputParameters::volumeAt(MediaTime time) const {
-  return levelAt(volumes_, time);
-}
+double AudioMixInputParameters::volumeAt(MediaTime time) const { return levelAt(volumes_, time); }
 
 }  // namespace tavrel

@@ -50,9 +50,7 @@ MediaTime MutableCompositionTrack::duration() const {
   return end();
 }
 
-AffineTransform MutableCompositionTrack::preferredTransform() const {
-  return snapshot()->preferredTransform();
-}
+AffineTransform MutableCompositionTrack::preferredTransform() const { return snapshot()->preferredTransform(); }
 
 void MutableCompositionTrack::setPreferredTransform(const AffineTransform& transform) {
   const std::lock_guard lock(mutex_);

@@ -18,9 +18,7 @@ std::shared_ptr<DisplayLink> DisplayLink::create(Callback callback) {
 
 DisplayLink::DisplayLink(Callback callback) : callback_(std::move(callback)) {}
 
-DisplayLink::~DisplayLink() {
-  invalidate();
-}
+DisplayLink::~DisplayLink() { invalidate(); }
 
 void DisplayLink::setDisplayRate(double framesPerSecond) {
   if (framesPerSecond > 0) displayRate = framesPerSecond;

@@ -30,8 +30,6 @@ enum class MediaErrorCode : std::int64_t {
   allocationFailed = -19     ///< no memory left
 };
 
-constexpr const char* errorDomain(MediaErrorCode) {
-  return "media";
-}
+constexpr const char* errorDomain(MediaErrorCode) { return "media"; }
 
 }  // namespace tavrel

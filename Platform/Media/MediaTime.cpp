@@ -112,8 +112,6 @@ MediaTime operator+(const MediaTime& left, const MediaTime& right) {
   return fromWide(Wide{first.value} + second.value, timescale, first.flags | second.flags, left.epoch);
 }
 
-MediaTime operator-(const MediaTime& left, const MediaTime& right) {
-  return left + negated(right);
-}
+MediaTime operator-(const MediaTime& left, const MediaTime& right) { return left + negated(right); }
 
 }  // namespace tavrel

@@ -45,9 +45,7 @@ void PlayerItem::seek(MediaTime time) {
   for (const auto& output : outputs) output->restart(time);
 }
 
-MediaTime PlayerItem::currentTime() const {
-  return itemTimeForHostTime(DisplayLink::hostTime());
-}
+MediaTime PlayerItem::currentTime() const { return itemTimeForHostTime(DisplayLink::hostTime()); }
 
 MediaTime PlayerItem::itemTimeForHostTime(double hostTime) const {
   const double end = asset_->duration().seconds();

@@ -96,9 +96,7 @@ std::shared_ptr<SampleBuffer> SampleBuffer::createImage(Size size, ImageMaker ma
   return buffer;
 }
 
-MediaTime SampleBuffer::presentationTimeStamp() const {
-  return timing_.front().presentationTimeStamp;
-}
+MediaTime SampleBuffer::presentationTimeStamp() const { return timing_.front().presentationTimeStamp; }
 
 MediaTime SampleBuffer::outputPresentationTimeStamp() const {
   const std::lock_guard lock(mutex_);

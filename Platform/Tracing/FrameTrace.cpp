@@ -16,13 +16,9 @@ FrameTrace FrameTrace::arriving() {
   return {latest.fetch_add(1, std::memory_order_relaxed) + 1, Tracer::now()};
 }
 
-FrameTrace FrameTrace::current() {
-  return {currentNumber, currentArrival};
-}
+FrameTrace FrameTrace::current() { return {currentNumber, currentArrival}; }
 
-FrameTrace FrameTrace::currentOrArriving() {
-  return currentNumber > 0 ? current() : arriving();
-}
+FrameTrace FrameTrace::currentOrArriving() { return currentNumber > 0 ? current() : arriving(); }
 
 FrameTrace::Scope::Scope(const FrameTrace& frame) : outerNumber_(currentNumber), outerArrival_(currentArrival) {
   currentNumber = frame.number;

@@ -50,9 +50,7 @@ void push(const TraceEvent& event) {
   if (session().hasFile.load(kRelaxed)) TraceRings::push(event);
 }
 
-TraceStatistics& statistics() {
-  return TraceStatistics::shared();
-}
+TraceStatistics& statistics() { return TraceStatistics::shared(); }
 
 }  // namespace
 
@@ -158,17 +156,13 @@ void Tracer::drop(TraceName stage, TraceName reason) {
   push({.begin = now(), .name = stage, .detail = reason, .kind = TraceEvent::Kind::drop});
 }
 
-void Tracer::count(TraceName what) {
-  statistics().count(what);
-}
+void Tracer::count(TraceName what) { statistics().count(what); }
 
 void Tracer::level(TraceName what, std::int64_t value) {
   statistics().level(what, value);
   push({.begin = now(), .value = value, .name = what, .kind = TraceEvent::Kind::level});
 }
 
-void Tracer::nameThread(std::string_view name) {
-  TraceRings::nameThread(name);
-}
+void Tracer::nameThread(std::string_view name) { TraceRings::nameThread(name); }
 
 }  // namespace tavrel

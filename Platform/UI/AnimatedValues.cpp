@@ -60,13 +60,9 @@ AffineTransform AnimatedValues::transform() const {
       .concatenating(AffineTransform::makeTranslation(translationX, translationY));
 }
 
-bool AnimatedValues::hasKeyPath(std::string_view keyPath) {
-  return find(keyPath) != nullptr;
-}
+bool AnimatedValues::hasKeyPath(std::string_view keyPath) { return find(keyPath) != nullptr; }
 
-double AnimatedValues::value(std::string_view keyPath) const {
-  return this->*require(keyPath).member;
-}
+double AnimatedValues::value(std::string_view keyPath) const { return this->*require(keyPath).member; }
 
 void AnimatedValues::setValue(double value, std::string_view keyPath) {
   const KeyPath& path = require(keyPath);

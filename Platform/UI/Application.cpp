@@ -10,9 +10,7 @@
 namespace tavrel {
 namespace {
 
-void post(const char* name) {
-  NotificationCenter::defaultCenter().post(name, &Application::shared());
-}
+void post(const char* name) { NotificationCenter::defaultCenter().post(name, &Application::shared()); }
 
 }  // namespace
 
@@ -21,9 +19,7 @@ Application& Application::shared() {
   return *application;
 }
 
-Expected<void> Application::startUserInterface() {
-  return tavrel::startUserInterface();
-}
+Expected<void> Application::startUserInterface() { return tavrel::startUserInterface(); }
 
 void Application::observeSystem() {
   std::call_once(systemObserved_, [] {

@@ -81,9 +81,7 @@ void Layer::removeAnimation(std::string_view key) {
   stopUnfinished(removed);
 }
 
-void Layer::removeAllAnimations() {
-  stopUnfinished(std::exchange(animations_, {}));
-}
+void Layer::removeAllAnimations() { stopUnfinished(std::exchange(animations_, {})); }
 
 void Layer::stopUnfinished(const std::vector<RunningAnimation>& stopped) {
   if (stopped.empty()) return;
@@ -122,8 +120,6 @@ void Layer::setNeedsDisplay() {
   root->needsDisplay_ = true;
 }
 
-bool Layer::takeNeedsDisplay() {
-  return std::exchange(needsDisplay_, false);
-}
+bool Layer::takeNeedsDisplay() { return std::exchange(needsDisplay_, false); }
 
 }  // namespace tavrel

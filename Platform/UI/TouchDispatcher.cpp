@@ -56,8 +56,6 @@ void TouchDispatcher::touchEnded(Touch touch, Point point, double time) {
   for (const auto& recognizer : recognizers) recognizer->receiveTap(point, time);
 }
 
-void TouchDispatcher::cancelAll() {
-  implementation_->touches.clear();
-}
+void TouchDispatcher::cancelAll() { implementation_->touches.clear(); }
 
 }  // namespace tavrel

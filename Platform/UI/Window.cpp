@@ -21,9 +21,7 @@ Window::Window(std::unique_ptr<NativeWindow> native) : native_(std::move(native)
 
 Window::~Window() = default;
 
-void Window::close() {
-  native_.reset();
-}
+void Window::close() { native_.reset(); }
 
 void Window::setCloseHandler(std::function<void()> handler) {
   if (!handler) handler = [this] { close(); };
@@ -42,16 +40,10 @@ void Window::setTitle(const std::string& title) {
   if (native_) native_->setTitle(title);
 }
 
-Size Window::size() const {
-  return native_ ? native_->size() : Size{};
-}
+Size Window::size() const { return native_ ? native_->size() : Size{}; }
 
-double Window::scale() const {
-  return native_ ? native_->scale() : 1;
-}
+double Window::scale() const { return native_ ? native_->scale() : 1; }
 
-std::uint64_t Window::framesShown() const {
-  return native_ ? native_->framesShown() : 0;
-}
+std::uint64_t Window::framesShown() const { return native_ ? native_->framesShown() : 0; }
 
 }  // namespace tavrel

@@ -14,8 +14,6 @@ LogClock::TimePoint LogClock::now() {
   return now ? now() : std::chrono::system_clock::now();
 }
 
-void LogClock::set(Now now) {
-  clockInUse = now;
-}
+void LogClock::set(Now now) { clockInUse = now; }
 
 }  // namespace tavrel

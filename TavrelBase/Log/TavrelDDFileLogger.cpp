@@ -58,9 +58,7 @@ TavrelDDFileLogger::TavrelDDFileLogger(std::shared_ptr<TavrelDDLogFileManager> l
 
 TavrelDDFileLogger::~TavrelDDFileLogger() = default;
 
-std::uint64_t TavrelDDFileLogger::maximumFileSize() {
-  return read(state_->file.maximumFileSize);
-}
+std::uint64_t TavrelDDFileLogger::maximumFileSize() { return read(state_->file.maximumFileSize); }
 
 void TavrelDDFileLogger::setMaximumFileSize(std::uint64_t bytes) {
   performOnLoggerQueue([&] {
@@ -69,9 +67,7 @@ void TavrelDDFileLogger::setMaximumFileSize(std::uint64_t bytes) {
   });
 }
 
-double TavrelDDFileLogger::rollingFrequency() {
-  return read(state_->file.rollingFrequency);
-}
+double TavrelDDFileLogger::rollingFrequency() { return read(state_->file.rollingFrequency); }
 
 void TavrelDDFileLogger::setRollingFrequency(double seconds) {
   performOnLoggerQueue([&] {
@@ -80,9 +76,7 @@ void TavrelDDFileLogger::setRollingFrequency(double seconds) {
   });
 }
 
-bool TavrelDDFileLogger::doNotReuseLogFiles() {
-  return read(state_->file.doNotReuseLogFiles);
-}
+bool TavrelDDFileLogger::doNotReuseLogFiles() { return read(state_->file.doNotReuseLogFiles); }
 
 void TavrelDDFileLogger::setDoNotReuseLogFiles(bool doNotReuse) {
   performOnLoggerQueue([&] { state_->file.doNotReuseLogFiles = doNotReuse; });
@@ -172,16 +166,10 @@ void TavrelDDFileLogger::logMessage(const TavrelDDLogMessage& message) {
   state.file.add(state.encodedLine);
 }
 
-void TavrelDDFileLogger::finishHandOver() {
-  state_->file.write();
-}
+void TavrelDDFileLogger::finishHandOver() { state_->file.write(); }
 
-void TavrelDDFileLogger::flush() {
-  state_->file.synchronise();
-}
+void TavrelDDFileLogger::flush() { state_->file.synchronise(); }
 
-void TavrelDDFileLogger::willRemoveLogger() {
-  state_->file.close();
-}
+void TavrelDDFileLogger::willRemoveLogger() { state_->file.close(); }
 
 }  // namespace tavrel

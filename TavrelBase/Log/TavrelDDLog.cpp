@@ -152,9 +152,7 @@ const std::shared_ptr<DispatchQueue>& TavrelDDLog::loggingQueue() {
   return queue;
 }
 
-bool TavrelDDLog::isOnLoggingQueue() {
-  return sharedInstance().implementation_->isOnLoggingQueue();
-}
+bool TavrelDDLog::isOnLoggingQueue() { return sharedInstance().implementation_->isOnLoggingQueue(); }
 
 void TavrelDDLog::addLogger(std::shared_ptr<TavrelDDLogger> logger, unsigned level) {
   if (!logger) return;

@@ -53,9 +53,7 @@ bool TavrelDDLog::isRegisteredClass(std::string_view name) {
   return registry().find(name) != nullptr;
 }
 
-unsigned TavrelDDLog::levelForClass(const TavrelDDLogClass& logClass) {
-  return logClass.level();
-}
+unsigned TavrelDDLog::levelForClass(const TavrelDDLogClass& logClass) { return logClass.level(); }
 
 unsigned TavrelDDLog::levelForClassWithName(std::string_view name) {
   const std::lock_guard lock(registry().mutex);
@@ -63,9 +61,7 @@ unsigned TavrelDDLog::levelForClassWithName(std::string_view name) {
   return logClass ? logClass->level() : 0;
 }
 
-void TavrelDDLog::setLevel(unsigned level, TavrelDDLogClass& forClass) {
-  forClass.setLevel(level);
-}
+void TavrelDDLog::setLevel(unsigned level, TavrelDDLogClass& forClass) { forClass.setLevel(level); }
 
 void TavrelDDLog::setLevel(unsigned level, std::string_view forClassWithName) {
   const std::lock_guard lock(registry().mutex);

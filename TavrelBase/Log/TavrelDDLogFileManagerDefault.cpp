@@ -87,9 +87,7 @@ unsigned TavrelDDLogFileManagerDefault::maximumNumberOfLogFiles() const {
   return implementation_->maximumNumberOfLogFiles;
 }
 
-std::uint64_t TavrelDDLogFileManagerDefault::logFilesDiskQuota() const {
-  return implementation_->logFilesDiskQuota;
-}
+std::uint64_t TavrelDDLogFileManagerDefault::logFilesDiskQuota() const { return implementation_->logFilesDiskQuota; }
 
 std::optional<LogFileProtection> TavrelDDLogFileManagerDefault::defaultFileProtectionLevel() const {
   return implementation_->defaultFileProtectionLevel;
@@ -103,9 +101,7 @@ void TavrelDDLogFileManagerDefault::setLogFilesDiskQuota(std::uint64_t bytes) {
   if (implementation_->logFilesDiskQuota.exchange(bytes) != bytes) deleteOldLogFilesSoon();
 }
 
-std::string TavrelDDLogFileManagerDefault::applicationName() const {
-  return program_invocation_short_name;
-}
+std::string TavrelDDLogFileManagerDefault::applicationName() const { return program_invocation_short_name; }
 
 std::filesystem::path TavrelDDLogFileManagerDefault::defaultLogsDirectory() const {
   return stateDirectory() / applicationName() / "Tavrel" / "Logs";
@@ -162,9 +158,7 @@ std::vector<std::filesystem::path> TavrelDDLogFileManagerDefault::sortedLogFileP
   return pathsOf(sortedLogFileInfos());
 }
 
-std::vector<std::string> TavrelDDLogFileManagerDefault::sortedLogFileNames() {
-  return namesOf(sortedLogFileInfos());
-}
+std::vector<std::string> TavrelDDLogFileManagerDefault::sortedLogFileNames() { return namesOf(sortedLogFileInfos()); }
 
 std::string TavrelDDLogFileManagerDefault::newLogFileName() const {
   return LogFileName::make(applicationName(), LogClock::now());
@@ -197,9 +191,7 @@ Expected<std::filesystem::path> TavrelDDLogFileManagerDefault::createNewLogFile(
   }
 }
 
-void TavrelDDLogFileManagerDefault::deleteOldLogFiles() {
-  deleteOldLogFilesExcept({});
-}
+void TavrelDDLogFileManagerDefault::deleteOldLogFiles() { deleteOldLogFilesExcept({}); }
 
 void TavrelDDLogFileManagerDefault::deleteOldLogFilesExcept(const std::filesystem::path& kept) {
   const std::lock_guard lock(implementation_->deletion);

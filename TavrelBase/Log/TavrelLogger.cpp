@@ -41,17 +41,13 @@ TavrelLogger& TavrelLogger::sharedLogger() {
   return *instance;
 }
 
-void TavrelLogger::setLogLevel(int levelNumber) {
-  tavrelDDLogLevel = levelForNumber(levelNumber);
-}
+void TavrelLogger::setLogLevel(int levelNumber) { tavrelDDLogLevel = levelForNumber(levelNumber); }
 
 void TavrelLogger::enableFileLoggerWithLogLevel(unsigned level) {
   TavrelDDLog::addLogger(sharedLogger().fileLogger(), level);
 }
 
-void TavrelLogger::enableFileLogger() {
-  enableFileLoggerWithLogLevel(tavrelDDLogLevel);
-}
+void TavrelLogger::enableFileLogger() { enableFileLoggerWithLogLevel(tavrelDDLogLevel); }
 
 std::shared_ptr<TavrelDDFileLogger> TavrelLogger::fileLogger() {
   const std::lock_guard lock(implementation_->mutex);

@@ -56,9 +56,7 @@ double now() {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
-std::size_t count(std::atomic<double>& what) {
-  return static_cast<std::size_t>(what.fetch_add(1)) + 1;
-}
+std::size_t count(std::atomic<double>& what) { return static_cast<std::size_t>(what.fetch_add(1)) + 1; }
 
 void noteFault() {
   if (count(notes->faults) == 1) notes->fault = now();
@@ -136,17 +134,11 @@ void* __libc_calloc(std::size_t, std::size_t);
 void* __libc_realloc(void*, std::size_t);
 void* __libc_memalign(std::size_t, std::size_t);
 
-void* malloc(std::size_t size) {
-  return isMemoryRefused() ? nullptr : __libc_malloc(size);
-}
+void* malloc(std::size_t size) { return isMemoryRefused() ? nullptr : __libc_malloc(size); }
 
-void* calloc(std::size_t many, std::size_t size) {
-  return isMemoryRefused() ? nullptr : __libc_calloc(many, size);
-}
+void* calloc(std::size_t many, std::size_t size) { return isMemoryRefused() ? nullptr : __libc_calloc(many, size); }
 
-void* realloc(void* memory, std::size_t size) {
-  return isMemoryRefused() ? nullptr : __libc_realloc(memory, size);
-}
+void* realloc(void* memory, std::size_t size) { return isMemoryRefused() ? nullptr : __libc_realloc(memory, size); }
 
 void* memalign(std::size_t alignment, std::size_t size) {
   return isMemoryRefused() ? nullptr : __libc_memalign(alignment, size);

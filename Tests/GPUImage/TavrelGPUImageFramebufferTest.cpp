@@ -11,9 +11,7 @@
 namespace tavrel {
 namespace {
 
-TavrelGPUImageFramebufferCache& cache() {
-  return *TavrelGPUImageContext::sharedFramebufferCache();
-}
+TavrelGPUImageFramebufferCache& cache() { return *TavrelGPUImageContext::sharedFramebufferCache(); }
 
 class FramebufferTest : public ::testing::Test {
  protected:

@@ -275,9 +275,7 @@ class ProcessEnd : public ::testing::Test {
   ProcessEnd() { setenv("TAVREL_CAPTURE", "virtual", 1); }  // NOLINT(concurrency-mt-unsafe): no other thread yet
 };
 
-TEST_F(ProcessEnd, ComesByItselfWhoeverAsksForIt) {
-  goAllWays();
-}
+TEST_F(ProcessEnd, ComesByItselfWhoeverAsksForIt) { goAllWays(); }
 
 TEST_F(ProcessEnd, ComesByItselfOnABusyMachine) {
   std::vector<pid_t> busy;

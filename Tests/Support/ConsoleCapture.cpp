@@ -19,9 +19,7 @@ ConsoleCapture::ConsoleCapture() : state_(std::make_shared<State>()) {
   });
 }
 
-ConsoleCapture::~ConsoleCapture() {
-  ConsoleLog::setSink({});
-}
+ConsoleCapture::~ConsoleCapture() { ConsoleLog::setSink({}); }
 
 std::vector<std::string> ConsoleCapture::messages() const {
   const std::lock_guard lock(state_->mutex);

@@ -42,13 +42,9 @@ GraphicsThread::GraphicsThread(std::shared_ptr<GLSharegroup> sharegroup)
   cache = TextureCache::create(context, executor()).value();
 }
 
-GraphicsThread::~GraphicsThread() {
-  queue->shutDown();
-}
+GraphicsThread::~GraphicsThread() { queue->shutDown(); }
 
-void GraphicsThread::run(const std::function<void()>& block) {
-  executor()(block);
-}
+void GraphicsThread::run(const std::function<void()>& block) { executor()(block); }
 
 TextureCache::Executor GraphicsThread::executor() {
   return [queueOfContext = queue, weak = std::weak_ptr(context)](const std::function<void()>& block) {

@@ -51,9 +51,7 @@ std::shared_ptr<TavrelAnimatedImage> makeImage(const std::vector<GifFrameSpec>& 
   return TavrelAnimatedImage::create(makePlainGif(side, side, frames), cacheSize).value();
 }
 
-std::vector<GifFrameSpec> plainFrames(std::size_t count) {
-  return std::vector<GifFrameSpec>(count);
-}
+std::vector<GifFrameSpec> plainFrames(std::size_t count) { return std::vector<GifFrameSpec>(count); }
 
 /// Runs the main loop until nothing is being decoded.
 void finishDecoding(const TavrelAnimatedImage& image) {
@@ -225,9 +223,7 @@ class SetTime {
   std::multimap<std::chrono::nanoseconds, std::function<void()>> calls_;
 };
 
-void warnOfMemory() {
-  NotificationCenter::defaultCenter().post(kApplicationDidReceiveMemoryWarningNotification);
-}
+void warnOfMemory() { NotificationCenter::defaultCenter().post(kApplicationDidReceiveMemoryWarningNotification); }
 
 TEST(AnimatedImage, GrowsAgainAfterThreeMemoryWarningsButNotAfterTheFourth) {
   SetTime time;

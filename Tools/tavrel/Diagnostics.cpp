@@ -15,9 +15,7 @@ Diagnostics::Diagnostics(CLI::App& command) {
       ->type_name("FILE");
 }
 
-Diagnostics::~Diagnostics() {
-  stop();
-}
+Diagnostics::~Diagnostics() { stop(); }
 
 void Diagnostics::stop() {
   if (!isMeasuring_) return;

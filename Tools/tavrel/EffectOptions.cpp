@@ -36,9 +36,7 @@ std::shared_ptr<TavrelCaptureEffect> makeTurn(TavrelGPUImageRotationMode rotatio
   return std::make_shared<TavrelFilterCaptureEffect>(std::make_shared<TavrelGPUImageRotationFilter>(rotation));
 }
 
-std::shared_ptr<TavrelCaptureEffect> makeMirror(const std::string&) {
-  return makeTurn(kTavrelGPUImageFlipHorizontal);
-}
+std::shared_ptr<TavrelCaptureEffect> makeMirror(const std::string&) { return makeTurn(kTavrelGPUImageFlipHorizontal); }
 
 std::shared_ptr<TavrelCaptureEffect> makeRotation(const std::string& value) {
   const double number = parseNumbers(value, 1, 1, "--rotate", "a mode from 0 to 7").front();

@@ -15,8 +15,6 @@ Interruption::Interruption() {
   for (const int signal : {SIGINT, SIGTERM}) std::signal(signal, [](int) { isInterrupted = 1; });
 }
 
-bool Interruption::isAskedFor() const {
-  return isInterrupted != 0;
-}
+bool Interruption::isAskedFor() const { return isInterrupted != 0; }
 
 }  // namespace tavrel::tool

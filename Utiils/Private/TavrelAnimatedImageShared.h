@@ -67,14 +67,8 @@ inline tl::unexpected<Error> animatedImageFailure(ImagingErrorCode code, const s
 }
 
 /// How messages name things.
-inline std::string describe(const Image& image) {
-  return fmt::format("<Image {}x{}>", image.width(), image.height());
-}
-inline std::string describe(const DataProvider& data) {
-  return fmt::format("<{} bytes>", data.bytes().size());
-}
-inline std::string describe(Size size) {
-  return fmt::format("{{{}, {}}}", size.width, size.height);
-}
+inline std::string describe(const Image& image) { return fmt::format("<Image {}x{}>", image.width(), image.height()); }
+inline std::string describe(const DataProvider& data) { return fmt::format("<{} bytes>", data.bytes().size()); }
+inline std::string describe(Size size) { return fmt::format("{{{}, {}}}", size.width, size.height); }
 
 }  // namespace tavrel

@@ -79,9 +79,7 @@ Pixels stickerPixels() {
 }
 
 /// In red.
-Pixels animationPixels() {
-  return Pixels(std::size_t{kStickerSide} * kStickerSide, 0xffff0000);
-}
+Pixels animationPixels() { return Pixels(std::size_t{kStickerSide} * kStickerSide, 0xffff0000); }
 
 std::shared_ptr<Image> imageOf(const Pixels& pixels, std::size_t side) {
   const auto* const bytes = reinterpret_cast<const std::uint8_t*>(pixels.data());

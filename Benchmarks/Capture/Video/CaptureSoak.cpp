@@ -41,9 +41,7 @@ constexpr Size kSize = {320, 240};
 /// How long anything may take before it counts as stuck.
 constexpr std::chrono::seconds kPatience(60);
 
-double elapsedSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
+double elapsedSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
 /// What the process holds.
 struct Holdings {
@@ -155,9 +153,7 @@ std::shared_ptr<TavrelRecorder> makeRecorder(const Effects& effects = {}) {
   return recorder;
 }
 
-void start(TavrelRecorder& recorder) {
-  require(test::startDevices(recorder), "starting");
-}
+void start(TavrelRecorder& recorder) { require(test::startDevices(recorder), "starting"); }
 
 void write(TavrelRecorder& recorder, const std::filesystem::path& movie, const Dictionary& settings = {}) {
   require(recorder.startWriting(movie, {.settings = settings}).has_value(), "starting a movie");
@@ -169,9 +165,7 @@ TavrelRecording finish(TavrelRecorder& recorder) {
   return std::move(*recording);
 }
 
-std::uint64_t processed(const TavrelRecorder& recorder) {
-  return recorder.camera()->statistics().processed;
-}
+std::uint64_t processed(const TavrelRecorder& recorder) { return recorder.camera()->statistics().processed; }
 
 void waitForFrames(const TavrelRecorder& recorder, std::uint64_t count) {
   waitFor([&, until = processed(recorder) + count] { return processed(recorder) >= until; }, "waiting for frames");

@@ -23,9 +23,7 @@ CameraChain::CameraChain(std::shared_ptr<TavrelGPUImageView> view, CameraDeliver
 }
 
 // An application's filter may live on; it lets go of preview and delivery.
-CameraChain::~CameraChain() {
-  takeApart();
-}
+CameraChain::~CameraChain() { takeApart(); }
 
 TavrelCaptureEffectNodes CameraChain::exchangeNodes(TavrelCaptureEffectNodes nodes) {
   takeApart();

@@ -24,9 +24,7 @@ struct Change {
   std::function<void(CaptureDevice&)> apply;
 };
 
-bool differs(double first, double second) {
-  return std::abs(first - second) > std::numeric_limits<double>::epsilon();
-}
+bool differs(double first, double second) { return std::abs(first - second) > std::numeric_limits<double>::epsilon(); }
 
 Change torchMode(const TavrelCameraConfiguration& wishes, const CaptureDevice& device) {
   const CaptureTorchMode mode = wishes.preferredTorchMode;

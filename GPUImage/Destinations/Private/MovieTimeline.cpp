@@ -2,9 +2,7 @@
 
 namespace tavrel {
 
-void MovieTimeline::restart() {
-  beginAt(MediaTime::invalid());
-}
+void MovieTimeline::restart() { beginAt(MediaTime::invalid()); }
 
 void MovieTimeline::beginAt(MediaTime time) {
   const std::lock_guard lock(mutex_);

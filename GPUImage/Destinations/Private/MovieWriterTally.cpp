@@ -8,9 +8,7 @@
 namespace tavrel {
 namespace {
 
-std::int64_t nanosecondsOf(MediaTime time) {
-  return std::llround(time.seconds() * 1e9);
-}
+std::int64_t nanosecondsOf(MediaTime time) { return std::llround(time.seconds() * 1e9); }
 
 }  // namespace
 

@@ -39,13 +39,9 @@ std::optional<int> sideOf(std::string_view digits) {
   return side;
 }
 
-long areaOf(CaptureVideoDimensions dimensions) {
-  return static_cast<long>(dimensions.width) * dimensions.height;
-}
+long areaOf(CaptureVideoDimensions dimensions) { return static_cast<long>(dimensions.width) * dimensions.height; }
 
-double inUnit(double value) {
-  return std::fmin(1, std::fmax(0, value));
-}
+double inUnit(double value) { return std::fmin(1, std::fmax(0, value)); }
 
 }  // namespace
 

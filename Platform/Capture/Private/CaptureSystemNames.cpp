@@ -21,9 +21,7 @@ bool CaptureSystem::isMonitor(const CaptureDevice& device) {
   return device.implementation_->driver->description().isMonitor;
 }
 
-bool CaptureSystem::isFile(const CaptureDevice& device) {
-  return device.uniqueID().starts_with(kFilePrefix);
-}
+bool CaptureSystem::isFile(const CaptureDevice& device) { return device.uniqueID().starts_with(kFilePrefix); }
 
 bool CaptureSystem::isListed(const CaptureDevice& device) {
   const std::lock_guard lock(device.implementation_->mutex);

@@ -37,9 +37,7 @@ void makeOpaque(std::uint8_t* bytes, int stride, int width, int height) {
   }
 }
 
-std::size_t half(std::size_t value) {
-  return (value + 1) / 2;
-}
+std::size_t half(std::size_t value) { return (value + 1) / 2; }
 
 }  // namespace
 

@@ -12,9 +12,7 @@ constexpr double kUsualRate = 30;
 
 }  // namespace
 
-MediaTime frameDurationOf(double rate) {
-  return CaptureFrameRateRange{rate, rate}.minFrameDuration();
-}
+MediaTime frameDurationOf(double rate) { return CaptureFrameRateRange{rate, rate}.minFrameDuration(); }
 
 double frameRateOf(const MediaTime& duration) {
   const double exact = 1 / duration.seconds();

@@ -30,13 +30,9 @@ constexpr Rgb kSkin = {224, 172, 140};
 constexpr double kDiscPeriod = 4;
 constexpr int kTextureDepth = 14;
 
-std::uint8_t component(double value) {
-  return static_cast<std::uint8_t>(std::clamp(value, 0.0, 255.0));
-}
+std::uint8_t component(double value) { return static_cast<std::uint8_t>(std::clamp(value, 0.0, 255.0)); }
 
-double mix(double from, double to, double amount) {
-  return from + (to - from) * amount;
-}
+double mix(double from, double to, double amount) { return from + (to - from) * amount; }
 
 /// A fine, fixed grain: -1 … 1.
 double grain(int x, int y) {

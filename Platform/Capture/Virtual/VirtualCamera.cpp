@@ -24,9 +24,7 @@ constexpr unsigned kFramesInFlight = 2;
 constexpr double kStrongest = 100;
 
 /// Written so that not-a-number becomes `least`.
-double within(double least, double value, double most) {
-  return std::min(most, std::max(least, value));
-}
+double within(double least, double value, double most) { return std::min(most, std::max(least, value)); }
 
 Expected<std::shared_ptr<VirtualScene>> sceneNamed(std::string_view name) {
   if (name == "front") return std::make_shared<SyntheticScene>(SyntheticScene::Position::front);
@@ -154,13 +152,9 @@ Expected<std::shared_ptr<VirtualCamera>> VirtualCamera::create(std::shared_ptr<V
 VirtualCamera::VirtualCamera(std::unique_ptr<Implementation> implementation)
     : implementation_(std::move(implementation)) {}
 
-VirtualCamera::~VirtualCamera() {
-  stop();
-}
+VirtualCamera::~VirtualCamera() { stop(); }
 
-const VirtualCamera::Configuration& VirtualCamera::configuration() const {
-  return implementation_->configuration;
-}
+const VirtualCamera::Configuration& VirtualCamera::configuration() const { return implementation_->configuration; }
 
 void VirtualCamera::start(Handler handler, std::shared_ptr<DispatchQueue> queue, MediaTime startTime,
                           double sceneStart) {
@@ -191,13 +185,9 @@ void VirtualCamera::setDropHandler(DropHandler handler) {
   implementation_->dropHandler = std::move(handler);
 }
 
-void VirtualCamera::stop() {
-  implementation_->delivery.stop();
-}
+void VirtualCamera::stop() { implementation_->delivery.stop(); }
 
-bool VirtualCamera::isRunning() const {
-  return implementation_->delivery.isRunning();
-}
+bool VirtualCamera::isRunning() const { return implementation_->delivery.isRunning(); }
 
 void VirtualCamera::setControls(const Controls& controls) {
   const std::lock_guard lock(implementation_->mutex);
@@ -232,12 +222,8 @@ double VirtualCamera::frameRate() const {
   return implementation_->anchor.frameRate;
 }
 
-std::uint64_t VirtualCamera::deliveredFrames() const {
-  return implementation_->delivery.delivered();
-}
+std::uint64_t VirtualCamera::deliveredFrames() const { return implementation_->delivery.delivered(); }
 
-std::uint64_t VirtualCamera::droppedFrames() const {
-  return implementation_->delivery.dropped();
-}
+std::uint64_t VirtualCamera::droppedFrames() const { return implementation_->delivery.dropped(); }
 
 }  // namespace tavrel

@@ -8,9 +8,7 @@
 namespace tavrel {
 namespace {
 
-VirtualCaptureBackend& backend() {
-  return CaptureSystem::shared().virtualBackend();
-}
+VirtualCaptureBackend& backend() { return CaptureSystem::shared().virtualBackend(); }
 
 }  // namespace
 
@@ -34,13 +32,9 @@ void VirtualCaptureSystem::reset() {
   setClock(nullptr);
 }
 
-void VirtualCaptureSystem::removeFiles() {
-  CaptureSystem::shared().removeFiles();
-}
+void VirtualCaptureSystem::removeFiles() { CaptureSystem::shared().removeFiles(); }
 
-void VirtualCaptureSystem::setClock(std::shared_ptr<CaptureClock> clock) {
-  CaptureClock::setCurrent(std::move(clock));
-}
+void VirtualCaptureSystem::setClock(std::shared_ptr<CaptureClock> clock) { CaptureClock::setCurrent(std::move(clock)); }
 
 void VirtualCaptureSystem::setConnected(std::string_view uniqueID, bool connected) {
   backend().setConnected(uniqueID, connected);
@@ -50,9 +44,7 @@ void VirtualCaptureSystem::setPresent(std::string_view uniqueID, bool present) {
   CaptureSystem::shared().setListed(uniqueID, present);
 }
 
-void VirtualCaptureSystem::setAccessGranted(bool granted) {
-  backend().setAccessGranted(granted);
-}
+void VirtualCaptureSystem::setAccessGranted(bool granted) { backend().setAccessGranted(granted); }
 
 void VirtualCaptureSystem::setLockError(std::string_view uniqueID, std::optional<Error> error) {
   backend().driver(uniqueID)->change([&](VirtualDriver::Faults& faults) { faults.lockError = std::move(error); });

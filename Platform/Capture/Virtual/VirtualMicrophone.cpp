@@ -110,9 +110,7 @@ Expected<std::shared_ptr<VirtualMicrophone>> VirtualMicrophone::create(std::shar
 VirtualMicrophone::VirtualMicrophone(std::unique_ptr<Implementation> implementation)
     : implementation_(std::move(implementation)) {}
 
-VirtualMicrophone::~VirtualMicrophone() {
-  stop();
-}
+VirtualMicrophone::~VirtualMicrophone() { stop(); }
 
 const VirtualMicrophone::Configuration& VirtualMicrophone::configuration() const {
   return implementation_->configuration;
@@ -140,20 +138,12 @@ void VirtualMicrophone::start(Handler handler, std::shared_ptr<DispatchQueue> qu
   microphone.delivery.start(std::move(plan));
 }
 
-void VirtualMicrophone::stop() {
-  implementation_->delivery.stop();
-}
+void VirtualMicrophone::stop() { implementation_->delivery.stop(); }
 
-bool VirtualMicrophone::isRunning() const {
-  return implementation_->delivery.isRunning();
-}
+bool VirtualMicrophone::isRunning() const { return implementation_->delivery.isRunning(); }
 
-std::uint64_t VirtualMicrophone::deliveredBuffers() const {
-  return implementation_->delivery.delivered();
-}
+std::uint64_t VirtualMicrophone::deliveredBuffers() const { return implementation_->delivery.delivered(); }
 
-std::uint64_t VirtualMicrophone::droppedBuffers() const {
-  return implementation_->delivery.dropped();
-}
+std::uint64_t VirtualMicrophone::droppedBuffers() const { return implementation_->delivery.dropped(); }
 
 }  // namespace tavrel

@@ -43,9 +43,7 @@ std::uint8_t* pixelOf(DmaBuf& buffer, std::size_t x, std::size_t y) {
   return buffer.bytes() + y * buffer.bytesPerRow() + x * 4;
 }
 
-bool switchedOff() {
-  return environmentVariable("TAVREL_ZERO_COPY") == "0";
-}
+bool switchedOff() { return environmentVariable("TAVREL_ZERO_COPY") == "0"; }
 
 /// The render node behind the display; nullptr for software.
 const char* renderNode(EGLDisplay display) {

@@ -13,9 +13,7 @@
 namespace tavrel {
 namespace {
 
-EGLDisplay display() {
-  return GraphicsDisplay::shared().nativeDisplay();
-}
+EGLDisplay display() { return GraphicsDisplay::shared().nativeDisplay(); }
 
 /// With a context current.
 bool canShareTextures() {

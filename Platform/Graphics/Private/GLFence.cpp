@@ -12,9 +12,7 @@
 namespace tavrel {
 namespace {
 
-EGLDisplay display() {
-  return GraphicsDisplay::shared().nativeDisplay();
-}
+EGLDisplay display() { return GraphicsDisplay::shared().nativeDisplay(); }
 
 bool hasSyncs() {
   static const bool answer = [] {

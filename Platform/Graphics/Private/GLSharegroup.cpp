@@ -106,9 +106,7 @@ void GLSharegroup::releaseTexture(GLuint name, const GLTextureShape& shape) {
   if (deleteNow) perform([this](NativeContext&) { deleteIdleTextures(); });
 }
 
-void GLSharegroup::deleteIdleTextures() {
-  deleteIdleTexturesBeyond(0);
-}
+void GLSharegroup::deleteIdleTextures() { deleteIdleTexturesBeyond(0); }
 
 void GLSharegroup::deleteIdleTexturesBeyond(std::size_t kept) {
   std::vector<GLuint> names;

@@ -24,9 +24,7 @@ void uploadRows(const GLTextureShape& shape, const GLPixels& pixels) {
 GLTexture::GLTexture(std::shared_ptr<GLSharegroup> sharegroup, GLuint name, const GLTextureShape& shape)
     : sharegroup_(std::move(sharegroup)), name_(name), shape_(shape) {}
 
-GLTexture::~GLTexture() {
-  sharegroup_->releaseTexture(name_, shape_);
-}
+GLTexture::~GLTexture() { sharegroup_->releaseTexture(name_, shape_); }
 
 Expected<GLuint> createTextureStorage(const GLTextureShape& shape) {
   GLuint name = 0;

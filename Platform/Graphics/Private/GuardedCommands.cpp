@@ -56,9 +56,7 @@ TAVREL_GUARDED(void, glDeleteShader, (GLuint name), (name))
 
 void __real_glFinish();
 // A function of its own, so that __wrap_glFinish is seen in the thread sanitizer's stacks and can be named there.
-[[gnu::noinline]] static void waitForGPU() {
-  __real_glFinish();
-}
+[[gnu::noinline]] static void waitForGPU() { __real_glFinish(); }
 void __wrap_glFinish() {
   // What is waited for has been sent off, so that the others can go on meanwhile.
   if (GLDriverLock::isNeeded()) __wrap_glFlush();

@@ -15,9 +15,7 @@
 namespace tavrel {
 namespace {
 
-EGLDisplay display() {
-  return GraphicsDisplay::shared().nativeDisplay();
-}
+EGLDisplay display() { return GraphicsDisplay::shared().nativeDisplay(); }
 
 /// Contexts that the calling thread makes are of OpenGL ES; afterwards of what the application had chosen there.
 class OpenGLESScope {

@@ -18,9 +18,7 @@ std::unique_ptr<PixelBlock> PixelBlock::create(std::size_t byteCount) {
   return std::unique_ptr<PixelBlock>(new PixelBlock(bytes, byteCount));
 }
 
-PixelBlock::~PixelBlock() {
-  std::free(bytes_);
-}
+PixelBlock::~PixelBlock() { std::free(bytes_); }
 
 std::shared_ptr<PixelBlock> PixelBlockAllocator::acquire() {
   std::unique_ptr<PixelBlock> block;

@@ -14,9 +14,7 @@ namespace {
 
 using Decompressor = std::unique_ptr<void, int (*)(tjhandle)>;
 
-Decompressor makeDecompressor() {
-  return {tjInitDecompress(), &tjDestroy};
-}
+Decompressor makeDecompressor() { return {tjInitDecompress(), &tjDestroy}; }
 
 struct JpegHeader {
   int width = 0;

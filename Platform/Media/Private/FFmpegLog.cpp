@@ -42,8 +42,6 @@ void quietFFmpegLog() {
   std::call_once(once, [] { av_log_set_callback(remember); });
 }
 
-std::string takeFFmpegLogLine() {
-  return std::exchange(lastLine(), {});
-}
+std::string takeFFmpegLogLine() { return std::exchange(lastLine(), {}); }
 
 }  // namespace tavrel

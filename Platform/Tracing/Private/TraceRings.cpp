@@ -57,9 +57,7 @@ TraceRing& ringOfThisThread() {
 
 }  // namespace
 
-void TraceRings::push(const TraceEvent& event) {
-  ringOfThisThread().push(event);
-}
+void TraceRings::push(const TraceEvent& event) { ringOfThisThread().push(event); }
 
 void TraceRings::forEach(const std::function<void(TraceRing&)>& action) {
   std::vector<std::shared_ptr<TraceRing>> rings;

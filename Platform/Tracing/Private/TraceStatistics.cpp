@@ -8,13 +8,9 @@ namespace {
 
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
-double secondsOf(double nanoseconds) {
-  return nanoseconds / 1e9;
-}
+double secondsOf(double nanoseconds) { return nanoseconds / 1e9; }
 
-std::string textOf(std::size_t name) {
-  return std::string(Tracer::text(static_cast<TraceName>(name)));
-}
+std::string textOf(std::size_t name) { return std::string(Tracer::text(static_cast<TraceName>(name))); }
 
 }  // namespace
 
@@ -45,9 +41,7 @@ TraceStatistics::DropCount& TraceStatistics::dropCount(TraceName stage, TraceNam
   return drops_.back();
 }
 
-void TraceStatistics::drop(TraceName stage, TraceName reason) {
-  dropCount(stage, reason).count.fetch_add(1, kRelaxed);
-}
+void TraceStatistics::drop(TraceName stage, TraceName reason) { dropCount(stage, reason).count.fetch_add(1, kRelaxed); }
 
 void TraceStatistics::level(TraceName what, std::int64_t value) {
   LevelRange& range = levels_[what];

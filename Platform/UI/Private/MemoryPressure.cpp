@@ -36,9 +36,7 @@ MemoryPressure::~MemoryPressure() {
   if (descriptor_ >= 0) close(descriptor_);
 }
 
-int MemoryPressure::pollingInterval() const {
-  return descriptor_ >= 0 && !hasTrigger_ ? kPollingMilliseconds : -1;
-}
+int MemoryPressure::pollingInterval() const { return descriptor_ >= 0 && !hasTrigger_ ? kPollingMilliseconds : -1; }
 
 bool MemoryPressure::isShort(short events) {
   if (hasTrigger_ && (events & POLLERR) != 0) {

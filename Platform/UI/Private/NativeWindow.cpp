@@ -21,9 +21,7 @@ Point pointOf(int x, int y) {
   return {x + 0.5, y + 0.5};
 }
 
-double secondsOf(std::uint32_t milliseconds) {
-  return milliseconds / 1000.0;
-}
+double secondsOf(std::uint32_t milliseconds) { return milliseconds / 1000.0; }
 
 std::uint64_t newestPictureIn(const Layer& layer) {
   std::uint64_t newest = 0;
@@ -74,9 +72,7 @@ void NativeWindow::setSize(Size size) {
   fitRootView();
 }
 
-void NativeWindow::setTitle(const std::string& title) {
-  SDL_SetWindowTitle(window_, title.c_str());
-}
+void NativeWindow::setTitle(const std::string& title) { SDL_SetWindowTitle(window_, title.c_str()); }
 
 Size NativeWindow::size() const {
   int width = 0;
@@ -96,9 +92,7 @@ bool NativeWindow::isSeen() const {
   return (SDL_GetWindowFlags(window_) & (SDL_WINDOW_MINIMIZED | SDL_WINDOW_HIDDEN)) == 0;
 }
 
-bool NativeWindow::hasFocus() const {
-  return (SDL_GetWindowFlags(window_) & SDL_WINDOW_INPUT_FOCUS) != 0;
-}
+bool NativeWindow::hasFocus() const { return (SDL_GetWindowFlags(window_) & SDL_WINDOW_INPUT_FOCUS) != 0; }
 
 void NativeWindow::fitRootView() {
   rootView_->setFrame({{0, 0}, size()});

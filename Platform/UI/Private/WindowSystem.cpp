@@ -53,9 +53,7 @@ constexpr Attribute kAttributes[] = {
 };
 
 /// The environment variable; empty when it is not set.
-std::string_view variable(const char* name) {
-  return environmentVariable(name).value_or("");
-}
+std::string_view variable(const char* name) { return environmentVariable(name).value_or(""); }
 
 /// The window systems that the session names, for SDL to try in this order. Left to itself SDL would end up with a
 /// driver whose windows nobody can see.
@@ -96,9 +94,7 @@ Expected<void> startUserInterface() {
   return WindowSystem::start().map([](WindowSystem*) {});
 }
 
-WindowSystem* WindowSystem::started() {
-  return instance;
-}
+WindowSystem* WindowSystem::started() { return instance; }
 
 Expected<WindowSystem*> WindowSystem::start() {
   if (instance) return instance;

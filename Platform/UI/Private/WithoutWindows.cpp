@@ -22,14 +22,8 @@ void Window::setCloseHandler(std::function<void()>) {}
 void Window::setKeyHandler(KeyHandler) {}
 void Window::setSize(Size) {}
 void Window::setTitle(const std::string&) {}
-Size Window::size() const {
-  return {};
-}
-double Window::scale() const {
-  return 1;
-}
-std::uint64_t Window::framesShown() const {
-  return 0;
-}
+Size Window::size() const { return {}; }
+double Window::scale() const { return 1; }
+std::uint64_t Window::framesShown() const { return 0; }
 
 }  // namespace tavrel

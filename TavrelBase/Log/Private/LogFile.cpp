@@ -33,9 +33,7 @@ Expected<std::unique_ptr<LogFile>> LogFile::open(const std::filesystem::path& pa
 LogFile::LogFile(int fileDescriptor, const std::filesystem::path& path)
     : fileDescriptor_(fileDescriptor), path_(path), offset_(sizeOf(fileDescriptor)), watch_(fileDescriptor, path) {}
 
-LogFile::~LogFile() {
-  close(fileDescriptor_);
-}
+LogFile::~LogFile() { close(fileDescriptor_); }
 
 Expected<void> LogFile::append(std::string_view text, std::span<const std::size_t> lineEnds) {
   std::size_t written = 0;
@@ -64,8 +62,6 @@ void LogFile::takeBack(std::uint64_t start, std::size_t written, std::span<const
   if (ftruncate(fileDescriptor_, static_cast<off_t>(start + whole)) == 0) offset_ = start + whole;
 }
 
-void LogFile::synchronise() const {
-  fdatasync(fileDescriptor_);
-}
+void LogFile::synchronise() const { fdatasync(fileDescriptor_); }
 
 }  // namespace tavrel

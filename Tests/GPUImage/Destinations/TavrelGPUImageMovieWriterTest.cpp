@@ -27,9 +27,7 @@ Picture plain(Pixel pixel) {
   return {kWidth, kHeight, [pixel](int, int) { return pixel; }};
 }
 
-Picture gray(int level) {
-  return plain({level, level, level, 255});
-}
+Picture gray(int level) { return plain({level, level, level, 255}); }
 
 /// Dark red above, bright blue below; the left third green.
 Picture landmark() {

@@ -20,17 +20,11 @@ struct Color {
   double red, green, blue;
 };
 
-Color curved(const Color& c) {
-  return {c.red * c.red, 0.1 + 0.8 * c.green, c.blue * (1 - 0.5 * c.red)};
-}
+Color curved(const Color& c) { return {c.red * c.red, 0.1 + 0.8 * c.green, c.blue * (1 - 0.5 * c.red)}; }
 
-int byteOf(double component) {
-  return static_cast<int>(std::lround(std::clamp(component, 0.0, 1.0) * 255));
-}
+int byteOf(double component) { return static_cast<int>(std::lround(std::clamp(component, 0.0, 1.0) * 255)); }
 
-Pixel pixelOf(const Color& color) {
-  return {byteOf(color.red), byteOf(color.green), byteOf(color.blue), 255};
-}
+Pixel pixelOf(const Color& color) { return {byteOf(color.red), byteOf(color.green), byteOf(color.blue), 255}; }
 
 /// The 512×512 picture of a function of the colour.
 Picture tiles(const std::function<Color(const Color&)>& function) {

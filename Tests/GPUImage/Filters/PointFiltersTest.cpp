@@ -17,9 +17,7 @@ using test::RecordingTarget;
 using test::ReferencePicture;
 using test::Rgba;
 
-double mixed(double first, double second, double fraction) {
-  return first * (1 - fraction) + second * fraction;
-}
+double mixed(double first, double second, double fraction) { return first * (1 - fraction) + second * fraction; }
 
 /// The picture that `filter` makes of two stills.
 Picture processTwo(const Picture& first, const Picture& second, const std::shared_ptr<TavrelGPUImageFilter>& filter) {

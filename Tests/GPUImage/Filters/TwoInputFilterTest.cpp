@@ -9,9 +9,7 @@ using test::RecordingTarget;
 
 const MediaTime kStill = MediaTime::indefinite();
 
-MediaTime second(std::int64_t value) {
-  return MediaTime::make(value, 1);
-}
+MediaTime second(std::int64_t value) { return MediaTime::make(value, 1); }
 
 class TwoInputFilterTest : public ::testing::Test {
  protected:

@@ -8,9 +8,7 @@
 namespace tavrel::test {
 namespace {
 
-double tone(double t) {
-  return 0.5 * std::sin(2 * std::numbers::pi * 440 * t);
-}
+double tone(double t) { return 0.5 * std::sin(2 * std::numbers::pi * 440 * t); }
 
 /// A writer with a single audio track.
 struct SoundMaker {

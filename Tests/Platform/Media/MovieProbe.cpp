@@ -15,9 +15,7 @@ extern "C" {
 namespace tavrel::test {
 namespace {
 
-std::string text(const char* name) {
-  return name ? name : "";
-}
+std::string text(const char* name) { return name ? name : ""; }
 
 CodecContext openDecoder(const AVStream& stream) {
   const AVCodec* const codec = avcodec_find_decoder(stream.codecpar->codec_id);

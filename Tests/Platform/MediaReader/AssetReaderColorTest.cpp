@@ -15,9 +15,7 @@ struct Layout {
   const char* meaning;   // the conversion that ffmpeg's own scaler is told to do
 };
 
-void PrintTo(const Layout& layout, std::ostream* stream) {
-  *stream << layout.name;
-}
+void PrintTo(const Layout& layout, std::ostream* stream) { *stream << layout.name; }
 
 constexpr const char* kLimited601 = "in_color_matrix=bt601:in_range=limited";
 constexpr const char* kLimited709 = "in_color_matrix=bt709:in_range=limited";

@@ -43,9 +43,7 @@ struct Movie {
   const char* encoding;
 };
 
-void PrintTo(const Movie& movie, std::ostream* stream) {
-  *stream << movie.name;
-}
+void PrintTo(const Movie& movie, std::ostream* stream) { *stream << movie.name; }
 
 const Movie kMovies[] = {
     {"H264LongGroups", "a.mp4", "-c:v libx264 -bf 3 -g 40"},

@@ -19,13 +19,9 @@ namespace {
 
 using testing::ElementsAre;
 
-MediaTime tenths(std::int64_t count) {
-  return MediaTime::make(count, 10);
-}
+MediaTime tenths(std::int64_t count) { return MediaTime::make(count, 10); }
 
-MediaTimeRange range(std::int64_t start, std::int64_t duration) {
-  return {tenths(start), tenths(duration)};
-}
+MediaTimeRange range(std::int64_t start, std::int64_t duration) { return {tenths(start), tenths(duration)}; }
 
 std::vector<std::shared_ptr<SampleBuffer>> readAll(const std::shared_ptr<const Asset>& asset,
                                                    const std::shared_ptr<AssetReaderOutput>& output) {

@@ -16,14 +16,8 @@ void* operator new(std::size_t size) {
   throw std::bad_alloc();
 }
 
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
+void operator delete(void* memory) noexcept { std::free(memory); }
 
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
-std::uint64_t tavrel::test::allocationsOfThisThread() {
-  return allocations;
-}
+std::uint64_t tavrel::test::allocationsOfThisThread() { return allocations; }

@@ -23,8 +23,6 @@ extern "C" void glGenRenderbuffers(GLsizei count, GLuint* names) {
 
 namespace tavrel::test {
 
-int displayRenderbuffersCreated() {
-  return renderbuffersCreated;
-}
+int displayRenderbuffersCreated() { return renderbuffersCreated; }
 
 }  // namespace tavrel::test

@@ -308,9 +308,7 @@ void PipeWireBackend::start(CaptureBackendObserver& observer) {
   registry_->start();
 }
 
-void PipeWireBackend::stop() {
-  registry_ = nullptr;
-}
+void PipeWireBackend::stop() { registry_ = nullptr; }
 
 CaptureAuthorizationStatus PipeWireBackend::authorizationStatus(MediaType) {
   // A client sees only those nodes that it may use.

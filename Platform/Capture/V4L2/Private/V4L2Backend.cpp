@@ -38,9 +38,7 @@ std::optional<int> nodeNumber(const std::string& name) {
 V4L2Backend::V4L2Backend(V4L2SystemCalls calls, std::filesystem::path folder)
     : calls_(std::move(calls)), folder_(std::move(folder)) {}
 
-V4L2Backend::~V4L2Backend() {
-  V4L2Backend::stop();
-}
+V4L2Backend::~V4L2Backend() { V4L2Backend::stop(); }
 
 void V4L2Backend::start(CaptureBackendObserver& observer) {
   observer_ = &observer;

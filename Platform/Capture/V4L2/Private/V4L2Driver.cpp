@@ -63,9 +63,7 @@ V4L2Driver::V4L2Driver(V4L2SystemCalls calls, std::string path, CaptureDeviceDes
       description_(std::move(description)),
       capabilities_(std::move(capabilities)) {}
 
-V4L2Driver::~V4L2Driver() {
-  V4L2Driver::close();
-}
+V4L2Driver::~V4L2Driver() { V4L2Driver::close(); }
 
 Error V4L2Driver::refused(std::string_view what) const {
   const int code = errno;

@@ -112,9 +112,7 @@ class PacedDelivery::Run : public std::enable_shared_from_this<Run> {
 
 PacedDelivery::PacedDelivery() = default;
 
-PacedDelivery::~PacedDelivery() {
-  stop();
-}
+PacedDelivery::~PacedDelivery() { stop(); }
 
 void PacedDelivery::start(Plan plan) {
   const std::lock_guard control(controlMutex_);

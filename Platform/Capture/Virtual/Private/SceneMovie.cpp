@@ -28,9 +28,7 @@ struct Orientation {
   }
 };
 
-double startOf(const SampleBuffer& sample) {
-  return sample.presentationTimeStamp().seconds();
-}
+double startOf(const SampleBuffer& sample) { return sample.presentationTimeStamp().seconds(); }
 
 }  // namespace
 

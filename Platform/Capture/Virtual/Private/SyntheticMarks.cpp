@@ -35,9 +35,7 @@ struct CounterGeometry {
   }
 };
 
-std::uint32_t checkSum(std::uint32_t number) {
-  return ((number * 0x9E3779B1U) >> 24) ^ 0xA5U;
-}
+std::uint32_t checkSum(std::uint32_t number) { return ((number * 0x9E3779B1U) >> 24) ^ 0xA5U; }
 
 PixelRect flashRect(const BgraCanvas& canvas) {
   const int width = std::max(4, canvas.width / 6);
@@ -104,9 +102,7 @@ std::optional<std::uint32_t> readFrameCounter(const BgraCanvas& canvas) {
   return number;
 }
 
-void drawFlash(const BgraCanvas& canvas, bool lit) {
-  fillRect(canvas, flashRect(canvas), lit ? kWhite : kBlack);
-}
+void drawFlash(const BgraCanvas& canvas, bool lit) { fillRect(canvas, flashRect(canvas), lit ? kWhite : kBlack); }
 
 bool readFlash(const BgraCanvas& canvas) {
   if (canvas.width < 16 || canvas.height < 16) return false;

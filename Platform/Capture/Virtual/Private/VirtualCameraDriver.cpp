@@ -13,13 +13,9 @@ constexpr double kLargestZoom = 8;
 /// How sharp the picture is when a corner is focused, at the least.
 constexpr double kLeastFocus = 0.2;
 
-double focusAt(Point point) {
-  return std::fmax(kLeastFocus, 1 - std::hypot(point.x - 0.5, point.y - 0.5) * 1.2);
-}
+double focusAt(Point point) { return std::fmax(kLeastFocus, 1 - std::hypot(point.x - 0.5, point.y - 0.5) * 1.2); }
 
-double exposureAt(Point point) {
-  return 1 + (point.y - 0.5) * 0.8;
-}
+double exposureAt(Point point) { return 1 + (point.y - 0.5) * 0.8; }
 
 /// The first time from `now` on at which a frame of the scene is due when one falls on each whole second, as a flash
 /// does: on any other grid it would be up to half a frame away from its beep.

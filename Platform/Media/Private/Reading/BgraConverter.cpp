@@ -43,15 +43,9 @@ const libyuv::YuvConstants* limitedRange2020() {
 }
 #else
 // The constants are laid out differently here: BT.601 is near enough as it is, the others are left to libswscale.
-const libyuv::YuvConstants* limitedRange601() {
-  return &libyuv::kYuvI601Constants;
-}
-const libyuv::YuvConstants* limitedRange709() {
-  return nullptr;
-}
-const libyuv::YuvConstants* limitedRange2020() {
-  return nullptr;
-}
+const libyuv::YuvConstants* limitedRange601() { return &libyuv::kYuvI601Constants; }
+const libyuv::YuvConstants* limitedRange709() { return nullptr; }
+const libyuv::YuvConstants* limitedRange2020() { return nullptr; }
 #endif
 
 /// The constants for one of the three common matrices; nullptr where libyuv has none that are right.

@@ -31,9 +31,7 @@ std::int64_t unitsFrom(const MediaTime& time, AVRational base) {
   return av_rescale_q_rnd(time.value, {1, time.timescale}, base, AV_ROUND_UP);
 }
 
-std::int64_t unitsOfSeconds(std::int64_t seconds, AVRational base) {
-  return av_rescale_q(seconds, {1, 1}, base);
-}
+std::int64_t unitsOfSeconds(std::int64_t seconds, AVRational base) { return av_rescale_q(seconds, {1, 1}, base); }
 
 SampleTiming timingOf(const AVFrame& picture, AVRational base) {
   SampleTiming timing;

@@ -7,9 +7,7 @@
 
 namespace tavrel {
 
-bool isPcm(AVCodecID codec) {
-  return codec >= AV_CODEC_ID_FIRST_AUDIO && codec < AV_CODEC_ID_ADPCM_IMA_QT;
-}
+bool isPcm(AVCodecID codec) { return codec >= AV_CODEC_ID_FIRST_AUDIO && codec < AV_CODEC_ID_ADPCM_IMA_QT; }
 
 std::shared_ptr<const FormatDescription> storedFormatOf(const AVStream& stream) {
   const AVCodecParameters& parameters = *stream.codecpar;

@@ -20,9 +20,7 @@ Error damaged(const std::filesystem::path& path, int result) {
   return unreadableMovie(path, ffmpegErrorText(result), mediaErrorCode(result, MediaErrorCode::damagedFile));
 }
 
-bool isSane(std::int64_t time) {
-  return time > -kLatestTime && time < kLatestTime;
-}
+bool isSane(std::int64_t time) { return time > -kLatestTime && time < kLatestTime; }
 
 }  // namespace
 

@@ -73,9 +73,7 @@ Expected<AudioConverter> AudioConverter::create(const AudioFormat& from, const A
   return converter;
 }
 
-std::int64_t AudioConverter::delay() const {
-  return swr_get_delay(resampler_.get(), rate_);
-}
+std::int64_t AudioConverter::delay() const { return swr_get_delay(resampler_.get(), rate_); }
 
 Expected<AudioConverter::Output> AudioConverter::run(const std::uint8_t** source, int frames) {
   const int room = swr_get_out_samples(resampler_.get(), frames);
@@ -109,8 +107,6 @@ Expected<AudioConverter::Output> AudioConverter::convertSilence(std::int64_t fra
   return convert(*silence_, 0, std::min(frames, kSilenceFrames), 0);
 }
 
-Expected<AudioConverter::Output> AudioConverter::drain() {
-  return run(nullptr, 0);
-}
+Expected<AudioConverter::Output> AudioConverter::drain() { return run(nullptr, 0); }
 
 }  // namespace tavrel

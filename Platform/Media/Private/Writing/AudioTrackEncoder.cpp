@@ -19,9 +19,7 @@ namespace {
 constexpr int kFramesPerPacket = 1024;  // where the coding does not say
 
 /// How far sound may lie from its place without a correction in one piece, in frames.
-std::int64_t toleranceAt(int rate) {
-  return std::int64_t{rate} * 5 / 1000;
-}
+std::int64_t toleranceAt(int rate) { return std::int64_t{rate} * 5 / 1000; }
 
 tl::unexpected<Error> failedToOpen(int result) {
   return tl::unexpected(loggedFFmpegError(MediaErrorCode::encoderUnavailable, result,
@@ -128,9 +126,7 @@ Expected<void> AudioTrackEncoder::open(MovieFile& file, int track, bool isRealTi
   return {};
 }
 
-std::int64_t AudioTrackEncoder::position() const {
-  return convertedFrames_ + (converter_ ? converter_->delay() : 0);
-}
+std::int64_t AudioTrackEncoder::position() const { return convertedFrames_ + (converter_ ? converter_->delay() : 0); }
 
 Expected<void> AudioTrackEncoder::useFormat(const AudioFormat& format) {
   if (converter_ && converter_->format() == format) return {};

@@ -18,9 +18,7 @@ constexpr std::chrono::milliseconds kHeaderPatience{150};
 // Beyond it a sample's duration no longer fits the container; such a pause is told by the next fragment's time instead.
 constexpr std::int64_t kLongestDuration = std::numeric_limits<std::int32_t>::max() / 2;
 
-double secondsOf(std::int64_t units, AVRational base) {
-  return static_cast<double>(units) * av_q2d(base);
-}
+double secondsOf(std::int64_t units, AVRational base) { return static_cast<double>(units) * av_q2d(base); }
 
 std::int64_t nominalDuration(MediaType mediaType, AVRational base) {
   return std::max<std::int64_t>(1, av_rescale_q(1, AVRational{1, mediaType == MediaType::video ? 30 : 50}, base));
@@ -40,9 +38,7 @@ Expected<std::unique_ptr<MovieFile>> MovieFile::open(const std::filesystem::path
 MovieFile::MovieFile(std::unique_ptr<MovieFileOutput> output, MovieContainer container)
     : output_(std::move(output)), container_(container) {}
 
-MovieFile::~MovieFile() {
-  abandon();
-}
+MovieFile::~MovieFile() { abandon(); }
 
 int MovieFile::addTrack(MediaType mediaType, const AffineTransform& transform,
                         std::chrono::milliseconds formatPatience) {

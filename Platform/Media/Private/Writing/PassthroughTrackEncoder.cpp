@@ -86,8 +86,6 @@ Expected<void> PassthroughTrackEncoder::writePacket(const TrackSample& sample) {
   return file_->write(track_, std::move(packet));
 }
 
-Expected<void> PassthroughTrackEncoder::finish() {
-  return pcm_ ? pcm_->finish() : Expected<void>{};
-}
+Expected<void> PassthroughTrackEncoder::finish() { return pcm_ ? pcm_->finish() : Expected<void>{}; }
 
 }  // namespace tavrel

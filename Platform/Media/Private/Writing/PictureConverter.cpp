@@ -40,9 +40,7 @@ AVPixelFormat ffmpegFormat(PixelFormat format) {
 
 }  // namespace
 
-PictureConverter::~PictureConverter() {
-  sws_freeContext(scaler_);
-}
+PictureConverter::~PictureConverter() { sws_freeContext(scaler_); }
 
 Expected<void> PictureConverter::convert(const PixelBufferSnapshot& picture, AVFrame& frame) {
   const bool fitsFrame = fits(picture.width(), frame.width) && fits(picture.height(), frame.height);

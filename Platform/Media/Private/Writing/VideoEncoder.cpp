@@ -28,9 +28,7 @@ struct VideoEncoderKind {
 namespace {
 
 // 12 is as good as it gets, 20 (the default) is hard to tell from the original, 44 is coarse.
-int quantizer(const VideoSettings& settings) {
-  return static_cast<int>(std::lround(12 + (1 - settings.quality) * 32));
-}
+int quantizer(const VideoSettings& settings) { return static_cast<int>(std::lround(12 + (1 - settings.quality) * 32)); }
 
 void setSoftwareOptions(AVDictionary*& options, const VideoEncoder::Options& wanted, const char* fast,
                         const char* thorough) {

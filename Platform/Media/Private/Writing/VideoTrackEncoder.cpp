@@ -75,8 +75,6 @@ Expected<void> VideoTrackEncoder::encode(const TrackSample& sample) {
   return encoder_->encode(lastTime_, packetHandler());
 }
 
-Expected<void> VideoTrackEncoder::finish() {
-  return encoder_ ? encoder_->finish(packetHandler()) : Expected<void>{};
-}
+Expected<void> VideoTrackEncoder::finish() { return encoder_ ? encoder_->finish(packetHandler()) : Expected<void>{}; }
 
 }  // namespace tavrel

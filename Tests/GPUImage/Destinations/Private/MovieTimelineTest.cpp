@@ -7,9 +7,7 @@ namespace {
 
 using enum MovieTimeline::Stream;
 
-MediaTime tenths(std::int64_t value) {
-  return MediaTime::make(value, 10);
-}
+MediaTime tenths(std::int64_t value) { return MediaTime::make(value, 10); }
 
 class MovieTimelineTest : public ::testing::Test {
  protected:
