@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "GPUImage/Private/ForeignContextScope.h"
+#include "GPUImage/Private/ContextLending.h"
 #include "GPUImage/TavrelGLProgram.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
 #include "Platform/Foundation/ConsoleLog.h"
@@ -22,7 +22,7 @@
 namespace tavrel {
 namespace {
 
-const void* openGLESContextQueueKey = nullptr;
+std::atomic<const void*> openGLESContextQueueKey = nullptr;
 
 DispatchQueueAttribute contextQueueAttribute() {
   DispatchQueueAttribute attribute = TavrelGPUImageDefaultQueueAttribute();
@@ -30,25 +30,37 @@ DispatchQueueAttribute contextQueueAttribute() {
   return attribute;
 }
 
-GLint deviceLimit(GLenum name) {
-  GLint limit = 0;
+struct Device {
+  GLint maximumTextureSize = 0;
+  GLint maximumTextureUnits = 0;
+  GLint maximumVaryingVectors = 0;
+  std::vector<std::string> extensions;
+};
+
+Device readDevice() {
+  Device device;
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
     TavrelGPUImageContext::useImageProcessingContext();
-    glGetIntegerv(name, &limit);
+    glGetIntegerv(GL_MAX_TEXTURE_SIZE, &device.maximumTextureSize);
+    glGetIntegerv(GL_MAX_TEXTURE_IMAGE_UNITS, &device.maximumTextureUnits);
+    glGetIntegerv(GL_MAX_VARYING_VECTORS, &device.maximumVaryingVectors);
+    const GLubyte* const list = glGetString(GL_EXTENSIONS);
+    std::istringstream names(list ? reinterpret_cast<const char*>(list) : "");
+    for (std::string name; std::getline(names, name, ' ');) device.extensions.push_back(std::move(name));
   });
-  return limit;
+  return device;
 }
 
-std::vector<std::string> readExtensionNames() {
-  std::string names;
-  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
-    TavrelGPUImageContext::useImageProcessingContext();
-    if (const GLubyte* list = glGetString(GL_EXTENSIONS)) names = reinterpret_cast<const char*>(list);
-  });
-  std::vector<std::string> extensions;
-  std::istringstream stream(names);
-  for (std::string name; std::getline(stream, name, ' ');) extensions.push_back(std::move(name));
-  return extensions;
+/// Read once for the process. Not behind the guard of a static: the video-processing queue must not wait there for a
+/// thread that waits for it.
+const Device& device() {
+  static std::atomic<const Device*> known = nullptr;
+  if (!known) {
+    auto read = std::make_unique<const Device>(readDevice());
+    const Device* none = nullptr;
+    if (known.compare_exchange_strong(none, read.get())) read.release();
+  }
+  return *known;
 }
 
 [[noreturn]] void stopWithoutContext(const Error& reason) {
@@ -63,6 +75,7 @@ std::vector<std::string> readExtensionNames() {
 struct TavrelGPUImageContext::Implementation {
   const std::shared_ptr<DispatchQueue> contextQueue =
       DispatchQueue::create("org.tavrel.TavrelGPUImage.openGLESContextQueue", contextQueueAttribute());
+  ContextLending lending{contextQueue};
   std::shared_ptr<TavrelGLProgram> currentShaderProgram;
   std::vector<std::string> shaderProgramUsageHistory;
   std::unordered_map<std::string, std::shared_ptr<TavrelGLProgram>> shaderProgramCache;
@@ -126,34 +139,21 @@ void TavrelGPUImageContext::setActiveShaderProgram(const std::shared_ptr<TavrelG
   sharedImageProcessingContext()->setContextShaderProgram(program);
 }
 
-GLint TavrelGPUImageContext::maximumTextureSizeForThisDevice() {
-  static const GLint limit = deviceLimit(GL_MAX_TEXTURE_SIZE);
-  return limit;
-}
+GLint TavrelGPUImageContext::maximumTextureSizeForThisDevice() { return device().maximumTextureSize; }
 
-GLint TavrelGPUImageContext::maximumTextureUnitsForThisDevice() {
-  static const GLint limit = deviceLimit(GL_MAX_TEXTURE_IMAGE_UNITS);
-  return limit;
-}
+GLint TavrelGPUImageContext::maximumTextureUnitsForThisDevice() { return device().maximumTextureUnits; }
 
-GLint TavrelGPUImageContext::maximumVaryingVectorsForThisDevice() {
-  static const GLint limit = deviceLimit(GL_MAX_VARYING_VECTORS);
-  return limit;
-}
+GLint TavrelGPUImageContext::maximumVaryingVectorsForThisDevice() { return device().maximumVaryingVectors; }
 
 bool TavrelGPUImageContext::deviceSupportsOpenGLESExtension(std::string_view extension) {
-  static const auto* extensions = new std::vector<std::string>(readExtensionNames());
-  return std::find(extensions->begin(), extensions->end(), extension) != extensions->end();
+  const std::vector<std::string>& names = device().extensions;
+  return std::find(names.begin(), names.end(), extension) != names.end();
 }
 
-bool TavrelGPUImageContext::deviceSupportsRedTextures() {
-  static const bool supported = deviceSupportsOpenGLESExtension("GL_EXT_texture_rg");
-  return supported;
-}
+bool TavrelGPUImageContext::deviceSupportsRedTextures() { return deviceSupportsOpenGLESExtension("GL_EXT_texture_rg"); }
 
 bool TavrelGPUImageContext::deviceSupportsFramebufferReads() {
-  static const bool supported = deviceSupportsOpenGLESExtension("GL_EXT_shader_framebuffer_fetch");
-  return supported;
+  return deviceSupportsOpenGLESExtension("GL_EXT_shader_framebuffer_fetch");
 }
 
 Size TavrelGPUImageContext::sizeThatFitsWithinATextureForSize(Size size) {
@@ -176,17 +176,9 @@ void TavrelGPUImageContext::purgeFrameBufferCache() {
 void TavrelGPUImageContext::useAsCurrentContext() {
   GLContext* const own = context().get();
   if (GLContext::current() == own) return;
-  if (own->makeCurrent()) return;
-  borrowContext();
-}
-
-void TavrelGPUImageContext::borrowContext() {
-  ForeignContextScope* const scope = ForeignContextScope::innermost();
-  if (!scope) {
+  if (!implementation_->lending.take(*own)) {
     fatalAssertion("The GL context is current on another thread. Run GL work on the context's queue.");
   }
-  scope->borrow(implementation_->contextQueue);
-  if (!implementation_->context->makeCurrent()) fatalAssertion("Unable to make the borrowed GL context current.");
 }
 
 void TavrelGPUImageContext::setContextShaderProgram(const std::shared_ptr<TavrelGLProgram>& program) {

@@ -80,8 +80,6 @@ class TAVREL_API TavrelGPUImageContext : public std::enable_shared_from_this<Tav
   /// Makes the context, once it is created, share textures and programs with others. Only before the first use of
   /// `context`, else the program stops. Any thread.
   void useSharegroup(std::shared_ptr<GLSharegroup> sharegroup);
-  /// A new GL context in the sharegroup; when there can be none, the program stops.
-
   /// Created on first request; when there can be none, the program stops. Any thread.
   const std::shared_ptr<GLContext>& context();
   /// Creates the context like `context`, but when there can be none, says why. May be tried again. Any thread.
@@ -101,7 +99,6 @@ class TAVREL_API TavrelGPUImageContext : public std::enable_shared_from_this<Tav
   struct Implementation;
 
   Expected<void> makeContext();
-  void borrowContext();
 
   std::unique_ptr<Implementation> implementation_;
 };

@@ -34,9 +34,10 @@ struct TavrelGPUImageFramebuffer::Implementation {
   std::shared_ptr<PixelBuffer> renderTarget = nullptr;
   std::shared_ptr<TextureCacheTexture> renderTexture = nullptr;
 
+  std::atomic<std::uint64_t> readLockCount = 0;
+
   // Images let go of their bytes on any thread.
-  std::mutex readMutex = {};
-  std::uint64_t readLockCount = 0;
+  std::mutex holdsMutex = {};
   std::vector<std::shared_ptr<PixelBuffer>> renderTargetHolds = {};
 };
 
@@ -220,25 +221,24 @@ void TavrelGPUImageFramebuffer::enableReferenceCounting() {
 
 void TavrelGPUImageFramebuffer::lockForReading() {
   if (!implementation_->renderTarget) return;
-  const std::lock_guard lock(implementation_->readMutex);
-  if (implementation_->readLockCount == 0) implementation_->renderTarget->lockBaseAddress(PixelBufferLock::readWrite);
+  implementation_->renderTarget->lockBaseAddress(PixelBufferLock::readWrite);
   ++implementation_->readLockCount;
 }
 
 void TavrelGPUImageFramebuffer::unlockAfterReading() {
   if (!implementation_->renderTarget) return;
-  const std::lock_guard lock(implementation_->readMutex);
-  if (implementation_->readLockCount == 0)
-    fatalAssertion("Unbalanced call to -[TavrelGPUImageFramebuffer unlockAfterReading]");
-  if (--implementation_->readLockCount == 0)
-    implementation_->renderTarget->unlockBaseAddress(PixelBufferLock::readWrite);
+  std::uint64_t before = implementation_->readLockCount;
+  do {
+    if (before == 0) fatalAssertion("Unbalanced call to -[TavrelGPUImageFramebuffer unlockAfterReading]");
+  } while (!implementation_->readLockCount.compare_exchange_weak(before, before - 1));
+  implementation_->renderTarget->unlockBaseAddress(PixelBufferLock::readWrite);
 }
 
 std::uint64_t TavrelGPUImageFramebuffer::readLockCount() const { return implementation_->readLockCount; }
 
 void TavrelGPUImageFramebuffer::restoreRenderTarget() {
   unlockAfterReading();
-  const std::lock_guard lock(implementation_->readMutex);
+  const std::lock_guard lock(implementation_->holdsMutex);
   if (!implementation_->renderTargetHolds.empty()) implementation_->renderTargetHolds.pop_back();
 }
 
@@ -280,7 +280,7 @@ std::shared_ptr<Image> TavrelGPUImageFramebuffer::newCGImageFromFramebufferConte
       const std::size_t rowBytes = bytesPerRow();
       glFinish();
       {
-        const std::lock_guard lock(implementation_->readMutex);
+        const std::lock_guard lock(implementation_->holdsMutex);
         implementation_->renderTargetHolds.push_back(implementation_->renderTarget);
       }
       lockForReading();

@@ -168,15 +168,6 @@ void TavrelGPUImageFramebufferCache::Implementation::traceOccupancy() {
 
 void TavrelGPUImageFramebufferCache::returnFramebufferToCache(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer) {
   framebuffer->clearAllLocks();
-  const auto& queue = TavrelGPUImageContext::sharedContextQueue();
-  if (spoilsReturnedTextures() && !queue->isCurrent()) {
-    // Not from another context's queue: spoiling would borrow the graph's context there, while the graph may wait for
-    // it.
-    queue->async([weak = std::weak_ptr<Implementation>(implementation_), framebuffer = std::move(framebuffer)] {
-      if (const auto cache = weak.lock()) cache->keepIdle(framebuffer);
-    });
-    return;
-  }
   runLater(implementation_,
            [framebuffer = std::move(framebuffer)](Implementation& cache) { cache.keepIdle(framebuffer); });
 }

@@ -6,7 +6,7 @@
 #include <system_error>
 #include <utility>
 
-#include "GPUImage/Private/ForeignContextScope.h"
+#include "GPUImage/Private/ContextLending.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Dispatch/RunLoop.h"
 #include "Platform/Foundation/ConsoleLog.h"
@@ -21,7 +21,7 @@ bool runInline(TavrelGPUImageContext& context, const std::function<void()>& bloc
   if (ProcessEnd::isOnEndingThread()) return true;
   const void* const running = DispatchQueue::getSpecific(TavrelGPUImageContext::contextKey());
   if (!running) return false;
-  if (running == &context) {
+  if (running == &context && !ForeignContextScope::innermost()) {
     block();
   } else {
     const ForeignContextScope scope;
