@@ -32,8 +32,8 @@ class WindowTest : public ::testing::Test {
   }
 
   void SetUp() override {
-    if (!screen().failure().empty()) GTEST_SKIP() << screen().failure();
-    if (!UIVirtualScreen::xdotool("version > /dev/null")) GTEST_SKIP() << "xdotool is not installed";
+    ASSERT_EQ(screen().failure(), "");
+    ASSERT_TRUE(UIVirtualScreen::xdotool("version > /dev/null")) << "xdotool is not installed";
     auto created = Window::create("tavrel-test", {kWidth, kHeight});
     ASSERT_TRUE(created) << created.error().description;
     window = *created;

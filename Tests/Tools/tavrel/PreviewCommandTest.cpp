@@ -54,7 +54,7 @@ class RunningPreview {
 class PreviewCommandTest : public test::ProgramTest {
  protected:
   void SetUp() override {
-    if (!screen_.failure().empty()) GTEST_SKIP() << screen_.failure();
+    ASSERT_EQ(screen_.failure(), "");
     const Picture scene(640, 480, [](int x, int y) {
       if (y >= 240) return Pixel{0, 0, x < 320 ? 255 : 128, 255};
       return x < 320 ? Pixel{200, 0, 0, 255} : Pixel{0, 100, 0, 255};
