@@ -77,12 +77,18 @@ void TavrelGPUImageMovieWriter::Implementation::addVideoTrack(const std::optiona
   }
   settings.erase(kTavrelEncodingLiveVideoKey);
   const auto track = AssetWriterInput::create(MediaType::video, std::move(settings));
-  track->setExpectsMediaDataInRealTime(encodingLiveVideo);
   assetWriterPixelBufferInput = AssetWriterInputPixelBufferAdaptor::create(
       track, {{kPixelBufferPixelFormatTypeKey, static_cast<std::int64_t>(PixelFormat::bgra32)},
               {kPixelBufferWidthKey, static_cast<std::int64_t>(painter.videoSize().width)},
               {kPixelBufferHeightKey, static_cast<std::int64_t>(painter.videoSize().height)}});
-  video.attach(track);
+  addTrack(video, track);
+}
+
+void TavrelGPUImageMovieWriter::Implementation::addTrack(MovieTrackFeeder& feeder,
+                                                         const std::shared_ptr<AssetWriterInput>& track) {
+  track->setExpectsMediaDataInRealTime(encodingLiveVideo);
+  const auto refusal = feeder.attach(track);
+  if (refusal && !creationError) creationError = refusal;
 }
 
 void TavrelGPUImageMovieWriter::setHasAudioTrack(bool hasAudioTrack, std::optional<Dictionary> audioSettings) {
@@ -94,8 +100,7 @@ void TavrelGPUImageMovieWriter::setHasAudioTrack(bool hasAudioTrack, std::option
     audioSettings = defaultAudioSettings();
   }
   const auto track = AssetWriterInput::create(MediaType::audio, std::move(audioSettings));
-  track->setExpectsMediaDataInRealTime(encodingLiveVideo());
-  implementation_->audio.attach(track);
+  implementation_->addTrack(implementation_->audio, track);
 }
 
 void TavrelGPUImageMovieWriter::setEncodingLiveVideo(bool newValue) {
@@ -112,7 +117,7 @@ void TavrelGPUImageMovieWriter::setPaused(bool newValue) {
 }
 
 void TavrelGPUImageMovieWriter::Implementation::startWriting() {
-  if (assetWriter && !isWriting()) assetWriter->startWriting();
+  if (assetWriter && !creationError && !isWriting()) assetWriter->startWriting();
 }
 
 MediaTime TavrelGPUImageMovieWriter::Implementation::startSession(MediaTime time, const MovieTrackFeeder& stream) {

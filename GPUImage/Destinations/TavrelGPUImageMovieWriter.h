@@ -53,8 +53,9 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   /// of `processAudioBuffer`.
   using AudioProcessingCallback = std::function<void(void** samples, Index sampleCount)>;
 
-  /// A QuickTime movie of H.264 in `newSize` (pixels, truncated). The file is replaced if it exists. When it cannot be
-  /// created, or no GL context can be had, `error` says why and nothing will be recorded.
+  /// A QuickTime movie of H.264 in `newSize` (pixels, truncated). A file that exists is replaced, as `AssetWriter`
+  /// does. When it cannot be created or take a track, or no GL context can be had, `error` says why and nothing will be
+  /// recorded.
   TavrelGPUImageMovieWriter(const std::filesystem::path& newMovieURL, Size newSize);
   /// `newFileType` is one of the `kFileType…` values. Settings must hold `kVideoCodecKey`, `kVideoWidthKey` and
   /// `kVideoHeightKey`, else the program stops; they may hold further video settings and the two keys above.
@@ -125,11 +126,11 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   std::vector<MetadataItem> metaData() const;
   void setMetaData(std::vector<MetadataItem> newValue);
   const std::shared_ptr<TavrelGPUImageContext>& movieWriterContext() const;
-  /// Why the file could not be created or written; nothing while all is well.
+  /// Why the file could not be created or written, or cannot take a track; nothing while all is well.
   std::optional<Error> error() const;
   /// The size of the pictures in the file: the asked one, rounded up where the codec wants even numbers.
   Size encodedSize() const;
-  /// Frames that the file has taken.
+  /// Frames that the file has taken; when it has ended, those that are in it.
   std::uint64_t writtenVideoFrames() const;
   /// How many frames and sound buffers there was no room for, and frames of a time before the movie's beginning.
   std::uint64_t droppedVideoFrames() const;

@@ -30,7 +30,8 @@ void TavrelGPUImageMovieWriter::setMetaData(std::vector<MetadataItem> newValue) 
 }
 
 std::optional<Error> TavrelGPUImageMovieWriter::error() const {
-  return assetWriter() ? assetWriter()->error() : implementation_->creationError;
+  const auto& refusal = implementation_->creationError;
+  return refusal ? refusal : assetWriter()->error();
 }
 
 const std::shared_ptr<AssetWriter>& TavrelGPUImageMovieWriter::assetWriter() const {
@@ -48,7 +49,8 @@ void TavrelGPUImageMovieWriter::setInputRotation(TavrelGPUImageRotationMode newI
 }
 
 std::uint64_t TavrelGPUImageMovieWriter::writtenVideoFrames() const {
-  return implementation_->tally.writtenVideoFrames();
+  const bool hasEnded = !implementation_->isWriting() && assetWriter();
+  return hasEnded ? assetWriter()->writtenSamples(MediaType::video) : implementation_->tally.writtenVideoFrames();
 }
 
 std::uint64_t TavrelGPUImageMovieWriter::droppedVideoFrames() const {

@@ -60,7 +60,7 @@ std::optional<MediaTime> TavrelGPUImageMovieWriter::Implementation::admitFrame(M
   if (!place || !video.input()) return std::nullopt;
   // Sound may have come first, and begun the movie.
   if (*place >= startSession(*place, video)) return place;
-  dropFrame(1, TraceNames::shared().beforeStart, *place);
+  tally.frameDropped(TraceNames::shared().beforeStart);
   return std::nullopt;
 }
 
@@ -75,6 +75,7 @@ bool TavrelGPUImageMovieWriter::Implementation::claimFrameInFlight(MediaTime tim
 }
 
 void TavrelGPUImageMovieWriter::Implementation::encodeFrame(TavrelGPUImageFramebuffer& framebuffer, MediaTime time) {
+  if (!isRecording) return framebuffer.unlock();  // it was cancelled meanwhile
   if (encodingLiveVideo && !video.input()->isReadyForMoreMediaData()) {
     framebuffer.unlock();
     return dropFrame(1, TraceNames::shared().encoderBusy, time);
@@ -82,7 +83,7 @@ void TavrelGPUImageMovieWriter::Implementation::encodeFrame(TavrelGPUImageFrameb
   const std::shared_ptr<PixelBufferPool> pool = assetWriterPixelBufferInput->pixelBufferPool();
   std::shared_ptr<PixelBuffer> pixelBuffer = pool ? painter.readyPixelBuffer(framebuffer) : nullptr;
   if (!pool || (!pixelBuffer && !painter.renderAtInternalSizeUsingFramebuffer(framebuffer, *pool))) {
-    ConsoleLog::write("Couldn't write a frame");
+    tally.frameRefused();
     return framebuffer.unlock();
   }
   if (!pixelBuffer) pixelBuffer = painter.drawnPixelBuffer(*pool);
@@ -147,7 +148,9 @@ void TavrelGPUImageMovieWriter::Implementation::callAudioProcessingCallback(Samp
 
 void TavrelGPUImageMovieWriter::Implementation::appendAudioBuffer(const std::shared_ptr<SampleBuffer>& audioBuffer,
                                                                   MediaTime time) {
-  if (!audio.waitUntilReady(encodingLiveVideo, kAudioWaitSlice)) {
+  const bool isReady = audio.waitUntilReady(encodingLiveVideo, kAudioWaitSlice);
+  if (!isRecording) return releaseAudioBuffer(*audioBuffer);  // the recording ended meanwhile
+  if (!isReady) {
     tally.soundDropped(TraceNames::shared().encoderBusy);
     ConsoleLog::write("2: Had to drop an audio frame {}", time.description());
   } else if (isWriting() && !audio.input()->append(audioBuffer)) {

@@ -61,6 +61,10 @@ void AssetWriter::setMetadata(std::vector<MetadataItem> metadata) {
 
 std::vector<MetadataItem> AssetWriter::metadata() const { return session_->settings().metadata; }
 
+void AssetWriter::setAppearsWhenComplete(bool appears) {
+  session_->setSettings([&](MovieFile::Settings& settings) { settings.appearsWhenComplete = appears; });
+}
+
 bool AssetWriter::addInput(const std::shared_ptr<AssetWriterInput>& input) {
   return input && session_->add(input->pipeline_);
 }
@@ -76,5 +80,7 @@ void AssetWriter::finishWriting(std::function<void()> completion) { session_->fi
 void AssetWriter::cancelWriting() { session_->cancel(); }
 
 MediaTime AssetWriter::writtenUntil() const { return session_->writtenUntil(); }
+
+std::uint64_t AssetWriter::writtenSamples(MediaType mediaType) const { return session_->writtenSamples(mediaType); }
 
 }  // namespace tavrel

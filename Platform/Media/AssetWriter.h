@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -31,14 +32,15 @@ class AssetWriterSession;
 ///        └──▶ failed              └──cancelWriting──▶ cancelled (also from unknown)
 ///
 /// The file is written in fragments, each complete in itself: whatever ends the process, what reached the disk before
-/// plays. A full disk or a failing encoder ends the writing with status failed; the file is kept, and `writtenUntil`
-/// says up to when it plays. Encoding runs on one thread for each input and writing on one more; no call but the
-/// blocking `finishWriting` and `cancelWriting` waits for them. Any thread.
+/// plays. Each is brought to the disk. The file gets its name with the first one, and a file that had the name is there
+/// until then; before, it is a hidden one beside it. A full disk or a failing encoder ends the writing with status
+/// failed; the file is kept, and `writtenUntil` says up to when it plays. A movie without a sample is an error, and no
+/// file. Encoding runs on one thread for each input and writing on one more; no call but the blocking `finishWriting`
+/// and `cancelWriting` waits for them. Any thread.
 class TAVREL_API AssetWriter {
  public:
-  /// Opens the file for writing; an existing file is replaced when writing starts. Fails
-  /// (`MediaErrorCode::unsupportedFileType`, `unwritableFile`, "posix") when the type is none of the above, and when
-  /// the file cannot be created there.
+  /// Opens the file for writing. Fails (`MediaErrorCode::unsupportedFileType`, `unwritableFile`, `fileInUse`, "posix")
+  /// when the type is none of the above, when the file cannot be created there, and when it is being written already.
   static Expected<std::shared_ptr<AssetWriter>> create(const std::filesystem::path& url, std::string_view fileType);
 
   /// The type that a file's name asks for, by its ending; nothing when that is none of .mov, .mp4 and .mkv.
@@ -62,6 +64,9 @@ class TAVREL_API AssetWriter {
   /// Written into the file's header. Before writing starts.
   void setMetadata(std::vector<MetadataItem> metadata);
   std::vector<MetadataItem> metadata() const;
+  /// True: the file gets its name when it is complete, and a recording that breaks off leaves nothing. Before writing
+  /// starts.
+  void setAppearsWhenComplete(bool appears);
 
   /// False, with the reason in `error()`, once writing has started, for an input that serves a writer already, and for
   /// settings that cannot be encoded or that the container cannot take.
@@ -84,6 +89,8 @@ class TAVREL_API AssetWriter {
 
   /// How far the movie reaches that is safely in the file, on the movie's time line; zero before the first fragment.
   MediaTime writtenUntil() const;
+  /// How many pictures, or packets of sound, are safely in the file.
+  std::uint64_t writtenSamples(MediaType mediaType) const;
 
  private:
   explicit AssetWriter(std::shared_ptr<AssetWriterSession> session);

@@ -1,6 +1,5 @@
 #include "Platform/Media/AssetWriterInputPixelBufferAdaptor.h"
 
-#include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Graphics/PixelBufferPool.h"
 #include "Platform/Media/Private/Writing/InputPipeline.h"
 
@@ -33,11 +32,7 @@ std::shared_ptr<PixelBufferPool> AssetWriterInputPixelBufferAdaptor::pixelBuffer
       numberFor(sourceAttributes_, kPixelBufferPixelFormatTypeKey).value_or(static_cast<double>(PixelFormat::bgra32))));
   auto pool = PixelBufferPool::create(sideFor(sourceAttributes_, kPixelBufferWidthKey, size.width),
                                       sideFor(sourceAttributes_, kPixelBufferHeightKey, size.height), format);
-  if (pool) {
-    pool_ = std::move(*pool);
-  } else {
-    ConsoleLog::write("No pixel buffer pool: {}", pool.error().description);
-  }
+  if (pool) pool_ = std::move(*pool);
   return pool_;
 }
 

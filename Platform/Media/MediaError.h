@@ -23,11 +23,12 @@ enum class MediaErrorCode : std::int64_t {
   noPlayableTrack = -12,     ///< the movie holds neither pictures nor sound that can be decoded
   damagedFile = -13,         ///< the movie is recognized, but cannot be decoded
   unwritableFile = -14,      ///< the movie cannot be written there: not a regular file
-  emptyMovie = -15,          ///< the writing ended without a sample
+  emptyMovie = -15,          ///< the writing ended without a sample: there is no file
   encodingFailed = -16,      ///< an encoder failed while it ran
   writingFailed = -17,       ///< the container refused a header, a sample or its end
   conversionFailed = -18,    ///< a sound or a picture could not be converted
-  allocationFailed = -19     ///< no memory left
+  allocationFailed = -19,    ///< no memory left
+  fileInUse = -20            ///< another writer, of this process or another, writes the movie's file
 };
 
 constexpr const char* errorDomain(MediaErrorCode) { return "media"; }

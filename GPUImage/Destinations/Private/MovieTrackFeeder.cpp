@@ -7,9 +7,10 @@
 
 namespace tavrel {
 
-void MovieTrackFeeder::attach(std::shared_ptr<AssetWriterInput> input) {
-  if (assetWriter_) assetWriter_->addInput(input);
+std::optional<Error> MovieTrackFeeder::attach(std::shared_ptr<AssetWriterInput> input) {
+  const bool isRefused = assetWriter_ && !assetWriter_->addInput(input);
   input_.set(std::move(input));
+  return isRefused ? assetWriter_->error() : std::nullopt;
 }
 
 bool MovieTrackFeeder::isWriting() const {

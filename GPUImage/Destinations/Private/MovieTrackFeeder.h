@@ -4,6 +4,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "GPUImage/Private/SharedCallback.h"
 #include "Platform/Media/AssetWriter.h"
@@ -24,8 +25,8 @@ class MovieTrackFeeder {
   /// `assetWriter` is the owner's, and may stay empty where there is no file.
   explicit MovieTrackFeeder(const std::shared_ptr<AssetWriter>& assetWriter) : assetWriter_(assetWriter) {}
 
-  /// Adds the track to the file.
-  void attach(std::shared_ptr<AssetWriterInput> input);
+  /// Adds the track to the file. Answers why the file refuses it, if it does.
+  std::optional<Error> attach(std::shared_ptr<AssetWriterInput> input);
   /// nullptr while the movie has no such track.
   std::shared_ptr<AssetWriterInput> input() const { return input_.get(); }
   SharedCallback<InputReadyCallback>& inputReadyCallback() { return inputReadyCallback_; }

@@ -24,6 +24,7 @@ struct TavrelGPUImageMovieWriter::Implementation {
 
   void initializeMovieWithOutputSettings(const std::optional<Dictionary>& outputSettings);
   void addVideoTrack(const std::optional<Dictionary>& outputSettings);
+  void addTrack(MovieTrackFeeder& feeder, const std::shared_ptr<AssetWriterInput>& track);
   AssetWriterStatus status() const { return assetWriter ? assetWriter->status() : AssetWriterStatus::unknown; }
   bool isWriting() const { return status() == AssetWriterStatus::writing; }
   void startWriting();
@@ -44,7 +45,7 @@ struct TavrelGPUImageMovieWriter::Implementation {
   const std::filesystem::path movieURL;
   const std::string fileType;
   std::shared_ptr<AssetWriter> assetWriter;
-  std::optional<Error> creationError;
+  std::optional<Error> creationError;  // of the file or a track: nothing will be recorded
 
   MoviePainter painter;
   MovieTimeline timeline;

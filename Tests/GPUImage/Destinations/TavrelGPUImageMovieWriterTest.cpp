@@ -240,7 +240,7 @@ TEST_F(MovieWriterTest, FramesOfATimeBeforeTheSoundThatBeganTheMovieAreCountedAs
   sendFrame(MediaTime::make(31, 30));
   finish();
   EXPECT_EQ(writer_->droppedVideoFrames(), 1U);
-  EXPECT_THAT(console.messages(), ::testing::Contains(::testing::HasSubstr("1: Had to drop a video frame")));
+  EXPECT_THAT(console.messages(), ::testing::IsEmpty());
   EXPECT_EQ(frameSeconds().size(), 1U);
 }
 

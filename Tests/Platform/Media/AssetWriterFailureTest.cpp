@@ -168,22 +168,6 @@ TEST(AssetWriterFailure, CreationSaysWhatIsWrong) {
   EXPECT_FALSE(AssetWriter::create(folder / "pipe", kFileTypeQuickTimeMovie));
 }
 
-TEST(AssetWriterFailure, AnExistingFileIsReplacedOnlyByWriting) {
-  const TemporaryFolder folder;
-  const auto path = folder / "movie.mov";
-  std::ofstream(path) << "old";
-  { ASSERT_TRUE(AssetWriter::create(path, kFileTypeQuickTimeMovie)); }
-  EXPECT_EQ(std::filesystem::file_size(path), 3U);
-  {
-    const auto writer = *AssetWriter::create(path, kFileTypeQuickTimeMovie);
-    EXPECT_FALSE(writer->startWriting()) << "no input";
-    EXPECT_EQ(writer->status(), AssetWriterStatus::failed);
-  }
-  EXPECT_EQ(std::filesystem::file_size(path), 3U);
-  { ASSERT_TRUE(AssetWriter::create(folder / "new.mov", kFileTypeQuickTimeMovie)); }
-  EXPECT_FALSE(std::filesystem::exists(folder / "new.mov"));
-}
-
 TEST(AssetWriterFailure, SettingsThatCannotBeEncodedAreRefused) {
   const TemporaryFolder folder;
   const auto writer = *AssetWriter::create(folder / "movie.mov", kFileTypeQuickTimeMovie);
@@ -206,8 +190,13 @@ TEST(AssetWriterFailure, SettingsThatCannotBeEncodedAreRefused) {
   EXPECT_FALSE(writer->error());
   EXPECT_FALSE(writer->addInput(AssetWriterInput::create(MediaType::audio, aacSettings()))) << "too late";
   EXPECT_TRUE(input->isReadyForMoreMediaData());
-  EXPECT_TRUE(writer->finishWriting());
+  writer->cancelWriting();
   EXPECT_FALSE(writer->startWriting());
+  // But where nothing else is left, it is why.
+  const auto other = *AssetWriter::create(folder / "other.mov", kFileTypeQuickTimeMovie);
+  other->addInput(AssetWriterInput::create(MediaType::video, h264Settings(0, 480)));
+  EXPECT_FALSE(other->startWriting());
+  EXPECT_NE(other->error()->description.find("VideoWidth is 0"), std::string::npos);
 }
 
 TEST(AssetWriterFailure, ACodecThatRefusesItsPresetFailsTheStart) {
@@ -229,7 +218,7 @@ class Feeders {
   explicit Feeders(const MovieMaker& maker) : maker_(maker) {
     threads_.emplace_back([this] {
       const auto picture = solidPicture(320, 240, 1, 2, 3);
-      for (int i = 0; !done_; ++i) maker_.addPicture(picture, MediaTime::make(i, 30));
+      for (int i = 1; !done_; ++i) maker_.addPicture(picture, MediaTime::make(i, 30));
     });
     threads_.emplace_back([this] {
       for (int i = 0; !done_; ++i) maker_.addTone(0.02, MediaTime::make(i, 50));
@@ -253,6 +242,7 @@ TEST(AssetWriterFailure, EndsAtAnyMomentWithoutHanging) {
     const auto path = folder / "movie.mov";
     auto maker = MovieMaker::start(
         path, {.width = 320, .height = 240, .isRealTime = round % 2 == 0, .audioSettings = aacSettings()});
+    maker.addPicture(solidPicture(320, 240, 1, 2, 3), MediaTime::zero());
     auto feeders = std::make_unique<Feeders>(maker);
     std::this_thread::sleep_for(std::chrono::milliseconds(random() % 120));
     const auto before = std::chrono::steady_clock::now();
@@ -306,6 +296,7 @@ TEST(AssetWriterFailure, CompletionIsCalledInEveryState) {
   EXPECT_TRUE(waitForCompletion(*maker.writer)) << "cancelled";
   EXPECT_FALSE(maker.writer->startWriting());
   auto second = MovieMaker::start(folder / "second.mov", {});
+  second.addPicture(solidPicture(64, 48, 1, 2, 3), MediaTime::zero());
   // The last reference goes inside the completion.
   std::atomic<bool> called = false;
   AssetWriter& writer = *second.writer;

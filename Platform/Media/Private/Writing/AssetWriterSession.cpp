@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace tavrel {
 namespace {
@@ -58,16 +59,24 @@ bool AssetWriterSession::start() {
   std::unique_lock lock(mutex_);
   if (status_ != AssetWriterStatus::unknown || isEnding_) return false;
   status_ = AssetWriterStatus::writing;
-  error_.reset();
+  const std::optional<Error> refusal = std::exchange(error_, std::nullopt);
   std::optional<Error> error;
-  if (inputs_.empty()) error = makeError(MediaErrorCode::nothingAdded, "the movie has no tracks: add an input first");
+  // Why an input was refused says more than that there is none.
+  if (inputs_.empty()) error = refusal;
+  if (inputs_.empty() && !error) {
+    error = makeError(MediaErrorCode::nothingAdded, "the movie has no tracks: add an input first");
+  }
   const auto handler = [weak = weak_from_this()](Error failure) {
-    if (const auto self = weak.lock()) self->inputFailed(std::move(failure));
+    if (const auto self = weak.lock()) self->fail(std::move(failure));
   };
+  packets_ = std::make_shared<PacketQueue>(file_, PacketQueue::Handlers{handler, [weak = weak_from_this()] {
+                                                                          const auto self = weak.lock();
+                                                                          if (self) self->checkReadiness();
+                                                                        }});
   // Encoders first: an existing file is replaced only when there is something to write.
   for (const auto& input : inputs_) {
     if (error) break;
-    if (auto opened = input->open(file_, handler); !opened) error = opened.error();
+    if (auto opened = input->open(packets_, handler); !opened) error = opened.error();
   }
   if (!error) {
     if (auto begun = file_->begin(settings_); !begun) error = begun.error();
@@ -93,8 +102,8 @@ void AssetWriterSession::tick() {
   {
     const std::lock_guard lock(mutex_);
     if (isEnding_) return;
+    packets_->tick();
   }
-  if (auto written = file_->tick(); !written) inputFailed(written.error());
   balanceInputs();
 }
 
@@ -118,7 +127,15 @@ void AssetWriterSession::balanceInputs() {
   }
 }
 
-void AssetWriterSession::inputFailed(Error error) {
+void AssetWriterSession::checkReadiness() {
+  const auto inputs = [this] {
+    const std::lock_guard lock(mutex_);
+    return inputs_;
+  }();
+  for (const auto& input : inputs) input->checkReadiness();
+}
+
+void AssetWriterSession::fail(Error error) {
   std::unique_lock lock(mutex_);
   if (!isEnding_) beginEnding(lock, Ending::fail, std::move(error));
 }
@@ -131,6 +148,7 @@ void AssetWriterSession::beginEnding(std::unique_lock<std::mutex>& lock, Ending 
   }
   if (ending == Ending::cancel) status_ = AssetWriterStatus::cancelled;
   const auto inputs = inputs_;
+  if (ending == Ending::cancel) packets_->discard();
   lock.unlock();
   for (const auto& input : inputs) input->end(ending == Ending::cancel);
   control_->async([self = shared_from_this(), ending] { self->end(ending); });
@@ -142,11 +160,12 @@ void AssetWriterSession::end(Ending ending) {
     return std::move(timer_);
   }();
   for (const auto& input : inputs_) input->drain();
+  packets_->drain();
 
   std::optional<Error> error;
   if (ending == Ending::cancel) {
     file_->remove();
-  } else if (ending == Ending::fail && !file_->hasSamples()) {
+  } else if (ending == Ending::fail && (settings_.appearsWhenComplete || !file_->hasSamples())) {
     file_->abandon();
   } else if (auto finished = file_->finish(); !finished) {
     file_->abandon();
@@ -159,6 +178,7 @@ void AssetWriterSession::end(Ending ending) {
     error_ = std::move(error);
   }
   inputs_.clear();
+  packets_.reset();
   hasEnded_ = true;
   ended_.notify_all();
 }

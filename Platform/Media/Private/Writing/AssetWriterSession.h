@@ -35,6 +35,7 @@ class AssetWriterSession : public std::enable_shared_from_this<AssetWriterSessio
   /// The writer goes: finishes what is being written.
   void close();
   MediaTime writtenUntil() const { return file_->writtenUntil(); }
+  std::uint64_t writtenSamples(MediaType mediaType) const { return file_->writtenSamples(mediaType); }
 
  private:
   enum class Ending { finish, fail, cancel };
@@ -42,9 +43,11 @@ class AssetWriterSession : public std::enable_shared_from_this<AssetWriterSessio
   bool refuse(Error error);
   void beginEnding(std::unique_lock<std::mutex>& lock, Ending ending, std::optional<Error> error);
   void end(Ending ending);
-  void inputFailed(Error error);
+  void fail(Error error);
   void tick();
   void balanceInputs();
+  /// There is room for packets again.
+  void checkReadiness();
   void waitUntilEnded();
 
   const std::shared_ptr<MovieFile> file_;
@@ -59,6 +62,7 @@ class AssetWriterSession : public std::enable_shared_from_this<AssetWriterSessio
   bool hasSession_ = false;
   MovieFile::Settings settings_;
   std::vector<std::shared_ptr<InputPipeline>> inputs_;
+  std::shared_ptr<PacketQueue> packets_;  // while writing
   std::unique_ptr<DispatchTimer> timer_;
 };
 

@@ -94,9 +94,8 @@ Expected<void> AudioTrackEncoder::check(const MovieFile& file) const {
                  fmt::format("{} cannot hold this audio coding", file.container().name()));
 }
 
-Expected<void> AudioTrackEncoder::open(MovieFile& file, int track, bool isRealTime) {
-  file_ = &file;
-  track_ = track;
+Expected<void> AudioTrackEncoder::open(TrackOutput output, bool isRealTime) {
+  output_ = std::move(output);
   isRealTime_ = isRealTime;
   takeFFmpegLogLine();
   const AVCodec* const codec = avcodec_find_encoder(storedFormat_ ? storedCodec(*storedFormat_) : AV_CODEC_ID_AAC);
@@ -122,7 +121,7 @@ Expected<void> AudioTrackEncoder::open(MovieFile& file, int track, bool isRealTi
   if (!fifo_) return failedToOpen(AVERROR(ENOMEM));
   const CodecParameters parameters(avcodec_parameters_alloc());
   avcodec_parameters_from_context(parameters.get(), context_.get());
-  file.setFormat(track, parameters.get(), context_->time_base, true);
+  output_.setFormat(parameters.get(), context_->time_base, true);
   return {};
 }
 
@@ -256,7 +255,7 @@ Expected<void> AudioTrackEncoder::receive() {
     const int result = avcodec_receive_packet(context_.get(), packet.get());
     if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return {};
     if (result < 0) return failedToEncode(result);
-    if (auto written = file_->write(track_, std::move(packet)); !written) return written;
+    output_.write(std::move(packet));
   }
 }
 

@@ -40,7 +40,7 @@ class AudioTrackEncoder final : public TrackEncoder {
   static AVCodecID storedCodec(const AudioFormat& format);
 
   Expected<void> check(const MovieFile& file) const override;
-  Expected<void> open(MovieFile& file, int track, bool isRealTime) override;
+  Expected<void> open(TrackOutput output, bool isRealTime) override;
   Expected<void> encode(const TrackSample& sample) override;
   Expected<void> finish() override;
 
@@ -62,8 +62,7 @@ class AudioTrackEncoder final : public TrackEncoder {
 
   AudioSettings settings_;
   std::optional<AudioFormat> storedFormat_;
-  MovieFile* file_ = nullptr;
-  int track_ = -1;
+  TrackOutput output_;
   bool isRealTime_ = false;
   CodecContext context_;
   std::optional<PacketDecoder> decoder_;

@@ -97,7 +97,7 @@ Expected<void> InputPipeline::attach(const MovieFile& file) {
   return {};
 }
 
-Expected<void> InputPipeline::open(std::shared_ptr<MovieFile> file, FailureHandler handler) {
+Expected<void> InputPipeline::open(std::shared_ptr<PacketQueue> output, FailureHandler handler) {
   std::unique_lock lock(mutex_);
   auto choice = chooseEncoder(mediaType_, settings_, configuration_.timescale);
   if (!choice) return tl::unexpected(choice.error());
@@ -105,9 +105,9 @@ Expected<void> InputPipeline::open(std::shared_ptr<MovieFile> file, FailureHandl
   failureHandler_ = std::move(handler);
   timescale_ = configuration_.timescale;
   const std::chrono::seconds formatPatience(configuration_.isRealTime ? 1 : 10);
-  track_ = file->addTrack(mediaType_, configuration_.transform, formatPatience);
-  if (auto opened = encoder_->open(*file, track_, configuration_.isRealTime); !opened) return opened;
-  file_ = std::move(file);
+  const int track = output->file().addTrack(mediaType_, configuration_.transform, formatPatience);
+  output_ = {std::move(output), track};
+  if (auto opened = encoder_->open(output_, configuration_.isRealTime); !opened) return opened;
   queue_ = DispatchQueue::create(mediaType_ == MediaType::video ? "tavrel.writer.video" : "tavrel.writer.audio");
   stage_ = Stage::writing;
   readinessChanged(lock);
@@ -117,6 +117,11 @@ Expected<void> InputPipeline::open(std::shared_ptr<MovieFile> file, FailureHandl
 void InputPipeline::startSession(MediaTime time) {
   const std::lock_guard lock(mutex_);
   if (!sessionStart_) sessionStart_ = time;
+}
+
+void InputPipeline::checkReadiness() {
+  std::unique_lock lock(mutex_);
+  readinessChanged(lock);
 }
 
 void InputPipeline::setHeldBack(bool isHeldBack) {
@@ -132,7 +137,7 @@ InputPipeline::Progress InputPipeline::progress() const {
 }
 
 bool InputPipeline::isReadyLocked() const {
-  if (stage_ != Stage::writing || isHeldBack_) return false;
+  if (stage_ != Stage::writing || isHeldBack_ || !output_.queue->hasRoom(mediaType_)) return false;
   if (mediaType_ == MediaType::video) return waitingSamples_ < kMostWaitingPictures;
   const Backlog& most = configuration_.isRealTime ? kLiveSoundBacklog : kSoundBacklog;
   return waitingSeconds_ < most.seconds && waitingSamples_ < most.pieces;
@@ -170,11 +175,12 @@ bool InputPipeline::appendPicture(PixelBuffer& pixelBuffer, MediaTime presentati
 
 bool InputPipeline::isStorable(const FormatDescription& format) const {
   const AVCodecID codec = PassthroughTrackEncoder::codecOf(format);
-  const auto file = [this] {
+  const auto output = [this] {
     const std::lock_guard lock(mutex_);
-    return file_;
+    return output_;
   }();
-  return codec != AV_CODEC_ID_NONE && file && file->container().canHold(codec) && file->hasTrack(track_);
+  return codec != AV_CODEC_ID_NONE && output.queue && output.queue->file().container().canHold(codec) &&
+         output.queue->file().hasTrack(output.track);
 }
 
 bool InputPipeline::stampPicture(TrackSample& sample, MediaTime movieTime) {
@@ -211,7 +217,7 @@ bool InputPipeline::enqueue(TrackSample sample, MediaTime presentationTime) {
   ++waitingSamples_;
   waitingSeconds_ += seconds;
   lastAppend_ = std::chrono::steady_clock::now();
-  file_->noteFirstSample();
+  output_.queue->file().noteFirstSample();
   queue_->async(
       [self = shared_from_this(), sample = std::move(sample), seconds]() mutable { self->process(sample, seconds); });
   return true;
@@ -238,9 +244,7 @@ void InputPipeline::finishEncoder() {
   if (!isDiscarding_ && !hasFailed_) {
     if (auto finished = encoder_->finish(); !finished) fail(finished.error());
   }
-  if (!hasFailed_ && !isDiscarding_) {
-    if (auto ended = file_->endTrack(track_); !ended) fail(ended.error());
-  }
+  output_.queue->endTrack(output_.track);
 }
 
 void InputPipeline::markAsFinished() {
@@ -272,7 +276,7 @@ void InputPipeline::drain() {
     failureHandler_ = nullptr;
   });
   const std::lock_guard lock(mutex_);
-  file_.reset();
+  output_ = {};
 }
 
 void InputPipeline::readinessChanged(std::unique_lock<std::mutex>& lock) {

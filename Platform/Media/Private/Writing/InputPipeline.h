@@ -45,13 +45,15 @@ class InputPipeline : public std::enable_shared_from_this<InputPipeline> {
   // The writer's side.
   /// Checks the settings; the pipeline then belongs to a writer.
   Expected<void> attach(const MovieFile& file);
-  Expected<void> open(std::shared_ptr<MovieFile> file, FailureHandler handler);
+  Expected<void> open(std::shared_ptr<PacketQueue> output, FailureHandler handler);
   void startSession(MediaTime time);
+  /// There is room for packets again.
+  void checkReadiness();
   /// Holds the input back while it is far ahead of others that are being read in step with it.
   void setHeldBack(bool isHeldBack);
   /// No more samples are taken and all who wait wake up; with `discard`, those not yet encoded are dropped.
   void end(bool discard);
-  /// Returns once the encoder's thread has done everything and let go of the file.
+  /// Returns once the encoder's thread has done everything and let go of the output.
   void drain();
 
   struct Progress {
@@ -109,8 +111,7 @@ class InputPipeline : public std::enable_shared_from_this<InputPipeline> {
 
   std::shared_ptr<DispatchQueue> queue_;
   FailureHandler failureHandler_;
-  std::shared_ptr<MovieFile> file_;
-  int track_ = -1;
+  TrackOutput output_;
   std::unique_ptr<TrackEncoder> encoder_;
   bool hasFailed_ = false;  // queue only
   std::atomic<bool> isDiscarding_ = false;

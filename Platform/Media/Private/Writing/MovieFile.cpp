@@ -15,6 +15,8 @@ namespace {
 
 // A process that is killed 0.3 s after the first sample leaves a file that opens.
 constexpr std::chrono::milliseconds kHeaderPatience{150};
+// Those of a track without a format are waited for no longer then.
+constexpr std::int64_t kMostWaitingBytes = std::int64_t{32} << 20;
 // Beyond it a sample's duration no longer fits the container; such a pause is told by the next fragment's time instead.
 constexpr std::int64_t kLongestDuration = std::numeric_limits<std::int32_t>::max() / 2;
 
@@ -42,7 +44,6 @@ MovieFile::~MovieFile() { abandon(); }
 
 int MovieFile::addTrack(MediaType mediaType, const AffineTransform& transform,
                         std::chrono::milliseconds formatPatience) {
-  const std::lock_guard lock(mutex_);
   Track track{};
   track.mediaType = mediaType;
   track.transform = transform;
@@ -52,7 +53,6 @@ int MovieFile::addTrack(MediaType mediaType, const AffineTransform& transform,
 }
 
 Expected<void> MovieFile::begin(Settings settings) {
-  const std::lock_guard lock(mutex_);
   settings_ = std::move(settings);
   lastFlush_ = Clock::now();
   hasBegun_ = true;
@@ -79,7 +79,7 @@ Expected<void> MovieFile::checkpoint() {
 
 bool MovieFile::setFormat(int index, const AVCodecParameters* parameters, AVRational timeBase, bool isFinal) {
   const std::lock_guard lock(mutex_);
-  if (isHeaderWritten_) return false;
+  if (areFormatsFixed_) return false;
   Track& track = tracks_[static_cast<std::size_t>(index)];
   track.parameters.reset(avcodec_parameters_alloc());
   avcodec_parameters_copy(track.parameters.get(), parameters);
@@ -90,7 +90,7 @@ bool MovieFile::setFormat(int index, const AVCodecParameters* parameters, AVRati
 
 bool MovieFile::hasTrack(int track) const {
   const std::lock_guard lock(mutex_);
-  return !isHeaderWritten_ || tracks_[static_cast<std::size_t>(track)].stream >= 0;
+  return !areFormatsFixed_ || tracks_[static_cast<std::size_t>(track)].parameters;
 }
 
 void MovieFile::noteFirstSample() {
@@ -98,14 +98,18 @@ void MovieFile::noteFirstSample() {
   if (!firstSample_) firstSample_ = Clock::now();
 }
 
-bool MovieFile::isHeaderDue(Clock::time_point now) const {
+bool MovieFile::fixFormatsWhenDue() {
+  const auto now = Clock::now();
+  const std::lock_guard lock(mutex_);
   bool hasAny = false;
   for (const Track& track : tracks_) {
     hasAny = hasAny || track.parameters;
     if (track.isFormatFinal || track.hasEnded) continue;
     const auto patience = track.parameters ? kHeaderPatience : track.formatPatience;
-    if (!firstSample_ || now - *firstSample_ < patience) return false;
+    const bool isOver = firstSample_ && (now - *firstSample_ >= patience || waitingBytes_ > kMostWaitingBytes);
+    if (!isOver) return false;
   }
+  areFormatsFixed_ = hasAny;
   return hasAny;
 }
 
@@ -159,12 +163,16 @@ Expected<void> MovieFile::flushFragment() {
   // Fragments start at their first sample's own time, whatever durations the one before announced.
   if (container_.isQuickTimeFamily()) av_opt_set(context_->priv_data, "movflags", "+frag_discont", 0);
   if (auto complete = checkpoint(); !complete) return complete;
+  if (auto safe = settings_.appearsWhenComplete ? output_->sync() : output_->publish(); !safe)
+    return fail(safe.error());
   hasUnflushed_ = false;
   hasFragments_ = true;
   lastFlush_ = Clock::now();
+  const std::lock_guard lock(mutex_);
   for (Track& track : tracks_) {
     if (!track.queuedEnd) continue;
     track.writtenEnd = *track.queuedEnd;
+    track.writtenSamples = track.queuedSamples;
     track.isInFile = true;
     fragmentStart_ = std::max(fragmentStart_, track.writtenEnd);
   }
@@ -184,6 +192,7 @@ Expected<void> MovieFile::mux(Track& track, Packet packet) {
   packet->stream_index = track.stream;
   av_packet_rescale_ts(packet.get(), track.timeBase, context_->streams[track.stream]->time_base);
   hasUnflushed_ = true;
+  ++track.queuedSamples;
   const int result = av_write_frame(context_.get(), packet.get());
   if (auto written = checked(result, "a packet cannot be written to the movie"); !written) return written;
   return isFirstFragmentDue(track) ? flushFragment() : Expected<void>{};
@@ -213,13 +222,16 @@ Expected<void> MovieFile::release(Track& track, std::int64_t duration) {
   packet->duration = duration;
   if (duration > 1) track.lastDuration = duration;
   if (isHeaderWritten_) return mux(track, std::move(packet));
+  waitingBytes_ += packet->size;
   waiting_.emplace_back(static_cast<int>(&track - tracks_.data()), std::move(packet));
   return {};
 }
 
 Expected<void> MovieFile::releaseHeld(bool isLast) {
   for (Track& track : tracks_) {
-    if (!track.held) continue;
+    // What is held waits for its successor, whose time is its end: at the most a sample of each track is kept out of
+    // the file. But some readers do not open a movie with a track that has none.
+    if (!track.held || (!isLast && track.queuedEnd)) continue;
     // Not the last one: announce so little that the next packet, whenever it comes, comes later.
     std::int64_t duration = 1;
     if (isLast) duration = track.held->duration > 0 ? track.held->duration : track.lastDuration;
@@ -229,7 +241,6 @@ Expected<void> MovieFile::releaseHeld(bool isLast) {
 }
 
 Expected<void> MovieFile::write(int index, Packet packet) {
-  const std::lock_guard lock(mutex_);
   if (error_) return tl::unexpected(*error_);
   if (isClosed_) return {};
   Track& track = tracks_[static_cast<std::size_t>(index)];
@@ -240,43 +251,38 @@ Expected<void> MovieFile::write(int index, Packet packet) {
     if (auto released = release(track, packet->dts - track.held->dts); !released) return released;
   }
   track.held = std::move(packet);
-  if (!isHeaderWritten_ && isHeaderDue(Clock::now())) return writeHeader();
+  if (!isHeaderWritten_ && fixFormatsWhenDue()) return writeHeader();
   return {};
 }
 
-Expected<void> MovieFile::endTrack(int index) {
-  const std::lock_guard lock(mutex_);
-  if (error_) return tl::unexpected(*error_);
-  tracks_[static_cast<std::size_t>(index)].hasEnded = true;
-  return {};
-}
+void MovieFile::endTrack(int index) { tracks_[static_cast<std::size_t>(index)].hasEnded = true; }
 
 Expected<void> MovieFile::tick() {
-  const std::lock_guard lock(mutex_);
   if (error_) return tl::unexpected(*error_);
   if (isClosed_) return {};
-  const auto now = Clock::now();
-  if (!isHeaderWritten_) return firstSample_ && isHeaderDue(now) ? writeHeader() : Expected<void>{};
+  if (!isHeaderWritten_) return hasSamples() && fixFormatsWhenDue() ? writeHeader() : Expected<void>{};
   // A source that pauses, or is slow, must not keep what it gave out of the file.
-  if (now - lastFlush_ < std::chrono::duration<double>(fragmentSeconds() * 1.1)) return {};
+  if (Clock::now() - lastFlush_ < std::chrono::duration<double>(fragmentSeconds() * 1.1)) return {};
   if (auto released = releaseHeld(false); !released) return released;
   return flushFragment();
 }
 
 Expected<void> MovieFile::finish() {
-  const std::lock_guard lock(mutex_);
   if (error_) return tl::unexpected(*error_);
   if (isClosed_ || !hasBegun_) return {};
   if (auto released = releaseHeld(true); !released) return released;
   for (Track& track : tracks_) track.hasEnded = true;
-  if (!isHeaderWritten_) {
-    if (!isHeaderDue(Clock::now()))
-      return fail(makeError(MediaErrorCode::emptyMovie, "nothing was appended, so there is no movie"));
+  if (!hasSamples()) {
+    return fail(makeError(MediaErrorCode::emptyMovie, "no sample came, so there is no movie"));
+  }
+  if (!isHeaderWritten_ && fixFormatsWhenDue()) {
     if (auto written = writeHeader(); !written) return written;
   }
   if (auto flushed = flushFragment(); !flushed) return flushed;
   if (auto ended = checked(av_write_trailer(context_.get()), "the movie cannot be completed"); !ended) return ended;
   if (auto complete = checkpoint(); !complete) return complete;
+  if (auto safe = output_->sync(); !safe) return fail(safe.error());
+  if (auto named = output_->publish(); !named) return fail(named.error());
   isClosed_ = true;
   context_.reset();
   output_->closeAtCheckpoint();
@@ -284,24 +290,19 @@ Expected<void> MovieFile::finish() {
 }
 
 bool MovieFile::hasSamples() const {
-  const std::lock_guard lock(mutex_);
   return !waiting_.empty() || std::any_of(tracks_.begin(), tracks_.end(), [](const Track& track) {
     return track.held || track.queuedEnd || track.isInFile;
   });
 }
 
 void MovieFile::abandon() {
-  const std::lock_guard lock(mutex_);
   if (isClosed_) return;
   isClosed_ = true;
   context_.reset();
-  // Many readers do not open a movie without a sample.
-  if (hasBegun_ && !hasFragments_) return output_->closeAndRemove();
   output_->closeAtCheckpoint();
 }
 
 void MovieFile::remove() {
-  const std::lock_guard lock(mutex_);
   if (isClosed_) return;
   isClosed_ = true;
   context_.reset();
@@ -315,6 +316,13 @@ MediaTime MovieFile::writtenUntil() const {
     if (track.isInFile && (!end || track.writtenEnd < *end)) end = track.writtenEnd;
   }
   return MediaTime::fromSeconds(end.value_or(0), 1000);
+}
+
+std::uint64_t MovieFile::writtenSamples(MediaType mediaType) const {
+  const std::lock_guard lock(mutex_);
+  std::uint64_t samples = 0;
+  for (const Track& track : tracks_) samples += track.mediaType == mediaType ? track.writtenSamples : 0;
+  return samples;
 }
 
 }  // namespace tavrel

@@ -23,13 +23,14 @@ namespace tavrel {
 /// the first sample of any, then fragments (QuickTime, MP4) or clusters (Matroska), each handed to the kernel when
 /// complete.
 ///
-/// Packets come from the tracks' encoder threads; one at a time is written. After the first failure every write fails
-/// with the same error, and the file keeps what was complete. Any thread.
+/// After the first failure every write fails with the same error, and the file keeps what was complete. What writes is
+/// called by one thread at a time; what is said to be for any thread never waits for a write.
 class MovieFile {
  public:
   struct Settings {
     MediaTime fragmentInterval;
     std::vector<MetadataItem> metadata;
+    bool appearsWhenComplete = false;  ///< else with the first fragment
   };
 
   static Expected<std::unique_ptr<MovieFile>> open(const std::filesystem::path& path, std::string_view fileType);
@@ -45,20 +46,20 @@ class MovieFile {
   Expected<void> begin(Settings settings);
 
   /// Says what the track's packets are; `isFinal` unless the first sample may still change it. False once the header is
-  /// written: the track keeps the format it had.
+  /// written: the track keeps the format it had. Any thread.
   bool setFormat(int track, const AVCodecParameters* parameters, AVRational timeBase, bool isFinal);
-  /// False when the header was written before the track had a format.
+  /// False when the header was written before the track had a format. Any thread.
   bool hasTrack(int track) const;
-  /// The first sample was handed to a track: the time for the header runs.
+  /// The first sample was handed to a track: the time for the header runs. Any thread.
   void noteFirstSample();
   /// Takes a packet whose times are in the track's time base; dts never decreases.
   Expected<void> write(int track, Packet packet);
   /// No packets follow: nobody waits for the track any more.
-  Expected<void> endTrack(int track);
+  void endTrack(int track);
   /// Does what is due by the clock: header, fragment. Call it some times a second.
   Expected<void> tick();
 
-  /// Writes what is left and closes the file.
+  /// Writes what is left and closes the file. Fails (`MediaErrorCode::emptyMovie`) without a sample.
   Expected<void> finish();
   /// Whether anything was written, be it in the file or on its way there.
   bool hasSamples() const;
@@ -66,8 +67,10 @@ class MovieFile {
   void abandon();
   void remove();
 
-  /// The end of the shortest track that is safely in the file.
+  /// The end of the shortest track that is safely in the file. Any thread.
   MediaTime writtenUntil() const;
+  /// How many samples of this kind are safely in the file. Any thread.
+  std::uint64_t writtenSamples(MediaType mediaType) const;
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -82,6 +85,8 @@ class MovieFile {
     Packet held;  // waits for the next one, which tells its duration
     std::int64_t lastDuration = 0;
     std::int64_t lastDts = 0;
+    std::uint64_t queuedSamples = 0;   // in the muxer
+    std::uint64_t writtenSamples = 0;  // in the file
     bool isFormatFinal = false;
     bool hasEnded = false;
     std::optional<double> queuedEnd;  // seconds, in the muxer
@@ -94,7 +99,8 @@ class MovieFile {
   Expected<void> fail(Error error);
   Expected<void> checked(int result, const char* what);
   Expected<void> checkpoint();
-  bool isHeaderDue(Clock::time_point now) const;
+  /// Whether it is time for the header; then the tracks' formats stay as they are.
+  bool fixFormatsWhenDue();
   Expected<void> writeHeader();
   Expected<void> createStreams();
   Expected<void> release(Track& track, std::int64_t duration);
@@ -108,15 +114,19 @@ class MovieFile {
   std::unique_ptr<MovieFileOutput> output_;
   const MovieContainer container_;
 
+  // Guards the tracks' formats and how far they are written; never held over a write.
   mutable std::mutex mutex_;
+  bool areFormatsFixed_ = false;
+  std::optional<Clock::time_point> firstSample_;
+
   Settings settings_;
   OutputFormat context_;
   std::vector<Track> tracks_;
   std::vector<std::pair<int, Packet>> waiting_;  // before the header
+  std::int64_t waitingBytes_ = 0;
   bool hasBegun_ = false;
   bool isHeaderWritten_ = false;
   bool isClosed_ = false;
-  std::optional<Clock::time_point> firstSample_;
   Clock::time_point lastFlush_;
   bool hasUnflushed_ = false;
   bool hasFragments_ = false;

@@ -3,10 +3,13 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <string_view>
 #include <system_error>
 
 extern "C" {
@@ -24,36 +27,82 @@ tl::unexpected<Error> systemFailure(int code, const std::filesystem::path& path,
                  fmt::format("{} cannot be {}: {}", path.string(), what, std::generic_category().message(code)));
 }
 
-}  // namespace
+tl::unexpected<Error> inUse(const std::filesystem::path& path) {
+  return failure(MediaErrorCode::fileInUse, fmt::format("{} is being written already", path.string()));
+}
 
-Expected<std::unique_ptr<MovieFileOutput>> MovieFileOutput::open(const std::filesystem::path& path) {
-  bool isNew = true;
-  int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-  if (descriptor < 0 && errno == EEXIST) {
-    isNew = false;
-    // Not blocking, so that a pipe without a reader is an error and not a wait.
-    descriptor = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK);
-  }
-  if (descriptor < 0) return systemFailure(errno, path, "opened for writing");
+/// A name that may be as long as a file's name can be.
+std::filesystem::path partOf(const std::filesystem::path& path) {
+  constexpr std::size_t kMostBytes = NAME_MAX - std::string_view("..part").size();
+  return path.parent_path() / fmt::format(".{}.part", path.filename().string().substr(0, kMostBytes));
+}
+
+/// Where file systems have no locks, two writers are not kept apart.
+bool isLockedByAnother(int descriptor) { return ::flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK; }
+
+bool hasName(int descriptor, const std::filesystem::path& name) {
+  struct stat own {};
+  struct stat named {};
+  return ::fstat(descriptor, &own) == 0 && ::lstat(name.c_str(), &named) == 0 && own.st_ino == named.st_ino &&
+         own.st_dev == named.st_dev;
+}
+
+/// Whether a file of this name can be replaced: there is none, or a regular one that may be written and that nobody
+/// writes.
+Expected<void> checkReplaceable(const std::filesystem::path& path) {
   struct stat about {};
-  if (::fstat(descriptor, &about) != 0 || !S_ISREG(about.st_mode)) {
-    ::close(descriptor);
+  if (::stat(path.c_str(), &about) != 0) return {};
+  if (!S_ISREG(about.st_mode)) {
     return failure(MediaErrorCode::unwritableFile,
                    fmt::format("{} is not a regular file, which a movie needs", path.string()));
   }
-  return std::unique_ptr<MovieFileOutput>(new MovieFileOutput(path, descriptor, isNew));
+  const int descriptor = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK);
+  if (descriptor < 0) return systemFailure(errno, path, "opened for writing");
+  const bool isLocked = isLockedByAnother(descriptor);
+  ::close(descriptor);
+  return isLocked ? Expected<void>(inUse(path)) : Expected<void>();
 }
 
-MovieFileOutput::MovieFileOutput(std::filesystem::path path, int descriptor, bool isNew)
-    : path_(std::move(path)), descriptor_(descriptor), isNew_(isNew) {}
+/// The descriptor of the hidden file, locked.
+Expected<int> openPart(const std::filesystem::path& part, const std::filesystem::path& path) {
+  while (true) {
+    const int descriptor = ::open(part.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666);
+    if (descriptor < 0) return systemFailure(errno, path, "opened for writing");
+    const bool isLocked = isLockedByAnother(descriptor);
+    if (!isLocked && hasName(descriptor, part)) return descriptor;
+    ::close(descriptor);
+    if (isLocked) return inUse(path);
+    // Between opening and locking it, another writer has given it its own name or removed it.
+  }
+}
+
+}  // namespace
+
+Expected<std::unique_ptr<MovieFileOutput>> MovieFileOutput::open(const std::filesystem::path& name) {
+  // What a link leads to is replaced, not the link.
+  std::error_code isNew;
+  const auto existing = std::filesystem::canonical(name, isNew);
+  const std::filesystem::path& path = isNew ? name : existing;
+  if (auto replaceable = checkReplaceable(path); !replaceable) return tl::unexpected(replaceable.error());
+  const auto part = partOf(path);
+  const auto descriptor = openPart(part, path);
+  if (!descriptor) return tl::unexpected(descriptor.error());
+  std::unique_ptr<MovieFileOutput> output(new MovieFileOutput(path, part, *descriptor));
+  // Once more: another writer may have come this far, and further, in between.
+  if (auto replaceable = checkReplaceable(path); !replaceable) return tl::unexpected(replaceable.error());
+  return output;
+}
+
+MovieFileOutput::MovieFileOutput(std::filesystem::path path, std::filesystem::path part, int descriptor)
+    : path_(std::move(path)), part_(std::move(part)), descriptor_(descriptor) {}
 
 MovieFileOutput::~MovieFileOutput() {
-  const bool isUnused = isNew_ && !hasBegun_ && descriptor_ >= 0;
+  if (!isPublished_) closeAndRemove();
   close();
-  if (isUnused) ::unlink(path_.c_str());
 }
 
 Expected<void> MovieFileOutput::begin() {
+  // An end by force may have left something.
   if (::ftruncate(descriptor_, 0) != 0) return systemFailure(errno, path_, "emptied");
   auto* const buffer = static_cast<std::uint8_t*>(av_malloc(kBufferSize));
   context_ = buffer ? avio_alloc_context(buffer, kBufferSize, 1, this, nullptr, write, seek) : nullptr;
@@ -61,7 +110,6 @@ Expected<void> MovieFileOutput::begin() {
     av_free(buffer);
     return systemFailure(ENOMEM, path_, "written");
   }
-  hasBegun_ = true;
   return {};
 }
 
@@ -102,9 +150,26 @@ Expected<void> MovieFileOutput::checkpoint() {
   return {};
 }
 
+Expected<void> MovieFileOutput::sync() {
+  if (::fdatasync(descriptor_) == 0 || errno == EINVAL || errno == ENOSYS) return {};
+  failure_ = errno;
+  return status();
+}
+
+Expected<void> MovieFileOutput::publish() {
+  if (isPublished_) return {};
+  if (auto synced = sync(); !synced) return synced;
+  struct stat replaced {};
+  // A file system without permissions refuses.
+  if (::stat(path_.c_str(), &replaced) == 0) (void)::fchmod(descriptor_, replaced.st_mode & ALLPERMS);
+  if (::rename(part_.c_str(), path_.c_str()) != 0) return systemFailure(errno, path_, "written");
+  isPublished_ = true;
+  return {};
+}
+
 void MovieFileOutput::closeAtCheckpoint() {
-  if (descriptor_ < 0 || !hasBegun_) return;
-  if (completeSize_ == 0) return closeAndRemove();
+  if (descriptor_ < 0) return;
+  if (!isPublished_) return closeAndRemove();
   // A file that cannot be cut still plays: readers stop at the incomplete end.
   if (::ftruncate(descriptor_, completeSize_) != 0) failure_ = errno;
   close();
@@ -112,8 +177,9 @@ void MovieFileOutput::closeAtCheckpoint() {
 
 void MovieFileOutput::closeAndRemove() {
   if (descriptor_ < 0) return;
+  // While it is locked: afterwards the name may be another writer's.
+  ::unlink((isPublished_ ? path_ : part_).c_str());
   close();
-  ::unlink(path_.c_str());
 }
 
 void MovieFileOutput::close() {

@@ -14,37 +14,44 @@ namespace tavrel {
 
 /// The bytes of a movie file: a file descriptor behind libavformat's input/output interface. Remembers the system's
 /// reason when a write fails, and how far the file is complete. One thread at a time.
+///
+/// What is written has a hidden name beside the file's own, `.NAME.part`, until `publish`; whatever goes wrong before
+/// that, a file that had the name is still there. Two outputs never write one name: the file that is being written is
+/// locked (flock), before and after it has its name.
 class MovieFileOutput {
  public:
-  /// Opens or creates the file; what it holds stays until `begin`.
+  /// Fails ("posix", `MediaErrorCode::unwritableFile`, `fileInUse`) where no file can be written.
   static Expected<std::unique_ptr<MovieFileOutput>> open(const std::filesystem::path& path);
 
   MovieFileOutput(const MovieFileOutput&) = delete;
   MovieFileOutput& operator=(const MovieFileOutput&) = delete;
-  /// Removes the file when it was created here and nothing was ever written to it.
+  /// Removes what was not published.
   ~MovieFileOutput();
 
-  /// Empties the file.
   Expected<void> begin();
   AVIOContext* context() { return context_; }
   /// Hands everything to the kernel and, when that succeeded, remembers the file as complete up to here.
   Expected<void> checkpoint();
-  /// Cuts off what came after the last checkpoint, and closes; removes the file when nothing is left of it.
+  /// Returns when everything up to the last checkpoint is on the disk.
+  Expected<void> sync();
+  /// Brings the file to the disk and gives it its name. Nothing happens when it has it.
+  Expected<void> publish();
+  /// Cuts off what came after the last checkpoint, and closes; removes a file that has not its name yet.
   void closeAtCheckpoint();
   void closeAndRemove();
   /// The reason of the first failed write.
   Expected<void> status() const;
 
  private:
-  MovieFileOutput(std::filesystem::path path, int descriptor, bool isNew);
+  MovieFileOutput(std::filesystem::path path, std::filesystem::path part, int descriptor);
   static int write(void* opaque, std::uint8_t* bytes, int size);
   static std::int64_t seek(void* opaque, std::int64_t offset, int whence);
   void close();
 
-  std::filesystem::path path_;
+  const std::filesystem::path path_;
+  const std::filesystem::path part_;
   int descriptor_;
-  bool isNew_;
-  bool hasBegun_ = false;
+  bool isPublished_ = false;
   int failure_ = 0;  // errno of the first failed write
   std::int64_t completeSize_ = 0;
   AVIOContext* context_ = nullptr;

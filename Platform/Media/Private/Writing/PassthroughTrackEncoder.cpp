@@ -19,9 +19,8 @@ AVCodecID PassthroughTrackEncoder::codecOf(const FormatDescription& format) {
   return format.mediaType == MediaType::audio ? AudioTrackEncoder::storedCodec(format.audioFormat) : AV_CODEC_ID_NONE;
 }
 
-Expected<void> PassthroughTrackEncoder::open(MovieFile& file, int track, bool isRealTime) {
-  file_ = &file;
-  track_ = track;
+Expected<void> PassthroughTrackEncoder::open(TrackOutput output, bool isRealTime) {
+  output_ = std::move(output);
   isRealTime_ = isRealTime;
   return {};
 }
@@ -30,7 +29,7 @@ Expected<void> PassthroughTrackEncoder::adoptFirstSample(const TrackSample& samp
   hasFirstSample_ = true;
   if (sample.packet) return setPacketFormat(sample);
   pcm_ = std::make_unique<AudioTrackEncoder>(sample.format->audioFormat);
-  return pcm_->open(*file_, track_, isRealTime_);
+  return pcm_->open(output_, isRealTime_);
 }
 
 Expected<void> PassthroughTrackEncoder::setPacketFormat(const TrackSample& sample) {
@@ -57,7 +56,7 @@ Expected<void> PassthroughTrackEncoder::setPacketFormat(const TrackSample& sampl
     std::memcpy(parameters->extradata, format.codecExtradata.data(), size);
     parameters->extradata_size = static_cast<int>(size);
   }
-  file_->setFormat(track_, parameters.get(), timeBase_, true);
+  output_.setFormat(parameters.get(), timeBase_, true);
   return {};
 }
 
@@ -83,7 +82,8 @@ Expected<void> PassthroughTrackEncoder::writePacket(const TrackSample& sample) {
   lastDecodeTime_ = packet->dts;
   packet->duration = sample.duration.isNumeric() ? unitsOf(sample.duration, timeBase_) : 0;
   if (sample.isKeyframe) packet->flags |= AV_PKT_FLAG_KEY;
-  return file_->write(track_, std::move(packet));
+  output_.write(std::move(packet));
+  return {};
 }
 
 Expected<void> PassthroughTrackEncoder::finish() { return pcm_ ? pcm_->finish() : Expected<void>{}; }

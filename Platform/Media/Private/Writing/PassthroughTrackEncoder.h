@@ -15,7 +15,7 @@ class PassthroughTrackEncoder final : public TrackEncoder {
   static AVCodecID codecOf(const FormatDescription& format);
 
   Expected<void> check(const MovieFile&) const override { return {}; }
-  Expected<void> open(MovieFile& file, int track, bool isRealTime) override;
+  Expected<void> open(TrackOutput output, bool isRealTime) override;
   Expected<void> encode(const TrackSample& sample) override;
   Expected<void> finish() override;
 
@@ -26,8 +26,7 @@ class PassthroughTrackEncoder final : public TrackEncoder {
 
   const MediaType mediaType_;
   const std::int32_t timescale_;
-  MovieFile* file_ = nullptr;
-  int track_ = -1;
+  TrackOutput output_;
   bool isRealTime_ = true;
   bool hasFirstSample_ = false;
   AVRational timeBase_{1, 1};

@@ -9,7 +9,7 @@
 #include "Platform/Media/AudioBufferList.h"
 #include "Platform/Media/FormatDescription.h"
 #include "Platform/Media/MediaTime.h"
-#include "Platform/Media/Private/Writing/MovieFile.h"
+#include "Platform/Media/Private/Writing/PacketQueue.h"
 
 namespace tavrel {
 
@@ -35,8 +35,8 @@ class TrackEncoder {
 
   /// Whether `file` can hold what this makes. Does not open anything.
   virtual Expected<void> check(const MovieFile& file) const = 0;
-  /// Opens the encoder and tells `file` the format of `track`, where it is known already.
-  virtual Expected<void> open(MovieFile& file, int track, bool isRealTime) = 0;
+  /// Opens the encoder and tells `output` the track's format, where it is known already.
+  virtual Expected<void> open(TrackOutput output, bool isRealTime) = 0;
   virtual Expected<void> encode(const TrackSample& sample) = 0;
   /// Writes what the encoder still holds.
   virtual Expected<void> finish() = 0;

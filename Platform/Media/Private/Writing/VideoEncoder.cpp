@@ -179,10 +179,7 @@ bool VideoEncoder::encodesATrialFrame() {
   if (!frame) return false;
   fillBlack(**frame);
   bool hasPacket = false;
-  const auto handler = [&](const Packet&) -> Expected<void> {
-    hasPacket = true;
-    return {};
-  };
+  const auto handler = [&](const Packet&) { hasPacket = true; };
   return encode(0, handler) && finish(handler) && hasPacket && context_->extradata_size > 0;
 }
 
@@ -249,7 +246,7 @@ Expected<void> VideoEncoder::receive(const PacketHandler& handler) {
     if (result < 0) return encoderFailure(MediaErrorCode::encodingFailed, result, kind_->name, "fails");
     if (packet->dts == AV_NOPTS_VALUE) packet->dts = packet->pts;
     packet->duration = 0;  // known when the next frame comes
-    if (auto handled = handler(std::move(packet)); !handled) return handled;
+    handler(std::move(packet));
   }
 }
 

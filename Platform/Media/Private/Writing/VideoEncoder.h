@@ -16,7 +16,7 @@ struct VideoEncoderKind;
 /// Takes I420 frames with limited range, gives packets in order of presentation. One thread at a time.
 class VideoEncoder {
  public:
-  using PacketHandler = std::function<Expected<void>(Packet)>;
+  using PacketHandler = std::function<void(Packet)>;
 
   struct Options {
     VideoSettings settings;

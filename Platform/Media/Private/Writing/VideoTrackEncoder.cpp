@@ -27,15 +27,14 @@ Expected<void> VideoTrackEncoder::check(const MovieFile& file) const {
   return {};
 }
 
-Expected<void> VideoTrackEncoder::open(MovieFile& file, int track, bool isRealTime) {
-  file_ = &file;
-  track_ = track;
+Expected<void> VideoTrackEncoder::open(TrackOutput output, bool isRealTime) {
+  output_ = std::move(output);
   isRealTime_ = isRealTime;
   auto encoder = VideoEncoder::open(
       {settings_, ColorTags{}, AVRational{1, timescale_ > 0 ? timescale_ : kFallbackTimescale}, isRealTime});
   if (!encoder) return tl::unexpected(encoder.error());
   encoder_.emplace(std::move(*encoder));
-  file.setFormat(track, encoder_->parameters().get(), encoder_->options().timeBase, false);
+  output_.setFormat(encoder_->parameters().get(), encoder_->options().timeBase, false);
   return {};
 }
 
@@ -47,19 +46,18 @@ Expected<void> VideoTrackEncoder::adoptFirstSample(const TrackSample& sample) {
   const bool isSame =
       options.colors == encoder_->options().colors && av_cmp_q(options.timeBase, encoder_->options().timeBase) == 0;
   if (isSame) {
-    file_->setFormat(track_, encoder_->parameters().get(), options.timeBase, true);
+    output_.setFormat(encoder_->parameters().get(), options.timeBase, true);
     return {};
   }
   auto encoder = VideoEncoder::open(options);
   if (!encoder) return tl::unexpected(encoder.error());
   // Too late when the header was written meanwhile: then the encoder that it describes stays.
-  if (file_->setFormat(track_, encoder->parameters().get(), options.timeBase, true))
-    encoder_.emplace(std::move(*encoder));
+  if (output_.setFormat(encoder->parameters().get(), options.timeBase, true)) encoder_.emplace(std::move(*encoder));
   return {};
 }
 
 VideoEncoder::PacketHandler VideoTrackEncoder::packetHandler() {
-  return [this](Packet packet) { return file_->write(track_, std::move(packet)); };
+  return [this](Packet packet) { output_.write(std::move(packet)); };
 }
 
 Expected<void> VideoTrackEncoder::encode(const TrackSample& sample) {

@@ -15,7 +15,7 @@ class VideoTrackEncoder final : public TrackEncoder {
       : settings_(std::move(settings)), timescale_(timescale) {}
 
   Expected<void> check(const MovieFile& file) const override;
-  Expected<void> open(MovieFile& file, int track, bool isRealTime) override;
+  Expected<void> open(TrackOutput output, bool isRealTime) override;
   Expected<void> encode(const TrackSample& sample) override;
   Expected<void> finish() override;
 
@@ -25,8 +25,7 @@ class VideoTrackEncoder final : public TrackEncoder {
 
   const VideoSettings settings_;
   const std::int32_t timescale_;  // 0: chosen by the first sample
-  MovieFile* file_ = nullptr;
-  int track_ = -1;
+  TrackOutput output_;
   bool isRealTime_ = true;
   std::optional<VideoEncoder> encoder_;
   PictureConverter converter_;

@@ -1,0 +1,54 @@
+#include "Platform/Media/DiskGate.h"
+
+#include <dlfcn.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+namespace tavrel::test {
+namespace {
+
+std::mutex mutex;
+std::condition_variable changed;
+bool isClosed = false;
+int waiting = 0;
+
+void passGate(int descriptor) {
+  std::unique_lock lock(mutex);
+  struct stat about {};
+  if (!isClosed || ::fstat(descriptor, &about) != 0 || !S_ISREG(about.st_mode)) return;
+  ++waiting;
+  changed.notify_all();
+  changed.wait(lock, [] { return !isClosed; });
+  --waiting;
+}
+
+}  // namespace
+
+DiskGate::DiskGate() {
+  const std::lock_guard lock(mutex);
+  isClosed = true;
+}
+
+void DiskGate::open() {
+  const std::lock_guard lock(mutex);
+  isClosed = false;
+  changed.notify_all();
+}
+
+bool DiskGate::isStoodBefore() {
+  std::unique_lock lock(mutex);
+  return changed.wait_for(lock, std::chrono::seconds(20), [] { return waiting > 0; });
+}
+
+}  // namespace tavrel::test
+
+// Before the C library's own, for the library under test too.
+extern "C" __attribute__((visibility("default"))) ssize_t write(int descriptor, const void* bytes, size_t size) {
+  static const auto next = reinterpret_cast<decltype(&write)>(::dlsym(RTLD_NEXT, "write"));
+  tavrel::test::passGate(descriptor);
+  return next(descriptor, bytes, size);
+}

@@ -1,0 +1,18 @@
+#pragma once
+
+namespace tavrel::test {
+
+/// While one is there and closed, no write to a regular file, of this whole program, returns.
+class DiskGate {
+ public:
+  DiskGate();
+  DiskGate(const DiskGate&) = delete;
+  DiskGate& operator=(const DiskGate&) = delete;
+  ~DiskGate() { open(); }
+
+  void open();
+  /// Waits until somebody waits for the disk; false when nobody does for 20 s.
+  static bool isStoodBefore();
+};
+
+}  // namespace tavrel::test
