@@ -2,7 +2,8 @@
 
 namespace tavrel::tool {
 
-/// From its making on, Ctrl-C and SIGTERM ask for the end of the work instead of ending the program.
+/// From its making on, Ctrl-C, SIGTERM and SIGHUP ask for the end of the work instead of ending the program. SIGHUP
+/// stays without effect where it was, under nohup.
 class Interruption {
  public:
   Interruption();

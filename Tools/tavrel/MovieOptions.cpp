@@ -1,6 +1,8 @@
 #include "MovieOptions.h"
 
 #include <cstdio>
+#include <iostream>
+#include <system_error>
 
 #include "Report.h"
 
@@ -24,6 +26,19 @@ Size parsedMovieSize(const std::string& text) {
 std::string fileTypeOf(const std::filesystem::path& output) {
   if (auto type = AssetWriter::fileTypeOf(output)) return *type;
   throw UsageError(fmt::format("{}: a movie's name ends in .mov, .mp4 or .mkv", output.string()));
+}
+
+bool mayWrite(const std::filesystem::path& output, bool isForced) {
+  std::error_code ignored;
+  if (isForced || !std::filesystem::is_regular_file(output, ignored)) return true;
+  if (isatty(STDIN_FILENO) == 0) {
+    say("{} exists already: --force replaces it", output.string());
+    return false;
+  }
+  fmt::print(stderr, "tavrel: {} exists already: replace it? [y/N] ", output.string());
+  std::string answer;
+  std::getline(std::cin, answer);
+  return answer.starts_with('y') || answer.starts_with('Y');
 }
 
 }  // namespace tavrel::tool

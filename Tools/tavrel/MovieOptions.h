@@ -7,11 +7,14 @@
 
 namespace tavrel::tool {
 
-/// What several commands read from the command line about the movie they write. Both throw UsageError.
+/// What several commands read from the command line about the movie they write. What is parsed throws UsageError.
 
 /// "WIDTHxHEIGHT"
 Size parsedMovieSize(const std::string& text);
 /// The container that a file's name asks for.
 std::string fileTypeOf(const std::filesystem::path& output);
+/// Whether the movie may have this name: it is new, `isForced`, or the person at the terminal agrees to replace what
+/// has it. Else it is said why not.
+bool mayWrite(const std::filesystem::path& output, bool isForced);
 
 }  // namespace tavrel::tool

@@ -41,6 +41,7 @@ RecordCommand::RecordCommand(CLI::App& app)
       ->type_name("SECONDS")
       ->capture_default_str();
   command_->add_flag("--preview", options_.hasPreview, "Show what is recorded in a window");
+  command_->add_flag("--force", isForced_, "Replace a file that has the movie's name");
   command_->add_flag("--json", json_, "Print the result as JSON");
 }
 
@@ -48,6 +49,7 @@ int RecordCommand::run() {
   devices_.check();
   checkTimes(options_);
   (void)fileTypeOf(options_.output);
+  if (!mayWrite(options_.output, isForced_)) return kFailure;
   // Before the effects: a window shows only what is drawn on the window system's own display. What keeps it from
   // opening is said by the recording.
   if (options_.hasPreview) (void)Application::shared().startUserInterface();

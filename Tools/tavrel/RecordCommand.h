@@ -23,6 +23,7 @@ class RecordCommand {
   RecorderOptions devices_;
   Diagnostics diagnostics_;
   Recording::Options options_;
+  bool isForced_ = false;
   bool json_ = false;
 };
 

@@ -15,6 +15,7 @@ TranscodeCommand::TranscodeCommand(CLI::App& app)
   command_->add_flag("--reverse", options_.isReversed, "Play the pictures backwards; the sound stays as it is");
   command_->add_flag("--realtime", options_.isRealTime, "No faster than the movie plays");
   command_->add_flag("--no-audio", noAudio_, "Leave the sound out");
+  command_->add_flag("--force", isForced_, "Replace a file that has the movie's name");
   command_->add_flag("--json", json_, "Print the result as JSON");
 }
 
@@ -22,6 +23,7 @@ int TranscodeCommand::run() {
   options_.fileType = fileTypeOf(options_.output);
   if (!size_.empty()) options_.size = parsedMovieSize(size_);
   options_.hasSound = !noAudio_;
+  if (!mayWrite(options_.output, isForced_)) return kFailure;
   Transcoding transcoding(options_, effects_.makeChain());
   return diagnostics_.measure(json_, [&] { return transcoding.run(json_, diagnostics_); });
 }

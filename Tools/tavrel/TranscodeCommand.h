@@ -24,6 +24,7 @@ class TranscodeCommand {
   Transcoding::Options options_;
   std::string size_;
   bool noAudio_ = false;
+  bool isForced_ = false;
   bool json_ = false;
 };
 

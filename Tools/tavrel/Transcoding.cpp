@@ -1,7 +1,5 @@
 #include "Transcoding.h"
 
-#include <unistd.h>
-
 #include <array>
 #include <cmath>
 #include <utility>
@@ -34,10 +32,6 @@ std::optional<TavrelGPUImageRotationMode> uprightRotation(const AffineTransform&
   return std::nullopt;
 }
 
-std::filesystem::path temporaryName(const std::filesystem::path& output) {
-  return output.parent_path() / fmt::format(".{}.{}.part", output.filename().string(), getpid());
-}
-
 }  // namespace
 
 /// Counts the pictures that enter the graph, and has the effects prepare them.
@@ -59,7 +53,7 @@ class Transcoding::FrameCounter : public TavrelGPUImageMovieDelegate {
 };
 
 Transcoding::Transcoding(Options options, TavrelCaptureEffectChain effects)
-    : options_(std::move(options)), effects_(std::move(effects)), temporary_(temporaryName(options_.output)) {}
+    : options_(std::move(options)), effects_(std::move(effects)) {}
 
 int Transcoding::run(bool printJson, Diagnostics& diagnostics) {
   auto asset = Asset::create(options_.input, {.prefersPreciseDurationAndTiming = true});
@@ -77,13 +71,7 @@ int Transcoding::run(bool printJson, Diagnostics& diagnostics) {
   const Interruption interruption;
   work(interruption);
   if (const auto reason = finish(interruption)) return fail("{}", *reason);
-
-  std::error_code error;
-  std::filesystem::rename(temporary_, options_.output, error);
-  if (!error) return report(printJson, diagnostics);
-  std::error_code ignored;
-  std::filesystem::remove(temporary_, ignored);
-  return fail("cannot write {}: {}", options_.output.string(), error.message());
+  return report(printJson, diagnostics);
 }
 
 void Transcoding::chooseSound() {
@@ -125,11 +113,12 @@ void Transcoding::buildGraph() {
   size = effects_.sizeAfter(size);
   const Size movieSize = options_.size.value_or(Size{std::floor(size.width), std::floor(size.height)});
   writer_ = std::make_shared<TavrelGPUImageMovieWriter>(
-      temporary_, movieSize, options_.fileType,
+      options_.output, movieSize, options_.fileType,
       Dictionary{{kTavrelEncodingLiveVideoKey, false},
                  {kVideoCodecKey, std::string(kVideoCodecH264)},
                  {kVideoWidthKey, static_cast<std::int64_t>(movieSize.width)},
                  {kVideoHeightKey, static_cast<std::int64_t>(movieSize.height)}});
+  if (const auto& file = writer_->assetWriter()) file->setAppearsWhenComplete(true);
   const Rect part = options_.size ? TavrelGPUImageCropFilter::centredRegion(size, movieSize) : Rect{{0, 0}, {1, 1}};
   if (part.size.width < 1 - 1e-6 || part.size.height < 1 - 1e-6) {
     const auto crop = std::make_shared<TavrelGPUImageCropFilter>(part);
@@ -168,8 +157,6 @@ bool Transcoding::isBrokenOff() const {
 std::optional<std::string> Transcoding::finish(const Interruption& interruption) {
   const auto giveUp = [this](std::string reason) {
     writer_->cancelRecording();
-    std::error_code ignored;
-    std::filesystem::remove(temporary_, ignored);
     return reason;
   };
   if (interruption.isAskedFor()) return giveUp("interrupted");
@@ -190,7 +177,7 @@ int Transcoding::report(bool printJson, Diagnostics& diagnostics) const {
                               .askedSize = writer_->maximumOutputSize(),
                               .size = writer_->encodedSize(),
                               .seconds = writer_->duration().seconds(),
-                              .frames = frameCounter_->count,
+                              .frames = writer_->writtenVideoFrames(),
                               .sound = soundTreatment_};
   return movie.report(printJson, diagnostics);
 }

@@ -14,7 +14,7 @@
 namespace tavrel::tool {
 
 /// One movie into another: movie → upright → effects → crop to the new proportions → movie writer, which pulls. The new
-/// file has a temporary name until it is complete.
+/// file appears when it is complete.
 class Transcoding {
  public:
   struct Options {
@@ -45,7 +45,6 @@ class Transcoding {
 
   const Options options_;
   TavrelCaptureEffectChain effects_;
-  const std::filesystem::path temporary_;
   std::shared_ptr<Asset> asset_;
   std::shared_ptr<const AssetTrack> pictures_;
   std::shared_ptr<const AssetTrack> sound_;

@@ -105,6 +105,26 @@ TEST_F(RecordCommandTest, AnEndByForceLosesLittle) {
   }
 }
 
+TEST_F(RecordCommandTest, AHangUpEndsTheRecordingAndAnotherOfThatNameIsRefused) {
+  const std::string movie = file("movie.mov");
+  const pid_t child = fork();
+  if (child == 0) {
+    execl(TAVREL_PROGRAM, "tavrel", "record", movie.c_str(), "--size", "320x240", nullptr);
+    _exit(127);
+  }
+  for (int i = 0; i < 2000 && !std::filesystem::exists(movie); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  const CommandResult second = test::tavrel("record --force --duration 1 " + movie);
+  kill(child, SIGHUP);
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  EXPECT_EQ(second.status, 1);
+  EXPECT_EQ(second.output, "tavrel: " + movie + " is being written already\n");
+  EXPECT_EQ(RecordingObservation::of(movie).error, "");
+}
+
 TEST_F(RecordCommandTest, MoviesAndPicturesCanBeTheScene) {
   ASSERT_EQ(
       test::shell("ffmpeg -v error -f lavfi -i testsrc=size=192x108:rate=10:duration=1 " + file("scene.avi")).status,

@@ -1,3 +1,5 @@
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <cmath>
 #include <csignal>
@@ -151,13 +153,24 @@ TEST_F(TranscodeCommandTest, FailuresAreSaidInOneLineAndLeaveNothing) {
   }
   EXPECT_EQ(test::tavrel("transcode " + in + file("none/out.mp4")).status, 1);
 
-  // Interrupted: an older file of that name stays.
+  // An older file of that name stays when nobody agrees to lose it, and when the work is interrupted.
   test::writeBytes(file("out.mp4"), {1, 2, 3});
+  const std::string transcode = "transcode " + in + file("out.mp4");
+  EXPECT_EQ(test::tavrel(transcode).output, "tavrel: " + file("out.mp4") + " exists already: --force replaces it\n");
+  const auto atTerminal = [&](const char* answer) {
+    return test::shell(std::string("echo ") + answer + " | script -qec '" TAVREL_PROGRAM " " + transcode +
+                       " --size 64x48' /dev/null");
+  };
+  const CommandResult refused = atTerminal("n");
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_THAT(refused.output, ::testing::HasSubstr("replace it? [y/N] "));
   const CommandResult interrupted =
-      test::shell("timeout --preserve-status -s INT 1 " TAVREL_PROGRAM " transcode --realtime " + in + file("out.mp4"));
+      test::shell("timeout --preserve-status -s INT 1 " TAVREL_PROGRAM " " + transcode + " --realtime --force");
   EXPECT_EQ(interrupted.status, 1);
   EXPECT_EQ(interrupted.output, "tavrel: interrupted\n");
   EXPECT_EQ(test::bytesOf(file("out.mp4")).size(), 3U);
+  EXPECT_EQ(atTerminal("y").status, 0);
+  EXPECT_GT(test::bytesOf(file("out.mp4")).size(), 3U);
   std::filesystem::remove(file("out.mp4"));
   std::filesystem::remove(file("in.mp4"));
   std::filesystem::remove(file("sound.wav"));
