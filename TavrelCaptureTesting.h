@@ -10,6 +10,4 @@
 #include "Platform/Capture/Virtual/FileSound.h"
 #include "Platform/Capture/Virtual/SyntheticScene.h"
 #include "Platform/Capture/Virtual/SyntheticSound.h"
-#include "Platform/Capture/Virtual/VirtualCamera.h"
 #include "Platform/Capture/Virtual/VirtualCaptureSystem.h"
-#include "Platform/Capture/Virtual/VirtualMicrophone.h"

@@ -252,7 +252,7 @@ bool recording(int seconds) {
     start(*recorder);
     const MediaTime start = clock->now();
     // Sound is stamped in its time, and frames hardly later than in theirs.
-    constexpr std::int64_t kStep = VirtualMicrophone::kSamplesPerBuffer;
+    constexpr std::int64_t kStep = 256;  // of a buffer of the virtual microphone
     std::uint64_t taken = 0;
     for (std::int64_t step = 1; step * kStep < std::int64_t{seconds} * 48000; ++step) {
       require(clock->runUntil(start + MediaTime::make(step * kStep, 48000), kPatience), "passing time");

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "Platform/Graphics/GraphicsDisplay.h"
+#include "Support/CaptureTestSupport.h"
 #include "Support/ReaderMovies.h"
 #include "TavrelCaptureTesting.h"
 #include "WindowTestSupport.h"
@@ -133,21 +134,23 @@ TEST_F(WindowTest, resizesWithoutStretchingWhatIsStale) {
 /// The virtual camera in front of the test's view, at 30 pictures a second.
 class Stream {
  public:
-  explicit Stream(const std::shared_ptr<TavrelGPUImageView>& view) {
+  explicit Stream(const std::shared_ptr<TavrelGPUImageView>& view)
+      : camera_(CaptureDevice::deviceWithUniqueID(VirtualCaptureSystem::kFrontCamera), "160x120") {
     input_->addTarget(view);
-    camera_->start([this](const std::shared_ptr<PixelBuffer>& buffer,
-                          MediaTime time) { input_->processCVPixelBuffer(buffer, time, false); },
-                   queue_);
+    camera_.frames->onFrame = [this](const std::shared_ptr<SampleBuffer>& sample) {
+      input_->processCVPixelBuffer(sample->imageBuffer(), sample->presentationTimeStamp(), false);
+    };
+    camera_.session->startRunning();
   }
   ~Stream() {
-    camera_->stop();
+    camera_.session->stopRunning();
+    camera_.queue->sync([] {});
     TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
   }
-  std::uint64_t frames() const { return camera_->deliveredFrames(); }
+  std::uint64_t frames() const { return camera_.data->deliveredFrames(); }
 
  private:
-  std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::create("test.camera");
-  std::shared_ptr<VirtualCamera> camera_ = VirtualCamera::create("front", {.width = 160, .height = 120}).value();
+  CameraBench camera_;
   std::shared_ptr<TavrelGPUImageCVPixelBufferInput> input_ = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
 };
 

@@ -4,7 +4,8 @@
 #include "Platform/Capture/Private/FrameRates.h"
 #include "Platform/Capture/Virtual/FileScene.h"
 #include "Platform/Capture/Virtual/Private/VirtualDriver.h"
-#include "Platform/Capture/Virtual/VirtualCamera.h"
+#include "Platform/Capture/Virtual/VirtualScene.h"
+#include "Platform/Graphics/PixelBufferPool.h"
 
 namespace tavrel {
 namespace {
@@ -33,69 +34,66 @@ std::shared_ptr<const CaptureDeviceFormat> makeFormat(CaptureVideoDimensions dim
   return format;
 }
 
+/// Frame numbers on the time line: frame `number` is at `time`, the following ones in steps of 1 / frameRate, all of
+/// them moved by `shift` seconds.
+struct Anchor {
+  std::uint64_t number = 0;
+  MediaTime time;
+  double frameRate = 30;
+  double shift = 0;
+
+  MediaTime timeOf(std::uint64_t wanted) const {
+    if (wanted == number) return time;
+    const double seconds = static_cast<double>(static_cast<std::int64_t>(wanted - number)) / frameRate + shift;
+    return time + MediaTime::fromSeconds(seconds, CaptureClock::kTimescale);
+  }
+};
+
 class VirtualCameraDriver : public VirtualDriver {
  public:
   VirtualCameraDriver(CaptureDeviceDescription description, std::shared_ptr<VirtualScene> scene)
-      : VirtualDriver(std::move(description)),
+      : VirtualDriver(std::move(description), "tavrel.vcam", 1),
         scene_(std::move(scene)),
         startsScene_(dynamic_cast<FileScene*>(scene_.get()) != nullptr) {}
-  ~VirtualCameraDriver() override { VirtualCameraDriver::close(); }
+  ~VirtualCameraDriver() override { close(); }
 
   std::shared_ptr<const CaptureDeviceFormat> formatOfSize(CaptureVideoDimensions dimensions) override {
     return makeFormat(dimensions);
   }
 
-  Expected<void> open(CaptureRun run) override {
-    auto clock = begin(run.sink);
-    if (!clock) return tl::unexpected(clock.error());
-    const CaptureVideoDimensions size = run.format->dimensions;
-    auto created = VirtualCamera::create(
-        scene_, {.width = size.width, .height = size.height, .frameRate = run.frameRate, .clock = *clock});
-    if (!created) {
-      end();
-      return tl::unexpected(created.error());
-    }
-    const std::lock_guard lock(mutex_);
-    camera_ = *created;
-    for (const CaptureControl control : kCaptureControls) applyTo(control, run.controls);
-    camera_->setControls(lens_);
-    camera_->setDropHandler([sink = run.sink, rate = run.frameRate](MediaTime time) {
-      sink->didDrop({frameDurationOf(rate), time, MediaTime::invalid()});
-    });
-    const MediaTime now = (*clock)->now();
-    const MediaTime start = startsScene_ ? now : firstFrameTime(now, sceneTimeAt(now), run.frameRate);
-    camera_->start(
-        [this, sink = std::move(run.sink), camera = std::weak_ptr(camera_)](
-            std::shared_ptr<PixelBuffer> picture, MediaTime time) { deliver(*sink, camera, std::move(picture), time); },
-        nullptr, start, startsScene_ ? 0 : sceneTimeAt(start));
-    return {};
-  }
-
-  void close() override {
-    std::shared_ptr<VirtualCamera> camera;
-    {
-      const std::lock_guard lock(mutex_);
-      camera.swap(camera_);
-    }
-    if (!camera) return;
-    camera->stop();
-    end();
-  }
-
   void setFrameRate(double framesPerSecond) override {
     const std::lock_guard lock(mutex_);
-    if (camera_) camera_->setFrameRate(framesPerSecond);
+    // The frame that is being waited for keeps its time. Those after it fall on the scene's seconds, as a flash does.
+    anchor_.time = anchor_.timeOf(nextNumber_);
+    anchor_.number = nextNumber_;
+    const double sceneTime = sceneTimeOf(anchor_.time);
+    anchor_.shift = std::round(sceneTime * framesPerSecond) / framesPerSecond - sceneTime;
+    anchor_.frameRate = framesPerSecond;
   }
 
   void apply(CaptureControl control, const CaptureControls& controls) override {
+    if (!isOpen()) return;
     const std::lock_guard lock(mutex_);
-    if (!camera_) return;
     applyTo(control, controls);
-    camera_->setControls(lens_);
   }
 
  private:
+  Expected<void> prepare(const CaptureRun& run, const MediaTime& now) override {
+    const CaptureVideoDimensions size = run.format->dimensions;
+    auto pool = PixelBufferPool::create(size.width, size.height, PixelFormat::bgra32);
+    if (!pool) return tl::unexpected(pool.error());
+    const std::lock_guard lock(mutex_);
+    pool_ = std::move(*pool);
+    for (const CaptureControl control : kCaptureControls) applyTo(control, run.controls);
+    start_ = startsScene_ ? now : firstFrameTime(now, sceneTimeAt(now), run.frameRate);
+    sceneStart_ = startsScene_ ? 0 : sceneTimeAt(start_);
+    anchor_ = {.time = start_, .frameRate = run.frameRate};
+    nextNumber_ = 0;
+    return {};
+  }
+
   /// With the mutex held.
+  double sceneTimeOf(const MediaTime& time) const { return sceneStart_ + (time - start_).seconds(); }
   void applyTo(CaptureControl control, const CaptureControls& controls) {
     switch (control) {
       case CaptureControl::torch:
@@ -113,21 +111,42 @@ class VirtualCameraDriver : public VirtualDriver {
     }
   }
 
-  void deliver(CaptureSink& sink, const std::weak_ptr<VirtualCamera>& weak, std::shared_ptr<PixelBuffer> picture,
-               MediaTime time) const {
-    if (isStalled()) return;
-    const auto camera = weak.lock();
-    const MediaTime duration = camera ? frameDurationOf(camera->frameRate()) : MediaTime::invalid();
-    if (auto sample = SampleBuffer::createImage(std::move(picture), {duration, time, MediaTime::invalid()})) {
-      sink.didCapture(std::move(*sample));
+  MediaTime dueTime(std::uint64_t number) const override {
+    const std::lock_guard lock(mutex_);
+    return anchor_.timeOf(number);
+  }
+
+  std::optional<SampleTiming> timingOfDrop(std::uint64_t number) const override {
+    const std::lock_guard lock(mutex_);
+    return SampleTiming{frameDurationOf(anchor_.frameRate), anchor_.timeOf(number), MediaTime::invalid()};
+  }
+
+  Expected<std::shared_ptr<SampleBuffer>> sample(std::uint64_t number) override {
+    const SampleTiming timing = *timingOfDrop(number);
+    VirtualFrame frame;
+    {
+      const std::lock_guard lock(mutex_);
+      nextNumber_ = number + 1;
+      frame = lens_;
+      frame.frameNumber = static_cast<std::uint32_t>(number);
+      frame.sceneTime = sceneTimeOf(timing.presentationTimeStamp);
+      frame.frameDuration = 1 / anchor_.frameRate;
     }
+    auto picture = pool_->createPixelBuffer();
+    if (!picture) return tl::unexpected(picture.error());
+    if (auto drawn = scene_->render(**picture, frame); !drawn) return tl::unexpected(drawn.error());
+    return SampleBuffer::createImage(std::move(*picture), timing);
   }
 
   const std::shared_ptr<VirtualScene> scene_;
   const bool startsScene_;  // a file is seen from its beginning
-  std::mutex mutex_;
-  std::shared_ptr<VirtualCamera> camera_;
-  VirtualCamera::Controls lens_;
+  std::shared_ptr<PixelBufferPool> pool_;
+  mutable std::mutex mutex_;
+  VirtualFrame lens_;  // how the controls stand
+  Anchor anchor_;
+  MediaTime start_;
+  double sceneStart_ = 0;
+  std::uint64_t nextNumber_ = 0;  // of the frame that is due next
 };
 
 }  // namespace

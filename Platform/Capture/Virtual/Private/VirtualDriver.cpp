@@ -1,9 +1,11 @@
 #include <fmt/format.h>
+#include <pthread.h>
 
 #include <utility>
 
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Virtual/Private/VirtualDriver.h"
+#include "Platform/Foundation/ConsoleLog.h"
 
 namespace tavrel {
 namespace {
@@ -30,11 +32,6 @@ VirtualDriver::Faults VirtualDriver::faults() const {
   return faults_;
 }
 
-bool VirtualDriver::isStalled() const {
-  const std::lock_guard lock(mutex_);
-  return faults_.isStalled;
-}
-
 Expected<void> VirtualDriver::checkAvailable() {
   if (auto error = faults().inputError) return tl::unexpected(std::move(*error));
   return {};
@@ -59,19 +56,67 @@ void VirtualDriver::fail(Error error) {
   if (sink) sink->didFail(std::move(error));
 }
 
-Expected<std::shared_ptr<CaptureClock>> VirtualDriver::begin(std::shared_ptr<CaptureSink> sink) {
+bool VirtualDriver::isOpen() const {
   const std::lock_guard lock(mutex_);
-  if (sink_)
-    return failure(CaptureErrorCode::busy, fmt::format("{} is used by another session", description_.localizedName));
-  if (faults_.openError) return tl::unexpected(*faults_.openError);
-  sink_ = std::move(sink);
-  clock_ = CaptureClock::current();
-  return clock_;
+  return sink_ != nullptr;
 }
 
-void VirtualDriver::end() {
+Expected<void> VirtualDriver::open(CaptureRun run) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (sink_)
+      return failure(CaptureErrorCode::busy, fmt::format("{} is used by another session", description_.localizedName));
+    if (faults_.openError) return tl::unexpected(*faults_.openError);
+    sink_ = run.sink;
+    clock_ = CaptureClock::current();
+    failureWasLogged_ = false;
+  }
+  const auto prepared = prepare(run, clock_->now());
+  const std::lock_guard lock(mutex_);
+  if (prepared) {
+    const auto attendee = clock_->attach();
+    thread_ = std::jthread([this, attendee](const std::stop_token& stop) { loop(stop, attendee); });
+  } else {
+    sink_ = nullptr;
+  }
+  return prepared;
+}
+
+void VirtualDriver::close() {
+  std::jthread thread;
+  {
+    const std::lock_guard lock(mutex_);
+    thread.swap(thread_);
+  }
+  if (!thread.joinable()) return;
+  thread.request_stop();
+  thread.join();
   const std::lock_guard lock(mutex_);
   sink_ = nullptr;
+}
+
+void VirtualDriver::loop(const std::stop_token& stop, CaptureClock::Attendee attendee) {
+  pthread_setname_np(pthread_self(), threadName_);
+  for (std::uint64_t number = 0; clock_->waitUntil(dueTime(number), stop, attendee); ++number) {
+    if (stop.stop_requested()) break;
+    const bool isLate = clock_->isRealTime() && clock_->now() >= dueTime(number + patience_);
+    if (!isLate && capture(number)) continue;
+    if (const auto timing = timingOfDrop(number)) sink_->didDrop(*timing);
+  }
+  clock_->detach(attendee);
+}
+
+/// False when there is no such sample.
+bool VirtualDriver::capture(std::uint64_t number) {
+  auto made = sample(number);
+  if (!made) {
+    if (!std::exchange(failureWasLogged_, true)) {
+      ConsoleLog::write("{}: {}", description_.localizedName, made.error().description);
+    }
+    return false;
+  }
+  if (!faults().isStalled) sink_->didCapture(std::move(*made));
+  return true;
 }
 
 double VirtualDriver::sceneTimeAt(const MediaTime& time) {
