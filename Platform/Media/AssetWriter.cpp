@@ -55,6 +55,18 @@ void AssetWriter::setMovieFragmentInterval(MediaTime interval) {
 
 MediaTime AssetWriter::movieFragmentInterval() const { return session_->settings().fragmentInterval; }
 
+void AssetWriter::setStaysFragmented(bool stays) {
+  session_->setSettings([&](MovieFile::Settings& settings) { settings.staysFragmented = stays; });
+}
+
+bool AssetWriter::staysFragmented() const { return session_->settings().staysFragmented; }
+
+void AssetWriter::setIndexRoom(MediaTime duration) {
+  session_->setSettings([&](MovieFile::Settings& settings) { settings.indexRoom = duration; });
+}
+
+MediaTime AssetWriter::indexRoom() const { return session_->settings().indexRoom; }
+
 void AssetWriter::setMetadata(std::vector<MetadataItem> metadata) {
   session_->setSettings([&](MovieFile::Settings& settings) { settings.metadata = std::move(metadata); });
 }

@@ -61,7 +61,17 @@ class TAVREL_API AssetWriter {
   /// writing starts.
   void setMovieFragmentInterval(MediaTime interval);
   MediaTime movieFragmentInterval() const;
-  /// Written into the file's header. Before writing starts.
+  /// Whether a finished QuickTime or MP4 file stays in the fragments that it was recorded in; false at first. Otherwise
+  /// finishing makes a regular movie of it, in place: one index, one piece of data, nothing copied; only a movie with a
+  /// pause of 2³¹ units of its timescale between two samples stays as it is. Before writing starts.
+  void setStaysFragmented(bool stays);
+  bool staysFragmented() const;
+  /// How long a regular movie may get whose index finds room in front of the data, so that players that load it need
+  /// not look at its end; 600 s at first, for which 480 kB are set aside. A longer movie has its index at the end.
+  /// Before writing starts.
+  void setIndexRoom(MediaTime duration);
+  MediaTime indexRoom() const;
+  /// Written into the file's header, with the date of creation where that is not given. Before writing starts.
   void setMetadata(std::vector<MetadataItem> metadata);
   std::vector<MetadataItem> metadata() const;
   /// True: the file gets its name when it is complete, and a recording that breaks off leaves nothing. Before writing

@@ -73,7 +73,7 @@ TEST(AssetWriterFailure, DISABLED_RecordingChild) {
   const std::string scenario = ::getenv("TAVREL_TEST_SCENARIO");
   if (scenario == "full") {
     ::signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit{200'000, 200'000};
+    const rlimit limit{700'000, 700'000};
     ::setrlimit(RLIMIT_FSIZE, &limit);
   }
   const auto maker = MovieMaker::start(path, {.fileType = ::getenv("TAVREL_TEST_TYPE"),

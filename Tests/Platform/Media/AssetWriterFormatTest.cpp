@@ -182,6 +182,7 @@ TEST(AssetWriterFormat, HEVCBitRateAndKeyframes) {
   rated[kVideoMaxKeyFrameIntervalKey] = std::int64_t{5};
   const auto record = [&](const char* name, const Dictionary& settings, std::size_t width, std::size_t height) {
     const auto writer = *AssetWriter::create(folder / name, kFileTypeMPEG4);
+    writer->setIndexRoom(MediaTime::zero());
     const auto input = AssetWriterInput::create(MediaType::video, settings);
     EXPECT_TRUE(writer->addInput(input)) << writer->error()->description;
     EXPECT_TRUE(writer->startWriting()) << writer->error()->description;

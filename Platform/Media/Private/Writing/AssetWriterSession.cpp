@@ -20,6 +20,7 @@ constexpr std::chrono::milliseconds kStalled{500};
 AssetWriterSession::AssetWriterSession(std::unique_ptr<MovieFile> file)
     : file_(std::move(file)), control_(DispatchQueue::create("tavrel.writer")) {
   settings_.fragmentInterval = MediaTime::make(1, 1);
+  settings_.indexRoom = MediaTime::make(600, 1);
 }
 
 AssetWriterStatus AssetWriterSession::status() const {

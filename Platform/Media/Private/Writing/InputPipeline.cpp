@@ -33,6 +33,8 @@ constexpr std::int32_t kFinestTimescale = 1'000'000;
 constexpr std::int32_t kCoarsestTimescale = 600;
 // A longer silence between two pieces of sound is a wrong time, not a pause.
 constexpr double kLongestSilence = 3600;
+// What an audio decoder needs before its first sample, at most.
+constexpr double kLongestPriming = 0.1;
 constexpr double kLatestTime = 1e9;
 
 std::int32_t automaticTimescale(std::int32_t timescale) {
@@ -205,7 +207,10 @@ bool InputPipeline::enqueue(TrackSample sample, MediaTime presentationTime) {
   const MediaTime movieTime = presentationTime - *sessionStart_;
   if (!movieTime.isNumeric() || std::abs(movieTime.seconds()) > kLatestTime) return false;
   // Sound that begins before the session and reaches into it is cut by the encoder.
-  const bool isCutLater = sample.sound || (sample.packet && settings_);
+  // Of stored sound what comes just before prepares the decoder.
+  const bool isCutLater =
+      sample.sound ||
+      (sample.packet && (settings_ || (mediaType_ == MediaType::audio && movieTime.seconds() > -kLongestPriming)));
   if (movieTime < MediaTime::zero() && !isCutLater) return true;
   // The sample's own timescale, not the one that the subtraction brought in, chooses the track's.
   if (timescale_ == 0) timescale_ = automaticTimescale(presentationTime.timescale);

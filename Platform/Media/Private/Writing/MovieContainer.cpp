@@ -1,10 +1,13 @@
 #include "Platform/Media/Private/Writing/MovieContainer.h"
 
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <ctime>
+#include <utility>
 
 #include "Platform/Media/AssetWriter.h"
 #include "Platform/Media/MediaError.h"
@@ -74,21 +77,63 @@ AVStream* MovieContainer::addStream(AVFormatContext& context, const AVCodecParam
   return stream;
 }
 
+std::vector<MetadataItem> MovieContainer::metadata(std::vector<MetadataItem> items) const {
+  const auto isDate = [](const MetadataItem& item) { return item.key == std::string_view(kMetadataCreationDate); };
+  const std::time_t now = std::time(nullptr);
+  const auto date = std::find_if(items.begin(), items.end(), isDate);
+  const bool isQuickTime = std::string_view(format_->name) == "mov";
+  const std::string localDate =
+      date == items.end() ? fmt::format("{:%Y-%m-%dT%H:%M:%S%z}", fmt::localtime(now)) : date->value;
+  if (date == items.end()) {
+    items.push_back({kMetadataCreationDate, fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(now))});
+  }
+  if (!isQuickTime) return items;
+  constexpr std::array<std::pair<const char*, const char*>, 4> kNames{
+      {{kMetadataTitle, "com.apple.quicktime.title"},
+       {kMetadataLocation, "com.apple.quicktime.location.ISO6709"},
+       {kMetadataArtist, "com.apple.quicktime.artist"},
+       {kMetadataComment, "com.apple.quicktime.comment"}}};
+  const auto given = items;
+  for (const auto& [key, name] : kNames) {
+    for (const MetadataItem& item : given) {
+      if (item.key == key) items.push_back({name, item.value});
+    }
+  }
+  items.push_back({"com.apple.quicktime.creationdate", localDate});
+  return items;
+}
+
 CodecDictionary MovieContainer::muxerOptions(double fragmentSeconds, const std::vector<MetadataItem>& metadata,
                                              int videoTimescale) const {
-  AVDictionary* options = nullptr;
-  if (!isQuickTimeFamily()) {
-    av_dict_set_int(&options, "cluster_time_limit", static_cast<std::int64_t>(fragmentSeconds * 1000), 0);
-    return CodecDictionary(options);
+  if (isQuickTimeFamily()) {
+    // Fragments begin at their samples' own times, so that no track needs an edit list, which would have to wait for
+    // its first packet.
+    auto options = quickTimeOptions("frag_custom+empty_moov+default_base_moof+frag_discont+negative_cts_offsets",
+                                    metadata, videoTimescale);
+    AVDictionary* dictionary = options.release();
+    av_dict_set(&dictionary, "use_editlist", "0", 0);
+    return CodecDictionary(dictionary);
   }
-  // Fragments begin at their samples' own times, so that no track needs an edit list, which would have to wait for its
-  // first packet.
-  std::string flags = "frag_custom+empty_moov+default_base_moof+frag_discont+negative_cts_offsets";
+  AVDictionary* options = nullptr;
+  av_dict_set_int(&options, "cluster_time_limit", static_cast<std::int64_t>(fragmentSeconds * 1000), 0);
+  return CodecDictionary(options);
+}
+
+CodecDictionary MovieContainer::indexOptions(const std::vector<MetadataItem>& metadata, int videoTimescale) const {
+  AVDictionary* options = quickTimeOptions("", metadata, videoTimescale).release();
+  av_dict_set(&options, "use_editlist", "1", 0);
+  // A track that begins late begins at its first sample's own time, not at the nearest millisecond.
+  if (videoTimescale > 0) av_dict_set_int(&options, "movie_timescale", std::min(videoTimescale, 90000), 0);
+  return CodecDictionary(options);
+}
+
+CodecDictionary MovieContainer::quickTimeOptions(std::string flags, const std::vector<MetadataItem>& metadata,
+                                                 int videoTimescale) const {
+  AVDictionary* options = nullptr;
   const bool hasOwnKeys =
       std::any_of(metadata.begin(), metadata.end(), [](const MetadataItem& item) { return !isWellKnown(item.key); });
   if (hasOwnKeys) flags += "+use_metadata_tags";
-  av_dict_set(&options, "movflags", flags.c_str(), 0);
-  av_dict_set(&options, "use_editlist", "0", 0);
+  if (!flags.empty()) av_dict_set(&options, "movflags", flags.c_str(), 0);
   if (videoTimescale > 0) av_dict_set_int(&options, "video_track_timescale", videoTimescale, 0);
   return CodecDictionary(options);
 }

@@ -27,11 +27,17 @@ class MovieContainer {
   /// Adds a track. nullptr when no memory is left.
   AVStream* addStream(AVFormatContext& context, const AVCodecParameters& parameters, AVRational timeBase,
                       const AffineTransform& transform) const;
+  /// What a file of this type says about itself beside `items`: the same by the names that its readers look for.
+  std::vector<MetadataItem> metadata(std::vector<MetadataItem> items) const;
   /// `videoTimescale` is 0 without pictures.
   CodecDictionary muxerOptions(double fragmentSeconds, const std::vector<MetadataItem>& metadata,
                                int videoTimescale) const;
+  /// Of the muxer that makes the index of a regular movie.
+  CodecDictionary indexOptions(const std::vector<MetadataItem>& metadata, int videoTimescale) const;
 
  private:
+  CodecDictionary quickTimeOptions(std::string flags, const std::vector<MetadataItem>& metadata,
+                                   int videoTimescale) const;
   explicit MovieContainer(const AVOutputFormat* format) : format_(format) {}
 
   const AVOutputFormat* format_;

@@ -1,6 +1,7 @@
 #include "Platform/Media/Private/Writing/MovieFile.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 extern "C" {
@@ -19,6 +20,11 @@ constexpr std::chrono::milliseconds kHeaderPatience{150};
 constexpr std::int64_t kMostWaitingBytes = std::int64_t{32} << 20;
 // Beyond it a sample's duration no longer fits the container; such a pause is told by the next fragment's time instead.
 constexpr std::int64_t kLongestDuration = std::numeric_limits<std::int32_t>::max() / 2;
+
+// What a second of pictures and of sound takes in an index at most, at 30 pictures a second, and what comes besides.
+constexpr std::int64_t kPictureIndexRate = 600;
+constexpr std::int64_t kSoundIndexRate = 200;
+constexpr std::int64_t kIndexHeadSize = 4096;
 
 double secondsOf(std::int64_t units, AVRational base) { return static_cast<double>(units) * av_q2d(base); }
 
@@ -54,6 +60,7 @@ int MovieFile::addTrack(MediaType mediaType, const AffineTransform& transform,
 
 Expected<void> MovieFile::begin(Settings settings) {
   settings_ = std::move(settings);
+  settings_.metadata = container_.metadata(std::move(settings_.metadata));
   lastFlush_ = Clock::now();
   hasBegun_ = true;
   if (auto begun = output_->begin(); !begun) return fail(begun.error());
@@ -113,32 +120,58 @@ bool MovieFile::fixFormatsWhenDue() {
   return hasAny;
 }
 
-Expected<void> MovieFile::createStreams() {
-  if (const int result = container_.open(output_->context(), context_); result < 0) {
-    return checked(result, "the movie's header cannot be made");
-  }
+Expected<void> MovieFile::createStreams(AVFormatContext& context) {
   for (Track& track : tracks_) {
     if (!track.parameters) continue;
-    const AVStream* const stream = container_.addStream(*context_, *track.parameters, track.timeBase, track.transform);
+    const AVStream* const stream = container_.addStream(context, *track.parameters, track.timeBase, track.transform);
     if (!stream) return checked(AVERROR(ENOMEM), "the movie's header cannot be made");
     track.stream = stream->index;
   }
   for (const MetadataItem& item : settings_.metadata) {
-    av_dict_set(&context_->metadata, item.key.c_str(), item.value.c_str(), 0);
+    av_dict_set(&context.metadata, item.key.c_str(), item.value.c_str(), 0);
   }
   return {};
 }
 
-Expected<void> MovieFile::writeHeader() {
-  if (auto created = createStreams(); !created) return created;
-  int videoTimescale = 0;
+int MovieFile::videoTimescale() const {
+  int timescale = 0;
   for (const Track& track : tracks_) {
-    if (track.stream >= 0 && track.mediaType == MediaType::video) videoTimescale = track.timeBase.den;
+    if (track.stream >= 0 && track.mediaType == MediaType::video) timescale = track.timeBase.den;
   }
-  AVDictionary* options = container_.muxerOptions(fragmentSeconds(), settings_.metadata, videoTimescale).release();
+  return timescale;
+}
+
+Expected<void> MovieFile::beginIndex() {
+  index_.emplace(container_);
+  if (!index_->context()) return checked(AVERROR(ENOMEM), "the movie's index cannot be made");
+  if (auto created = createStreams(*index_->context()); !created) return created;
+  index_->begin(container_.indexOptions(settings_.metadata, videoTimescale()));
+  std::int64_t bytesPerSecond = 0;
+  for (const Track& track : tracks_) {
+    if (track.stream >= 0) bytesPerSecond += track.mediaType == MediaType::video ? kPictureIndexRate : kSoundIndexRate;
+  }
+  const double seconds = settings_.indexRoom.isNumeric() ? std::clamp(settings_.indexRoom.seconds(), 0.0, 1e6) : 0;
+  const auto room = seconds > 0 ? kIndexHeadSize + std::llround(seconds * static_cast<double>(bytesPerSecond)) : 0;
+  avio_flush(output_->context());
+  if (auto status = output_->status(); !status) return fail(status.error());
+  auto regular = RegularMovie::reserve(*output_, room);
+  if (!regular) return fail(regular.error());
+  regular_ = *regular;
+  return {};
+}
+
+Expected<void> MovieFile::writeHeader() {
+  if (const int result = container_.open(output_->context(), context_); result < 0) {
+    return checked(result, "the movie's header cannot be made");
+  }
+  if (auto created = createStreams(*context_); !created) return created;
+  AVDictionary* options = container_.muxerOptions(fragmentSeconds(), settings_.metadata, videoTimescale()).release();
   const int result = avformat_write_header(context_.get(), &options);
   av_dict_free(&options);
   if (auto written = checked(result, "the movie's header cannot be written"); !written) return written;
+  if (container_.isQuickTimeFamily() && !settings_.staysFragmented) {
+    if (auto begun = beginIndex(); !begun) return begun;
+  }
   isHeaderWritten_ = true;
   if (auto complete = checkpoint(); !complete) return complete;
 
@@ -158,11 +191,18 @@ double MovieFile::fragmentSeconds() const {
 
 Expected<void> MovieFile::flushFragment() {
   if (!hasUnflushed_) return {};
+  const std::int64_t start = output_->position();
   const int result = av_write_frame(context_.get(), nullptr);
   if (auto flushed = checked(result, "a fragment of the movie cannot be written"); !flushed) return flushed;
   // Fragments start at their first sample's own time, whatever durations the one before announced.
   if (container_.isQuickTimeFamily()) av_opt_set(context_->priv_data, "movflags", "+frag_discont", 0);
+  setInterleaving(false);
   if (auto complete = checkpoint(); !complete) return complete;
+  if (index_) {
+    const auto description = output_->boxAt(start);
+    if (!description) return fail(description.error());
+    index_->place(*description, start);
+  }
   if (auto safe = settings_.appearsWhenComplete ? output_->sync() : output_->publish(); !safe)
     return fail(safe.error());
   hasUnflushed_ = false;
@@ -181,6 +221,7 @@ Expected<void> MovieFile::flushFragment() {
 
 Expected<void> MovieFile::mux(Track& track, Packet packet) {
   if (track.stream < 0) return {};
+  if (isPriming(track, *packet)) return muxPriming(track, std::move(packet));
   const double start = secondsOf(packet->dts, track.timeBase);
   if (start - fragmentStart_ >= fragmentSeconds()) {
     if (auto flushed = flushFragment(); !flushed) return flushed;
@@ -193,9 +234,36 @@ Expected<void> MovieFile::mux(Track& track, Packet packet) {
   av_packet_rescale_ts(packet.get(), track.timeBase, context_->streams[track.stream]->time_base);
   hasUnflushed_ = true;
   ++track.queuedSamples;
+  if (track.stream == 0) setInterleaving(true);
+  if (index_) index_->add(*packet);
   const int result = av_write_frame(context_.get(), packet.get());
   if (auto written = checked(result, "a packet cannot be written to the movie"); !written) return written;
   return isFirstFragmentDue(track) ? flushFragment() : Expected<void>{};
+}
+
+void MovieFile::setInterleaving(bool isOn) {
+  // A player should not have to load all of a fragment's pictures before its first sound. FFmpeg 5.1 misplaces the
+  // samples of an interleaved fragment without any of the first stream.
+  constexpr int kSamples = 4;
+  if (container_.isQuickTimeFamily()) av_opt_set_int(context_->priv_data, "frag_interleave", isOn ? kSamples : 0, 0);
+}
+
+bool MovieFile::isPriming(const Track& track, const AVPacket& packet) {
+  return track.mediaType == MediaType::audio && packet.pts < 0;
+}
+
+Expected<void> MovieFile::muxPriming(const Track& track, Packet packet) {
+  // In fragments many readers would play everything later by as much. Without it the first 20 ms fade in.
+  if (!index_) return {};
+  packet->stream_index = track.stream;
+  av_packet_rescale_ts(packet.get(), track.timeBase, context_->streams[track.stream]->time_base);
+  AVIOContext* const output = output_->context();
+  avio_wb32(output, static_cast<unsigned>(packet->size) + 8);
+  avio_write(output, reinterpret_cast<const unsigned char*>("mdat"), 4);
+  const std::int64_t start = output_->position();
+  avio_write(output, packet->data, packet->size);
+  index_->addPlaced(*packet, start);
+  return {};
 }
 
 bool MovieFile::isFirstFragmentDue(const Track& track) const {
@@ -244,9 +312,6 @@ Expected<void> MovieFile::write(int index, Packet packet) {
   if (error_) return tl::unexpected(*error_);
   if (isClosed_) return {};
   Track& track = tracks_[static_cast<std::size_t>(index)];
-  // Sound that only fills the decoder: with it many readers would play everything later by as much. Without it the
-  // first 20 ms fade in.
-  if (track.mediaType == MediaType::audio && packet->pts < 0) return {};
   if (track.held) {
     if (auto released = release(track, packet->dts - track.held->dts); !released) return released;
   }
@@ -267,6 +332,16 @@ Expected<void> MovieFile::tick() {
   return flushFragment();
 }
 
+Expected<void> MovieFile::complete() {
+  const auto moov = index_ ? index_->finish() : std::vector<std::uint8_t>();
+  if (!moov.empty()) {
+    if (auto completed = regular_->complete(*output_, moov); !completed) return fail(completed.error());
+    return {};
+  }
+  if (auto ended = checked(av_write_trailer(context_.get()), "the movie cannot be completed"); !ended) return ended;
+  return checkpoint();
+}
+
 Expected<void> MovieFile::finish() {
   if (error_) return tl::unexpected(*error_);
   if (isClosed_ || !hasBegun_) return {};
@@ -279,8 +354,7 @@ Expected<void> MovieFile::finish() {
     if (auto written = writeHeader(); !written) return written;
   }
   if (auto flushed = flushFragment(); !flushed) return flushed;
-  if (auto ended = checked(av_write_trailer(context_.get()), "the movie cannot be completed"); !ended) return ended;
-  if (auto complete = checkpoint(); !complete) return complete;
+  if (auto completed = complete(); !completed) return completed;
   if (auto safe = output_->sync(); !safe) return fail(safe.error());
   if (auto named = output_->publish(); !named) return fail(named.error());
   isClosed_ = true;

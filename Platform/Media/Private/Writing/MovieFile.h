@@ -16,6 +16,8 @@
 #include "Platform/Media/Private/FFmpegHandles.h"
 #include "Platform/Media/Private/Writing/MovieContainer.h"
 #include "Platform/Media/Private/Writing/MovieFileOutput.h"
+#include "Platform/Media/Private/Writing/MovieIndex.h"
+#include "Platform/Media/Private/Writing/RegularMovie.h"
 
 namespace tavrel {
 
@@ -23,12 +25,16 @@ namespace tavrel {
 /// the first sample of any, then fragments (QuickTime, MP4) or clusters (Matroska), each handed to the kernel when
 /// complete.
 ///
+/// A finished QuickTime or MP4 file is a regular one, unless its settings say otherwise.
+///
 /// After the first failure every write fails with the same error, and the file keeps what was complete. What writes is
 /// called by one thread at a time; what is said to be for any thread never waits for a write.
 class MovieFile {
  public:
   struct Settings {
     MediaTime fragmentInterval;
+    bool staysFragmented = false;
+    MediaTime indexRoom;  // in front, for a recording that is so long
     std::vector<MetadataItem> metadata;
     bool appearsWhenComplete = false;  ///< else with the first fragment
   };
@@ -102,7 +108,13 @@ class MovieFile {
   /// Whether it is time for the header; then the tracks' formats stay as they are.
   bool fixFormatsWhenDue();
   Expected<void> writeHeader();
-  Expected<void> createStreams();
+  Expected<void> createStreams(AVFormatContext& context);
+  int videoTimescale() const;
+  Expected<void> beginIndex();
+  void setInterleaving(bool isOn);
+  static bool isPriming(const Track& track, const AVPacket& packet);
+  Expected<void> muxPriming(const Track& track, Packet packet);
+  Expected<void> complete();
   Expected<void> release(Track& track, std::int64_t duration);
   Expected<void> releaseHeld(bool isLast);
   bool isFirstFragmentDue(const Track& track) const;
@@ -121,6 +133,8 @@ class MovieFile {
 
   Settings settings_;
   OutputFormat context_;
+  std::optional<MovieIndex> index_;  // of a movie that becomes regular
+  std::optional<RegularMovie> regular_;
   std::vector<Track> tracks_;
   std::vector<std::pair<int, Packet>> waiting_;  // before the header
   std::int64_t waitingBytes_ = 0;

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <string_view>
@@ -14,6 +15,7 @@
 
 extern "C" {
 #include <libavutil/error.h>
+#include <libavutil/intreadwrite.h>
 #include <libavutil/mem.h>
 }
 
@@ -147,6 +149,28 @@ Expected<void> MovieFileOutput::checkpoint() {
   avio_flush(context_);
   if (auto result = status(); !result) return result;
   completeSize_ = avio_tell(context_);
+  return {};
+}
+
+Expected<std::vector<std::uint8_t>> MovieFileOutput::boxAt(std::int64_t offset) const {
+  std::array<std::uint8_t, 4> size{};
+  const auto read = [&](std::span<std::uint8_t> bytes) {
+    return ::pread(descriptor_, bytes.data(), bytes.size(), offset) == static_cast<ssize_t>(bytes.size());
+  };
+  if (!read(size)) return systemFailure(errno, path_, "read");
+  std::vector<std::uint8_t> box(AV_RB32(size.data()));
+  if (!read(box)) return systemFailure(errno, path_, "read");
+  return box;
+}
+
+Expected<void> MovieFileOutput::writeAt(std::int64_t offset, std::span<const std::uint8_t> bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::pwrite(descriptor_, bytes.data(), bytes.size(), offset);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return systemFailure(count < 0 ? errno : EIO, path_, "written");
+    bytes = bytes.subspan(static_cast<std::size_t>(count));
+    offset += count;
+  }
   return {};
 }
 

@@ -7,6 +7,8 @@ extern "C" {
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <span>
+#include <vector>
 
 #include "Platform/Foundation/Error.h"
 
@@ -34,6 +36,16 @@ class MovieFileOutput {
   Expected<void> checkpoint();
   /// Returns when everything up to the last checkpoint is on the disk.
   Expected<void> sync();
+  /// Where the next byte goes.
+  std::int64_t position() const { return avio_tell(context_); }
+  /// Leaves a hole up to `offset`.
+  void skipTo(std::int64_t offset) { avio_seek(context_, offset, SEEK_SET); }
+  /// The box that begins at `offset` and is in the kernel's hands.
+  Expected<std::vector<std::uint8_t>> boxAt(std::int64_t offset) const;
+  /// Writes beside the stream of bytes, past its end too.
+  Expected<void> writeAt(std::int64_t offset, std::span<const std::uint8_t> bytes);
+  /// The file is complete up to here.
+  void completeAt(std::int64_t size) { completeSize_ = size; }
   /// Brings the file to the disk and gives it its name. Nothing happens when it has it.
   Expected<void> publish();
   /// Cuts off what came after the last checkpoint, and closes; removes a file that has not its name yet.

@@ -1,0 +1,136 @@
+#include "Platform/Media/Private/Writing/MovieIndex.h"
+
+#include <cerrno>
+#include <cstring>
+#include <limits>
+
+extern "C" {
+#include <libavutil/intreadwrite.h>
+}
+
+// libavformat makes a moov only of packets that it wrote itself. So a second muxer gets the same packets, and its bytes
+// go nowhere but the moov's; before each run of samples its output is moved to where they lie in the file, as the
+// fragment's own description says, and its tables tell the right places. An hour of pictures and sound costs MEASURED
+// of memory and MEASURED to finish. Boxes written by hand would need a quarter of the memory, and all that the muxer
+// knows about codecs, colours, edit lists and sample groups once more.
+namespace tavrel {
+namespace {
+
+constexpr int kBufferSize = 32 * 1024;
+// Beyond all samples: where the moov is written to.
+constexpr std::int64_t kMoovPosition = std::int64_t{1} << 60;
+constexpr std::int64_t kLongestDuration = std::numeric_limits<std::int32_t>::max();
+
+constexpr std::size_t kHeaderSize = 8;
+
+using Bytes = std::span<const std::uint8_t>;
+
+/// Calls `visit` with the type and the content of each.
+template <typename Visit>
+void forEachBox(Bytes boxes, const Visit& visit) {
+  while (boxes.size() >= kHeaderSize) {
+    const std::size_t size = AV_RB32(boxes.data());
+    if (size < kHeaderSize || size > boxes.size()) return;
+    visit(AV_RB32(boxes.data() + 4), boxes.subspan(kHeaderSize, size - kHeaderSize));
+    boxes = boxes.subspan(size);
+  }
+}
+
+}  // namespace
+
+MovieIndex::MovieIndex(const MovieContainer& container) {
+  auto* const buffer = static_cast<std::uint8_t*>(av_malloc(kBufferSize));
+  sink_ = buffer ? avio_alloc_context(buffer, kBufferSize, 1, this, nullptr, write, seek) : nullptr;
+  if (!sink_) {
+    av_free(buffer);
+    return;
+  }
+  sink_->direct = 1;  // samples need not be copied to go nowhere
+  container.open(sink_, context_);
+}
+
+MovieIndex::~MovieIndex() {
+  context_.reset();
+  if (sink_) av_freep(&sink_->buffer);
+  avio_context_free(&sink_);
+}
+
+int MovieIndex::write(void* opaque, std::uint8_t* bytes, int size) {
+  auto& self = *static_cast<MovieIndex*>(opaque);
+  if (self.position_ >= kMoovPosition) {
+    const auto start = static_cast<std::size_t>(self.position_ - kMoovPosition);
+    const auto length = static_cast<std::size_t>(size);
+    if (self.moov_.size() < start + length) self.moov_.resize(start + length);
+    std::memcpy(self.moov_.data() + start, bytes, length);
+  }
+  self.position_ += size;
+  return size;
+}
+
+std::int64_t MovieIndex::seek(void* opaque, std::int64_t offset, int whence) {
+  if ((whence & ~AVSEEK_FORCE) != SEEK_SET) return AVERROR(EINVAL);
+  return static_cast<MovieIndex*>(opaque)->position_ = offset;
+}
+
+void MovieIndex::begin(CodecDictionary options) {
+  AVDictionary* dictionary = options.release();
+  isUsable_ = avformat_write_header(context_.get(), &dictionary) >= 0;
+  av_dict_free(&dictionary);
+  fragment_.resize(context_->nb_streams);
+  lastTimes_.resize(context_->nb_streams, AV_NOPTS_VALUE);
+}
+
+void MovieIndex::add(const AVPacket& packet) {
+  const auto stream = static_cast<std::size_t>(packet.stream_index);
+  std::int64_t& last = lastTimes_[stream];
+  if (last != AV_NOPTS_VALUE && packet.dts - last > kLongestDuration) isUsable_ = false;
+  last = packet.dts;
+  if (!isUsable_) return;
+  Packet reference(av_packet_clone(&packet));
+  isUsable_ = reference != nullptr;
+  if (isUsable_) fragment_[stream].push_back(std::move(reference));
+}
+
+void MovieIndex::place(Bytes description, std::int64_t start) {
+  forEachBox(description.subspan(kHeaderSize), [&](std::uint32_t type, Bytes content) {
+    if (type == MKBETAG('t', 'r', 'a', 'f')) placeTrack(content, start);
+  });
+  for (const auto& packets : fragment_) isUsable_ = isUsable_ && packets.empty();
+}
+
+void MovieIndex::placeTrack(Bytes boxes, std::int64_t start) {
+  std::size_t stream = 0;
+  forEachBox(boxes, [&](std::uint32_t type, Bytes content) {
+    // Tracks are numbered from 1 on, in the order of the streams.
+    if (type == MKBETAG('t', 'f', 'h', 'd') && content.size() >= 8) stream = AV_RB32(content.data() + 4) - 1;
+    if (type == MKBETAG('t', 'r', 'u', 'n')) placeRun(content, stream, start);
+  });
+}
+
+void MovieIndex::placeRun(Bytes run, std::size_t stream, std::int64_t start) {
+  constexpr std::uint32_t kHasOffset = 1;
+  isUsable_ = isUsable_ && run.size() >= 12 && (AV_RB32(run.data()) & kHasOffset) != 0 && stream < fragment_.size();
+  if (!isUsable_) return;
+  auto& packets = fragment_[stream];
+  avio_seek(sink_, start + static_cast<std::int32_t>(AV_RB32(run.data() + 8)), SEEK_SET);
+  for (std::uint32_t count = AV_RB32(run.data() + 4); count > 0 && isUsable_; --count) {
+    isUsable_ = !packets.empty() && av_write_frame(context_.get(), packets.front().get()) >= 0;
+    if (isUsable_) packets.pop_front();
+  }
+}
+
+void MovieIndex::addPlaced(AVPacket& packet, std::int64_t start) {
+  if (!isUsable_) return;
+  avio_seek(sink_, start, SEEK_SET);
+  isUsable_ = av_write_frame(context_.get(), &packet) >= 0;
+}
+
+std::vector<std::uint8_t> MovieIndex::finish() {
+  if (!isUsable_) return {};
+  avio_seek(sink_, kMoovPosition, SEEK_SET);
+  if (av_write_trailer(context_.get()) < 0) return {};
+  avio_flush(sink_);
+  return std::move(moov_);
+}
+
+}  // namespace tavrel
