@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <filesystem>
 #include <memory>
 #include <mutex>
@@ -14,10 +15,7 @@
 #include "Platform/Media/MediaType.h"
 #include "Platform/Media/MetadataItem.h"
 #include "Platform/Media/Private/FFmpegHandles.h"
-#include "Platform/Media/Private/Writing/MovieContainer.h"
-#include "Platform/Media/Private/Writing/MovieFileOutput.h"
-#include "Platform/Media/Private/Writing/MovieIndex.h"
-#include "Platform/Media/Private/Writing/RegularMovie.h"
+#include "Platform/Media/Private/Writing/MovieMuxer.h"
 
 namespace tavrel {
 
@@ -25,7 +23,8 @@ namespace tavrel {
 /// the first sample of any, then fragments (QuickTime, MP4) or clusters (Matroska), each handed to the kernel when
 /// complete.
 ///
-/// A finished QuickTime or MP4 file is a regular one, unless its settings say otherwise.
+/// Samples lie in the file in the order in which they are played, as far as no track keeps the others waiting. A
+/// finished QuickTime or MP4 file is a regular one, unless its settings say otherwise.
 ///
 /// After the first failure every write fails with the same error, and the file keeps what was complete. What writes is
 /// called by one thread at a time; what is said to be for any thread never waits for a write.
@@ -45,7 +44,7 @@ class MovieFile {
   MovieFile& operator=(const MovieFile&) = delete;
   ~MovieFile();
 
-  const MovieContainer& container() const { return container_; }
+  const MovieContainer& container() const { return muxer_.container(); }
 
   /// Tracks are added before `begin`. One without a format in time is left out of the file after `formatPatience`.
   int addTrack(MediaType mediaType, const AffineTransform& transform, std::chrono::milliseconds formatPatience);
@@ -81,14 +80,17 @@ class MovieFile {
  private:
   using Clock = std::chrono::steady_clock;
 
+  struct Waiting {
+    Packet packet;
+    Clock::time_point since;
+  };
+
   struct Track {
-    MediaType mediaType;
-    AffineTransform transform;
+    MovieMuxer::Stream format;
     std::chrono::milliseconds formatPatience;
-    CodecParameters parameters;
-    AVRational timeBase{0, 1};
-    int stream = -1;
-    Packet held;  // waits for the next one, which tells its duration
+    std::optional<std::size_t> stream;  // of the muxer, once there is a header
+    Packet held;                        // waits for the next one, which tells its duration
+    std::deque<Waiting> waiting;        // for the header, and for what comes before it in other tracks
     std::int64_t lastDuration = 0;
     std::int64_t lastDts = 0;
     std::uint64_t queuedSamples = 0;   // in the muxer
@@ -98,33 +100,28 @@ class MovieFile {
     std::optional<double> queuedEnd;  // seconds, in the muxer
     double writtenEnd = 0;            // seconds, in the file
     bool isInFile = false;
+
+    double secondsAt(std::int64_t units) const { return static_cast<double>(units) * av_q2d(format.timeBase); }
   };
 
   MovieFile(std::unique_ptr<MovieFileOutput> output, MovieContainer container);
 
-  Expected<void> fail(Error error);
-  Expected<void> checked(int result, const char* what);
-  Expected<void> checkpoint();
+  Expected<void> noted(Expected<void> result);
   /// Whether it is time for the header; then the tracks' formats stay as they are.
   bool fixFormatsWhenDue();
   Expected<void> writeHeader();
-  Expected<void> createStreams(AVFormatContext& context);
-  int videoTimescale() const;
-  Expected<void> beginIndex();
-  void setInterleaving(bool isOn);
-  static bool isPriming(const Track& track, const AVPacket& packet);
-  Expected<void> muxPriming(const Track& track, Packet packet);
-  Expected<void> complete();
-  Expected<void> release(Track& track, std::int64_t duration);
-  Expected<void> releaseHeld(bool isLast);
-  bool isFirstFragmentDue(const Track& track) const;
-  void skipTo(const Track& track, std::int64_t dts);
+  void release(Track& track, std::int64_t duration);
+  void releaseHeld(bool isLast);
+  /// Those whose turn it is, or all.
+  Expected<void> writeWaiting(bool all);
+  Track* nextToWrite();
+  bool isTurnOf(const Track& track) const;
   Expected<void> mux(Track& track, Packet packet);
+  bool isFirstFragmentDue(const Track& track) const;
   Expected<void> flushFragment();
   double fragmentSeconds() const;
 
-  std::unique_ptr<MovieFileOutput> output_;
-  const MovieContainer container_;
+  MovieMuxer muxer_;
 
   // Guards the tracks' formats and how far they are written; never held over a write.
   mutable std::mutex mutex_;
@@ -132,11 +129,7 @@ class MovieFile {
   std::optional<Clock::time_point> firstSample_;
 
   Settings settings_;
-  OutputFormat context_;
-  std::optional<MovieIndex> index_;  // of a movie that becomes regular
-  std::optional<RegularMovie> regular_;
   std::vector<Track> tracks_;
-  std::vector<std::pair<int, Packet>> waiting_;  // before the header
   std::int64_t waitingBytes_ = 0;
   bool hasBegun_ = false;
   bool isHeaderWritten_ = false;

@@ -119,10 +119,10 @@ void MovieIndex::placeRun(Bytes run, std::size_t stream, std::int64_t start) {
   }
 }
 
-void MovieIndex::addPlaced(AVPacket& packet, std::int64_t start) {
-  if (!isUsable_) return;
+void MovieIndex::addPlaced(const AVPacket& packet, std::int64_t start) {
+  const Packet reference(av_packet_clone(&packet));
   avio_seek(sink_, start, SEEK_SET);
-  isUsable_ = av_write_frame(context_.get(), &packet) >= 0;
+  isUsable_ = isUsable_ && reference && av_write_frame(context_.get(), reference.get()) >= 0;
 }
 
 std::vector<std::uint8_t> MovieIndex::finish() {

@@ -28,7 +28,7 @@ class MovieIndex {
   /// The fragment is in the file; its description, a `moof` box, begins at `start`.
   void place(std::span<const std::uint8_t> description, std::int64_t start);
   /// A packet that is in the file already, from `start` on; none of its stream waits for `place`.
-  void addPlaced(AVPacket& packet, std::int64_t start);
+  void addPlaced(const AVPacket& packet, std::int64_t start);
   /// The movie's `moov` box; empty when its tables cannot say what is in the file.
   std::vector<std::uint8_t> finish();
 

@@ -1,0 +1,147 @@
+#include "Platform/Media/Private/Writing/MovieMuxer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+extern "C" {
+#include <libavutil/opt.h>
+}
+
+#include "Platform/Media/MediaError.h"
+#include "Platform/Media/Private/FFmpegError.h"
+
+namespace tavrel {
+namespace {
+
+// What a second of pictures, 30 of them, and of sound takes in an index at most, and what comes besides.
+constexpr std::int64_t kPictureIndexRate = 600;
+constexpr std::int64_t kSoundIndexRate = 200;
+constexpr std::int64_t kIndexHeadSize = 4096;
+
+}  // namespace
+
+MovieMuxer::MovieMuxer(std::unique_ptr<MovieFileOutput> output, MovieContainer container)
+    : output_(std::move(output)), container_(container) {}
+
+Expected<void> MovieMuxer::checked(int result, const char* what) const {
+  // The system's reason says more than the muxer's, and the muxer does not always pass it on.
+  if (auto status = output_->status(); !status) return status;
+  if (result >= 0) return {};
+  return tl::unexpected(loggedFFmpegError(MediaErrorCode::writingFailed, result, what));
+}
+
+Expected<void> MovieMuxer::addStreams(AVFormatContext& context, const std::vector<const Stream*>& streams) const {
+  for (const Stream* const stream : streams) {
+    if (!container_.addStream(context, *stream->parameters, stream->timeBase, stream->transform)) {
+      return checked(AVERROR(ENOMEM), "the movie's header cannot be made");
+    }
+  }
+  for (const MetadataItem& item : options_.metadata) {
+    av_dict_set(&context.metadata, item.key.c_str(), item.value.c_str(), 0);
+  }
+  return {};
+}
+
+Expected<void> MovieMuxer::writeHeader(Options options, const std::vector<const Stream*>& streams) {
+  options_ = std::move(options);
+  options_.metadata = container_.metadata(std::move(options_.metadata));
+  if (const int result = container_.open(output_->context(), context_); result < 0) {
+    return checked(result, "the movie's header cannot be made");
+  }
+  if (auto added = addStreams(*context_, streams); !added) return added;
+  int videoTimescale = 0;
+  for (const Stream* const stream : streams) {
+    mediaTypes_.push_back(stream->mediaType);
+    timeBases_.push_back(stream->timeBase);
+    if (stream->mediaType == MediaType::video) videoTimescale = stream->timeBase.den;
+  }
+  AVDictionary* dictionary =
+      container_.muxerOptions(options_.fragmentSeconds, options_.metadata, videoTimescale).release();
+  const int result = avformat_write_header(context_.get(), &dictionary);
+  av_dict_free(&dictionary);
+  if (auto written = checked(result, "the movie's header cannot be written"); !written) return written;
+  if (container_.isQuickTimeFamily() && !options_.staysFragmented) {
+    if (auto begun = beginIndex(streams, videoTimescale); !begun) return begun;
+  }
+  return output_->checkpoint();
+}
+
+Expected<void> MovieMuxer::beginIndex(const std::vector<const Stream*>& streams, int videoTimescale) {
+  index_.emplace(container_);
+  if (!index_->context()) return checked(AVERROR(ENOMEM), "the movie's index cannot be made");
+  if (auto added = addStreams(*index_->context(), streams); !added) return added;
+  index_->begin(container_.indexOptions(options_.metadata, videoTimescale));
+  std::int64_t bytesPerSecond = 0;
+  for (const MediaType type : mediaTypes_) {
+    bytesPerSecond += type == MediaType::video ? kPictureIndexRate : kSoundIndexRate;
+  }
+  const auto tables = std::llround(options_.indexRoom * static_cast<double>(bytesPerSecond));
+  if (auto complete = output_->checkpoint(); !complete) return complete;
+  auto regular = RegularMovie::reserve(*output_, tables > 0 ? tables + kIndexHeadSize : 0);
+  if (!regular) return tl::unexpected(regular.error());
+  regular_ = *regular;
+  return {};
+}
+
+Expected<void> MovieMuxer::write(std::size_t stream, Packet packet) {
+  const bool isBeforeStart = isPriming(mediaTypes_[stream], *packet);
+  packet->stream_index = static_cast<int>(stream);
+  av_packet_rescale_ts(packet.get(), timeBases_[stream], context_->streams[stream]->time_base);
+  if (isBeforeStart) return writePriming(*packet);
+  if (stream == 0) setInterleaving(true);
+  if (index_) index_->add(*packet);
+  return checked(av_write_frame(context_.get(), packet.get()), "a packet cannot be written to the movie");
+}
+
+Expected<void> MovieMuxer::writePriming(const AVPacket& packet) {
+  // In fragments many readers would play everything later by as much. Without it the first 20 ms fade in.
+  if (!index_) return {};
+  AVIOContext* const output = output_->context();
+  avio_wb32(output, static_cast<unsigned>(packet.size) + 8);
+  avio_write(output, reinterpret_cast<const unsigned char*>("mdat"), 4);
+  const std::int64_t start = output_->position();
+  avio_write(output, packet.data, packet.size);
+  index_->addPlaced(packet, start);
+  return output_->status();
+}
+
+void MovieMuxer::setInterleaving(bool isOn) {
+  // A player should not have to load all of a fragment's pictures before its first sound. FFmpeg 5.1 misplaces the
+  // samples of an interleaved fragment without any of the first stream.
+  constexpr int kSamples = 4;
+  if (container_.isQuickTimeFamily()) av_opt_set_int(context_->priv_data, "frag_interleave", isOn ? kSamples : 0, 0);
+}
+
+void MovieMuxer::skipTo(std::size_t stream, std::int64_t dts) {
+  // An empty packet is not stored; it makes the muxer notice, before it checks the next packet's time, that the
+  // fragment need not follow the one before.
+  const Packet empty(av_packet_alloc());
+  empty->stream_index = static_cast<int>(stream);
+  empty->dts = empty->pts = dts;
+  av_packet_rescale_ts(empty.get(), timeBases_[stream], context_->streams[stream]->time_base);
+  av_write_frame(context_.get(), empty.get());
+}
+
+Expected<void> MovieMuxer::flush() {
+  const std::int64_t start = output_->position();
+  const int result = av_write_frame(context_.get(), nullptr);
+  if (auto flushed = checked(result, "a fragment of the movie cannot be written"); !flushed) return flushed;
+  // Fragments start at their first sample's own time, whatever durations the one before announced.
+  if (container_.isQuickTimeFamily()) av_opt_set(context_->priv_data, "movflags", "+frag_discont", 0);
+  setInterleaving(false);
+  if (auto complete = output_->checkpoint(); !complete || !index_) return complete;
+  const auto description = output_->boxAt(start);
+  if (!description) return tl::unexpected(description.error());
+  index_->place(*description, start);
+  return {};
+}
+
+Expected<void> MovieMuxer::finish() {
+  const auto moov = index_ ? index_->finish() : std::vector<std::uint8_t>();
+  if (!moov.empty()) return regular_->complete(*output_, moov);
+  if (auto ended = checked(av_write_trailer(context_.get()), "the movie cannot be completed"); !ended) return ended;
+  return output_->checkpoint();
+}
+
+}  // namespace tavrel

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Geometry.h"
+#include "Platform/Media/MediaType.h"
+#include "Platform/Media/MetadataItem.h"
+#include "Platform/Media/Private/FFmpegHandles.h"
+#include "Platform/Media/Private/Writing/MovieContainer.h"
+#include "Platform/Media/Private/Writing/MovieFileOutput.h"
+#include "Platform/Media/Private/Writing/MovieIndex.h"
+#include "Platform/Media/Private/Writing/RegularMovie.h"
+
+namespace tavrel {
+
+/// A movie file as libavformat writes it: a header, then fragments (QuickTime, MP4) or clusters (Matroska), in the end
+/// an index. One thread at a time.
+class MovieMuxer {
+ public:
+  struct Options {
+    double fragmentSeconds = 1;
+    bool staysFragmented = false;
+    double indexRoom = 0;  ///< in front, for a recording of so many seconds
+    std::vector<MetadataItem> metadata;
+  };
+  struct Stream {
+    MediaType mediaType;
+    AffineTransform transform;
+    CodecParameters parameters;
+    AVRational timeBase{0, 1};
+  };
+
+  MovieMuxer(std::unique_ptr<MovieFileOutput> output, MovieContainer container);
+
+  const MovieContainer& container() const { return container_; }
+  MovieFileOutput& output() { return *output_; }
+
+  Expected<void> writeHeader(Options options, const std::vector<const Stream*>& streams);
+  /// The packet's times are in the stream's own time base.
+  Expected<void> write(std::size_t stream, Packet packet);
+  /// The stream's next packet comes after a pause that no duration can tell.
+  void skipTo(std::size_t stream, std::int64_t dts);
+  /// Completes a fragment of what was written since the last one, and hands it to the kernel.
+  Expected<void> flush();
+  /// Completes the file. No packets follow.
+  Expected<void> finish();
+  void close() { context_.reset(); }
+
+  /// Whether sound only prepares the decoder: it comes before the movie's time 0.
+  static bool isPriming(MediaType mediaType, const AVPacket& packet) {
+    return mediaType == MediaType::audio && packet.pts < 0;
+  }
+
+ private:
+  Expected<void> checked(int result, const char* what) const;
+  Expected<void> addStreams(AVFormatContext& context, const std::vector<const Stream*>& streams) const;
+  Expected<void> beginIndex(const std::vector<const Stream*>& streams, int videoTimescale);
+  Expected<void> writePriming(const AVPacket& packet);
+  void setInterleaving(bool isOn);
+
+  std::unique_ptr<MovieFileOutput> output_;
+  const MovieContainer container_;
+  Options options_;
+  OutputFormat context_;
+  std::vector<MediaType> mediaTypes_;  // by stream
+  std::vector<AVRational> timeBases_;  // by stream
+  std::optional<MovieIndex> index_;    // of a movie that becomes regular
+  std::optional<RegularMovie> regular_;
+};
+
+}  // namespace tavrel
