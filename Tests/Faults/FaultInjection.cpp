@@ -1,7 +1,7 @@
 /// Preloaded into `tavrel` by prove-faults: lets one thing go wrong, and notes when.
 ///
 /// TAVREL_FAULT is KIND or KIND:NUMBER:
-///   full:BYTES           files in the folder have room for so many bytes, then "No space left on device"
+///   full:BYTES           so many bytes can be written to files in the folder, then "No space left on device"
 ///   short                every write to them takes a part only, some are interrupted
 ///   eio:N, eio-once:N    their N-th write fails, with all that follow or alone
 ///   fsync                they cannot be brought to the disk
@@ -104,6 +104,26 @@ bool isDue(std::string_view of, std::size_t turn) {
   return kind.substr(0, of.size()) == of && kind.substr(of.size()) == "-once" && turn == number;
 }
 
+/// `write` with the size that is left of a write when everything that is wrong with files was done to it.
+template <typename Write>
+ssize_t watchedWrite(int descriptor, std::size_t size, const Write& write) {
+  if (!isWatched(descriptor)) return write(size);
+  const std::size_t turn = count(notes->writes);
+  if (isDue("eio", turn)) return failing(EIO);
+  if (kind == "short" && turn % 5 == 0) return failing(EINTR);
+  if (kind == "short") size = std::min<std::size_t>(size, 1 + turn * 2654435761U % 3000);
+  static std::atomic<std::size_t> used = 0;
+  if (kind == "full") {
+    const std::size_t room = number - std::min(number, used.load());
+    if (room == 0 && size > 0) return failing(ENOSPC);
+    size = std::min(size, room);
+  }
+  const ssize_t written = write(size);
+  if (written < 0) noteFault();  // a disk that is really full
+  if (written > 0) used += static_cast<std::size_t>(written);
+  return written;
+}
+
 bool isMemoryRefused() {
   if (!isInEncoder) return false;
   if (!isDue("memory", count(notes->allocations))) return false;
@@ -152,20 +172,12 @@ int posix_memalign(void** memory, std::size_t alignment, std::size_t size) {
 
 ssize_t write(int descriptor, const void* bytes, std::size_t size) {
   static auto* const real = next<decltype(write)>("write");
-  if (!isWatched(descriptor)) return real(descriptor, bytes, size);
-  const std::size_t turn = count(notes->writes);
-  if (isDue("eio", turn)) return failing(EIO);
-  if (kind == "short" && turn % 5 == 0) return failing(EINTR);
-  if (kind == "short") size = std::min<std::size_t>(size, 1 + turn * 2654435761U % 3000);
-  if (kind == "full") {
-    const off_t position = lseek(descriptor, 0, SEEK_CUR);
-    const std::size_t room = number - std::min(number, static_cast<std::size_t>(position));
-    if (room == 0 && size > 0) return failing(ENOSPC);
-    size = std::min(size, room);
-  }
-  const ssize_t written = real(descriptor, bytes, size);
-  if (written < 0) noteFault();  // a disk that is really full
-  return written;
+  return watchedWrite(descriptor, size, [&](std::size_t part) { return real(descriptor, bytes, part); });
+}
+
+ssize_t pwrite(int descriptor, const void* bytes, std::size_t size, off_t offset) {
+  static auto* const real = next<decltype(pwrite)>("pwrite");
+  return watchedWrite(descriptor, size, [&](std::size_t part) { return real(descriptor, bytes, part, offset); });
 }
 
 int fsync(int descriptor) {

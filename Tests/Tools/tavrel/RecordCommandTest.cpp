@@ -281,8 +281,9 @@ TEST_F(RecordCommandTest, OddSizesAreStoredEvenAndSaidSo) {
 
 TEST_F(RecordCommandTest, AFullDiskKeepsWhatWasRecorded) {
   const std::string movie = file("movie.mov");
-  // Files may grow to 150 KiB; writing on gives "File too large", as a full disk gives its own reason.
-  const CommandResult result = test::shell("trap '' XFSZ; ulimit -f 150; " + std::string(TAVREL_PROGRAM) + " record " +
+  // Files may grow to 560 KiB, most of them set aside for the index; writing on gives "File too large", as a full disk
+  // gives its own reason.
+  const CommandResult result = test::shell("trap '' XFSZ; ulimit -f 1120; " + std::string(TAVREL_PROGRAM) + " record " +
                                            movie + " --size 640x480 --fps 25 --duration 30");
   EXPECT_EQ(result.status, 1);
   const auto said = result.output.find("the recording broke off: ");
