@@ -26,7 +26,7 @@ if(TAVREL_WITH_SDL)
 else()
   message(STATUS "Windows, their tests and their example are left out: TAVREL_WITH_SDL is OFF")
   list(APPEND tavrel_left_out
-    "/UI/Window\\.cpp" /UI/Private/NativeWindow /UI/Private/WindowSystem /UI/Private/GuardedWindowCommands
+    /UI/Private/NativeWindow /UI/Private/WindowSystem /UI/Private/GuardedWindowCommands
     /Tests/Platform/UIWindow/ /UI/WindowRefusalTest /PreviewCommandTest InSDL)
 endif()
 

@@ -5,7 +5,6 @@
 #include "Platform/Foundation/NotificationCenter.h"
 #include "Platform/Foundation/Notifications.h"
 #include "Platform/UI/Private/SystemWatch.h"
-#include "Platform/UI/Private/UserInterface.h"
 
 namespace tavrel {
 namespace {
@@ -18,8 +17,6 @@ Application& Application::shared() {
   static auto* application = new Application;
   return *application;
 }
-
-Expected<void> Application::startUserInterface() { return tavrel::startUserInterface(); }
 
 void Application::observeSystem() {
   std::call_once(systemObserved_, [] {

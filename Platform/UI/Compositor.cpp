@@ -1,6 +1,7 @@
 #include "Platform/UI/Compositor.h"
 
 #include <GLES2/gl2.h>
+#include <fmt/format.h>
 
 #include <cmath>
 #include <utility>
@@ -9,8 +10,8 @@
 #include "Platform/Graphics/GLDrawable.h"
 #include "Platform/UI/DrawableLayer.h"
 #include "Platform/UI/Private/LayerRenderer.h"
-#include "Platform/UI/Private/UIFailure.h"
 #include "Platform/UI/Screen.h"
+#include "Platform/UI/UIStatus.h"
 #include "Platform/UI/View.h"
 
 namespace tavrel {
@@ -99,7 +100,7 @@ struct Compositor::Implementation {
   Expected<std::shared_ptr<Image>> draw(const Layer& root, const LayerRenderer::Target& target) {
     const CurrentContext scope(*context);
     if (!scope.isCurrent())
-      return uiFailure(UIStatus::contextUnavailable, "the compositor's GL context cannot be made current");
+      return failure(UIStatus::contextUnavailable, "the compositor's GL context cannot be made current");
     if (!renderer) {
       auto created = LayerRenderer::create();
       if (!created) return tl::unexpected(created.error());
@@ -107,7 +108,8 @@ struct Compositor::Implementation {
     }
     const Canvas canvas(target.width, target.height);
     if (!canvas.isComplete()) {
-      return uiFailure(UIStatus::allocationFailed, "GL has no picture of {}×{} pixels", target.width, target.height);
+      return failure(UIStatus::allocationFailed,
+                     fmt::format("GL has no picture of {}×{} pixels", target.width, target.height));
     }
     renderer->draw(root, target);
     const auto width = static_cast<std::size_t>(target.width);
@@ -132,8 +134,8 @@ Expected<std::shared_ptr<Image>> Compositor::imageOf(View& root, const Options& 
   const double width = std::ceil(root.bounds().size.width * target.scale - 1e-6);
   const double height = std::ceil(root.bounds().size.height * target.scale - 1e-6);
   if (!(width >= 1 && height >= 1 && width <= kLargestSide && height <= kLargestSide)) {
-    return uiFailure(UIStatus::invalidSize, "no image can have {}×{} pixels: expected 1 to {} each", width, height,
-                     kLargestSide);
+    return failure(UIStatus::invalidSize,
+                   fmt::format("no image can have {}×{} pixels: expected 1 to {} each", width, height, kLargestSide));
   }
   target.width = static_cast<int>(width);
   target.height = static_cast<int>(height);

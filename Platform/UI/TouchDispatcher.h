@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <utility>
 
 #include "Platform/Foundation/Export.h"
 #include "Platform/Foundation/Geometry.h"
@@ -17,20 +19,23 @@ class TAVREL_API TouchDispatcher {
   /// Tells fingers apart; any numbers.
   using Touch = std::int64_t;
 
-  explicit TouchDispatcher(std::weak_ptr<View> root);
-  TouchDispatcher(const TouchDispatcher&) = delete;
-  TouchDispatcher& operator=(const TouchDispatcher&) = delete;
-  ~TouchDispatcher();
+  explicit TouchDispatcher(std::weak_ptr<View> root) : root_(std::move(root)) {}
 
   /// Points in the root's coordinates; `time` in seconds on any one clock.
   void touchBegan(Touch touch, Point point);
   void touchMoved(Touch touch, Point point);
   void touchEnded(Touch touch, Point point, double time);
-  void cancelAll();
+  void cancelAll() { touches_.clear(); }
 
  private:
-  struct Implementation;
-  std::unique_ptr<Implementation> implementation_;
+  struct Began {
+    Point point;
+    std::weak_ptr<View> view;
+    bool isTap = true;
+  };
+
+  std::weak_ptr<View> root_;
+  std::map<Touch, Began> touches_;
 };
 
 }  // namespace tavrel

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "Platform/Foundation/ErrorCode.h"
+
 namespace tavrel {
 
 /// The codes of errors in the domain "ui" (`Error::code`). Stable numbers.
@@ -15,5 +17,7 @@ enum class UIStatus : std::int64_t {
   graphicsRefused = 12,    ///< the window system gives no OpenGL ES 2.0 that the graph could share
   windowRefused = 13       ///< the window system gives no window
 };
+
+constexpr const char* errorDomain(UIStatus) { return "ui"; }
 
 }  // namespace tavrel

@@ -12,8 +12,6 @@
 
 namespace tavrel {
 
-class NativeWindow;
-
 /// A window on the screen that shows a view tree, on SDL2 and EGL. Main thread, whose `RunLoop` must run.
 ///
 /// The tree is composited at the display's rate, when something in it changed. Fingers and the primary mouse button
@@ -31,32 +29,32 @@ class TAVREL_API Window {
   Window(const Window&) = delete;
   Window& operator=(const Window&) = delete;
   /// Closes.
-  ~Window();
+  virtual ~Window() = default;
 
   /// As large as the window, always; opaque black at creation.
   const std::shared_ptr<View>& rootView() const { return rootView_; }
   /// Takes the window off the screen. The tree stays, and what draws into it may go on.
-  void close();
-  bool isOpen() const { return native_ != nullptr; }
+  virtual void close() = 0;
+  virtual bool isOpen() const = 0;
   /// Called when somebody asks for the window to be closed; without a handler it closes.
-  void setCloseHandler(std::function<void()> handler);
-  void setKeyHandler(KeyHandler handler);
+  virtual void setCloseHandler(std::function<void()> handler) = 0;
+  virtual void setKeyHandler(KeyHandler handler) = 0;
 
   /// In points; the window system may decide for another size. Nothing happens when it is closed.
-  void setSize(Size size);
-  void setTitle(const std::string& title);
+  virtual void setSize(Size size) = 0;
+  virtual void setTitle(const std::string& title) = 0;
   /// In points; empty when it is closed.
-  Size size() const;
+  virtual Size size() const = 0;
   /// Pixels for each point.
-  double scale() const;
+  virtual double scale() const = 0;
   /// How many pictures were put on the screen so far.
-  std::uint64_t framesShown() const;
+  virtual std::uint64_t framesShown() const = 0;
+
+ protected:
+  Window() = default;
 
  private:
-  explicit Window(std::unique_ptr<NativeWindow> native);
-
-  std::unique_ptr<NativeWindow> native_;
-  std::shared_ptr<View> rootView_;
+  const std::shared_ptr<View> rootView_ = std::make_shared<View>();
 };
 
 }  // namespace tavrel

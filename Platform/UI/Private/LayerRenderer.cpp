@@ -1,5 +1,7 @@
 #include "Platform/UI/Private/LayerRenderer.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -7,7 +9,7 @@
 
 #include "Platform/Graphics/GLDrawable.h"
 #include "Platform/UI/DrawableLayer.h"
-#include "Platform/UI/Private/UIFailure.h"
+#include "Platform/UI/UIStatus.h"
 
 namespace tavrel {
 namespace {
@@ -85,7 +87,8 @@ Expected<LayerRenderer::Program> LayerRenderer::link(const char* fragmentShader)
   glGetProgramiv(program.name, GL_LINK_STATUS, &isLinked);
   if (isLinked != GL_TRUE) {
     glDeleteProgram(program.name);
-    return uiFailure(UIStatus::shadersRefused, "the compositor's shaders do not link with this driver: {}", log);
+    return failure(UIStatus::shadersRefused,
+                   fmt::format("the compositor's shaders do not link with this driver: {}", log));
   }
   const auto locate = [&](const char* uniform) { return glGetUniformLocation(program.name, uniform); };
   program.toClip = locate("toClip");

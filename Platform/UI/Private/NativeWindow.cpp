@@ -1,5 +1,7 @@
 #include "Platform/UI/Private/NativeWindow.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -7,9 +9,9 @@
 #include "Platform/Graphics/GLDriverLock.h"
 #include "Platform/UI/DrawableLayer.h"
 #include "Platform/UI/Private/LayerRenderer.h"
-#include "Platform/UI/Private/UIFailure.h"
 #include "Platform/UI/Private/WindowSystem.h"
 #include "Platform/UI/Screen.h"
+#include "Platform/UI/UIStatus.h"
 
 namespace tavrel {
 namespace {
@@ -35,22 +37,24 @@ std::uint64_t newestPictureIn(const Layer& layer) {
 
 }  // namespace
 
-Expected<std::unique_ptr<NativeWindow>> NativeWindow::create(WindowSystem& system, const std::string& title,
-                                                             Size size) {
+Expected<std::shared_ptr<Window>> Window::create(const std::string& title, Size size) {
+  const auto system = WindowSystem::start();
+  if (!system) return tl::unexpected(system.error());
   constexpr double kLargest = 16384;
   if (!(size.width >= 1 && size.height >= 1 && size.width <= kLargest && size.height <= kLargest)) {
-    return uiFailure(UIStatus::invalidSize, "no window can have {}×{} points: expected 1 to {} each", size.width,
-                     size.height, kLargest);
+    return failure(UIStatus::invalidSize, fmt::format("no window can have {}×{} points: expected 1 to {} each",
+                                                      size.width, size.height, kLargest));
   }
   SDL_Window* const window =
       SDL_CreateWindow(title.c_str(), SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, static_cast<int>(size.width),
                        static_cast<int>(size.height), WindowSystem::kWindowFlags | SDL_WINDOW_RESIZABLE);
-  if (!window) return uiFailure(UIStatus::windowRefused, "the window system gives no window: {}", SDL_GetError());
-  return std::unique_ptr<NativeWindow>(new NativeWindow(system, window));
+  if (!window)
+    return failure(UIStatus::windowRefused, fmt::format("the window system gives no window: {}", SDL_GetError()));
+  return std::make_shared<NativeWindow>(**system, window);
 }
 
 NativeWindow::NativeWindow(WindowSystem& system, SDL_Window* window) : system_(system), window_(window) {
-  rootView_->setBackgroundColor(Color::black());
+  rootView()->setBackgroundColor(Color::black());
   if (system_.makeCurrent(window_)) {
     // Pictures wait for the display on this thread only. Not every display can do that, and where the driver is locked
     // while windows swap the graph would wait as well; the timer keeps the pace then.
@@ -62,19 +66,24 @@ NativeWindow::NativeWindow(WindowSystem& system, SDL_Window* window) : system_(s
   system_.add(SDL_GetWindowID(window_), this);
 }
 
-NativeWindow::~NativeWindow() {
+void NativeWindow::close() {
+  if (!window_) return;
   system_.remove(SDL_GetWindowID(window_));
-  SDL_DestroyWindow(window_);
+  SDL_DestroyWindow(std::exchange(window_, nullptr));
 }
 
 void NativeWindow::setSize(Size size) {
+  if (!window_) return;
   SDL_SetWindowSize(window_, std::max(1, static_cast<int>(size.width)), std::max(1, static_cast<int>(size.height)));
   fitRootView();
 }
 
-void NativeWindow::setTitle(const std::string& title) { SDL_SetWindowTitle(window_, title.c_str()); }
+void NativeWindow::setTitle(const std::string& title) {
+  if (window_) SDL_SetWindowTitle(window_, title.c_str());
+}
 
 Size NativeWindow::size() const {
+  if (!window_) return {};
   int width = 0;
   int height = 0;
   SDL_GetWindowSize(window_, &width, &height);
@@ -82,6 +91,7 @@ Size NativeWindow::size() const {
 }
 
 double NativeWindow::scale() const {
+  if (!window_) return 1;
   int pixels = 0;
   SDL_GL_GetDrawableSize(window_, &pixels, nullptr);
   const double points = size().width;
@@ -95,11 +105,11 @@ bool NativeWindow::isSeen() const {
 bool NativeWindow::hasFocus() const { return (SDL_GetWindowFlags(window_) & SDL_WINDOW_INPUT_FOCUS) != 0; }
 
 void NativeWindow::fitRootView() {
-  rootView_->setFrame({{0, 0}, size()});
+  rootView()->setFrame({{0, 0}, size()});
   const double present = scale();
   if (present != Screen::main().scale()) Screen::main().setScale(present);
-  rootView_->setContentScaleFactorOfTree(present);
-  rootView_->layer()->setNeedsDisplay();
+  rootView()->setContentScaleFactorOfTree(present);
+  rootView()->layer()->setNeedsDisplay();
 }
 
 void NativeWindow::handle(const SDL_Event& event) {
@@ -143,13 +153,12 @@ void NativeWindow::handleWindowEvent(const SDL_WindowEvent& event) {
     case SDL_WINDOWEVENT_EXPOSED:
     case SDL_WINDOWEVENT_SHOWN:
     case SDL_WINDOWEVENT_RESTORED:
-      return rootView_->layer()->setNeedsDisplay();
+      return rootView()->layer()->setNeedsDisplay();
     case SDL_WINDOWEVENT_FOCUS_LOST:
       return touches_.cancelAll();
     case SDL_WINDOWEVENT_CLOSE: {
-      const auto handler = closeHandler_;  // may close the window
-      if (handler) handler();
-      return;
+      const auto handler = closeHandler_;  // may end the window
+      return handler ? handler() : close();
     }
     default:
       return;
@@ -158,25 +167,26 @@ void NativeWindow::handleWindowEvent(const SDL_WindowEvent& event) {
 
 void NativeWindow::showIfNeeded() {
   if (!isSeen()) return;
-  const bool isAnimating = rootView_->layer()->isAnimating();
-  rootView_->layoutIfNeeded();
-  const bool isAsked = rootView_->layer()->takeNeedsDisplay();
+  const bool isAnimating = rootView()->layer()->isAnimating();
+  rootView()->layoutIfNeeded();
+  const bool isAsked = rootView()->layer()->takeNeedsDisplay();
   // Asked before drawing: what is presented meanwhile is noticed the next time.
-  const std::uint64_t newest = newestPictureIn(*rootView_->layer());
+  const std::uint64_t newest = newestPictureIn(*rootView()->layer());
   const bool hasNewPicture = newest > std::exchange(newestPicture_, newest);
   // Once more after an animation's end, to show the end.
   if (std::exchange(wasAnimating_, isAnimating) || isAsked || isAnimating || hasNewPicture) show();
 }
 
 void NativeWindow::show() {
-  if (!system_.makeCurrent(window_)) return;
+  // Layout may have closed it.
+  if (!window_ || !system_.makeCurrent(window_)) return;
   if (LayerRenderer* const renderer = system_.renderer()) {
     LayerRenderer::Target target;
     SDL_GL_GetDrawableSize(window_, &target.width, &target.height);
     target.scale = scale();
     target.time = Layer::currentTime();
     target.background = Color::black();
-    renderer->draw(*rootView_->layer(), target);
+    renderer->draw(*rootView()->layer(), target);
     SDL_GL_SwapWindow(window_);
     ++framesShown_;
   }

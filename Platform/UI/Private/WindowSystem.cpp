@@ -16,8 +16,8 @@
 #include "Platform/Graphics/GraphicsDisplay.h"
 #include "Platform/UI/Application.h"
 #include "Platform/UI/Private/NativeWindow.h"
-#include "Platform/UI/Private/UIFailure.h"
 #include "Platform/UI/Screen.h"
+#include "Platform/UI/UIStatus.h"
 
 namespace tavrel {
 namespace {
@@ -90,7 +90,7 @@ std::uint32_t windowOf(const SDL_Event& event) {
 
 }  // namespace
 
-Expected<void> startUserInterface() {
+Expected<void> Application::startUserInterface() {
   return WindowSystem::start().map([](WindowSystem*) {});
 }
 
@@ -111,23 +111,24 @@ Expected<WindowSystem*> WindowSystem::start() {
 
 Expected<void> WindowSystem::connect() {
   if (variable("TAVREL_DISPLAY") == "headless") {
-    return uiFailure(UIStatus::noWindowSystem,
-                     "TAVREL_DISPLAY=headless forbids windows: unset it, or do without a window");
+    return failure(UIStatus::noWindowSystem,
+                   "TAVREL_DISPLAY=headless forbids windows: unset it, or do without a window");
   }
   if (GraphicsDisplay::isChosen() && GraphicsDisplay::shared().isHeadless()) {
-    return uiFailure(UIStatus::headlessInUse,
-                     "GL already uses a headless display, which windows cannot show: create the window, or call "
-                     "Application::startUserInterface, before the first use of the graph");
+    return failure(UIStatus::headlessInUse,
+                   "GL already uses a headless display, which windows cannot show: create the window, or call "
+                   "Application::startUserInterface, before the first use of the graph");
   }
   const std::string drivers = namedVideoDrivers();
   for (const Hint& hint : kHints) SDL_SetHint(hint.name, hint.value);
   SDL_SetHint(SDL_HINT_VIDEODRIVER, drivers.c_str());
   SDL_SetMainReady();
   if (drivers.empty() || SDL_InitSubSystem(SDL_INIT_VIDEO) != 0) {
-    return uiFailure(UIStatus::noWindowSystem,
-                     "no window system can be reached{}: DISPLAY or WAYLAND_DISPLAY must name a running one, or do "
-                     "without a window",
-                     drivers.empty() ? "" : fmt::format(" ({}: {})", drivers, SDL_GetError()));
+    return failure(
+        UIStatus::noWindowSystem,
+        fmt::format("no window system can be reached{}: DISPLAY or WAYLAND_DISPLAY must name a running one, or do "
+                    "without a window",
+                    drivers.empty() ? "" : fmt::format(" ({}: {})", drivers, SDL_GetError())));
   }
   auto opened = openContext();
   if (opened) return {};
@@ -144,15 +145,17 @@ Expected<void> WindowSystem::openContext() {
   anchorWindow_ = SDL_CreateWindow("", 0, 0, 1, 1, kWindowFlags);
   if (anchorWindow_) context_ = SDL_GL_CreateContext(anchorWindow_);
   if (!context_) {
-    return uiFailure(UIStatus::graphicsRefused, "the window system \"{}\" gives no OpenGL ES 2.0: {}",
-                     SDL_GetCurrentVideoDriver() ? SDL_GetCurrentVideoDriver() : "none", SDL_GetError());
+    return failure(UIStatus::graphicsRefused,
+                   fmt::format("the window system \"{}\" gives no OpenGL ES 2.0: {}",
+                               SDL_GetCurrentVideoDriver() ? SDL_GetCurrentVideoDriver() : "none", SDL_GetError()));
   }
   EGLDisplay const display = eglGetCurrentDisplay();
   EGLContext const context = eglGetCurrentContext();
   clearCurrent();
   if (display == EGL_NO_DISPLAY || !GraphicsDisplay::adopt(display, context)) {
-    return uiFailure(UIStatus::graphicsRefused, "the window system \"{}\" gives no EGL display that GL could share",
-                     SDL_GetCurrentVideoDriver());
+    return failure(
+        UIStatus::graphicsRefused,
+        fmt::format("the window system \"{}\" gives no EGL display that GL could share", SDL_GetCurrentVideoDriver()));
   }
   return {};
 }

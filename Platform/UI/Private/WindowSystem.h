@@ -9,7 +9,6 @@
 #include "Platform/Dispatch/DispatchTimer.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/UI/Private/LayerRenderer.h"
-#include "Platform/UI/Private/UserInterface.h"
 
 namespace tavrel {
 
