@@ -74,14 +74,6 @@ void CaptureAudioDataOutput::setSampleBufferDelegate(std::weak_ptr<CaptureAudioD
   implementation_->setDelegate(std::move(delegate), std::move(queue));
 }
 
-std::shared_ptr<CaptureAudioDataOutputSampleBufferDelegate> CaptureAudioDataOutput::sampleBufferDelegate() const {
-  return implementation_->delegate();
-}
-
-std::shared_ptr<DispatchQueue> CaptureAudioDataOutput::sampleBufferCallbackQueue() const {
-  return implementation_->handover->queue();
-}
-
 std::uint64_t CaptureAudioDataOutput::deliveredBuffers() const { return implementation_->delivered; }
 
 std::uint64_t CaptureAudioDataOutput::droppedBuffers() const { return implementation_->dropped; }
@@ -106,7 +98,8 @@ void CaptureAudioDataOutput::deliver(const std::shared_ptr<SampleBuffer>& sample
   if (entry != CaptureHandover::Entry::granted) return;
   output.handover->send(std::move(ticket), [self = shared_from_this(), sample, connection = std::move(connection)] {
     ++self->implementation_->delivered;
-    if (const auto delegate = self->sampleBufferDelegate()) delegate->didOutputSampleBuffer(*self, sample, connection);
+    if (const auto delegate = self->implementation_->delegate())
+      delegate->didOutputSampleBuffer(*self, sample, connection);
   });
 }
 

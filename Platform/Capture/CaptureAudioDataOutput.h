@@ -34,8 +34,6 @@ class TAVREL_API CaptureAudioDataOutput : public CaptureOutput,
   /// As for `CaptureVideoDataOutput::setSampleBufferDelegate`.
   void setSampleBufferDelegate(std::weak_ptr<CaptureAudioDataOutputSampleBufferDelegate> delegate,
                                std::shared_ptr<DispatchQueue> queue);
-  std::shared_ptr<CaptureAudioDataOutputSampleBufferDelegate> sampleBufferDelegate() const;
-  std::shared_ptr<DispatchQueue> sampleBufferCallbackQueue() const;
 
   /// Since the output was made.
   std::uint64_t deliveredBuffers() const;

@@ -65,7 +65,6 @@ class TAVREL_API CaptureDevice {
   /// For people.
   const std::string& localizedName() const;
   MediaType mediaType() const;
-  bool hasMediaType(MediaType mediaType) const { return mediaType == this->mediaType(); }
   /// A camera whose system does not tell is taken for the front one, a second such for the back one.
   CaptureDevicePosition position() const;
   /// "virtual", "pipewire" or "v4l2".
@@ -94,12 +93,10 @@ class TAVREL_API CaptureDevice {
   void setActiveVideoMinFrameDuration(MediaTime duration);
   void setActiveVideoMaxFrameDuration(MediaTime duration);
 
-  bool hasTorch() const { return isTorchModeSupported(CaptureTorchMode::on); }
   bool isTorchModeSupported(CaptureTorchMode mode) const;
   CaptureTorchMode torchMode() const;
   void setTorchMode(CaptureTorchMode mode);
 
-  bool hasFlash() const { return isFlashModeSupported(CaptureFlashMode::on); }
   bool isFlashModeSupported(CaptureFlashMode mode) const;
   CaptureFlashMode flashMode() const;
   void setFlashMode(CaptureFlashMode mode);

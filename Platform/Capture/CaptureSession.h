@@ -38,55 +38,53 @@ inline constexpr const char* kCaptureSessionPresetInputPriority = "inputPriority
 /// delegate.
 class TAVREL_API CaptureSession {
  public:
+  /// It stops when its last owner lets go of it.
   static std::shared_ptr<CaptureSession> create();
 
   CaptureSession(const CaptureSession&) = delete;
   CaptureSession& operator=(const CaptureSession&) = delete;
-  /// Stops.
-  ~CaptureSession();
+  virtual ~CaptureSession() = default;
 
   /// `kCaptureSessionPresetHigh` at first.
-  std::string sessionPreset() const;
+  virtual std::string sessionPreset() const = 0;
   /// Whether each camera among the inputs has such a format; without one, whether the preset is one at all.
-  bool canSetSessionPreset(std::string_view preset) const;
+  virtual bool canSetSessionPreset(std::string_view preset) const = 0;
   /// Nothing changes unless `canSetSessionPreset`. An input that joins later and cannot do it runs at the nearest size.
-  void setSessionPreset(std::string_view preset);
+  virtual void setSessionPreset(std::string_view preset) = 0;
 
   /// Gathers changes until the matching commit, so that devices are opened and closed once; pairs nest. Each change
   /// outside a pair takes effect at once. A commit without a begin stops the program.
-  void beginConfiguration();
-  void commitConfiguration();
+  virtual void beginConfiguration() = 0;
+  virtual void commitConfiguration() = 0;
 
   /// False without an input, when it is in already, and when there is one of its media type.
-  bool canAddInput(const std::shared_ptr<CaptureDeviceInput>& input) const;
+  virtual bool canAddInput(const std::shared_ptr<CaptureDeviceInput>& input) const = 0;
   /// Stops the program unless `canAddInput`.
-  void addInput(const std::shared_ptr<CaptureDeviceInput>& input);
+  virtual void addInput(const std::shared_ptr<CaptureDeviceInput>& input) = 0;
   /// Nothing happens when it is not in.
-  void removeInput(const std::shared_ptr<CaptureDeviceInput>& input);
-  std::vector<std::shared_ptr<CaptureDeviceInput>> inputs() const;
+  virtual void removeInput(const std::shared_ptr<CaptureDeviceInput>& input) = 0;
+  virtual std::vector<std::shared_ptr<CaptureDeviceInput>> inputs() const = 0;
 
   /// False without an output, and when it is in a session already.
-  bool canAddOutput(const std::shared_ptr<CaptureOutput>& output) const;
+  virtual bool canAddOutput(const std::shared_ptr<CaptureOutput>& output) const = 0;
   /// Stops the program unless `canAddOutput`.
-  void addOutput(const std::shared_ptr<CaptureOutput>& output);
-  void removeOutput(const std::shared_ptr<CaptureOutput>& output);
-  std::vector<std::shared_ptr<CaptureOutput>> outputs() const;
+  virtual void addOutput(const std::shared_ptr<CaptureOutput>& output) = 0;
+  virtual void removeOutput(const std::shared_ptr<CaptureOutput>& output) = 0;
+  virtual std::vector<std::shared_ptr<CaptureOutput>> outputs() const = 0;
 
   /// Opens the devices and returns when they deliver or have failed (at most about five seconds each); failures are
   /// reported as runtime errors, and the session runs nevertheless.
-  void startRunning();
+  virtual void startRunning() = 0;
   /// Closes the devices and returns when nothing more is captured. No delegate call begins afterwards; one that runs
   /// already may end later.
-  void stopRunning();
-  bool isRunning() const;
+  virtual void stopRunning() = 0;
+  virtual bool isRunning() const = 0;
 
   /// What went wrong last since the session was started; nothing while all is well.
-  std::optional<Error> runtimeError() const;
+  virtual std::optional<Error> runtimeError() const = 0;
 
- private:
-  explicit CaptureSession(std::shared_ptr<class CaptureSessionCore> core);
-
-  std::shared_ptr<CaptureSessionCore> core_;
+ protected:
+  CaptureSession() = default;
 };
 
 }  // namespace tavrel

@@ -32,7 +32,7 @@ bool wantsFlash(const CaptureControls& controls) { return controls.flashMode == 
 
 struct CaptureStillImageOutput::Implementation {
   const std::shared_ptr<DispatchQueue> queue = DispatchQueue::create("tavrel.still");
-  mutable std::mutex mutex;
+  std::mutex mutex;
   std::uint64_t lastNumber = 0;
   std::deque<Request> requests;
   int picturesUntilLit = -1;  // counts down while the flash is on; -1: it is off
@@ -60,11 +60,6 @@ CaptureStillImageOutput::CaptureStillImageOutput()
 CaptureStillImageOutput::~CaptureStillImageOutput() {
   const std::lock_guard lock(implementation_->mutex);
   implementation_->answerAll(CaptureErrorCode::stopped, "the still image output is gone");
-}
-
-bool CaptureStillImageOutput::isCapturingStillImage() const {
-  const std::lock_guard lock(implementation_->mutex);
-  return !implementation_->requests.empty();
 }
 
 void CaptureStillImageOutput::captureStillImageAsynchronously(const std::shared_ptr<CaptureConnection>& connection,

@@ -25,7 +25,6 @@ class TAVREL_API CaptureStillImageOutput : public CaptureOutput,
   /// of the requests. Fails with `invalidConnection` when `connection` is not this output's, `notRunning` when the
   /// session does not run, `stopped` when it stops first, `deviceSilent` when no picture comes within five seconds.
   void captureStillImageAsynchronously(const std::shared_ptr<CaptureConnection>& connection, Handler handler);
-  bool isCapturingStillImage() const;
 
   /// The bytes of a JPEG file, of quality 0.92. Fails with `noPicture` when the buffer holds none.
   static Expected<Data> jpegStillImageRepresentation(const std::shared_ptr<SampleBuffer>& sampleBuffer);

@@ -5,7 +5,6 @@
 
 #include "Platform/Capture/Private/CaptureSource.h"
 #include "Platform/Capture/Private/DelegateHandover.h"
-#include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Tracing/QueueWait.h"
 
 namespace tavrel {
@@ -41,32 +40,13 @@ CaptureVideoDataOutput::CaptureVideoDataOutput()
 
 CaptureVideoDataOutput::~CaptureVideoDataOutput() = default;
 
-bool CaptureVideoDataOutput::alwaysDiscardsLateVideoFrames() const { return implementation_->discardsLate; }
-
 void CaptureVideoDataOutput::setAlwaysDiscardsLateVideoFrames(bool discards) {
   implementation_->discardsLate = discards;
-}
-
-CaptureVideoSettings CaptureVideoDataOutput::videoSettings() const { return {}; }
-
-void CaptureVideoDataOutput::setVideoSettings(const CaptureVideoSettings& settings) {
-  if (settings.pixelFormat != PixelFormat::bgra32) {
-    fatalAssertion("setVideoSettings was given the pixel format {:#x}; video data outputs deliver 'BGRA' only",
-                   static_cast<std::uint32_t>(settings.pixelFormat));
-  }
 }
 
 void CaptureVideoDataOutput::setSampleBufferDelegate(std::weak_ptr<CaptureVideoDataOutputSampleBufferDelegate> delegate,
                                                      std::shared_ptr<DispatchQueue> queue) {
   implementation_->setDelegate(std::move(delegate), std::move(queue));
-}
-
-std::shared_ptr<CaptureVideoDataOutputSampleBufferDelegate> CaptureVideoDataOutput::sampleBufferDelegate() const {
-  return implementation_->delegate();
-}
-
-std::shared_ptr<DispatchQueue> CaptureVideoDataOutput::sampleBufferCallbackQueue() const {
-  return implementation_->handover->queue();
 }
 
 std::uint64_t CaptureVideoDataOutput::deliveredFrames() const { return implementation_->delivered; }
@@ -96,7 +76,7 @@ void CaptureVideoDataOutput::deliver(const std::shared_ptr<SampleBuffer>& sample
                          wait = QueueWait(FrameTrace::arriving())] {
                           const FrameTrace::Scope frame = wait.end(TraceNames::shared().captureQueue);
                           ++self->implementation_->delivered;
-                          if (const auto delegate = self->sampleBufferDelegate())
+                          if (const auto delegate = self->implementation_->delegate())
                             delegate->didOutputSampleBuffer(*self, turned, connection);
                         });
 }
@@ -115,7 +95,7 @@ void CaptureVideoDataOutput::reportDrop(const SampleTiming& timing, CaptureDropp
   auto connection = connectionWithMediaType(MediaType::video);
   implementation_->handover->sendAnyway(
       [self = shared_from_this(), timing, reason, connection = std::move(connection)] {
-        if (const auto delegate = self->sampleBufferDelegate()) {
+        if (const auto delegate = self->implementation_->delegate()) {
           delegate->didDropSampleBuffer(*self, timing, reason, connection);
         }
       });

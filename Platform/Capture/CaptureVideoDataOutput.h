@@ -2,11 +2,9 @@
 
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 #include "Platform/Capture/CaptureOutput.h"
 #include "Platform/Dispatch/DispatchQueue.h"
-#include "Platform/Graphics/PixelFormat.h"
 #include "Platform/Media/SampleBuffer.h"
 
 namespace tavrel {
@@ -37,13 +35,8 @@ class TAVREL_API CaptureVideoDataOutputSampleBufferDelegate {
                                    const std::shared_ptr<CaptureConnection>& /*connection*/) {}
 };
 
-/// How the pictures of a data output are stored.
-struct CaptureVideoSettings {
-  PixelFormat pixelFormat = PixelFormat::bgra32;
-};
-
-/// Hands every picture of a session's camera to a delegate. At most two pictures are on their way to it: one that it
-/// works on and one that waits. Without a delegate pictures are dropped silently. Any thread.
+/// Hands every picture of a session's camera, as BGRA, to a delegate. At most two pictures are on their way to it: one
+/// that it works on and one that waits. Without a delegate pictures are dropped silently. Any thread.
 class TAVREL_API CaptureVideoDataOutput : public CaptureOutput,
                                           public std::enable_shared_from_this<CaptureVideoDataOutput> {
  public:
@@ -53,20 +46,12 @@ class TAVREL_API CaptureVideoDataOutput : public CaptureOutput,
   /// True (the default): a picture that arrives while two are on their way is dropped and reported as late. False: up
   /// to eight are kept, and then they are dropped and reported as out of buffers. On a clock that does not pass by
   /// itself the camera waits instead.
-  bool alwaysDiscardsLateVideoFrames() const;
   void setAlwaysDiscardsLateVideoFrames(bool discards);
-
-  /// 'BGRA' is the one format; another one stops the program.
-  CaptureVideoSettings videoSettings() const;
-  void setVideoSettings(const CaptureVideoSettings& settings);
-  std::vector<PixelFormat> availableVideoPixelFormats() const { return {PixelFormat::bgra32}; }
 
   /// `queue` must be serial. Pictures that wait for an earlier delegate are not delivered any more; a call that runs at
   /// this moment may still end after the return. nullptr for both ends the delivery.
   void setSampleBufferDelegate(std::weak_ptr<CaptureVideoDataOutputSampleBufferDelegate> delegate,
                                std::shared_ptr<DispatchQueue> queue);
-  std::shared_ptr<CaptureVideoDataOutputSampleBufferDelegate> sampleBufferDelegate() const;
-  std::shared_ptr<DispatchQueue> sampleBufferCallbackQueue() const;
 
   /// Since the output was made.
   std::uint64_t deliveredFrames() const;

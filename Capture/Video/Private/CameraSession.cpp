@@ -15,7 +15,6 @@ Expected<void> CameraSession::setUp(const TavrelCameraConfiguration& wishes,
 
   dataOutput = CaptureVideoDataOutput::create();
   dataOutput->setAlwaysDiscardsLateVideoFrames(true);
-  dataOutput->setVideoSettings({.pixelFormat = PixelFormat::bgra32});
   dataOutput->setSampleBufferDelegate(delegate, DispatchQueue::create("video.tavrel.videocapture"));
   if (auto added = addOutput(dataOutput, "data output not available"); !added) return added;
   stillImageOutput = CaptureStillImageOutput::create();

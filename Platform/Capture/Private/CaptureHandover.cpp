@@ -11,11 +11,6 @@ void CaptureHandover::setQueue(std::shared_ptr<DispatchQueue> queue) {
   changed_.notify_all();
 }
 
-std::shared_ptr<DispatchQueue> CaptureHandover::queue() const {
-  const std::lock_guard lock(mutex_);
-  return queue_;
-}
-
 void CaptureHandover::callOff() {
   const std::lock_guard lock(mutex_);
   ++generation_;

@@ -25,7 +25,6 @@ class CaptureHandover : public std::enable_shared_from_this<CaptureHandover> {
 
   /// Calls off what waits. nullptr closes the way.
   void setQueue(std::shared_ptr<DispatchQueue> queue);
-  std::shared_ptr<DispatchQueue> queue() const;
   /// Calls off what waits.
   void callOff();
 

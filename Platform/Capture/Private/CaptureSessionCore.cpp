@@ -18,6 +18,17 @@ bool contains(const std::vector<T>& all, const T& one) {
 
 }  // namespace
 
+std::shared_ptr<CaptureSession> CaptureSession::create() {
+  auto core = std::make_shared<CaptureSessionCore>();
+  auto* const face = core.get();
+  std::shared_ptr<CaptureSession> session(face, [core = std::move(core)](CaptureSession*) mutable {
+    core->stopRunning();
+    core = nullptr;
+  });
+  face->setOwner(session);
+  return session;
+}
+
 CaptureSessionCore::~CaptureSessionCore() {
   for (Slot& slot : slots_) close(slot);
 }

@@ -13,33 +13,33 @@
 
 namespace tavrel {
 
-/// What a session is, apart from its public face: devices and the watch over them hold it weakly.
+/// The session itself, which devices and the watch over them hold weakly; what its users hold stops it at its end.
 ///
 /// Two locks: `operation_` is held through a whole change, also while devices open; `state_` only while values are read
 /// or written, so that getters never wait for a device.
-class CaptureSessionCore : public std::enable_shared_from_this<CaptureSessionCore> {
+class CaptureSessionCore : public CaptureSession, public std::enable_shared_from_this<CaptureSessionCore> {
  public:
-  ~CaptureSessionCore();
+  ~CaptureSessionCore() override;
 
   void setOwner(std::weak_ptr<CaptureSession> owner);
 
-  std::string sessionPreset() const;
-  bool canSetSessionPreset(std::string_view preset) const;
-  void setSessionPreset(std::string_view preset);
-  void beginConfiguration();
-  void commitConfiguration();
-  bool canAddInput(const std::shared_ptr<CaptureDeviceInput>& input) const;
-  void addInput(const std::shared_ptr<CaptureDeviceInput>& input);
-  void removeInput(const std::shared_ptr<CaptureDeviceInput>& input);
-  std::vector<std::shared_ptr<CaptureDeviceInput>> inputs() const;
-  bool canAddOutput(const std::shared_ptr<CaptureOutput>& output) const;
-  void addOutput(const std::shared_ptr<CaptureOutput>& output);
-  void removeOutput(const std::shared_ptr<CaptureOutput>& output);
-  std::vector<std::shared_ptr<CaptureOutput>> outputs() const;
-  void startRunning();
-  void stopRunning();
-  bool isRunning() const { return isRunning_; }
-  std::optional<Error> runtimeError() const;
+  std::string sessionPreset() const override;
+  bool canSetSessionPreset(std::string_view preset) const override;
+  void setSessionPreset(std::string_view preset) override;
+  void beginConfiguration() override;
+  void commitConfiguration() override;
+  bool canAddInput(const std::shared_ptr<CaptureDeviceInput>& input) const override;
+  void addInput(const std::shared_ptr<CaptureDeviceInput>& input) override;
+  void removeInput(const std::shared_ptr<CaptureDeviceInput>& input) override;
+  std::vector<std::shared_ptr<CaptureDeviceInput>> inputs() const override;
+  bool canAddOutput(const std::shared_ptr<CaptureOutput>& output) const override;
+  void addOutput(const std::shared_ptr<CaptureOutput>& output) override;
+  void removeOutput(const std::shared_ptr<CaptureOutput>& output) override;
+  std::vector<std::shared_ptr<CaptureOutput>> outputs() const override;
+  void startRunning() override;
+  void stopRunning() override;
+  bool isRunning() const override { return isRunning_; }
+  std::optional<Error> runtimeError() const override;
 
   // From devices and sources; none of these blocks, except the first, which may reopen the device.
   void deviceFormatWasSet();

@@ -122,7 +122,7 @@ TEST_F(CaptureDeviceTest, SettingsNeedTheLockAndSupport) {
   camera->setFocusMode(CaptureFocusMode::autoFocus);
   camera->setFocusMode(static_cast<CaptureFocusMode>(7));
   camera->setExposurePointOfInterest({0.1, 0.1});
-  EXPECT_FALSE(camera->hasTorch());
+  EXPECT_FALSE(camera->isTorchModeSupported(CaptureTorchMode::on));
   EXPECT_EQ(camera->torchMode(), CaptureTorchMode::off);
   EXPECT_FALSE(camera->isFocusModeSupported(CaptureFocusMode::autoFocus));
   EXPECT_EQ(camera->focusMode(), before);
