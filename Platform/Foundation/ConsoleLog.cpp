@@ -1,12 +1,14 @@
 #include "Platform/Foundation/ConsoleLog.h"
 
 #include <fmt/chrono.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <mutex>
+
+#include "Platform/Foundation/ConsoleWriter.h"
 
 namespace tavrel {
 namespace {
@@ -14,6 +16,7 @@ namespace {
 struct SinkHolder {
   std::mutex mutex;
   ConsoleLog::Sink sink;
+  ConsoleWriter standardError{STDERR_FILENO};
 };
 
 // Never destroyed: messages may still come from objects that are destroyed late in the process.
@@ -21,6 +24,10 @@ SinkHolder& sinkHolder() {
   static auto* holder = new SinkHolder;
   return *holder;
 }
+
+/// So that a child does not find the lock held by a thread that it does not have.
+[[maybe_unused]] const int forksAreWatched = pthread_atfork(
+    [] { sinkHolder().mutex.lock(); }, [] { sinkHolder().mutex.unlock(); }, [] { sinkHolder().mutex.unlock(); });
 
 }  // namespace
 
@@ -34,10 +41,9 @@ void ConsoleLog::write(std::string_view message) {
   const auto now = std::chrono::system_clock::now();
   const auto milliseconds =
       std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
-  const std::string line =
-      fmt::format("{:%F %T}.{:03} {}[{}] {}\n", fmt::localtime(std::chrono::system_clock::to_time_t(now)), milliseconds,
-                  program_invocation_short_name, getpid(), message);
-  std::fwrite(line.data(), 1, line.size(), stderr);
+  const std::tm parts = fmt::localtime(std::chrono::system_clock::to_time_t(now));
+  holder.standardError.write(fmt::format("{:%F %T}.{:03} {:%z} {}[{}] {}\n", parts, milliseconds, parts,
+                                         program_invocation_short_name, getpid(), message));
 }
 
 void ConsoleLog::setSink(Sink sink) {

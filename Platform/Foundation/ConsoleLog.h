@@ -10,9 +10,10 @@
 
 namespace tavrel {
 
-/// The process's plain console: one line on standard error for each message, with time, program and process number in
-/// front. The graph writes its diagnostics here; capture code uses the log facade instead. Any thread; lines stay
-/// whole.
+/// The process's plain console: one line on standard error for each message, with the local time and its zone, program
+/// and process number in front. The graph writes its diagnostics here; capture code uses the log facade instead. Any
+/// thread. Lines stay whole. Whatever standard error is, the caller is held up for a second at most, once: what nobody
+/// takes then is lost, and a line says how much.
 class TAVREL_API ConsoleLog {
  public:
   /// Receives each message without the prefix, on the thread that wrote it.

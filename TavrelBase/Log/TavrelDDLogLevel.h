@@ -31,6 +31,9 @@ enum TavrelDDLogLevel : unsigned {
 /// the calls that follow, while loggers keep the mask they were added with.
 TAVREL_API extern std::atomic<unsigned> tavrelDDLogLevel;
 
+/// The named level whose own kind `flag` is, which admits it and everything graver.
+constexpr unsigned TavrelDDLevelOfFlag(unsigned flag) { return 2 * flag - 1; }
+
 /// How a level is called in log lines: "[E]", "[W]", "[I]", "[D]" or "[V]" for the five named masks, "[N]" for any
 /// other.
 TAVREL_API std::string_view TavrelDDNameOfLevel(unsigned level);

@@ -7,11 +7,14 @@
 
 namespace tavrel {
 
-/// Writes records to standard error: date and time, program and process number, level, tag and text, in one line, for
-/// instance "2026-03-01 12:00:00.250 tavrel[812] [W] TavrelCamera: front camera not available". With a formatter its
-/// result takes the place of tag and text. On a terminal errors are red, warnings yellow, debug grey and verbose dim,
-/// unless the environment variable NO_COLOR is set. Lines are whole; what a closed or stuck console cannot take within
-/// a second is dropped.
+/// Writes records to standard error: date, local time and its zone, program and process number, the message's level,
+/// tag and text, in one line, for instance "2026-03-01 12:00:00.250 +0100 tavrel[812] [W] TavrelCamera: front camera
+/// not available". With a formatter its result takes the place of tag and text. On a terminal errors are red, warnings
+/// yellow, debug grey and verbose dim, unless the environment variable NO_COLOR is set. Lines are whole.
+///
+/// Whatever the descriptor is, a full pipe or a stopped terminal for instance, writing takes a second at most, once,
+/// and never ends the process: what the console does not take is lost, and a line says how much as soon as it takes
+/// something again.
 class TAVREL_API TavrelDDTTYLogger : public TavrelDDAbstractLogger {
  public:
   /// The process's console logger; `TavrelLogger` adds it when the library is loaded.

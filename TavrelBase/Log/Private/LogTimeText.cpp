@@ -11,12 +11,12 @@ std::string_view LogTimeText::text(std::chrono::system_clock::time_point time) {
     std::tm parts{};
     zone_ == Zone::utc ? gmtime_r(&second, &parts) : localtime_r(&second, &parts);
     text_ = fmt::format(fmt::runtime(format_), parts);
-    secondLength_ = text_.size();
+    milliseconds_ = text_.size() + 1;
+    text_ += fmt::format("{}000 {:%z}", separator_, parts);
     second_ = second;
   }
-  text_.resize(secondLength_);
   const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(time - whole).count();
-  fmt::format_to(std::back_inserter(text_), "{}{:03}", separator_, milliseconds);
+  fmt::format_to(text_.begin() + static_cast<std::ptrdiff_t>(milliseconds_), "{:03}", milliseconds);
   return text_;
 }
 

@@ -7,13 +7,13 @@
 
 namespace tavrel {
 
-/// Date and time of log lines with milliseconds. Keeps the text of the last second, since many lines share one.
-/// One thread at a time.
+/// Date, time with milliseconds, and zone of log lines: "2026-03-01 12:00:00.250 +0100". Keeps the text of the last
+/// second, since many lines share one. One thread at a time.
 class LogTimeText {
  public:
   enum class Zone { utc, local };
 
-  /// `format` is fmt's for date and time down to the second; a `separator` and three digits follow.
+  /// `format` is fmt's for date and time down to the second; a `separator`, three digits and the zone follow.
   LogTimeText(Zone zone, const char* format, char separator) : zone_(zone), format_(format), separator_(separator) {}
 
   /// Valid until the next call.
@@ -24,7 +24,7 @@ class LogTimeText {
   const char* const format_;
   const char separator_;
   std::time_t second_ = 0;
-  std::size_t secondLength_ = 0;
+  std::size_t milliseconds_ = 0;  // where they stand in the text
   std::string text_;
 };
 
