@@ -45,7 +45,7 @@ DispatchQueue::~DispatchQueue() {
 }
 
 std::shared_ptr<DispatchQueue> DispatchQueue::create(std::string label, DispatchQueueAttribute attribute) {
-  auto worker = DispatchRuntime::shared().makeWorker(label, 1, attribute.usesDriver);
+  auto worker = DispatchRuntime::shared().makeWorker(label, 1, attribute);
   auto implementation = std::make_unique<Implementation>(std::move(label), attribute, std::move(worker));
   return std::shared_ptr<DispatchQueue>(new DispatchQueue(std::move(implementation)));
 }
@@ -62,8 +62,7 @@ const std::shared_ptr<DispatchQueue>& DispatchQueue::main() {
 const std::shared_ptr<DispatchQueue>& DispatchQueue::global() {
   static const auto* queue = [] {
     constexpr const char* kLabel = "tavrel.global";
-    auto worker =
-        DispatchRuntime::shared().makeWorker(kLabel, std::max(4U, std::thread::hardware_concurrency()), false);
+    auto worker = DispatchRuntime::shared().makeWorker(kLabel, std::max(4U, std::thread::hardware_concurrency()), {});
     auto implementation =
         std::make_unique<Implementation>(kLabel, DispatchQueueAttribute{.isSerial = false}, std::move(worker));
     return new std::shared_ptr<DispatchQueue>(new DispatchQueue(std::move(implementation)));
@@ -107,6 +106,11 @@ void DispatchQueue::syncErased(void (*function)(void*), void* context) {
   });
   const DispatchWorker::Rest rest;
   done.wait();
+}
+
+bool DispatchQueue::trySyncErased(std::chrono::nanoseconds patience, void (*function)(void*), void* context) {
+  if (isCurrent() || implementation_->isShutDown || implementation_->worker->isClosed()) return false;
+  return implementation_->worker->runHere(this, patience, function, context);
 }
 
 void DispatchQueue::setSpecific(const void* key, void* value) {

@@ -27,6 +27,9 @@ struct DispatchQueueAttribute {
   int relativePriority = 0;
   /// Whether blocks enter a driver such as GL's, which may be gone before the library is when the process ends.
   bool usesDriver = false;
+  /// Whether `fork` waits, for a second at most, until no block runs, so that what the blocks keep is whole in the
+  /// child.
+  bool restsInFork = false;
 };
 
 /// A queue of blocks, on asio's executors.
@@ -41,6 +44,9 @@ struct DispatchQueueAttribute {
 /// `exit` may be called on any thread, in a block too. Queues then finish the blocks that they are in, for half a
 /// second at most, and begin no others; a thread that waits for one that will not begin stands still until the process
 /// is gone. Where a driver is still busy after that time, the process ends at once, with its status.
+///
+/// In a child made by `fork` all queues work, with threads of their own, and are empty: what was submitted before stays
+/// the parent's.
 class TAVREL_API DispatchQueue : public std::enable_shared_from_this<DispatchQueue> {
  public:
   using Block = std::function<void()>;
@@ -85,6 +91,14 @@ class TAVREL_API DispatchQueue : public std::enable_shared_from_this<DispatchQue
     }
   }
 
+  /// Runs `block` on the calling thread in the place of the queue's own, when nothing that was submitted is left to do
+  /// or that is so within `patience`; false when not, or when the queue has no thread of its own or is the current one.
+  template <typename Callable>
+  bool trySync(std::chrono::nanoseconds patience, Callable&& block) {
+    return trySyncErased(
+        patience, [](void* context) { (*static_cast<std::remove_reference_t<Callable>*>(context))(); }, address(block));
+  }
+
   /// Stores a value under `key` (an address that nobody else uses); the queue does not own it. nullptr removes it.
   void setSpecific(const void* key, void* value);
   /// The value under `key` of the queue whose block the calling thread runs; nullptr outside any queue.
@@ -109,6 +123,7 @@ class TAVREL_API DispatchQueue : public std::enable_shared_from_this<DispatchQue
     return const_cast<void*>(static_cast<const void*>(std::addressof(callable)));
   }
   void syncErased(void (*function)(void*), void* context);
+  bool trySyncErased(std::chrono::nanoseconds patience, void (*function)(void*), void* context);
 
   std::unique_ptr<Implementation> implementation_;
 };

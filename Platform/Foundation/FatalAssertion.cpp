@@ -1,13 +1,17 @@
 #include "Platform/Foundation/FatalAssertion.h"
 
-#include <cstdio>
+#include <unistd.h>
+
 #include <cstdlib>
+
+#include "Platform/Foundation/ConsoleWriter.h"
+#include "Platform/Foundation/ProcessEnd.h"
 
 namespace tavrel {
 
 void fatalAssertion(std::string_view text) {
-  std::fprintf(stderr, "*** Assertion failure: %.*s\n", static_cast<int>(text.size()), text.data());
-  std::fflush(stderr);
+  ConsoleWriter(STDERR_FILENO).write(fmt::format("*** Assertion failure: {}\n", text));
+  ProcessEnd::tellFatalAssertion(text);
   std::abort();
 }
 

@@ -9,8 +9,9 @@
 
 namespace tavrel {
 
-/// Stops the program because the library was misused: writes "*** Assertion failure: TEXT" to standard error and
-/// aborts. The one way out for programming errors; expected failures are returned instead. Any thread.
+/// Stops the program because the library was misused: writes "*** Assertion failure: TEXT" to standard error and to the
+/// open log files, and aborts. The one way out for programming errors; expected failures are returned instead. Any
+/// thread.
 [[noreturn]] TAVREL_API void fatalAssertion(std::string_view text);
 
 /// The same with a text in fmt's syntax.

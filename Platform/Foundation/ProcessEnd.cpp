@@ -50,6 +50,7 @@ Registry& registry() {
 }
 
 std::atomic<pid_t> endingThread = 0;
+std::atomic<ProcessEnd::AssertionHandler> assertionHandler = nullptr;
 
 bool hasActions(std::size_t stage) {
   const std::lock_guard lock(registry().mutex);
@@ -121,7 +122,7 @@ struct ThreadWatch {
 };
 thread_local ThreadWatch threadWatch;
 
-[[maybe_unused]] const bool isLoaderWatched = (ProcessEnd::watchThisThread(), true);
+[[maybe_unused]] const bool isLoaderWatched = (ProcessEnd::watchThisThread(), ProcessEnd::watchForks(), true);
 
 }  // namespace
 
@@ -131,11 +132,29 @@ void ProcessEnd::at(Stage stage, std::function<void()> action) {
   registry().actions[static_cast<std::size_t>(stage)].push_back(std::move(action));
 }
 
+void ProcessEnd::watchForks() {
+  [[maybe_unused]] static const int registered =
+      pthread_atfork([] { registry().mutex.lock(); }, [] { registry().mutex.unlock(); },
+                     [] {
+                       // Never destroyed: what they hold may want to wait for its threads.
+                       static auto* const parents = new std::vector<decltype(Registry::actions)>;
+                       parents->push_back(std::exchange(registry().actions, {}));
+                       endingThread = 0;
+                       registry().mutex.unlock();
+                     });
+}
+
 void ProcessEnd::comeFirst() { on_exit(endProcess, nullptr); }
 
 void ProcessEnd::watchThisThread() { threadWatch.isOn = true; }
 
 void ProcessEnd::stopWatchingThisThread() { threadWatch.isOn = false; }
+
+void ProcessEnd::atFatalAssertion(AssertionHandler handler) { assertionHandler = handler; }
+
+void ProcessEnd::tellFatalAssertion(std::string_view text) {
+  if (const AssertionHandler handler = assertionHandler) handler(text);
+}
 
 bool ProcessEnd::hasBegun() { return endingThread != 0; }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <string_view>
 
 namespace tavrel {
 
@@ -13,6 +14,8 @@ namespace tavrel {
 /// takes too long, because it waits for the ending thread for instance, is left behind. The rest of `exit` follows,
 /// unless something may still be inside a driver then: a driver whose statics are gone does not come back, so the
 /// process leaves with its status at once. Statics of the library are never destroyed. Any thread.
+///
+/// A child made by `fork` has none of the threads that the stages are about, and begins with empty stages.
 class ProcessEnd {
  public:
   enum class Stage {
@@ -35,6 +38,14 @@ class ProcessEnd {
   static void watchThisThread();
   /// The calling thread is about to end by itself.
   static void stopWatchingThisThread();
+
+  /// Sees to forks from now on: what registers with `pthread_atfork` after this finds empty stages in the child.
+  static void watchForks();
+
+  /// Hears the text of a fatal assertion on its thread, before the process aborts. One for the process.
+  using AssertionHandler = void (*)(std::string_view text);
+  static void atFatalAssertion(AssertionHandler handler);
+  static void tellFatalAssertion(std::string_view text);
 
   static bool hasBegun();
   /// Whether the calling thread has called `exit`: it must get to the end, and must not enter GL.

@@ -18,12 +18,15 @@ DispatchRuntime& DispatchRuntime::shared() {
 }
 
 DispatchRuntime::DispatchRuntime()
-    : mainFileDescriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), mainWorker_(makeWorker("main", 0, true)) {
-  timerGuard_.emplace(timerContext_.get_executor());
-  timerThread_ = std::thread([this] {
-    pthread_setname_np(pthread_self(), "tavrel.timer");
-    timerContext_.run();
-  });
+    : mainFileDescriptor_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      mainWorker_(makeWorker("main", 0, {.usesDriver = true})) {
+  startTimers();
+  registerEnd();
+  ProcessEnd::watchForks();  // whose part comes first in the child
+  pthread_atfork([] { shared().rest(); }, [] { shared().wake(); }, [] { shared().renew(); });
+}
+
+void DispatchRuntime::registerEnd() {
   ProcessEnd::at(ProcessEnd::Stage::endingThread, [] { DispatchWorker::leave(); });
   ProcessEnd::at(ProcessEnd::Stage::driver, [this] { closeWorkers(false); });
   ProcessEnd::at(ProcessEnd::Stage::queues, [this] {
@@ -32,10 +35,59 @@ DispatchRuntime::DispatchRuntime()
   });
 }
 
-std::shared_ptr<DispatchWorker> DispatchRuntime::makeWorker(std::string label, std::size_t threads, bool usesDriver) {
-  auto worker = std::make_shared<DispatchWorker>(std::move(label), threads, usesDriver);
+void DispatchRuntime::startTimers() {
+  timerContext_ = new asio::io_context;
+  std::thread([context = timerContext_] {
+    pthread_setname_np(pthread_self(), "tavrel.timer");
+    const auto guard = asio::make_work_guard(*context);
+    context->run();
+  }).detach();
+}
+
+void DispatchRuntime::rest() {
+  constexpr std::chrono::seconds kPatience(1);
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (std::chrono::steady_clock::now() < deadline) {
+    {
+      const std::lock_guard lock(mutex_);
+      for (const auto& weak : workers_) {
+        if (auto worker = weak.lock(); worker && worker->restsInFork()) resting_.push_back(std::move(worker));
+      }
+    }
+    // All or none of them, since their blocks may wait for each other.
+    const auto busy = std::ranges::find_if_not(resting_, [](const auto& worker) { return worker->tryHold(); });
+    if (busy == resting_.end()) break;
+    std::for_each(resting_.begin(), busy, [](const auto& worker) { worker->letGo(); });
+    resting_.clear();
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
+  }
+  mutex_.lock();
+}
+
+void DispatchRuntime::wake() {
+  for (const auto& worker : resting_) worker->letGo();
+  resting_.clear();
+  mutex_.unlock();
+}
+
+void DispatchRuntime::renew() {
+  resting_.clear();
+  for (const auto& weak : workers_) {
+    if (const auto worker = weak.lock()) worker->renew();
+  }
+  for (std::thread& thread : endingThreads_) thread.detach();
+  endingThreads_.clear();
+  mutex_.unlock();
+  mainFileDescriptor_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);  // the other one wakes the parent
+  startTimers();
+  registerEnd();
+}
+
+std::shared_ptr<DispatchWorker> DispatchRuntime::makeWorker(std::string label, std::size_t threads,
+                                                            DispatchQueueAttribute attribute) {
+  auto worker = std::make_shared<DispatchWorker>(std::move(label), threads, attribute);
   const std::lock_guard lock(mutex_);
-  if (areAllClosed_ || (areDriversClosed_ && usesDriver)) worker->close();
+  if (areAllClosed_ || (areDriversClosed_ && attribute.usesDriver)) worker->close();
   std::erase_if(workers_, [](const auto& weak) { return weak.expired(); });
   workers_.push_back(worker);
   return worker;
@@ -53,7 +105,7 @@ void DispatchRuntime::clearMainWakeUp() const {
 }
 
 void DispatchRuntime::runAfter(std::chrono::nanoseconds delay, std::function<void()> action) {
-  auto timer = std::make_shared<asio::steady_timer>(timerContext_, delay);
+  auto timer = std::make_shared<asio::steady_timer>(*timerContext_, delay);
   timer->async_wait([timer, action = std::move(action)](const asio::error_code& error) {
     if (!error) action();
   });

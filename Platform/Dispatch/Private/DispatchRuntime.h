@@ -20,7 +20,7 @@ class DispatchRuntime {
  public:
   static DispatchRuntime& shared();
 
-  std::shared_ptr<DispatchWorker> makeWorker(std::string label, std::size_t threads, bool usesDriver);
+  std::shared_ptr<DispatchWorker> makeWorker(std::string label, std::size_t threads, DispatchQueueAttribute attribute);
   /// The views that the main thread draws stand on a driver too.
   const std::shared_ptr<DispatchWorker>& mainWorker() const { return mainWorker_; }
   /// Readable while the main queue has blocks.
@@ -38,17 +38,23 @@ class DispatchRuntime {
   /// Lets no block begin any more in workers that use a driver, or in all, and returns when none is inside one.
   void closeWorkers(bool all);
   void joinEndingThreads();
+  void registerEnd();
+  void startTimers();
+  /// Around `fork`: no block of the workers that rest in it runs.
+  void rest();
+  void wake();
+  void renew();
 
   std::mutex mutex_;
+  std::vector<std::shared_ptr<DispatchWorker>> resting_;
   std::vector<std::weak_ptr<DispatchWorker>> workers_;
   std::vector<std::thread> endingThreads_;
   bool areDriversClosed_ = false;
   bool areAllClosed_ = false;
   int mainFileDescriptor_ = -1;
   std::shared_ptr<DispatchWorker> mainWorker_;
-  asio::io_context timerContext_;
-  std::optional<asio::executor_work_guard<asio::io_context::executor_type>> timerGuard_;
-  std::thread timerThread_;
+  /// Never destroyed, since its thread ends with the process.
+  asio::io_context* timerContext_ = nullptr;
 };
 
 }  // namespace tavrel

@@ -23,8 +23,8 @@ void nameThisThread(const std::string& label) {
 
 }  // namespace
 
-DispatchWorker::DispatchWorker(std::string label, std::size_t threads, bool usesDriver)
-    : label_(std::move(label)), threadCount_(threads), usesDriver_(usesDriver) {}
+DispatchWorker::DispatchWorker(std::string label, std::size_t threads, DispatchQueueAttribute attribute)
+    : label_(std::move(label)), threadCount_(threads), attribute_(attribute) {}
 
 DispatchWorker::ThreadState& DispatchWorker::ofThread() {
   static thread_local ThreadState state;
@@ -35,25 +35,25 @@ void DispatchWorker::enter() {
   const ThreadState& state = ofThread();
   if (state.depth == 0) return;
   // Counted before the look, as closing comes before the count is read: one of the two sees the other.
-  ++state.worker->threadsInBlocks_;
+  ++state.worker->life_->threadsInBlocks;
   if (!state.worker->isClosed_ || ProcessEnd::isOnEndingThread()) return;
-  --state.worker->threadsInBlocks_;
+  --state.worker->life_->threadsInBlocks;
   ProcessEnd::standStill();
 }
 
 void DispatchWorker::leave() {
-  if (ofThread().depth > 0) --ofThread().worker->threadsInBlocks_;
+  if (ofThread().depth > 0) --ofThread().worker->life_->threadsInBlocks;
 }
 
 void DispatchWorker::start(DispatchQueue* queue) {
-  std::call_once(started_, [this, queue] {
-    if (threadCount_ > 0) workGuard_.emplace(context_.get_executor());
+  std::call_once(life_->started, [this, queue] {
+    if (threadCount_ > 0) life_->workGuard.emplace(life_->context.get_executor());
     for (std::size_t i = 0; i < threadCount_; ++i) {
-      threads_.emplace_back([queue, self = shared_from_this()] {
+      life_->threads.emplace_back([queue, self = shared_from_this()] {
         nameThisThread(self->label_);
         const CurrentQueue scope(queue);
         ProcessEnd::watchThisThread();
-        self->context_.run();
+        self->life_->context.run();
         ProcessEnd::stopWatchingThisThread();
       });
     }
@@ -61,31 +61,59 @@ void DispatchWorker::start(DispatchQueue* queue) {
 }
 
 void DispatchWorker::post(Block block) {
-  asio::post(context_, [this, block = std::move(block)]() mutable { run(block); });
+  ++life_->unfinished;
+  asio::post(life_->context, [this, block = std::move(block)]() mutable { run(block); });
+}
+
+bool DispatchWorker::runHere(DispatchQueue* queue, std::chrono::nanoseconds patience, void (*function)(void*),
+                             void* context) {
+  if (threadCount_ != 1) return false;
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  for (std::unique_lock turn(life_->turn, std::defer_lock);;) {
+    if (!turn.try_lock() && (patience <= patience.zero() || !turn.try_lock_until(deadline))) return false;
+    if (life_->unfinished == 0) {
+      const CurrentQueue scope(queue);
+      function(context);
+      return true;
+    }
+    // Blocks wait for the thread, and come first.
+    turn.unlock();
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(std::chrono::microseconds(50));
+  }
+}
+
+void DispatchWorker::renew() {
+  // Never destroyed: its threads are not there to be joined, nor its locks to be had.
+  static auto* const abandoned = new std::vector<std::unique_ptr<Life>>;
+  abandoned->push_back(std::exchange(life_, std::make_unique<Life>()));
 }
 
 void DispatchWorker::run(Block& block) {
+  std::unique_lock turn(life_->turn, std::defer_lock);
+  if (threadCount_ == 1) turn.lock();
   ThreadState& state = ofThread();
   state.worker = this;
   if (++state.depth == 1) enter();
   block();
   block = nullptr;  // what it holds is let go of inside it
   // What a driver uses for the first time registers its own end; that happens ever more rarely.
-  if (usesDriver_ && std::has_single_bit(++blocksRun_)) ProcessEnd::comeFirst();
+  if (attribute_.usesDriver && std::has_single_bit(++blocksRun_)) ProcessEnd::comeFirst();
   if (state.depth == 1) leave();
   --state.depth;
+  --life_->unfinished;
 }
 
 void DispatchWorker::drainAndJoin() {
-  workGuard_.reset();
-  for (std::thread& thread : threads_) {
+  life_->workGuard.reset();
+  for (std::thread& thread : life_->threads) {
     if (thread.get_id() == std::this_thread::get_id()) {
       DispatchRuntime::shared().joinLater(std::move(thread));
     } else {
       thread.join();
     }
   }
-  threads_.clear();
+  life_->threads.clear();
 }
 
 }  // namespace tavrel
