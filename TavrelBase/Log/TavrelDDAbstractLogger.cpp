@@ -20,7 +20,8 @@ TavrelDDAbstractLogger::TavrelDDAbstractLogger() : implementation_(std::make_uni
 TavrelDDAbstractLogger::~TavrelDDAbstractLogger() = default;
 
 std::shared_ptr<DispatchQueue> TavrelDDAbstractLogger::loggerQueue() {
-  std::call_once(implementation_->queueOnce, [this] { implementation_->queue = DispatchQueue::create(loggerName()); });
+  std::call_once(implementation_->queueOnce,
+                 [this] { implementation_->queue = DispatchQueue::create(loggerName(), {.restsInFork = true}); });
   return implementation_->queue;
 }
 

@@ -1,13 +1,17 @@
 #include "TavrelBase/Log/TavrelDDFileLogger.h"
 
 #include <fmt/format.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <utility>
 
+#include "Platform/Foundation/ConsoleLog.h"
 #include "TavrelBase/Log/LogClock.h"
 #include "TavrelBase/Log/Private/AppendUtf8.h"
 #include "TavrelBase/Log/Private/RollingLogFile.h"
@@ -28,6 +32,10 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr double kLongestSleep = 3600;
 constexpr double kShortestSleep = 0.001;
 
+/// Kept, since asking for it costs a system call.
+std::atomic<pid_t> processNumber = getpid();
+[[maybe_unused]] const int forksAreWatched = pthread_atfork(nullptr, nullptr, [] { processNumber = getpid(); });
+
 }  // namespace
 
 /// Everything that belongs to the logger's queue.
@@ -39,13 +47,22 @@ struct TavrelDDFileLogger::State {
   }
 
   const std::string appName = program_invocation_short_name;
-  const std::string processID = fmt::format("{}", getpid());
+  pid_t process = processNumber;
+  std::string processID = fmt::format("{}", process);
   bool automaticallyAppendNewlineForCustomFormatters = true;
   RollingLogFile file;
   std::string line;
   std::string encodedLine;
   std::optional<SteadyClock::time_point> rollingTimer;  // when the timer fires that is under way
   std::uint64_t timerNumber = 0;                        // tells it from earlier ones
+
+  /// In a forked child the open file, its watch and the timer are the parent's.
+  void startAfresh() {
+    process = processNumber;
+    processID = fmt::format("{}", process);
+    rollingTimer.reset();
+    file.leaveToParent();
+  }
 };
 
 TavrelDDFileLogger::TavrelDDFileLogger() : TavrelDDFileLogger(std::make_shared<TavrelDDLogFileManagerDefault>()) {}
@@ -70,6 +87,10 @@ void TavrelDDFileLogger::setMaximumFileSize(std::uint64_t bytes) {
 double TavrelDDFileLogger::rollingFrequency() { return read(state_->file.rollingFrequency); }
 
 void TavrelDDFileLogger::setRollingFrequency(double seconds) {
+  if (std::isnan(seconds)) {
+    return ConsoleLog::write(
+        "TavrelDDFileLogger.setRollingFrequency: NaN is no number of seconds; nothing was changed");
+  }
   performOnLoggerQueue([&] {
     state_->file.rollingFrequency = seconds;
     rollOrWait();
@@ -148,17 +169,20 @@ void TavrelDDFileLogger::startRollingTimer() {
 
 void TavrelDDFileLogger::logMessage(const TavrelDDLogMessage& message) {
   State& state = *state_;
+  if (state.process != processNumber) state.startAfresh();
   const fmt::format_int lineNumber(message.line());
+  const auto& formatter = currentFormatter();
+  const bool isDefault = dynamic_cast<const TavrelDDLogFileFormatterDefault*>(formatter.get());
+  const unsigned level = isDefault ? TavrelDDLevelOfFlag(message.flag()) : message.level();
   std::string& line = state.line;
   line.assign(state.appName).append("[").append(state.processID).append(":").append(message.threadID()).append("] ");
-  line.append(TavrelDDNameOfLevel(message.level())).append(" ").append(message.tag()).append(" ");
+  line.append(TavrelDDNameOfLevel(level)).append(" ").append(message.tag()).append(" ");
   line.append(message.message()).append(" ").append(message.function()).append(" ");
   line.append(message.lastPathComponent()).append(":").append(lineNumber.data(), lineNumber.size());
   bool appendsNewline = true;
-  if (const auto& formatter = currentFormatter()) {
+  if (formatter) {
     line.append(" ").append(formatter->formatLogMessage(message));
-    appendsNewline = state.automaticallyAppendNewlineForCustomFormatters ||
-                     dynamic_cast<const TavrelDDLogFileFormatterDefault*>(formatter.get());
+    appendsNewline = isDefault || state.automaticallyAppendNewlineForCustomFormatters;
   }
   if (appendsNewline && line.back() != '\n') line += '\n';
   state.encodedLine.clear();

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <pthread.h>
 #include <sched.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include "Platform/Foundation/NotificationCenter.h"
 #include "Platform/Foundation/Notifications.h"
 #include "Platform/Foundation/ProcessEnd.h"
+#include "TavrelBase/Log/Private/LastWords.h"
 #include "TavrelBase/Log/Private/LogFanOut.h"
 #include "TavrelBase/Log/Private/LogScope.h"
 
@@ -40,12 +42,34 @@ struct TavrelDDLog::Implementation {
 
   const std::shared_ptr<DispatchQueue>& queue() {
     std::call_once(queueOnce, [this] {
-      loggingQueue = DispatchQueue::create("video.tavrel.logging");
+      loggingQueue = DispatchQueue::create("video.tavrel.logging", {.restsInFork = true});
       loggingQueue->setSpecific(this, this);
-      ProcessEnd::at(ProcessEnd::Stage::endingThread, [this] { isEndingInLogger = isCallerWaitedFor(); });
-      ProcessEnd::at(ProcessEnd::Stage::log, [this] { windUp(); });
+      registerEnd();
     });
     return loggingQueue;
+  }
+
+  void registerEnd() {
+    ProcessEnd::at(ProcessEnd::Stage::endingThread, [this] { isEndingInLogger = isCallerWaitedFor(); });
+    ProcessEnd::at(ProcessEnd::Stage::log, [this] { windUp(); });
+  }
+
+  void lock() {
+    backlog.lock();
+    fanOut.lock();
+    snapshotMutex.lock();
+  }
+
+  void unlock() {
+    snapshotMutex.unlock();
+    fanOut.unlock();
+    backlog.unlock();
+  }
+
+  /// In a forked child.
+  void renew() {
+    backlog.renew();
+    if (loggingQueue) registerEnd();
   }
 
   bool isOnLoggingQueue() { return DispatchQueue::getSpecific(this) == this; }
@@ -54,8 +78,16 @@ struct TavrelDDLog::Implementation {
   bool isCallerWaitedFor() { return LogScope::isInside() || isOnLoggingQueue(); }
 
   LogBacklog::Push submit(LogEntry& entry, bool mayWait) {
-    const LogBacklog::Push result = backlog.push(entry, mayWait);
-    if (result == LogBacklog::Push::acceptedAndIdle) queue()->async([this] { work(); });
+    const bool isWaitedFor = entry.isMessage() && fanOut.mayWriteThrough(entry);
+    const bool callerWaits = entry.done != nullptr;
+    const LogBacklog::Push result = backlog.push(entry, mayWait, isWaitedFor);
+    if (result != LogBacklog::Push::acceptedAndIdle) return result;
+    // A caller that waits anyway does the work itself.
+    if (callerWaits && queue()->trySync(std::chrono::nanoseconds(0), [this] { workOnBatch(); })) {
+      if (backlog.continueWork(false)) loggingQueue->async([this] { work(); });
+    } else {
+      queue()->async([this] { work(); });
+    }
     return result;
   }
 
@@ -83,7 +115,7 @@ struct TavrelDDLog::Implementation {
         entry = end;
       } else {
         std::get<LogEntry::Operation>(entry->content)();
-        if (entry->done) entry->done->signal();
+        backlog.didFinish(*entry);
         ++entry;
       }
     }
@@ -98,6 +130,7 @@ struct TavrelDDLog::Implementation {
   }
 
   void lt_addLogger(std::shared_ptr<TavrelDDLogger> logger, unsigned level) {
+    if (logger->writesThrough()) LastWords::watch(backlog);
     fanOut.add(std::move(logger), level);
     takeSnapshot();
   }
@@ -124,6 +157,12 @@ struct TavrelDDLog::Implementation {
 };
 
 TavrelDDLog::TavrelDDLog() : implementation_(std::make_unique<Implementation>()) {
+  ProcessEnd::watchForks();  // whose part comes first in the child
+  pthread_atfork([] { sharedInstance().implementation_->lock(); }, [] { sharedInstance().implementation_->unlock(); },
+                 [] {
+                   sharedInstance().implementation_->unlock();
+                   sharedInstance().implementation_->renew();
+                 });
   NotificationCenter::defaultCenter().addObserver(kApplicationWillTerminateNotification,
                                                   [](std::string_view, const void*) { flushLog(); });
 }
@@ -211,6 +250,13 @@ void TavrelDDLog::queueLogMessage(TavrelDDLogMessage message, bool asynchronousl
   const bool mayWait = !shared.isCallerWaitedFor();
   const bool waits = mayWait && !asynchronously;
   LogEntry entry{std::move(message), waits ? &written : nullptr, true};
+  if (mayWait && shared.fanOut.mayWriteThrough(entry)) {
+    LastWords::coverThisThread();
+    entry.isWrittenThrough = shared.fanOut.writeThrough(entry);
+  }
+  const bool isQueued =
+      shared.fanOut.isQueued(entry) || (shared.fanOut.mayWriteThrough(entry) && !entry.isWrittenThrough);
+  if (!isQueued && shared.backlog.isIdle()) return;
   switch (shared.submit(entry, mayWait)) {
     case LogBacklog::Push::accepted:
     case LogBacklog::Push::acceptedAndIdle:

@@ -16,17 +16,20 @@ namespace tavrel {
 
 /// The process-wide switchboard between the code that logs and the loggers that write.
 ///
-///     caller ──▶ backlog (1000) ──▶ logging queue ──▶ each admitting logger's queue ──▶ caller of a synchronous call
+///     caller ──▶ loggers that write through ──▶ backlog (1000) ──▶ logging queue ──▶ each other admitting logger's queue
 ///
-/// Records reach every logger whose mask holds the record's flag, in the order in which the calls were queued. All
-/// loggers write one record at the same time, and the next one starts when the last of them has finished; on a single
-/// processor they write one after the other. While every record of a stretch concerns one logger only, the stretch is
-/// handed over as a whole.
+/// Records reach every logger whose mask holds the record's flag, in the order in which each thread logged them.
+/// Loggers that write through, as the file logger does, have written when the call returns; where that would take long,
+/// their records take the way of the others. All others write one record at the same time, and the next one starts when
+/// the last of them has finished; on a single processor they write one after the other. While every record of a stretch
+/// concerns one logger only, the stretch is handed over as a whole. A synchronous call returns when all have written.
 ///
 /// Any thread. A call waits while 1000 records are queued and not yet written. Calls that a logger or the logging queue
-/// makes itself never wait. Queues start with the first record, so a program may fork before it logs. At the end of the
-/// process (and on `kApplicationWillTerminateNotification`) everything queued is flushed; records
-/// that come later still go to the console as plain text.
+/// makes itself never wait. A program may fork at any time: the child has the same loggers, and the records that were
+/// queued stay the parent's. At the end of the process (and on `kApplicationWillTerminateNotification`) everything
+/// queued is flushed; records that come later still go to the console as plain text. Before `quick_exit`, a fatal
+/// assertion or a signal (`TavrelLogger::setHandlesSignals`) ends the process, everything queued is written, within a
+/// second.
 class TAVREL_API TavrelDDLog {
  public:
   /// Records that may be queued and not yet be written.

@@ -15,16 +15,23 @@ namespace {
 class ThreadDescription {
  public:
   static const ThreadDescription& current(TavrelDDLogMessage::Clock::time_point now) {
-    static thread_local ThreadDescription description;
+    ThreadDescription& description = ofThread();
     const auto age = now - description.readAt_;
     if (age < age.zero() || age > std::chrono::seconds(1)) description.read(now);
     return description;
   }
 
+  /// In a forked child, where it has another number.
+  static void forget() { ofThread().readAt_ = {}; }
+
   std::string_view id() const { return {id_, idLength_}; }
   std::string_view name() const { return name_; }
 
  private:
+  static ThreadDescription& ofThread() {
+    static thread_local ThreadDescription description;
+    return description;
+  }
   void read(TavrelDDLogMessage::Clock::time_point now) {
     readAt_ = now;
     idLength_ = static_cast<std::size_t>(std::to_chars(id_, id_ + sizeof id_, gettid()).ptr - id_);
@@ -36,6 +43,8 @@ class ThreadDescription {
   char id_[16] = {};
   char name_[16] = {};
 };
+
+[[maybe_unused]] const int forksAreWatched = pthread_atfork(nullptr, nullptr, ThreadDescription::forget);
 
 std::size_t lastComponentStart(std::string_view path) {
   const std::size_t slash = path.rfind('/');

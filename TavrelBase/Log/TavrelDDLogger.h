@@ -18,12 +18,18 @@ class TAVREL_API TavrelDDLogger {
  public:
   virtual ~TavrelDDLogger();
 
-  /// Writes one record. The next record is handed to the loggers only after all of them have returned from this one.
+  /// Writes one record. The next record is handed to the loggers only after all of them have returned from this one;
+  /// those that write through may be ahead.
   virtual void logMessage(const TavrelDDLogMessage& message) = 0;
   /// Everything that was handed over so far must now reach the file, console … itself: for loggers that gather their
   /// output. Called after the last of several records that were handed over together, before this logger waits for a
   /// slower one, and before a synchronous call returns to its caller.
   virtual void finishHandOver() {}
+  /// Whether its records are written at once, on the thread that logs: in the place of the logger's queue, followed by
+  /// `finishHandOver`, as long as that takes few microseconds. Nothing that was logged is lost then, however the
+  /// process ends; but callers may have to wait for it, for half a second at most, and then not again for a second.
+  /// Asked once, when the logger is added.
+  virtual bool writesThrough() const { return false; }
   /// Part of `TavrelDDLog::flushLog`: puts what was written where it lasts.
   virtual void flush() {}
   virtual void didAddLogger() {}

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Platform/Foundation/ProcessEnd.h"
+#include "TavrelBase/Log/Private/LastWords.h"
 
 namespace tavrel {
 namespace {
@@ -48,6 +49,8 @@ void TavrelLogger::enableFileLoggerWithLogLevel(unsigned level) {
 }
 
 void TavrelLogger::enableFileLogger() { enableFileLoggerWithLogLevel(tavrelDDLogLevel); }
+
+void TavrelLogger::setHandlesSignals(bool handles) { LastWords::setHandlesSignals(handles); }
 
 std::shared_ptr<TavrelDDFileLogger> TavrelLogger::fileLogger() {
   const std::lock_guard lock(implementation_->mutex);

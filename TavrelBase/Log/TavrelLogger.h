@@ -25,6 +25,13 @@ class TAVREL_API TavrelLogger {
   /// The same with the present `tavrelDDLogLevel`.
   static void enableFileLogger();
 
+  /// Whether SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGSYS and SIGTERM first have what was logged written and the
+  /// signal's name put into the open log files, within a second; it then goes on to what was set for it before. True at
+  /// first. It is done from the first file logger on, and not for a signal that is ignored then. An application that
+  /// sets handlers of its own later should hand on to the one before, or turn this off. Lines that are with the kernel
+  /// already need none of this.
+  static void setHandlesSignals(bool handles);
+
   /// Created with default settings at the first call, unless one was set.
   std::shared_ptr<TavrelDDFileLogger> fileLogger();
   void setFileLogger(std::shared_ptr<TavrelDDFileLogger> fileLogger);

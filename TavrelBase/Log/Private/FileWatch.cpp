@@ -8,6 +8,15 @@
 #include "TavrelBase/Log/Private/FileWatch.h"
 
 namespace tavrel {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Nobody takes a file away and logs again in less time.
+constexpr auto kShortest = 2us;
+constexpr auto kLongest = 1s;
+
+}  // namespace
 
 FileWatch::FileWatch(int openFile, std::filesystem::path path)
     : openFile_(openFile), path_(std::move(path)), inotify_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
@@ -15,9 +24,16 @@ FileWatch::FileWatch(int openFile, std::filesystem::path path)
   // By descriptor, since the path may lead elsewhere by now. While the file is open its removal shows as a change of
   // its link count, which is an attribute.
   const std::string link = fmt::format("/proc/self/fd/{}", openFile_);
-  if (inotify_add_watch(inotify_, link.c_str(), IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF) >= 0) return;
-  close(inotify_);
-  inotify_ = -1;
+  if (inotify_add_watch(inotify_, link.c_str(), IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF) < 0) {
+    close(inotify_);
+    inotify_ = -1;
+    return;
+  }
+  std::error_code error;
+  for (auto folder = std::filesystem::absolute(path_, error).parent_path(); folder.has_relative_path();
+       folder = folder.parent_path()) {
+    inotify_add_watch(inotify_, folder.c_str(), IN_MOVE_SELF | IN_DELETE_SELF | IN_ONLYDIR);
+  }
 }
 
 FileWatch::~FileWatch() {
@@ -32,8 +48,17 @@ bool FileWatch::hasEvents() const {
   return any;
 }
 
+bool FileWatch::mayBeGone() {
+  const auto now = std::chrono::steady_clock::now();
+  if (now - looked_ < kShortest) return false;
+  looked_ = now;
+  if (!hasEvents() && now - compared_ < kLongest) return false;
+  compared_ = now;
+  return true;
+}
+
 bool FileWatch::isFileGone() {
-  if (!hasEvents()) return false;
+  if (!mayBeGone()) return false;
   struct stat open {};
   struct stat named {};
   if (fstat(openFile_, &open) != 0) return true;

@@ -1,12 +1,13 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 
 namespace tavrel {
 
-/// Tells whether an open file is still the one under its path, by inotify. A question costs one system call as long as
-/// nothing happens to the file; without inotify (its instances are limited for each user) it looks at the path each
-/// time.
+/// Tells whether an open file is still the one under its path, by inotify on the file and all folders above it. A
+/// question costs one system call at most as long as nothing happens to them; without inotify (its instances are
+/// limited for each user) it looks at the path each time. What inotify does not tell, it sees within a second.
 class FileWatch {
  public:
   FileWatch(int openFile, std::filesystem::path path);
@@ -18,11 +19,14 @@ class FileWatch {
   bool isFileGone();
 
  private:
+  bool mayBeGone();
   bool hasEvents() const;
 
   const int openFile_;
   const std::filesystem::path path_;
   int inotify_ = -1;
+  std::chrono::steady_clock::time_point looked_;  // for events
+  std::chrono::steady_clock::time_point compared_ = std::chrono::steady_clock::now();
 };
 
 }  // namespace tavrel

@@ -17,7 +17,7 @@ constexpr std::chrono::milliseconds kLinger(1);
 
 }  // namespace
 
-LogBacklog::Push LogBacklog::push(LogEntry& entry, bool mayWait) {
+LogBacklog::Push LogBacklog::push(LogEntry& entry, bool mayWait, bool isWaitedFor) {
   std::unique_lock lock(mutex_);
   if (entry.takesRoom && mayWait && !hasRoom(capacity_)) {
     ++blockedCallers_;
@@ -29,7 +29,9 @@ LogBacklog::Push LogBacklog::push(LogEntry& entry, bool mayWait) {
     if (!mayWait && !hasRoom(2 * capacity_)) return Push::full;
     ++accepted_;
   }
-  hasUrgent_ = hasUrgent_ || entry.done;
+  entry.holdsUp = !entry.isWrittenThrough && (isWaitedFor || !entry.isMessage() || holdingUp_ > 0);
+  if (entry.holdsUp) ++holdingUp_;
+  hasUrgent_ = hasUrgent_ || entry.done || entry.holdsUp;
   waiting_.push_back(std::move(entry));
   if (isLingering_ && (hasUrgent_ || waiting_.size() >= step_)) {
     isLingering_ = false;
@@ -40,6 +42,8 @@ LogBacklog::Push LogBacklog::push(LogEntry& entry, bool mayWait) {
 
 void LogBacklog::pushIdle(LogEntry&& entry) {
   const std::lock_guard lock(mutex_);
+  entry.holdsUp = true;
+  ++holdingUp_;
   waiting_.push_back(std::move(entry));
 }
 
@@ -57,21 +61,51 @@ void LogBacklog::take(std::vector<LogEntry>& entries) {
   hasUrgent_ = false;
 }
 
-bool LogBacklog::continueWork() {
+bool LogBacklog::continueWork(bool lingers) {
   std::unique_lock lock(mutex_);
   if (blockedCallers_ > 0) roomAppeared_.notify_all();
-  isLingering_ = !isClosed_ && !hasUrgent_ && waiting_.size() < step_;
+  isLingering_ = lingers && !isClosed_ && !hasUrgent_ && waiting_.size() < step_;
   moreArrived_.wait_for(lock, kLinger, [this] { return !isLingering_; });
   isLingering_ = false;
   isWorking_ = !waiting_.empty();
   return isWorking_;
 }
 
-void LogBacklog::didWrite() {
-  const std::size_t written = ++written_;
-  if (written % step_ != 0 || blockedCallers_.load() == 0) return;
+void LogBacklog::didFinish(const LogEntry& entry) {
+  if (entry.takesRoom && ++written_ % step_ == 0 && blockedCallers_.load() > 0) {
+    const std::lock_guard lock(mutex_);
+    roomAppeared_.notify_all();
+  }
+  if (entry.holdsUp && --holdingUp_ == 0) {
+    const std::lock_guard lock(mutex_);
+    caughtUp_.notify_all();
+  }
+  // Last, since the caller may log again at once.
+  if (entry.done) entry.done->signal();
+}
+
+bool LogBacklog::waitUntilCaughtUp(std::chrono::milliseconds patience) {
+  if (holdingUp_ == 0) return true;
+  std::unique_lock lock(mutex_);
+  if (!isWorking_) return false;  // bookkeeping that waits for the first record
+  return caughtUp_.wait_for(lock, patience, [this] { return holdingUp_ == 0; });
+}
+
+bool LogBacklog::isIdle() {
   const std::lock_guard lock(mutex_);
-  roomAppeared_.notify_all();
+  return waiting_.empty() && !isWorking_ && !isClosed_;
+}
+
+void LogBacklog::renew() {
+  std::vector<LogEntry> kept = std::move(waiting_);
+  const std::size_t capacity = capacity_;
+  const bool isClosed = isClosed_;
+  // Not destroyed: threads that the child does not have may wait in it.
+  new (this) LogBacklog(capacity);
+  isClosed_ = isClosed;
+  for (LogEntry& entry : kept) {
+    if (!entry.isMessage()) pushIdle({std::move(entry.content)});
+  }
 }
 
 void LogBacklog::close() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -19,6 +20,8 @@ struct LogEntry {
   std::variant<TavrelDDLogMessage, Operation> content;
   DispatchSemaphore* done = nullptr;  ///< signalled afterwards, for a caller that waits
   bool takesRoom = false;             ///< a record that counts in the backlog
+  bool isWrittenThrough = false;      ///< the loggers that write through have it already
+  bool holdsUp = false;               ///< later records must not be written through before it is done
 
   bool isMessage() const { return content.index() == 0; }
   const TavrelDDLogMessage& message() const { return *std::get_if<0>(&content); }
@@ -37,7 +40,8 @@ class LogBacklog {
   /// Adds an entry, which is moved from when it is accepted. A record waits for room when `mayWait`, and otherwise may
   /// exceed the capacity up to its double. After `acceptedAndIdle` the caller must see to it that the logging queue
   /// takes what is there.
-  Push push(LogEntry& entry, bool mayWait);
+  /// `isWaitedFor`: whether a logger that writes through waits for this record here.
+  Push push(LogEntry& entry, bool mayWait, bool isWaitedFor);
   /// Adds an entry that waits for the next `push`.
   void pushIdle(LogEntry&& entry);
   /// What the caller must submit to the logging queue, so that all entries are taken before blocks that it submits
@@ -48,28 +52,41 @@ class LogBacklog {
   void take(std::vector<LogEntry>& entries);
   /// After work: waits a moment for more, unless a caller waits or much has come already. True when there is more,
   /// which must then be taken; otherwise the next push reports idleness. Logging queue only.
-  bool continueWork();
-  /// A record that takes room was written. Any thread.
-  void didWrite();
+  bool continueWork(bool lingers = true);
+  /// An entry is done, for the caller that waits for it too. Any thread.
+  void didFinish(const LogEntry& entry);
+  /// Returns when nothing holds up what is to be written through; false when something does for longer.
+  bool waitUntilCaughtUp(std::chrono::milliseconds patience);
+  /// Nothing waits or is worked on, and the process is not ending.
+  bool isIdle();
+  /// How many records were accepted and not yet written. Takes no lock: any thread, signal handlers too.
+  std::size_t unwritten() const { return accepted_.load() - written_.load(); }
   /// Refuses everything from now on and wakes those who wait for room.
   void close();
 
+  /// Around `fork`. The child's backlog holds the bookkeeping only: the records are the parent's.
+  void lock() { mutex_.lock(); }
+  void unlock() { mutex_.unlock(); }
+  void renew();
+
  private:
-  bool hasRoom(std::size_t room) const { return accepted_ - written_.load() < room; }
+  bool hasRoom(std::size_t room) const { return unwritten() < room; }
 
   const std::size_t capacity_;
   const std::size_t step_;  // so many records are worth waking a thread
   std::mutex mutex_;
   std::condition_variable roomAppeared_;
   std::condition_variable moreArrived_;
+  std::condition_variable caughtUp_;
   std::vector<LogEntry> waiting_;
-  std::size_t accepted_ = 0;
+  std::atomic<std::size_t> accepted_ = 0;
   bool isWorking_ = false;
   bool isLingering_ = false;
   bool hasUrgent_ = false;  // a caller waits for one of the entries
   bool isClosed_ = false;
   std::atomic<std::size_t> written_ = 0;
   std::atomic<unsigned> blockedCallers_ = 0;
+  std::atomic<unsigned> holdingUp_ = 0;
 };
 
 }  // namespace tavrel

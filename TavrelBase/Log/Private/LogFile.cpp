@@ -35,7 +35,7 @@ LogFile::LogFile(int fileDescriptor, const std::filesystem::path& path)
 
 LogFile::~LogFile() { close(fileDescriptor_); }
 
-Expected<void> LogFile::append(std::string_view text, std::span<const std::size_t> lineEnds) {
+LogFile::Appended LogFile::append(std::string_view text, std::span<const std::size_t> lineEnds) {
   std::size_t written = 0;
   int reason = 0;
   while (written < text.size() && reason == 0) {
@@ -46,20 +46,25 @@ Expected<void> LogFile::append(std::string_view text, std::span<const std::size_
       reason = errno;
     }
   }
-  // Asked, not counted: other processes of the application may append to the same file.
-  const off_t position = lseek(fileDescriptor_, 0, SEEK_CUR);
-  offset_ = position < 0 ? offset_ + written : static_cast<std::uint64_t>(position);
-  if (reason == 0) return {};
-  takeBack(offset_ - written, written, lineEnds);
-  return systemFailure("write", path_, reason);
+  offset_ += written;
+  if (reason == 0) return {lineEnds.size(), 0};
+  const auto end = std::ranges::upper_bound(lineEnds, written);
+  takeBack(written, end == lineEnds.begin() ? 0 : *std::prev(end));
+  return {static_cast<std::size_t>(end - lineEnds.begin()), reason};
 }
 
-void LogFile::takeBack(std::uint64_t start, std::size_t written, std::span<const std::size_t> lineEnds) {
-  const auto end = std::ranges::upper_bound(lineEnds, written);
-  const std::size_t whole = end == lineEnds.begin() ? 0 : *std::prev(end);
+void LogFile::takeBack(std::size_t written, std::size_t whole) {
+  const off_t position = lseek(fileDescriptor_, 0, SEEK_CUR);
+  updateOffset();
   // Not when another process has appended behind the torn line.
-  if (whole == written || sizeOf(fileDescriptor_) != start + written) return;
-  if (ftruncate(fileDescriptor_, static_cast<off_t>(start + whole)) == 0) offset_ = start + whole;
+  if (whole == written || position < 0 || static_cast<std::uint64_t>(position) != offset_) return;
+  const std::uint64_t end = offset_ - (written - whole);
+  if (ftruncate(fileDescriptor_, static_cast<off_t>(end)) == 0) offset_ = end;
+}
+
+void LogFile::updateOffset() {
+  const off_t end = lseek(fileDescriptor_, 0, SEEK_END);
+  if (end >= 0) offset_ = static_cast<std::uint64_t>(end);
 }
 
 void LogFile::synchronise() const { fdatasync(fileDescriptor_); }

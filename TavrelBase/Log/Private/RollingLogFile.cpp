@@ -1,8 +1,14 @@
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <exception>
+#include <system_error>
 #include <utility>
 
+#include "Platform/Dispatch/DispatchQueue.h"
+#include "TavrelBase/Log/Private/LastWords.h"
+#include "TavrelBase/Log/Private/LogLineFrame.h"
 #include "TavrelBase/Log/Private/RollingLogFile.h"
 
 namespace tavrel {
@@ -52,30 +58,45 @@ std::optional<TavrelDDLogFileInfo> RollingLogFile::reusableFile() {
   return newest;
 }
 
-bool RollingLogFile::openPath(TavrelDDLogFileInfo info, bool reports) {
+Expected<void> RollingLogFile::openPath(TavrelDDLogFileInfo info) {
   auto opened = LogFile::open(info.filePath());
-  if (!opened) {
-    if (reports) report(opened.error().description);
-    return false;
-  }
+  if (!opened) return tl::make_unexpected(opened.error());
   file_ = std::move(*opened);
   info_ = std::move(info);
+  LastWords::addFile(file_->fileDescriptor());
   didOpen_();
-  return true;
+  return {};
+}
+
+std::unique_ptr<LogFile> RollingLogFile::takeFile() {
+  if (file_) LastWords::removeFile(file_->fileDescriptor());
+  return std::move(file_);
 }
 
 bool RollingLogFile::open() {
   if (file_) return true;
-  // A newest file that cannot be opened, for instance another user's, is no reason to give up.
-  if (auto newest = reusableFile(); newest && openPath(std::move(*newest), false)) return true;
-  const auto path = manager_->createNewLogFile();
-  if (path) return openPath(TavrelDDLogFileInfo(*path), true);
-  report(path.error().description);
+  // Another process may delete the new file as an old one before it is opened here.
+  constexpr int kAttempts = 10;
+  std::string reason;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    // A newest file that cannot be opened, for instance another user's, is no reason to give up.
+    if (auto newest = reusableFile(); newest && openPath(std::move(*newest))) return true;
+    const auto path = manager_->createNewLogFile();
+    const auto opened = path ? openPath(TavrelDDLogFileInfo(*path)) : tl::make_unexpected(path.error());
+    if (opened) return true;
+    reason = opened.error().description;
+    if (!path || opened.error().code != ENOENT) break;
+  }
+  report(reason);
+  lostReason_ = std::move(reason);
   return false;
 }
 
 void RollingLogFile::add(std::string_view line) {
-  if (!open()) return;
+  if (!open()) {
+    ++lostLines_;
+    return;
+  }
   gathered_.append(line);
   lineEnds_.push_back(gathered_.size());
   if (gathered_.size() >= kLargestGathering) write();
@@ -93,20 +114,40 @@ void RollingLogFile::write() {
     lineEnds_ = std::move(keptEnds);
   }
   if (open()) {
+    if (lostLines_ > 0) writeLostNote();
     info_->reset();
-    if (const auto result = file_->append(gathered_, lineEnds_); !result) report(result.error().description);
+    const auto [lines, reason] = file_->append(gathered_, lineEnds_);
+    if (reason != 0) noteLost(lineEnds_.size() - lines, std::generic_category().message(reason));
+    if (maximumFileSize != 0) file_->updateOffset();
+  } else {
+    lostLines_ += lineEnds_.size();
   }
   gathered_.clear();
   lineEnds_.clear();
   if (gathered_.capacity() > 2 * kLargestGathering) gathered_.shrink_to_fit();
+  rollIfTooLarge();
+}
+
+void RollingLogFile::noteLost(std::size_t lines, const std::string& reason) {
+  lostLines_ += lines;
+  lostReason_ = fmt::format("cannot write {}: {}", info_->filePath().string(), reason);
+  report(lostReason_);
+}
+
+void RollingLogFile::writeLostNote() {
+  const LogLineFrame frame(TavrelDDLogFlagWarning, "RollingLogFile::write");
+  const std::string note = fmt::format("{}{} messages were lost before this line: {}{}", frame.head(), lostLines_,
+                                       lostReason_, frame.tail());
+  const std::size_t end[] = {note.size()};
+  if (file_->append(note, end).reason == 0) lostLines_ = 0;
 }
 
 void RollingLogFile::roll() {
   write();
   if (!file_) return;
-  file_->synchronise();
   const bool isGone = file_->isGone();
-  file_.reset();
+  // Callers that write through would wait for the disk.
+  DispatchQueue::global()->async([file = std::shared_ptr<LogFile>(takeFile())] { file->synchronise(); });
   TavrelDDLogFileInfo rolled = *std::exchange(info_, std::nullopt);
   if (!isGone) rolled.setIsArchived(true);  // another file may stand under the path
   tellManager([&](TavrelDDLogFileManager& manager) { manager.didRollAndArchiveLogFile(rolled.filePath()); });
@@ -128,8 +169,15 @@ void RollingLogFile::synchronise() {
 
 void RollingLogFile::close() {
   write();
-  file_.reset();
+  takeFile().reset();
   info_.reset();
+}
+
+void RollingLogFile::leaveToParent() {
+  gathered_.clear();
+  lineEnds_.clear();
+  lostLines_ = 0;
+  close();
 }
 
 }  // namespace tavrel

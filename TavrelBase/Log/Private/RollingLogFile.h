@@ -39,6 +39,8 @@ class RollingLogFile {
   void synchronise();
   /// Writes and closes; the file may be continued later.
   void close();
+  /// In a forked child: closes without writing what is the parent's.
+  void leaveToParent();
 
   const std::optional<TavrelDDLogFileInfo>& info() const { return info_; }
   const std::unique_ptr<LogFile>& file() const { return file_; }
@@ -46,7 +48,10 @@ class RollingLogFile {
  private:
   void report(std::string_view reason);
   std::optional<TavrelDDLogFileInfo> reusableFile();
-  bool openPath(TavrelDDLogFileInfo info, bool reports);
+  Expected<void> openPath(TavrelDDLogFileInfo info);
+  std::unique_ptr<LogFile> takeFile();
+  void noteLost(std::size_t lines, const std::string& reason);
+  void writeLostNote();
   bool isTooOld(const TavrelDDLogFileInfo& info) const;
   template <typename Callback>
   void tellManager(Callback callback);
@@ -57,6 +62,8 @@ class RollingLogFile {
   std::unique_ptr<LogFile> file_;
   std::string gathered_;
   std::vector<std::size_t> lineEnds_;
+  std::size_t lostLines_ = 0;
+  std::string lostReason_;
   LimitedReports reports_{"TavrelDDFileLogger.logMessage: Too many exceptions -- will not log any more of them."};
 };
 

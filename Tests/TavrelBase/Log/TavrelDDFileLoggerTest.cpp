@@ -71,8 +71,8 @@ TEST_F(FileLoggerTest, ALineSaysWhoWhatAndWhere) {
 TEST_F(FileLoggerTest, TheFormattersResultEndsTheLine) {
   const TavrelDDLogMessage::Clock::time_point time(std::chrono::sys_days(std::chrono::March / 1 / 2026) + 1h + 2min +
                                                    3s + 4ms);
-  TavrelDDLog::log(false, TavrelDDLogMessage("text", 7, 4, 0, "f.cpp", "f", 1, "Tag", 0, time));
-  EXPECT_THAT(readText(current()), HasSubstr(" [I] Tag text f f.cpp:1 2026/03/01 01:02:03:004\n"));
+  TavrelDDLog::log(false, TavrelDDLogMessage("text", 15, 4, 0, "f.cpp", "f", 1, "Tag", 0, time));
+  EXPECT_THAT(readText(current()), HasSubstr(" [I] Tag text f f.cpp:1 2026/03/01 01:02:03:004 +0000\n"));
 
   struct Marked : TavrelDDLogFormatter {
     std::string formatLogMessage(const TavrelDDLogMessage&) override { return "<mark>"; }
@@ -147,6 +147,13 @@ TEST_F(FileLoggerTest, RollsByAge) {
   logger_->setRollingFrequency(0);
   LogClock::set([] { return std::chrono::system_clock::now() + 240h; });
   logger_->maybeRollLogFileDueToAge();
+  EXPECT_EQ(manager_->rolled.size(), 1U);
+
+  const test::ConsoleCapture console;
+  logger_->setRollingFrequency(std::numeric_limits<double>::quiet_NaN());
+  EXPECT_EQ(logger_->rollingFrequency(), 0);
+  EXPECT_EQ(console.messages().size(), 1U);
+  logger_->setRollingFrequency(std::numeric_limits<double>::infinity());
   EXPECT_EQ(manager_->rolled.size(), 1U);
 }
 
@@ -229,6 +236,14 @@ TEST_F(FileLoggerTest, AFileDeletedOrMovedFromOutsideIsReplacedByTheNextMessage)
   fs::remove_all(folder_.path());
   log("four");
   EXPECT_THAT(readText(current()), HasSubstr("four"));
+
+  // The file keeps its name, and a folder above it gets another one.
+  const fs::path away = folder_.path().parent_path() / (folder_.path().filename().string() + "-away");
+  fs::rename(folder_.path(), away);
+  log("five");
+  const std::string text = everything();
+  fs::remove_all(away);
+  EXPECT_THAT(text, HasSubstr("five"));
 }
 
 TEST_F(FileLoggerTest, HostileTextsSurvive) {
@@ -335,7 +350,14 @@ TEST_F(FileLoggerTest, AFullDiskLosesWholeLinesOnlyAndIsReportedTenTimes) {
   const auto lines = readLines(path);
   EXPECT_GT(lines.size(), 20U);
   EXPECT_THAT(lines.back(), HasSubstr("after"));
+  const std::size_t lost = 300 + 20 + 2 - (lines.size() - 1);
+  EXPECT_THAT(
+      lines[lines.size() - 2],
+      HasSubstr(fmt::format("[W] TavrelLogger {} messages were lost before this line: cannot write {}: File too "
+                            "large RollingLogFile::write - 20",
+                            lost, path.string())));
   for (const std::string& line : lines) {
+    if (&line == &lines[lines.size() - 2]) continue;
     EXPECT_THAT(line, ::testing::StartsWith(program_invocation_short_name));
     EXPECT_THAT(line, HasSubstr("Class::function Source.cpp:42 20"));
     EXPECT_EQ(line.find("Tag", line.find("Tag") + 1), std::string::npos) << line;

@@ -95,7 +95,7 @@ TEST_F(TavrelLoggerTest, TheSharedFileLoggerIsAddedOnRequest) {
   const auto lines = test::readLines(logger->currentLogFileInfo()->filePath());
   ASSERT_EQ(lines.size(), 1U);
   EXPECT_THAT(lines[0],
-              HasSubstr("[D] TavrelCamera an error TavrelLoggerTest_TheSharedFileLoggerIsAddedOnRequest_Test::"
+              HasSubstr("[E] TavrelCamera an error TavrelLoggerTest_TheSharedFileLoggerIsAddedOnRequest_Test::"
                         "TestBody TavrelLoggerTest.cpp:"));
   TavrelLogger::enableFileLogger();
   EXPECT_EQ(TavrelDDLog::allLoggers().size(), 2U);  // with the level of the moment besides
@@ -114,9 +114,10 @@ void logToTheConsole() {
 TEST(TavrelLoggerConsoleTest, TheConsoleIsAttachedFromTheStart) {
   // Not a fixture that removes loggers: the process that runs the statement starts afresh.
   EXPECT_EXIT(logToTheConsole(), ::testing::ExitedWithCode(0),
-              ::testing::AllOf(::testing::ContainsRegex("[0-9-]+ [0-9:.]+ [^ ]+\\[[0-9]+\\] \\[D\\] Tag: admitted\n"),
-                               ::testing::ContainsRegex("\\[E\\] Tag: an error\n"),
-                               ::testing::Not(HasSubstr("not admitted")), ::testing::Not(HasSubstr("\033"))));
+              ::testing::AllOf(
+                  ::testing::ContainsRegex("[0-9-]+ [0-9:.]+ [+-][0-9]{4} [^ ]+\\[[0-9]+\\] \\[D\\] Tag: admitted\n"),
+                  ::testing::ContainsRegex("\\[E\\] Tag: an error\n"), ::testing::Not(HasSubstr("not admitted")),
+                  ::testing::Not(HasSubstr("\033"))));
 }
 
 TEST_F(TavrelLoggerTest, LinesAreColouredByLevelOnATerminalOnly) {

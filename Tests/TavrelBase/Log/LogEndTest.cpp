@@ -1,0 +1,303 @@
+// How processes end, and with them their logs: nothing that was logged is missing, and the last line says why.
+#include <fcntl.h>
+#include <pty.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <stdexcept>
+#include <thread>
+
+#include "Platform/Foundation/ConsoleLog.h"
+#include "Platform/Foundation/FatalAssertion.h"
+#include "Support/LogTestSupport.h"
+
+namespace tavrel {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ExitedWithCode;
+using ::testing::HasSubstr;
+using ::testing::KilledBySignal;
+
+constexpr int kLines = 5000;
+constexpr unsigned kLimit = 120;  // seconds, for a process that would otherwise hang
+
+/// A folder that the processes of the tests know too.
+fs::path sharedFolder() {
+  constexpr const char* kVariable = "TAVREL_LOG_END_TEST";
+  if (const char* known = std::getenv(kVariable)) return known;
+  static const test::LogTestFolder folder;
+  setenv(kVariable, folder.path().c_str(), 1);
+  return folder.path();
+}
+
+/// The text of all log files, which are removed.
+std::string takeEverything() {
+  std::string text;
+  for (const auto& entry : fs::recursive_directory_iterator(sharedFolder()))
+    if (entry.is_regular_file()) text += test::readText(entry.path());
+  for (const auto& entry : fs::directory_iterator(sharedFolder())) fs::remove_all(entry);
+  return text;
+}
+
+std::size_t count(std::string_view text, std::string_view part) {
+  std::size_t count = 0;
+  for (auto at = text.find(part); at != std::string_view::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+std::shared_ptr<TavrelDDFileLogger> addFileLogger() {
+  alarm(kLimit);
+  const auto logger =
+      std::make_shared<TavrelDDFileLogger>(std::make_shared<TavrelDDLogFileManagerDefault>(sharedFolder()));
+  TavrelDDLog::addLogger(logger);
+  return logger;
+}
+
+int overflow(int depth) {
+  volatile char frame[4096];
+  frame[depth % 4096] = 1;
+  const auto next = &overflow;
+  return depth < 1 << 30 ? next(depth + 1) + frame[0] : 0;
+}
+
+int* volatile nowhere = nullptr;
+
+void crash() { *nowhere = 1; }
+
+struct CrashingFormatter : TavrelDDLogFormatter {
+  std::string formatLogMessage(const TavrelDDLogMessage& message) override {
+    if (message.message() == "crash") crash();
+    return {};
+  }
+};
+
+struct Way {
+  const char* name;
+  void (*end)();
+  bool (*isExpected)(int status);
+  const char* lastLine;
+};
+
+template <int signal>
+bool isKilled(int status) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  // The handler before was the sanitizer's, which reports and ends the process itself.
+  if (WIFEXITED(status)) return signal == SIGSEGV && WEXITSTATUS(status) != 0;
+#endif
+  return WIFSIGNALED(status) && WTERMSIG(status) == signal;
+}
+
+bool hasExited(int status) { return WIFEXITED(status) && WEXITSTATUS(status) == 3; }
+
+const Way kWays[] = {
+    {"fatalAssertion", [] { fatalAssertion("broken {}", 7); }, isKilled<SIGABRT>,
+     "[E] TavrelLogger *** Assertion failure: broken 7 "},
+    {"terminate", [] { std::terminate(); }, isKilled<SIGABRT>, "received SIGABRT"},
+    {"exception", [] { std::thread([] { throw std::runtime_error("unexpected"); }).join(); }, isKilled<SIGABRT>,
+     "received SIGABRT"},
+    {"SIGSEGV", crash, isKilled<SIGSEGV>, "received SIGSEGV"},
+    {"SIGFPE", [] { std::raise(SIGFPE); }, isKilled<SIGFPE>, "received SIGFPE"},
+    {"SIGTERM", [] { kill(getpid(), SIGTERM), pause(); }, isKilled<SIGTERM>, "received SIGTERM"},
+    {"stack", [] { overflow(0); }, isKilled<SIGSEGV>, "received SIGSEGV"},
+    {"thread", [] { std::thread(crash).join(); }, isKilled<SIGSEGV>, "received SIGSEGV"},
+    {"formatter",
+     [] {
+       addFileLogger()->setLogFormatter(std::make_shared<CrashingFormatter>());
+       test::logText(true, TavrelDDLogFlagInfo, "crash");
+     },
+     isKilled<SIGSEGV>, "received SIGSEGV"},
+    {"quick_exit", [] { std::quick_exit(3); }, hasExited, "number 4999"},
+    {"_exit", [] { _exit(3); }, hasExited, "number 4999"},
+    {"exit", [] { std::exit(3); }, hasExited, "number 4999"},
+    {"SIGKILL", [] { kill(getpid(), SIGKILL), pause(); }, isKilled<SIGKILL>, "number 4999"},
+};
+
+class LogEndTest : public ::testing::TestWithParam<Way> {};
+
+TEST_P(LogEndTest, LosesNothingAndSaysWhy) {
+  fs::create_directories(sharedFolder());
+  const auto end = [] {
+    addFileLogger();
+    for (int i = 0; i < kLines; ++i) TAVREL_LOG_INFO("Tag", "number {}", i);
+    GetParam().end();
+  };
+  EXPECT_EXIT(end(), GetParam().isExpected, "");
+  const std::string text = takeEverything();
+  EXPECT_EQ(count(text, "[I] Tag number "), static_cast<std::size_t>(kLines));
+  ASSERT_FALSE(text.empty());
+  EXPECT_EQ(text.back(), '\n');
+  EXPECT_THAT(text.substr(text.rfind('\n', text.size() - 2) + 1), HasSubstr(GetParam().lastLine));
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, LogEndTest, ::testing::ValuesIn(kWays),
+                         [](const auto& way) { return std::string(way.param.name); });
+
+void handOn() {
+  static volatile std::sig_atomic_t handled = 0;
+  std::signal(SIGTERM, [](int) { handled = 1; });
+  const auto logger = addFileLogger();
+  test::logText(false, TavrelDDLogFlagInfo, "text");
+  std::raise(SIGTERM);
+  TavrelLogger::setHandlesSignals(true);
+  std::signal(SIGABRT, SIG_DFL);
+  TavrelLogger::setHandlesSignals(false);
+  struct sigaction present {};
+  sigaction(SIGSEGV, nullptr, &present);
+  std::exit(handled == 1 && present.sa_handler == SIG_DFL ? 0 : 1);
+}
+
+TEST(LogSignalTest, AreHandedOnToTheHandlerBeforeAndCanBeLeftAlone) { EXPECT_EXIT(handOn(), ExitedWithCode(0), ""); }
+
+/// A process whose loggers have worked, and have threads, makes a child that logs, and another that only ends.
+void forkAfterLogging() {
+  addFileLogger();
+  TavrelDDLog::addLogger(std::make_shared<TavrelDDTTYLogger>(STDERR_FILENO));
+  for (int i = 0; i < 100; ++i) TAVREL_LOG_INFO("Tag", "parent {}", i);
+  TAVREL_LOG_ERROR("Tag", "parent's error");
+  for (const bool logs : {true, false}) {
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(kLimit);
+      if (logs) TAVREL_LOG_ERROR("Tag", "child's error");
+      for (int i = 0; logs && i < 100; ++i) TAVREL_LOG_INFO("Tag", "child {}", i);
+      if (logs) TavrelDDLog::flushLog();
+      std::exit(3);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (!hasExited(status)) std::exit(1);
+    if (logs) TAVREL_LOG_INFO("Tag", "child was {}", child);
+  }
+  for (int i = 0; i < 100; ++i) TAVREL_LOG_INFO("Tag", "parent {}", 100 + i);
+  std::exit(0);
+}
+
+TEST(LogForkTest, AChildOfAProcessThatHasLoggedLogsAndEnds) {
+  fs::create_directories(sharedFolder());
+  EXPECT_EXIT(forkAfterLogging(), ExitedWithCode(0), "child's error(.|\n)*child 99");
+  const std::string text = takeEverything();
+  EXPECT_EQ(count(text, "Tag parent "), 200U);
+  EXPECT_EQ(count(text, "[E] Tag parent's error"), 1U);
+  EXPECT_EQ(count(text, "Tag child "), 101U);
+  const auto was = text.find("child was ") + 10;
+  const std::string child = text.substr(was, text.find(' ', was) - was);
+  EXPECT_THAT(text, HasSubstr(fmt::format("[{}:{}] [E] Tag child's error", child, child)));
+}
+
+/// Eight processes that fill and roll the files of one folder at the same time.
+void logInProcesses(unsigned kept) {
+  for (int process = 0; process < 8; ++process) {
+    if (fork() != 0) continue;
+    TavrelDDLog::removeAllLoggers();
+    const auto logger = addFileLogger();
+    logger->setMaximumFileSize(64 * 1024);
+    logger->logFileManager()->setMaximumNumberOfLogFiles(kept);
+    for (int i = 0; i < kLines; ++i) TAVREL_LOG_INFO("Tag", "number {}", i);
+    std::exit(0);
+  }
+  int worst = 0;
+  for (int status = 0; wait(&status) > 0;) worst = std::max(worst, status);
+  std::exit(worst);
+}
+
+TEST(LogFolderTest, EightProcessesKeepTheLimitAndEveryLine) {
+  fs::create_directories(sharedFolder());
+  EXPECT_EXIT(logInProcesses(0), ExitedWithCode(0), "^$");
+  for (const auto& entry : fs::directory_iterator(sharedFolder())) EXPECT_LT(entry.file_size(), 64U * 1024 + 8 * 200);
+  EXPECT_EQ(count(takeEverything(), "Tag number "), 8U * kLines);
+  EXPECT_EXIT(logInProcesses(1), ExitedWithCode(0), "^$");  // no complaint about a file that was deleted too early
+  takeEverything();
+}
+
+int fullPipe(bool blocks) {
+  int ends[2];
+  if (pipe2(ends, O_NONBLOCK) != 0) _exit(1);
+  while (write(ends[1], "x", 1) == 1) continue;
+  if (blocks) fcntl(ends[1], F_SETFL, 0);
+  return ends[1];
+}
+
+/// Consoles that take nothing, each of its own kind.
+const std::pair<const char*, int (*)()> kConsoles[] = {
+    {"FullPipe", [] { return fullPipe(true); }},
+    {"FullPipeThatDoesNotBlock", [] { return fullPipe(false); }},
+    {"BrokenPipe",
+     [] {
+       int ends[2];
+       if (pipe(ends) == 0) close(ends[0]);
+       return ends[1];
+     }},
+    {"FullSocket",
+     [] {
+       int ends[2];
+       if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) _exit(1);
+       while (send(ends[1], "x", 1, MSG_DONTWAIT) == 1) continue;
+       return ends[1];
+     }},
+    {"ClosedSocket",
+     [] {
+       int ends[2];
+       if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0) close(ends[0]);
+       return ends[1];
+     }},
+    {"StoppedTerminal",
+     [] {
+       int terminal = -1;
+       int client = -1;
+       if (openpty(&terminal, &client, nullptr, nullptr, nullptr) != 0 || tcflow(client, TCOOFF) != 0) _exit(1);
+       return client;
+     }},
+    {"Closed", [] { return -1; }},
+    {"FullDisk", [] { return open("/dev/full", O_WRONLY); }},
+};
+
+class StuckConsoleTest : public ::testing::TestWithParam<std::pair<const char*, int (*)()>> {};
+
+TEST_P(StuckConsoleTest, HoldsNobodyUp) {
+  const auto log = [] {
+    alarm(kLimit);
+    const int console = GetParam().second();
+    close(STDERR_FILENO);
+    if (console >= 0) dup2(console, STDERR_FILENO);
+    for (int i = 0; i < 3000; ++i) TAVREL_LOG_INFO("Tag", "number {}", i);
+    for (int i = 0; i < 10; ++i) TAVREL_LOG_ERROR("Tag", "error {}", i);
+    for (int i = 0; i < 3000; ++i) ConsoleLog::write("number {}", i);
+    fatalAssertion("the end");
+  };
+  EXPECT_EXIT(log(), KilledBySignal(SIGABRT), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Consoles, StuckConsoleTest, ::testing::ValuesIn(kConsoles),
+                         [](const auto& way) { return std::string(way.param.first); });
+
+TEST(ConsoleWriterTest, AConsoleThatTakesLinesAgainSaysWhatWasLost) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  const auto logger = std::make_shared<TavrelDDTTYLogger>(ends[1]);
+  const std::string filler(400, 'x');
+  const auto line = [&](int i) {
+    logger->logMessage(TavrelDDLogMessage(filler, 1, 1, 0, "f.cpp", "f", 1, fmt::format("<{}>", i)));
+    logger->finishHandOver();
+  };
+  for (int i = 0; i < 1000; ++i) line(i);  // more than a pipe holds
+  std::string text;
+  char bytes[65536];
+  text.append(bytes, static_cast<std::size_t>(read(ends[0], bytes, sizeof bytes)));
+  line(1000);
+  close(ends[1]);
+  for (ssize_t more = 0; (more = read(ends[0], bytes, sizeof bytes)) > 0;)
+    text.append(bytes, static_cast<std::size_t>(more));
+  close(ends[0]);
+  EXPECT_THAT(text, HasSubstr("<1000>: "));
+  const auto whole = count(text, filler + "\n");
+  EXPECT_EQ(whole, count(text, "[E] <"));
+  EXPECT_THAT(text, HasSubstr(fmt::format("\n({} lines were lost here: nobody took them)\n", 1001 - whole)));
+}
+
+}  // namespace
+}  // namespace tavrel
