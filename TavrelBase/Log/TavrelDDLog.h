@@ -16,7 +16,7 @@ namespace tavrel {
 
 /// The process-wide switchboard between the code that logs and the loggers that write.
 ///
-///     caller ──▶ loggers that write through ──▶ backlog (1000) ──▶ logging queue ──▶ each other admitting logger's queue
+///     caller ──▶ loggers that write through ──▶ backlog (1000) ──▶ logging queue ──▶ queue of each other logger
 ///
 /// Records reach every logger whose mask holds the record's flag, in the order in which each thread logged them.
 /// Loggers that write through, as the file logger does, have written when the call returns; where that would take long,
