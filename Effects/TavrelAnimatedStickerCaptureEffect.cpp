@@ -6,7 +6,6 @@
 #include "GPUImage/Filters/TavrelGPUImageAlphaBlendFilter.h"
 #include "GPUImage/Filters/TavrelGPUImagePlacementFilter.h"
 #include "GPUImage/Sources/TavrelGPUImagePicture.h"
-#include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Imaging/ImageSource.h"
 #include "Platform/Imaging/ImagingError.h"
 #include "TavrelBase/Utils/TavrelUtils.h"
@@ -145,14 +144,20 @@ bool TavrelAnimatedStickerCaptureEffect::refreshPictureWithTimestamp(double time
   own.currentFrameIndex = moment.frameIndex;
   const std::shared_ptr<Image> image = own.imageAtIndex(moment.frameIndex);
   if (!image) return false;
-  // On the queue as a whole: a pass that is under way must not lose the texture.
-  TavrelRunSynchronouslyOnVideoProcessingQueue([&] { own.picture->updateWithCGImage(image); });
+  own.picture->updateWithCGImage(image);
   return true;
 }
 
 TavrelCaptureEffectNodes TavrelAnimatedStickerCaptureEffect::makeNodes(Size frameSize) {
   setVideoSize(frameSize);
   return {.filters = {filter()}, .pictures = {picture()}};
+}
+
+TavrelCaptureEffectPart TavrelAnimatedStickerCaptureEffect::onPart(const Rect& input, Size) const {
+  const std::shared_ptr<TavrelAnimatedStickerCaptureEffect> moved(new TavrelAnimatedStickerCaptureEffect(*this));
+  moved->setDestRect({{destRect_.origin.x - input.origin.x, destRect_.origin.y - input.origin.y}, destRect_.size});
+  moved->setRotation(rotation_);
+  return {moved, input};
 }
 
 std::shared_ptr<PixelBuffer> TavrelAnimatedStickerCaptureEffect::prepareFrame(

@@ -37,6 +37,8 @@ class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelCaptureEffect
   std::shared_ptr<TavrelCaptureEffect> copy() const override;
   /// `filter` and `picture`, placed on frames of that size.
   TavrelCaptureEffectNodes makeNodes(Size frameSize) override;
+  std::optional<Rect> inputFor(const Rect& output, Size) const override { return output; }
+  TavrelCaptureEffectPart onPart(const Rect& input, Size frameSize) const override;
   /// Shows what is due at `frameTime`, if that is a time.
   std::shared_ptr<PixelBuffer> prepareFrame(const std::shared_ptr<PixelBuffer>& pixelBuffer,
                                             const SampleTiming& sampleTimingInfo, MediaTime frameTime) override;

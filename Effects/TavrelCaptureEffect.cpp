@@ -1,5 +1,6 @@
 #include "Effects/TavrelCaptureEffect.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "Platform/Foundation/ObserverList.h"
@@ -27,6 +28,17 @@ TavrelCaptureEffectNodes TavrelCaptureEffect::makeNodes(Size) { return {}; }
 bool TavrelCaptureEffect::applyChange(std::string_view, const TavrelCaptureEffectNodes&) { return false; }
 
 Size TavrelCaptureEffect::sizeAfter(Size frameSize) const { return frameSize; }
+
+std::optional<Rect> TavrelCaptureEffect::inputFor(const Rect&, Size) const { return std::nullopt; }
+
+TavrelCaptureEffectPart TavrelCaptureEffect::onPart(const Rect& input, Size) const { return {nullptr, input}; }
+
+Rect TavrelCaptureEffect::grown(const Rect& part, double margin, Size frameSize) {
+  const Point first = {std::max(0.0, part.minX() - margin), std::max(0.0, part.minY() - margin)};
+  const Point last = {std::min(frameSize.width, part.maxX() + margin),
+                      std::min(frameSize.height, part.maxY() + margin)};
+  return {first, {last.x - first.x, last.y - first.y}};
+}
 
 std::shared_ptr<PixelBuffer> TavrelCaptureEffect::prepareFrame(const std::shared_ptr<PixelBuffer>& pixelBuffer,
                                                                const SampleTiming&, MediaTime) {

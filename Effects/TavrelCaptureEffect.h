@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -15,6 +16,16 @@ namespace tavrel {
 
 class PixelBuffer;
 struct SampleTiming;
+
+class TavrelCaptureEffect;
+
+/// What an effect does with a part of a frame.
+struct TavrelCaptureEffectPart {
+  /// Works on pictures that are the part; none: the effect itself does.
+  std::shared_ptr<TavrelCaptureEffect> effect;
+  /// The part of the frame behind the effect that it makes of them.
+  Rect output;
+};
 
 /// Describes one effect that a camera, or a `TavrelCaptureEffectChain`, is asked for. It carries parameters and makes
 /// the nodes that draw it.
@@ -46,6 +57,15 @@ class TAVREL_API TavrelCaptureEffect : public TavrelObject {
   virtual bool applyChange(std::string_view property, const TavrelCaptureEffectNodes& nodes);
   /// The size that a frame of `frameSize` has behind the effect, in pixels; the same by default.
   virtual Size sizeAfter(Size frameSize) const;
+
+  /// For frames that are worked on part by part, see `TavrelCaptureEffectChain::part`: the part of a frame of
+  /// `frameSize` on which the part `output` of the frame behind the effect depends, in whole pixels from the top left.
+  /// None, as by default: the effect works on whole frames only.
+  virtual std::optional<Rect> inputFor(const Rect& output, Size frameSize) const;
+  /// What the effect does with the part `input`, which has at least what `inputFor` asked for. By default the effect
+  /// itself makes the same part of the frame behind it.
+  virtual TavrelCaptureEffectPart onPart(const Rect& input, Size frameSize) const;
+
   /// Called for every frame before it enters the graph: on a camera's capture queue, which waits, or by whoever has a
   /// chain. `pixelBuffer` is what the effect before returned; nullptr where frames have no pixel buffer.
   /// `sampleTimingInfo` is the sample's own timing, `frameTime` the one with which it enters the graph: invalid for the
@@ -68,6 +88,8 @@ class TAVREL_API TavrelCaptureEffect : public TavrelObject {
     changeValue(property, std::forward<Value>(value), name);
     announceChange(name);
   }
+  /// `part` with `margin` pixels more on each side, as far as the frame goes.
+  static Rect grown(const Rect& part, double margin, Size frameSize);
   /// Tells whoever has nodes of this effect that `property` has a new value; see `applyChange`.
   void announceChange(std::string_view property);
 

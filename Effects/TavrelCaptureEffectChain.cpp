@@ -37,6 +37,24 @@ std::shared_ptr<TavrelGPUImageOutput> TavrelCaptureEffectChain::connect(
   return last;
 }
 
+std::optional<TavrelCaptureEffectChain::Part> TavrelCaptureEffectChain::part(const Rect& output, Size frameSize) const {
+  std::vector<Size> sizes = {frameSize};
+  for (const auto& effect : effects_) sizes.push_back(effect->sizeAfter(sizes.back()));
+  Rect input = output;
+  for (std::size_t i = effects_.size(); i-- > 0;) {
+    const auto needed = effects_[i]->inputFor(input, sizes[i]);
+    if (!needed) return std::nullopt;
+    input = *needed;
+  }
+  Part whole{TavrelCaptureEffectChain({}), input, input};
+  for (std::size_t i = 0; i < effects_.size(); ++i) {
+    TavrelCaptureEffectPart part = effects_[i]->onPart(whole.output, sizes[i]);
+    whole.chain.effects_.push_back(part.effect ? std::move(part.effect) : effects_[i]);
+    whole.output = part.output;
+  }
+  return whole;
+}
+
 std::shared_ptr<PixelBuffer> TavrelCaptureEffectChain::prepareFrame(std::shared_ptr<PixelBuffer> pixelBuffer,
                                                                     const SampleTiming& sampleTimingInfo,
                                                                     MediaTime frameTime) const {

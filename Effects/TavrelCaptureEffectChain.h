@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "Effects/TavrelCaptureEffect.h"
@@ -30,6 +31,11 @@ class TAVREL_API TavrelCaptureEffectChain {
   /// Returns the last node: `source` when the effects have none. What the effects say later does not show. The chain
   /// keeps the nodes, so it must live as long as frames come. Not on the video-processing queue.
   std::shared_ptr<TavrelGPUImageOutput> connect(const std::shared_ptr<TavrelGPUImageOutput>& source, Size frameSize);
+  struct Part;
+  /// For frames too large to be worked on as a whole: how the part `output` of the frame behind the chain, in whole
+  /// pixels from the top left, is made of a part of a frame of `frameSize`. None when an effect works on whole frames
+  /// only.
+  std::optional<Part> part(const Rect& output, Size frameSize) const;
   /// Has each effect prepare the next frame; see `TavrelCaptureEffect::prepareFrame`.
   std::shared_ptr<PixelBuffer> prepareFrame(std::shared_ptr<PixelBuffer> pixelBuffer,
                                             const SampleTiming& sampleTimingInfo, MediaTime frameTime) const;
@@ -37,6 +43,15 @@ class TAVREL_API TavrelCaptureEffectChain {
  private:
   Effects effects_;
   std::vector<TavrelCaptureEffectNodes> nodes_;
+};
+
+/// A part of what a chain does; its pixels are those of the whole.
+struct TavrelCaptureEffectChain::Part {
+  /// For pictures that are `input` of the frame.
+  TavrelCaptureEffectChain chain;
+  Rect input;
+  /// Which part of the frame behind the chain it gives: what was asked for, and sometimes more around it.
+  Rect output;
 };
 
 }  // namespace tavrel

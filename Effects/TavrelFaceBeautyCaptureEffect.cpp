@@ -19,6 +19,11 @@ TavrelCaptureEffectNodes TavrelFaceBeautyCaptureEffect::makeNodes(Size) {
   return {.filters = {filter}, .pictures = {}};
 }
 
+std::optional<Rect> TavrelFaceBeautyCaptureEffect::inputFor(const Rect& output, Size frameSize) const {
+  constexpr double kFarthestSample = 20;  // ten steps of two pixels
+  return grown(output, kFarthestSample + 1, frameSize);
+}
+
 bool TavrelFaceBeautyCaptureEffect::applyChange(std::string_view property, const TavrelCaptureEffectNodes& nodes) {
   auto& filter = static_cast<TavrelGPUImageBeautifyFilter&>(*nodes.filters.front());
   if (property == "beautyLevel") filter.setBeautyLevel(beautyLevel_);

@@ -17,6 +17,7 @@ class TAVREL_API TavrelFaceBeautyCaptureEffect : public TavrelCaptureEffect {
   }
   /// A beautify filter with the levels.
   TavrelCaptureEffectNodes makeNodes(Size frameSize) override;
+  std::optional<Rect> inputFor(const Rect& output, Size frameSize) const override;
   bool applyChange(std::string_view property, const TavrelCaptureEffectNodes& nodes) override;
 
   double beautyLevel() const { return beautyLevel_; }

@@ -9,10 +9,22 @@
 
 namespace tavrel {
 
+Rect TavrelImageStickerCaptureEffect::place() const {
+  if (destRect_ != Rect() || !image_) return destRect_;
+  return {{0, 0}, {static_cast<double>(image_->width()), static_cast<double>(image_->height())}};
+}
+
+TavrelCaptureEffectPart TavrelImageStickerCaptureEffect::onPart(const Rect& input, Size) const {
+  const Rect rectangle = place();
+  const auto moved = std::make_shared<TavrelImageStickerCaptureEffect>(*this);
+  moved->setDestRect({{rectangle.origin.x - input.origin.x, rectangle.origin.y - input.origin.y}, rectangle.size});
+  return {moved, input};
+}
+
 TavrelCaptureEffectNodes TavrelImageStickerCaptureEffect::makeNodes(Size frameSize) {
   if (!image_) return {};
   const Size imageSize = {static_cast<double>(image_->width()), static_cast<double>(image_->height())};
-  const Rect rectangle = destRect_ == Rect() ? Rect{{0, 0}, imageSize} : destRect_;
+  const Rect rectangle = place();
   const auto placement = std::make_shared<TavrelGPUImagePlacementFilter>();
   placement->setAffineTransform(TavrelGetTransform(rectangle, frameSize, static_cast<float>(rotation_)));
   placement->forceProcessingAtSize(frameSize);

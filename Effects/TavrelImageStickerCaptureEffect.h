@@ -15,6 +15,8 @@ class TAVREL_API TavrelImageStickerCaptureEffect : public TavrelCaptureEffect {
   }
   /// An alpha blend filter, into which a placed picture of the image leads; none without an image.
   TavrelCaptureEffectNodes makeNodes(Size frameSize) override;
+  std::optional<Rect> inputFor(const Rect& output, Size) const override { return output; }
+  TavrelCaptureEffectPart onPart(const Rect& input, Size frameSize) const override;
 
   const std::shared_ptr<Image>& image() const { return image_; }
   void setImage(std::shared_ptr<Image> image) { changeProperty(image_, std::move(image), "image"); }
@@ -26,6 +28,8 @@ class TAVREL_API TavrelImageStickerCaptureEffect : public TavrelCaptureEffect {
   void setRotation(double rotation) { changeProperty(rotation_, rotation, "rotation"); }
 
  private:
+  Rect place() const;
+
   std::shared_ptr<Image> image_;
   Rect destRect_;
   double rotation_ = 0;

@@ -14,6 +14,7 @@ class TAVREL_API TavrelLUTFilterCaptureEffect : public TavrelCaptureEffect {
   }
   /// A lookup filter, with a picture of the image; none without an image.
   TavrelCaptureEffectNodes makeNodes(Size frameSize) override;
+  std::optional<Rect> inputFor(const Rect& output, Size) const override { return output; }
 
   /// 512 × 512 pixels in 8 × 8 tiles: blue grows from tile to tile, red to the right and green downwards in each.
   const std::shared_ptr<Image>& image() const { return image_; }

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "GeometryEffects.h"
 #include "OptionValues.h"
 #include "Report.h"
 
@@ -29,21 +30,19 @@ std::shared_ptr<TavrelCaptureEffect> makeCrop(const std::string& value) {
   if (region.maxX() > kLargest || region.maxY() > kLargest) {
     throw UsageError(fmt::format("--crop {}: the rectangle reaches beyond the picture", value));
   }
-  return std::make_shared<TavrelFilterCaptureEffect>(std::make_shared<TavrelGPUImageCropFilter>(region));
+  return std::make_shared<CropEffect>(region);
 }
 
-std::shared_ptr<TavrelCaptureEffect> makeTurn(TavrelGPUImageRotationMode rotation) {
-  return std::make_shared<TavrelFilterCaptureEffect>(std::make_shared<TavrelGPUImageRotationFilter>(rotation));
+std::shared_ptr<TavrelCaptureEffect> makeMirror(const std::string&) {
+  return std::make_shared<TurnEffect>(kTavrelGPUImageFlipHorizontal);
 }
-
-std::shared_ptr<TavrelCaptureEffect> makeMirror(const std::string&) { return makeTurn(kTavrelGPUImageFlipHorizontal); }
 
 std::shared_ptr<TavrelCaptureEffect> makeRotation(const std::string& value) {
   const double number = parseNumbers(value, 1, 1, "--rotate", "a mode from 0 to 7").front();
   if (number != std::floor(number) || number < 0 || number > 7) {
     throw UsageError(fmt::format("--rotate {}: the mode is a whole number from 0 to 7", value));
   }
-  return makeTurn(static_cast<TavrelGPUImageRotationMode>(number));
+  return std::make_shared<TurnEffect>(static_cast<TavrelGPUImageRotationMode>(number));
 }
 
 /// Has its tone from the first frame on: the filter takes a tone over with the next beauty level that it is given.
@@ -66,14 +65,12 @@ std::shared_ptr<TavrelCaptureEffect> makeBeauty(const std::string& value) {
 }
 
 std::shared_ptr<TavrelCaptureEffect> makeBlur(const std::string& value) {
-  constexpr double kLargest = 62;  // from here on the kernel would get narrower again
   const double radius = parseNumbers(value, 1, 1, "--blur", "a radius in pixels").front();
-  if (radius < 0 || radius > kLargest) {
-    throw UsageError(fmt::format("--blur {}: expected a radius from 0 to {} pixels", value, kLargest));
+  if (radius < 0 || radius > BlurEffect::kLargestRadius) {
+    throw UsageError(
+        fmt::format("--blur {}: expected a radius from 0 to {} pixels", value, BlurEffect::kLargestRadius));
   }
-  auto filter = std::make_shared<TavrelGPUImageGaussianBlurFilter>();
-  filter->setBlurRadiusInPixels(radius);
-  return std::make_shared<TavrelFilterCaptureEffect>(std::move(filter));
+  return std::make_shared<BlurEffect>(radius);
 }
 
 std::shared_ptr<TavrelCaptureEffect> makeLookup(const std::string& value) {

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "PictureFiltering.h"
 #include "Report.h"
 
 namespace tavrel::tool {
@@ -25,6 +26,9 @@ FilterCommand::FilterCommand(CLI::App& app)
   command_->add_option("INPUT", input_, "A PNG, JPEG or GIF picture")->required();
   command_->add_option("OUTPUT", output_, "The picture to write: .png or .jpg")->required();
   command_->add_option("--quality", quality_, "Of a JPEG, 0 to 1")->check(CLI::Range(0.0, 1.0))->capture_default_str();
+  command_->add_option("--memory", memory_, "What the graph may take, in MiB: larger pictures are worked on in parts")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
   command_->add_flag("--json", json_, "Print the result as JSON");
 }
 
@@ -37,20 +41,8 @@ int FilterCommand::filter(TavrelCaptureEffectChain& effects) {
   const auto image = ImageSource::createWithFile(input_).and_then(
       [](const std::shared_ptr<ImageSource>& source) { return source->imageAtIndex(0); });
   if (!image) return fail("{}", image.error().description);
-  const std::shared_ptr<Image> upright = normalizedImage(*image);
-
-  const auto picture = std::make_shared<TavrelGPUImagePicture>(upright);
-  if (picture->outputImageSize().width < static_cast<double>(upright->width())) {
-    say("{} is larger than the GPU's largest texture and was reduced to {:.0f}x{:.0f}", input_.string(),
-        picture->outputImageSize().width, picture->outputImageSize().height);
-  }
-  // A filter at the end keeps the picture, also without effects.
-  const auto last = std::make_shared<TavrelGPUImageFilter>();
-  effects.connect(picture, picture->outputImageSize())->addTarget(last);
-  last->useNextFrameForImageCapture();
-  picture->processImage();
-  const std::shared_ptr<Image> filtered = last->newCGImageFromCurrentlyProcessedOutput();
-  if (!filtered) return fail("the graph gave no picture");
+  const std::shared_ptr<Image> filtered = PictureFiltering(effects, memory_ * (1 << 20)).run(normalizedImage(*image));
+  if (!filtered) return kFailure;
 
   const auto written = ImageDestination::write(markedPremultiplied(filtered), output_, quality_);
   if (!written) return fail("{}", written.error().description);

@@ -25,6 +25,7 @@ class FilterCommand {
   std::filesystem::path input_;
   std::filesystem::path output_;
   double quality_ = 0.92;
+  double memory_ = 1024;
   bool json_ = false;
 };
 

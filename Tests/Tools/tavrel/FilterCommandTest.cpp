@@ -5,6 +5,7 @@
 #include "ProgramTestSupport.h"
 #include "Support/EffectsComposite.h"
 #include "Support/EffectsGif.h"
+#include "Support/FilterReference.h"
 #include "Support/GraphTestSupport.h"
 
 namespace tavrel {
@@ -135,6 +136,62 @@ TEST_F(FilterCommandTest, StickersAreLaidOnWhereAsked) {
   ASSERT_EQ(test::tavrel("filter " + files + animation + sticker).status, 0);
   EXPECT_GT(output("out.png").at(23, 13).r, 230);
   EXPECT_EQ(output("out.png").at(18, 22), (test::Pixel{0, 255, 0, 255}));
+}
+
+TEST_F(FilterCommandTest, SizesAreWholePixelsAndAsLargeAsTheyCome) {
+  struct Case {
+    int width, height;
+    const char* effects;
+    int expectedWidth, expectedHeight;
+  };
+  for (const Case& each : {Case{64, 48, "--crop 0,0,0.001,1", 1, 48},
+                           {64, 48, "--crop 0.5,0.2,0.337,0.01", 22, 1},
+                           {20000, 1, "", 20000, 1},
+                           {1, 70000, "--rotate 1", 70000, 1},
+                           {16385, 2, "--crop 0,0,0.9999,0.1 --mirror", 16383, 1}}) {
+    const Picture picture(each.width, each.height, [](int x, int y) {
+      return test::Pixel{x % 256, (x / 256 + y) % 256, y / 256, 255};
+    });
+    ASSERT_TRUE(ImageDestination::write(test::imageOf(picture), file("odd.png")).has_value());
+    const CommandResult result = test::tavrel("filter " + file("odd.png") + " " + file("out.png") + " " + each.effects);
+    ASSERT_EQ(result.status, 0) << each.effects << ": " << result.output;
+    const Picture filtered = output("out.png");
+    EXPECT_EQ(filtered.width, each.expectedWidth) << each.effects;
+    EXPECT_EQ(filtered.height, each.expectedHeight) << each.effects;
+    if (each.width == 20000) {
+      EXPECT_EQ(largestDifference(filtered, picture), 0);
+    }
+    if (each.width == 1) {
+      EXPECT_EQ(filtered.at(12345, 0), picture.at(0, 12345));
+    }
+  }
+}
+
+TEST_F(FilterCommandTest, PartsHaveThePixelsOfTheWhole) {
+  const Picture picture = test::noisePicture(731, 542, true);
+  ASSERT_TRUE(ImageDestination::write(test::imageOf(picture), file("large.png")).has_value());
+  ASSERT_TRUE(ImageDestination::write(test::imageOf(test::noisePicture(90, 70, true)), file("s.png")).has_value());
+  std::ofstream(file("t.cube")) << "LUT_3D_SIZE 2\n0 0 0\n0 1 0\n1 0 0\n.9 .8 .1\n0 0 1\n.3 1 1\n1 0 .7\n1 1 1\n";
+  const std::string effects[] = {
+      "--lut " + file("t.cube"),
+      "--blur 40",
+      "--beauty 0.8,0.6",
+      "--crop 0.0123,0.1,0.81,0.77",
+      "--sticker " + file("s.png") + "@200,180,160,150,25",
+      "--rotate 1 --crop 0.3,0,0.7,0.9",
+      "--rotate 2 --sticker " + file("s.png") + "@100,50,400,600 --rotate 5",
+      "--rotate 6 --rotate 3",
+      "--crop 0.2,0.1,0.8,0.8 --blur 9 --rotate 7 --lut " + file("t.cube") + " --mirror --beauty 0.4",
+  };
+  for (const std::string& each : effects) {
+    const std::string command = "filter " + file("large.png") + " " + file("out.png") + " " + each;
+    ASSERT_EQ(test::tavrel(command).status, 0) << each;
+    const Picture whole = output("out.png");
+    const CommandResult inParts = test::tavrel(command + " --memory 4");
+    ASSERT_EQ(inParts.status, 0) << each << inParts.output;
+    // The sampler's weights have eight bits, whose last one follows the rounding of coordinates.
+    EXPECT_LE(largestDifference(output("out.png"), whole), 2) << each;
+  }
 }
 
 TEST_F(FilterCommandTest, BadInputIsSaidInOneLineAndLeavesNothing) {
