@@ -1,9 +1,9 @@
 #pragma once
 
 /// \file
-/// The bench on which programs that capture are tested: virtual devices that fail on demand, scenes and sounds whose
-/// recordings can be measured, and a clock without real time. Applications do without it: the virtual devices
-/// themselves are ordinary ones of `CaptureDevice`.
+/// For tests of capturing programs: virtual devices that fail on demand, scenes and sounds whose recordings can be
+/// measured, and a simulated clock. Applications do not need it to use the virtual devices, which `CaptureDevice` lists
+/// like any other.
 
 #include "Platform/Capture/Virtual/FastClock.h"
 #include "Platform/Capture/Virtual/FileScene.h"

@@ -9,29 +9,29 @@
 
 namespace tavrel {
 
-/// What became of the frames and the sound of one movie, from the start of its writing to now or to its end.
+/// What became of the frames and sound of one movie since its writing started.
 struct TavrelRecordingStatistics {
-  std::uint64_t framesWritten = 0;      ///< the file has taken them
-  std::uint64_t late = 0;               ///< lost: the capture queue was still busy
-  std::uint64_t busy = 0;               ///< lost: the frame before was still on its way through the effects
-  std::uint64_t whileSwitching = 0;     ///< lost: the camera was being switched or its effects exchanged
-  std::uint64_t lostInWriter = 0;       ///< lost: the encoder had no room
-  std::uint64_t soundLostInWriter = 0;  ///< buffers of sound that the encoder had no room for
+  std::uint64_t framesWritten = 0;      ///< safely in the file
+  std::uint64_t late = 0;               ///< lost in capture, mostly because its queue was busy
+  std::uint64_t busy = 0;               ///< lost: the previous frame was still in the effects
+  std::uint64_t whileSwitching = 0;     ///< lost: the camera was being switched or its effects changed
+  std::uint64_t lostInWriter = 0;       ///< lost: the encoder's queue was full
+  std::uint64_t soundLostInWriter = 0;  ///< audio buffers lost: the encoder's queue was full
 
   std::uint64_t framesLost() const { return late + busy + whileSwitching + lostInWriter; }
 };
 
-/// A movie that a `TavrelRecorder` has written.
+/// A movie written by a `TavrelRecorder`.
 struct TavrelRecording {
   std::filesystem::path file;
-  /// Of the stored picture, in pixels: the asked one, rounded up where the codec wants even numbers.
+  /// Encoded size in pixels: the requested one, rounded up to even numbers if the codec needs that.
   Size size;
-  /// How much was recorded, without pauses.
+  /// Recorded time, without pauses.
   double seconds = 0;
-  /// How much of it plays: all, or after an error what had reached the disk. 0 when there is no file that plays.
+  /// Playable time: all of it, or after an error what had reached the disk; 0 without a playable file.
   double playableSeconds = 0;
   TavrelRecordingStatistics statistics;
-  /// Why the recording broke off; nothing when the file is complete.
+  /// Why the recording broke off; nothing if the file is complete.
   std::optional<Error> error;
 };
 

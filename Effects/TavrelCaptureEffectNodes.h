@@ -8,11 +8,11 @@ namespace tavrel {
 class TavrelGPUImageFilter;
 class TavrelGPUImagePicture;
 
-/// What an effect is made of in the graph.
+/// The nodes of an effect.
 struct TavrelCaptureEffectNodes {
-  /// In the order in which a frame passes them, each taking it at texture location 0. Empty: frames pass by.
+  /// In the order a frame passes them, each at texture location 0. May be empty.
   std::vector<std::shared_ptr<TavrelGPUImageFilter>> filters;
-  /// Feed further inputs of the filters. Each is processed before the first frame, and again when its image changes.
+  /// Sources of the filters' other inputs. Processed before the first frame, and again when the image changes.
   std::vector<std::shared_ptr<TavrelGPUImagePicture>> pictures;
 };
 

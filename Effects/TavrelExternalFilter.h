@@ -8,25 +8,24 @@
 
 namespace tavrel {
 
-/// An application's own treatment of camera frames, before they enter the graph.
+/// An application's own processing of frames before they enter the graph.
 class TAVREL_API TavrelExternalFilter {
  public:
   virtual ~TavrelExternalFilter() = default;
 
-  /// The frame to go on with: the same buffer, changed or not, or a new one. Called for every frame on the capture
-  /// queue, which waits.
+  /// Returns the same buffer, changed or not, or a new one. Called for every frame on the capture queue, which waits.
   virtual std::shared_ptr<PixelBuffer> processPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer,
                                                           const SampleTiming& sampleTimingInfo) = 0;
 };
 
-/// Stands for a class of external filters. Has no owner: it must outlive every descriptor that names it.
+/// Identifies a class of external filters. Must outlive every effect that uses it.
 struct TavrelExternalFilterClass {
-  /// The class's one object.
+  /// The class's only instance.
   std::shared_ptr<TavrelExternalFilter> (*sharedInstance)() = nullptr;
 };
 
 /// The handle of a class that derives from `TavrelExternalFilter` and has a static member function `sharedInstance`
-/// returning a shared pointer to its one object.
+/// returning a shared_ptr to its only instance.
 template <typename Filter>
 const TavrelExternalFilterClass* externalFilterClassOf() {
   static constexpr TavrelExternalFilterClass handle = {

@@ -7,25 +7,24 @@
 
 namespace tavrel {
 
-/// Has an application's filter process each frame. Observable: "externalFilterClass".
+/// Processes each frame by an application's external filter. Observable: "externalFilterClass".
 class TAVREL_API TavrelExternalFilterCaptureEffect : public TavrelCaptureEffect {
  public:
   TavrelExternalFilterCaptureEffect() = default;
-  /// A copy takes over attachments and names the same class.
+  /// Copies the attachments and the class.
   TavrelExternalFilterCaptureEffect(const TavrelExternalFilterCaptureEffect& source);
 
   std::shared_ptr<TavrelCaptureEffect> copy() const override {
     return std::make_shared<TavrelExternalFilterCaptureEffect>(*this);
   }
 
-  /// `externalFilterClassOf<…>()`; without one the effect does nothing. Read anew for every frame. Any thread.
+  /// `externalFilterClassOf<…>()`; nullptr disables the effect. Read for every frame. Any thread.
   const TavrelExternalFilterClass* externalFilterClass() const { return externalFilterClass_; }
   void setExternalFilterClass(const TavrelExternalFilterClass* externalFilterClass) {
     changeValue(externalFilterClass_, externalFilterClass, "externalFilterClass");
   }
 
-  /// What the class's object makes of `pixelBuffer`, or `pixelBuffer` itself where there is no class, no object or no
-  /// result.
+  /// The filter's result, or `pixelBuffer` if there is no class, instance or result.
   std::shared_ptr<PixelBuffer> prepareFrame(const std::shared_ptr<PixelBuffer>& pixelBuffer,
                                             const SampleTiming& sampleTimingInfo, MediaTime frameTime) override;
 

@@ -4,18 +4,18 @@
 
 namespace tavrel {
 
-/// Smooths and brightens skin. Observable: "beautyLevel", "brightLevel" and "toneLevel"; a running camera's filter
-/// follows a change of one.
+/// Smooths and brightens skin. Observable: "beautyLevel", "brightLevel" and "toneLevel"; a running camera follows
+/// changes. Levels: see `TavrelGPUImageBeautifyFilter`.
 class TAVREL_API TavrelFaceBeautyCaptureEffect : public TavrelCaptureEffect {
  public:
   TavrelFaceBeautyCaptureEffect() = default;
-  /// A copy takes over attachments, `brightLevel` and `toneLevel`; its `beautyLevel` is the source's `brightLevel`.
+  /// Copies the attachments, `brightLevel` and `toneLevel`; `beautyLevel` becomes the source's `brightLevel`.
   TavrelFaceBeautyCaptureEffect(const TavrelFaceBeautyCaptureEffect& source);
 
   std::shared_ptr<TavrelCaptureEffect> copy() const override {
     return std::make_shared<TavrelFaceBeautyCaptureEffect>(*this);
   }
-  /// A beautify filter with the levels.
+  /// A `TavrelGPUImageBeautifyFilter`.
   TavrelCaptureEffectNodes makeNodes(Size frameSize) override;
   std::optional<Rect> inputFor(const Rect& output, Size frameSize) const override;
   bool applyChange(std::string_view property, const TavrelCaptureEffectNodes& nodes) override;

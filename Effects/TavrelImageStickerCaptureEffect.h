@@ -6,21 +6,21 @@
 
 namespace tavrel {
 
-/// Lays a still picture over the frame by its alpha. Observable: "image", "destRect" and "rotation".
+/// Blends a still image over the frame. Observable: "image", "destRect" and "rotation".
 class TAVREL_API TavrelImageStickerCaptureEffect : public TavrelCaptureEffect {
  public:
-  /// It takes over attachments, rectangle and rotation, and shares the image.
+  /// Copies the attachments, rectangle and rotation, and shares the image.
   std::shared_ptr<TavrelCaptureEffect> copy() const override {
     return std::make_shared<TavrelImageStickerCaptureEffect>(*this);
   }
-  /// An alpha blend filter, into which a placed picture of the image leads; none without an image.
+  /// An alpha blend filter and its picture; none without an image.
   TavrelCaptureEffectNodes makeNodes(Size frameSize) override;
   std::optional<Rect> inputFor(const Rect& output, Size) const override { return output; }
   TavrelCaptureEffectPart onPart(const Rect& input, Size frameSize) const override;
 
   const std::shared_ptr<Image>& image() const { return image_; }
   void setImage(std::shared_ptr<Image> image) { changeProperty(image_, std::move(image), "image"); }
-  /// Where the sticker lies, in pixels of the video; all zero: the image's own size, at the top left.
+  /// The sticker's rectangle, in pixels of the video; all zero for the image's own size at the top left.
   const Rect& destRect() const { return destRect_; }
   void setDestRect(const Rect& destRect) { changeProperty(destRect_, destRect, "destRect"); }
   /// In radians, about the rectangle's centre.

@@ -9,15 +9,13 @@
 
 namespace tavrel {
 
-/// Base of the effect descriptors: a place where applications hang data of their own, and properties that can be
-/// observed. One thread at a time.
+/// Base of the effects: attachments for application data, and observable properties. One thread at a time.
 class TAVREL_API TavrelObject : public KeyValueObserving {
  public:
   using Attachments = std::map<std::string, std::any, std::less<>>;
 
   TavrelObject();
-  /// A copy has the same attachments; from then on each has its own keys, while what a shared pointer points at stays
-  /// common.
+  /// Copies the attachments; pointers among them are shared.
   TavrelObject(const TavrelObject& other);
   TavrelObject& operator=(const TavrelObject&) = delete;
   virtual ~TavrelObject();
@@ -27,7 +25,7 @@ class TAVREL_API TavrelObject : public KeyValueObserving {
   void setAttachment(std::any value, std::string_view forKey);
   void removeAttachmentForKey(std::string_view key);
   void removeAllAttachments();
-  /// Empty when there is no such key.
+  /// Empty if there is no such key.
   std::any getAttachmentForKey(std::string_view key) const;
 
  private:

@@ -8,14 +8,14 @@ namespace tavrel {
 
 class SampleBuffer;
 
-/// What a source hands its sound to; the movie writer is one.
+/// A consumer of audio, such as the movie writer.
 class TAVREL_API TavrelGPUImageAudioTarget {
  public:
   virtual ~TavrelGPUImageAudioTarget() = default;
 
   virtual bool hasAudioTrack() const = 0;
   virtual void setHasAudioTrack(bool newValue) = 0;
-  /// Takes one buffer of sound. Any thread, one at a time.
+  /// Takes an audio buffer. Any thread, one at a time.
   virtual void processAudioBuffer(const std::shared_ptr<SampleBuffer>& audioBuffer) = 0;
 };
 

@@ -7,17 +7,17 @@
 
 namespace tavrel {
 
-/// The framebuffer that a node holds as its input, and the lock that it took on it. The lock ends once: by `release`,
-/// by another framebuffer's taking the place, or with the lease. One owner; any thread that may touch the framebuffer.
+/// A framebuffer with a lock on it, such as a node's input. The lock ends exactly once: by `release`, by assignment or
+/// by destruction.
 class TavrelGPUImageFramebufferLease {
  public:
   TavrelGPUImageFramebufferLease() = default;
-  /// Locks `framebuffer`, which may be none.
+  /// Locks `framebuffer`, which may be nullptr.
   explicit TavrelGPUImageFramebufferLease(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer)
       : framebuffer_(std::move(framebuffer)), isLocked_(framebuffer_ != nullptr) {
     if (isLocked_) framebuffer_->lock();
   }
-  /// Takes over a lock that the caller holds.
+  /// Adopts a lock that the caller holds.
   static TavrelGPUImageFramebufferLease adopt(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer) {
     TavrelGPUImageFramebufferLease lease;
     lease.framebuffer_ = std::move(framebuffer);
@@ -34,17 +34,17 @@ class TavrelGPUImageFramebufferLease {
   }
   ~TavrelGPUImageFramebufferLease() { release(); }
 
-  /// Ends the lock. The framebuffer stays known, but may now be drawn into by others.
+  /// Ends the lock. `get` still returns the framebuffer, which may now be reused.
   void release() {
     if (std::exchange(isLocked_, false)) framebuffer_->unlock();
   }
-  /// Hands the framebuffer over with its lock, which the caller now ends.
+  /// Returns the framebuffer and leaves its lock to the caller.
   std::shared_ptr<TavrelGPUImageFramebuffer> detach() {
     isLocked_ = false;
     return std::move(framebuffer_);
   }
 
-  /// GL's name of the texture; 0 without a framebuffer.
+  /// The texture's GL name; 0 without a framebuffer.
   GLuint texture() const { return framebuffer_ ? framebuffer_->texture() : 0; }
   const std::shared_ptr<TavrelGPUImageFramebuffer>& get() const { return framebuffer_; }
   explicit operator bool() const { return framebuffer_ != nullptr; }

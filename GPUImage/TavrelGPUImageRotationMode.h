@@ -6,7 +6,7 @@
 
 namespace tavrel {
 
-/// How a consumer turns its input. The values are part of the interface.
+/// How a consumer rotates or mirrors its input. The values are stable.
 enum TavrelGPUImageRotationMode : std::uint64_t {
   kTavrelGPUImageNoRotation = 0,
   kTavrelGPUImageRotateLeft = 1,
@@ -18,13 +18,13 @@ enum TavrelGPUImageRotationMode : std::uint64_t {
   kTavrelGPUImageRotate180 = 7,
 };
 
-/// True for the modes that make a landscape picture a portrait one.
+/// True for the modes that exchange width and height.
 constexpr bool TavrelGPUImageRotationSwapsWidthAndHeight(TavrelGPUImageRotationMode rotation) {
   return rotation == kTavrelGPUImageRotateLeft || rotation == kTavrelGPUImageRotateRight ||
          rotation == kTavrelGPUImageRotateRightFlipVertical || rotation == kTavrelGPUImageRotateRightFlipHorizontal;
 }
 
-/// The size of a picture after the turn.
+/// `size` after rotation.
 constexpr Size TavrelGPUImageRotatedSize(Size size, TavrelGPUImageRotationMode rotation) {
   return TavrelGPUImageRotationSwapsWidthAndHeight(rotation) ? Size{size.height, size.width} : size;
 }

@@ -5,7 +5,7 @@
 
 namespace tavrel {
 
-/// How a framebuffer's texture is sampled and stored; GL's enums.
+/// How a framebuffer's texture is sampled and stored, in GL enums.
 struct TavrelGPUTextureOptions {
   GLenum minFilter = GL_LINEAR;
   GLenum magFilter = GL_LINEAR;

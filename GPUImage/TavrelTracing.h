@@ -8,8 +8,8 @@
 
 namespace tavrel {
 
-/// Shows where a graph spends its time and loses its frames: statistics of every node, queue and drop, and, when a file
-/// is named, a trace of each single one.
+/// Measures where a graph spends time and drops frames: statistics of nodes, queues and drops and, if a file is given,
+/// a trace of every single event.
 ///
 ///     TavrelTracing::start("graph.json");
 ///     …  // run the camera, record
@@ -17,23 +17,23 @@ namespace tavrel {
 ///     fmt::print("{}", TavrelTracing::statistics().description());
 ///
 /// The trace is JSON in the Trace Event Format
-/// (https://docs.google.com/document/d/1CvAClvFfyA5R-PhYUmn5OOQtYMH4h6I0nSsKchNAySU), which ui.perfetto.dev and
-/// Chrome's about:tracing open; a process that is killed leaves a file that opens as well, up to its last 20 ms. Nodes
-/// are spans on their threads, which have names; time in queues is spans on tracks of their own; GPU times and
-/// framebuffers are counters; dropped frames are instants with stage and reason.
+/// (https://docs.google.com/document/d/1CvAClvFfyA5R-PhYUmn5OOQtYMH4h6I0nSsKchNAySU), for ui.perfetto.dev and Chrome's
+/// about:tracing. If the process is killed, the file lacks at most the last 20 ms. Nodes are spans on their threads,
+/// waits are spans on tracks of their own, GPU times and framebuffers are counters, and dropped frames are instants
+/// with stage and reason.
 ///
-/// Off at first. While off, each node costs one relaxed atomic load a frame. While on, nothing is allocated for a
-/// frame: see `Tracer` for the bounds, and for recording work of an application's own with `TraceSpan`. One recording
-/// at a time, for the whole process. Any thread.
+/// Initially off, at the cost of one relaxed atomic load per node and frame. While on, nothing is allocated per frame.
+/// See `Tracer` for its limits, and `TraceSpan` to record an application's own work. One recording at a time, for the
+/// whole process. Any thread.
 class TAVREL_API TavrelTracing {
  public:
-  /// Begins to measure, from zero. Fails when `traceFile` cannot be written, and when it is on already.
+  /// Starts measuring, from zero. Fails if `traceFile` cannot be written or tracing is on.
   static Expected<void> start(const std::filesystem::path& traceFile = {});
-  /// Ends the measurement; the statistics remain. Waits for the GPU. Fails when the trace is incomplete: on a full
-  /// disk, say. Nothing happens while off.
+  /// Stops measuring, after waiting for the GPU; the statistics remain. Fails if the trace is incomplete, for instance
+  /// because the disk is full. Has no effect while off.
   static Expected<void> stop();
   static bool isOn();
-  /// Waits for the video-processing queue, not for the GPU: the times of the latest frames may be missing until `stop`.
+  /// Waits for the video-processing queue, but not for the GPU: the latest GPU times may be missing until `stop`.
   static TavrelGraphStatistics statistics();
 };
 

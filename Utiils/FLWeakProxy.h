@@ -7,17 +7,17 @@
 
 namespace tavrel {
 
-/// Stands for an object in calls that come later, without keeping it alive. Any thread, as far as the target allows.
+/// Calls an object later without keeping it alive. Any thread that the target allows.
 template <typename Target>
 class FLWeakProxy {
  public:
   static FLWeakProxy weakProxyForObject(const std::shared_ptr<Target>& object) { return FLWeakProxy(object); }
   FLWeakProxy() = default;
 
-  /// The object, kept alive by what is returned; nullptr when it is gone.
+  /// The object, or nullptr if it was destroyed.
   std::shared_ptr<Target> forwardingTarget() const { return target_.lock(); }
 
-  /// Calls a member function of the target. When that is gone nothing happens and the result is a zero one.
+  /// Calls a member function of the target. If that was destroyed, does nothing and returns a value-initialised result.
   template <typename Member, typename... Args>
   auto forward(Member member, Args&&... args) const {
     using Result = std::invoke_result_t<Member, Target&, Args...>;

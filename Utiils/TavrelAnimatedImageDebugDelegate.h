@@ -9,14 +9,14 @@ namespace tavrel {
 
 class TavrelAnimatedImage;
 
-/// Watches an animated image at work; for tests and for tools that show the cache. Called on the main thread.
+/// Observes an animated image's cache, for tests and tools. Called on the main thread.
 class TAVREL_API TavrelAnimatedImageDebugDelegate {
  public:
   virtual ~TavrelAnimatedImageDebugDelegate() = default;
 
-  /// A frame is asked for; called before it is looked up.
+  /// A frame was requested; called before it is looked up.
   virtual void didRequestCachedFrame(TavrelAnimatedImage&, std::size_t /*index*/) {}
-  /// A run of neighbouring frames was removed; these are in the cache at the time of the call.
+  /// A range of frames was removed; the argument lists those still cached.
   virtual void didUpdateCachedFrames(TavrelAnimatedImage&, const std::set<std::size_t>& /*indexesOfFramesInCache*/) {}
 };
 

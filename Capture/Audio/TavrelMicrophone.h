@@ -14,34 +14,33 @@ namespace tavrel {
 
 class TavrelMicrophone;
 
-/// Receives what a microphone hears.
+/// Receives a microphone's audio.
 class TAVREL_API TavrelMicrophoneDelegate {
  public:
   virtual ~TavrelMicrophoneDelegate() = default;
 
-  /// PCM, stamped with the clock that stamps camera frames; on the main thread.
+  /// PCM, stamped at its arrival with the clock that stamps camera frames. Main thread.
   virtual void didGetProcessedSampleBuffer(TavrelMicrophone& /*microphone*/,
                                            const std::shared_ptr<SampleBuffer>& /*sampleBuffer*/) {}
 };
 
-/// With what a `TavrelMicrophone` begins.
+/// Initial settings of a microphone.
 struct TavrelMicrophoneConfiguration {
-  /// Silence instead of sound.
   bool mute = false;
-  /// The `uniqueID` of the microphone; empty: the default one.
+  /// The `uniqueID` of the device; empty for the default one.
   std::string deviceID;
 };
 
-/// Captures the sound of a microphone, in a session of its own. Sound comes on the main thread, which must
-/// run `RunLoop::main()`; everything else on any thread.
+/// Captures a microphone in its own session. Audio is delivered on the main thread, which must run `RunLoop::main()`.
+/// Members may be called from any thread.
 class TAVREL_API TavrelMicrophone : public CaptureAudioDataOutputSampleBufferDelegate,
                                     public std::enable_shared_from_this<TavrelMicrophone> {
  public:
-  /// Whether access was granted, and what else went wrong.
+  /// Whether access was granted, and any other error.
   using StartCompletion = std::function<void(bool isGranted, std::optional<Error> error)>;
 
-  /// Fails when there is no microphone or it cannot be opened, with the platform's error, and with code -4002 when the
-  /// session refuses it or the output.
+  /// Fails with the platform's error if there is no microphone or it cannot be used, and with code -4002 if the session
+  /// refuses the input or output.
   static Expected<std::shared_ptr<TavrelMicrophone>> create(const TavrelMicrophoneConfiguration& configuration);
   TavrelMicrophone(const TavrelMicrophone&) = delete;
   TavrelMicrophone& operator=(const TavrelMicrophone&) = delete;
@@ -51,16 +50,16 @@ class TAVREL_API TavrelMicrophone : public CaptureAudioDataOutputSampleBufferDel
   std::shared_ptr<TavrelMicrophoneDelegate> delegate() const;
   void setDelegate(std::weak_ptr<TavrelMicrophoneDelegate> delegate);
   bool running() const;
-  /// The subject of the notifications about what becomes of the device.
+  /// The object of the notifications about the device's failure and recovery.
   const std::shared_ptr<CaptureSession>& captureSession() const;
-  /// Buffers keep coming while muted, so that a recording keeps its sound track.
+  /// Muted buffers are silent but still delivered, so that a recording keeps its audio track.
   bool mute() const;
   void setMute(bool mute);
-  /// In decibels of full scale, the mean over the channels; 0 while there are none.
+  /// Mean of the channels' levels in dBFS; 0 before the first buffer.
   float averagePowerLevel() const;
 
-  /// Asks for access, starts and sets the audio session up. `completion` (may be empty) is called on the global queue;
-  /// at once, with true, while running.
+  /// Requests access, starts capturing and sets up the audio session. `completion`, which may be empty, is called on
+  /// the global queue; with true if already running.
   void startWithCompletion(StartCompletion completion);
   /// Returns when nothing more is captured.
   void stop();

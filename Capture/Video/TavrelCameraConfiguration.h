@@ -12,20 +12,20 @@
 
 namespace tavrel {
 
-/// What a tap on the preview does: bits.
+/// What a tap on the preview does; bits.
 enum TavrelCameraTapPreviewAction : unsigned {
   kTavrelCameraTapPreviewActionNone = 0,
-  kTavrelCameraTapPreviewActionFocus = 1,          ///< the focus point is set there
-  kTavrelCameraTapPreviewActionExposure = 2,       ///< the exposure point is set there
-  kTavrelCameraTapPreviewActionShowFocusView = 4,  ///< the focus ring appears there
+  kTavrelCameraTapPreviewActionFocus = 1,          ///< sets the focus point there
+  kTavrelCameraTapPreviewActionExposure = 2,       ///< sets the exposure point there
+  kTavrelCameraTapPreviewActionShowFocusView = 4,  ///< shows the focus ring there
 };
 
 /// Initial settings of a camera. Each member is the camera's property of the same name.
 struct TavrelCameraConfiguration {
-  /// Of the frames that come out, in pixels.
+  /// Size of the processed frames, in pixels.
   Size size = {1280, 720};
   TavrelGPUImageFillModeType previewScalingMode = kTavrelGPUImageFillModePreserveAspectRatio;
-  /// People expect to see themselves as in a mirror, and to be recorded as others see them.
+  /// By default the front preview is a mirror, and the recording is not.
   bool mirrorFrontPreview = true;
   bool mirrorBackPreview = false;
   bool mirrorFrontEncoded = false;
@@ -37,10 +37,10 @@ struct TavrelCameraConfiguration {
   double preferredMaxFrameRate = 30;
   std::string preferredSessionPreset = kCaptureSessionPresetHigh;
   CaptureDevicePosition preferredDevicePosition = CaptureDevicePosition::front;
-  /// The `uniqueID` of the camera to take where several have its position; empty: the last one listed.
+  /// The `uniqueID` to prefer among several cameras of the same position; empty for the last one listed.
   std::string preferredDeviceID = {};
-  /// The sensor's own, which is upright on desktops; phones that are held upright take `portrait`, with a size to
-  /// match.
+  /// By default the sensor's, which is upright on desktops. For a phone held upright, set `portrait` and a matching
+  /// size.
   CaptureVideoOrientation preferredVideoOrientation = CaptureVideoOrientation::landscapeRight;
   double preferredVideoZoomFactor = 1;
   bool preferredContinuousAutoFocusEnable = true;

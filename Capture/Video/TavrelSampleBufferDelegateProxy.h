@@ -8,12 +8,11 @@
 
 namespace tavrel {
 
-/// Stands between a data output and whoever wants its frames, so that the capture room knows the proxy only. Frames for
-/// a delegate that is gone are ignored.
+/// Forwards a data output's frames to a delegate, if that still exists.
 class TAVREL_API TavrelSampleBufferDelegateProxy : public CaptureVideoDataOutputSampleBufferDelegate {
  public:
   std::shared_ptr<TavrelSampleBufferDelegateProxyDelegate> delegate() const { return delegate_.lock(); }
-  /// Before the proxy becomes an output's delegate.
+  /// Set before the proxy becomes an output's delegate.
   void setDelegate(std::weak_ptr<TavrelSampleBufferDelegateProxyDelegate> delegate) { delegate_ = std::move(delegate); }
 
   void didOutputSampleBuffer(CaptureVideoDataOutput&, const std::shared_ptr<SampleBuffer>& sampleBuffer,

@@ -10,7 +10,7 @@ class CaptureConnection;
 class SampleBuffer;
 class TavrelSampleBufferDelegateProxy;
 
-/// Receives the frames that a proxy was given.
+/// Receives a proxy's frames.
 class TAVREL_API TavrelSampleBufferDelegateProxyDelegate {
  public:
   virtual ~TavrelSampleBufferDelegateProxyDelegate() = default;

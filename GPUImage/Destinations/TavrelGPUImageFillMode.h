@@ -4,11 +4,11 @@
 
 namespace tavrel {
 
-/// How a picture is fitted into a view of other proportions.
+/// How a frame is fitted into a view of other proportions.
 enum TavrelGPUImageFillModeType : std::uint64_t {
-  kTavrelGPUImageFillModeStretch = 0,                    ///< both sides fill the view
-  kTavrelGPUImageFillModePreserveAspectRatio = 1,        ///< all of the picture, bars of the background colour
-  kTavrelGPUImageFillModePreserveAspectRatioAndFill = 2  ///< all of the view, what does not fit is cut off
+  kTavrelGPUImageFillModeStretch = 0,                    ///< fills the view, ignoring the proportions
+  kTavrelGPUImageFillModePreserveAspectRatio = 1,        ///< shows the whole frame, with bars in the background colour
+  kTavrelGPUImageFillModePreserveAspectRatioAndFill = 2  ///< fills the view and crops the frame
 };
 
 }  // namespace tavrel

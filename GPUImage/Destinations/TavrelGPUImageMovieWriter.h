@@ -18,7 +18,7 @@ namespace tavrel {
 
 class TavrelGPUImageContext;
 
-/// Is told how a recording ends, on the thread that ends it.
+/// Told how a recording ends, on the thread that ends it.
 class TAVREL_API TavrelGPUImageMovieWriterDelegate {
  public:
   virtual ~TavrelGPUImageMovieWriterDelegate() = default;
@@ -26,31 +26,31 @@ class TAVREL_API TavrelGPUImageMovieWriterDelegate {
   virtual void movieRecordingFailedWithError(const Error&) {}
 };
 
-/// Key of the output settings, a truth value: whether `encodingLiveVideo` is on at first; true when absent.
+/// Key of the output settings, Boolean: the initial `encodingLiveVideo`; default true.
 inline constexpr const char* kTavrelEncodingLiveVideoKey = "EncodingLiveVideo";
-/// Key of the output settings, a truth value: false makes a file without a video track.
+/// Key of the output settings, Boolean: false omits the video track.
 inline constexpr const char* kTavrelHasVideoTrackKey = "hasVideoTrack";
 
-/// The end of a filter chain that encodes frames and sound into a movie file.
+/// Encodes the frames of a filter chain, and audio, into a movie file.
 ///
 ///     created ──startRecording──▶ recording ⇄ paused ──finishRecording──▶ finished
 ///                                     └────────────cancelRecording──────▶ cancelled (the file is removed)
 ///
-/// Each frame is drawn, turned by the input rotation, into a BGRA pixel buffer of the output size and encoded with its
-/// own time. The movie begins at the time of whichever comes first, a frame or sound. Pauses are cut out of both
-/// tracks. While `encodingLiveVideo` is on, nothing ever waits: what the encoder has no room for is dropped, counted
-/// and reported on the console. Otherwise the producer waits and nothing is dropped.
+/// Each frame is drawn, with the input rotation applied, into a BGRA pixel buffer of the output size and encoded with
+/// its own time. The movie begins with its first frame or audio buffer, whichever comes first. Pauses are cut out of
+/// both tracks. With `encodingLiveVideo`, producers never wait: what exceeds the encoder's queue is dropped, counted
+/// and reported on the console. Without it the producer waits and nothing is dropped.
 ///
-/// Made by `std::make_shared`. Any thread may call the members, but frames come on the video-processing queue and sound
-/// from one thread at a time. The file, the encoders and the writer's own GL context belong to the *writer queue*.
+/// Create with `std::make_shared`. Any thread; but frames come on the video-processing queue, and audio from one thread
+/// at a time. The file, the encoders and the writer's own GL context belong to the *writer queue*.
 class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
                                              public TavrelGPUImageAudioTarget,
                                              public std::enable_shared_from_this<TavrelGPUImageMovieWriter> {
  public:
-  /// Answers whether more data was handed to the writer. Called on a queue of the writer's own.
+  /// Appends data if it has any, and returns whether it did. Called on the writer's own queue.
   using InputReadyCallback = std::function<bool()>;
-  /// Sees, and may change, the samples of each sound buffer: a pointer to their address, and their count. On the thread
-  /// of `processAudioBuffer`.
+  /// Receives, and may change, the samples of each audio buffer: a pointer to their address, and their count. On the
+  /// thread of `processAudioBuffer`.
   using AudioProcessingCallback = std::function<void(void** samples, Index sampleCount)>;
 
   /// A QuickTime movie of H.264 in `newSize` (pixels, truncated). A file that exists is replaced, as `AssetWriter`
@@ -65,34 +65,34 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   TavrelGPUImageMovieWriter& operator=(const TavrelGPUImageMovieWriter&) = delete;
   ~TavrelGPUImageMovieWriter() override;
 
-  /// Once for each writer. What comes before it is discarded.
+  /// Starts recording, once per writer. Earlier frames and audio are discarded.
   void startRecording();
-  /// Sets `transform` first, for a camera that is held turned.
+  /// Sets `transform`, for a rotated camera, then starts recording.
   void startRecordingInOrientation(const AffineTransform& orientationTransform);
   void finishRecording();
-  /// Ends both tracks and completes the file. `handler` is called once, on a queue of the writer's own, when that is
-  /// done or when there is nothing to finish; whether it succeeded, `error` says.
+  /// Ends both tracks and completes the file. `handler` is called once, on the writer's own queue, when that is done or
+  /// if there is nothing to finish; `error` tells whether it succeeded.
   void finishRecordingWithCompletionHandler(std::function<void()> handler);
   /// Ends the recording and removes the file, unless it is complete.
   void cancelRecording();
 
-  /// Adds sound: linear PCM or packets of one codec. It is ignored unless recording, while paused, without an audio
-  /// track, and when it is nullptr.
+  /// Adds linear PCM or packets of one codec. Ignored if nullptr, without an audio track, while paused and unless
+  /// recording.
   void processAudioBuffer(const std::shared_ptr<SampleBuffer>& audioBuffer) override;
-  /// Starts pull mode: whenever a track has room, its ready callback is asked for data, until it answers false. For the
-  /// callbacks that are set by then.
+  /// Starts pull mode: whenever a track has room, its ready callback is called until it returns false. Set the
+  /// callbacks first.
   void enableSynchronizationCallbacks();
 
   bool hasAudioTrack() const override;
-  /// Adds a track for sound, before recording starts. Without settings sound is encoded as mono AAC at 64 kbit/s and
-  /// the sample rate of the audio session.
+  /// Adds an audio track; call before recording starts. By default it is mono AAC at 64 kbit/s and the audio session's
+  /// sample rate.
   void setHasAudioTrack(bool newValue) override { setHasAudioTrack(newValue, std::nullopt); }
   void setHasAudioTrack(bool hasAudioTrack, std::optional<Dictionary> audioSettings);
   bool shouldPassthroughAudio() const;
-  /// Before `setHasAudioTrack`: the track then stores samples as they come, whatever its settings.
+  /// True stores audio samples as they are, ignoring the track's settings. Set before `setHasAudioTrack`.
   void setShouldPassthroughAudio(bool newValue);
   bool shouldInvalidateAudioSampleWhenDone() const;
-  /// Whether each sound buffer is invalidated after use, so that its memory is free for the next one.
+  /// Whether each audio buffer is invalidated after use, which frees its memory.
   void setShouldInvalidateAudioSampleWhenDone(bool newValue);
   bool encodingLiveVideo() const;
   /// Setting it while recording stops the program.
@@ -100,39 +100,39 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   /// Called once when the source ends, on the thread that ends it.
   std::function<void()> completionBlock() const;
   void setCompletionBlock(std::function<void()> block);
-  /// Called when the file cannot be created. That is known before this can be set: see `error`.
+  /// Called if the file cannot be created; as that is known on construction, check `error` instead.
   std::function<void(const Error&)> failureBlock() const;
   void setFailureBlock(std::function<void(const Error&)> block);
   std::shared_ptr<TavrelGPUImageMovieWriterDelegate> delegate() const;
   void setDelegate(const std::shared_ptr<TavrelGPUImageMovieWriterDelegate>& newDelegate);
   InputReadyCallback videoInputReadyCallback() const;
-  /// May be replaced at any time: the new one is asked from the next question on.
+  /// May be replaced at any time.
   void setVideoInputReadyCallback(InputReadyCallback callback);
   InputReadyCallback audioInputReadyCallback() const;
   void setAudioInputReadyCallback(InputReadyCallback callback);
   AudioProcessingCallback audioProcessingCallback() const;
   void setAudioProcessingCallback(AudioProcessingCallback callback);
   bool isPaused() const;
-  /// While paused, frames and sound are discarded. Afterwards both tracks go on where they left off.
+  /// While paused, frames and audio are discarded; afterwards both tracks continue without a gap.
   void setPaused(bool newValue);
   bool isRecording() const;
   const std::shared_ptr<AssetWriter>& assetWriter() const;
-  /// How much has been recorded.
+  /// Duration recorded so far.
   MediaTime duration() const;
-  /// How players turn the picture; all zeros without a video track. Before recording starts.
+  /// How players rotate the frames; all zeros without a video track. Set before recording starts.
   AffineTransform transform() const;
   void setTransform(const AffineTransform& newValue);
-  /// Before recording starts.
+  /// Set before recording starts.
   std::vector<MetadataItem> metaData() const;
   void setMetaData(std::vector<MetadataItem> newValue);
   const std::shared_ptr<TavrelGPUImageContext>& movieWriterContext() const;
-  /// Why the file could not be created or written, or cannot take a track; nothing while all is well.
+  /// Why the file could not be created or written, or a track not be added.
   std::optional<Error> error() const;
-  /// The size of the pictures in the file: the asked one, rounded up where the codec wants even numbers.
+  /// The encoded frame size: the requested one, rounded up to even numbers if the codec needs that.
   Size encodedSize() const;
-  /// Frames that the file has taken; when it has ended, those that are in it.
+  /// Frames that the file has taken; after the end, those in the file.
   std::uint64_t writtenVideoFrames() const;
-  /// How many frames and sound buffers there was no room for, and frames of a time before the movie's beginning.
+  /// Frames and audio buffers that exceeded the encoder's queue, and frames older than the movie's beginning.
   std::uint64_t droppedVideoFrames() const;
   std::uint64_t droppedAudioBuffers() const;
 
@@ -143,7 +143,7 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
   void setInputSize(Size, Index) override {}
   void setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index atIndex) override;
   Size maximumOutputSize() const override;
-  /// The source has ended: calls the completion block, if it was not called before, or without one the delegate.
+  /// The source has ended. Calls the completion block once or, without one, the delegate.
   void endProcessing() override;
   bool shouldIgnoreUpdatesToThisTarget() const override { return false; }
   bool enabled() const override;

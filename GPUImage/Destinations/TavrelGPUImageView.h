@@ -13,41 +13,41 @@
 
 namespace tavrel {
 
-/// The end of the graph that people see: draws each frame into its layer's renderbuffer and presents it.
+/// A view that shows frames: draws each one into its layer's renderbuffer and presents it.
 ///
 ///     no display framebuffer ──first layout with a size──▶ display framebuffer ──other size──▶ re-created
 ///
-/// The video-processing queue never waits for the display: presenting swaps textures, and the newest picture replaces
-/// one that was not shown yet. As a view it belongs to the main thread (see `View`); the operations of
-/// `TavrelGPUImageInput` and of the display framebuffer run on the video-processing queue, or are sent there and waited
-/// for. Made by `std::make_shared`; may be destroyed on any thread.
+/// The video-processing queue never waits for the display: presenting swaps textures, and the latest frame replaces one
+/// not shown yet. As a `View` it belongs to the main thread; members of `TavrelGPUImageInput` and of the display
+/// framebuffer run on the video-processing queue, or dispatch to it and wait. Create with `std::make_shared`; may be
+/// destroyed on any thread.
 class TAVREL_API TavrelGPUImageView : public View, public TavrelGPUImageInput {
  public:
   using LayerClass = std::shared_ptr<DrawableLayer> (*)();
 
-  /// `frame` in the superview, in points; may be empty until a later layout.
+  /// `frame` in the superview's coordinates, in points; may be empty until a later layout.
   explicit TavrelGPUImageView(const Rect& frame = {});
   ~TavrelGPUImageView() override;
 
-  /// Makes a view's layer, on which GL can draw.
+  /// The factory of the view's layer.
   static LayerClass layerClass();
-  /// Texture coordinates (s, t) of the corners bottom-left, bottom-right, top-left, top-right: a filter's, upside down,
-  /// because a layer's origin is at the top. nullptr for a value that is no rotation mode.
+  /// Texture coordinates (s, t) of the corners bottom-left, bottom-right, top-left, top-right: those of a filter
+  /// flipped vertically, as a layer's origin is at the top. nullptr for an invalid mode.
   static const GLfloat* textureCoordinatesForRotation(TavrelGPUImageRotationMode rotationMode);
 
-  /// kTavrelGPUImageFillModePreserveAspectRatio at creation. Any thread.
+  /// By default kTavrelGPUImageFillModePreserveAspectRatio. Any thread.
   TavrelGPUImageFillModeType fillMode() const;
   void setFillMode(TavrelGPUImageFillModeType newValue);
-  /// What is seen where the picture does not reach, components in 0…1; opaque black at creation. Any thread.
+  /// Colour of the area outside the frame, components in 0…1; by default opaque black. Any thread.
   void setBackgroundColorRed(GLfloat redComponent, GLfloat green, GLfloat blue, GLfloat alpha);
-  /// Of the display framebuffer; `maximumOutputSize` before there was one. Any thread.
+  /// Size of the display framebuffer, or `maximumOutputSize` before there is one. Any thread.
   Size sizeInPixels() const;
-  /// Kept for callers; has no effect.
+  /// Stored for callers; has no effect.
   double aspectRatio() const;
   void setAspectRatio(double aspectRatio);
   void setEnabled(bool enabled);
-  /// The corners of the picture, bottom-left, bottom-right, top-left, top-right, the view being -1…1 both ways. On the
-  /// video-processing queue.
+  /// Corners of the frame (bottom-left, bottom-right, top-left, top-right) in coordinates of -1…1 across the view. On
+  /// the video-processing queue.
   const std::array<GLfloat, 8>& imageVertices() const;
 
   void layoutSubviews() override;

@@ -6,14 +6,14 @@ namespace tavrel {
 
 TAVREL_API extern const char* const kTavrelGPUImageAlphaBlendFragmentShaderString;
 
-/// Lays the second input over the first by the second's alpha, which is straight (colours not multiplied by it). The
-/// result has the first input's alpha.
+/// Blends the second input over the first by the second's straight (not premultiplied) alpha. The result has the first
+/// input's alpha.
 class TAVREL_API TavrelGPUImageAlphaBlendFilter : public TavrelGPUImageTwoInputFilter {
  public:
   TavrelGPUImageAlphaBlendFilter();
   ~TavrelGPUImageAlphaBlendFilter() override;
 
-  /// How much of the second input's alpha counts, from 0 to 1; 0.5 by default.
+  /// Factor on the second input's alpha, from 0 to 1; 0.5 by default.
   double mix() const;
   void setMix(double newValue);
 

@@ -4,16 +4,15 @@
 
 namespace tavrel {
 
-/// Delays the stream: once it holds `bufferSize` frames, each new frame lets the oldest one go on, with the new one's
-/// time. While it fills, frames pass at once. Nothing is drawn; the targets turn the picture by the buffer's input
-/// rotation.
+/// Delays the stream: once it holds `bufferSize` frames, each new frame releases the oldest one, with the new frame's
+/// time. While it fills, frames pass at once. Draws nothing; the targets apply the buffer's input rotation.
 class TAVREL_API TavrelGPUImageBuffer : public TavrelGPUImageFilter {
  public:
   TavrelGPUImageBuffer();
   ~TavrelGPUImageBuffer() override;
 
   std::size_t bufferSize() const;
-  /// A smaller size gives up the newest frames; 0 is ignored.
+  /// A smaller size discards the newest frames; 0 is ignored.
   void setBufferSize(std::size_t newValue);
 
   void newFrameReadyAtTime(MediaTime frameTime, Index atIndex) override;

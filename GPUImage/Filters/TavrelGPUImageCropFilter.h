@@ -9,24 +9,23 @@ namespace tavrel {
 
 TAVREL_API extern const char* const kTavrelGPUImageCropFragmentShaderString;
 
-/// Cuts a rectangle out of the frame; the output has the rectangle's size.
+/// Crops the frame to a rectangle, which determines the output size.
 class TAVREL_API TavrelGPUImageCropFilter : public TavrelGPUImageFilter {
  public:
-  /// The whole frame.
+  /// Keeps the whole frame.
   TavrelGPUImageCropFilter();
   /// See `setCropRegion`.
   explicit TavrelGPUImageCropFilter(const Rect& cropRegion);
   ~TavrelGPUImageCropFilter() override;
 
-  /// The largest region of frames of `size`, in their middle, that has the proportions of `wanted`.
+  /// The largest centred region of frames of `size` with the proportions of `wanted`.
   static Rect centredRegion(Size size, Size wanted);
 
   Rect cropRegion() const;
-  /// In 0…1 of the input's width and height: of the input as it comes where the rotation keeps them, and of the input
-  /// after `kTavrelGPUImageRotateRight` where it exchanges them. A component outside of 0…1 stops the program. Applies
-  /// to the size from the next input size on.
+  /// In 0…1 of the input's width and height: before rotation if that keeps them, or after `kTavrelGPUImageRotateRight`
+  /// if it exchanges them. A component outside 0…1 stops the program. The output size follows at the next input size.
   void setCropRegion(const Rect& newValue);
-  /// (s, t) of the corners in the order of `textureCoordinatesForRotation`.
+  /// (s, t) of the corners, in the order of `textureCoordinatesForRotation`.
   std::array<GLfloat, 8> cropTextureCoordinates() const;
 
   Size outputSizeFor(Size inputSize) const override;

@@ -18,7 +18,7 @@ namespace tavrel {
 
 class TavrelGLProgram;
 
-/// Draws the input texture's coordinates through unchanged.
+/// Passes position and texture coordinates through.
 TAVREL_API extern const char* const kTavrelGPUImageVertexShaderString;
 /// Copies the input.
 TAVREL_API extern const char* const kTavrelGPUImagePassthroughFragmentShaderString;
@@ -31,56 +31,55 @@ struct TavrelGPUVector3 {
 struct TavrelGPUVector4 {
   GLfloat one = 0, two = 0, three = 0, four = 0;
 };
-/// Column by column, as GL takes them.
+/// In column-major order.
 using TavrelGPUMatrix3x3 = std::array<GLfloat, 9>;
 using TavrelGPUMatrix4x4 = std::array<GLfloat, 16>;
 
-/// A node that draws each input frame once through a vertex and a fragment shader into a framebuffer from the cache and
-/// passes the result on. With the shaders left out it copies its input.
+/// Draws each input frame with a vertex and a fragment shader into a framebuffer from the cache, and passes that on.
 ///
-/// A filter of one's own derives from this class, gives the constructor a fragment shader that reads
-/// `inputImageTexture` at `textureCoordinate`, and sets uniforms by name. Uniform values belong to the filter, also
-/// where several filters share one program. Setting one does not wait for the frame under way.
+/// To write a filter, derive from this class, pass the constructor a fragment shader that samples `inputImageTexture`
+/// at `textureCoordinate`, and set uniforms by name. Uniform values belong to the filter, even if several filters share
+/// a program. Setting one does not wait for the frame in progress.
 class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public TavrelGPUImageInput {
  public:
   /// Copies its input.
   TavrelGPUImageFilter();
   explicit TavrelGPUImageFilter(std::string_view fragmentShaderString);
-  /// `attributes` are those of the vertex shader, the first two always these. Shaders that do not compile and link stop
-  /// the program, with GL's logs on the console.
+  /// `attributes` are the vertex shader's, beginning with these two. Shaders that do not compile and link stop the
+  /// program, with GL's logs on the console.
   TavrelGPUImageFilter(std::string_view vertexShaderString, std::string_view fragmentShaderString,
                        std::initializer_list<std::string_view> attributes = {"position", "inputTextureCoordinate"});
-  /// The fragment shader from a file with extension "fsh"; see `TavrelGLProgram` for where it is looked for.
+  /// The fragment shader from a file with extension "fsh"; see `TavrelGLProgram` for the lookup.
   template <std::same_as<std::filesystem::path> Path>
   explicit TavrelGPUImageFilter(const Path& fragmentShaderFile)
       : TavrelGPUImageFilter(std::string_view(readFragmentShader(fragmentShaderFile))) {}
   ~TavrelGPUImageFilter() override;
 
-  /// Texture coordinates (s, t) of the four corners bottom-left, bottom-right, top-left, top-right; nullptr for a value
-  /// that is no rotation mode.
+  /// Texture coordinates (s, t) of the corners bottom-left, bottom-right, top-left, top-right; nullptr for an invalid
+  /// mode.
   static const GLfloat* textureCoordinatesForRotation(TavrelGPUImageRotationMode rotationMode);
-  /// The same corners' positions.
+  /// Positions of the same corners.
   static const GLfloat* fullFrameVertices();
 
   void useNextFrameForImageCapture() override;
-  /// Waits up to 3 seconds for the frame asked for by `useNextFrameForImageCapture`. None when none came, and when that
-  /// frame was taken already: one request, one image. Not on the video-processing queue while it is still to come.
+  /// Waits up to 3 s for the frame requested by `useNextFrameForImageCapture`. Each request gives one image; nullptr
+  /// without a request or a frame. Do not call on the video-processing queue before the frame has come.
   std::shared_ptr<Image> newCGImageFromCurrentlyProcessedOutput() override;
 
-  /// Called after the input size changed, with the size of the output.
+  /// Called with the output size after the input size has changed.
   virtual void setupFilterForSize(Size) {}
   Size sizeOfFBO() const;
   Size outputFrameSize() const;
   virtual Size rotatedSize(Size sizeToRotate, Index forIndex) const;
-  /// The size of the output for frames of `inputSize`, when no size is forced.
+  /// The output size for frames of `inputSize` if no size is forced.
   virtual Size outputSizeFor(Size inputSize) const { return rotatedSize(inputSize, 0); }
-  /// A point with coordinates in 0…1 in the turned picture.
+  /// Rotates a point with coordinates in 0…1.
   static Point rotatedPoint(Point pointToRotate, TavrelGPUImageRotationMode forRotation);
 
-  /// Zero ends it.
+  /// Zero ends forcing.
   void forceProcessingAtSize(Size frameSize) override;
   void forceProcessingAtSizeRespectingAspectRatio(Size frameSize) override;
-  /// The size that is forced; zero for none.
+  /// The forced size; zero if none.
   Size forcedSize() const { return overrideInputSize() ? forcedMaximumSize() : Size{}; }
   void setBackgroundColor(GLfloat red, GLfloat green, GLfloat blue, GLfloat alpha);
 
@@ -104,18 +103,18 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
                      const std::shared_ptr<TavrelGLProgram>& program);
   void setInteger(GLint intValue, GLint uniform, const std::shared_ptr<TavrelGLProgram>& program);
 
-  /// Runs `block`, which sets the uniform at `uniform`, and keeps it in place of an earlier one for that location, to
-  /// be run again before every draw.
+  /// Runs `uniformStateBlock`, which sets the uniform, and again before every draw. Replaces an earlier block for that
+  /// location.
   virtual void setAndExecuteUniformStateCallbackAtIndex(GLint uniform,
                                                         const std::shared_ptr<TavrelGLProgram>& shaderProgram,
                                                         std::function<void()> uniformStateBlock);
   virtual void setUniformsForProgramAtIndex(std::size_t programIndex);
 
-  /// While set, frames are taken and dropped.
+  /// While true, frames are dropped.
   bool preventRendering() const;
   void setPreventRendering(bool newValue);
   bool currentlyReceivingMonochromeInput() const;
-  /// How the connection at the first slot has the input turned.
+  /// The input rotation at the first slot.
   TavrelGPUImageRotationMode inputRotation() const;
   std::shared_ptr<TavrelGLProgram> program() const;
 
@@ -125,7 +124,7 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   void setInputSize(Size newSize, Index atIndex) override;
   void setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index atIndex) override;
   Size maximumOutputSize() const override { return {}; }
-  /// Passed on to the targets once in the filter's lifetime.
+  /// Forwarded to the targets, once in the filter's lifetime.
   void endProcessing() override;
   bool shouldIgnoreUpdatesToThisTarget() const override {
     return TavrelGPUImageOutput::shouldIgnoreUpdatesToThisTarget();
@@ -137,29 +136,28 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
  protected:
   struct Implementation;
 
-  /// Draws the inputs into a framebuffer from the cache, the new output. Drops the inputs' locks on every way out.
+  /// Draws the inputs into a new output framebuffer from the cache. Always unlocks the inputs.
   virtual void renderToTextureWithVertices(const GLfloat* vertices, const GLfloat* textureCoordinates);
-  /// The draw of `renderToTextureWithVertices`; the inputs stay locked.
+  /// Like `renderToTextureWithVertices`, but keeps the inputs locked.
   void drawInputs(const GLfloat* vertices, const GLfloat* textureCoordinates);
-  /// Binds the inputs' textures and sets their samplers and coordinates. A filter with more inputs extends it: unit 2
-  /// is the first's.
+  /// Binds the inputs' textures, and sets their samplers and texture coordinates. The first input uses texture unit 2;
+  /// override to add more.
   virtual void bindInputs(const GLfloat* textureCoordinates);
-  /// Ends the locks on the inputs.
   virtual void unlockInputs();
-  /// Hands the output to the targets, after the completion block and whoever waits for an image.
+  /// Calls the completion block and serves image captures, then hands the output over to the targets.
   virtual void informTargetsAboutNewFrameAtTime(MediaTime frameTime);
-  /// The same, where targets are to be told otherwise than usual.
+  /// The same with other options.
   void passOn(const HandOver& frame);
   bool keepsOutput() const override;
-  /// The size to work at for an input of this size: turned as the connection asks, fitted into a forced size.
+  /// The working size for an input of this size: with the input rotation, fitted into a forced size.
   virtual Size workingSize(Size inputSize) const;
-  /// `size` fitted into `forcedMaximumSize`, or the current input size when none is forced.
+  /// `size` fitted into `forcedMaximumSize`, or the current input size if none is forced.
   Size inputSizeUnderOverride(Size size) const;
-  /// A framebuffer of the output's size from the cache, locked, to be drawn into now.
+  /// A locked framebuffer of the output size from the cache, bound for drawing.
   std::shared_ptr<TavrelGPUImageFramebuffer> fetchFramebuffer();
-  /// Draws by the program of these sources from now on.
+  /// Uses the program of these sources from now on.
   void useFilterProgram(std::string_view vertexShaderString, std::string_view fragmentShaderString);
-  /// The location of one of the program's uniforms. Any thread.
+  /// The location of a uniform of the program. Any thread.
   GLint uniformIndex(std::string_view name) const;
 
   /// For the library's own filters.

@@ -6,14 +6,15 @@
 
 namespace tavrel {
 
-/// Blurs with a Gaussian kernel, first up and down, then left and right. The shaders are text, generated for the kernel
-/// and compiled when the radius changes; programs are kept by the context, so that going back to a radius is cheap.
+/// Blurs with a Gaussian kernel, first vertically, then horizontally. Shaders are generated and compiled when the
+/// radius changes; the context caches the programs.
 ///
-/// Weights are those of the normal distribution, cut off where they fall below 1/256 and scaled to a sum of 1. The
-/// optimised shaders take two neighbouring pixels with one linearly filtered sample.
+/// Weights follow the normal distribution, are cut off below 1/256 and normalised to a sum of 1. The optimised shaders
+/// fetch two neighbouring pixels with one linearly filtered sample.
 class TAVREL_API TavrelGPUImageGaussianBlurFilter : public TavrelGPUImageTwoPassTextureSamplingFilter {
  public:
-  /// With the kernel of radius 4 and sigma 2, which stays until another radius than 2 is set.
+  /// Starts with a kernel of radius 4 and sigma 2, which stays until `blurRadiusInPixels` is set to a value other than
+  /// 2.
   TavrelGPUImageGaussianBlurFilter();
   TavrelGPUImageGaussianBlurFilter(std::string_view firstStageVertexShaderString,
                                    std::string_view firstStageFragmentShaderString,
@@ -21,15 +22,15 @@ class TAVREL_API TavrelGPUImageGaussianBlurFilter : public TavrelGPUImageTwoPass
                                    std::string_view secondStageFragmentShaderString);
   ~TavrelGPUImageGaussianBlurFilter() override;
 
-  /// The distance of the samples in texels, 1 by default. More blurs wider, and coarser.
+  /// Distance of the samples in texels; 1 by default. Larger values blur wider and coarser.
   double texelSpacingMultiplier() const;
   void setTexelSpacingMultiplier(double newValue);
-  /// The kernel's sigma, rounded to whole pixels; 2 by default. 0 does not blur. The kernel grows with it up to 62,
-  /// where the cut at 1/256 begins to narrow it again; from 103 on nothing is left of it.
+  /// The kernel's sigma, rounded to whole pixels; 2 by default. 0 does not blur. Above 62 the cut at 1/256 narrows the
+  /// kernel again; from 103 on it does not blur.
   double blurRadiusInPixels() const;
   void setBlurRadiusInPixels(double newValue);
-  /// The sigma as a part of the picture's width, or height; the later one counts. It is taken from the next size that
-  /// the filter is set up for, once. Negative values are ignored.
+  /// The sigma as a fraction of the frame's width or height, whichever was set last. Converted to pixels once, at the
+  /// next size change. Negative values are ignored.
   double blurRadiusAsFractionOfImageWidth() const;
   void setBlurRadiusAsFractionOfImageWidth(double newValue);
   double blurRadiusAsFractionOfImageHeight() const;
@@ -40,7 +41,7 @@ class TAVREL_API TavrelGPUImageGaussianBlurFilter : public TavrelGPUImageTwoPass
 
   void setupFilterForSize(Size filterFrameSize) override;
 
-  /// The shaders of a kernel, `blurRadius` pixels to each side. Radius 0 gives the shaders that copy.
+  /// The shaders of a kernel of `blurRadius` pixels to each side. Radius 0 gives the copying shaders.
   static std::string vertexShaderForStandardBlurOfRadius(std::size_t blurRadius, double sigma);
   static std::string fragmentShaderForStandardBlurOfRadius(std::size_t blurRadius, double sigma);
   static std::string vertexShaderForOptimizedBlurOfRadius(std::size_t blurRadius, double sigma);

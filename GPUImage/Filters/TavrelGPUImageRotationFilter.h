@@ -6,15 +6,15 @@
 
 namespace tavrel {
 
-/// Turns or mirrors the frame. The mode is the filter's own and stays when the filter is connected anew; it comes on
-/// top of the rotation that a connection asks for. A size forced on it is that of the turned frame.
+/// Rotates or mirrors the frame. The mode belongs to the filter, survives reconnection and is applied after the input
+/// rotation. A forced size is that of the rotated frame.
 class TAVREL_API TavrelGPUImageRotationFilter : public TavrelGPUImageFilter {
  public:
   explicit TavrelGPUImageRotationFilter(TavrelGPUImageRotationMode rotation = kTavrelGPUImageNoRotation);
   ~TavrelGPUImageRotationFilter() override;
 
   TavrelGPUImageRotationMode rotation() const { return rotation_; }
-  /// Applies from the next frame on; a value that is no mode stops the program. Any thread.
+  /// Takes effect at the next frame. An invalid mode stops the program. Any thread.
   void setRotation(TavrelGPUImageRotationMode rotation);
 
   Size rotatedSize(Size sizeToRotate, Index forIndex) const override;

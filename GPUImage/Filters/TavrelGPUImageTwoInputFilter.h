@@ -6,16 +6,15 @@
 
 namespace tavrel {
 
-/// Draws both inputs' texture coordinates through unchanged.
+/// Passes position and both inputs' texture coordinates through.
 TAVREL_API extern const char* const kTavrelGPUImageTwoInputTextureVertexShaderString;
 
-/// A filter that draws two inputs into one picture, which has the size of the first.
+/// Draws two inputs into one frame, which has the first input's size.
 ///
-/// The first producer to be added takes slot 0, the next one slot 1. A frame is drawn when both slots have received
-/// one, with the time of the first. A still picture (a frame with an indefinite time) is needed only once: after it,
-/// each frame of the other, moving input is drawn at once, and the still picture's framebuffer stays locked until
-/// another takes its place. The fragment shader reads `inputImageTexture` at `textureCoordinate` and
-/// `inputImageTexture2` at `textureCoordinate2`.
+/// The first producer added takes slot 0, the next slot 1. A frame is drawn once both slots have received one, with the
+/// first one's time. A still picture (a frame with an indefinite time) is needed only once: then each frame of the
+/// other input is drawn at once, and the still picture's framebuffer stays locked until it is replaced. The fragment
+/// shader samples `inputImageTexture` at `textureCoordinate` and `inputImageTexture2` at `textureCoordinate2`.
 class TAVREL_API TavrelGPUImageTwoInputFilter : public TavrelGPUImageFilter {
  public:
   explicit TavrelGPUImageTwoInputFilter(std::string_view fragmentShaderString);
@@ -29,7 +28,7 @@ class TAVREL_API TavrelGPUImageTwoInputFilter : public TavrelGPUImageFilter {
   Size rotatedSize(Size sizeToRotate, Index forIndex) const override;
   Index nextAvailableTextureIndex() const override;
   void setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer, Index atIndex) override;
-  /// The second input's size does not matter. Zero for the first frees its slot.
+  /// The second input's size is ignored. Zero for the first frees its slot.
   void setInputSize(Size newSize, Index atIndex) override;
   void setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index atIndex) override;
   void newFrameReadyAtTime(MediaTime frameTime, Index atIndex) override;

@@ -6,9 +6,9 @@
 
 namespace tavrel {
 
-/// A filter of two draws: the first pass draws the input into a framebuffer of its own, the second one that into the
-/// output. Both have the output's size. The input's rotation and the background colour act in the first pass; the
-/// second one starts from opaque black. Both fragment shaders read `inputImageTexture`.
+/// Draws in two passes: the first draws the input into an intermediate framebuffer of the output's size, the second
+/// draws that into the output. The first pass applies the input rotation and the background colour; the second starts
+/// from opaque black. Both fragment shaders sample `inputImageTexture`.
 class TAVREL_API TavrelGPUImageTwoPassFilter : public TavrelGPUImageFilter {
  public:
   /// With the default vertex shader in both passes.
@@ -26,14 +26,14 @@ class TAVREL_API TavrelGPUImageTwoPassFilter : public TavrelGPUImageFilter {
   void removeOutputFramebuffer() override;
   void setAndExecuteUniformStateCallbackAtIndex(GLint uniform, const std::shared_ptr<TavrelGLProgram>& forProgram,
                                                 std::function<void()> uniformStateBlock) override;
-  /// 0 for the first pass's program, else the second one's.
+  /// 0 for the first pass's program, else the second's.
   void setUniformsForProgramAtIndex(std::size_t programIndex) override;
 
  protected:
   void renderToTextureWithVertices(const GLfloat* vertices, const GLfloat* textureCoordinates) override;
-  /// Both passes over the output of the passes before, in place of the input.
+  /// Runs both passes again, on the output of the previous passes.
   void repeatPasses(const GLfloat* vertices);
-  /// Draws the second pass by the program of these sources from now on.
+  /// Uses the program of these sources for the second pass from now on.
   void useSecondProgram(std::string_view vertexShader, std::string_view fragmentShader);
 
  private:

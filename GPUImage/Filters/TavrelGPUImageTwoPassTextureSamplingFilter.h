@@ -6,9 +6,8 @@
 
 namespace tavrel {
 
-/// A two-pass filter for separable kernels: the first pass samples up and down the picture, the second one left and
-/// right. Both programs find the step from one sample to the next, in texture coordinates, in the float uniforms
-/// `texelWidthOffset` and `texelHeightOffset`.
+/// A two-pass filter for separable kernels: the first pass samples vertically, the second horizontally. The float
+/// uniforms `texelWidthOffset` and `texelHeightOffset` are the step between samples in texture coordinates.
 class TAVREL_API TavrelGPUImageTwoPassTextureSamplingFilter : public TavrelGPUImageTwoPassFilter {
  public:
   TavrelGPUImageTwoPassTextureSamplingFilter(std::string_view firstStageVertexShaderString,
@@ -27,9 +26,9 @@ class TAVREL_API TavrelGPUImageTwoPassTextureSamplingFilter : public TavrelGPUIm
   void setUniformsForProgramAtIndex(std::size_t programIndex) override;
 
  protected:
-  /// Looks the step uniforms up in the current programs.
+  /// Looks up the step uniforms in the current programs.
   void findStepUniforms();
-  /// The steps for a first pass that reads its input upright, or turned sideways.
+  /// Sets the steps, for a first pass whose input is upright or rotated sideways.
   void setSteps(Size filterFrameSize, bool isInputSideways);
 
  private:

@@ -10,10 +10,10 @@
 
 namespace tavrel {
 
-/// Pushes a caller's 32-bit BGRA pixel buffers into the graph, one at a time.
+/// Feeds BGRA pixel buffers into the graph, one at a time.
 ///
-/// States: idle → in flight, from the acceptance of a buffer until its frame was delivered on the video-processing
-/// queue → idle. Any thread.
+/// A buffer is in flight from its acceptance until its frame has been delivered on the video-processing queue. Any
+/// thread.
 class TAVREL_API TavrelGPUImageCVPixelBufferInput : public TavrelGPUImageOutput {
  public:
   TavrelGPUImageCVPixelBufferInput();
@@ -21,16 +21,15 @@ class TAVREL_API TavrelGPUImageCVPixelBufferInput : public TavrelGPUImageOutput 
 
   /// Delivers the buffer without a time; see below.
   bool processCVPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer, bool wait);
-  /// Delivers the buffer to every enabled target. While another one is in flight: with `wait` the call waits until that
-  /// was delivered, without it the answer is false and the buffer is left alone. The buffer must not be written to
-  /// until it was delivered. Another pixel format than `PixelFormat::bgra32` stops the program. `completion` is never
-  /// called.
+  /// Delivers the buffer to every enabled target. If another buffer is in flight, waits for it with `wait`, else
+  /// returns false. The buffer must not be written to until delivered. Any pixel format but `PixelFormat::bgra32` stops
+  /// the program. `completion` is never called.
   bool processCVPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer, MediaTime frameTime, bool wait,
                             const std::function<void()>& completion = {});
 
-  /// The texture of the last buffer delivered, or none. On the video-processing queue.
+  /// The texture of the last buffer delivered, or nullptr. On the video-processing queue.
   const std::shared_ptr<TextureCacheTexture>& textureRef() const;
-  /// Has one unit while idle and none while a buffer is in flight.
+  /// Has a count of 1, or of 0 while a buffer is in flight.
   const std::shared_ptr<DispatchSemaphore>& frameRenderingSemaphore() const;
 
  private:

@@ -11,14 +11,14 @@ namespace tavrel {
 
 class TavrelGPUImageMovieWriter;
 
-/// Is told what a movie source does.
+/// Told what a movie source does.
 class TAVREL_API TavrelGPUImageMovieDelegate {
  public:
   virtual ~TavrelGPUImageMovieDelegate() = default;
-  /// The movie has ended or was cancelled. On the thread that ended or cancelled it.
+  /// The movie has ended or was cancelled; on the thread that did so.
   virtual void didCompletePlayingMovie() {}
-  /// Sees every picture before it enters the graph; the buffer that it returns, of 'BGRA' and not nullptr, goes there
-  /// instead. On the video-processing queue.
+  /// Receives every frame before it enters the graph, and returns the 'BGRA' buffer to use, not nullptr. On the
+  /// video-processing queue.
   virtual std::shared_ptr<PixelBuffer> didOutputPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer,
                                                             MediaTime timestamp) {
     (void)timestamp;
@@ -26,19 +26,17 @@ class TAVREL_API TavrelGPUImageMovieDelegate {
   }
 };
 
-/// Pushes the pictures of a movie into the graph, with their times, and its sound to `audioEncodingTarget` as it is
-/// stored.
+/// Feeds the frames of a movie, with their times, into the graph, and its audio as stored to `audioEncodingTarget`.
 ///
 ///     idle ──startProcessing──▶ reading ──▶ completed (every target hears `endProcessing`, the delegate is cleared)
 ///                                  └── with shouldRepeat, once more from the start
 ///
-/// Who reads: with a file, a thread of the global queue; with an asset, the thread that calls `startProcessing`, which
-/// returns at the end; after `enableSynchronizedEncodingUsingMovieWriter`, the queues of that writer, as fast as it
-/// takes the frames; with a player item, the main run loop at the display's rate, what is due then. The source stays
-/// alive while a thread of its own reads; for a writer or a player item its owner keeps it. A damaged movie is read as
-/// far as it decodes. One that cannot be read is only reported on the console; a file that cannot be opened, not at
-/// all. Any thread may call the members; what is set applies from the next `startProcessing` on, pace and repetition at
-/// once.
+/// A file is read on the global queue. An asset is read on the thread that calls `startProcessing`, which returns at
+/// the end. After `enableSynchronizedEncodingUsingMovieWriter`, the writer's queues read as fast as it takes frames. A
+/// player item is read on the main run loop, at the display's rate. The source keeps itself alive while it reads a
+/// file; otherwise its owner must. A damaged movie is read as far as it decodes. One that cannot be read is only
+/// reported on the console, and a file that cannot be opened not even there. Any thread. Settings apply from the next
+/// `startProcessing`, but pace and repetition at once.
 class TAVREL_API TavrelGPUImageMovie : public TavrelGPUImageOutput, public PlayerItemOutputDelegate {
  public:
   explicit TavrelGPUImageMovie(const std::filesystem::path& url);
@@ -48,19 +46,18 @@ class TAVREL_API TavrelGPUImageMovie : public TavrelGPUImageOutput, public Playe
 
   void startProcessing();
   void cancelProcessing();
-  /// Ends the repetition and tells every target and the delegate, which is cleared afterwards. Called at the end of the
-  /// movie.
+  /// Ends the repetition, tells every target and the delegate, and clears the delegate. Called at the end of the movie.
   void endProcessing();
-  /// Pull mode: `movieWriter` asks for frames and sound when it has room for them. It stops encoding live.
+  /// Pull mode: `movieWriter` requests frames and audio when it has room. Turns off its `encodingLiveVideo`.
   void enableSynchronizedEncodingUsingMovieWriter(const std::shared_ptr<TavrelGPUImageMovieWriter>& movieWriter);
 
-  /// How far the movie has been read, from 0 to 1.
+  /// The part of the movie read so far, from 0 to 1.
   float progress() const;
 
-  /// Empty without one.
+  /// Empty without a file.
   std::filesystem::path url() const;
   void setUrl(const std::filesystem::path& newValue);
-  /// For a file, once it is loaded.
+  /// For a file, set once it is loaded.
   std::shared_ptr<Asset> asset() const;
   void setAsset(const std::shared_ptr<Asset>& newValue);
   std::shared_ptr<PlayerItem> playerItem() const;
@@ -69,20 +66,20 @@ class TAVREL_API TavrelGPUImageMovie : public TavrelGPUImageOutput, public Playe
   bool audioEncodingIsFinished() const;
   bool videoEncodingIsFinished() const;
 
-  /// Whether the console is told how long each frame took.
+  /// Whether the time of each frame is written to the console.
   bool runBenchmark() const;
   void setRunBenchmark(bool newValue);
-  /// Whether frames leave no sooner after each other than their times say. Late ones leave at once.
+  /// Whether frames are paced by their times. Late ones are delivered at once.
   bool playAtActualSpeed() const;
   void setPlayAtActualSpeed(bool newValue);
-  /// Whether the movie begins again when it has ended. Files only; an asset is not read at all then.
+  /// Whether a file loops. With an asset, nothing is read if this is true.
   bool shouldRepeat() const;
   void setShouldRepeat(bool newValue);
-  /// The last picture first, with the times of the movie in order. The movie is decoded once more beforehand; sound is
-  /// not reversed. Up to 512 MiB of decoded pictures are kept.
+  /// Delivers the last frame first, with ascending times. Decodes the movie once beforehand and caches up to 512 MiB of
+  /// frames. Audio is not reversed.
   bool reverseVideo() const;
   void setReverseVideo(bool newValue);
-  /// Kept for the caller.
+  /// Stored for the caller; has no effect.
   double startTime() const;
   void setStartTime(double newValue);
   double duration() const;
@@ -93,9 +90,9 @@ class TAVREL_API TavrelGPUImageMovie : public TavrelGPUImageOutput, public Playe
   void outputMediaDataWillChange(PlayerItemVideoOutput& sender) override;
 
  protected:
-  /// A reader of the pictures and, for an `audioEncodingTarget`, the sound; nullptr without an asset.
+  /// A reader of the video and, for an `audioEncodingTarget`, the audio; nullptr without an asset.
   virtual std::shared_ptr<AssetReader> createAssetReader();
-  /// Adds an output for sound; its buffers are let go as soon as the target has used them.
+  /// Adds an audio output; its buffers are released as soon as the target has used them.
   void addAudioOutput(AssetReader& reader, std::shared_ptr<AssetReaderOutput> output) const;
 
  private:

@@ -9,8 +9,8 @@
 
 namespace tavrel {
 
-/// A movie source that plays an edited composition: a video composition puts its video tracks together, an audio mix
-/// mixes its sound tracks. Either may be nullptr: then the tracks are put together as they are. Sound arrives as PCM.
+/// A movie source that plays a composition: a video composition combines its video tracks, an audio mix its audio
+/// tracks. Either may be nullptr for the defaults. Audio arrives as PCM.
 class TAVREL_API TavrelGPUImageMovieComposition : public TavrelGPUImageMovie {
  public:
   TavrelGPUImageMovieComposition(const std::shared_ptr<Composition>& compositon,
@@ -21,7 +21,7 @@ class TAVREL_API TavrelGPUImageMovieComposition : public TavrelGPUImageMovie {
   std::shared_ptr<Composition> compositon() const;
   void setCompositon(const std::shared_ptr<Composition>& newValue);
   std::shared_ptr<VideoComposition> videoComposition() const;
-  /// A mutable one is set to the render scale 1 when processing starts.
+  /// The render scale of a mutable one is set to 1 when processing starts.
   void setVideoComposition(const std::shared_ptr<VideoComposition>& newValue);
   std::shared_ptr<AudioMix> audioMix() const;
   void setAudioMix(const std::shared_ptr<AudioMix>& newValue);

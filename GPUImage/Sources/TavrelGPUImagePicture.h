@@ -9,38 +9,38 @@
 
 namespace tavrel {
 
-/// A still picture as a source. It is uploaded once; each processing pass hands the same texture to all targets, with
-/// the indefinite frame time. Any thread.
+/// A still picture as a source. Uploaded once; each processing pass hands the same texture to all targets, with an
+/// indefinite frame time. Any thread.
 class TAVREL_API TavrelGPUImagePicture : public TavrelGPUImageOutput {
  public:
-  /// Reads and decodes a file (PNG, JPEG, or the first frame of a GIF). A file that is no picture stops the program,
-  /// like an empty image; see `ImageSource` for errors that can be handled.
+  /// Decodes a PNG, a JPEG or the first frame of a GIF. A file that cannot be decoded, like an empty image, stops the
+  /// program; use `ImageSource` to handle errors.
   explicit TavrelGPUImagePicture(const std::filesystem::path& url);
   explicit TavrelGPUImagePicture(const Data& data);
-  /// With `smoothlyScaleOutput` the texture has mipmaps, for targets that draw it much smaller. With
-  /// `removePremultiplication` colours are divided by alpha where the image's layout has to be converted.
+  /// `smoothlyScaleOutput` adds mipmaps, for targets that draw the picture much smaller. `removePremultiplication`
+  /// divides colours by alpha if the image's layout has to be converted.
   explicit TavrelGPUImagePicture(const std::shared_ptr<Image>& image, bool smoothlyScaleOutput = false,
                                  bool removePremultiplication = false);
   ~TavrelGPUImagePicture() override;
 
-  /// Replaces the image; returns after the upload. An image without pixels stops the program.
+  /// Replaces the image; returns after the upload. An empty image stops the program.
   void updateWithCGImage(const std::shared_ptr<Image>& image, bool smoothlyScaleOutput = false,
                          bool removePremultiplication = false);
 
   /// Schedules a pass on the video-processing queue.
   void processImage();
-  /// The same; `completion` is called on that queue after the pass. False, with nothing scheduled, while an earlier
-  /// pass is still in flight.
+  /// The same; `completion` is called on that queue after the pass. False, with nothing scheduled, if an earlier pass
+  /// is in flight.
   bool processImageWithCompletionHandler(std::function<void()> completion);
-  /// Hands `finalFilter`'s picture of the pass to `block`, on the video-processing queue; not at all while an earlier
+  /// Passes `finalFilter`'s image of the pass to `block`, on the video-processing queue; has no effect if an earlier
   /// pass is in flight.
   void processImageUpToFilter(const std::shared_ptr<TavrelGPUImageOutput>& finalFilter,
                               std::function<void(std::shared_ptr<Image>)> block);
-  /// What the targets are told: the image's size in pixels, or less when a texture cannot be as large.
+  /// The size given to targets: the image's in pixels, reduced if it exceeds the maximum texture size.
   Size outputImageSize() const;
 
   using TavrelGPUImageOutput::addTarget;
-  /// After a processing request the new target is told at once that a frame is ready, without a framebuffer.
+  /// If processing was requested before, announces a frame to the new target at once, without a framebuffer.
   void addTarget(const std::shared_ptr<TavrelGPUImageInput>& newTarget, Index atTextureLocation) override;
   void removeAllTargets() override;
 

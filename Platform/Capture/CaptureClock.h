@@ -9,38 +9,36 @@
 
 namespace tavrel {
 
-/// The time line on which capture devices stamp and pace what they deliver: seconds since the epoch (1970, UTC) as a
-/// `MediaTime` of timescale 100 000 000. It never jumps backwards. Any thread.
+/// The clock by which capture devices stamp and pace their samples: time since 1970 (UTC) as a `MediaTime` of timescale
+/// 100 000 000. It never goes backwards. Any thread.
 class TAVREL_API CaptureClock {
  public:
   static constexpr std::int32_t kTimescale = 100'000'000;
 
-  /// Names one device that waits on the clock; 0 is never given out by `attach`.
+  /// Identifies a device that waits on the clock; 0 stands for none.
   using Attendee = std::uint64_t;
 
-  /// The process's real clock: the monotonic clock, anchored to the wall clock once, when it is first asked for.
-  /// Setting the wall clock later does not move it.
+  /// The monotonic clock, anchored to the wall clock when first used. Later changes of the wall clock do not move it.
   static const std::shared_ptr<CaptureClock>& realTime();
 
-  /// The clock that capture runs on: the real one, unless the virtual devices were given another.
+  /// The clock of devices that are opened now: `realTime()` unless another was set.
   static std::shared_ptr<CaptureClock> current();
-  /// nullptr restores the real clock. Devices that run keep theirs.
+  /// nullptr restores the real-time clock. Running devices keep theirs.
   static void setCurrent(std::shared_ptr<CaptureClock> clock);
 
   virtual ~CaptureClock() = default;
 
   virtual MediaTime now() const = 0;
-  /// `now()` in seconds, to about a quarter of a microsecond.
+  /// `now()` in seconds, exact to about 0.25 µs.
   double nowSeconds() const { return now().seconds(); }
 
-  /// Waits until the clock shows `time`, no time at all when it is past. False when `cancel` was requested first.
+  /// Waits until the clock reaches `time`; returns at once if that has passed. False if `cancel` is requested first.
   virtual bool waitUntil(MediaTime time, const std::stop_token& cancel, Attendee attendee = 0) = 0;
 
-  /// True when time passes by itself, so that whoever is late has missed something; false when it waits for its
-  /// devices.
+  /// True if time passes by itself, so that a late device drops samples; false if the clock waits for its devices.
   virtual bool isRealTime() const { return true; }
 
-  /// Announces a device that will wait on this clock until it detaches. Clocks that wait for their devices need this.
+  /// Registers a device until it detaches. Needed by clocks that wait for their devices.
   virtual Attendee attach() { return 0; }
   virtual void detach(Attendee) {}
 };

@@ -12,19 +12,18 @@
 
 namespace tavrel {
 
-/// One channel of the sound that passes a connection. Any thread.
+/// The level of one audio channel of a connection. Any thread.
 class TAVREL_API CaptureAudioChannel {
  public:
-  /// What silence reads.
+  /// The level of silence.
   static constexpr float kSilence = -120;
 
-  /// The root mean square of the latest buffer, in decibels of full scale: 0 for a full square wave, -3 for a full
-  /// sine.
+  /// Root mean square of the latest buffer in dBFS: 0 for a full-scale square wave, -3 for a full-scale sine.
   float averagePowerLevel() const { return averagePowerLevel_; }
-  /// The greatest sample of the latest buffer, likewise.
+  /// Peak of the latest buffer in dBFS.
   float peakHoldLevel() const { return peakHoldLevel_; }
 
-  /// Set by the session.
+  /// Called by the session.
   void setLevels(float average, float peak);
 
  private:
@@ -32,38 +31,39 @@ class TAVREL_API CaptureAudioChannel {
   std::atomic<float> peakHoldLevel_ = kSilence;
 };
 
-/// The way of one media type from a session's input to one of its outputs. It belongs to the output, appears when its
-/// session has both, and stays the same object while inputs come and go. Any thread.
+/// Connects the input of one media type to an output of the same session. It belongs to the output and stays the same
+/// object while inputs come and go. Any thread.
 class TAVREL_API CaptureConnection {
  public:
   explicit CaptureConnection(MediaType mediaType);
 
   MediaType mediaType() const { return mediaType_; }
-  /// True while its session has an input of the media type, running or not.
+  /// True while the session has an input of the media type, running or not.
   bool isActive() const { return isActive_; }
 
-  /// Cameras' connections: every orientation.
+  /// True for video: every orientation is supported.
   bool isVideoOrientationSupported() const { return mediaType_ == MediaType::video; }
-  /// `landscapeRight` at first. The next picture that arrives is turned like this, and its width and height are
-  /// exchanged for the portrait ones; on a connection without pictures the setter does nothing.
+  /// Rotates frames from the next one on; the portrait orientations swap width and height. Initially `landscapeRight`.
+  /// The setter has no effect on an audio connection.
   CaptureVideoOrientation videoOrientation() const { return videoOrientation_; }
   void setVideoOrientation(CaptureVideoOrientation orientation);
 
   bool isVideoMirroringSupported() const { return mediaType_ == MediaType::video; }
-  /// On at first: pictures of a front camera leave still-image and data outputs as they are, so nothing is mirrored by
-  /// itself. Must be off for `setVideoMirrored`.
+  /// True by default, which means no mirroring: frames of still-image and data outputs are never mirrored
+  /// automatically, not even a front camera's. Turn it off before `setVideoMirrored`.
   bool automaticallyAdjustsVideoMirroring() const { return automaticallyAdjustsVideoMirroring_; }
   void setAutomaticallyAdjustsVideoMirroring(bool adjusts);
-  /// Exchanges left and right of what arrives, after turning it. Off at first; ignored while mirroring is automatic.
+  /// Mirrors frames left to right, after rotation. False by default; the setter has no effect while mirroring is
+  /// automatic.
   bool isVideoMirrored() const { return isVideoMirrored_; }
   void setVideoMirrored(bool mirrored);
 
-  /// One for each channel that arrives; empty for pictures, and until the first buffer of sound.
+  /// One for each channel; empty for video and until the first audio buffer.
   std::vector<std::shared_ptr<CaptureAudioChannel>> audioChannels() const;
 
-  /// Set by the session.
+  /// Called by the session.
   void setActive(bool active) { isActive_ = active; }
-  /// Makes as many channels as that; called by the session.
+  /// Called by the session.
   void setAudioChannelCount(std::size_t count);
 
  private:

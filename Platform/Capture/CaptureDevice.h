@@ -17,77 +17,76 @@
 
 namespace tavrel {
 
-/// A camera or a microphone, on PipeWire, V4L2 or without hardware; `TAVREL_CAPTURE=pipewire|v4l2|virtual|auto` chooses
-/// where they come from. `auto`, the default, takes PipeWire's devices and V4L2's cameras where PipeWire has none, and
-/// virtual ones when there is no real camera, or no real microphone.
+/// A camera or microphone of PipeWire or V4L2, or a virtual one. The environment variable
+/// `TAVREL_CAPTURE=pipewire|v4l2|virtual|auto` selects the backend. `auto`, the default, takes PipeWire's devices, V4L2
+/// cameras if PipeWire has none, and a virtual camera or microphone if there is no real one.
 ///
-/// There is one object for each device. It lives as long as the process, also while the device is unplugged: what comes
-/// back under the same `uniqueID` is the same object, with its settings.
+/// There is one object for each device. It lives until the process ends: a device that is plugged in again under the
+/// same `uniqueID` is the same object, with its settings.
 ///
-/// Settings are made between `lockForConfiguration` and `unlockForConfiguration`; a setter outside stops the program. A
-/// setting that the device does not support is ignored; the is…Supported functions tell. Everything that was set is
-/// applied again when the device is opened. All members may be called from any thread.
+/// Call setters between `lockForConfiguration` and `unlockForConfiguration`; outside they stop the program. A setting
+/// that the device does not support (see the is…Supported functions) is ignored. Settings are applied again whenever
+/// the device is opened. Any thread.
 class TAVREL_API CaptureDevice {
  public:
-  /// The devices that are connected now, in the backend's order, files last. The first call looks for devices and may
-  /// take a moment (at most three seconds, where a sound or camera service does not answer).
+  /// The connected devices, in the backend's order, files last. The first call discovers devices and may take up to
+  /// three seconds if a service does not answer.
   static std::vector<std::shared_ptr<CaptureDevice>> devicesWithMediaType(MediaType mediaType);
-  /// The one that people expect: the system's default microphone, the back camera (else the first one); a file when one
-  /// was added. nullptr when there is none.
+  /// The file added last if there is one; else the system's default microphone, or the back camera, or the first
+  /// device. nullptr if there is none.
   static std::shared_ptr<CaptureDevice> defaultDeviceWithMediaType(MediaType mediaType);
-  /// The device of that identity, connected or not; nullptr when none such was ever seen.
+  /// The device with this identity, connected or not; nullptr if it was never seen.
   static std::shared_ptr<CaptureDevice> deviceWithUniqueID(std::string_view uniqueID);
-  /// The connected device that people mean by `name`: a `uniqueID`, a `localizedName`, "front", "back" or "default";
-  /// "file:PATH" adds the file. Fails with `noSuchDevice` and the names there are, and as `addFile` does.
+  /// The connected device called `name`: a `uniqueID`, a `localizedName`, "front", "back" or "default"; "file:PATH"
+  /// adds the file. Fails with `noSuchDevice`, listing the names, and as `addFile` does.
   static Expected<std::shared_ptr<CaptureDevice>> deviceNamed(
       std::string_view name, MediaType mediaType,
       CaptureDevicePosition filePosition = CaptureDevicePosition::unspecified);
-  /// Makes a movie or a picture (video), or a sound file (audio), a device from now on, after the others in
-  /// `devicesWithMediaType`, and the default one. Its identity is "file:PATH". The same file again is the same device,
-  /// with the new position. Fails with `noSuchFile`, `badScene` or `badSound` when the file cannot be a device.
+  /// Adds a movie or picture as a camera, or an audio file as a microphone. It is listed after the other devices and
+  /// becomes the default. Its identity is "file:PATH"; adding a file again only changes its position. Fails with
+  /// `noSuchFile`, `badScene` or `badSound`.
   static Expected<std::shared_ptr<CaptureDevice>> addFile(
       const std::filesystem::path& path, MediaType mediaType,
       CaptureDevicePosition position = CaptureDevicePosition::unspecified);
 
-  /// Whether the process may use devices of this type; looks at the rights on the device nodes, and at what PipeWire
-  /// grants. Virtual devices may always be used.
+  /// Whether the process may use devices of this type: by the permissions of the device nodes and PipeWire's. Virtual
+  /// devices are allowed. `notDetermined` until access was requested.
   static CaptureAuthorizationStatus authorizationStatus(MediaType mediaType);
-  /// Asks for the right to use them; `completion` is called once, on the global queue, with whether it is granted. Not
-  /// having a device is no refusal.
+  /// Requests access. `completion` is called once, on the global queue. Having no device does not count as refusal.
   static void requestAccess(MediaType mediaType, std::function<void(bool granted)> completion);
 
   CaptureDevice(const CaptureDevice&) = delete;
   CaptureDevice& operator=(const CaptureDevice&) = delete;
   ~CaptureDevice();
 
-  /// Names the device itself, by its serial number or the place it is plugged into; the same after replug and reboot.
+  /// Identifies the device by serial number or port; it stays the same after replugging and rebooting.
   const std::string& uniqueID() const;
-  /// For people.
+  /// Human-readable name.
   const std::string& localizedName() const;
   MediaType mediaType() const;
-  /// A camera whose system does not tell is taken for the front one, a second such for the back one.
+  /// If the system does not say, the first such camera counts as front and the second as back.
   CaptureDevicePosition position() const;
   /// "virtual", "pipewire" or "v4l2".
   const std::string& backendName() const;
-  /// False while it is unplugged.
+  /// False while unplugged.
   bool isConnected() const;
 
-  /// Begins making settings. Locks nest. Fails with `notConnected` while the device is unplugged.
+  /// Begins a configuration; locks nest. Fails with `notConnected` while the device is unplugged.
   Expected<void> lockForConfiguration();
-  /// Ends it; without a lock the program stops.
+  /// Ends a configuration. Without a lock it stops the program.
   void unlockForConfiguration();
 
-  /// At least one where the device could be asked.
+  /// Empty if the device could not be queried.
   std::vector<std::shared_ptr<const CaptureDeviceFormat>> formats() const;
-  /// How it runs, or would run; chosen by the session's preset. Never nullptr.
+  /// The format the device runs in when opened, chosen by the session's preset. Never nullptr.
   std::shared_ptr<const CaptureDeviceFormat> activeFormat() const;
-  /// One of `formats()`; anything else stops the program. The preset of a session that uses the device becomes
-  /// `kCaptureSessionPresetInputPriority`. Frame durations return to the format's default.
+  /// Must be one of `formats()`, else the program stops. The preset of the device's session becomes
+  /// `kCaptureSessionPresetInputPriority`, and frame durations return to the format's default.
   void setActiveFormat(const std::shared_ptr<const CaptureDeviceFormat>& format);
 
-  /// The shortest and longest time between frames. The device runs at the shortest, as nearly as it can; durations
-  /// outside the format's ranges move to the nearest one inside. An invalid time restores the default: 30 frames a
-  /// second, or the nearest rate there is.
+  /// Limits of the time between frames. The device runs as close to the minimum as it can. Durations outside the
+  /// format's ranges are clamped to them. An invalid time restores the default: 30 frames per second or the nearest
+  /// rate available.
   MediaTime activeVideoMinFrameDuration() const;
   MediaTime activeVideoMaxFrameDuration() const;
   void setActiveVideoMinFrameDuration(MediaTime duration);
@@ -104,8 +103,8 @@ class TAVREL_API CaptureDevice {
   bool isFocusModeSupported(CaptureFocusMode mode) const;
   CaptureFocusMode focusMode() const;
   void setFocusMode(CaptureFocusMode mode);
-  /// (0, 0) the top left, (1, 1) the bottom right of the sensor's picture; (0.5, 0.5) at first. Setting the point does
-  /// nothing by itself: the next `setFocusMode` uses it. Points outside move to the edge.
+  /// (0, 0) is the top left of the sensor's picture and (1, 1) the bottom right; initially (0.5, 0.5). The point takes
+  /// effect at the next `setFocusMode`. Points outside are clamped.
   bool isFocusPointOfInterestSupported() const;
   Point focusPointOfInterest() const;
   void setFocusPointOfInterest(Point point);
@@ -113,12 +112,13 @@ class TAVREL_API CaptureDevice {
   bool isExposureModeSupported(CaptureExposureMode mode) const;
   CaptureExposureMode exposureMode() const;
   void setExposureMode(CaptureExposureMode mode);
-  /// As for the focus.
+  /// See `focusPointOfInterest`.
   bool isExposurePointOfInterestSupported() const;
   Point exposurePointOfInterest() const;
   void setExposurePointOfInterest(Point point);
 
-  /// 1 shows everything; factors outside 1 … the active format's maximum move to the nearest end. At once, no ramp.
+  /// 1 shows the whole picture. Factors are clamped to 1 … the active format's `videoMaxZoomFactor` and take effect at
+  /// once.
   double videoZoomFactor() const;
   void setVideoZoomFactor(double factor);
 

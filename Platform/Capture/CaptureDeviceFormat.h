@@ -8,7 +8,7 @@
 
 namespace tavrel {
 
-/// Frame rates between two ends, in frames a second. A device with single rates has ranges whose ends are equal.
+/// A range of frame rates, in frames per second. A discrete rate is a range whose ends are equal.
 struct CaptureFrameRateRange {
   double minFrameRate = 0;
   double maxFrameRate = 0;
@@ -26,23 +26,23 @@ struct CaptureFrameRateRange {
   }
 };
 
-/// Pixels of the sensor's picture, before it is turned.
+/// Size of the sensor's picture in pixels, before rotation.
 struct CaptureVideoDimensions {
   int width = 0;
   int height = 0;
   friend bool operator==(const CaptureVideoDimensions&, const CaptureVideoDimensions&) = default;
 };
 
-/// One way in which a device can run. Immutable once a device offers it, and compared by its address.
+/// A format a device can run in. Immutable once a device offers it, and compared by address.
 struct CaptureDeviceFormat {
   MediaType mediaType = MediaType::video;
-  /// Cameras: the picture's size.
+  /// Cameras only.
   CaptureVideoDimensions dimensions;
-  /// Cameras: slowest range first.
+  /// Cameras only; slowest range first.
   std::vector<CaptureFrameRateRange> videoSupportedFrameRateRanges;
-  /// Cameras: 1 where there is no zoom.
+  /// Cameras only; 1 without zoom.
   double videoMaxZoomFactor = 1;
-  /// Microphones: the sound that comes out.
+  /// Microphones only.
   AudioFormat audioFormat;
 };
 

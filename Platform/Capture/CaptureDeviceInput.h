@@ -8,11 +8,11 @@
 
 namespace tavrel {
 
-/// A device on its way into a session. Immutable; any thread.
+/// A device as an input of a session. Immutable; any thread.
 class TAVREL_API CaptureDeviceInput {
  public:
-  /// Fails (`CaptureErrorCode`) without a device, when it is unplugged, and when the process may not open it. The
-  /// device itself is opened by a running session only.
+  /// Fails (`CaptureErrorCode`) if `device` is nullptr or unplugged, or the process may not open it. Only a running
+  /// session opens the device.
   static Expected<std::shared_ptr<CaptureDeviceInput>> create(std::shared_ptr<CaptureDevice> device);
 
   const std::shared_ptr<CaptureDevice>& device() const { return device_; }

@@ -14,7 +14,7 @@ class CaptureSource;
 class SampleBuffer;
 struct SampleTiming;
 
-/// Where a session's media leaves it. An output serves one session at a time. Any thread.
+/// Where media leaves a session. An output belongs to one session at a time. Any thread.
 class TAVREL_API CaptureOutput {
  public:
   CaptureOutput(const CaptureOutput&) = delete;
@@ -22,25 +22,25 @@ class TAVREL_API CaptureOutput {
   virtual ~CaptureOutput();
 
   MediaType mediaType() const { return mediaType_; }
-  /// nullptr while the output belongs to no session or its session has no input of the media type, and for a media type
-  /// that the output does not take. The same object comes back, with its settings, when the session has an input again.
+  /// nullptr if the output does not take the media type, belongs to no session, or its session has no input of that
+  /// type. The same object, with its settings, is returned once there is an input again.
   std::shared_ptr<CaptureConnection> connectionWithMediaType(MediaType mediaType) const;
 
  protected:
   explicit CaptureOutput(MediaType mediaType) : mediaType_(mediaType) {}
-  /// Whether its session runs.
+  /// Whether the session is running.
   bool isRunning() const { return isRunning_; }
 
  private:
   friend class CaptureSessionCore;
   friend class CaptureSource;
 
-  /// Takes a picture or a run of sound, on the device's capture thread. On a clock that waits for its devices it may
-  /// block until there is room, and until `source` is cancelled.
+  /// Takes a video frame or an audio buffer, on the device's capture thread. On a clock that is not real-time it may
+  /// block until there is room or `source` is cancelled.
   virtual void deliver(const std::shared_ptr<SampleBuffer>& sample, CaptureSource& source) = 0;
-  /// The device lost a sample before the session saw it; same thread.
+  /// The device lost a sample; same thread.
   virtual void deliverDrop(const SampleTiming& timing) = 0;
-  /// The session stopped, lost its input, or the output left it: nothing more will come for now.
+  /// No more samples for now: the session stopped or lost its input, or the output was removed.
   virtual void deliveryEnded() {}
 
   const MediaType mediaType_;

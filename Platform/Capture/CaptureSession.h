@@ -13,15 +13,15 @@
 
 namespace tavrel {
 
-/// Presets choose the camera's format. These five, and any size written as "1280x720".
+/// Presets select the camera's format: one of these five, or a size such as "1280x720".
 inline constexpr const char* kCaptureSessionPresetPhoto = "photo";    ///< the largest picture
 inline constexpr const char* kCaptureSessionPresetHigh = "high";      ///< 1280x720 or the nearest
 inline constexpr const char* kCaptureSessionPresetMedium = "medium";  ///< 640x480 or the nearest
 inline constexpr const char* kCaptureSessionPresetLow = "low";        ///< 320x240 or the nearest
-/// The device keeps the active format that was set on it.
+/// The device keeps its active format.
 inline constexpr const char* kCaptureSessionPresetInputPriority = "inputPriority";
 
-/// Leads media from devices to outputs.
+/// Routes media from devices to outputs.
 ///
 ///     stopped ──startRunning──▶ running ──stopRunning──▶ stopped
 ///                                │    ▲
@@ -29,13 +29,12 @@ inline constexpr const char* kCaptureSessionPresetInputPriority = "inputPriority
 ///                                ▼    │
 ///                        running without that device
 ///
-/// A running session opens its inputs' devices as long as it has an output for their media type; several sessions may
-/// run at once, each with devices of its own. A device that fails is reported by
-/// `kCaptureSessionRuntimeErrorNotification`, the session goes on running with its other inputs, and opens it again
-/// when it is connected, at most once a second. One input of a media type at a time.
+/// A running session opens the devices for whose media type it has an output. It has at most one input of each media
+/// type. Several sessions may run at once, each with its own devices. If a device fails,
+/// `kCaptureSessionRuntimeErrorNotification` is posted and the session keeps running with its other inputs; it reopens
+/// the device once that is connected, trying at most once a second.
 ///
-/// All members may be called from any thread, also from delegates; they wait for each other. No member waits for a
-/// delegate.
+/// Any thread, including delegate callbacks; calls are serialised. No member waits for a delegate.
 class TAVREL_API CaptureSession {
  public:
   /// It stops when its last owner lets go of it.
@@ -45,42 +44,42 @@ class TAVREL_API CaptureSession {
   CaptureSession& operator=(const CaptureSession&) = delete;
   virtual ~CaptureSession() = default;
 
-  /// `kCaptureSessionPresetHigh` at first.
+  /// Initially `kCaptureSessionPresetHigh`.
   virtual std::string sessionPreset() const = 0;
-  /// Whether each camera among the inputs has such a format; without one, whether the preset is one at all.
+  /// Whether the input camera has a format for the preset; without a camera, whether the preset is valid.
   virtual bool canSetSessionPreset(std::string_view preset) const = 0;
-  /// Nothing changes unless `canSetSessionPreset`. An input that joins later and cannot do it runs at the nearest size.
+  /// Has no effect unless `canSetSessionPreset`. A camera added later that lacks the size runs at the nearest one.
   virtual void setSessionPreset(std::string_view preset) = 0;
 
-  /// Gathers changes until the matching commit, so that devices are opened and closed once; pairs nest. Each change
-  /// outside a pair takes effect at once. A commit without a begin stops the program.
+  /// Changes between the two take effect together at the commit; pairs nest. Other changes take effect at once. A
+  /// commit without a begin stops the program.
   virtual void beginConfiguration() = 0;
   virtual void commitConfiguration() = 0;
 
-  /// False without an input, when it is in already, and when there is one of its media type.
+  /// False if `input` is nullptr or the session has an input of its media type.
   virtual bool canAddInput(const std::shared_ptr<CaptureDeviceInput>& input) const = 0;
   /// Stops the program unless `canAddInput`.
   virtual void addInput(const std::shared_ptr<CaptureDeviceInput>& input) = 0;
-  /// Nothing happens when it is not in.
+  /// Has no effect on an input that was not added.
   virtual void removeInput(const std::shared_ptr<CaptureDeviceInput>& input) = 0;
   virtual std::vector<std::shared_ptr<CaptureDeviceInput>> inputs() const = 0;
 
-  /// False without an output, and when it is in a session already.
+  /// False if `output` is nullptr or belongs to a session.
   virtual bool canAddOutput(const std::shared_ptr<CaptureOutput>& output) const = 0;
   /// Stops the program unless `canAddOutput`.
   virtual void addOutput(const std::shared_ptr<CaptureOutput>& output) = 0;
   virtual void removeOutput(const std::shared_ptr<CaptureOutput>& output) = 0;
   virtual std::vector<std::shared_ptr<CaptureOutput>> outputs() const = 0;
 
-  /// Opens the devices and returns when they deliver or have failed (at most about five seconds each); failures are
-  /// reported as runtime errors, and the session runs nevertheless.
+  /// Opens the devices; returns when each delivers or has failed, which takes at most about five seconds for each.
+  /// Failures are reported as runtime errors; the session runs nevertheless.
   virtual void startRunning() = 0;
-  /// Closes the devices and returns when nothing more is captured. No delegate call begins afterwards; one that runs
-  /// already may end later.
+  /// Closes the devices; returns when nothing more is captured. No delegate call begins afterwards, but one in progress
+  /// may still be running.
   virtual void stopRunning() = 0;
   virtual bool isRunning() const = 0;
 
-  /// What went wrong last since the session was started; nothing while all is well.
+  /// The latest failure; nothing once the device has recovered.
   virtual std::optional<Error> runtimeError() const = 0;
 
  protected:

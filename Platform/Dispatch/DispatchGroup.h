@@ -7,7 +7,7 @@
 
 namespace tavrel {
 
-/// Counts work in progress and tells when all of it is done. Any thread.
+/// Tracks work in progress and tells when all of it is done. Any thread.
 class TAVREL_API DispatchGroup {
  public:
   DispatchGroup();
@@ -16,14 +16,14 @@ class TAVREL_API DispatchGroup {
   ~DispatchGroup();
 
   void enter();
-  /// Ends one `enter`; without one the program stops.
+  /// Balances an `enter`; without one it stops the program.
   void leave();
-  /// Submits `block` to `queue` inside the group. The group must live until the block has run.
+  /// Submits `block` to `queue` as part of the group, which must live until the block has run.
   void async(const std::shared_ptr<DispatchQueue>& queue, DispatchQueue::Block block);
-  /// Submits `block` to `queue` once the group is empty, at once when it is empty now.
+  /// Submits `block` to `queue` as soon as the group is empty.
   void notify(const std::shared_ptr<DispatchQueue>& queue, DispatchQueue::Block block);
   void wait();
-  /// False when the group was not empty in time.
+  /// False if the group is not empty in time.
   bool wait(std::chrono::nanoseconds timeout);
 
  private:

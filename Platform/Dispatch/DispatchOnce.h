@@ -5,7 +5,7 @@
 
 namespace tavrel {
 
-/// Runs the first block it is given, exactly once; later callers wait until that has finished. Any thread.
+/// Runs the first block exactly once; concurrent callers wait until it has finished. Any thread.
 class DispatchOnce {
  public:
   template <typename Callable>

@@ -7,7 +7,7 @@
 
 namespace tavrel {
 
-/// Counting semaphore. Unlike a mutex it may be taken on one thread and given back on another.
+/// A counting semaphore, which may be acquired on one thread and released on another.
 class TAVREL_API DispatchSemaphore {
  public:
   explicit DispatchSemaphore(long count);
@@ -16,9 +16,9 @@ class TAVREL_API DispatchSemaphore {
   ~DispatchSemaphore();
 
   void wait();
-  /// False when none was available in time.
+  /// False if no unit is available in time.
   bool wait(std::chrono::nanoseconds timeout);
-  /// Takes one without waiting; false when none is available.
+  /// Takes a unit without waiting; false if none is available.
   bool tryWait();
   void signal();
 

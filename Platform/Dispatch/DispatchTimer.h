@@ -8,19 +8,19 @@
 
 namespace tavrel {
 
-/// Runs a block on a queue again and again.
+/// Runs a block on a queue at regular intervals.
 ///
-/// Ticks are counted from the start, so that the mean interval is exact; ticks that the queue was too busy for are
+/// Ticks do not drift: they are multiples of the interval from the start. Ticks missed while the queue is busy are
 /// merged into one. Destruction cancels. Any thread.
 class TAVREL_API DispatchTimer {
  public:
-  /// First after `interval`, then every `interval`, which must be positive.
+  /// The first tick is after `interval`, which must be positive.
   DispatchTimer(std::shared_ptr<DispatchQueue> queue, std::chrono::nanoseconds interval, DispatchQueue::Block block);
   DispatchTimer(const DispatchTimer&) = delete;
   DispatchTimer& operator=(const DispatchTimer&) = delete;
   ~DispatchTimer();
 
-  /// No tick begins after the return, except that one that runs at this moment on another thread may finish.
+  /// No tick begins after the return; one in progress on another thread may still finish.
   void cancel();
 
  private:

@@ -7,34 +7,33 @@
 
 namespace tavrel {
 
-/// The main thread's loop: it runs the blocks of the main queue.
+/// Runs the blocks of the main queue on the main thread.
 ///
-/// Either the application gives it the main thread (`run`, `runFor`), or it embeds the loop in one of its own: it waits
-/// until `fileDescriptor()` is readable and then calls `drain()`. All members except `stop` belong to the main thread.
+/// An application either hands the main thread over (`run`, `runFor`) or embeds the loop in its own: it waits until
+/// `fileDescriptor()` is readable, then calls `drain()`. Main thread, except `stop`.
 class TAVREL_API RunLoop {
  public:
   static RunLoop& main();
 
-  /// Runs blocks until `stop` is called.
+  /// Runs until `stop`.
   void run();
-  /// Runs blocks for this long, or until `stop` is called; waits where there are none. A nested call is allowed.
+  /// Runs for `duration` or until `stop`. Calls may nest.
   void runFor(std::chrono::nanoseconds duration);
-  /// Runs blocks until `done` answers true or `duration` has passed; `done` is asked after every block and at least
-  /// every 5 ms. Returns the last answer.
+  /// Runs until `done` returns true or `duration` has passed; `done` is called after every block and at least every 5
+  /// ms. Returns its last result.
   bool runUntil(const std::function<bool()>& done, std::chrono::nanoseconds duration) {
     return runUntil(done, duration, std::chrono::milliseconds(5));
   }
-  /// Ends the innermost `run` or `runFor` that is under way when its turn among the blocks comes; none, where none is.
-  /// Any thread.
+  /// Ends the innermost `run` or `runFor`, after the blocks submitted before. Has no effect if none is running. Any
+  /// thread.
   void stop();
 
-  /// Readable while blocks wait; for poll, epoll or another loop. Owned by the run loop.
+  /// Readable while blocks are waiting; for poll, epoll or another loop. Owned by the run loop.
   int fileDescriptor();
-  /// Runs the blocks that wait now, and none that these submit; the descriptor stays readable for those. Returns how
-  /// many it ran.
+  /// Runs the waiting blocks, but not those that they submit, for which the descriptor stays readable. Returns the
+  /// number of blocks run.
   int drain();
 
-  /// True on the process's main thread.
   static bool isMainThread();
 
  private:

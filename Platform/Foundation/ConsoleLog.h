@@ -10,10 +10,9 @@
 
 namespace tavrel {
 
-/// The process's plain console: one line on standard error for each message, with the local time and its zone, program
-/// and process number in front. The graph writes its diagnostics here; capture code uses the log facade instead. Any
-/// thread. Lines stay whole. Whatever standard error is, the caller is held up for a second at most, once: what nobody
-/// takes then is lost, and a line says how much.
+/// Writes each message as a line to standard error, prefixed with local time and zone, program and process ID. The
+/// graph writes its diagnostics here; capture code uses the log instead. Lines are never split. If standard error is
+/// blocked, a caller waits at most a second, once; what is lost then is reported in a line. Any thread.
 class TAVREL_API ConsoleLog {
  public:
   /// Receives each message without the prefix, on the thread that wrote it.
@@ -27,7 +26,7 @@ class TAVREL_API ConsoleLog {
   }
 
   /// Sends messages to `sink` instead of standard error; an empty sink restores standard error. Returns once no thread
-  /// is inside the earlier sink any more. The sink must not write to the console itself.
+  /// is inside the previous sink. The sink must not write to the console.
   static void setSink(Sink sink);
 };
 

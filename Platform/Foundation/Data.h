@@ -10,11 +10,10 @@
 
 namespace tavrel {
 
-/// A block of bytes that its holder owns.
+/// A block of bytes.
 using Data = std::vector<std::uint8_t>;
 
-/// Reads a whole file. Fails with the system's reason ("posix", errno) when it cannot be opened or read, and when it is
-/// larger than `limit` bytes.
+/// Reads a whole file. Fails with the system's error ("posix") if it cannot be read or is larger than `limit` bytes.
 TAVREL_API Expected<Data> readFile(const std::filesystem::path& path, std::size_t limit = std::size_t{1} << 31);
 
 }  // namespace tavrel

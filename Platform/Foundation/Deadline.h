@@ -4,7 +4,7 @@
 
 namespace tavrel {
 
-/// When `duration` from now will have passed on the steady clock; its end of time for durations that go beyond.
+/// `duration` from now on the steady clock, or the clock's maximum if that would overflow.
 inline std::chrono::steady_clock::time_point deadlineAfter(std::chrono::nanoseconds duration) {
   using Clock = std::chrono::steady_clock;
   const auto now = Clock::now();

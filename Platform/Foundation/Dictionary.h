@@ -12,15 +12,15 @@
 
 namespace tavrel {
 
-/// A setting's value: a truth value, a whole or a real number, a text or bytes.
+/// A setting's value: Boolean, integer, real number, text or bytes.
 using Value = std::variant<bool, std::int64_t, double, std::string, Data>;
 
-/// Settings by key, for instance the output settings of a movie track.
+/// Settings by key, such as the output settings of a movie track.
 using Dictionary = std::map<std::string, Value, std::less<>>;
 
-/// The number held by `value`, truth values counting as 0 and 1; nothing when it is a text or bytes.
+/// `value` as a number, with Booleans as 0 and 1; nothing for text and bytes.
 TAVREL_API std::optional<double> numberOf(const Value& value);
-/// The number stored under `key`; nothing when the key is absent or does not hold a number.
+/// The number under `key`; nothing if there is none.
 TAVREL_API std::optional<double> numberFor(const Dictionary& dictionary, std::string_view key);
 
 }  // namespace tavrel

@@ -6,8 +6,8 @@
 
 namespace tavrel {
 
-/// What the environment variable says; nothing when it is not set. Any thread, as long as nobody writes the
-/// environment; the library does not. Valid until somebody does.
+/// The value of the environment variable; nothing if it is not set. Valid, and safe on any thread, until the
+/// environment is changed; the library does not change it.
 inline std::optional<std::string_view> environmentVariable(const char* name) {
   const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe)
   if (!value) return std::nullopt;

@@ -10,7 +10,7 @@
 
 namespace tavrel {
 
-/// An enum of the codes of one domain, with a function `errorDomain` beside it that names the domain.
+/// An enum of one domain's codes; the function `errorDomain` in its namespace names the domain.
 template <typename Code>
 concept ErrorCode = std::is_enum_v<Code> && requires(Code code) {
   { errorDomain(code) } -> std::convertible_to<std::string>;
@@ -21,13 +21,13 @@ Error makeError(Code code, std::string description) {
   return {errorDomain(code), static_cast<std::int64_t>(code), std::move(description)};
 }
 
-/// Returned by functions that fail: `return failure(MediaErrorCode::emptyMovie, "nothing was appended");`
+/// The result of a function that fails: `return failure(MediaErrorCode::emptyMovie, "nothing was appended");`
 template <ErrorCode Code>
 tl::unexpected<Error> failure(Code code, std::string description) {
   return tl::unexpected<Error>(makeError(code, std::move(description)));
 }
 
-/// Whether this is the case that went wrong: `if (error == MediaErrorCode::damagedFile) …`
+/// Whether the error has this code: `if (error == MediaErrorCode::damagedFile) …`
 template <ErrorCode Code>
 bool operator==(const Error& error, Code code) {
   return error.code == static_cast<std::int64_t>(code) && error.domain == errorDomain(code);

@@ -1,4 +1,4 @@
 #pragma once
 
-/// Marks what applications may use: everything else is hidden in the shared library.
+/// Exports a symbol from the shared library; all others are hidden.
 #define TAVREL_API __attribute__((visibility("default")))

@@ -9,12 +9,11 @@
 
 namespace tavrel {
 
-/// Stops the program because the library was misused: writes "*** Assertion failure: TEXT" to standard error and to the
-/// open log files, and aborts. The one way out for programming errors; expected failures are returned instead. Any
-/// thread.
+/// Stops the program: writes "*** Assertion failure: TEXT" to standard error and to the open log files, and aborts. For
+/// programming errors only; expected failures are returned. Any thread.
 [[noreturn]] TAVREL_API void fatalAssertion(std::string_view text);
 
-/// The same with a text in fmt's syntax.
+/// The same with a format of fmt.
 template <typename... Args>
 requires(sizeof...(Args) > 0) [[noreturn]] void fatalAssertion(fmt::format_string<Args...> format, Args&&... args) {
   fatalAssertion(std::string_view(fmt::format(format, std::forward<Args>(args)...)));

@@ -7,7 +7,7 @@
 
 namespace tavrel {
 
-/// Signed position in a list or number of an input slot.
+/// A position in a list, or the number of an input slot.
 using Index = std::int64_t;
 
 struct Point {
@@ -22,7 +22,7 @@ struct Size {
   friend bool operator==(const Size&, const Size&) = default;
 };
 
-/// True for exactly (0, 0), the "no size" of the graph.
+/// True for exactly (0, 0), which stands for no size in the graph.
 inline bool isZero(Size size) { return size.width == 0 && size.height == 0; }
 
 struct Rect {
@@ -38,11 +38,11 @@ struct Rect {
   double midY() const { return origin.y + size.height / 2; }
 };
 
-/// The largest rectangle of `aspectRatio`'s proportions inside `bounds`, centred in it.
-/// A zero or negative side of `aspectRatio` gives an empty rectangle at the centre of `bounds`.
+/// The largest rectangle of proportions `aspectRatio` inside `bounds`, centred. If a side of `aspectRatio` is not
+/// positive, an empty rectangle at the centre of `bounds`.
 TAVREL_API Rect rectWithAspectRatioInsideRect(Size aspectRatio, const Rect& bounds);
 
-/// 2D affine transform on row vectors: (x', y') = (a·x + c·y + tx, b·x + d·y + ty).
+/// An affine transform of row vectors: (x', y') = (a·x + c·y + tx, b·x + d·y + ty).
 struct TAVREL_API AffineTransform {
   double a = 1, b = 0, c = 0, d = 1, tx = 0, ty = 0;
   friend bool operator==(const AffineTransform&, const AffineTransform&) = default;
@@ -54,16 +54,16 @@ struct TAVREL_API AffineTransform {
   static AffineTransform makeRotation(double radians);
 
   bool isIdentity() const { return *this == AffineTransform{}; }
-  /// The transform that applies this one first and `next` after it.
+  /// Applies this transform, then `next`.
   AffineTransform concatenating(const AffineTransform& next) const;
-  /// Each of these applies the named step to points first and this transform after it.
+  /// Each of these applies the named step, then this transform.
   AffineTransform translatedBy(double x, double y) const;
   AffineTransform scaledBy(double sx, double sy) const;
   AffineTransform rotatedBy(double radians) const;
   Point apply(Point point) const;
 };
 
-/// 4×4 transform on row vectors, stored row by row: m[0..3] is m11 m12 m13 m14, and the translation is m[12..14].
+/// A 4×4 transform of row vectors in row-major order: m[0..3] is m11 m12 m13 m14; the translation is m[12..14].
 struct TAVREL_API Transform3D {
   std::array<double, 16> m = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
   friend bool operator==(const Transform3D&, const Transform3D&) = default;
@@ -71,11 +71,11 @@ struct TAVREL_API Transform3D {
   static Transform3D makeAffine(const AffineTransform& transform);
   static Transform3D makeTranslation(double x, double y, double z);
   static Transform3D makeScale(double x, double y, double z);
-  /// By `radians` about the axis (x, y, z), which need not have length 1; a zero axis gives the identity.
+  /// Rotates by `radians` about the axis (x, y, z), which need not be normalised; a zero axis gives the identity.
   static Transform3D makeRotation(double radians, double x, double y, double z);
-  /// The transform that applies this one first and `next` after it.
+  /// Applies this transform, then `next`.
   Transform3D concatenating(const Transform3D& next) const;
-  /// The six numbers of the plane's part; what lies outside the plane is dropped.
+  /// The part within the xy plane.
   AffineTransform affine() const;
 };
 

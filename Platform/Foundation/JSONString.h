@@ -7,7 +7,7 @@
 
 namespace tavrel {
 
-/// A text as JSON (RFC 8259) writes it, quotes included. Bytes that are not UTF-8 become U+FFFD.
+/// `text` as a JSON string (RFC 8259), quotes included. Invalid UTF-8 becomes U+FFFD.
 TAVREL_API std::string jsonString(std::string_view text);
 
 }  // namespace tavrel

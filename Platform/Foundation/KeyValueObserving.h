@@ -11,28 +11,28 @@
 
 namespace tavrel {
 
-/// Base of objects whose properties can be watched by name. Any thread; the properties themselves are not locked.
+/// Base of objects whose properties can be observed by name. Any thread; the properties themselves are not locked.
 class TAVREL_API KeyValueObserving {
  public:
   using Callback = std::function<void(std::string_view key)>;
-  /// Names one registration; 0 is never given out.
+  /// Identifies a registration; never 0.
   using ObserverToken = std::uint64_t;
 
-  /// Calls `callback` after each later set of the property called `key`, on the setting thread, also when the value is
-  /// the same as before. The object then has the new value.
+  /// Calls `callback` after each change of the property `key`, on the thread that sets it, even if the value stays the
+  /// same.
   ObserverToken addObserver(std::string key, Callback callback);
-  /// Ends a registration. A callback that runs on another thread at this moment may still finish after the return.
+  /// Ends a registration. A callback in progress on another thread may still finish after the return.
   void removeObserver(ObserverToken token);
 
  protected:
   KeyValueObserving();
-  /// Observers watch an object, not its copies.
+  /// Copies have no observers.
   KeyValueObserving(const KeyValueObserving& other);
   KeyValueObserving& operator=(const KeyValueObserving&) = delete;
   ~KeyValueObserving();
 
-  /// Stores a new value, then calls the property's observers in the order of registration. Observers may add and remove
-  /// registrations; one removed by an earlier observer of the same change is not called.
+  /// Stores the value, then calls the property's observers in the order of registration. Observers may add and remove
+  /// registrations; a removed observer is no longer called, even for this change.
   template <typename Property, typename Value>
   void changeValue(Property& property, Value&& value, std::string_view key) {
     property = std::forward<Value>(value);

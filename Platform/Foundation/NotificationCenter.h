@@ -10,15 +10,15 @@
 
 namespace tavrel {
 
-/// Hands named notifications to whoever asked for them. Any thread.
+/// Delivers named notifications to their observers. Any thread.
 class TAVREL_API NotificationCenter {
  public:
-  /// `object` is whatever the poster named as the subject, or nullptr.
+  /// `object` is the subject given by the poster, or nullptr.
   using Callback = std::function<void(std::string_view name, const void* object)>;
-  /// Names one registration; 0 is never given out.
+  /// Identifies a registration; never 0.
   using ObserverToken = std::uint64_t;
 
-  /// The process's centre; it lives until the process ends.
+  /// The process's notification centre; never destroyed.
   static NotificationCenter& defaultCenter();
 
   NotificationCenter();
@@ -26,12 +26,12 @@ class TAVREL_API NotificationCenter {
   NotificationCenter& operator=(const NotificationCenter&) = delete;
   ~NotificationCenter();
 
-  /// Calls `callback` for every later post of `name`, on the posting thread. With `object`, only for posts about it.
+  /// Calls `callback` for every post of `name`, on the posting thread; with `object`, only for posts about it.
   ObserverToken addObserver(std::string name, Callback callback, const void* object = nullptr);
-  /// Ends a registration. A callback that runs on another thread at this moment may still finish after the return.
+  /// Ends a registration. A callback in progress on another thread may still finish after the return.
   void removeObserver(ObserverToken token);
-  /// Calls every observer of `name` in the order of registration, before it returns. Observers may add and remove
-  /// registrations; one removed by an earlier observer of the same post is not called.
+  /// Calls every observer of `name` synchronously, in the order of registration. Observers may add and remove
+  /// registrations; a removed observer is no longer called, even for this post.
   void post(std::string_view name, const void* object = nullptr);
 
  private:

@@ -10,12 +10,12 @@
 
 namespace tavrel {
 
-/// Callbacks, each registered with an `Interest` that says what it is for. Any thread.
+/// Callbacks, each registered with an `Interest` by which it is selected. Any thread.
 template <typename Interest, typename... Arguments>
 class ObserverList {
  public:
   using Callback = std::function<void(Arguments...)>;
-  /// Names one registration; 0 is never given out.
+  /// Identifies a registration; never 0.
   using Token = std::uint64_t;
 
   Token add(Interest interest, Callback callback) {
@@ -25,7 +25,7 @@ class ObserverList {
     return lastToken_;
   }
 
-  /// A callback that runs on another thread at this moment may still finish after the return.
+  /// A callback in progress on another thread may still finish after the return.
   void remove(Token token) {
     std::shared_ptr<const Callback> released;  // declared before the lock: destroyed after it is released
     const std::lock_guard lock(mutex_);
@@ -35,8 +35,8 @@ class ObserverList {
     observers_.erase(observer);
   }
 
-  /// Calls those whose interest `isMeant` accepts, in the order of registration and on this thread. Callbacks may add
-  /// and remove registrations; one removed by an earlier callback of the same notification is not called.
+  /// Calls the callbacks whose interest `isMeant` accepts, in the order of registration, on this thread. Callbacks may
+  /// add and remove registrations; a removed callback is no longer called, even for this notification.
   template <typename Predicate>
   void notify(const Predicate& isMeant, const Arguments&... arguments) {
     std::vector<Token> tokens;

@@ -5,38 +5,37 @@
 
 namespace tavrel {
 
-/// The one order in which the library leaves a process that calls `exit` or returns from `main`, whatever thread does
-/// so. Only the library's own floors use it; it is not installed.
+/// The order in which the library shuts down when the process calls `exit`, on any thread, or returns from `main`. For
+/// the library only; not installed.
 ///
 ///     exit ──▶ endingThread ──▶ sources ──▶ driver ──▶ trace ──▶ log ──▶ queues ──▶ what others registered
 ///
-/// Stages have time limits, in one table in the source. All but the first run on a thread of their own, and one that
-/// takes too long, because it waits for the ending thread for instance, is left behind. The rest of `exit` follows,
-/// unless something may still be inside a driver then: a driver whose statics are gone does not come back, so the
-/// process leaves with its status at once. Statics of the library are never destroyed. Any thread.
+/// Each stage has a time limit. All but the first run on their own thread, and one that exceeds its limit, for instance
+/// because it waits for the ending thread, is abandoned. Then `exit` continues, unless a thread may still be inside a
+/// driver: as a driver would hang or crash once its statics are destroyed, the process ends at once, with its status.
+/// The library's own statics are never destroyed. Any thread.
 ///
 /// A child made by `fork` has none of the threads that the stages are about, and begins with empty stages.
 class ProcessEnd {
  public:
   enum class Stage {
-    endingThread,  ///< on the ending thread itself: what only that one knows. Must not wait for anything
-    sources,       ///< devices and the system deliver nothing more
-    driver,        ///< nothing enters GL any more
-    trace,         ///< the trace's file is completed
-    log,           ///< records are written, and log files closed
-    queues,        ///< no queue begins another block
+    endingThread,  ///< runs on the ending thread, and must not wait
+    sources,       ///< capture devices and system events stop
+    driver,        ///< no thread enters GL any more
+    trace,         ///< the trace file is completed
+    log,           ///< records are written and log files closed
+    queues,        ///< queues begin no further blocks
   };
 
-  /// Has `action` called in `stage`, once; within a stage the one registered last comes first.
+  /// Registers `action` to run once in `stage`; within a stage the last registered runs first.
   static void at(Stage stage, std::function<void()> action);
-  /// Puts the whole order before everything that was registered with the C library so far: drivers register the end of
-  /// their own statics when they are loaded and when parts of them are first used, and `exit` goes from the last
-  /// registration to the first.
+  /// Makes the shutdown precede everything registered with the C library so far. Needed after a driver was loaded or
+  /// first used, as it registers the destruction of its statics then, and `exit` runs registrations last to first.
   static void comeFirst();
-  /// Has the calling thread do so by itself when it calls `exit`, which destroys the thread's variables before it does
-  /// anything else. The thread that loads the library does.
+  /// Makes the calling thread call `comeFirst` when it calls `exit`, which first destroys thread-local variables. The
+  /// thread that loads the library is watched already.
   static void watchThisThread();
-  /// The calling thread is about to end by itself.
+  /// Call it before the calling thread ends normally.
   static void stopWatchingThisThread();
 
   /// Sees to forks from now on: what registers with `pthread_atfork` after this finds empty stages in the child.
@@ -48,9 +47,9 @@ class ProcessEnd {
   static void tellFatalAssertion(std::string_view text);
 
   static bool hasBegun();
-  /// Whether the calling thread has called `exit`: it must get to the end, and must not enter GL.
+  /// Whether the calling thread has called `exit`. It must not block and must not enter GL.
   static bool isOnEndingThread();
-  /// Stands still until the process is gone: for other threads that have nothing to wait for any more.
+  /// Blocks until the process is gone; for threads whose work will not be done any more.
   [[noreturn]] static void standStill();
 };
 

@@ -9,53 +9,54 @@
 
 namespace tavrel {
 
-/// Contexts of one sharegroup see the same textures, buffers, renderbuffers and programs (not framebuffer objects). It
-/// lives, and can be joined by new contexts, as long as anybody holds it, also when all its contexts are gone.
+/// Contexts that share textures, buffers, renderbuffers and programs, but not framebuffer objects. A sharegroup may
+/// outlive its contexts and take new ones.
 class GLSharegroup;
 class GLDrawable;
 class DrawableStorage;
 class NativeContext;
 
-/// An OpenGL ES 2.0 context without a surface, on EGL (`GraphicsDisplay`).
+/// A surfaceless OpenGL ES 2.0 context, on EGL (`GraphicsDisplay`).
 ///
-/// Any thread may create and destroy one. It can be current on one thread at a time; a thread that ends releases its
-/// context by itself. While a thread draws with a context through this class, nothing else may switch EGL contexts on
-/// that thread without calling `clearCurrent` before.
+/// Created and destroyed on any thread, and current on at most one; a thread that ends releases its context. Code that
+/// switches EGL contexts by other means must call `clearCurrent` first.
 class TAVREL_API GLContext {
  public:
-  /// Presents the renderbuffer bound to GL_RENDERBUFFER, on the context's thread; returns whether it was shown.
+  /// Presents the renderbuffer bound to GL_RENDERBUFFER, on the context's thread. Returns whether it was shown.
   using PresentHandler = std::function<bool(GLContext& context)>;
 
-  /// Creates a context in `sharegroup`; nullptr makes a new one. Fails where there is no display or the driver refuses.
+  /// Creates a context in `sharegroup`, or in a new one for nullptr. Fails (`GraphicsStatus`) without a display or if
+  /// the driver refuses.
   static Expected<std::shared_ptr<GLContext>> create(std::shared_ptr<GLSharegroup> sharegroup = nullptr);
 
   GLContext(const GLContext&) = delete;
   GLContext& operator=(const GLContext&) = delete;
-  /// Releases the context first if it is current on the calling thread. If it is current on another one, the driver's
-  /// object lives until that thread lets go of it.
+  /// Releases the context if it is current on the calling thread. If it is current on another thread, the EGL context
+  /// lives until that thread releases it.
   ~GLContext();
 
   const std::shared_ptr<GLSharegroup>& sharegroup() const;
 
-  /// Makes the context current on the calling thread, in place of any other. False, with the thread's context
-  /// unchanged, when it is current on another thread or the driver refuses. Costs nothing when it is current already.
+  /// Makes the context current on the calling thread, replacing any other. False, with the thread's context unchanged,
+  /// if it is current on another thread or the driver refuses. Cheap if it is current already.
   bool makeCurrent();
-  /// Leaves the calling thread without a context.
+  /// Releases the calling thread's context.
   static void clearCurrent();
-  /// The calling thread's context, or nullptr. A thread-local read without an EGL call.
+  /// The calling thread's context, or nullptr. Makes no EGL call.
   static GLContext* current();
-  /// The entry point of an extension's function, for a driver that lists the extension; nullptr for an unknown name.
+  /// The entry point of an extension's function; nullptr for an unknown name. Call it only if the driver lists the
+  /// extension.
   static void (*functionNamed(const char* name))();
 
-  /// Gives the renderbuffer bound to GL_RENDERBUFFER the storage of `drawable`, in its pixel size of this moment;
-  /// nullptr, or a size without pixels, ends that. Do so before the renderbuffer is deleted. False when GL has no
-  /// memory. With the context current.
+  /// Attaches storage of `drawable`'s current pixel size to the renderbuffer bound to GL_RENDERBUFFER. nullptr or an
+  /// empty size detaches it, which must be done before the renderbuffer is deleted. False if GL is out of memory. The
+  /// context must be current.
   bool renderbufferStorage(const std::shared_ptr<GLDrawable>& drawable);
-  /// Hands the picture in the bound renderbuffer to its drawable and gives the renderbuffer other storage, whose
-  /// contents are undefined. Never waits for whoever shows it. A renderbuffer without a drawable is presented through
-  /// the handler. False without either: there is nothing to show it on.
+  /// Hands the contents of the bound renderbuffer to its drawable and gives the renderbuffer other storage with
+  /// undefined contents. Never waits for the consumer. Without a drawable the handler presents; without either, returns
+  /// false.
   bool presentRenderbuffer();
-  /// Installs what `presentRenderbuffer` calls; an empty handler removes it. On the context's thread.
+  /// The handler of `presentRenderbuffer`; an empty one removes it. On the context's thread.
   void setPresentHandler(PresentHandler handler);
 
  private:

@@ -14,29 +14,30 @@ namespace tavrel {
 class DrawableTexture;
 class DrawableTexturePool;
 
-/// One presented picture of a `GLDrawable`: a texture whose bottom row comes first. Its texture is not drawn into again
-/// while anybody holds the frame. Any thread.
+/// A presented frame of a `GLDrawable`: a texture, bottom row first, that is not drawn into while the frame is held.
+/// Any thread.
 class TAVREL_API GLDrawableFrame {
  public:
   GLDrawableFrame(std::unique_ptr<DrawableTexture> texture, std::weak_ptr<DrawableTexturePool> pool,
                   std::uint64_t sequenceNumber);
   GLDrawableFrame(const GLDrawableFrame&) = delete;
   GLDrawableFrame& operator=(const GLDrawableFrame&) = delete;
-  /// Gives the texture back for a later frame.
+  /// Returns the texture for reuse.
   ~GLDrawableFrame();
 
   GLuint texture() const;
   int width() const;
   int height() const;
-  /// Grows with every frame of the process.
+  /// Increases with every frame of the process.
   std::uint64_t sequenceNumber() const { return sequenceNumber_; }
-  /// A context in this group sees the texture.
+  /// The sharegroup of the texture.
   const std::shared_ptr<GLSharegroup>& sharegroup() const;
 
-  /// Lets what the calling thread's context is told from now on happen after the picture is drawn. The thread does not
-  /// wait where EGL has `EGL_KHR_wait_sync`.
+  /// Orders later commands of the calling thread's context after the drawing of the frame. With `EGL_KHR_wait_sync` the
+  /// thread does not block.
   void waitUntilDrawn() const;
-  /// Says that what the calling thread's context was told so far reads the picture: it is drawn over only afterwards.
+  /// Marks the frame as read by the commands issued so far in the calling thread's context; the texture is reused only
+  /// after them.
   void noteRead() const;
 
  private:
@@ -46,13 +47,12 @@ class TAVREL_API GLDrawableFrame {
   std::unique_ptr<DrawableTexture> texture_;
 };
 
-/// Where a renderbuffer's pictures go: the meeting point of the thread that draws and the one that shows.
+/// Hands frames from the thread that draws to the one that shows them.
 ///
-/// The drawing side gives its renderbuffer the drawable's storage (`GLContext::renderbufferStorage`), draws and
-/// presents (`GLContext::presentRenderbuffer`); the showing side takes `latestFrame` whenever it likes. Pictures change
-/// hands by swapping textures: nothing is copied, neither side waits for the other, and the newest picture replaces one
-/// that nobody took. Contents are not retained: after a present the renderbuffer holds some earlier picture. Any
-/// thread. Stands on GL textures and EGL images.
+/// The producer attaches the drawable's storage to its renderbuffer (`GLContext::renderbufferStorage`), draws and
+/// presents (`GLContext::presentRenderbuffer`); the consumer takes `latestFrame` at any time. Textures are swapped:
+/// nothing is copied, neither side waits, and the latest frame replaces one not taken. After a present the
+/// renderbuffer's contents are undefined. Built on GL textures and EGL images. Any thread.
 class TAVREL_API GLDrawable {
  public:
   struct PixelSize {
@@ -61,11 +61,11 @@ class TAVREL_API GLDrawable {
     friend bool operator==(const PixelSize&, const PixelSize&) = default;
   };
 
-  /// The size of the storage that is given out next.
+  /// The size of storage attached from now on.
   void setPixelSize(PixelSize size);
   PixelSize pixelSize() const;
 
-  /// The newest presented picture; nullptr before the first.
+  /// The latest presented frame; nullptr before the first.
   std::shared_ptr<const GLDrawableFrame> latestFrame() const;
 
  private:

@@ -4,16 +4,16 @@
 
 namespace tavrel {
 
-/// Keeps other threads out of the GL driver, where the driver needs that.
+/// Serialises GL calls on drivers that are not thread-safe.
 ///
-/// Contexts of one sharegroup may be used by several threads at the same time, says GL. Mesa's software renderer
-/// (llvmpipe; seen in 22.3) looks, at each draw, upload and read-back of one context, through the lists of textures
-/// that its other contexts are just changing, and crashes now and then. There, whoever draws, clears, uploads, reads
-/// back, creates or deletes objects, binds a framebuffer, flushes or changes the current context holds this lock; with
-/// other drivers it costs a load. The library's own commands are guarded. Those of an application (in a filter's
-/// `renderToTextureWithVertices`, or in a context that shares with the graph's) need a lock around them.
+/// GL allows several threads to use contexts of one sharegroup at the same time. Mesa's software renderer (llvmpipe,
+/// seen in 22.3) does not: at each draw, upload and read-back it reads lists of textures that other contexts may be
+/// changing, and crashes now and then. With that driver, hold this lock to draw, clear, upload, read back, create or
+/// delete objects, bind a framebuffer, flush or change the current context; with others it costs one load. The library
+/// guards its own commands. Guard yours, be it in a filter's `renderToTextureWithVertices` or in a context that shares
+/// with the graph.
 ///
-/// Any thread, also in calls nested in one another. Never wait for another thread while holding it.
+/// Any thread; recursive. Never wait for another thread while holding it.
 class TAVREL_API GLDriverLock {
  public:
   GLDriverLock();
@@ -21,9 +21,9 @@ class TAVREL_API GLDriverLock {
   GLDriverLock& operator=(const GLDriverLock&) = delete;
   ~GLDriverLock();
 
-  /// Whether the driver needs it; also true before the process's first context is current.
+  /// Whether the driver needs the lock; true before the driver was examined.
   static bool isNeeded();
-  /// Finds that out, with a context current.
+  /// Examines the driver; requires a current context.
   static void examineDriver();
 
  private:

@@ -4,7 +4,7 @@
 
 namespace tavrel {
 
-/// Keys of a pixel buffer's attachments that say what its colours mean, and their values (ITU-R recommendations).
+/// Attachments that describe a pixel buffer's colour space: keys, then their values (ITU-R recommendations).
 inline constexpr std::string_view kPixelBufferColorPrimariesKey = "ColorPrimaries";
 inline constexpr std::string_view kPixelBufferTransferFunctionKey = "TransferFunction";
 inline constexpr std::string_view kPixelBufferYCbCrMatrixKey = "YCbCrMatrix";

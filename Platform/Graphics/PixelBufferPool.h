@@ -9,9 +9,8 @@
 
 namespace tavrel {
 
-/// Pixel buffers of one size and format that come back by themselves: when the last shared_ptr to one goes, its memory
-/// and its textures stay with the pool for the next one. Buffers may outlive the pool and are then simply freed. Any
-/// thread.
+/// A pool of pixel buffers of one size and format. When the last shared_ptr to a buffer is released, its memory and
+/// textures return to the pool for reuse. Buffers that outlive the pool are freed. Any thread.
 class TAVREL_API PixelBufferPool {
  public:
   /// Fails as `PixelBuffer::create` does.
@@ -21,15 +20,15 @@ class TAVREL_API PixelBufferPool {
   PixelBufferPool& operator=(const PixelBufferPool&) = delete;
   ~PixelBufferPool();
 
-  /// A buffer without attachments whose picture is undefined: the one that came back last, or a new one.
+  /// The buffer returned last, or a new one, without attachments and with undefined contents.
   Expected<std::shared_ptr<PixelBuffer>> createPixelBuffer();
-  /// Frees the idle buffers and idle memory.
+  /// Frees idle buffers and memory.
   void flush();
 
   std::size_t width() const;
   std::size_t height() const;
   PixelFormat pixelFormat() const;
-  /// Buffers that wait for use.
+  /// Number of idle buffers.
   std::size_t idleCount() const;
 
  private:

@@ -15,9 +15,9 @@ namespace tavrel {
 
 class PixelBlock;
 
-/// What a pixel buffer showed at one moment: its bytes and attachments, immutable. The bytes are shared with the
-/// buffer, not copied; the buffer moves to other memory before it changes them. Dropping the snapshot gives the memory
-/// back for reuse; it may outlive the buffer. Any thread.
+/// An immutable copy-on-write view of a pixel buffer's bytes and attachments at one moment. The bytes are shared with
+/// the buffer, which takes other memory before it changes them, and are reused once the snapshot is dropped. It may
+/// outlive the buffer. Any thread.
 class TAVREL_API PixelBufferSnapshot {
  public:
   PixelBufferSnapshot(const PixelBufferSnapshot&) = delete;
@@ -29,12 +29,12 @@ class TAVREL_API PixelBufferSnapshot {
   PixelFormat format() const { return layout_.format; }
   const PixelLayout& layout() const { return layout_; }
 
-  /// Bytes from one row to the next, of the first plane.
+  /// Stride of the first plane, in bytes.
   std::size_t bytesPerRow() const { return layout_.planes[0].bytesPerRow; }
-  /// The first byte of the top row, of the first plane. Aligned to 64 bytes.
+  /// Top row of the first plane, aligned to 64 bytes.
   const std::uint8_t* bytes() const;
   std::size_t bytesPerRowOfPlane(std::size_t plane) const;
-  /// nullptr when there is no such plane.
+  /// nullptr if there is no such plane.
   const std::uint8_t* bytesOfPlane(std::size_t plane) const;
 
   std::optional<std::string> attachment(std::string_view key) const;

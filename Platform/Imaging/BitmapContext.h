@@ -10,19 +10,17 @@
 
 namespace tavrel {
 
-/// Draws images into memory of 32-bit premultiplied B, G, R, A pixels that the caller owns. One thread at a time.
+/// Draws images into the caller's memory of premultiplied B, G, R, A pixels. One thread at a time.
 class TAVREL_API BitmapContext {
  public:
-  /// The memory, `bytesPerRow` × `height` bytes, must outlive the context. Another layout than
-  /// `kBitmapPremultipliedBGRA` with 8 bits a component, no memory, and rows that are too short or no whole number of
-  /// pixels long give none.
+  /// `data`, `bytesPerRow` × `height` bytes, must outlive the context. nullptr if `data` is null, the layout is not
+  /// `kBitmapPremultipliedBGRA` with 8 bits per component, or the stride is too short or not a multiple of 4.
   static std::shared_ptr<BitmapContext> create(void* data, std::size_t width, std::size_t height,
                                                std::size_t bitsPerComponent, std::size_t bytesPerRow,
                                                std::uint32_t bitmapInfo);
 
-  /// Stretches `image`, as stored, to `rectangle` (pixels, origin at the top left, rounded to whole ones) and lays it
-  /// over what is there. What lies outside of the bitmap is cut off. A picture of the rectangle's size is copied
-  /// exactly.
+  /// Draws `image` as stored, ignoring its orientation, over the bitmap: scaled to `rectangle` (pixels from the top
+  /// left, rounded) and clipped. An image of the rectangle's size is not resampled.
   void drawImage(const Image& image, const Rect& rectangle);
 
  private:

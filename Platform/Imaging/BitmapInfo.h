@@ -4,7 +4,7 @@
 
 namespace tavrel {
 
-/// Where the alpha of a pixel lies, as seen in a 32-bit word, and whether colours are multiplied by it.
+/// Position of the alpha component in a 32-bit word, and whether colours are premultiplied.
 enum class AlphaInfo : std::uint32_t {
   none = 0,
   premultipliedLast = 1,
@@ -16,8 +16,8 @@ enum class AlphaInfo : std::uint32_t {
   only = 7,
 };
 
-// A bitmap info is one byte order, one alpha info and, for real numbers, the float flag, or'ed together. Default means
-// big endian for 32-bit pixels: the bytes stand in memory in the order in which the alpha info names the components.
+// A bitmap info is a byte order, an alpha info and, for floating-point components, the float flag, or'ed together. The
+// default order is big-endian for 32-bit pixels: components are in memory in the order that the alpha info names.
 inline constexpr std::uint32_t kBitmapAlphaInfoMask = 0x1F;
 inline constexpr std::uint32_t kBitmapFloatComponents = 0x100;
 inline constexpr std::uint32_t kBitmapByteOrderMask = 0x7000;
@@ -31,10 +31,10 @@ constexpr std::uint32_t bitmapInfo(std::uint32_t byteOrder, AlphaInfo alpha) {
   return byteOrder | static_cast<std::uint32_t>(alpha);
 }
 
-/// B, G, R, A bytes in memory, colours multiplied by alpha.
+/// B, G, R, A bytes in memory, premultiplied.
 inline constexpr std::uint32_t kBitmapPremultipliedBGRA =
     bitmapInfo(kBitmapByteOrder32Little, AlphaInfo::premultipliedFirst);
-/// B, G, R and a byte to skip.
+/// B, G, R and an unused byte.
 inline constexpr std::uint32_t kBitmapOpaqueBGRX = bitmapInfo(kBitmapByteOrder32Little, AlphaInfo::noneSkipFirst);
 
 }  // namespace tavrel

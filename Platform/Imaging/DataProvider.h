@@ -10,12 +10,12 @@
 
 namespace tavrel {
 
-/// Read-only bytes, possibly somebody else's, and a callback for when they are no longer needed. Any thread.
+/// Read-only bytes, owned or borrowed, with a callback for when they are no longer needed. Any thread.
 class TAVREL_API DataProvider {
  public:
   using ReleaseCallback = void (*)(void* info, const void* data, std::size_t size);
 
-  /// `release`, which may be null, is called once, on the thread that lets go of the provider last.
+  /// `release`, which may be null, is called once, on the thread that drops the last reference.
   static std::shared_ptr<DataProvider> create(void* info, const void* data, std::size_t size, ReleaseCallback release);
   static std::shared_ptr<DataProvider> create(Data data);
 

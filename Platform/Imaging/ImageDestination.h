@@ -10,19 +10,18 @@
 
 namespace tavrel {
 
-/// Writes pictures, through libpng and libjpeg-turbo. Any thread.
+/// Encodes images, through libpng and libjpeg-turbo. Any thread.
 class TAVREL_API ImageDestination {
  public:
   static constexpr double kDefaultQuality = 0.92;
 
-  /// Writes PNG or JPEG, by the name's extension (.png, .jpg, .jpeg). The file stands upright: the image's orientation
-  /// is carried out. Under the final name there is a whole file or what was there before. Fails for another extension
-  /// (`ImagingErrorCode::unsupportedFormat`), for an image without pixels (`noPixels`), and ("posix") with the system's
-  /// reason.
+  /// Writes a PNG or JPEG file, by extension (.png, .jpg, .jpeg), with the pixels rotated upright. The file is replaced
+  /// atomically. Fails for any other extension (`ImagingErrorCode::unsupportedFormat`), an empty image (`noPixels`),
+  /// and with the system's error ("posix").
   static Expected<void> write(const std::shared_ptr<Image>& image, const std::filesystem::path& path,
                               double quality = kDefaultQuality);
-  /// The bytes of such a file; `type` is "image/png" or "image/jpeg". PNG keeps transparency; JPEG, whose quality runs
-  /// from 0 to 1, has the picture over black.
+  /// The bytes of such a file; `type` is "image/png" or "image/jpeg". PNG keeps transparency; JPEG shows the image over
+  /// black. `quality`, from 0 to 1, is for JPEG.
   static Expected<Data> encode(const std::shared_ptr<Image>& image, std::string_view type,
                                double quality = kDefaultQuality);
 };

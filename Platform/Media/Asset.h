@@ -13,48 +13,47 @@
 
 namespace tavrel {
 
-/// How a file is looked at.
+/// How a file is examined.
 struct AssetOptions {
-  /// Where the container does not say how long its tracks are, all of the file is read to find out.
+  /// Reads the whole file for the tracks' durations if the container does not state them.
   bool prefersPreciseDurationAndTiming = false;
 };
 
-/// A movie or sound file and what it says about itself, through libavformat. Any thread.
+/// A movie or audio file and its tracks, through libavformat. Any thread.
 ///
 ///     unknown ──load──▶ loading ──▶ loaded
 ///                          └──────▶ failed
 ///
-/// The time line of an asset begins at 0: edit lists are applied, and files whose time stamps begin later (streams) are
-/// moved to 0. What was loaded does not change any more, except in a `MutableComposition`.
+/// An asset's time line begins at 0: edit lists are applied, and files whose timestamps begin later (streams) are
+/// shifted. A loaded asset is immutable unless it is a `MutableComposition`.
 class TAVREL_API Asset : public std::enable_shared_from_this<Asset> {
  public:
   enum class ValueStatus { unknown, loading, loaded, failed };
 
-  /// Opens the file and looks at its tracks. Fails with "FILE is not a movie that can be read: REASON" when it is
-  /// missing (`MediaErrorCode::unreadableFile`), of no known format (`unknownFileFormat`) or damaged (`damagedFile`),
-  /// and when it holds neither pictures nor sound that can be decoded (`noPlayableTrack`).
+  /// Opens the file and loads its tracks. Fails with "FILE is not a movie that can be read: REASON" if it is missing
+  /// (`MediaErrorCode::unreadableFile`), of no known format (`unknownFileFormat`), damaged (`damagedFile`), or has no
+  /// decodable video or audio track (`noPlayableTrack`).
   static Expected<std::shared_ptr<Asset>> create(const std::filesystem::path& path, AssetOptions options = {});
-  /// An asset whose file is not looked at yet. `tracks` and `duration` load it on the calling thread if nobody did.
+  /// An asset that is not loaded yet. `tracks` and `duration` load it on the calling thread if necessary.
   static std::shared_ptr<Asset> createUnloaded(const std::filesystem::path& path, AssetOptions options = {});
 
   Asset(const Asset&) = delete;
   Asset& operator=(const Asset&) = delete;
   virtual ~Asset() = default;
 
-  /// Loads what `tracks` and `duration` answer on the global queue, then calls `completion` there, also when there was
-  /// nothing left to load or the loading failed.
+  /// Loads `tracks` and `duration` on the global queue, then calls `completion` there, even if they were loaded already
+  /// or loading failed.
   void loadTracksAsynchronously(std::function<void()> completion);
   ValueStatus statusOfTracks() const;
-  /// Why the loading failed, as `create` says it.
+  /// Why loading failed; see `create`.
   std::optional<Error> error() const;
 
   /// Empty for a composition.
   const std::filesystem::path& path() const { return path_; }
-  /// In the file's order; tracks that are neither pictures nor sound, cover pictures, and tracks in codings that cannot
-  /// be decoded are left out. Empty when the file cannot be read.
+  /// The decodable video and audio tracks in the file's order, without cover art. Empty if the file cannot be read.
   virtual std::vector<std::shared_ptr<const AssetTrack>> tracks() const;
   std::vector<std::shared_ptr<const AssetTrack>> tracksWithMediaType(MediaType mediaType) const;
-  /// The end of the last track; zero when the file does not say.
+  /// The end of the last track; zero if unknown.
   virtual MediaTime duration() const;
 
  protected:

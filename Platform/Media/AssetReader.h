@@ -12,32 +12,32 @@ namespace tavrel {
 
 enum class AssetReaderStatus { unknown = 0, reading = 1, completed = 2, failed = 3, cancelled = 4 };
 
-/// Reads the samples of an asset's tracks: once, from the start, unless its outputs support random access.
+/// Reads the samples of an asset's tracks, once and from the start unless its outputs support random access.
 ///
 ///     unknown ──startReading──▶ reading ──every output at its end──▶ completed
 ///                  │               ├──an output cannot go on───────▶ failed
 ///                  └──▶ failed     └──cancelReading────────────────▶ cancelled
 ///
-/// A file that is cut off or damaged is read as far as it decodes: frames that do not decode are left out. Memory stays
-/// bounded: each output has its own reading position, so nothing piles up for an output that is not read. Any thread.
+/// A truncated or damaged file is read as far as it decodes; frames that do not decode are skipped. Each output has its
+/// own reading position, so that nothing accumulates for an output that is not read. Any thread.
 class TAVREL_API AssetReader : public std::enable_shared_from_this<AssetReader> {
  public:
-  /// Fails (`MediaErrorCode::invalidArgument`) without an asset.
+  /// Fails (`MediaErrorCode::invalidArgument`) if `asset` is nullptr.
   static Expected<std::shared_ptr<AssetReader>> create(std::shared_ptr<const Asset> asset);
 
   const std::shared_ptr<const Asset>& asset() const { return asset_; }
   std::vector<std::shared_ptr<AssetReaderOutput>> outputs() const;
 
-  /// Adds an output, before reading starts. One that serves a reader already, or comes too late, stops the program.
+  /// Adds an output before reading starts. Later, or with an output of another reader, it stops the program.
   void addOutput(std::shared_ptr<AssetReaderOutput> output);
-  /// Opens every output. False, with status failed and an error, when one cannot be opened, when there is none, or when
-  /// reading has started before.
+  /// Opens the outputs. False, with status failed and an error, if there is none, one cannot be opened, or reading has
+  /// started before.
   bool startReading();
-  /// Ends the reading; a read that runs on another thread soon returns. No effect unless reading.
+  /// Stops reading; a read in progress on another thread returns soon. Has no effect unless reading.
   void cancelReading();
 
   AssetReaderStatus status() const;
-  /// Why the status is failed.
+  /// Set if the status is failed.
   std::optional<Error> error() const;
 
  private:

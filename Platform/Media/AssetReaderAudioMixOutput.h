@@ -9,15 +9,15 @@
 
 namespace tavrel {
 
-/// Reads several sound tracks as one: interleaved 32-bit float PCM in the first track's rate and the most channels that
-/// any of them has, without a gap from 0 to the end of the longest. The sum is not limited.
+/// Mixes several audio tracks into one: interleaved 32-bit float PCM, with the first track's sample rate and the
+/// largest channel count, from 0 to the end of the longest track without gaps. The sum is not clipped.
 class TAVREL_API AssetReaderAudioMixOutput : public AssetReaderOutput {
  public:
   explicit AssetReaderAudioMixOutput(std::vector<std::shared_ptr<const AssetTrack>> audioTracks);
 
   MediaType mediaType() const override { return MediaType::audio; }
   const std::shared_ptr<const AudioMix>& audioMix() const { return audioMix_; }
-  /// Before reading starts. Without one, all tracks are as loud as they are.
+  /// Set before reading starts. Without a mix all tracks have volume 1.
   void setAudioMix(std::shared_ptr<const AudioMix> newValue) { audioMix_ = std::move(newValue); }
 
  private:

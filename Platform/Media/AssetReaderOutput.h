@@ -14,8 +14,8 @@ class AssetReader;
 class SampleBuffer;
 class SampleReader;
 
-/// One stream of samples that an `AssetReader` reads on demand. One thread at a time for each output; different outputs
-/// of one reader may be read on different threads.
+/// A stream of samples that an `AssetReader` reads on demand. One thread at a time; different outputs of one reader may
+/// be read on different threads.
 ///
 ///     reading ──no more samples──▶ drained ──without random access, or final──▶ ended
 ///        ▲                            │
@@ -27,30 +27,29 @@ class TAVREL_API AssetReaderOutput {
   virtual ~AssetReaderOutput();
 
   virtual MediaType mediaType() const = 0;
-  /// The next sample in order of presentation (stored packets: in the file's order); decodes on the calling thread.
-  /// nullptr at the end of what is being read, after an error (the reader's status tells which) and unless the reader
-  /// is reading.
+  /// The next sample in presentation order (stored packets: in file order); decodes on the calling thread. nullptr at
+  /// the end, after an error (the reader's status tells) and unless the reader is reading.
   std::shared_ptr<SampleBuffer> copyNextSampleBuffer();
 
-  /// Kept for the caller; samples are never shared with what the output still works on.
+  /// Has no effect: samples are never shared with the output.
   bool alwaysCopiesSampleData() const { return alwaysCopiesSampleData_; }
   void setAlwaysCopiesSampleData(bool newValue) { alwaysCopiesSampleData_ = newValue; }
 
-  /// With random access, ranges can be read in any order; the output then keeps decoded pictures, at most 512 MiB, and
-  /// its end counts only once the configuration is final. Before reading starts, else the program stops.
+  /// With random access, time ranges can be read in any order. The output then caches up to 512 MiB of decoded frames
+  /// and ends only once the configuration is final. Set before reading starts, else the program stops.
   bool supportsRandomAccess() const { return supportsRandomAccess_; }
   void setSupportsRandomAccess(bool newValue);
-  /// Reads these ranges next, one after the other: pictures whose time lies in a range, sound cut to it. The output
-  /// must support random access and be drained, else the program stops. Ranges that begin at no numeric time are left
-  /// out. No effect once final.
+  /// Reads these ranges next, in order: frames whose time lies in a range, audio cut to it. The output must support
+  /// random access and be drained, else the program stops. Ranges without a numeric start are skipped. Has no effect
+  /// once final.
   void resetForReadingTimeRanges(std::vector<MediaTimeRange> timeRanges);
-  /// No further reset will come: when it is drained, the output has ended.
+  /// Announces that no reset follows: the output ends when drained.
   void markConfigurationAsFinal();
 
  protected:
   AssetReaderOutput();
 
-  /// Opens what it reads from. Called once, when `reader` starts to read.
+  /// Opens the reader's source. Called once, when `reader` starts.
   virtual Expected<std::unique_ptr<SampleReader>> open(const AssetReader& reader) = 0;
 
  private:

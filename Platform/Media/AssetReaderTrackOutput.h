@@ -12,21 +12,19 @@ namespace tavrel {
 
 /// Reads one track of a file or of a composition, through libavcodec.
 ///
-/// Pictures: each sample holds a pixel buffer, as stored (not turned), its presentation time and duration in the
-/// track's timescale. The track's matrix and range are honoured; where it does not say, BT.601 up to 719 lines and
-/// BT.709 above, limited range. Pixel buffers come from a pool. Sound: each sample holds interleaved 32-bit float PCM
-/// in the track's rate and channels, with the time of its first frame. Samples outside the file's edit list, and those
-/// before 0, are not delivered.
+/// Each video sample holds a pixel buffer from a pool, not rotated, with presentation time and duration in the track's
+/// timescale. The track's colour matrix and range are honoured; defaults are limited range and BT.601 below 720 lines,
+/// BT.709 from there on. Each audio sample holds interleaved 32-bit float PCM in the track's rate and channels, with
+/// the time of its first frame. Samples outside the edit list or before 0 are not delivered.
 class TAVREL_API AssetReaderTrackOutput : public AssetReaderOutput {
  public:
-  /// Pictures as 'BGRA', sound as PCM.
+  /// Frames as 'BGRA', audio as PCM.
   explicit AssetReaderTrackOutput(std::shared_ptr<const AssetTrack> track);
-  /// Pictures in the `PixelFormat` under `kPixelBufferPixelFormatTypeKey` ('BGRA' when absent), sound as PCM with the
-  /// frames a second under `kAudioSampleRateKey` and the channels under `kAudioNumberOfChannelsKey` (the track's when
-  /// absent). Reading does not start with others than 1 to 768000 and 1 to 64. Without settings the samples come as
-  /// they are stored: packets of the file's coding, or PCM where the file holds PCM (16 bits, or 32-bit float where it
-  /// has more). Packets that a decoder needs but a player does not play have negative times and 0 as their output time.
-  /// Tracks of compositions are decoded in any case.
+  /// Frames in the `PixelFormat` under `kPixelBufferPixelFormatTypeKey` (default 'BGRA'); audio as PCM of
+  /// `kAudioSampleRateKey`, 1 to 768000 Hz, and `kAudioNumberOfChannelsKey`, 1 to 64 (defaults: the track's). Reading
+  /// fails to start with other values. Without settings samples are delivered as stored: compressed packets, or PCM if
+  /// the file holds PCM (16-bit, or 32-bit float if deeper). Packets that are decoded but not played have negative
+  /// times and an output time of 0. Tracks of compositions are always decoded.
   AssetReaderTrackOutput(std::shared_ptr<const AssetTrack> track, const std::optional<Dictionary>& outputSettings);
 
   const std::shared_ptr<const AssetTrack>& track() const { return track_; }

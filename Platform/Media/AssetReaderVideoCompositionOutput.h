@@ -9,16 +9,16 @@
 
 namespace tavrel {
 
-/// Reads several video tracks as one: a 'BGRA' picture each frame duration, from 0 to the end of the longest track, put
-/// together on the CPU with linear sampling.
+/// Composes several video tracks into one: a 'BGRA' frame per frame duration, from 0 to the end of the longest track,
+/// drawn on the CPU with linear sampling.
 class TAVREL_API AssetReaderVideoCompositionOutput : public AssetReaderOutput {
  public:
   explicit AssetReaderVideoCompositionOutput(std::vector<std::shared_ptr<const AssetTrack>> videoTracks);
 
   MediaType mediaType() const override { return MediaType::video; }
   const std::shared_ptr<const VideoComposition>& videoComposition() const { return videoComposition_; }
-  /// Before reading starts. Without one, that of `MutableVideoComposition::createWithPropertiesOfAsset` is used.
-  /// Reading does not start with a render size or a frame duration that is not positive.
+  /// Set before reading starts; by default the result of `MutableVideoComposition::createWithPropertiesOfAsset`.
+  /// Reading fails to start if the render size or frame duration is not positive.
   void setVideoComposition(std::shared_ptr<const VideoComposition> newValue) {
     videoComposition_ = std::move(newValue);
   }

@@ -15,16 +15,16 @@ namespace tavrel {
 
 class AssetTrack;
 
-/// A piece of a composition's track: a range of another track, played where and as long as `target` says.
+/// A segment of a composition's track: a range of another track, played during `target`.
 struct AssetTrackSegment {
-  std::shared_ptr<const AssetTrack> track;  ///< nullptr where the track is empty
+  std::shared_ptr<const AssetTrack> track;  ///< nullptr for an empty segment
   MediaTimeRange source;
   MediaTimeRange target;
 
   bool isEmpty() const { return !track; }
 };
 
-/// What a file or a composition says about one of its tracks. Immutable; any thread.
+/// A track of a file or composition. Immutable; any thread.
 class TAVREL_API AssetTrack {
  public:
   struct Properties {
@@ -45,29 +45,29 @@ class TAVREL_API AssetTrack {
 
   explicit AssetTrack(Properties properties) : properties_(std::move(properties)) {}
 
-  /// The file that holds the track; empty for a track of a composition.
+  /// The track's file; empty for a composition.
   const std::filesystem::path& path() const { return properties_.path; }
-  /// The track's place in the file, counted from 0 over all its tracks; in a composition a number of its own.
+  /// The track's index among all tracks of the file; in a composition, a number from 1.
   int trackID() const { return properties_.trackID; }
   MediaType mediaType() const { return properties_.mediaType; }
-  /// Short lower-case name of the coding, for instance "h264" or "aac".
+  /// Short lower-case codec name, such as "h264" or "aac".
   const std::string& codecName() const { return properties_.codecName; }
-  /// Where the track's samples lie on the asset's time line. The duration is zero when the file does not say.
+  /// On the asset's time line. The duration is zero if unknown.
   const MediaTimeRange& timeRange() const { return properties_.timeRange; }
-  /// Units in a second of the file's time stamps: the timescale of the samples that are read.
+  /// The timescale of the samples that are read.
   std::int32_t naturalTimescale() const { return properties_.naturalTimescale; }
-  /// Size of the stored pictures in pixels, before `preferredTransform`; zero for sound.
+  /// Size of the stored frames in pixels, before `preferredTransform`; zero for audio.
   Size naturalSize() const { return properties_.naturalSize; }
-  /// Turns the stored pictures upright. Pictures are delivered as stored.
+  /// Rotates the stored frames upright. Readers deliver them as stored.
   const AffineTransform& preferredTransform() const { return properties_.preferredTransform; }
-  /// Mean frames a second; 0 for sound and where the file does not say.
+  /// Mean frame rate per second; 0 for audio or if unknown.
   double nominalFrameRate() const { return properties_.nominalFrameRate; }
-  /// Samples a second and channels; 0 for pictures.
+  /// Sample rate per second, and channels; 0 for video.
   int sampleRate() const { return properties_.sampleRate; }
   int channelCount() const { return properties_.channelCount; }
-  /// What the stored samples are, for a writer that takes them as they come; nullptr for a track of a composition.
+  /// Format of the stored samples, for passthrough to a writer; nullptr for a composition.
   const std::shared_ptr<const FormatDescription>& storedFormat() const { return properties_.storedFormat; }
-  /// The pieces of a composition's track, one behind the other from 0; none for a track of a file.
+  /// Contiguous from 0 for a composition; empty for a file.
   const std::vector<AssetTrackSegment>& segments() const { return properties_.segments; }
 
  private:

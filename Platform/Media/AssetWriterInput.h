@@ -18,19 +18,18 @@ namespace tavrel {
 
 class InputPipeline;
 
-/// One track of an `AssetWriter`: takes samples, encodes them on a thread of its own.
+/// One track of an `AssetWriter`; encodes samples on its own thread.
 ///
-/// Nothing is dropped inside: what `append` accepted is encoded. At most a few pictures, or about a second of sound,
-/// wait for the encoder; `isReadyForMoreMediaData` is false while no more fits, before writing starts and after
-/// the end. Pictures must come with strictly increasing times. Sound may come in pieces that do not
-/// quite meet: a piece that overlaps what was written loses the overlap, a gap of more than 5 ms is filled with
-/// silence, and smaller deviations are absorbed without adding up; in real time so are buffers that are up to 0.4 s
-/// late now and then, for they were only stamped late. AAC's first 20 ms fade in. Any thread.
+/// Every sample that `append` accepts is encoded. At most four frames, or 1 s of audio (10 s in real-time mode), wait
+/// for the encoder; `isReadyForMoreMediaData` is false while that queue is full, before writing starts and after the
+/// end. Frame times must strictly increase. Audio buffers need not be contiguous: an overlap is cut off, a gap of more
+/// than 5 ms is filled with silence, and smaller deviations are absorbed without accumulating. In real-time mode,
+/// lateness under 0.4 s is ignored until it has lasted 0.5 s, as such buffers were merely stamped late. The first 20 ms
+/// of AAC fade in. Any thread.
 class TAVREL_API AssetWriterInput {
  public:
-  /// Without settings samples are stored as they come: PCM (QuickTime and Matroska) or packets of one codec.
-  /// Settings: see MediaSettings.h; they are checked when the input is added to a writer. With settings, sound may also
-  /// come as packets of another coding, which are decoded first.
+  /// Without settings, samples are stored as they are: PCM (QuickTime and Matroska) or packets of one codec. Settings
+  /// (MediaSettings.h) are checked when the input is added to a writer; with them, compressed audio is decoded first.
   static std::shared_ptr<AssetWriterInput> create(MediaType mediaType, std::optional<Dictionary> settings);
 
   AssetWriterInput(const AssetWriterInput&) = delete;
@@ -39,40 +38,37 @@ class TAVREL_API AssetWriterInput {
 
   MediaType mediaType() const;
 
-  /// True chooses an encoder setting without delay that keeps up with a camera beside the drawing: libx264's
-  /// "superfast" takes 13 ms of one server core for a 1280×720 picture ("ultrafast" 7 ms and half as much again of file
-  /// size, "veryfast" 18 ms and half the size). False chooses a better one ("faster", 33 ms). kVideoPresetKey overrides
-  /// both. Before writing starts.
+  /// True selects an encoder preset without delay that keeps up with a camera: libx264's "superfast", 13 ms per
+  /// 1280×720 frame on one server core ("ultrafast": 7 ms and 1.5 times the file size; "veryfast": 18 ms and half the
+  /// size). False selects a better one ("faster", 33 ms). kVideoPresetKey overrides both. Set before writing starts.
   bool expectsMediaDataInRealTime() const;
   void setExpectsMediaDataInRealTime(bool expects);
-  /// How players turn the pictures (QuickTime and MP4; Matroska has no place for it). Before writing starts.
+  /// How players rotate the frames (QuickTime and MP4; ignored in Matroska). Set before writing starts.
   AffineTransform transform() const;
   void setTransform(const AffineTransform& transform);
-  /// Units in a second of the track's time stamps; 0 chooses by the first sample: its own timescale, multiplied to at
-  /// least 600, or 1000000 where it is finer than that; 720000 when no picture came in the first 0.2 s. Matroska always
-  /// counts milliseconds. Before writing starts.
+  /// The track's timescale. 0, the default, derives it from the first sample: its timescale, multiplied to at least 600
+  /// and limited to 1000000; or 720000 if no frame comes in the first 0.2 s. Matroska always uses milliseconds. Set
+  /// before writing starts.
   std::int32_t mediaTimeScale() const;
   void setMediaTimeScale(std::int32_t timescale);
-  /// The size that is encoded: the asked one, rounded up to even numbers (the edge is repeated). Zero for sound and
-  /// where the settings give no size.
+  /// The encoded size: that of the settings, rounded up to even numbers (the edge is repeated). Zero for audio and
+  /// without a size in the settings.
   Size encodedSize() const;
 
   bool isReadyForMoreMediaData() const;
-  /// Hands over a sample and returns at once. PCM must not be changed afterwards; a picture may. False, without harm to
-  /// the file, when the input is not ready or the session has not started, and for a sample that is not valid, not of
-  /// this track's kind, or not later than the one before. A sample before the session's start is left out, which counts
-  /// as success.
+  /// Queues a sample and returns at once. PCM must not be changed afterwards; a frame may. False, without affecting the
+  /// file, if the input is not ready, the session has not started, or the sample is invalid, of another kind, or not
+  /// later than the one before. A sample before the session's start is left out and counts as success.
   bool append(const std::shared_ptr<SampleBuffer>& sampleBuffer);
-  /// No more samples come.
+  /// Announces that no more samples follow.
   void markAsFinished();
 
-  /// Calls `block` on `queue` whenever the input is or becomes ready, again and again while it stays so, until the
-  /// input is marked finished or the writer ends. The block should append until the input is not ready. Unless it works
-  /// in real time, an input that is asked so waits while it is more than a second ahead of another one that is asked
-  /// and delivers.
+  /// Calls `block` on `queue` repeatedly while the input is ready, until it is marked finished or the writer ends. The
+  /// block should append until the input is not ready. Outside real-time mode such an input pauses while it is more
+  /// than a second ahead of another one.
   void requestMediaDataWhenReady(const std::shared_ptr<DispatchQueue>& queue, std::function<void()> block);
-  /// Waits until the input is ready, has been marked finished or the writer has ended, `timeout` at most. On the main
-  /// thread the main queue's blocks run meanwhile. Returns whether the input is ready.
+  /// Waits up to `timeout` until the input is ready or finished, or the writer has ended. On the main thread it runs
+  /// the main queue's blocks meanwhile. Returns whether the input is ready.
   bool waitUntilReady(std::chrono::nanoseconds timeout);
 
  private:

@@ -13,18 +13,18 @@ namespace tavrel {
 class PixelBuffer;
 class PixelBufferPool;
 
-/// Feeds pixel buffers to a video input and owns a pool of buffers that suit it. Any thread.
+/// Appends pixel buffers to a video input, and provides a pool of matching buffers. Any thread.
 class TAVREL_API AssetWriterInputPixelBufferAdaptor {
  public:
-  /// `sourceAttributes`: kPixelBufferPixelFormatTypeKey, kPixelBufferWidthKey, kPixelBufferHeightKey, each taken from
-  /// the input when absent.
+  /// `sourceAttributes`: kPixelBufferPixelFormatTypeKey, kPixelBufferWidthKey and kPixelBufferHeightKey; by default the
+  /// input's.
   static std::shared_ptr<AssetWriterInputPixelBufferAdaptor> create(std::shared_ptr<AssetWriterInput> input,
                                                                     Dictionary sourceAttributes);
 
   const std::shared_ptr<AssetWriterInput>& assetWriterInput() const { return input_; }
   /// nullptr until writing has started.
   std::shared_ptr<PixelBufferPool> pixelBufferPool();
-  /// As `AssetWriterInput::append`. The picture is taken as it is now; the buffer may be drawn into again at once.
+  /// As `AssetWriterInput::append`. Takes a snapshot: the buffer may be drawn into at once.
   bool append(const std::shared_ptr<PixelBuffer>& pixelBuffer, MediaTime presentationTime);
 
  private:

@@ -10,18 +10,18 @@
 
 namespace tavrel {
 
-/// One run of PCM in memory that belongs to an `AudioBufferList`.
+/// PCM in memory owned by an `AudioBufferList`.
 struct AudioBuffer {
-  std::uint32_t channelCount = 0;  ///< channels that alternate in `data`
+  std::uint32_t channelCount = 0;  ///< interleaved in `data`
   std::size_t byteSize = 0;
   void* data = nullptr;  ///< writable, aligned to 16 bytes
 };
 
-/// The PCM of a sample buffer: one buffer for interleaved sound, otherwise one for each channel. Owns its memory,
-/// shared by everybody who holds the list. Not locked: whoever writes makes sure that nobody reads meanwhile.
+/// The PCM of a sample buffer: one buffer if interleaved, else one per channel. Owns the memory, which all holders of
+/// the list share. Not synchronised.
 class TAVREL_API AudioBufferList {
  public:
-  /// Room for `frameCount` frames of silence.
+  /// Creates `frameCount` frames of silence.
   static std::shared_ptr<AudioBufferList> create(const AudioFormat& format, std::size_t frameCount);
 
   std::vector<AudioBuffer>& buffers() { return buffers_; }

@@ -5,15 +5,15 @@
 
 namespace tavrel {
 
-/// How one sample of one channel is stored, in the machine's byte order.
+/// Storage of one sample, in native byte order.
 enum class AudioSampleType { int16, float32 };
 
-/// Linear PCM: how sound lies in memory. A frame is one sample of every channel.
+/// A linear PCM format. A frame is one sample of every channel.
 struct AudioFormat {
-  double sampleRate = 48000;  ///< frames a second
+  double sampleRate = 48000;  ///< frames per second
   std::uint32_t channelCount = 1;
   AudioSampleType sampleType = AudioSampleType::float32;
-  bool isInterleaved = true;  ///< all channels in one buffer; otherwise one buffer for each channel
+  bool isInterleaved = true;  ///< all channels in one buffer; else one buffer per channel
 
   friend bool operator==(const AudioFormat&, const AudioFormat&) = default;
 

@@ -9,17 +9,17 @@
 
 namespace tavrel {
 
-/// How loud a track is in a mix. Values. One thread at a time.
+/// The volume of a track in a mix. A value; one thread at a time.
 class TAVREL_API AudioMixInputParameters {
  public:
   explicit AudioMixInputParameters(int trackID) : trackID_(trackID) {}
 
   int trackID() const { return trackID_; }
-  /// A factor, 0 or more, from `time` on.
+  /// Sets the gain, 0 or more, from `time` on.
   void setVolume(double volume, MediaTime time);
-  /// From one factor to another, evenly; the last one holds afterwards.
+  /// Changes the gain linearly during the range; the last value holds afterwards.
   void setVolumeRamp(double startVolume, double endVolume, const MediaTimeRange& timeRange);
-  /// 1 without a ramp; before the first ramp its first value.
+  /// Before the first ramp its first value; 1 without a ramp.
   double volumeAt(MediaTime time) const;
 
  private:
@@ -27,7 +27,7 @@ class TAVREL_API AudioMixInputParameters {
   std::vector<Ramp<double>> volumes_;
 };
 
-/// How the sound tracks of an asset become one. Tracks without parameters are as loud as they are. Immutable.
+/// How audio tracks are mixed into one. Tracks without parameters have volume 1. Immutable.
 class TAVREL_API AudioMix {
  public:
   explicit AudioMix(std::vector<AudioMixInputParameters> inputParameters)

@@ -9,38 +9,38 @@
 
 namespace tavrel {
 
-/// What the process does with sound.
+/// How the process uses sound.
 enum class AudioSessionCategory { ambient, record, playAndRecord };
 
-/// Bits that go with a category.
+/// Options of a category, as bits.
 enum AudioSessionCategoryOptions : unsigned {
   kAudioSessionCategoryOptionNone = 0,
   kAudioSessionCategoryOptionDefaultToSpeaker = 0x8,
   kAudioSessionCategoryOptionAllowBluetoothA2DP = 0x20,
 };
 
-/// What the process knows about the sound hardware it records from, and what it told the system about its use. Linux's
-/// sound services route by stream, so that a category is kept for readers and changes no routing by itself. Any thread.
+/// The process's audio hardware and how it is used. Sound services on Linux route by stream, so the category is stored
+/// but changes no routing by itself. Any thread.
 class TAVREL_API AudioSession {
  public:
   static constexpr double kDefaultSampleRate = 48000;
-  /// Carries a category out; fails with what the sound service said.
+  /// Applies a category; fails with the sound service's error.
   using CategoryHandler = std::function<Expected<void>(AudioSessionCategory category, unsigned options)>;
 
   static AudioSession& shared();
 
-  /// Frames a second that the hardware runs at; 48000 until somebody who knows better sets it.
+  /// The hardware's sample rate in Hz; 48000 until set.
   double sampleRate() const { return sampleRate_; }
   double currentHardwareSampleRate() const { return sampleRate_; }
-  /// Set by whoever opens the hardware. A rate that is not a positive number restores the default.
+  /// Called by the code that opens the hardware. A rate that is not positive and finite restores the default.
   void setSampleRate(double sampleRate);
 
   /// `options` are bits of `AudioSessionCategoryOptions`. Fails (`MediaErrorCode::invalidArgument`) for unknown bits,
-  /// and with the handler's error; the category is then as before.
+  /// or with the handler's error; the category is then unchanged.
   Expected<void> setCategory(AudioSessionCategory category, unsigned options = kAudioSessionCategoryOptionNone);
   AudioSessionCategory category() const;
   unsigned categoryOptions() const;
-  /// Who carries categories out, called on the thread of `setCategory`; an empty one accepts every category.
+  /// Called on the thread of `setCategory`. An empty handler accepts every category.
   void setCategoryHandler(CategoryHandler handler);
 
  private:

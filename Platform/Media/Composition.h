@@ -8,8 +8,7 @@
 
 namespace tavrel {
 
-/// A track of a `MutableComposition`: pieces of other tracks, one behind the other. Readers take the track as it is
-/// when they are made. Any thread.
+/// An editable track of segments of other tracks. Readers use the track as it is when they are created. Any thread.
 class TAVREL_API MutableCompositionTrack {
  public:
   MutableCompositionTrack(int trackID, MediaType mediaType) : trackID_(trackID), mediaType_(mediaType) {}
@@ -20,22 +19,22 @@ class TAVREL_API MutableCompositionTrack {
   std::vector<AssetTrackSegment> segments() const;
   MediaTime duration() const;
   AffineTransform preferredTransform() const;
-  /// At first that of the first piece.
+  /// By default the first segment's.
   void setPreferredTransform(const AffineTransform& transform);
 
-  /// Plays `range` of `track` at `time`; what was there moves back. Beyond the end the track is empty up to `time`.
-  /// Fails (`MediaErrorCode::invalidArgument`) for a track of another type, times that are not numeric or negative, and
-  /// an empty range.
+  /// Inserts `range` of `track` at `time`, shifting what follows back. A gap before `time` becomes empty. Fails
+  /// (`MediaErrorCode::invalidArgument`) if the track has another media type, a time is negative or not numeric, or the
+  /// range is empty.
   Expected<void> insertTimeRange(const MediaTimeRange& range, const std::shared_ptr<const AssetTrack>& track,
                                  MediaTime time);
-  /// Makes room: what lies behind the range's start moves back. No effect at or beyond the end.
+  /// Inserts an empty range, shifting what follows back. Has no effect at or beyond the end.
   void insertEmptyTimeRange(const MediaTimeRange& range);
-  /// Takes the range out; what lies behind it moves forward.
+  /// Removes the range, shifting what follows forward.
   void removeTimeRange(const MediaTimeRange& range);
-  /// Plays the range slower or faster, so that it lasts `toDuration`; what lies behind it moves.
+  /// Slows or speeds up the range to last `toDuration`, shifting what follows.
   void scaleTimeRange(const MediaTimeRange& range, MediaTime toDuration);
 
-  /// The track as it is now.
+  /// An immutable copy of the present track.
   std::shared_ptr<const AssetTrack> snapshot() const;
 
  private:
@@ -50,7 +49,7 @@ class TAVREL_API MutableCompositionTrack {
   std::optional<AffineTransform> preferredTransform_;
 };
 
-/// An asset that is put together from tracks of others, nothing being copied. Any thread.
+/// An asset composed of segments of other assets' tracks, without copying media. Any thread.
 class TAVREL_API Composition : public Asset {
  public:
   std::vector<std::shared_ptr<const AssetTrack>> tracks() const override;
@@ -63,16 +62,17 @@ class TAVREL_API Composition : public Asset {
   std::vector<std::shared_ptr<MutableCompositionTrack>> compositionTracks_;
 };
 
-/// A composition that can be edited.
+/// An editable composition.
 class TAVREL_API MutableComposition : public Composition {
  public:
   static std::shared_ptr<MutableComposition> create();
 
-  /// An empty track; their numbers count from 1.
+  /// Adds an empty track. Track IDs count from 1.
   std::shared_ptr<MutableCompositionTrack> addMutableTrack(MediaType mediaType);
   void removeTrack(const std::shared_ptr<MutableCompositionTrack>& track);
 
-  /// The track's operations on all tracks. Inserting adds the tracks that `asset` has more of. Fails as the track's do.
+  /// Apply the operations of the same names to all tracks. Insertion adds tracks if `asset` has more. Fails as the
+  /// track's.
   Expected<void> insertTimeRange(const MediaTimeRange& range, const Asset& asset, MediaTime time);
   void insertEmptyTimeRange(const MediaTimeRange& range);
   void removeTimeRange(const MediaTimeRange& range);

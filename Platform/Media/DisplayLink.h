@@ -10,11 +10,11 @@
 
 namespace tavrel {
 
-/// Calls back at the rate of the display, on the main run loop. Without a display it is paced by a timer at 60 Hz.
+/// Calls back at the display's rate, 60 Hz without a display, by a timer on the main run loop.
 ///
 ///     created ──addToMainRunLoop──▶ running ⇄ paused ──invalidate──▶ invalidated
 ///
-/// Owned by whoever made it; its destruction invalidates. Any thread.
+/// Destruction invalidates. Any thread.
 class TAVREL_API DisplayLink {
  public:
   /// Called on the main queue, while the main run loop runs.
@@ -25,19 +25,19 @@ class TAVREL_API DisplayLink {
   DisplayLink& operator=(const DisplayLink&) = delete;
   ~DisplayLink();
 
-  /// How many times a second displays show a picture from now on, for links added afterwards; 60 at first. For the
-  /// display's owner. Values that are not positive are ignored.
+  /// Called by the owner of the display. Sets the rate of links added afterwards; initially 60. Ignored unless
+  /// positive.
   static void setDisplayRate(double framesPerSecond);
-  /// The clock of `timestamp`, in seconds: steady, from an arbitrary start.
+  /// The clock of `timestamp`: steady seconds from an arbitrary start.
   static double hostTime();
 
   void addToMainRunLoop();
   bool isPaused() const;
   void setPaused(bool newValue);
-  /// No call begins afterwards, except that one that runs at this moment on the main thread may finish.
+  /// No call begins after the return; one in progress may still finish.
   void invalidate();
 
-  /// Inside the callback: when the display last showed a picture, and how long it takes to the next one, in seconds.
+  /// In the callback: the time of this refresh, and the time to the next, in seconds.
   double timestamp() const;
   double duration() const;
 

@@ -10,16 +10,16 @@
 
 namespace tavrel {
 
-/// What the samples of a buffer are.
+/// The format of a sample buffer.
 struct FormatDescription {
   MediaType mediaType = MediaType::audio;
-  /// Sound: the PCM format; for compressed sound only its rate and channels count.
+  /// Audio only. For compressed audio only rate and channels are valid.
   AudioFormat audioFormat;
-  /// Pictures: width and height in pixels.
+  /// Video only; in pixels.
   Size videoSize;
-  /// Short lower-case name of the coding ("aac", "opus", "h264"); empty for PCM and for pixel buffers.
+  /// Short lower-case codec name ("aac", "opus", "h264"); empty for PCM and pixel buffers.
   std::string codecName;
-  /// What a decoder must know before the first packet of a compressed track; may be empty.
+  /// A decoder's initialisation data; may be empty.
   Data codecExtradata;
 
   bool isCompressed() const { return !codecName.empty(); }

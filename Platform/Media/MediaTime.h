@@ -10,9 +10,8 @@ namespace tavrel {
 
 /// A rational time: `value` / `timescale` seconds, or one of the special times below.
 ///
-/// Ordering: negative infinity, then the numeric times, indefinite, positive infinity, and invalid last. `operator==`
-/// and
-/// `<=>` compare times, not fields: 1/2 equals 2/4. Epochs are compared first.
+/// Ordered: negative infinity, numeric times, indefinite, positive infinity, invalid. `==` and `<=>` compare times, not
+/// fields: 1/2 equals 2/4. Epochs are compared first.
 struct TAVREL_API MediaTime {
   enum Flags : std::uint32_t {
     kValid = 0x1,
@@ -27,9 +26,9 @@ struct TAVREL_API MediaTime {
   std::uint32_t flags = 0;
   std::int64_t epoch = 0;
 
-  /// value / timescale seconds; a timescale that is not positive gives the invalid time.
+  /// Invalid if the timescale is not positive.
   static MediaTime make(std::int64_t value, std::int32_t timescale);
-  /// The nearest time to `seconds` in the timescale; not-a-number gives invalid, infinities give infinite times.
+  /// `seconds` rounded to the timescale. Not-a-number gives invalid, infinities give infinite times.
   static MediaTime fromSeconds(double seconds, std::int32_t timescale);
 
   static MediaTime invalid() { return {}; }
@@ -45,34 +44,33 @@ struct TAVREL_API MediaTime {
   /// Valid and neither infinite nor indefinite.
   bool isNumeric() const { return (flags & (kValid | kPositiveInfinity | kNegativeInfinity | kIndefinite)) == kValid; }
 
-  /// Seconds; ± infinity for the infinite times, not-a-number for invalid and indefinite ones.
+  /// ±infinity for infinite times, not-a-number for invalid and indefinite ones.
   double seconds() const;
-  /// The same time in another timescale, rounded half away from zero; flagged `kHasBeenRounded` when that lost
-  /// something. Special times are returned unchanged; a result that does not fit becomes the infinite time of its sign.
+  /// The time in another timescale, rounded half away from zero; an inexact result is flagged `kHasBeenRounded`.
+  /// Special times are returned unchanged. Overflow gives the infinite time of its sign.
   MediaTime convertedToTimescale(std::int32_t newTimescale) const;
-  /// "{3/600 = 0.005}" or "{INVALID}", "{INDEFINITE}", "{+INFINITY}", "{-INFINITY}": for logs.
+  /// For logs: "{3/600 = 0.005}", "{INVALID}", "{INDEFINITE}", "{+INFINITY}" or "{-INFINITY}".
   std::string description() const;
 
   friend TAVREL_API std::strong_ordering operator<=>(const MediaTime& left, const MediaTime& right);
   friend bool operator==(const MediaTime& left, const MediaTime& right) { return std::is_eq(left <=> right); }
 
-  /// Exact where the least common multiple of the timescales fits 31 bits; else in the larger of both timescales,
-  /// rounded. Invalid with anything is invalid; then indefinite; then infinities as in arithmetic (opposite ones give
-  /// invalid).
+  /// Exact if the least common multiple of the timescales fits 31 bits, else rounded to the larger timescale. An
+  /// invalid operand gives invalid, else an indefinite one indefinite; infinities add as usual, and opposite ones give
+  /// invalid.
   friend TAVREL_API MediaTime operator+(const MediaTime& left, const MediaTime& right);
   friend TAVREL_API MediaTime operator-(const MediaTime& left, const MediaTime& right);
 };
 
-/// A span of time: from `start`, `duration` long.
+/// The time from `start` up to, but not including, `start` + `duration`.
 struct MediaTimeRange {
   MediaTime start;
   MediaTime duration;
 
-  /// From 0 without an end.
+  /// From 0 to infinity.
   static MediaTimeRange everything() { return {MediaTime::zero(), MediaTime::positiveInfinity()}; }
 
   MediaTime end() const { return start + duration; }
-  /// The end itself is outside.
   bool contains(const MediaTime& time) const { return start <= time && time < end(); }
 };
 

@@ -5,14 +5,14 @@
 namespace tavrel {
 
 inline constexpr const char* kMetadataTitle = "title";
-/// ISO 8601 with a time zone, for instance "2024-05-17T09:30:00Z".
+/// ISO 8601 with a time zone, such as "2024-05-17T09:30:00Z".
 inline constexpr const char* kMetadataCreationDate = "creation_time";
-/// ISO 6709, for instance "+48.8577+002.2950/".
+/// ISO 6709, such as "+48.8577+002.2950/".
 inline constexpr const char* kMetadataLocation = "location";
 inline constexpr const char* kMetadataArtist = "artist";
 inline constexpr const char* kMetadataComment = "comment";
 
-/// One thing that a movie says about itself: one of the keys above, or a name of the application's own.
+/// One item of a movie's metadata. The key is one of the above or the application's own.
 struct MetadataItem {
   std::string key;
   std::string value;  ///< UTF-8

@@ -16,15 +16,15 @@ class PixelBuffer;
 class PlayerItemVideoOutput;
 class SampleBuffer;
 
-/// Is told when a video output will have pictures, on the queue that was given with it.
+/// Told when a video output will have frames, on the queue set with the delegate.
 class TAVREL_API PlayerItemOutputDelegate {
  public:
   virtual ~PlayerItemOutputDelegate() = default;
   virtual void outputMediaDataWillChange(PlayerItemVideoOutput& sender) = 0;
 };
 
-/// An asset that is played: it maps the host's clock (`DisplayLink::hostTime`) to the asset's time line. It starts
-/// paused at 0. Pictures come out of its video outputs; it makes no sound. Any thread.
+/// Plays an asset: maps the host clock (`DisplayLink::hostTime`) to the asset's time line. Initially paused at 0. Its
+/// video outputs deliver the frames; no sound is played. Any thread.
 class TAVREL_API PlayerItem {
  public:
   explicit PlayerItem(std::shared_ptr<const Asset> asset);
@@ -37,16 +37,16 @@ class TAVREL_API PlayerItem {
 
   void play() { setRate(1); }
   void pause() { setRate(0); }
-  /// Seconds of the asset in a second of the host; 0 or more.
+  /// Seconds of the asset per second of host time; 0 or more.
   void setRate(double rate);
   double rate() const;
-  /// Goes on from `time`, playing or paused as before.
+  /// Moves to `time`; keeps playing, or stays paused.
   void seek(MediaTime time);
   MediaTime currentTime() const;
-  /// The time of the asset at a time of the host, from 0 to the asset's end.
+  /// The asset's time at a host time, clamped to 0 … the duration.
   MediaTime itemTimeForHostTime(double hostTime) const;
 
-  /// An output serves one item.
+  /// An output belongs to one item.
   void addOutput(const std::shared_ptr<PlayerItemVideoOutput>& output);
   void removeOutput(const std::shared_ptr<PlayerItemVideoOutput>& output);
 
@@ -59,26 +59,25 @@ class TAVREL_API PlayerItem {
   std::vector<std::shared_ptr<PlayerItemVideoOutput>> outputs_;
 };
 
-/// The pictures of a player item's first video track, a few of which are decoded ahead on a thread of the output's own.
-/// Any thread.
+/// Delivers the frames of a player item's first video track, some of them decoded ahead on its own thread. Any thread.
 class TAVREL_API PlayerItemVideoOutput : public std::enable_shared_from_this<PlayerItemVideoOutput> {
  public:
-  /// Pictures in the `PixelFormat` under `kPixelBufferPixelFormatTypeKey`; 'BGRA' when absent.
+  /// Frames in the `PixelFormat` under `kPixelBufferPixelFormatTypeKey`; by default 'BGRA'.
   static std::shared_ptr<PlayerItemVideoOutput> create(Dictionary pixelBufferAttributes);
   PlayerItemVideoOutput(const PlayerItemVideoOutput&) = delete;
   PlayerItemVideoOutput& operator=(const PlayerItemVideoOutput&) = delete;
   ~PlayerItemVideoOutput();
 
   void setDelegate(const std::weak_ptr<PlayerItemOutputDelegate>& delegate, std::shared_ptr<DispatchQueue> queue);
-  /// Calls the delegate once as soon as pictures are at hand that were not when this was called, which is at least
-  /// `interval` seconds before they are due where decoding keeps up.
+  /// Calls the delegate once, when new frames are decoded; if decoding keeps up, at least `interval` seconds before
+  /// they are due.
   void requestNotificationOfMediaDataChange(double interval);
 
-  /// As the item's; zero without an item.
+  /// The item's; zero without an item.
   MediaTime itemTimeForHostTime(double hostTime) const;
-  /// Whether a picture that was not copied yet is to be shown at this time.
+  /// Whether the frame due at this time has not been copied yet.
   bool hasNewPixelBufferForItemTime(MediaTime itemTime);
-  /// The picture to be shown at this time; nullptr when there is none at hand. Earlier ones are let go.
+  /// The frame due at this time; nullptr if it is not decoded. Discards earlier ones.
   std::shared_ptr<PixelBuffer> copyPixelBufferForItemTime(MediaTime itemTime);
 
  private:

@@ -18,67 +18,64 @@ namespace tavrel {
 
 class PixelBuffer;
 
-/// When a sample is shown, and for how long.
+/// When a sample is presented, and for how long.
 struct SampleTiming {
-  MediaTime duration;  ///< of one sample; invalid when unknown
+  MediaTime duration;  ///< of one sample; invalid if unknown
   MediaTime presentationTimeStamp;
-  MediaTime decodeTimeStamp;  ///< invalid when it is the presentation time
+  MediaTime decodeTimeStamp;  ///< invalid if equal to the presentation time
 };
 
-/// Timed media on its way through the program: PCM sound, one compressed packet, or one picture.
+/// Timed media: PCM, one compressed packet, or one video frame.
 ///
-/// Copies with new timing share the data. Any thread; the data itself is not locked.
+/// Copies with new timing share the data. Any thread; the data itself is not synchronised.
 class TAVREL_API SampleBuffer {
  public:
-  /// PCM that lies in `data`, whose buffers hold at least `frameCount` frames of `format`, the first one at
-  /// `presentationTimeStamp`. Fails (`MediaErrorCode::invalidArgument`) when they are too small, the format is not
-  /// usable or the time not numeric.
+  /// PCM: the first `frameCount` frames of `data`. Fails (`MediaErrorCode::invalidArgument`) if the buffers are too
+  /// small, the format is unusable or the time is not numeric.
   static Expected<std::shared_ptr<SampleBuffer>> createAudio(const AudioFormat& format,
                                                              std::shared_ptr<AudioBufferList> data,
                                                              std::int64_t frameCount, MediaTime presentationTimeStamp);
-  /// One compressed packet. Fails (`MediaErrorCode::invalidArgument`) unless the format names a codec and there are
-  /// bytes.
+  /// A compressed packet. Fails (`MediaErrorCode::invalidArgument`) if the format names no codec or `bytes` is empty.
   static Expected<std::shared_ptr<SampleBuffer>> createPacket(std::shared_ptr<const FormatDescription> format,
                                                               Data bytes, const SampleTiming& timing,
                                                               bool isKeyframe = true);
-  /// One picture, which is shared, not copied. Fails (`MediaErrorCode::invalidArgument`) without one.
+  /// A frame, which is shared, not copied. Fails (`MediaErrorCode::invalidArgument`) if it is nullptr.
   static Expected<std::shared_ptr<SampleBuffer>> createImage(std::shared_ptr<PixelBuffer> image,
                                                              const SampleTiming& timing);
 
-  /// Makes a picture when it is first asked for, on the thread that asks; nullptr when it cannot.
+  /// Creates the frame on first use, on the calling thread; returns nullptr on failure.
   using ImageMaker = std::function<std::shared_ptr<PixelBuffer>()>;
-  /// One picture of `size` that is made by `maker`, at most once.
+  /// A frame of `size` that `maker` creates, at most once.
   static std::shared_ptr<SampleBuffer> createImage(Size size, ImageMaker maker, const SampleTiming& timing);
 
   const std::shared_ptr<const FormatDescription>& format() const { return format_; }
-  /// PCM frames; 1 for a packet or a picture.
+  /// PCM frames; 1 for a packet or video frame.
   std::int64_t numSamples() const { return sampleCount_; }
-  /// Either one entry, which holds for the first sample and, each a duration later, those after it; or one for each.
+  /// One entry per sample, or one for all: that of the first sample, each later sample following by the duration.
   const std::vector<SampleTiming>& timingEntries() const { return timing_; }
 
   /// Of the first sample.
   MediaTime presentationTimeStamp() const;
-  /// Of the first sample once played; the presentation time unless set otherwise.
+  /// Of the first sample when played; by default the presentation time.
   MediaTime outputPresentationTimeStamp() const;
   void setOutputPresentationTimeStamp(MediaTime time);
-  /// Of all samples together; invalid when unknown.
+  /// Of all samples together; invalid if unknown.
   MediaTime duration() const;
 
-  /// A buffer of the same data with other times. Fails unless there is one entry or one for each sample
-  /// (`MediaErrorCode::invalidArgument`), and when this buffer is not valid any more (`invalidatedSample`).
+  /// A buffer that shares the data. Fails unless there is one entry or one per sample
+  /// (`MediaErrorCode::invalidArgument`), and if this buffer was invalidated (`invalidatedSample`).
   Expected<std::shared_ptr<SampleBuffer>> copyWithNewTiming(std::vector<SampleTiming> entries) const;
 
-  /// Lets go of the data; copies and holders of the audio buffer list keep theirs.
+  /// Releases the data; copies and holders of the audio buffer list keep it.
   void invalidate();
   bool isValid() const;
 
-  /// The PCM, kept alive by whoever holds the list; nullptr for anything else and once invalidated. A writer of the
-  /// bytes changes them for every sharer.
+  /// The PCM; nullptr for other media and once invalidated. Changes to the bytes are seen by all holders.
   std::shared_ptr<AudioBufferList> audioBufferList() const;
-  /// The compressed bytes; nullptr for anything else and once invalidated.
+  /// The compressed bytes; nullptr for other media and once invalidated.
   std::shared_ptr<const Data> packetData() const;
   bool isKeyframe() const { return isKeyframe_; }
-  /// The picture; nullptr for anything else and once invalidated.
+  /// The video frame; nullptr for other media and once invalidated.
   std::shared_ptr<PixelBuffer> imageBuffer() const;
 
  private:

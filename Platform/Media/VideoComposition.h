@@ -12,7 +12,7 @@ namespace tavrel {
 
 class Asset;
 
-/// A value that goes from one end of a time range to the other evenly; before the range the first, after it the last.
+/// A value that changes linearly during a time range; `start` holds before it and `end` after it.
 template <typename Value>
 struct Ramp {
   Value start;
@@ -20,24 +20,23 @@ struct Ramp {
   MediaTimeRange timeRange;
 };
 
-/// How one track is laid into the picture: turned, moved and scaled by a transform, and let through by an opacity. Each
-/// follows its ramps; between two ramps the earlier one's last value holds, before the first ramp its first value.
-/// Values. One thread at a time.
+/// Transform and opacity of one track. Each follows its ramps; between ramps the last value holds, before the first
+/// ramp its first value. A value; one thread at a time.
 class TAVREL_API VideoCompositionLayerInstruction {
  public:
   explicit VideoCompositionLayerInstruction(int trackID) : trackID_(trackID) {}
 
   int trackID() const { return trackID_; }
-  /// From pixels of the track's picture to pixels of the render size, with the origin at the top left; from `time` on.
+  /// Maps pixels of the track to pixels of the render size, both with the origin at the top left, from `time` on.
   void setTransform(const AffineTransform& transform, MediaTime time);
   void setTransformRamp(const AffineTransform& start, const AffineTransform& end, const MediaTimeRange& timeRange);
-  /// 0 to 1; from `time` on.
+  /// 0 to 1, from `time` on.
   void setOpacity(double opacity, MediaTime time);
   void setOpacityRamp(double start, double end, const MediaTimeRange& timeRange);
 
-  /// The identity without a ramp.
+  /// By default the identity.
   AffineTransform transformAt(MediaTime time) const;
-  /// 1 without a ramp.
+  /// By default 1.
   double opacityAt(MediaTime time) const;
 
  private:
@@ -46,7 +45,7 @@ class TAVREL_API VideoCompositionLayerInstruction {
   std::vector<Ramp<double>> opacities_;
 };
 
-/// What is shown during a time range: layers, the first one in front, on a plain background.
+/// What is shown during a time range: layers, the first one in front, over a background colour.
 struct VideoCompositionInstruction {
   /// Components from 0 to 1.
   struct Color {
@@ -58,18 +57,18 @@ struct VideoCompositionInstruction {
   std::vector<VideoCompositionLayerInstruction> layerInstructions;
 };
 
-/// How the video tracks of an asset become one picture. Read by one thread at a time.
+/// How video tracks are composed into one. One thread at a time.
 class TAVREL_API VideoComposition {
  public:
   virtual ~VideoComposition() = default;
 
-  /// From one picture to the next; positive.
+  /// Time between frames; positive.
   MediaTime frameDuration() const { return frameDuration_; }
   /// In pixels.
   Size renderSize() const { return renderSize_; }
-  /// The picture's size is the render size times this.
+  /// Output size is the render size times this factor.
   double renderScale() const { return renderScale_; }
-  /// They should not overlap; the first one that holds a time counts. Where there is none, the picture is black.
+  /// They should not overlap; the first that contains a time is used. Without one the frame is black.
   const std::vector<VideoCompositionInstruction>& instructions() const { return instructions_; }
 
  protected:
@@ -81,11 +80,11 @@ class TAVREL_API VideoComposition {
   std::vector<VideoCompositionInstruction> instructions_;
 };
 
-/// A video composition that can be changed.
+/// An editable video composition.
 class TAVREL_API MutableVideoComposition : public VideoComposition {
  public:
   static std::shared_ptr<MutableVideoComposition> create();
-  /// All video tracks upright, the first one in front, in the size of the first and at the rate of the fastest.
+  /// Shows all video tracks upright, the first in front, at the first track's size and the highest frame rate.
   static std::shared_ptr<MutableVideoComposition> createWithPropertiesOfAsset(const Asset& asset);
 
   void setFrameDuration(MediaTime newValue) { frameDuration_ = newValue; }

@@ -7,21 +7,21 @@
 
 namespace tavrel {
 
-/// Which frame a thread works on, so that its pieces of work can be told from other frames' and its latency be
-/// measured. It travels with the frame from queue to queue: taken by `current` where work is submitted, put in place by
-/// a `Scope` where it runs. All zeros while tracing is off.
+/// Identifies the frame a thread works on, to attribute its work and measure its latency. It travels with the frame
+/// from queue to queue: `current` takes it where work is submitted, a `Scope` sets it where the work runs. All zeros
+/// while tracing is off.
 struct TAVREL_API FrameTrace {
-  std::uint32_t number = 0;  ///< counts up from 1
-  std::int64_t arrival = 0;  ///< `Tracer::now()` at the arrival of the frame
+  std::uint32_t number = 0;  ///< from 1
+  std::int64_t arrival = 0;  ///< `Tracer::now()` when the frame arrived
 
-  /// A frame that arrives now.
+  /// A new frame, arriving now.
   static FrameTrace arriving();
   /// The calling thread's frame.
   static FrameTrace current();
-  /// The calling thread's frame, or one that arrives now when there is none.
+  /// The calling thread's frame, or a new one.
   static FrameTrace currentOrArriving();
 
-  /// Makes a frame the calling thread's for as long as the scope lives.
+  /// Sets the calling thread's frame for the scope's lifetime.
   class TAVREL_API Scope {
    public:
     explicit Scope(const FrameTrace& frame);

@@ -6,12 +6,12 @@
 
 namespace tavrel {
 
-/// A frame that is submitted to a queue: made where it is submitted, copied into the block, ended where the block runs.
+/// Measures how long a frame waits in a queue: created on submission, copied into the block, ended when the block runs.
 class TAVREL_API QueueWait {
  public:
   explicit QueueWait(const FrameTrace& frame) : frame_(frame), submission_(Tracer::isOn() ? Tracer::now() : 0) {}
 
-  /// Records how long it took, and makes the frame the calling thread's for as long as the result lives.
+  /// Records the wait, and sets the calling thread's frame for the result's lifetime.
   [[nodiscard]] FrameTrace::Scope end(TraceName queue) const {
     if (submission_ > 0 && Tracer::isOn()) {
       const FrameTrace::Scope scope(frame_);

@@ -5,7 +5,7 @@
 
 namespace tavrel {
 
-/// What the floors record under the same name: who records it need not know who asks for it.
+/// Names shared between the code that records and the code that reports.
 struct TAVREL_API TraceNames {
   static const TraceNames& shared();
 
@@ -17,9 +17,9 @@ struct TAVREL_API TraceNames {
   TraceName toDelegate, toFile, soundAhead;
   // Queues in which frames wait.
   TraceName captureQueue, videoProcessingQueue, writerQueue;
-  // Work that is not a node's own.
+  // Work outside nodes.
   TraceName camera, cameraDelegate, microphone, reading, videoEncoder, audioEncoder, writing;
-  // Stages that drop, and why.
+  // Stages that drop, and their reasons.
   TraceName cameraStage, writerStage, writerSoundStage;
   TraceName late, outOfBuffers, discontinuity, busy, whileSwitching, whileNotRunning;
   TraceName beforeStart, queueFull, encoderBusy, refused;

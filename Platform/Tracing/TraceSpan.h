@@ -7,8 +7,8 @@
 
 namespace tavrel {
 
-/// A piece of work on the calling thread, from construction to destruction: `const TraceSpan span(name);`. Spans nest;
-/// the statistics count an outer one without the inner ones. One that begins while tracing is off is not recorded.
+/// Records work on the calling thread from construction to destruction: `const TraceSpan span(name);`. Spans nest; the
+/// statistics exclude inner spans from outer ones. A span that begins while tracing is off is not recorded.
 class TAVREL_API TraceSpan {
  public:
   explicit TraceSpan(TraceName name) {
@@ -21,12 +21,12 @@ class TAVREL_API TraceSpan {
   }
 
  protected:
-  /// One that `begin` starts later.
+  /// Not started until `begin`.
   TraceSpan() = default;
   void begin(TraceName name);
   bool isActive() const { return isActive_; }
   std::int64_t beginning() const { return begin_; }
-  /// Takes its time, but leaves no mark.
+  /// Excludes the span from outer ones without recording it.
   void discard() { isDiscarded_ = true; }
 
  private:

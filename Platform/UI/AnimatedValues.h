@@ -7,7 +7,7 @@
 
 namespace tavrel {
 
-/// The numbers of a layer that animations can change, as they are at one moment.
+/// The animatable values of a layer at one moment.
 struct TAVREL_API AnimatedValues {
   double opacity = 1;
   double positionX = 0;
@@ -20,9 +20,9 @@ struct TAVREL_API AnimatedValues {
   double translationX = 0;
   double translationY = 0;
 
-  /// Takes scale, rotation and translation out of `transform`; a shear is lost.
+  /// Decomposes `transform` into scale, rotation and translation; a shear is lost.
   void setTransform(const AffineTransform& transform);
-  /// Scaled first, then rotated, then moved.
+  /// Scales first, then rotates, then translates.
   AffineTransform transform() const;
 
   /// True for "opacity", "position.x", "position.y", "cornerRadius", "borderWidth", "transform.scale" (both sides),

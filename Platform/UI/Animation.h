@@ -10,23 +10,22 @@ namespace tavrel {
 
 class Animation;
 
-/// Is told how animations go. On the main thread.
+/// Told when animations start and stop, on the main thread.
 class TAVREL_API AnimationDelegate {
  public:
   virtual ~AnimationDelegate() = default;
   virtual void animationDidStart(const std::shared_ptr<Animation>&) {}
-  /// `finished` is false when the animation was removed from its layer before its end.
+  /// `finished` is false if the animation was removed from its layer before its end.
   virtual void animationDidStop(const std::shared_ptr<Animation>&, bool /*finished*/) {}
 };
 
-/// What an animation shows after its end, as long as it stays on its layer.
+/// What an animation shows after its end, while it is still on its layer.
 enum class AnimationFillMode {
   removed,   ///< the layer's own values
   forwards,  ///< its last values
 };
 
-/// A change of a layer's values over time, which shows on the screen and leaves the layer's own values alone. Made by
-/// `std::make_shared`; main thread.
+/// Changes what a layer shows over time, but not the layer's own values. Create with `std::make_shared`; main thread.
 class TAVREL_API Animation {
  public:
   static constexpr double kDefaultDuration = 0.25;
@@ -36,27 +35,26 @@ class TAVREL_API Animation {
   Animation& operator=(const Animation&) = delete;
   virtual ~Animation() = default;
 
-  /// In seconds. 0, as at creation, stands for the group's duration in a group and for `kDefaultDuration` alone.
+  /// In seconds. 0, the default, means the group's duration within a group, else `kDefaultDuration`.
   double duration() const { return duration_; }
   void setDuration(double duration) { duration_ = duration; }
   const TimingFunction& timingFunction() const { return timingFunction_; }
   void setTimingFunction(const TimingFunction& timingFunction) { timingFunction_ = timingFunction; }
   AnimationFillMode fillMode() const { return fillMode_; }
   void setFillMode(AnimationFillMode fillMode) { fillMode_ = fillMode; }
-  /// Whether the layer lets go of it at its end; true at creation.
+  /// Whether the layer removes the animation at its end; true by default.
   bool isRemovedOnCompletion() const { return isRemovedOnCompletion_; }
   void setRemovedOnCompletion(bool isRemoved) { isRemovedOnCompletion_ = isRemoved; }
-  /// Owned by the animation: a delegate that owns the animation in turn would keep both for ever.
+  /// Owned by the animation; a delegate that owns the animation in turn leaks both.
   const std::shared_ptr<AnimationDelegate>& delegate() const { return delegate_; }
   void setDelegate(std::shared_ptr<AnimationDelegate> delegate) { delegate_ = std::move(delegate); }
 
   double durationWithin(double fallback) const { return duration_ > 0 ? duration_ : fallback; }
-  /// Changes `values` to what they are `elapsed` seconds after the start. `fallbackDuration` is used where the
-  /// animation has no duration of its own.
+  /// Sets `values` to those `elapsed` seconds after the start. `fallbackDuration` replaces a duration of 0.
   void apply(double elapsed, double fallbackDuration, AnimatedValues& values) const;
 
  protected:
-  /// `progress` in 0…1, the timing function applied; `ownDuration` in seconds.
+  /// `progress` in 0…1, after the timing function; `ownDuration` in seconds.
   virtual void applyProgress(double progress, double ownDuration, AnimatedValues& values) const = 0;
 
  private:

@@ -7,7 +7,7 @@
 
 namespace tavrel {
 
-/// Several animations that run together in the group's time. One that is longer than the group is cut off.
+/// Animations that run together. One longer than the group is cut off.
 class TAVREL_API AnimationGroup : public Animation {
  public:
   const std::vector<std::shared_ptr<Animation>>& animations() const { return animations_; }

@@ -19,34 +19,35 @@ enum class ApplicationState {
   background,  ///< every window is minimised or hidden
 };
 
-/// The running application as the library sees it. Stands on SDL's events, on SIGTERM and on the kernel's
-/// memory-pressure file (`/proc/pressure/memory`). Any thread, unless said otherwise.
+/// The state of the running application, from SDL's events, SIGTERM and the kernel's memory pressure
+/// (`/proc/pressure/memory`). Any thread unless stated otherwise.
 ///
 ///     active ◀──▶ inactive ◀──▶ background
 class TAVREL_API Application {
  public:
-  /// Lives until the process ends.
+  /// Never destroyed.
   static Application& shared();
 
-  /// Makes the window system's display the one that GL uses, without a window yet; windows do so by themselves. To be
-  /// called before the graph is first used: afterwards GL may be bound to a headless display. Fails (`UIStatus`) then,
-  /// when there is no display to be had, and under `TAVREL_DISPLAY=headless`. Main thread.
+  /// Makes GL use the window system's display; opening a window does so too. Call it before the graph is first used,
+  /// which may bind GL to a headless display. Fails (`UIStatus`) in that case, without a display, and with
+  /// `TAVREL_DISPLAY=headless`. Main thread.
   Expected<void> startUserInterface();
-  /// Watches for SIGTERM, unless the program handles it itself, and for memory pressure, on a thread of its own
-  /// ("tavrel.system"). Done by `startUserInterface` too; programs without a window may call it alone.
+  /// Watches for memory pressure and, unless the program handles it, SIGTERM, on its own thread ("tavrel.system").
+  /// Called by `startUserInterface`; programs without a window may call it directly.
   void observeSystem();
 
   ApplicationState state() const { return state_; }
-  /// Whoever sees windows says so here; posts the notifications between the earlier state and this one, in order. Main
+  /// For the owner of the windows. Posts the notifications between the old state and the new one, in order. Main
   /// thread.
   void setState(ApplicationState state);
-  /// Posts the memory warning on the main thread.
+  /// Posts `kApplicationDidReceiveMemoryWarningNotification` on the main thread.
   void receiveMemoryWarning();
-  /// Posts that the application will terminate, on the main thread, and stops the main run loop. Once.
+  /// Posts `kApplicationWillTerminateNotification` on the main thread, then stops the main run loop. Further calls have
+  /// no effect.
   void terminate();
   bool isTerminating() const { return isTerminating_; }
 
-  /// `unknown` until somebody who knows, such as a sensor service, sets it.
+  /// `unknown` until set, for example by a sensor service.
   DeviceOrientation deviceOrientation() const { return deviceOrientation_; }
   void setDeviceOrientation(DeviceOrientation orientation) { deviceOrientation_ = orientation; }
 

@@ -7,7 +7,7 @@
 
 namespace tavrel {
 
-/// Runs one value of a layer from a start to an end, each of which may be left out:
+/// Animates one value of a layer from a start to an end; both are optional:
 ///
 ///     given        from        to              given       from          to
 ///     from, to     from        to              by, to      to − by       to
@@ -17,7 +17,7 @@ namespace tavrel {
 /// With all three, `by` has no effect.
 class TAVREL_API BasicAnimation : public Animation {
  public:
-  /// One of the key paths of `AnimatedValues`; any other one stops the program.
+  /// A key path of `AnimatedValues`; any other stops the program.
   explicit BasicAnimation(std::string keyPath);
 
   const std::string& keyPath() const { return keyPath_; }

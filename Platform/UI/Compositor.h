@@ -13,14 +13,13 @@ namespace tavrel {
 
 class View;
 
-/// Composes view trees into images, without a window. The same drawing fills windows. Main thread; a GL context of its
-/// own, on `GraphicsDisplay`.
+/// Renders view trees into images without a window, exactly as windows show them. Has its own GL context. Main thread.
 class TAVREL_API Compositor {
  public:
-  /// What an image is to look like.
+  /// How an image is rendered.
   struct Options {
-    std::optional<double> scale = {};  ///< pixels for each point; the main screen's when left out
-    std::optional<double> time = {};   ///< of the animations, on `Layer::currentTime`'s clock; now when left out
+    std::optional<double> scale = {};  ///< pixels per point; by default the main screen's
+    std::optional<double> time = {};   ///< animation time on the clock of `Layer::currentTime`; by default now
     Color background = Color::clear();
   };
 
@@ -29,9 +28,9 @@ class TAVREL_API Compositor {
   Compositor& operator=(const Compositor&) = delete;
   ~Compositor();
 
-  /// The tree below `root` as it stands, laid out if need be; pictures of GL-drawable layers are taken as they were
-  /// presented last. Premultiplied R, G, B, A bytes, as large as the root's bounds, rounded up to whole pixels. Fails
-  /// (`UIStatus`) for bounds without pixels or beyond the largest texture, and as `GLContext::create` does.
+  /// Renders the tree below `root`, after laying it out if needed. GL-drawable layers show their latest presented
+  /// frame. The image has premultiplied R, G, B, A bytes and the size of the root's bounds, rounded up to whole pixels.
+  /// Fails (`UIStatus`) if the bounds are empty or exceed the largest texture, and as `GLContext::create` does.
   Expected<std::shared_ptr<Image>> imageOf(View& root, const Options& options);
   Expected<std::shared_ptr<Image>> imageOf(View& root) { return imageOf(root, {}); }
 

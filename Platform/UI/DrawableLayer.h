@@ -8,16 +8,16 @@ namespace tavrel {
 
 class GLDrawable;
 
-/// A layer whose contents GL draws, on any thread: see `GLDrawable`.
+/// A layer whose contents are drawn by GL, on any thread; see `GLDrawable`.
 ///
-/// The newest presented picture fills the layer. While it is still of an earlier size it is shown unscaled about the
-/// centre instead. Its storage has the layer's size times `contentsScale`, cut to whole pixels.
+/// The latest presented frame fills the layer; a frame of an earlier size is shown unscaled, centred. The storage has
+/// the layer's size times `contentsScale`, truncated to whole pixels.
 class TAVREL_API DrawableLayer : public Layer {
  public:
   DrawableLayer();
   ~DrawableLayer() override;
 
-  /// May be used from any thread, also when the layer is gone.
+  /// Usable on any thread, even after the layer is destroyed.
   const std::shared_ptr<GLDrawable>& drawable() const { return drawable_; }
 
  protected:

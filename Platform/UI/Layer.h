@@ -15,10 +15,10 @@ namespace tavrel {
 
 class Animation;
 
-/// A rectangle on the screen: background, contents, sublayers in order, border, from back to front.
+/// A rectangle on the screen. Drawn from back to front: background, contents, sublayers in order, border.
 ///
-/// Lengths are points with the origin at the top left. Background and border have the corner radius; contents and
-/// sublayers are not clipped. Opacity multiplies down the tree. Made by `std::make_shared`; main thread.
+/// Lengths are in points, with the origin at the top left. The corner radius applies to background and border; contents
+/// and sublayers are not clipped. Opacity multiplies down the tree. Create with `std::make_shared`; main thread.
 class TAVREL_API Layer : public std::enable_shared_from_this<Layer> {
  public:
   Layer() = default;
@@ -26,59 +26,59 @@ class TAVREL_API Layer : public std::enable_shared_from_this<Layer> {
   Layer& operator=(const Layer&) = delete;
   virtual ~Layer();
 
-  /// The layer's own coordinates: those of its sublayers' positions.
+  /// The coordinate system of the sublayers' positions.
   const Rect& bounds() const { return bounds_; }
   void setBounds(const Rect& bounds);
-  /// Where the centre lies in the superlayer.
+  /// Of the centre, in the superlayer's coordinates.
   Point position() const { return position_; }
   void setPosition(Point position) { set(position_, position); }
-  /// About the centre.
+  /// Applied about the centre.
   const AffineTransform& transform() const { return transform_; }
   void setTransform(const AffineTransform& transform) { set(transform_, transform); }
   double opacity() const { return opacity_; }
   void setOpacity(double opacity) { set(opacity_, opacity); }
   bool isHidden() const { return isHidden_; }
   void setHidden(bool isHidden) { set(isHidden_, isHidden); }
-  /// True when the contents fill the layer without transparency: their alpha is ignored.
+  /// True to ignore the alpha of the contents.
   bool isOpaque() const { return isOpaque_; }
   void setOpaque(bool isOpaque) { set(isOpaque_, isOpaque); }
   const Color& backgroundColor() const { return backgroundColor_; }
   void setBackgroundColor(const Color& color) { set(backgroundColor_, color); }
   const Color& borderColor() const { return borderColor_; }
   void setBorderColor(const Color& color) { set(borderColor_, color); }
-  /// Inwards from the edge.
+  /// The border is drawn inwards from the edge.
   double borderWidth() const { return borderWidth_; }
   void setBorderWidth(double width) { set(borderWidth_, width); }
   double cornerRadius() const { return cornerRadius_; }
   void setCornerRadius(double radius) { set(cornerRadius_, radius); }
-  /// Pixels for each point of the contents; 1 at creation.
+  /// Pixels per point of the contents; 1 by default.
   double contentsScale() const { return contentsScale_; }
   void setContentsScale(double scale);
 
   const std::vector<std::shared_ptr<Layer>>& sublayers() const { return sublayers_; }
   Layer* superlayer() const { return superlayer_; }
-  /// In front of the others.
+  /// Adds it in front of the others.
   void addSublayer(std::shared_ptr<Layer> layer);
   void removeFromSuperlayer();
 
-  /// Starts `animation` now, in place of one under the same key. It ends by itself while the main queue runs.
+  /// Starts `animation`, replacing one under the same key. It ends only while the main queue runs.
   void addAnimation(const std::shared_ptr<Animation>& animation, std::string key);
-  /// nullptr when there is none.
+  /// nullptr if there is none.
   std::shared_ptr<Animation> animation(std::string_view key) const;
-  /// Those that have not ended are told that they stopped unfinished.
+  /// A running animation stops unfinished.
   void removeAnimation(std::string_view key);
   void removeAllAnimations();
-  /// True while something moves, in this layer or below it.
+  /// True while an animation runs in this layer or below it.
   bool isAnimating() const;
 
   /// The clock of animations, in seconds.
   static double currentTime();
-  /// The values with the animations carried out as they are at `time`.
+  /// The layer's values with its animations applied at `time`.
   AnimatedValues valuesAt(double time) const;
 
-  /// Asks for the tree to be composited anew.
+  /// Requests that the tree be composited again.
   void setNeedsDisplay();
-  /// Whether somebody asked since the last call; for the tree's root.
+  /// For the tree's root: whether compositing was requested since the last call.
   bool takeNeedsDisplay();
 
  protected:

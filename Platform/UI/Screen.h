@@ -7,20 +7,20 @@
 
 namespace tavrel {
 
-/// What pictures are seen on: the display that SDL calls the first one once a window was asked for, an imaginary one of
-/// scale 1 and 60 pictures a second before and without. Any thread.
+/// The main display: SDL's first display once the user interface has started; before that, or without one, a nominal
+/// display of scale 1 and 60 frames per second. Any thread.
 class TAVREL_API Screen {
  public:
   static Screen& main();
 
-  /// Pixels for each point.
+  /// Pixels per point.
   double scale() const;
-  /// For tests and for composing pictures of another density without a display.
+  /// For tests and for rendering images of another density without a display.
   void setScale(double scale);
-  /// In points; empty without a display.
+  /// In points; zero without a display.
   Size size() const;
   double framesPerSecond() const;
-  /// Display links that are added afterwards follow the rate.
+  /// Also sets the rate of display links added afterwards.
   void setMode(Size size, double framesPerSecond);
 
  private:

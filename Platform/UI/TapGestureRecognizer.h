@@ -11,24 +11,24 @@ namespace tavrel {
 
 class View;
 
-/// Recognises taps: a finger or the primary mouse button that goes down and up again within 10 points. Main thread.
+/// Recognises taps: a finger or the primary mouse button goes down and up within 10 points. Main thread.
 class TAVREL_API TapGestureRecognizer {
  public:
   using Action = std::function<void(TapGestureRecognizer& recognizer)>;
 
   explicit TapGestureRecognizer(Action action) : action_(std::move(action)) {}
 
-  /// The view it was added to.
+  /// The view the recogniser was added to.
   std::shared_ptr<View> view() const { return view_.lock(); }
   bool isEnabled() const { return isEnabled_; }
   void setEnabled(bool isEnabled) { isEnabled_ = isEnabled; }
-  /// How many taps in a row, each at most 0.35 s after the one before and within 40 points of it; 1 at creation.
+  /// How many consecutive taps, each within 0.35 s and 40 points of the one before; 1 by default.
   int numberOfTapsRequired() const { return numberOfTapsRequired_; }
   void setNumberOfTapsRequired(int number) { numberOfTapsRequired_ = number; }
-  /// Where the last tap was, in `view`'s coordinates; in those of the tree's root for nullptr.
+  /// The last tap in `view`'s coordinates, or in those of the tree's root for nullptr.
   Point locationInView(const View* view) const;
 
-  /// Called by whoever sees the touches: a tap ended at `point` of the tree's root, at `time` in seconds.
+  /// Called by the touch dispatcher when a tap ends at `point` of the tree's root, at `time` in seconds.
   void receiveTap(Point point, double time);
 
  private:

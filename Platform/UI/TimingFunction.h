@@ -5,7 +5,7 @@
 
 namespace tavrel {
 
-/// How an animation's progress follows time: a cubic Bézier curve from (0, 0) to (1, 1), x being time and y progress.
+/// Maps an animation's time (x) to progress (y) by a cubic Bézier curve from (0, 0) to (1, 1).
 class TAVREL_API TimingFunction {
  public:
   static constexpr TimingFunction linear() { return {{0, 0}, {1, 1}}; }
@@ -13,10 +13,10 @@ class TAVREL_API TimingFunction {
   static constexpr TimingFunction easeOut() { return {{0, 0}, {0.58, 1}}; }
   static constexpr TimingFunction easeInEaseOut() { return {{0.42, 0}, {0.58, 1}}; }
 
-  /// The curve's two inner control points; their x must lie in 0…1.
+  /// The two inner control points; their x must lie in 0…1.
   constexpr TimingFunction(Point first, Point second) : first_(first), second_(second) {}
 
-  /// Progress at `time`, which is moved into 0…1. Exact to about a millionth.
+  /// Progress at `time`, which is clamped to 0…1; exact to about 1e-6.
   double progressAt(double time) const;
 
  private:

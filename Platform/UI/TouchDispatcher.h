@@ -12,16 +12,16 @@ namespace tavrel {
 
 class View;
 
-/// Turns fingers and mouse buttons into taps for the recognisers of the touched view and the views around it.
-/// A window has one; without a window it can be fed by hand. Main thread.
+/// Turns touches and mouse clicks into taps for the recognisers of the touched view and its superviews. A window has
+/// one; without a window, create one and call its members. Main thread.
 class TAVREL_API TouchDispatcher {
  public:
-  /// Tells fingers apart; any numbers.
+  /// Identifies a finger.
   using Touch = std::int64_t;
 
   explicit TouchDispatcher(std::weak_ptr<View> root) : root_(std::move(root)) {}
 
-  /// Points in the root's coordinates; `time` in seconds on any one clock.
+  /// Points are in the root's coordinates; `time` is in seconds on any steady clock.
   void touchBegan(Touch touch, Point point);
   void touchMoved(Touch touch, Point point);
   void touchEnded(Touch touch, Point point, double time);

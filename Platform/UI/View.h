@@ -12,10 +12,10 @@ namespace tavrel {
 
 class TapGestureRecognizer;
 
-/// A piece of a user interface: a layer, subviews, and recognisers for touches. Made by `std::make_shared`.
+/// A node of the user interface: a layer, subviews and tap recognisers. Create with `std::make_shared`.
 ///
-/// Lengths are points with the origin at the top left. Views belong to the main thread; the last owner may let go of a
-/// view that has no superview on any thread.
+/// Lengths are in points, with the origin at the top left. Main thread; but a view without a superview may be destroyed
+/// on any thread.
 class TAVREL_API View : public std::enable_shared_from_this<View> {
  public:
   /// `frame` in the superview's coordinates.
@@ -26,7 +26,7 @@ class TAVREL_API View : public std::enable_shared_from_this<View> {
 
   const std::shared_ptr<Layer>& layer() const { return layer_; }
 
-  /// Where the view lies in its superview while its transform is the identity.
+  /// In the superview's coordinates, ignoring the transform.
   Rect frame() const;
   void setFrame(const Rect& frame);
   const Rect& bounds() const { return layer_->bounds(); }
@@ -43,26 +43,26 @@ class TAVREL_API View : public std::enable_shared_from_this<View> {
   void setOpaque(bool isOpaque) { layer_->setOpaque(isOpaque); }
   const Color& backgroundColor() const { return layer_->backgroundColor(); }
   void setBackgroundColor(const Color& color) { layer_->setBackgroundColor(color); }
-  /// Pixels for each point of what the view draws; the main screen's scale at creation.
+  /// Pixels per point of what the view draws; initially the main screen's scale.
   double contentScaleFactor() const { return layer_->contentsScale(); }
   void setContentScaleFactor(double scale);
-  /// The same for this view and all below it.
+  /// Sets the scale of this view and all below it.
   void setContentScaleFactorOfTree(double scale);
 
   View* superview() const { return superview_; }
   const std::vector<std::shared_ptr<View>>& subviews() const { return subviews_; }
-  /// In front of the others.
+  /// Adds it in front of the others.
   void addSubview(const std::shared_ptr<View>& view);
   void removeFromSuperview();
-  /// Whether the view takes its superview's bounds as its frame at each layout of the superview.
+  /// Whether each layout of the superview sets this view's frame to the superview's bounds.
   bool fillsSuperview() const { return fillsSuperview_; }
   void setFillsSuperview(bool fills);
 
-  /// Asks for `layoutSubviews` before the tree is shown next. A change of size asks by itself.
+  /// Requests `layoutSubviews` before the tree is next shown. A change of size does so too.
   void setNeedsLayout();
-  /// Carries out what was asked for, in this view and all below it.
+  /// Performs requested layouts in this view and all below it.
   void layoutIfNeeded();
-  /// Called when the view's size changed or a layout was asked for; subclasses place their subviews.
+  /// Override to place subviews. Called after the size changed or a layout was requested.
   virtual void layoutSubviews() {}
 
   bool isUserInteractionEnabled() const { return isUserInteractionEnabled_; }
@@ -70,13 +70,14 @@ class TAVREL_API View : public std::enable_shared_from_this<View> {
   void addGestureRecognizer(const std::shared_ptr<TapGestureRecognizer>& recognizer);
   void removeGestureRecognizer(const std::shared_ptr<TapGestureRecognizer>& recognizer);
   const std::vector<std::shared_ptr<TapGestureRecognizer>>& gestureRecognizers() const { return gestureRecognizers_; }
-  /// The frontmost view at `point` (in this view's coordinates) that is visible and takes touches; nullptr outside.
+  /// The frontmost view at `point` (in this view's coordinates) that is visible and enabled for interaction; nullptr if
+  /// there is none.
   std::shared_ptr<View> hitTest(Point point);
-  /// A point of the tree's root in this view's coordinates.
+  /// Converts a point from the coordinates of the tree's root to this view's.
   Point convertPointFromRoot(Point point) const;
 
  protected:
-  /// A view with a layer of another class.
+  /// For subclasses with their own class of layer.
   View(const Rect& frame, std::shared_ptr<Layer> layer);
   /// Called after `contentScaleFactor` changed.
   virtual void contentScaleFactorDidChange() {}

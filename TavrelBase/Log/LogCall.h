@@ -4,14 +4,14 @@
 #include "TavrelBase/Log/TavrelDDLog.h"
 
 /// \file
-/// The guarded log call. When the flag is not in the level it costs one load and one branch: neither the arguments nor
-/// the tag are evaluated. The format is fmt's and is checked when the caller is compiled.
+/// Guarded log calls. A disabled call costs one load and one branch and evaluates neither arguments nor tag. The format
+/// is fmt's, checked at compile time.
 ///
 ///     TAVREL_LOG_ERROR("TavrelCamera", "cannot set torch mode {}: {}", mode, error.description);
 ///
-/// Error calls are synchronous: they return after every logger has written. The others are asynchronous.
+/// Error calls return after every logger has written; the others are asynchronous.
 
-/// A call guarded by any level, for instance that of a `TavrelDDLogClass`.
+/// A call guarded by a given level, such as that of a `TavrelDDLogClass`.
 #define TAVREL_LOG_AT(levelMask, messageFlag, tag, ...)                                                            \
   do {                                                                                                             \
     if (const unsigned tavrelLogMask = (levelMask); (tavrelLogMask & (messageFlag)) != 0) [[unlikely]] {           \

@@ -6,14 +6,14 @@
 
 namespace tavrel {
 
-/// The clock of the log files: it names them and tells their age. The system's, unless a test sets its own. Any thread.
+/// The clock for log files' names and ages: the system clock unless a test sets another. Any thread.
 class TAVREL_API LogClock {
  public:
   using TimePoint = std::chrono::system_clock::time_point;
   using Now = TimePoint (*)();
 
   static TimePoint now();
-  /// nullptr restores the system's clock.
+  /// nullptr restores the system clock.
   static void set(Now now);
 };
 

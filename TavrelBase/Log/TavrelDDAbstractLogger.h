@@ -7,28 +7,27 @@
 
 namespace tavrel {
 
-/// Base of the library's loggers: owns the queue and the formatter.
+/// Base class for loggers: owns the queue and the formatter.
 ///
-/// Accessors may be called on any thread, except from another logger while it writes. They go through the dispatcher's
-/// logging queue and then the logger's queue, so that a change takes effect between what was logged before and after
-/// it.
+/// Accessors may be called on any thread, except by another logger while it writes. They go through the logging queue
+/// and then the logger's queue, so that a change takes effect between the records logged before and after it.
 class TAVREL_API TavrelDDAbstractLogger : public TavrelDDLogger {
  public:
   ~TavrelDDAbstractLogger() override;
 
-  /// Created at the first call, labelled with `loggerName()`.
+  /// Created on first use, labelled with `loggerName()`.
   std::shared_ptr<DispatchQueue> loggerQueue() override;
   std::shared_ptr<TavrelDDLogFormatter> logFormatter() override;
   void setLogFormatter(std::shared_ptr<TavrelDDLogFormatter> formatter);
 
  protected:
   TavrelDDAbstractLogger();
-  /// Runs `block` on the logger's queue, behind everything logged so far, and returns after it; at once when the caller
-  /// is on that queue already.
+  /// Runs `block` on the logger's queue, after everything logged so far, and returns after it; directly if called on
+  /// that queue.
   void performOnLoggerQueue(const std::function<void()>& block);
-  /// The formatter that a logger starts with; for constructors.
+  /// Sets the formatter; for constructors.
   void setInitialFormatter(std::shared_ptr<TavrelDDLogFormatter> formatter);
-  /// The formatter, for code on the logger's queue.
+  /// The formatter; on the logger's queue.
   const std::shared_ptr<TavrelDDLogFormatter>& currentFormatter() const;
 
   template <typename T>

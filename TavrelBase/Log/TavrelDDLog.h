@@ -14,25 +14,24 @@
 
 namespace tavrel {
 
-/// The process-wide switchboard between the code that logs and the loggers that write.
+/// Dispatches log records from the code that logs to the loggers.
 ///
 ///     caller ──▶ loggers that write through ──▶ backlog (1000) ──▶ logging queue ──▶ queue of each other logger
 ///
-/// Records reach every logger whose mask holds the record's flag, in the order in which each thread logged them.
-/// Loggers that write through, as the file logger does, have written when the call returns; where that would take long,
-/// their records take the way of the others. All others write one record at the same time, and the next one starts when
-/// the last of them has finished; on a single processor they write one after the other. While every record of a stretch
-/// concerns one logger only, the stretch is handed over as a whole. A synchronous call returns when all have written.
+/// Every logger whose mask contains a record's flag receives it, in the order in which each thread logged. Loggers that
+/// write through, such as the file logger, have written when the call returns, unless that would take long. The others
+/// write a record concurrently (one after the other on a single processor); the next record follows when all have
+/// finished. Consecutive records for the same single logger are handed over together. A synchronous call returns when
+/// all loggers have written.
 ///
-/// Any thread. A call waits while 1000 records are queued and not yet written. Calls that a logger or the logging queue
-/// makes itself never wait. A program may fork at any time: the child has the same loggers, and the records that were
-/// queued stay the parent's. At the end of the process (and on `kApplicationWillTerminateNotification`) everything
-/// queued is flushed; records that come later still go to the console as plain text. Before `quick_exit`, a fatal
-/// assertion or a signal (`TavrelLogger::setHandlesSignals`) ends the process, everything queued is written, within a
-/// second.
+/// Any thread. A call waits while 1000 records are pending; calls made by loggers or on the logging queue never wait. A
+/// program may fork at any time: the child has the same loggers, but pending records stay with the parent. Pending
+/// records are flushed at the end of the process and on `kApplicationWillTerminateNotification`; later ones go to the
+/// console as plain text. Before `quick_exit`, a fatal assertion or a signal (`TavrelLogger::setHandlesSignals`) ends
+/// the process, pending records are written, within a second.
 class TAVREL_API TavrelDDLog {
  public:
-  /// Records that may be queued and not yet be written.
+  /// Maximum number of pending records.
   static constexpr std::size_t kMaximumQueueSize = 1000;
 
   static TavrelDDLog& sharedInstance();
@@ -40,22 +39,21 @@ class TAVREL_API TavrelDDLog {
   TavrelDDLog(const TavrelDDLog&) = delete;
   TavrelDDLog& operator=(const TavrelDDLog&) = delete;
 
-  /// The serial queue of all bookkeeping. Blocks submitted to it run behind everything logged before by the same
-  /// thread.
+  /// The dispatcher's serial queue. A block runs after everything logged before by the same thread.
   static const std::shared_ptr<DispatchQueue>& loggingQueue();
   static bool isOnLoggingQueue();
 
-  /// Adds `logger` for the records whose flag is in `level`, from the caller's next record on. Nothing happens when it
-  /// is there with the same level already; with another level it is added once more.
+  /// Adds `logger` for records whose flag is in `level`, from the caller's next record on. Has no effect if it was
+  /// added with the same level; with another level it is added again.
   static void addLogger(std::shared_ptr<TavrelDDLogger> logger, unsigned level = TavrelDDLogLevelAll);
-  /// Removes it with all its levels; it still gets the caller's earlier records.
+  /// Removes the logger with all its levels, after the caller's earlier records.
   static void removeLogger(const std::shared_ptr<TavrelDDLogger>& logger);
   static void removeAllLoggers();
-  /// In the order of adding, a logger with several levels several times. From inside a logger: as of the last change.
+  /// In order of addition; a logger with several levels appears several times.
   static std::vector<std::shared_ptr<TavrelDDLogger>> allLoggers();
 
-  /// Formats with fmt and logs. With `asynchronous` the call returns at once, otherwise after the last logger has
-  /// written. An argument whose formatting fails turns the text into a note about that.
+  /// Formats with fmt and logs. Returns at once if `asynchronous`, otherwise after every logger has written. If
+  /// formatting fails, the text says so.
   template <typename... Args>
   static void log(bool asynchronous, unsigned level, unsigned flag, Index context, const char* file,
                   std::string_view function, unsigned line, std::string_view tag, fmt::format_string<Args...> format,
@@ -66,29 +64,28 @@ class TAVREL_API TavrelDDLog {
   static void log(bool asynchronous, unsigned level, unsigned flag, Index context, const char* file,
                   std::string_view function, unsigned line, std::string_view tag, fmt::string_view format,
                   fmt::format_args args);
-  /// Logs a finished text.
+  /// Logs a formatted text.
   static void log(bool asynchronous, std::string_view message, unsigned level, unsigned flag, Index context,
                   const char* file, std::string_view function, unsigned line, std::string_view tag);
-  /// Logs a ready record.
+  /// Logs a record.
   static void log(bool asynchronous, TavrelDDLogMessage message);
   static void queueLogMessage(TavrelDDLogMessage message, bool asynchronously);
-  /// Hands one record to the loggers and returns when all have written it. Only on the logging queue.
+  /// Hands a record to the loggers and returns when all have written it. Only on the logging queue.
   static void lt_log(const TavrelDDLogMessage& message);
 
-  /// Returns when every logger has written everything queued so far and has flushed it. From inside a logger it only
-  /// asks for that and returns at once.
+  /// Returns when every logger has written and flushed everything logged so far; called by a logger, it returns at
+  /// once.
   static void flushLog();
 
-  /// The classes that carry a level of their own, in the order of registration. Names may repeat; by name, the first
-  /// counts.
+  /// The classes with their own level, in order of registration. If names repeat, look-up by name finds the first.
   static std::vector<TavrelDDLogClass*> registeredClasses();
   static std::vector<std::string> registeredClassNames();
   static bool isRegisteredClass(std::string_view name);
   static unsigned levelForClass(const TavrelDDLogClass& logClass);
-  /// 0 for a name that is not registered.
+  /// 0 if the name is not registered.
   static unsigned levelForClassWithName(std::string_view name);
   static void setLevel(unsigned level, TavrelDDLogClass& forClass);
-  /// Does nothing for a name that is not registered.
+  /// Has no effect if the name is not registered.
   static void setLevel(unsigned level, std::string_view forClassWithName);
 
  private:
@@ -97,7 +94,7 @@ class TAVREL_API TavrelDDLog {
 
   TavrelDDLog();
   ~TavrelDDLog();
-  /// `addLogger` that waits for the first record before it starts any thread.
+  /// `addLogger`, but without starting a thread before the first record.
   static void addLoggerAtFirstRecord(std::shared_ptr<TavrelDDLogger> logger, unsigned level);
 
   std::unique_ptr<Implementation> implementation_;

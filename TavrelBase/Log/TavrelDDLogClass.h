@@ -7,7 +7,7 @@
 
 namespace tavrel {
 
-/// A class's own log level, found by name while it lives. Make it a static object of the class and guard calls with it:
+/// A class's own log level, registered by name during its lifetime. Make it a static member and guard calls with it:
 /// `TAVREL_LOG_AT(logClass.level(), TavrelDDLogFlagDebug, logClass.name(), "…")`. Any thread.
 class TAVREL_API TavrelDDLogClass {
  public:

@@ -10,14 +10,14 @@
 
 namespace tavrel {
 
-/// Who may read a log file. Linux has no classes of encrypted storage that follow the screen lock: the class is kept
-/// with the file (extended attribute "user.protection") and all except `none` make it readable by its owner only.
+/// Who may read a log file. Linux has no encrypted storage tied to the screen lock: the level is stored with the file
+/// (extended attribute "user.protection"), and all levels but `none` make it readable by its owner only.
 enum class LogFileProtection { none, completeUntilFirstUserAuthentication, completeUnlessOpen, complete };
 
-/// One log file on disk. What is read from the file system is kept until `reset`. One thread at a time.
+/// A log file on disk. Attributes are cached until `reset`. One thread at a time.
 ///
-/// The archived mark is the extended attribute "user.archived". Where the file system has no extended attributes, a
-/// file counts as archived when its owner has no permission to write it.
+/// The archived mark is the extended attribute "user.archived" or, on file systems without extended attributes, the
+/// lack of the owner's write permission.
 class TAVREL_API TavrelDDLogFileInfo {
  public:
   using TimePoint = std::chrono::system_clock::time_point;
@@ -33,21 +33,21 @@ class TAVREL_API TavrelDDLogFileInfo {
 
   const std::filesystem::path& filePath() const { return filePath_; }
   std::string fileName() const { return filePath_.filename().string(); }
-  /// All zero for a file that is not there.
+  /// All zero if the file does not exist.
   const FileAttributes& fileAttributes() const;
-  /// The file system's time of birth; where it keeps none, the date in the name; else the time of the last change.
+  /// The file's birth time; if the file system has none, the date in the name, else the modification date.
   TimePoint creationDate() const { return fileAttributes().creationDate; }
   TimePoint modificationDate() const { return fileAttributes().modificationDate; }
   std::uint64_t fileSize() const { return fileAttributes().size; }
   /// Seconds since creation by `LogClock`.
   double age() const;
   bool isArchived() const;
-  /// False when the file system takes no mark of either kind, or the file is gone.
+  /// False if the file is gone or cannot be marked.
   bool setIsArchived(bool isArchived);
-  /// None for a file without the attribute.
+  /// Nothing without the attribute.
   std::optional<LogFileProtection> protection() const;
   bool setProtection(LogFileProtection protection);
-  /// Forgets what was read.
+  /// Discards the cached attributes.
   void reset();
 
  private:

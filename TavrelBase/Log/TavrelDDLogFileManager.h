@@ -10,15 +10,15 @@
 
 namespace tavrel {
 
-/// Decides where log files live, how they are called and which are deleted. Any thread.
+/// Determines the directory and names of log files, and deletes old ones. Any thread.
 class TAVREL_API TavrelDDLogFileManager {
  public:
   virtual ~TavrelDDLogFileManager();
 
-  /// How many files are kept; 0 for any number.
+  /// Maximum number of files; 0 for no limit.
   virtual unsigned maximumNumberOfLogFiles() const = 0;
   virtual void setMaximumNumberOfLogFiles(unsigned count) = 0;
-  /// How many bytes all files may take; 0 for any number.
+  /// Maximum size of all files in bytes; 0 for no limit.
   virtual std::uint64_t logFilesDiskQuota() const = 0;
   virtual void setLogFilesDiskQuota(std::uint64_t bytes) = 0;
   virtual std::filesystem::path logsDirectory() = 0;
@@ -31,13 +31,13 @@ class TAVREL_API TavrelDDLogFileManager {
   virtual std::vector<std::string> sortedLogFileNames() = 0;
   virtual std::vector<TavrelDDLogFileInfo> sortedLogFileInfos() = 0;
 
-  /// Creates an empty file and returns its path; fails with the system's reason ("posix", errno).
+  /// Creates an empty file and returns its path; fails with the system's error ("posix").
   virtual Expected<std::filesystem::path> createNewLogFile() = 0;
   virtual void deleteOldLogFiles() = 0;
 
-  /// A file was found too large or too old at start and will not be written again. On the logger's queue.
+  /// A file was too large or too old to be continued at start. On the logger's queue.
   virtual void didArchiveLogFile(const std::filesystem::path&) {}
-  /// A file that was being written is complete. On the logger's queue.
+  /// The current file was archived. On the logger's queue.
   virtual void didRollAndArchiveLogFile(const std::filesystem::path&) {}
 };
 

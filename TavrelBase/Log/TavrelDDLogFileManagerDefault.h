@@ -10,17 +10,15 @@ namespace tavrel {
 TAVREL_API extern const unsigned kTavrelDDDefaultLogMaxNumLogFiles;       ///< 10
 TAVREL_API extern const std::uint64_t kTavrelDDDefaultLogFilesDiskQuota;  ///< 20 MiB
 
-/// Log files in one directory, named after the application and the minute of creation (UTC): "tavrel 2026-03-01
-/// 12-00.log", and "tavrel 2026-03-01 12-00 2.log" for a second one of that minute. Other files in the directory are
-/// left alone.
+/// Keeps log files in one directory, named after the application and the minute of creation (UTC): "tavrel 2026-03-01
+/// 12-00.log", then "tavrel 2026-03-01 12-00 2.log". Other files in the directory are ignored.
 ///
-/// Create it with `std::make_shared`. A change of the count or the quota deletes what is too much, soon and on another
-/// thread. Removal errors are ignored.
+/// Create with `std::make_shared`. Reducing the count or the quota deletes files soon after, on another thread. Errors
+/// on deletion are ignored.
 class TAVREL_API TavrelDDLogFileManagerDefault : public TavrelDDLogFileManager,
                                                  public std::enable_shared_from_this<TavrelDDLogFileManagerDefault> {
  public:
-  /// No directory means `defaultLogsDirectory()`. No protection means what applications get that run in the background,
-  /// as every application on Linux may: `completeUntilFirstUserAuthentication`.
+  /// Defaults: `defaultLogsDirectory()` and `completeUntilFirstUserAuthentication`.
   explicit TavrelDDLogFileManagerDefault(std::optional<std::filesystem::path> logsDirectory = std::nullopt,
                                          std::optional<LogFileProtection> defaultFileProtectionLevel = std::nullopt);
   ~TavrelDDLogFileManagerDefault() override;
@@ -31,10 +29,10 @@ class TAVREL_API TavrelDDLogFileManagerDefault : public TavrelDDLogFileManager,
   void setLogFilesDiskQuota(std::uint64_t bytes) override;
   std::optional<LogFileProtection> defaultFileProtectionLevel() const;
 
-  /// Creates the directory when it is not there; a failure goes to the console once, until it succeeds again.
+  /// Creates the directory if needed. A failure is reported on the console, once until it succeeds again.
   std::filesystem::path logsDirectory() override;
-  /// "APPLICATION/Tavrel/Logs" in $XDG_STATE_HOME, by default ~/.local/state; without a home directory in the directory
-  /// for temporary files.
+  /// "APPLICATION/Tavrel/Logs" in $XDG_STATE_HOME (default ~/.local/state), or in the temporary directory without a
+  /// home directory.
   std::filesystem::path defaultLogsDirectory() const;
 
   std::vector<std::filesystem::path> unsortedLogFilePaths() override;
@@ -48,7 +46,7 @@ class TAVREL_API TavrelDDLogFileManagerDefault : public TavrelDDLogFileManager,
   std::string newLogFileName() const;
   bool isLogFile(std::string_view fileName) const;
   Expected<std::filesystem::path> createNewLogFile() override;
-  /// Keeps the newest files within the count and the quota. The newest stays in any case unless it is archived.
+  /// Keeps the newest files within the count and the quota, and always the newest one unless it is archived.
   void deleteOldLogFiles() override;
   /// The process's name.
   std::string applicationName() const;

@@ -6,7 +6,7 @@
 
 namespace tavrel {
 
-/// Turns a record into text. Called on the queue of the logger that holds it.
+/// Turns a record into text. Called on its logger's queue.
 class TAVREL_API TavrelDDLogFormatter {
  public:
   virtual ~TavrelDDLogFormatter();

@@ -7,7 +7,7 @@
 
 namespace tavrel {
 
-/// One bit for each kind of message; a message carries exactly one.
+/// The severity of a message; a message has exactly one.
 enum TavrelDDLogFlag : unsigned {
   TavrelDDLogFlagError = 1,
   TavrelDDLogFlagWarning = 2,
@@ -16,7 +16,7 @@ enum TavrelDDLogFlag : unsigned {
   TavrelDDLogFlagVerbose = 16,
 };
 
-/// Masks of flags: each named level admits its own kind and everything graver. Any other mask is allowed too.
+/// Masks of flags. Each named level admits its own flag and the more severe ones; any other mask is allowed.
 enum TavrelDDLogLevel : unsigned {
   TavrelDDLogLevelOff = 0,
   TavrelDDLogLevelError = 1,
@@ -27,15 +27,14 @@ enum TavrelDDLogLevel : unsigned {
   TavrelDDLogLevelAll = ~0U,
 };
 
-/// The mask that guards every log call of the library; debug at first. Read and written on any thread; a change affects
-/// the calls that follow, while loggers keep the mask they were added with.
+/// The mask that guards the library's log calls; initially debug. A change affects later calls; loggers keep the masks
+/// they were added with. Any thread.
 TAVREL_API extern std::atomic<unsigned> tavrelDDLogLevel;
 
 /// The named level whose own kind `flag` is, which admits it and everything graver.
 constexpr unsigned TavrelDDLevelOfFlag(unsigned flag) { return 2 * flag - 1; }
 
-/// How a level is called in log lines: "[E]", "[W]", "[I]", "[D]" or "[V]" for the five named masks, "[N]" for any
-/// other.
+/// The level's name in log lines: "[E]", "[W]", "[I]", "[D]" or "[V]" for the five named masks, else "[N]".
 TAVREL_API std::string_view TavrelDDNameOfLevel(unsigned level);
 
 }  // namespace tavrel

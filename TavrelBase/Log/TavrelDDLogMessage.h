@@ -10,39 +10,38 @@
 
 namespace tavrel {
 
-/// A path's last component without its extension: "Camera" for "Capture/Camera.cpp". A view into `path`.
+/// The last component of a path without its extension, as a view into `path`: "Camera" for "Capture/Camera.cpp".
 TAVREL_API std::string_view TavrelDDExtractFileNameWithoutExtension(std::string_view path);
 
-/// One log call, immutable once built. It owns copies of all its texts (in one block of memory), so it may be kept and
-/// copied freely; the views it hands out live as long as the record. Texts are bytes: nothing is interpreted or
-/// altered.
+/// An immutable log record. Owns copies of its texts, in one block of memory; views into them are valid as long as the
+/// record. Texts are arbitrary bytes.
 class TAVREL_API TavrelDDLogMessage {
  public:
   using Clock = std::chrono::system_clock;
 
-  /// Built on the thread that logs: thread, queue and time are those of the call.
-  /// `level` is the caller's mask, `flag` the message's single bit; `options` is for applications, the library sets 0.
+  /// Records the calling thread, its queue and the time. `level` is the mask that guarded the call, `flag` the
+  /// message's own bit; `options` is for applications.
   TavrelDDLogMessage(std::string_view message, unsigned level, unsigned flag, Index context, std::string_view file,
                      std::string_view function, unsigned line, std::string_view tag, unsigned options = 0);
-  /// With a given time instead of the present.
+  /// With a given time.
   TavrelDDLogMessage(std::string_view message, unsigned level, unsigned flag, Index context, std::string_view file,
                      std::string_view function, unsigned line, std::string_view tag, unsigned options,
                      Clock::time_point timestamp);
 
   std::string_view message() const { return {texts_.data(), messageEnd_}; }
-  /// The source path as it was given.
+  /// The source path as given.
   std::string_view file() const { return piece(messageEnd_, fileEnd_); }
-  /// The source file's last path component.
+  /// The source file's name.
   std::string_view lastPathComponent() const { return piece(lastComponentStart_, fileEnd_); }
-  /// The source file's name without directory and extension.
+  /// The source file's name without extension.
   std::string_view fileName() const { return TavrelDDExtractFileNameWithoutExtension(file()); }
   std::string_view function() const { return piece(fileEnd_, functionEnd_); }
   std::string_view tag() const { return piece(functionEnd_, tagEnd_); }
-  /// The kernel's number of the thread, in decimal.
+  /// The kernel's thread ID, in decimal.
   std::string_view threadID() const { return piece(tagEnd_, threadIDEnd_); }
-  /// The thread's name; a change of name may take up to a second to show.
+  /// The thread's name; may lag behind a change by up to a second.
   std::string_view threadName() const { return piece(threadIDEnd_, threadNameEnd_); }
-  /// Label of the dispatch queue whose block made the call; empty outside any queue.
+  /// Label of the dispatch queue of the call; empty outside any queue.
   std::string_view queueLabel() const { return piece(threadNameEnd_, texts_.size()); }
   unsigned level() const { return level_; }
   unsigned flag() const { return flag_; }

@@ -7,20 +7,19 @@
 
 namespace tavrel {
 
-/// Writes records to standard error: date, local time and its zone, program and process number, the message's level,
-/// tag and text, in one line, for instance "2026-03-01 12:00:00.250 +0100 tavrel[812] [W] TavrelCamera: front camera
-/// not available". With a formatter its result takes the place of tag and text. On a terminal errors are red, warnings
-/// yellow, debug grey and verbose dim, unless the environment variable NO_COLOR is set. Lines are whole.
+/// Writes records to standard error as lines of local time with zone, program, process ID, level, tag and text, such as
+/// "2026-03-01 12:00:00.250 +0100 tavrel[812] [W] TavrelCamera: front camera not available". A formatter's result
+/// replaces tag and text. On a terminal errors are red, warnings yellow, debug grey and verbose dim, unless the
+/// environment variable NO_COLOR is set. Lines are never split.
 ///
-/// Whatever the descriptor is, a full pipe or a stopped terminal for instance, writing takes a second at most, once,
-/// and never ends the process: what the console does not take is lost, and a line says how much as soon as it takes
-/// something again.
+/// A blocked descriptor, such as a full pipe or a stopped terminal, delays the process by at most a second, once, and
+/// never ends it. What it does not take is lost; a line tells how much as soon as it accepts output again.
 class TAVREL_API TavrelDDTTYLogger : public TavrelDDAbstractLogger {
  public:
-  /// The process's console logger; `TavrelLogger` adds it when the library is loaded.
+  /// The process's console logger, added by `TavrelLogger` when the library is loaded.
   static const std::shared_ptr<TavrelDDTTYLogger>& sharedInstance();
 
-  /// Writes to another descriptor, which must stay open as long as the logger lives.
+  /// Writes to `fileDescriptor`, which must stay open for the logger's lifetime.
   explicit TavrelDDTTYLogger(int fileDescriptor);
   ~TavrelDDTTYLogger() override;
 

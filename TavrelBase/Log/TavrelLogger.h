@@ -8,8 +8,8 @@
 
 namespace tavrel {
 
-/// The library's own logging: the level of its log calls, the console logger, which is added with the level of that
-/// moment when the library is loaded, and the file logger on request. Any thread.
+/// The library's own logging: the level of its log calls; the console logger, added with the level at load time; and,
+/// on request, the file logger. Any thread.
 class TAVREL_API TavrelLogger {
  public:
   static TavrelLogger& sharedLogger();
@@ -17,12 +17,12 @@ class TAVREL_API TavrelLogger {
   TavrelLogger(const TavrelLogger&) = delete;
   TavrelLogger& operator=(const TavrelLogger&) = delete;
 
-  /// 1 error, 2 warning, 3 info, 4 debug, 5 verbose; any other number turns the library's logging off. Loggers that
-  /// were added before keep their level.
+  /// 1 error, 2 warning, 3 info, 4 debug, 5 verbose; any other number turns the library's logging off. Loggers added
+  /// before keep their level.
   static void setLogLevel(int levelNumber);
-  /// Adds the shared file logger to the dispatcher.
+  /// Adds the file logger to the dispatcher.
   static void enableFileLoggerWithLogLevel(unsigned level);
-  /// The same with the present `tavrelDDLogLevel`.
+  /// The same with the current `tavrelDDLogLevel`.
   static void enableFileLogger();
 
   /// Whether SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGSYS and SIGTERM first have what was logged written and the
@@ -32,7 +32,7 @@ class TAVREL_API TavrelLogger {
   /// already need none of this.
   static void setHandlesSignals(bool handles);
 
-  /// Created with default settings at the first call, unless one was set.
+  /// Created with default settings on first use unless one was set.
   std::shared_ptr<TavrelDDFileLogger> fileLogger();
   void setFileLogger(std::shared_ptr<TavrelDDFileLogger> fileLogger);
 

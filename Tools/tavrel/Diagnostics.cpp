@@ -8,10 +8,8 @@ namespace tavrel::tool {
 
 Diagnostics::Diagnostics(CLI::App& command) {
   command.add_flag("--stats", hasStatistics_,
-                   "Print, at the end, where time went and frames were lost: on standard error, or in the JSON result");
-  command
-      .add_option("--trace", trace_,
-                  "Write what each frame went through, for ui.perfetto.dev or Chrome's about:tracing")
+                   "Finally print where time went and frames were lost: on standard error, or in the JSON result");
+  command.add_option("--trace", trace_, "Record the path of each frame, for ui.perfetto.dev or Chrome's about:tracing")
       ->type_name("FILE");
 }
 

@@ -14,13 +14,13 @@ namespace tavrel::tool {
 class Diagnostics {
  public:
   explicit Diagnostics(CLI::App& command);
-  /// Ends the measurement, without a word.
+  /// Ends the measurement silently.
   ~Diagnostics();
 
-  /// Does `work` and measures it, when that is asked for; prints the table unless the result is JSON. The exit status:
-  /// the work's, or failure when the trace cannot be written or is incomplete.
+  /// Does `work`, and measures it if requested; prints the table unless the result is JSON. Returns the exit status:
+  /// the work's, or failure if the trace cannot be written or is incomplete.
   int measure(bool isJSON, const std::function<int()>& work);
-  /// Ends the measurement; puts what a JSON result is to say about it under "stats".
+  /// Ends the measurement and adds its statistics, if requested, under "stats".
   void addTo(nlohmann::ordered_json& result);
 
  private:

@@ -8,13 +8,12 @@
 
 namespace tavrel::tool {
 
-/// The effects asked for on the command line, in the order given.
+/// The effects given on the command line, in their order.
 class EffectOptions {
  public:
   explicit EffectOptions(CLI::App& command);
 
-  /// Throws UsageError for values that cannot be meant, and std::runtime_error for files that cannot be used and when
-  /// there can be no GL context.
+  /// Throws UsageError for invalid values, and std::runtime_error for unusable files and without a GL context.
   TavrelCaptureEffectChain makeChain() const;
 
  private:

@@ -11,7 +11,7 @@ namespace tavrel::tool {
 
 /// "WIDTHxHEIGHT"
 Size parsedMovieSize(const std::string& text);
-/// The container that a file's name asks for.
+/// The container for a file's extension.
 std::string fileTypeOf(const std::filesystem::path& output);
 /// Whether the movie may have this name: it is new, `isForced`, or the person at the terminal agrees to replace what
 /// has it. Else it is said why not.

@@ -8,9 +8,9 @@
 
 namespace tavrel::tool {
 
-/// What effects read from the command line. All throw UsageError, which names `option`.
+/// Values of the effects' options. All functions throw UsageError, which names `option`.
 
-/// The finite numbers in "1,2,3", `fewest` to `most` of them; else the error says what is `expected`.
+/// The finite numbers in "1,2,3", `fewest` to `most` of them; `expected` describes them in the error.
 std::vector<double> parseNumbers(std::string_view text, std::size_t fewest, std::size_t most, const char* option,
                                  const char* expected);
 void checkUnitRange(const std::vector<double>& numbers, const char* option, const std::string& value);

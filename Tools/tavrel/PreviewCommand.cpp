@@ -24,8 +24,8 @@ std::filesystem::path newMovieName() {
 PreviewCommand::PreviewCommand(CLI::App& app)
     : command_(app.add_subcommand(
           "preview",
-          "Look through the camera. A click focuses; keys: s switches the camera, r begins and ends a recording, p "
-          "pauses it, t turns the torch on and off, q quits")),
+          "Show the camera in a window. Click to focus; keys: s switches the camera, r starts and stops a recording, "
+          "p pauses it, t toggles the torch, q quits")),
       effects_(*command_),
       devices_(*command_, "640x480"),
       diagnostics_(*command_) {}

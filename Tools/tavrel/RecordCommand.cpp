@@ -25,18 +25,18 @@ void checkTimes(const Recording::Options& options) {
 }  // namespace
 
 RecordCommand::RecordCommand(CLI::App& app)
-    : command_(app.add_subcommand("record", "Record camera and microphone into a movie")),
+    : command_(app.add_subcommand("record", "Record camera and microphone to a movie")),
       effects_(*command_),
       devices_(*command_, "1280x720"),
       diagnostics_(*command_) {
   command_->add_option("OUTPUT", options_.output, "The movie to write: .mov, .mp4 or .mkv")->required();
   command_->add_option("--duration", options_.duration, "Stop after this time, pauses included; else on Ctrl-C")
       ->type_name("SECONDS");
-  command_->add_option("--pause-at", options_.pauseAt, "Pause this long after the start")->type_name("SECONDS");
-  command_->add_option("--resume-at", options_.resumeAt, "Go on this long after the start")->type_name("SECONDS");
-  command_->add_option("--switch-at", options_.switchAt, "Switch to the other camera this long after the start")
+  command_->add_option("--pause-at", options_.pauseAt, "Pause at this time after the start")->type_name("SECONDS");
+  command_->add_option("--resume-at", options_.resumeAt, "Resume at this time after the start")->type_name("SECONDS");
+  command_->add_option("--switch-at", options_.switchAt, "Switch to the other camera at this time after the start")
       ->type_name("SECONDS");
-  command_->add_option("--snapshot", options_.snapshot, "Take a still picture, too: .png or .jpg")->type_name("FILE");
+  command_->add_option("--snapshot", options_.snapshot, "Also take a still picture: .png or .jpg")->type_name("FILE");
   command_->add_option("--snapshot-at", options_.snapshotAt, "When to take it")
       ->type_name("SECONDS")
       ->capture_default_str();

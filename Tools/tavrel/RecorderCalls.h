@@ -4,16 +4,15 @@
 
 namespace tavrel::tool {
 
-/// The recorder's calls as the commands make them: each returns when it is done, while the main thread's work goes on.
+/// The recorder's calls, made synchronous: each runs the main loop until it is done.
 
-/// Returns when the devices run, or with the reason why they do not.
+/// Returns when the devices run, or why they do not.
 Expected<void> startDevices(TavrelRecorder& recorder);
-/// Completes the movie that is being written.
 TavrelRecording finishMovie(TavrelRecorder& recorder);
 
-/// One line for the person at the terminal about a device that is lost or back; nothing about other events.
+/// Prints a line about a device that was lost or is back; ignores other events.
 void sayEvent(const TavrelRecorderEvent& event);
-/// Says why a recording broke off, up to when it plays and where it is. The exit status.
+/// Prints why a recording broke off, how far it plays and where it is. Returns the exit status.
 int sayBrokenOff(const TavrelRecording& recording);
 
 }  // namespace tavrel::tool

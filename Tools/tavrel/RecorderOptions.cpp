@@ -8,14 +8,14 @@
 namespace tavrel::tool {
 
 RecorderOptions::RecorderOptions(CLI::App& command, std::string defaultSize) : size_(std::move(defaultSize)) {
-  command.add_option("--camera", camera_, "A name that `tavrel devices` shows, front, back or file:PATH")
+  command.add_option("--camera", camera_, "A name shown by `tavrel devices`, front, back or file:PATH")
       ->type_name("NAME")
       ->capture_default_str();
-  command.add_option("--microphone", microphone_, "A name that `tavrel devices` shows, default, file:PATH or none")
+  command.add_option("--microphone", microphone_, "A name shown by `tavrel devices`, default, file:PATH or none")
       ->type_name("NAME")
       ->capture_default_str();
-  command.add_option("--size", size_, "Of the picture, in pixels")->type_name("WxH")->capture_default_str();
-  command.add_option("--fps", framesPerSecond_, "Frames a second")->type_name("N")->capture_default_str();
+  command.add_option("--size", size_, "Frame size in pixels")->type_name("WxH")->capture_default_str();
+  command.add_option("--fps", framesPerSecond_, "Frames per second")->type_name("N")->capture_default_str();
 }
 
 void RecorderOptions::check() const {

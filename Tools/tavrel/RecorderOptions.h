@@ -7,12 +7,12 @@
 
 namespace tavrel::tool {
 
-/// Which camera and microphone, how large and how fast: `--camera`, `--microphone`, `--size` and `--fps` of a command.
+/// `--camera`, `--microphone`, `--size` and `--fps` of a command.
 class RecorderOptions {
  public:
   RecorderOptions(CLI::App& command, std::string defaultSize);
 
-  /// Throws UsageError for values that cannot be meant.
+  /// Throws UsageError for invalid values.
   void check() const;
   TavrelRecorderConfiguration configuration(const TavrelCaptureEffectChain& effects) const;
 

@@ -13,7 +13,7 @@
 
 namespace tavrel::tool {
 
-/// One recording by the clock: pauses, switches of the camera and a snapshot at given times.
+/// A recording with pauses, a switch of the camera and a snapshot at given times.
 class Recording {
  public:
   struct Options {
@@ -29,7 +29,7 @@ class Recording {
 
   Recording(Options options, TavrelRecorderConfiguration configuration);
 
-  /// Records until the duration is over, somebody interrupts or the file cannot be written any more. The exit status.
+  /// Records until the duration is over, the user interrupts or the file cannot be written. Returns the exit status.
   int run(bool printJson, Diagnostics& diagnostics);
 
  private:

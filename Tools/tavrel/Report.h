@@ -16,29 +16,29 @@ inline constexpr int kSuccess = 0;
 inline constexpr int kFailure = 1;
 inline constexpr int kBadUsage = 2;
 
-/// Options that cannot be meant; the text says what would be right.
+/// Invalid options; the text says what would be right.
 class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// One line for the person at the terminal.
+/// Prints a line for the user.
 template <typename... Args>
 void say(fmt::format_string<Args...> format, Args&&... args) {
   fmt::print(stderr, "tavrel: {}\n", fmt::format(format, std::forward<Args>(args)...));
 }
 
-/// Says why the command failed; the exit status.
+/// Prints why the command failed. Returns the exit status.
 template <typename... Args>
 [[nodiscard]] int fail(fmt::format_string<Args...> format, Args&&... args) {
   say(format, std::forward<Args>(args)...);
   return kFailure;
 }
 
-/// A result for programs, as one line on standard output.
+/// Prints a result for programs, as one line on standard output.
 void printJson(const nlohmann::ordered_json& result);
 
-/// A bar on standard error that follows the work; nothing when that is no terminal.
+/// A progress bar on standard error; nothing if that is not a terminal.
 class ProgressBar {
  public:
   /// `fraction` in 0…1.

@@ -5,16 +5,15 @@
 namespace tavrel::tool {
 
 TranscodeCommand::TranscodeCommand(CLI::App& app)
-    : command_(app.add_subcommand("transcode", "Send a movie through effects into another movie")),
+    : command_(app.add_subcommand("transcode", "Apply effects to a movie")),
       effects_(*command_),
       diagnostics_(*command_) {
-  command_->add_option("INPUT", options_.input, "A movie")->required();
+  command_->add_option("INPUT", options_.input, "The movie to read")->required();
   command_->add_option("OUTPUT", options_.output, "The movie to write: .mov, .mp4 or .mkv")->required();
-  command_->add_option("--size", size_, "Of the new movie's picture, in pixels; else as the effects leave it")
-      ->type_name("WxH");
-  command_->add_flag("--reverse", options_.isReversed, "Play the pictures backwards; the sound stays as it is");
-  command_->add_flag("--realtime", options_.isRealTime, "No faster than the movie plays");
-  command_->add_flag("--no-audio", noAudio_, "Leave the sound out");
+  command_->add_option("--size", size_, "Frame size in pixels; by default the result of the effects")->type_name("WxH");
+  command_->add_flag("--reverse", options_.isReversed, "Reverse the video, but not the audio");
+  command_->add_flag("--realtime", options_.isRealTime, "Run no faster than the movie plays");
+  command_->add_flag("--no-audio", noAudio_, "Leave out the audio");
   command_->add_flag("--force", isForced_, "Replace a file that has the movie's name");
   command_->add_flag("--json", json_, "Print the result as JSON");
 }

@@ -13,7 +13,7 @@
 
 namespace tavrel::tool {
 
-/// One movie into another: movie → upright → effects → crop to the new proportions → movie writer, which pulls. The new
+/// Transcodes a movie: movie → upright → effects → crop to the new proportions → movie writer, which pulls. The new
 /// file appears when it is complete.
 class Transcoding {
  public:
@@ -29,7 +29,7 @@ class Transcoding {
 
   Transcoding(Options options, TavrelCaptureEffectChain effects);
 
-  /// Runs to the end, until somebody interrupts or one of the files fails. The exit status.
+  /// Runs to the end, or until the user interrupts or a file fails. Returns the exit status.
   int run(bool printJson, Diagnostics& diagnostics);
 
  private:
@@ -39,7 +39,7 @@ class Transcoding {
   void buildGraph();
   void work(const Interruption& interruption);
   bool isBrokenOff() const;
-  /// Nothing when the movie was written; else why not.
+  /// Nothing if the movie was written, else why not.
   std::optional<std::string> finish(const Interruption& interruption);
   int report(bool printJson, Diagnostics& diagnostics) const;
 

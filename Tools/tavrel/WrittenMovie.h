@@ -10,17 +10,17 @@
 
 namespace tavrel::tool {
 
-/// What a command says about the movie that it has written.
+/// What a command reports about the movie it has written.
 struct WrittenMovie {
   std::filesystem::path file;
   Size askedSize;
-  Size size;  ///< of the stored picture
+  Size size;  ///< of the encoded frames
   double seconds = 0;
   std::uint64_t frames = 0;
   std::optional<std::uint64_t> framesLost = {};
   std::optional<std::string> sound = {};  ///< what was done with it
 
-  /// For people, or as JSON with what was measured. The exit status.
+  /// Prints the report as text, or as JSON with the measured statistics. Returns the exit status.
   int report(bool asJson, Diagnostics& diagnostics) const;
 };
 

@@ -28,7 +28,7 @@ void chooseLibraryMessages(bool areShown) {
 }
 
 int run(int argc, char** argv) {
-  CLI::App app("Record, filter, transcode and look through the camera.", "tavrel");
+  CLI::App app("Record the camera, and filter pictures and movies.", "tavrel");
   app.set_version_flag("--version", TavrelCaptureBaseVersionString);
   app.require_subcommand(1);
   bool isVerbose = false;

@@ -22,7 +22,7 @@ class PlayerItemLoop {
   ~PlayerItemLoop();
 
   /// `delegate` hears on the video-processing queue when there are pictures; `displayLinkCallback` runs at the
-  /// display's rate while running, and asks for `pictureDueAt`.
+  /// display's rate while running, and asks for `nextPicture`.
   void processPlayerItem(std::shared_ptr<PlayerItem> item, const std::weak_ptr<PlayerItemOutputDelegate>& delegate,
                          DisplayLink::Callback displayLinkCallback);
   void setPaused(bool newValue) const;

@@ -9,24 +9,23 @@
 
 namespace tavrel {
 
-/// A clock without real time: it jumps to the next time that a device waits for, once every attached device waits.
-/// Minutes of capture pass as fast as the consumers take them, in one fixed order: one device at a time, the earliest
-/// due first, and of those due at the same time the one that attached first.
+/// A simulated clock: once every attached device waits, it jumps to the earliest time that one waits for. Minutes of
+/// capture pass as fast as consumers take them, in a fixed order: one device at a time, the earliest due first, ties in
+/// order of attachment.
 ///
-/// It stands still until `run` or `runUntil`, so that several devices can be started on one time line. Any thread.
+/// It stands still until `run` or `runUntil`, so that several devices can be started at the same time. Any thread.
 class TAVREL_API FastClock : public CaptureClock {
  public:
-  /// Starts standing at `start`.
+  /// Stands at `start`.
   explicit FastClock(MediaTime start = MediaTime::make(1'700'000'000LL * kTimescale, kTimescale));
 
   /// Lets time pass until `pause`.
   void run();
   void pause();
-  /// Lets everything happen that is due up to and including `time`, then stands at `time`. False when the devices did
-  /// not get there within `patience` of real time; the clock then stands where they are. Not for several callers at
-  /// once.
+  /// Runs up to and including `time`, then stands there. False if the devices do not get there within `patience` of
+  /// real time; the clock then stands where they are. One caller at a time.
   bool runUntil(MediaTime time, std::chrono::nanoseconds patience = std::chrono::seconds(60));
-  /// `runUntil` that many seconds after `now()`.
+  /// `runUntil` with `now()` plus `seconds`.
   bool runFor(double seconds, std::chrono::nanoseconds patience = std::chrono::seconds(60));
 
   MediaTime now() const override;

@@ -7,11 +7,11 @@
 
 namespace tavrel {
 
-/// A movie or a picture as the scene: it fills the frame, aspect kept, centre cropped, upright as the file says. A
-/// movie runs at its own frame times and starts again at its end; frames are decoded when they are due.
+/// A movie or picture as a scene: upright as the file says, scaled to fill the frame and cropped about the centre. A
+/// movie plays at its own frame times and loops; frames are decoded when due.
 class TAVREL_API FileScene : public VirtualScene {
  public:
-  /// Fails with `noSuchFile`, and with `badScene` when it is neither a picture nor a movie with at least one frame.
+  /// Fails with `noSuchFile`, and with `badScene` if the file is neither a picture nor a movie with at least one frame.
   static Expected<std::shared_ptr<FileScene>> create(const std::filesystem::path& path);
   ~FileScene() override;
 

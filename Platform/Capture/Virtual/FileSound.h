@@ -7,10 +7,10 @@
 
 namespace tavrel {
 
-/// The sound of a file (WAV or whatever else can be decoded), mixed to one channel and looped.
+/// The audio of a file (WAV or any other decodable format), mixed to one channel and looped.
 class TAVREL_API FileSound : public VirtualSound {
  public:
-  /// Fails with `noSuchFile`, and with `badSound` when it is no sound file or holds no samples.
+  /// Fails with `noSuchFile`, and with `badSound` if the file has no decodable audio or no samples.
   static Expected<std::shared_ptr<FileSound>> create(const std::filesystem::path& path, int sampleRate);
   ~FileSound() override;
 

@@ -9,19 +9,16 @@
 
 namespace tavrel {
 
-/// A drawn scene that is the same for the same frame, on every run: a smooth background, a skin-toned, finely textured
-/// oval for smoothing filters, a disc that circles once every four seconds, and three things that the camera's controls
-/// leave alone:
-/// - the frame counter: 32 black or white cells at the top edge, most significant bit first: the frame number's low 24
-/// bits,
-///   then an 8-bit check sum of them. One row of 32 cells where the picture is at least 256 wide, 2 rows of 16 from
-///   128, else 4 rows of 8;
-/// - the clock: "MM:SS.mmm" of the scene time, below the counter, where it fits;
-/// - the flash: the patch at the bottom right corner, a sixth of the width and of the height (at least 4 pixels), white
-/// for
-///   0.1 s from the frame nearest to each whole second (at least one frame), black otherwise.
+/// A drawn scene, identical on every run: a smooth background, a skin-toned, finely textured oval for smoothing
+/// filters, a disc that circles once every four seconds, and three marks that the camera's controls leave alone:
+/// - the frame counter: 32 black or white cells at the top edge, most significant bit first: the low 24 bits of the
+///   frame number, then an 8-bit checksum of them. One row of 32 cells from a width of 256, two rows of 16 from 128,
+///   else four rows of 8;
+/// - the clock: the scene time as "MM:SS.mmm" below the counter, where it fits;
+/// - the flash: a patch in the bottom right corner, a sixth of the width and height (at least 4 pixels), white for
+///   0.1 s (at least one frame) from the frame nearest to each whole second, otherwise black.
 ///
-/// The background and the oval are kept drawn, for the latest size and controls.
+/// The background and oval are cached for the latest size and controls.
 class TAVREL_API SyntheticScene : public VirtualScene {
  public:
   enum class Position { front, back };
@@ -31,11 +28,11 @@ class TAVREL_API SyntheticScene : public VirtualScene {
 
   Expected<void> render(PixelBuffer& buffer, const VirtualFrame& frame) override;
 
-  /// The low 24 bits of the frame number that a BGRA picture shows; nothing when it shows none. Survives lossy coding
-  /// and changes of brightness and colour, not rotation. Rows are `bytesPerRow` apart.
+  /// Reads the frame counter (24 bits) of a BGRA picture; nothing if it shows none. Works after lossy coding and
+  /// changes of brightness and colour, but not after rotation.
   static std::optional<std::uint32_t> decodeFrameCounter(const std::uint8_t* bytes, std::size_t bytesPerRow, int width,
                                                          int height);
-  /// Whether the flash of a BGRA picture is lit.
+  /// Whether the flash is lit in a BGRA picture.
   static bool isFlash(const std::uint8_t* bytes, std::size_t bytesPerRow, int width, int height);
 
  private:

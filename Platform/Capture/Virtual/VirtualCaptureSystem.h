@@ -15,11 +15,10 @@ namespace tavrel {
 
 class CaptureOutput;
 
-/// The bench on which programs that use the virtual devices are tested: what can go wrong goes wrong on demand. Each
-/// setting holds until it is changed or `reset`. Any thread.
+/// Makes the virtual devices fail on demand, for tests of capturing programs. Each setting holds until it is changed or
+/// `reset`. Any thread.
 ///
-/// The virtual devices are "virtual:back" and "virtual:front", cameras, and "virtual:microphone". Their scene time is
-/// common: flashes and beeps fall on the same instants of their clock, whenever each was started.
+/// The devices share one scene time: flashes and beeps coincide whenever each device was started.
 class TAVREL_API VirtualCaptureSystem {
  public:
   static constexpr std::string_view kBackCamera = "virtual:back";
@@ -28,50 +27,51 @@ class TAVREL_API VirtualCaptureSystem {
 
   static VirtualCaptureSystem& shared();
 
-  /// Everything as at the start: all devices connected, their settings as they were, nothing fails, real time. Files
-  /// that were added stay unless `removeFiles`.
+  /// Restores the initial state: every device connected with its initial settings, no failures, real time. Added files
+  /// stay.
   void reset();
-  /// The devices that `CaptureDevice::addFile` added go.
+  /// Removes the devices added by `CaptureDevice::addFile`.
   void removeFiles();
 
-  /// The clock of devices that are opened from now on, and `CaptureClock::current()`.
+  /// Sets `CaptureClock::current()`, the clock of devices opened from now on.
   void setClock(std::shared_ptr<CaptureClock> clock);
 
-  /// Unplugs and replugs a virtual device, with notifications; a session that runs on it is told.
+  /// Unplugs or replugs a device, with notifications and an error in the session that uses it.
   void setConnected(std::string_view uniqueID, bool connected);
-  /// A device that is left out from the start: not listed, no notification. Sessions go on with one they have.
+  /// Lists a device or leaves it out, without a notification. A session that uses it is not affected.
   void setPresent(std::string_view uniqueID, bool present);
   /// The user's answer to `requestAccess`.
   void setAccessGranted(bool granted);
-  /// What `lockForConfiguration` of the device fails with; nothing: it does not.
+  /// The error of the device's `lockForConfiguration`; nothing for none.
   void setLockError(std::string_view uniqueID, std::optional<Error> error);
-  /// What `CaptureDeviceInput::create` fails with.
+  /// The error of `CaptureDeviceInput::create`.
   void setInputError(std::string_view uniqueID, std::optional<Error> error);
-  /// What opening the device in a session fails with.
+  /// The error of opening the device in a session.
   void setOpenError(std::string_view uniqueID, std::optional<Error> error);
-  /// What still captures fail with.
+  /// The error of still captures.
   void setStillImageError(std::optional<Error> error);
-  /// Sessions refuse these inputs and outputs while the function says so; it is called with the session's lock held.
+  /// Makes sessions refuse inputs and outputs for which the function returns true. It is called with the session's lock
+  /// held.
   void setInputRefusal(std::function<bool(const CaptureDevice& device)> refuses);
   void setOutputRefusal(std::function<bool(const CaptureOutput& output)> refuses);
 
-  /// What the device says that it supports; everything at first.
+  /// What the device supports; everything by default.
   struct Support {
     bool torch = true;
     bool flash = true;
-    bool focusModes[3] = {true, true, true};     ///< by `CaptureFocusMode`
-    bool exposureModes[3] = {true, true, true};  ///< by `CaptureExposureMode`
+    bool focusModes[3] = {true, true, true};     ///< indexed by `CaptureFocusMode`
+    bool exposureModes[3] = {true, true, true};  ///< indexed by `CaptureExposureMode`
     bool focusPoint = true;
     bool exposurePoint = true;
   };
   void setSupport(std::string_view uniqueID, const Support& support);
 
-  /// What `AudioSession::setCategory` fails with.
+  /// The error of `AudioSession::setCategory`.
   void setAudioCategoryError(std::optional<Error> error);
 
-  /// The running device fails now, as if its driver did, and stays connected.
+  /// Makes the running device fail as if its driver had; it stays connected.
   void failDevice(std::string_view uniqueID, Error error);
-  /// Frames stop coming without an error until it is called with false.
+  /// While true, the device delivers nothing and reports no error.
   void setStalled(std::string_view uniqueID, bool stalled);
 
  private:
