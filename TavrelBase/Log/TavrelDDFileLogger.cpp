@@ -187,7 +187,7 @@ void TavrelDDFileLogger::logMessage(const TavrelDDLogMessage& message) {
   if (appendsNewline && line.back() != '\n') line += '\n';
   state.encodedLine.clear();
   appendUtf8(state.encodedLine, line);
-  state.file.add(state.encodedLine);
+  state.file.add(state.encodedLine, message.timestamp());
 }
 
 void TavrelDDFileLogger::finishHandOver() { state_->file.write(); }

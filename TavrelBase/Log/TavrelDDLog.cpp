@@ -6,6 +6,7 @@
 #include <sched.h>
 
 #include <algorithm>
+#include <optional>
 #include <thread>
 
 #include "Platform/Foundation/ConsoleLog.h"
@@ -246,21 +247,22 @@ void TavrelDDLog::log(bool asynchronous, TavrelDDLogMessage message) {
 
 void TavrelDDLog::queueLogMessage(TavrelDDLogMessage message, bool asynchronously) {
   Implementation& shared = *sharedInstance().implementation_;
-  DispatchSemaphore written(0);
   const bool mayWait = !shared.isCallerWaitedFor();
-  const bool waits = mayWait && !asynchronously;
-  LogEntry entry{std::move(message), waits ? &written : nullptr, true};
-  if (mayWait && shared.fanOut.mayWriteThrough(entry)) {
+  LogEntry entry{.content = std::move(message), .takesRoom = true};
+  const bool isForThrough = shared.fanOut.mayWriteThrough(entry);
+  if (mayWait && isForThrough) {
     LastWords::coverThisThread();
     entry.isWrittenThrough = shared.fanOut.writeThrough(entry);
   }
-  const bool isQueued =
-      shared.fanOut.isQueued(entry) || (shared.fanOut.mayWriteThrough(entry) && !entry.isWrittenThrough);
+  const bool isQueued = shared.fanOut.isQueued(entry) || (isForThrough && !entry.isWrittenThrough);
   if (!isQueued && shared.backlog.isIdle()) return;
+
+  std::optional<DispatchSemaphore> written;
+  if (mayWait && !asynchronously) entry.done = &written.emplace(0);
   switch (shared.submit(entry, mayWait)) {
     case LogBacklog::Push::accepted:
     case LogBacklog::Push::acceptedAndIdle:
-      if (waits) written.wait();
+      if (written) written->wait();
       break;
     case LogBacklog::Push::full:
       shared.dropped.write("TavrelDDLog: dropped a message of a logger: the backlog is full");

@@ -68,18 +68,23 @@ void DispatchWorker::post(Block block) {
 bool DispatchWorker::runHere(DispatchQueue* queue, std::chrono::nanoseconds patience, void (*function)(void*),
                              void* context) {
   if (threadCount_ != 1) return false;
-  const auto deadline = std::chrono::steady_clock::now() + patience;
+  std::optional<std::chrono::steady_clock::time_point> deadline;  // asking for the time is dear
   for (std::unique_lock turn(life_->turn, std::defer_lock);;) {
-    if (!turn.try_lock() && (patience <= patience.zero() || !turn.try_lock_until(deadline))) return false;
-    if (life_->unfinished == 0) {
+    const bool isMine = turn.try_lock();
+    if (isMine && life_->unfinished == 0) {
       const CurrentQueue scope(queue);
       function(context);
       return true;
     }
-    // Blocks wait for the thread, and come first.
-    turn.unlock();
-    if (std::chrono::steady_clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(std::chrono::microseconds(50));
+    if (!deadline) deadline = std::chrono::steady_clock::now() + patience;
+    if (std::chrono::steady_clock::now() >= *deadline) return false;
+    if (isMine) {
+      // Blocks wait for the thread, and come first.
+      turn.unlock();
+      std::this_thread::sleep_for(std::chrono::microseconds(50));
+    } else if (turn.try_lock_until(*deadline)) {
+      turn.unlock();
+    }
   }
 }
 

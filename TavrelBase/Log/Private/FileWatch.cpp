@@ -12,9 +12,13 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Nobody takes a file away and logs again in less time.
-constexpr auto kShortest = 2us;
+/// How long an answer holds, and how long one without a look at the path does. Clocks may be set back.
+constexpr auto kShortest = 10us;
 constexpr auto kLongest = 1s;
+
+bool isRecent(FileWatch::TimePoint then, FileWatch::TimePoint now, FileWatch::TimePoint::duration limit) {
+  return now >= then && now - then < limit;
+}
 
 }  // namespace
 
@@ -48,17 +52,16 @@ bool FileWatch::hasEvents() const {
   return any;
 }
 
-bool FileWatch::mayBeGone() {
-  const auto now = std::chrono::steady_clock::now();
-  if (now - looked_ < kShortest) return false;
+bool FileWatch::mayBeGone(TimePoint now) {
+  if (isRecent(looked_, now, kShortest)) return false;
   looked_ = now;
-  if (!hasEvents() && now - compared_ < kLongest) return false;
+  if (!hasEvents() && isRecent(compared_, now, kLongest)) return false;
   compared_ = now;
   return true;
 }
 
-bool FileWatch::isFileGone() {
-  if (!mayBeGone()) return false;
+bool FileWatch::isFileGone(TimePoint now) {
+  if (!mayBeGone(now)) return false;
   struct stat open {};
   struct stat named {};
   if (fstat(openFile_, &open) != 0) return true;

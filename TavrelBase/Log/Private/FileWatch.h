@@ -15,18 +15,21 @@ class FileWatch {
   FileWatch& operator=(const FileWatch&) = delete;
   ~FileWatch();
 
-  /// True once the file was deleted, moved away or replaced.
-  bool isFileGone();
+  using TimePoint = std::chrono::system_clock::time_point;
+
+  /// True once the file was deleted, moved away or replaced. What happened less than ten microseconds before `now` may
+  /// not be seen yet.
+  bool isFileGone(TimePoint now);
 
  private:
-  bool mayBeGone();
+  bool mayBeGone(TimePoint now);
   bool hasEvents() const;
 
   const int openFile_;
   const std::filesystem::path path_;
   int inotify_ = -1;
-  std::chrono::steady_clock::time_point looked_;  // for events
-  std::chrono::steady_clock::time_point compared_ = std::chrono::steady_clock::now();
+  TimePoint looked_;    // for events
+  TimePoint compared_;  // with what is under the path
 };
 
 }  // namespace tavrel

@@ -17,11 +17,6 @@ auto systemFailure(const char* what, const std::filesystem::path& path, int reas
                  fmt::format("cannot {} {}: {}", what, path.string(), std::generic_category().message(reason)));
 }
 
-std::uint64_t sizeOf(int fileDescriptor) {
-  struct stat status {};
-  return fstat(fileDescriptor, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
-}
-
 }  // namespace
 
 Expected<std::unique_ptr<LogFile>> LogFile::open(const std::filesystem::path& path) {
@@ -31,7 +26,9 @@ Expected<std::unique_ptr<LogFile>> LogFile::open(const std::filesystem::path& pa
 }
 
 LogFile::LogFile(int fileDescriptor, const std::filesystem::path& path)
-    : fileDescriptor_(fileDescriptor), path_(path), offset_(sizeOf(fileDescriptor)), watch_(fileDescriptor, path) {}
+    : fileDescriptor_(fileDescriptor), path_(path), watch_(fileDescriptor, path) {
+  look();
+}
 
 LogFile::~LogFile() { close(fileDescriptor_); }
 
@@ -46,25 +43,26 @@ LogFile::Appended LogFile::append(std::string_view text, std::span<const std::si
       reason = errno;
     }
   }
-  offset_ += written;
+  const off_t position = reason == 0 ? -1 : lseek(fileDescriptor_, 0, SEEK_CUR);
+  look();
   if (reason == 0) return {lineEnds.size(), 0};
   const auto end = std::ranges::upper_bound(lineEnds, written);
-  takeBack(written, end == lineEnds.begin() ? 0 : *std::prev(end));
+  const std::size_t whole = end == lineEnds.begin() ? 0 : *std::prev(end);
+  // Not when another process has appended behind the torn line.
+  if (whole < written && static_cast<std::uint64_t>(position) == offset_) takeBack(written - whole);
   return {static_cast<std::size_t>(end - lineEnds.begin()), reason};
 }
 
-void LogFile::takeBack(std::size_t written, std::size_t whole) {
-  const off_t position = lseek(fileDescriptor_, 0, SEEK_CUR);
-  updateOffset();
-  // Not when another process has appended behind the torn line.
-  if (whole == written || position < 0 || static_cast<std::uint64_t>(position) != offset_) return;
-  const std::uint64_t end = offset_ - (written - whole);
-  if (ftruncate(fileDescriptor_, static_cast<off_t>(end)) == 0) offset_ = end;
+void LogFile::takeBack(std::size_t bytes) {
+  if (ftruncate(fileDescriptor_, static_cast<off_t>(offset_ - bytes)) == 0) offset_ -= bytes;
 }
 
-void LogFile::updateOffset() {
-  const off_t end = lseek(fileDescriptor_, 0, SEEK_END);
-  if (end >= 0) offset_ = static_cast<std::uint64_t>(end);
+void LogFile::look() {
+  // Not fstat: who asks for the time of the last change too has the next change noted to the nanosecond, which is dear.
+  struct statx status {};
+  if (statx(fileDescriptor_, "", AT_EMPTY_PATH, STATX_SIZE | STATX_NLINK, &status) != 0) return;
+  offset_ = status.stx_size;
+  isDeleted_ = status.stx_nlink == 0;
 }
 
 void LogFile::synchronise() const { fdatasync(fileDescriptor_); }

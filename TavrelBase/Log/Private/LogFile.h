@@ -22,11 +22,12 @@ class LogFile {
   ~LogFile();
 
   int fileDescriptor() const { return fileDescriptor_; }
-  /// The write position: the end of the file after the last write, as far as this process knows.
+  /// The end of the file after the last write; other processes of the application may append to it too.
   std::uint64_t offset() const { return offset_; }
-  /// Asks for it: other processes of the application may append to the same file.
-  void updateOffset();
-  bool isGone() { return watch_.isFileGone(); }
+  /// Whether it was already deleted when the last write was done.
+  bool isDeleted() const { return isDeleted_; }
+  /// See `FileWatch`.
+  bool isGone(FileWatch::TimePoint now) { return watch_.isFileGone(now); }
   /// What reached the file, and the system's reason (errno) when that is not all.
   struct Appended {
     std::size_t lines = 0;
@@ -39,11 +40,13 @@ class LogFile {
 
  private:
   LogFile(int fileDescriptor, const std::filesystem::path& path);
-  void takeBack(std::size_t written, std::size_t whole);
+  void look();
+  void takeBack(std::size_t bytes);
 
   const int fileDescriptor_;
   const std::filesystem::path path_;
   std::uint64_t offset_ = 0;
+  bool isDeleted_ = false;
   FileWatch watch_;
 };
 

@@ -15,8 +15,10 @@ std::string_view LogTimeText::text(std::chrono::system_clock::time_point time) {
     text_ += fmt::format("{}000 {:%z}", separator_, parts);
     second_ = second;
   }
-  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(time - whole).count();
-  fmt::format_to(text_.begin() + static_cast<std::ptrdiff_t>(milliseconds_), "{:03}", milliseconds);
+  auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(time - whole).count();
+  for (std::size_t digit = 3; digit-- > 0; milliseconds /= 10) {
+    text_[milliseconds_ + digit] = static_cast<char>('0' + milliseconds % 10);
+  }
   return text_;
 }
 

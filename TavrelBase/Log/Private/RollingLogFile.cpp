@@ -92,11 +92,12 @@ bool RollingLogFile::open() {
   return false;
 }
 
-void RollingLogFile::add(std::string_view line) {
+void RollingLogFile::add(std::string_view line, std::chrono::system_clock::time_point time) {
   if (!open()) {
     ++lostLines_;
     return;
   }
+  lastTime_ = time;
   gathered_.append(line);
   lineEnds_.push_back(gathered_.size());
   if (gathered_.size() >= kLargestGathering) write();
@@ -105,27 +106,37 @@ void RollingLogFile::add(std::string_view line) {
 
 void RollingLogFile::write() {
   if (gathered_.empty()) return;
-  // The lines of a file that was taken away from outside belong into a new one.
-  if (file_ && file_->isGone()) {
-    std::string kept = std::exchange(gathered_, {});
-    std::vector<std::size_t> keptEnds = std::exchange(lineEnds_, {});
-    roll();
-    gathered_ = std::move(kept);
-    lineEnds_ = std::move(keptEnds);
-  }
-  if (open()) {
-    if (lostLines_ > 0) writeLostNote();
-    info_->reset();
-    const auto [lines, reason] = file_->append(gathered_, lineEnds_);
-    if (reason != 0) noteLost(lineEnds_.size() - lines, std::generic_category().message(reason));
-    if (maximumFileSize != 0) file_->updateOffset();
-  } else {
-    lostLines_ += lineEnds_.size();
+  if (file_ && file_->isGone(lastTime_)) replace();
+  append();
+  // It may have been deleted just before.
+  if (file_ && file_->isDeleted()) {
+    replace();
+    append();
   }
   gathered_.clear();
   lineEnds_.clear();
   if (gathered_.capacity() > 2 * kLargestGathering) gathered_.shrink_to_fit();
   rollIfTooLarge();
+}
+
+void RollingLogFile::replace() {
+  // The lines of a file that was taken away from outside belong into a new one.
+  std::string kept = std::exchange(gathered_, {});
+  std::vector<std::size_t> keptEnds = std::exchange(lineEnds_, {});
+  roll();
+  gathered_ = std::move(kept);
+  lineEnds_ = std::move(keptEnds);
+}
+
+void RollingLogFile::append() {
+  if (!open()) {
+    lostLines_ += lineEnds_.size();
+    return;
+  }
+  if (lostLines_ > 0) writeLostNote();
+  info_->reset();
+  const auto [lines, reason] = file_->append(gathered_, lineEnds_);
+  if (reason != 0) noteLost(lineEnds_.size() - lines, std::generic_category().message(reason));
 }
 
 void RollingLogFile::noteLost(std::size_t lines, const std::string& reason) {
@@ -145,7 +156,7 @@ void RollingLogFile::writeLostNote() {
 void RollingLogFile::roll() {
   write();
   if (!file_) return;
-  const bool isGone = file_->isGone();
+  const bool isGone = file_->isDeleted() || file_->isGone(std::chrono::system_clock::now());
   // Callers that write through would wait for the disk.
   DispatchQueue::global()->async([file = std::shared_ptr<LogFile>(takeFile())] { file->synchronise(); });
   TavrelDDLogFileInfo rolled = *std::exchange(info_, std::nullopt);

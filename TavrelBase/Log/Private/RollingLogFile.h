@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -28,8 +29,9 @@ class RollingLogFile {
 
   /// Opens the file to write to unless one is open. False when that fails.
   bool open();
-  /// Takes one line, or drops it when no file can be opened. It reaches the file with the next `write`, or earlier.
-  void add(std::string_view line);
+  /// Takes the line of a record of that time, or drops it when no file can be opened. It reaches the file with the next
+  /// `write`, or earlier.
+  void add(std::string_view line, std::chrono::system_clock::time_point time);
   void write();
   /// Completes the open file, if any.
   void roll();
@@ -51,6 +53,8 @@ class RollingLogFile {
   Expected<void> openPath(TavrelDDLogFileInfo info);
   std::unique_ptr<LogFile> takeFile();
   void noteLost(std::size_t lines, const std::string& reason);
+  void append();
+  void replace();
   void writeLostNote();
   bool isTooOld(const TavrelDDLogFileInfo& info) const;
   template <typename Callback>
@@ -62,6 +66,7 @@ class RollingLogFile {
   std::unique_ptr<LogFile> file_;
   std::string gathered_;
   std::vector<std::size_t> lineEnds_;
+  std::chrono::system_clock::time_point lastTime_;
   std::size_t lostLines_ = 0;
   std::string lostReason_;
   LimitedReports reports_{"TavrelDDFileLogger.logMessage: Too many exceptions -- will not log any more of them."};
