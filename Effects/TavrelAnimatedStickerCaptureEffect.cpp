@@ -1,7 +1,9 @@
 #include "Effects/TavrelAnimatedStickerCaptureEffect.h"
 
+#include <cmath>
 #include <utility>
 
+#include "Effects/Private/StickerFrames.h"
 #include "Effects/Private/StickerTimeline.h"
 #include "GPUImage/Filters/TavrelGPUImageAlphaBlendFilter.h"
 #include "GPUImage/Filters/TavrelGPUImagePlacementFilter.h"
@@ -14,11 +16,11 @@
 namespace tavrel {
 namespace {
 
-/// Upright, and with colours that the blend filter can multiply by alpha itself.
+/// Upright, and with colours multiplied by alpha, as the placement filter wants them.
 Expected<std::shared_ptr<Image>> loadImage(const std::filesystem::path& path) {
   return ImageSource::createWithFile(path)
       .and_then([](const std::shared_ptr<ImageSource>& source) { return source->imageAtIndex(0); })
-      .map([](const std::shared_ptr<Image>& image) { return straightImage(normalizedImage(image)); });
+      .map([](const std::shared_ptr<Image>& image) { return premultipliedImage(normalizedImage(image)); });
 }
 
 }  // namespace
@@ -33,12 +35,14 @@ struct TavrelAnimatedStickerCaptureEffect::Implementation {
       : imagePaths(std::move(paths)), interval(seconds), posterImage(std::move(poster)) {
     commonInit();
   }
+  ~Implementation() {
+    if (animatedImage) animatedImage->giveUp();
+  }
 
   /// The same animation, at its start.
   std::unique_ptr<Implementation> anew() const {
     if (animatedImage) {
-      return std::make_unique<Implementation>(
-          TavrelAnimatedImage::create(animatedImage->data()).value_or(animatedImage));
+      return std::make_unique<Implementation>(TavrelAnimatedImage::create(animatedImage->data()).value());
     }
     // A file that has gone since is still known here.
     return std::make_unique<Implementation>(imagePaths, interval, loadImage(imagePaths.front()).value_or(posterImage));
@@ -55,6 +59,25 @@ struct TavrelAnimatedStickerCaptureEffect::Implementation {
     if (animatedImage) return animatedImage->imageAtIndex(index);
     return loadImage(imagePaths.at(index)).value_or(nullptr);
   }
+  std::size_t frameCount() const { return animatedImage ? animatedImage->frameCount() : imagePaths.size(); }
+
+  /// What is decoded by another thread, from the first call on.
+  StickerFrames& readyFrames() {
+    if (frames) return *frames;
+    if (animatedImage) {
+      frames = StickerFrames::create({.count = frameCount(),
+                                      .ahead = animatedImage->frameCacheSizeOptimal(),
+                                      .frame = [gif = animatedImage](std::size_t i) { return gif->imageAtIndex(i); },
+                                      .prepareJumps = [gif = animatedImage] { return gif->prepareJumps(); }});
+    } else {
+      frames = StickerFrames::create(
+          {.count = frameCount(),
+           .ahead = 1,
+           .frame = [paths = imagePaths](std::size_t i) { return loadImage(paths[i]).value_or(nullptr); },
+           .prepareJumps = [] { return false; }});
+    }
+    return *frames;
+  }
 
   std::shared_ptr<TavrelAnimatedImage> animatedImage;
   std::vector<std::filesystem::path> imagePaths;
@@ -64,6 +87,8 @@ struct TavrelAnimatedStickerCaptureEffect::Implementation {
   std::shared_ptr<TavrelGPUImagePlacementFilter> transformFilter;
   std::shared_ptr<TavrelGPUImageAlphaBlendFilter> alphaBlendFilter;
   std::size_t currentFrameIndex = 0;
+  std::atomic<bool> waitsForPictures = false;
+  std::shared_ptr<StickerFrames> frames;
 };
 
 Expected<std::shared_ptr<TavrelAnimatedStickerCaptureEffect>> TavrelAnimatedStickerCaptureEffect::create(Data gifData) {
@@ -125,28 +150,38 @@ void TavrelAnimatedStickerCaptureEffect::setVideoSize(Size videoSize) {
   placement.forceProcessingAtSize(videoSize_);
 }
 
-bool TavrelAnimatedStickerCaptureEffect::refreshPictureWithTimestamp(double timestamp) {
+std::optional<std::size_t> TavrelAnimatedStickerCaptureEffect::frameDueAt(double timestamp) {
+  if (!std::isfinite(timestamp)) return std::nullopt;
   if (startTimestamp_ < 0) setStartTimestamp(timestamp);
   const double elapsed = timestamp - startTimestamp_;
-  Implementation& own = *implementation_;
+  const Implementation& own = *implementation_;
   const TavrelAnimatedImage* const gif = own.animatedImage.get();
-  const std::size_t frameCount = gif ? gif->frameCount() : own.imagePaths.size();
+  const std::size_t frameCount = own.frameCount();
   const std::int64_t wishedLoops = loopCount_;
   std::size_t loopLimit = gif ? gif->loopCount() : 0;
   if (wishedLoops > 0) loopLimit = static_cast<std::size_t>(wishedLoops);
 
   const StickerMoment moment = gif ? stickerMoment(elapsed, gif->durationPerLoop(), gif->delayTimesForIndexes())
                                    : stickerMoment(elapsed, own.interval, frameCount);
-  if (moment.frameIndex == own.currentFrameIndex) return false;
+  if (moment.frameIndex == own.currentFrameIndex) return std::nullopt;
   const bool isPlayedOut =
       loopLimit > 0 && moment.frameIndex == frameCount - 1 && moment.completedLoops == static_cast<double>(loopLimit);
-  if (isPlayedOut) return false;
-  own.currentFrameIndex = moment.frameIndex;
-  const std::shared_ptr<Image> image = own.imageAtIndex(moment.frameIndex);
+  if (isPlayedOut) return std::nullopt;
+  return moment.frameIndex;
+}
+
+bool TavrelAnimatedStickerCaptureEffect::refreshPictureWithTimestamp(double timestamp) {
+  const std::optional<std::size_t> due = frameDueAt(timestamp);
+  if (!due) return false;
+  Implementation& own = *implementation_;
+  own.currentFrameIndex = *due;
+  const std::shared_ptr<Image> image = own.imageAtIndex(*due);
   if (!image) return false;
   own.picture->updateWithCGImage(image);
   return true;
 }
+
+void TavrelAnimatedStickerCaptureEffect::setWaitsForPictures(bool waits) { implementation_->waitsForPictures = waits; }
 
 TavrelCaptureEffectNodes TavrelAnimatedStickerCaptureEffect::makeNodes(Size frameSize) {
   setVideoSize(frameSize);
@@ -162,8 +197,28 @@ TavrelCaptureEffectPart TavrelAnimatedStickerCaptureEffect::onPart(const Rect& i
 
 std::shared_ptr<PixelBuffer> TavrelAnimatedStickerCaptureEffect::prepareFrame(
     const std::shared_ptr<PixelBuffer>& pixelBuffer, const SampleTiming&, MediaTime frameTime) {
-  if (frameTime.isNumeric() && refreshPictureWithTimestamp(frameTime.seconds())) picture()->processImage();
+  if (!frameTime.isNumeric()) return pixelBuffer;
+  if (!implementation_->waitsForPictures) {
+    showReadyFrame(frameTime.seconds());
+  } else if (refreshPictureWithTimestamp(frameTime.seconds())) {
+    picture()->processImage();
+  }
   return pixelBuffer;
+}
+
+void TavrelAnimatedStickerCaptureEffect::showReadyFrame(double timestamp) {
+  Implementation& own = *implementation_;
+  StickerFrames& frames = own.readyFrames();
+  const std::optional<std::size_t> due = frameDueAt(timestamp);
+  if (!due) return frames.stayAt(own.currentFrameIndex);
+  const auto ready = frames.newest(*due, own.currentFrameIndex);
+  if (!ready) return;
+  own.currentFrameIndex = ready->index;
+  if (!ready->image) return;
+  TavrelRunAsynchronouslyOnVideoProcessingQueue([picture = own.picture, image = ready->image] {
+    picture->updateWithCGImage(image);
+    picture->processImage();
+  });
 }
 
 }  // namespace tavrel

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "Effects/TavrelCaptureEffect.h"
@@ -15,16 +16,21 @@ namespace tavrel {
 
 class DataProvider;
 
-/// Lays an animation over the frame: a GIF, or pictures from files that take turns.
+/// Lays an animation over the frame: a GIF, an animated PNG, WebP or AVIF picture, a short movie, or pictures from
+/// files that take turns.
 ///
 /// It owns its part of the graph: `picture` → a placement filter → `filter`, at that one's texture location 1. The
 /// camera's frames enter `filter` at location 0. For every frame the effect is told the time with
 /// `refreshPictureWithTimestamp`; `picture` has to be processed before the first one, and again when it is another one
 /// or was placed anew. One thread at a time, but for refreshing, for `loopCount` and for `startTimestamp`, which frames
-/// that run take up. Refreshing waits for the video-processing queue when the picture changes.
+/// that run take up.
+///
+/// A camera's frames never wait for the sticker: another thread decodes ahead, and `prepareFrame` shows the newest
+/// frame that is ready. Where frames are to show exactly what is due (`setWaitsForPictures`), and in
+/// `refreshPictureWithTimestamp`, they wait for decoding and for the video-processing queue.
 class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelCaptureEffect {
  public:
-  /// Fails ("imaging") when the bytes are no GIF with a frame that can be decoded.
+  /// Fails ("imaging") when the bytes are no animation with a frame that can be decoded. Its kind is told by content.
   static Expected<std::shared_ptr<TavrelAnimatedStickerCaptureEffect>> create(Data gifData);
   /// Each picture is shown for `interval` seconds. The first one is loaded at once; it gives the sticker's size, and
   /// fails ("imaging" or "posix") when there is none. A later one that cannot be loaded leaves the one before in place.
@@ -39,11 +45,13 @@ class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelCaptureEffect
   TavrelCaptureEffectNodes makeNodes(Size frameSize) override;
   std::optional<Rect> inputFor(const Rect& output, Size) const override { return output; }
   TavrelCaptureEffectPart onPart(const Rect& input, Size frameSize) const override;
-  /// Shows what is due at `frameTime`, if that is a time.
+  /// Shows what is due at `frameTime`, or the newest before it that is ready, if that is a time.
   std::shared_ptr<PixelBuffer> prepareFrame(const std::shared_ptr<PixelBuffer>& pixelBuffer,
                                             const SampleTiming& sampleTimingInfo, MediaTime frameTime) override;
+  /// False at first. Any thread.
+  void setWaitsForPictures(bool waits) override;
 
-  /// The GIF; nullptr for pictures from files.
+  /// The animation's bytes; nullptr for pictures from files.
   std::shared_ptr<DataProvider> gifData() const;
   const std::vector<std::filesystem::path>& imagePaths() const;
   float interval() const;
@@ -78,6 +86,9 @@ class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelCaptureEffect
 
  private:
   struct Implementation;
+
+  std::optional<std::size_t> frameDueAt(double timestamp);
+  void showReadyFrame(double timestamp);
 
   explicit TavrelAnimatedStickerCaptureEffect(std::unique_ptr<Implementation> implementation);
   TavrelAnimatedStickerCaptureEffect(const TavrelAnimatedStickerCaptureEffect& source);

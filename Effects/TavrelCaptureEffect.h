@@ -73,6 +73,10 @@ class TAVREL_API TavrelCaptureEffect : public TavrelObject {
   virtual std::shared_ptr<PixelBuffer> prepareFrame(const std::shared_ptr<PixelBuffer>& pixelBuffer,
                                                     const SampleTiming& sampleTimingInfo, MediaTime frameTime);
 
+  /// Whether `prepareFrame` waits until it can show exactly what is due, or shows what is ready by then. A camera says
+  /// false, and a `TavrelCaptureEffectChain` true when it is connected. Nothing by default.
+  virtual void setWaitsForPictures(bool) {}
+
   /// Calls `observer` after each announced change, on the announcing thread. Any thread.
   ChangeObserverToken addChangeObserver(ChangeObserver observer);
   /// Ends a registration. An observer that runs on another thread at this moment may still finish after the return.

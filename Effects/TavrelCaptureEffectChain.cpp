@@ -26,6 +26,7 @@ std::shared_ptr<TavrelGPUImageOutput> TavrelCaptureEffectChain::connect(
   nodes_.clear();
   std::shared_ptr<TavrelGPUImageOutput> last = source;
   for (const auto& effect : effects_) {
+    effect->setWaitsForPictures(true);
     const TavrelCaptureEffectNodes& nodes = nodes_.emplace_back(effect->makeNodes(frameSize));
     for (const auto& filter : nodes.filters) {
       last->addTarget(filter, 0);

@@ -29,7 +29,8 @@ class TAVREL_API TavrelCaptureEffectChain {
   bool turnsSideways() const;
   /// Makes the effects' nodes, connects them behind `source`, whose frames have `frameSize`, and lets the pictures in.
   /// Returns the last node: `source` when the effects have none. What the effects say later does not show. The chain
-  /// keeps the nodes, so it must live as long as frames come. Not on the video-processing queue.
+  /// keeps the nodes, so it must live as long as frames come. Frames wait for the pictures that are due with them;
+  /// sources that cannot wait say so to the effects afterwards. Not on the video-processing queue.
   std::shared_ptr<TavrelGPUImageOutput> connect(const std::shared_ptr<TavrelGPUImageOutput>& source, Size frameSize);
   struct Part;
   /// For frames too large to be worked on as a whole: how the part `output` of the frame behind the chain, in whole

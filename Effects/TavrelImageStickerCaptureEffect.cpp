@@ -31,11 +31,10 @@ TavrelCaptureEffectNodes TavrelImageStickerCaptureEffect::makeNodes(Size frameSi
   const auto blend = std::make_shared<TavrelGPUImageAlphaBlendFilter>();
   blend->setMix(1);
 
-  // Blending multiplies by alpha, so the colours must not be multiplied already. A picture that is much reduced takes
-  // mipmaps, else pixels would be left out.
+  // A picture that is much reduced takes mipmaps, else pixels would be left out.
   const bool isMuchReduced =
       imageSize.width > 1.5 * rectangle.size.width || imageSize.height > 1.5 * rectangle.size.height;
-  const auto picture = std::make_shared<TavrelGPUImagePicture>(straightImage(image_), isMuchReduced, true);
+  const auto picture = std::make_shared<TavrelGPUImagePicture>(premultipliedImage(image_), isMuchReduced);
   picture->addTarget(placement);
   placement->addTarget(blend, 1);
   return {.filters = {blend}, .pictures = {picture}};

@@ -82,6 +82,13 @@ std::shared_ptr<Image> TavrelAnimatedImage::decodedFrame(std::size_t index) {
   return implementation_->imageSource->imageAtIndex(index).value_or(nullptr);
 }
 
+bool TavrelAnimatedImage::prepareJumps() {
+  const std::lock_guard lock(implementation_->imageSourceMutex);
+  return implementation_->imageSource->prepareJumps();
+}
+
+void TavrelAnimatedImage::giveUp() { implementation_->imageSource->giveUp(); }
+
 Size TavrelAnimatedImage::sizeForImage(const std::any& image) {
   if (const auto* const plain = std::any_cast<std::shared_ptr<Image>>(&image); plain && *plain) {
     return {static_cast<double>((*plain)->width()), static_cast<double>((*plain)->height())};

@@ -28,26 +28,27 @@ TAVREL_API extern const double kTavrelAnimatedImageDelayTimeIntervalMinimum;
 /// How grave a message of the animated images is. A sink gets those up to its level.
 enum class TavrelAnimatedImageLogLevel { none = 0, error = 1, warning = 2, info = 3, debug = 4 };
 
-/// The frames of an animated GIF, by index.
+/// The frames of an animated GIF, PNG, WebP or AVIF picture or a short movie, by index; told apart by content.
 ///
 /// A player on the main thread asks with `imageLazilyCachedAtIndex`, which never waits: it returns what is cached and
 /// has the frames that come next decoded on a queue of the image's own. How many are kept follows the size of the
 /// frames and memory warnings; the poster is kept for ever. `imageAtIndex` decodes on the caller's thread instead.
 ///
-/// All members belong to the main thread, except creation, destruction, `imageAtIndex`, the static ones and those that
-/// never change after creation: `data`, `posterImage`, `posterImageFrameIndex`, `size`, `loopCount`, `frameCount`,
-/// `delayTimesForIndexes`, `frameCacheSizeOptimal` and `predrawingEnabled`, which any thread may use.
+/// All members belong to the main thread, except creation, destruction, `imageAtIndex`, `prepareJumps`, `giveUp`, the
+/// static ones and those that never change after creation: `data`, `posterImage`, `posterImageFrameIndex`, `size`,
+/// `loopCount`, `frameCount`, `delayTimesForIndexes`, `frameCacheSizeOptimal` and `predrawingEnabled`, which any thread
+/// may use.
 class TAVREL_API TavrelAnimatedImage : public std::enable_shared_from_this<TavrelAnimatedImage> {
  public:
   using LogBlock = std::function<void(const std::string& logString, TavrelAnimatedImageLogLevel logLevel)>;
   /// Runs `call` on the main thread once `delay` has passed.
   using DelayedCallScheduler = std::function<void(std::chrono::nanoseconds delay, std::function<void()> call)>;
 
-  /// Reads the whole file once, decoding each frame to find those that cannot be: they are dropped, yet keep their
-  /// index. With an `optimalFrameCacheSize` of 0 the size of the frames decides how many are kept. With
+  /// Looks through the file and decodes the first frame. Frames that hold nothing that can be decoded are dropped, yet
+  /// keep their index. With an `optimalFrameCacheSize` of 0 the size of the frames decides how many are kept. With
   /// `predrawingEnabled` frames are brought to the layout in which they are shown when they are decoded. Fails
-  /// ("imaging") with the text that is logged, and the reason, when there are no data, they are no GIF or no frame can
-  /// be decoded.
+  /// ("imaging") with the text that is logged, and the reason, when there are no data, they are no GIF and no other
+  /// animation, or no frame can be decoded.
   static Expected<std::shared_ptr<TavrelAnimatedImage>> create(std::shared_ptr<DataProvider> animatedGIFData,
                                                                std::size_t optimalFrameCacheSize = 0,
                                                                bool predrawingEnabled = true);
@@ -71,7 +72,7 @@ class TAVREL_API TavrelAnimatedImage : public std::enable_shared_from_this<Tavre
   std::size_t posterImageFrameIndex() const;
   /// In pixels.
   Size size() const;
-  /// How often the animation is played; 0 means for ever.
+  /// How often the animation is played; 0 means for ever. Once where the file does not say.
   std::size_t loopCount() const;
   /// The seconds that each frame is shown; dropped frames have none.
   const std::map<std::size_t, double>& delayTimesForIndexes() const;
@@ -88,6 +89,11 @@ class TAVREL_API TavrelAnimatedImage : public std::enable_shared_from_this<Tavre
   std::shared_ptr<Image> imageLazilyCachedAtIndex(std::size_t index);
   /// Decodes the frame, predrawn when that is enabled; nullptr when it cannot be. Waits where another thread decodes.
   std::shared_ptr<Image> imageAtIndex(std::size_t index);
+  /// Decodes a few frames so that any other one is near a check-point; see `ImageSource`. False when that is done. Any
+  /// thread.
+  bool prepareJumps();
+  /// Has what is being decoded, and all that is asked for later, end soon without a frame. Any thread.
+  void giveUp();
   /// In pixels, of a `std::shared_ptr` to an `Image` or an animated image; of anything else zero, which is logged.
   static Size sizeForImage(const std::any& image);
   /// The frame in the layout in which it is shown: drawn once into a bitmap of 32-bit pixels, opaque or premultiplied

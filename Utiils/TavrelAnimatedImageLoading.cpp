@@ -46,57 +46,49 @@ struct TavrelAnimatedImage::Loader {
   std::size_t droppedFrameCount = 0;
   double precedingDelay = kDelayTimeIntervalDefault;
 
+  /// Only frames up to the first one that can be decoded are.
   void readFrames() {
-    image.implementation_->loopCount =
-        static_cast<std::size_t>(image.implementation_->imageSource->loopCount().value_or(0));
-    image.implementation_->frameCount = image.implementation_->imageSource->count();
-    for (std::size_t i = 0; i < image.implementation_->frameCount; ++i) {
-      if (const std::shared_ptr<Image> frame = readFrame(i)) {
-        keepFrame(i, frame);
+    Implementation& own = *image.implementation_;
+    // Without a word about loops it is played once.
+    own.loopCount = static_cast<std::size_t>(own.imageSource->loopCount().value_or(1));
+    own.frameCount = own.imageSource->count();
+    for (std::size_t i = 0; i < own.frameCount; ++i) {
+      if (own.posterImage ? own.imageSource->holdsPicture(i) : readPoster(i)) {
+        keepFrame(i);
       } else {
+        info("Dropping frame {} because failed to `CGImageSourceCreateImageAtIndex` with image source {}", i,
+             describe(*own.imageSource));
         ++droppedFrameCount;
       }
     }
-    for (const auto& [index, delay] : image.implementation_->delayTimesForIndexes)
-      image.implementation_->durationPerLoop += delay;
+    for (const auto& [index, delay] : own.delayTimesForIndexes) own.durationPerLoop += delay;
   }
 
-  std::shared_ptr<Image> readFrame(std::size_t index) const {
-    std::shared_ptr<Image> frame = image.decodedFrame(index);
-    if (!frame) {
-      info("Dropping frame {} because failed to `CGImageSourceCreateImageAtIndex` with image source {}", index,
-           describe(*image.implementation_->imageSource));
-      return nullptr;
-    }
-    if (frame->width() == 0 || frame->height() == 0) {
-      info("Dropping frame {} because valid `CGImageRef` {} did result in `nil`-`UIImage`.", index,
-           tavrel::describe(*frame));
-      return nullptr;
-    }
-    return frame;
+  bool readPoster(std::size_t index) {
+    Implementation& own = *image.implementation_;
+    const std::shared_ptr<Image> frame = image.decodedFrame(index);
+    if (!frame) return false;
+    own.posterImage = own.predrawingEnabled ? predrawnImageFromImage(frame) : frame;
+    own.posterImageFrameIndex = index;
+    own.cachedFramesForIndexes[index] = own.posterImage;
+    return true;
   }
 
-  void keepFrame(std::size_t index, const std::shared_ptr<Image>& frame) {
-    if (!image.implementation_->posterImage) {
-      image.implementation_->posterImage =
-          image.implementation_->predrawingEnabled ? predrawnImageFromImage(frame) : frame;
-      image.implementation_->posterImageFrameIndex = index;
-      image.implementation_->cachedFramesForIndexes[index] = image.implementation_->posterImage;
-    }
-    precedingDelay = delayOf(index, *frame);
+  void keepFrame(std::size_t index) {
+    precedingDelay = delayOf(index);
     image.implementation_->delayTimesForIndexes[index] = precedingDelay;
   }
 
-  double delayOf(std::size_t index, const Image& frame) const {
+  double delayOf(std::size_t index) const {
     const ImageProperties properties = image.implementation_->imageSource->properties(index);
     auto delay = properties.unclampedDelayTime ? properties.unclampedDelayTime : properties.delayTime;
     if (!delay && image.implementation_->delayTimesForIndexes.empty()) {
       info("Falling back to default delay time for first frame {} because none found in GIF properties {}",
-           tavrel::describe(frame), describe(properties));
+           tavrel::describe(*image.implementation_->posterImage), describe(properties));
       delay = kDelayTimeIntervalDefault;
     } else if (!delay) {
       info("Falling back to preceding delay time for frame {} {} because none found in GIF properties {}", index,
-           tavrel::describe(frame), describe(properties));
+           tavrel::describe(*image.implementation_->posterImage), describe(properties));
       delay = precedingDelay;
     }
     // In single precision, and with some room, so that a stored 0.02 is never taken for less.
@@ -131,7 +123,7 @@ Expected<std::shared_ptr<TavrelAnimatedImage>> TavrelAnimatedImage::create(std::
     error.value().description += ": " + source.error().description;
     return error;
   }
-  if (std::string_view((*source)->type()) != "image/gif") {
+  if ((*source)->count() == 1 && std::string_view((*source)->type()) != "image/gif") {
     return animatedImageFailure(ImagingErrorCode::unknownFormat,
                                 fmt::format("Supplied data is of type {} and doesn't seem to be GIF data {}",
                                             (*source)->type(), tavrel::describe(*data)));

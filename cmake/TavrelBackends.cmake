@@ -1,6 +1,8 @@
 # What a build can do without. OFF leaves out the code, the library that it stands on, and the tests of both.
 option(TAVREL_WITH_PIPEWIRE "Cameras and microphones of PipeWire" ON)
 option(TAVREL_WITH_V4L2 "Cameras as the kernel's video nodes" ON)
+option(TAVREL_WITH_WEBP "WebP pictures and animations" ON)
+option(TAVREL_WITH_AVIF "AVIF pictures and animations" ON)
 option(TAVREL_WITH_SDL "Windows; without them views are composed off-screen only" ON)
 
 # Sources, tests and examples of what is left out, as regular expressions.
@@ -30,6 +32,23 @@ else()
     /Tests/Platform/UIWindow/ /UI/WindowRefusalTest /PreviewCommandTest InSDL)
 endif()
 
+if(TAVREL_WITH_WEBP)
+  pkg_check_modules(WEBP REQUIRED IMPORTED_TARGET libwebp libwebpdemux)
+  list(APPEND TAVREL_PRIVATE_LIBRARIES PkgConfig::WEBP)
+else()
+  message(STATUS "WebP and its tests are left out: TAVREL_WITH_WEBP is OFF")
+  list(APPEND tavrel_left_out /Imaging/Private/WebpSource /Imaging/WebpSourceTest)
+endif()
+if(TAVREL_WITH_AVIF)
+  pkg_check_modules(AVIF REQUIRED libavif)
+  list(APPEND TAVREL_PRIVATE_LIBRARIES ${AVIF_LINK_LIBRARIES})
+else()
+  message(STATUS "AVIF and its tests are left out: TAVREL_WITH_AVIF is OFF")
+  list(APPEND tavrel_left_out /Imaging/Private/AvifSource /Imaging/AvifSourceTest)
+endif()
+
+set_source_files_properties(Platform/Imaging/ImageSource.cpp PROPERTIES COMPILE_DEFINITIONS
+  "TAVREL_WITH_WEBP=$<BOOL:${TAVREL_WITH_WEBP}>;TAVREL_WITH_AVIF=$<BOOL:${TAVREL_WITH_AVIF}>")
 set_source_files_properties(Platform/Capture/Private/CaptureBackends.cpp PROPERTIES COMPILE_DEFINITIONS
   "TAVREL_WITH_PIPEWIRE=$<BOOL:${TAVREL_WITH_PIPEWIRE}>;TAVREL_WITH_V4L2=$<BOOL:${TAVREL_WITH_V4L2}>")
 

@@ -16,12 +16,13 @@ pkg_check_modules(JPEG REQUIRED IMPORTED_TARGET libturbojpeg)
 pkg_check_modules(EXIF REQUIRED IMPORTED_TARGET libexif)
 pkg_check_modules(PIXMAN REQUIRED pixman-1)
 find_package(GIF REQUIRED)
+find_package(ZLIB REQUIRED)
 find_library(YUV_LIBRARY yuv REQUIRED)
 
 set(TAVREL_PUBLIC_LIBRARIES fmt::fmt tl::expected PkgConfig::GLESV2 Threads::Threads)
 set(TAVREL_PRIVATE_LIBRARIES
   PkgConfig::EGL PkgConfig::GBM PkgConfig::FFMPEG PkgConfig::PNG PkgConfig::JPEG PkgConfig::EXIF GIF::GIF
-  ${YUV_LIBRARY} ${PIXMAN_LINK_LIBRARIES} nlohmann_json::nlohmann_json)
+  ZLIB::ZLIB ${YUV_LIBRARY} ${PIXMAN_LINK_LIBRARIES} nlohmann_json::nlohmann_json)
 # A folder of headers that only these look into.
 set_source_files_properties(
   ${PROJECT_SOURCE_DIR}/Platform/Imaging/BitmapContext.cpp

@@ -95,7 +95,8 @@ void TavrelCamera::setPreferredVideoOrientation(CaptureVideoOrientation orientat
 
 void TavrelCamera::setSize(Size size) {
   implementation_->wishes.set(&TavrelCameraConfiguration::size, size);
-  implementation_->refreshGPUImagePipeline();
+  // Effects place themselves on frames of that size.
+  implementation_->refreshForNewCaptureEffects();
 }
 
 void TavrelCamera::setPreviewScalingMode(TavrelGPUImageFillModeType mode) {

@@ -14,10 +14,10 @@ struct StickerMoment {
 };
 
 /// The moment of an animation whose frames are shown for different times. `position` outside of all frames, and an
-/// animation without duration, give the first one.
+/// animation without a finite duration, give the first one.
 inline StickerMoment stickerMoment(double elapsed, double durationPerLoop,
                                    const std::map<std::size_t, double>& delayTimesForIndexes) {
-  if (!(durationPerLoop > 0)) return {};
+  if (!(durationPerLoop > 0) || !std::isfinite(durationPerLoop)) return {};
   const double completedLoops = std::trunc(elapsed / durationPerLoop);
   const double position = elapsed - completedLoops * durationPerLoop;
   double start = 0;
@@ -31,7 +31,7 @@ inline StickerMoment stickerMoment(double elapsed, double durationPerLoop,
 /// The moment of `count` pictures that are shown for `interval` seconds each.
 inline StickerMoment stickerMoment(double elapsed, float interval, std::size_t count) {
   const float durationPerLoop = interval * static_cast<float>(count);
-  if (!(durationPerLoop > 0)) return {};
+  if (!(durationPerLoop > 0) || !std::isfinite(durationPerLoop)) return {};
   const double completedLoops = std::trunc(elapsed / static_cast<double>(durationPerLoop));
   const double position = elapsed - completedLoops * static_cast<double>(durationPerLoop);
   // Rounding can lead just beyond the last picture, and a clock that goes back before the first.

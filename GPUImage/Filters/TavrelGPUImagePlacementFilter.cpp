@@ -2,7 +2,12 @@
 
 namespace tavrel {
 
-TavrelGPUImagePlacementFilter::TavrelGPUImagePlacementFilter() = default;
+// Where alpha is 0 so are the colours.
+TavrelGPUImagePlacementFilter::TavrelGPUImagePlacementFilter()
+    : TavrelGPUImageTransformFilter(
+          "varying highp vec2 textureCoordinate; uniform sampler2D inputImageTexture; void main() { mediump vec4 color "
+          "= texture2D(inputImageTexture, textureCoordinate); gl_FragColor = vec4(color.rgb / max(color.a, 0.001), "
+          "color.a); }") {}
 
 TavrelGPUImagePlacementFilter::~TavrelGPUImagePlacementFilter() = default;
 

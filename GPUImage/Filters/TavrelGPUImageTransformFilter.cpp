@@ -21,7 +21,10 @@ struct TavrelGPUImageTransformFilter::Implementation {
 };
 
 TavrelGPUImageTransformFilter::TavrelGPUImageTransformFilter()
-    : TavrelGPUImageFilter(kTavrelGPUImageTransformVertexShaderString, kTavrelGPUImagePassthroughFragmentShaderString),
+    : TavrelGPUImageTransformFilter(kTavrelGPUImagePassthroughFragmentShaderString) {}
+
+TavrelGPUImageTransformFilter::TavrelGPUImageTransformFilter(std::string_view fragmentShaderString)
+    : TavrelGPUImageFilter(kTavrelGPUImageTransformVertexShaderString, fragmentShaderString),
       implementation_(std::make_unique<Implementation>()) {
   implementation_->transformMatrixUniform = uniformIndex("transformMatrix");
   implementation_->orthographicMatrixUniform = uniformIndex("orthographicMatrix");

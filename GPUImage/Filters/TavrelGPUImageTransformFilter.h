@@ -36,6 +36,9 @@ class TAVREL_API TavrelGPUImageTransformFilter : public TavrelGPUImageFilter {
   void loadOrthoMatrix(TavrelGPUMatrix4x4& matrix, GLfloat left, GLfloat right, GLfloat bottom, GLfloat top,
                        GLfloat near, GLfloat far) const;
 
+ protected:
+  explicit TavrelGPUImageTransformFilter(std::string_view fragmentShaderString);
+
  private:
   void applyOrthographicMatrix(GLfloat halfHeight);
 

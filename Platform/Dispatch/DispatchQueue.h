@@ -11,8 +11,8 @@
 
 namespace tavrel {
 
-/// How urgent a queue's work is. Linux threads of one process share one scheduling class without special rights, so the
-/// value is kept for callers to read and has no further effect.
+/// How urgent a queue's work is. A serial queue of `utility` leaves the processor to others first, by the nice value of
+/// its thread; without special rights Linux has nothing for the other values, which are kept for callers to read.
 enum class QualityOfService : unsigned {
   userInteractive = 0x21,
   userInitiated = 0x19,

@@ -87,4 +87,11 @@ std::shared_ptr<Image> straightImage(const std::shared_ptr<Image>& image) {
       ->withScaleAndOrientation(image->scale(), image->orientation());
 }
 
+std::shared_ptr<Image> premultipliedImage(const std::shared_ptr<Image>& image) {
+  const AlphaInfo alpha = image->alphaInfo();
+  const bool isStraight = alpha == AlphaInfo::first || alpha == AlphaInfo::last;
+  if (image->bitsPerPixel() != 32 || !isStraight) return image;
+  return imageOf(premultipliedBGRA(*image), false)->withScaleAndOrientation(image->scale(), image->orientation());
+}
+
 }  // namespace tavrel

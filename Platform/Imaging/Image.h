@@ -58,4 +58,8 @@ TAVREL_API std::shared_ptr<Image> normalizedImage(const std::shared_ptr<Image>& 
 /// are that already, as those of an opaque picture, is returned as it is.
 TAVREL_API std::shared_ptr<Image> straightImage(const std::shared_ptr<Image>& image);
 
+/// The same picture with colours that are multiplied by alpha, for what mixes pixels. One whose colours are that
+/// already, and an opaque one, is returned as it is.
+TAVREL_API std::shared_ptr<Image> premultipliedImage(const std::shared_ptr<Image>& image);
+
 }  // namespace tavrel

@@ -12,8 +12,18 @@
 namespace tavrel {
 namespace {
 
+using Bytes = std::span<const std::uint8_t>;
+
+/// Whether the bytes begin with these; a question mark stands for any.
+bool beginsWith(Bytes bytes, std::string_view pattern) {
+  return bytes.size() >= pattern.size() &&
+         std::equal(pattern.begin(), pattern.end(), bytes.begin(), [](char expected, std::uint8_t actual) {
+           return expected == '?' || static_cast<std::uint8_t>(expected) == actual;
+         });
+}
+
 struct Format {
-  std::string_view signature;
+  std::string_view beginning;
   Expected<std::shared_ptr<ImageSource>> (*create)(std::shared_ptr<DataProvider> data, std::string name);
 };
 
@@ -22,7 +32,18 @@ constexpr Format kFormats[] = {
     {"\xFF\xD8\xFF", createJpegSource},
     {"GIF87a", createGifSource},
     {"GIF89a", createGifSource},
+#if TAVREL_WITH_WEBP
+    {"RIFF????WEBP", createWebpSource},
+#endif
+#if TAVREL_WITH_AVIF
+    {"????ftypavi", createAvifSource},  // avif or avis
+#endif
 };
+
+constexpr std::string_view kKinds = TAVREL_WITH_WEBP && TAVREL_WITH_AVIF ? "PNG, JPEG, GIF, WebP or AVIF"
+                                    : TAVREL_WITH_WEBP                   ? "PNG, JPEG, GIF or WebP"
+                                    : TAVREL_WITH_AVIF                   ? "PNG, JPEG, GIF or AVIF"
+                                                                         : "PNG, JPEG or GIF";
 
 }  // namespace
 
@@ -45,15 +66,12 @@ Expected<std::shared_ptr<ImageSource>> ImageSource::create(Data data, std::strin
 }
 
 Expected<std::shared_ptr<ImageSource>> ImageSource::create(std::shared_ptr<DataProvider> data, std::string name) {
-  const std::span<const std::uint8_t> bytes = data->bytes();
+  const Bytes bytes = data->bytes();
+  if (bytes.empty()) return failure(ImagingErrorCode::nothingGiven, fmt::format("{} is empty", name));
   for (const Format& format : kFormats) {
-    if (bytes.size() >= format.signature.size() &&
-        std::equal(format.signature.begin(), format.signature.end(), bytes.begin(),
-                   [](char expected, std::uint8_t actual) { return static_cast<std::uint8_t>(expected) == actual; })) {
-      return format.create(std::move(data), std::move(name));
-    }
+    if (beginsWith(bytes, format.beginning)) return format.create(std::move(data), std::move(name));
   }
-  return failure(ImagingErrorCode::unknownFormat, fmt::format("{} is not a PNG, JPEG or GIF picture", name));
+  return failure(ImagingErrorCode::unknownFormat, fmt::format("{} is not a {} picture", name, kKinds));
 }
 
 Expected<std::shared_ptr<ImageSource>> ImageSource::createWithFile(const std::filesystem::path& path) {

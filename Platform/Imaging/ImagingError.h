@@ -16,7 +16,8 @@ enum class ImagingErrorCode : std::int64_t {
   noSuchPicture = -5,      ///< there are not that many pictures
   unsupportedFormat = -6,  ///< pictures of this type cannot be written
   encodingFailed = -7,     ///< the picture could not be encoded
-  nothingGiven = -8        ///< neither bytes nor a picture were given
+  nothingGiven = -8,       ///< neither bytes nor a picture were given
+  givenUp = -9             ///< somebody had the reading given up
 };
 
 constexpr const char* errorDomain(ImagingErrorCode) { return "imaging"; }

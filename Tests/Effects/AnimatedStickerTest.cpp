@@ -2,9 +2,11 @@
 #include <unistd.h>
 
 #include <cmath>
+#include <ctime>
 #include <thread>
 
 #include "Effects/TavrelAnimatedStickerCaptureEffect.h"
+#include "Effects/TavrelCaptureEffectChain.h"
 #include "Platform/Imaging/ImageDestination.h"
 #include "Support/EffectsComposite.h"
 #include "Support/EffectsGif.h"
@@ -65,6 +67,9 @@ class Probe {
 
   char shownAt(double timestamp) {
     effect_->refreshPictureWithTimestamp(timestamp);
+    return shown();
+  }
+  char shown() {
     filter_->useNextFrameForImageCapture();
     effect_->picture()->processImage();
     TavrelRunSynchronouslyOnVideoProcessingQueue([] {});  // the pass is over
@@ -172,6 +177,59 @@ TEST(AnimatedSticker, LoopCountAndStartMayBeSetWhileFramesRun) {
   EXPECT_EQ(Probe(gif).shownAt(0.05), 'r');
 }
 
+/// Processor time that `work` takes this thread, in seconds.
+template <typename Work>
+double costOf(Work work) {
+  const auto now = [] {
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+  };
+  const double start = now();
+  work();
+  return now() - start;
+}
+
+/// Has frames of a camera come at this time until the picture is the one wanted.
+bool comesToShow(Effect& effect, Probe& probe, char letter, MediaTime time) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (probe.shown() != letter) {
+    effect.prepareFrame(nullptr, {}, time);
+    std::this_thread::yield();
+    if (std::chrono::steady_clock::now() > end) return false;
+  }
+  return true;
+}
+
+TEST(AnimatedSticker, FramesOfACameraNeverWaitForIt) {
+  PictureFiles files;
+  const auto gif = Effect::create(makePlainGif(500, 500, std::vector<GifFrameSpec>(60))).value();
+  const auto pictures = Effect::create(files.write("rgbwk"), 0.1F).value();
+  const double decoding = costOf([&] {
+    const auto exact = std::dynamic_pointer_cast<Effect>(gif->copy());
+    for (int i = 0; i < 60; ++i) exact->refreshPictureWithTimestamp(i / 10.0 + 0.05);
+  });
+  for (const auto& effect : {gif, pictures}) {
+    Probe probe(effect);
+    effect->prepareFrame(nullptr, {}, MediaTime::make(0, 100));
+    EXPECT_EQ(probe.shown(), 'r');
+    const double calls = costOf([&] {
+      for (int i = 0; i < 60; ++i) effect->prepareFrame(nullptr, {}, MediaTime::make(i * 10 + 5, 100));
+    });
+    EXPECT_LT(calls * 4, decoding);
+    EXPECT_TRUE(comesToShow(*effect, probe, 'w', MediaTime::make(535, 100))) << "a jump";
+    EXPECT_TRUE(comesToShow(*effect, probe, 'g', MediaTime::make(115, 100))) << "back";
+  }
+  // A chain of one's own waits.
+  TavrelCaptureEffectChain chain({gif});
+  chain.connect(std::make_shared<TavrelGPUImageFilter>(), {20, 20});
+  Probe probe(gif);
+  for (const auto& [hundredths, letter] : {std::pair(535, 'w'), {115, 'g'}, {205, 'r'}}) {
+    chain.prepareFrame(nullptr, {}, MediaTime::make(hundredths, 100));
+    EXPECT_EQ(probe.shown(), letter);
+  }
+}
+
 TEST(AnimatedSticker, CopiesPlayTheSameAnimationFromTheStart) {
   const auto effect = gifEffect({10, 20});
   effect->setLoopCount(3);
@@ -205,9 +263,16 @@ TEST(AnimatedSticker, NeedsAPictureToStartWith) {
   EXPECT_FALSE(Effect::create(std::vector<std::filesystem::path>{}, 1).has_value());
   EXPECT_EQ(Effect::create(std::vector<std::filesystem::path>{"none.png"}, 1).error().description,
             "cannot read none.png: No such file or directory");
-  // No time for any picture: the first one stays.
+  // No time that could be counted for any picture: the first one stays.
   PictureFiles files;
-  EXPECT_EQ(Probe(Effect::create(files.write("rg"), 0).value()).shown({0, 5}), "rr");
+  const float infinity = std::numeric_limits<float>::infinity();
+  for (const float interval : {0.0F, -1.0F, infinity, -infinity, std::nanf(""), std::numeric_limits<float>::max()}) {
+    const auto effect = Effect::create(files.write("rg"), interval).value();
+    EXPECT_EQ(Probe(effect).shown({0, 5}), "rr") << interval;
+    for (const double time : {1e300, static_cast<double>(infinity), std::nan("")}) {
+      EXPECT_FALSE(effect->refreshPictureWithTimestamp(time));
+    }
+  }
 }
 
 /// What the blend filter gives when `frame` and the sticker's picture have gone through the graph.

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -9,18 +10,26 @@ namespace {
 /// Larger pictures only cost time.
 constexpr std::size_t kMostPixels = std::size_t{1} << 18;
 
+/// Further ones go the same ways.
+constexpr std::size_t kMostFrames = 8;
+
 }  // namespace
 
-/// PNG and JPEG, EXIF included: what is decoded is as large as announced, and can be turned upright.
+/// Pictures of all kinds, EXIF included, and animations of all but GIF, in any order: what is decoded is as large as
+/// announced, and can be turned upright.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   const auto source = tavrel::ImageSource::create(tavrel::Data(bytes, bytes + size));
   if (!source) return 0;
   const tavrel::ImageProperties properties = (*source)->properties(0);
   if (properties.width * properties.height > kMostPixels) return 0;
-  const auto image = (*source)->imageAtIndex(0);
-  if (!image) return 0;
-  if ((*image)->width() != properties.width || (*image)->height() != properties.height) __builtin_trap();
-  const auto upright = tavrel::normalizedImage(*image);
-  if (upright->width() * upright->height() != properties.width * properties.height) __builtin_trap();
+  const std::size_t count = std::min((*source)->count(), kMostFrames);
+  for (std::size_t i = 0; i < 2 * count; ++i) {
+    const auto image = (*source)->imageAtIndex(i < count ? i : 2 * count - 1 - i);
+    if (!image) continue;
+    if ((*image)->width() != properties.width || (*image)->height() != properties.height) __builtin_trap();
+    const auto upright = tavrel::normalizedImage(*image);
+    if (upright->width() * upright->height() != properties.width * properties.height) __builtin_trap();
+  }
+  while ((*source)->prepareJumps()) continue;
   return 0;
 }

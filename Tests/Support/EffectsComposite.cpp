@@ -11,11 +11,12 @@ namespace {
 /// How near to the edge a pixel counts as being on it.
 constexpr double kEdge = 1;
 
-/// Colours that no alpha covers are lost in files.
-Picture withoutHiddenColors(const Picture& picture) {
+/// Colours by alpha, so that what no alpha covers has no part in what is between pixels.
+Picture multiplied(const Picture& picture) {
   return {picture.width, picture.height, [&](int x, int y) {
-            const Pixel& pixel = picture.at(x, y);
-            return pixel.a == 0 ? Pixel{0, 0, 0, 0} : pixel;
+            Pixel pixel = picture.at(x, y);
+            for (int* color : {&pixel.r, &pixel.g, &pixel.b}) *color = (*color * pixel.a + 127) / 255;
+            return pixel;
           }};
 }
 
@@ -34,7 +35,7 @@ double offBy(const Pixel& pixel, const Rgba& expected) {
     return ::testing::AssertionFailure() << "the size is " << result.width << "x" << result.height;
   }
   const ReferencePicture below(frame);
-  const ReferencePicture above(withoutHiddenColors(sticker));
+  const ReferencePicture above(multiplied(sticker));
   int covered = 0;
   for (int y = 0; y < frame.height; ++y) {
     for (int x = 0; x < frame.width; ++x) {
@@ -49,7 +50,7 @@ double offBy(const Pixel& pixel, const Rgba& expected) {
       if (outside < 0) {
         ++covered;
         const Rgba color = above.sampled(u / place.size.width + 0.5, v / place.size.height + 0.5);
-        for (std::size_t i = 0; i < 3; ++i) expected[i] += (color[i] - expected[i]) * color[3];
+        for (std::size_t i = 0; i < 3; ++i) expected[i] += color[i] - expected[i] * color[3];
       }
       if (offBy(result.at(x, y), expected) > 2) {
         return ::testing::AssertionFailure() << x << ", " << y << ": " << result.at(x, y) << " instead of "

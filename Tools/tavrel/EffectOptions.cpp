@@ -79,27 +79,36 @@ std::shared_ptr<TavrelCaptureEffect> makeLookup(const std::string& value) {
   return effect;
 }
 
-std::shared_ptr<TavrelCaptureEffect> makeSticker(const std::string& value) {
-  const Placement placement = parsePlacement(value, "--sticker");
-  const auto source = valueOrThrow(ImageSource::createWithFile(placement.file));
-  auto sticker = std::make_shared<TavrelImageStickerCaptureEffect>();
-  sticker->setImage(normalizedImage(valueOrThrow(source->imageAtIndex(0))));
+template <typename Sticker>
+std::shared_ptr<TavrelCaptureEffect> placed(std::shared_ptr<Sticker> sticker, const Placement& placement) {
   sticker->setDestRect(placement.rectangle);
   sticker->setRotation(placement.radians);
   return sticker;
 }
 
+std::shared_ptr<TavrelCaptureEffect> makeAnimated(const ImageSource& source, const Placement& placement) {
+  auto created = TavrelAnimatedStickerCaptureEffect::create(valueOrThrow(readFile(placement.file)));
+  if (created) return placed(std::move(*created), placement);
+  throw std::runtime_error(
+      fmt::format("{} is damaged: none of its {} frames can be decoded", placement.file, source.count()));
+}
+
+std::shared_ptr<TavrelCaptureEffect> makeSticker(const std::string& value) {
+  const Placement placement = parsePlacement(value, "--sticker");
+  const auto source = valueOrThrow(ImageSource::createWithFile(placement.file));
+  if (source->count() > 1) return makeAnimated(*source, placement);
+  auto sticker = std::make_shared<TavrelImageStickerCaptureEffect>();
+  sticker->setImage(normalizedImage(valueOrThrow(source->imageAtIndex(0))));
+  return placed(std::move(sticker), placement);
+}
+
 std::shared_ptr<TavrelCaptureEffect> makeAnimatedSticker(const std::string& value) {
   const Placement placement = parsePlacement(value, "--gif");
   const auto source = valueOrThrow(ImageSource::createWithFile(placement.file));
-  if (std::string_view(source->type()) != "image/gif") {
-    throw std::runtime_error(fmt::format("{} is not a GIF; --sticker takes still pictures", placement.file));
+  if (source->count() == 1 && std::string_view(source->type()) != "image/gif") {
+    throw std::runtime_error(fmt::format("{} is no animation; --sticker takes still pictures", placement.file));
   }
-  const auto created = TavrelAnimatedStickerCaptureEffect::create(valueOrThrow(readFile(placement.file)));
-  if (!created) throw std::runtime_error(fmt::format("{}: {}", placement.file, created.error().description));
-  (*created)->setDestRect(placement.rectangle);
-  (*created)->setRotation(placement.radians);
-  return *created;
+  return makeAnimated(*source, placement);
 }
 
 }  // namespace
@@ -135,16 +144,12 @@ EffectOptions::EffectOptions(CLI::App& command) : command_(command) {
       makeBlur);
   add(command
           .add_option("--sticker",
-                      "Lay a picture over it, in pixels from the top left, turned clockwise about its centre")
+                      "Lay a picture over it, in pixels from the top left, turned clockwise about its centre; an "
+                      "animation plays in a movie and shows its first picture on a still one")
           ->type_name("FILE@X,Y,W,H[,DEGREES]")
           ->type_size(1),
       makeSticker);
-  add(command
-          .add_option("--gif",
-                      "The same with an animated GIF, which plays in a recording and shows its first picture "
-                      "on a still one")
-          ->type_name("FILE@X,Y,W,H[,DEGREES]")
-          ->type_size(1),
+  add(command.add_option("--gif", "The same, for animations only")->type_name("FILE@X,Y,W,H[,DEGREES]")->type_size(1),
       makeAnimatedSticker);
 }
 

@@ -23,7 +23,7 @@ FilterCommand::FilterCommand(CLI::App& app)
     : command_(app.add_subcommand("filter", "Send a picture through effects")),
       effects_(*command_),
       diagnostics_(*command_) {
-  command_->add_option("INPUT", input_, "A PNG, JPEG or GIF picture")->required();
+  command_->add_option("INPUT", input_, "A PNG, JPEG, GIF, WebP or AVIF picture")->required();
   command_->add_option("OUTPUT", output_, "The picture to write: .png or .jpg")->required();
   command_->add_option("--quality", quality_, "Of a JPEG, 0 to 1")->check(CLI::Range(0.0, 1.0))->capture_default_str();
   command_->add_option("--memory", memory_, "What the graph may take, in MiB: larger pictures are worked on in parts")

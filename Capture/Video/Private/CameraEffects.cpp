@@ -25,6 +25,7 @@ std::vector<CameraEffects::Observer> CameraEffects::addCaptureEffectsKVOs(const 
                                                                           const ChangeHandler& handler) const {
   std::vector<Observer> observers;
   for (const auto& effect : effects) {
+    effect->setWaitsForPictures(false);
     // The effect is owned for as long as it is observed.
     observers.emplace_back(
         effect, effect->addChangeObserver(

@@ -1,10 +1,12 @@
 #include "Platform/Dispatch/Private/DispatchWorker.h"
 
 #include <pthread.h>
+#include <sys/resource.h>
 
 #include <bit>
 #include <utility>
 
+#include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Dispatch/Private/CurrentQueue.h"
 #include "Platform/Dispatch/Private/DispatchRuntime.h"
 #include "Platform/Foundation/ProcessEnd.h"
@@ -20,6 +22,9 @@ void nameThisThread(const std::string& label) {
   pthread_setname_np(pthread_self(), label.c_str() + start);
   Tracer::nameThread(label);
 }
+
+/// How much further back than others a thread stands for the processor that does what nobody waits for.
+constexpr int kUtilityNiceness = 10;
 
 }  // namespace
 
@@ -51,6 +56,10 @@ void DispatchWorker::start(DispatchQueue* queue) {
     for (std::size_t i = 0; i < threadCount_; ++i) {
       life_->threads.emplace_back([queue, self = shared_from_this()] {
         nameThisThread(self->label_);
+        // On Linux, of this thread alone.
+        if (self->attribute_.qualityOfService == QualityOfService::utility) {
+          setpriority(PRIO_PROCESS, 0, kUtilityNiceness);
+        }
         const CurrentQueue scope(queue);
         ProcessEnd::watchThisThread();
         self->life_->context.run();

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
-
-#include "Platform/Imaging/ImageSource.h"
+#include <utility>
 
 namespace tavrel {
 namespace {
@@ -29,6 +28,44 @@ bool isLoopExtension(const GifByteType* block) {
          (std::memcmp(block + 1, "NETSCAPE2.0", 11) == 0 || std::memcmp(block + 1, "ANIMEXTS1.0", 11) == 0);
 }
 
+/// Looks whether the first code that is not the clearing one is that of a colour.
+class FirstCode {
+ public:
+  explicit FirstCode(int colorBits) : clearing_(1U << colorBits), codeBits_(colorBits + 1) {}
+
+  void feed(std::span<const GifByteType> block) {
+    for (const GifByteType byte : block) {
+      if (isDecided_) return;
+      bits_ |= static_cast<unsigned>(byte) << count_;
+      for (count_ += 8; count_ >= codeBits_ && !isDecided_; count_ -= codeBits_, bits_ >>= codeBits_) {
+        const unsigned code = bits_ & ((1U << codeBits_) - 1);
+        isDecided_ = code != clearing_;
+        isColor_ = code < clearing_;
+      }
+    }
+  }
+  bool isColor() const { return isColor_; }
+
+ private:
+  unsigned clearing_, bits_ = 0;
+  int codeBits_, count_ = 0;
+  bool isDecided_ = false, isColor_ = false;
+};
+
+/// The indexes of the rows, from the frame's top, in the order stored.
+std::vector<int> rowOrder(int height, bool isInterlaced) {
+  struct Pass {
+    int first, step;
+  };
+  static constexpr Pass kWhole[] = {{0, 1}};
+  static constexpr Pass kInterlaced[] = {{0, 8}, {4, 8}, {2, 4}, {1, 2}};
+  std::vector<int> rows;
+  for (const Pass& pass : isInterlaced ? std::span<const Pass>(kInterlaced) : kWhole) {
+    for (int y = pass.first; y < height; y += pass.step) rows.push_back(y);
+  }
+  return rows;
+}
+
 }  // namespace
 
 int GifReader::readInput(GifFileType* file, GifByteType* target, int size) {
@@ -38,11 +75,25 @@ int GifReader::readInput(GifFileType* file, GifByteType* target, int size) {
   if (count > 0) std::memcpy(target, input->bytes.data() + input->position, count);
   input->position += count;
   if (count < wanted) input->isCutOff = true;
+  if (input->readsBlocks) input->shortenBlock(*target);
   return static_cast<int>(count);
 }
 
+/// giflib leaves out a block that is cut off; this has it read what there is. Lengths and bytes of blocks are read by
+/// turns.
+void GifReader::Input::shortenBlock(GifByteType& read) {
+  const bool isLength = !std::exchange(isInBlock, false);
+  if (!isLength || isCutOff) return;
+  const std::size_t left = bytes.size() - position;
+  if (read > left) {
+    read = static_cast<GifByteType>(left);
+    isShortened = true;
+  }
+  isInBlock = read > 0;
+}
+
 std::string GifReader::describeError() const {
-  if (input_.isCutOff) return "it is cut off";
+  if (input_.isCutOff || input_.isShortened) return "it is cut off";
   const char* const text = file_ ? GifErrorString(file_->Error) : nullptr;
   return text ? text : "its code size is wrong";
 }
@@ -54,13 +105,13 @@ void GifReader::forgetSavedImages() {
   file_->ImageCount = 0;
 }
 
-bool GifReader::scan(const std::function<bool(int width, int height)>& acceptsScreen) {
+bool GifReader::scan(const FrameHandler& onFrame) {
   file_.reset(DGifOpen(&input_, &GifReader::readInput, nullptr));
   if (!file_) {
     reasonOfEnd_ = input_.isCutOff ? "it is cut off" : "it has no screen";
     return false;
   }
-  if (!acceptsScreen(screenWidth(), screenHeight())) return false;
+  onFrame_ = &onFrame;
   for (;;) {
     const std::size_t offset = input_.position;
     GifRecordType record = UNDEFINED_RECORD_TYPE;
@@ -96,63 +147,76 @@ bool GifReader::scanExtension() {
 bool GifReader::scanFrame(std::size_t offset) {
   if (DGifGetImageDesc(file_.get()) == GIF_ERROR) return false;
   const GifImageDesc& image = file_->Image;
-  const GifFrame frame = {.offset = offset,
-                          .left = image.Left,
-                          .top = image.Top,
-                          .width = image.Width,
-                          .height = image.Height,
-                          .control = pendingControl_};
+  GifFrame frame = {.offset = offset,
+                    .left = image.Left,
+                    .top = image.Top,
+                    .width = image.Width,
+                    .height = image.Height,
+                    .control = pendingControl_};
   forgetSavedImages();
   pendingControl_.reset();
-  if (!isWithinLimits(frame)) return false;
-  int codeSize = 0;
+  int colorBits = 0;
   GifByteType* block = nullptr;
-  if (DGifGetCode(file_.get(), &codeSize, &block) == GIF_ERROR) return false;
-  while (block) {
-    if (DGifGetCodeNext(file_.get(), &block) == GIF_ERROR) return false;
+  input_.readsBlocks = true;
+  input_.isInBlock = false;
+  int result = DGifGetCode(file_.get(), &colorBits, &block);
+  FirstCode first(colorBits);
+  while (result == GIF_OK && block) {
+    first.feed({block + 1, block[0]});
+    result = DGifGetCodeNext(file_.get(), &block);
   }
-  framePixels_ += frame.pixels();
-  frames_.push_back(frame);
-  return true;
+  input_.readsBlocks = false;
+  frame.hasPixels = first.isColor() || frame.pixels() == 0;
+  const bool isWhole = result == GIF_OK && !input_.isShortened;
+  return (isWhole || frame.hasPixels) && (*onFrame_)(frame) && isWhole;
 }
 
-bool GifReader::isWithinLimits(const GifFrame& frame) const {
-  const std::size_t screenPixels = static_cast<std::size_t>(screenWidth()) * static_cast<std::size_t>(screenHeight());
-  return frame.pixels() <= ImageSource::kMostPixelsOfGif &&
-         framePixels_ + frame.pixels() <= ImageSource::kMostPixelsOfGifFrames &&
-         (frames_.size() + 1) * screenPixels <= ImageSource::kMostPixelsOfGifPictures;
+bool GifReader::openFrame(const GifFrame& frame) {
+  forgetSavedImages();
+  input_.position = frame.offset;
+  input_.isCutOff = input_.isShortened = input_.readsBlocks = input_.isInBlock = false;
+  file_->Error = 0;
+  GifRecordType record = UNDEFINED_RECORD_TYPE;
+  return DGifGetRecordType(file_.get(), &record) == GIF_OK && DGifGetImageDesc(file_.get()) == GIF_OK;
 }
 
 std::optional<std::string> GifReader::readFrame(const GifFrame& frame, const RowHandler& onRow) {
-  input_.position = frame.offset;
-  input_.isCutOff = false;
-  file_->Error = 0;
-  GifRecordType record = UNDEFINED_RECORD_TYPE;
-  const bool isReady = DGifGetRecordType(file_.get(), &record) == GIF_OK && DGifGetImageDesc(file_.get()) == GIF_OK;
-  const bool isRead =
-      isReady && readRows(frame, paletteOf(file_->Image.ColorMap ? file_->Image.ColorMap : file_->SColorMap), onRow);
-  auto reason = isRead ? std::nullopt : std::optional(describeError());
+  if (frame.pixels() == 0) return std::nullopt;
+  if (!openFrame(frame)) return describeError();
+  const GifPalette palette = paletteOf(file_->Image.ColorMap ? file_->Image.ColorMap : file_->SColorMap);
+  std::optional<std::string> reason;
+  const std::vector<int> rows = rowOrder(frame.height, file_->Image.Interlace);
+  row_.resize(static_cast<std::size_t>(frame.width));
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    if (!readRow()) {
+      reason = describeError();
+      const std::size_t count = readPartOfRow(frame, i);
+      if (i + count > 0) reason.reset();
+      onRow(rows[i], {row_.data(), count}, palette);
+      break;
+    }
+    if (!onRow(rows[i], row_, palette)) break;
+  }
+  input_.readsBlocks = false;
   forgetSavedImages();
   return reason;
 }
 
-bool GifReader::readRows(const GifFrame& frame, const GifPalette& palette, const RowHandler& onRow) {
-  struct Pass {
-    int first, step;
-  };
-  static constexpr Pass kWhole[] = {{0, 1}};
-  static constexpr Pass kInterlaced[] = {{0, 8}, {4, 8}, {2, 4}, {1, 2}};
-  row_.resize(static_cast<std::size_t>(frame.width));
-  const auto readPass = [&](const Pass& pass) {
-    for (int y = pass.first; y < frame.height; y += pass.step) {
-      if (DGifGetLine(file_.get(), row_.data(), frame.width) == GIF_ERROR) return false;
-      onRow(y, row_.data(), palette);
-    }
-    return true;
-  };
-  if (frame.width == 0) return true;
-  return file_->Image.Interlace ? std::all_of(std::begin(kInterlaced), std::end(kInterlaced), readPass)
-                                : std::all_of(std::begin(kWhole), std::end(kWhole), readPass);
+bool GifReader::readRow() {
+  input_.readsBlocks = true;
+  return DGifGetLine(file_.get(), row_.data(), static_cast<int>(row_.size())) == GIF_OK;
+}
+
+/// giflib does not say how much of a row it could read: the frame is read once more, that row by single pixels.
+std::size_t GifReader::readPartOfRow(const GifFrame& frame, std::size_t rowsBefore) {
+  if (!openFrame(frame)) return 0;
+  for (std::size_t i = 0; i < rowsBefore; ++i) {
+    if (!readRow()) return 0;
+  }
+  input_.readsBlocks = true;
+  std::size_t count = 0;
+  while (count < row_.size() && DGifGetLine(file_.get(), &row_[count], 1) == GIF_OK) ++count;
+  return count;
 }
 
 }  // namespace tavrel

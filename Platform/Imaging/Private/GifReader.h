@@ -19,6 +19,7 @@ struct GifFrame {
   std::size_t offset = 0;  ///< of its image record in the file
   int left = 0, top = 0, width = 0, height = 0;
   std::optional<GraphicsControlBlock> control;
+  bool hasPixels = false;  ///< at least the first one can be unpacked
 
   int disposal() const { return control ? control->DisposalMode : DISPOSAL_UNSPECIFIED; }
   int transparentColor() const { return control ? control->TransparentColor : NO_TRANSPARENT_COLOR; }
@@ -35,27 +36,35 @@ class GifReader {
   GifReader(const GifReader&) = delete;
   GifReader& operator=(const GifReader&) = delete;
 
-  /// Walks through the file to its end, to the first thing that is not whole, or to the frame that would be more than
-  /// an animation may have. False when not even the screen is whole or its size is refused by `acceptsScreen`.
-  bool scan(const std::function<bool(int width, int height)>& acceptsScreen);
+  /// Told of each frame in turn; false ends the walk.
+  using FrameHandler = std::function<bool(const GifFrame& frame)>;
+  /// Walks through the file to its end, to the first thing that is broken, or until `onFrame` says so. A frame that is
+  /// cut off is the last one. False when not even the screen is whole.
+  bool scan(const FrameHandler& onFrame);
 
+  /// As the file says.
   int screenWidth() const { return file_->SWidth; }
   int screenHeight() const { return file_->SHeight; }
-  const std::vector<GifFrame>& frames() const { return frames_; }
   std::optional<int> loopCount() const { return loopCount_; }
   /// Why the walk ended early: "it is cut off", or giflib's words; empty when it came to the end.
   const std::string& reasonOfEnd() const { return reasonOfEnd_; }
 
   /// Called with each row of a frame, in the order stored: its index from the frame's top, and the row's colours.
-  using RowHandler = std::function<void(int y, const GifPixelType* row, const GifPalette& palette)>;
-  /// Unpacks a frame; gives the reason when it is damaged, after the rows that are whole.
+  using RowHandler = std::function<bool(int y, std::span<const GifPixelType> row, const GifPalette& palette)>;
+  /// Unpacks a frame as far as it is whole, its last row possibly in part, or until `onRow` says false. Gives the
+  /// reason when not a pixel can be unpacked.
   std::optional<std::string> readFrame(const GifFrame& frame, const RowHandler& onRow);
 
  private:
   struct Input {
     std::span<const std::uint8_t> bytes;
     std::size_t position = 0;
-    bool isCutOff = false;
+    bool isCutOff = false;     ///< more was asked for than there is
+    bool isShortened = false;  ///< a block is
+    bool readsBlocks = false;
+    bool isInBlock = false;
+
+    void shortenBlock(GifByteType& read);
   };
   struct Closer {
     void operator()(GifFileType* file) const { DGifCloseFile(file, nullptr); }
@@ -65,15 +74,15 @@ class GifReader {
   bool scanRecord(GifRecordType record, std::size_t offset);
   bool scanExtension();
   bool scanFrame(std::size_t offset);
-  bool isWithinLimits(const GifFrame& frame) const;
-  bool readRows(const GifFrame& frame, const GifPalette& palette, const RowHandler& onRow);
+  bool openFrame(const GifFrame& frame);
+  bool readRow();
+  std::size_t readPartOfRow(const GifFrame& frame, std::size_t rowsBefore);
   void forgetSavedImages();
   std::string describeError() const;
 
   Input input_;
   std::unique_ptr<GifFileType, Closer> file_;
-  std::vector<GifFrame> frames_;
-  std::size_t framePixels_ = 0;
+  const FrameHandler* onFrame_ = nullptr;
   std::optional<GraphicsControlBlock> pendingControl_;
   std::optional<int> loopCount_;
   std::string reasonOfEnd_;

@@ -70,6 +70,15 @@ Bitmap premultipliedBGRA(const Image& image) {
   return bitmap;
 }
 
+void multiplyByAlpha(Bitmap& straight) { finishColors(straight, false); }
+
+void layOnto(Bitmap& target, Bitmap& source, int left, int top, bool over) {
+  const PixmanImage from = pixmanImage(PIXMAN_a8r8g8b8, source);
+  const PixmanImage to = pixmanImage(PIXMAN_a8r8g8b8, target);
+  pixman_image_composite32(over ? PIXMAN_OP_OVER : PIXMAN_OP_SRC, from.get(), nullptr, to.get(), 0, 0, 0, 0, left, top,
+                           source.width, source.height);
+}
+
 Bitmap straightRGBA(const Image& image) {
   Bitmap bitmap = premultipliedBGRA(image);
   for (std::size_t i = 0; i < bitmap.pixels.size(); i += 4) {

@@ -34,6 +34,12 @@ Bitmap premultipliedBGRA(const Image& image);
 /// The picture as straight R, G, B, A: colours divided by alpha, rounded. Not turned.
 Bitmap straightRGBA(const Image& image);
 
+/// Straight B, G, R, A becomes premultiplied.
+void multiplyByAlpha(Bitmap& straight);
+
+/// Lays a premultiplied picture at a place of another: over what is there by its alpha, or instead.
+void layOnto(Bitmap& target, Bitmap& source, int left, int top, bool over);
+
 /// An image that takes over the premultiplied B, G, R, A pixels; `opaque` says that alpha is to be skipped.
 std::shared_ptr<Image> imageOf(Bitmap bitmap, bool opaque);
 

@@ -19,7 +19,10 @@ class PngReader {
   ~PngReader() { png_image_free(&image_); }
 
   bool begin(std::span<const std::uint8_t> bytes) {
-    return png_image_begin_read_from_memory(&image_, bytes.data(), bytes.size()) != 0;
+    if (png_image_begin_read_from_memory(&image_, bytes.data(), bytes.size()) == 0) return false;
+    // Without a word about colours 16 bits mean what 8 bits do, not linear light.
+    image_.flags |= PNG_IMAGE_FLAG_16BIT_sRGB;
+    return true;
   }
   bool hasAlpha() const { return (image_.format & PNG_FORMAT_FLAG_ALPHA) != 0; }
   std::size_t width() const { return image_.width; }
@@ -68,7 +71,19 @@ class PngSource : public ImageSource {
 
 }  // namespace
 
+std::optional<std::string> decodePng(std::span<const std::uint8_t> bytes, Bitmap& straight) {
+  PngReader reader;
+  if (!reader.begin(bytes)) return reader.message();
+  if (reader.width() * reader.height() * 4 != straight.pixels.size()) return "its sizes contradict each other";
+  if (!reader.finish(straight.pixels)) return reader.message();
+  return std::nullopt;
+}
+
 Expected<std::shared_ptr<ImageSource>> createPngSource(std::shared_ptr<DataProvider> data, std::string name) {
+  if (isAnimatedPng(data->bytes())) {
+    // Where that cannot be played, the picture for those who show no animations is there still.
+    if (auto animation = createApngSource(data, name)) return animation;
+  }
   PngReader reader;
   if (!reader.begin(data->bytes())) return damagedPicture(name, reader.message());
   if (const auto checked = checkPictureSize(name, reader.width(), reader.height()); !checked) {

@@ -12,8 +12,9 @@ using test::Picture;
 class Counted : public TavrelCaptureEffect {
  public:
   std::shared_ptr<TavrelCaptureEffect> copy() const override { return std::make_shared<Counted>(); }
-  TavrelCaptureEffectNodes makeNodes(Size) override {
+  TavrelCaptureEffectNodes makeNodes(Size frameSize) override {
     ++chains;
+    size = frameSize;
     auto filter = std::make_shared<TavrelGPUImageRotationFilter>(rotation);
     return {.filters = {filter, std::make_shared<TavrelGPUImageFilter>()}, .pictures = {}};
   }
@@ -32,6 +33,7 @@ class Counted : public TavrelCaptureEffect {
     announceChange(property);
   }
 
+  Size size;
   std::atomic<int> chains = 0;
   std::atomic<int> frames = 0;
   std::atomic<int> stills = 0;
@@ -56,13 +58,16 @@ TEST_F(CameraTest, AnOwnEffectDrawsAndIsFollowed) {
   EXPECT_TRUE(isUpright(recorder_->picture()));
   EXPECT_EQ(effect->chains, 2);
 
+  camera_->setSize({40, 30});
+  EXPECT_EQ(effect->chains, 3) << "placed anew";
+  EXPECT_EQ(effect->size, (Size{40, 30}));
   std::atomic<bool> isAnswered = false;
   camera_->snapshotWithCompletion([&](const auto&, const auto&) { isAnswered = true; });
   ASSERT_TRUE(runUntil([&] { return isAnswered.load(); }));
   EXPECT_EQ(effect->stills, 1);
   camera_->setCaptureEffects({});
   effect->set(kTavrelGPUImageRotate180, "other");
-  EXPECT_EQ(effect->chains, 2) << "no longer watched";
+  EXPECT_EQ(effect->chains, 3) << "no longer watched";
 }
 
 TEST_F(CameraTest, AnApplicationsFilterKeepsBlockRotationAndSize) {

@@ -202,7 +202,8 @@ TEST(Pictures, DamagedFilesAreRefusedWithoutHarm) {
       EXPECT_FALSE((*source)->imageAtIndex(0).has_value()) << type << length;
     }
   }
-  EXPECT_EQ(ImageSource::create(Data{1, 2, 3}, "x").error().description, "x is not a PNG, JPEG or GIF picture");
+  EXPECT_EQ(ImageSource::create(Data{1, 2, 3}, "x").error().description,
+            "x is not a PNG, JPEG, GIF, WebP or AVIF picture");
   // A header that promises 65280 × 65280 pixels.
   Data bomb = ImageDestination::encode(image, "image/jpeg").value();
   for (std::size_t i = 0; i + 9 < bomb.size(); ++i) {

@@ -204,7 +204,7 @@ TEST_F(FilterCommandTest, BadInputIsSaidInOneLineAndLeavesNothing) {
   const std::string out = file("out.png");
   const Case cases[] = {
       {file("none.png") + " " + out, 1, "cannot read " + file("none.png") + ": No such file or directory"},
-      {"/etc/passwd " + out, 1, "/etc/passwd is not a PNG, JPEG or GIF picture"},
+      {"/etc/passwd " + out, 1, "/etc/passwd is not a PNG, JPEG, GIF, WebP or AVIF picture"},
       {in + " " + file("none/out.png"), 1, "cannot write " + file("none/out.png") + ": No such file or directory"},
       {in + " " + file("out.bmp"), 1, file("out.bmp") + ": a picture's name ends in .png, .jpg or .jpeg"},
       {in + " " + out + " --crop 0,0,0.5", 2, "--crop 0,0,0.5: expected X,Y,W,H, each from 0 to 1"},
@@ -222,7 +222,7 @@ TEST_F(FilterCommandTest, BadInputIsSaidInOneLineAndLeavesNothing) {
            "a side of 8, 27, 64, 125 … pixels"},
       {in + " " + out + " --gif a.gif@1,2,0,4", 2, "--gif a.gif@1,2,0,4: width and height must be more than 0"},
       {in + " " + out + " --gif none.gif@1,2,3,4", 1, "cannot read none.gif: No such file or directory"},
-      {in + " " + out + " --gif " + in + "@1,2,3,4", 1, in + " is not a GIF; --sticker takes still pictures"},
+      {in + " " + out + " --gif " + in + "@1,2,3,4", 1, in + " is no animation; --sticker takes still pictures"},
       {in + " " + out + " --rotate 8", 2, "--rotate 8: the mode is a whole number from 0 to 7"},
   };
   for (const Case& each : cases) {
