@@ -106,6 +106,7 @@
 #include "Platform/Media/MediaError.h"
 #include "Platform/Media/MediaSettings.h"
 #include "Platform/Media/MediaTime.h"
+#include "Platform/Media/MoviePictures.h"
 #include "Platform/Media/PlayerItem.h"
 #include "Platform/Media/SampleBuffer.h"
 #include "Platform/Media/VideoComposition.h"

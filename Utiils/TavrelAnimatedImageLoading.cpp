@@ -5,6 +5,7 @@
 
 #include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Imaging/ImageSource.h"
+#include "Platform/Media/MoviePictures.h"
 #include "Utiils/Private/TavrelAnimatedImageShared.h"
 
 namespace tavrel {
@@ -115,7 +116,7 @@ Expected<std::shared_ptr<TavrelAnimatedImage>> TavrelAnimatedImage::create(std::
                                                                            bool predrawingEnabled) {
   if (!data || data->bytes().empty())
     return animatedImageFailure(ImagingErrorCode::nothingGiven, "No animated GIF data supplied.");
-  auto source = ImageSource::create(data, "the animated GIF");
+  auto source = createPictures(data, "the animated GIF");
   if (!source) {
     auto error = animatedImageFailure(
         static_cast<ImagingErrorCode>(source.error().code),

@@ -86,6 +86,12 @@ std::shared_ptr<TavrelCaptureEffect> placed(std::shared_ptr<Sticker> sticker, co
   return sticker;
 }
 
+std::shared_ptr<ImageSource> openPictures(const Placement& placement) {
+  return valueOrThrow(readFile(placement.file).and_then([&](Data bytes) {
+    return createPictures(DataProvider::create(std::move(bytes)), placement.file);
+  }));
+}
+
 std::shared_ptr<TavrelCaptureEffect> makeAnimated(const ImageSource& source, const Placement& placement) {
   auto created = TavrelAnimatedStickerCaptureEffect::create(valueOrThrow(readFile(placement.file)));
   if (created) return placed(std::move(*created), placement);
@@ -95,7 +101,7 @@ std::shared_ptr<TavrelCaptureEffect> makeAnimated(const ImageSource& source, con
 
 std::shared_ptr<TavrelCaptureEffect> makeSticker(const std::string& value) {
   const Placement placement = parsePlacement(value, "--sticker");
-  const auto source = valueOrThrow(ImageSource::createWithFile(placement.file));
+  const auto source = openPictures(placement);
   if (source->count() > 1) return makeAnimated(*source, placement);
   auto sticker = std::make_shared<TavrelImageStickerCaptureEffect>();
   sticker->setImage(normalizedImage(valueOrThrow(source->imageAtIndex(0))));
@@ -104,7 +110,7 @@ std::shared_ptr<TavrelCaptureEffect> makeSticker(const std::string& value) {
 
 std::shared_ptr<TavrelCaptureEffect> makeAnimatedSticker(const std::string& value) {
   const Placement placement = parsePlacement(value, "--gif");
-  const auto source = valueOrThrow(ImageSource::createWithFile(placement.file));
+  const auto source = openPictures(placement);
   if (source->count() == 1 && std::string_view(source->type()) != "image/gif") {
     throw std::runtime_error(fmt::format("{} is no animation; --sticker takes still pictures", placement.file));
   }

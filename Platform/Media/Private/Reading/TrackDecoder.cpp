@@ -24,11 +24,12 @@ bool isSane(std::int64_t time) { return time > -kLatestTime && time < kLatestTim
 
 }  // namespace
 
-Expected<std::unique_ptr<TrackDecoder>> TrackDecoder::open(const std::filesystem::path& path, int trackID) {
+Expected<std::unique_ptr<TrackDecoder>> TrackDecoder::open(const std::filesystem::path& path, int trackID,
+                                                           Alpha alpha) {
   std::unique_ptr<TrackDecoder> decoder(new TrackDecoder);
   decoder->path_ = path;
   if (auto opened = decoder->openFile(trackID); !opened) return tl::unexpected(opened.error());
-  if (auto opened = decoder->openCodec(path); !opened) return tl::unexpected(opened.error());
+  if (auto opened = decoder->openCodec(path, decoder->findCodec(alpha)); !opened) return tl::unexpected(opened.error());
   return decoder;
 }
 
@@ -40,8 +41,17 @@ Expected<void> TrackDecoder::openFile(int trackID) {
   return {};
 }
 
-Expected<void> TrackDecoder::openCodec(const std::filesystem::path& path) {
-  const AVCodec* codec = avcodec_find_decoder(parameters().codec_id);
+const AVCodec* TrackDecoder::findCodec(Alpha alpha) const {
+  const AVCodecID id = parameters().codec_id;
+  const AVCodec* withAlpha = nullptr;
+  if (alpha == Alpha::kept && av_dict_get(stream_->metadata, "alpha_mode", nullptr, 0)) {
+    if (id == AV_CODEC_ID_VP8) withAlpha = avcodec_find_decoder_by_name("libvpx");
+    if (id == AV_CODEC_ID_VP9) withAlpha = avcodec_find_decoder_by_name("libvpx-vp9");
+  }
+  return withAlpha ? withAlpha : avcodec_find_decoder(id);
+}
+
+Expected<void> TrackDecoder::openCodec(const std::filesystem::path& path, const AVCodec* codec) {
   codec_.reset(avcodec_alloc_context3(codec));
   packet_.reset(av_packet_alloc());
   frame_.reset(av_frame_alloc());

@@ -14,7 +14,11 @@ namespace tavrel {
 /// a time.
 class TrackDecoder {
  public:
-  static Expected<std::unique_ptr<TrackDecoder>> open(const std::filesystem::path& path, int trackID);
+  /// FFmpeg's own decoders for VP8 and VP9 leave alpha out; libvpx's are used where it is wanted.
+  enum class Alpha { leftOut, kept };
+
+  static Expected<std::unique_ptr<TrackDecoder>> open(const std::filesystem::path& path, int trackID,
+                                                      Alpha alpha = Alpha::leftOut);
 
   /// The next decoded frame in order of presentation, valid until the next call; its `pts` is the time on the asset's
   /// time line in units of `timeBase()`, later than the frame's before, and `pkt_duration` is its length, 0 when
@@ -38,7 +42,8 @@ class TrackDecoder {
 
   Expected<void> openFile(int trackID);
   void startOver();
-  Expected<void> openCodec(const std::filesystem::path& path);
+  const AVCodec* findCodec(Alpha alpha) const;
+  Expected<void> openCodec(const std::filesystem::path& path, const AVCodec* codec);
   /// True with a frame in `frame_`, false when the decoder wants data or is at its end.
   bool receive();
   void feed();
