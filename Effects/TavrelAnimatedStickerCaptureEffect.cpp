@@ -8,6 +8,8 @@
 #include "GPUImage/Filters/TavrelGPUImageAlphaBlendFilter.h"
 #include "GPUImage/Filters/TavrelGPUImagePlacementFilter.h"
 #include "GPUImage/Sources/TavrelGPUImagePicture.h"
+#include "GPUImage/TavrelGPUImageContext.h"
+#include "Platform/Foundation/Finite.h"
 #include "Platform/Imaging/ImageSource.h"
 #include "Platform/Imaging/ImagingError.h"
 #include "TavrelBase/Utils/TavrelUtils.h"
@@ -144,6 +146,7 @@ Size TavrelAnimatedStickerCaptureEffect::size() const {
 }
 
 void TavrelAnimatedStickerCaptureEffect::setVideoSize(Size videoSize) {
+  if (!isFinite(videoSize)) return;
   changeValue(videoSize_, videoSize, "videoSize");
   TavrelGPUImagePlacementFilter& placement = *implementation_->transformFilter;
   placement.setAffineTransform(TavrelGetTransform(destRect_, videoSize_, static_cast<float>(rotation_)));

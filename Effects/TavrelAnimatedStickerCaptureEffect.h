@@ -62,13 +62,13 @@ class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelCaptureEffect
   void setLoopCount(std::int64_t loopCount) { changeValue(loopCount_, loopCount, "loopCount"); }
   /// Where the sticker lies, in pixels of the video. This and the rotation count from the next `setVideoSize` on.
   const Rect& destRect() const { return destRect_; }
-  void setDestRect(const Rect& destRect) { changeValue(destRect_, destRect, "destRect"); }
+  void setDestRect(const Rect& destRect) { change(destRect_, destRect, "destRect"); }
   /// In radians, about the rectangle's centre.
   double rotation() const { return rotation_; }
-  void setRotation(double rotation) { changeValue(rotation_, rotation, "rotation"); }
+  void setRotation(double rotation) { change(rotation_, rotation, "rotation"); }
   /// The time, in seconds of the video, at which the animation started; negative before that.
   double startTimestamp() const { return startTimestamp_; }
-  void setStartTimestamp(double startTimestamp) { changeValue(startTimestamp_, startTimestamp, "startTimestamp"); }
+  void setStartTimestamp(double startTimestamp) { change(startTimestamp_, startTimestamp, "startTimestamp"); }
 
   /// Of the frames, in pixels. Setting it, even to the same, places the sticker.
   Size videoSize() const { return videoSize_; }
@@ -87,6 +87,10 @@ class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelCaptureEffect
  private:
   struct Implementation;
 
+  template <typename Property, typename Value>
+  void change(Property& property, const Value& value, std::string_view name) {
+    if (isFinite(value)) changeValue(property, value, name);
+  }
   std::optional<std::size_t> frameDueAt(double timestamp);
   void showReadyFrame(double timestamp);
 

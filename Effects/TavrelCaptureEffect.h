@@ -9,6 +9,7 @@
 
 #include "Effects/TavrelCaptureEffectNodes.h"
 #include "Effects/TavrelObject.h"
+#include "Platform/Foundation/Finite.h"
 #include "Platform/Foundation/Geometry.h"
 #include "Platform/Media/MediaTime.h"
 
@@ -86,9 +87,11 @@ class TAVREL_API TavrelCaptureEffect : public TavrelObject {
   /// Observers watch an effect, not its copies.
   TavrelCaptureEffect(const TavrelCaptureEffect& other);
 
-  /// Stores a new value, tells those who observe the property by name, then announces the change.
+  /// Refuses numbers that are not finite. Else stores a new value, tells those who observe the property by name, then
+  /// announces the change.
   template <typename Property, typename Value>
   void changeProperty(Property& property, Value&& value, std::string_view name) {
+    if (!isFinite(value)) return;
     changeValue(property, std::forward<Value>(value), name);
     announceChange(name);
   }

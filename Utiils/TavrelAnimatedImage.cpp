@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Platform/Dispatch/DispatchQueue.h"
+#include "Platform/Foundation/Finite.h"
 #include "Platform/Imaging/BitmapContext.h"
 #include "Platform/Imaging/ImageSource.h"
 #include "TavrelBase/Log/LogCall.h"
@@ -46,7 +47,7 @@ const std::map<std::size_t, double>& TavrelAnimatedImage::delayTimesForIndexes()
 }
 
 void TavrelAnimatedImage::setDurationPerLoop(double durationPerLoop) {
-  implementation_->durationPerLoop = durationPerLoop;
+  if (isFinite(durationPerLoop)) implementation_->durationPerLoop = durationPerLoop;
 }
 
 void TavrelAnimatedImage::setDebugDelegate(std::weak_ptr<TavrelAnimatedImageDebugDelegate> delegate) {

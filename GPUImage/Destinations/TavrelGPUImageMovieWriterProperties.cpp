@@ -2,6 +2,7 @@
 
 #include "GPUImage/Destinations/Private/MovieWriterImplementation.h"
 #include "GPUImage/Private/Properties.h"
+#include "Platform/Foundation/Finite.h"
 
 namespace tavrel {
 
@@ -13,6 +14,7 @@ AffineTransform TavrelGPUImageMovieWriter::transform() const {
 }
 
 void TavrelGPUImageMovieWriter::setTransform(const AffineTransform& newValue) {
+  if (!isFinite(newValue)) return;
   if (const auto track = implementation_->video.input()) track->setTransform(newValue);
 }
 

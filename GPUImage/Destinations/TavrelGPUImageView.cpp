@@ -11,6 +11,7 @@
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebufferLease.h"
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Foundation/Finite.h"
 #include "Platform/Graphics/GLDrawable.h"
 #include "Platform/Tracing/TraceNames.h"
 #include "Platform/UI/Screen.h"
@@ -115,6 +116,7 @@ TAVREL_ATOMIC_PROPERTY(TavrelGPUImageView, bool, enabled, setEnabled)
 const std::array<GLfloat, 8>& TavrelGPUImageView::imageVertices() const { return implementation_->imageVertices; }
 
 void TavrelGPUImageView::setBackgroundColorRed(GLfloat redComponent, GLfloat green, GLfloat blue, GLfloat alpha) {
+  if (!isFinite(redComponent + green + blue + alpha)) return;
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
     implementation_->backgroundColorRed = redComponent;
     implementation_->backgroundColorGreen = green;

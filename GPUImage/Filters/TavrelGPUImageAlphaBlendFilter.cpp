@@ -1,6 +1,7 @@
 #include "GPUImage/Filters/TavrelGPUImageAlphaBlendFilter.h"
 
 #include "GPUImage/Private/Properties.h"
+#include "Platform/Foundation/Finite.h"
 
 namespace tavrel {
 
@@ -27,6 +28,7 @@ TavrelGPUImageAlphaBlendFilter::~TavrelGPUImageAlphaBlendFilter() = default;
 TAVREL_NODE_VALUE(TavrelGPUImageAlphaBlendFilter, double, mix)
 
 void TavrelGPUImageAlphaBlendFilter::setMix(double newValue) {
+  if (!isFinite(newValue)) return;
   onVideoProcessingQueue([&] {
     implementation_->mix = newValue;
     setFloat(static_cast<GLfloat>(newValue), implementation_->mixUniform, program());

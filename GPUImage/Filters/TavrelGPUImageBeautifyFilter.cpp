@@ -1,6 +1,7 @@
 #include "GPUImage/Filters/TavrelGPUImageBeautifyFilter.h"
 
 #include "GPUImage/Private/Properties.h"
+#include "Platform/Foundation/Finite.h"
 
 namespace tavrel {
 
@@ -78,6 +79,7 @@ TavrelGPUImageBeautifyFilter::~TavrelGPUImageBeautifyFilter() = default;
 TAVREL_NODE_VALUE(TavrelGPUImageBeautifyFilter, double, beautyLevel)
 
 void TavrelGPUImageBeautifyFilter::setBeautyLevel(double newValue) {
+  if (!isFinite(newValue)) return;
   onVideoProcessingQueue([&] {
     implementation_->beautyLevel = newValue;
     setParams(newValue, implementation_->toneLevel);
@@ -87,6 +89,7 @@ void TavrelGPUImageBeautifyFilter::setBeautyLevel(double newValue) {
 TAVREL_NODE_VALUE(TavrelGPUImageBeautifyFilter, double, brightLevel)
 
 void TavrelGPUImageBeautifyFilter::setBrightLevel(double newValue) {
+  if (!isFinite(newValue)) return;
   onVideoProcessingQueue([&] {
     implementation_->brightLevel = newValue;
     setFloat(static_cast<GLfloat>(0.6 * (newValue - 0.5)), "brightness");
@@ -96,6 +99,7 @@ void TavrelGPUImageBeautifyFilter::setBrightLevel(double newValue) {
 TAVREL_NODE_PROPERTY(TavrelGPUImageBeautifyFilter, double, toneLevel, setToneLevel)
 
 void TavrelGPUImageBeautifyFilter::setParams(double beauty, double tone) {
+  if (!isFinite(beauty) || !isFinite(tone)) return;
   const auto toning = static_cast<GLfloat>(0.1 + 0.3 * tone);
   setFloatVec4({static_cast<GLfloat>(1.0 - 0.6 * beauty), static_cast<GLfloat>(1.0 - 0.3 * beauty), toning, toning},
                "params");

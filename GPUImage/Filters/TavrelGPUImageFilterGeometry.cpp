@@ -1,5 +1,6 @@
 #include "GPUImage/Filters/Private/FilterImplementation.h"
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
+#include "Platform/Foundation/Finite.h"
 
 namespace tavrel {
 namespace {
@@ -74,7 +75,9 @@ Size TavrelGPUImageFilter::inputSizeUnderOverride(Size size) const {
 }
 
 void TavrelGPUImageFilter::forceProcessingAtSize(Size frameSize) {
+  if (!isFinite(frameSize) || frameSize.width < 0 || frameSize.height < 0) return;
   onVideoProcessingQueue([&] {
+    frameSize = TavrelGPUImageContext::sizeThatFitsWithinATextureForSize(frameSize);
     if (isZero(frameSize)) return setForcedMaximumSize(forcedMaximumSize(), false);
     setForcedMaximumSize(frameSize, true);
     setInputTextureSize(frameSize);
@@ -82,7 +85,9 @@ void TavrelGPUImageFilter::forceProcessingAtSize(Size frameSize) {
 }
 
 void TavrelGPUImageFilter::forceProcessingAtSizeRespectingAspectRatio(Size frameSize) {
+  if (!isFinite(frameSize) || frameSize.width < 0 || frameSize.height < 0) return;
   onVideoProcessingQueue([&] {
+    frameSize = TavrelGPUImageContext::sizeThatFitsWithinATextureForSize(frameSize);
     setForcedMaximumSize(frameSize, !isZero(frameSize));
     if (isZero(frameSize)) setInputTextureSize({});
   });

@@ -5,6 +5,7 @@
 
 #include "GPUImage/Filters/Private/FilterImplementation.h"
 #include "GPUImage/TavrelGLProgram.h"
+#include "Platform/Foundation/Finite.h"
 
 namespace tavrel {
 namespace {
@@ -35,6 +36,7 @@ auto vec4Setter(TavrelGPUVector4 vector) {
 }  // namespace
 
 void TavrelGPUImageFilter::setBackgroundColor(GLfloat red, GLfloat green, GLfloat blue, GLfloat alpha) {
+  if (!isFinite(red + green + blue + alpha)) return;
   onVideoProcessingQueue([&] {
     implementation_->backgroundColorRed = red;
     implementation_->backgroundColorGreen = green;

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "GPUImage/Private/Properties.h"
+#include "Platform/Foundation/Finite.h"
 
 namespace tavrel {
 namespace {
@@ -54,6 +55,7 @@ TavrelGPUImageGaussianBlurFilter::~TavrelGPUImageGaussianBlurFilter() = default;
 TAVREL_NODE_VALUE(TavrelGPUImageGaussianBlurFilter, double, texelSpacingMultiplier)
 
 void TavrelGPUImageGaussianBlurFilter::setTexelSpacingMultiplier(double newValue) {
+  if (!isFinite(newValue)) return;
   onVideoProcessingQueue([&] {
     implementation_->texelSpacingMultiplier = newValue;
     setVerticalTexelSpacing(newValue);
@@ -64,6 +66,7 @@ void TavrelGPUImageGaussianBlurFilter::setTexelSpacingMultiplier(double newValue
 TAVREL_NODE_VALUE(TavrelGPUImageGaussianBlurFilter, double, blurRadiusInPixels)
 
 void TavrelGPUImageGaussianBlurFilter::setBlurRadiusInPixels(double newValue) {
+  if (!isFinite(newValue)) return;
   onVideoProcessingQueue([&] {
     const double sigma = std::round(newValue);
     if (sigma != implementation_->blurRadiusInPixels) {
@@ -79,7 +82,7 @@ void TavrelGPUImageGaussianBlurFilter::setBlurRadiusInPixels(double newValue) {
 TAVREL_NODE_VALUE(TavrelGPUImageGaussianBlurFilter, double, blurRadiusAsFractionOfImageWidth)
 
 void TavrelGPUImageGaussianBlurFilter::setBlurRadiusAsFractionOfImageWidth(double newValue) {
-  if (newValue < 0) return;
+  if (!isFinite(newValue) || newValue < 0) return;
   onVideoProcessingQueue([&] {
     implementation_->setFraction(newValue, implementation_->blurRadiusAsFractionOfImageWidth,
                                  implementation_->blurRadiusAsFractionOfImageHeight);
@@ -89,7 +92,7 @@ void TavrelGPUImageGaussianBlurFilter::setBlurRadiusAsFractionOfImageWidth(doubl
 TAVREL_NODE_VALUE(TavrelGPUImageGaussianBlurFilter, double, blurRadiusAsFractionOfImageHeight)
 
 void TavrelGPUImageGaussianBlurFilter::setBlurRadiusAsFractionOfImageHeight(double newValue) {
-  if (newValue < 0) return;
+  if (!isFinite(newValue) || newValue < 0) return;
   onVideoProcessingQueue([&] {
     implementation_->setFraction(newValue, implementation_->blurRadiusAsFractionOfImageHeight,
                                  implementation_->blurRadiusAsFractionOfImageWidth);

@@ -1,6 +1,7 @@
 #include "GPUImage/Filters/TavrelGPUImageLookupFilter.h"
 
 #include "GPUImage/Private/Properties.h"
+#include "Platform/Foundation/Finite.h"
 
 namespace tavrel {
 
@@ -34,6 +35,7 @@ TavrelGPUImageLookupFilter::~TavrelGPUImageLookupFilter() = default;
 TAVREL_NODE_VALUE(TavrelGPUImageLookupFilter, double, intensity)
 
 void TavrelGPUImageLookupFilter::setIntensity(double newValue) {
+  if (!isFinite(newValue)) return;
   onVideoProcessingQueue([&] {
     implementation_->intensity = newValue;
     setFloat(static_cast<GLfloat>(newValue), implementation_->intensityUniform, program());

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "GPUImage/Private/Properties.h"
+#include "Platform/Foundation/Finite.h"
 
 namespace tavrel {
 
@@ -42,6 +43,7 @@ void TavrelGPUImageTransformFilter::setAffineTransform(const AffineTransform& ne
 TAVREL_NODE_VALUE(TavrelGPUImageTransformFilter, Transform3D, transform3D)
 
 void TavrelGPUImageTransformFilter::setTransform3D(const Transform3D& newValue) {
+  if (!isFinite(newValue)) return;
   onVideoProcessingQueue([&] {
     implementation_->transform3D = newValue;
     TavrelGPUMatrix4x4 matrix{};

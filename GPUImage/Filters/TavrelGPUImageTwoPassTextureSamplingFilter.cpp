@@ -2,6 +2,7 @@
 
 #include "GPUImage/Private/Properties.h"
 #include "GPUImage/TavrelGLProgram.h"
+#include "Platform/Foundation/Finite.h"
 
 namespace tavrel {
 
@@ -43,6 +44,7 @@ void TavrelGPUImageTwoPassTextureSamplingFilter::findStepUniforms() {
 TAVREL_NODE_VALUE(TavrelGPUImageTwoPassTextureSamplingFilter, double, verticalTexelSpacing)
 
 void TavrelGPUImageTwoPassTextureSamplingFilter::setVerticalTexelSpacing(double newValue) {
+  if (!isFinite(newValue)) return;
   onVideoProcessingQueue([&] {
     implementation_->verticalTexelSpacing = newValue;
     setupFilterForSize(sizeOfFBO());
@@ -52,6 +54,7 @@ void TavrelGPUImageTwoPassTextureSamplingFilter::setVerticalTexelSpacing(double 
 TAVREL_NODE_VALUE(TavrelGPUImageTwoPassTextureSamplingFilter, double, horizontalTexelSpacing)
 
 void TavrelGPUImageTwoPassTextureSamplingFilter::setHorizontalTexelSpacing(double newValue) {
+  if (!isFinite(newValue)) return;
   onVideoProcessingQueue([&] {
     implementation_->horizontalTexelSpacing = newValue;
     setupFilterForSize(sizeOfFBO());

@@ -46,7 +46,7 @@ Expected<Data> encodeJpeg(const Image& image, double quality) {
   const std::unique_ptr<void, int (*)(tjhandle)> compressor(tjInitCompress(), &tjDestroy);
   unsigned char* encoded = nullptr;
   unsigned long size = 0;
-  const int percent = std::clamp(static_cast<int>(std::lround(quality * 100)), 1, 100);
+  const int percent = static_cast<int>(std::lround(std::fmin(1, std::fmax(0.01, quality)) * 100));
   const int result = tjCompress2(compressor.get(), pixels.pixels.data(), pixels.width, 0, pixels.height, TJPF_BGRX,
                                  &encoded, &size, percent >= 90 ? TJSAMP_444 : TJSAMP_420, percent, 0);
   const std::unique_ptr<unsigned char, void (*)(unsigned char*)> owner(encoded, &tjFree);

@@ -1,5 +1,6 @@
 #include "Platform/Media/AssetWriterInput.h"
 
+#include "Platform/Foundation/Finite.h"
 #include "Platform/Media/Private/Writing/InputPipeline.h"
 
 namespace tavrel {
@@ -24,6 +25,7 @@ void AssetWriterInput::setExpectsMediaDataInRealTime(bool expects) {
 AffineTransform AssetWriterInput::transform() const { return pipeline_->configuration().transform; }
 
 void AssetWriterInput::setTransform(const AffineTransform& transform) {
+  if (!isFinite(transform)) return;
   pipeline_->configure([&](InputPipeline::Configuration& configuration) { configuration.transform = transform; });
 }
 

@@ -1,5 +1,6 @@
 #include "Platform/Media/AudioMix.h"
 
+#include "Platform/Foundation/Finite.h"
 #include "Platform/Media/Private/Composing/Ramps.h"
 
 namespace tavrel {
@@ -9,6 +10,7 @@ void AudioMixInputParameters::setVolume(double volume, MediaTime time) {
 }
 
 void AudioMixInputParameters::setVolumeRamp(double startVolume, double endVolume, const MediaTimeRange& timeRange) {
+  if (!isFinite(startVolume) || !isFinite(endVolume)) return;
   addRamp(volumes_, {startVolume, endVolume, timeRange});
 }
 

@@ -1,4 +1,5 @@
 #include "Platform/Media/Composition.h"
+#include "Platform/Foundation/Finite.h"
 #include "Platform/Media/MediaError.h"
 
 #include <fmt/format.h>
@@ -53,6 +54,7 @@ MediaTime MutableCompositionTrack::duration() const {
 AffineTransform MutableCompositionTrack::preferredTransform() const { return snapshot()->preferredTransform(); }
 
 void MutableCompositionTrack::setPreferredTransform(const AffineTransform& transform) {
+  if (!isFinite(transform)) return;
   const std::lock_guard lock(mutex_);
   preferredTransform_ = transform;
 }

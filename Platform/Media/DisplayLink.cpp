@@ -1,5 +1,6 @@
 #include "Platform/Media/DisplayLink.h"
 
+#include <algorithm>
 #include <atomic>
 #include <utility>
 
@@ -7,6 +8,10 @@ namespace tavrel {
 namespace {
 
 std::atomic<double> displayRate = 60;
+
+/// In pictures a second.
+constexpr double kSlowestDisplay = 0.1;
+constexpr double kFastestDisplay = 1000;
 
 }  // namespace
 
@@ -21,7 +26,7 @@ DisplayLink::DisplayLink(Callback callback) : callback_(std::move(callback)) {}
 DisplayLink::~DisplayLink() { invalidate(); }
 
 void DisplayLink::setDisplayRate(double framesPerSecond) {
-  if (framesPerSecond > 0) displayRate = framesPerSecond;
+  if (framesPerSecond > 0) displayRate = std::clamp(framesPerSecond, kSlowestDisplay, kFastestDisplay);
 }
 
 double DisplayLink::hostTime() {

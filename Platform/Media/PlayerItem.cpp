@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Foundation/Finite.h"
 #include "Platform/Media/DisplayLink.h"
 
 namespace tavrel {
@@ -21,6 +22,7 @@ PlayerItem::~PlayerItem() {
 }
 
 void PlayerItem::setRate(double rate) {
+  if (!isFinite(rate)) return;
   const double now = DisplayLink::hostTime();
   const double time = itemTimeForHostTime(now).seconds();
   const std::lock_guard lock(mutex_);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "Platform/Foundation/Finite.h"
 #include "Platform/Media/Asset.h"
 #include "Platform/Media/Private/Composing/Ramps.h"
 
@@ -43,6 +44,7 @@ void VideoCompositionLayerInstruction::setTransform(const AffineTransform& trans
 
 void VideoCompositionLayerInstruction::setTransformRamp(const AffineTransform& start, const AffineTransform& end,
                                                         const MediaTimeRange& timeRange) {
+  if (!isFinite(start) || !isFinite(end)) return;
   addRamp(transforms_, {start, end, timeRange});
 }
 
@@ -51,6 +53,7 @@ void VideoCompositionLayerInstruction::setOpacity(double opacity, MediaTime time
 }
 
 void VideoCompositionLayerInstruction::setOpacityRamp(double start, double end, const MediaTimeRange& timeRange) {
+  if (!isFinite(start) || !isFinite(end)) return;
   addRamp(opacities_, {start, end, timeRange});
 }
 

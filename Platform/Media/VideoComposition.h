@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Finite.h"
 #include "Platform/Foundation/Geometry.h"
 #include "Platform/Media/MediaTime.h"
 
@@ -88,8 +89,12 @@ class TAVREL_API MutableVideoComposition : public VideoComposition {
   static std::shared_ptr<MutableVideoComposition> createWithPropertiesOfAsset(const Asset& asset);
 
   void setFrameDuration(MediaTime newValue) { frameDuration_ = newValue; }
-  void setRenderSize(Size newValue) { renderSize_ = newValue; }
-  void setRenderScale(double newValue) { renderScale_ = newValue; }
+  void setRenderSize(Size newValue) {
+    if (isFinite(newValue)) renderSize_ = newValue;
+  }
+  void setRenderScale(double newValue) {
+    if (isFinite(newValue)) renderScale_ = newValue;
+  }
   void setInstructions(std::vector<VideoCompositionInstruction> newValue) { instructions_ = std::move(newValue); }
 
  private:

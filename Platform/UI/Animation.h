@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Finite.h"
 #include "Platform/UI/AnimatedValues.h"
 #include "Platform/UI/TimingFunction.h"
 
@@ -37,7 +38,9 @@ class TAVREL_API Animation {
 
   /// In seconds. 0, the default, means the group's duration within a group, else `kDefaultDuration`.
   double duration() const { return duration_; }
-  void setDuration(double duration) { duration_ = duration; }
+  void setDuration(double duration) {
+    if (isFinite(duration)) duration_ = duration;
+  }
   const TimingFunction& timingFunction() const { return timingFunction_; }
   void setTimingFunction(const TimingFunction& timingFunction) { timingFunction_ = timingFunction; }
   AnimationFillMode fillMode() const { return fillMode_; }

@@ -15,14 +15,14 @@ Layer::~Layer() {
 }
 
 void Layer::setBounds(const Rect& bounds) {
-  if (bounds_ == bounds) return;
+  if (bounds_ == bounds || !isFinite(bounds)) return;
   bounds_ = bounds;
   contentsSizeDidChange();
   setNeedsDisplay();
 }
 
 void Layer::setContentsScale(double scale) {
-  if (contentsScale_ == scale) return;
+  if (contentsScale_ == scale || !isFinite(scale)) return;
   contentsScale_ = scale;
   contentsSizeDidChange();
   setNeedsDisplay();

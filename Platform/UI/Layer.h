@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Finite.h"
 #include "Platform/Foundation/Geometry.h"
 #include "Platform/UI/AnimatedValues.h"
 #include "Platform/UI/Color.h"
@@ -97,7 +98,7 @@ class TAVREL_API Layer : public std::enable_shared_from_this<Layer> {
 
   template <typename Value>
   void set(Value& member, const Value& value) {
-    if (member == value) return;
+    if (member == value || !isFinite(value)) return;
     member = value;
     setNeedsDisplay();
   }

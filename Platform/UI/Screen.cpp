@@ -1,5 +1,6 @@
 #include "Platform/UI/Screen.h"
 
+#include "Platform/Foundation/Finite.h"
 #include "Platform/Media/DisplayLink.h"
 
 namespace tavrel {
@@ -16,7 +17,7 @@ double Screen::scale() const {
 
 void Screen::setScale(double scale) {
   const std::lock_guard lock(mutex_);
-  if (scale > 0) scale_ = scale;
+  if (isFinite(scale) && scale > 0) scale_ = scale;
 }
 
 Size Screen::size() const {
@@ -31,8 +32,8 @@ double Screen::framesPerSecond() const {
 
 void Screen::setMode(Size size, double framesPerSecond) {
   const std::lock_guard lock(mutex_);
-  size_ = size;
-  if (framesPerSecond <= 0) return;
+  if (isFinite(size)) size_ = size;
+  if (!isFinite(framesPerSecond) || framesPerSecond <= 0) return;
   framesPerSecond_ = framesPerSecond;
   DisplayLink::setDisplayRate(framesPerSecond);
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "Platform/Foundation/Finite.h"
 #include "Platform/UI/Screen.h"
 #include "Platform/UI/TapGestureRecognizer.h"
 
@@ -35,7 +36,7 @@ void View::setBounds(const Rect& bounds) {
 }
 
 void View::setContentScaleFactor(double scale) {
-  if (contentScaleFactor() == scale) return;
+  if (contentScaleFactor() == scale || !isFinite(scale)) return;
   layer_->setContentsScale(scale);
   contentScaleFactorDidChange();
 }

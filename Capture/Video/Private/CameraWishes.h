@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Capture/Video/TavrelCameraConfiguration.h"
+#include "Platform/Foundation/Finite.h"
 
 namespace tavrel {
 
@@ -25,6 +26,7 @@ class CameraWishes {
   template <typename Value>
   Value set(Value TavrelCameraConfiguration::*wish, std::type_identity_t<Value> value) {
     const std::lock_guard lock(mutex_);
+    if (!isFinite(value)) return configuration_.*wish;
     return std::exchange(configuration_.*wish, std::move(value));
   }
 

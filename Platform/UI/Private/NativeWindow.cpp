@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "Platform/Foundation/Finite.h"
 #include "Platform/Graphics/GLDrawable.h"
 #include "Platform/Graphics/GLDriverLock.h"
 #include "Platform/UI/DrawableLayer.h"
@@ -17,6 +18,7 @@ namespace tavrel {
 namespace {
 
 constexpr TouchDispatcher::Touch kMouse = -1;
+constexpr double kMostPoints = 16384;  // of a window's side
 
 Point pointOf(int x, int y) {
   // The middle of the pixel that was clicked.
@@ -40,10 +42,9 @@ std::uint64_t newestPictureIn(const Layer& layer) {
 Expected<std::shared_ptr<Window>> Window::create(const std::string& title, Size size) {
   const auto system = WindowSystem::start();
   if (!system) return tl::unexpected(system.error());
-  constexpr double kLargest = 16384;
-  if (!(size.width >= 1 && size.height >= 1 && size.width <= kLargest && size.height <= kLargest)) {
+  if (!(size.width >= 1 && size.height >= 1 && size.width <= kMostPoints && size.height <= kMostPoints)) {
     return failure(UIStatus::invalidSize, fmt::format("no window can have {}×{} points: expected 1 to {} each",
-                                                      size.width, size.height, kLargest));
+                                                      size.width, size.height, kMostPoints));
   }
   SDL_Window* const window =
       SDL_CreateWindow(title.c_str(), SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED, static_cast<int>(size.width),
@@ -74,7 +75,9 @@ void NativeWindow::close() {
 
 void NativeWindow::setSize(Size size) {
   if (!window_) return;
-  SDL_SetWindowSize(window_, std::max(1, static_cast<int>(size.width)), std::max(1, static_cast<int>(size.height)));
+  if (!isFinite(size)) return;
+  const auto pixels = [](double points) { return static_cast<int>(std::clamp(points, 1.0, kMostPoints)); };
+  SDL_SetWindowSize(window_, pixels(size.width), pixels(size.height));
   fitRootView();
 }
 
