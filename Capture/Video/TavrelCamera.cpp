@@ -32,7 +32,7 @@ void TavrelCamera::startWithCompletion(StartCompletion completion) {
       // Whoever stopped meanwhile wants no camera any more.
       const bool isStarted = isGranted && self.running;
       if (isStarted) {
-        self.session.startRunning();
+        self.session.platformSession()->startRunning();
         self.controls.refreshForNewDevice();
       } else {
         self.running = false;
@@ -79,7 +79,7 @@ void TavrelCamera::setBlurSwitch(bool blurSwitch) {
   implementation_->wishes.set(&TavrelCameraConfiguration::blurSwitch, blurSwitch);
 }
 
-std::string TavrelCamera::sessionPreset() const { return implementation_->session.sessionPreset(); }
+std::string TavrelCamera::sessionPreset() const { return session()->sessionPreset(); }
 
 void TavrelCamera::setPreferredSessionPreset(const std::string& preset) {
   implementation_->wishes.set(&TavrelCameraConfiguration::preferredSessionPreset, preset);

@@ -75,7 +75,7 @@ void CaptureStillImageOutput::captureStillImageAsynchronously(const std::shared_
     return output.answer(std::move(request),
                          failure(CaptureErrorCode::notRunning, "the session does not run; start it first"));
   }
-  if (auto error = CaptureSystem::shared().virtualBackend().stillImageError()) {
+  if (auto error = CaptureSystem::shared().virtualBackend().refusals().stillImage) {
     return output.answer(std::move(request), tl::unexpected(std::move(*error)));
   }
   output.requests.push_back(std::move(request));

@@ -1,10 +1,9 @@
-#include "DevicesCommand.h"
-
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <utility>
 #include <vector>
 
+#include "Command.h"
 #include "Report.h"
 #include "TavrelCaptureBase.h"
 
@@ -56,27 +55,33 @@ nlohmann::ordered_json json(const CaptureDevice& device) {
           {"formats", std::move(formats)}};
 }
 
+class DevicesCommand : public Command {
+ public:
+  explicit DevicesCommand(CLI::App& app) : Command(app, "devices", "List cameras and microphones") {
+    command_->add_flag("--json", json_, "Print the list as JSON");
+  }
+
+  int run() override {
+    auto list = nlohmann::ordered_json::array();
+    for (const MediaType mediaType : {MediaType::video, MediaType::audio}) {
+      for (const auto& device : CaptureDevice::devicesWithMediaType(mediaType)) {
+        if (json_) {
+          list.push_back(json(*device));
+        } else {
+          print(*device);
+        }
+      }
+    }
+    if (json_) printJson(list);
+    return kSuccess;
+  }
+
+ private:
+  bool json_ = false;
+};
+
 }  // namespace
 
-DevicesCommand::DevicesCommand(CLI::App& app)
-    : command_(app.add_subcommand("devices", "List cameras and microphones")) {
-  command_->add_flag("--json", json_, "Print the list as JSON");
-}
-
-int DevicesCommand::run() const {
-  std::vector<std::shared_ptr<CaptureDevice>> devices = CaptureDevice::devicesWithMediaType(MediaType::video);
-  const auto microphones = CaptureDevice::devicesWithMediaType(MediaType::audio);
-  devices.insert(devices.end(), microphones.begin(), microphones.end());
-  auto list = nlohmann::ordered_json::array();
-  for (const auto& device : devices) {
-    if (json_) {
-      list.push_back(json(*device));
-    } else {
-      print(*device);
-    }
-  }
-  if (json_) printJson(list);
-  return kSuccess;
-}
+std::unique_ptr<Command> makeDevicesCommand(CLI::App& app) { return std::make_unique<DevicesCommand>(app); }
 
 }  // namespace tavrel::tool

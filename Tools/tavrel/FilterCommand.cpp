@@ -1,7 +1,8 @@
-#include "FilterCommand.h"
-
 #include <nlohmann/json.hpp>
 
+#include "Command.h"
+#include "Diagnostics.h"
+#include "EffectOptions.h"
 #include "PictureFiltering.h"
 #include "Report.h"
 
@@ -17,44 +18,58 @@ std::shared_ptr<Image> markedPremultiplied(const std::shared_ptr<Image>& image) 
                        image->dataProvider());
 }
 
+class FilterCommand : public Command {
+ public:
+  explicit FilterCommand(CLI::App& app)
+      : Command(app, "filter", "Send a picture through effects"), effects_(*command_), diagnostics_(*command_) {
+    command_->add_option("INPUT", input_, "A PNG, JPEG, GIF, WebP or AVIF picture")->required();
+    command_->add_option("OUTPUT", output_, "The picture to write: .png or .jpg")->required();
+    command_->add_option("--quality", quality_, "Of a JPEG, 0 to 1")
+        ->check(CLI::Range(0.0, 1.0))
+        ->capture_default_str();
+    command_->add_option("--memory", memory_, "What the graph may take, in MiB: larger pictures are worked on in parts")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    command_->add_flag("--json", json_, "Print the result as JSON");
+  }
+
+  int run() override {
+    TavrelCaptureEffectChain effects = effects_.makeChain();
+    return diagnostics_.measure(json_, [&] { return filter(effects); });
+  }
+
+ private:
+  int filter(TavrelCaptureEffectChain& effects) {
+    const auto image = ImageSource::createWithFile(input_).and_then(
+        [](const std::shared_ptr<ImageSource>& source) { return source->imageAtIndex(0); });
+    if (!image) return fail("{}", image.error().description);
+    const std::shared_ptr<Image> filtered = PictureFiltering(effects, memory_ * (1 << 20)).run(normalizedImage(*image));
+    if (!filtered) return kFailure;
+
+    const auto written = ImageDestination::write(markedPremultiplied(filtered), output_, quality_);
+    if (!written) return fail("{}", written.error().description);
+    if (json_) {
+      nlohmann::ordered_json result = {
+          {"output", output_.string()}, {"width", filtered->width()}, {"height", filtered->height()}};
+      diagnostics_.addTo(result);
+      printJson(result);
+    } else {
+      fmt::print("{} {}x{}\n", output_.string(), filtered->width(), filtered->height());
+    }
+    return kSuccess;
+  }
+
+  EffectOptions effects_;
+  Diagnostics diagnostics_;
+  std::filesystem::path input_;
+  std::filesystem::path output_;
+  double quality_ = 0.92;
+  double memory_ = 1024;
+  bool json_ = false;
+};
+
 }  // namespace
 
-FilterCommand::FilterCommand(CLI::App& app)
-    : command_(app.add_subcommand("filter", "Send a picture through effects")),
-      effects_(*command_),
-      diagnostics_(*command_) {
-  command_->add_option("INPUT", input_, "A PNG, JPEG, GIF, WebP or AVIF picture")->required();
-  command_->add_option("OUTPUT", output_, "The picture to write: .png or .jpg")->required();
-  command_->add_option("--quality", quality_, "Of a JPEG, 0 to 1")->check(CLI::Range(0.0, 1.0))->capture_default_str();
-  command_->add_option("--memory", memory_, "What the graph may take, in MiB: larger pictures are worked on in parts")
-      ->check(CLI::PositiveNumber)
-      ->capture_default_str();
-  command_->add_flag("--json", json_, "Print the result as JSON");
-}
-
-int FilterCommand::run() {
-  TavrelCaptureEffectChain effects = effects_.makeChain();
-  return diagnostics_.measure(json_, [&] { return filter(effects); });
-}
-
-int FilterCommand::filter(TavrelCaptureEffectChain& effects) {
-  const auto image = ImageSource::createWithFile(input_).and_then(
-      [](const std::shared_ptr<ImageSource>& source) { return source->imageAtIndex(0); });
-  if (!image) return fail("{}", image.error().description);
-  const std::shared_ptr<Image> filtered = PictureFiltering(effects, memory_ * (1 << 20)).run(normalizedImage(*image));
-  if (!filtered) return kFailure;
-
-  const auto written = ImageDestination::write(markedPremultiplied(filtered), output_, quality_);
-  if (!written) return fail("{}", written.error().description);
-  if (json_) {
-    nlohmann::ordered_json result = {
-        {"output", output_.string()}, {"width", filtered->width()}, {"height", filtered->height()}};
-    diagnostics_.addTo(result);
-    printJson(result);
-  } else {
-    fmt::print("{} {}x{}\n", output_.string(), filtered->width(), filtered->height());
-  }
-  return kSuccess;
-}
+std::unique_ptr<Command> makeFilterCommand(CLI::App& app) { return std::make_unique<FilterCommand>(app); }
 
 }  // namespace tavrel::tool

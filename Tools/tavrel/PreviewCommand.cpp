@@ -1,11 +1,13 @@
-#include "PreviewCommand.h"
-
 #include <fmt/chrono.h>
 
 #include <ctime>
 #include <map>
 
+#include "Command.h"
+#include "Diagnostics.h"
+#include "EffectOptions.h"
 #include "RecorderCalls.h"
+#include "RecorderOptions.h"
 #include "Report.h"
 
 namespace tavrel::tool {
@@ -19,78 +21,89 @@ std::filesystem::path newMovieName() {
   return path;
 }
 
+class PreviewCommand : public Command {
+ public:
+  explicit PreviewCommand(CLI::App& app)
+      : Command(
+            app, "preview",
+            "Show the camera in a window. Click to focus; keys: s switches the camera, r starts and stops a recording, "
+            "p pauses it, t toggles the torch, q quits"),
+        effects_(*command_),
+        devices_(*command_, "640x480"),
+        diagnostics_(*command_) {}
+
+  int run() override {
+    devices_.check();
+    // First of all: a window shows only what is drawn on the window system's own display. What keeps it from opening is
+    // said when it is opened; wrong usage is said on machines without a display as well.
+    (void)Application::shared().startUserInterface();
+    const TavrelRecorderConfiguration configuration = devices_.configuration(effects_.makeChain());
+    auto recorder = TavrelRecorder::create(configuration);
+    if (!recorder) return fail("{}", recorder.error().description);
+    recorder_ = std::move(*recorder);
+    recorder_->setEventHandler(sayEvent);
+    const auto window = Window::create("tavrel preview", configuration.size);
+    if (!window) return fail("a window is asked for and none can be had: {}", window.error().description);
+    (*window)->setCloseHandler([] { RunLoop::main().stop(); });
+    (*window)->setKeyHandler([this](std::string_view key) { pressed(key); });
+    recorder_->previewView()->setFillsSuperview(true);
+    (*window)->rootView()->addSubview(recorder_->previewView());
+    return diagnostics_.measure(false, [this] { return look(); });
+  }
+
+ private:
+  int look() {
+    if (const auto started = startDevices(*recorder_); !started) return fail("{}", started.error().description);
+    RunLoop::main().run();
+    recorder_->stop();
+    if (recorder_->isWriting()) finishRecording();
+    recorder_->previewView()->removeFromSuperview();
+    return kSuccess;
+  }
+
+  void pressed(std::string_view key) {
+    const std::map<std::string_view, std::function<void()>> actions = {
+        {"S", [this] { recorder_->camera()->switchCamera(); }},
+        {"R", [this] { toggleRecording(); }},
+        {"P", [this] { togglePause(); }},
+        {"T", [this] { toggleTorch(); }},
+        {"Q", [] { RunLoop::main().stop(); }},
+    };
+    if (const auto action = actions.find(key); action != actions.end()) action->second();
+  }
+
+  void toggleRecording() {
+    if (recorder_->isWriting()) return finishRecording();
+    const std::filesystem::path movie = newMovieName();
+    if (const auto writing = recorder_->startWriting(movie); !writing) return say("{}", writing.error().description);
+    say("recording {}", movie.string());
+  }
+
+  void togglePause() {
+    if (recorder_->isPaused()) return recorder_->resume();
+    recorder_->pause();
+  }
+
+  void finishRecording() {
+    const TavrelRecording recording = finishMovie(*recorder_);
+    if (recording.error) return (void)sayBrokenOff(recording);
+    fmt::print("{} {:.1f} s\n", recording.file.string(), recording.seconds);
+  }
+
+  void toggleTorch() {
+    const auto& camera = recorder_->camera();
+    const bool isOn = camera->torchMode() == CaptureTorchMode::on;
+    camera->setPreferredTorchMode(isOn ? CaptureTorchMode::off : CaptureTorchMode::on);
+  }
+
+  EffectOptions effects_;
+  RecorderOptions devices_;
+  Diagnostics diagnostics_;
+  std::shared_ptr<TavrelRecorder> recorder_;
+};
+
 }  // namespace
 
-PreviewCommand::PreviewCommand(CLI::App& app)
-    : command_(app.add_subcommand(
-          "preview",
-          "Show the camera in a window. Click to focus; keys: s switches the camera, r starts and stops a recording, "
-          "p pauses it, t toggles the torch, q quits")),
-      effects_(*command_),
-      devices_(*command_, "640x480"),
-      diagnostics_(*command_) {}
-
-int PreviewCommand::run() {
-  devices_.check();
-  // First of all: a window shows only what is drawn on the window system's own display. What keeps it from opening is
-  // said when it is opened; wrong usage is said on machines without a display as well.
-  (void)Application::shared().startUserInterface();
-  const TavrelRecorderConfiguration configuration = devices_.configuration(effects_.makeChain());
-  auto recorder = TavrelRecorder::create(configuration);
-  if (!recorder) return fail("{}", recorder.error().description);
-  recorder_ = std::move(*recorder);
-  recorder_->setEventHandler(sayEvent);
-  const auto window = Window::create("tavrel preview", configuration.size);
-  if (!window) return fail("a window is asked for and none can be had: {}", window.error().description);
-  (*window)->setCloseHandler([] { RunLoop::main().stop(); });
-  (*window)->setKeyHandler([this](std::string_view key) { pressed(key); });
-  recorder_->previewView()->setFillsSuperview(true);
-  (*window)->rootView()->addSubview(recorder_->previewView());
-  return diagnostics_.measure(false, [this] { return look(); });
-}
-
-int PreviewCommand::look() {
-  if (const auto started = startDevices(*recorder_); !started) return fail("{}", started.error().description);
-  RunLoop::main().run();
-  recorder_->stop();
-  if (recorder_->isWriting()) finishRecording();
-  recorder_->previewView()->removeFromSuperview();
-  return kSuccess;
-}
-
-void PreviewCommand::pressed(std::string_view key) {
-  const std::map<std::string_view, std::function<void()>> actions = {
-      {"S", [this] { recorder_->camera()->switchCamera(); }},
-      {"R", [this] { toggleRecording(); }},
-      {"P", [this] { togglePause(); }},
-      {"T", [this] { toggleTorch(); }},
-      {"Q", [] { RunLoop::main().stop(); }},
-  };
-  if (const auto action = actions.find(key); action != actions.end()) action->second();
-}
-
-void PreviewCommand::toggleRecording() {
-  if (recorder_->isWriting()) return finishRecording();
-  const std::filesystem::path movie = newMovieName();
-  if (const auto writing = recorder_->startWriting(movie); !writing) return say("{}", writing.error().description);
-  say("recording {}", movie.string());
-}
-
-void PreviewCommand::togglePause() {
-  if (recorder_->isPaused()) return recorder_->resume();
-  recorder_->pause();
-}
-
-void PreviewCommand::finishRecording() {
-  const TavrelRecording recording = finishMovie(*recorder_);
-  if (recording.error) return (void)sayBrokenOff(recording);
-  fmt::print("{} {:.1f} s\n", recording.file.string(), recording.seconds);
-}
-
-void PreviewCommand::toggleTorch() {
-  const auto& camera = recorder_->camera();
-  const bool isOn = camera->torchMode() == CaptureTorchMode::on;
-  camera->setPreferredTorchMode(isOn ? CaptureTorchMode::off : CaptureTorchMode::on);
-}
+std::unique_ptr<Command> makePreviewCommand(CLI::App& app) { return std::make_unique<PreviewCommand>(app); }
 
 }  // namespace tavrel::tool

@@ -1,30 +1,48 @@
-#include "TranscodeCommand.h"
-
+#include "Command.h"
+#include "Diagnostics.h"
+#include "EffectOptions.h"
 #include "MovieOptions.h"
+#include "Transcoding.h"
 
 namespace tavrel::tool {
+namespace {
 
-TranscodeCommand::TranscodeCommand(CLI::App& app)
-    : command_(app.add_subcommand("transcode", "Apply effects to a movie")),
-      effects_(*command_),
-      diagnostics_(*command_) {
-  command_->add_option("INPUT", options_.input, "The movie to read")->required();
-  command_->add_option("OUTPUT", options_.output, "The movie to write: .mov, .mp4 or .mkv")->required();
-  command_->add_option("--size", size_, "Frame size in pixels; by default the result of the effects")->type_name("WxH");
-  command_->add_flag("--reverse", options_.isReversed, "Reverse the video, but not the audio");
-  command_->add_flag("--realtime", options_.isRealTime, "Run no faster than the movie plays");
-  command_->add_flag("--no-audio", noAudio_, "Leave out the audio");
-  command_->add_flag("--force", isForced_, "Replace a file that has the movie's name");
-  command_->add_flag("--json", json_, "Print the result as JSON");
-}
+class TranscodeCommand : public Command {
+ public:
+  explicit TranscodeCommand(CLI::App& app)
+      : Command(app, "transcode", "Apply effects to a movie"), effects_(*command_), diagnostics_(*command_) {
+    command_->add_option("INPUT", options_.input, "The movie to read")->required();
+    command_->add_option("OUTPUT", options_.output, "The movie to write: .mov, .mp4 or .mkv")->required();
+    command_->add_option("--size", size_, "Frame size in pixels; by default the result of the effects")
+        ->type_name("WxH");
+    command_->add_flag("--reverse", options_.isReversed, "Reverse the video, but not the audio");
+    command_->add_flag("--realtime", options_.isRealTime, "Run no faster than the movie plays");
+    command_->add_flag("--no-audio", noAudio_, "Leave out the audio");
+    command_->add_flag("--force", isForced_, "Replace a file that has the movie's name");
+    command_->add_flag("--json", json_, "Print the result as JSON");
+  }
 
-int TranscodeCommand::run() {
-  options_.fileType = fileTypeOf(options_.output);
-  if (!size_.empty()) options_.size = parsedMovieSize(size_);
-  options_.hasSound = !noAudio_;
-  if (!mayWrite(options_.output, isForced_)) return kFailure;
-  Transcoding transcoding(options_, effects_.makeChain());
-  return diagnostics_.measure(json_, [&] { return transcoding.run(json_, diagnostics_); });
-}
+  int run() override {
+    options_.fileType = fileTypeOf(options_.output);
+    if (!size_.empty()) options_.size = parsedMovieSize(size_);
+    options_.hasSound = !noAudio_;
+    if (!mayWrite(options_.output, isForced_)) return kFailure;
+    Transcoding transcoding(options_, effects_.makeChain());
+    return diagnostics_.measure(json_, [&] { return transcoding.run(json_, diagnostics_); });
+  }
+
+ private:
+  EffectOptions effects_;
+  Diagnostics diagnostics_;
+  Transcoding::Options options_;
+  std::string size_;
+  bool noAudio_ = false;
+  bool isForced_ = false;
+  bool json_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Command> makeTranscodeCommand(CLI::App& app) { return std::make_unique<TranscodeCommand>(app); }
 
 }  // namespace tavrel::tool

@@ -1,16 +1,14 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <exception>
+#include <iterator>
 #include <system_error>
 
-#include "DevicesCommand.h"
-#include "FilterCommand.h"
-#include "PreviewCommand.h"
-#include "RecordCommand.h"
+#include "Command.h"
 #include "Report.h"
 #include "TavrelCaptureBase.h"
-#include "TranscodeCommand.h"
 
 namespace {
 
@@ -33,19 +31,16 @@ int run(int argc, char** argv) {
   app.require_subcommand(1);
   bool isVerbose = false;
   app.add_flag("--verbose", isVerbose, "Show the library's own messages");
-  tavrel::tool::DevicesCommand devices(app);
-  tavrel::tool::FilterCommand filter(app);
-  tavrel::tool::PreviewCommand preview(app);
-  tavrel::tool::RecordCommand record(app);
-  tavrel::tool::TranscodeCommand transcode(app);
+  const std::unique_ptr<tavrel::tool::Command> commands[] = {
+      tavrel::tool::makeDevicesCommand(app), tavrel::tool::makeFilterCommand(app),
+      tavrel::tool::makePreviewCommand(app), tavrel::tool::makeRecordCommand(app),
+      tavrel::tool::makeTranscodeCommand(app)};
   try {
     app.parse(argc, argv);
     chooseLibraryMessages(isVerbose);
-    if (devices.isChosen()) return devices.run();
-    if (filter.isChosen()) return filter.run();
-    if (preview.isChosen()) return preview.run();
-    if (transcode.isChosen()) return transcode.run();
-    return record.run();
+    const auto* const chosen =
+        std::find_if(std::begin(commands), std::end(commands), [](const auto& command) { return command->isChosen(); });
+    return (*chosen)->run();
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? tavrel::tool::kSuccess : tavrel::tool::kBadUsage;
   } catch (const tavrel::tool::UsageError& error) {

@@ -127,7 +127,7 @@ constexpr std::array kChanges = {torchMode,
 void CameraControls::apply(CameraControl control) const {
   const std::lock_guard lock(mutex_);
   const auto device = session_.device();
-  if (!device || !session_.isRunning()) return;
+  if (!device || !session_.platformSession()->isRunning()) return;
   const Change change = kChanges.at(static_cast<std::size_t>(control))(wishes_.all(), *device);
   if (!change.apply) return;
   if (const auto locked = device->lockForConfiguration(); !locked) {

@@ -61,7 +61,7 @@ void TavrelCamera::Implementation::stop() {
   running = false;
   {
     const std::lock_guard lock(runningMutex);
-    session.stopRunning();
+    session.platformSession()->stopRunning();
   }
   const std::lock_guard lock(frameMutex);
   lastBuffer.reset();
@@ -113,12 +113,12 @@ void TavrelCamera::Implementation::setPreferredDevicePosition(CaptureDevicePosit
   wishes.set(&TavrelCameraConfiguration::preferredDevicePosition, position);
   if (position == session.devicePosition() || position == CaptureDevicePosition::unspecified) return;
   if (wishes.get(&TavrelCameraConfiguration::blurSwitch)) blurLastFrame();
-  session.beginConfiguration();
+  session.platformSession()->beginConfiguration();
   session.exchangeInput(position, wishes.get(&TavrelCameraConfiguration::preferredVideoOrientation));
   controls.refreshForNewDevice();
   // Under the blur the chain is rebuilt when that is removed.
   if (!shouldBlur) chain->refreshGPUImagePipeline(chainForm());
-  session.commitConfiguration();
+  session.platformSession()->commitConfiguration();
 }
 
 void TavrelCamera::Implementation::blurLastFrame() {

@@ -22,13 +22,6 @@ class CameraSession {
   Expected<void> setUp(const TavrelCameraConfiguration& wishes,
                        const std::shared_ptr<CaptureVideoDataOutputSampleBufferDelegate>& delegate);
 
-  bool isRunning() const { return captureSession->isRunning(); }
-  void startRunning() { captureSession->startRunning(); }
-  void stopRunning() { captureSession->stopRunning(); }
-  /// Gather changes of the input.
-  void beginConfiguration() { captureSession->beginConfiguration(); }
-  void commitConfiguration() { captureSession->commitConfiguration(); }
-
   /// The one in use; nullptr for none.
   std::shared_ptr<CaptureDevice> device() const;
   CaptureDevicePosition devicePosition() const;
@@ -37,7 +30,6 @@ class CameraSession {
   void exchangeInput(CaptureDevicePosition position, CaptureVideoOrientation orientation);
 
   const std::shared_ptr<CaptureSession>& platformSession() const { return captureSession; }
-  std::string sessionPreset() const { return captureSession->sessionPreset(); }
   /// Where the session can.
   void setSessionPreset(const std::string& preset);
 

@@ -85,7 +85,8 @@ bool CaptureSessionCore::isInputAddable(const std::shared_ptr<CaptureDeviceInput
   const MediaType mediaType = input->device()->mediaType();
   const bool isTaken = std::any_of(inputs_.begin(), inputs_.end(),
                                    [&](const auto& other) { return other->device()->mediaType() == mediaType; });
-  return !isTaken && !CaptureSystem::shared().virtualBackend().refusesInput(*input->device());
+  const auto refuses = CaptureSystem::shared().virtualBackend().refusals().input;
+  return !isTaken && !(refuses && refuses(*input->device()));
 }
 
 void CaptureSessionCore::addInput(const std::shared_ptr<CaptureDeviceInput>& input) {
@@ -130,7 +131,8 @@ bool CaptureSessionCore::canAddOutput(const std::shared_ptr<CaptureOutput>& outp
     const std::lock_guard lock(output->connectionMutex_);
     if (output->connection_) return false;
   }
-  return !CaptureSystem::shared().virtualBackend().refusesOutput(*output);
+  const auto refuses = CaptureSystem::shared().virtualBackend().refusals().output;
+  return !(refuses && refuses(*output));
 }
 
 void CaptureSessionCore::addOutput(const std::shared_ptr<CaptureOutput>& output) {

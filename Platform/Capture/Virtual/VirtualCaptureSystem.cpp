@@ -26,8 +26,9 @@ void VirtualCaptureSystem::reset() {
   }
   CaptureSystem::shared().resetSettings();
   backend().setAccessGranted(true);
-  backend().setRefusals(nullptr, nullptr);
-  backend().setStillImageError(std::nullopt);
+  setInputRefusal(nullptr);
+  setOutputRefusal(nullptr);
+  setStillImageError(std::nullopt);
   setAudioCategoryError(std::nullopt);
   setClock(nullptr);
 }
@@ -59,15 +60,15 @@ void VirtualCaptureSystem::setOpenError(std::string_view uniqueID, std::optional
 }
 
 void VirtualCaptureSystem::setStillImageError(std::optional<Error> error) {
-  backend().setStillImageError(std::move(error));
+  backend().refuse(&VirtualCaptureBackend::Refusals::stillImage, std::move(error));
 }
 
 void VirtualCaptureSystem::setInputRefusal(std::function<bool(const CaptureDevice&)> refuses) {
-  backend().setRefusals(std::move(refuses), std::nullopt);
+  backend().refuse(&VirtualCaptureBackend::Refusals::input, std::move(refuses));
 }
 
 void VirtualCaptureSystem::setOutputRefusal(std::function<bool(const CaptureOutput&)> refuses) {
-  backend().setRefusals(std::nullopt, std::move(refuses));
+  backend().refuse(&VirtualCaptureBackend::Refusals::output, std::move(refuses));
 }
 
 void VirtualCaptureSystem::setSupport(std::string_view uniqueID, const Support& support) {

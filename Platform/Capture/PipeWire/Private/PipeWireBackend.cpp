@@ -276,28 +276,12 @@ const pw_core_events PipeWireBackend::Registry::kCoreEvents = [] {
   return events;
 }();
 
-const pw_registry_events PipeWireBackend::Registry::kRegistryEvents = [] {
-  pw_registry_events events{};
-  events.version = PW_VERSION_REGISTRY_EVENTS;
-  events.global = globalAdded;
-  events.global_remove = globalRemoved;
-  return events;
-}();
+const pw_registry_events PipeWireBackend::Registry::kRegistryEvents = {PW_VERSION_REGISTRY_EVENTS, globalAdded,
+                                                                       globalRemoved};
 
-const pw_node_events PipeWireBackend::Registry::kNodeEvents = [] {
-  pw_node_events events{};
-  events.version = PW_VERSION_NODE_EVENTS;
-  events.info = nodeInfo;
-  events.param = nodeParameter;
-  return events;
-}();
+const pw_node_events PipeWireBackend::Registry::kNodeEvents = {PW_VERSION_NODE_EVENTS, nodeInfo, nodeParameter};
 
-const pw_metadata_events PipeWireBackend::Registry::kMetadataEvents = [] {
-  pw_metadata_events events{};
-  events.version = PW_VERSION_METADATA_EVENTS;
-  events.property = metadataProperty;
-  return events;
-}();
+const pw_metadata_events PipeWireBackend::Registry::kMetadataEvents = {PW_VERSION_METADATA_EVENTS, metadataProperty};
 
 PipeWireBackend::PipeWireBackend() = default;
 

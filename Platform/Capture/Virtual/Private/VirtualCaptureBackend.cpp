@@ -109,31 +109,4 @@ void VirtualCaptureBackend::setConnected(std::string_view uniqueID, bool connect
   }
 }
 
-void VirtualCaptureBackend::setRefusals(std::optional<std::function<bool(const CaptureDevice&)>> input,
-                                        std::optional<std::function<bool(const CaptureOutput&)>> output) {
-  const std::lock_guard lock(mutex_);
-  if (input) refusesInput_ = std::move(*input);
-  if (output) refusesOutput_ = std::move(*output);
-}
-
-bool VirtualCaptureBackend::refusesInput(const CaptureDevice& device) const {
-  const std::lock_guard lock(mutex_);
-  return refusesInput_ && refusesInput_(device);
-}
-
-bool VirtualCaptureBackend::refusesOutput(const CaptureOutput& output) const {
-  const std::lock_guard lock(mutex_);
-  return refusesOutput_ && refusesOutput_(output);
-}
-
-void VirtualCaptureBackend::setStillImageError(std::optional<Error> error) {
-  const std::lock_guard lock(mutex_);
-  stillImageError_ = std::move(error);
-}
-
-std::optional<Error> VirtualCaptureBackend::stillImageError() const {
-  const std::lock_guard lock(mutex_);
-  return stillImageError_;
-}
-
 }  // namespace tavrel

@@ -35,21 +35,29 @@ class VirtualCaptureBackend : public CaptureBackend {
   void setConnected(std::string_view uniqueID, bool connected);
 
   void setAccessGranted(bool granted) { isAccessGranted_ = granted; }
-  void setRefusals(std::optional<std::function<bool(const CaptureDevice&)>> input,
-                   std::optional<std::function<bool(const CaptureOutput&)>> output);
-  bool refusesInput(const CaptureDevice& device) const;
-  bool refusesOutput(const CaptureOutput& output) const;
-  void setStillImageError(std::optional<Error> error);
-  std::optional<Error> stillImageError() const;
+
+  /// What sessions on virtual devices are refused.
+  struct Refusals {
+    std::function<bool(const CaptureDevice&)> input;
+    std::function<bool(const CaptureOutput&)> output;
+    std::optional<Error> stillImage;
+  };
+  template <typename Value>
+  void refuse(Value Refusals::*what, Value value) {
+    const std::lock_guard lock(mutex_);
+    refusals_.*what = std::move(value);
+  }
+  Refusals refusals() const {
+    const std::lock_guard lock(mutex_);
+    return refusals_;
+  }
 
  private:
   std::vector<std::shared_ptr<VirtualDriver>> drivers_;
   std::atomic<bool> isAccessGranted_ = true;
   mutable std::mutex mutex_;
   CaptureBackendObserver* observer_ = nullptr;
-  std::function<bool(const CaptureDevice&)> refusesInput_;
-  std::function<bool(const CaptureOutput&)> refusesOutput_;
-  std::optional<Error> stillImageError_;
+  Refusals refusals_;
 };
 
 }  // namespace tavrel

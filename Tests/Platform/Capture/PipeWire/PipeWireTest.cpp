@@ -167,7 +167,7 @@ std::size_t longestTone(std::span<const float> samples, double frequency) {
 TEST_F(PipeWireTest, HearsMicrophonesAndMonitors) {
   ASSERT_TRUE(runCommand("pactl load-module module-null-sink sink_name=hall rate=48000"));
   ASSERT_TRUE(runCommand("pactl load-module module-remap-source master=hall.monitor source_name=desk"));
-  ASSERT_TRUE(runCommand("pactl set-default-source desk"));
+  ASSERT_TRUE(eventually([] { return runCommand("pactl set-default-source desk"); }));
   connect();
   const auto monitor = awaited("pipewire:hall.monitor");
   const auto microphone = awaited("pipewire:desk");
