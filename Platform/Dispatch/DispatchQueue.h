@@ -27,9 +27,9 @@ struct DispatchQueueAttribute {
   int relativePriority = 0;
   /// Whether blocks enter a driver such as GL's, which may be gone before the library is when the process ends.
   bool usesDriver = false;
-  /// Whether `fork` waits, for a second at most, until no block runs, so that what the blocks keep is whole in the
-  /// child.
-  bool restsInFork = false;
+  /// Where it is not 0, `fork` waits until no block runs, for a second at most, so that what the blocks keep is whole
+  /// in the child. Queues of a lower rank come first, and their blocks may wait for those of a higher one.
+  unsigned forkRank = 0;
 };
 
 /// A queue of blocks, on asio's executors.

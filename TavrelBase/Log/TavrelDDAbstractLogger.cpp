@@ -21,7 +21,7 @@ TavrelDDAbstractLogger::~TavrelDDAbstractLogger() = default;
 
 std::shared_ptr<DispatchQueue> TavrelDDAbstractLogger::loggerQueue() {
   std::call_once(implementation_->queueOnce,
-                 [this] { implementation_->queue = DispatchQueue::create(loggerName(), {.restsInFork = true}); });
+                 [this] { implementation_->queue = DispatchQueue::create(loggerName(), {.forkRank = 2}); });
   return implementation_->queue;
 }
 

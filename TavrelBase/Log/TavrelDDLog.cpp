@@ -43,7 +43,7 @@ struct TavrelDDLog::Implementation {
 
   const std::shared_ptr<DispatchQueue>& queue() {
     std::call_once(queueOnce, [this] {
-      loggingQueue = DispatchQueue::create("video.tavrel.logging", {.restsInFork = true});
+      loggingQueue = DispatchQueue::create("video.tavrel.logging", {.forkRank = 1});
       loggingQueue->setSpecific(this, this);
       registerEnd();
     });
@@ -70,6 +70,7 @@ struct TavrelDDLog::Implementation {
   /// In a forked child.
   void renew() {
     backlog.renew();
+    new (&batch) std::vector<LogEntry>;  // not destroyed: it may be of a thread that the child does not have
     if (loggingQueue) registerEnd();
   }
 

@@ -46,20 +46,27 @@ void DispatchRuntime::startTimers() {
 
 void DispatchRuntime::rest() {
   constexpr std::chrono::seconds kPatience(1);
+  constexpr std::chrono::milliseconds kPatienceOfEach(100);
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (std::chrono::steady_clock::now() < deadline) {
+  for (bool isResting = false; !isResting && std::chrono::steady_clock::now() < deadline;) {
+    std::vector<std::shared_ptr<DispatchWorker>> workers;
     {
       const std::lock_guard lock(mutex_);
       for (const auto& weak : workers_) {
-        if (auto worker = weak.lock(); worker && worker->restsInFork()) resting_.push_back(std::move(worker));
+        if (auto worker = weak.lock(); worker && worker->forkRank() > 0) workers.push_back(std::move(worker));
       }
     }
-    // All or none of them, since their blocks may wait for each other.
-    const auto busy = std::ranges::find_if_not(resting_, [](const auto& worker) { return worker->tryHold(); });
-    if (busy == resting_.end()) break;
-    std::for_each(resting_.begin(), busy, [](const auto& worker) { worker->letGo(); });
-    resting_.clear();
-    std::this_thread::sleep_for(std::chrono::microseconds(100));
+    std::ranges::stable_sort(workers, {}, [](const auto& worker) { return worker->forkRank(); });
+    // All or none of them, since blocks of the same rank may wait for each other.
+    const auto isHeld = [&](const auto& worker) { return worker->tryHold(kPatienceOfEach); };
+    const auto busy = std::ranges::find_if_not(workers, isHeld);
+    isResting = busy == workers.end();
+    workers.erase(busy, workers.end());
+    if (isResting) {
+      resting_ = std::move(workers);
+    } else {
+      for (const auto& worker : workers) worker->letGo();
+    }
   }
   mutex_.lock();
 }

@@ -77,6 +77,7 @@ void DispatchWorker::post(Block block) {
 bool DispatchWorker::runHere(DispatchQueue* queue, std::chrono::nanoseconds patience, void (*function)(void*),
                              void* context) {
   if (threadCount_ != 1) return false;
+  giveWay();
   std::optional<std::chrono::steady_clock::time_point> deadline;  // asking for the time is dear
   for (std::unique_lock turn(life_->turn, std::defer_lock);;) {
     const bool isMine = turn.try_lock();
@@ -97,6 +98,17 @@ bool DispatchWorker::runHere(DispatchQueue* queue, std::chrono::nanoseconds pati
   }
 }
 
+bool DispatchWorker::tryHold(std::chrono::milliseconds patience) {
+  life_->isTurnWanted = true;
+  const bool isHeld = life_->turn.try_lock_for(patience);
+  life_->isTurnWanted = false;
+  return isHeld;
+}
+
+void DispatchWorker::giveWay() const {
+  while (life_->isTurnWanted) std::this_thread::sleep_for(std::chrono::microseconds(50));
+}
+
 void DispatchWorker::renew() {
   // Never destroyed: its threads are not there to be joined, nor its locks to be had.
   static auto* const abandoned = new std::vector<std::unique_ptr<Life>>;
@@ -105,7 +117,10 @@ void DispatchWorker::renew() {
 
 void DispatchWorker::run(Block& block) {
   std::unique_lock turn(life_->turn, std::defer_lock);
-  if (threadCount_ == 1) turn.lock();
+  if (threadCount_ == 1) {
+    giveWay();
+    turn.lock();
+  }
   ThreadState& state = ofThread();
   state.worker = this;
   if (++state.depth == 1) enter();

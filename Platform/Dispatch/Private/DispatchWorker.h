@@ -27,7 +27,7 @@ class DispatchWorker : public std::enable_shared_from_this<DispatchWorker> {
 
   asio::io_context& context() { return life_->context; }
   bool usesDriver() const { return attribute_.usesDriver; }
-  bool restsInFork() const { return attribute_.restsInFork; }
+  unsigned forkRank() const { return attribute_.forkRank; }
 
   /// Begins the threads, once: a queue that is never used costs none.
   void start(DispatchQueue* queue);
@@ -35,7 +35,7 @@ class DispatchWorker : public std::enable_shared_from_this<DispatchWorker> {
   /// See `DispatchQueue::trySync`.
   bool runHere(DispatchQueue* queue, std::chrono::nanoseconds patience, void (*function)(void*), void* context);
   /// Around `fork`: while the one thread is held, it is between two blocks.
-  bool tryHold() { return life_->turn.try_lock(); }
+  bool tryHold(std::chrono::milliseconds patience);
   void letGo() { life_->turn.unlock(); }
   /// In a forked child, which has none of the threads: begins afresh, without what was posted.
   void renew();
@@ -67,6 +67,7 @@ class DispatchWorker : public std::enable_shared_from_this<DispatchWorker> {
   };
   static ThreadState& ofThread();
   static void enter();
+  void giveWay() const;
   void run(Block& block);
 
   /// What a forked child cannot take over.
@@ -75,7 +76,8 @@ class DispatchWorker : public std::enable_shared_from_this<DispatchWorker> {
     std::optional<asio::executor_work_guard<asio::io_context::executor_type>> workGuard;
     std::once_flag started;
     std::vector<std::thread> threads;
-    std::timed_mutex turn;  // held by who runs a block of the only thread
+    std::timed_mutex turn;                   // held by who runs a block of the only thread
+    std::atomic<bool> isTurnWanted = false;  // by a fork, which would seldom get it otherwise
     std::atomic<unsigned> unfinished = 0;
     std::atomic<int> threadsInBlocks = 0;
   };

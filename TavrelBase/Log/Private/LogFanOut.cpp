@@ -65,7 +65,7 @@ void LogFanOut::add(std::shared_ptr<TavrelDDLogger> logger, unsigned level) {
   if (std::ranges::any_of(_loggers, isSame)) return;
   std::shared_ptr<DispatchQueue> queue = logger->loggerQueue();
   // On the logging queue itself a logger would wait for its own hand-over.
-  if (!queue || queue->isCurrent()) queue = DispatchQueue::create(logger->loggerName(), {.restsInFork = true});
+  if (!queue || queue->isCurrent()) queue = DispatchQueue::create(logger->loggerName(), {.forkRank = 2});
   auto node = std::make_shared<TavrelDDLoggerNode>(std::move(logger), std::move(queue), level);
   _loggers.push_back(node);
   didChange();

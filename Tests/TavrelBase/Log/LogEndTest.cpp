@@ -6,10 +6,12 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
@@ -187,6 +189,39 @@ TEST(LogForkTest, AChildOfAProcessThatHasLoggedLogsAndEnds) {
   const auto was = text.find("child was ") + 10;
   const std::string child = text.substr(was, text.find(' ', was) - was);
   EXPECT_THAT(text, HasSubstr(fmt::format("[{}:{}] [E] Tag child's error", child, child)));
+}
+
+/// Children of a process whose threads never stop logging, also through a logger that has a queue of its own.
+void forkWhileThreadsLog() {
+  addFileLogger();
+  TavrelDDLog::addLogger(std::make_shared<test::RecordingLogger>());
+  std::atomic<bool> ends = false;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&] {
+      while (!ends) TAVREL_LOG_DEBUG("Tag", "parent");
+    });
+  }
+  bool isGood = true;
+  for (int i = 0; i < 10; ++i) {
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(kLimit);
+      TAVREL_LOG_ERROR("Tag", "child {}", i);
+      std::exit(3);
+    }
+    int status = 0;
+    isGood = waitpid(child, &status, 0) == child && hasExited(status) && isGood;
+  }
+  ends = true;
+  for (auto& thread : threads) thread.join();
+  std::exit(isGood ? 0 : 1);
+}
+
+TEST(LogForkTest, AChildLogsAndEndsWhateverTheOtherThreadsWereIn) {
+  fs::create_directories(sharedFolder());
+  EXPECT_EXIT(forkWhileThreadsLog(), ExitedWithCode(0), "");
+  EXPECT_EQ(count(takeEverything(), "[E] Tag child "), 10U);
 }
 
 /// Eight processes that fill and roll the files of one folder at the same time.
