@@ -15,14 +15,10 @@ namespace {
 
 ImageOrientation imageOrientationFor(DeviceOrientation orientation) {
   switch (orientation) {
-    case DeviceOrientation::portraitUpsideDown:
-      return ImageOrientation::down;
-    case DeviceOrientation::landscapeLeft:
-      return ImageOrientation::left;
-    case DeviceOrientation::landscapeRight:
-      return ImageOrientation::right;
-    default:
-      return ImageOrientation::up;
+    case DeviceOrientation::portraitUpsideDown: return ImageOrientation::down;
+    case DeviceOrientation::landscapeLeft: return ImageOrientation::left;
+    case DeviceOrientation::landscapeRight: return ImageOrientation::right;
+    default: return ImageOrientation::up;
   }
 }
 

@@ -28,15 +28,9 @@ Statistics::Node& nodeNamed(std::vector<Statistics::Node>& nodes, const std::str
 
 void take(Statistics& statistics, const TraceSummary::Duration& measured) {
   switch (measured.measure) {
-    case TraceMeasure::span:
-      nodeNamed(statistics.nodes, measured.name).queueTime = durations(measured);
-      return;
-    case TraceMeasure::gpu:
-      nodeNamed(statistics.nodes, measured.name).gpuTime = durations(measured);
-      return;
-    case TraceMeasure::wait:
-      statistics.waits.push_back({measured.name, durations(measured)});
-      return;
+    case TraceMeasure::span: nodeNamed(statistics.nodes, measured.name).queueTime = durations(measured); return;
+    case TraceMeasure::gpu: nodeNamed(statistics.nodes, measured.name).gpuTime = durations(measured); return;
+    case TraceMeasure::wait: statistics.waits.push_back({measured.name, durations(measured)}); return;
     case TraceMeasure::latency:
       (measured.name == Tracer::text(TraceNames::shared().toDelegate) ? statistics.latencyToDelegate
                                                                       : statistics.latencyToFile) = durations(measured);

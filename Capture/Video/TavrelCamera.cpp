@@ -157,14 +157,10 @@ Point TavrelCamera::covertPreviewPointToFocusPoint(Point previewPoint) const {
   const bool isMirrored = mirrorPreview();
   if (!connection) return {0.5, 0.5};
   switch (connection->videoOrientation()) {
-    case CaptureVideoOrientation::portrait:
-      return {y, isMirrored ? x : 1 - x};
-    case CaptureVideoOrientation::portraitUpsideDown:
-      return {1 - y, isMirrored ? 1 - x : x};
-    case CaptureVideoOrientation::landscapeRight:
-      return {isMirrored ? 1 - x : x, y};
-    case CaptureVideoOrientation::landscapeLeft:
-      return {isMirrored ? x : 1 - x, 1 - y};
+    case CaptureVideoOrientation::portrait: return {y, isMirrored ? x : 1 - x};
+    case CaptureVideoOrientation::portraitUpsideDown: return {1 - y, isMirrored ? 1 - x : x};
+    case CaptureVideoOrientation::landscapeRight: return {isMirrored ? 1 - x : x, y};
+    case CaptureVideoOrientation::landscapeLeft: return {isMirrored ? x : 1 - x, 1 - y};
   }
   return {0.5, 0.5};
 }

@@ -236,8 +236,7 @@ void TavrelGPUImageView::recalculateViewGeometry() {
     double width = 1;
     double height = 1;
     switch (implementation_->fillMode) {
-      case kTavrelGPUImageFillModeStretch:
-        break;
+      case kTavrelGPUImageFillModeStretch: break;
       case kTavrelGPUImageFillModePreserveAspectRatio:
         width = inset.width / view.width;
         height = inset.height / view.height;

@@ -30,22 +30,14 @@ const GLfloat* TavrelGPUImageFilter::fullFrameVertices() { return kFullFrameVert
 Point TavrelGPUImageFilter::rotatedPoint(Point point, TavrelGPUImageRotationMode forRotation) {
   const auto [x, y] = point;
   switch (forRotation) {
-    case kTavrelGPUImageNoRotation:
-      return {x, y};
-    case kTavrelGPUImageRotateLeft:
-      return {1 - y, x};
-    case kTavrelGPUImageRotateRight:
-      return {y, 1 - x};
-    case kTavrelGPUImageFlipVertical:
-      return {x, 1 - y};
-    case kTavrelGPUImageFlipHorizontal:
-      return {1 - x, y};
-    case kTavrelGPUImageRotateRightFlipVertical:
-      return {y, x};
-    case kTavrelGPUImageRotateRightFlipHorizontal:
-      return {1 - y, 1 - x};
-    case kTavrelGPUImageRotate180:
-      return {1 - x, 1 - y};
+    case kTavrelGPUImageNoRotation: return {x, y};
+    case kTavrelGPUImageRotateLeft: return {1 - y, x};
+    case kTavrelGPUImageRotateRight: return {y, 1 - x};
+    case kTavrelGPUImageFlipVertical: return {x, 1 - y};
+    case kTavrelGPUImageFlipHorizontal: return {1 - x, y};
+    case kTavrelGPUImageRotateRightFlipVertical: return {y, x};
+    case kTavrelGPUImageRotateRightFlipHorizontal: return {1 - y, 1 - x};
+    case kTavrelGPUImageRotate180: return {1 - x, 1 - y};
   }
   return {};
 }

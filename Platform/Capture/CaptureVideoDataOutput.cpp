@@ -16,12 +16,9 @@ constexpr unsigned kUnderWayAtMost = 8;
 TraceName nameOf(CaptureDroppedFrameReason reason) {
   const TraceNames& names = TraceNames::shared();
   switch (reason) {
-    case CaptureDroppedFrameReason::outOfBuffers:
-      return names.outOfBuffers;
-    case CaptureDroppedFrameReason::discontinuity:
-      return names.discontinuity;
-    default:
-      return names.late;
+    case CaptureDroppedFrameReason::outOfBuffers: return names.outOfBuffers;
+    case CaptureDroppedFrameReason::discontinuity: return names.discontinuity;
+    default: return names.late;
   }
 }
 
@@ -61,13 +58,11 @@ void CaptureVideoDataOutput::deliver(const std::shared_ptr<SampleBuffer>& sample
   const unsigned limit = discards || !source.isRealTime() ? kUnderWayWhenDiscarding : kUnderWayAtMost;
   CaptureHandover::Ticket ticket;
   switch (output.handover->enter(limit, !source.isRealTime(), source.cancellation(), ticket)) {
-    case CaptureHandover::Entry::closed:
-      return;
+    case CaptureHandover::Entry::closed: return;
     case CaptureHandover::Entry::full:
       return reportDrop(sample->timingEntries().front(),
                         discards ? CaptureDroppedFrameReason::frameWasLate : CaptureDroppedFrameReason::outOfBuffers);
-    case CaptureHandover::Entry::granted:
-      break;
+    case CaptureHandover::Entry::granted: break;
   }
   auto turned = source.turned(sample, *connection);
   if (!turned) return reportDrop(sample->timingEntries().front(), CaptureDroppedFrameReason::outOfBuffers);

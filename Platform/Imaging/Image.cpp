@@ -13,16 +13,12 @@ namespace {
 libyuv::RotationMode rotationFor(ImageOrientation orientation) {
   switch (orientation) {
     case ImageOrientation::down:
-    case ImageOrientation::downMirrored:
-      return libyuv::kRotate180;
+    case ImageOrientation::downMirrored: return libyuv::kRotate180;
     case ImageOrientation::left:
-    case ImageOrientation::leftMirrored:
-      return libyuv::kRotate270;
+    case ImageOrientation::leftMirrored: return libyuv::kRotate270;
     case ImageOrientation::right:
-    case ImageOrientation::rightMirrored:
-      return libyuv::kRotate90;
-    default:
-      return libyuv::kRotate0;
+    case ImageOrientation::rightMirrored: return libyuv::kRotate90;
+    default: return libyuv::kRotate0;
   }
 }
 

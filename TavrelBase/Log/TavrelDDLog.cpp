@@ -181,14 +181,9 @@ const std::shared_ptr<DispatchQueue>& TavrelDDLog::loggingQueue() {
   Implementation& shared = *sharedInstance().implementation_;
   const auto& queue = shared.queue();
   switch (shared.backlog.hurry()) {
-    case LogBacklog::Work::oneBatch:
-      queue->async([&shared] { shared.workOnBatch(); });
-      break;
-    case LogBacklog::Work::untilIdle:
-      queue->async([&shared] { shared.work(); });
-      break;
-    case LogBacklog::Work::none:
-      break;
+    case LogBacklog::Work::oneBatch: queue->async([&shared] { shared.workOnBatch(); }); break;
+    case LogBacklog::Work::untilIdle: queue->async([&shared] { shared.work(); }); break;
+    case LogBacklog::Work::none: break;
   }
   return queue;
 }
@@ -268,9 +263,7 @@ void TavrelDDLog::queueLogMessage(TavrelDDLogMessage message, bool asynchronousl
     case LogBacklog::Push::full:
       shared.dropped.write("TavrelDDLog: dropped a message of a logger: the backlog is full");
       break;
-    case LogBacklog::Push::closed:
-      ConsoleLog::write(entry.message().message());
-      break;
+    case LogBacklog::Push::closed: ConsoleLog::write(entry.message().message()); break;
   }
 }
 

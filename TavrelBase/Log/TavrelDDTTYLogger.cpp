@@ -19,16 +19,11 @@ constexpr std::size_t kLargestGathering = std::size_t{64} * 1024;
 
 std::string_view colourOf(unsigned flag) {
   switch (flag) {
-    case TavrelDDLogFlagError:
-      return "\033[31m";
-    case TavrelDDLogFlagWarning:
-      return "\033[33m";
-    case TavrelDDLogFlagDebug:
-      return "\033[90m";
-    case TavrelDDLogFlagVerbose:
-      return "\033[2m";
-    default:
-      return "";
+    case TavrelDDLogFlagError: return "\033[31m";
+    case TavrelDDLogFlagWarning: return "\033[33m";
+    case TavrelDDLogFlagDebug: return "\033[90m";
+    case TavrelDDLogFlagVerbose: return "\033[2m";
+    default: return "";
   }
 }
 

@@ -17,15 +17,11 @@ void copyText(std::uint8_t* to, std::size_t size, const std::string& text) {
 std::uint32_t bytesPerPixel(std::uint32_t pixelFormat) {
   switch (pixelFormat) {
     case V4L2_PIX_FMT_ABGR32:
-    case V4L2_PIX_FMT_XBGR32:
-      return 4;
+    case V4L2_PIX_FMT_XBGR32: return 4;
     case V4L2_PIX_FMT_YUYV:
-    case V4L2_PIX_FMT_UYVY:
-      return 2;
-    case V4L2_PIX_FMT_MJPEG:
-      return 0;
-    default:
-      return 1;
+    case V4L2_PIX_FMT_UYVY: return 2;
+    case V4L2_PIX_FMT_MJPEG: return 0;
+    default: return 1;
   }
 }
 
@@ -62,14 +58,10 @@ int FakeVideoNode::controlLocked(unsigned long request, void* argument) {
     }
     case VIDIOC_ENUM_FMT:
     case VIDIOC_ENUM_FRAMESIZES:
-    case VIDIOC_ENUM_FRAMEINTERVALS:
-      return enumerate(request, argument);
-    case VIDIOC_S_FMT:
-      return setFormat(*static_cast<v4l2_format*>(argument));
-    case VIDIOC_S_PARM:
-      return setRate(*static_cast<v4l2_streamparm*>(argument));
-    case VIDIOC_REQBUFS:
-      return requestBuffers(*static_cast<v4l2_requestbuffers*>(argument));
+    case VIDIOC_ENUM_FRAMEINTERVALS: return enumerate(request, argument);
+    case VIDIOC_S_FMT: return setFormat(*static_cast<v4l2_format*>(argument));
+    case VIDIOC_S_PARM: return setRate(*static_cast<v4l2_streamparm*>(argument));
+    case VIDIOC_REQBUFS: return requestBuffers(*static_cast<v4l2_requestbuffers*>(argument));
     case VIDIOC_QUERYBUF: {
       auto& buffer = *static_cast<v4l2_buffer*>(argument);
       if (buffer.index >= buffers_.size()) return fail(EINVAL, "queried what is no buffer");
@@ -77,21 +69,15 @@ int FakeVideoNode::controlLocked(unsigned long request, void* argument) {
       buffer.m.offset = buffer.index * 4096;
       return 0;
     }
-    case VIDIOC_QBUF:
-      return queue(*static_cast<v4l2_buffer*>(argument));
-    case VIDIOC_DQBUF:
-      return dequeue(*static_cast<v4l2_buffer*>(argument));
-    case VIDIOC_STREAMON:
-      return stream(true);
-    case VIDIOC_STREAMOFF:
-      return stream(false);
+    case VIDIOC_QBUF: return queue(*static_cast<v4l2_buffer*>(argument));
+    case VIDIOC_DQBUF: return dequeue(*static_cast<v4l2_buffer*>(argument));
+    case VIDIOC_STREAMON: return stream(true);
+    case VIDIOC_STREAMOFF: return stream(false);
     case VIDIOC_QUERYCTRL:
     case VIDIOC_QUERYMENU:
     case VIDIOC_G_CTRL:
-    case VIDIOC_S_CTRL:
-      return controls_(request, argument);
-    default:
-      return fail(ENOTTY);
+    case VIDIOC_S_CTRL: return controls_(request, argument);
+    default: return fail(ENOTTY);
   }
 }
 

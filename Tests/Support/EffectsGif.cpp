@@ -21,18 +21,12 @@ constexpr std::string_view kLocalLetters = "k.wbgr..";
 
 GifColorType colorOf(char letter) {
   switch (letter) {
-    case 'r':
-      return {255, 0, 0};
-    case 'g':
-      return {0, 255, 0};
-    case 'b':
-      return {0, 0, 255};
-    case 'w':
-      return {255, 255, 255};
-    case 'k':
-      return {0, 0, 0};
-    default:
-      return {255, 0, 255};  // seen only where transparency is missed
+    case 'r': return {255, 0, 0};
+    case 'g': return {0, 255, 0};
+    case 'b': return {0, 0, 255};
+    case 'w': return {255, 255, 255};
+    case 'k': return {0, 0, 0};
+    default: return {255, 0, 255};  // seen only where transparency is missed
   }
 }
 

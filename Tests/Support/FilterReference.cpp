@@ -68,22 +68,16 @@ ReferencePicture ReferencePicture::turned(TavrelGPUImageRotationMode mode) const
   const int right = width - 1;
   const int bottom = height - 1;
   switch (mode) {
-    case kTavrelGPUImageRotateLeft:
-      return {height, width, [&](int x, int y) { return clampedAt(right - y, x); }};
-    case kTavrelGPUImageRotateRight:
-      return {height, width, [&](int x, int y) { return clampedAt(y, bottom - x); }};
-    case kTavrelGPUImageFlipVertical:
-      return {width, height, [&](int x, int y) { return clampedAt(x, bottom - y); }};
-    case kTavrelGPUImageFlipHorizontal:
-      return {width, height, [&](int x, int y) { return clampedAt(right - x, y); }};
-    case kTavrelGPUImageRotateRightFlipVertical:
-      return {height, width, [&](int x, int y) { return clampedAt(y, x); }};
+    case kTavrelGPUImageRotateLeft: return {height, width, [&](int x, int y) { return clampedAt(right - y, x); }};
+    case kTavrelGPUImageRotateRight: return {height, width, [&](int x, int y) { return clampedAt(y, bottom - x); }};
+    case kTavrelGPUImageFlipVertical: return {width, height, [&](int x, int y) { return clampedAt(x, bottom - y); }};
+    case kTavrelGPUImageFlipHorizontal: return {width, height, [&](int x, int y) { return clampedAt(right - x, y); }};
+    case kTavrelGPUImageRotateRightFlipVertical: return {height, width, [&](int x, int y) { return clampedAt(y, x); }};
     case kTavrelGPUImageRotateRightFlipHorizontal:
       return {height, width, [&](int x, int y) { return clampedAt(right - y, bottom - x); }};
     case kTavrelGPUImageRotate180:
       return {width, height, [&](int x, int y) { return clampedAt(right - x, bottom - y); }};
-    default:
-      return *this;
+    default: return *this;
   }
 }
 

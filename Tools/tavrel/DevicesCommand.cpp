@@ -12,12 +12,9 @@ namespace {
 
 const char* nameOf(CaptureDevicePosition position) {
   switch (position) {
-    case CaptureDevicePosition::front:
-      return "front";
-    case CaptureDevicePosition::back:
-      return "back";
-    default:
-      return "unspecified";
+    case CaptureDevicePosition::front: return "front";
+    case CaptureDevicePosition::back: return "back";
+    default: return "unspecified";
   }
 }
 

@@ -29,12 +29,9 @@ void sayEvent(const TavrelRecorderEvent& event) {
     case TavrelRecorderEvent::Kind::cameraLost:
     case TavrelRecorderEvent::Kind::microphoneLost:
       return say("{}; what else there is goes on", event.error ? event.error->description : "a device is lost");
-    case TavrelRecorderEvent::Kind::cameraBack:
-      return say("the camera is back");
-    case TavrelRecorderEvent::Kind::microphoneBack:
-      return say("the microphone is back");
-    default:
-      return;
+    case TavrelRecorderEvent::Kind::cameraBack: return say("the camera is back");
+    case TavrelRecorderEvent::Kind::microphoneBack: return say("the microphone is back");
+    default: return;
   }
 }
 

@@ -8,14 +8,10 @@ namespace {
 
 int degreesOf(CaptureVideoOrientation orientation) {
   switch (orientation) {
-    case CaptureVideoOrientation::portrait:
-      return 90;
-    case CaptureVideoOrientation::landscapeLeft:
-      return 180;
-    case CaptureVideoOrientation::portraitUpsideDown:
-      return 270;
-    case CaptureVideoOrientation::landscapeRight:
-      break;
+    case CaptureVideoOrientation::portrait: return 90;
+    case CaptureVideoOrientation::landscapeLeft: return 180;
+    case CaptureVideoOrientation::portraitUpsideDown: return 270;
+    case CaptureVideoOrientation::landscapeRight: break;
   }
   return 0;
 }

@@ -15,12 +15,9 @@ namespace {
 
 const libyuv::YuvConstants* constantsOf(const RawFrame& frame) {
   switch (frame.matrix) {
-    case FrameMatrix::bt709:
-      return frame.isFullRange ? &libyuv::kYuvF709Constants : &libyuv::kYuvH709Constants;
-    case FrameMatrix::bt2020:
-      return frame.isFullRange ? &libyuv::kYuvV2020Constants : &libyuv::kYuv2020Constants;
-    case FrameMatrix::bt601:
-      break;
+    case FrameMatrix::bt709: return frame.isFullRange ? &libyuv::kYuvF709Constants : &libyuv::kYuvH709Constants;
+    case FrameMatrix::bt2020: return frame.isFullRange ? &libyuv::kYuvV2020Constants : &libyuv::kYuv2020Constants;
+    case FrameMatrix::bt601: break;
   }
   return frame.isFullRange ? &libyuv::kYuvJPEGConstants : &libyuv::kYuvI601Constants;
 }
@@ -51,16 +48,12 @@ std::size_t FrameConverter::tightRow(FrameLayout layout, int width) {
   const auto pixels = static_cast<std::size_t>(width);
   switch (layout) {
     case FrameLayout::bgra:
-    case FrameLayout::rgba:
-      return pixels * 4;
+    case FrameLayout::rgba: return pixels * 4;
     case FrameLayout::yuyv:
-    case FrameLayout::uyvy:
-      return half(pixels) * 4;
+    case FrameLayout::uyvy: return half(pixels) * 4;
     case FrameLayout::nv12:
-    case FrameLayout::i420:
-      return pixels;
-    case FrameLayout::mjpeg:
-      break;
+    case FrameLayout::i420: return pixels;
+    case FrameLayout::mjpeg: break;
   }
   return 0;
 }
@@ -72,14 +65,11 @@ std::size_t FrameConverter::leastByteCount(const RawFrame& frame) {
     case FrameLayout::bgra:
     case FrameLayout::rgba:
     case FrameLayout::yuyv:
-    case FrameLayout::uyvy:
-      return frame.bytesPerRow * (height - 1) + tightRow(frame.layout, frame.width);
-    case FrameLayout::nv12:
-      return frame.bytesPerRow * (height + half(height) - 1) + half(width) * 2;
+    case FrameLayout::uyvy: return frame.bytesPerRow * (height - 1) + tightRow(frame.layout, frame.width);
+    case FrameLayout::nv12: return frame.bytesPerRow * (height + half(height) - 1) + half(width) * 2;
     case FrameLayout::i420:
       return frame.bytesPerRow * height + half(frame.bytesPerRow) * (half(height) * 2 - 1) + half(width);
-    case FrameLayout::mjpeg:
-      break;
+    case FrameLayout::mjpeg: break;
   }
   return 1;
 }
@@ -133,9 +123,7 @@ Expected<void> FrameConverter::convert(const RawFrame& frame, PixelBuffer& pictu
                                target, targetStride, constants, width, height);
       break;
     }
-    case FrameLayout::mjpeg:
-      result = decodeJpeg(frame, target, picture.bytesPerRow());
-      break;
+    case FrameLayout::mjpeg: result = decodeJpeg(frame, target, picture.bytesPerRow()); break;
   }
   picture.unlockBaseAddress(PixelBufferLock::readWrite);
   return result;

@@ -21,14 +21,10 @@ constexpr std::chrono::milliseconds kInterval(20);
 
 const char* categoryOf(TraceEvent::Kind kind) {
   switch (kind) {
-    case TraceEvent::Kind::span:
-      return "node";
-    case TraceEvent::Kind::wait:
-      return "queue";
-    case TraceEvent::Kind::drop:
-      return "drop";
-    default:
-      return "counter";
+    case TraceEvent::Kind::span: return "node";
+    case TraceEvent::Kind::wait: return "queue";
+    case TraceEvent::Kind::drop: return "drop";
+    default: return "counter";
   }
 }
 

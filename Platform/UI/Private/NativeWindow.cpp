@@ -117,28 +117,24 @@ void NativeWindow::fitRootView() {
 
 void NativeWindow::handle(const SDL_Event& event) {
   switch (event.type) {
-    case SDL_WINDOWEVENT:
-      return handleWindowEvent(event.window);
+    case SDL_WINDOWEVENT: return handleWindowEvent(event.window);
     case SDL_MOUSEBUTTONDOWN:
       if (event.button.button == SDL_BUTTON_LEFT) touches_.touchBegan(kMouse, pointOf(event.button.x, event.button.y));
       return;
-    case SDL_MOUSEMOTION:
-      return touches_.touchMoved(kMouse, pointOf(event.motion.x, event.motion.y));
+    case SDL_MOUSEMOTION: return touches_.touchMoved(kMouse, pointOf(event.motion.x, event.motion.y));
     case SDL_MOUSEBUTTONUP:
       if (event.button.button != SDL_BUTTON_LEFT) return;
       return touches_.touchEnded(kMouse, pointOf(event.button.x, event.button.y), secondsOf(event.button.timestamp));
     case SDL_FINGERDOWN:
     case SDL_FINGERMOTION:
-    case SDL_FINGERUP:
-      return handleFinger(event.tfinger);
+    case SDL_FINGERUP: return handleFinger(event.tfinger);
     case SDL_KEYDOWN:
       if (keyHandler_ && event.key.repeat == 0) {
         const auto handler = keyHandler_;  // may close the window
         handler(SDL_GetKeyName(event.key.keysym.sym));
       }
       return;
-    default:
-      return;
+    default: return;
   }
 }
 
@@ -151,20 +147,16 @@ void NativeWindow::handleFinger(const SDL_TouchFingerEvent& event) {
 
 void NativeWindow::handleWindowEvent(const SDL_WindowEvent& event) {
   switch (event.event) {
-    case SDL_WINDOWEVENT_SIZE_CHANGED:
-      return fitRootView();
+    case SDL_WINDOWEVENT_SIZE_CHANGED: return fitRootView();
     case SDL_WINDOWEVENT_EXPOSED:
     case SDL_WINDOWEVENT_SHOWN:
-    case SDL_WINDOWEVENT_RESTORED:
-      return rootView()->layer()->setNeedsDisplay();
-    case SDL_WINDOWEVENT_FOCUS_LOST:
-      return touches_.cancelAll();
+    case SDL_WINDOWEVENT_RESTORED: return rootView()->layer()->setNeedsDisplay();
+    case SDL_WINDOWEVENT_FOCUS_LOST: return touches_.cancelAll();
     case SDL_WINDOWEVENT_CLOSE: {
       const auto handler = closeHandler_;  // may end the window
       return handler ? handler() : close();
     }
-    default:
-      return;
+    default: return;
   }
 }
 

@@ -70,21 +70,15 @@ std::string namedVideoDrivers() {
 
 std::uint32_t windowOf(const SDL_Event& event) {
   switch (event.type) {
-    case SDL_WINDOWEVENT:
-      return event.window.windowID;
+    case SDL_WINDOWEVENT: return event.window.windowID;
     case SDL_MOUSEBUTTONDOWN:
-    case SDL_MOUSEBUTTONUP:
-      return event.button.windowID;
-    case SDL_MOUSEMOTION:
-      return event.motion.windowID;
+    case SDL_MOUSEBUTTONUP: return event.button.windowID;
+    case SDL_MOUSEMOTION: return event.motion.windowID;
     case SDL_FINGERDOWN:
     case SDL_FINGERMOTION:
-    case SDL_FINGERUP:
-      return event.tfinger.windowID;
-    case SDL_KEYDOWN:
-      return event.key.windowID;
-    default:
-      return 0;
+    case SDL_FINGERUP: return event.tfinger.windowID;
+    case SDL_KEYDOWN: return event.key.windowID;
+    default: return 0;
   }
 }
 

@@ -45,22 +45,14 @@ Pixel turned(const Picture& source, TavrelGPUImageRotationMode mode, int x, int 
   const int right = source.width - 1;
   const int bottom = source.height - 1;
   switch (mode) {
-    case kTavrelGPUImageNoRotation:
-      return source.at(x, y);
-    case kTavrelGPUImageRotateLeft:
-      return source.at(right - y, x);
-    case kTavrelGPUImageRotateRight:
-      return source.at(y, bottom - x);
-    case kTavrelGPUImageFlipVertical:
-      return source.at(x, bottom - y);
-    case kTavrelGPUImageFlipHorizontal:
-      return source.at(right - x, y);
-    case kTavrelGPUImageRotateRightFlipVertical:
-      return source.at(y, x);
-    case kTavrelGPUImageRotateRightFlipHorizontal:
-      return source.at(right - y, bottom - x);
-    case kTavrelGPUImageRotate180:
-      return source.at(right - x, bottom - y);
+    case kTavrelGPUImageNoRotation: return source.at(x, y);
+    case kTavrelGPUImageRotateLeft: return source.at(right - y, x);
+    case kTavrelGPUImageRotateRight: return source.at(y, bottom - x);
+    case kTavrelGPUImageFlipVertical: return source.at(x, bottom - y);
+    case kTavrelGPUImageFlipHorizontal: return source.at(right - x, y);
+    case kTavrelGPUImageRotateRightFlipVertical: return source.at(y, x);
+    case kTavrelGPUImageRotateRightFlipHorizontal: return source.at(right - y, bottom - x);
+    case kTavrelGPUImageRotate180: return source.at(right - x, bottom - y);
   }
   return {};
 }

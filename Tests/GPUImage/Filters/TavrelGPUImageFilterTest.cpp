@@ -24,22 +24,14 @@ Picture turned(const Picture& source, int mode) {
   const bool swaps = mode == 1 || mode == 2 || mode == 5 || mode == 6;
   return {swaps ? h : w, swaps ? w : h, [&](int x, int y) {
             switch (mode) {
-              case 1:
-                return source.at(w - 1 - y, x);
-              case 2:
-                return source.at(y, h - 1 - x);
-              case 3:
-                return source.at(x, h - 1 - y);
-              case 4:
-                return source.at(w - 1 - x, y);
-              case 5:
-                return source.at(y, x);
-              case 6:
-                return source.at(w - 1 - y, h - 1 - x);
-              case 7:
-                return source.at(w - 1 - x, h - 1 - y);
-              default:
-                return source.at(x, y);
+              case 1: return source.at(w - 1 - y, x);
+              case 2: return source.at(y, h - 1 - x);
+              case 3: return source.at(x, h - 1 - y);
+              case 4: return source.at(w - 1 - x, y);
+              case 5: return source.at(y, x);
+              case 6: return source.at(w - 1 - y, h - 1 - x);
+              case 7: return source.at(w - 1 - x, h - 1 - y);
+              default: return source.at(x, y);
             }
           }};
 }

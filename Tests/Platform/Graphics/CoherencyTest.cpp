@@ -62,8 +62,7 @@ class Scene {
           EXPECT_EQ(texturePixel(*texture_, static_cast<GLint>(lastX_), static_cast<GLint>(lastY_)), colour_);
         });
         break;
-      default:
-        FAIL() << operation;
+      default: FAIL() << operation;
     }
     checkSnapshots();
     if (isStaged()) {

@@ -242,26 +242,13 @@ TEST_P(TeardownOrder, FreesTexturesAndKeepsThePicture) {
   });
   for (const char* step = GetParam(); *step != 0; ++step) {
     switch (*step) {
-      case 'x':
-        graphics->context.reset();
-        break;
-      case 'c':
-        graphics->cache.reset();
-        break;
-      case 'q':
-        graphics->queue->shutDown();
-        break;
-      case 't':
-        texture.reset();
-        break;
-      case 'r':
-        EXPECT_EQ(bufferPixel(*buffer, 3, 3), kColour);
-        break;
-      case 'b':
-        buffer.reset();
-        break;
-      default:
-        FAIL() << *step;
+      case 'x': graphics->context.reset(); break;
+      case 'c': graphics->cache.reset(); break;
+      case 'q': graphics->queue->shutDown(); break;
+      case 't': texture.reset(); break;
+      case 'r': EXPECT_EQ(bufferPixel(*buffer, 3, 3), kColour); break;
+      case 'b': buffer.reset(); break;
+      default: FAIL() << *step;
     }
   }
   graphics.reset();

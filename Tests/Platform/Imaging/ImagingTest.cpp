@@ -135,22 +135,14 @@ TEST(Pictures, JpegIsTurnedAsItsTagSays) {
     const Picture source = quarters();
     const Picture expected = {tag < 5 ? 32 : 16, tag < 5 ? 16 : 32, [&](int x, int y) {
                                 switch (tag) {
-                                  case 2:
-                                    return source.at(31 - x, y);
-                                  case 3:
-                                    return source.at(31 - x, 15 - y);
-                                  case 4:
-                                    return source.at(x, 15 - y);
-                                  case 5:
-                                    return source.at(y, x);
-                                  case 6:
-                                    return source.at(y, 15 - x);
-                                  case 7:
-                                    return source.at(31 - y, 15 - x);
-                                  case 8:
-                                    return source.at(31 - y, x);
-                                  default:
-                                    return source.at(x, y);
+                                  case 2: return source.at(31 - x, y);
+                                  case 3: return source.at(31 - x, 15 - y);
+                                  case 4: return source.at(x, 15 - y);
+                                  case 5: return source.at(y, x);
+                                  case 6: return source.at(y, 15 - x);
+                                  case 7: return source.at(31 - y, 15 - x);
+                                  case 8: return source.at(31 - y, x);
+                                  default: return source.at(x, y);
                                 }
                               }};
     EXPECT_LE(largestDifference(result, expected), 3) << int{tag};

@@ -110,12 +110,9 @@ spa_fraction fractionOf(double rate) {
 
 FrameMatrix matrixOf(spa_video_color_matrix matrix) {
   switch (matrix) {
-    case SPA_VIDEO_COLOR_MATRIX_BT709:
-      return FrameMatrix::bt709;
-    case SPA_VIDEO_COLOR_MATRIX_BT2020:
-      return FrameMatrix::bt2020;
-    default:
-      return FrameMatrix::bt601;
+    case SPA_VIDEO_COLOR_MATRIX_BT709: return FrameMatrix::bt709;
+    case SPA_VIDEO_COLOR_MATRIX_BT2020: return FrameMatrix::bt2020;
+    default: return FrameMatrix::bt601;
   }
 }
 

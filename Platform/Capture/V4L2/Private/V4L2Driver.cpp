@@ -22,13 +22,10 @@ FrameMatrix matrixOf(const v4l2_pix_format& format) {
   const bool isSaid = format.ycbcr_enc != V4L2_YCBCR_ENC_DEFAULT;
   switch (isSaid ? format.ycbcr_enc : static_cast<std::uint32_t>(V4L2_MAP_YCBCR_ENC_DEFAULT(format.colorspace))) {
     case V4L2_YCBCR_ENC_709:
-    case V4L2_YCBCR_ENC_XV709:
-      return FrameMatrix::bt709;
+    case V4L2_YCBCR_ENC_XV709: return FrameMatrix::bt709;
     case V4L2_YCBCR_ENC_BT2020:
-    case V4L2_YCBCR_ENC_BT2020_CONST_LUM:
-      return FrameMatrix::bt2020;
-    default:
-      return FrameMatrix::bt601;
+    case V4L2_YCBCR_ENC_BT2020_CONST_LUM: return FrameMatrix::bt2020;
+    default: return FrameMatrix::bt601;
   }
 }
 

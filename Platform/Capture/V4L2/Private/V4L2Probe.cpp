@@ -172,15 +172,11 @@ Error v4l2Error(int code, const std::string& what) {
   const std::string text = fmt::format("{}: {}", what, std::system_category().message(code));
   switch (code) {
     case EACCES:
-    case EPERM:
-      return makeError(CaptureErrorCode::permissionDenied, text);
-    case EBUSY:
-      return makeError(CaptureErrorCode::busy, text);
+    case EPERM: return makeError(CaptureErrorCode::permissionDenied, text);
+    case EBUSY: return makeError(CaptureErrorCode::busy, text);
     case ENODEV:
-    case ENXIO:
-      return makeError(CaptureErrorCode::unplugged, text);
-    default:
-      return {"posix", code, text};
+    case ENXIO: return makeError(CaptureErrorCode::unplugged, text);
+    default: return {"posix", code, text};
   }
 }
 

@@ -96,18 +96,14 @@ class VirtualCameraDriver : public VirtualDriver {
   double sceneTimeOf(const MediaTime& time) const { return sceneStart_ + (time - start_).seconds(); }
   void applyTo(CaptureControl control, const CaptureControls& controls) {
     switch (control) {
-      case CaptureControl::torch:
-        lens_.torchLevel = controls.torchMode == CaptureTorchMode::on ? 1 : 0;
-        break;
+      case CaptureControl::torch: lens_.torchLevel = controls.torchMode == CaptureTorchMode::on ? 1 : 0; break;
       case CaptureControl::focus:
         if (controls.focusMode != CaptureFocusMode::locked) lens_.focus = focusAt(controls.focusPoint);
         break;
       case CaptureControl::exposure:
         if (controls.exposureMode != CaptureExposureMode::locked) lens_.exposure = exposureAt(controls.exposurePoint);
         break;
-      case CaptureControl::zoom:
-        lens_.zoom = controls.zoomFactor;
-        break;
+      case CaptureControl::zoom: lens_.zoom = controls.zoomFactor; break;
     }
   }
 

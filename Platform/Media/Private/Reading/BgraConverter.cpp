@@ -52,15 +52,11 @@ const libyuv::YuvConstants* limitedRange2020() { return nullptr; }
 const libyuv::YuvConstants* constantsFor(AVColorSpace matrix, bool fullRange) {
   switch (matrix) {
     case AVCOL_SPC_BT470BG:
-    case AVCOL_SPC_SMPTE170M:
-      return fullRange ? &libyuv::kYuvJPEGConstants : limitedRange601();
-    case AVCOL_SPC_BT709:
-      return fullRange ? &libyuv::kYuvF709Constants : limitedRange709();
+    case AVCOL_SPC_SMPTE170M: return fullRange ? &libyuv::kYuvJPEGConstants : limitedRange601();
+    case AVCOL_SPC_BT709: return fullRange ? &libyuv::kYuvF709Constants : limitedRange709();
     case AVCOL_SPC_BT2020_NCL:
-    case AVCOL_SPC_BT2020_CL:
-      return fullRange ? &libyuv::kYuvV2020Constants : limitedRange2020();
-    default:
-      return nullptr;
+    case AVCOL_SPC_BT2020_CL: return fullRange ? &libyuv::kYuvV2020Constants : limitedRange2020();
+    default: return nullptr;
   }
 }
 
@@ -97,25 +93,18 @@ int convertYuv(const Conversion& picture) {
   if (!picture.constants) return kNotCommon;
   switch (picture.picture.format) {
     case AV_PIX_FMT_YUV420P:
-    case AV_PIX_FMT_YUVJ420P:
-      return picture.planar(libyuv::I420ToARGBMatrixFilter, libyuv::kFilterBilinear);
+    case AV_PIX_FMT_YUVJ420P: return picture.planar(libyuv::I420ToARGBMatrixFilter, libyuv::kFilterBilinear);
     case AV_PIX_FMT_YUV422P:
-    case AV_PIX_FMT_YUVJ422P:
-      return picture.planar(libyuv::I422ToARGBMatrixFilter, libyuv::kFilterLinear);
+    case AV_PIX_FMT_YUVJ422P: return picture.planar(libyuv::I422ToARGBMatrixFilter, libyuv::kFilterLinear);
     case AV_PIX_FMT_YUV444P:
-    case AV_PIX_FMT_YUVJ444P:
-      return picture.planar(libyuv::I444ToARGBMatrix);
-    case AV_PIX_FMT_YUV420P10LE:
-      return picture.wide(libyuv::I010ToARGBMatrixFilter, libyuv::kFilterBilinear);
-    case AV_PIX_FMT_YUV422P10LE:
-      return picture.wide(libyuv::I210ToARGBMatrixFilter, libyuv::kFilterLinear);
-    case AV_PIX_FMT_YUV444P10LE:
-      return picture.wide(libyuv::I410ToARGBMatrix);
+    case AV_PIX_FMT_YUVJ444P: return picture.planar(libyuv::I444ToARGBMatrix);
+    case AV_PIX_FMT_YUV420P10LE: return picture.wide(libyuv::I010ToARGBMatrixFilter, libyuv::kFilterBilinear);
+    case AV_PIX_FMT_YUV422P10LE: return picture.wide(libyuv::I210ToARGBMatrixFilter, libyuv::kFilterLinear);
+    case AV_PIX_FMT_YUV444P10LE: return picture.wide(libyuv::I410ToARGBMatrix);
     case AV_PIX_FMT_GRAY8:
       return libyuv::I400ToARGBMatrix(picture.plane(0), picture.stride(0), picture.destination, picture.bytesPerRow,
                                       picture.constants, picture.picture.width, picture.picture.height);
-    default:
-      return kNotCommon;
+    default: return kNotCommon;
   }
 }
 
@@ -125,16 +114,11 @@ int convertRgb(const Conversion& picture) {
                     picture.picture.width, picture.picture.height);
   };
   switch (picture.picture.format) {
-    case AV_PIX_FMT_BGRA:
-      return with(libyuv::ARGBCopy);
-    case AV_PIX_FMT_RGBA:
-      return with(libyuv::ABGRToARGB);
-    case AV_PIX_FMT_BGR24:
-      return with(libyuv::RGB24ToARGB);
-    case AV_PIX_FMT_RGB24:
-      return with(libyuv::RAWToARGB);
-    default:
-      return kNotCommon;
+    case AV_PIX_FMT_BGRA: return with(libyuv::ARGBCopy);
+    case AV_PIX_FMT_RGBA: return with(libyuv::ABGRToARGB);
+    case AV_PIX_FMT_BGR24: return with(libyuv::RGB24ToARGB);
+    case AV_PIX_FMT_RGB24: return with(libyuv::RAWToARGB);
+    default: return kNotCommon;
   }
 }
 
@@ -170,10 +154,8 @@ bool BgraConverter::isFullRange(const AVFrame& picture) {
     case AV_PIX_FMT_YUVJ422P:
     case AV_PIX_FMT_YUVJ440P:
     case AV_PIX_FMT_YUVJ444P:
-    case AV_PIX_FMT_YUVJ411P:
-      return true;
-    default:
-      break;
+    case AV_PIX_FMT_YUVJ411P: return true;
+    default: break;
   }
   if (picture.color_range == AVCOL_RANGE_UNSPECIFIED) return isGray(picture);
   return picture.color_range == AVCOL_RANGE_JPEG;

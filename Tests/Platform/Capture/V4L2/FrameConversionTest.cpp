@@ -22,12 +22,9 @@ struct Coefficients {
 
 Coefficients coefficientsOf(FrameMatrix matrix) {
   switch (matrix) {
-    case FrameMatrix::bt709:
-      return {0.2126, 0.0722};
-    case FrameMatrix::bt2020:
-      return {0.2627, 0.0593};
-    default:
-      return {0.299, 0.114};
+    case FrameMatrix::bt709: return {0.2126, 0.0722};
+    case FrameMatrix::bt2020: return {0.2627, 0.0593};
+    default: return {0.299, 0.114};
   }
 }
 
