@@ -460,6 +460,22 @@ TEST_F(CaptureSessionTest, StartsWithWhatCannotBeOpenedAndSaysSo) {
   EXPECT_TRUE(empty->isRunning());
 }
 
+TEST_F(CaptureSessionTest, StopsAndLetsGoOfEverythingWithItsLastOwner) {
+  auto session = CaptureSession::create();
+  auto output = CaptureVideoDataOutput::create();
+  const std::weak_ptr<CaptureVideoDataOutput> held = output;
+  const auto input = CaptureDeviceInput::create(device(Virtual::kBackCamera)).value();
+  session->addOutput(std::move(output));
+  session->addInput(input);
+  session->startRunning();
+  ASSERT_FALSE(session->runtimeError().has_value());
+  session = nullptr;
+  EXPECT_TRUE(eventually([&] { return held.expired(); }));
+  CameraBench next(input->device());
+  next.session->startRunning();
+  EXPECT_FALSE(next.session->runtimeError().has_value()) << "the camera is free again";
+}
+
 TEST_F(CaptureSessionTest, ChangesAndStopsFromDelegatesAndOtherThreads) {
   CameraBench camera(device(Virtual::kBackCamera));
   const auto back = camera.input;
