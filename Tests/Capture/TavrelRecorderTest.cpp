@@ -305,7 +305,7 @@ TEST_F(TavrelRecorderTest, AFullDiskIsSaidAndWhatWasRecordedPlays) {
   getrlimit(RLIMIT_FSIZE, &before);
   const auto handler = std::signal(SIGXFSZ, SIG_IGN);
   ASSERT_NO_FATAL_FAILURE(startRecording());
-  const rlimit small = {100'000, before.rlim_max};
+  const rlimit small = {700'000, before.rlim_max};
   setrlimit(RLIMIT_FSIZE, &small);
   const bool isSaid = hears(TavrelRecorderEvent::Kind::writingBrokeOff);
   const auto finished = test::finishMovie(*recorder_);
