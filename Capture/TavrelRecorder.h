@@ -18,34 +18,34 @@ class TavrelCamera;
 class TavrelGPUImageView;
 class TavrelMicrophone;
 
-/// The codes of errors in the domain "recorder" (`Error::code`).
+/// Codes of errors in the domain "recorder".
 enum class TavrelRecorderErrorCode : std::int64_t {
-  cameraUnavailable = -1,  ///< there is such a camera, and the session cannot take it
+  cameraUnavailable = -1,  ///< the camera exists but cannot be opened
   cameraRefused = -2,      ///< the system refuses access to the camera
   microphoneRefused = -3,  ///< the system refuses access to the microphone
-  unknownFileType = -4,    ///< the name of the file ends in none of .mov, .mp4 and .mkv
-  alreadyWriting = -5,     ///< a movie is being written: finish it first
-  notWriting = -6          ///< there is no movie to finish
+  unknownFileType = -4,    ///< the file's extension is not .mov, .mp4 or .mkv
+  alreadyWriting = -5,     ///< a movie is being written; finish it first
+  notWriting = -6          ///< no movie is being written
 };
 
 constexpr const char* errorDomain(TavrelRecorderErrorCode) { return "recorder"; }
 
-/// What happens to a recorder while nobody asks it anything.
+/// An event in the background.
 struct TavrelRecorderEvent {
   enum class Kind {
-    cameraLost,       ///< it failed or was unplugged; sound goes on
+    cameraLost,       ///< it failed or was unplugged; the recording continues with sound
     cameraBack,       ///< it delivers again
-    microphoneLost,   ///< it failed or was unplugged; pictures go on
+    microphoneLost,   ///< it failed or was unplugged; the recording continues with video
     microphoneBack,   ///< it delivers again
-    writingBrokeOff,  ///< the disk is full, or the encoder failed; what was recorded plays
-    limitReached      ///< the first frame came that is beyond the recording's `durationLimit`
+    writingBrokeOff,  ///< the disk is full or the encoder failed; what was recorded plays
+    limitReached      ///< a frame beyond the recording's `durationLimit` arrived
   };
   Kind kind;
-  /// Why, for what is lost and what broke off.
+  /// Why a device was lost or writing broke off.
   std::optional<Error> error;
 };
 
-/// Records a camera and a microphone, through effects, into movie files, one after the other.
+/// Records a camera and a microphone, through effects, into one movie file after another.
 ///
 ///     camera ▶ effects ┬▶ previewView
 ///                      └▶ movie file
@@ -55,13 +55,11 @@ struct TavrelRecorderEvent {
 ///     file:     none ──startWriting──▶ writing ⇄ paused ──finishWritingWithCompletion──▶ none ──▶ …
 ///                                         └─ disk full ─▶ broken off ──finishWritingWithCompletion──▶ none
 ///
-/// Devices and file are independent: a file may be started before the devices and finished after they stopped. A movie
-/// begins with the first frame that comes; sound from before it is left out, and sound stands where it was heard.
-/// Frames whose proportions are not the movie's lose what is too much at their edges. While the camera is away, sound
-/// goes on, and the other way round.
+/// Devices and file are independent: a file may be started before the devices and finished after they have stopped. A
+/// movie begins with its first frame; earlier sound is left out, and later sound is placed at the time it was heard.
+/// Frames of other proportions than the movie's are cropped. If the camera is lost, sound continues, and vice versa.
 ///
-/// Members may be called from any thread. Everything that is handed to the recorder to be called, but for the frame
-/// handler, is called on the main thread, which must run `RunLoop::main()`.
+/// Any thread. Completions and the event handler are called on the main thread, which must run `RunLoop::main()`.
 class TAVREL_API TavrelRecorder {
  public:
   using StartCompletion = std::function<void(const std::optional<Error>& error)>;
@@ -70,54 +68,52 @@ class TAVREL_API TavrelRecorder {
   using EventHandler = std::function<void(const TavrelRecorderEvent& event)>;
   using FrameHandler = std::function<void(double seconds)>;
 
-  /// Opens the devices without starting them. Fails with the errors of `CaptureDevice::deviceNamed`, of
-  /// `TavrelCamera::create` and of `TavrelMicrophone::create`, and with `cameraUnavailable`.
+  /// Opens the devices without starting them. Fails with `cameraUnavailable`, and as `CaptureDevice::deviceNamed`,
+  /// `TavrelCamera::create` and `TavrelMicrophone::create` do.
   static Expected<std::shared_ptr<TavrelRecorder>> create(const TavrelRecorderConfiguration& configuration);
   TavrelRecorder(const TavrelRecorder&) = delete;
   TavrelRecorder& operator=(const TavrelRecorder&) = delete;
-  /// Stops, and completes a file that is being written.
+  /// Stops the devices and completes a file that is being written.
   ~TavrelRecorder();
 
-  /// The camera, with its controls. Its delegate is the recorder's.
+  /// For its controls; the recorder is its delegate.
   const std::shared_ptr<TavrelCamera>& camera() const;
-  /// The microphone, with its level and its mute switch; nullptr without one. Its delegate is the recorder's.
+  /// For its level and mute switch; the recorder is its delegate. nullptr without one.
   const std::shared_ptr<TavrelMicrophone>& microphone() const;
-  /// Shows what is recorded; the application places it. Main thread.
+  /// Shows what is recorded, for the application to place. Main thread.
   const std::shared_ptr<TavrelGPUImageView>& previewView() const;
-  /// Exchanges the effects.
   void setEffects(std::vector<std::shared_ptr<TavrelCaptureEffect>> effects);
 
-  /// Starts the microphone and then the camera. `completion` is called once, with no error when both run. Errors are
-  /// those of the audio session, `cameraRefused` and `microphoneRefused`; nothing runs then.
+  /// Starts the microphone, then the camera. `completion` is called once: without an error if both run, else with
+  /// `cameraRefused`, `microphoneRefused` or the audio session's error, and neither runs.
   void startWithCompletion(StartCompletion completion);
-  /// Returns when both devices have stopped and the last frame was handed on.
+  /// Returns when both devices have stopped and the last frame is processed.
   void stop();
 
-  /// Everything from the next frame on goes into `file`, which is replaced if it exists. Fails with `unknownFileType`,
-  /// `alreadyWriting`, and the platform's error when the file cannot be created.
+  /// Records into `file`, replacing an existing one, from the next frame on. Fails with `unknownFileType`,
+  /// `alreadyWriting`, and the platform's error if the file cannot be created.
   Expected<void> startWriting(const std::filesystem::path& file, const TavrelRecordingOptions& options = {});
-  /// Ends the movie and completes the file, also one that broke off. `completion` is called once, when that is done;
-  /// with `notWriting` when there was nothing to finish. The next file may be started at once.
+  /// Ends the movie and completes the file, even one that broke off. `completion` is called once, when that is done;
+  /// with `notWriting` if no movie was being written. The next file may be started at once.
   void finishWritingWithCompletion(FinishCompletion completion);
   /// Ends the movie and removes the file.
   void cancelWriting();
-  /// From `startWriting` to the call that finishes or cancels.
+  /// True from `startWriting` until the call that finishes or cancels.
   bool isWriting() const;
 
-  /// Leaves everything out until `resume`; the movie goes on without a gap. Nothing happens when no movie is written.
+  /// Leaves out frames and sound until `resume`; the movie continues without a gap. Has no effect unless writing.
   void pause();
   void resume();
   bool isPaused() const;
 
-  /// A still picture through the same effects. `completion` is called once, with a picture or an error.
+  /// Takes a still picture through the same effects. `completion` is called once, with an image or an error.
   void snapshotWithCompletion(SnapshotCompletion completion);
 
-  /// Of the movie that is being written; all 0 when there is none.
+  /// Statistics of the movie being written; all 0 without one.
   TavrelRecordingStatistics statistics() const;
-  /// Hears what breaks and what heals in the background.
   void setEventHandler(EventHandler handler);
-  /// Called before each frame that is about to be written, with its time in seconds since the movie's first frame,
-  /// pauses included; what it does acts on that frame already. On the video-processing queue.
+  /// Called before each frame is written, with its time in seconds since the movie's first frame, pauses included.
+  /// Calls that it makes (`pause`, say) apply to that frame already. On the video-processing queue.
   void setFrameHandler(FrameHandler handler);
 
  private:

@@ -20,84 +20,82 @@ struct SampleTiming;
 
 class TavrelCaptureEffect;
 
-/// What an effect does with a part of a frame.
+/// How an effect processes a part of a frame.
 struct TavrelCaptureEffectPart {
-  /// Works on pictures that are the part; none: the effect itself does.
+  /// Processes frames that are only the part; nullptr for the effect itself.
   std::shared_ptr<TavrelCaptureEffect> effect;
-  /// The part of the frame behind the effect that it makes of them.
+  /// The resulting part of the frame after the effect.
   Rect output;
 };
 
-/// Describes one effect that a camera, or a `TavrelCaptureEffectChain`, is asked for. It carries parameters and makes
-/// the nodes that draw it.
+/// Describes an effect of a camera or `TavrelCaptureEffectChain`: holds its parameters and creates the nodes that draw
+/// it.
 ///
-/// An effect of one's own derives from this class. It overrides `copy` and what it needs of the rest: `makeNodes` where
-/// it draws on the GPU, `prepareFrame` where it works on pixel buffers, `sizeAfter` where it changes the frame's size.
-/// Its setters call `changeProperty`.
+/// To write an effect, derive from this class and override `copy` and, as needed, `makeNodes` to draw on the GPU,
+/// `prepareFrame` to process pixel buffers, and `sizeAfter` to change the frame's size. Call `changeProperty` in
+/// setters.
 ///
-/// One thread at a time, but for `prepareFrame`.
+/// One thread at a time, except `prepareFrame`.
 class TAVREL_API TavrelCaptureEffect : public TavrelObject {
  public:
   using ChangeObserver = std::function<void(std::string_view property)>;
-  /// Names one registration; 0 is never given out.
+  /// Identifies a registration; never 0.
   using ChangeObserverToken = std::uint64_t;
 
   TavrelCaptureEffect();
   ~TavrelCaptureEffect() override;
 
-  /// An independent new descriptor of the same class; each class says what it takes over. Observers are not.
+  /// An independent effect of the same class. Each class documents what is copied; observers are not.
   virtual std::shared_ptr<TavrelCaptureEffect> copy() const = 0;
 
-  /// Makes the nodes for frames of `frameSize`, in pixels; none by default. Called each time a chain is built: an
-  /// effect that hands out nodes of its own, rather than new ones, can be in one chain only. Not on the
-  /// video-processing queue.
+  /// Creates the nodes for frames of `frameSize`, in pixels; none by default. Called each time a chain is built, but
+  /// not on the video-processing queue. An effect that returns the same nodes each time can be in one chain only.
   virtual TavrelCaptureEffectNodes makeNodes(Size frameSize);
-  /// Brings `nodes`, which `makeNodes` made before, up to the new value of `property`, and returns true; returns false,
-  /// as it does by default, when nodes have to be made anew. Called by the chain that has the nodes, on the thread that
-  /// announced the change.
+  /// Applies the new value of `property` to `nodes`, which `makeNodes` returned, and returns true; returns false, the
+  /// default, if they must be created anew. Called by the chain that owns the nodes, on the thread that announced the
+  /// change.
   virtual bool applyChange(std::string_view property, const TavrelCaptureEffectNodes& nodes);
-  /// The size that a frame of `frameSize` has behind the effect, in pixels; the same by default.
+  /// The size in pixels of a frame of `frameSize` after the effect; by default the same.
   virtual Size sizeAfter(Size frameSize) const;
 
-  /// For frames that are worked on part by part, see `TavrelCaptureEffectChain::part`: the part of a frame of
-  /// `frameSize` on which the part `output` of the frame behind the effect depends, in whole pixels from the top left.
-  /// None, as by default: the effect works on whole frames only.
+  /// For frames processed in parts (see `TavrelCaptureEffectChain::part`): the part of a frame of `frameSize` on which
+  /// the part `output` of the result depends, in whole pixels from the top left. Nothing, the default, if the effect
+  /// needs whole frames.
   virtual std::optional<Rect> inputFor(const Rect& output, Size frameSize) const;
-  /// What the effect does with the part `input`, which has at least what `inputFor` asked for. By default the effect
-  /// itself makes the same part of the frame behind it.
+  /// How the effect processes the part `input`, which contains the result of `inputFor`. By default the effect itself
+  /// produces the same part of the result.
   virtual TavrelCaptureEffectPart onPart(const Rect& input, Size frameSize) const;
 
-  /// Called for every frame before it enters the graph: on a camera's capture queue, which waits, or by whoever has a
-  /// chain. `pixelBuffer` is what the effect before returned; nullptr where frames have no pixel buffer.
-  /// `sampleTimingInfo` is the sample's own timing, `frameTime` the one with which it enters the graph: invalid for the
-  /// picture of a snapshot. Returns the pixel buffer to go on with: by default the same.
+  /// Called for every frame before it enters the graph: on the camera's capture queue, which waits, or by the owner of
+  /// a chain. `pixelBuffer` is what the previous effect returned, or nullptr if frames have none. `sampleTimingInfo` is
+  /// the sample's timing; `frameTime`, with which the frame enters the graph, is invalid for a snapshot. Returns the
+  /// pixel buffer to continue with; by default the same.
   virtual std::shared_ptr<PixelBuffer> prepareFrame(const std::shared_ptr<PixelBuffer>& pixelBuffer,
                                                     const SampleTiming& sampleTimingInfo, MediaTime frameTime);
 
-  /// Whether `prepareFrame` waits until it can show exactly what is due, or shows what is ready by then. A camera says
-  /// false, and a `TavrelCaptureEffectChain` true when it is connected. Nothing by default.
+  /// Whether `prepareFrame` waits to show exactly what is due, or shows what is ready. Called with false by a camera,
+  /// and with true by a `TavrelCaptureEffectChain` when connected. Does nothing by default.
   virtual void setWaitsForPictures(bool) {}
 
   /// Calls `observer` after each announced change, on the announcing thread. Any thread.
   ChangeObserverToken addChangeObserver(ChangeObserver observer);
-  /// Ends a registration. An observer that runs on another thread at this moment may still finish after the return.
+  /// Ends a registration. An observer in progress on another thread may still finish after the return.
   void removeChangeObserver(ChangeObserverToken token);
 
  protected:
-  /// Observers watch an effect, not its copies.
+  /// Copies have no observers.
   TavrelCaptureEffect(const TavrelCaptureEffect& other);
 
-  /// Refuses numbers that are not finite. Else stores a new value, tells those who observe the property by name, then
-  /// announces the change.
+  /// Stores the value, calls the property's observers, then announces the change. Rejects numbers that are not finite.
   template <typename Property, typename Value>
   void changeProperty(Property& property, Value&& value, std::string_view name) {
     if (!isFinite(value)) return;
     changeValue(property, std::forward<Value>(value), name);
     announceChange(name);
   }
-  /// `part` with `margin` pixels more on each side, as far as the frame goes.
+  /// `part` with a margin of `margin` pixels on each side, clipped to the frame.
   static Rect grown(const Rect& part, double margin, Size frameSize);
-  /// Tells whoever has nodes of this effect that `property` has a new value; see `applyChange`.
+  /// Tells the owners of this effect's nodes that `property` has changed; see `applyChange`.
   void announceChange(std::string_view property);
 
  private:

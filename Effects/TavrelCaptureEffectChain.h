@@ -10,34 +10,34 @@ namespace tavrel {
 
 class TavrelGPUImageOutput;
 
-/// Effects one after the other, for frames of any source: a picture, a movie, pixel buffers of one's own. (A camera is
-/// given the effects themselves, and makes a chain that follows their changes.)
+/// A sequence of effects for any source: a picture, a movie, pixel buffers. (A camera takes the effects themselves and
+/// builds a chain that follows their changes.)
 ///
-/// One thread at a time, but for `prepareFrame`.
+/// One thread at a time, except `prepareFrame`.
 class TAVREL_API TavrelCaptureEffectChain {
  public:
   using Effects = std::vector<std::shared_ptr<TavrelCaptureEffect>>;
 
   explicit TavrelCaptureEffectChain(Effects effects);
 
-  /// In the order in which they are applied.
+  /// In order of application.
   const Effects& effects() const { return effects_; }
   bool isEmpty() const { return effects_.empty(); }
-  /// The size that a frame of `frameSize` has behind the chain, in pixels.
+  /// The size in pixels of a frame of `frameSize` after the chain.
   Size sizeAfter(Size frameSize) const;
-  /// Whether what was the width becomes the height.
+  /// Whether width and height are exchanged.
   bool turnsSideways() const;
-  /// Makes the effects' nodes, connects them behind `source`, whose frames have `frameSize`, and lets the pictures in.
-  /// Returns the last node: `source` when the effects have none. What the effects say later does not show. The chain
-  /// keeps the nodes, so it must live as long as frames come. Frames wait for the pictures that are due with them;
-  /// sources that cannot wait say so to the effects afterwards. Not on the video-processing queue.
+  /// Creates the effects' nodes, connects them to `source`, whose frames have `frameSize`, and processes their
+  /// pictures. Returns the last node, or `source` if there is none. Later changes of the effects have no effect. The
+  /// chain owns the nodes and must live as long as frames are processed. Frames wait for the pictures due with them;
+  /// for a source that cannot wait, call the effects' `setWaitsForPictures(false)` afterwards. Do not call it on the
+  /// video-processing queue.
   std::shared_ptr<TavrelGPUImageOutput> connect(const std::shared_ptr<TavrelGPUImageOutput>& source, Size frameSize);
   struct Part;
-  /// For frames too large to be worked on as a whole: how the part `output` of the frame behind the chain, in whole
-  /// pixels from the top left, is made of a part of a frame of `frameSize`. None when an effect works on whole frames
-  /// only.
+  /// For frames too large to process at once: how to produce the part `output` of the result, in whole pixels from the
+  /// top left, from a part of a frame of `frameSize`. Nothing if an effect needs whole frames.
   std::optional<Part> part(const Rect& output, Size frameSize) const;
-  /// Has each effect prepare the next frame; see `TavrelCaptureEffect::prepareFrame`.
+  /// Calls `TavrelCaptureEffect::prepareFrame` of each effect.
   std::shared_ptr<PixelBuffer> prepareFrame(std::shared_ptr<PixelBuffer> pixelBuffer,
                                             const SampleTiming& sampleTimingInfo, MediaTime frameTime) const;
 
@@ -46,12 +46,12 @@ class TAVREL_API TavrelCaptureEffectChain {
   std::vector<TavrelCaptureEffectNodes> nodes_;
 };
 
-/// A part of what a chain does; its pixels are those of the whole.
+/// Produces a part of a chain's result, with identical pixels.
 struct TavrelCaptureEffectChain::Part {
-  /// For pictures that are `input` of the frame.
+  /// Takes frames that are the part `input`.
   TavrelCaptureEffectChain chain;
   Rect input;
-  /// Which part of the frame behind the chain it gives: what was asked for, and sometimes more around it.
+  /// The part of the result that it produces: the requested one, possibly with a margin.
   Rect output;
 };
 

@@ -4,12 +4,12 @@
 
 namespace tavrel {
 
-/// A transform filter that lays its input out on a frame of a given size: after `forceProcessingAtSize` the output has
-/// exactly that size, whatever the proportions of the input, which fills the whole frame before it is transformed.
-/// Stickers are placed by it, with the transform of `TavrelGetTransform`. What they leave free is transparent.
+/// A transform filter that places its input on a frame of a given size, such as a sticker with the transform of
+/// `TavrelGetTransform`. After `forceProcessingAtSize` the output has exactly that size; the input, whatever its
+/// proportions, fills it before the transform. The rest is transparent.
 ///
-/// Colours are multiplied by alpha in the input, so that at the edges the ones under no cover do not show, and are not
-/// in the output, as an alpha blend filter wants them.
+/// The input is premultiplied, so that colours of transparent pixels do not bleed into edges; the output is straight,
+/// as an alpha blend filter expects.
 class TAVREL_API TavrelGPUImagePlacementFilter : public TavrelGPUImageTransformFilter {
  public:
   TavrelGPUImagePlacementFilter();

@@ -37,7 +37,7 @@ inline constexpr const char* kCaptureSessionPresetInputPriority = "inputPriority
 /// Any thread, including delegate callbacks; calls are serialised. No member waits for a delegate.
 class TAVREL_API CaptureSession {
  public:
-  /// It stops when its last owner lets go of it.
+  /// The session stops when it is destroyed.
   static std::shared_ptr<CaptureSession> create();
 
   CaptureSession(const CaptureSession&) = delete;

@@ -11,8 +11,8 @@
 
 namespace tavrel {
 
-/// How urgent a queue's work is. A serial queue of `utility` leaves the processor to others first, by the nice value of
-/// its thread; without special rights Linux has nothing for the other values, which are kept for callers to read.
+/// How urgent a queue's work is. `utility` raises the nice value of a serial queue's thread. The other values are only
+/// informative, as raising a priority needs privileges on Linux.
 enum class QualityOfService : unsigned {
   userInteractive = 0x21,
   userInitiated = 0x19,
@@ -20,42 +20,41 @@ enum class QualityOfService : unsigned {
   utility = 0x11
 };
 
-/// With what a queue is created.
+/// Attributes of a new queue.
 struct DispatchQueueAttribute {
   bool isSerial = true;
   QualityOfService qualityOfService = QualityOfService::standard;
   int relativePriority = 0;
-  /// Whether blocks enter a driver such as GL's, which may be gone before the library is when the process ends.
+  /// Whether blocks call a driver such as GL, which may be unloaded before the library when the process ends.
   bool usesDriver = false;
-  /// Where it is not 0, `fork` waits until no block runs, for a second at most, so that what the blocks keep is whole
-  /// in the child. Queues of a lower rank come first, and their blocks may wait for those of a higher one.
+  /// Unless 0, `fork` waits, at most a second, until no block runs, so that the blocks' data is consistent in the
+  /// child. It waits for lower ranks first, so their blocks may wait for those of a higher rank.
   unsigned forkRank = 0;
 };
 
-/// A queue of blocks, on asio's executors.
+/// A queue of blocks, on asio.
 ///
-/// A serial queue is one thread, named after the end of the label, that runs its blocks one after the other in the
-/// order of submission. The main queue runs on the process's first thread, inside `RunLoop::main()`. The global queue
-/// runs blocks concurrently. All operations may be called from any thread; blocks must not throw.
+/// A serial queue runs its blocks one at a time, in the order of submission, on its own thread, which is named after
+/// the end of the label. The main queue runs on the process's first thread, inside `RunLoop::main()`. The global queue
+/// runs blocks concurrently. Blocks must not throw. Any thread.
 ///
-/// Destroying a serial queue runs what was submitted, then joins its thread (from inside one of its own blocks the
-/// thread is joined later, by the time the process ends). Delayed blocks that are not yet due are dropped.
+/// Destroying a serial queue runs the submitted blocks, then joins the thread; if one of its own blocks destroys it,
+/// the thread is joined later. Delayed blocks that are not yet due are discarded.
 ///
-/// `exit` may be called on any thread, in a block too. Queues then finish the blocks that they are in, for half a
-/// second at most, and begin no others; a thread that waits for one that will not begin stands still until the process
-/// is gone. Where a driver is still busy after that time, the process ends at once, with its status.
+/// `exit` may be called on any thread, even in a block. Queues then begin no further blocks, and running ones have at
+/// most half a second to finish; a thread that waits for such a block is suspended until the process is gone. If a
+/// driver is still busy after that time, the process ends at once, with its status.
 ///
-/// In a child made by `fork` all queues work, with threads of their own, and are empty: what was submitted before stays
-/// the parent's.
+/// In a forked child all queues work, with new threads, and are empty: submitted blocks stay with the parent.
 class TAVREL_API DispatchQueue : public std::enable_shared_from_this<DispatchQueue> {
  public:
   using Block = std::function<void()>;
 
   /// Creates a serial queue.
   static std::shared_ptr<DispatchQueue> create(std::string label, DispatchQueueAttribute attribute = {});
-  /// The queue of the main thread. Its blocks wait until `RunLoop::main()` runs there.
+  /// The main thread's queue; its blocks run while `RunLoop::main()` runs.
   static const std::shared_ptr<DispatchQueue>& main();
-  /// The process's concurrent queue, served by a few threads.
+  /// The process's concurrent queue, with a fixed number of threads.
   static const std::shared_ptr<DispatchQueue>& global();
 
   DispatchQueue(const DispatchQueue&) = delete;
@@ -65,12 +64,11 @@ class TAVREL_API DispatchQueue : public std::enable_shared_from_this<DispatchQue
   const std::string& label() const;
   const DispatchQueueAttribute& attribute() const;
 
-  /// Submits `block` and returns at once.
   void async(Block block);
-  /// Submits `block` once `delay` has passed.
+  /// Submits `block` after `delay`.
   void asyncAfter(std::chrono::nanoseconds delay, Block block);
-  /// Runs `block` on the queue and returns after it. The global queue's runs on the calling thread. Calling it from a
-  /// block of the same serial queue, which could never return, stops the program. `block` may return a value.
+  /// Runs `block` on the queue, waits for it and returns its result. The global queue runs it on the calling thread.
+  /// Called from a block of the same serial queue, where it would deadlock, it stops the program.
   template <typename Callable>
   auto sync(Callable&& block) -> std::invoke_result_t<Callable&> {
     using Result = std::invoke_result_t<Callable&>;
@@ -91,25 +89,24 @@ class TAVREL_API DispatchQueue : public std::enable_shared_from_this<DispatchQue
     }
   }
 
-  /// Runs `block` on the calling thread in the place of the queue's own, when nothing that was submitted is left to do
-  /// or that is so within `patience`; false when not, or when the queue has no thread of its own or is the current one.
+  /// Runs `block` on the calling thread in place of the queue's, once all submitted blocks have run. False if that
+  /// takes longer than `patience`, or if the queue has no thread of its own or is the current one.
   template <typename Callable>
   bool trySync(std::chrono::nanoseconds patience, Callable&& block) {
     return trySyncErased(
         patience, [](void* context) { (*static_cast<std::remove_reference_t<Callable>*>(context))(); }, address(block));
   }
 
-  /// Stores a value under `key` (an address that nobody else uses); the queue does not own it. nullptr removes it.
+  /// Stores a value, which the queue does not own, under `key`, a unique address. nullptr removes it.
   void setSpecific(const void* key, void* value);
-  /// The value under `key` of the queue whose block the calling thread runs; nullptr outside any queue.
+  /// The value under `key` of the current queue; nullptr outside any queue.
   static void* getSpecific(const void* key);
-  /// The queue whose block the calling thread runs, or nullptr.
+  /// The queue whose block the calling thread is running, or nullptr.
   static DispatchQueue* current();
-  /// True inside a block of this queue.
   bool isCurrent() const { return current() == this; }
 
-  /// Runs what was submitted and joins the thread of a serial queue. Afterwards `async` drops its block and `sync` runs
-  /// it on the calling thread. Not from the queue itself.
+  /// Runs the submitted blocks and joins a serial queue's thread. Afterwards `async` discards its block and `sync` runs
+  /// it on the calling thread. Do not call it on the queue itself.
   void shutDown();
 
  private:

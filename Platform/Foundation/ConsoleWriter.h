@@ -6,14 +6,13 @@
 
 namespace tavrel {
 
-/// Lines on their way to a descriptor of any kind: a file, a terminal, a pipe or a socket. Nothing there holds the
-/// process up or ends it: a pipe that nobody empties and a terminal that was stopped are waited for a second, once, and
-/// then tried without waiting until they take something again; a broken pipe raises no SIGPIPE. What cannot be written
-/// is lost, in whole lines, and a line says how many as soon as something can be. Only the library's own floors use
-/// it; it is not installed. One thread at a time.
+/// Writes lines to a descriptor: a file, terminal, pipe or socket. It never ends the process, and blocks it briefly at
+/// most: it waits a second for a full pipe or a stopped terminal, once, and does not wait again until output is
+/// accepted; a broken pipe raises no SIGPIPE. Lines that cannot be written are lost as a whole, and a later line tells
+/// how many. For the library only; not installed. One thread at a time.
 class ConsoleWriter {
  public:
-  /// The descriptor stays its owner's; it may become another file's at any time.
+  /// Does not own the descriptor, which may be redirected at any time.
   explicit ConsoleWriter(int fileDescriptor) : fileDescriptor_(fileDescriptor) {}
 
   int fileDescriptor() const { return fileDescriptor_; }
@@ -23,12 +22,12 @@ class ConsoleWriter {
  private:
   using Deadline = std::chrono::steady_clock::time_point;
 
-  /// How many of the first bytes were taken before the deadline.
+  /// Number of bytes written before the deadline.
   std::size_t writeUntil(Deadline deadline, std::string_view text) const;
 
   const int fileDescriptor_;
   bool isStuck_ = false;
-  std::string tornLine_;  // what is left of a line that was taken in part
+  std::string tornLine_;  // the rest of a partly written line
   std::size_t lostLines_ = 0;
 };
 

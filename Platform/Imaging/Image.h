@@ -10,19 +10,19 @@
 
 namespace tavrel {
 
-/// How the stored bitmap must be turned to be seen upright: not at all, by half a turn, by a quarter turn to the left
-/// (counter-clockwise) or to the right; the mirrored ones after exchanging left and right.
+/// How to rotate the stored bitmap upright: `up` not at all, `down` by 180°, `left` by 90° counter-clockwise, `right`
+/// by 90° clockwise. The mirrored ones first swap left and right.
 enum class ImageOrientation { up, down, left, right, upMirrored, downMirrored, leftMirrored, rightMirrored };
 
-/// A bitmap: top row first, 32-bit, 24-bit or gray pixels. Immutable; any thread.
+/// A bitmap of 32-bit, 24-bit or grey pixels, top row first. Immutable; any thread.
 class TAVREL_API Image {
  public:
-  /// The provider must hold `bytesPerRow` × `height` bytes (the last row may end with its pixels), else there is no
-  /// image. An image without pixels is allowed.
+  /// nullptr unless the provider holds `bytesPerRow` × `height` bytes; the last row needs no padding. An image may be
+  /// empty.
   static std::shared_ptr<Image> create(std::size_t width, std::size_t height, std::size_t bitsPerComponent,
                                        std::size_t bitsPerPixel, std::size_t bytesPerRow, std::uint32_t bitmapInfo,
                                        std::shared_ptr<DataProvider> dataProvider);
-  /// The same bytes under another scale (pixels for each unit of length) and orientation.
+  /// The same bytes with another scale (pixels per point) and orientation.
   std::shared_ptr<Image> withScaleAndOrientation(double scale, ImageOrientation orientation) const;
 
   std::size_t width() const { return width_; }
@@ -51,15 +51,13 @@ class TAVREL_API Image {
   ImageOrientation orientation_ = ImageOrientation::up;
 };
 
-/// The same picture with its orientation carried out on the pixels. An upright one is returned as it is.
+/// The image with its pixels rotated upright. An upright image is returned unchanged.
 TAVREL_API std::shared_ptr<Image> normalizedImage(const std::shared_ptr<Image>& image);
 
-/// The same picture with colours that are not multiplied by alpha, for drawing that does so itself. One whose colours
-/// are that already, as those of an opaque picture, is returned as it is.
+/// The image with straight (not premultiplied) colours. An image that has no premultiplied alpha is returned unchanged.
 TAVREL_API std::shared_ptr<Image> straightImage(const std::shared_ptr<Image>& image);
 
-/// The same picture with colours that are multiplied by alpha, for what mixes pixels. One whose colours are that
-/// already, and an opaque one, is returned as it is.
+/// The image with premultiplied colours, for blending. A premultiplied or opaque image is returned unchanged.
 TAVREL_API std::shared_ptr<Image> premultipliedImage(const std::shared_ptr<Image>& image);
 
 }  // namespace tavrel

@@ -6,18 +6,18 @@
 
 namespace tavrel {
 
-/// The codes of errors in the domain "imaging" (`Error::code`). Stable numbers. What the file system refuses comes in
-/// the domain "posix", with its errno.
+/// Codes of errors in the domain "imaging". The numbers are stable. Failures of the file system have the domain "posix"
+/// and an errno.
 enum class ImagingErrorCode : std::int64_t {
-  unknownFormat = -1,      ///< the bytes are no picture of a kind that can be read
-  damagedPicture = -2,     ///< the picture is cut off, or its bytes contradict each other
-  noPixels = -3,           ///< the picture is empty
-  pictureTooLarge = -4,    ///< the picture has more pixels than are allowed
-  noSuchPicture = -5,      ///< there are not that many pictures
-  unsupportedFormat = -6,  ///< pictures of this type cannot be written
-  encodingFailed = -7,     ///< the picture could not be encoded
-  nothingGiven = -8,       ///< neither bytes nor a picture were given
-  givenUp = -9             ///< somebody had the reading given up
+  unknownFormat = -1,      ///< the bytes are not an image of a supported format
+  damagedPicture = -2,     ///< the image is truncated or inconsistent
+  noPixels = -3,           ///< the image is empty
+  pictureTooLarge = -4,    ///< the image has more pixels than allowed
+  noSuchPicture = -5,      ///< the index is out of range
+  unsupportedFormat = -6,  ///< this format cannot be written
+  encodingFailed = -7,     ///< the image could not be encoded
+  nothingGiven = -8,       ///< neither bytes nor an image were given
+  givenUp = -9             ///< reading was cancelled by `ImageSource::giveUp`
 };
 
 constexpr const char* errorDomain(ImagingErrorCode) { return "imaging"; }

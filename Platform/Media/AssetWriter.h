@@ -31,75 +31,74 @@ class AssetWriterSession;
 ///        │                        ├──encoder or disk fails──▶ failed
 ///        └──▶ failed              └──cancelWriting──▶ cancelled (also from unknown)
 ///
-/// The file is written in fragments, each complete in itself: whatever ends the process, what reached the disk before
-/// plays. Each is brought to the disk. The file gets its name with the first one, and a file that had the name is there
-/// until then; before, it is a hidden one beside it. A full disk or a failing encoder ends the writing with status
-/// failed; the file is kept, and `writtenUntil` says up to when it plays. A movie without a sample is an error, and no
-/// file. Encoding runs on one thread for each input and writing on one more; no call but the blocking `finishWriting`
-/// and `cancelWriting` waits for them. Any thread.
+/// The file is written and synced to disk in self-contained fragments: however the process ends, the fragments on disk
+/// play. Until the first one is complete, the file is a hidden one beside its final path; then it replaces an existing
+/// file there. A full disk or a failing encoder ends writing with status failed; the file is kept, and `writtenUntil`
+/// tells how far it plays. A movie without a sample is an error and leaves no file. Each input encodes on its own
+/// thread, and another thread writes; only the blocking `finishWriting` and `cancelWriting` wait for them. Any thread.
 class TAVREL_API AssetWriter {
  public:
-  /// Opens the file for writing. Fails (`MediaErrorCode::unsupportedFileType`, `unwritableFile`, `fileInUse`, "posix")
-  /// when the type is none of the above, when the file cannot be created there, and when it is being written already.
+  /// Opens the file for writing. Fails if the type is none of the above (`MediaErrorCode::unsupportedFileType`), the
+  /// file cannot be created (`unwritableFile`, "posix") or is being written already (`fileInUse`).
   static Expected<std::shared_ptr<AssetWriter>> create(const std::filesystem::path& url, std::string_view fileType);
 
-  /// The type that a file's name asks for, by its ending; nothing when that is none of .mov, .mp4 and .mkv.
+  /// The type for the file's extension; nothing unless it is .mov, .mp4 or .mkv.
   static std::optional<std::string> fileTypeOf(const std::filesystem::path& url);
-  /// Whether a file of this type can take samples of `format` as they come, without settings.
+  /// Whether a file of this type can store samples of `format` without encoding them.
   static bool canStore(const FormatDescription& format, std::string_view fileType);
 
   AssetWriter(const AssetWriter&) = delete;
   AssetWriter& operator=(const AssetWriter&) = delete;
-  /// Finishes a file that is being written, as `finishWriting` does. A file that nothing was written to is removed.
+  /// Finishes a file that is being written, as `finishWriting` does. A file without a sample is removed.
   ~AssetWriter();
 
   AssetWriterStatus status() const;
-  /// Why the status is failed, or why `addInput` answered false last.
+  /// Why the status is failed, or why `addInput` last returned false.
   std::optional<Error> error() const;
 
-  /// How much time a fragment spans, and so how much an end by force can lose; 1 s at first, 0.1 s to 10 s. Before
+  /// The time that a fragment spans, and thus the most that a crash can lose: 0.1 s to 10 s, by default 1 s. Set before
   /// writing starts.
   void setMovieFragmentInterval(MediaTime interval);
   MediaTime movieFragmentInterval() const;
-  /// Whether a finished QuickTime or MP4 file stays in the fragments that it was recorded in; false at first. Otherwise
-  /// finishing makes a regular movie of it, in place: one index, one piece of data, nothing copied; only a movie with a
-  /// pause of 2³¹ units of its timescale between two samples stays as it is. Before writing starts.
+  /// Whether a finished QuickTime or MP4 file stays fragmented; by default false. Otherwise finishing converts it to a
+  /// regular movie in place, with one index and one block of data, without copying; only a movie with a gap of 2³¹
+  /// units of its timescale between two samples stays fragmented. Set before writing starts.
   void setStaysFragmented(bool stays);
   bool staysFragmented() const;
-  /// How long a regular movie may get whose index finds room in front of the data, so that players that load it need
-  /// not look at its end; 600 s at first, for which 480 kB are set aside. A longer movie has its index at the end.
-  /// Before writing starts.
+  /// The longest regular movie whose index fits before the data, so that players can start before they have loaded it
+  /// all; by default 600 s, for which 480 kB are reserved. A longer movie has its index at the end. Set before writing
+  /// starts.
   void setIndexRoom(MediaTime duration);
   MediaTime indexRoom() const;
-  /// Written into the file's header, with the date of creation where that is not given. Before writing starts.
+  /// Stored in the file's header, with the creation date unless given. Set before writing starts.
   void setMetadata(std::vector<MetadataItem> metadata);
   std::vector<MetadataItem> metadata() const;
-  /// True: the file gets its name when it is complete, and a recording that breaks off leaves nothing. Before writing
-  /// starts.
+  /// True: the file appears under its name only once complete, and writing that fails leaves nothing. Set before
+  /// writing starts.
   void setAppearsWhenComplete(bool appears);
 
-  /// False, with the reason in `error()`, once writing has started, for an input that serves a writer already, and for
-  /// settings that cannot be encoded or that the container cannot take.
+  /// False, with the reason in `error()`, once writing has started, if the input already belongs to a writer, or if its
+  /// settings cannot be encoded or stored in the container.
   bool addInput(const std::shared_ptr<AssetWriterInput>& input);
 
-  /// Opens the encoders. False, with status failed and an error, when that is not possible or there is no input; false
-  /// without effect when the status is not unknown.
+  /// Opens the encoders. False, with status failed and an error, if that fails or there is no input; false without
+  /// effect unless the status is unknown.
   bool startWriting();
-  /// Makes `time` the movie's time 0. Samples before it are left out. Samples are taken from now on; only the first
-  /// call while writing has an effect.
+  /// Starts accepting samples and makes `time` the movie's time 0; samples before it are left out. Only the first call
+  /// while writing has an effect.
   void startSessionAtSourceTime(MediaTime time);
 
-  /// Writes what was appended and completes the file; returns when that is done. True when the status is completed.
+  /// Writes all appended samples and completes the file before it returns. True if the status is completed.
   bool finishWriting();
-  /// The same without waiting; `completion` is called on a queue of the writer's own when the status is final. It is
-  /// called in every state.
+  /// The same without waiting. `completion` is called once in any state, on the writer's own queue, when the status is
+  /// final.
   void finishWriting(std::function<void()> completion);
-  /// Gives up and removes the file. No effect once completed, failed or cancelled.
+  /// Stops writing and removes the file. Has no effect once completed, failed or cancelled.
   void cancelWriting();
 
-  /// How far the movie reaches that is safely in the file, on the movie's time line; zero before the first fragment.
+  /// The end, on the movie's time line, of what is safely in the file; zero before the first fragment.
   MediaTime writtenUntil() const;
-  /// How many pictures, or packets of sound, are safely in the file.
+  /// Number of frames, or audio packets, that are safely in the file.
   std::uint64_t writtenSamples(MediaType mediaType) const;
 
  private:

@@ -31,7 +31,7 @@ enum TavrelDDLogLevel : unsigned {
 /// they were added with. Any thread.
 TAVREL_API extern std::atomic<unsigned> tavrelDDLogLevel;
 
-/// The named level whose own kind `flag` is, which admits it and everything graver.
+/// The named level that admits `flag` and the more severe ones.
 constexpr unsigned TavrelDDLevelOfFlag(unsigned flag) { return 2 * flag - 1; }
 
 /// The level's name in log lines: "[E]", "[W]", "[I]", "[D]" or "[V]" for the five named masks, else "[N]".

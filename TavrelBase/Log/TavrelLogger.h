@@ -25,11 +25,10 @@ class TAVREL_API TavrelLogger {
   /// The same with the current `tavrelDDLogLevel`.
   static void enableFileLogger();
 
-  /// Whether SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGSYS and SIGTERM first have what was logged written and the
-  /// signal's name put into the open log files, within a second; it then goes on to what was set for it before. True at
-  /// first. It is done from the first file logger on, and not for a signal that is ignored then. An application that
-  /// sets handlers of its own later should hand on to the one before, or turn this off. Lines that are with the kernel
-  /// already need none of this.
+  /// Whether SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGSYS and SIGTERM write pending records and the signal's name
+  /// to the open log files, within a second, before the previous handler runs; true by default. Handlers are installed
+  /// with the first file logger, except for signals that are ignored then. An application that installs its own
+  /// handlers later should chain to these, or turn this off.
   static void setHandlesSignals(bool handles);
 
   /// Created with default settings on first use unless one was set.

@@ -5,7 +5,7 @@
 
 namespace tavrel::tool {
 
-/// What the program is asked to do, with its options.
+/// A command of the program, with its options.
 class Command {
  public:
   Command(CLI::App& app, const char* name, const char* description) : command_(app.add_subcommand(name, description)) {}
@@ -21,16 +21,16 @@ class Command {
   CLI::App* const command_;
 };
 
-/// `tavrel devices [--json]`: the cameras and microphones that there are.
+/// `tavrel devices [--json]`: lists cameras and microphones.
 std::unique_ptr<Command> makeDevicesCommand(CLI::App& app);
-/// `tavrel filter INPUT OUTPUT [EFFECTS]`: a picture through the graph.
+/// `tavrel filter INPUT OUTPUT [EFFECTS]`: applies effects to a picture.
 std::unique_ptr<Command> makeFilterCommand(CLI::App& app);
-/// `tavrel preview [--camera NAME] [EFFECTS]`: the camera through effects in a window. A click focuses; keys: s
-/// switches the camera, r begins and ends a recording, p pauses it, t turns the torch on and off, q quits.
+/// `tavrel preview [--camera NAME] [EFFECTS]`: shows the camera through effects in a window. A click focuses; keys: s
+/// switches the camera, r starts and stops a recording, p pauses it, t toggles the torch, q quits.
 std::unique_ptr<Command> makePreviewCommand(CLI::App& app);
-/// `tavrel record OUTPUT [options]`: camera and microphone through effects into a movie file.
+/// `tavrel record OUTPUT [options]`: records camera and microphone, through effects, to a movie file.
 std::unique_ptr<Command> makeRecordCommand(CLI::App& app);
-/// `tavrel transcode INPUT OUTPUT [options]`: a movie through effects into another movie.
+/// `tavrel transcode INPUT OUTPUT [options]`: applies effects to a movie.
 std::unique_ptr<Command> makeTranscodeCommand(CLI::App& app);
 
 }  // namespace tavrel::tool

@@ -125,14 +125,12 @@ EffectOptions::EffectOptions(CLI::App& command) : command_(command) {
     option->group("Effects, applied in the order given")->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     kinds_.push_back({option, make});
   };
-  add(command.add_option("--crop", "Keep this part of the picture, in 0..1")->type_name("X,Y,W,H")->type_size(1),
-      makeCrop);
-  add(command.add_flag("--mirror")->description("Exchange left and right"), makeMirror);
+  add(command.add_option("--crop", "Crop to this rectangle, in 0..1")->type_name("X,Y,W,H")->type_size(1), makeCrop);
+  add(command.add_flag("--mirror")->description("Mirror left to right"), makeMirror);
   add(command
-          .add_option(
-              "--rotate",
-              "Turn the picture: 0 not at all, 1 left, 2 right, 3 flip vertical, 4 flip horizontal, 5 right and "
-              "flip vertical, 6 right and flip horizontal, 7 upside down")
+          .add_option("--rotate",
+                      "Rotate or flip: 0 not at all, 1 left, 2 right, 3 flip vertical, 4 flip horizontal, 5 right and "
+                      "flip vertical, 6 right and flip horizontal, 7 upside down")
           ->type_name("0..7")
           ->type_size(1),
       makeRotation);
@@ -142,16 +140,17 @@ EffectOptions::EffectOptions(CLI::App& command) : command_(command) {
           ->type_name("B[,BRIGHT[,TONE]]")
           ->type_size(1),
       makeBeauty);
-  add(command.add_option("--lut", "Recolour by a table: a .cube file, a HALD picture or a 512x512 one of 8x8 tiles")
+  add(command.add_option("--lut", "Apply a lookup table: a .cube file, a HALD picture or a 512x512 one of 8x8 tiles")
           ->type_name("FILE")
           ->type_size(1),
       makeLookup);
-  add(command.add_option("--blur", "Blur by a Gaussian of this sigma, in pixels")->type_name("RADIUS")->type_size(1),
+  add(command.add_option("--blur", "Blur by a Gaussian with this sigma, in pixels")->type_name("RADIUS")->type_size(1),
       makeBlur);
   add(command
-          .add_option("--sticker",
-                      "Lay a picture over it, in pixels from the top left, turned clockwise about its centre; an "
-                      "animation plays in a movie and shows its first picture on a still one")
+          .add_option(
+              "--sticker",
+              "Draw a picture over the frame, in pixels from the top left, rotated clockwise about its centre; an "
+              "animation plays in a movie and shows its first picture on a still one")
           ->type_name("FILE@X,Y,W,H[,DEGREES]")
           ->type_size(1),
       makeSticker);

@@ -4,7 +4,7 @@
 
 namespace tavrel::tool {
 
-/// Keeps a part of the frame, given in 0…1. Its size is rounded to whole pixels and is never less than one.
+/// Crops the frame to a rectangle, given in 0…1; rounded to whole pixels, at least one.
 class CropEffect : public TavrelCaptureEffect {
  public:
   explicit CropEffect(const Rect& region) : region_(region) {}
@@ -18,7 +18,7 @@ class CropEffect : public TavrelCaptureEffect {
   Rect region_;
 };
 
-/// Turns or mirrors the frame.
+/// Rotates or mirrors the frame.
 class TurnEffect : public TavrelCaptureEffect {
  public:
   explicit TurnEffect(TavrelGPUImageRotationMode rotation) : rotation_(rotation) {}

@@ -4,8 +4,8 @@
 
 namespace tavrel::tool {
 
-/// As long as it lives, Ctrl-C, SIGTERM and SIGHUP ask for the end of the work instead of ending the program. SIGHUP
-/// stays without effect where it was, under nohup.
+/// During its lifetime Ctrl-C, SIGTERM and SIGHUP request the end of the work instead of ending the program. A SIGHUP
+/// that is ignored, as under nohup, stays ignored.
 class Interruption {
  public:
   Interruption();
