@@ -13,25 +13,25 @@ namespace tavrel {
 
 class TavrelCaptureEffect;
 
-/// With what a `TavrelRecorder` begins.
+/// Initial settings of a recorder.
 struct TavrelRecorderConfiguration {
-  /// As `CaptureDevice::deviceNamed` takes it: a name or an identity, "front", "back" or "file:PATH".
+  /// A name as `CaptureDevice::deviceNamed` takes it: a device's name or identity, "front", "back" or "file:PATH".
   std::string camera = "front";
-  /// As for the camera; "default" for the system's, empty for no sound.
+  /// Likewise; "default" for the system's microphone, empty for none.
   std::string microphone = "default";
-  /// Of the movies' pictures, in pixels.
+  /// Frame size of the movies, in pixels.
   Size size = {1280, 720};
   double framesPerSecond = 30;
-  /// In the order in which they are applied.
+  /// In order of application.
   std::vector<std::shared_ptr<TavrelCaptureEffect>> effects = {};
 };
 
-/// How one movie is written.
+/// Options of one movie.
 struct TavrelRecordingOptions {
-  /// One of the `kFileType…` values; empty: as the file's name ends, in .mov, .mp4 or .mkv.
+  /// One of the `kFileType…` values; if empty, chosen by the extension .mov, .mp4 or .mkv.
   std::string fileType = {};
-  /// Frames and sound from this many seconds after the first frame on are left out, pauses included. A frame that is
-  /// due less than half a frame before belongs to what is left out.
+  /// Seconds after the first frame, pauses included, from which on frames and sound are left out. A frame due less than
+  /// half a frame earlier is left out, too.
   std::optional<double> durationLimit = {};
   /// Further output settings of the movie writer, for instance `kVideoPresetKey` or `kTavrelEncodingLiveVideoKey`.
   Dictionary settings = {};

@@ -9,7 +9,7 @@
 
 namespace tavrel {
 
-/// The process's one EGL display; contexts can share objects only within it.
+/// The process's EGL display, shared by all contexts.
 ///
 /// Chosen once, on first use: the window system's display when a user interface adopted it before; else a headless one
 /// (Mesa's surfaceless platform, then the first EGL device that starts). The environment variable
@@ -19,9 +19,9 @@ class TAVREL_API GraphicsDisplay {
  public:
   static GraphicsDisplay& shared();
 
-  /// Makes `eglDisplay` (an `EGLDisplay` that the caller initialised and never terminates) the process's display, and
-  /// lets all contexts share objects with `eglContext`, which may be none and is never destroyed either. False, with
-  /// nothing changed, once another display is in use or when a headless one is demanded.
+  /// Makes `eglDisplay` the process's display, and lets all contexts share objects with `eglContext`, which may be
+  /// null. The caller has initialised the display and terminates or destroys neither. False, with nothing changed, if
+  /// another display is in use or a headless one is required.
   static bool adopt(void* eglDisplay, void* eglContext = nullptr);
 
   /// Whether `shared` was called, after which the display stays what it is.
@@ -30,20 +30,20 @@ class TAVREL_API GraphicsDisplay {
   GraphicsDisplay(const GraphicsDisplay&) = delete;
   GraphicsDisplay& operator=(const GraphicsDisplay&) = delete;
 
-  /// Why no display could be opened; empty when there is one.
+  /// Why no display could be opened.
   const std::optional<Error>& error() const;
-  /// True when no window system stands behind the display.
+  /// True without a window system.
   bool isHeadless() const;
   /// For people: platform, EGL version and vendor, for instance "surfaceless, EGL 1.5, Mesa Project".
   std::string description() const;
 
-  /// The `EGLDisplay`, or null when none could be opened.
+  /// The `EGLDisplay`; null if none could be opened.
   void* nativeDisplay() const;
-  /// The `EGLConfig` that contexts are made with; null where contexts need none.
+  /// The `EGLConfig` of contexts; null if they need none.
   void* nativeConfig() const;
-  /// The `EGLContext` that came with an adopted display; null without one.
+  /// The `EGLContext` of an adopted display; null without one.
   void* nativeShareContext() const;
-  /// True when contexts can be current without a surface; otherwise each gets a pbuffer of one pixel.
+  /// True if contexts can be current without a surface; otherwise each has a 1×1 pbuffer.
   bool supportsSurfacelessContexts() const;
 
  private:

@@ -23,10 +23,10 @@ struct TextureRequest;
 /// For what the bytes of a pixel buffer are locked.
 enum class PixelBufferLock : unsigned { readWrite = 0, readOnly = 1 };
 
-/// A picture in memory that the CPU and the GPU can both read and write. Always held in a shared_ptr; any thread.
+/// An image that CPU and GPU can both read and write. Held by shared_ptr; any thread.
 ///
-/// The picture may exist twice, as bytes and as a GL texture (made by `TextureCache`). The buffer knows which of the
-/// two is newer and moves the picture only when the stale side is asked for:
+/// The image may exist as bytes and as a GL texture (made by `TextureCache`). The buffer tracks which is newer, and
+/// transfers the image only when the stale side is needed:
 ///
 ///     state       | CPU write lock    | noteGPUWrite | lock, baseAddress, snapshot | createTexture
 ///     ------------+-------------------+--------------+-----------------------------+---------------------------
@@ -36,17 +36,16 @@ enum class PixelBufferLock : unsigned { readWrite = 0, readOnly = 1 };
 ///     GPU newer   | download, then    | GPU newer    | same, one download          | GPU newer, the same texture
 ///                 | CPU newer         |              |                             |
 ///
-/// A buffer without a texture is never "GPU newer". Memory for the bytes is allocated when they are first asked for, so
-/// a render target that nobody reads has none. A picture written in one sharegroup and asked for in another one goes
-/// down and up.
+/// A buffer without a texture is never "GPU newer". The bytes are allocated on first use, so a render target that is
+/// never read has none. An image written in one sharegroup and used in another is downloaded and uploaded.
 ///
-/// Downloads run on the calling thread when a `GLContext` of the texture's sharegroup is current there (what was drawn
-/// with another context must be finished first, by glFinish), otherwise through the texture cache's executor, and the
-/// caller waits. Never call from a thread that the executor's thread is waiting for.
+/// Downloads run on the calling thread if a `GLContext` of the texture's sharegroup is current there; drawing by other
+/// contexts must have finished (glFinish). Otherwise the texture cache's executor runs them while the caller waits:
+/// never call from a thread that the executor's thread waits for.
 ///
-/// Snapshots share the bytes. Before bytes change that a snapshot or another thread's lock still shows, the buffer
-/// takes other memory, from a short list of idle blocks; blocks come back to it when the snapshot is dropped. Drawing,
-/// taking a snapshot and dropping it some frames later therefore allocates no memory and costs one download a frame.
+/// Snapshots share the bytes. Before changing bytes that a snapshot or another thread's lock still uses, the buffer
+/// takes another block of memory from a short idle list, to which blocks return when snapshots are dropped. Drawing and
+/// taking a snapshot that is dropped some frames later thus allocates nothing and costs one download per frame.
 ///
 /// Where the graphics device offers memory that the CPU reads well (GBM, dma-buf), 'BGRA' buffers made after the
 /// display was chosen live there: bytes and texture are one, nothing moves, and a snapshot is a copy.
@@ -65,37 +64,36 @@ class TAVREL_API PixelBuffer {
   PixelFormat pixelFormat() const;
   const PixelLayout& layout() const;
   std::size_t planeCount() const;
-  /// Bytes from one row to the next, of the first plane. At least 4 × width for 'BGRA'.
+  /// Stride of the first plane, in bytes; at least 4 × width for 'BGRA'.
   std::size_t bytesPerRow() const;
   std::size_t bytesPerRowOfPlane(std::size_t plane) const;
 
-  /// Makes the bytes current and keeps their address in place until the matching `unlockBaseAddress`. Locks nest and
-  /// may be held by several threads. `readWrite` says that the bytes will be changed: textures made afterwards show
-  /// them.
+  /// Brings the bytes up to date and fixes their address until the matching `unlockBaseAddress`. Locks nest and may be
+  /// held by several threads. With `readWrite`, textures made afterwards show the changed bytes.
   void lockBaseAddress(PixelBufferLock lock);
-  /// Ends one lock of the same kind. An unlock without a lock stops the program.
+  /// Ends a lock of the same kind. Without one it stops the program.
   void unlockBaseAddress(PixelBufferLock lock);
-  /// The first byte of the top row (of the first plane), aligned to 64 bytes. Take it again after each lock. It stays
-  /// readable after the unlock until the picture is next written.
+  /// Top row of the first plane, aligned to 64 bytes. Fetch it anew after each lock. It stays readable after the unlock
+  /// until the image is next written.
   std::uint8_t* baseAddress();
-  /// nullptr when there is no such plane.
+  /// nullptr if there is no such plane.
   std::uint8_t* baseAddressOfPlane(std::size_t plane);
 
-  /// Says that the GPU draws, or drew, into the texture made for the current context's sharegroup (without a current
-  /// context: the one made last): bytes are stale from here on. Call it in the same block of GL work as the drawing, so
-  /// that no reader comes in between. Cheap; nothing happens when there is no texture.
+  /// Marks the bytes as stale because the GPU draws, or drew, into the texture of the current context's sharegroup
+  /// (without a current context: the texture made last). Call it in the same block of GL work as the drawing, so that
+  /// no reader comes in between. Has no effect without a texture.
   void noteGPUWrite();
 
-  /// The picture as it is now, for readers that take their time, such as an encoder. nullptr, with a line in the
-  /// console log, when the GPU's picture could not be read or no memory is left.
+  /// The present contents, for slow readers such as an encoder. nullptr, with a message on the console, if the texture
+  /// cannot be read or memory runs out.
   std::shared_ptr<const PixelBufferSnapshot> snapshot();
 
-  /// Attachments describe the picture, for instance its colours (the constants in PixelBufferAttachments.h). Those that
-  /// propagate are taken along when a picture is derived from this one. Setting a key again replaces it.
+  /// Sets or replaces an attachment, which describes the image, such as its colour space (PixelBufferAttachments.h).
+  /// Attachments that propagate are copied to images derived from this one.
   void setAttachment(std::string key, std::string value, bool propagates);
   void removeAttachment(std::string_view key);
   std::optional<std::string> attachment(std::string_view key) const;
-  /// Sets the propagating attachments on `to`, over what it has under the same keys.
+  /// Sets the propagating attachments on `to`, replacing those under the same keys.
   void copyPropagatedAttachments(PixelBuffer& to) const;
 
  private:

@@ -21,13 +21,13 @@ std::shared_ptr<Image> markedPremultiplied(const std::shared_ptr<Image>& image) 
 class FilterCommand : public Command {
  public:
   explicit FilterCommand(CLI::App& app)
-      : Command(app, "filter", "Send a picture through effects"), effects_(*command_), diagnostics_(*command_) {
+      : Command(app, "filter", "Apply effects to a picture"), effects_(*command_), diagnostics_(*command_) {
     command_->add_option("INPUT", input_, "A PNG, JPEG, GIF, WebP or AVIF picture")->required();
     command_->add_option("OUTPUT", output_, "The picture to write: .png or .jpg")->required();
-    command_->add_option("--quality", quality_, "Of a JPEG, 0 to 1")
+    command_->add_option("--quality", quality_, "JPEG quality, 0 to 1")
         ->check(CLI::Range(0.0, 1.0))
         ->capture_default_str();
-    command_->add_option("--memory", memory_, "What the graph may take, in MiB: larger pictures are worked on in parts")
+    command_->add_option("--memory", memory_, "Memory for the graph, in MiB; larger pictures are processed in parts")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
     command_->add_flag("--json", json_, "Print the result as JSON");
