@@ -3,6 +3,7 @@
 #include <benchmark/benchmark.h>
 #include <spdlog/async.h>
 #include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/sinks/null_sink.h>
 #include <spdlog/spdlog.h>
 
 #include <chrono>
@@ -45,8 +46,24 @@ class Tavrel {
     finish();
     std::filesystem::remove_all(folder());
   }
+  void logError(int i) const { TAVREL_LOG_ERROR("Tag", "frame {} took {} ms", i, 16.625); }
   void log(int i) const { TAVREL_LOG_INFO("Tag", "frame {} took {} ms, {} waiting", i, 16.625, "none"); }
-  void finish() { TavrelDDLog::flushLog(); }
+  /// Everything is with the kernel then, as after spdlog's flush; `flushLog` would wait for the disk too.
+  void finish() { TavrelDDLog::allLoggers(); }
+};
+
+/// The same with a second logger, which only takes what it is given.
+class TavrelAndSink : public Tavrel {
+ public:
+  explicit TavrelAndSink(int loggerCount) : Tavrel(loggerCount) {
+    TavrelDDLog::addLogger(std::make_shared<Sink>());
+    finish();
+  }
+
+ private:
+  struct Sink : TavrelDDAbstractLogger {
+    void logMessage(const TavrelDDLogMessage& message) override { benchmark::DoNotOptimize(message.message().size()); }
+  };
 };
 
 /// spdlog's asynchronous logger with one thread, a blocking queue and a file sink.
@@ -58,6 +75,7 @@ class Spdlog {
     logger_ = std::make_shared<spdlog::async_logger>("bench", std::move(sink), pool_);
     logger_->set_pattern(kPattern);
   }
+  void addSink() const { logger_->sinks().push_back(std::make_shared<spdlog::sinks::null_sink_mt>()); }
   ~Spdlog() {
     finish();
     logger_.reset();
@@ -76,6 +94,28 @@ class Spdlog {
  private:
   std::shared_ptr<spdlog::details::thread_pool> pool_;
   std::shared_ptr<spdlog::async_logger> logger_;
+};
+
+struct SpdlogAndSink : Spdlog {
+  explicit SpdlogAndSink(int) { addSink(); }
+};
+
+/// spdlog's synchronous logger, which flushes after each record as the library's errors are written.
+class SpdlogSynchronous {
+ public:
+  SpdlogSynchronous()
+      : logger_("bench",
+                std::make_shared<spdlog::sinks::basic_file_sink_mt>((folder() / "spdlog.log").string(), true)) {
+    logger_.set_pattern(kPattern);
+    logger_.flush_on(spdlog::level::err);
+  }
+  ~SpdlogSynchronous() { std::filesystem::remove_all(folder()); }
+  void logError(int i) {
+    logger_.log(spdlog::source_loc{__FILE__, __LINE__, __func__}, spdlog::level::err, "frame {} took {} ms", i, 16.625);
+  }
+
+ private:
+  spdlog::logger logger_;
 };
 
 void disabledTavrel(benchmark::State& state) {
@@ -119,6 +159,15 @@ void callerCost(benchmark::State& state) {
 }
 BENCHMARK(callerCost<Tavrel>)->Arg(1)->Arg(4)->UseManualTime()->Iterations(100)->Unit(benchmark::kNanosecond);
 BENCHMARK(callerCost<Spdlog>)->Arg(1)->Arg(4)->UseManualTime()->Iterations(100)->Unit(benchmark::kNanosecond);
+
+/// An error, which is with the kernel when the call returns.
+template <typename Library>
+void synchronousError(benchmark::State& state) {
+  Library library;
+  for (auto _ : state) library.logError(1);
+}
+BENCHMARK(synchronousError<Tavrel>)->Iterations(20000);
+BENCHMARK(synchronousError<SpdlogSynchronous>)->Iterations(20000);
 
 /// One call at a time, so many microseconds apart: with the longer distance each one wakes the thread that writes.
 template <typename Library>
@@ -167,7 +216,9 @@ void throughput(benchmark::State& state) {
 #define THROUGHPUT(...) \
   BENCHMARK(throughput<__VA_ARGS__>)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(1)
 THROUGHPUT(Tavrel)->Args({1, 1})->Args({8, 1})->Args({1, 3});
+THROUGHPUT(TavrelAndSink)->Args({1, 1});
 THROUGHPUT(Spdlog)->Args({1, 1})->Args({8, 1});
+THROUGHPUT(SpdlogAndSink)->Args({1, 1});
 // With a queue as long as the library's backlog.
 THROUGHPUT(Spdlog, TavrelDDLog::kMaximumQueueSize)->Args({1, 1})->Args({8, 1});
 

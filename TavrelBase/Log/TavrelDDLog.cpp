@@ -251,7 +251,7 @@ void TavrelDDLog::queueLogMessage(TavrelDDLogMessage message, bool asynchronousl
     entry.isWrittenThrough = shared.fanOut.writeThrough(entry);
   }
   const bool isQueued = shared.fanOut.isQueued(entry) || (isForThrough && !entry.isWrittenThrough);
-  if (!isQueued && shared.backlog.isIdle()) return;
+  if (!isQueued && shared.backlog.isSettled()) return;
 
   std::optional<DispatchSemaphore> written;
   if (mayWait && !asynchronously) entry.done = &written.emplace(0);

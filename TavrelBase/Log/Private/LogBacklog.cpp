@@ -91,9 +91,9 @@ bool LogBacklog::waitUntilCaughtUp(std::chrono::milliseconds patience) {
   return caughtUp_.wait_for(lock, patience, [this] { return holdingUp_ == 0; });
 }
 
-bool LogBacklog::isIdle() {
+bool LogBacklog::isSettled() {
   const std::lock_guard lock(mutex_);
-  return waiting_.empty() && !isWorking_ && !isClosed_;
+  return holdingUp_ == 0 && !isClosed_;
 }
 
 void LogBacklog::renew() {

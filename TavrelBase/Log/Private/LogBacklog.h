@@ -57,8 +57,8 @@ class LogBacklog {
   void didFinish(const LogEntry& entry);
   /// Returns when nothing holds up what is to be written through; false when something does for longer.
   bool waitUntilCaughtUp(std::chrono::milliseconds patience);
-  /// Nothing waits or is worked on, and the process is not ending.
-  bool isIdle();
+  /// Nothing waits that may change who admits a record, and the process is not ending.
+  bool isSettled();
   /// How many records were accepted and not yet written. Takes no lock: any thread, signal handlers too.
   std::size_t unwritten() const { return accepted_.load() - written_.load(); }
   /// Refuses everything from now on and wakes those who wait for room.
