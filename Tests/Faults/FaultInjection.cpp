@@ -4,6 +4,7 @@
 ///   full:BYTES           so many bytes can be written to files in the folder, then "No space left on device"
 ///   short                every write to them takes a part only, some are interrupted
 ///   eio:N, eio-once:N    their N-th write fails, with all that follow or alone
+///   stall:MILLISECONDS   every write to them takes so long
 ///   fsync                they cannot be brought to the disk
 ///   context:N            the N-th GL context is refused
 ///   encoder-open         encoders of pictures do not open
@@ -110,6 +111,7 @@ ssize_t watchedWrite(int descriptor, std::size_t size, const Write& write) {
   if (!isWatched(descriptor)) return write(size);
   const std::size_t turn = count(notes->writes);
   if (isDue("eio", turn)) return failing(EIO);
+  if (kind == "stall") usleep(static_cast<useconds_t>(number * 1000));
   if (kind == "short" && turn % 5 == 0) return failing(EINTR);
   if (kind == "short") size = std::min<std::size_t>(size, 1 + turn * 2654435761U % 3000);
   static std::atomic<std::size_t> used = 0;
@@ -183,6 +185,11 @@ ssize_t pwrite(int descriptor, const void* bytes, std::size_t size, off_t offset
 int fsync(int descriptor) {
   if (kind == "fsync" && isWatched(descriptor)) return static_cast<int>(failing(EIO));
   return next<decltype(fsync)>("fsync")(descriptor);
+}
+
+int fdatasync(int descriptor) {
+  if (kind == "fsync" && isWatched(descriptor)) return static_cast<int>(failing(EIO));
+  return next<decltype(fdatasync)>("fdatasync")(descriptor);
 }
 
 EGLContext eglCreateContext(EGLDisplay display, EGLConfig config, EGLContext share, const EGLint* attributes) {
