@@ -33,6 +33,12 @@ bool AssetWriter::canStore(const FormatDescription& format, std::string_view fil
   // The muxer says no only when it is too late.
   const bool isRefused = codec == AV_CODEC_ID_FLAC || codec == AV_CODEC_ID_TRUEHD ||
                          (codec == AV_CODEC_ID_OPUS && fileType == kFileTypeQuickTimeMovie);
+  // Its header says what only a packet of these shows, or takes them for another layer of MPEG audio; and neither the
+  // header nor the packets of Windows Media say all that a decoder has to know.
+  constexpr std::array kFragile = {AV_CODEC_ID_AC3, AV_CODEC_ID_EAC3, AV_CODEC_ID_MP2};
+  constexpr std::array kIncomplete = {AV_CODEC_ID_WMAV1, AV_CODEC_ID_WMAV2, AV_CODEC_ID_WMAPRO};
+  const auto isOneOf = [codec](const auto& list) { return std::find(list.begin(), list.end(), codec) != list.end(); };
+  if (isOneOf(kIncomplete) || (isOneOf(kFragile) && fileType != kFileTypeMatroska)) return false;
   if (isRefused && fileType != kFileTypeMatroska) return false;
   // These carry in every packet what the header of such a file has to say, or not at all.
   constexpr std::array kNeedHeader = {AV_CODEC_ID_AAC, AV_CODEC_ID_VORBIS, AV_CODEC_ID_OPUS, AV_CODEC_ID_FLAC,

@@ -38,9 +38,9 @@ class TAVREL_API AssetWriterInput {
 
   MediaType mediaType() const;
 
-  /// True selects an encoder preset without delay that keeps up with a camera: libx264's "superfast", 13 ms per
-  /// 1280×720 frame on one server core ("ultrafast": 7 ms and 1.5 times the file size; "veryfast": 18 ms and half the
-  /// size). False selects a better one ("faster", 33 ms). kVideoPresetKey overrides both. Set before writing starts.
+  /// True selects an encoder preset that keeps up with a camera, and a short delay: libx264's "veryfast", which looks
+  /// five frames ahead, 18 ms per 1280×720 frame on one server core ("superfast": 13 ms and up to twice the file size).
+  /// False selects a better one ("faster", 33 ms). kVideoPresetKey overrides both. Set before writing starts.
   bool expectsMediaDataInRealTime() const;
   void setExpectsMediaDataInRealTime(bool expects);
   /// How players rotate the frames (QuickTime and MP4; ignored in Matroska). Set before writing starts.

@@ -11,14 +11,23 @@ namespace tavrel {
 inline constexpr const char* kVideoCodecKey = "VideoCodec";
 inline constexpr const char* kVideoCodecH264 = "avc1";
 inline constexpr const char* kVideoCodecHEVC = "hvc1";
+inline constexpr const char* kVideoCodecAV1 = "av01";
+inline constexpr const char* kVideoCodecVP9 = "vp09";
 /// Whole numbers, required: pixels, 1 to 16384.
 inline constexpr const char* kVideoWidthKey = "VideoWidth";
 inline constexpr const char* kVideoHeightKey = "VideoHeight";
-/// Number: bits a second. Without it the quality is constant and the rate follows the picture.
+/// Text: the encoder, by the name that `availableVideoEncoders` has for it, and where it runs on one of several devices
+/// that one's node: "libx264", "h264_vaapi:/dev/dri/renderD129". When absent, the first of the coding that works.
+inline constexpr const char* kVideoEncoderKey = "VideoEncoder";
+/// Number, 1 to 1000: frames a second that will come, which level, keyframes and rates are chosen by. When absent, as
+/// the first two pictures have it.
+inline constexpr const char* kVideoExpectedFrameRateKey = "VideoExpectedFrameRate";
+/// Number: bits a second. Without it the quality is constant and the rate follows the picture, up to some 0.35 bits a
+/// pixel at the quality that is chosen when none is asked for.
 inline constexpr const char* kVideoAverageBitRateKey = "VideoAverageBitRate";
 /// Number from 0 (smallest file) to 1 (best), used without a bit rate. Default: almost visually lossless.
 inline constexpr const char* kVideoQualityKey = "VideoQuality";
-/// Whole number: the most frames from one keyframe to the next.
+/// Whole number: the most frames from one keyframe to the next; four seconds of them when absent.
 inline constexpr const char* kVideoMaxKeyFrameIntervalKey = "VideoMaxKeyFrameInterval";
 /// Text: the encoder's name of a speed preset ("ultrafast", "medium"). Default: chosen by the mode.
 inline constexpr const char* kVideoPresetKey = "VideoPreset";

@@ -118,8 +118,8 @@ TEST(AssetWriterFailure, KilledRecordingsPlayUpToTheLastSecondAndAHalf) {
       const double recorded = (lastProgress(path) + 1) / 30.0;
       const double kept =
           probe.video->times.empty() ? 0 : probe.video->seconds(probe.video->times.size() - 1) + 1 / 30.0;
-      // A recording that paused longer than a fragment had time to put everything into the file.
-      EXPECT_GT(kept, recorded - (c.scenario == std::string("pause") ? 0.05 : 1.5))
+      // A recording that paused longer than a fragment had time to put all into the file but what the encoder holds.
+      EXPECT_GT(kept, recorded - (c.scenario == std::string("pause") ? 0.35 : 1.5))
           << type << " " << c.after.count() << " ms";
       EXPECT_NEAR(probe.audio->seconds(), kept, 0.5);
     }

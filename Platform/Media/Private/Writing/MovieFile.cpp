@@ -118,7 +118,7 @@ Expected<void> MovieFile::writeHeader() {
 
 double MovieFile::fragmentSeconds() const {
   const double seconds = settings_.fragmentInterval.isNumeric() ? settings_.fragmentInterval.seconds() : 1;
-  return std::clamp(seconds, 0.1, 10.0);
+  return std::clamp(std::max(seconds - encoderDelay_, seconds / 2), 0.1, 10.0);
 }
 
 Expected<void> MovieFile::flushFragment() {

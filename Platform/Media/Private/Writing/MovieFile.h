@@ -55,6 +55,9 @@ class MovieFile {
   bool setFormat(int track, const AVCodecParameters* parameters, AVRational timeBase, bool isFinal);
   /// False when the header was written before the track had a format. Any thread.
   bool hasTrack(int track) const;
+  /// What an encoder holds is not in the file: its fragments get shorter by as much, to half their length. Before
+  /// `begin`.
+  void setEncoderDelay(double seconds) { encoderDelay_ = seconds; }
   /// The first sample was handed to a track: the time for the header runs. Any thread.
   void noteFirstSample();
   /// Takes a packet whose times are in the track's time base; dts never decreases.
@@ -131,6 +134,7 @@ class MovieFile {
   Settings settings_;
   std::vector<Track> tracks_;
   std::int64_t waitingBytes_ = 0;
+  double encoderDelay_ = 0;
   bool hasBegun_ = false;
   bool isHeaderWritten_ = false;
   bool isClosed_ = false;

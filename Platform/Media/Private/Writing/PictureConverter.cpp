@@ -52,6 +52,7 @@ Expected<void> PictureConverter::convert(const PixelBufferSnapshot& picture, AVF
   const int width = static_cast<int>(picture.width());
   const int height = static_cast<int>(picture.height());
   const int stride = static_cast<int>(picture.bytesPerRow());
+  if (frame.format == AV_PIX_FMT_NV12) return convertToNV12(picture, frame);
   const int result =
       isBGRA ? libyuv::ARGBToI420(picture.bytes(), stride, frame.data[0], frame.linesize[0], frame.data[1],
                                   frame.linesize[1], frame.data[2], frame.linesize[2], width, height)
@@ -63,11 +64,27 @@ Expected<void> PictureConverter::convert(const PixelBufferSnapshot& picture, AVF
   return {};
 }
 
+Expected<void> PictureConverter::convertToNV12(const PixelBufferSnapshot& picture, AVFrame& frame) {
+  const int width = static_cast<int>(picture.width());
+  const int height = static_cast<int>(picture.height());
+  const int stride = static_cast<int>(picture.bytesPerRow());
+  const int result = picture.format() == PixelFormat::bgra32
+                         ? libyuv::ARGBToNV12(picture.bytes(), stride, frame.data[0], frame.linesize[0], frame.data[1],
+                                              frame.linesize[1], width, height)
+                         : libyuv::NV12Copy(picture.bytes(), stride, picture.bytesOfPlane(1),
+                                            static_cast<int>(picture.bytesPerRowOfPlane(1)), frame.data[0],
+                                            frame.linesize[0], frame.data[1], frame.linesize[1], width, height);
+  if (result != 0) return failure(MediaErrorCode::conversionFailed, "a picture cannot be converted for the encoder");
+  repeatEdge(frame.data[0], frame.linesize[0], width, height, frame.width, frame.height);
+  return {};
+}
+
 Expected<void> PictureConverter::scale(const PixelBufferSnapshot& picture, AVFrame& frame) {
   const bool isBGRA = picture.format() == PixelFormat::bgra32;
   scaler_ = sws_getCachedContext(scaler_, static_cast<int>(picture.width()), static_cast<int>(picture.height()),
-                                 ffmpegFormat(picture.format()), frame.width, frame.height, AV_PIX_FMT_YUV420P,
-                                 SWS_BICUBIC | SWS_ACCURATE_RND, nullptr, nullptr, nullptr);
+                                 ffmpegFormat(picture.format()), frame.width, frame.height,
+                                 static_cast<AVPixelFormat>(frame.format), SWS_BICUBIC | SWS_ACCURATE_RND, nullptr,
+                                 nullptr, nullptr);
   if (!scaler_) {
     return failure(MediaErrorCode::conversionFailed,
                    fmt::format("a picture of {}x{} cannot be scaled to {}x{}", picture.width(), picture.height(),

@@ -18,10 +18,12 @@ class PictureConverter {
   PictureConverter& operator=(const PictureConverter&) = delete;
   ~PictureConverter();
 
-  /// Writes `picture` into `frame`, which has its size, its format (I420) and its matrix set and its memory allocated.
+  /// Writes `picture` into `frame`, which has its size, its format (I420 or NV12) and its matrix set and its memory
+  /// allocated.
   Expected<void> convert(const PixelBufferSnapshot& picture, AVFrame& frame);
 
  private:
+  static Expected<void> convertToNV12(const PixelBufferSnapshot& picture, AVFrame& frame);
   Expected<void> scale(const PixelBufferSnapshot& picture, AVFrame& frame);
 
   SwsContext* scaler_ = nullptr;

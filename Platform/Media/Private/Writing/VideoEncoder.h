@@ -1,35 +1,28 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "Platform/Foundation/Error.h"
-#include "Platform/Media/Private/ColorTags.h"
-#include "Platform/Media/Private/FFmpegHandles.h"
-#include "Platform/Media/Private/Writing/VideoSettings.h"
+#include "Platform/Media/Private/Writing/VideoEncoderKind.h"
 
 namespace tavrel {
 
-struct VideoEncoderKind;
-
-/// An open video encoder of libavcodec: the first that opens of those that the machine has, hardware before software.
-/// Takes I420 frames with limited range, gives packets in order of presentation. One thread at a time.
+/// An open video encoder of libavcodec: the first that opens of those that the machine has, hardware before software,
+/// or the one that the settings name. One thread at a time.
 class VideoEncoder {
  public:
   using PacketHandler = std::function<void(Packet)>;
 
-  struct Options {
-    VideoSettings settings;
-    ColorTags colors;
-    AVRational timeBase{1, 600};
-    bool isRealTime = true;
-  };
+  static Expected<VideoEncoder> open(const VideoEncoderOptions& options);
+  /// The same with encoders that need no device, because one has failed.
+  static Expected<VideoEncoder> openSuccessor(VideoEncoderOptions options);
+  /// Whether an encoder for these settings is built in and has its device.
+  static Expected<void> check(const VideoSettings& settings);
 
-  static Expected<VideoEncoder> open(const Options& options);
-  /// Whether any encoder of this coding is built in.
-  static bool isAvailable(bool isHEVC);
-
-  const Options& options() const { return options_; }
+  const VideoEncoderOptions& options() const { return options_; }
+  const VideoEncoderKind& kind() const { return *attempt_.kind; }
   CodecParameters parameters() const;
   /// A frame to fill, of the right size, format and colours; valid until the next call.
   Expected<AVFrame*> writableFrame();
@@ -39,19 +32,25 @@ class VideoEncoder {
   Expected<void> finish(const PacketHandler& handler);
 
  private:
-  VideoEncoder(const VideoEncoderKind& kind, Options options) : kind_(&kind), options_(std::move(options)) {}
+  VideoEncoder(VideoEncoderAttempt attempt, VideoEncoderOptions options)
+      : attempt_(std::move(attempt)), options_(std::move(options)) {}
 
-  static Expected<VideoEncoder> openKind(const VideoEncoderKind& kind, const Options& options);
-  /// Whether a black frame comes out as a packet: a device that opens may still refuse to encode.
+  static Expected<VideoEncoder> openFirst(const std::vector<VideoEncoderAttempt>& attempts,
+                                          const VideoEncoderOptions& options);
+  static Expected<VideoEncoder> openAttempt(const VideoEncoderAttempt& attempt, const VideoEncoderOptions& options);
+  void describe(AVCodecContext& context) const;
+  /// Whether a picture in colour comes out as a packet: a device that opens may still refuse to encode.
   bool encodesATrialFrame();
+  void keepHeaders(const AVPacket& packet);
   Expected<void> openDevice();
   Expected<void> send(const AVFrame* frame);
   Expected<void> receive(const PacketHandler& handler);
 
-  const VideoEncoderKind* kind_;
-  Options options_;
+  VideoEncoderAttempt attempt_;
+  VideoEncoderOptions options_;
   CodecContext context_;
   Frame frame_;
+  std::vector<std::uint8_t> headers_;  // of a device that has them in its packets only
 };
 
 }  // namespace tavrel

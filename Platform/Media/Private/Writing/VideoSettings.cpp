@@ -2,10 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
+#include <utility>
 
 #include "Platform/Media/MediaError.h"
 #include "Platform/Media/MediaSettings.h"
+#include "Platform/Media/Private/Writing/VideoEncoderKind.h"
 
 namespace tavrel {
 namespace {
@@ -32,17 +36,43 @@ const std::string* textFor(const Dictionary& settings, const char* key) {
   return entry == settings.end() ? nullptr : std::get_if<std::string>(&entry->second);
 }
 
+Expected<AVCodecID> codecOf(const Dictionary& settings) {
+  constexpr std::array<std::pair<const char*, AVCodecID>, 4> kCodecs{{{kVideoCodecH264, AV_CODEC_ID_H264},
+                                                                      {kVideoCodecHEVC, AV_CODEC_ID_HEVC},
+                                                                      {kVideoCodecAV1, AV_CODEC_ID_AV1},
+                                                                      {kVideoCodecVP9, AV_CODEC_ID_VP9}}};
+  const std::string* const name = textFor(settings, kVideoCodecKey);
+  std::string names;
+  for (const auto& [known, codec] : kCodecs) {
+    if (name && *name == known) return codec;
+    names += fmt::format("{}\"{}\"", names.empty() ? "" : ", ", known);
+  }
+  return failure(MediaErrorCode::invalidSettings,
+                 fmt::format("{} is \"{}\": it must be one of {}", kVideoCodecKey, name ? *name : "", names));
+}
+
+/// NAME or NAME:NODE
+Expected<void> readEncoder(const Dictionary& settings, VideoSettings& result) {
+  const std::string* const text = textFor(settings, kVideoEncoderKey);
+  if (!text) return {};
+  const std::size_t colon = text->find(':');
+  result.encoder = text->substr(0, colon);
+  if (colon != std::string::npos) result.encoderNode = text->substr(colon + 1);
+  const auto kinds = VideoEncoderKind::all();
+  const auto kind =
+      std::find_if(kinds.begin(), kinds.end(), [&](const auto& each) { return result.encoder == each.name; });
+  if (kind == kinds.end() || kind->codec == result.codec) return {};  // one that is not there has an error of its own
+  return failure(MediaErrorCode::invalidSettings, fmt::format("{} is \"{}\", which does not make {}", kVideoEncoderKey,
+                                                              result.encoder, avcodec_get_name(result.codec)));
+}
+
 }  // namespace
 
 Expected<VideoSettings> VideoSettings::parse(const Dictionary& settings) {
   VideoSettings result;
-  const std::string* const codec = textFor(settings, kVideoCodecKey);
-  if (!codec || (*codec != kVideoCodecH264 && *codec != kVideoCodecHEVC)) {
-    return failure(MediaErrorCode::invalidSettings,
-                   fmt::format("{} is \"{}\": it must be \"{}\" or \"{}\"", kVideoCodecKey, codec ? *codec : "",
-                               kVideoCodecH264, kVideoCodecHEVC));
-  }
-  result.isHEVC = *codec == kVideoCodecHEVC;
+  const auto codec = codecOf(settings);
+  if (!codec) return tl::unexpected(codec.error());
+  result.codec = *codec;
   const auto width = side(settings, kVideoWidthKey);
   if (!width) return tl::unexpected(width.error());
   const auto height = side(settings, kVideoHeightKey);
@@ -59,6 +89,10 @@ Expected<VideoSettings> VideoSettings::parse(const Dictionary& settings) {
   const auto interval = numberIn(settings, kVideoMaxKeyFrameIntervalKey, 1, 1e6);
   if (!interval) return tl::unexpected(interval.error());
   if (*interval) result.maxKeyFrameInterval = static_cast<int>(**interval);
+  const auto frameRate = numberIn(settings, kVideoExpectedFrameRateKey, 1, 1000);
+  if (!frameRate) return tl::unexpected(frameRate.error());
+  result.frameRate = *frameRate;
+  if (auto encoder = readEncoder(settings, result); !encoder) return tl::unexpected(encoder.error());
   if (const std::string* const preset = textFor(settings, kVideoPresetKey)) result.preset = *preset;
   return result;
 }

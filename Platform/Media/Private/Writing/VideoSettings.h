@@ -5,18 +5,22 @@
 
 #include "Platform/Foundation/Dictionary.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Media/Private/FFmpegHandles.h"
 
 namespace tavrel {
 
 /// A video track's settings, checked.
 struct VideoSettings {
-  bool isHEVC = false;
+  AVCodecID codec = AV_CODEC_ID_H264;
   int width = 0;  ///< encoded, even
   int height = 0;
   std::optional<std::int64_t> averageBitRate;
   double quality = 0.75;
   std::optional<int> maxKeyFrameInterval;
-  std::string preset;  ///< empty: chosen by the mode
+  std::string preset;       ///< empty: chosen by the mode
+  std::string encoder;      ///< empty: any that works
+  std::string encoderNode;  ///< empty: any
+  std::optional<double> frameRate;
 
   static Expected<VideoSettings> parse(const Dictionary& settings);
 };

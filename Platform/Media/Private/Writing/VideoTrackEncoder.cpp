@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "Platform/Media/MediaError.h"
 #include "Platform/Media/Private/FFmpegTime.h"
@@ -12,17 +13,26 @@ namespace {
 
 // Of a track whose header had to be written before its first picture: a multiple of the common frame rates' timescales.
 constexpr std::int32_t kFallbackTimescale = 720'000;
+constexpr double kUsualFrameRate = 30;
+// Frames that a live recording's encoder holds.
+constexpr double kLiveDelay = 8;
+
+/// 29.97 and the like as the standards have them.
+AVRational rational(double framesPerSecond) {
+  const double ofTelevision = framesPerSecond * 1.001;
+  const bool isTelevision = std::abs(ofTelevision - std::round(ofTelevision)) < 0.002 * ofTelevision / 60 &&
+                            std::abs(framesPerSecond - std::round(framesPerSecond)) > 0.01;
+  if (isTelevision) return {static_cast<int>(std::lround(ofTelevision)) * 1000, 1001};
+  return av_d2q(framesPerSecond, 1000);
+}
 
 }  // namespace
 
 Expected<void> VideoTrackEncoder::check(const MovieFile& file) const {
-  if (!VideoEncoder::isAvailable(settings_.isHEVC)) {
-    return failure(MediaErrorCode::encoderUnavailable,
-                   fmt::format("this FFmpeg has no encoder for {}", settings_.isHEVC ? "H.265" : "H.264"));
-  }
-  if (!file.container().canHold(settings_.isHEVC ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264)) {
+  if (auto checked = VideoEncoder::check(settings_); !checked) return checked;
+  if (!file.container().canHold(settings_.codec)) {
     return failure(MediaErrorCode::unsuitableContainer,
-                   fmt::format("{} cannot hold this video coding", file.container().name()));
+                   fmt::format("{} cannot hold {}", file.container().name(), avcodec_get_name(settings_.codec)));
   }
   return {};
 }
@@ -30,29 +40,35 @@ Expected<void> VideoTrackEncoder::check(const MovieFile& file) const {
 Expected<void> VideoTrackEncoder::open(TrackOutput output, bool isRealTime) {
   output_ = std::move(output);
   isRealTime_ = isRealTime;
-  auto encoder = VideoEncoder::open(
-      {settings_, ColorTags{}, AVRational{1, timescale_ > 0 ? timescale_ : kFallbackTimescale}, isRealTime});
+  VideoEncoderOptions options;
+  options.settings = settings_;
+  options.timeBase = AVRational{1, timescale_ > 0 ? timescale_ : kFallbackTimescale};
+  options.frameRate = rational(settings_.frameRate.value_or(kUsualFrameRate));
+  options.isRealTime = isRealTime;
+  auto encoder = VideoEncoder::open(options);
   if (!encoder) return tl::unexpected(encoder.error());
   encoder_.emplace(std::move(*encoder));
-  output_.setFormat(encoder_->parameters().get(), encoder_->options().timeBase, false);
+  output_.setFormat(encoder_->parameters().get(), options.timeBase, false);
+  if (isRealTime) output_.queue->file().setEncoderDelay(kLiveDelay / av_q2d(options.frameRate));
   return {};
 }
 
-Expected<void> VideoTrackEncoder::adoptFirstSample(const TrackSample& sample) {
-  hasFirstSample_ = true;
-  VideoEncoder::Options options = encoder_->options();
-  options.colors = ColorTags::of(*sample.picture);
-  options.timeBase = AVRational{1, sample.timescale};
-  const bool isSame =
-      options.colors == encoder_->options().colors && av_cmp_q(options.timeBase, encoder_->options().timeBase) == 0;
+Expected<void> VideoTrackEncoder::adopt(const TrackSample& first, double framesPerSecond, bool isFinal) {
+  VideoEncoderOptions options = encoder_->options();
+  options.colors = ColorTags::of(*first.picture);
+  options.timeBase = AVRational{1, first.timescale};
+  options.frameRate = rational(framesPerSecond);
+  const bool isSame = options.colors == encoder_->options().colors &&
+                      av_cmp_q(options.timeBase, encoder_->options().timeBase) == 0 &&
+                      av_cmp_q(options.frameRate, encoder_->options().frameRate) == 0;
   if (isSame) {
-    output_.setFormat(encoder_->parameters().get(), options.timeBase, true);
+    output_.setFormat(encoder_->parameters().get(), options.timeBase, isFinal);
     return {};
   }
   auto encoder = VideoEncoder::open(options);
   if (!encoder) return tl::unexpected(encoder.error());
   // Too late when the header was written meanwhile: then the encoder that it describes stays.
-  if (output_.setFormat(encoder->parameters().get(), options.timeBase, true)) encoder_.emplace(std::move(*encoder));
+  if (output_.setFormat(encoder->parameters().get(), options.timeBase, isFinal)) encoder_.emplace(std::move(*encoder));
   return {};
 }
 
@@ -62,17 +78,55 @@ VideoEncoder::PacketHandler VideoTrackEncoder::packetHandler() {
 
 Expected<void> VideoTrackEncoder::encode(const TrackSample& sample) {
   if (!hasFirstSample_) {
-    if (auto adopted = adoptFirstSample(sample); !adopted) return adopted;
+    hasFirstSample_ = true;
+    const bool isRateKnown = settings_.frameRate.has_value();
+    auto adopted = adopt(sample, settings_.frameRate.value_or(kUsualFrameRate), isRateKnown);
+    if (!adopted || !isRateKnown) {
+      first_ = sample;
+      return adopted;
+    }
   }
-  const auto frame = encoder_->writableFrame();
-  if (!frame) return tl::unexpected(frame.error());
-  if (auto converted = converter_.convert(*sample.picture, **frame); !converted) return converted;
+  if (first_) {
+    const TrackSample first = std::move(*first_);
+    first_.reset();
+    const double interval = (sample.presentationTime - first.presentationTime).seconds();
+    if (auto adopted = adopt(first, std::clamp(1 / interval, 1.0, 1000.0), true); !adopted) return adopted;
+    if (auto encoded = encodePicture(first); !encoded) return encoded;
+  }
+  return encodePicture(sample);
+}
+
+Expected<void> VideoTrackEncoder::encodePicture(const TrackSample& sample) {
   const std::int64_t time = unitsOf(MediaTime::make(sample.timeUnits, sample.timescale), encoder_->options().timeBase);
   // Two times may meet in a fallback timescale that is coarser than theirs.
   lastTime_ = std::max(time, lastTime_ + 1);
-  return encoder_->encode(lastTime_, packetHandler());
+  const auto attempt = [&]() -> Expected<void> {
+    const auto frame = encoder_->writableFrame();
+    if (!frame) return tl::unexpected(frame.error());
+    if (auto converted = converter_.convert(*sample.picture, **frame); !converted) return converted;
+    return encoder_->encode(lastTime_, packetHandler());
+  };
+  auto encoded = attempt();
+  if (encoded) return encoded;
+  if (auto replaced = replaceEncoder(encoded.error()); !replaced) return replaced;
+  return attempt();
 }
 
-Expected<void> VideoTrackEncoder::finish() { return encoder_ ? encoder_->finish(packetHandler()) : Expected<void>{}; }
+Expected<void> VideoTrackEncoder::replaceEncoder(const Error& failure) {
+  if (encoder_->kind().device == EncoderDevice::processor) return tl::unexpected(failure);
+  auto encoder = VideoEncoder::openSuccessor(encoder_->options());
+  if (!encoder) return tl::unexpected(failure);
+  encoder_.emplace(std::move(*encoder));
+  return {};
+}
+
+Expected<void> VideoTrackEncoder::finish() {
+  if (first_) {
+    const TrackSample first = std::move(*first_);
+    first_.reset();
+    if (auto encoded = encodePicture(first); !encoded) return encoded;
+  }
+  return encoder_ ? encoder_->finish(packetHandler()) : Expected<void>{};
+}
 
 }  // namespace tavrel

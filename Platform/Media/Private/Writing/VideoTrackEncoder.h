@@ -20,7 +20,11 @@ class VideoTrackEncoder final : public TrackEncoder {
   Expected<void> finish() override;
 
  private:
-  Expected<void> adoptFirstSample(const TrackSample& sample);
+  /// Opens the encoder that suits the first picture, and the frame rate that came out.
+  Expected<void> adopt(const TrackSample& first, double framesPerSecond, bool isFinal);
+  Expected<void> encodePicture(const TrackSample& sample);
+  /// Goes on in software when a device has failed.
+  Expected<void> replaceEncoder(const Error& failure);
   VideoEncoder::PacketHandler packetHandler();
 
   const VideoSettings settings_;
@@ -30,6 +34,7 @@ class VideoTrackEncoder final : public TrackEncoder {
   std::optional<VideoEncoder> encoder_;
   PictureConverter converter_;
   bool hasFirstSample_ = false;
+  std::optional<TrackSample> first_;  // waits for the second, which tells the frame rate
   std::int64_t lastTime_ = -1;
 };
 

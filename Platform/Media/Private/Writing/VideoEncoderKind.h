@@ -1,0 +1,57 @@
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "Platform/Media/Private/ColorTags.h"
+#include "Platform/Media/Private/FFmpegHandles.h"
+#include "Platform/Media/Private/Writing/VideoSettings.h"
+
+namespace tavrel {
+
+/// What an encoder of pictures is to make.
+struct VideoEncoderOptions {
+  VideoSettings settings;
+  ColorTags colors;
+  AVRational timeBase{1, 600};
+  AVRational frameRate{30, 1};
+  bool isRealTime = true;
+  /// Goes on with a track that another encoder began: its packets carry their own headers.
+  bool isSuccessor = false;
+};
+
+/// What an encoder of libavcodec runs on.
+enum class EncoderDevice { processor, nvidia, vaapi, v4l2 };
+
+/// How one of libavcodec's encoders is opened.
+struct VideoEncoderKind {
+  const char* name;
+  AVCodecID codec;
+  EncoderDevice device;
+  /// Sets what the encoder's own options are, and the context's fields that they go with.
+  void (*setOptions)(AVDictionary*& options, AVCodecContext& context, const VideoEncoderOptions& wanted);
+
+  /// Of the frames that it is given.
+  AVPixelFormat pixelFormat() const {
+    return device == EncoderDevice::processor ? AV_PIX_FMT_YUV420P : AV_PIX_FMT_NV12;
+  }
+  /// Built in, and the system has such a device.
+  bool isPresent() const;
+
+  /// All that can be used, hardware before software; of each coding the better first.
+  static std::span<const VideoEncoderKind> all();
+};
+
+/// One way to open an encoder.
+struct VideoEncoderAttempt {
+  const VideoEncoderKind* kind;
+  std::string node;         ///< of a device; empty where the encoder finds it by itself
+  bool isLowPower = false;  ///< VAAPI's other entry point, the only one of some devices
+  bool hasCap = true;       ///< constant quality with a highest bit rate, which not every device has
+};
+
+/// The ways to open an encoder with these settings, in order: all, or those of the encoder that they name.
+std::vector<VideoEncoderAttempt> videoEncoderAttempts(const VideoSettings& settings);
+
+}  // namespace tavrel
