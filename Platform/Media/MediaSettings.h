@@ -16,7 +16,7 @@ inline constexpr const char* kVideoCodecVP9 = "vp09";
 /// Whole numbers, required: pixels, 1 to 16384.
 inline constexpr const char* kVideoWidthKey = "VideoWidth";
 inline constexpr const char* kVideoHeightKey = "VideoHeight";
-/// Text: the encoder, by the name that `availableVideoEncoders` has for it, and where it runs on one of several devices
+/// Text: the encoder, by the name that libavcodec has for it, and where it runs on one of several devices
 /// that one's node: "libx264", "h264_vaapi:/dev/dri/renderD129". When absent, the first of the coding that works.
 inline constexpr const char* kVideoEncoderKey = "VideoEncoder";
 /// Number, 1 to 1000: frames a second that will come, which level, keyframes and rates are chosen by. When absent, as
