@@ -1,5 +1,7 @@
 #include "GPUImage/Filters/TavrelGPUImageCropFilter.h"
 
+#include <algorithm>
+
 #include "GPUImage/Private/Properties.h"
 #include "Platform/Foundation/FatalAssertion.h"
 
@@ -94,7 +96,8 @@ Size TavrelGPUImageCropFilter::outputSizeFor(Size inputSize) const {
   return onVideoProcessingQueue([&] {
     const Size turned = rotatedSize(inputSize, 0);
     const Size region = implementation_->cropRegion.size;
-    return Size{turned.width * region.width, turned.height * region.height};
+    if (turned.width == 0 || turned.height == 0) return Size{};
+    return Size{std::max(1.0, turned.width * region.width), std::max(1.0, turned.height * region.height)};
   });
 }
 

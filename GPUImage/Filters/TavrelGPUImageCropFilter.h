@@ -9,7 +9,7 @@ namespace tavrel {
 
 TAVREL_API extern const char* const kTavrelGPUImageCropFragmentShaderString;
 
-/// Crops the frame to a rectangle, which determines the output size.
+/// Crops the frame to a rectangle, which determines the output size: at least one pixel.
 class TAVREL_API TavrelGPUImageCropFilter : public TavrelGPUImageFilter {
  public:
   /// Keeps the whole frame.

@@ -7,6 +7,7 @@
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
+#include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Tracing/QueueWait.h"
 
@@ -43,6 +44,10 @@ bool TavrelGPUImageCVPixelBufferInput::processCVPixelBuffer(const std::shared_pt
 bool TavrelGPUImageCVPixelBufferInput::processCVPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer,
                                                             MediaTime frameTime, bool wait,
                                                             const std::function<void()>&) {
+  if (!pixelBuffer) {
+    ConsoleLog::write("TavrelGPUImageCVPixelBufferInput was given no pixel buffer to process");
+    return false;
+  }
   if (wait) {
     frameRenderingSemaphore()->wait();
   } else if (!frameRenderingSemaphore()->tryWait()) {

@@ -22,8 +22,8 @@ class TAVREL_API TavrelGPUImageCVPixelBufferInput : public TavrelGPUImageOutput 
   /// Delivers the buffer without a time; see below.
   bool processCVPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer, bool wait);
   /// Delivers the buffer to every enabled target. If another buffer is in flight, waits for it with `wait`, else
-  /// returns false. The buffer must not be written to until delivered. Any pixel format but `PixelFormat::bgra32` stops
-  /// the program. `completion` is never called.
+  /// returns false. The buffer must not be written to until delivered. False, with a line on the console, without a
+  /// buffer. Any pixel format but `PixelFormat::bgra32` stops the program. `completion` is never called.
   bool processCVPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer, MediaTime frameTime, bool wait,
                             const std::function<void()>& completion = {});
 

@@ -1,5 +1,6 @@
 #include "GPUImage/Sources/TavrelGPUImagePicture.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <mutex>
@@ -75,19 +76,13 @@ void TavrelGPUImagePicture::releaseTexture() {
 
 void TavrelGPUImagePicture::updateWithCGImage(const std::shared_ptr<Image>& image, bool smoothlyScaleOutput,
                                               bool shouldRemovePremultiplication) {
-  releaseTexture();
   implementation_->hasProcessedImage = false;
-  setShouldSmoothlyScaleOutput(smoothlyScaleOutput);
   if (!image || image->width() == 0 || image->height() == 0) {
     fatalAssertion("Passed image must not be empty - it should be at least 1px tall and wide");
   }
   const Size imageSize = {static_cast<double>(image->width()), static_cast<double>(image->height())};
-  const Size fittingSize = TavrelGPUImageContext::sizeThatFitsWithinATextureForSize(imageSize);
-  {
-    const std::lock_guard lock(implementation_->mutex);
-    implementation_->pixelSizeOfImage = fittingSize;
-    implementation_->imageUpdateSemaphore = std::make_shared<DispatchSemaphore>(1);
-  }
+  Size fittingSize = TavrelGPUImageContext::sizeThatFitsWithinATextureForSize(imageSize);
+  fittingSize = {std::max(1.0, fittingSize.width), std::max(1.0, fittingSize.height)};  // of long thin images
   Size textureSize = fittingSize;
   // Mipmaps need powers of two.
   if (smoothlyScaleOutput) textureSize = {nextPowerOfTwo(textureSize.width), nextPowerOfTwo(textureSize.height)};
@@ -102,24 +97,30 @@ void TavrelGPUImagePicture::updateWithCGImage(const std::shared_ptr<Image>& imag
     removePremultiplication(copy, layout);
   }
   // Bytes that need no change are uploaded from where they are.
-  upload(textureSize, layout.format, copy.empty() ? image->dataProvider()->bytes().data() : copy.data());
+  const std::uint8_t* const pixels = copy.empty() ? image->dataProvider()->bytes().data() : copy.data();
+  // All of it between two passes, of which each shows one image or the other.
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    releaseTexture();
+    setShouldSmoothlyScaleOutput(smoothlyScaleOutput);
+    upload(textureSize, layout.format, pixels);
+    const std::lock_guard lock(implementation_->mutex);
+    implementation_->pixelSizeOfImage = fittingSize;
+    implementation_->imageUpdateSemaphore = std::make_shared<DispatchSemaphore>(1);
+  });
 }
 
 void TavrelGPUImagePicture::upload(Size textureSize, GLenum format, const std::uint8_t* pixels) {
-  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
-    TavrelGPUImageContext::useImageProcessingContext();
-    const auto framebuffer =
-        TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(textureSize, true);
-    framebuffer->disableReferenceCounting();
-    setOutputFramebuffer(framebuffer);
-    framebuffer->uploadPicture(static_cast<GLsizei>(textureSize.width), static_cast<GLsizei>(textureSize.height),
-                               format, pixels);
-    if (shouldSmoothlyScaleOutput()) {
-      glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
-      glGenerateMipmap(GL_TEXTURE_2D);
-    }
-    glBindTexture(GL_TEXTURE_2D, 0);
-  });
+  TavrelGPUImageContext::useImageProcessingContext();
+  const auto framebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(textureSize, true);
+  framebuffer->disableReferenceCounting();
+  setOutputFramebuffer(framebuffer);
+  framebuffer->uploadPicture(static_cast<GLsizei>(textureSize.width), static_cast<GLsizei>(textureSize.height), format,
+                             pixels);
+  if (shouldSmoothlyScaleOutput()) {
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
+    glGenerateMipmap(GL_TEXTURE_2D);
+  }
+  glBindTexture(GL_TEXTURE_2D, 0);
 }
 
 void TavrelGPUImagePicture::processImage() { processImageWithCompletionHandler({}); }

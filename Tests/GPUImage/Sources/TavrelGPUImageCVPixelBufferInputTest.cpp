@@ -90,6 +90,42 @@ TEST(PixelBufferInput, NewBytesInAReusedBufferAreShown) {
   }
 }
 
+TEST(PixelBufferInput, NoBufferIsRefused) {
+  const auto input = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
+  EXPECT_FALSE(input->processCVPixelBuffer(nullptr, true));
+  EXPECT_TRUE(input->processCVPixelBuffer(test::pixelBufferOf(test::distinctPicture(4, 4)), false)) << "nothing waits";
+}
+
+// Without a run loop, whose purge each second would tidy up.
+TEST(PixelBufferInput, FiveHundredFramesLeaveNothingBehind) {
+  const auto input = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
+  const auto table = std::make_shared<TavrelGPUImagePicture>(test::imageOf(test::distinctPicture(512, 512)));
+  const auto lookup = std::make_shared<TavrelGPUImageLookupFilter>();
+  const auto blur = std::make_shared<TavrelGPUImageGaussianBlurFilter>();
+  const auto crop = std::make_shared<TavrelGPUImageCropFilter>(Rect{{0, 0}, {0.5, 0.5}});
+  input->addTarget(lookup, 0);
+  table->addTarget(lookup, 1);
+  lookup->addTarget(blur);
+  blur->addTarget(crop);
+  table->processImage();
+  const auto held = [] {
+    const TextureCache::Statistics statistics = TextureCache::statistics();
+    return std::pair(TavrelGPUImageFramebuffer::ownedCount(), statistics.texturesCreated - statistics.texturesDeleted);
+  };
+  const test::Picture frame = test::distinctPicture(32, 24);
+  std::pair<std::int64_t, std::uint64_t> afterFifty;
+  for (int i = 0; i < 500; ++i) {
+    if (i == 50) afterFifty = held();
+    const bool isWanted = i % 7 == 0;
+    if (isWanted) crop->useNextFrameForImageCapture();
+    ASSERT_TRUE(input->processCVPixelBuffer(test::pixelBufferOf(frame), MediaTime::make(i, 30), true));
+    if (isWanted) {
+      ASSERT_NE(crop->newCGImageFromCurrentlyProcessedOutput(), nullptr);
+    }
+  }
+  EXPECT_EQ(held(), afterFifty);
+}
+
 TEST(PixelBufferInputDeathTest, OtherFormatsStopTheProgram) {
   EXPECT_DEATH(
       {

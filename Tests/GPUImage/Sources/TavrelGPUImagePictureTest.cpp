@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <thread>
 
 #include "Support/GraphTestSupport.h"
 
@@ -117,6 +118,13 @@ TEST(Picture, TooLargePicturesAreFittedIntoATexture) {
   const auto source = image(limit * 2, 2, kBitmapByteOrder32Little, AlphaInfo::first, Data(limit * 16, 200));
   const auto picture = std::make_shared<TavrelGPUImagePicture>(source);
   EXPECT_EQ(picture->outputImageSize(), (Size{static_cast<double>(limit), 1}));
+  // Nor does what is left of a line vanish.
+  picture->updateWithCGImage(image(limit * 4, 1, kBitmapByteOrder32Little, AlphaInfo::first, Data(limit * 16, 200)));
+  const auto filter = std::make_shared<TavrelGPUImageFilter>();
+  picture->addTarget(filter);
+  filter->useNextFrameForImageCapture();
+  picture->processImage();
+  EXPECT_NEAR(test::pictureOf(*filter->newCGImageFromCurrentlyProcessedOutput()).at(7, 0).g, 157, 3);
 }
 
 TEST(Picture, EachPassDeliversTheSameFramebufferWithoutATime) {
@@ -191,6 +199,26 @@ TEST(Picture, AReplacedImageIsTheOneDelivered) {
   TavrelGPUImageContext::sharedFramebufferCache()->purgeAllUnassignedFramebuffers();
   TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
   EXPECT_TRUE(old.expired());  // it went back to the cache
+}
+
+TEST(Picture, ImagesAreReplacedFromSeveralThreadsWhileItIsShown) {
+  const auto picture = std::make_shared<TavrelGPUImagePicture>(test::imageOf(test::distinctPicture(16, 16)));
+  const auto filter = std::make_shared<TavrelGPUImageFilter>();
+  picture->addTarget(filter);
+  std::vector<std::jthread> threads;
+  for (const int width : {16, 24}) {
+    threads.emplace_back([&, width] {
+      for (int i = 0; i < 100; ++i) {
+        picture->updateWithCGImage(test::imageOf(test::distinctPicture(width, 16)));
+        picture->processImage();
+      }
+    });
+  }
+  threads.clear();
+  const test::Picture last = test::distinctPicture(20, 10);
+  picture->updateWithCGImage(test::imageOf(last));
+  picture->removeAllTargets();
+  EXPECT_EQ(test::largestDifference(test::process(last, filter), last), 0);
 }
 
 TEST(PictureDeathTest, EmptyAndUnreadablePicturesStopTheProgram) {
