@@ -50,6 +50,7 @@ Registry& registry() {
 }
 
 std::atomic<pid_t> endingThread = 0;
+std::atomic<pid_t> driversProcess = 0;
 std::atomic<ProcessEnd::AssertionHandler> assertionHandler = nullptr;
 
 bool hasActions(std::size_t stage) {
@@ -104,7 +105,8 @@ void endProcess(int status, void*) {
   }
   ProcessEnd::comeFirst();  // for such a thread
   runActions(0);
-  bool mayGoOn = true;
+  // A forked child has none of its parent's driver's threads, for which that waits when it ends.
+  bool mayGoOn = driversProcess == 0 || driversProcess == getpid();
   for (std::size_t stage = 1; stage < kStages.size(); ++stage) {
     const bool isInTime = !hasActions(stage) || runWithin(kStages[stage].limit, [stage] { runActions(stage); });
     if (!isInTime && kStages[stage].mustFinish) mayGoOn = false;
@@ -145,6 +147,11 @@ void ProcessEnd::watchForks() {
 }
 
 void ProcessEnd::comeFirst() { on_exit(endProcess, nullptr); }
+
+void ProcessEnd::noteDriver() {
+  driversProcess = getpid();
+  comeFirst();
+}
 
 void ProcessEnd::watchThisThread() { threadWatch.isOn = true; }
 

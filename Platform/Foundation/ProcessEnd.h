@@ -15,7 +15,8 @@ namespace tavrel {
 /// driver: as a driver would hang or crash once its statics are destroyed, the process ends at once, with its status.
 /// The library's own statics are never destroyed. Any thread.
 ///
-/// A child made by `fork` has none of the threads that the stages are about, and begins with empty stages.
+/// A child made by `fork` has none of the threads that the stages are about, and begins with empty stages. If its
+/// parent used a driver it ends at once then, too.
 class ProcessEnd {
  public:
   enum class Stage {
@@ -32,6 +33,8 @@ class ProcessEnd {
   /// Makes the shutdown precede everything registered with the C library so far. Needed after a driver was loaded or
   /// first used, as it registers the destruction of its statics then, and `exit` runs registrations last to first.
   static void comeFirst();
+  /// Call it when a driver is loaded; makes the shutdown precede its end.
+  static void noteDriver();
   /// Makes the calling thread call `comeFirst` when it calls `exit`, which first destroys thread-local variables. The
   /// thread that loads the library is watched already.
   static void watchThisThread();

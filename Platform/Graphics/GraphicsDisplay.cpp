@@ -130,7 +130,7 @@ GraphicsDisplay& GraphicsDisplay::shared() {
   static GraphicsDisplay& instance = [&]() -> GraphicsDisplay& {
     std::lock_guard guard(choice().mutex);
     choice().shared = new GraphicsDisplay(choice().adopted, choice().adoptedContext);
-    ProcessEnd::comeFirst();  // the driver has been loaded
+    ProcessEnd::noteDriver();
     return *choice().shared;
   }();
   return instance;

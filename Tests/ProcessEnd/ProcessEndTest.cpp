@@ -201,6 +201,17 @@ void leaveAndUseTheGraphAfterwards() {
   leave();
 }
 
+/// A child has the graph's memory and none of its threads.
+void leaveInAForkedChild() {
+  const Graph graph;
+  for (int i = 0; i < 20; ++i) TavrelRunAsynchronouslyOnVideoProcessingQueue([&] { graph.picture->processImage(); });
+  const pid_t child = fork();
+  if (child == 0) leave();
+  int status = 0;
+  waitpid(child, &status, 0);
+  _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
+}
+
 /// Sleeping blocks cannot be stopped, and are no reason to stay.
 void leaveWhileABlockSleeps() {
   const auto queue = DispatchQueue::create("sleeper");
@@ -231,6 +242,7 @@ constexpr Way kWays[] = {
     {"a thread of the application", leaveOnAThreadOfTheApplication},
     {"a logger", leaveInALogger},
     {"two threads at once", leaveOnTwoThreads},
+    {"a forked child", leaveInAForkedChild},
 };
 
 struct Ending {
