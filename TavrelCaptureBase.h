@@ -92,6 +92,7 @@
 #include "Platform/Imaging/ImageDestination.h"
 #include "Platform/Imaging/ImageSource.h"
 #include "Platform/Imaging/ImagingError.h"
+#include "Platform/Imaging/LargeImage.h"
 #include "Platform/Media/Asset.h"
 #include "Platform/Media/AssetReader.h"
 #include "Platform/Media/AssetReaderAudioMixOutput.h"

@@ -1,22 +1,18 @@
 #include "Platform/Imaging/ImageDestination.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <png.h>
-#include <sys/stat.h>
 #include <turbojpeg.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <cmath>
 #include <memory>
 #include <string>
-#include <system_error>
 
 #include "Platform/Imaging/Private/Decoders.h"
 #include "Platform/Imaging/Private/PixelConversion.h"
+#include "Platform/Imaging/Private/ReplacingFile.h"
 
 namespace tavrel {
 namespace {
@@ -67,44 +63,6 @@ Expected<std::string_view> typeFor(const std::filesystem::path& path) {
                  fmt::format("{}: a picture's name ends in .png, .jpg or .jpeg", path.string()));
 }
 
-/// A new file beside the final one, removed again unless it is kept.
-class TemporaryFile {
- public:
-  explicit TemporaryFile(const std::filesystem::path& finalPath)
-      : finalPath_(finalPath), path_(finalPath.string() + ".XXXXXX") {
-    descriptor_ = mkostemp(path_.data(), O_CLOEXEC);
-  }
-  TemporaryFile(const TemporaryFile&) = delete;
-  TemporaryFile& operator=(const TemporaryFile&) = delete;
-  ~TemporaryFile() {
-    if (descriptor_ < 0) return;
-    close(descriptor_);
-    if (!isKept_) unlink(path_.c_str());
-  }
-
-  /// False, with errno set, when the bytes did not reach the disk under the final name.
-  bool writeAndKeep(const Data& bytes) {
-    if (descriptor_ < 0) return false;
-    for (std::size_t written = 0; written < bytes.size();) {
-      const ssize_t count = ::write(descriptor_, bytes.data() + written, bytes.size() - written);
-      if (count < 0 && errno == EINTR) continue;
-      if (count < 0) return false;
-      written += static_cast<std::size_t>(count);
-    }
-    const mode_t mask = umask(0);
-    umask(mask);
-    if (fchmod(descriptor_, 0666 & ~mask) != 0 || fsync(descriptor_) != 0) return false;
-    isKept_ = rename(path_.c_str(), finalPath_.c_str()) == 0;
-    return isKept_;
-  }
-
- private:
-  const std::filesystem::path finalPath_;
-  std::string path_;
-  int descriptor_ = -1;
-  bool isKept_ = false;
-};
-
 }  // namespace
 
 Expected<Data> ImageDestination::encode(const std::shared_ptr<Image>& image, std::string_view type, double quality) {
@@ -123,12 +81,8 @@ Expected<void> ImageDestination::write(const std::shared_ptr<Image>& image, cons
   if (!type) return tl::unexpected(type.error());
   const auto bytes = encode(image, *type, quality);
   if (!bytes) return tl::unexpected(bytes.error());
-  TemporaryFile file(path);
-  if (!file.writeAndKeep(*bytes)) {
-    const int error = errno;
-    return failure("posix", error,
-                   fmt::format("cannot write {}: {}", path.string(), std::generic_category().message(error)));
-  }
+  ReplacingFile file(path);
+  if (!file.write(*bytes) || !file.keep()) return file.systemFailure();
   return {};
 }
 

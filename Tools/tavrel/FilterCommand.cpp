@@ -1,4 +1,5 @@
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "Command.h"
 #include "Diagnostics.h"
@@ -8,15 +9,6 @@
 
 namespace tavrel::tool {
 namespace {
-
-/// The graph keeps colours as they came, premultiplied; an image that was read back from plain textures says otherwise.
-std::shared_ptr<Image> markedPremultiplied(const std::shared_ptr<Image>& image) {
-  const auto alpha = static_cast<AlphaInfo>(image->bitmapInfo() & kBitmapAlphaInfoMask);
-  if (alpha != AlphaInfo::last) return image;
-  return Image::create(image->width(), image->height(), image->bitsPerComponent(), image->bitsPerPixel(),
-                       image->bytesPerRow(), static_cast<std::uint32_t>(AlphaInfo::premultipliedLast),
-                       image->dataProvider());
-}
 
 class FilterCommand : public Command {
  public:
@@ -40,21 +32,27 @@ class FilterCommand : public Command {
 
  private:
   int filter(TavrelCaptureEffectChain& effects) {
-    const auto image = ImageSource::createWithFile(input_).and_then(
+    auto image = ImageSource::createWithFile(input_).and_then(
         [](const std::shared_ptr<ImageSource>& source) { return source->imageAtIndex(0); });
+    std::optional<LargeImage> large;
+    if (!image && image.error() == ImagingErrorCode::pictureTooLarge) {
+      image = LargeImage::read(input_).map([&](const LargeImage& read) { return large.emplace(read).image(); });
+    }
     if (!image) return fail("{}", image.error().description);
-    const std::shared_ptr<Image> filtered = PictureFiltering(effects, memory_ * (1 << 20)).run(normalizedImage(*image));
-    if (!filtered) return kFailure;
+    const FilteredPicture filtered = PictureFiltering(effects, memory_ * (1 << 20)).run(normalizedImage(*image), large);
+    if (!filtered.image) return kFailure;
 
-    const auto written = ImageDestination::write(markedPremultiplied(filtered), output_, quality_);
+    const bool isLargePng = filtered.large && output_.extension() == ".png";
+    const auto written =
+        isLargePng ? filtered.large->write(output_) : ImageDestination::write(filtered.image, output_, quality_);
     if (!written) return fail("{}", written.error().description);
     if (json_) {
       nlohmann::ordered_json result = {
-          {"output", output_.string()}, {"width", filtered->width()}, {"height", filtered->height()}};
+          {"output", output_.string()}, {"width", filtered.image->width()}, {"height", filtered.image->height()}};
       diagnostics_.addTo(result);
       printJson(result);
     } else {
-      fmt::print("{} {}x{}\n", output_.string(), filtered->width(), filtered->height());
+      fmt::print("{} {}x{}\n", output_.string(), filtered.image->width(), filtered.image->height());
     }
     return kSuccess;
   }

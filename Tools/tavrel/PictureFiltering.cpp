@@ -19,14 +19,6 @@ std::size_t offsetOf(const Rect& part, std::size_t row, std::size_t bytesPerRow)
   return (static_cast<std::size_t>(part.origin.y) + row) * bytesPerRow + static_cast<std::size_t>(part.origin.x) * 4;
 }
 
-/// An image of `size` with the rows that start at `bytes`; all come from the graph or its sources, with 4 bytes a
-/// pixel.
-std::shared_ptr<Image> imageLike(const Image& other, Size size, Data bytes) {
-  const auto width = static_cast<std::size_t>(size.width);
-  return Image::create(width, static_cast<std::size_t>(size.height), 8, 32, width * 4, other.bitmapInfo(),
-                       DataProvider::create(std::move(bytes)));
-}
-
 std::shared_ptr<Image> partOf(const std::shared_ptr<Image>& image, const Rect& part) {
   if (part == Rect{{0, 0}, sizeOf(*image)}) return image;
   const auto rowBytes = static_cast<std::size_t>(part.size.width) * 4;
@@ -35,31 +27,19 @@ std::shared_ptr<Image> partOf(const std::shared_ptr<Image>& image, const Rect& p
   for (std::size_t row = 0; row * rowBytes < bytes.size(); ++row) {
     std::memcpy(bytes.data() + row * rowBytes, from + offsetOf(part, row, image->bytesPerRow()), rowBytes);
   }
-  return imageLike(*image, part.size, std::move(bytes));
+  return Image::create(rowBytes / 4, static_cast<std::size_t>(part.size.height), 8, 32, rowBytes, image->bitmapInfo(),
+                       DataProvider::create(std::move(bytes)));
+}
+
+/// The graph keeps colours as they came, premultiplied; an image that was read back from plain textures says otherwise.
+std::shared_ptr<Image> markedPremultiplied(const std::shared_ptr<Image>& image) {
+  if (!image || image->alphaInfo() != AlphaInfo::last) return image;
+  return Image::create(image->width(), image->height(), image->bitsPerComponent(), image->bitsPerPixel(),
+                       image->bytesPerRow(), static_cast<std::uint32_t>(AlphaInfo::premultipliedLast),
+                       image->dataProvider());
 }
 
 }  // namespace
-
-/// The picture that the parts make up.
-struct PictureFiltering::Result {
-  explicit Result(Size whole) : size(whole), bytes(static_cast<std::size_t>(whole.width * whole.height) * 4) {}
-
-  /// Takes over `part` of what `image` shows, which begins at `origin` of the whole.
-  void add(const std::shared_ptr<Image>& image, Point origin, const Rect& part) {
-    const Rect inside = {{part.origin.x - origin.x, part.origin.y - origin.y}, part.size};
-    const auto wholeRow = static_cast<std::size_t>(size.width) * 4;
-    const std::uint8_t* const from = image->dataProvider()->bytes().data();
-    for (std::size_t row = 0; row < static_cast<std::size_t>(part.size.height); ++row) {
-      std::memcpy(bytes.data() + offsetOf(part, row, wholeRow), from + offsetOf(inside, row, image->bytesPerRow()),
-                  static_cast<std::size_t>(part.size.width) * 4);
-    }
-    layout = image;
-  }
-
-  Size size;
-  Data bytes;
-  std::shared_ptr<Image> layout;
-};
 
 bool PictureFiltering::fits(Size size) const {
   const double largest = TavrelGPUImageContext::maximumTextureSizeForThisDevice();
@@ -78,28 +58,48 @@ std::vector<Rect> PictureFiltering::parts(Size whole) const {
   return parts;
 }
 
-std::shared_ptr<Image> PictureFiltering::run(const std::shared_ptr<Image>& source) {
-  const Size size = sizeOf(*source);
-  const Size whole = effects_.sizeAfter(size);
-  if (fits(size)) return filtered(effects_, source);
-
-  Result result(whole);
+FilteredPicture PictureFiltering::run(const std::shared_ptr<Image>& source, const std::optional<LargeImage>& large) {
+  if (fits(sizeOf(*source))) return {filtered(effects_, source), std::nullopt};
+  const Size whole = effects_.sizeAfter(sizeOf(*source));
   const std::vector<Rect> parts = this->parts(whole);
+  std::optional<LargeImage> result;
   for (std::size_t i = 0; i < parts.size(); ++i) {
     progress_.show(static_cast<double>(i) / static_cast<double>(parts.size()),
                    fmt::format("part {} of {}", i + 1, parts.size()));
-    auto part = effects_.part(parts[i], size);
-    if (!part) {
-      say("an effect works on whole pictures only, and this one is too large for that");
-      return nullptr;
-    }
-    const auto image = filtered(part->chain, partOf(source, part->input));
-    if (!image) return nullptr;
-    result.add(image, part->output.origin, parts[i]);
+    if (!add(parts[i], source, whole, result)) return {};
+    result->rest();
+    if (large) large->rest();
     // Parts at the edges are of other sizes.
     TavrelGPUImageContext::sharedFramebufferCache()->purgeAllUnassignedFramebuffers();
   }
-  return imageLike(*result.layout, whole, std::move(result.bytes));
+  return {result->image(), result};
+}
+
+bool PictureFiltering::add(const Rect& output, const std::shared_ptr<Image>& source, Size whole,
+                           std::optional<LargeImage>& result) {
+  auto part = effects_.part(output, sizeOf(*source));
+  if (!part) {
+    say("an effect works on whole pictures only, and this one is too large for that");
+    return false;
+  }
+  const auto image = filtered(part->chain, partOf(source, part->input));
+  if (!image) return false;
+  if (!result) {
+    auto room = LargeImage::create(static_cast<std::size_t>(whole.width), static_cast<std::size_t>(whole.height),
+                                   image->bitmapInfo());
+    if (!room) {
+      say("{}", room.error().description);
+      return false;
+    }
+    result = std::move(*room);
+  }
+  const Rect inside = {{output.origin.x - part->output.origin.x, output.origin.y - part->output.origin.y}, output.size};
+  const std::uint8_t* const from = image->dataProvider()->bytes().data();
+  for (std::size_t row = 0; row < static_cast<std::size_t>(output.size.height); ++row) {
+    std::memcpy(result->row(0) + offsetOf(output, row, result->image()->bytesPerRow()),
+                from + offsetOf(inside, row, image->bytesPerRow()), static_cast<std::size_t>(output.size.width) * 4);
+  }
+  return true;
 }
 
 std::shared_ptr<Image> PictureFiltering::filtered(TavrelCaptureEffectChain& effects,
@@ -124,7 +124,7 @@ std::shared_ptr<Image> PictureFiltering::filtered(TavrelCaptureEffectChain& effe
     return nullptr;
   }
   if (!answer->image) say("the graph gave no picture");
-  return std::move(answer->image);
+  return markedPremultiplied(answer->image);
 }
 
 }  // namespace tavrel::tool

@@ -4,6 +4,7 @@
 #include <libyuv/convert_from_argb.h>
 #include <libyuv/planar_functions.h>
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -37,10 +38,22 @@ bool isPremultiplied(AlphaInfo alpha) {
 
 /// Multiplies by alpha, or makes opaque. pixman rounds to the nearest value; libyuv is off by one for every third.
 void finishColors(Bitmap& bitmap, bool opaque) {
-  const PixmanImage pixels = pixmanImage(PIXMAN_x8r8g8b8, bitmap);
-  const PixmanImage target = pixmanImage(PIXMAN_a8r8g8b8, bitmap);
-  pixman_image_composite32(PIXMAN_OP_SRC, pixels.get(), opaque ? nullptr : target.get(), target.get(), 0, 0, 0, 0, 0, 0,
-                           bitmap.width, bitmap.height);
+  // Without padding the pixels are a picture of any width, and pixman's end at 32767.
+  constexpr std::size_t kSide = 16384;
+  const std::size_t count = bitmap.pixels.size() / 4;
+  for (std::size_t done = 0; done < count;) {
+    const std::size_t width = std::min(kSide, count - done);
+    const std::size_t height = std::min(kSide, (count - done) / width);
+    const auto part = [&](pixman_format_code_t format) {
+      return pixmanImage(format, bitmap.pixels.data() + done * 4, static_cast<int>(width), static_cast<int>(height),
+                         static_cast<int>(width) * 4);
+    };
+    const PixmanImage pixels = part(PIXMAN_x8r8g8b8);
+    const PixmanImage target = part(PIXMAN_a8r8g8b8);
+    pixman_image_composite32(PIXMAN_OP_SRC, pixels.get(), opaque ? nullptr : target.get(), target.get(), 0, 0, 0, 0, 0,
+                             0, static_cast<int>(width), static_cast<int>(height));
+    done += width * height;
+  }
 }
 
 }  // namespace
