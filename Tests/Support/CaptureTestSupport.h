@@ -69,6 +69,10 @@ class FrameCollector : public CaptureVideoDataOutputSampleBufferDelegate {
     const std::lock_guard lock(mutex_);
     return drops_;
   }
+  std::vector<MediaTime> dropTimes() const {
+    const std::lock_guard lock(mutex_);
+    return dropTimes_;
+  }
   std::shared_ptr<SampleBuffer> latest() const {
     const std::lock_guard lock(mutex_);
     return latest_;
@@ -82,6 +86,7 @@ class FrameCollector : public CaptureVideoDataOutputSampleBufferDelegate {
     latest_ = nullptr;
     times_.clear();
     drops_.clear();
+    dropTimes_.clear();
   }
 
  private:

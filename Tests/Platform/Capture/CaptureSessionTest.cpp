@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cmath>
 #include <set>
 
@@ -83,19 +84,29 @@ TEST_F(CaptureSessionTest, DropsAndReportsLatePictures) {
     camera.frames->clear();
     const auto droppedBefore = camera.data->droppedFrames();
     camera.session->startRunning();
-    ASSERT_TRUE(eventually([&] { return camera.data->droppedFrames() >= droppedBefore + 3; }));
+    // Many: on a busy machine the camera itself misses some, which is another reason.
+    ASSERT_TRUE(eventually([&] { return camera.data->droppedFrames() >= droppedBefore + 30; }));
     const std::size_t underWay = discards ? 2 : 8;
     for (std::size_t i = 0; i < underWay; ++i) go.signal();
     ASSERT_TRUE(eventually([&] { return camera.frames->count() > underWay; }));
     for (int i = 0; i < 100; ++i) go.signal();
     camera.session->stopRunning();
     camera.queue->sync([] {});
-    ASSERT_GE(camera.frames->drops().size(), 3U);
-    EXPECT_EQ(camera.frames->drops()[0],
-              discards ? CaptureDroppedFrameReason::frameWasLate : CaptureDroppedFrameReason::outOfBuffers);
-    // What was under way when the delegate was busy came before the gap, without a hole.
+
     const auto times = camera.frames->times();
-    for (std::size_t i = 1; i < underWay; ++i) EXPECT_NEAR((times[i] - times[i - 1]).seconds(), 1.0 / 30, 1e-6);
+    const auto drops = camera.frames->drops();
+    const auto dropTimes = camera.frames->dropTimes();
+    const auto reason = discards ? CaptureDroppedFrameReason::frameWasLate : CaptureDroppedFrameReason::outOfBuffers;
+    EXPECT_GE(std::count(drops.begin(), drops.end(), reason), 3);
+    std::size_t missedBefore = 0;
+    for (std::size_t i = 0; i < drops.size(); ++i) {
+      if (drops[i] == reason) continue;
+      EXPECT_EQ(drops[i], CaptureDroppedFrameReason::discontinuity);
+      if (dropTimes[i] > times[0] && dropTimes[i] < times[underWay - 1]) ++missedBefore;
+    }
+    // What was under way when the delegate was busy came before the gap, without a hole of the output's making.
+    EXPECT_NEAR((times[underWay - 1] - times[0]).seconds() * 30, static_cast<double>(underWay - 1 + missedBefore),
+                1e-4);
     EXPECT_GT((times[underWay] - times[underWay - 1]).seconds(), 3.5 / 30);
     while (go.tryWait()) {
     }

@@ -82,20 +82,34 @@ TEST_F(PeerRecordingTest, RecordsPictureAndSoundOfOtherPrograms) {
 
 TEST_F(PeerRecordingTest, GoesOnWithSoundWhenTheCameraGoesAndTakesItBack) {
   const std::string movie = file("movie.mov");
-  std::jthread trouble([this] {
+  // How long a camera takes to come and go is the other program's and the service's to say.
+  std::string said;
+  bool isBack = false;
+  std::jthread trouble([&] {
+    const auto says = [&](const char* text) {
+      for (int i = 0; i < 600; ++i, std::this_thread::sleep_for(100ms)) {
+        said = test::shell("cat " + file("said")).output;
+        if (said.find(text) != std::string::npos) return true;
+      }
+      return false;
+    };
     std::this_thread::sleep_for(2500ms);
     camera_->kill();
-    std::this_thread::sleep_for(1500ms);
-    camera_ = service_.startCamera("cam", kCaps);
+    if (says("what else there is goes on\n")) {
+      camera_ = service_.startCamera("cam", kCaps);
+      isBack = says("the camera is back\n");
+      std::this_thread::sleep_for(3s);
+    }
+    test::shell("kill -TERM $(cat " + file("pid") + ")");
   });
   const CommandResult result =
-      withService("record " + movie + " --camera pipewire:cam --microphone pipewire:desk --size 320x240 --duration 14");
+      withService("record " + movie + " --camera pipewire:cam --microphone pipewire:desk --size 320x240 2> " +
+                  file("said") + " & echo $! > " + file("pid") + "; wait $!");
   trouble.join();
-  ASSERT_EQ(result.status, 0) << result.output;
-  EXPECT_NE(result.output.find("what else there is goes on\n"), std::string::npos) << result.output;
-  EXPECT_NE(result.output.find("the camera is back\n"), std::string::npos) << result.output;
-  EXPECT_GT(length(movie, "a"), 7);
-  EXPECT_GT(length(movie, "v"), 7) << "frames came again";
+  ASSERT_EQ(result.status, 0) << said;
+  ASSERT_TRUE(isBack) << said;
+  EXPECT_GT(length(movie, "a"), 5);
+  EXPECT_NEAR(length(movie, "v"), length(movie, "a"), 2) << "frames came again";
   EXPECT_GT(loudness(movie), -30);
   // In the file's own time base: in one of whole frames, frames that came close together would share a time.
   EXPECT_EQ(

@@ -145,11 +145,12 @@ TEST_F(PipeWireTest, GoesOnWhenTheCameraDiesAndFindsItAgain) {
   EXPECT_TRUE(bench.session->isRunning());
   EXPECT_TRUE(CaptureDevice::devicesWithMediaType(MediaType::video).empty());
   program = service_.startCamera("cam", "format=BGRA,width=320,height=240,framerate=30/1");
-  ASSERT_TRUE(eventually([&] { return recoveries.count() == 1; }));
+  ASSERT_TRUE(eventually([&] { return recoveries.count() > 0; }, 60s));
   EXPECT_EQ(device("pipewire:cam"), camera);
   ASSERT_TRUE(delivers(bench));
   expectBars(*bench.frames, 320, 240);
-  EXPECT_EQ(errors.count(), 1);
+  // One each; on a busy machine the other program may pause for so long that it counts as frozen in between.
+  EXPECT_TRUE(eventually([&] { return errors.count() == recoveries.count(); }));
 }
 
 /// The longest run of samples of an unbroken tone: each sample of a sine follows from the two before.
