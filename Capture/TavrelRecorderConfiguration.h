@@ -33,6 +33,8 @@ struct TavrelRecordingOptions {
   /// Seconds after the first frame, pauses included, from which on frames and sound are left out. A frame due less than
   /// half a frame earlier is left out, too.
   std::optional<double> durationLimit = {};
+  /// See `AssetWriter::setStaysFragmented`.
+  bool staysFragmented = false;
   /// Further output settings of the movie writer, for instance `kVideoPresetKey` or `kTavrelEncodingLiveVideoKey`.
   Dictionary settings = {};
 };

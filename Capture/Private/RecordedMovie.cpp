@@ -62,6 +62,7 @@ RecordedMovie::RecordedMovie(const std::filesystem::path& file, const TavrelReco
       lossesBefore_(lossesBefore),
       handler_(std::move(handler)),
       writer_(std::make_shared<TavrelGPUImageMovieWriter>(file, size_, fileType, outputSettings(options, size_))) {
+  if (const auto& assetWriter = writer_->assetWriter()) assetWriter->setStaysFragmented(options.staysFragmented);
   crop_->addTarget(writer_);
 }
 

@@ -32,14 +32,16 @@ inline constexpr const char* kVideoMaxKeyFrameIntervalKey = "VideoMaxKeyFrameInt
 /// Text: the encoder's name of a speed preset ("ultrafast", "medium"). Default: chosen by the mode.
 inline constexpr const char* kVideoPresetKey = "VideoPreset";
 
-/// Whole number, required: the format below.
+/// Whole number, required: one of the two formats below.
 inline constexpr const char* kAudioFormatIDKey = "AudioFormatID";
 inline constexpr std::uint32_t kAudioFormatMPEG4AAC = 0x61616320;  // "aac "
+inline constexpr std::uint32_t kAudioFormatOpus = 0x6F707573;      // "opus"
 /// For reading only: linear PCM, which sound is decoded to.
 inline constexpr std::uint32_t kAudioFormatLinearPCM = 0x6C70636D;  // "lpcm"
 /// Integer: 1 or 2; default 1.
 inline constexpr const char* kAudioNumberOfChannelsKey = "AudioNumberOfChannels";
-/// Number: frames a second; the audio session's when absent. A rate that AAC does not have becomes the nearest it has.
+/// Number: frames a second; the audio session's when absent. A rate that the coding does not have becomes the nearest
+/// it has.
 inline constexpr const char* kAudioSampleRateKey = "AudioSampleRate";
 /// Number: bits per second; default 64000 per channel.
 inline constexpr const char* kAudioEncoderBitRateKey = "AudioEncoderBitRate";

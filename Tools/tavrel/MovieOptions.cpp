@@ -23,6 +23,10 @@ Size parsedMovieSize(const std::string& text) {
   return {static_cast<double>(width), static_cast<double>(height)};
 }
 
+void addFragmentedFlag(CLI::App& command, bool& isFragmented) {
+  command.add_flag("--fragmented", isFragmented, "Leave a .mov or .mp4 in the fragments that it is written in");
+}
+
 std::string fileTypeOf(const std::filesystem::path& output) {
   if (auto type = AssetWriter::fileTypeOf(output)) return *type;
   throw UsageError(fmt::format("{}: a movie's name ends in .mov, .mp4 or .mkv", output.string()));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <string>
 
@@ -11,6 +12,8 @@ namespace tavrel::tool {
 
 /// "WIDTHxHEIGHT"
 Size parsedMovieSize(const std::string& text);
+/// `--fragmented` of a command.
+void addFragmentedFlag(CLI::App& command, bool& isFragmented);
 /// The container for a file's extension.
 std::string fileTypeOf(const std::filesystem::path& output);
 /// Whether the movie may have this name: it is new, `isForced`, or the person at the terminal agrees to replace what

@@ -44,6 +44,7 @@ class RecordCommand : public Command {
         ->capture_default_str();
     command_->add_flag("--preview", options_.hasPreview, "Show what is recorded in a window");
     command_->add_flag("--force", isForced_, "Replace a file that has the movie's name");
+    addFragmentedFlag(*command_, options_.isFragmented);
     command_->add_flag("--json", json_, "Print the result as JSON");
   }
 

@@ -32,7 +32,8 @@ int Recording::run(bool printJson, Diagnostics& diagnostics) {
   });
 
   const Interruption interruption;
-  const auto writing = recorder_->startWriting(options_.output, {.durationLimit = options_.duration});
+  const auto writing = recorder_->startWriting(
+      options_.output, {.durationLimit = options_.duration, .staysFragmented = options_.isFragmented});
   if (!writing) return fail("{}", writing.error().description);
   if (const auto started = startDevices(*recorder_); !started) {
     recorder_->cancelWriting();

@@ -25,6 +25,7 @@ class Recording {
     std::optional<std::filesystem::path> snapshot;
     double snapshotAt = 0;
     bool hasPreview = false;
+    bool isFragmented = false;
   };
 
   Recording(Options options, TavrelRecorderConfiguration configuration);

@@ -19,6 +19,7 @@ class TranscodeCommand : public Command {
     command_->add_flag("--realtime", options_.isRealTime, "Run no faster than the movie plays");
     command_->add_flag("--no-audio", noAudio_, "Leave out the audio");
     command_->add_flag("--force", isForced_, "Replace a file that has the movie's name");
+    addFragmentedFlag(*command_, options_.isFragmented);
     command_->add_flag("--json", json_, "Print the result as JSON");
   }
 

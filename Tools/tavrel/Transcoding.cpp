@@ -118,7 +118,10 @@ void Transcoding::buildGraph() {
                  {kVideoCodecKey, std::string(kVideoCodecH264)},
                  {kVideoWidthKey, static_cast<std::int64_t>(movieSize.width)},
                  {kVideoHeightKey, static_cast<std::int64_t>(movieSize.height)}});
-  if (const auto& file = writer_->assetWriter()) file->setAppearsWhenComplete(true);
+  if (const auto& file = writer_->assetWriter()) {
+    file->setAppearsWhenComplete(true);
+    file->setStaysFragmented(options_.isFragmented);
+  }
   const Rect part = options_.size ? TavrelGPUImageCropFilter::centredRegion(size, movieSize) : Rect{{0, 0}, {1, 1}};
   if (part.size.width < 1 - 1e-6 || part.size.height < 1 - 1e-6) {
     const auto crop = std::make_shared<TavrelGPUImageCropFilter>(part);

@@ -25,6 +25,7 @@ class Transcoding {
     bool isReversed = false;
     bool isRealTime = false;
     bool hasSound = true;
+    bool isFragmented = false;
   };
 
   Transcoding(Options options, TavrelCaptureEffectChain effects);

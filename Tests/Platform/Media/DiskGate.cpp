@@ -8,6 +8,8 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "Platform/Media/WriteLog.h"
+
 namespace tavrel::test {
 namespace {
 
@@ -50,5 +52,17 @@ bool DiskGate::isStoodBefore() {
 extern "C" __attribute__((visibility("default"))) ssize_t write(int descriptor, const void* bytes, size_t size) {
   static const auto next = reinterpret_cast<decltype(&write)>(::dlsym(RTLD_NEXT, "write"));
   tavrel::test::passGate(descriptor);
-  return next(descriptor, bytes, size);
+  const off_t offset = ::lseek(descriptor, 0, SEEK_CUR);
+  const ssize_t written = next(descriptor, bytes, size);
+  tavrel::test::WriteLog::note(descriptor, bytes, written, offset);
+  return written;
+}
+
+extern "C" __attribute__((visibility("default"))) ssize_t pwrite(int descriptor, const void* bytes, size_t size,
+                                                                 off_t offset) {
+  static const auto next = reinterpret_cast<decltype(&pwrite)>(::dlsym(RTLD_NEXT, "pwrite"));
+  tavrel::test::passGate(descriptor);
+  const ssize_t written = next(descriptor, bytes, size, offset);
+  tavrel::test::WriteLog::note(descriptor, bytes, written, offset);
+  return written;
 }

@@ -15,6 +15,7 @@ namespace tavrel {
 
 /// An audio track's settings, checked.
 struct AudioSettings {
+  AVCodecID codec = AV_CODEC_ID_AAC;
   int sampleRate = 48000;
   int channelCount = 1;
   std::int64_t bitRate = 64000;
@@ -45,6 +46,7 @@ class AudioTrackEncoder final : public TrackEncoder {
   Expected<void> finish() override;
 
  private:
+  AVCodecID codec() const;
   struct FifoDeleter {
     void operator()(AVAudioFifo* fifo) const { av_audio_fifo_free(fifo); }
   };

@@ -18,8 +18,10 @@ class MovieContainer {
   static Expected<MovieContainer> find(std::string_view fileType);
 
   std::string name() const { return format_->long_name; }
-  /// QuickTime and MP4, which have fragments and edit lists; else Matroska.
-  bool isQuickTimeFamily() const { return std::string_view(format_->name) != "matroska"; }
+  /// QuickTime and MP4, which have fragments and edit lists; else Matroska or WebM.
+  bool isQuickTimeFamily() const {
+    return format_->name == std::string_view("mov") || format_->name == std::string_view("mp4");
+  }
   bool canHold(AVCodecID codec) const { return avformat_query_codec(format_, codec, FF_COMPLIANCE_NORMAL) == 1; }
 
   /// An empty file of this type, which is written to `output`. FFmpeg's error code when there is none.

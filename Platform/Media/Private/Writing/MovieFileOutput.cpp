@@ -10,8 +10,10 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstring>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 extern "C" {
 #include <libavutil/error.h>
@@ -118,6 +120,7 @@ Expected<void> MovieFileOutput::begin() {
 int MovieFileOutput::write(void* opaque, std::uint8_t* bytes, int size) {
   auto& self = *static_cast<MovieFileOutput*>(opaque);
   if (self.failure_ != 0) return AVERROR(self.failure_);
+  if (std::exchange(self.isNextBoxHidden_, false) && size >= 8) std::memcpy(bytes + 4, "free", 4);
   for (int done = 0; done < size;) {
     const ssize_t count = ::write(self.descriptor_, bytes + done, static_cast<std::size_t>(size - done));
     if (count < 0 && errno == EINTR) continue;
@@ -150,6 +153,12 @@ Expected<void> MovieFileOutput::checkpoint() {
   if (auto result = status(); !result) return result;
   completeSize_ = avio_tell(context_);
   return {};
+}
+
+Expected<void> MovieFileOutput::hideNextBox() {
+  avio_flush(context_);
+  isNextBoxHidden_ = true;
+  return status();
 }
 
 Expected<std::vector<std::uint8_t>> MovieFileOutput::boxAt(std::int64_t offset) const {

@@ -42,6 +42,8 @@ class MovieFileOutput {
   void skipTo(std::int64_t offset) { avio_seek(context_, offset, SEEK_SET); }
   /// The box that begins at `offset` and is in the kernel's hands.
   Expected<std::vector<std::uint8_t>> boxAt(std::int64_t offset) const;
+  /// The box that is about to be written is called `free` at first, so that nobody looks into a part of it.
+  Expected<void> hideNextBox();
   /// Writes beside the stream of bytes, past its end too.
   Expected<void> writeAt(std::int64_t offset, std::span<const std::uint8_t> bytes);
   /// The file is complete up to here.
@@ -66,6 +68,7 @@ class MovieFileOutput {
   bool isPublished_ = false;
   int failure_ = 0;  // errno of the first failed write
   std::int64_t completeSize_ = 0;
+  bool isNextBoxHidden_ = false;
   AVIOContext* context_ = nullptr;
 };
 

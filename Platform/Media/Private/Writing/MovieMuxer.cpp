@@ -1,6 +1,7 @@
 #include "Platform/Media/Private/Writing/MovieMuxer.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <utility>
 
@@ -124,13 +125,20 @@ void MovieMuxer::skipTo(std::size_t stream, std::int64_t dts) {
 }
 
 Expected<void> MovieMuxer::flush() {
+  const bool hasBoxes = container_.isQuickTimeFamily();
+  if (hasBoxes) {
+    if (auto ready = output_->hideNextBox(); !ready) return ready;
+  }
   const std::int64_t start = output_->position();
   const int result = av_write_frame(context_.get(), nullptr);
   if (auto flushed = checked(result, "a fragment of the movie cannot be written"); !flushed) return flushed;
   // Fragments start at their first sample's own time, whatever durations the one before announced.
-  if (container_.isQuickTimeFamily()) av_opt_set(context_->priv_data, "movflags", "+frag_discont", 0);
+  if (hasBoxes) av_opt_set(context_->priv_data, "movflags", "+frag_discont", 0);
   setInterleaving(false);
-  if (auto complete = output_->checkpoint(); !complete || !index_) return complete;
+  if (auto complete = output_->checkpoint(); !complete || !hasBoxes) return complete;
+  // Some readers do not open a file that ends inside a moof: it appears when it and its data are there.
+  constexpr std::array<std::uint8_t, 4> kMovieFragment{'m', 'o', 'o', 'f'};
+  if (auto shown = output_->writeAt(start + 4, kMovieFragment); !shown || !index_) return shown;
   const auto description = output_->boxAt(start);
   if (!description) return tl::unexpected(description.error());
   index_->place(*description, start);
