@@ -1,11 +1,13 @@
 #include "GPUImage/TavrelGLProgram.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 #include <vector>
 
 #include "GPUImage/Private/Resource.h"
 #include "Platform/Foundation/ConsoleLog.h"
+#include "Platform/Graphics/ShaderPreamble.h"
 
 namespace tavrel {
 namespace {
@@ -87,8 +89,8 @@ bool TavrelGLProgram::Implementation::compileShader(GLuint& shader, GLenum type,
     return false;
   }
   shader = glCreateShader(type);
-  const GLchar* const text = source.text.c_str();
-  glShaderSource(shader, 1, &text, nullptr);
+  const std::array text = {shaderPreamble(type), source.text.c_str()};
+  glShaderSource(shader, static_cast<GLsizei>(text.size()), text.data(), nullptr);
   glCompileShader(shader);
   GLint status = 0;
   glGetShaderiv(shader, GL_COMPILE_STATUS, &status);

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "Platform/Graphics/GLDrawable.h"
+#include "Platform/Graphics/ShaderPreamble.h"
 #include "Platform/UI/DrawableLayer.h"
 #include "Platform/UI/UIStatus.h"
 
@@ -40,7 +41,8 @@ constexpr double kFilled = 1e6;
 
 GLuint compile(GLenum type, const char* source, std::string& log) {
   const GLuint shader = glCreateShader(type);
-  glShaderSource(shader, 1, &source, nullptr);
+  const std::array parts = {shaderPreamble(type), source};
+  glShaderSource(shader, static_cast<GLsizei>(parts.size()), parts.data(), nullptr);
   glCompileShader(shader);
   GLint isCompiled = GL_FALSE;
   glGetShaderiv(shader, GL_COMPILE_STATUS, &isCompiled);
