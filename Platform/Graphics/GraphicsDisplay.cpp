@@ -4,14 +4,17 @@
 #include <EGL/eglext.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <mutex>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "Platform/Foundation/Environment.h"
 #include "Platform/Foundation/ProcessEnd.h"
 #include "Platform/Graphics/Private/EGLFunctions.h"
+#include "Platform/Graphics/Private/GraphicsDevice.h"
 #include "Platform/Graphics/Private/GraphicsFailure.h"
 #include "Platform/Graphics/Private/NativeContext.h"
 
@@ -32,29 +35,18 @@ Choice& choice() {
 
 bool headlessDemanded() { return environmentVariable("TAVREL_DISPLAY") == "headless"; }
 
-bool initialise(EGLDisplay display) {
-  return display != EGL_NO_DISPLAY && eglInitialize(display, nullptr, nullptr) == EGL_TRUE;
-}
-
 EGLDisplay openSurfaceless() {
   const char* extensions = eglQueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS);
   const auto getPlatformDisplay = EGLFunctions::shared().getPlatformDisplay;
   if (!containsWord(extensions, "EGL_MESA_platform_surfaceless") || !getPlatformDisplay) return EGL_NO_DISPLAY;
   EGLDisplay display = getPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
-  return initialise(display) ? display : EGL_NO_DISPLAY;
+  return display != EGL_NO_DISPLAY && eglInitialize(display, nullptr, nullptr) == EGL_TRUE ? display : EGL_NO_DISPLAY;
 }
 
-EGLDisplay openFirstDevice() {
-  const EGLFunctions& egl = EGLFunctions::shared();
-  if (!egl.queryDevices || !egl.getPlatformDisplay) return EGL_NO_DISPLAY;
-  std::array<EGLDeviceEXT, 16> devices{};
-  EGLint count = 0;
-  if (egl.queryDevices(static_cast<EGLint>(devices.size()), devices.data(), &count) == EGL_FALSE) return EGL_NO_DISPLAY;
-  for (EGLint i = 0; i < count; ++i) {
-    EGLDisplay display = egl.getPlatformDisplay(EGL_PLATFORM_DEVICE_EXT, devices[static_cast<std::size_t>(i)], nullptr);
-    if (initialise(display)) return display;
-  }
-  return EGL_NO_DISPLAY;
+std::vector<std::string> namesOf(const std::vector<GraphicsDevice>& devices) {
+  std::vector<std::string> names;
+  for (const GraphicsDevice& device : devices) names.push_back(device.description());
+  return names;
 }
 
 }  // namespace
@@ -63,7 +55,7 @@ struct GraphicsDisplay::Implementation {
   EGLDisplay display = EGL_NO_DISPLAY;
   EGLConfig config = nullptr;
   void* shareContext = nullptr;
-  const char* platform = "none";
+  std::string platform = "none";
   bool headless = true;
   bool surfacelessContexts = false;
   std::optional<Error> error;
@@ -75,11 +67,37 @@ struct GraphicsDisplay::Implementation {
       headless = false;
       return;
     }
+    const std::vector<GraphicsDevice> devices = GraphicsDevice::all();
+    const auto choice = environmentVariable("TAVREL_GPU").value_or("");
+    if (!choice.empty()) return openChosen(choice, devices);
+    openFirst(devices, false);
+    if (display != EGL_NO_DISPLAY) return;
     display = openSurfaceless();
     platform = "surfaceless";
-    if (display != EGL_NO_DISPLAY) return;
-    display = openFirstDevice();
-    platform = "device";
+    if (display == EGL_NO_DISPLAY) openFirst(devices, true);
+  }
+
+  void openChosen(std::string_view choice, const std::vector<GraphicsDevice>& devices) {
+    const auto chosen = std::find_if(devices.begin(), devices.end(),
+                                     [&](const GraphicsDevice& device) { return device.isMeantBy(choice); });
+    if (chosen == devices.end()) {
+      return fail(fmt::format("TAVREL_GPU is \"{}\", which is no graphics device of this machine; there {}", choice,
+                              devices.empty() ? "is none" : fmt::format("are: {}", fmt::join(namesOf(devices), ", "))));
+    }
+    openFirst({*chosen}, chosen->isSoftware);
+    if (display == EGL_NO_DISPLAY) {
+      fail(fmt::format("the graphics device {}, which TAVREL_GPU asks for, cannot be opened: {}", chosen->description(),
+                       eglErrorName(eglGetError())));
+    }
+  }
+
+  void openFirst(const std::vector<GraphicsDevice>& devices, bool isSoftware) {
+    for (const GraphicsDevice& device : devices) {
+      if (device.isSoftware != isSoftware) continue;
+      display = device.open();
+      platform = "device " + device.description();
+      if (display != EGL_NO_DISPLAY) return;
+    }
   }
 
   void chooseConfig() {
@@ -116,6 +134,7 @@ GraphicsDisplay::GraphicsDisplay(void* adoptedDisplay, void* shareContext)
     : implementation_(std::make_unique<Implementation>()) {
   implementation_->shareContext = shareContext;
   implementation_->open(adoptedDisplay);
+  if (implementation_->error) return;
   if (implementation_->display == EGL_NO_DISPLAY) {
     implementation_->fail(
         fmt::format("no EGL display could be opened ({}); Mesa's EGL and GLES libraries give one "
@@ -144,6 +163,8 @@ bool GraphicsDisplay::adopt(void* eglDisplay, void* eglContext) {
   choice().adoptedContext = eglContext;
   return true;
 }
+
+std::vector<std::string> GraphicsDisplay::deviceNames() { return namesOf(GraphicsDevice::all()); }
 
 bool GraphicsDisplay::isChosen() {
   std::lock_guard guard(choice().mutex);

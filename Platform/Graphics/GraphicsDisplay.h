@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Export.h"
@@ -12,9 +13,10 @@ namespace tavrel {
 /// The process's EGL display, shared by all contexts.
 ///
 /// Chosen once, on first use: the window system's display when a user interface adopted it before; else a headless one
-/// (Mesa's surfaceless platform, then the first EGL device that starts). The environment variable
-/// `TAVREL_DISPLAY=headless` refuses adoption. The display is never terminated, so that objects destroyed late, at the
-/// end of the process, can still release what they hold. Any thread.
+/// (the first GPU that starts, then Mesa's surfaceless platform, then software as a device). The environment variable
+/// `TAVREL_DISPLAY=headless` refuses adoption; `TAVREL_GPU` names the GPU of a headless display, by its render node or
+/// a part of its name (`deviceNames`), and a name that fits none is the display's error. The display is never
+/// terminated, so that objects destroyed late, at the end of the process, can still release what they hold. Any thread.
 class TAVREL_API GraphicsDisplay {
  public:
   static GraphicsDisplay& shared();
@@ -23,6 +25,9 @@ class TAVREL_API GraphicsDisplay {
   /// null. The caller has initialised the display and terminates or destroys neither. False, with nothing changed, if
   /// another display is in use or a headless one is required.
   static bool adopt(void* eglDisplay, void* eglContext = nullptr);
+
+  /// The graphics devices that EGL finds, each as "/dev/dri/renderD128 (virtio-pci)" or "software".
+  static std::vector<std::string> deviceNames();
 
   /// Whether `shared` was called, after which the display stays what it is.
   static bool isChosen();
@@ -34,7 +39,7 @@ class TAVREL_API GraphicsDisplay {
   const std::optional<Error>& error() const;
   /// True without a window system.
   bool isHeadless() const;
-  /// For people: platform, EGL version and vendor, for instance "surfaceless, EGL 1.5, Mesa Project".
+  /// For people: kind, EGL version and vendor, for instance "surfaceless, EGL 1.5, Mesa Project".
   std::string description() const;
 
   /// The `EGLDisplay`; null if none could be opened.

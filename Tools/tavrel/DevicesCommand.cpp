@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Command.h"
+#include "Platform/Graphics/GraphicsDisplay.h"
 #include "Report.h"
 #include "TavrelCaptureBase.h"
 
@@ -52,9 +53,43 @@ nlohmann::ordered_json json(const CaptureDevice& device) {
           {"formats", std::move(formats)}};
 }
 
+/// The renderer, its display, and the GPUs to choose from.
+struct Graphics {
+  std::string renderer;
+  std::string display = GraphicsDisplay::shared().description();
+  std::string backing;
+  std::vector<std::string> devices = GraphicsDisplay::deviceNames();
+
+  static Expected<Graphics> examine() {
+    const auto context = GLContext::create();
+    if (!context) return tl::unexpected<Error>(context.error());
+    Graphics graphics;
+    if (!(*context)->makeCurrent()) return graphics;
+    graphics.renderer = reinterpret_cast<const char*>(glGetString(GL_RENDERER));
+    GLContext::clearCurrent();
+    graphics.backing = !TextureCache::isSupported() ? "plain" : TextureCache::sharesMemory() ? "zero copy" : "staged";
+    return graphics;
+  }
+};
+
+void print(const Graphics& graphics) {
+  fmt::print("{}\n    graphics, {}, {}\n", graphics.renderer, graphics.display, graphics.backing);
+  for (const std::string& device : graphics.devices) fmt::print("    {}\n", device);
+}
+
+nlohmann::ordered_json json(const Graphics& graphics) {
+  return {{"id", "graphics"},
+          {"name", graphics.renderer},
+          {"type", "graphics"},
+          {"display", graphics.display},
+          {"backing", graphics.backing},
+          {"devices", graphics.devices}};
+}
+
 class DevicesCommand : public Command {
  public:
-  explicit DevicesCommand(CLI::App& app) : Command(app, "devices", "List cameras and microphones") {
+  explicit DevicesCommand(CLI::App& app)
+      : Command(app, "devices", "List cameras, microphones and the graphics device") {
     command_->add_flag("--json", json_, "Print the list as JSON");
   }
 
@@ -69,8 +104,11 @@ class DevicesCommand : public Command {
         }
       }
     }
+    const auto graphics = Graphics::examine();
+    if (graphics && json_) list.push_back(json(*graphics));
+    if (graphics && !json_) print(*graphics);
     if (json_) printJson(list);
-    return kSuccess;
+    return graphics ? kSuccess : fail("{}", graphics.error().description);
   }
 
  private:
