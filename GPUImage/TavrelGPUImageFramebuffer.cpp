@@ -85,7 +85,11 @@ const TavrelGPUTextureOptions& TavrelGPUImageFramebuffer::textureOptions() const
   return implementation_->textureOptions;
 }
 
-GLuint TavrelGPUImageFramebuffer::texture() const { return implementation_->texture; }
+GLuint TavrelGPUImageFramebuffer::texture() const {
+  // Its bytes may have been written since it was drawn.
+  if (implementation_->renderTexture) implementation_->renderTexture->refresh();
+  return implementation_->texture;
+}
 
 bool TavrelGPUImageFramebuffer::missingFramebuffer() const { return implementation_->missingFramebuffer; }
 
@@ -114,8 +118,8 @@ void TavrelGPUImageFramebuffer::generateFramebuffer() {
 void TavrelGPUImageFramebuffer::generateRenderTarget() {
   const auto width = static_cast<GLsizei>(size().width);
   const auto height = static_cast<GLsizei>(size().height);
-  auto target =
-      PixelBuffer::create(static_cast<std::size_t>(width), static_cast<std::size_t>(height), PixelFormat::bgra32);
+  auto target = PixelBuffer::create(static_cast<std::size_t>(width), static_cast<std::size_t>(height),
+                                    PixelFormat::bgra32, PixelBufferUse::byGPU);
   if (!target) {
     ConsoleLog::write("FBO size: {:f}, {:f}", size().width, size().height);
     fatalAssertion("Error at CVPixelBufferCreate {}", target.error().code);
@@ -143,7 +147,7 @@ void TavrelGPUImageFramebuffer::resetSampling() {
   // A render target of the fast path keeps the texture cache's filtering; only the wrap modes follow the options.
   const bool isFiltered = !implementation_->renderTarget;
   glActiveTexture(GL_TEXTURE1);
-  glBindTexture(GL_TEXTURE_2D, texture());
+  glBindTexture(GL_TEXTURE_2D, implementation_->texture);
   glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, static_cast<GLint>(isFiltered ? options.minFilter : GL_LINEAR));
   glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, static_cast<GLint>(isFiltered ? options.magFilter : GL_LINEAR));
   glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, static_cast<GLint>(options.wrapS));
@@ -156,17 +160,21 @@ bool TavrelGPUImageFramebuffer::ownsPixelBuffer() const {
 
 void TavrelGPUImageFramebuffer::destroyFramebuffer() {
   const GLuint framebuffer = implementation_->framebuffer;
-  const GLuint textureToDelete = ownsPixelBuffer() || implementation_->isTextureBorrowed ? 0 : texture();
+  const GLuint textureToDelete = ownsPixelBuffer() || implementation_->isTextureBorrowed ? 0 : implementation_->texture;
+  std::shared_ptr<TextureCacheTexture> owner = std::move(implementation_->textureOwner);
+  const bool isMemoryInUse = owner && owner->pixelBuffer()->sharesMemory();
   // What belongs to a pixel buffer goes back to the texture cache, which may live on another queue's thread.
   const auto release = [framebuffer, textureToDelete, target = std::move(implementation_->renderTarget),
-                        view = std::move(implementation_->renderTexture)]() mutable {
+                        view = std::move(implementation_->renderTexture), owner = std::move(owner),
+                        isMemoryInUse]() mutable {
     TavrelGPUImageContext::useImageProcessingContext();
+    if (isMemoryInUse) glFlush();  // the memory's next owner waits for what was sent off
     if (framebuffer) glDeleteFramebuffers(1, &framebuffer);
     target.reset();
     view.reset();
     if (textureToDelete) glDeleteTextures(1, &textureToDelete);
   };
-  if (!framebuffer && !textureToDelete) return;
+  if (!framebuffer && !textureToDelete && !isMemoryInUse) return;
 
   // Framebuffer objects belong to one context. On another context's queue nobody may wait for this one, so the names
   // are left to the video-processing queue.

@@ -28,16 +28,18 @@ struct PixelBuffer::Implementation {
   std::map<std::string, Attachment, std::less<>> attachments;
 };
 
-Expected<std::shared_ptr<PixelBuffer>> PixelBuffer::create(std::size_t width, std::size_t height, PixelFormat format) {
+Expected<std::shared_ptr<PixelBuffer>> PixelBuffer::create(std::size_t width, std::size_t height, PixelFormat format,
+                                                           PixelBufferUse use) {
   const auto layout = PixelLayout::create(width, height, format);
   if (!layout) return tl::unexpected<Error>(layout.error());
-  return std::shared_ptr<PixelBuffer>(make(*layout, std::make_shared<PixelBlockAllocator>(layout->byteCount)));
+  return std::shared_ptr<PixelBuffer>(make(*layout, std::make_shared<PixelBlockAllocator>(layout->byteCount), use));
 }
 
 std::unique_ptr<PixelBuffer> PixelBuffer::make(const PixelLayout& layout,
-                                               std::shared_ptr<PixelBlockAllocator> allocator) {
+                                               std::shared_ptr<PixelBlockAllocator> allocator, PixelBufferUse use) {
   std::unique_ptr<PixelBufferBacking> backing;
-  if (const DmaBufDevice* device = DmaBufDevice::shared()) backing = DmaBufBacking::create(*device, layout);
+  const DmaBufDevice* device = use == PixelBufferUse::byCPUAndGPU ? DmaBufDevice::shared() : nullptr;
+  if (device != nullptr) backing = DmaBufBacking::create(*device, layout);
   if (backing == nullptr) backing = std::make_unique<StagedBacking>(layout, std::move(allocator));
   return std::unique_ptr<PixelBuffer>(new PixelBuffer(std::make_unique<Implementation>(std::move(backing))));
 }
@@ -61,6 +63,8 @@ std::size_t PixelBuffer::bytesPerRow() const { return implementation_->layout.pl
 std::size_t PixelBuffer::bytesPerRowOfPlane(std::size_t plane) const {
   return plane < planeCount() ? implementation_->layout.planes[plane].bytesPerRow : 0;
 }
+
+bool PixelBuffer::sharesMemory() const { return implementation_->backing->sharesMemory(); }
 
 void PixelBuffer::lockBaseAddress(PixelBufferLock lock) {
   std::unique_lock guard(implementation_->mutex);
@@ -147,6 +151,11 @@ Expected<std::shared_ptr<GLTexture>> PixelBuffer::texture(const std::shared_ptr<
   if (ran) return texture;
   return graphicsFailure(GraphicsStatus::contextUnavailable,
                          "no context of the texture cache's sharegroup could be made current");
+}
+
+void PixelBuffer::refresh(GLTexture& texture) {
+  std::lock_guard guard(implementation_->mutex);
+  implementation_->backing->refresh(texture);
 }
 
 void PixelBuffer::prepareForReuse() {

@@ -20,7 +20,11 @@ class PixelBlockAllocator;
 class TextureCacheCore;
 struct TextureRequest;
 
-/// For what the bytes of a pixel buffer are locked.
+/// Who works on a pixel buffer's picture, time and again. It may be read and written by both in either case.
+enum class PixelBufferUse : unsigned { byCPUAndGPU = 0, byGPU = 1 };
+
+/// For what the bytes of a pixel buffer are locked. Reading waits for what draws the picture, writing also for what
+/// reads it.
 enum class PixelBufferLock : unsigned { readWrite = 0, readOnly = 1 };
 
 /// An image that CPU and GPU can both read and write. Held by shared_ptr; any thread.
@@ -47,13 +51,14 @@ enum class PixelBufferLock : unsigned { readWrite = 0, readOnly = 1 };
 /// takes another block of memory from a short idle list, to which blocks return when snapshots are dropped. Drawing and
 /// taking a snapshot that is dropped some frames later thus allocates nothing and costs one download per frame.
 ///
-/// Where the graphics device offers memory that the CPU reads well (GBM, dma-buf), 'BGRA' buffers made after the
-/// display was chosen live there: bytes and texture are one, nothing moves, and a snapshot is a copy.
-/// `TAVREL_ZERO_COPY=0` turns that off.
+/// Where the graphics device offers memory that the CPU reads well (GBM, dma-buf), 'BGRA' buffers for both that are
+/// made after the display was chosen live there: bytes and texture are one, nothing moves, and a snapshot is a copy.
+/// `TAVREL_ZERO_COPY=0` turns that off. Buffers for the GPU keep the layout that it works fastest on.
 class TAVREL_API PixelBuffer {
  public:
   /// Fails as `PixelLayout::create` does; memory is not touched yet.
-  static Expected<std::shared_ptr<PixelBuffer>> create(std::size_t width, std::size_t height, PixelFormat format);
+  static Expected<std::shared_ptr<PixelBuffer>> create(std::size_t width, std::size_t height, PixelFormat format,
+                                                       PixelBufferUse use = PixelBufferUse::byCPUAndGPU);
 
   PixelBuffer(const PixelBuffer&) = delete;
   PixelBuffer& operator=(const PixelBuffer&) = delete;
@@ -67,6 +72,8 @@ class TAVREL_API PixelBuffer {
   /// Stride of the first plane, in bytes; at least 4 × width for 'BGRA'.
   std::size_t bytesPerRow() const;
   std::size_t bytesPerRowOfPlane(std::size_t plane) const;
+  /// Whether bytes and texture are the same memory.
+  bool sharesMemory() const;
 
   /// Brings the bytes up to date and fixes their address until the matching `unlockBaseAddress`. Locks nest and may be
   /// held by several threads. With `readWrite`, textures made afterwards show the changed bytes.
@@ -99,13 +106,16 @@ class TAVREL_API PixelBuffer {
  private:
   friend class PixelBufferPool;
   friend class TextureCache;
+  friend class TextureCacheTexture;
   struct Implementation;
 
   explicit PixelBuffer(std::unique_ptr<Implementation> implementation);
-  static std::unique_ptr<PixelBuffer> make(const PixelLayout& layout, std::shared_ptr<PixelBlockAllocator> allocator);
+  static std::unique_ptr<PixelBuffer> make(const PixelLayout& layout, std::shared_ptr<PixelBlockAllocator> allocator,
+                                           PixelBufferUse use = PixelBufferUse::byCPUAndGPU);
 
   Expected<std::shared_ptr<GLTexture>> texture(const std::shared_ptr<TextureCacheCore>& core,
                                                const TextureRequest& request);
+  void refresh(GLTexture& texture);
   void prepareForReuse();
 
   std::unique_ptr<Implementation> implementation_;

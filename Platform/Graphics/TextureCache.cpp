@@ -5,6 +5,8 @@
 #include <utility>
 
 #include "Platform/Foundation/Environment.h"
+#include "Platform/Graphics/GraphicsDisplay.h"
+#include "Platform/Graphics/Private/DmaBufDevice.h"
 #include "Platform/Graphics/Private/GraphicsFailure.h"
 #include "Platform/Graphics/Private/TextureCacheCore.h"
 #include "Platform/Graphics/Private/TextureRequest.h"
@@ -85,6 +87,11 @@ GLint TextureCache::internalFormat(GLint internalFormat, GLenum format) {
 
 void TextureCache::flush() {
   core_->run([this](NativeContext&) { core_->sharegroup()->deleteIdleTextures(); });
+}
+
+bool TextureCache::sharesMemory() {
+  GraphicsDisplay::shared();
+  return DmaBufDevice::shared() != nullptr;
 }
 
 bool TextureCache::isSupported() { return support.ask(); }

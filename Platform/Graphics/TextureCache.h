@@ -74,6 +74,9 @@ class TAVREL_API TextureCache {
   /// GL_BGRA_EXT, but GL_RGBA if the driver takes it. Other formats keep `internalFormat`.
   static GLint internalFormat(GLint internalFormat, GLenum format);
 
+  /// Whether new pixel buffers for CPU and GPU are shared memory (`PixelBuffer`). Chooses the display.
+  static bool sharesMemory();
+
   /// Whether pixel buffers back the render targets of the graph. True, unless the environment variable
   /// `TAVREL_FAST_TEXTURE_UPLOAD` is 0 or `setSupported(false)` was called before the first question.
   static bool isSupported();

@@ -2,15 +2,23 @@
 
 #include <utility>
 
-#include "Platform/Graphics/Private/GLTexture.h"
+#include "Platform/Graphics/PixelBuffer.h"
+#include "Platform/Graphics/Private/GLSharegroup.h"
 
 namespace tavrel {
 
 TextureCacheTexture::TextureCacheTexture(std::shared_ptr<PixelBuffer> buffer, std::shared_ptr<GLTexture> texture)
     : buffer_(std::move(buffer)), texture_(std::move(texture)) {}
 
-TextureCacheTexture::~TextureCacheTexture() = default;
+TextureCacheTexture::~TextureCacheTexture() {
+  // The next owner of the memory waits for commands that the driver has, not for those that it is yet to be sent.
+  if (buffer_->sharesMemory() && texture_->sharegroup()->isCurrent()) glFlush();
+}
 
 GLuint TextureCacheTexture::name() const { return texture_->name(); }
+
+void TextureCacheTexture::refresh() {
+  if (texture_->sharegroup()->isCurrent()) buffer_->refresh(*texture_);
+}
 
 }  // namespace tavrel

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdlib>
@@ -102,6 +103,34 @@ TEST_F(FramebufferTest, ReturnedTexturesAreSpoiledOnDemand) {
     glReadPixels(2, 2, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, rgba.data());
   });
   EXPECT_EQ(rgba, (std::array<std::uint8_t, 4>{255, 0, 255, 255}));
+}
+
+TEST_F(FramebufferTest, BytesWrittenUnderALockAreDrawn) {
+  if (!TavrelGPUImageContext::supportsFastTextureUpload()) GTEST_SKIP() << "plain textures have no bytes";
+  const auto filter = std::make_shared<TavrelGPUImageFilter>();
+  const auto framebuffer = fetch({6, 4});
+  EXPECT_FALSE(framebuffer->renderTarget()->sharesMemory());
+  for (const std::uint8_t level : {50, 200}) {
+    TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+      TavrelGPUImageContext::useImageProcessingContext();
+      framebuffer->activateFramebuffer();
+      glClearColor(1, 1, 1, 1);
+      glClear(GL_COLOR_BUFFER_BIT);
+    });
+    framebuffer->lockForReading();
+    std::fill_n(framebuffer->byteBuffer(), framebuffer->bytesPerRow() * 4, level);
+    framebuffer->unlockAfterReading();
+    std::shared_ptr<Image> image;
+    TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+      filter->useNextFrameForImageCapture();
+      framebuffer->lock();
+      filter->setInputSize({6, 4}, 0);
+      filter->setInputFramebuffer(framebuffer, 0);
+      filter->newFrameReadyAtTime(MediaTime::make(0, 30), 0);
+      image = filter->newCGImageFromCurrentlyProcessedOutput();
+    });
+    EXPECT_EQ(test::pictureOf(*image).at(3, 2), (test::Pixel{level, level, level, level}));
+  }
 }
 
 TEST_F(FramebufferTest, ACacheThatIsGoneLeavesNothingToItsQueuedWork) {

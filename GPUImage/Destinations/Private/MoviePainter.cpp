@@ -2,6 +2,9 @@
 
 #include <GLES2/gl2ext.h>
 
+#include <cstring>
+#include <vector>
+
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "Platform/Foundation/FatalAssertion.h"
@@ -43,6 +46,8 @@ void MoviePainter::runOnWriterQueue(const std::function<void()>& block) const {
 std::shared_ptr<PixelBuffer> MoviePainter::readyPixelBuffer(const TavrelGPUImageFramebuffer& framebuffer) const {
   const bool isAsWanted = framebuffer.size() == videoSize_ && inputRotation_ == kTavrelGPUImageNoRotation;
   if (!isAsWanted || !framebuffer.renderTarget()) return nullptr;
+  // Where pixel buffers can be read in place, drawing into one is cheaper than reading back.
+  if (TextureCache::sharesMemory() && !framebuffer.renderTarget()->sharesMemory()) return nullptr;
   // Its bytes are read on this thread, by this context.
   movieWriterContext_->useAsCurrentContext();
   return framebuffer.renderTarget();
@@ -68,8 +73,15 @@ std::shared_ptr<PixelBuffer> MoviePainter::drawnPixelBuffer(PixelBufferPool& poo
   auto created = pool.createPixelBuffer();
   if (!created) return nullptr;
   PixelBuffer& pixelBuffer = **created;
+  const std::size_t rowBytes = pixelBuffer.width() * 4;
+  const bool isPadded = pixelBuffer.bytesPerRow() != rowBytes;
+  std::vector<std::uint8_t> tight(isPadded ? rowBytes * pixelBuffer.height() : 0);
   pixelBuffer.lockBaseAddress(PixelBufferLock::readWrite);
-  glReadPixels(0, 0, width(), height(), GL_RGBA, GL_UNSIGNED_BYTE, pixelBuffer.baseAddress());
+  std::uint8_t* const bytes = pixelBuffer.baseAddress();
+  glReadPixels(0, 0, width(), height(), GL_RGBA, GL_UNSIGNED_BYTE, isPadded ? tight.data() : bytes);
+  for (std::size_t row = 0; row * rowBytes < tight.size(); ++row) {
+    std::memcpy(bytes + row * pixelBuffer.bytesPerRow(), &tight[row * rowBytes], rowBytes);
+  }
   pixelBuffer.unlockBaseAddress(PixelBufferLock::readWrite);
   return *created;
 }

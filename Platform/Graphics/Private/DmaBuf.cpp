@@ -36,21 +36,20 @@ DmaBuf::~DmaBuf() {
   gbm_bo_destroy(object_);
 }
 
-void DmaBuf::beginAccess() {
+void DmaBuf::beginAccess(PixelBufferLock purpose) {
   endAccess();
-  synchronise(DMA_BUF_SYNC_START | DMA_BUF_SYNC_RW);
-  accessing_ = true;
+  access_ = purpose;
+  synchronise(DMA_BUF_SYNC_START);
 }
 
 void DmaBuf::endAccess() {
-  if (!accessing_) return;
-  synchronise(DMA_BUF_SYNC_END | DMA_BUF_SYNC_RW);
-  accessing_ = false;
+  if (access_) synchronise(DMA_BUF_SYNC_END);
+  access_.reset();
 }
 
-void DmaBuf::synchronise(std::uint64_t flags) const {
+void DmaBuf::synchronise(std::uint64_t step) const {
   dma_buf_sync request{};
-  request.flags = flags;
+  request.flags = step | (access_ == PixelBufferLock::readOnly ? DMA_BUF_SYNC_READ : DMA_BUF_SYNC_RW);
   constexpr int kAttempts = 100;  // interrupted waits begin again
   for (int i = 0; i < kAttempts && ioctl(fileDescriptor_, DMA_BUF_IOCTL_SYNC, &request) != 0; ++i) {
     if (errno != EINTR && errno != EAGAIN) return;

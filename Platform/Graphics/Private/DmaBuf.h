@@ -5,6 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
+
+#include "Platform/Graphics/PixelBuffer.h"
 
 namespace tavrel {
 
@@ -25,16 +28,17 @@ class DmaBuf {
   int fileDescriptor() const { return fileDescriptor_; }
   std::uint8_t* bytes() const { return bytes_; }
 
-  /// The CPU's accesses lie between these two, which keep its caches and the GPU in step. A second `beginAccess` begins
-  /// anew: it publishes what was written and shows what the GPU wrote.
-  void beginAccess();
+  /// The CPU's accesses lie between these two, which keep its caches and the GPU in step. Reading waits for what draws
+  /// into the buffer, writing also for what reads it. A second `beginAccess` begins anew: it publishes what was written
+  /// and shows what the GPU wrote.
+  void beginAccess(PixelBufferLock purpose);
   void endAccess();
-  bool isAccessed() const { return accessing_; }
+  std::optional<PixelBufferLock> access() const { return access_; }
 
  private:
   explicit DmaBuf(gbm_bo* object) : object_(object) {}
   bool map();
-  void synchronise(std::uint64_t flags) const;
+  void synchronise(std::uint64_t step) const;
 
   gbm_bo* object_;
   std::size_t width_ = 0;
@@ -42,7 +46,7 @@ class DmaBuf {
   std::size_t bytesPerRow_ = 0;
   int fileDescriptor_ = -1;
   std::uint8_t* bytes_ = nullptr;
-  bool accessing_ = false;
+  std::optional<PixelBufferLock> access_;
 };
 
 }  // namespace tavrel

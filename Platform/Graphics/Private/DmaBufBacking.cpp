@@ -28,6 +28,7 @@ DmaBufBacking::DmaBufBacking(const DmaBufDevice& device, std::unique_ptr<DmaBuf>
 
 Expected<std::shared_ptr<GLTexture>> DmaBufBacking::makeTexture(GLSharegroup& sharegroup, const GLTextureShape& shape,
                                                                 std::size_t) {
+  sharegroup.deleteSurplusTextures();
   auto name = device_.createTexture(*buffer_);
   if (!name) return tl::unexpected<Error>(name.error());
   GLTextureShape imported = shape;
@@ -36,17 +37,22 @@ Expected<std::shared_ptr<GLTexture>> DmaBufBacking::makeTexture(GLSharegroup& sh
 }
 
 void DmaBufBacking::uploadTo(GLTexture&, std::size_t) {
-  if (buffer_->isAccessed()) buffer_->beginAccess();  // publishes what was written so far
+  if (const auto access = buffer_->access()) buffer_->beginAccess(*access);  // publishes what was written so far
 }
 
 bool DmaBufBacking::downloadFrom(GLTexture&, NativeContext&) {
   glFinish();
-  buffer_->beginAccess();
+  buffer_->beginAccess(isLockedForWriting() ? PixelBufferLock::readWrite : PixelBufferLock::readOnly);
   return true;
 }
 
 bool DmaBufBacking::ensureBytes() {
-  if (!buffer_->isAccessed()) buffer_->beginAccess();
+  if (!buffer_->access()) buffer_->beginAccess(PixelBufferLock::readOnly);
+  return true;
+}
+
+bool DmaBufBacking::prepareWriting() {
+  if (buffer_->access() != PixelBufferLock::readWrite) buffer_->beginAccess(PixelBufferLock::readWrite);
   return true;
 }
 

@@ -17,13 +17,14 @@ class DmaBufBacking final : public PixelBufferBacking {
  private:
   DmaBufBacking(const DmaBufDevice& device, std::unique_ptr<DmaBuf> buffer, const PixelLayout& layout);
 
+  bool sharesMemory() const override { return true; }
   Expected<std::shared_ptr<GLTexture>> makeTexture(GLSharegroup& sharegroup, const GLTextureShape& shape,
                                                    std::size_t plane) override;
   void uploadTo(GLTexture& texture, std::size_t plane) override;
   bool downloadFrom(GLTexture& texture, NativeContext& context) override;
   bool ensureBytes() override;
   std::uint8_t* currentBytes() override { return buffer_->bytes(); }
-  bool prepareWriting() override { return true; }
+  bool prepareWriting() override;
   void finishAccess() override { buffer_->endAccess(); }
   std::shared_ptr<PixelBlock> snapshotBlock() override;
 

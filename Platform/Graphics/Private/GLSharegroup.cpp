@@ -90,7 +90,7 @@ Expected<std::shared_ptr<GLTexture>> GLSharegroup::acquireTexture(const GLTextur
     setDefaultTextureParameters(name);
     return std::make_shared<GLTexture>(shared_from_this(), name, shape);
   }
-  deleteIdleTexturesBeyond(kIdleTexturesKept);
+  deleteSurplusTextures();
   auto created = createTextureStorage(shape);
   if (!created) return tl::unexpected<Error>(created.error());
   return std::make_shared<GLTexture>(shared_from_this(), *created, shape);
@@ -100,10 +100,18 @@ void GLSharegroup::releaseTexture(GLuint name, const GLTextureShape& shape) {
   bool deleteNow = false;
   {
     std::lock_guard guard(idleMutex_);
-    idleTextures_.push_back({name, shape});
+    if (shape.isImported) {
+      uselessTextures_.push_back(name);
+    } else {
+      idleTextures_.push_back({name, shape});
+    }
     deleteNow = openCaches_ == 0;
   }
-  if (deleteNow) perform([this](NativeContext&) { deleteIdleTextures(); });
+  if (deleteNow) {
+    perform([this](NativeContext&) { deleteIdleTextures(); });
+  } else if (shape.isImported && isCurrent()) {
+    deleteSurplusTextures();
+  }
 }
 
 void GLSharegroup::deleteIdleTextures() { deleteIdleTexturesBeyond(0); }
@@ -112,11 +120,12 @@ void GLSharegroup::deleteIdleTexturesBeyond(std::size_t kept) {
   std::vector<GLuint> names;
   {
     std::lock_guard guard(idleMutex_);
-    if (idleTextures_.size() <= kept) return;
-    const auto end = idleTextures_.end() - static_cast<std::ptrdiff_t>(kept);
+    names.swap(uselessTextures_);
+    const auto end = idleTextures_.end() - static_cast<std::ptrdiff_t>(std::min(kept, idleTextures_.size()));
     std::transform(idleTextures_.begin(), end, std::back_inserter(names), [](const auto& idle) { return idle.name; });
     idleTextures_.erase(idleTextures_.begin(), end);
   }
+  if (names.empty()) return;
   glDeleteTextures(static_cast<GLsizei>(names.size()), names.data());
   TransferCounters::shared().texturesDeleted += names.size();
 }
@@ -129,7 +138,7 @@ void GLSharegroup::cacheOpened() {
 void GLSharegroup::cacheClosed() {
   {
     std::lock_guard guard(idleMutex_);
-    if (--openCaches_ > 0 || idleTextures_.empty()) return;
+    if (--openCaches_ > 0 || (idleTextures_.empty() && uselessTextures_.empty())) return;
   }
   perform([this](NativeContext&) { deleteIdleTextures(); });
 }

@@ -40,6 +40,9 @@ class GLSharegroup : public std::enable_shared_from_this<GLSharegroup> {
   Expected<std::shared_ptr<GLTexture>> acquireTexture(const GLTextureShape& shape);
   /// Takes a texture back that nobody uses. Any thread; not under a pixel buffer's lock.
   void releaseTexture(GLuint name, const GLTextureShape& shape);
+  /// Deletes idle textures that nobody can use again, and those beyond the number that is kept. With a context of the
+  /// group current.
+  void deleteSurplusTextures() { deleteIdleTexturesBeyond(kIdleTexturesKept); }
   /// Deletes the idle textures. With a context of the group current.
   void deleteIdleTextures();
 
@@ -65,6 +68,7 @@ class GLSharegroup : public std::enable_shared_from_this<GLSharegroup> {
 
   std::mutex idleMutex_;
   std::vector<IdleTexture> idleTextures_;  // the oldest first
+  std::vector<GLuint> uselessTextures_;    // of memory that is gone
   std::size_t openCaches_ = 0;
 };
 

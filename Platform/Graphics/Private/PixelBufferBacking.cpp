@@ -129,11 +129,20 @@ Expected<std::shared_ptr<GLTexture>> PixelBufferBacking::texture(const std::shar
   }
   Entry& entry = entries_.back();
   entry.core = core;
-  if (entry.version < bytesVersion_) {
-    uploadTo(*entry.texture, request.plane);
-    entry.version = bytesVersion_;
-  }
+  bringUpToDate(entry);
   return entry.texture;
+}
+
+void PixelBufferBacking::refresh(GLTexture& texture) {
+  for (Entry& entry : entries_) {
+    if (entry.texture.get() == &texture) return bringUpToDate(entry);
+  }
+}
+
+void PixelBufferBacking::bringUpToDate(Entry& entry) {
+  if (entry.version >= bytesVersion_) return;
+  uploadTo(*entry.texture, entry.plane);
+  entry.version = bytesVersion_;
 }
 
 void PixelBufferBacking::discardPicture() {

@@ -30,6 +30,8 @@ class PixelBufferBacking {
   virtual ~PixelBufferBacking() = default;
 
   const PixelLayout& layout() const { return layout_; }
+  /// Whether the bytes are the textures' memory.
+  virtual bool sharesMemory() const = 0;
 
   void lockBytes(Lock& lock, PixelBufferLock kind);
   /// False when no lock of this kind is held.
@@ -43,6 +45,8 @@ class PixelBufferBacking {
   /// With a context of the core's sharegroup current.
   Expected<std::shared_ptr<GLTexture>> texture(const std::shared_ptr<TextureCacheCore>& core,
                                                const TextureRequest& request);
+  /// Brings bytes that are newer to the texture. With a context of its sharegroup current.
+  void refresh(GLTexture& texture);
   /// Makes the bytes current when the newest picture is in a texture of another sharegroup than `sharegroup`.
   bool fetchFromOtherSharegroups(Lock& lock, const GLSharegroup& sharegroup);
 
@@ -79,6 +83,7 @@ class PixelBufferBacking {
   Entry* newestEntry();
   bool makeBytesCurrent(Lock& lock);
   bool download(NativeContext& context);
+  void bringUpToDate(Entry& entry);
   void bytesWritten() { bytesVersion_ = ++latest_; }
 
   PixelLayout layout_;

@@ -16,6 +16,7 @@ class StagedBacking final : public PixelBufferBacking {
   /// Blocks that an earlier lock may still show, beyond which the oldest is reused.
   static constexpr std::size_t kRetiredKept = 4;
 
+  bool sharesMemory() const override { return false; }
   Expected<std::shared_ptr<GLTexture>> makeTexture(GLSharegroup& sharegroup, const GLTextureShape& shape,
                                                    std::size_t plane) override;
   void uploadTo(GLTexture& texture, std::size_t plane) override;

@@ -52,6 +52,24 @@ TEST(PixelBufferInput, FramesReachEnabledTargetsWithTheirTime) {
   EXPECT_FALSE(isCompletionCalled);
 }
 
+// Reading waits for what draws into the buffer, not for what draws from it: that may not even be sent off.
+TEST(PixelBufferInput, AFrameMayBeReadWhileItIsDrawnFrom) {
+  const auto input = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
+  const auto holder = std::make_shared<RecordingTarget>();
+  input->addTarget(std::make_shared<TavrelGPUImageFilter>());
+  input->addTarget(holder);
+  const bool sharesMemory = TextureCache::sharesMemory();
+  const auto buffer = test::pixelBufferOf(test::distinctPicture(6, 2));
+  EXPECT_EQ(buffer->sharesMemory(), sharesMemory);
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    ASSERT_TRUE(input->processCVPixelBuffer(buffer, true));
+    buffer->lockBaseAddress(PixelBufferLock::readOnly);
+    EXPECT_EQ(buffer->baseAddress()[3], 255);
+    buffer->unlockBaseAddress(PixelBufferLock::readOnly);
+  });
+  EXPECT_EQ(holder->count("frame"), 1);
+}
+
 TEST(PixelBufferInput, OneFrameIsInFlight) {
   const auto input = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
   const auto target = std::make_shared<RecordingTarget>();

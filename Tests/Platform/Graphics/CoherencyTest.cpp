@@ -1,7 +1,6 @@
 // Which of a pixel buffer's two pictures is the newest, and what moves when.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <random>
 #include <string>
 
@@ -11,14 +10,6 @@
 
 namespace tavrel {
 namespace {
-
-// The counts below are those of buffers that are copied. With TAVREL_ZERO_COPY=1 on a machine that can, only the
-// pictures are compared in the sequences.
-const bool setOnce = setenv("TAVREL_ZERO_COPY", "0", 0) == 0;
-
-bool isStaged() {
-  return setOnce && std::string(getenv("TAVREL_ZERO_COPY")) == "0";  // NOLINT(concurrency-mt-unsafe)
-}
 
 /// One buffer, its texture on the graphics thread, and a model of both.
 class Scene {
@@ -65,7 +56,7 @@ class Scene {
       default: FAIL() << operation;
     }
     checkSnapshots();
-    if (isStaged()) {
+    if (!buffer_->sharesMemory()) {
       const auto after = TextureCache::statistics();
       EXPECT_EQ(after.uploads - before.uploads, uploads_);
       EXPECT_EQ(after.downloads - before.downloads, downloads_);

@@ -21,6 +21,11 @@ std::shared_ptr<PixelBuffer> makeBuffer(std::size_t width, std::size_t height,
   return PixelBuffer::create(width, height, format).value();
 }
 
+/// One whose bytes are copied to and from the GPU, on every machine.
+std::shared_ptr<PixelBuffer> makeStagedBuffer(std::size_t width, std::size_t height) {
+  return PixelBuffer::create(width, height, PixelFormat::bgra32, PixelBufferUse::byGPU).value();
+}
+
 TEST(PixelBuffer, RefusesImpossibleSizesAndFormats) {
   const std::pair<std::size_t, std::size_t> sizes[] = {{0, 1}, {1, 0}, {32768, 1}, {1, 32768}, {SIZE_MAX, SIZE_MAX}};
   for (auto [width, height] : sizes) {
@@ -35,7 +40,7 @@ TEST(PixelBuffer, RefusesImpossibleSizesAndFormats) {
 }
 
 TEST(PixelBuffer, LaysOutItsPlanes) {
-  auto bgra = makeBuffer(3, 5);
+  auto bgra = makeStagedBuffer(3, 5);
   EXPECT_EQ(bgra->bytesPerRow(), 12U);
   EXPECT_EQ(bgra->planeCount(), 1U);
   EXPECT_EQ(reinterpret_cast<std::uintptr_t>(bgra->baseAddress()) % 64, 0U);
@@ -58,7 +63,7 @@ TEST(PixelBuffer, LaysOutItsPlanes) {
 
 TEST(PixelBuffer, AllocatesWhenBytesAreFirstAskedFor) {
   const auto before = TextureCache::statistics().blocksAllocated;
-  auto buffer = makeBuffer(16, 16);
+  auto buffer = makeStagedBuffer(16, 16);
   EXPECT_EQ(TextureCache::statistics().blocksAllocated, before);
   buffer->lockBaseAddress(PixelBufferLock::readOnly);
   buffer->unlockBaseAddress(PixelBufferLock::readOnly);
@@ -97,7 +102,7 @@ TEST(PixelBuffer, PropagatesTheAttachmentsThatSaySo) {
 }
 
 TEST(PixelBufferSnapshot, SharesBytesAndIsNotTouchedByLaterWrites) {
-  auto buffer = makeBuffer(8, 4);
+  auto buffer = makeStagedBuffer(8, 4);
   writeColour(*buffer, kBlue);
   const auto copied = TextureCache::statistics().bytesCopied;
   auto snapshot = buffer->snapshot();
@@ -136,7 +141,7 @@ TEST(PixelBufferSnapshot, GivesItsMemoryBack) {
 
 TEST(PixelBuffer, KeepsTheAddressOfAnEarlierLockReadable) {
   GraphicsThread graphics;
-  auto buffer = makeBuffer(8, 4);
+  auto buffer = makeStagedBuffer(8, 4);
   writeColour(*buffer, kBlue);
   auto texture = textureOf(*graphics.cache, buffer);
   buffer->lockBaseAddress(PixelBufferLock::readOnly);
