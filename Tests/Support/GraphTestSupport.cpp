@@ -74,6 +74,7 @@ Picture process(const Picture& source, const std::shared_ptr<TavrelGPUImageOutpu
   picture->addTarget(std::dynamic_pointer_cast<TavrelGPUImageInput>(first));
   last->useNextFrameForImageCapture();
   picture->processImage();
+  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});  // a busy machine may take longer than an image is waited for
   const std::shared_ptr<Image> image = last->newCGImageFromCurrentlyProcessedOutput();
   picture->removeAllTargets();
   return image ? pictureOf(*image) : Picture();

@@ -1,3 +1,5 @@
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <cmath>
 #include <csignal>
@@ -237,7 +239,13 @@ TEST_F(RecordCommandTest, DevicesAreListedForPeopleAndPrograms) {
   const CommandResult json = test::shell("TAVREL_CAPTURE=virtual " + std::string(TAVREL_PROGRAM) +
                                          " devices --json | python3 -c 'import json, sys; print([d[\"id\"] for d in "
                                          "json.load(sys.stdin)])'");
-  EXPECT_EQ(json.output, "['virtual:back', 'virtual:front', 'virtual:microphone']\n");
+  EXPECT_EQ(json.output, "['virtual:back', 'virtual:front', 'virtual:microphone', 'graphics']\n");
+  const CommandResult other = test::shell("TAVREL_GPU=no-such TAVREL_CAPTURE=virtual " + std::string(TAVREL_PROGRAM) +
+                                          " record " + file("movie.mov") + " --duration 1");
+  EXPECT_EQ(other.status, 1);
+  EXPECT_THAT(other.output,
+              testing::MatchesRegex("tavrel: TAVREL_GPU is \"no-such\", which is no graphics device of this "
+                                    "machine; there are: .*software.*\n"));
   const CommandResult lost = test::shell("(" + std::string(TAVREL_PROGRAM) + " devices >/dev/full)");
   EXPECT_EQ(lost.status, 1);
   EXPECT_EQ(lost.output, "tavrel: standard output cannot be written: No space left on device\n");

@@ -1,0 +1,314 @@
+// Gives Mesa's software renderer what a graphics device has that shares memory with the CPU: GBM, whose buffers are
+// files in memory with padded rows, and EGL's import of them as dma-bufs. To be preloaded.
+//
+// Textures and bytes change at the moments at which the rules allow it, and not before: bytes that the CPU wrote are
+// seen once its access has ended, what GL drew is in the bytes once it was sent off (glFlush, glFinish, a read or a
+// change of the context). Bytes that are changed while commands not yet sent off are to read them end the process.
+#include <EGL/egl.h>
+#include <EGL/eglext.h>
+#include <GLES2/gl2.h>
+#include <GLES2/gl2ext.h>
+#include <GLES3/gl3.h>
+#include <gbm.h>
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "NextFunction.h"
+#include "SharedMemory.h"
+
+namespace {
+
+/// A texture's name and the first of the contexts that share it.
+using TextureKey = std::pair<EGLContext, GLuint>;
+
+struct ImportedTexture {
+  std::shared_ptr<Memory> memory;
+  std::uint64_t shownVersion = 0;
+};
+
+/// What a context was told and has not sent off.
+struct Commands {
+  std::set<TextureKey> drawn;
+  std::set<std::shared_ptr<Memory>> sampled;
+};
+
+struct Driver {
+  std::map<EGLContext, EGLContext> firstOfShared;
+  std::map<TextureKey, ImportedTexture> textures;
+  std::map<EGLContext, Commands> commands;
+  std::set<EGLImageKHR> images;
+};
+
+Driver& driver() {
+  static auto* const instance = new Driver();
+  return *instance;
+}
+
+EGLContext currentContext() { return NEXT(eglGetCurrentContext)(); }
+
+TextureKey keyOf(GLuint texture) { return {driver().firstOfShared[currentContext()], texture}; }
+
+GLuint boundTexture() {
+  GLint name = 0;
+  NEXT(glGetIntegerv)(GL_TEXTURE_BINDING_2D, &name);
+  return static_cast<GLuint>(name);
+}
+
+/// Sets what says how pixels lie in memory, and puts it back.
+class Rows {
+ public:
+  Rows(GLenum rowLength, GLenum alignment, GLint pixels) : parameters_{rowLength, alignment} {
+    for (std::size_t i = 0; i < parameters_.size(); ++i) NEXT(glGetIntegerv)(parameters_[i], &previous_[i]);
+    NEXT(glPixelStorei)(rowLength, pixels);
+    NEXT(glPixelStorei)(alignment, 4);
+  }
+  Rows(const Rows&) = delete;
+  Rows& operator=(const Rows&) = delete;
+  ~Rows() {
+    for (std::size_t i = 0; i < parameters_.size(); ++i) NEXT(glPixelStorei)(parameters_[i], previous_[i]);
+  }
+
+ private:
+  std::array<GLenum, 2> parameters_;
+  std::array<GLint, 2> previous_{};
+};
+
+/// Brings the memory's bytes to the texture, if it shows others.
+void refresh(GLuint name) {
+  const auto found = driver().textures.find(keyOf(name));
+  if (found == driver().textures.end()) return;
+  auto& [memory, shownVersion] = found->second;
+  if (shownVersion == memory->version) return;
+  const GLuint previous = boundTexture();
+  const Rows rows(GL_UNPACK_ROW_LENGTH, GL_UNPACK_ALIGNMENT, static_cast<GLint>(memory->bytesPerRow / 4));
+  NEXT(glBindTexture)(GL_TEXTURE_2D, name);
+  NEXT(glTexSubImage2D)
+  (GL_TEXTURE_2D, 0, 0, 0, static_cast<GLsizei>(memory->width), static_cast<GLsizei>(memory->height), GL_BGRA_EXT,
+   GL_UNSIGNED_BYTE, memory->bytes);
+  NEXT(glBindTexture)(GL_TEXTURE_2D, previous);
+  shownVersion = memory->version;
+}
+
+/// Brings what was drawn into the texture to the memory.
+void publish(const TextureKey& key) {
+  const auto found = driver().textures.find(key);
+  if (found == driver().textures.end()) return;
+  auto& [memory, shownVersion] = found->second;
+  GLint previous = 0;
+  NEXT(glGetIntegerv)(GL_FRAMEBUFFER_BINDING, &previous);
+  GLuint framebuffer = 0;
+  NEXT(glGenFramebuffers)(1, &framebuffer);
+  NEXT(glBindFramebuffer)(GL_FRAMEBUFFER, framebuffer);
+  NEXT(glFramebufferTexture2D)(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, key.second, 0);
+  {
+    const Rows rows(GL_PACK_ROW_LENGTH, GL_PACK_ALIGNMENT, static_cast<GLint>(memory->bytesPerRow / 4));
+    NEXT(glReadPixels)
+    (0, 0, static_cast<GLsizei>(memory->width), static_cast<GLsizei>(memory->height), GL_BGRA_EXT, GL_UNSIGNED_BYTE,
+     memory->bytes);
+  }
+  NEXT(glBindFramebuffer)(GL_FRAMEBUFFER, static_cast<GLuint>(previous));
+  NEXT(glDeleteFramebuffers)(1, &framebuffer);
+  shownVersion = ++memory->version;
+}
+
+/// What was told to the current context becomes true.
+void sendOff() {
+  const DriverGuard guard(driverMutex());
+  const auto found = driver().commands.find(currentContext());
+  if (found == driver().commands.end()) return;
+  const Commands commands = std::exchange(found->second, {});
+  for (const TextureKey& key : commands.drawn) publish(key);
+  for (const auto& memory : commands.sampled) --memory->unsentReads;
+}
+
+/// The texture that is drawn into; 0 for a renderbuffer.
+GLuint attachedTexture() {
+  GLint framebuffer = 0;
+  NEXT(glGetIntegerv)(GL_FRAMEBUFFER_BINDING, &framebuffer);
+  if (framebuffer == 0) return 0;
+  const auto attachment = [](GLenum parameter) {
+    GLint value = 0;
+    NEXT(glGetFramebufferAttachmentParameteriv)(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, parameter, &value);
+    return value;
+  };
+  if (attachment(GL_FRAMEBUFFER_ATTACHMENT_OBJECT_TYPE) != GL_TEXTURE) return 0;
+  return static_cast<GLuint>(attachment(GL_FRAMEBUFFER_ATTACHMENT_OBJECT_NAME));
+}
+
+/// The textures that the current program samples.
+std::vector<GLuint> sampledTextures() {
+  GLint program = 0;
+  GLint count = 0;
+  GLint active = 0;
+  NEXT(glGetIntegerv)(GL_CURRENT_PROGRAM, &program);
+  NEXT(glGetIntegerv)(GL_ACTIVE_TEXTURE, &active);
+  NEXT(glGetProgramiv)(static_cast<GLuint>(program), GL_ACTIVE_UNIFORMS, &count);
+  std::vector<GLuint> textures;
+  for (GLuint i = 0; i < static_cast<GLuint>(count); ++i) {
+    std::array<char, 256> name{};
+    GLint size = 0;
+    GLenum type = 0;
+    NEXT(glGetActiveUniform)(static_cast<GLuint>(program), i, name.size(), nullptr, &size, &type, name.data());
+    if (type != GL_SAMPLER_2D) continue;
+    GLint unit = 0;
+    NEXT(glGetUniformiv)
+    (static_cast<GLuint>(program), NEXT(glGetUniformLocation)(static_cast<GLuint>(program), name.data()), &unit);
+    NEXT(glActiveTexture)(GL_TEXTURE0 + static_cast<GLenum>(unit));
+    textures.push_back(boundTexture());
+  }
+  NEXT(glActiveTexture)(static_cast<GLenum>(active));
+  return textures;
+}
+
+void noteDrawing() {
+  const TextureKey key = keyOf(attachedTexture());
+  if (driver().textures.contains(key)) driver().commands[currentContext()].drawn.insert(key);
+}
+
+EGLImageKHR createImage(EGLDisplay display, EGLContext context, EGLenum target, EGLClientBuffer buffer,
+                        const EGLint* attributes) {
+  if (target != EGL_LINUX_DMA_BUF_EXT) {
+    static auto* const next = reinterpret_cast<PFNEGLCREATEIMAGEKHRPROC>(NEXT(eglGetProcAddress)("eglCreateImageKHR"));
+    return next(display, context, target, buffer, attributes);
+  }
+  std::map<EGLint, EGLint> values;
+  for (; *attributes != EGL_NONE; attributes += 2) values[attributes[0]] = attributes[1];
+  const DriverGuard guard(driverMutex());
+  const std::shared_ptr<Memory> memory = Memory::ofFile(values[EGL_DMA_BUF_PLANE0_FD_EXT]);
+  if (memory == nullptr || static_cast<std::uint32_t>(values[EGL_DMA_BUF_PLANE0_PITCH_EXT]) != memory->bytesPerRow ||
+      static_cast<std::uint32_t>(values[EGL_WIDTH]) != memory->width ||
+      static_cast<std::uint32_t>(values[EGL_HEIGHT]) != memory->height ||
+      values[EGL_LINUX_DRM_FOURCC_EXT] != GBM_FORMAT_ARGB8888) {
+    return EGL_NO_IMAGE_KHR;
+  }
+  EGLImageKHR image = new std::shared_ptr<Memory>(memory);
+  driver().images.insert(image);
+  return image;
+}
+
+EGLBoolean destroyImage(EGLDisplay display, EGLImageKHR image) {
+  const DriverGuard guard(driverMutex());
+  if (driver().images.erase(image) == 0) {
+    static auto* const next =
+        reinterpret_cast<PFNEGLDESTROYIMAGEKHRPROC>(NEXT(eglGetProcAddress)("eglDestroyImageKHR"));
+    return next(display, image);
+  }
+  delete static_cast<std::shared_ptr<Memory>*>(image);
+  return EGL_TRUE;
+}
+
+void imageTargetTexture(GLenum target, GLeglImageOES image) {
+  const DriverGuard guard(driverMutex());
+  if (!driver().images.contains(image)) {
+    static auto* const next =
+        reinterpret_cast<PFNGLEGLIMAGETARGETTEXTURE2DOESPROC>(NEXT(eglGetProcAddress)("glEGLImageTargetTexture2DOES"));
+    return next(target, image);
+  }
+  const auto& memory = *static_cast<std::shared_ptr<Memory>*>(image);
+  NEXT(glTexImage2D)
+  (target, 0, GL_BGRA_EXT, static_cast<GLsizei>(memory->width), static_cast<GLsizei>(memory->height), 0, GL_BGRA_EXT,
+   GL_UNSIGNED_BYTE, nullptr);
+  driver().textures[keyOf(boundTexture())] = {memory};
+}
+
+const char* deviceString(EGLDeviceEXT, EGLint name) {
+  if (name == EGL_EXTENSIONS) return "EGL_EXT_device_drm EGL_EXT_device_drm_render_node";
+  return name == EGL_DRM_RENDER_NODE_FILE_EXT ? "/dev/null" : nullptr;
+}
+
+}  // namespace
+
+extern "C" {
+
+const char* eglQueryString(EGLDisplay display, EGLint name) {
+  const char* const value = NEXT(eglQueryString)(display, name);
+  if (value == nullptr || display == EGL_NO_DISPLAY || name != EGL_EXTENSIONS) return value;
+  thread_local std::string list;
+  list = std::string(value) + " EGL_EXT_image_dma_buf_import";
+  return list.c_str();
+}
+
+EGLContext eglCreateContext(EGLDisplay display, EGLConfig config, EGLContext shared, const EGLint* attributes) {
+  EGLContext context = NEXT(eglCreateContext)(display, config, shared, attributes);
+  const DriverGuard guard(driverMutex());
+  driver().firstOfShared[context] = shared != EGL_NO_CONTEXT ? driver().firstOfShared[shared] : context;
+  return context;
+}
+
+EGLBoolean eglMakeCurrent(EGLDisplay display, EGLSurface draw, EGLSurface read, EGLContext context) {
+  if (currentContext() != context) sendOff();
+  return NEXT(eglMakeCurrent)(display, draw, read, context);
+}
+
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+__eglMustCastToProperFunctionPointerType eglGetProcAddress(const char* name) {
+  using Address = __eglMustCastToProperFunctionPointerType;
+  static const std::map<std::string, Address> ours = {
+      {"eglCreateImageKHR", reinterpret_cast<Address>(&createImage)},
+      {"eglDestroyImageKHR", reinterpret_cast<Address>(&destroyImage)},
+      {"glEGLImageTargetTexture2DOES", reinterpret_cast<Address>(&imageTargetTexture)},
+      {"eglQueryDeviceStringEXT", reinterpret_cast<Address>(&deviceString)},
+  };
+  const auto found = ours.find(name);
+  return found != ours.end() ? found->second : NEXT(eglGetProcAddress)(name);
+}
+
+void glClear(GLbitfield mask) {
+  const DriverGuard guard(driverMutex());
+  refresh(attachedTexture());
+  NEXT(glClear)(mask);
+  noteDrawing();
+}
+
+void glDrawArrays(GLenum mode, GLint first, GLsizei count) {
+  const DriverGuard guard(driverMutex());
+  refresh(attachedTexture());
+  for (const GLuint texture : sampledTextures()) {
+    refresh(texture);
+    const auto found = driver().textures.find(keyOf(texture));
+    if (found == driver().textures.end()) continue;
+    const auto& memory = found->second.memory;
+    if (driver().commands[currentContext()].sampled.insert(memory).second) ++memory->unsentReads;
+  }
+  NEXT(glDrawArrays)(mode, first, count);
+  noteDrawing();
+}
+
+void glReadPixels(GLint x, GLint y, GLsizei width, GLsizei height, GLenum format, GLenum type, void* pixels) {
+  sendOff();
+  const DriverGuard guard(driverMutex());
+  refresh(attachedTexture());
+  NEXT(glReadPixels)(x, y, width, height, format, type, pixels);
+}
+
+void glDeleteTextures(GLsizei count, const GLuint* names) {
+  const DriverGuard guard(driverMutex());
+  for (GLsizei i = 0; i < count; ++i) {
+    const TextureKey key = keyOf(names[i]);
+    for (auto& [context, commands] : driver().commands) {
+      if (commands.drawn.erase(key) > 0) publish(key);
+    }
+    driver().textures.erase(key);
+  }
+  NEXT(glDeleteTextures)(count, names);
+}
+
+void glFlush() {
+  sendOff();
+  NEXT(glFlush)();
+}
+
+void glFinish() {
+  sendOff();
+  NEXT(glFinish)();
+}
+
+}  // extern "C"
