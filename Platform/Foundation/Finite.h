@@ -1,8 +1,6 @@
 #pragma once
 
-#include <algorithm>
-#include <cmath>
-#include <concepts>
+#include <type_traits>
 
 #include "Platform/Foundation/Geometry.h"
 
@@ -13,7 +11,8 @@ namespace tavrel {
 
 template <typename Value>
 bool isFinite([[maybe_unused]] const Value& value) {
-  if constexpr (std::floating_point<Value>) return std::isfinite(value);
+  // Only infinity and what is no number differ from zero when taken from themselves.
+  if constexpr (std::is_floating_point_v<Value>) return value - value == 0;
   return true;
 }
 inline bool isFinite(Point value) { return isFinite(value.x) && isFinite(value.y); }
@@ -24,7 +23,10 @@ inline bool isFinite(const AffineTransform& value) {
          isFinite(value.ty);
 }
 inline bool isFinite(const Transform3D& value) {
-  return std::all_of(value.m.begin(), value.m.end(), [](double element) { return isFinite(element); });
+  for (const double element : value.m) {
+    if (!isFinite(element)) return false;
+  }
+  return true;
 }
 
 }  // namespace tavrel
