@@ -6,6 +6,7 @@
 #include <exception>
 #include <utility>
 
+#include "Platform/Dispatch/DispatchGroup.h"
 #include "TavrelBase/Log/Private/LogFanOut.h"
 #include "TavrelBase/Log/Private/LogLockstep.h"
 #include "TavrelBase/Log/Private/LogScope.h"
@@ -177,8 +178,9 @@ void LogFanOut::writeToOne(const Lane& lane, std::span<const LogEntry> entries) 
 void LogFanOut::writeInParallel(const Lanes& lanes, std::span<const LogEntry> entries) {
   LogLockstep lockstep(static_cast<unsigned>(lanes.size()), lanes.size() <= _numProcessors,
                        [&](std::uint32_t step) { backlog_.didFinish(entries[step]); });
+  DispatchGroup group;  // its own: a child whose fork did not wait for the last write has none of its threads
   for (const Lane& lane : lanes) {
-    loggingGroup_.async(lane.queue, [&lane, &lockstep, entries] {
+    group.async(lane.queue, [&lane, &lockstep, entries] {
       for (std::uint32_t step = 0; step < entries.size(); ++step) {
         const LogEntry& entry = entries[step];
         lane.write(entry);
@@ -188,7 +190,7 @@ void LogFanOut::writeInParallel(const Lanes& lanes, std::span<const LogEntry> en
       lane.finishHandOver();
     });
   }
-  loggingGroup_.wait();
+  group.wait();
 }
 
 void LogFanOut::writeOneAfterTheOther(std::span<const LogEntry> entries) {
@@ -206,12 +208,12 @@ void LogFanOut::writeOneAfterTheOther(std::span<const LogEntry> entries) {
 }
 
 void LogFanOut::flush() {
+  DispatchGroup group;
   for (const auto& node : _loggers) {
-    loggingGroup_.async(node->loggerQueue, [node] {
-      node->guarded([](TavrelDDLogger& logger, const TavrelDDLogMessage*) { logger.flush(); });
-    });
+    group.async(node->loggerQueue,
+                [node] { node->guarded([](TavrelDDLogger& logger, const TavrelDDLogMessage*) { logger.flush(); }); });
   }
-  loggingGroup_.wait();
+  group.wait();
 }
 
 }  // namespace tavrel

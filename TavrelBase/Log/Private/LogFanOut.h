@@ -8,7 +8,6 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Dispatch/DispatchGroup.h"
 #include "TavrelBase/Log/Private/LimitedReports.h"
 #include "TavrelBase/Log/Private/LogBacklog.h"
 #include "TavrelBase/Log/TavrelDDLogger.h"
@@ -86,7 +85,6 @@ class LogFanOut {
   const unsigned _numProcessors;
   LogBacklog& backlog_;
   Nodes _loggers;
-  DispatchGroup loggingGroup_;
   std::atomic<unsigned> throughFlags_ = 0;
   std::atomic<unsigned> queuedFlags_ = 0;
   std::atomic<std::int64_t> slowUntil_ = 0;  // in milliseconds
