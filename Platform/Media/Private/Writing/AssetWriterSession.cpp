@@ -60,11 +60,11 @@ bool AssetWriterSession::start() {
   std::unique_lock lock(mutex_);
   if (status_ != AssetWriterStatus::unknown || isEnding_) return false;
   status_ = AssetWriterStatus::writing;
-  const std::optional<Error> refusal = std::exchange(error_, std::nullopt);
-  std::optional<Error> error;
   // Why an input was refused says more than that there is none.
-  if (inputs_.empty()) error = refusal;
-  if (inputs_.empty() && !error) {
+  std::optional<Error> error = std::exchange(error_, std::nullopt);
+  if (!inputs_.empty()) {
+    error.reset();
+  } else if (!error) {
     error = makeError(MediaErrorCode::nothingAdded, "the movie has no tracks: add an input first");
   }
   const auto handler = [weak = weak_from_this()](Error failure) {

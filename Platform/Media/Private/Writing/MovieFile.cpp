@@ -258,8 +258,7 @@ Expected<void> MovieFile::finish() {
   if (auto written = writeWaiting(true); !written) return written;
   if (auto flushed = flushFragment(); !flushed) return flushed;
   if (auto finished = noted(muxer_.finish()); !finished) return finished;
-  if (auto safe = noted(muxer_.output().sync()); !safe) return safe;
-  if (auto named = noted(muxer_.output().publish()); !named) return named;
+  if (auto safe = noted(muxer_.output().publish()); !safe) return safe;
   isClosed_ = true;
   muxer_.close();
   muxer_.output().closeAtCheckpoint();

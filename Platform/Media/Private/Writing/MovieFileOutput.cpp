@@ -190,8 +190,7 @@ Expected<void> MovieFileOutput::sync() {
 }
 
 Expected<void> MovieFileOutput::publish() {
-  if (isPublished_) return {};
-  if (auto synced = sync(); !synced) return synced;
+  if (auto synced = sync(); !synced || isPublished_) return synced;
   struct stat replaced {};
   // A file system without permissions refuses.
   if (::stat(path_.c_str(), &replaced) == 0) (void)::fchmod(descriptor_, replaced.st_mode & ALLPERMS);

@@ -48,7 +48,7 @@ class MovieFileOutput {
   Expected<void> writeAt(std::int64_t offset, std::span<const std::uint8_t> bytes);
   /// The file is complete up to here.
   void completeAt(std::int64_t size) { completeSize_ = size; }
-  /// Brings the file to the disk and gives it its name. Nothing happens when it has it.
+  /// Brings the file to the disk, and gives it its name if it has not got it yet.
   Expected<void> publish();
   /// Cuts off what came after the last checkpoint, and closes; removes a file that has not its name yet.
   void closeAtCheckpoint();

@@ -1,11 +1,12 @@
 #include "Platform/Media/Private/Writing/VideoEncoderKind.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <filesystem>
+#include <system_error>
 #include <thread>
 
 namespace tavrel {
@@ -131,9 +132,9 @@ constexpr std::array<VideoEncoderKind, 12> kKinds{{
 /// The entries of a folder of devices that begin so, in order.
 std::vector<std::string> nodesOf(const std::string& folder, const std::string& beginning) {
   std::vector<std::string> nodes;
-  const std::unique_ptr<DIR, int (*)(DIR*)> listing(::opendir(folder.c_str()), ::closedir);
-  while (const dirent* const entry = listing ? ::readdir(listing.get()) : nullptr) {
-    if (std::string_view(entry->d_name).starts_with(beginning)) nodes.push_back(folder + "/" + entry->d_name);
+  std::error_code isMissing;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, isMissing)) {
+    if (entry.path().filename().string().starts_with(beginning)) nodes.push_back(entry.path().string());
   }
   std::sort(nodes.begin(), nodes.end());
   return nodes;
