@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <system_error>
 #include <utility>
 
@@ -35,15 +34,6 @@ tl::unexpected<Error> systemFailure(const char* doing, const std::filesystem::pa
 std::shared_ptr<Image> imageOfRows(const Image& like, const std::uint8_t* rows, std::size_t count) {
   return Image::create(like.width(), count, 8, 32, like.bytesPerRow(), like.bitmapInfo(),
                        DataProvider::create(nullptr, rows, count * like.bytesPerRow(), nullptr));
-}
-
-/// Multiplies straight colours by alpha.
-void multiply(std::uint8_t* rows, std::size_t width, std::size_t count) {
-  const auto straight = Image::create(width, count, 8, 32, width * 4,
-                                      kBitmapByteOrder32Little | static_cast<std::uint32_t>(AlphaInfo::first),
-                                      DataProvider::create(nullptr, rows, count * width * 4, nullptr));
-  const Bitmap multiplied = premultipliedBGRA(*straight);
-  std::memcpy(rows, multiplied.pixels.data(), multiplied.pixels.size());
 }
 
 }  // namespace
@@ -87,7 +77,7 @@ Expected<LargeImage> LargeImage::read(const std::filesystem::path& path) {
     for (std::size_t i = 0; i < count; ++i) {
       if (!reader.read(large->row(y + i))) return damagedPicture(path.string(), reader.message());
     }
-    if (reader.hasAlpha()) multiply(large->row(y), reader.width(), count);
+    if (reader.hasAlpha()) multiplyByAlpha({large->row(y), count * reader.width() * 4});
     large->rest();
   }
   return large;

@@ -210,7 +210,7 @@ void AnimationSource::restore(const AnimationFrame& frame) {
 }
 
 void AnimationSource::lay(Bitmap& straight, const AnimationFrame& frame, bool over, Bitmap& canvas) const {
-  multiplyByAlpha(straight);
+  multiplyByAlpha(straight.pixels);
   layOnto(canvas, straight, frame.left, frame.top, over);
 }
 

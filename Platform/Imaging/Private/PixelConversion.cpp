@@ -37,15 +37,15 @@ bool isPremultiplied(AlphaInfo alpha) {
 }
 
 /// Multiplies by alpha, or makes opaque. pixman rounds to the nearest value; libyuv is off by one for every third.
-void finishColors(Bitmap& bitmap, bool opaque) {
+void finishColors(std::span<std::uint8_t> bytes, bool opaque) {
   // Without padding the pixels are a picture of any width, and pixman's end at 32767.
   constexpr std::size_t kSide = 16384;
-  const std::size_t count = bitmap.pixels.size() / 4;
+  const std::size_t count = bytes.size() / 4;
   for (std::size_t done = 0; done < count;) {
     const std::size_t width = std::min(kSide, count - done);
     const std::size_t height = std::min(kSide, (count - done) / width);
     const auto part = [&](pixman_format_code_t format) {
-      return pixmanImage(format, bitmap.pixels.data() + done * 4, static_cast<int>(width), static_cast<int>(height),
+      return pixmanImage(format, bytes.data() + done * 4, static_cast<int>(width), static_cast<int>(height),
                          static_cast<int>(width) * 4);
     };
     const PixmanImage pixels = part(PIXMAN_x8r8g8b8);
@@ -78,12 +78,12 @@ Bitmap premultipliedBGRA(const Image& image) {
     libyuv::ARGBShuffle(source, stride, target, bitmap.bytesPerRow(), shuffleToBGRA(image).data(), bitmap.width,
                         bitmap.height);
     const bool opaque = isOpaque(image);
-    if (opaque || !isPremultiplied(image.alphaInfo())) finishColors(bitmap, opaque);
+    if (opaque || !isPremultiplied(image.alphaInfo())) finishColors(bitmap.pixels, opaque);
   }
   return bitmap;
 }
 
-void multiplyByAlpha(Bitmap& straight) { finishColors(straight, false); }
+void multiplyByAlpha(std::span<std::uint8_t> straight) { finishColors(straight, false); }
 
 void layOnto(Bitmap& target, Bitmap& source, int left, int top, bool over) {
   const PixmanImage from = pixmanImage(PIXMAN_a8r8g8b8, source);

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 
 #include "Platform/Foundation/Data.h"
 
@@ -35,7 +36,7 @@ Bitmap premultipliedBGRA(const Image& image);
 Bitmap straightRGBA(const Image& image);
 
 /// Straight B, G, R, A becomes premultiplied.
-void multiplyByAlpha(Bitmap& straight);
+void multiplyByAlpha(std::span<std::uint8_t> straight);
 
 /// Lays a premultiplied picture at a place of another: over what is there by its alpha, or instead.
 void layOnto(Bitmap& target, Bitmap& source, int left, int top, bool over);

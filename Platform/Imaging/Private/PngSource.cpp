@@ -53,12 +53,11 @@ class PngSource : public ImageSource {
     if (index != 0) return failure(ImagingErrorCode::noSuchPicture, fmt::format("{} has no picture {}", name_, index));
     PngReader reader;
     if (!reader.begin(data_->bytes())) return damagedPicture(name_, reader.message());
-    Data pixels(reader.width() * reader.height() * 4);
-    if (!reader.finish(pixels)) return damagedPicture(name_, reader.message());
-    const AlphaInfo alpha = reader.hasAlpha() ? AlphaInfo::first : AlphaInfo::noneSkipFirst;
-    auto straight = Image::create(reader.width(), reader.height(), 8, 32, reader.width() * 4,
-                                  bitmapInfo(kBitmapByteOrder32Little, alpha), DataProvider::create(std::move(pixels)));
-    return reader.hasAlpha() ? imageOf(premultipliedBGRA(*straight), false) : straight;
+    const bool hasAlpha = reader.hasAlpha();
+    Bitmap bitmap(static_cast<int>(reader.width()), static_cast<int>(reader.height()));
+    if (!reader.finish(bitmap.pixels)) return damagedPicture(name_, reader.message());
+    if (hasAlpha) multiplyByAlpha(bitmap.pixels);
+    return imageOf(std::move(bitmap), !hasAlpha);
   }
 
   ImageProperties properties(std::size_t index) const override { return index == 0 ? properties_ : ImageProperties{}; }
