@@ -3,11 +3,11 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <ctime>
 #include <random>
 
 #include "Platform/Dispatch/RunLoop.h"
 #include "Tests/Support/EffectsGif.h"
+#include "Tests/Support/ThreadTime.h"
 #include "Utiils/TavrelAnimatedImage.h"
 
 namespace tavrel {
@@ -38,13 +38,6 @@ const std::shared_ptr<TavrelAnimatedImage>& sharedImage() {
   return image;
 }
 
-/// Seconds of processor time that this thread has used, which other programs do not lengthen.
-double threadTime() {
-  timespec time{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
-
 /// The call alone, at a player's pace of 25 frames a second: between calls the main loop runs.
 void callerTime(benchmark::State& state) {
   TavrelAnimatedImage& image = *sharedImage();
@@ -53,11 +46,11 @@ void callerTime(benchmark::State& state) {
   double processorTime = 0;
   std::vector<double> times;
   for (auto _ : state) {
-    const double processorStart = threadTime();
+    const double processorStart = test::threadTime();
     const auto start = Clock::now();
     const auto frame = image.imageLazilyCachedAtIndex(index % kFrames);
     times.push_back(Seconds(Clock::now() - start).count());
-    processorTime += threadTime() - processorStart;
+    processorTime += test::threadTime() - processorStart;
     state.SetIterationTime(times.back());
     missed += frame == nullptr;
     ++index;

@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <ctime>
 #include <thread>
 
 #include "Effects/TavrelAnimatedStickerCaptureEffect.h"
@@ -11,6 +10,7 @@
 #include "Support/EffectsComposite.h"
 #include "Support/EffectsGif.h"
 #include "Support/GraphTestSupport.h"
+#include "Support/ThreadTime.h"
 
 namespace tavrel::test {
 namespace {
@@ -175,19 +175,6 @@ TEST(AnimatedSticker, LoopCountAndStartMayBeSetWhileFramesRun) {
   EXPECT_EQ(gif->loopCount(), 199);
   EXPECT_EQ(gif->startTimestamp(), 0);
   EXPECT_EQ(Probe(gif).shownAt(0.05), 'r');
-}
-
-/// Processor time that `work` takes this thread, in seconds.
-template <typename Work>
-double costOf(Work work) {
-  const auto now = [] {
-    timespec time{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-  };
-  const double start = now();
-  work();
-  return now() - start;
 }
 
 /// Has frames of a camera come at this time until the picture is the one wanted.

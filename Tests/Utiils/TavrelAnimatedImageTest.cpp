@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <ctime>
 #include <thread>
 
 #include "Platform/Dispatch/RunLoop.h"
@@ -12,6 +11,7 @@
 #include "Platform/Imaging/ImageSource.h"
 #include "Platform/UI/Application.h"
 #include "Support/EffectsGif.h"
+#include "Support/ThreadTime.h"
 #include "TavrelBase/Log/TavrelDDAbstractLogger.h"
 #include "TavrelBase/Log/TavrelDDLog.h"
 
@@ -134,19 +134,6 @@ TEST(AnimatedImage, DropsDamagedFramesAndGoesOn) {
   EXPECT_EQ(image->requestedFrameIndexes(), Indexes{2}) << "dropped frames are not tried again";
   finishDecoding(*image);
   EXPECT_EQ(lettersOf(*image->imageLazilyCachedAtIndex(2)), "bb/bb");
-}
-
-/// Seconds of processor time that `work` takes this thread.
-template <typename Work>
-double costOf(Work work) {
-  const auto now = [] {
-    timespec time{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-  };
-  const double start = now();
-  work();
-  return now() - start;
 }
 
 TEST(AnimatedImage, OpeningDecodesTheFirstFrameOnly) {
