@@ -107,6 +107,7 @@ TavrelGPUImageContext::~TavrelGPUImageContext() {
   if (contextQueue()->isCurrent()) {
     releaseObjects();
   } else {
+    const ContextWait wait;
     contextQueue()->sync(releaseObjects);
   }
   contextQueue()->setSpecific(contextKey(), nullptr);

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "GPUImage/Destinations/Private/MovieWriterImplementation.h"
+#include "GPUImage/Private/ContextLending.h"
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "Platform/Foundation/ConsoleLog.h"
@@ -66,6 +67,7 @@ std::optional<MediaTime> TavrelGPUImageMovieWriter::Implementation::admitFrame(M
 
 bool TavrelGPUImageMovieWriter::Implementation::claimFrameInFlight(MediaTime time) {
   if (!encodingLiveVideo) {
+    const ContextWait wait;
     framesInFlight.wait();
     return true;
   }

@@ -82,19 +82,19 @@ void ContextLending::standAside(const std::shared_ptr<const bool>& isOver) {
   isOwnAside_ = false;
 }
 
-ForeignContextScope::ForeignContextScope()
-    : outer_(std::exchange(innermostScope, this)),
-      previous_(GLContext::current()),
-      previousLending_(inUse.context == previous_ ? inUse.lending : nullptr) {}
+ContextLending::Current::Current()
+    : context(GLContext::current()), lending(inUse.context == context ? inUse.lending : nullptr) {}
+
+void ContextLending::Current::restore() const {
+  if (GLContext::current() == context) return;
+  if (!context) return letGo();
+  if (!(lending ? lending->take(*context) : context->makeCurrent())) GLContext::clearCurrent();
+}
+
+ForeignContextScope::ForeignContextScope() : outer_(std::exchange(innermostScope, this)) {}
 
 ForeignContextScope::~ForeignContextScope() {
-  if (GLContext::current() != previous_) {
-    if (!previous_) {
-      ContextLending::letGo();
-    } else if (!(previousLending_ ? previousLending_->take(*previous_) : previous_->makeCurrent())) {
-      GLContext::clearCurrent();
-    }
-  }
+  previous_.restore();
   innermostScope = outer_;
   const std::lock_guard lock(turns().mutex);
   *isOver_ = true;
@@ -116,6 +116,24 @@ void ForeignContextScope::askFor(ContextLending& lending) {
     }
     lending.standAside(isOver);
   });
+}
+
+ContextWait::ContextWait() {
+  if (!own_) return;
+  ContextLending::letGo();
+  const std::lock_guard lock(turns().mutex);
+  own_->isOwnAside_ = true;
+  turns().changed.notify_all();
+}
+
+ContextWait::~ContextWait() {
+  if (!own_) return;
+  {
+    std::unique_lock lock(turns().mutex);
+    turns().changed.wait(lock, [this] { return !own_->isTaken_; });
+    own_->isOwnAside_ = false;
+  }
+  previous_.restore();
 }
 
 }  // namespace tavrel

@@ -28,7 +28,17 @@ class ContextLending {
   bool take(GLContext& context);
 
  private:
+  friend class ContextWait;
   friend class ForeignContextScope;
+
+  /// What is current on the calling thread, to be made so again.
+  struct Current {
+    Current();
+    void restore() const;
+
+    GLContext* const context;
+    ContextLending* const lending;
+  };
 
   static ContextLending* ofCallingThread();
   static void letGo();
@@ -59,10 +69,23 @@ class ForeignContextScope {
   void askFor(ContextLending& lending);
 
   ForeignContextScope* const outer_;
-  GLContext* const previous_;
-  ContextLending* const previousLending_;
+  const ContextLending::Current previous_;
   const std::shared_ptr<bool> isOver_ = std::make_shared<bool>(false);
   std::vector<const ContextLending*> asked_;
+};
+
+/// Lends the context of the calling thread's queue while that thread waits for what another queue does, which may need
+/// the context for it. Has no effect outside the queues of contexts.
+class ContextWait {
+ public:
+  ContextWait();
+  ContextWait(const ContextWait&) = delete;
+  ContextWait& operator=(const ContextWait&) = delete;
+  ~ContextWait();
+
+ private:
+  const ContextLending::Current previous_;
+  ContextLending* const own_ = ContextLending::ofCallingThread();
 };
 
 }  // namespace tavrel

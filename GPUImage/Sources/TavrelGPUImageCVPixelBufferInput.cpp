@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "GPUImage/Private/ContextLending.h"
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
@@ -49,6 +50,7 @@ bool TavrelGPUImageCVPixelBufferInput::processCVPixelBuffer(const std::shared_pt
     return false;
   }
   if (wait) {
+    const ContextWait lent;
     frameRenderingSemaphore()->wait();
   } else if (!frameRenderingSemaphore()->tryWait()) {
     return false;

@@ -204,6 +204,21 @@ TEST_F(MovieWriterTest, FramesOfTheGraphKeepTheirPicturesWhileTheNextAreDrawn) {
   expectLandmark(frames.back().picture);
 }
 
+TEST_F(MovieWriterTest, TheWritersQueueHasTheSharedContextWhileTheVideoQueueWaitsForIt) {
+  createNotLive();
+  writer_->startRecording();
+  writer_->movieWriterContext()->contextQueue()->async([] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));  // until too many frames are in flight
+    TavrelRunSynchronouslyOnVideoProcessingQueue([] {
+      TavrelGPUImageContext::useImageProcessingContext();
+      EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
+    });
+  });
+  for (int i = 0; i < 10; ++i) sendFrame(MediaTime::make(i, 30));
+  finish();
+  EXPECT_EQ(frameSeconds().size(), 10U);
+}
+
 TEST_F(MovieWriterTest, TheInputRotationTurnsThePicture) {
   createNotLive();
   writer_->setInputRotation(kTavrelGPUImageRotate180, 0);
