@@ -9,11 +9,13 @@
 #include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <typeinfo>
 #include <utility>
 
 #include "Platform/Foundation/ConsoleLog.h"
 #include "TavrelBase/Log/LogClock.h"
 #include "TavrelBase/Log/Private/AppendUtf8.h"
+#include "TavrelBase/Log/Private/Concatenate.h"
 #include "TavrelBase/Log/Private/RollingLogFile.h"
 #include "TavrelBase/Log/TavrelDDLog.h"
 #include "TavrelBase/Log/TavrelDDLogFileFormatterDefault.h"
@@ -26,6 +28,7 @@ const double kTavrelDDDefaultLogRollingFrequency = 24 * 60 * 60;
 
 namespace {
 
+using namespace std::string_view_literals;
 using SteadyClock = std::chrono::steady_clock;
 
 /// The age is looked at once an hour at least: timers do not count while the machine sleeps, and clocks are set.
@@ -46,9 +49,8 @@ struct TavrelDDFileLogger::State {
     file.rollingFrequency = kTavrelDDDefaultLogRollingFrequency;
   }
 
-  const std::string appName = program_invocation_short_name;
   pid_t process = processNumber;
-  std::string processID = fmt::format("{}", process);
+  std::string lineStart = startOfLines();
   bool automaticallyAppendNewlineForCustomFormatters = true;
   RollingLogFile file;
   std::string line;
@@ -59,10 +61,12 @@ struct TavrelDDFileLogger::State {
   /// In a forked child the open file, its watch and the timer are the parent's.
   void startAfresh() {
     process = processNumber;
-    processID = fmt::format("{}", process);
+    lineStart = startOfLines();
     rollingTimer.reset();
     file.leaveToParent();
   }
+
+  std::string startOfLines() const { return fmt::format("{}[{}:", program_invocation_short_name, process); }
 };
 
 TavrelDDFileLogger::TavrelDDFileLogger() : TavrelDDFileLogger(std::make_shared<TavrelDDLogFileManagerDefault>()) {}
@@ -173,21 +177,17 @@ void TavrelDDFileLogger::logMessage(const TavrelDDLogMessage& message) {
   const fmt::format_int lineNumber(message.line());
   const auto& formatter = currentFormatter();
   const bool isDefault = dynamic_cast<const TavrelDDLogFileFormatterDefault*>(formatter.get());
+  const bool isItsOwn = isDefault && typeid(*formatter) == typeid(TavrelDDLogFileFormatterDefault);
   const unsigned level = isDefault ? TavrelDDLevelOfFlag(message.flag()) : message.level();
+  const std::string result = formatter && !isItsOwn ? formatter->formatLogMessage(message) : std::string();
+  const std::string_view ending = isItsOwn ? TavrelDDLogFileFormatterDefault::timeOf(message) : result;
   std::string& line = state.line;
-  line.assign(state.appName).append("[").append(state.processID).append(":").append(message.threadID()).append("] ");
-  line.append(TavrelDDNameOfLevel(level)).append(" ").append(message.tag()).append(" ");
-  line.append(message.message()).append(" ").append(message.function()).append(" ");
-  line.append(message.lastPathComponent()).append(":").append(lineNumber.data(), lineNumber.size());
-  bool appendsNewline = true;
-  if (formatter) {
-    line.append(" ").append(formatter->formatLogMessage(message));
-    appendsNewline = isDefault || state.automaticallyAppendNewlineForCustomFormatters;
-  }
+  concatenate(line, state.lineStart, message.threadID(), "] "sv, TavrelDDNameOfLevel(level), " "sv, message.tag(),
+              " "sv, message.message(), " "sv, message.function(), " "sv, message.lastPathComponent(), ":"sv,
+              std::string_view(lineNumber.data(), lineNumber.size()), formatter ? " "sv : ""sv, ending);
+  const bool appendsNewline = !formatter || isDefault || state.automaticallyAppendNewlineForCustomFormatters;
   if (appendsNewline && line.back() != '\n') line += '\n';
-  state.encodedLine.clear();
-  appendUtf8(state.encodedLine, line);
-  state.file.add(state.encodedLine, message.timestamp());
+  state.file.add(utf8Of(line, state.encodedLine), message.timestamp());
 }
 
 void TavrelDDFileLogger::finishHandOver() { state_->file.write(); }

@@ -109,10 +109,10 @@ struct TavrelDDLog::Implementation {
 
   void workOnBatch() {
     const LogScope scope;
-    backlog.take(batch);
-    for (auto entry = batch.begin(); entry != batch.end();) {
+    const std::span<LogEntry> entries = backlog.take(batch);
+    for (auto entry = entries.begin(); entry != entries.end();) {
       if (entry->isMessage()) {
-        const auto end = std::find_if_not(entry, batch.end(), [](const LogEntry& next) { return next.isMessage(); });
+        const auto end = std::find_if_not(entry, entries.end(), [](const LogEntry& next) { return next.isMessage(); });
         fanOut.write({entry, end});
         entry = end;
       } else {
@@ -121,7 +121,7 @@ struct TavrelDDLog::Implementation {
         ++entry;
       }
     }
-    batch.clear();
+    for (LogEntry& entry : entries) entry.letGo();
   }
 
   void takeSnapshot() {

@@ -4,9 +4,13 @@
 
 namespace tavrel {
 
-std::string TavrelDDLogFileFormatterDefault::formatLogMessage(const TavrelDDLogMessage& message) {
+std::string_view TavrelDDLogFileFormatterDefault::timeOf(const TavrelDDLogMessage& message) {
   static thread_local LogTimeText time(LogTimeText::Zone::utc, "{:%Y/%m/%d %H:%M:%S}", ':');
-  return std::string(time.text(message.timestamp()));
+  return time.text(message.timestamp());
+}
+
+std::string TavrelDDLogFileFormatterDefault::formatLogMessage(const TavrelDDLogMessage& message) {
+  return std::string(timeOf(message));
 }
 
 }  // namespace tavrel

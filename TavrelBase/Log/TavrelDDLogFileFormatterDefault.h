@@ -9,6 +9,11 @@ namespace tavrel {
 class TAVREL_API TavrelDDLogFileFormatterDefault : public TavrelDDLogFormatter {
  public:
   std::string formatLogMessage(const TavrelDDLogMessage& message) override;
+
+ private:
+  friend class TavrelDDFileLogger;
+  /// The same, valid until the calling thread's next call.
+  static std::string_view timeOf(const TavrelDDLogMessage& message);
 };
 
 }  // namespace tavrel

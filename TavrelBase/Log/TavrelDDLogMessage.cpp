@@ -6,6 +6,7 @@
 #include <charconv>
 
 #include "Platform/Dispatch/DispatchQueue.h"
+#include "TavrelBase/Log/Private/Concatenate.h"
 
 namespace tavrel {
 namespace {
@@ -29,7 +30,7 @@ class ThreadDescription {
 
  private:
   static ThreadDescription& ofThread() {
-    static thread_local ThreadDescription description;
+    [[gnu::tls_model("initial-exec")]] static thread_local ThreadDescription description;
     return description;
   }
   void read(TavrelDDLogMessage::Clock::time_point now) {
@@ -71,20 +72,14 @@ TavrelDDLogMessage::TavrelDDLogMessage(std::string_view message, unsigned level,
   const ThreadDescription& thread = ThreadDescription::current(timestamp);
   const DispatchQueue* const queue = DispatchQueue::current();
   const std::string_view queueLabel = queue ? std::string_view(queue->label()) : std::string_view();
-  texts_.reserve(message.size() + file.size() + function.size() + tag.size() + thread.id().size() +
-                 thread.name().size() + queueLabel.size());
-  const auto append = [this](std::string_view text) {
-    texts_.append(text);
-    return texts_.size();
-  };
-  messageEnd_ = append(message);
+  concatenate(texts_, message, file, function, tag, thread.id(), thread.name(), queueLabel);
+  messageEnd_ = message.size();
   lastComponentStart_ = messageEnd_ + lastComponentStart(file);
-  fileEnd_ = append(file);
-  functionEnd_ = append(function);
-  tagEnd_ = append(tag);
-  threadIDEnd_ = append(thread.id());
-  threadNameEnd_ = append(thread.name());
-  append(queueLabel);
+  fileEnd_ = messageEnd_ + file.size();
+  functionEnd_ = fileEnd_ + function.size();
+  tagEnd_ = functionEnd_ + tag.size();
+  threadIDEnd_ = tagEnd_ + thread.id().size();
+  threadNameEnd_ = threadIDEnd_ + thread.name().size();
 }
 
 }  // namespace tavrel

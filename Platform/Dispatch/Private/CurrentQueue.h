@@ -15,7 +15,8 @@ class CurrentQueue {
   ~CurrentQueue() { slot() = outer_; }
 
   static DispatchQueue*& slot() {
-    static thread_local DispatchQueue* queue = nullptr;
+    // Looked at with each log call.
+    [[gnu::tls_model("initial-exec")]] static thread_local DispatchQueue* queue = nullptr;
     return queue;
   }
 

@@ -56,4 +56,11 @@ void appendUtf8(std::string& text, std::string_view bytes) {
   }
 }
 
+std::string_view utf8Of(std::string_view bytes, std::string& room) {
+  if (asciiLength(bytes) == bytes.size()) return bytes;
+  room.clear();
+  appendUtf8(room, bytes);
+  return room;
+}
+
 }  // namespace tavrel

@@ -17,6 +17,20 @@ constexpr std::chrono::milliseconds kLinger(1);
 
 }  // namespace
 
+void LogEntry::letGo() {
+  constexpr std::size_t kLargestKept = 1024;
+  if (!isMessage() || message().message().size() > kLargestKept) content.emplace<Operation>();
+}
+
+void LogBacklog::enqueue(LogEntry&& entry) {
+  if (waitingCount_ < waiting_.size()) {
+    waiting_[waitingCount_] = std::move(entry);
+  } else {
+    waiting_.push_back(std::move(entry));
+  }
+  ++waitingCount_;
+}
+
 LogBacklog::Push LogBacklog::push(LogEntry& entry, bool mayWait, bool isWaitedFor) {
   std::unique_lock lock(mutex_);
   if (entry.takesRoom && mayWait && !hasRoom(capacity_)) {
@@ -32,8 +46,8 @@ LogBacklog::Push LogBacklog::push(LogEntry& entry, bool mayWait, bool isWaitedFo
   entry.holdsUp = !entry.isWrittenThrough && (isWaitedFor || !entry.isMessage() || holdingUp_ > 0);
   if (entry.holdsUp) ++holdingUp_;
   hasUrgent_ = hasUrgent_ || entry.done || entry.holdsUp;
-  waiting_.push_back(std::move(entry));
-  if (isLingering_ && (hasUrgent_ || waiting_.size() >= step_)) {
+  enqueue(std::move(entry));
+  if (isLingering_ && (hasUrgent_ || waitingCount_ >= step_)) {
     isLingering_ = false;
     moreArrived_.notify_one();
   }
@@ -44,30 +58,31 @@ void LogBacklog::pushIdle(LogEntry&& entry) {
   const std::lock_guard lock(mutex_);
   entry.holdsUp = true;
   ++holdingUp_;
-  waiting_.push_back(std::move(entry));
+  enqueue(std::move(entry));
 }
 
 LogBacklog::Work LogBacklog::hurry() {
   const std::lock_guard lock(mutex_);
-  if (waiting_.empty()) return Work::none;
+  if (waitingCount_ == 0) return Work::none;
   hasUrgent_ = true;
   if (std::exchange(isLingering_, false)) moreArrived_.notify_one();
   return std::exchange(isWorking_, true) ? Work::oneBatch : Work::untilIdle;
 }
 
-void LogBacklog::take(std::vector<LogEntry>& entries) {
+std::span<LogEntry> LogBacklog::take(std::vector<LogEntry>& entries) {
   const std::lock_guard lock(mutex_);
   entries.swap(waiting_);
   hasUrgent_ = false;
+  return std::span(entries).first(std::exchange(waitingCount_, 0));
 }
 
 bool LogBacklog::continueWork(bool lingers) {
   std::unique_lock lock(mutex_);
   if (blockedCallers_ > 0) roomAppeared_.notify_all();
-  isLingering_ = lingers && !isClosed_ && !hasUrgent_ && waiting_.size() < step_;
+  isLingering_ = lingers && !isClosed_ && !hasUrgent_ && waitingCount_ < step_;
   moreArrived_.wait_for(lock, kLinger, [this] { return !isLingering_; });
   isLingering_ = false;
-  isWorking_ = !waiting_.empty();
+  isWorking_ = waitingCount_ > 0;
   return isWorking_;
 }
 
@@ -91,19 +106,15 @@ bool LogBacklog::waitUntilCaughtUp(std::chrono::milliseconds patience) {
   return caughtUp_.wait_for(lock, patience, [this] { return holdingUp_ == 0; });
 }
 
-bool LogBacklog::isSettled() {
-  const std::lock_guard lock(mutex_);
-  return holdingUp_ == 0 && !isClosed_;
-}
-
 void LogBacklog::renew() {
   std::vector<LogEntry> kept = std::move(waiting_);
+  const std::size_t count = waitingCount_;
   const std::size_t capacity = capacity_;
   const bool isClosed = isClosed_;
   // Not destroyed: threads that the child does not have may wait in it.
   new (this) LogBacklog(capacity);
   isClosed_ = isClosed;
-  for (LogEntry& entry : kept) {
+  for (LogEntry& entry : std::span(kept).first(count)) {
     if (!entry.isMessage()) pushIdle({std::move(entry.content)});
   }
 }

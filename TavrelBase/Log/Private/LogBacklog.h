@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <span>
 #include <variant>
 #include <vector>
 
@@ -24,6 +25,8 @@ struct LogEntry {
   bool holdsUp = false;               ///< later records must not be written through before it is done
 
   bool isMessage() const { return content.index() == 0; }
+  /// Keeps memory for a later record at most.
+  void letGo();
   const TavrelDDLogMessage& message() const { return *std::get_if<0>(&content); }
 };
 
@@ -48,8 +51,9 @@ class LogBacklog {
   /// next: the work on one batch, or, where none is under way, work until there is no more.
   Work hurry();
 
-  /// Exchanges `entries`, which must be empty, for what waits. Logging queue only.
-  void take(std::vector<LogEntry>& entries);
+  /// Exchanges `entries` for what waits, and returns how many those are; the rest is room whose memory later entries
+  /// use again, so that records need none from one thread that another gives back. Logging queue only.
+  std::span<LogEntry> take(std::vector<LogEntry>& entries);
   /// After work: waits a moment for more, unless a caller waits or much has come already. True when there is more,
   /// which must then be taken; otherwise the next push reports idleness. Logging queue only.
   bool continueWork(bool lingers = true);
@@ -58,7 +62,7 @@ class LogBacklog {
   /// Returns when nothing holds up what is to be written through; false when something does for longer.
   bool waitUntilCaughtUp(std::chrono::milliseconds patience);
   /// Nothing waits that may change who admits a record, and the process is not ending.
-  bool isSettled();
+  bool isSettled() const { return holdingUp_ == 0 && !isClosed_; }
   /// How many records were accepted and not yet written. Takes no lock: any thread, signal handlers too.
   std::size_t unwritten() const { return accepted_.load() - written_.load(); }
   /// Refuses everything from now on and wakes those who wait for room.
@@ -71,6 +75,7 @@ class LogBacklog {
 
  private:
   bool hasRoom(std::size_t room) const { return unwritten() < room; }
+  void enqueue(LogEntry&& entry);
 
   const std::size_t capacity_;
   const std::size_t step_;  // so many records are worth waking a thread
@@ -79,11 +84,12 @@ class LogBacklog {
   std::condition_variable moreArrived_;
   std::condition_variable caughtUp_;
   std::vector<LogEntry> waiting_;
+  std::size_t waitingCount_ = 0;
   std::atomic<std::size_t> accepted_ = 0;
   bool isWorking_ = false;
   bool isLingering_ = false;
   bool hasUrgent_ = false;  // a caller waits for one of the entries
-  bool isClosed_ = false;
+  std::atomic<bool> isClosed_ = false;
   std::atomic<std::size_t> written_ = 0;
   std::atomic<unsigned> blockedCallers_ = 0;
   std::atomic<unsigned> holdingUp_ = 0;

@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,19 +33,21 @@ LogFile::LogFile(int fileDescriptor, const std::filesystem::path& path)
 
 LogFile::~LogFile() { close(fileDescriptor_); }
 
-LogFile::Appended LogFile::append(std::string_view text, std::span<const std::size_t> lineEnds) {
+LogFile::Appended LogFile::append(std::string_view text, std::span<const std::size_t> lineEnds, bool looks) {
   std::size_t written = 0;
   int reason = 0;
   while (written < text.size() && reason == 0) {
-    const ssize_t count = ::write(fileDescriptor_, text.data() + written, text.size() - written);
+    // Not `write`, which lets a thread be cancelled here.
+    const ssize_t count = syscall(SYS_write, fileDescriptor_, text.data() + written, text.size() - written);
     if (count >= 0) {
       written += static_cast<std::size_t>(count);
     } else if (errno != EINTR) {
       reason = errno;
     }
   }
+  offset_ += written;
   const off_t position = reason == 0 ? -1 : lseek(fileDescriptor_, 0, SEEK_CUR);
-  look();
+  if (looks || reason != 0) look();
   if (reason == 0) return {lineEnds.size(), 0};
   const auto end = std::ranges::upper_bound(lineEnds, written);
   const std::size_t whole = end == lineEnds.begin() ? 0 : *std::prev(end);

@@ -22,9 +22,10 @@ class LogFile {
   ~LogFile();
 
   int fileDescriptor() const { return fileDescriptor_; }
-  /// The end of the file after the last write; other processes of the application may append to it too.
+  /// The end of the file as last seen, and what was written since; other processes of the application may append to it
+  /// too.
   std::uint64_t offset() const { return offset_; }
-  /// Whether it was already deleted when the last write was done.
+  /// Whether it was already deleted when last seen.
   bool isDeleted() const { return isDeleted_; }
   /// See `FileWatch`.
   bool isGone(FileWatch::TimePoint now) { return watch_.isFileGone(now); }
@@ -34,8 +35,8 @@ class LogFile {
     int reason = 0;
   };
   /// Appends `text`, which consists of lines that end at `lineEnds`. When only a part can be written, the line it ends
-  /// in is taken back, so that the file holds whole lines.
-  Appended append(std::string_view text, std::span<const std::size_t> lineEnds);
+  /// in is taken back, so that the file holds whole lines. `looks` afterwards, and whenever it fails.
+  Appended append(std::string_view text, std::span<const std::size_t> lineEnds, bool looks);
   void synchronise() const;
 
  private:

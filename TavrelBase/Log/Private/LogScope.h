@@ -17,7 +17,7 @@ class LogScope {
 
  private:
   static bool& flag() {
-    static thread_local bool isInside = false;
+    [[gnu::tls_model("initial-exec")]] static thread_local bool isInside = false;
     return isInside;
   }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <exception>
 #include <system_error>
 #include <utility>
@@ -13,6 +14,8 @@
 
 namespace tavrel {
 namespace {
+
+using namespace std::chrono_literals;
 
 /// Lines gather up to this size before they are written.
 constexpr std::size_t kLargestGathering = std::size_t{64} * 1024;
@@ -97,7 +100,7 @@ void RollingLogFile::add(std::string_view line, std::chrono::system_clock::time_
     ++lostLines_;
     return;
   }
-  lastTime_ = time;
+  timeBefore_ = std::exchange(lastTime_, time);
   gathered_.append(line);
   lineEnds_.push_back(gathered_.size());
   if (gathered_.size() >= kLargestGathering) write();
@@ -135,8 +138,20 @@ void RollingLogFile::append() {
   }
   if (lostLines_ > 0) writeLostNote();
   info_->reset();
-  const auto [lines, reason] = file_->append(gathered_, lineEnds_);
+  const auto [lines, reason] = file_->append(gathered_, lineEnds_, mustLook());
   if (reason != 0) noteLost(lineEnds_.size() - lines, std::generic_category().message(reason));
+}
+
+bool RollingLogFile::mustLook() {
+  const auto isWithin = [this](TimePoint then, TimePoint::duration limit) {
+    return lastTime_ >= then && lastTime_ - then < limit;
+  };
+  // A look costs as much as a write. It is left out while one line follows upon another, for a few lines, since
+  // deleting a file takes longer; but not where other processes can have filled the file meanwhile.
+  const bool mayBeFull = maximumFileSize != 0 && file_->offset() + kLargestGathering >= maximumFileSize;
+  if (!mayBeFull && isWithin(timeBefore_, 2us) && isWithin(lookedAt_, 10us)) return false;
+  lookedAt_ = lastTime_;
+  return true;
 }
 
 void RollingLogFile::noteLost(std::size_t lines, const std::string& reason) {
@@ -150,7 +165,7 @@ void RollingLogFile::writeLostNote() {
   const std::string note = fmt::format("{}{} messages were lost before this line: {}{}", frame.head(), lostLines_,
                                        lostReason_, frame.tail());
   const std::size_t end[] = {note.size()};
-  if (file_->append(note, end).reason == 0) lostLines_ = 0;
+  if (file_->append(note, end, true).reason == 0) lostLines_ = 0;
 }
 
 void RollingLogFile::roll() {

@@ -48,12 +48,15 @@ class RollingLogFile {
   const std::unique_ptr<LogFile>& file() const { return file_; }
 
  private:
+  using TimePoint = std::chrono::system_clock::time_point;
+
   void report(std::string_view reason);
   std::optional<TavrelDDLogFileInfo> reusableFile();
   Expected<void> openPath(TavrelDDLogFileInfo info);
   std::unique_ptr<LogFile> takeFile();
   void noteLost(std::size_t lines, const std::string& reason);
   void append();
+  bool mustLook();
   void replace();
   void writeLostNote();
   bool isTooOld(const TavrelDDLogFileInfo& info) const;
@@ -66,7 +69,9 @@ class RollingLogFile {
   std::unique_ptr<LogFile> file_;
   std::string gathered_;
   std::vector<std::size_t> lineEnds_;
-  std::chrono::system_clock::time_point lastTime_;
+  TimePoint lastTime_;
+  TimePoint timeBefore_;
+  TimePoint lookedAt_;
   std::size_t lostLines_ = 0;
   std::string lostReason_;
   LimitedReports reports_{"TavrelDDFileLogger.logMessage: Too many exceptions -- will not log any more of them."};
