@@ -25,9 +25,9 @@ TAVREL_API extern const double kTavrelDDDefaultLogRollingFrequency;    ///< 24 h
 ///
 /// Every log call, even an asynchronous one, passes its line to the kernel before it returns, so that not even `_exit`
 /// or a kill loses lines. Only while the disk takes longer than half a second for a line do lines wait in the
-/// dispatcher, where at most `TavrelDDLog::kMaximumQueueSize` can be lost. The text of a fatal assertion, or the name
-/// of a signal that ends the process, is the last line; see `TavrelLogger::setHandlesSignals`. A forked child logs to
-/// the same files.
+/// dispatcher, where at most `TavrelDDLog::kMaximumQueueSize` and `kMaximumGathering` can be lost. The text of a fatal
+/// assertion, or the name of a signal that ends the process, is the last line; see `TavrelLogger::setHandlesSignals`. A
+/// forked child logs to the same files.
 ///
 /// After a restart the newest file is continued unless it is archived, too large or too old. Several processes may
 /// write to one directory; a file then exceeds the size limit by at most one line of each. If the open file or a

@@ -112,8 +112,10 @@ struct TavrelDDLog::Implementation {
     const std::span<LogEntry> entries = backlog.take(batch);
     for (auto entry = entries.begin(); entry != entries.end();) {
       if (entry->isMessage()) {
-        const auto end = std::find_if_not(entry, entries.end(), [](const LogEntry& next) { return next.isMessage(); });
+        const auto limit = entry + std::min<std::ptrdiff_t>(kMaximumGathering, entries.end() - entry);
+        const auto end = std::find_if_not(entry, limit, [](const LogEntry& next) { return next.isMessage(); });
         fanOut.write({entry, end});
+        backlog.didHandOver();
         entry = end;
       } else {
         std::get<LogEntry::Operation>(entry->content)();
@@ -132,7 +134,8 @@ struct TavrelDDLog::Implementation {
   }
 
   void lt_addLogger(std::shared_ptr<TavrelDDLogger> logger, unsigned level) {
-    if (logger->writesThrough()) LastWords::watch(backlog);
+    LastWords::watch(backlog);
+    if (logger->writesThrough()) LastWords::hearSignals();
     fanOut.add(std::move(logger), level);
     takeSnapshot();
   }

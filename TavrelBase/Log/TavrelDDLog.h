@@ -33,6 +33,8 @@ class TAVREL_API TavrelDDLog {
  public:
   /// Maximum number of pending records.
   static constexpr std::size_t kMaximumQueueSize = 1000;
+  /// Maximum number of records that loggers gather, having received them, before they must write them.
+  static constexpr std::size_t kMaximumGathering = 64;
 
   static TavrelDDLog& sharedInstance();
 

@@ -21,7 +21,8 @@ class TAVREL_API TavrelDDLogger {
   /// ahead.
   virtual void logMessage(const TavrelDDLogMessage& message) = 0;
   /// For loggers that buffer their output: must write everything received so far. Called after the last of several
-  /// records handed over together, before waiting for a slower logger, and before a synchronous call returns.
+  /// records handed over together, at most `TavrelDDLog::kMaximumGathering`, before waiting for a slower logger, and
+  /// before a synchronous call returns.
   virtual void finishHandOver() {}
   /// True to write records on the thread that logs, as if on the logger's queue, followed by `finishHandOver`, as long
   /// as that takes only microseconds. Then nothing logged is lost, however the process ends, but callers may wait for

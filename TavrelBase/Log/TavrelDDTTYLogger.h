@@ -14,6 +14,9 @@ namespace tavrel {
 ///
 /// A blocked descriptor, such as a full pipe or a stopped terminal, delays the process by at most a second, once, and
 /// never ends it. What it does not take is lost; a line tells how much as soon as it accepts output again.
+///
+/// Lines are written soon after the call. `_exit`, a kill and, without a file logger, other signals lose those that are
+/// pending, at most `TavrelDDLog::kMaximumQueueSize` and `kMaximumGathering`. Other ends of the process lose none.
 class TAVREL_API TavrelDDTTYLogger : public TavrelDDAbstractLogger {
  public:
   /// The process's console logger, added by `TavrelLogger` when the library is loaded.

@@ -33,6 +33,7 @@ std::atomic<bool> isDying = false;
 
 std::mutex installation;
 bool handlesSignals = true;
+bool isHearing = false;
 bool isInstalled = false;
 std::array<struct sigaction, kSignals.size()> before;
 
@@ -41,11 +42,11 @@ void finishWriting() {
   constexpr int kLongestStandstill = 200;  // the dying thread may itself be the one that writes
   const LogBacklog* const backlog = watched;
   if (!backlog) return;
-  std::size_t left = backlog->unwritten();
+  std::size_t left = backlog->unfinished();
   for (int waited = 0, standstill = 0; left > 0 && waited < kLongest && standstill < kLongestStandstill; ++waited) {
     constexpr timespec kMillisecond = {0, 1000000};
     nanosleep(&kMillisecond, nullptr);
-    const std::size_t now = backlog->unwritten();
+    const std::size_t now = backlog->unfinished();
     standstill = now < left ? 0 : standstill + 1;
     left = now;
   }
@@ -130,6 +131,11 @@ void LastWords::watch(const LogBacklog& backlog) {
     ProcessEnd::atFatalAssertion([](std::string_view text) { say("*** Assertion failure: ", text, "fatalAssertion"); });
     at_quick_exit(finishWriting);
   }
+}
+
+void LastWords::hearSignals() {
+  const std::lock_guard lock(installation);
+  isHearing = true;
   if (handlesSignals) install();
 }
 
@@ -137,7 +143,7 @@ void LastWords::setHandlesSignals(bool handles) {
   const std::lock_guard lock(installation);
   handlesSignals = handles;
   if (!handles) uninstall();
-  if (handles && watched.load()) install();
+  if (handles && isHearing) install();
 }
 
 void LastWords::addFile(int fileDescriptor) {

@@ -12,8 +12,10 @@ class LogBacklog;
 /// next. Takes no lock and allocates nothing. Any thread.
 class LastWords {
  public:
-  /// From now on, with the first log file.
+  /// From now on, with the first logger.
   static void watch(const LogBacklog& backlog);
+  /// From now on, with the first log file, unless turned off.
+  static void hearSignals();
   static void setHandlesSignals(bool handles);
 
   static void addFile(int fileDescriptor);

@@ -59,12 +59,15 @@ class LogBacklog {
   bool continueWork(bool lingers = true);
   /// An entry is done, for the caller that waits for it too. Any thread.
   void didFinish(const LogEntry& entry);
+  /// The loggers have handed over everything that is done. Logging queue only.
+  void didHandOver() { handedOver_ = written_.load(); }
   /// Returns when nothing holds up what is to be written through; false when something does for longer.
   bool waitUntilCaughtUp(std::chrono::milliseconds patience);
   /// Nothing waits that may change who admits a record, and the process is not ending.
   bool isSettled() const { return holdingUp_ == 0 && !isClosed_; }
-  /// How many records were accepted and not yet written. Takes no lock: any thread, signal handlers too.
-  std::size_t unwritten() const { return accepted_.load() - written_.load(); }
+  /// How many records were accepted and not yet written; one more while loggers gather what is. Takes no lock: any
+  /// thread, signal handlers too.
+  std::size_t unfinished() const { return unwritten() + (handedOver_ == written_ ? 0 : 1); }
   /// Refuses everything from now on and wakes those who wait for room.
   void close();
 
@@ -74,6 +77,7 @@ class LogBacklog {
   void renew();
 
  private:
+  std::size_t unwritten() const { return accepted_.load() - written_.load(); }
   bool hasRoom(std::size_t room) const { return unwritten() < room; }
   void enqueue(LogEntry&& entry);
 
@@ -91,6 +95,7 @@ class LogBacklog {
   bool hasUrgent_ = false;  // a caller waits for one of the entries
   std::atomic<bool> isClosed_ = false;
   std::atomic<std::size_t> written_ = 0;
+  std::atomic<std::size_t> handedOver_ = 0;
   std::atomic<unsigned> blockedCallers_ = 0;
   std::atomic<unsigned> holdingUp_ = 0;
 };
