@@ -57,12 +57,13 @@ void TavrelGPUImageMovieWriter::Implementation::initializeMovieWithOutputSetting
   if (created) {
     assetWriter = *created;
   } else {
-    creationError = created.error();
-    ConsoleLog::write("Error: {}", creationError->description);
+    const Error& error = created.error();
+    creationError.set(error);
+    ConsoleLog::write("Error: {}", error.description);
     if (const auto block = failureBlock.get()) {
-      (*block)(*creationError);
+      (*block)(error);
     } else if (const auto listener = delegate.get().lock()) {
-      listener->movieRecordingFailedWithError(*creationError);
+      listener->movieRecordingFailedWithError(error);
     }
   }
   if (!truthFor(outputSettings, kTavrelHasVideoTrackKey).value_or(true)) return;
@@ -88,7 +89,7 @@ void TavrelGPUImageMovieWriter::Implementation::addTrack(MovieTrackFeeder& feede
                                                          const std::shared_ptr<AssetWriterInput>& track) {
   track->setExpectsMediaDataInRealTime(encodingLiveVideo);
   const auto refusal = feeder.attach(track);
-  if (refusal && !creationError) creationError = refusal;
+  if (refusal && !creationError.get()) creationError.set(refusal);
 }
 
 void TavrelGPUImageMovieWriter::setHasAudioTrack(bool hasAudioTrack, std::optional<Dictionary> audioSettings) {
@@ -117,7 +118,7 @@ void TavrelGPUImageMovieWriter::setPaused(bool newValue) {
 }
 
 void TavrelGPUImageMovieWriter::Implementation::startWriting() {
-  if (assetWriter && !creationError && !isWriting()) assetWriter->startWriting();
+  if (assetWriter && !creationError.get() && !isWriting()) assetWriter->startWriting();
 }
 
 MediaTime TavrelGPUImageMovieWriter::Implementation::startSession(MediaTime time, const MovieTrackFeeder& stream) {

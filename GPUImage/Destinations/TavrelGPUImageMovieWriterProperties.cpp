@@ -32,7 +32,7 @@ void TavrelGPUImageMovieWriter::setMetaData(std::vector<MetadataItem> newValue) 
 }
 
 std::optional<Error> TavrelGPUImageMovieWriter::error() const {
-  const auto& refusal = implementation_->creationError;
+  const auto refusal = implementation_->creationError.get();
   return refusal ? refusal : assetWriter()->error();
 }
 

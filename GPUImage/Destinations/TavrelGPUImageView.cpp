@@ -277,11 +277,13 @@ void TavrelGPUImageView::Implementation::drawInput() const {
 }
 
 void TavrelGPUImageView::setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer, Index) {
-  implementation_->inputFramebufferForDisplay = TavrelGPUImageFramebufferLease(std::move(newInputFramebuffer));
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    implementation_->inputFramebufferForDisplay = TavrelGPUImageFramebufferLease(std::move(newInputFramebuffer));
+  });
 }
 
 void TavrelGPUImageView::setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index) {
-  implementation_->inputRotation = newInputRotation;
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] { implementation_->inputRotation = newInputRotation; });
 }
 
 void TavrelGPUImageView::setInputSize(Size newSize, Index) {

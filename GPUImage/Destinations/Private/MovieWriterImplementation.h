@@ -45,7 +45,7 @@ struct TavrelGPUImageMovieWriter::Implementation {
   const std::filesystem::path movieURL;
   const std::string fileType;
   std::shared_ptr<AssetWriter> assetWriter;
-  std::optional<Error> creationError;  // of the file or a track: nothing will be recorded
+  SharedValue<std::optional<Error>> creationError;  // of the file or a track: nothing will be recorded
 
   MoviePainter painter;
   MovieTimeline timeline;

@@ -38,6 +38,9 @@ TEST_F(CameraTest, EverySetterMayBeCalledFromAnyThreadWhileFramesRun) {
         camera.setCaptureEffects(i % 2 == 0 ? TavrelCamera::CaptureEffects{beauty} : TavrelCamera::CaptureEffects{});
       },
       [](TavrelCamera& camera, int) { camera.switchCamera(); },
+      [](TavrelCamera& camera, int i) {
+        camera.setPreferredDevicePosition(i % 2 == 0 ? CaptureDevicePosition::front : CaptureDevicePosition::back);
+      },
       [](TavrelCamera& camera, int i) { camera.setPreferredMinFrameRate(5 + i % 5); },
       [](TavrelCamera& camera, int i) { camera.setPreferredMaxFrameRate(25 + i % 5); },
       [](TavrelCamera& camera, int i) {

@@ -1,50 +1,37 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <barrier>
+#include <array>
 #include <thread>
 
-#include "Support/GraphTestSupport.h"
+#include "Support/ThreadsTestSupport.h"
 
 namespace tavrel {
 namespace {
 
+using test::Feeder;
 using test::largestDifference;
 using test::Picture;
 using test::Pixel;
 using test::RecordingTarget;
+using test::runTogether;
 
-/// Feeds frames, one after the other, for as long as it lives.
-class Feeder {
- public:
-  explicit Feeder(std::shared_ptr<TavrelGPUImageCVPixelBufferInput> input)
-      : thread_([this, input = std::move(input)] {
-          const auto buffer = test::pixelBufferOf(test::distinctPicture(16, 12));
-          for (int i = 0; !isDone_; ++i) input->processCVPixelBuffer(buffer, MediaTime::make(i, 30), true);
-        }) {}
-  Feeder(const Feeder&) = delete;
-  Feeder& operator=(const Feeder&) = delete;
-  ~Feeder() {
-    isDone_ = true;
-    thread_.join();
-  }
-
- private:
-  std::atomic<bool> isDone_ = false;
-  std::thread thread_;
-};
-
-/// Runs `turns` turns of each of `works` at the same time, on threads of their own.
-void runTogether(const std::vector<std::function<void(int turn)>>& works, int turns) {
-  std::barrier start(static_cast<std::ptrdiff_t>(works.size()));
-  std::vector<std::thread> threads;
-  for (const auto& work : works) {
-    threads.emplace_back([&] {
-      start.arrive_and_wait();
-      for (int turn = 0; turn < turns; ++turn) work(turn);
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+/// Each of them in vain: no shader here has such a uniform.
+void setUniforms(TavrelGPUImageFilter& filter) {
+  constexpr GLint kNone = -1;
+  constexpr std::array<GLfloat, 2> kArray = {1, 2};
+  const auto program = filter.program();
+  filter.setFloat(1, "unused");
+  filter.setInteger(1, "unused");
+  filter.setSize({1, 1}, "unused");
+  filter.setPoint({1, 1}, "unused");
+  filter.setFloatVec3({}, "unused");
+  filter.setFloatVec4({}, "unused");
+  filter.setFloatArray(kArray.data(), kArray.size(), kNone);
+  filter.setMatrix3f({}, kNone, program);
+  filter.setMatrix4f({}, kNone, program);
+  filter.setVec3({}, kNone, program);
+  filter.setVec4({}, kNone, program);
+  filter.setAndExecuteUniformStateCallbackAtIndex(kNone, program, [] {});
 }
 
 /// Every setter and getter that all filters have.
@@ -71,7 +58,7 @@ void setAll(TavrelGPUImageFilter& filter, int turn) {
   filter.setCurrentlyReceivingMonochromeInput(isOdd);
   filter.setPreventRendering(isOdd);
   filter.setPreventRendering(false);
-  filter.setFloat(1, "unused");
+  setUniforms(filter);
 
   EXPECT_FALSE(filter.shouldIgnoreUpdatesToThisTarget());
   EXPECT_TRUE(filter.enabled());
@@ -103,8 +90,9 @@ TEST(NodeThreads, EveryFilterMayBeSetFromManyThreadsWhileFramesRun) {
   const auto lookup = std::make_shared<TavrelGPUImageLookupFilter>();
   const auto blend = std::make_shared<TavrelGPUImageAlphaBlendFilter>();
   const auto buffer = std::make_shared<TavrelGPUImageBuffer>();
+  const auto rotation = std::make_shared<TavrelGPUImageRotationFilter>(kTavrelGPUImageRotate180);
   const auto still = std::make_shared<TavrelGPUImagePicture>(test::imageOf(test::distinctPicture(8, 8)));
-  const std::vector<std::shared_ptr<TavrelGPUImageFilter>> chain = {crop, transform, placement, beautify,
+  const std::vector<std::shared_ptr<TavrelGPUImageFilter>> chain = {crop, transform, placement, beautify, rotation,
                                                                     blur, lookup,    blend,     buffer};
   input->addTarget(chain.front());
   for (std::size_t i = 1; i < chain.size(); ++i) chain[i - 1]->addTarget(chain[i], 0);
@@ -119,11 +107,14 @@ TEST(NodeThreads, EveryFilterMayBeSetFromManyThreadsWhileFramesRun) {
     const double level = 0.1 * (turn % 10);
     crop->setCropRegion({{0, 0}, {1 - level / 2, 1}});
     transform->setAffineTransform({1, 0, 0, 1, level, 0});
+    transform->setTransform3D(transform->transform3D());
     transform->setIgnoreAspectRatio(turn % 2 == 0);
     transform->setAnchorTopLeft(turn % 3 == 0);
     beautify->setToneLevel(level);
     beautify->setBeautyLevel(level);
     beautify->setBrightLevel(level);
+    beautify->setParams(level, level);
+    rotation->setRotation(turn % 2 == 0 ? kTavrelGPUImageNoRotation : kTavrelGPUImageRotate180);
     lookup->setIntensity(level);
     blend->setMix(level);
     blend->setInputRotation(kTavrelGPUImageRotateLeft, 1);
