@@ -93,7 +93,8 @@ TEST_F(PeerRecordingTest, GoesOnWithSoundWhenTheCameraGoesAndTakesItBack) {
       }
       return false;
     };
-    std::this_thread::sleep_for(2500ms);
+    while (!std::filesystem::exists(movie)) std::this_thread::sleep_for(100ms);  // the first second is in it
+    std::this_thread::sleep_for(1500ms);
     camera_->kill();
     if (says("what else there is goes on\n")) {
       camera_ = service_.startCamera("cam", kCaps);
