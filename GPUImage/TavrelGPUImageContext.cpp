@@ -17,6 +17,7 @@
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Foundation/ProcessEnd.h"
 #include "Platform/Tracing/Tracer.h"
 
 namespace tavrel {
@@ -95,6 +96,11 @@ TavrelGPUImageContext::TavrelGPUImageContext() : implementation_(std::make_uniqu
 
 TavrelGPUImageContext::~TavrelGPUImageContext() {
   Implementation& self = *implementation_;
+  if (ProcessEnd::isOnEndingThread()) {
+    // The driver is gone, through which all this would be deleted.
+    static_cast<void>(implementation_.release());
+    return;
+  }
   self.framebufferCache.reset();
   const auto releaseObjects = [&] {
     if (self.context) useAsCurrentContext();  // programs and textures are deleted through it

@@ -1,5 +1,6 @@
 #include "Platform/Foundation/ProcessEnd.h"
 
+#include <dlfcn.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -124,6 +125,9 @@ struct ThreadWatch {
 };
 thread_local ThreadWatch threadWatch;
 
+/// Looked up while the library is loaded: later, another thread may hold the loader's lock, and load a driver.
+void (*const nextExit)(int) = reinterpret_cast<void (*)(int)>(dlsym(RTLD_NEXT, "exit"));
+
 [[maybe_unused]] const bool isLoaderWatched = (ProcessEnd::watchThisThread(), ProcessEnd::watchForks(), true);
 
 }  // namespace
@@ -172,3 +176,11 @@ void ProcessEnd::standStill() {
 }
 
 }  // namespace tavrel
+
+/// In front of the C library's, on threads that are not watched too: loading a driver and compiling a shader register
+/// the end of statics at any time, which must not come before that of the blocks that use them.
+extern "C" [[gnu::visibility("default")]] void exit(int status) noexcept {
+  tavrel::endProcess(status, nullptr);
+  if (tavrel::nextExit) tavrel::nextExit(status);
+  _exit(status);
+}

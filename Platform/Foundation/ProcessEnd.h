@@ -35,8 +35,9 @@ class ProcessEnd {
   static void comeFirst();
   /// Call it when a driver is loaded; makes the shutdown precede its end.
   static void noteDriver();
-  /// Makes the calling thread call `comeFirst` when it calls `exit`, which first destroys thread-local variables. The
-  /// thread that loads the library is watched already.
+  /// Makes the calling thread call `comeFirst` when it ends the process, which first destroys thread-local variables.
+  /// The thread that loads the library is watched already, and all are where the library's `exit` is the program's:
+  /// wherever it is linked, not loaded later.
   static void watchThisThread();
   /// Call it before the calling thread ends normally.
   static void stopWatchingThisThread();

@@ -165,6 +165,43 @@ void leaveWhileABlockWaitsForMain() {
   leave();
 }
 
+/// The writer is destroyed behind everything that it needs.
+void leaveWithAStaticWriter() {
+  static std::shared_ptr<TavrelGPUImageMovieWriter> writer;
+  const Graph graph;
+  const auto path = moviePath();
+  writer = std::make_shared<TavrelGPUImageMovieWriter>(path, Size{320, 240});
+  graph.blur->addTarget(writer);
+  writer->startRecording();
+  for (int i = 0; i < 5; ++i) graph.picture->processImage();
+  TavrelRunSynchronouslyOnContextQueue(*writer->movieWriterContext(), [] {});
+  std::filesystem::remove(path);
+  leave();
+}
+
+/// Long before anything is drawn, or loaded.
+void leaveWhileAThreadBegins() {
+  std::thread([] {
+    const Graph graph;
+    for (;;) graph.picture->processImage();
+  }).detach();
+  leave();
+}
+
+/// The leaving thread never used the library, and the driver is at work for the first time.
+template <int kMilliseconds>
+void leaveDuringTheFirstDraws() {
+  std::thread([] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(kMilliseconds));
+    leave();
+  }).detach();
+  const Graph graph;
+  for (int radius = 2;; ++radius) {
+    graph.blur->setBlurRadiusInPixels(radius % 20);
+    graph.picture->processImage();
+  }
+}
+
 void leaveInABlockOfMain() {
   const Graph graph;
   graph.picture->processImage();
@@ -232,6 +269,11 @@ constexpr Way kWays[] = {
     {"main, a block waits for it", leaveWhileABlockWaitsForMain},
     {"main, statics use the graph later", leaveAndUseTheGraphAfterwards},
     {"main, blocks sleep", leaveWhileABlockSleeps},
+    {"main, a static writer", leaveWithAStaticWriter},
+    {"main, a thread begins", leaveWhileAThreadBegins},
+    {"another thread, the driver is being loaded", leaveDuringTheFirstDraws<50>},
+    {"another thread, the driver compiles", leaveDuringTheFirstDraws<150>},
+    {"another thread, the driver draws", leaveDuringTheFirstDraws<400>},
     {"a block of main", leaveInABlockOfMain},
     {"frame block", leaveInFrameBlock},
     {"global queue", leaveOnTheGlobalQueue},

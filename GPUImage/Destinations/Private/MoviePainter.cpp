@@ -9,6 +9,7 @@
 #include "GPUImage/Private/ContextLending.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Foundation/ProcessEnd.h"
 #include "Platform/Graphics/PixelBufferPool.h"
 #include "Platform/Tracing/Tracer.h"
 
@@ -18,7 +19,8 @@ MoviePainter::MoviePainter(Size videoSize)
     : videoSize_(videoSize), movieWriterContext_(std::make_shared<TavrelGPUImageContext>()) {}
 
 MoviePainter::~MoviePainter() {
-  if (colorSwizzlingProgram_) destroyDataFBO();  // else there was no context
+  // Without the program there was no context; when the process ends, there is none any more.
+  if (colorSwizzlingProgram_ && !ProcessEnd::isOnEndingThread()) destroyDataFBO();
 }
 
 Expected<void> MoviePainter::prepare() {

@@ -22,6 +22,8 @@ DispatchRuntime::DispatchRuntime()
       mainWorker_(makeWorker("main", 0, {.usesDriver = true})) {
   startTimers();
   registerEnd();
+  // The stages registered for may have passed: whoever first asks for a queue now gets one that begins no blocks.
+  if (ProcessEnd::hasBegun()) closeWorkers(true);
   ProcessEnd::watchForks();  // whose part comes first in the child
   pthread_atfork([] { shared().rest(); }, [] { shared().wake(); }, [] { shared().renew(); });
 }

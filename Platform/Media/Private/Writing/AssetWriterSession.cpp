@@ -1,10 +1,12 @@
 #include "Platform/Media/Private/Writing/AssetWriterSession.h"
-#include "Platform/Media/MediaError.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <utility>
+
+#include "Platform/Foundation/ProcessEnd.h"
+#include "Platform/Media/MediaError.h"
 
 namespace tavrel {
 namespace {
@@ -194,7 +196,7 @@ void AssetWriterSession::finish(std::function<void()> completion) {
 }
 
 void AssetWriterSession::waitUntilEnded() {
-  if (control_->isCurrent()) return;
+  if (control_->isCurrent() || ProcessEnd::isOnEndingThread()) return;
   std::unique_lock lock(mutex_);
   if (isEnding_) ended_.wait(lock, [this] { return hasEnded_; });
 }
@@ -218,6 +220,13 @@ void AssetWriterSession::cancel() {
 }
 
 void AssetWriterSession::close() {
+  if (ProcessEnd::isOnEndingThread()) {
+    // Its queues have ended: the file stays as it is, like that of a process that was killed, and what threads may
+    // still be using stays too.
+    static auto* const abandoned = new std::vector<std::shared_ptr<AssetWriterSession>>;
+    abandoned->push_back(shared_from_this());
+    return;
+  }
   finishAndWait();
   // The control thread may still be about to let go of this object: it ends here, not some time later on itself.
   if (!control_->isCurrent()) control_->shutDown();
