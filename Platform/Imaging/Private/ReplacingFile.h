@@ -9,7 +9,9 @@
 
 namespace tavrel {
 
-/// A new file beside the one that it is to replace, removed again unless it is kept. After false, errno has the reason.
+/// A new file that is to replace another, removed again unless it is kept. It has no name until then where the file
+/// system can do so, and nothing remains of it if the process is killed; elsewhere it lies beside the other. After
+/// false, errno has the reason.
 class ReplacingFile {
  public:
   explicit ReplacingFile(const std::filesystem::path& finalPath);
@@ -24,8 +26,10 @@ class ReplacingFile {
   tl::unexpected<Error> systemFailure() const;
 
  private:
+  bool giveName();
+
   const std::filesystem::path finalPath_;
-  std::string path_;
+  std::string path_;  // empty without a name
   int descriptor_ = -1;
   bool isKept_ = false;
 };

@@ -194,6 +194,16 @@ TEST_F(FilterCommandTest, PartsHaveThePixelsOfTheWhole) {
   }
 }
 
+TEST_F(FilterCommandTest, NothingRemainsOfAPictureWhoseWriterIsKilled) {
+  const std::string command = "exec " TAVREL_PROGRAM " filter " + file("noise.png") + " " + file("out.png");
+  ASSERT_TRUE(ImageDestination::write(test::imageOf(test::noisePicture(320, 240, false)), file("noise.png")));
+  // A signal that nobody handles comes in the middle of the file.
+  const CommandResult killed = test::shell("sh -c 'ulimit -f 50; " + command + "'; kill -l $?");
+  EXPECT_NE(killed.output.find("XFSZ"), std::string::npos) << killed.output;
+  EXPECT_EQ(test::shell("ls " + file("")).output, "in.png\nnoise.png\n");
+  EXPECT_EQ(test::shell(command).status, 0);
+}
+
 TEST_F(FilterCommandTest, BadInputIsSaidInOneLineAndLeavesNothing) {
   struct Case {
     std::string arguments;
