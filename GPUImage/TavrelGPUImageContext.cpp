@@ -36,7 +36,24 @@ struct Device {
   GLint maximumTextureUnits = 0;
   GLint maximumVaryingVectors = 0;
   std::vector<std::string> extensions;
+  std::optional<TavrelGPUTextureOptions> deepTextureOptions;
+
+  bool has(std::string_view extension) const {
+    return std::find(extensions.begin(), extensions.end(), extension) != extensions.end();
+  }
 };
+
+std::optional<TavrelGPUTextureOptions> deepTextureOptionsOf(const Device& device) {
+  // A context that was asked for as ES 2.0 is one of a later version where the driver has that.
+  const auto* const text = reinterpret_cast<const char*>(glGetString(GL_VERSION));
+  const std::string_view version = text ? text : "";
+  if (!version.starts_with("OpenGL ES 3")) return std::nullopt;
+  if (device.has("GL_EXT_texture_norm16") && !version.starts_with("OpenGL ES 3.0"))
+    return TavrelGPUTextureOptions{.internalFormat = GL_RGBA16_EXT, .format = GL_RGBA, .type = GL_UNSIGNED_SHORT};
+  if (device.has("GL_EXT_color_buffer_half_float") || device.has("GL_EXT_color_buffer_float"))
+    return TavrelGPUTextureOptions{.internalFormat = GL_RGBA16F_EXT, .format = GL_RGBA, .type = GL_FLOAT};
+  return std::nullopt;
+}
 
 Device readDevice() {
   Device device;
@@ -48,6 +65,7 @@ Device readDevice() {
     const GLubyte* const list = glGetString(GL_EXTENSIONS);
     std::istringstream names(list ? reinterpret_cast<const char*>(list) : "");
     for (std::string name; std::getline(names, name, ' ');) device.extensions.push_back(std::move(name));
+    device.deepTextureOptions = deepTextureOptionsOf(device);
   });
   return device;
 }
@@ -153,8 +171,11 @@ GLint TavrelGPUImageContext::maximumTextureUnitsForThisDevice() { return device(
 GLint TavrelGPUImageContext::maximumVaryingVectorsForThisDevice() { return device().maximumVaryingVectors; }
 
 bool TavrelGPUImageContext::deviceSupportsOpenGLESExtension(std::string_view extension) {
-  const std::vector<std::string>& names = device().extensions;
-  return std::find(names.begin(), names.end(), extension) != names.end();
+  return device().has(extension);
+}
+
+std::optional<TavrelGPUTextureOptions> TavrelGPUImageContext::deepTextureOptions() {
+  return device().deepTextureOptions;
 }
 
 bool TavrelGPUImageContext::deviceSupportsRedTextures() { return deviceSupportsOpenGLESExtension("GL_EXT_texture_rg"); }

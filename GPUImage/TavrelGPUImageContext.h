@@ -5,8 +5,10 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string_view>
 
+#include "GPUImage/TavrelGPUTextureOptions.h"
 #include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Export.h"
@@ -49,6 +51,9 @@ class TAVREL_API TavrelGPUImageContext : public std::enable_shared_from_this<Tav
   static GLint maximumVaryingVectorsForThisDevice();
   /// True if the GL implementation lists exactly this name. Any thread.
   static bool deviceSupportsOpenGLESExtension(std::string_view extension);
+  /// The options of textures with 16 bits for each component, which can be rendered to: whole numbers where the driver
+  /// has GL_EXT_texture_norm16, else floating-point ones; nothing where it has neither. Any thread.
+  static std::optional<TavrelGPUTextureOptions> deepTextureOptions();
   static bool deviceSupportsRedTextures();
   static bool deviceSupportsFramebufferReads();
   /// `size`, scaled down if necessary so that the larger side is the maximum texture size. May be fractional. Any

@@ -1,7 +1,10 @@
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -100,7 +103,7 @@ const std::shared_ptr<PixelBuffer>& TavrelGPUImageFramebuffer::renderTarget() co
 void TavrelGPUImageFramebuffer::generateFramebuffer() {
   glGenFramebuffers(1, &implementation_->framebuffer);
   glBindFramebuffer(GL_FRAMEBUFFER, implementation_->framebuffer);
-  if (TavrelGPUImageContext::supportsFastTextureUpload()) {
+  if (ownsPixelBuffer()) {
     generateRenderTarget();
     resetSampling();
   } else {
@@ -155,7 +158,7 @@ void TavrelGPUImageFramebuffer::resetSampling() {
 }
 
 bool TavrelGPUImageFramebuffer::ownsPixelBuffer() const {
-  return TavrelGPUImageContext::supportsFastTextureUpload() && !missingFramebuffer();
+  return TavrelGPUImageContext::supportsFastTextureUpload() && !missingFramebuffer() && !textureOptions().isDeep();
 }
 
 void TavrelGPUImageFramebuffer::destroyFramebuffer() {
@@ -272,6 +275,7 @@ std::shared_ptr<PixelBuffer> TavrelGPUImageFramebuffer::pixelBuffer() {
 }
 
 std::shared_ptr<Image> TavrelGPUImageFramebuffer::newCGImageFromFramebufferContents() {
+  if (textureOptions().isDeep()) return newDeepImage();
   if (textureOptions().internalFormat != GL_RGBA) {
     fatalAssertion("For conversion to a CGImage the output texture format for this filter must be GL_RGBA.");
   }
@@ -312,6 +316,32 @@ std::shared_ptr<Image> TavrelGPUImageFramebuffer::newCGImageFromFramebufferConte
     }
   });
   return image;
+}
+
+std::shared_ptr<Image> TavrelGPUImageFramebuffer::newDeepImage() {
+  const auto width = static_cast<std::size_t>(size().width);
+  const auto height = static_cast<std::size_t>(size().height);
+  Data pixels(width * height * 8);
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    TavrelGPUImageContext::useImageProcessingContext();
+    activateFramebuffer();
+    const auto read = [&](GLenum type, void* bytes) {
+      glReadPixels(0, 0, static_cast<GLsizei>(width), static_cast<GLsizei>(height), GL_RGBA, type, bytes);
+    };
+    if (textureOptions().type == GL_UNSIGNED_SHORT) {
+      read(GL_UNSIGNED_SHORT, pixels.data());
+    } else {
+      std::vector<float> components(width * height * 4);
+      read(GL_FLOAT, components.data());
+      for (std::size_t i = 0; i < components.size(); ++i) {
+        const auto word = static_cast<std::uint16_t>(std::lround(std::clamp(components[i], 0.0F, 1.0F) * 65535));
+        std::memcpy(pixels.data() + i * 2, &word, sizeof word);
+      }
+    }
+    unlock();
+  });
+  return Image::create(width, height, 16, 64, width * 8, kBitmapPremultipliedRGBA16,
+                       DataProvider::create(std::move(pixels)));
 }
 
 void TavrelDataProviderReleaseCallback(void*, const void* data, std::size_t) { std::free(const_cast<void*>(data)); }

@@ -66,7 +66,7 @@ class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this
 
   /// An image of the contents. On the fast path it is premultiplied BGRA, shares the pixel buffer's bytes and releases
   /// the framebuffer's lock when destroyed; on the plain path it is a straight RGBA copy, and the lock is released at
-  /// once.
+  /// once. A deep one gives a copy too.
   std::shared_ptr<Image> newCGImageFromFramebufferContents();
 
   /// Ends a read lock and a hold on the pixel buffer.
@@ -90,6 +90,7 @@ class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this
   void generateFramebuffer();
   void generateRenderTarget();
   void destroyFramebuffer();
+  std::shared_ptr<Image> newDeepImage();
   bool ownsPixelBuffer() const;
 
   std::unique_ptr<Implementation> implementation_;

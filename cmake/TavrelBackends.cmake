@@ -33,21 +33,22 @@ else()
 endif()
 
 if(TAVREL_WITH_WEBP)
-  pkg_check_modules(WEBP REQUIRED IMPORTED_TARGET libwebp libwebpdemux)
+  pkg_check_modules(WEBP REQUIRED IMPORTED_TARGET libwebp libwebpdemux libwebpmux)
   list(APPEND TAVREL_PRIVATE_LIBRARIES PkgConfig::WEBP)
 else()
   message(STATUS "WebP and its tests are left out: TAVREL_WITH_WEBP is OFF")
-  list(APPEND tavrel_left_out /Imaging/Private/WebpSource /Imaging/WebpSourceTest)
+  list(APPEND tavrel_left_out /Imaging/Private/Webp /Imaging/WebpSourceTest)
 endif()
 if(TAVREL_WITH_AVIF)
   pkg_check_modules(AVIF REQUIRED libavif)
   list(APPEND TAVREL_PRIVATE_LIBRARIES ${AVIF_LINK_LIBRARIES})
 else()
   message(STATUS "AVIF and its tests are left out: TAVREL_WITH_AVIF is OFF")
-  list(APPEND tavrel_left_out /Imaging/Private/AvifSource /Imaging/AvifSourceTest)
+  list(APPEND tavrel_left_out /Imaging/Private/Avif /Imaging/AvifSourceTest)
 endif()
 
-set_source_files_properties(Platform/Imaging/ImageSource.cpp PROPERTIES COMPILE_DEFINITIONS
+set_source_files_properties(Platform/Imaging/ImageSource.cpp Platform/Imaging/ImageDestination.cpp
+  PROPERTIES COMPILE_DEFINITIONS
   "TAVREL_WITH_WEBP=$<BOOL:${TAVREL_WITH_WEBP}>;TAVREL_WITH_AVIF=$<BOOL:${TAVREL_WITH_AVIF}>")
 set_source_files_properties(Platform/Capture/Private/CaptureBackends.cpp PROPERTIES COMPILE_DEFINITIONS
   "TAVREL_WITH_PIPEWIRE=$<BOOL:${TAVREL_WITH_PIPEWIRE}>;TAVREL_WITH_V4L2=$<BOOL:${TAVREL_WITH_V4L2}>")

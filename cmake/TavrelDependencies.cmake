@@ -13,7 +13,7 @@ pkg_check_modules(GBM REQUIRED IMPORTED_TARGET gbm)
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libavutil libswresample libswscale)
 pkg_check_modules(PNG REQUIRED IMPORTED_TARGET libpng)
 pkg_check_modules(JPEG REQUIRED IMPORTED_TARGET libturbojpeg)
-pkg_check_modules(EXIF REQUIRED IMPORTED_TARGET libexif)
+pkg_check_modules(LCMS REQUIRED IMPORTED_TARGET lcms2)
 pkg_check_modules(PIXMAN REQUIRED pixman-1)
 find_package(GIF REQUIRED)
 find_package(ZLIB REQUIRED)
@@ -21,7 +21,7 @@ find_library(YUV_LIBRARY yuv REQUIRED)
 
 set(TAVREL_PUBLIC_LIBRARIES fmt::fmt tl::expected PkgConfig::GLESV2 Threads::Threads)
 set(TAVREL_PRIVATE_LIBRARIES
-  PkgConfig::EGL PkgConfig::GBM PkgConfig::FFMPEG PkgConfig::PNG PkgConfig::JPEG PkgConfig::EXIF GIF::GIF
+  PkgConfig::EGL PkgConfig::GBM PkgConfig::FFMPEG PkgConfig::PNG PkgConfig::JPEG PkgConfig::LCMS GIF::GIF
   ZLIB::ZLIB ${YUV_LIBRARY} ${PIXMAN_LINK_LIBRARIES} nlohmann_json::nlohmann_json)
 # A folder of headers that only these look into.
 set_source_files_properties(

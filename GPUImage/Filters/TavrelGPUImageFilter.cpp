@@ -9,6 +9,7 @@
 #include "GPUImage/Private/Properties.h"
 #include "GPUImage/Private/Resource.h"
 #include "GPUImage/TavrelGLProgram.h"
+#include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
 
 namespace tavrel {
@@ -95,8 +96,12 @@ void TavrelGPUImageFilter::renderToTextureWithVertices(const GLfloat* vertices, 
 }
 
 std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFilter::fetchFramebuffer() {
-  auto framebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(
-      sizeOfFBO(), outputTextureOptions(), false);
+  TavrelGPUTextureOptions options = outputTextureOptions();
+  if (implementation_->isInputDeep && options == TavrelGPUTextureOptions{}) {
+    options = TavrelGPUImageContext::deepTextureOptions().value_or(options);
+  }
+  auto framebuffer =
+      TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(sizeOfFBO(), options, false);
   framebuffer->activateFramebuffer();
   return framebuffer;
 }
@@ -141,8 +146,10 @@ void TavrelGPUImageFilter::newFrameReadyAtTime(MediaTime frameTime, Index) {
 }
 
 void TavrelGPUImageFilter::setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer, Index) {
-  onVideoProcessingQueue(
-      [&] { implementation_->firstInputFramebuffer = TavrelGPUImageFramebufferLease(std::move(newInputFramebuffer)); });
+  onVideoProcessingQueue([&] {
+    implementation_->isInputDeep = newInputFramebuffer && newInputFramebuffer->textureOptions().isDeep();
+    implementation_->firstInputFramebuffer = TavrelGPUImageFramebufferLease(std::move(newInputFramebuffer));
+  });
 }
 
 void TavrelGPUImageFilter::setInputSize(Size newSize, Index) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <cstring>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -87,6 +88,11 @@ void TavrelGPUImagePicture::updateWithCGImage(const std::shared_ptr<Image>& imag
   // Mipmaps need powers of two.
   if (smoothlyScaleOutput) textureSize = {nextPowerOfTwo(textureSize.width), nextPowerOfTwo(textureSize.height)};
 
+  const auto deep = TavrelGPUImageContext::deepTextureOptions();
+  if (image->bitsPerPixel() == 64 && image->bitsPerComponent() == 16 && fittingSize == imageSize && deep &&
+      !smoothlyScaleOutput && !shouldRemovePremultiplication && image->bytesPerRow() == image->width() * 8) {
+    return updateWithDeepImage(*image, *deep);
+  }
   const bool needsScaling = fittingSize != imageSize || smoothlyScaleOutput;
   const std::optional<PictureLayout> direct = needsScaling ? std::nullopt : directLayoutOf(*image);
   const PictureLayout layout = direct.value_or(redrawnLayout());
@@ -99,19 +105,42 @@ void TavrelGPUImagePicture::updateWithCGImage(const std::shared_ptr<Image>& imag
   // Bytes that need no change are uploaded from where they are.
   const std::uint8_t* const pixels = copy.empty() ? image->dataProvider()->bytes().data() : copy.data();
   // All of it between two passes, of which each shows one image or the other.
-  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
-    releaseTexture();
-    setShouldSmoothlyScaleOutput(smoothlyScaleOutput);
-    upload(textureSize, layout.format, pixels);
-    const std::lock_guard lock(implementation_->mutex);
-    implementation_->pixelSizeOfImage = fittingSize;
-    implementation_->imageUpdateSemaphore = std::make_shared<DispatchSemaphore>(1);
-  });
+  TavrelRunSynchronouslyOnVideoProcessingQueue(
+      [&] { replaceImage(fittingSize, smoothlyScaleOutput, [&] { upload(textureSize, {}, layout.format, pixels); }); });
 }
 
-void TavrelGPUImagePicture::upload(Size textureSize, GLenum format, const std::uint8_t* pixels) {
+void TavrelGPUImagePicture::updateWithDeepImage(const Image& image, const TavrelGPUTextureOptions& options) {
+  const Size size = {static_cast<double>(image.width()), static_cast<double>(image.height())};
+  const std::uint8_t* const pixels = image.dataProvider()->bytes().data();
+  std::vector<float> components;
+  if (options.type == GL_FLOAT) {
+    components.resize(image.width() * image.height() * 4);
+    for (std::size_t i = 0; i < components.size(); ++i) {
+      std::uint16_t word = 0;
+      std::memcpy(&word, pixels + i * 2, sizeof word);
+      components[i] = static_cast<float>(word) / 65535;
+    }
+  }
+  const void* const uploaded = components.empty() ? static_cast<const void*>(pixels) : components.data();
+  TavrelRunSynchronouslyOnVideoProcessingQueue(
+      [&] { replaceImage(size, false, [&] { upload(size, options, options.format, uploaded); }); });
+}
+
+template <typename Upload>
+void TavrelGPUImagePicture::replaceImage(Size size, bool smoothlyScaleOutput, const Upload& uploadPixels) {
+  releaseTexture();
+  setShouldSmoothlyScaleOutput(smoothlyScaleOutput);
+  uploadPixels();
+  const std::lock_guard lock(implementation_->mutex);
+  implementation_->pixelSizeOfImage = size;
+  implementation_->imageUpdateSemaphore = std::make_shared<DispatchSemaphore>(1);
+}
+
+void TavrelGPUImagePicture::upload(Size textureSize, const TavrelGPUTextureOptions& options, GLenum format,
+                                   const void* pixels) {
   TavrelGPUImageContext::useImageProcessingContext();
-  const auto framebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(textureSize, true);
+  const auto framebuffer =
+      TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(textureSize, options, true);
   framebuffer->disableReferenceCounting();
   setOutputFramebuffer(framebuffer);
   framebuffer->uploadPicture(static_cast<GLsizei>(textureSize.width), static_cast<GLsizei>(textureSize.height), format,

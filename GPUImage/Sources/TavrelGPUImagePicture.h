@@ -48,7 +48,10 @@ class TAVREL_API TavrelGPUImagePicture : public TavrelGPUImageOutput {
   struct Implementation;
 
   void releaseTexture();
-  void upload(Size textureSize, GLenum format, const std::uint8_t* pixels);
+  void updateWithDeepImage(const Image& image, const TavrelGPUTextureOptions& options);
+  template <typename Upload>
+  void replaceImage(Size size, bool smoothlyScaleOutput, const Upload& uploadPixels);
+  void upload(Size textureSize, const TavrelGPUTextureOptions& options, GLenum format, const void* pixels);
 
   std::unique_ptr<Implementation> implementation_;
 };

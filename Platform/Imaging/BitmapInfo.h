@@ -36,5 +36,10 @@ inline constexpr std::uint32_t kBitmapPremultipliedBGRA =
     bitmapInfo(kBitmapByteOrder32Little, AlphaInfo::premultipliedFirst);
 /// B, G, R and an unused byte.
 inline constexpr std::uint32_t kBitmapOpaqueBGRX = bitmapInfo(kBitmapByteOrder32Little, AlphaInfo::noneSkipFirst);
+/// R, G, B, A of 16 bits each in the order of little-endian machines, premultiplied.
+inline constexpr std::uint32_t kBitmapPremultipliedRGBA16 =
+    bitmapInfo(kBitmapByteOrder16Little, AlphaInfo::premultipliedLast);
+/// The same with unused alpha.
+inline constexpr std::uint32_t kBitmapOpaqueRGBX16 = bitmapInfo(kBitmapByteOrder16Little, AlphaInfo::noneSkipLast);
 
 }  // namespace tavrel

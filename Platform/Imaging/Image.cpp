@@ -3,6 +3,7 @@
 #include <libyuv/planar_functions.h>
 #include <libyuv/rotate_argb.h>
 
+#include <cstring>
 #include <utility>
 
 #include "Platform/Imaging/Private/PixelConversion.h"
@@ -23,6 +24,29 @@ libyuv::RotationMode rotationFor(ImageOrientation orientation) {
 }
 
 bool isMirrored(ImageOrientation orientation) { return orientation >= ImageOrientation::upMirrored; }
+
+/// Of 16 bits for each component, which libyuv does not turn.
+std::shared_ptr<Image> turnedDeep(const Image& image) {
+  const ImageOrientation orientation = image.orientation();
+  const std::size_t width = image.width();
+  const std::size_t height = image.height();
+  const libyuv::RotationMode rotation = rotationFor(orientation);
+  const bool isSideways = rotation == libyuv::kRotate90 || rotation == libyuv::kRotate270;
+  const std::size_t targetWidth = isSideways ? height : width;
+  Data pixels(width * height * 8);
+  for (std::size_t y = 0; y < height; ++y) {
+    const std::uint8_t* const row = image.dataProvider()->bytes().data() + y * image.bytesPerRow();
+    for (std::size_t x = 0; x < width; ++x) {
+      const std::size_t column = isMirrored(orientation) ? width - 1 - x : x;
+      std::size_t place = y * targetWidth + column;
+      if (rotation == libyuv::kRotate90) place = column * targetWidth + height - 1 - y;
+      if (rotation == libyuv::kRotate180) place = (height - 1 - y) * targetWidth + width - 1 - column;
+      if (rotation == libyuv::kRotate270) place = (width - 1 - column) * targetWidth + y;
+      std::memcpy(pixels.data() + place * 8, row + x * 8, 8);
+    }
+  }
+  return imageOfPixels(std::move(pixels), targetWidth, true, isOpaque(image));
+}
 
 }  // namespace
 
@@ -52,6 +76,7 @@ std::shared_ptr<Image> Image::withScaleAndOrientation(double scale, ImageOrienta
 
 std::shared_ptr<Image> normalizedImage(const std::shared_ptr<Image>& image) {
   if (image->orientation() == ImageOrientation::up) return image;
+  if (isDeep(*image)) return turnedDeep(*image);
   const Bitmap source = premultipliedBGRA(*image);
   const int width = source.width;
   const int height = source.height;

@@ -14,7 +14,8 @@ namespace tavrel {
 /// by 90° clockwise. The mirrored ones first swap left and right.
 enum class ImageOrientation { up, down, left, right, upMirrored, downMirrored, leftMirrored, rightMirrored };
 
-/// A bitmap of 32-bit, 24-bit or grey pixels, top row first. Immutable; any thread.
+/// A bitmap of 64-bit (`kBitmapPremultipliedRGBA16`), 32-bit, 24-bit or grey pixels, top row first. Immutable; any
+/// thread.
 class TAVREL_API Image {
  public:
   /// nullptr unless the provider holds `bytesPerRow` × `height` bytes; the last row needs no padding. An image may be

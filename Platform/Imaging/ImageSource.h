@@ -10,6 +10,7 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Export.h"
 #include "Platform/Imaging/Image.h"
+#include "Platform/Imaging/ImageMetadata.h"
 
 namespace tavrel {
 
@@ -17,6 +18,7 @@ namespace tavrel {
 struct ImageProperties {
   std::size_t width = 0;
   std::size_t height = 0;
+  std::size_t bitsPerComponent = 8;  ///< as stored: 8, or 16 for what is more
   ImageOrientation orientation = ImageOrientation::up;
   /// Delay of a frame in seconds, as stored.
   std::optional<double> unclampedDelayTime;
@@ -24,8 +26,20 @@ struct ImageProperties {
   std::optional<double> delayTime;
 };
 
-/// Decodes PNG, JPEG, GIF, WebP and AVIF files, detected by content, through libpng, libjpeg-turbo, libexif, giflib,
-/// libwebp and libavif; the last two are optional (`TAVREL_WITH_WEBP`, `TAVREL_WITH_AVIF`).
+/// What an image that is decoded keeps of its file.
+struct ImageDecoding {
+  /// 16 bits for each component where the file has more than 8; see `kBitmapPremultipliedRGBA16`.
+  bool keepsDepth = false;
+  /// The values as stored, in the colour space of `ImageMetadata::colorProfile`, instead of sRGB, where that is a
+  /// profile of RGB pixels and they are such.
+  bool keepsColors = false;
+};
+
+/// Decodes PNG, JPEG, GIF, WebP and AVIF files, detected by content, through libpng, libjpeg-turbo, giflib, libwebp
+/// and libavif; the last two are optional (`TAVREL_WITH_WEBP`, `TAVREL_WITH_AVIF`).
+///
+/// Colours are converted to sRGB from what the file says that they are (an ICC profile; for PNG one of the chunks cICP,
+/// iCCP, sRGB, gAMA and cHRM, in this order), through little-cms2. Without a word they are sRGB, at any depth.
 ///
 /// Opaque images have the layout `kBitmapOpaqueBGRX`, others `kBitmapPremultipliedBGRA`; the GPU takes both. Frames of
 /// an animation are composed as in browsers: of the animation's size, drawn over the frames before, starting from
@@ -65,8 +79,14 @@ class TAVREL_API ImageSource {
   /// Fails if there is no such image (`noSuchPicture`) or nothing of it can be read (`damagedPicture`). Reading an
   /// animation's frames in order is fastest.
   virtual Expected<std::shared_ptr<Image>> imageAtIndex(std::size_t index) = 0;
+  /// The same with more of what the file has, as far as its format is known to have it.
+  virtual Expected<std::shared_ptr<Image>> decodedImage(std::size_t index, const ImageDecoding&) {
+    return imageAtIndex(index);
+  }
   /// All empty if there is no such image.
   virtual ImageProperties properties(std::size_t index) const = 0;
+  /// Of the file as a whole.
+  virtual ImageMetadata metadata() const { return {}; }
   /// Decodes a few more frames to create checkpoints, which make random access to an animation fast and are also
   /// created by `imageAtIndex`. False if there are enough.
   virtual bool prepareJumps() { return false; }

@@ -12,8 +12,11 @@
 #include <utility>
 
 #include "Platform/Foundation/Environment.h"
+#include "Platform/Imaging/Private/ColorTransform.h"
 #include "Platform/Imaging/Private/Decoders.h"
+#include "Platform/Imaging/Private/Exif.h"
 #include "Platform/Imaging/Private/PixelConversion.h"
+#include "Platform/Imaging/Private/PngEncoding.h"
 #include "Platform/Imaging/Private/PngRows.h"
 #include "Platform/Imaging/Private/ReplacingFile.h"
 
@@ -30,17 +33,13 @@ tl::unexpected<Error> systemFailure(const char* doing, const std::filesystem::pa
                  fmt::format("cannot {} {}: {}", doing, path.string(), std::generic_category().message(error)));
 }
 
-/// An image of some rows that somebody else keeps.
-std::shared_ptr<Image> imageOfRows(const Image& like, const std::uint8_t* rows, std::size_t count) {
-  return Image::create(like.width(), count, 8, 32, like.bytesPerRow(), like.bitmapInfo(),
-                       DataProvider::create(nullptr, rows, count * like.bytesPerRow(), nullptr));
-}
-
 }  // namespace
 
 Expected<LargeImage> LargeImage::create(std::size_t width, std::size_t height, std::uint32_t bitmapInfo) {
+  const bool isDeep = (bitmapInfo & kBitmapByteOrderMask) == kBitmapByteOrder16Little;
+  const std::size_t pixelBytes = isDeep ? 8 : 4;
   const std::filesystem::path folder = environmentVariable("TMPDIR").value_or("/var/tmp");
-  const std::size_t size = width * height * 4;
+  const std::size_t size = width * height * pixelBytes;
   std::string name = (folder / "tavrel.XXXXXX").string();
   const int descriptor = mkostemp(name.data(), O_CLOEXEC);
   if (descriptor < 0) return systemFailure("make room for a picture in", folder, errno);
@@ -53,11 +52,12 @@ Expected<LargeImage> LargeImage::create(std::size_t width, std::size_t height, s
   auto provider = DataProvider::create(nullptr, bytes, size, [](void*, const void* mapped, std::size_t length) {
     munmap(const_cast<void*>(mapped), length);
   });
-  auto image = Image::create(width, height, 8, 32, width * 4, bitmapInfo, std::move(provider));
+  auto image =
+      Image::create(width, height, pixelBytes * 2, pixelBytes * 8, width * pixelBytes, bitmapInfo, std::move(provider));
   return LargeImage(std::move(image), static_cast<std::uint8_t*>(bytes));
 }
 
-Expected<LargeImage> LargeImage::read(const std::filesystem::path& path) {
+Expected<LargeImage> LargeImage::read(const std::filesystem::path& path, const ImageDecoding& decoding) {
   const File file(std::fopen(path.c_str(), "rbe"), &std::fclose);
   if (!file) return systemFailure("read", path, errno);
   PngRowReader reader(file.get());
@@ -69,31 +69,41 @@ Expected<LargeImage> LargeImage::read(const std::filesystem::path& path) {
     return failure(ImagingErrorCode::pictureTooLarge,
                    fmt::format("{} is too large for an interlaced picture", path.string()));
   }
-  auto large =
-      create(reader.width(), reader.height(), reader.hasAlpha() ? kBitmapPremultipliedBGRA : kBitmapOpaqueBGRX);
+  using Layout = ColorTransform::Layout;
+  const Layout stored = reader.isDeep() ? Layout::rgba16 : Layout::bgra8;
+  const bool deep = decoding.keepsDepth && reader.isDeep();
+  const auto transform =
+      decoding.keepsColors && isProfileOfRGB(reader.metadata().colorProfile)
+          ? nullptr
+          : ColorTransform::toSRGB(reader.metadata().colorProfile, stored, deep ? Layout::rgba16 : Layout::bgra8);
+  const bool readsDeep = deep || (transform && reader.isDeep());
+  if (!reader.prepare(readsDeep)) return damagedPicture(path.string(), reader.message());
+  const std::uint32_t opaque = deep ? kBitmapOpaqueRGBX16 : kBitmapOpaqueBGRX;
+  const std::uint32_t transparent = deep ? kBitmapPremultipliedRGBA16 : kBitmapPremultipliedBGRA;
+  auto large = create(reader.width(), reader.height(), reader.hasAlpha() ? transparent : opaque);
   if (!large) return large;
-  for (std::size_t y = 0; y < reader.height(); y += kRowsTogether) {
-    const std::size_t count = std::min(kRowsTogether, reader.height() - y);
-    for (std::size_t i = 0; i < count; ++i) {
-      if (!reader.read(large->row(y + i))) return damagedPicture(path.string(), reader.message());
+  Data row(reader.width() * (readsDeep ? 8 : 4));
+  for (std::size_t y = 0; y < reader.height(); ++y) {
+    std::uint8_t* const target = large->row(y);
+    if (!reader.read(row.data())) return damagedPicture(path.string(), reader.message());
+    if (transform) {
+      transform->convert(row.data(), target, reader.width());
+    } else {
+      std::copy(row.begin(), row.end(), target);
     }
-    if (reader.hasAlpha()) multiplyByAlpha({large->row(y), count * reader.width() * 4});
-    large->rest();
+    const std::span<std::uint8_t> pixels = {target, large->image()->bytesPerRow()};
+    if (reader.hasAlpha()) deep ? multiplyByAlphaDeep(pixels) : multiplyByAlpha(pixels);
+    if (y % kRowsTogether == kRowsTogether - 1) large->rest();
   }
+  large->metadata_ = reader.metadata();
+  large->image_ = large->image_->withScaleAndOrientation(1, orientationOfExif(reader.metadata().exif));
   return large;
 }
 
-Expected<void> LargeImage::write(const std::filesystem::path& path) const {
+Expected<void> LargeImage::write(const std::filesystem::path& path, const ImageEncoding& encoding) const {
   ReplacingFile file(path);
-  PngRowWriter writer([&](const std::uint8_t* bytes, std::size_t count) { return file.write({bytes, count}); });
-  bool isWritten = writer.begin(image_->width(), image_->height());
-  for (std::size_t y = 0; isWritten && y < image_->height(); y += kRowsTogether) {
-    const std::size_t count = std::min(kRowsTogether, image_->height() - y);
-    Bitmap straight = straightRGBA(*imageOfRows(*image_, row(y), count));
-    for (std::size_t i = 0; isWritten && i < count; ++i) isWritten = writer.write(straight.row(static_cast<int>(i)));
-    rest();
-  }
-  if (!isWritten || !writer.end() || !file.keep()) return file.systemFailure();
+  const auto sink = [&](const std::uint8_t* bytes, std::size_t count) { return file.write({bytes, count}); };
+  if (writePng(*image_, encoding, sink, [&] { rest(); }) || !file.keep()) return file.systemFailure();
   return {};
 }
 

@@ -8,12 +8,15 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Export.h"
 #include "Platform/Imaging/Image.h"
+#include "Platform/Imaging/ImageDestination.h"
+#include "Platform/Imaging/ImageSource.h"
 
 namespace tavrel {
 
-/// An image of more pixels than a process should hold (`ImageSource::kMostPixels`), with four bytes each. They are in a
-/// file without a name, in the folder that TMPDIR names, else in /var/tmp; the image's bytes are a view of it, which
-/// takes memory as far as they are used and until `rest`. PNG only, through libpng. One thread at a time.
+/// An image of more pixels than a process should hold (`ImageSource::kMostPixels`), with four bytes each, or eight of
+/// 16-bit components. They are in a file without a name, in the folder that TMPDIR names, else in /var/tmp; the image's
+/// bytes are a view of it, which takes memory as far as they are used and until `rest`. PNG only, through libpng. One
+/// thread at a time.
 class TAVREL_API LargeImage {
  public:
   /// Transparent black, without padding. `bitmapInfo` is that of `Image`. Fails ("posix") when there is no room for it.
@@ -21,11 +24,13 @@ class TAVREL_API LargeImage {
   /// As `ImageSource` gives pictures: `kBitmapOpaqueBGRX` or `kBitmapPremultipliedBGRA`. Fails when the file is no PNG
   /// (`ImagingErrorCode::unknownFormat`), is interlaced (`pictureTooLarge`) or damaged (`damagedPicture`), and
   /// ("posix") with the system's reason.
-  static Expected<LargeImage> read(const std::filesystem::path& path);
+  static Expected<LargeImage> read(const std::filesystem::path& path, const ImageDecoding& decoding = {});
   /// Under the final name there is a whole file or what was there before; otherwise as `ImageDestination::write`.
-  Expected<void> write(const std::filesystem::path& path) const;
+  Expected<void> write(const std::filesystem::path& path, const ImageEncoding& encoding = {}) const;
 
   const std::shared_ptr<Image>& image() const { return image_; }
+  /// Of the file that was read.
+  const ImageMetadata& metadata() const { return metadata_; }
   std::uint8_t* row(std::size_t number) const { return pixels_ + number * image_->bytesPerRow(); }
   /// Lets go of the memory that the pixels have taken. They stay, and so do pointers to them.
   void rest() const;
@@ -34,6 +39,7 @@ class TAVREL_API LargeImage {
   LargeImage(std::shared_ptr<Image> image, std::uint8_t* pixels) : image_(std::move(image)), pixels_(pixels) {}
 
   std::shared_ptr<Image> image_;
+  ImageMetadata metadata_;
   std::uint8_t* pixels_;
 };
 

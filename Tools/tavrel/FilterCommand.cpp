@@ -15,13 +15,20 @@ class FilterCommand : public Command {
   explicit FilterCommand(CLI::App& app)
       : Command(app, "filter", "Apply effects to a picture"), effects_(*command_), diagnostics_(*command_) {
     command_->add_option("INPUT", input_, "A PNG, JPEG, GIF, WebP or AVIF picture")->required();
-    command_->add_option("OUTPUT", output_, "The picture to write: .png or .jpg")->required();
-    command_->add_option("--quality", quality_, "JPEG quality, 0 to 1")
+    command_->add_option("OUTPUT", output_, "The picture to write: .png, .jpg, .webp or .avif")->required();
+    command_
+        ->add_option("--quality", quality_, "Quality of JPEG, WebP and AVIF, 0 to 1; 1 loses nothing of the latter two")
         ->check(CLI::Range(0.0, 1.0))
         ->capture_default_str();
     command_->add_option("--memory", memory_, "Memory for the graph, in MiB; larger pictures are processed in parts")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
+    command_->add_option("--depth", depth_, "Bits of each component of a PNG or AVIF; by default those of the input")
+        ->check(CLI::IsMember({8, 16}));
+    command_->add_option("--profile", profile_, "Colours of the output: srgb, or keep for the input's profile")
+        ->check(CLI::IsMember({"srgb", "keep"}))
+        ->capture_default_str();
+    command_->add_flag("--strip", strips_, "Leave out the input's EXIF and XMP");
     command_->add_flag("--json", json_, "Print the result as JSON");
   }
 
@@ -32,19 +39,31 @@ class FilterCommand : public Command {
 
  private:
   int filter(TavrelCaptureEffectChain& effects) {
-    auto image = ImageSource::createWithFile(input_).and_then(
-        [](const std::shared_ptr<ImageSource>& source) { return source->imageAtIndex(0); });
+    const ImageDecoding decoding = {.keepsDepth = depth_ != 8, .keepsColors = profile_ == "keep"};
+    ImageMetadata metadata;
+    auto image = ImageSource::createWithFile(input_).and_then([&](const std::shared_ptr<ImageSource>& source) {
+      metadata = source->metadata();
+      return source->decodedImage(0, decoding);
+    });
     std::optional<LargeImage> large;
     if (!image && image.error() == ImagingErrorCode::pictureTooLarge) {
-      image = LargeImage::read(input_).map([&](const LargeImage& read) { return large.emplace(read).image(); });
+      image = LargeImage::read(input_, decoding).map([&](const LargeImage& read) {
+        metadata = read.metadata();
+        return large.emplace(read).image();
+      });
     }
     if (!image) return fail("{}", image.error().description);
+    if (!decoding.keepsColors) metadata.colorProfile.clear();
+    if (strips_) metadata.exif = metadata.xmp = {};
     const FilteredPicture filtered = PictureFiltering(effects, memory_ * (1 << 20)).run(normalizedImage(*image), large);
     if (!filtered.image) return kFailure;
 
     const bool isLargePng = filtered.large && output_.extension() == ".png";
-    const auto written =
-        isLargePng ? filtered.large->write(output_) : ImageDestination::write(filtered.image, output_, quality_);
+    const ImageEncoding encoding = {.quality = quality_,
+                                    .bitsPerComponent = depth_ == 0 ? std::nullopt : std::optional(depth_),
+                                    .metadata = std::move(metadata)};
+    const auto written = isLargePng ? filtered.large->write(output_, encoding)
+                                    : ImageDestination::write(filtered.image, output_, encoding);
     if (!written) return fail("{}", written.error().description);
     if (json_) {
       nlohmann::ordered_json result = {
@@ -63,6 +82,9 @@ class FilterCommand : public Command {
   std::filesystem::path output_;
   double quality_ = 0.92;
   double memory_ = 1024;
+  int depth_ = 0;
+  std::string profile_ = "srgb";
+  bool strips_ = false;
   bool json_ = false;
 };
 

@@ -9,31 +9,33 @@ namespace tavrel::tool {
 namespace {
 
 /// What the graph holds for a pixel at most: the picture and its texture, the textures of a filter of two passes and
-/// two inputs, and those that wait in the cache for the next one.
+/// two inputs, and those that wait in the cache for the next one; for 8 bits a component.
 constexpr double kBytesPerPixel = 64;
 constexpr double kSmallestSide = 256;
 
 Size sizeOf(const Image& image) { return {static_cast<double>(image.width()), static_cast<double>(image.height())}; }
 
-std::size_t offsetOf(const Rect& part, std::size_t row, std::size_t bytesPerRow) {
-  return (static_cast<std::size_t>(part.origin.y) + row) * bytesPerRow + static_cast<std::size_t>(part.origin.x) * 4;
+std::size_t offsetOf(const Rect& part, std::size_t row, const Image& image) {
+  return (static_cast<std::size_t>(part.origin.y) + row) * image.bytesPerRow() +
+         static_cast<std::size_t>(part.origin.x) * image.bitsPerPixel() / 8;
 }
 
 std::shared_ptr<Image> partOf(const std::shared_ptr<Image>& image, const Rect& part) {
   if (part == Rect{{0, 0}, sizeOf(*image)}) return image;
-  const auto rowBytes = static_cast<std::size_t>(part.size.width) * 4;
+  const auto width = static_cast<std::size_t>(part.size.width);
+  const std::size_t rowBytes = width * image->bitsPerPixel() / 8;
   Data bytes(rowBytes * static_cast<std::size_t>(part.size.height));
   const std::uint8_t* const from = image->dataProvider()->bytes().data();
   for (std::size_t row = 0; row * rowBytes < bytes.size(); ++row) {
-    std::memcpy(bytes.data() + row * rowBytes, from + offsetOf(part, row, image->bytesPerRow()), rowBytes);
+    std::memcpy(bytes.data() + row * rowBytes, from + offsetOf(part, row, *image), rowBytes);
   }
-  return Image::create(rowBytes / 4, static_cast<std::size_t>(part.size.height), 8, 32, rowBytes, image->bitmapInfo(),
-                       DataProvider::create(std::move(bytes)));
+  return Image::create(width, static_cast<std::size_t>(part.size.height), image->bitsPerComponent(),
+                       image->bitsPerPixel(), rowBytes, image->bitmapInfo(), DataProvider::create(std::move(bytes)));
 }
 
 /// The graph keeps colours as they came, premultiplied; an image that was read back from plain textures says otherwise.
 std::shared_ptr<Image> markedPremultiplied(const std::shared_ptr<Image>& image) {
-  if (!image || image->alphaInfo() != AlphaInfo::last) return image;
+  if (!image || image->alphaInfo() != AlphaInfo::last || image->bitsPerPixel() != 32) return image;
   return Image::create(image->width(), image->height(), image->bitsPerComponent(), image->bitsPerPixel(),
                        image->bytesPerRow(), static_cast<std::uint32_t>(AlphaInfo::premultipliedLast),
                        image->dataProvider());
@@ -43,12 +45,12 @@ std::shared_ptr<Image> markedPremultiplied(const std::shared_ptr<Image>& image) 
 
 bool PictureFiltering::fits(Size size) const {
   const double largest = TavrelGPUImageContext::maximumTextureSizeForThisDevice();
-  return size.width <= largest && size.height <= largest && size.width * size.height * kBytesPerPixel <= memory_;
+  return size.width <= largest && size.height <= largest && size.width * size.height * bytesPerPixel_ <= memory_;
 }
 
 std::vector<Rect> PictureFiltering::parts(Size whole) const {
   const double largest = TavrelGPUImageContext::maximumTextureSizeForThisDevice() / 2;  // the rest is for the margins
-  const double side = std::clamp(std::floor(std::sqrt(memory_ / kBytesPerPixel)), kSmallestSide, largest);
+  const double side = std::clamp(std::floor(std::sqrt(memory_ / bytesPerPixel_)), kSmallestSide, largest);
   std::vector<Rect> parts;
   for (double y = 0; y < whole.height; y += side) {
     for (double x = 0; x < whole.width; x += side) {
@@ -59,6 +61,9 @@ std::vector<Rect> PictureFiltering::parts(Size whole) const {
 }
 
 FilteredPicture PictureFiltering::run(const std::shared_ptr<Image>& source, const std::optional<LargeImage>& large) {
+  // The graph would draw a copy, from which the last of 16 bits may differ.
+  if (effects_.effects().empty()) return {source, large};
+  bytesPerPixel_ = kBytesPerPixel * static_cast<double>(source->bitsPerPixel()) / 32;
   if (fits(sizeOf(*source))) return {filtered(effects_, source), std::nullopt};
   const Size whole = effects_.sizeAfter(sizeOf(*source));
   const std::vector<Rect> parts = this->parts(whole);
@@ -96,8 +101,8 @@ bool PictureFiltering::add(const Rect& output, const std::shared_ptr<Image>& sou
   const Rect inside = {{output.origin.x - part->output.origin.x, output.origin.y - part->output.origin.y}, output.size};
   const std::uint8_t* const from = image->dataProvider()->bytes().data();
   for (std::size_t row = 0; row < static_cast<std::size_t>(output.size.height); ++row) {
-    std::memcpy(result->row(0) + offsetOf(output, row, result->image()->bytesPerRow()),
-                from + offsetOf(inside, row, image->bytesPerRow()), static_cast<std::size_t>(output.size.width) * 4);
+    std::memcpy(result->row(0) + offsetOf(output, row, *result->image()), from + offsetOf(inside, row, *image),
+                static_cast<std::size_t>(output.size.width) * image->bitsPerPixel() / 8);
   }
   return true;
 }

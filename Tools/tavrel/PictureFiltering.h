@@ -34,6 +34,7 @@ class PictureFiltering {
 
   TavrelCaptureEffectChain& effects_;
   const double memory_;
+  double bytesPerPixel_ = 0;
   const Interruption interruption_;
   ProgressBar progress_;
 };

@@ -19,6 +19,7 @@ struct TavrelGPUImageFilter::Implementation {
   QuadProgram filterProgram;
   UniformStateBlocks uniformStateRestorationBlocks;
   TavrelGPUImageFramebufferLease firstInputFramebuffer;
+  bool isInputDeep = false;
   TavrelGPUImageRotationMode inputRotation = kTavrelGPUImageNoRotation;
   Size currentFilterSize;
   GLfloat backgroundColorRed = 0;

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "Platform/Imaging/Private/ColorTransform.h"
 #include "Platform/Imaging/Private/Decoders.h"
 
 namespace tavrel {
@@ -47,6 +48,25 @@ bool AnimationSource::addFrame(const AnimationFrame& frame) {
   return true;
 }
 
+void AnimationSource::convertColors(Bitmap& straight) const {
+  if (keepsColors_) return;
+  constexpr auto kLayout = ColorTransform::Layout::bgra8;
+  const auto transform = ColorTransform::toSRGB(metadata_.colorProfile, kLayout, kLayout);
+  if (transform) transform->convert(straight.pixels.data(), straight.pixels.data(), straight.pixels.size() / 4);
+}
+
+Expected<std::shared_ptr<Image>> AnimationSource::decodedImage(std::size_t index, const ImageDecoding& decoding) {
+  const bool keepsColors = decoding.keepsColors && isProfileOfRGB(metadata_.colorProfile);
+  if (std::exchange(keepsColors_, keepsColors) != keepsColors) {
+    canvas_.reset();
+    next_.reset();
+    shown_.reset();
+    checkPoints_.clear();
+    prepared_ = 0;
+  }
+  return imageAtIndex(index);
+}
+
 Expected<std::shared_ptr<Image>> AnimationSource::imageAtIndex(std::size_t index) {
   if (index >= frames_.size())
     return failure(ImagingErrorCode::noSuchPicture, fmt::format("{} has no frame {}", name_, index));
@@ -58,8 +78,9 @@ Expected<std::shared_ptr<Image>> AnimationSource::imageAtIndex(std::size_t index
   Data pixels = recycledPixels_->take(canvas_->pixels.size());
   std::memcpy(pixels.data(), canvas_->pixels.data(), pixels.size());
   const auto width = static_cast<std::size_t>(width_);
-  return Image::create(width, static_cast<std::size_t>(height_), 8, 32, width * 4, kBitmapPremultipliedBGRA,
-                       recycledPixels_->lend(std::move(pixels)));
+  auto image = Image::create(width, static_cast<std::size_t>(height_), 8, 32, width * 4, kBitmapPremultipliedBGRA,
+                             recycledPixels_->lend(std::move(pixels)));
+  return orientation_ == ImageOrientation::up ? image : image->withScaleAndOrientation(1, orientation_);
 }
 
 ImageProperties AnimationSource::properties(std::size_t index) const {
@@ -67,6 +88,8 @@ ImageProperties AnimationSource::properties(std::size_t index) const {
   ImageProperties properties;
   properties.width = static_cast<std::size_t>(width_);
   properties.height = static_cast<std::size_t>(height_);
+  properties.orientation = orientation_;
+  properties.bitsPerComponent = bitsPerComponent_;
   if (const auto delay = frames_[index].delay) {
     properties.unclampedDelayTime = delay;
     properties.delayTime = *delay < kShortestDelay ? kDelayOfHurriedFrames : *delay;

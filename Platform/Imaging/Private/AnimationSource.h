@@ -43,6 +43,8 @@ class AnimationSource : public ImageSource {
   bool holdsPicture(std::size_t index) const override { return index < frames_.size() && !frames_[index].isEmpty; }
   std::optional<int> loopCount() const override { return loopCount_; }
   Expected<std::shared_ptr<Image>> imageAtIndex(std::size_t index) override;
+  Expected<std::shared_ptr<Image>> decodedImage(std::size_t index, const ImageDecoding& decoding) override;
+  ImageMetadata metadata() const override { return metadata_; }
   ImageProperties properties(std::size_t index) const override;
   bool prepareJumps() override;
   void giveUp() override { isGivenUp_ = true; }
@@ -56,6 +58,13 @@ class AnimationSource : public ImageSource {
   /// Fails when an animation cannot have a canvas of this size.
   Expected<void> setCanvasSize(std::size_t width, std::size_t height);
   void setLoopCount(std::optional<int> loopCount) { loopCount_ = loopCount; }
+  void setMetadata(ImageMetadata metadata) { metadata_ = std::move(metadata); }
+  /// How a picture that does not move is to be turned.
+  void setOrientation(ImageOrientation orientation) { orientation_ = orientation; }
+  ImageOrientation orientation() const { return orientation_; }
+  void setBitsPerComponent(std::size_t bits) { bitsPerComponent_ = bits; }
+  /// Converts straight B, G, R, A pixels as stored to the colours asked for.
+  void convertColors(Bitmap& straight) const;
   /// False, without a new frame, when that would be more than an animation may have. After `setCanvasSize`.
   bool addFrame(const AnimationFrame& frame);
 
@@ -97,6 +106,10 @@ class AnimationSource : public ImageSource {
   std::vector<AnimationFrame> frames_;
   std::size_t framePixels_ = 0;
   std::optional<int> loopCount_;
+  ImageMetadata metadata_;
+  ImageOrientation orientation_ = ImageOrientation::up;
+  std::size_t bitsPerComponent_ = 8;
+  bool keepsColors_ = false;
   std::atomic<bool> isGivenUp_ = false;
 
   const std::shared_ptr<RecycledPixels> recycledPixels_ = std::make_shared<RecycledPixels>();

@@ -1,12 +1,13 @@
 #include <fmt/format.h>
-#include <libexif/exif-data.h>
 #include <turbojpeg.h>
 
-#include <algorithm>
 #include <span>
 #include <utility>
 
+#include "Platform/Imaging/Private/ColorTransform.h"
 #include "Platform/Imaging/Private/Decoders.h"
+#include "Platform/Imaging/Private/Exif.h"
+#include "Platform/Imaging/Private/JpegSegments.h"
 #include "Platform/Imaging/Private/PixelConversion.h"
 
 namespace tavrel {
@@ -28,28 +29,6 @@ bool readHeader(tjhandle decompressor, std::span<const std::uint8_t> data, JpegH
                              &header.colorspace) == 0;
 }
 
-/// EXIF's orientations 1 to 8: where the stored first row and column are seen.
-ImageOrientation orientationOf(std::span<const std::uint8_t> data) {
-  static constexpr ImageOrientation kOrientations[] = {
-      ImageOrientation::up,
-      ImageOrientation::upMirrored,
-      ImageOrientation::down,
-      ImageOrientation::downMirrored,
-      ImageOrientation::leftMirrored,
-      ImageOrientation::right,
-      ImageOrientation::rightMirrored,
-      ImageOrientation::left,
-  };
-  const auto length = static_cast<unsigned>(std::min<std::size_t>(data.size(), 1U << 30));
-  const std::unique_ptr<ExifData, void (*)(ExifData*)> exif(exif_data_new_from_data(data.data(), length),
-                                                            &exif_data_unref);
-  if (!exif) return ImageOrientation::up;
-  const ExifEntry* const entry = exif_content_get_entry(exif->ifd[EXIF_IFD_0], EXIF_TAG_ORIENTATION);
-  if (!entry || entry->format != EXIF_FORMAT_SHORT || entry->size < 2) return ImageOrientation::up;
-  const ExifShort value = exif_get_short(entry->data, exif_data_get_byte_order(exif.get()));
-  return value >= 1 && value <= 8 ? kOrientations[value - 1] : ImageOrientation::up;
-}
-
 /// Inks to light. Programs store printing colours inverted, which libjpeg leaves as it is.
 Bitmap lightOfInks(const Data& inks, int width, int height) {
   Bitmap bitmap(width, height);
@@ -66,15 +45,16 @@ Bitmap lightOfInks(const Data& inks, int width, int height) {
 class JpegSource : public ImageSource {
  public:
   JpegSource(std::shared_ptr<DataProvider> data, std::string name, const JpegHeader& header)
-      : data_(std::move(data)), name_(std::move(name)), header_(header) {
+      : data_(std::move(data)), name_(std::move(name)), header_(header), metadata_(metadataOfJpeg(data_->bytes())) {
     properties_.width = static_cast<std::size_t>(header.width);
     properties_.height = static_cast<std::size_t>(header.height);
-    properties_.orientation = orientationOf(data_->bytes());
+    properties_.orientation = orientationOfExif(metadata_.exif);
   }
 
   const char* type() const override { return "image/jpeg"; }
 
-  Expected<std::shared_ptr<Image>> imageAtIndex(std::size_t index) override {
+  Expected<std::shared_ptr<Image>> imageAtIndex(std::size_t index) override { return decodedImage(index, {}); }
+  Expected<std::shared_ptr<Image>> decodedImage(std::size_t index, const ImageDecoding& decoding) override {
     if (index != 0) return failure(ImagingErrorCode::noSuchPicture, fmt::format("{} has no picture {}", name_, index));
     const bool isPrinted = header_.colorspace == TJCS_CMYK || header_.colorspace == TJCS_YCCK;
     const Decompressor decompressor = makeDecompressor();
@@ -83,18 +63,29 @@ class JpegSource : public ImageSource {
                       header_.height, isPrinted ? TJPF_CMYK : TJPF_BGRX, 0) != 0) {
       return damagedPicture(name_, tjGetErrorStr2(decompressor.get()));
     }
-    if (isPrinted) pixels = std::move(lightOfInks(pixels, header_.width, header_.height).pixels);
+    // What is printed is not shown by its inks' values in any case.
+    const auto layout = isPrinted ? ColorTransform::Layout::cmykLight8 : ColorTransform::Layout::bgra8;
+    const auto transform = decoding.keepsColors && isProfileOfRGB(metadata_.colorProfile) && !isPrinted
+                               ? nullptr
+                               : ColorTransform::toSRGB(metadata_.colorProfile, layout, ColorTransform::Layout::bgra8);
+    if (transform) {
+      transform->convert(pixels.data(), pixels.data(), pixels.size() / 4);
+    } else if (isPrinted) {
+      pixels = std::move(lightOfInks(pixels, header_.width, header_.height).pixels);
+    }
     return Image::create(properties_.width, properties_.height, 8, 32, properties_.width * 4, kBitmapOpaqueBGRX,
                          DataProvider::create(std::move(pixels)))
         ->withScaleAndOrientation(1, properties_.orientation);
   }
 
   ImageProperties properties(std::size_t index) const override { return index == 0 ? properties_ : ImageProperties{}; }
+  ImageMetadata metadata() const override { return metadata_; }
 
  private:
   const std::shared_ptr<DataProvider> data_;
   const std::string name_;
   const JpegHeader header_;
+  const ImageMetadata metadata_;
   ImageProperties properties_;
 };
 

@@ -26,8 +26,13 @@ struct Bitmap {
   Data pixels;
 };
 
+/// True for R, G, B, A of 16 bits each.
+bool isDeep(const Image& image);
+
 /// True when no pixel of such an image can be transparent.
 bool isOpaque(const Image& image);
+/// True when no pixel of this image is.
+bool isOpaqueThroughout(const Image& image);
 
 /// The picture as premultiplied B, G, R, A, from any layout an image can have. Not turned.
 Bitmap premultipliedBGRA(const Image& image);
@@ -38,10 +43,21 @@ Bitmap straightRGBA(const Image& image);
 /// Straight B, G, R, A becomes premultiplied.
 void multiplyByAlpha(std::span<std::uint8_t> straight);
 
+/// The same for R, G, B, A of 16 bits in the host's order.
+void multiplyByAlphaDeep(std::span<std::uint8_t> straight);
+
+/// The same pixels as `straightRGBA` gives, with 16 bits for each component.
+Data straightRGBA16(const Image& image);
+
 /// Lays a premultiplied picture at a place of another: over what is there by its alpha, or instead.
 void layOnto(Bitmap& target, Bitmap& source, int left, int top, bool over);
 
 /// An image that takes over the premultiplied B, G, R, A pixels; `opaque` says that alpha is to be skipped.
 std::shared_ptr<Image> imageOf(Bitmap bitmap, bool opaque);
+/// The same for rows without padding, of R, G, B, A of 16 bits each when `deep`.
+std::shared_ptr<Image> imageOfPixels(Data pixels, std::size_t width, bool deep, bool opaque);
+
+/// An image of the same layout with some of the rows, whose bytes somebody else keeps.
+std::shared_ptr<Image> rowsOf(const Image& image, std::size_t first, std::size_t count);
 
 }  // namespace tavrel

@@ -5,6 +5,7 @@
 
 #include "Platform/Imaging/Private/AnimationSource.h"
 #include "Platform/Imaging/Private/Decoders.h"
+#include "Platform/Imaging/Private/Exif.h"
 
 namespace tavrel {
 namespace {
@@ -44,7 +45,10 @@ class WebpSource : public AnimationSource {
     if ((WebPDemuxGetI(demuxer_.get(), WEBP_FF_FORMAT_FLAGS) & ANIMATION_FLAG) != 0) {
       setLoopCount(static_cast<int>(WebPDemuxGetI(demuxer_.get(), WEBP_FF_LOOP_COUNT)));
     }
+    ImageMetadata metadata = {.exif = exifBlockOf(chunk("EXIF")), .xmp = chunk("XMP "), .colorProfile = chunk("ICCP")};
     const std::size_t count = WebPDemuxGetI(demuxer_.get(), WEBP_FF_FRAME_COUNT);
+    if (count == 1) setOrientation(orientationOfExif(metadata.exif));
+    setMetadata(std::move(metadata));
     for (std::size_t i = 0; i < count && addFrame(i); ++i) continue;
     return frames().empty() ? damagedPicture(name(), "it has no frame that can be read") : Expected<void>{};
   }
@@ -55,6 +59,15 @@ class WebpSource : public AnimationSource {
   struct Deleter {
     void operator()(WebPDemuxer* demuxer) const { WebPDemuxDelete(demuxer); }
   };
+
+  Data chunk(const char* name) const {
+    WebPChunkIterator iterator{};
+    Data bytes;
+    if (WebPDemuxGetChunk(demuxer_.get(), name, 1, &iterator) != 0)
+      bytes.assign(iterator.chunk.bytes, iterator.chunk.bytes + iterator.chunk.size);
+    WebPDemuxReleaseChunkIterator(&iterator);
+    return bytes;
+  }
 
   bool addFrame(std::size_t index) {
     const FrameIterator frame(demuxer_.get(), index);
@@ -79,6 +92,7 @@ class WebpSource : public AnimationSource {
                                                picture.pixels.size(), picture.bytesPerRow()) != nullptr;
     if (!isDecoded)
       return stored.isThere() && stored->complete == 0 ? "it is cut off" : "its picture cannot be decoded";
+    convertColors(picture);
     lay(picture, frame, !frame.isOpaque, canvas);
     return std::nullopt;
   }

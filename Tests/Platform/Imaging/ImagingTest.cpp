@@ -212,7 +212,7 @@ TEST(Pictures, AFailedWriteLeavesNothing) {
   const TemporaryFolder folder;
   const auto image = test::imageOf(test::distinctPicture(64, 64));
   EXPECT_EQ(ImageDestination::write(image, folder / "a.bmp").error().description,
-            (folder / "a.bmp").string() + ": a picture's name ends in .png, .jpg or .jpeg");
+            (folder / "a.bmp").string() + ": a picture's name ends in .png, .jpg, .jpeg, .webp or .avif");
   EXPECT_EQ(ImageDestination::write(image, folder / "none" / "a.png").error().code, ENOENT);
   const pid_t child = fork();
   if (child == 0) {  // files may not grow beyond a few bytes: as good as a full disk

@@ -216,7 +216,7 @@ TEST_F(FilterCommandTest, BadInputIsSaidInOneLineAndLeavesNothing) {
       {file("none.png") + " " + out, 1, "cannot read " + file("none.png") + ": No such file or directory"},
       {"/etc/passwd " + out, 1, "/etc/passwd is not a PNG, JPEG, GIF, WebP or AVIF picture"},
       {in + " " + file("none/out.png"), 1, "cannot write " + file("none/out.png") + ": No such file or directory"},
-      {in + " " + file("out.bmp"), 1, file("out.bmp") + ": a picture's name ends in .png, .jpg or .jpeg"},
+      {in + " " + file("out.bmp"), 1, file("out.bmp") + ": a picture's name ends in .png, .jpg, .jpeg, .webp or .avif"},
       {in + " " + out + " --crop 0,0,0.5", 2, "--crop 0,0,0.5: expected X,Y,W,H, each from 0 to 1"},
       {in + " " + out + " --crop 0.6,0,0.5,1", 2, "--crop 0.6,0,0.5,1: the rectangle reaches beyond the picture"},
       {in + " " + out + " --crop 0,0,0,1", 2, "--crop 0,0,0,1: the rectangle is empty"},
