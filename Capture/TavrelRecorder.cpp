@@ -65,6 +65,7 @@ struct TavrelRecorder::Implementation : TavrelCameraDelegate,
   const TavrelRecorderConfiguration configuration;
   std::shared_ptr<TavrelCamera> camera;
   std::shared_ptr<TavrelMicrophone> microphone;
+  int soundChannelCount = 0;
   std::vector<NotificationCenter::ObserverToken> observers;
 
   std::mutex startMutex;
@@ -104,7 +105,9 @@ Expected<void> TavrelRecorder::Implementation::openMicrophone() {
   if (!made) return tl::unexpected(made.error());
   microphone = *made;
   microphone->setDelegate(weak_from_this());
-  AudioSession::shared().setSampleRate((*device)->activeFormat()->audioFormat.sampleRate);
+  const AudioFormat format = (*device)->activeFormat()->audioFormat;
+  AudioSession::shared().setSampleRate(format.sampleRate);
+  soundChannelCount = static_cast<int>(format.channelCount);
   watch(*microphone->captureSession(), Kind::microphoneLost, Kind::microphoneBack);
   return {};
 }
@@ -220,10 +223,11 @@ Expected<void> TavrelRecorder::startWriting(const std::filesystem::path& file, c
   if (isWriting()) {
     return failure(TavrelRecorderErrorCode::alreadyWriting, "a movie is being written: finish it first");
   }
-  auto movie = RecordedMovie::create(file, implementation_->configuration, options, camera()->statistics(),
-                                     [weak = std::weak_ptr(implementation_)](TavrelRecorderEvent event) {
-                                       if (const auto self = weak.lock()) self->report(std::move(event));
-                                     });
+  auto movie =
+      RecordedMovie::create(file, implementation_->configuration, options, implementation_->soundChannelCount,
+                            camera()->statistics(), [weak = std::weak_ptr(implementation_)](TavrelRecorderEvent event) {
+                              if (const auto self = weak.lock()) self->report(std::move(event));
+                            });
   if (!movie) return tl::unexpected(movie.error());
   const std::lock_guard lock(implementation_->mutex);
   implementation_->movie = std::move(*movie);

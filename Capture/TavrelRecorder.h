@@ -23,7 +23,7 @@ enum class TavrelRecorderErrorCode : std::int64_t {
   cameraUnavailable = -1,  ///< the camera exists but cannot be opened
   cameraRefused = -2,      ///< the system refuses access to the camera
   microphoneRefused = -3,  ///< the system refuses access to the microphone
-  unknownFileType = -4,    ///< the file's extension is not .mov, .mp4 or .mkv
+  unknownFileType = -4,    ///< the file's extension is not .mov, .mp4, .mkv or .webm
   alreadyWriting = -5,     ///< a movie is being written; finish it first
   notWriting = -6          ///< no movie is being written
 };

@@ -28,7 +28,7 @@ struct TavrelRecorderConfiguration {
 
 /// Options of one movie.
 struct TavrelRecordingOptions {
-  /// One of the `kFileType…` values; if empty, chosen by the extension .mov, .mp4 or .mkv.
+  /// One of the `kFileType…` values; if empty, chosen by the extension .mov, .mp4, .mkv or .webm.
   std::string fileType = {};
   /// Seconds after the first frame, pauses included, from which on frames and sound are left out. A frame due less than
   /// half a frame earlier is left out, too.
@@ -37,6 +37,9 @@ struct TavrelRecordingOptions {
   bool staysFragmented = false;
   /// Further output settings of the movie writer, for instance `kVideoPresetKey` or `kTavrelEncodingLiveVideoKey`.
   Dictionary settings = {};
+  /// Further settings of the sound track, for instance `kAudioEncoderBitRateKey`. Without them it has the coding that
+  /// is usual in the file, and as many channels as the microphone, two at most.
+  Dictionary audioSettings = {};
 };
 
 }  // namespace tavrel

@@ -1,5 +1,6 @@
 #include "Capture/Private/RecordedMovie.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <utility>
@@ -23,11 +24,20 @@ void deliver(TavrelGPUImageInput& input, const std::shared_ptr<TavrelGPUImageFra
   TavrelGPUImageOutput::sendFrame(input, time, 0);
 }
 
-Dictionary outputSettings(const TavrelRecordingOptions& options, Size size) {
+Dictionary outputSettings(const TavrelRecordingOptions& options, const TavrelRecorderConfiguration& configuration,
+                          const std::string& fileType) {
   Dictionary settings = options.settings;
-  settings.emplace(kVideoCodecKey, std::string(kVideoCodecH264));
-  settings.emplace(kVideoWidthKey, static_cast<std::int64_t>(size.width));
-  settings.emplace(kVideoHeightKey, static_cast<std::int64_t>(size.height));
+  settings.emplace(kVideoCodecKey, AssetWriter::usualVideoCodec(fileType));
+  settings.emplace(kVideoWidthKey, static_cast<std::int64_t>(configuration.size.width));
+  settings.emplace(kVideoHeightKey, static_cast<std::int64_t>(configuration.size.height));
+  settings.emplace(kVideoExpectedFrameRateKey, configuration.framesPerSecond);
+  return settings;
+}
+
+Dictionary soundSettings(const TavrelRecordingOptions& options, const std::string& fileType, int channelCount) {
+  Dictionary settings = options.audioSettings;
+  settings.emplace(kAudioFormatIDKey, static_cast<std::int64_t>(AssetWriter::usualAudioFormat(fileType)));
+  settings.emplace(kAudioNumberOfChannelsKey, static_cast<std::int64_t>(std::clamp(channelCount, 1, 2)));
   return settings;
 }
 
@@ -36,16 +46,19 @@ Dictionary outputSettings(const TavrelRecordingOptions& options, Size size) {
 Expected<std::shared_ptr<RecordedMovie>> RecordedMovie::create(const std::filesystem::path& file,
                                                                const TavrelRecorderConfiguration& configuration,
                                                                const TavrelRecordingOptions& options,
+                                                               int soundChannelCount,
                                                                const TavrelCameraStatistics& lossesBefore,
                                                                EventHandler handler) {
   const std::string fileType = options.fileType.empty() ? AssetWriter::fileTypeOf(file).value_or("") : options.fileType;
   if (fileType.empty()) {
     return failure(TavrelRecorderErrorCode::unknownFileType,
-                   file.string() + ": a movie's name ends in .mov, .mp4 or .mkv");
+                   file.string() + ": a movie's name ends in .mov, .mp4, .mkv or .webm");
   }
   const std::shared_ptr<RecordedMovie> movie(
       new RecordedMovie(file, configuration, options, fileType, lossesBefore, std::move(handler)));
-  if (!configuration.microphone.empty()) movie->writer_->setHasAudioTrack(true);
+  if (soundChannelCount > 0) {
+    movie->writer_->setHasAudioTrack(true, soundSettings(options, fileType, soundChannelCount));
+  }
   if (!movie->writer_->error()) movie->writer_->startRecording();
   if (auto error = movie->writer_->error()) return tl::unexpected(std::move(*error));
   return movie;
@@ -61,7 +74,8 @@ RecordedMovie::RecordedMovie(const std::filesystem::path& file, const TavrelReco
       soundLimit_(options.durationLimit.value_or(std::numeric_limits<double>::infinity())),
       lossesBefore_(lossesBefore),
       handler_(std::move(handler)),
-      writer_(std::make_shared<TavrelGPUImageMovieWriter>(file, size_, fileType, outputSettings(options, size_))) {
+      writer_(std::make_shared<TavrelGPUImageMovieWriter>(file, size_, fileType,
+                                                          outputSettings(options, configuration, fileType))) {
   if (const auto& assetWriter = writer_->assetWriter()) assetWriter->setStaysFragmented(options.staysFragmented);
   crop_->addTarget(writer_);
 }

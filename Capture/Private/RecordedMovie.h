@@ -17,10 +17,10 @@ class RecordedMovie : public std::enable_shared_from_this<RecordedMovie> {
  public:
   using EventHandler = std::function<void(TavrelRecorderEvent event)>;
 
-  /// `lossesBefore` is what the camera has lost so far.
+  /// There is no sound with `soundChannelCount` 0. `lossesBefore` is what the camera has lost so far.
   static Expected<std::shared_ptr<RecordedMovie>> create(const std::filesystem::path& file,
                                                          const TavrelRecorderConfiguration& configuration,
-                                                         const TavrelRecordingOptions& options,
+                                                         const TavrelRecordingOptions& options, int soundChannelCount,
                                                          const TavrelCameraStatistics& lossesBefore,
                                                          EventHandler handler);
 

@@ -6,6 +6,7 @@
 
 #include "Platform/Media/Private/Writing/AssetWriterSession.h"
 #include "Platform/Media/Private/Writing/PassthroughTrackEncoder.h"
+#include "Platform/Media/Private/Writing/VideoEncoder.h"
 
 namespace tavrel {
 
@@ -23,29 +24,24 @@ std::optional<std::string> AssetWriter::fileTypeOf(const std::filesystem::path& 
   if (ending == ".mov") return kFileTypeQuickTimeMovie;
   if (ending == ".mp4") return kFileTypeMPEG4;
   if (ending == ".mkv") return kFileTypeMatroska;
+  if (ending == ".webm") return kFileTypeWebM;
   return std::nullopt;
 }
 
 bool AssetWriter::canStore(const FormatDescription& format, std::string_view fileType) {
-  const AVCodecID codec = PassthroughTrackEncoder::codecOf(format);
   const auto container = MovieContainer::find(fileType);
-  if (codec == AV_CODEC_ID_NONE || !container || !container->canHold(codec)) return false;
-  // The muxer says no only when it is too late.
-  const bool isRefused = codec == AV_CODEC_ID_FLAC || codec == AV_CODEC_ID_TRUEHD ||
-                         (codec == AV_CODEC_ID_OPUS && fileType == kFileTypeQuickTimeMovie);
-  // Its header says what only a packet of these shows, or takes them for another layer of MPEG audio; and neither the
-  // header nor the packets of Windows Media say all that a decoder has to know.
-  constexpr std::array kFragile = {AV_CODEC_ID_AC3, AV_CODEC_ID_EAC3, AV_CODEC_ID_MP2};
-  constexpr std::array kIncomplete = {AV_CODEC_ID_WMAV1, AV_CODEC_ID_WMAV2, AV_CODEC_ID_WMAPRO};
-  const auto isOneOf = [codec](const auto& list) { return std::find(list.begin(), list.end(), codec) != list.end(); };
-  if (isOneOf(kIncomplete) || (isOneOf(kFragile) && fileType != kFileTypeMatroska)) return false;
-  if (isRefused && fileType != kFileTypeMatroska) return false;
-  // These carry in every packet what the header of such a file has to say, or not at all.
-  constexpr std::array kNeedHeader = {AV_CODEC_ID_AAC, AV_CODEC_ID_VORBIS, AV_CODEC_ID_OPUS, AV_CODEC_ID_FLAC,
-                                      AV_CODEC_ID_ALAC};
-  const bool needsHeader = std::find(kNeedHeader.begin(), kNeedHeader.end(), codec) != kNeedHeader.end();
-  return !needsHeader || !format.codecExtradata.empty();
+  return container && container->canStore(PassthroughTrackEncoder::codecOf(format), !format.codecExtradata.empty());
 }
+
+std::string AssetWriter::usualVideoCodec(std::string_view fileType) {
+  return fileType == kFileTypeWebM ? kVideoCodecVP9 : kVideoCodecH264;
+}
+
+std::uint32_t AssetWriter::usualAudioFormat(std::string_view fileType) {
+  return fileType == kFileTypeWebM ? kAudioFormatOpus : kAudioFormatMPEG4AAC;
+}
+
+std::vector<VideoEncoderInfo> AssetWriter::videoEncoders() { return VideoEncoder::list(); }
 
 AssetWriter::AssetWriter(std::shared_ptr<AssetWriterSession> session) : session_(std::move(session)) {}
 

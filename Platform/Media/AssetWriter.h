@@ -14,12 +14,14 @@
 #include "Platform/Media/AssetWriterInput.h"
 #include "Platform/Media/MediaTime.h"
 #include "Platform/Media/MetadataItem.h"
+#include "Platform/Media/VideoEncoderInfo.h"
 
 namespace tavrel {
 
 inline constexpr const char* kFileTypeQuickTimeMovie = "video/quicktime";
 inline constexpr const char* kFileTypeMPEG4 = "video/mp4";
 inline constexpr const char* kFileTypeMatroska = "video/x-matroska";
+inline constexpr const char* kFileTypeWebM = "video/webm";
 
 enum class AssetWriterStatus { unknown = 0, writing = 1, completed = 2, failed = 3, cancelled = 4 };
 
@@ -42,10 +44,17 @@ class TAVREL_API AssetWriter {
   /// file cannot be created (`unwritableFile`, "posix") or is being written already (`fileInUse`).
   static Expected<std::shared_ptr<AssetWriter>> create(const std::filesystem::path& url, std::string_view fileType);
 
-  /// The type for the file's extension; nothing unless it is .mov, .mp4 or .mkv.
+  /// The type for the file's extension; nothing unless it is .mov, .mp4, .mkv or .webm.
   static std::optional<std::string> fileTypeOf(const std::filesystem::path& url);
   /// Whether a file of this type can store samples of `format` without encoding them.
   static bool canStore(const FormatDescription& format, std::string_view fileType);
+  /// The codings that are usual in files of this type, as values of `kVideoCodecKey` and `kAudioFormatIDKey`: VP9 and
+  /// Opus in WebM, H.264 and AAC elsewhere.
+  static std::string usualVideoCodec(std::string_view fileType);
+  static std::uint32_t usualAudioFormat(std::string_view fileType);
+  /// The encoders of pictures that open on this machine now, in the order in which they are tried. Opens each of them,
+  /// which takes up to some tenths of a second.
+  static std::vector<VideoEncoderInfo> videoEncoders();
 
   AssetWriter(const AssetWriter&) = delete;
   AssetWriter& operator=(const AssetWriter&) = delete;

@@ -28,7 +28,8 @@ class InputPipeline;
 /// of AAC fade in. Any thread.
 class TAVREL_API AssetWriterInput {
  public:
-  /// Without settings, samples are stored as they are: PCM (QuickTime and Matroska) or packets of one codec. Settings
+  /// Without settings, samples are stored as they are: PCM (QuickTime and Matroska) or packets of one codec; the writer
+  /// fails when its file cannot store the first one so. Settings
   /// (MediaSettings.h) are checked when the input is added to a writer; with them, compressed audio is decoded first.
   static std::shared_ptr<AssetWriterInput> create(MediaType mediaType, std::optional<Dictionary> settings);
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <optional>
+#include <memory>
 #include <string>
 
 #include "Platform/Foundation/Data.h"
@@ -9,6 +9,8 @@
 #include "Platform/Media/MediaType.h"
 
 namespace tavrel {
+
+struct StoredCoding;
 
 /// The format of a sample buffer.
 struct FormatDescription {
@@ -21,9 +23,15 @@ struct FormatDescription {
   std::string codecName;
   /// A decoder's initialisation data; may be empty.
   Data codecExtradata;
+  /// What else a file says about the coding (colours, pixel aspect, block size, bit rate), for decoders and writers;
+  /// may be empty. Not compared.
+  std::shared_ptr<const StoredCoding> storedCoding;
 
   bool isCompressed() const { return !codecName.empty(); }
-  friend bool operator==(const FormatDescription&, const FormatDescription&) = default;
+  friend bool operator==(const FormatDescription& a, const FormatDescription& b) {
+    return a.mediaType == b.mediaType && a.audioFormat == b.audioFormat && a.videoSize == b.videoSize &&
+           a.codecName == b.codecName && a.codecExtradata == b.codecExtradata;
+  }
 };
 
 }  // namespace tavrel

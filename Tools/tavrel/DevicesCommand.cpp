@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Command.h"
+#include "EncodingOptions.h"
 #include "Platform/Graphics/GraphicsDisplay.h"
 #include "Report.h"
 #include "TavrelCaptureBase.h"
@@ -86,10 +87,25 @@ nlohmann::ordered_json json(const Graphics& graphics) {
           {"devices", graphics.devices}};
 }
 
+void print(const std::vector<VideoEncoderInfo>& encoders) {
+  fmt::print("encoders of pictures\n");
+  for (const VideoEncoderInfo& encoder : encoders) {
+    fmt::print("    {}, {}{}\n", encoder.name, codecName(encoder.codec), encoder.isHardware ? ", hardware" : "");
+  }
+}
+
+nlohmann::ordered_json json(const VideoEncoderInfo& encoder) {
+  return {{"id", encoder.name},
+          {"name", encoder.name},
+          {"type", "encoder"},
+          {"codec", codecName(encoder.codec)},
+          {"hardware", encoder.isHardware}};
+}
+
 class DevicesCommand : public Command {
  public:
   explicit DevicesCommand(CLI::App& app)
-      : Command(app, "devices", "List cameras, microphones and the graphics device") {
+      : Command(app, "devices", "List cameras, microphones, the graphics device and the encoders that open") {
     command_->add_flag("--json", json_, "Print the list as JSON");
   }
 
@@ -107,6 +123,11 @@ class DevicesCommand : public Command {
     const auto graphics = Graphics::examine();
     if (graphics && json_) list.push_back(json(*graphics));
     if (graphics && !json_) print(*graphics);
+    const auto encoders = AssetWriter::videoEncoders();
+    for (const VideoEncoderInfo& encoder : encoders) {
+      if (json_) list.push_back(json(encoder));
+    }
+    if (!json_) print(encoders);
     if (json_) printJson(list);
     return graphics ? kSuccess : fail("{}", graphics.error().description);
   }

@@ -1,5 +1,6 @@
 #include "MovieOptions.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iostream>
 #include <system_error>
@@ -29,7 +30,16 @@ void addFragmentedFlag(CLI::App& command, bool& isFragmented) {
 
 std::string fileTypeOf(const std::filesystem::path& output) {
   if (auto type = AssetWriter::fileTypeOf(output)) return *type;
-  throw UsageError(fmt::format("{}: a movie's name ends in .mov, .mp4 or .mkv", output.string()));
+  throw UsageError(fmt::format("{}: a movie's name ends in .mov, .mp4, .mkv or .webm", output.string()));
+}
+
+Dictionary soundSettings(const AssetTrack& track, const std::string& fileType, Dictionary asked) {
+  const std::int64_t channels = std::min(2, track.channelCount());
+  asked.emplace(kAudioFormatIDKey, static_cast<std::int64_t>(AssetWriter::usualAudioFormat(fileType)));
+  const auto chosen = asked.emplace(kAudioNumberOfChannelsKey, channels).first;
+  asked.emplace(kAudioSampleRateKey, static_cast<double>(track.sampleRate()));
+  asked.emplace(kAudioEncoderBitRateKey, 96000 * std::get<std::int64_t>(chosen->second));
+  return asked;
 }
 
 bool mayWrite(const std::filesystem::path& output, bool isForced) {

@@ -6,6 +6,7 @@
 #include "Command.h"
 #include "Diagnostics.h"
 #include "EffectOptions.h"
+#include "EncodingOptions.h"
 #include "RecorderCalls.h"
 #include "RecorderOptions.h"
 #include "Report.h"
@@ -30,10 +31,12 @@ class PreviewCommand : public Command {
             "p pauses it, t toggles the torch, q quits"),
         effects_(*command_),
         devices_(*command_, "640x480"),
+        encoding_(*command_, EncodingOptions::Copying::impossible),
         diagnostics_(*command_) {}
 
   int run() override {
     devices_.check();
+    encoding_.check();
     // First of all: a window shows only what is drawn on the window system's own display. What keeps it from opening is
     // said when it is opened; wrong usage is said on machines without a display as well.
     (void)Application::shared().startUserInterface();
@@ -75,7 +78,10 @@ class PreviewCommand : public Command {
   void toggleRecording() {
     if (recorder_->isWriting()) return finishRecording();
     const std::filesystem::path movie = newMovieName();
-    if (const auto writing = recorder_->startWriting(movie); !writing) return say("{}", writing.error().description);
+    const TavrelRecordingOptions options = {.settings = encoding_.videoSettings(),
+                                            .audioSettings = encoding_.audioSettings()};
+    const auto writing = recorder_->startWriting(movie, options);
+    if (!writing) return say("{}", writing.error().description);
     say("recording {}", movie.string());
   }
 
@@ -98,6 +104,7 @@ class PreviewCommand : public Command {
 
   EffectOptions effects_;
   RecorderOptions devices_;
+  EncodingOptions encoding_;
   Diagnostics diagnostics_;
   std::shared_ptr<TavrelRecorder> recorder_;
 };

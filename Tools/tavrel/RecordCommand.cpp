@@ -3,6 +3,7 @@
 #include "Command.h"
 #include "Diagnostics.h"
 #include "EffectOptions.h"
+#include "EncodingOptions.h"
 #include "MovieOptions.h"
 #include "RecorderOptions.h"
 #include "Recording.h"
@@ -30,8 +31,9 @@ class RecordCommand : public Command {
       : Command(app, "record", "Record camera and microphone to a movie"),
         effects_(*command_),
         devices_(*command_, "1280x720"),
+        encoding_(*command_, EncodingOptions::Copying::impossible),
         diagnostics_(*command_) {
-    command_->add_option("OUTPUT", options_.output, "The movie to write: .mov, .mp4 or .mkv")->required();
+    command_->add_option("OUTPUT", options_.output, "The movie to write: .mov, .mp4, .mkv or .webm")->required();
     command_->add_option("--duration", options_.duration, "Stop after this time, pauses included; else on Ctrl-C")
         ->type_name("SECONDS");
     command_->add_option("--pause-at", options_.pauseAt, "Pause at this time after the start")->type_name("SECONDS");
@@ -50,6 +52,9 @@ class RecordCommand : public Command {
 
   int run() override {
     devices_.check();
+    encoding_.check();
+    options_.videoSettings = encoding_.videoSettings();
+    options_.audioSettings = encoding_.audioSettings();
     checkTimes(options_);
     (void)fileTypeOf(options_.output);
     if (!mayWrite(options_.output, isForced_)) return kFailure;
@@ -63,6 +68,7 @@ class RecordCommand : public Command {
  private:
   EffectOptions effects_;
   RecorderOptions devices_;
+  EncodingOptions encoding_;
   Diagnostics diagnostics_;
   Recording::Options options_;
   bool isForced_ = false;

@@ -32,8 +32,10 @@ int Recording::run(bool printJson, Diagnostics& diagnostics) {
   });
 
   const Interruption interruption;
-  const auto writing = recorder_->startWriting(
-      options_.output, {.durationLimit = options_.duration, .staysFragmented = options_.isFragmented});
+  const auto writing = recorder_->startWriting(options_.output, {.durationLimit = options_.duration,
+                                                                 .staysFragmented = options_.isFragmented,
+                                                                 .settings = options_.videoSettings,
+                                                                 .audioSettings = options_.audioSettings});
   if (!writing) return fail("{}", writing.error().description);
   if (const auto started = startDevices(*recorder_); !started) {
     recorder_->cancelWriting();

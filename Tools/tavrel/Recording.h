@@ -26,6 +26,8 @@ class Recording {
     double snapshotAt = 0;
     bool hasPreview = false;
     bool isFragmented = false;
+    Dictionary videoSettings;
+    Dictionary audioSettings;
   };
 
   Recording(Options options, TavrelRecorderConfiguration configuration);

@@ -1,6 +1,8 @@
 #include "Command.h"
 #include "Diagnostics.h"
 #include "EffectOptions.h"
+#include "EncodingOptions.h"
+#include "MovieCopy.h"
 #include "MovieOptions.h"
 #include "Transcoding.h"
 
@@ -10,9 +12,12 @@ namespace {
 class TranscodeCommand : public Command {
  public:
   explicit TranscodeCommand(CLI::App& app)
-      : Command(app, "transcode", "Apply effects to a movie"), effects_(*command_), diagnostics_(*command_) {
+      : Command(app, "transcode", "Apply effects to a movie"),
+        effects_(*command_),
+        encoding_(*command_, EncodingOptions::Copying::possible),
+        diagnostics_(*command_) {
     command_->add_option("INPUT", options_.input, "The movie to read")->required();
-    command_->add_option("OUTPUT", options_.output, "The movie to write: .mov, .mp4 or .mkv")->required();
+    command_->add_option("OUTPUT", options_.output, "The movie to write: .mov, .mp4, .mkv or .webm")->required();
     command_->add_option("--size", size_, "Frame size in pixels; by default the result of the effects")
         ->type_name("WxH");
     command_->add_flag("--reverse", options_.isReversed, "Reverse the video, but not the audio");
@@ -27,13 +32,29 @@ class TranscodeCommand : public Command {
     options_.fileType = fileTypeOf(options_.output);
     if (!size_.empty()) options_.size = parsedMovieSize(size_);
     options_.hasSound = !noAudio_;
+    encoding_.check();
+    options_.videoSettings = encoding_.videoSettings();
+    options_.audioSettings = encoding_.audioSettings();
+    if (encoding_.isCopy()) return copy();
     if (!mayWrite(options_.output, isForced_)) return kFailure;
     Transcoding transcoding(options_, effects_.makeChain());
     return diagnostics_.measure(json_, [&] { return transcoding.run(json_, diagnostics_); });
   }
 
  private:
+  int copy() {
+    if (!effects_.makeChain().effects().empty() || options_.size || options_.isReversed || options_.isRealTime) {
+      throw UsageError(
+          "--codec copy leaves the pictures as they are: leave out effects, --size, --reverse and --realtime");
+    }
+    if (options_.isFragmented) throw UsageError("--codec copy makes no fragments: leave out --fragmented");
+    if (!mayWrite(options_.output, isForced_)) return kFailure;
+    MovieCopy movie({options_.input, options_.output, options_.fileType, options_.hasSound});
+    return diagnostics_.measure(json_, [&] { return movie.run(json_, diagnostics_); });
+  }
+
   EffectOptions effects_;
+  EncodingOptions encoding_;
   Diagnostics diagnostics_;
   Transcoding::Options options_;
   std::string size_;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "MovieOptions.h"
 #include "WrittenMovie.h"
 
 namespace tavrel::tool {
@@ -77,16 +78,13 @@ int Transcoding::run(bool printJson, Diagnostics& diagnostics) {
 void Transcoding::chooseSound() {
   if (!sound_) return;
   const auto& stored = sound_->storedFormat();
-  if (stored && AssetWriter::canStore(*stored, options_.fileType)) {
+  const bool isLeft = options_.audioSettings.empty() && stored;
+  if (isLeft && AssetWriter::canStore(*stored, options_.fileType)) {
     writer_->setShouldPassthroughAudio(true);
     writer_->setHasAudioTrack(true);
     soundTreatment_ = "copied";
   } else {
-    const std::int64_t channels = std::min(2, sound_->channelCount());
-    writer_->setHasAudioTrack(true, Dictionary{{kAudioFormatIDKey, static_cast<std::int64_t>(kAudioFormatMPEG4AAC)},
-                                               {kAudioNumberOfChannelsKey, channels},
-                                               {kAudioSampleRateKey, static_cast<double>(sound_->sampleRate())},
-                                               {kAudioEncoderBitRateKey, 96000 * channels}});
+    writer_->setHasAudioTrack(true, soundSettings(*sound_, options_.fileType, options_.audioSettings));
     soundTreatment_ = "encoded";
   }
   movie_->setAudioEncodingTarget(writer_);
@@ -112,12 +110,14 @@ void Transcoding::buildGraph() {
   last = effects_.connect(last, size);
   size = effects_.sizeAfter(size);
   const Size movieSize = options_.size.value_or(Size{std::floor(size.width), std::floor(size.height)});
-  writer_ = std::make_shared<TavrelGPUImageMovieWriter>(
-      options_.output, movieSize, options_.fileType,
-      Dictionary{{kTavrelEncodingLiveVideoKey, false},
-                 {kVideoCodecKey, std::string(kVideoCodecH264)},
-                 {kVideoWidthKey, static_cast<std::int64_t>(movieSize.width)},
-                 {kVideoHeightKey, static_cast<std::int64_t>(movieSize.height)}});
+  Dictionary settings = options_.videoSettings;
+  settings.emplace(kTavrelEncodingLiveVideoKey, false);
+  settings.emplace(kVideoCodecKey, AssetWriter::usualVideoCodec(options_.fileType));
+  settings.emplace(kVideoWidthKey, static_cast<std::int64_t>(movieSize.width));
+  settings.emplace(kVideoHeightKey, static_cast<std::int64_t>(movieSize.height));
+  const double frameRate = pictures_->nominalFrameRate();
+  if (frameRate >= 1 && frameRate <= 1000) settings.emplace(kVideoExpectedFrameRateKey, frameRate);
+  writer_ = std::make_shared<TavrelGPUImageMovieWriter>(options_.output, movieSize, options_.fileType, settings);
   if (const auto& file = writer_->assetWriter()) {
     file->setAppearsWhenComplete(true);
     file->setStaysFragmented(options_.isFragmented);

@@ -26,6 +26,8 @@ class Transcoding {
     bool isRealTime = false;
     bool hasSound = true;
     bool isFragmented = false;
+    Dictionary videoSettings;
+    Dictionary audioSettings;
   };
 
   Transcoding(Options options, TavrelCaptureEffectChain effects);

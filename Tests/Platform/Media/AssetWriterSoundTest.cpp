@@ -177,9 +177,40 @@ TEST(AssetWriterSound, WithoutSettingsPCMIsStoredAsItComes) {
       }
     }
   }
-  const TemporaryFolder folder;
-  const SoundMaker maker(folder / "sound.mp4", std::nullopt, kFileTypeMPEG4);
-  EXPECT_FALSE(maker.audio->append(sound({}, 480, MediaTime::zero(), tone))) << "MP4 holds no PCM";
+}
+
+TEST(AssetWriterSound, WhatAFileCannotStoreIsAnErrorAndNoFile) {
+  const auto packet = [](const char* codec) {
+    auto format = std::make_shared<FormatDescription>();
+    format->codecName = codec;
+    format->audioFormat.channelCount = 2;
+    SampleTiming timing;
+    timing.presentationTimeStamp = MediaTime::zero();
+    timing.duration = MediaTime::make(1024, 48000);
+    return *SampleBuffer::createPacket(format, Data(400), timing, true);
+  };
+  const auto pcm = sound({}, 480, MediaTime::zero(), tone);
+  const struct {
+    const char* type;
+    std::shared_ptr<SampleBuffer> sample;
+    const char* error;
+  } cases[] = {{kFileTypeMPEG4, pcm, "MP4 (MPEG-4 Part 14) cannot hold PCM as it is"},
+               {kFileTypeWebM, pcm, "WebM cannot hold PCM as it is"},
+               {kFileTypeWebM, packet("mp3"), "WebM cannot hold mp3 as it is"},
+               {kFileTypeMPEG4, packet("eac3"), "MP4 (MPEG-4 Part 14) cannot hold eac3 as it is"},
+               {kFileTypeMPEG4, packet("wmav2"), "MP4 (MPEG-4 Part 14) cannot hold wmav2 as it is"},
+               {kFileTypeQuickTimeMovie, packet("opus"), "QuickTime / MOV cannot hold opus as it is"},
+               {kFileTypeQuickTimeMovie, packet("mp2"), "QuickTime / MOV cannot hold mp2 as it is"},
+               {kFileTypeMatroska, packet("wmav2"), "Matroska cannot hold wmav2 as it is"}};
+  for (const auto& each : cases) {
+    const TemporaryFolder folder;
+    const SoundMaker maker(folder / "sound", std::nullopt, each.type);
+    EXPECT_FALSE(maker.audio->append(each.sample));
+    EXPECT_FALSE(maker.writer->finishWriting());
+    EXPECT_EQ(maker.writer->error().value().description,
+              std::string(each.error) + ": give the input settings to encode it with");
+    EXPECT_TRUE(std::filesystem::is_empty(folder / "")) << each.error;
+  }
 }
 
 }  // namespace

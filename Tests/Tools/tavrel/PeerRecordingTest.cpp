@@ -69,6 +69,8 @@ TEST_F(PeerRecordingTest, RecordsPictureAndSoundOfOtherPrograms) {
   EXPECT_GT(length(movie, "v"), 2.5);
   EXPECT_GT(length(movie, "a"), 2.5);
   EXPECT_GT(loudness(movie), -30);
+  EXPECT_EQ(test::probe("-select_streams a -show_entries stream=channels -of csv=p=0 " + movie),
+            std::vector<std::string>{"2"});
   // Colour bars: the second is yellow, the last one blue.
   const auto picture = frameAt(movie, "1");
   const auto bytes = picture->dataProvider()->bytes();

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
@@ -99,6 +100,129 @@ TEST_F(TranscodeCommandTest, SoundThatTheContainerCannotTakeIsEncodedAnew) {
   }
 }
 
+TEST_F(TranscodeCommandTest, EveryFileTypeTakesEverySound) {
+  const struct {
+    const char* coding;
+    const char* source;
+    std::array<const char*, 4> stored;  // in .mov, .mp4, .mkv and .webm
+  } cases[] = {
+      {"aac", "s.mkv", {"aac", "aac", "aac", "opus"}},
+      {"libopus", "s.mkv", {"aac", "opus", "opus", "opus"}},
+      {"libvorbis", "s.mkv", {"aac", "vorbis", "vorbis", "vorbis"}},
+      {"flac", "s.mkv", {"aac", "aac", "flac", "opus"}},
+      {"alac", "s.mov", {"alac", "alac", "alac", "opus"}},
+      {"libmp3lame", "s.mkv", {"mp3", "mp3", "mp3", "opus"}},
+      {"mp2", "s.mkv", {"aac", "aac", "mp2", "opus"}},
+      {"ac3", "s.mkv", {"ac3", "aac", "ac3", "opus"}},
+      {"eac3", "s.mkv", {"aac", "aac", "eac3", "opus"}},
+      {"wmav1", "s.asf", {"aac", "aac", "aac", "opus"}},
+      {"wmav2", "s.asf", {"aac", "aac", "aac", "opus"}},
+      {"pcm_s16le", "s.mkv", {"pcm_s16le", "aac", "pcm_s16le", "opus"}},
+      {"pcm_s24le", "s.mkv", {"pcm_f32le", "aac", "pcm_f32le", "opus"}},
+  };
+  constexpr std::array kTypes{"mov", "mp4", "mkv", "webm"};
+  for (const auto& each : cases) {
+    test::makeMovie(file(each.source), std::string("-y -f lavfi -i testsrc2=s=64x48:r=25:d=1.5 -f lavfi -i "
+                                                   "sine=440:r=48000:d=1.5 -ac 2 -c:v mpeg4 -c:a ") +
+                                           each.coding + " -strict -2 OUT");
+    for (std::size_t i = 0; i < kTypes.size(); ++i) {
+      const std::string made = file((std::string("made.") + kTypes[i]).c_str());
+      SCOPED_TRACE(std::string(each.coding) + " into ." + kTypes[i]);
+      const CommandResult result = test::tavrel("transcode --force " + file(each.source) + " " + made);
+      ASSERT_EQ(result.status, 0) << result.output;
+      const auto said = test::probe("-select_streams a -show_entries stream=codec_name,channels -of csv=p=0 " + made);
+      EXPECT_TRUE(said.at(0).starts_with(std::string(each.stored[i]) + ",2")) << said.at(0);
+      const CommandResult heard = test::shell("ffmpeg -v error -i " + made + " -map a -f f32le - | wc -c");
+      EXPECT_NEAR(std::stod(heard.output) / (48000 * 2 * 4), 1.5, 0.06) << heard.output;
+      const std::string loudness = test::shell("ffmpeg -hide_banner -i " + made + " -af volumedetect -f null -").output;
+      EXPECT_NE(loudness.find("mean_volume: -2"), std::string::npos) << loudness;  // a sine of an eighth: -21 dB
+    }
+  }
+}
+
+TEST_F(TranscodeCommandTest, EncodersDoWhatTheOptionsAsk) {
+  ASSERT_NO_FATAL_FAILURE(makeFilm("in.mp4", "4", "-c:v libx264 -preset ultrafast -ac 2 -c:a aac"));
+  const auto transcode = [&](const char* name, const std::string& options) {
+    const CommandResult result = test::tavrel("transcode " + file("in.mp4") + " " + file(name) + " " + options);
+    EXPECT_EQ(result.status, 0) << result.output;
+  };
+  const auto said = [&](const char* name, const char* stream, const char* entry) {
+    const auto lines = test::probe(std::string("-select_streams ") + stream + " -show_entries stream=" + entry +
+                                   " -of default=nw=1:nk=1 " + file(name));
+    return lines.empty() ? std::string() : lines.front();
+  };
+  const struct {
+    const char* name;
+    const char* options;
+    const char* pictures;
+    const char* sound;
+  } codings[] = {
+      {"hevc.mp4", "--codec hevc", "hevc", "aac"},       {"av1.mkv", "--codec av1", "av1", "aac"},
+      {"named.mov", "--encoder libx265", "hevc", "aac"}, {"vp9.webm", "", "vp9", "opus"},
+      {"av1.webm", "--codec av1", "av1", "opus"},        {"vp9.mp4", "--codec vp9", "vp9", "aac"},
+  };
+  for (const auto& each : codings) {
+    transcode(each.name, each.options);
+    EXPECT_EQ(said(each.name, "v", "codec_name"), each.pictures) << each.name;
+    EXPECT_EQ(said(each.name, "a", "codec_name"), each.sound) << each.name;
+    EXPECT_EQ(said(each.name, "v", "avg_frame_rate"), "25/1") << each.name;
+  }
+
+  transcode("rate.mp4", "--bitrate 150k --keyframe 10 --audio-bitrate 32k --channels 1");
+  EXPECT_NEAR(std::stod(said("rate.mp4", "v", "bit_rate")), 150e3, 40e3);
+  EXPECT_EQ(said("rate.mp4", "a", "channels"), "1");
+  EXPECT_LT(std::stod(said("rate.mp4", "a", "bit_rate")), 40e3);
+  const auto keys =
+      test::probe("-select_streams v -skip_frame nokey -show_entries frame=pts -of csv=p=0 " + file("rate.mp4"));
+  EXPECT_GE(keys.size(), 10U);
+  transcode("coarse.mkv", "--quality 0.1");
+  transcode("fine.mkv", "--quality 0.9");
+  EXPECT_LT(2 * std::filesystem::file_size(file("coarse.mkv")), std::filesystem::file_size(file("fine.mkv")));
+
+  const CommandResult devices = test::tavrel("devices --json");
+  std::vector<std::string> encoders;
+  for (const auto& each : nlohmann::json::parse(devices.output)) {
+    if (each["type"] == "encoder") encoders.push_back(each["id"]);
+  }
+  for (const std::string& encoder : encoders) transcode("each.mkv", "--force --encoder " + encoder);
+  EXPECT_THAT(encoders, testing::IsSupersetOf({"libx264", "libx265", "libaom-av1", "libvpx-vp9"}));
+}
+
+TEST_F(TranscodeCommandTest, CopiedPicturesAreThoseOfTheOriginal) {
+  ASSERT_NO_FATAL_FAILURE(makeFilm("flat.mp4", "4", "-c:v libx264 -preset ultrafast -bf 2 -g 50 -c:a aac"));
+  ASSERT_NO_FATAL_FAILURE(
+      test::makeMovieFrom(file("flat.mp4"), file("turned.mp4"), "-i IN -c copy -metadata:s:v rotate=90 OUT"));
+  ASSERT_NO_FATAL_FAILURE(makeFilm("narrow.mkv", "2", "-c:v libvpx-vp9 -cpu-used 8 -aspect 2:1 -c:a libopus"));
+  const auto pictures = [&](const char* name) {
+    return test::shell("ffmpeg -v error -i " + file(name) + " -map v -f framemd5 - | grep -v '^#' | cut -d, -f6")
+        .output;
+  };
+  const auto shape = [&](const char* name) {
+    return test::probe(
+        "-select_streams v -show_entries stream=sample_aspect_ratio:stream_side_data=rotation "
+        "-of default=nw=1:nk=1 " +
+        file(name));
+  };
+  const struct {
+    const char* from;
+    const char* to;
+    const char* sound;
+  } cases[] = {{"flat.mp4", "a.mov", "copied"},
+               {"flat.mp4", "a.mkv", "copied"},
+               {"turned.mp4", "b.mp4", "copied"},
+               {"narrow.mkv", "c.webm", "copied"},
+               {"narrow.mkv", "c.mp4", "copied"}};
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.to);
+    const CommandResult result = test::tavrel("transcode --codec copy " + file(each.from) + " " + file(each.to));
+    ASSERT_EQ(result.status, 0) << result.output;
+    EXPECT_NE(result.output.find(std::string("sound ") + each.sound), std::string::npos) << result.output;
+    EXPECT_EQ(pictures(each.from), pictures(each.to));
+    EXPECT_EQ(shape(each.from), shape(each.to));
+    expectSameTimeline(each.from, each.to);
+  }
+}
+
 TEST_F(TranscodeCommandTest, PicturesAreReversedTurnedScaledAndSilencedAsAsked) {
   ASSERT_NO_FATAL_FAILURE(makeFilm("flat.mp4", "2", "-c:v libx264 -bf 2 -g 250 -c:a aac"));
   ASSERT_NO_FATAL_FAILURE(
@@ -143,7 +267,18 @@ TEST_F(TranscodeCommandTest, FailuresAreSaidInOneLineAndLeaveNothing) {
        "/etc/passwd is not a movie that can be read: Invalid data found when "
        "processing input"},
       {file("sound.wav") + " " + file("out.mp4"), 1, file("sound.wav") + " has no pictures, only sound"},
-      {in + file("out.webm"), 2, file("out.webm") + ": a movie's name ends in .mov, .mp4 or .mkv"},
+      {in + file("out.avi"), 2, file("out.avi") + ": a movie's name ends in .mov, .mp4, .mkv or .webm"},
+      {in + file("out.webm") + " --codec copy", 1,
+       file("out.webm") + " cannot hold h264 as it is: leave out --codec copy, or choose another file type"},
+      {in + file("out.webm") + " --codec hevc", 1, "cannot write " + file("out.webm") + ": WebM cannot hold hevc"},
+      {in + file("out.mp4") + " --codec copy --mirror", 2,
+       "--codec copy leaves the pictures as they are: leave out effects, --size, --reverse and --realtime"},
+      {in + file("out.mp4") + " --codec mpeg2", 2, "--codec mpeg2: expected h264, hevc, av1, vp9 or copy"},
+      {in + file("out.mp4") + " --bitrate fast", 2,
+       "--bitrate fast: expected 1000 to 2000000000 bits a second, or as 800k or 2.5M"},
+      {in + file("out.mp4") + " --quality 2", 2, "--quality 2: expected 0 to 1"},
+      {in + file("out.mp4") + " --encoder libx264 --codec hevc", 1,
+       "cannot write " + file("out.mp4") + ": VideoEncoder is \"libx264\", which does not make hevc"},
       {in + file("out.mp4") + " --size 3", 2, "--size 3: expected WIDTHxHEIGHT, each from 16 to 8192"},
   };
   for (const auto& each : cases) {

@@ -4,6 +4,7 @@
 
 #include "Platform/Media/Private/FFmpegTime.h"
 #include "Platform/Media/Private/Reading/MovieInput.h"
+#include "Platform/Media/Private/StoredCoding.h"
 
 namespace tavrel {
 
@@ -28,6 +29,14 @@ std::shared_ptr<const FormatDescription> storedFormatOf(const AVStream& stream) 
   format->codecName = avcodec_get_name(parameters.codec_id);
   if (parameters.extradata_size > 0) {
     format->codecExtradata.assign(parameters.extradata, parameters.extradata + parameters.extradata_size);
+  }
+  auto coding = std::make_shared<StoredCoding>();
+  coding->parameters.reset(avcodec_parameters_alloc());
+  if (coding->parameters && avcodec_parameters_copy(coding->parameters.get(), &parameters) >= 0) {
+    coding->parameters->codec_tag = 0;
+    if (stream.sample_aspect_ratio.num > 0) coding->parameters->sample_aspect_ratio = stream.sample_aspect_ratio;
+    coding->frameRate = stream.avg_frame_rate;
+    format->storedCoding = std::move(coding);
   }
   return format;
 }

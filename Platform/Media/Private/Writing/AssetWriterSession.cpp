@@ -140,7 +140,9 @@ void AssetWriterSession::checkReadiness() {
 
 void AssetWriterSession::fail(Error error) {
   std::unique_lock lock(mutex_);
-  if (!isEnding_) beginEnding(lock, Ending::fail, std::move(error));
+  if (!isEnding_) return beginEnding(lock, Ending::fail, std::move(error));
+  // An encoder may fail over what it still holds.
+  if (status_ == AssetWriterStatus::writing && !error_) error_ = std::move(error);
 }
 
 void AssetWriterSession::beginEnding(std::unique_lock<std::mutex>& lock, Ending ending, std::optional<Error> error) {
@@ -165,7 +167,8 @@ void AssetWriterSession::end(Ending ending) {
   for (const auto& input : inputs_) input->drain();
   packets_->drain();
 
-  std::optional<Error> error;
+  std::optional<Error> error = status() == AssetWriterStatus::writing ? this->error() : std::nullopt;
+  if (error) ending = Ending::fail;
   if (ending == Ending::cancel) {
     file_->remove();
   } else if (ending == Ending::fail && (settings_.appearsWhenComplete || !file_->hasSamples())) {

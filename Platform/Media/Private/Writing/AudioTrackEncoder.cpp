@@ -133,7 +133,7 @@ Expected<void> AudioTrackEncoder::open(TrackOutput output, bool isRealTime) {
   if (!fifo_) return failedToOpen(AVERROR(ENOMEM));
   const CodecParameters parameters(avcodec_parameters_alloc());
   avcodec_parameters_from_context(parameters.get(), context_.get());
-  output_.setFormat(parameters.get(), context_->time_base, true);
+  output_.setFormat({.parameters = parameters.get(), .timeBase = context_->time_base}, true);
   return {};
 }
 

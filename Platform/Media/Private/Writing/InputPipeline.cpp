@@ -164,7 +164,7 @@ bool InputPipeline::append(const SampleBuffer& sampleBuffer) {
   sample.frameCount = sampleBuffer.numSamples();
   sample.duration = sampleBuffer.duration();
   sample.decodeTime = sampleBuffer.timingEntries().front().decodeTimeStamp;
-  if (!settings_ && !isStorable(*sample.format)) return false;
+  if (!settings_ && !isStorable(*sample.format)) return refuse(*sample.format);
   return enqueue(std::move(sample), time);
 }
 
@@ -181,8 +181,20 @@ bool InputPipeline::isStorable(const FormatDescription& format) const {
     const std::lock_guard lock(mutex_);
     return output_;
   }();
-  return codec != AV_CODEC_ID_NONE && output.queue && output.queue->file().container().canHold(codec) &&
+  return output.queue && output.queue->file().container().canStore(codec, !format.codecExtradata.empty()) &&
          output.queue->file().hasTrack(output.track);
+}
+
+bool InputPipeline::refuse(const FormatDescription& format) {
+  std::unique_lock lock(mutex_);
+  if (stage_ != Stage::writing || waitingSamples_ > 0 || lastAppend_ != std::chrono::steady_clock::time_point())
+    return false;
+  const std::string coding = format.isCompressed() ? format.codecName : "PCM";
+  Error error = makeError(MediaErrorCode::unsuitableContainer,
+                          fmt::format("{} cannot hold {} as it is: give the input settings to encode it with",
+                                      output_.queue->file().container().name(), coding));
+  queue_->async([self = shared_from_this(), error = std::move(error)]() mutable { self->fail(std::move(error)); });
+  return false;
 }
 
 bool InputPipeline::stampPicture(TrackSample& sample, MediaTime movieTime) {

@@ -82,6 +82,8 @@ class InputPipeline : public std::enable_shared_from_this<InputPipeline> {
   bool stampPicture(TrackSample& sample, MediaTime movieTime);
   bool stampSound(const TrackSample& sample, MediaTime movieTime);
   bool isStorable(const FormatDescription& format) const;
+  /// False. A track whose first sample cannot be stored makes the writer fail.
+  bool refuse(const FormatDescription& format);
   void process(const TrackSample& sample, double seconds);
   void fail(Error error);
   void finishEncoder();

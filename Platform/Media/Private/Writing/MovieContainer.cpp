@@ -19,8 +19,10 @@ struct FileType {
   const char* name;
   const char* muxer;
 };
-constexpr std::array<FileType, 3> kFileTypes{
-    {{kFileTypeQuickTimeMovie, "mov"}, {kFileTypeMPEG4, "mp4"}, {kFileTypeMatroska, "matroska"}}};
+constexpr std::array<FileType, 4> kFileTypes{{{kFileTypeQuickTimeMovie, "mov"},
+                                              {kFileTypeMPEG4, "mp4"},
+                                              {kFileTypeMatroska, "matroska"},
+                                              {kFileTypeWebM, "webm"}}};
 
 bool isWellKnown(const std::string& key) {
   constexpr std::array<const char*, 5> kKnown{kMetadataTitle, kMetadataCreationDate, kMetadataLocation, kMetadataArtist,
@@ -47,12 +49,31 @@ Expected<MovieContainer> MovieContainer::find(std::string_view fileType) {
                                         [&](const FileType& candidate) { return fileType == candidate.name; });
   if (type == kFileTypes.end()) {
     return failure(MediaErrorCode::unsupportedFileType,
-                   fmt::format("\"{}\" is not a movie file type that can be written: use {}, {} or {}", fileType,
-                               kFileTypes[0].name, kFileTypes[1].name, kFileTypes[2].name));
+                   fmt::format("\"{}\" is not a movie file type that can be written: use {}, {}, {} or {}", fileType,
+                               kFileTypes[0].name, kFileTypes[1].name, kFileTypes[2].name, kFileTypes[3].name));
   }
   const AVOutputFormat* const format = av_guess_format(type->muxer, nullptr, nullptr);
   if (format) return MovieContainer(format);
   return failure(MediaErrorCode::unsupportedFileType, fmt::format("this FFmpeg cannot write {} files", type->muxer));
+}
+
+bool MovieContainer::canStore(AVCodecID codec, bool hasHeader) const {
+  if (codec == AV_CODEC_ID_NONE || !canHold(codec)) return false;
+  const auto isOneOf = [codec](const auto& list) { return std::find(list.begin(), list.end(), codec) != list.end(); };
+  // Windows Media's packets are of no use without sizes that not every container tells.
+  constexpr std::array kIncomplete = {AV_CODEC_ID_WMAV1, AV_CODEC_ID_WMAV2, AV_CODEC_ID_WMAPRO,
+                                      AV_CODEC_ID_WMALOSSLESS};
+  // The muxer says no only when it is too late, wants packets before it writes the header, or takes them for another
+  // layer of MPEG audio.
+  constexpr std::array kFragile = {AV_CODEC_ID_FLAC, AV_CODEC_ID_TRUEHD, AV_CODEC_ID_EAC3, AV_CODEC_ID_MP2};
+  const bool isQuickTime = format_->name == std::string_view("mov");
+  if (isOneOf(kIncomplete) || (isQuickTimeFamily() && isOneOf(kFragile))) return false;
+  if (codec == AV_CODEC_ID_OPUS && isQuickTime) return false;
+  if (codec == AV_CODEC_ID_AC3 && isQuickTimeFamily() && !isQuickTime) return false;
+  // These carry in every packet what the header of such a file has to say, or not at all.
+  constexpr std::array kNeedHeader = {AV_CODEC_ID_AAC, AV_CODEC_ID_VORBIS, AV_CODEC_ID_OPUS, AV_CODEC_ID_FLAC,
+                                      AV_CODEC_ID_ALAC};
+  return hasHeader || !isOneOf(kNeedHeader);
 }
 
 int MovieContainer::open(AVIOContext* output, OutputFormat& context) const {
@@ -66,13 +87,15 @@ int MovieContainer::open(AVIOContext* output, OutputFormat& context) const {
   return 0;
 }
 
-AVStream* MovieContainer::addStream(AVFormatContext& context, const AVCodecParameters& parameters, AVRational timeBase,
+AVStream* MovieContainer::addStream(AVFormatContext& context, const TrackFormat& format,
                                     const AffineTransform& transform) const {
   AVStream* const stream = avformat_new_stream(&context, nullptr);
   if (!stream) return nullptr;
-  avcodec_parameters_copy(stream->codecpar, &parameters);
+  avcodec_parameters_copy(stream->codecpar, format.parameters);
   if (!isQuickTimeFamily()) stream->codecpar->codec_tag = 0;
-  stream->time_base = timeBase;
+  stream->time_base = format.timeBase;
+  stream->avg_frame_rate = format.frameRate;
+  stream->sample_aspect_ratio = format.parameters->sample_aspect_ratio;
   addDisplayMatrix(stream, transform);
   return stream;
 }

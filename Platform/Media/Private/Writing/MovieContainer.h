@@ -11,6 +11,13 @@
 
 namespace tavrel {
 
+/// What a track's packets are.
+struct TrackFormat {
+  const AVCodecParameters* parameters = nullptr;
+  AVRational timeBase{0, 1};
+  AVRational frameRate{0, 1};  ///< of pictures, on average; 0 when it is not known
+};
+
 /// A type of movie file: what it can hold, and how libavformat is asked to write it. Immutable.
 class MovieContainer {
  public:
@@ -24,11 +31,13 @@ class MovieContainer {
   }
   bool canHold(AVCodecID codec) const { return avformat_query_codec(format_, codec, FF_COMPLIANCE_NORMAL) == 1; }
 
+  /// Whether packets of another movie can be stored; `hasHeader` if that says what a decoder has to know.
+  bool canStore(AVCodecID codec, bool hasHeader) const;
+
   /// An empty file of this type, which is written to `output`. FFmpeg's error code when there is none.
   int open(AVIOContext* output, OutputFormat& context) const;
   /// Adds a track. nullptr when no memory is left.
-  AVStream* addStream(AVFormatContext& context, const AVCodecParameters& parameters, AVRational timeBase,
-                      const AffineTransform& transform) const;
+  AVStream* addStream(AVFormatContext& context, const TrackFormat& format, const AffineTransform& transform) const;
   /// What a file of this type says about itself beside `items`: the same by the names that its readers look for.
   std::vector<MetadataItem> metadata(std::vector<MetadataItem> items) const;
   /// `videoTimescale` is 0 without pictures.

@@ -62,13 +62,14 @@ Expected<void> MovieFile::noted(Expected<void> result) {
   return result;
 }
 
-bool MovieFile::setFormat(int index, const AVCodecParameters* parameters, AVRational timeBase, bool isFinal) {
+bool MovieFile::setFormat(int index, const TrackFormat& format, bool isFinal) {
   const std::lock_guard lock(mutex_);
   if (areFormatsFixed_) return false;
   Track& track = tracks_[static_cast<std::size_t>(index)];
   track.format.parameters.reset(avcodec_parameters_alloc());
-  avcodec_parameters_copy(track.format.parameters.get(), parameters);
-  track.format.timeBase = timeBase;
+  avcodec_parameters_copy(track.format.parameters.get(), format.parameters);
+  track.format.timeBase = format.timeBase;
+  track.format.frameRate = format.frameRate;
   track.isFormatFinal = isFinal;
   return true;
 }

@@ -52,7 +52,7 @@ class MovieFile {
 
   /// Says what the track's packets are; `isFinal` unless the first sample may still change it. False once the header is
   /// written: the track keeps the format it had. Any thread.
-  bool setFormat(int track, const AVCodecParameters* parameters, AVRational timeBase, bool isFinal);
+  bool setFormat(int track, const TrackFormat& format, bool isFinal);
   /// False when the header was written before the track had a format. Any thread.
   bool hasTrack(int track) const;
   /// What an encoder holds is not in the file: its fragments get shorter by as much, to half their length. Before

@@ -34,7 +34,8 @@ Expected<void> MovieMuxer::checked(int result, const char* what) const {
 
 Expected<void> MovieMuxer::addStreams(AVFormatContext& context, const std::vector<const Stream*>& streams) const {
   for (const Stream* const stream : streams) {
-    if (!container_.addStream(context, *stream->parameters, stream->timeBase, stream->transform)) {
+    if (!container_.addStream(context, {stream->parameters.get(), stream->timeBase, stream->frameRate},
+                              stream->transform)) {
       return checked(AVERROR(ENOMEM), "the movie's header cannot be made");
     }
   }
@@ -88,8 +89,18 @@ Expected<void> MovieMuxer::beginIndex(const std::vector<const Stream*>& streams,
 Expected<void> MovieMuxer::write(std::size_t stream, Packet packet) {
   const bool isBeforeStart = isPriming(mediaTypes_[stream], *packet);
   packet->stream_index = static_cast<int>(stream);
+  const AVCodecParameters& parameters = *context_->streams[stream]->codecpar;
+  // Of Opus, Matroska's header says what is not heard (FFmpeg 5.1 does not say it of AAC); all its times are later by
+  // as much.
+  const bool isDelayTold = !container_.isQuickTimeFamily() && parameters.codec_id == AV_CODEC_ID_OPUS;
+  if (isDelayTold) {
+    const std::int64_t delay =
+        av_rescale_q(parameters.initial_padding, {1, parameters.sample_rate}, timeBases_[stream]);
+    packet->pts += delay;
+    packet->dts += delay;
+  }
   av_packet_rescale_ts(packet.get(), timeBases_[stream], context_->streams[stream]->time_base);
-  if (isBeforeStart) return writePriming(*packet);
+  if (isBeforeStart && !isDelayTold) return writePriming(*packet);
   if (stream == 0) setInterleaving(true);
   if (index_) index_->add(*packet);
   return checked(av_write_frame(context_.get(), packet.get()), "a packet cannot be written to the movie");

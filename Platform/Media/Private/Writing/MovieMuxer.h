@@ -34,6 +34,7 @@ class MovieMuxer {
     AffineTransform transform;
     CodecParameters parameters;
     AVRational timeBase{0, 1};
+    AVRational frameRate{0, 1};
   };
 
   MovieMuxer(std::unique_ptr<MovieFileOutput> output, MovieContainer container);

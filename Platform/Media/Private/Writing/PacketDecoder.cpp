@@ -7,6 +7,7 @@
 
 #include "Platform/Media/Private/FFmpegError.h"
 #include "Platform/Media/Private/FFmpegTime.h"
+#include "Platform/Media/Private/StoredCoding.h"
 
 namespace tavrel {
 
@@ -18,10 +19,14 @@ Expected<PacketDecoder> PacketDecoder::create(const FormatDescription& format) {
                    fmt::format("sound coded as {} cannot be decoded", format.codecName));
   CodecContext codec(avcodec_alloc_context3(decoder));
   if (!codec) return failure(MediaErrorCode::allocationFailed, "there is no memory left for a decoder");
+  // Some codings, Windows Media's for one, have a block size and a bit rate that the decoder must know.
+  if (format.storedCoding) avcodec_parameters_to_context(codec.get(), format.storedCoding->parameters.get());
   codec->sample_rate = static_cast<int>(std::lround(format.audioFormat.sampleRate));
-  av_channel_layout_default(&codec->ch_layout, static_cast<int>(format.audioFormat.channelCount));
+  if (codec->ch_layout.nb_channels == 0) {
+    av_channel_layout_default(&codec->ch_layout, static_cast<int>(format.audioFormat.channelCount));
+  }
   codec->pkt_timebase = {1, codec->sample_rate};
-  if (const std::size_t size = format.codecExtradata.size(); size > 0) {
+  if (const std::size_t size = format.codecExtradata.size(); size > 0 && codec->extradata_size == 0) {
     codec->extradata = static_cast<std::uint8_t*>(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE));
     if (!codec->extradata) return failure(MediaErrorCode::allocationFailed, "there is no memory left for a decoder");
     std::memcpy(codec->extradata, format.codecExtradata.data(), size);

@@ -52,8 +52,8 @@ struct TrackOutput {
   std::shared_ptr<PacketQueue> queue;
   int track = -1;
 
-  bool setFormat(const AVCodecParameters* parameters, AVRational timeBase, bool isFinal) const {
-    return queue->file().setFormat(track, parameters, timeBase, isFinal);
+  bool setFormat(const TrackFormat& format, bool isFinal) const {
+    return queue->file().setFormat(track, format, isFinal);
   }
   void write(Packet packet) const { queue->write(track, std::move(packet)); }
 };

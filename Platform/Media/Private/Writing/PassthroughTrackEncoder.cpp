@@ -7,6 +7,7 @@
 
 #include "Platform/Media/Private/FFmpegError.h"
 #include "Platform/Media/Private/FFmpegTime.h"
+#include "Platform/Media/Private/StoredCoding.h"
 #include "Platform/Media/Private/Writing/AudioTrackEncoder.h"
 
 namespace tavrel {
@@ -35,11 +36,14 @@ Expected<void> PassthroughTrackEncoder::adoptFirstSample(const TrackSample& samp
 Expected<void> PassthroughTrackEncoder::setPacketFormat(const TrackSample& sample) {
   const FormatDescription& format = *sample.format;
   const CodecParameters parameters(avcodec_parameters_alloc());
+  if (format.storedCoding) avcodec_parameters_copy(parameters.get(), format.storedCoding->parameters.get());
   parameters->codec_id = codecOf(format);
   if (mediaType_ == MediaType::audio) {
     parameters->codec_type = AVMEDIA_TYPE_AUDIO;
     parameters->sample_rate = static_cast<int>(std::lround(format.audioFormat.sampleRate));
-    av_channel_layout_default(&parameters->ch_layout, static_cast<int>(format.audioFormat.channelCount));
+    if (parameters->ch_layout.nb_channels == 0) {
+      av_channel_layout_default(&parameters->ch_layout, static_cast<int>(format.audioFormat.channelCount));
+    }
     timeBase_ = {1, parameters->sample_rate};
     parameters->frame_size =
         static_cast<int>(unitsOf(sample.duration, timeBase_) > 0 ? unitsOf(sample.duration, timeBase_) : 0);
@@ -49,14 +53,17 @@ Expected<void> PassthroughTrackEncoder::setPacketFormat(const TrackSample& sampl
     parameters->height = static_cast<int>(format.videoSize.height);
     timeBase_ = {1, timescale_ > 0 ? timescale_ : sample.timescale};
   }
-  if (!format.codecExtradata.empty()) {
-    const std::size_t size = format.codecExtradata.size();
+  // Of AC-3, any packet has what the file's header says.
+  const Data& header = parameters->codec_id == AV_CODEC_ID_AC3 ? *sample.packet : format.codecExtradata;
+  if (!header.empty() && !parameters->extradata) {
+    const std::size_t size = header.size();
     parameters->extradata = static_cast<std::uint8_t*>(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE));
     if (!parameters->extradata) return failure(MediaErrorCode::allocationFailed, "no memory for a track's format");
-    std::memcpy(parameters->extradata, format.codecExtradata.data(), size);
+    std::memcpy(parameters->extradata, header.data(), size);
     parameters->extradata_size = static_cast<int>(size);
   }
-  output_.setFormat(parameters.get(), timeBase_, true);
+  output_.setFormat(
+      {parameters.get(), timeBase_, format.storedCoding ? format.storedCoding->frameRate : AVRational{0, 1}}, true);
   return {};
 }
 

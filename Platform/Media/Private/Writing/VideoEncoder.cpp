@@ -58,6 +58,24 @@ Expected<void> VideoEncoder::check(const VideoSettings& settings) {
   return {};
 }
 
+std::vector<VideoEncoderInfo> VideoEncoder::list() {
+  std::vector<VideoEncoderInfo> encoders;
+  for (const VideoEncoderKind& kind : VideoEncoderKind::all()) {
+    VideoEncoderOptions options;
+    options.settings.codec = kind.codec;
+    options.settings.encoder = kind.name;
+    options.settings.width = 640;
+    options.settings.height = 480;
+    for (const VideoEncoderAttempt& attempt : videoEncoderAttempts(options.settings)) {
+      const std::string name = attempt.node.empty() ? kind.name : fmt::format("{}:{}", kind.name, attempt.node);
+      const bool isListed = !encoders.empty() && encoders.back().name == name;
+      if (isListed || !openFirst({attempt}, options)) continue;
+      encoders.push_back({name, options.settings.codecName(), kind.device != EncoderDevice::processor});
+    }
+  }
+  return encoders;
+}
+
 Expected<VideoEncoder> VideoEncoder::open(const VideoEncoderOptions& options) {
   return openFirst(videoEncoderAttempts(options.settings), options);
 }

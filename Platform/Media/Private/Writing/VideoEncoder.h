@@ -3,9 +3,11 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Platform/Foundation/Error.h"
 #include "Platform/Media/Private/Writing/VideoEncoderKind.h"
+#include "Platform/Media/VideoEncoderInfo.h"
 
 namespace tavrel {
 
@@ -20,6 +22,8 @@ class VideoEncoder {
   static Expected<VideoEncoder> openSuccessor(VideoEncoderOptions options);
   /// Whether an encoder for these settings is built in and has its device.
   static Expected<void> check(const VideoSettings& settings);
+  /// Those that open, each on each of its devices.
+  static std::vector<VideoEncoderInfo> list();
 
   const VideoEncoderOptions& options() const { return options_; }
   const VideoEncoderKind& kind() const { return *attempt_.kind; }

@@ -83,7 +83,7 @@ void setFreeOptions(AVDictionary*& options, AVCodecContext& context, const Video
 void setAomOptions(AVDictionary*& options, AVCodecContext& context, const VideoEncoderOptions& wanted) {
   setFreeOptions(options, context, wanted);
   av_dict_set(&options, "usage", wanted.isRealTime ? "realtime" : "good", 0);
-  av_dict_set(&options, "cpu-used", wanted.isRealTime ? "9" : "6", 0);
+  av_dict_set(&options, "cpu-used", wanted.isRealTime ? "8" : "6", 0);
 }
 
 void setVpxOptions(AVDictionary*& options, AVCodecContext& context, const VideoEncoderOptions& wanted) {

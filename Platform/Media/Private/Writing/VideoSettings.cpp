@@ -36,11 +36,12 @@ const std::string* textFor(const Dictionary& settings, const char* key) {
   return entry == settings.end() ? nullptr : std::get_if<std::string>(&entry->second);
 }
 
+constexpr std::array<std::pair<const char*, AVCodecID>, 4> kCodecs{{{kVideoCodecH264, AV_CODEC_ID_H264},
+                                                                    {kVideoCodecHEVC, AV_CODEC_ID_HEVC},
+                                                                    {kVideoCodecAV1, AV_CODEC_ID_AV1},
+                                                                    {kVideoCodecVP9, AV_CODEC_ID_VP9}}};
+
 Expected<AVCodecID> codecOf(const Dictionary& settings) {
-  constexpr std::array<std::pair<const char*, AVCodecID>, 4> kCodecs{{{kVideoCodecH264, AV_CODEC_ID_H264},
-                                                                      {kVideoCodecHEVC, AV_CODEC_ID_HEVC},
-                                                                      {kVideoCodecAV1, AV_CODEC_ID_AV1},
-                                                                      {kVideoCodecVP9, AV_CODEC_ID_VP9}}};
   const std::string* const name = textFor(settings, kVideoCodecKey);
   std::string names;
   for (const auto& [known, codec] : kCodecs) {
@@ -67,6 +68,12 @@ Expected<void> readEncoder(const Dictionary& settings, VideoSettings& result) {
 }
 
 }  // namespace
+
+std::string VideoSettings::codecName() const {
+  const auto* const known =
+      std::find_if(kCodecs.begin(), kCodecs.end(), [this](const auto& each) { return each.second == codec; });
+  return known->first;
+}
 
 Expected<VideoSettings> VideoSettings::parse(const Dictionary& settings) {
   VideoSettings result;

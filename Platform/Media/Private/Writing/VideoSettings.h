@@ -23,6 +23,8 @@ struct VideoSettings {
   std::optional<double> frameRate;
 
   static Expected<VideoSettings> parse(const Dictionary& settings);
+  /// The coding as a value of `kVideoCodecKey`.
+  std::string codecName() const;
 };
 
 }  // namespace tavrel

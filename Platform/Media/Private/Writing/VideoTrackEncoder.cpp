@@ -48,9 +48,17 @@ Expected<void> VideoTrackEncoder::open(TrackOutput output, bool isRealTime) {
   auto encoder = VideoEncoder::open(options);
   if (!encoder) return tl::unexpected(encoder.error());
   encoder_.emplace(std::move(*encoder));
-  output_.setFormat(encoder_->parameters().get(), options.timeBase, false);
+  setFormat(*encoder_, false);
   if (isRealTime) output_.queue->file().setEncoderDelay(kLiveDelay / av_q2d(options.frameRate));
   return {};
+}
+
+bool VideoTrackEncoder::setFormat(const VideoEncoder& encoder, bool isFinal) const {
+  const VideoEncoderOptions& options = encoder.options();
+  const bool isRateKnown = isFinal || settings_.frameRate;
+  const CodecParameters parameters = encoder.parameters();
+  return output_.setFormat({parameters.get(), options.timeBase, isRateKnown ? options.frameRate : AVRational{0, 1}},
+                           isFinal);
 }
 
 Expected<void> VideoTrackEncoder::adopt(const TrackSample& first, double framesPerSecond, bool isFinal) {
@@ -62,13 +70,13 @@ Expected<void> VideoTrackEncoder::adopt(const TrackSample& first, double framesP
                       av_cmp_q(options.timeBase, encoder_->options().timeBase) == 0 &&
                       av_cmp_q(options.frameRate, encoder_->options().frameRate) == 0;
   if (isSame) {
-    output_.setFormat(encoder_->parameters().get(), options.timeBase, isFinal);
+    setFormat(*encoder_, isFinal);
     return {};
   }
   auto encoder = VideoEncoder::open(options);
   if (!encoder) return tl::unexpected(encoder.error());
   // Too late when the header was written meanwhile: then the encoder that it describes stays.
-  if (output_.setFormat(encoder->parameters().get(), options.timeBase, isFinal)) encoder_.emplace(std::move(*encoder));
+  if (setFormat(*encoder, isFinal)) encoder_.emplace(std::move(*encoder));
   return {};
 }
 

@@ -22,6 +22,7 @@ class VideoTrackEncoder final : public TrackEncoder {
  private:
   /// Opens the encoder that suits the first picture, and the frame rate that came out.
   Expected<void> adopt(const TrackSample& first, double framesPerSecond, bool isFinal);
+  bool setFormat(const VideoEncoder& encoder, bool isFinal) const;
   Expected<void> encodePicture(const TrackSample& sample);
   /// Goes on in software when a device has failed.
   Expected<void> replaceEncoder(const Error& failure);

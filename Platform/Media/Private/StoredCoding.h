@@ -1,0 +1,13 @@
+#pragma once
+
+#include "Platform/Media/Private/FFmpegHandles.h"
+
+namespace tavrel {
+
+/// What a file says about a track's coding. Immutable.
+struct StoredCoding {
+  CodecParameters parameters;
+  AVRational frameRate{0, 1};  ///< on average; 0 when it is not known
+};
+
+}  // namespace tavrel
