@@ -36,6 +36,7 @@ const char lendingKey = 0;
 
 ContextLending::ContextLending(std::shared_ptr<DispatchQueue> owner) : owner_(std::move(owner)) {
   owner_->setSpecific(&lendingKey, this);
+  owner_->setLender([] { return std::make_shared<ContextWait>(); });
 }
 
 ContextLending::~ContextLending() { owner_->setSpecific(&lendingKey, nullptr); }

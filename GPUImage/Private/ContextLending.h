@@ -75,7 +75,8 @@ class ForeignContextScope {
 };
 
 /// Lends the context of the calling thread's queue while that thread waits for what another queue does, which may need
-/// the context for it. Has no effect outside the queues of contexts.
+/// the context for it. Has no effect outside the queues of contexts. Longer waits for a semaphore, a group or another
+/// queue do so by themselves (`DispatchQueue::setLender`); this is for waits that are known to be long.
 class ContextWait {
  public:
   ContextWait();

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/Dispatch/Private/LendingWait.h"
 #include "Platform/Foundation/Deadline.h"
 #include "Platform/Foundation/FatalAssertion.h"
 
@@ -66,15 +67,14 @@ void DispatchGroup::notify(const std::shared_ptr<DispatchQueue>& queue, Dispatch
   queue->async(std::move(block));
 }
 
-void DispatchGroup::wait() {
-  std::unique_lock lock(implementation_->mutex);
-  implementation_->empty.wait(lock, [this] { return implementation_->count == 0; });
-}
+void DispatchGroup::wait() { wait(std::chrono::nanoseconds::max()); }
 
 bool DispatchGroup::wait(std::chrono::nanoseconds timeout) {
-  std::unique_lock lock(implementation_->mutex);
-  return implementation_->empty.wait_until(lock, deadlineAfter(timeout),
-                                           [this] { return implementation_->count == 0; });
+  return waitLending(timeout, [this](auto limit) {
+    std::unique_lock lock(implementation_->mutex);
+    return implementation_->empty.wait_until(lock, deadlineAfter(limit),
+                                             [this] { return implementation_->count == 0; });
+  });
 }
 
 }  // namespace tavrel

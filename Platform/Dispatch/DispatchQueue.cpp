@@ -9,6 +9,7 @@
 #include "Platform/Dispatch/DispatchSemaphore.h"
 #include "Platform/Dispatch/Private/CurrentQueue.h"
 #include "Platform/Dispatch/Private/DispatchRuntime.h"
+#include "Platform/Dispatch/Private/LendingWait.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Foundation/ProcessEnd.h"
 
@@ -24,6 +25,7 @@ struct DispatchQueue::Implementation {
   std::atomic<bool> isShutDown = false;
   std::mutex specificsMutex;
   std::map<const void*, void*> specifics;
+  Lender lender;
 
   void post(DispatchQueue* queue, Block block) const {
     worker->start(queue);
@@ -104,8 +106,16 @@ void DispatchQueue::syncErased(void (*function)(void*), void* context) {
     function(context);
     done.signal();
   });
-  const DispatchWorker::Rest rest;
-  done.wait();
+  waitLending(std::chrono::nanoseconds::max(), [&](auto limit) {
+    const DispatchWorker::Rest rest;
+    return done.waitHolding(limit);
+  });
+}
+
+void DispatchQueue::setLender(Lender lend) { implementation_->lender = std::move(lend); }
+
+std::shared_ptr<void> DispatchQueue::lend() const {
+  return implementation_->lender ? implementation_->lender() : nullptr;
 }
 
 bool DispatchQueue::trySyncErased(std::chrono::nanoseconds patience, void (*function)(void*), void* context) {

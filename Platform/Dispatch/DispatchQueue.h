@@ -101,6 +101,11 @@ class TAVREL_API DispatchQueue : public std::enable_shared_from_this<DispatchQue
   void setSpecific(const void* key, void* value);
   /// The value under `key` of the current queue; nullptr outside any queue.
   static void* getSpecific(const void* key);
+  /// For what a block of this queue holds and others may need while it waits for a semaphore, a group or another queue,
+  /// if that takes longer than 20 ms: `lend` is called before, on the queue, and its result destroyed after the wait.
+  using Lender = std::function<std::shared_ptr<void>()>;
+  /// Set it before the first block.
+  void setLender(Lender lend);
   /// The queue whose block the calling thread is running, or nullptr.
   static DispatchQueue* current();
   bool isCurrent() const { return current() == this; }
@@ -112,6 +117,8 @@ class TAVREL_API DispatchQueue : public std::enable_shared_from_this<DispatchQue
  private:
   struct Implementation;
   friend class RunLoop;
+  template <typename Wait>
+  friend bool waitLending(std::chrono::nanoseconds limit, const Wait& wait);
 
   explicit DispatchQueue(std::unique_ptr<Implementation> implementation);
 
@@ -119,6 +126,7 @@ class TAVREL_API DispatchQueue : public std::enable_shared_from_this<DispatchQue
   static void* address(Callable& callable) {
     return const_cast<void*>(static_cast<const void*>(std::addressof(callable)));
   }
+  std::shared_ptr<void> lend() const;
   void syncErased(void (*function)(void*), void* context);
   bool trySyncErased(std::chrono::nanoseconds patience, void (*function)(void*), void* context);
 

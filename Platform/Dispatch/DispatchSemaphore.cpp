@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "Platform/Dispatch/Private/LendingWait.h"
 #include "Platform/Foundation/Deadline.h"
 
 namespace tavrel {
@@ -17,14 +18,14 @@ DispatchSemaphore::DispatchSemaphore(long count) : implementation_(new Implement
 
 DispatchSemaphore::~DispatchSemaphore() = default;
 
-void DispatchSemaphore::wait() {
-  auto& [mutex, available, count] = *implementation_;
-  std::unique_lock lock(mutex);
-  available.wait(lock, [this] { return implementation_->count > 0; });
-  --count;
-}
+void DispatchSemaphore::wait() { wait(std::chrono::nanoseconds::max()); }
 
 bool DispatchSemaphore::wait(std::chrono::nanoseconds timeout) {
+  return waitLending(timeout, [this](auto limit) { return waitHolding(limit); });
+}
+
+/// Without lending what the queue of the calling thread holds.
+bool DispatchSemaphore::waitHolding(std::chrono::nanoseconds timeout) {
   auto& [mutex, available, count] = *implementation_;
   std::unique_lock lock(mutex);
   if (!available.wait_until(lock, deadlineAfter(timeout), [this] { return implementation_->count > 0; })) return false;

@@ -23,7 +23,11 @@ class TAVREL_API DispatchSemaphore {
   void signal();
 
  private:
+  friend class DispatchQueue;
   struct Implementation;
+
+  bool waitHolding(std::chrono::nanoseconds timeout);
+
   std::unique_ptr<Implementation> implementation_;
 };
 

@@ -73,6 +73,36 @@ TEST(ContextLending, QueuesThatSubmitToEachOtherGetOn) {
   for (std::thread& caller : callers) caller.join();
 }
 
+/// Whatever a block of one context's queue waits with, another queue may use the context for what is waited for.
+TEST(ContextLending, AQueueThatWaitsForAnotherLendsItsContext) {
+  Room shared(TavrelGPUImageContext::sharedImageProcessingContext());
+  const auto context = std::make_shared<TavrelGPUImageContext>();
+  Room other(context);
+  const auto& queue = context->contextQueue();
+  const auto lookAround = [&] { Room::visit({&shared, &other}, 2); };
+  const std::vector<std::function<void()>> waits = {[&] { queue->sync(lookAround); },
+                                                    [&] {
+                                                      DispatchSemaphore done(0);
+                                                      queue->async([&] {
+                                                        lookAround();
+                                                        done.signal();
+                                                      });
+                                                      done.wait();
+                                                    },
+                                                    [&] {
+                                                      DispatchGroup group;
+                                                      group.async(queue, lookAround);
+                                                      EXPECT_TRUE(group.wait(std::chrono::seconds(30)));
+                                                    }};
+  for (const auto& wait : waits) {
+    TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+      TavrelGPUImageContext::useImageProcessingContext();
+      wait();
+      EXPECT_EQ(GLContext::current(), TavrelGPUImageContext::sharedImageProcessingContext()->context().get());
+    });
+  }
+}
+
 TEST(ContextLending, AThreadThatAsksFirstForTheDevicesLimitsMayDoSoOnAnyQueue) {
   const auto other = std::make_shared<TavrelGPUImageContext>();
   std::thread outside([&] {
