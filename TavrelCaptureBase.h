@@ -29,6 +29,7 @@
 #include "GPUImage/Filters/TavrelGPUImageAlphaBlendFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageBeautifyFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageBuffer.h"
+#include "GPUImage/Filters/TavrelGPUImageColorTableFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageCropFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageGaussianBlurFilter.h"

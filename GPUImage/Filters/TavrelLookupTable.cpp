@@ -3,8 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -101,19 +103,39 @@ bool looksLikeText(const Data& bytes) {
   return std::find(bytes.begin(), end, std::uint8_t{0}) == end;
 }
 
-Expected<std::shared_ptr<Image>> imageFromPicture(const std::shared_ptr<Image>& picture) {
-  if (picture->width() == kSide && picture->height() == kSide && !isHaldOfFilterSize(*picture)) return picture;
-  return TavrelLookupImageFromHald(*picture);
+std::shared_ptr<Image> drawnFrom(const ColorTable& table) {
+  return drawn([&](const Color& color) { return table.at(color); });
 }
 
-}  // namespace
-
-Expected<std::shared_ptr<Image>> TavrelLookupImageFromCube(std::string_view text) {
-  return parseCube(text).map(
-      [](const ColorTable& table) { return drawn([&](const Color& c) { return table.at(c); }); });
+TavrelLookupTable lookupOf(ColorTable&& parsed) {
+  auto table = std::make_shared<const ColorTable>(std::move(parsed));
+  auto image = drawnFrom(*table);
+  return {std::move(table), std::move(image)};
 }
 
-Expected<std::shared_ptr<Image>> TavrelLookupImageFromHald(const Image& picture) {
+/// The straight colours of a picture, each in 0…1.
+std::vector<Color> colorsOf(const Image& picture) {
+  std::vector<Color> colors;
+  colors.reserve(picture.width() * picture.height());
+  if (picture.bitsPerPixel() == 64) {
+    for (std::size_t y = 0; y < picture.height(); ++y) {
+      const std::uint8_t* const row = picture.dataProvider()->bytes().data() + y * picture.bytesPerRow();
+      for (std::size_t x = 0; x < picture.width(); ++x) {
+        std::array<std::uint16_t, 3> words{};
+        std::memcpy(words.data(), row + x * 8, sizeof words);
+        colors.push_back({static_cast<float>(words[0]) / 65535, static_cast<float>(words[1]) / 65535,
+                          static_cast<float>(words[2]) / 65535});
+      }
+    }
+    return colors;
+  }
+  const std::vector<std::uint8_t> pixels = pixelsOf(picture);
+  for (std::size_t i = 0; i < pixels.size(); i += 4)
+    colors.push_back({pixels[i + 2] / 255.0F, pixels[i + 1] / 255.0F, pixels[i] / 255.0F});
+  return colors;
+}
+
+Expected<ColorTable> tableFromHald(const Image& picture) {
   const std::size_t level = haldLevel(picture);
   if (level == 0) {
     return failure("lookup", EINVAL,
@@ -121,17 +143,26 @@ Expected<std::shared_ptr<Image>> TavrelLookupImageFromHald(const Image& picture)
                                "picture, a square with a side of 8, 27, 64, 125 … pixels",
                                picture.width(), picture.height()));
   }
-  const std::vector<std::uint8_t> pixels = pixelsOf(picture);
-  ColorTable table;
-  table.size = level * level;
-  table.colors.reserve(pixels.size() / 4);
-  for (std::size_t i = 0; i < pixels.size(); i += 4) {
-    table.colors.push_back({pixels[i + 2] / 255.0F, pixels[i + 1] / 255.0F, pixels[i] / 255.0F});
-  }
-  return drawn([&](const Color& color) { return table.at(color); });
+  return ColorTable{.stages = {{.size = level * level, .colors = colorsOf(picture)}}};
 }
 
-Expected<std::shared_ptr<Image>> TavrelLookupImageFromFile(const std::filesystem::path& file) {
+Expected<TavrelLookupTable> tableFromPicture(const std::shared_ptr<Image>& picture) {
+  if (picture->width() == kSide && picture->height() == kSide && !isHaldOfFilterSize(*picture))
+    return TavrelLookupTable{nullptr, picture};
+  return tableFromHald(*picture).map(lookupOf);
+}
+
+}  // namespace
+
+Expected<std::shared_ptr<Image>> TavrelLookupImageFromCube(std::string_view text) {
+  return parseCube(text).map(drawnFrom);
+}
+
+Expected<std::shared_ptr<Image>> TavrelLookupImageFromHald(const Image& picture) {
+  return tableFromHald(picture).map(drawnFrom);
+}
+
+Expected<TavrelLookupTable> TavrelLookupTableFromFile(const std::filesystem::path& file) {
   auto bytes = readFile(file);
   if (!bytes) return tl::unexpected(bytes.error());
   const auto named = [&](Error error) {
@@ -139,11 +170,15 @@ Expected<std::shared_ptr<Image>> TavrelLookupImageFromFile(const std::filesystem
     return error;
   };
   if (auto source = ImageSource::create(*bytes, file.string())) {
-    return (*source)->imageAtIndex(0).and_then(imageFromPicture).map_error(named);
+    return (*source)->decodedImage(0, {.keepsDepth = true}).and_then(tableFromPicture).map_error(named);
   } else if (!looksLikeText(*bytes)) {
     return tl::unexpected(source.error());
   }
-  return TavrelLookupImageFromCube({reinterpret_cast<const char*>(bytes->data()), bytes->size()}).map_error(named);
+  return parseColorTable({reinterpret_cast<const char*>(bytes->data()), bytes->size()}).map(lookupOf).map_error(named);
+}
+
+Expected<std::shared_ptr<Image>> TavrelLookupImageFromFile(const std::filesystem::path& file) {
+  return TavrelLookupTableFromFile(file).map([](TavrelLookupTable&& read) { return std::move(read.image); });
 }
 
 std::shared_ptr<Image> TavrelLookupIdentityImage() {

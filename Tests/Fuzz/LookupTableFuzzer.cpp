@@ -15,7 +15,7 @@ namespace {
 constexpr float kLevels[] = {-1e30F, 0, 0.3F, 1, 7, HUGE_VALF};
 
 void readText(std::string_view text) {
-  const auto table = tavrel::parseCube(text);
+  const auto table = tavrel::parseColorTable(text);
   if (!table) return;
   for (const float red : kLevels) {
     for (const float blue : kLevels) (void)table->at({red, 0.5F, blue});
@@ -32,7 +32,7 @@ void readFile(const std::uint8_t* bytes, std::size_t size) {
 
 }  // namespace
 
-/// A ".cube" text, or a picture: anything that does not begin as text does.
+/// A ".cube", ".3dl" or ".csp" text, or a picture: anything that does not begin as text does.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   if (size > 3 && (bytes[0] >= 0x80 || bytes[0] == 'G')) {
     readFile(bytes, size);

@@ -75,7 +75,9 @@ std::shared_ptr<TavrelCaptureEffect> makeBlur(const std::string& value) {
 
 std::shared_ptr<TavrelCaptureEffect> makeLookup(const std::string& value) {
   auto effect = std::make_shared<TavrelLUTFilterCaptureEffect>();
-  effect->setImage(valueOrThrow(TavrelLookupImageFromFile(value)));
+  TavrelLookupTable lookup = valueOrThrow(TavrelLookupTableFromFile(value));
+  effect->setImage(std::move(lookup.image));
+  effect->setTable(std::move(lookup.table));
   return effect;
 }
 
@@ -140,7 +142,9 @@ EffectOptions::EffectOptions(CLI::App& command) : command_(command) {
           ->type_name("B[,BRIGHT[,TONE]]")
           ->type_size(1),
       makeBeauty);
-  add(command.add_option("--lut", "Apply a lookup table: a .cube file, a HALD picture or a 512x512 one of 8x8 tiles")
+  add(command
+          .add_option("--lut",
+                      "Apply a lookup table: a .cube, .3dl or .csp file, a HALD picture or a 512x512 one of 8x8 tiles")
           ->type_name("FILE")
           ->type_size(1),
       makeLookup);

@@ -27,7 +27,7 @@ Color mixed(const Color& first, const Color& second, float fraction) {
 
 }  // namespace
 
-Color ColorTable::at(const Color& input) const {
+Color ColorStage::at(const Color& input) const {
   std::array<Place, 3> places;
   for (std::size_t i = 0; i < places.size(); ++i) {
     places[i] = placeOf(input[i], domainMinimum[i], domainMaximum[i], size);
@@ -51,6 +51,18 @@ Color ColorTable::at(const Color& input) const {
     return mixed(alongRed(green.below, b), alongRed(green.above, b), green.fraction);
   };
   return mixed(alongGreen(blue.below), alongGreen(blue.above), blue.fraction);
+}
+
+Color ColorTable::at(const Color& input) const {
+  Color color = input;
+  if (takesVideoRange) {
+    for (float& component : color) component = kVideoBlack + component * kVideoSpan;
+  }
+  for (const ColorStage& stage : stages) color = stage.at(color);
+  if (givesVideoRange) {
+    for (float& component : color) component = (component - kVideoBlack) / kVideoSpan;
+  }
+  return color;
 }
 
 }  // namespace tavrel

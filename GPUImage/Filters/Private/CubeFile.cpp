@@ -1,154 +1,147 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
-#include <limits>
-#include <string>
 #include <utility>
 
 #include "GPUImage/Filters/Private/ColorTable.h"
+#include "GPUImage/Filters/Private/TableText.h"
 
 namespace tavrel {
 namespace {
 
-constexpr std::string_view kBlanks = " \t\r";
-
-std::string_view trimmed(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
-
-/// The word at the front, which `text` loses.
-std::string_view takeWord(std::string_view& text) {
-  text = trimmed(text);
-  const std::string_view word = text.substr(0, text.find_first_of(kBlanks));
-  text = trimmed(text.substr(word.size()));
-  return word;
-}
-
-/// What may be shown of a file that may be anything.
-std::string excerpt(std::string_view text) {
-  std::string shown;
-  for (const char character : text.substr(0, 24)) {
-    shown += character >= ' ' && character <= '~' ? character : '?';
-  }
-  return text.size() > 24 ? shown + "…" : shown;
-}
+using Kind = ColorStage::Kind;
 
 class CubeParser {
  public:
-  Expected<ColorTable> parse(std::string_view text) {
-    while (!text.empty()) {
-      ++lineNumber_;
-      const std::size_t length = text.find('\n');
-      const auto read = readLine(trimmed(text.substr(0, length)));
-      if (!read) return tl::unexpected(read.error());
-      text = length == std::string_view::npos ? std::string_view() : text.substr(length + 1);
+  explicit CubeParser(std::string_view text) : text_(text) {}
+
+  Expected<ColorTable> parse() {
+    while (text_.next()) {
+      if (const auto read = readLine(text_.line()); !read) return tl::unexpected(read.error());
     }
-    if (table_.size == 0) return failure("the file has no LUT_1D_SIZE or LUT_3D_SIZE");
-    if (table_.colors.size() < expectedRows_) {
-      return failure(fmt::format("the file ends after {} of {} rows of colours", table_.colors.size(), expectedRows_));
+    if (table_.stages.empty()) return text_.failure("the file has no LUT_1D_SIZE or LUT_3D_SIZE");
+    if (const std::size_t found = rowsRead(); found < rowsExpected()) {
+      return text_.failure(fmt::format("the file ends after {} of {} rows of colours", found, rowsExpected()));
     }
     return std::move(table_);
   }
 
  private:
   Expected<void> readLine(std::string_view line) {
-    if (line.empty() || line.front() == '#') return {};
     const char first = line.front();
     if ((first >= '0' && first <= '9') || first == '-' || first == '+' || first == '.') return readColor(line);
     std::string_view rest = line;
-    const std::string_view keyword = takeWord(rest);
-    if (keyword == "TITLE") return {};
-    if (keyword == "LUT_1D_SIZE") return readSize(rest, ColorTable::Kind::curves, 65536);
-    if (keyword == "LUT_3D_SIZE") return readSize(rest, ColorTable::Kind::lattice, 256);
+    const std::string_view keyword = TableText::takeWord(rest);
+    if (keyword == "TITLE" || keyword == "BMD_TITLE") return {};
+    if (keyword == "LUT_1D_SIZE") return readSize(rest, Kind::curves, 65536);
+    if (keyword == "LUT_3D_SIZE") return readSize(rest, Kind::lattice, 256);
+    if (keyword == "LUT_IN_VIDEO_RANGE") return setFlag(keyword, rest, table_.takesVideoRange);
+    if (keyword == "LUT_OUT_VIDEO_RANGE") return setFlag(keyword, rest, table_.givesVideoRange);
     if (keyword == "DOMAIN_MIN") {
-      return readDomain(keyword, rest, 3, [&](const Color& color) { table_.domainMinimum = color; });
+      return readDomain(keyword, rest, 3,
+                        [&](const std::vector<float>& edge) { std::copy(edge.begin(), edge.end(), minimum_.begin()); });
     }
     if (keyword == "DOMAIN_MAX") {
-      return readDomain(keyword, rest, 3, [&](const Color& color) { table_.domainMaximum = color; });
+      return readDomain(keyword, rest, 3,
+                        [&](const std::vector<float>& edge) { std::copy(edge.begin(), edge.end(), maximum_.begin()); });
     }
     if (keyword == "LUT_1D_INPUT_RANGE" || keyword == "LUT_3D_INPUT_RANGE") {
-      return readDomain(keyword, rest, 2, [&](const Color& range) {
-        table_.domainMinimum.fill(range[0]);
-        table_.domainMaximum.fill(range[1]);
-      });
+      Range& range = keyword == "LUT_1D_INPUT_RANGE" ? curvesRange_ : latticeRange_;
+      return readDomain(keyword, rest, 2, [&](const std::vector<float>& ends) { range = Range(ends[0], ends[1]); });
     }
-    return failure(fmt::format("\"{}\" is neither a keyword of this format nor a number", excerpt(line)));
+    return text_.failure(
+        fmt::format("\"{}\" is neither a keyword of this format nor a number", TableText::excerpt(line)));
+  }
+
+  Expected<void> setFlag(std::string_view keyword, std::string_view rest, bool& flag) {
+    if (!rest.empty()) return text_.failure(fmt::format("\"{}\" follows {}", TableText::excerpt(rest), keyword));
+    flag = true;
+    return {};
   }
 
   template <typename Setter>
   Expected<void> readDomain(std::string_view keyword, std::string_view text, std::size_t count, const Setter& set) {
-    if (!table_.colors.empty()) return failure(fmt::format("{} comes after the colours; it must come first", keyword));
-    return readNumbers(text, count).map(set);
+    if (rowsRead() > 0) return text_.failure(fmt::format("{} comes after the colours; it must come first", keyword));
+    return text_.numbers(text, count).map(set);
   }
 
-  Expected<void> readSize(std::string_view text, ColorTable::Kind kind, std::size_t largest) {
-    if (table_.size != 0) return failure("the size of the table is given twice; one 1D or one 3D table can be read");
-    std::size_t size = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), size);
-    if (error != std::errc() || end != text.data() + text.size() || size < 2 || size > largest) {
-      return failure(fmt::format("the size is \"{}\"; it must be a whole number from 2 to {}", excerpt(text), largest));
+  Expected<void> readSize(std::string_view text, Kind kind, std::size_t largest) {
+    for (const ColorStage& stage : table_.stages) {
+      if (stage.kind == kind || rowsRead() > 0)
+        return text_.failure("the size of the table is given twice; one 1D and one 3D table can be read");
     }
-    table_.kind = kind;
-    table_.size = size;
-    expectedRows_ = kind == ColorTable::Kind::curves ? size : size * size * size;
-    return {};
+    return text_.size(text, largest).map([&](std::size_t size) {
+      // Curves come first whatever the order of the sizes.
+      const auto place = kind == Kind::curves ? table_.stages.begin() : table_.stages.end();
+      table_.stages.insert(place, ColorStage{.kind = kind, .size = size});
+    });
   }
 
   Expected<void> readColor(std::string_view line) {
-    if (table_.size == 0) return failure("colours come before LUT_1D_SIZE or LUT_3D_SIZE");
-    if (table_.colors.empty()) {
-      if (auto checked = checkDomain(); !checked) return checked;
+    if (table_.stages.empty()) return text_.failure("colours come before LUT_1D_SIZE or LUT_3D_SIZE");
+    if (rowsRead() == 0) {
+      if (auto checked = setDomains(); !checked) return checked;
     }
-    if (table_.colors.size() == expectedRows_) {
-      return failure(fmt::format("there are more rows of colours than the {} that the size asks for", expectedRows_));
+    for (ColorStage& stage : table_.stages) {
+      if (stage.colors.size() == stage.rows()) continue;
+      return text_.color(line).map([&](const Color& color) { stage.colors.push_back(color); });
     }
-    return readNumbers(line, 3).map([&](const Color& color) { table_.colors.push_back(color); });
+    return text_.failure(
+        fmt::format("there are more rows of colours than the {} that the size asks for", rowsExpected()));
   }
 
-  Expected<void> checkDomain() const {
-    for (std::size_t i = 0; i < 3; ++i) {
-      if (table_.domainMinimum[i] < table_.domainMaximum[i]) continue;
-      return failure(fmt::format("the domain runs from {} to {}; the second must be the larger",
-                                 table_.domainMinimum[i], table_.domainMaximum[i]));
+  /// DOMAIN_MIN and DOMAIN_MAX are for what comes first, and the ranges for the tables that they name.
+  Expected<void> setDomains() {
+    table_.stages.front().domainMinimum = minimum_;
+    table_.stages.front().domainMaximum = maximum_;
+    for (ColorStage& stage : table_.stages) {
+      const Range& range = stage.kind == Kind::curves ? curvesRange_ : latticeRange_;
+      if (range != Range(0, 1)) {
+        stage.domainMinimum.fill(range.first);
+        stage.domainMaximum.fill(range.second);
+      }
+      for (std::size_t i = 0; i < 3; ++i) {
+        if (stage.domainMinimum[i] < stage.domainMaximum[i]) continue;
+        return text_.failure(fmt::format("the domain runs from {} to {}; the second must be the larger",
+                                         stage.domainMinimum[i], stage.domainMaximum[i]));
+      }
     }
     return {};
   }
 
-  Expected<Color> readNumbers(std::string_view text, std::size_t count) const {
-    Color numbers{};
-    for (std::size_t i = 0; i < count; ++i) {
-      std::string_view word = takeWord(text);
-      if (word.empty()) return failure(fmt::format("{} of {} numbers are missing", count - i, count));
-      if (word.front() == '+') word.remove_prefix(1);
-      const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), numbers[i]);
-      if (error != std::errc() || end != word.data() + word.size() || !std::isfinite(numbers[i])) {
-        return failure(fmt::format("\"{}\" is not a number", excerpt(word)));
-      }
-    }
-    if (!text.empty()) return failure(fmt::format("\"{}\" follows {} numbers", excerpt(text), count));
-    return numbers;
+  std::size_t rowsRead() const {
+    std::size_t sum = 0;
+    for (const ColorStage& stage : table_.stages) sum += stage.colors.size();
+    return sum;
+  }
+  std::size_t rowsExpected() const {
+    std::size_t sum = 0;
+    for (const ColorStage& stage : table_.stages) sum += stage.rows();
+    return sum;
   }
 
-  tl::unexpected<Error> failure(const std::string& what) const {
-    return tl::unexpected(
-        Error{"lookup", EINVAL, fmt::format("line {}: {}", std::max<std::size_t>(lineNumber_, 1), what)});
-  }
+  using Range = std::pair<float, float>;
 
-  std::size_t lineNumber_ = 0;
-  std::size_t expectedRows_ = 0;
+  TableText text_;
   ColorTable table_;
+  Color minimum_{0, 0, 0};
+  Color maximum_{1, 1, 1};
+  Range curvesRange_{0, 1};
+  Range latticeRange_{0, 1};
 };
 
 }  // namespace
 
-Expected<ColorTable> parseCube(std::string_view text) {
-  constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
-  if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
-  return CubeParser().parse(text);
+Expected<ColorTable> parseCube(std::string_view text) { return CubeParser(text).parse(); }
+
+Expected<ColorTable> parseColorTable(std::string_view text) {
+  TableText lines(text);
+  if (lines.next() && lines.line().starts_with("CSPLUTV100")) return parseCineSpace(text);
+  const std::string_view line = lines.line();
+  if (line.starts_with("3DMESH") || line.starts_with("Mesh")) return parse3dl(text);
+  // Other kinds begin with a word.
+  const auto numbers = lines.numbers(line);
+  return numbers && numbers->size() > 1 ? parse3dl(text) : parseCube(text);
 }
 
 }  // namespace tavrel

@@ -111,8 +111,9 @@ TEST(LookupTable, BrokenTextsAreAnsweredWithLineAndFault) {
       {"LUT_1D_SIZE 1\n0 0 0\n", "line 1: the size is \"1\"; it must be a whole number from 2 to 65536"},
       {"LUT_3D_SIZE 257\n", "line 1: the size is \"257\"; it must be a whole number from 2 to 256"},
       {"LUT_3D_SIZE -2\n", "line 1: the size is \"-2\"; it must be a whole number from 2 to 256"},
-      {"LUT_1D_SIZE 2\nLUT_3D_SIZE 2\n",
-       "line 2: the size of the table is given twice; one 1D or one 3D table can be read"},
+      {"LUT_1D_SIZE 2\nLUT_1D_SIZE 2\n",
+       "line 2: the size of the table is given twice; one 1D and one 3D table can be read"},
+      {"LUT_1D_SIZE 2\nLUT_3D_SIZE 2\n0 0 0\n1 1 1\n0 0 0\n", "line 5: the file ends after 3 of 10 rows of colours"},
       {"LUT_1D_SIZE 2\nDOMAIN_MIN 1 1 1\n0 0 0\n",
        "line 3: the domain runs from 1 to 1; the second must be the larger"},
       {"LUT_1D_SIZE 2\n0 0 0\n1 1 1\nLUT_1D_INPUT_RANGE 1 1\n",
@@ -166,6 +167,44 @@ TEST_F(LookupFileTest, TellsTheFormByTheContents) {
     ASSERT_TRUE(image.has_value()) << image.error().description;
     EXPECT_LE(largestDifference(test::pictureOf(**image), expected), 1) << file;
   }
+}
+
+TEST_F(LookupFileTest, OtherKindsOfTextKeepTheirOwnResolution) {
+  if (!TavrelGPUImageColorTableFilter::isSupported()) GTEST_SKIP() << "the driver has no floating-point textures";
+  // Three levels, of which the middle one of red is black; blue grows fastest in the one, red in the other.
+  std::string mesh = "# made\n0 512 1023\n", cineSpace = "CSPLUTV100\n3D\n\n";
+  for (int i = 0; i < 3; ++i) cineSpace += "2\n0 1\n0 1\n";
+  cineSpace += "3 3 3\n";
+  for (int i = 0; i < 27; ++i) {
+    const int slow = i / 9, fast = i % 3, middle = i / 3 % 3;
+    mesh += std::to_string(slow == 1 ? 0 : slow * 511 + slow / 2) + " " + std::to_string(middle * 1023 / 2) + " " +
+            std::to_string(fast * 1023 / 2) + "\n";
+    cineSpace += std::to_string(fast == 1 ? 0 : fast / 2.0) + " " + std::to_string(middle / 2.0) + " " +
+                 std::to_string(slow / 2.0) + "\n";
+  }
+  const Picture frame(64, 64, [](int x, int y) { return Pixel{x * 4, y * 4, (x + y) * 2, 255}; });
+  for (const auto& file : {write("a.3dl", mesh), write("a.csp", cineSpace)}) {
+    const auto lookup = TavrelLookupTableFromFile(file);
+    ASSERT_TRUE(lookup.has_value()) << lookup.error().description;
+    const auto filter = std::make_shared<TavrelGPUImageColorTableFilter>(lookup->table);
+    EXPECT_LE(largestDifference(test::process(frame, filter), {64, 64,
+                                                               [&](int x, int y) {
+                                                                 Pixel pixel = frame.at(x, y);
+                                                                 pixel.r = std::max(0, pixel.r * 2 - 255);
+                                                                 return pixel;
+                                                               }}),
+              1)
+        << file;
+    filter->setIntensity(0);
+    EXPECT_EQ(largestDifference(test::process(frame, filter), frame), 0);
+  }
+  const auto fault = [&](const char* name, const std::string& text) {
+    return TavrelLookupTableFromFile(write(name, text)).error().description.substr((folder_ / name).string().size());
+  };
+  EXPECT_EQ(fault("b.3dl", "0 512 1023 1 2\n1 2\n"), ": line 2: 1 of 3 numbers are missing");
+  EXPECT_EQ(fault("c.3dl", "0 341 682 1023\n1 2 3\n"), ": line 2: the file ends after 1 of 64 rows");
+  EXPECT_EQ(fault("b.csp", "CSPLUTV100\n2D\n"), ": line 2: \"2D\" is neither 1D nor 3D");
+  EXPECT_EQ(fault("c.csp", "CSPLUTV100\n1D\n2\n1 0\n0 1\n"), ": line 5: the inputs of a curve do not grow");
 }
 
 TEST_F(LookupFileTest, NamesTheFileThatCannotBeUsed) {

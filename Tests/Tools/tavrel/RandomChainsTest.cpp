@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <random>
@@ -59,28 +60,19 @@ class RandomChainsTest : public test::ProgramTest {
       table << corner[0] << ' ' << corner[1] << ' ' << corner[2] << '\n';
     }
     chain.options += " --lut " + name;
-    // The table that is drawn with has 64 steps in each direction, and bytes.
-    const auto step = [&](std::array<double, 3> at, std::size_t i) {
-      double sum = 0;
-      for (std::size_t corner = 0; corner < corners.size(); ++corner) {
-        double share = 1;
-        for (std::size_t axis = 0; axis < 3; ++axis) share *= (corner >> axis & 1U) ? at[axis] / 63 : 1 - at[axis] / 63;
-        sum += share * corners[corner][i];
-      }
-      return std::round(sum * 255) / 255;
-    };
+    // From black's corner along the largest component first, and along the smallest last.
     for (Rgba& color : chain.picture.colors) {
+      std::array<std::size_t, 3> axes = {0, 1, 2};
+      std::sort(axes.begin(), axes.end(),
+                [&](std::size_t one, std::size_t other) { return color[one] > color[other]; });
       Rgba recoloured{0, 0, 0, color[3]};
-      for (std::size_t corner = 0; corner < corners.size(); ++corner) {
-        std::array<double, 3> at{};
-        double share = 1;
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-          const double place = color[axis] * 63;
-          const bool isUpper = (corner >> axis & 1U) != 0;
-          at[axis] = std::min(63.0, std::floor(place) + (isUpper ? 1 : 0));
-          share *= isUpper ? place - std::floor(place) : 1 - (place - std::floor(place));
-        }
-        for (std::size_t i = 0; i < 3; ++i) recoloured[i] += share * step(at, i);
+      std::size_t corner = 0;
+      double left = 1;
+      for (std::size_t i = 0; i <= axes.size(); ++i) {
+        const double next = i < axes.size() ? color[axes[i]] : 0;
+        for (std::size_t c = 0; c < 3; ++c) recoloured[c] += (left - next) * corners[corner][c];
+        left = next;
+        if (i < axes.size()) corner |= std::size_t{1} << axes[i];
       }
       color = recoloured;
     }
@@ -142,7 +134,8 @@ TEST_F(RandomChainsTest, PicturesAreWhatTheMathematicsSay) {
     const test::CommandResult result = test::tavrel("filter " + file("in.png") + " " + file("out.png") + chain.options);
     ASSERT_EQ(result.status, 0) << chain.options << result.output;
     const auto written = ImageSource::createWithFile(file("out.png")).value()->imageAtIndex(0).value();
-    EXPECT_LE(errorOf(test::pictureOf(*written), chain.picture).largest, 2) << chain.options;
+    // A table adds up what its components' inputs have been rounded by.
+    EXPECT_LE(errorOf(test::pictureOf(*written), chain.picture).largest, 3) << chain.options;
   }
 }
 
