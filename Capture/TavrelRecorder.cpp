@@ -16,6 +16,7 @@
 #include "Platform/Capture/CaptureDeviceFormat.h"
 #include "Platform/Capture/CaptureSession.h"
 #include "Platform/Dispatch/DispatchQueue.h"
+#include "Platform/Foundation/Finite.h"
 #include "Platform/Foundation/NotificationCenter.h"
 #include "Platform/Foundation/Notifications.h"
 #include "Platform/Media/AudioSession.h"
@@ -31,6 +32,13 @@ Size cameraSizeFor(Size movieSize, const TavrelCamera::CaptureEffects& effects) 
   return {movieSize.width, std::round(movieSize.width * movieSize.width / movieSize.height)};
 }
 
+TavrelRecorderConfiguration finite(TavrelRecorderConfiguration wanted) {
+  const TavrelRecorderConfiguration defaults;
+  if (!isFinite(wanted.size)) wanted.size = defaults.size;
+  if (!isFinite(wanted.framesPerSecond)) wanted.framesPerSecond = defaults.framesPerSecond;
+  return wanted;
+}
+
 }  // namespace
 
 struct TavrelRecorder::Implementation : TavrelCameraDelegate,
@@ -38,7 +46,7 @@ struct TavrelRecorder::Implementation : TavrelCameraDelegate,
                                         std::enable_shared_from_this<Implementation> {
   using Kind = TavrelRecorderEvent::Kind;
 
-  explicit Implementation(TavrelRecorderConfiguration wanted) : configuration(std::move(wanted)) {}
+  explicit Implementation(TavrelRecorderConfiguration wanted) : configuration(finite(std::move(wanted))) {}
   ~Implementation() override {
     for (const auto token : observers) NotificationCenter::defaultCenter().removeObserver(token);
   }

@@ -13,7 +13,7 @@ namespace tavrel {
 
 class TavrelCaptureEffect;
 
-/// Initial settings of a recorder.
+/// Initial settings of a recorder. For NaN and infinity the default is taken.
 struct TavrelRecorderConfiguration {
   /// A name as `CaptureDevice::deviceNamed` takes it: a device's name or identity, "front", "back" or "file:PATH".
   std::string camera = "front";
@@ -31,7 +31,7 @@ struct TavrelRecordingOptions {
   /// One of the `kFileType…` values; if empty, chosen by the extension .mov, .mp4, .mkv or .webm.
   std::string fileType = {};
   /// Seconds after the first frame, pauses included, from which on frames and sound are left out. A frame due less than
-  /// half a frame earlier is left out, too.
+  /// half a frame earlier is left out, too. None if not finite.
   std::optional<double> durationLimit = {};
   /// See `AssetWriter::setStaysFragmented`.
   bool staysFragmented = false;

@@ -25,7 +25,7 @@ class TAVREL_API TavrelGPUImageInput {
   virtual void setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer, Index atIndex) = 0;
   /// The slot for the next producer.
   virtual Index nextAvailableTextureIndex() const = 0;
-  /// In pixels, before the input rotation.
+  /// In pixels, before the input rotation. Ignored unless finite.
   virtual void setInputSize(Size newSize, Index atIndex) = 0;
   virtual void setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index atIndex) = 0;
   /// The largest useful size; zero for no limit.

@@ -7,6 +7,7 @@
 
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "GPUImage/TavrelGPUImageOutput.h"
+#include "Platform/Foundation/Finite.h"
 #include "Platform/Media/MediaSettings.h"
 #include "Platform/Media/SampleBuffer.h"
 
@@ -22,6 +23,11 @@ void deliver(TavrelGPUImageInput& input, const std::shared_ptr<TavrelGPUImageFra
   input.setInputFramebuffer(framebuffer, 0);
   input.setInputSize(framebuffer->size(), 0);
   TavrelGPUImageOutput::sendFrame(input, time, 0);
+}
+
+double durationLimit(const TavrelRecordingOptions& options) {
+  constexpr double kNone = std::numeric_limits<double>::infinity();
+  return options.durationLimit && isFinite(*options.durationLimit) ? *options.durationLimit : kNone;
 }
 
 Dictionary outputSettings(const TavrelRecordingOptions& options, const TavrelRecorderConfiguration& configuration,
@@ -69,9 +75,8 @@ RecordedMovie::RecordedMovie(const std::filesystem::path& file, const TavrelReco
                              const TavrelCameraStatistics& lossesBefore, EventHandler handler)
     : file_(file),
       size_(configuration.size),
-      frameLimit_(options.durationLimit.value_or(std::numeric_limits<double>::infinity()) -
-                  0.5 / configuration.framesPerSecond),
-      soundLimit_(options.durationLimit.value_or(std::numeric_limits<double>::infinity())),
+      frameLimit_(durationLimit(options) - 0.5 / configuration.framesPerSecond),
+      soundLimit_(durationLimit(options)),
       lossesBefore_(lossesBefore),
       handler_(std::move(handler)),
       writer_(std::make_shared<TavrelGPUImageMovieWriter>(file, size_, fileType,

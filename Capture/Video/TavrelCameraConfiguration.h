@@ -20,7 +20,8 @@ enum TavrelCameraTapPreviewAction : unsigned {
   kTavrelCameraTapPreviewActionShowFocusView = 4,  ///< shows the focus ring there
 };
 
-/// Initial settings of a camera. Each member is the camera's property of the same name.
+/// Initial settings of a camera. Each member is the camera's property of the same name. For NaN and infinity the
+/// default is taken.
 struct TavrelCameraConfiguration {
   /// Size of the processed frames, in pixels.
   Size size = {1280, 720};

@@ -1,10 +1,12 @@
 #include "GPUImage/Destinations/TavrelGPUImageMovieWriter.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "GPUImage/Destinations/Private/MovieWriterImplementation.h"
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Foundation/Finite.h"
 #include "Platform/Media/AudioSession.h"
 #include "Platform/Media/MediaSettings.h"
 
@@ -18,10 +20,15 @@ std::optional<bool> truthFor(const std::optional<Dictionary>& settings, std::str
   return number ? std::optional(*number != 0) : std::nullopt;
 }
 
+/// None of a size that is no number of pixels, for which the writer then says that it takes no such track.
+std::int64_t wholePixels(double size) {
+  return isFinite(size) ? static_cast<std::int64_t>(std::clamp(size, 0.0, 1e6)) : 0;
+}
+
 Dictionary defaultVideoSettings(Size size) {
   return {{kVideoCodecKey, std::string(kVideoCodecH264)},
-          {kVideoWidthKey, static_cast<std::int64_t>(size.width)},
-          {kVideoHeightKey, static_cast<std::int64_t>(size.height)}};
+          {kVideoWidthKey, wholePixels(size.width)},
+          {kVideoHeightKey, wholePixels(size.height)}};
 }
 
 Dictionary defaultAudioSettings() {

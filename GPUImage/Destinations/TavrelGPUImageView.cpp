@@ -287,6 +287,7 @@ void TavrelGPUImageView::setInputRotation(TavrelGPUImageRotationMode newInputRot
 }
 
 void TavrelGPUImageView::setInputSize(Size newSize, Index) {
+  if (!isFinite(newSize)) return;
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
     const Size rotated = TavrelGPUImageRotatedSize(newSize, implementation_->inputRotation);
     if (rotated == implementation_->inputImageSize) return;

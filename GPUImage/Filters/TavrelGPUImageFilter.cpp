@@ -11,6 +11,7 @@
 #include "GPUImage/TavrelGLProgram.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
+#include "Platform/Foundation/Finite.h"
 
 namespace tavrel {
 
@@ -153,6 +154,7 @@ void TavrelGPUImageFilter::setInputFramebuffer(std::shared_ptr<TavrelGPUImageFra
 }
 
 void TavrelGPUImageFilter::setInputSize(Size newSize, Index) {
+  if (!isFinite(newSize)) return;
   onVideoProcessingQueue([&] {
     if (implementation_->preventRendering) return;
     setInputTextureSize(workingSize(newSize));

@@ -83,6 +83,7 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   Size forcedSize() const { return overrideInputSize() ? forcedMaximumSize() : Size{}; }
   void setBackgroundColor(GLfloat red, GLfloat green, GLfloat blue, GLfloat alpha);
 
+  // Values of uniforms; those that hold NaN or infinity are ignored.
   void setInteger(GLint newInteger, std::string_view forUniformName);
   void setFloat(GLfloat newFloat, std::string_view forUniformName);
   void setSize(Size newSize, std::string_view forUniformName);

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <array>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -10,27 +12,37 @@
 namespace tavrel {
 namespace {
 
+using UniformSetter = std::function<void(GLint location)>;
+
 // One setter for each kind of uniform, used by both the forms by name and by location.
-auto integerSetter(GLint value) {
+UniformSetter integerSetter(GLint value) {
   return [value](GLint location) { glUniform1i(location, value); };
 }
 
-auto floatSetter(GLfloat value) {
-  return [value](GLint location) { glUniform1f(location, value); };
+/// Nothing when one of the values is not finite.
+template <typename Values, typename Upload>
+UniformSetter setterOf(Values values, Upload upload) {
+  if (!std::ranges::all_of(values, isFinite<GLfloat>)) return nullptr;
+  return [values = std::move(values), upload](GLint location) { upload(location, values.data(), values.size()); };
 }
 
-auto pairSetter(double first, double second) {
-  return [pair = std::array{static_cast<GLfloat>(first), static_cast<GLfloat>(second)}](GLint location) {
-    glUniform2fv(location, 1, pair.data());
-  };
+UniformSetter floatSetter(GLfloat value) {
+  return setterOf(std::array{value}, [](GLint at, const GLfloat* values, auto) { glUniform1fv(at, 1, values); });
 }
 
-auto vec3Setter(TavrelGPUVector3 vector) {
-  return [vector](GLint location) { glUniform3fv(location, 1, &vector.one); };
+UniformSetter pairSetter(double first, double second) {
+  return setterOf(std::array{static_cast<GLfloat>(first), static_cast<GLfloat>(second)},
+                  [](GLint at, const GLfloat* values, auto) { glUniform2fv(at, 1, values); });
 }
 
-auto vec4Setter(TavrelGPUVector4 vector) {
-  return [vector](GLint location) { glUniform4fv(location, 1, &vector.one); };
+UniformSetter vec3Setter(TavrelGPUVector3 vector) {
+  return setterOf(std::array{vector.one, vector.two, vector.three},
+                  [](GLint at, const GLfloat* values, auto) { glUniform3fv(at, 1, values); });
+}
+
+UniformSetter vec4Setter(TavrelGPUVector4 vector) {
+  return setterOf(std::array{vector.one, vector.two, vector.three, vector.four},
+                  [](GLint at, const GLfloat* values, auto) { glUniform4fv(at, 1, values); });
 }
 
 }  // namespace
@@ -79,12 +91,14 @@ void TavrelGPUImageFilter::setFloatArray(const GLfloat* array, GLsizei length, G
 
 void TavrelGPUImageFilter::setMatrix3f(const TavrelGPUMatrix3x3& matrix, GLint uniform,
                                        const std::shared_ptr<TavrelGLProgram>& program) {
-  setUniform(uniform, program, [matrix](GLint location) { glUniformMatrix3fv(location, 1, GL_FALSE, matrix.data()); });
+  const auto upload = [](GLint at, const GLfloat* values, auto) { glUniformMatrix3fv(at, 1, GL_FALSE, values); };
+  setUniform(uniform, program, setterOf(matrix, upload));
 }
 
 void TavrelGPUImageFilter::setMatrix4f(const TavrelGPUMatrix4x4& matrix, GLint uniform,
                                        const std::shared_ptr<TavrelGLProgram>& program) {
-  setUniform(uniform, program, [matrix](GLint location) { glUniformMatrix4fv(location, 1, GL_FALSE, matrix.data()); });
+  const auto upload = [](GLint at, const GLfloat* values, auto) { glUniformMatrix4fv(at, 1, GL_FALSE, values); };
+  setUniform(uniform, program, setterOf(matrix, upload));
 }
 
 void TavrelGPUImageFilter::setFloat(GLfloat floatValue, GLint uniform,
@@ -112,9 +126,10 @@ void TavrelGPUImageFilter::setVec4(TavrelGPUVector4 vectorValue, GLint uniform,
 
 void TavrelGPUImageFilter::setFloatArray(const GLfloat* array, GLsizei length, GLint uniform,
                                          const std::shared_ptr<TavrelGLProgram>& program) {
-  setUniform(uniform, program, [values = std::vector<GLfloat>(array, array + length)](GLint location) {
-    glUniform1fv(location, static_cast<GLsizei>(values.size()), values.data());
-  });
+  const auto upload = [](GLint at, const GLfloat* values, std::size_t count) {
+    glUniform1fv(at, static_cast<GLsizei>(count), values);
+  };
+  setUniform(uniform, program, setterOf(std::vector<GLfloat>(array, array + length), upload));
 }
 
 void TavrelGPUImageFilter::setInteger(GLint intValue, GLint uniform, const std::shared_ptr<TavrelGLProgram>& program) {
@@ -124,6 +139,7 @@ void TavrelGPUImageFilter::setInteger(GLint intValue, GLint uniform, const std::
 // Without a program it is the filter's own.
 void TavrelGPUImageFilter::setUniform(GLint uniform, const std::shared_ptr<TavrelGLProgram>& program,
                                       UniformSetter setter) {
+  if (!setter) return;
   runOnVideoProcessingQueue([this, uniform, program, setter = std::move(setter)] {
     const auto& used = program ? program : implementation_->filterProgram.program();
     TavrelGPUImageContext::setActiveShaderProgram(used);
@@ -133,6 +149,7 @@ void TavrelGPUImageFilter::setUniform(GLint uniform, const std::shared_ptr<Tavre
 
 // The location is asked for on the queue too, where GL is.
 void TavrelGPUImageFilter::setUniform(std::string_view name, UniformSetter setter) {
+  if (!setter) return;
   runOnVideoProcessingQueue([this, name = std::string(name), setter = std::move(setter)] {
     setUniform(uniformIndex(name), nullptr, setter);
   });

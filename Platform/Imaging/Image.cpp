@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "Platform/Foundation/Finite.h"
 #include "Platform/Imaging/Private/PixelConversion.h"
 
 namespace tavrel {
@@ -69,7 +70,7 @@ std::shared_ptr<Image> Image::create(std::size_t width, std::size_t height, std:
 
 std::shared_ptr<Image> Image::withScaleAndOrientation(double scale, ImageOrientation orientation) const {
   std::shared_ptr<Image> image(new Image(*this));
-  image->scale_ = scale;
+  if (isFinite(scale) && scale > 0) image->scale_ = scale;
   image->orientation_ = orientation;
   return image;
 }

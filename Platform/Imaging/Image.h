@@ -23,7 +23,8 @@ class TAVREL_API Image {
   static std::shared_ptr<Image> create(std::size_t width, std::size_t height, std::size_t bitsPerComponent,
                                        std::size_t bitsPerPixel, std::size_t bytesPerRow, std::uint32_t bitmapInfo,
                                        std::shared_ptr<DataProvider> dataProvider);
-  /// The same bytes with another scale (pixels per point) and orientation.
+  /// The same bytes with another scale (pixels per point) and orientation. A scale that is not finite or not positive
+  /// is ignored.
   std::shared_ptr<Image> withScaleAndOrientation(double scale, ImageOrientation orientation) const;
 
   std::size_t width() const { return width_; }

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Foundation/Finite.h"
 
 namespace tavrel {
 namespace {
@@ -46,6 +47,7 @@ const KeyPath& require(std::string_view name) {
 }  // namespace
 
 void AnimatedValues::setTransform(const AffineTransform& transform) {
+  if (!isFinite(transform)) return;
   scaleX = std::hypot(transform.a, transform.b);
   const double determinant = transform.a * transform.d - transform.b * transform.c;
   scaleY = scaleX > 0 ? determinant / scaleX : std::hypot(transform.c, transform.d);
@@ -66,6 +68,7 @@ double AnimatedValues::value(std::string_view keyPath) const { return this->*req
 
 void AnimatedValues::setValue(double value, std::string_view keyPath) {
   const KeyPath& path = require(keyPath);
+  if (!isFinite(value)) return;
   this->*path.member = value;
   if (path.second) this->*path.second = value;
 }

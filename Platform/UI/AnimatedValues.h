@@ -7,7 +7,7 @@
 
 namespace tavrel {
 
-/// The animatable values of a layer at one moment.
+/// The animatable values of a layer at one moment. Setters ignore NaN and infinity.
 struct TAVREL_API AnimatedValues {
   double opacity = 1;
   double positionX = 0;

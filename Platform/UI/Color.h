@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/Foundation/Finite.h"
+
 namespace tavrel {
 
 /// A colour with components in 0…1, not multiplied by alpha.
@@ -14,5 +16,9 @@ struct Color {
   static constexpr Color black() { return {0, 0, 0, 1}; }
   static constexpr Color white() { return {1, 1, 1, 1}; }
 };
+
+inline bool isFinite(const Color& color) {
+  return isFinite(color.red) && isFinite(color.green) && isFinite(color.blue) && isFinite(color.alpha);
+}
 
 }  // namespace tavrel

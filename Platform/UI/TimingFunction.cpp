@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "Platform/Foundation/Finite.h"
+
 namespace tavrel {
 namespace {
 
@@ -13,7 +15,8 @@ double bezier(double first, double second, double t) {
 }  // namespace
 
 double TimingFunction::progressAt(double time) const {
-  time = std::clamp(time, 0.0, 1.0);
+  time = isFinite(time) ? std::clamp(time, 0.0, 1.0) : 0;
+  if (!isFinite(first_) || !isFinite(second_)) return time;
   // x grows with the parameter, so halving finds it always, flat tangents included.
   double low = 0;
   double high = 1;

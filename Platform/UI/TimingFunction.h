@@ -13,7 +13,7 @@ class TAVREL_API TimingFunction {
   static constexpr TimingFunction easeOut() { return {{0, 0}, {0.58, 1}}; }
   static constexpr TimingFunction easeInEaseOut() { return {{0.42, 0}, {0.58, 1}}; }
 
-  /// The two inner control points; their x must lie in 0…1.
+  /// The two inner control points; their x must lie in 0…1. With points that are not finite it is linear.
   constexpr TimingFunction(Point first, Point second) : first_(first), second_(second) {}
 
   /// Progress at `time`, which is clamped to 0…1; exact to about 1e-6.

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Platform/Dispatch/DispatchSemaphore.h"
@@ -48,6 +49,12 @@ inline std::vector<std::string> readLines(const std::filesystem::path& path) {
   std::vector<std::string> lines;
   for (std::string line; std::getline(text, line);) lines.push_back(line);
   return lines;
+}
+
+inline std::size_t count(std::string_view text, std::string_view part) {
+  std::size_t count = 0;
+  for (auto at = text.find(part); at != std::string_view::npos; at = text.find(part, at + 1)) ++count;
+  return count;
 }
 
 /// Remembers the texts it is given; can be held up at a gate, and counts the hooks.

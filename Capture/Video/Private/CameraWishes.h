@@ -11,7 +11,16 @@ namespace tavrel {
 /// What the caller of a camera wants, whether the device can do it or not. Any thread.
 class CameraWishes {
  public:
-  explicit CameraWishes(TavrelCameraConfiguration configuration) : configuration_(std::move(configuration)) {}
+  explicit CameraWishes(TavrelCameraConfiguration configuration) : configuration_(std::move(configuration)) {
+    const TavrelCameraConfiguration defaults;
+    const auto keepFinite = [&](auto... members) {
+      ((configuration_.*members = isFinite(configuration_.*members) ? configuration_.*members : defaults.*members),
+       ...);
+    };
+    using C = TavrelCameraConfiguration;
+    keepFinite(&C::size, &C::preferredMinFrameRate, &C::preferredMaxFrameRate, &C::preferredVideoZoomFactor,
+               &C::preferredFocusPointOfInterest, &C::preferredExposurePointOfInterest);
+  }
 
   TavrelCameraConfiguration all() const {
     const std::lock_guard lock(mutex_);

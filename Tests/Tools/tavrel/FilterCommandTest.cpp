@@ -247,6 +247,23 @@ TEST_F(FilterCommandTest, BadInputIsSaidInOneLineAndLeavesNothing) {
     EXPECT_EQ(result.output, "tavrel: " + each.message + "\n") << each.arguments;
   }
   EXPECT_EQ(test::tavrel("filter " + in).status, 2);
+  const std::pair<std::string, const char*> broken[] = {
+      {"", " is empty"},
+      {"no picture\n", " is not a PNG, JPEG, GIF, WebP or AVIF picture, nor a movie that can be read"},
+      {"GIF89a", " is damaged: it is cut off"},
+      {std::string("GIF89a\x08\0\x08\0\0\0\0;", 14), " is damaged: it has no frame that can be read"},
+      {std::string("RIFF\x10\0\0\0WEBPVP8X\x0a\0\0\0", 20), " is damaged: it is no WebP"},
+  };
+  for (const auto& [bytes, reason] : broken) {
+    const std::string gif = file("broken.gif");
+    std::ofstream(gif, std::ios::binary) << bytes;
+    for (const std::string& command : {"filter " + in + " " + out, "record " + file("out.mov") + " --duration 1"}) {
+      const CommandResult result = test::tavrel(command + " --gif " + gif + "@1,2,3,4");
+      EXPECT_EQ(result.status, 1) << command << reason;
+      EXPECT_EQ(result.output, "tavrel: " + gif + reason + "\n") << command;
+    }
+  }
+  EXPECT_FALSE(std::filesystem::exists(file("out.mov")));
   EXPECT_EQ(test::tavrel("").status, 2);
   EXPECT_FALSE(std::filesystem::exists(out));
 }
