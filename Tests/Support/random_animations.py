@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """Writes animations drawn by chance, and what is to be seen of them: random_animations.py KIND SEED FOLDER.
 
-KIND is apng, webp or avif. FOLDER/animation gets the file, FOLDER/frames all its frames as R, G, B, A bytes,
-colours multiplied by alpha, and FOLDER/times the seconds of each, as the file was told. Parts of the canvas, disposals, blending, holes, palettes,
-16-bit pictures and delays of nothing all occur.
+KIND is apng, webp, avif or gif; what GIFs show is also what ffmpeg makes of them. FOLDER/animation gets the file,
+FOLDER/frames all its frames as R, G, B, A bytes, colours multiplied by alpha, and FOLDER/times the seconds of each, as the
+file was told. Parts of the canvas, disposals, blending, holes, palettes, 16-bit pictures and delays of nothing all occur.
 """
 import pathlib
 import random
@@ -119,6 +119,56 @@ def write_apng():
     return times, shown.frames
 
 
+def gif_blocks(indexes):
+    """Codes of nine bits, started afresh before they would grow."""
+    codes, bits, count = [], 0, 0
+    for i, index in enumerate(indexes):
+        codes += [256, index] if i % 200 == 0 else [index]
+    data = bytearray()
+    for code in [*codes, 257]:
+        bits |= code << count
+        count += 9
+        while count >= 8:
+            data.append(bits & 255)
+            bits, count = bits >> 8, count - 8
+    data.append(bits)
+    return b"\x08" + b"".join(bytes([len(data[i:i + 255])]) + data[i:i + 255]
+                              for i in range(0, len(data), 255)) + b"\0"
+
+
+def write_gif():
+    def palette():
+        return bytes(chance.randrange(256) for _ in range(3 * 256))
+
+    common, times, shown = palette(), [], Canvas()
+    file = b"GIF89a" + struct.pack("<HHBBB", WIDTH, HEIGHT, 0xF7, 0, 0) + common
+    file += b"!\xff\x0bNETSCAPE2.0\x03\x01" + struct.pack("<H", chance.choice([0, 1, 3])) + b"\0"
+    for i in range(COUNT):
+        left, top, width, height = (0, 0, WIDTH, HEIGHT) if i == 0 else part(1)
+        picture = Image.new("P", (width, height))
+        picture.putdata([chance.randrange(16) for _ in range(width * height)])
+        own = palette() if chance.randrange(3) == 0 else None
+        hole = chance.randrange(16)
+        colors = numpy.array([[*(own or common)[3 * k:3 * k + 3], 0 if k == hole else 255] for k in range(256)])
+        disposal = chance.choice([0, 1, 2, 3])
+        times.append(chance.choice([0, 10, 20, 40, 70, 100, 1000]))
+        file += b"!\xf9\x04" + struct.pack("<BHBB", disposal << 2 | 1, times[-1] // 10, hole, 0)
+        file += b"," + struct.pack("<HHHHB", left, top, width, height, 0x87 if own else 0) + (own or b"")
+        file += gif_blocks(picture.getdata())
+        shown.add(picture, colors, left, top, True, "keep keep clear restore".split()[disposal])
+    target.write_bytes(file + b";")
+    return times, shown.frames
+
+
+def held_against_ffmpeg(frames):
+    command = ["ffmpeg", "-v", "error", "-i", target, "-fps_mode", "passthrough", "-pix_fmt", "rgba", "-f", "rawvideo",
+               "-"]
+    decoded = numpy.frombuffer(subprocess.run(command, check=True, capture_output=True).stdout, numpy.uint8)
+    decoded = decoded.reshape(len(frames), HEIGHT, WIDTH, 4).copy()
+    decoded[decoded[..., 3] == 0] = 0
+    assert (decoded == numpy.array(frames)).all(), "ffmpeg shows other frames"
+
+
 def write_webp():
     times, arguments, shown = delays(1), [], Canvas()
     for i, time in enumerate(times):
@@ -145,6 +195,8 @@ def write_avif():
     return [50] * COUNT, shown.frames
 
 
-times, frames = {"apng": write_apng, "webp": write_webp, "avif": write_avif}[kind]()
+times, frames = {"apng": write_apng, "webp": write_webp, "avif": write_avif, "gif": write_gif}[kind]()
+if kind == "gif":
+    held_against_ffmpeg(frames)
 (folder / "frames").write_bytes(b"".join(frame.tobytes() for frame in frames))
 (folder / "times").write_text("\n".join(str(time / 1000) for time in times))

@@ -74,14 +74,16 @@ void expectAsWorkedOut(const std::string& kind, const char* type, int seeds, int
 }
 
 // Each time that frames are blended rounds.
-TEST(AnimationFormats, PngIsShownAsWorkedOut) { expectAsWorkedOut("apng", "image/apng", 8, 3); }
+TEST(AnimationFormats, PngIsShownAsWorkedOut) { expectAsWorkedOut("apng", "image/apng", 16, 3); }
+
+TEST(AnimationFormats, GifIsShownAsWorkedOut) { expectAsWorkedOut("gif", "image/gif", 24, 0); }
 
 #if TAVREL_WITH_WEBP
-TEST(AnimationFormats, WebpIsShownAsWorkedOut) { expectAsWorkedOut("webp", "image/webp", 8, 3); }
+TEST(AnimationFormats, WebpIsShownAsWorkedOut) { expectAsWorkedOut("webp", "image/webp", 16, 3); }
 #endif
 
 #if TAVREL_WITH_AVIF
-TEST(AnimationFormats, AvifIsShownAsWorkedOut) { expectAsWorkedOut("avif", "image/avif", 2, 1); }
+TEST(AnimationFormats, AvifIsShownAsWorkedOut) { expectAsWorkedOut("avif", "image/avif", 4, 1); }
 #endif
 
 TEST(AnimationFormats, AnyCutGivesWhatIsBeforeItOrAReason) {

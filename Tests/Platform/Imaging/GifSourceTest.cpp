@@ -247,6 +247,33 @@ TEST(GifSource, CanBeGivenUp) {
   EXPECT_FALSE(source->imageAtIndex(0));
 }
 
+TEST(GifSource, ABombCostsNoMoreThanItsFirstFrameToOpenAndIsBounded) {
+  constexpr int kSide = 3000;
+  const Data one = makePlainGif(kSide, kSide, {{}});
+  const auto begin = one.begin() + 13 + (std::ptrdiff_t{3} << ((one[10] & 7) + 1));
+  Data bomb(one.begin(), begin);
+  while (bomb.size() < 950'000) bomb.insert(bomb.end(), begin, one.end() - 1);
+  bomb.push_back(';');
+  std::shared_ptr<ImageSource> source;
+  const auto costOfOpening = [&](const Data& gif) {
+    const auto start = std::clock();
+    source = ImageSource::create(gif).value();
+    EXPECT_TRUE(source->imageAtIndex(0));
+    return std::clock() - start;
+  };
+  const auto costOfOne = costOfOpening(one);
+  EXPECT_LT(costOfOpening(bomb), 3 * costOfOne);
+  EXPECT_GT(source->count(), 50U);
+  EXPECT_LE(source->count(), ImageSource::kMostPixelsOfAnimationFrames / (std::size_t{kSide} * kSide));
+
+  const auto start = std::clock();
+  std::thread other([&] { source->imageAtIndex(source->count() - 1); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  source->giveUp();
+  other.join();
+  EXPECT_LT(std::clock() - start, 10 * costOfOne);
+}
+
 /// Sizes in the header are lies; the rest of the file stays as it is.
 Data withScreen(Data gif, int width, int height) {
   gif[6] = static_cast<std::uint8_t>(width);
