@@ -1,6 +1,8 @@
 #include "Effects/Private/StickerFrames.h"
 
 #include <algorithm>
+#include <chrono>
+#include <mutex>
 #include <utility>
 
 #include "Platform/Dispatch/DispatchQueue.h"
@@ -10,6 +12,7 @@ namespace {
 
 /// Of large frames, too: one that is shown and one that follows it.
 constexpr std::size_t kFewestAhead = 2;
+constexpr std::chrono::milliseconds kPatience(1);
 
 }  // namespace
 
@@ -27,7 +30,8 @@ std::size_t StickerFrames::stepsTo(std::size_t later, std::size_t earlier) const
 }
 
 std::optional<StickerFrames::Ready> StickerFrames::newest(std::size_t due, std::size_t shown) {
-  const std::lock_guard lock(mutex_);
+  const std::unique_lock lock(mutex_, kPatience);
+  if (!lock) return std::nullopt;
   due_ = due;
   auto best = ready_.end();
   std::size_t fewest = stepsTo(due, shown);

@@ -36,7 +36,8 @@ class StickerFrames : public std::enable_shared_from_this<StickerFrames> {
   static std::shared_ptr<StickerFrames> create(Decoder decoder);
 
   /// The frame due or, while that is not decoded yet, the nearest before it that is newer than the one shown; nothing
-  /// while there is none. What is due is decoded next, and what follows it after that.
+  /// while there is none. What is due is decoded next, and what follows it after that. Waits a millisecond at most, and
+  /// then finds nothing: the thread that decodes has less right to a processor than its callers.
   std::optional<Ready> newest(std::size_t due, std::size_t shown);
   /// Nothing new is due: has what follows decoded.
   void stayAt(std::size_t shown) { newest(shown, shown); }
@@ -52,7 +53,7 @@ class StickerFrames : public std::enable_shared_from_this<StickerFrames> {
 
   const Decoder decoder_;
   const std::size_t ahead_;
-  std::mutex mutex_;
+  std::timed_mutex mutex_;
   std::size_t due_ = 0;
   std::map<std::size_t, std::shared_ptr<Image>> ready_;
   /// Their memory is given back where nobody waits for that.
