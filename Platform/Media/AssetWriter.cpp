@@ -89,7 +89,10 @@ void AssetWriter::startSessionAtSourceTime(MediaTime time) { session_->startSess
 
 bool AssetWriter::finishWriting() { return session_->finishAndWait(); }
 
-void AssetWriter::finishWriting(std::function<void()> completion) { session_->finish(std::move(completion)); }
+void AssetWriter::finishWriting(std::function<void()> completion) {
+  const auto session = session_;  // the completion may end this writer while the call is still under way
+  session->finish(std::move(completion));
+}
 
 void AssetWriter::cancelWriting() { session_->cancel(); }
 

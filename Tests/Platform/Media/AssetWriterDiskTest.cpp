@@ -2,7 +2,10 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <fmt/format.h>
+
 #include <fstream>
+#include <thread>
 
 #include "Platform/Media/DiskGate.h"
 #include "Platform/Media/MediaError.h"
@@ -22,6 +25,28 @@ bool isOld(const std::filesystem::path& path) {
 
 std::size_t filesBeside(const std::filesystem::path& path) {
   return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(path.parent_path()), {}));
+}
+
+/// Those of the file itself.
+std::vector<std::string> boxesOf(const std::filesystem::path& path) {
+  std::vector<std::string> boxes;
+  std::ifstream file(path, std::ios::binary);
+  const auto number = [&](int bytes) {
+    std::uint64_t value = 0;
+    for (int i = 0; i < bytes; ++i) value = value << 8 | static_cast<unsigned char>(file.get());
+    return value;
+  };
+  for (std::uint64_t start = 0; start < std::filesystem::file_size(path);) {
+    file.seekg(static_cast<std::streamoff>(start));
+    std::uint64_t size = number(4);
+    std::string type(4, ' ');
+    file.read(type.data(), 4);
+    if (size == 1) size = number(8);
+    boxes.push_back(type);
+    if (size < 8) break;
+    start += size;
+  }
+  return boxes;
 }
 
 TEST(AssetWriterDisk, AFileStaysUntilTheFirstFragmentOfTheNewOneIsThere) {
@@ -111,6 +136,68 @@ TEST(AssetWriterDisk, NothingWaitsForAWrite) {
     EXPECT_EQ(maker.writer->writtenSamples(MediaType::video), 120U);
     EXPECT_NEAR(probe.audio->seconds(), 4, 0.1);
   }
+}
+
+TEST(AssetWriterDisk, ADiskThatStallsOnEveryWriteLosesNoPicture) {
+  const TemporaryFolder folder;
+  const auto path = folder / "movie.mov";
+  const auto maker = MovieMaker::start(path, {.width = 320, .height = 240, .audioSettings = aacSettings()});
+  const auto picture = solidPicture(320, 240, 1, 2, 3);
+  constexpr int kPictures = 450;
+  // Three times as fast as live.
+  constexpr std::chrono::microseconds kInterval{11'111};
+  {
+    const DiskStall stall(600ms);
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < kPictures; ++i) {
+      std::this_thread::sleep_until(begin + i * kInterval);
+      ASSERT_TRUE(maker.addPicture(picture, MediaTime::make(i, 30))) << i;
+      ASSERT_TRUE(maker.addTone(1 / 30.0, MediaTime::make(i * 1600, 48000))) << i;
+    }
+    const auto late = std::chrono::steady_clock::now() - begin - kPictures * kInterval;
+    EXPECT_LT(late, 500ms) << "somebody waited for the disk";
+  }
+  ASSERT_TRUE(maker.writer->finishWriting());
+  EXPECT_EQ(maker.writer->writtenSamples(MediaType::video), static_cast<std::uint64_t>(kPictures));
+  EXPECT_EQ(MovieProbe::open(path).video->times.size(), static_cast<std::size_t>(kPictures));
+}
+
+TEST(AssetWriterDisk, AnHourIsFinishedAtOnce) {
+  const TemporaryFolder folder;
+  const char* const wanted = ::getenv("TAVREL_TEST_PICTURE_BYTES");
+  const std::size_t size = wanted ? std::stoul(wanted) : 400;
+  const auto path = folder / "movie.mov";
+  const auto writer = *AssetWriter::create(path, kFileTypeQuickTimeMovie);
+  const auto video = AssetWriterInput::create(MediaType::video, std::nullopt);
+  const auto audio = AssetWriterInput::create(MediaType::audio, aacSettings(8000));
+  writer->setMovieFragmentInterval(MediaTime::make(10, 1));
+  writer->setIndexRoom(MediaTime::make(1, 1));
+  ASSERT_TRUE(writer->addInput(video) && writer->addInput(audio) && writer->startWriting());
+  writer->startSessionAtSourceTime(MediaTime::zero());
+  auto format = std::make_shared<FormatDescription>();
+  format->mediaType = MediaType::video;
+  format->codecName = "mjpeg";
+  format->videoSize = {64, 48};
+  const Data bytes(size, 7);
+  constexpr std::int64_t kPictures = 30 * 3600;
+  const auto second = sound({.sampleRate = 8000}, 8000, MediaTime::zero(), [](double) { return 0.1; });
+  for (std::int64_t i = 0; i < kPictures; ++i) {
+    const SampleTiming timing{MediaTime::make(1, 30), MediaTime::make(i, 30), {}};
+    ASSERT_TRUE(video->waitUntilReady(20s) && video->append(*SampleBuffer::createPacket(format, bytes, timing)));
+    if (i % 30 != 0) continue;
+    SampleTiming heard = second->timingEntries().front();
+    heard.presentationTimeStamp = MediaTime::make(i, 30);
+    ASSERT_TRUE(audio->waitUntilReady(20s) && audio->append(*second->copyWithNewTiming({heard})));
+  }
+  // What waits for the disk by then is not the finish's.
+  while (writer->writtenUntil().seconds() < 3580) std::this_thread::sleep_for(10ms);
+  const auto begin = std::chrono::steady_clock::now();
+  ASSERT_TRUE(writer->finishWriting()) << writer->error()->description;
+  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
+  fmt::print("{} MB are finished in {:.2f} s\n", std::filesystem::file_size(path) >> 20, taken.count());
+  EXPECT_LT(taken.count(), 2);
+  // The index of more than there is room for comes at the end.
+  EXPECT_EQ(boxesOf(path), (std::vector<std::string>{"ftyp", "free", "mdat", "moov"}));
 }
 
 TEST(AssetWriterDisk, WhatWaitsIsBoundedAndSoundHasRoomLongest) {

@@ -4,9 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <thread>
 
 #include "Platform/Media/WriteLog.h"
 
@@ -17,11 +18,14 @@ std::mutex mutex;
 std::condition_variable changed;
 bool isClosed = false;
 int waiting = 0;
+std::atomic<std::chrono::milliseconds> stall{};
 
 void passGate(int descriptor) {
-  std::unique_lock lock(mutex);
   struct stat about {};
-  if (!isClosed || ::fstat(descriptor, &about) != 0 || !S_ISREG(about.st_mode)) return;
+  if (::fstat(descriptor, &about) != 0 || !S_ISREG(about.st_mode)) return;
+  std::this_thread::sleep_for(stall.load());
+  std::unique_lock lock(mutex);
+  if (!isClosed) return;
   ++waiting;
   changed.notify_all();
   changed.wait(lock, [] { return !isClosed; });
@@ -45,6 +49,10 @@ bool DiskGate::isStoodBefore() {
   std::unique_lock lock(mutex);
   return changed.wait_for(lock, std::chrono::seconds(20), [] { return waiting > 0; });
 }
+
+DiskStall::DiskStall(std::chrono::milliseconds time) { stall = time; }
+
+DiskStall::~DiskStall() { stall = std::chrono::milliseconds(0); }
 
 }  // namespace tavrel::test
 

@@ -176,11 +176,10 @@ bool InputPipeline::appendPicture(PixelBuffer& pixelBuffer, MediaTime presentati
 }
 
 bool InputPipeline::isStorable(const FormatDescription& format) const {
+  std::unique_lock lock(mutex_);
+  const TrackOutput output = output_;
+  lock.unlock();
   const AVCodecID codec = PassthroughTrackEncoder::codecOf(format);
-  const auto output = [this] {
-    const std::lock_guard lock(mutex_);
-    return output_;
-  }();
   return output.queue && output.queue->file().container().canStore(codec, !format.codecExtradata.empty()) &&
          output.queue->file().hasTrack(output.track);
 }
@@ -189,10 +188,10 @@ bool InputPipeline::refuse(const FormatDescription& format) {
   std::unique_lock lock(mutex_);
   if (stage_ != Stage::writing || waitingSamples_ > 0 || lastAppend_ != std::chrono::steady_clock::time_point())
     return false;
-  const std::string coding = format.isCompressed() ? format.codecName : "PCM";
-  Error error = makeError(MediaErrorCode::unsuitableContainer,
-                          fmt::format("{} cannot hold {} as it is: give the input settings to encode it with",
-                                      output_.queue->file().container().name(), coding));
+  Error error = makeError(
+      MediaErrorCode::unsuitableContainer,
+      fmt::format("{} cannot hold {} as it is: give the input settings to encode it with",
+                  output_.queue->file().container().name(), format.isCompressed() ? format.codecName : "PCM"));
   queue_->async([self = shared_from_this(), error = std::move(error)]() mutable { self->fail(std::move(error)); });
   return false;
 }
@@ -218,8 +217,7 @@ bool InputPipeline::enqueue(TrackSample sample, MediaTime presentationTime) {
   if (!isReadyLocked() || !sessionStart_ || !presentationTime.isNumeric()) return false;
   const MediaTime movieTime = presentationTime - *sessionStart_;
   if (!movieTime.isNumeric() || std::abs(movieTime.seconds()) > kLatestTime) return false;
-  // Sound that begins before the session and reaches into it is cut by the encoder.
-  // Of stored sound what comes just before prepares the decoder.
+  // Sound that reaches into the session is cut by the encoder; stored sound just before it prepares the decoder.
   const bool isCutLater =
       sample.sound ||
       (sample.packet && (settings_ || (mediaType_ == MediaType::audio && movieTime.seconds() > -kLongestPriming)));
