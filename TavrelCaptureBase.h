@@ -36,6 +36,7 @@
 #include "GPUImage/Filters/TavrelGPUImageLookupFilter.h"
 #include "GPUImage/Filters/TavrelGPUImagePlacementFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageRotationFilter.h"
+#include "GPUImage/Filters/TavrelGPUImageSmoothBlurFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageTransformFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageTwoInputFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageTwoPassFilter.h"

@@ -148,9 +148,20 @@ TavrelCaptureEffectPart TurnEffect::onPart(const Rect& input, Size frameSize) co
 }
 
 TavrelCaptureEffectNodes BlurEffect::makeNodes(Size) {
-  auto filter = std::make_shared<TavrelGPUImageGaussianBlurFilter>();
-  filter->setBlurRadiusInPixels(radius_);
+  auto filter = std::make_shared<TavrelGPUImageSmoothBlurFilter>();
+  filter->setSigma(radius_);
   return {.filters = {std::move(filter)}, .pictures = {}};
+}
+
+std::optional<Rect> BlurEffect::inputFor(const Rect& output, Size frameSize) const {
+  const int reduction = TavrelGPUImageSmoothBlurFilter::reductionFor(radius_);
+  Rect input = grown(output, std::ceil(radius_ * 4) + 2 * reduction, frameSize);
+  // Parts are reduced as the whole is when they begin on its steps.
+  const auto before = [&](double place) { return std::floor(place / reduction) * reduction; };
+  const Point corner = {before(input.minX()), before(input.minY())};
+  input.size = {input.maxX() - corner.x, input.maxY() - corner.y};
+  input.origin = corner;
+  return input;
 }
 
 }  // namespace tavrel::tool

@@ -34,17 +34,15 @@ class TurnEffect : public TavrelCaptureEffect {
   TavrelGPUImageRotationMode rotation_;
 };
 
-/// Blurs the frame by a Gaussian.
+/// Blurs the frame by a Gaussian; the radius is its sigma.
 class BlurEffect : public TavrelCaptureEffect {
  public:
-  static constexpr double kLargestRadius = 62;  // from here on the kernel would get narrower again
+  static constexpr double kLargestRadius = TavrelGPUImageSmoothBlurFilter::kLargestSigma;
 
   explicit BlurEffect(double radius) : radius_(radius) {}
   std::shared_ptr<TavrelCaptureEffect> copy() const override { return std::make_shared<BlurEffect>(*this); }
   TavrelCaptureEffectNodes makeNodes(Size frameSize) override;
-  std::optional<Rect> inputFor(const Rect& output, Size frameSize) const override {
-    return grown(output, kLargestRadius + 2, frameSize);  // no kernel of these reaches farther than its radius
-  }
+  std::optional<Rect> inputFor(const Rect& output, Size frameSize) const override;
 
  private:
   double radius_;

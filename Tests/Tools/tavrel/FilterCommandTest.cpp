@@ -228,7 +228,7 @@ TEST_F(FilterCommandTest, BadInputIsSaidInOneLineAndLeavesNothing) {
       {in + " " + out + " --crop 0,0,0,1", 2, "--crop 0,0,0,1: the rectangle is empty"},
       {in + " " + out + " --beauty 2", 2, "--beauty 2: 2 is not from 0 to 1"},
       {in + " " + out + " --beauty 0.1,", 2, "--beauty 0.1,: expected B, B,BRIGHT or B,BRIGHT,TONE"},
-      {in + " " + out + " --blur 63", 2, "--blur 63: expected a radius from 0 to 62 pixels"},
+      {in + " " + out + " --blur 501", 2, "--blur 501: expected a radius from 0 to 500 pixels"},
       {in + " " + out + " --sticker a.png", 2,
        "--sticker a.png: expected FILE@X,Y,W,H or FILE@X,Y,W,H,DEGREES, in pixels"},
       {in + " " + out + " --sticker none.png@1,2,3,4", 1, "cannot read none.png: No such file or directory"},

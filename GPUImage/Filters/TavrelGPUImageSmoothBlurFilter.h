@@ -1,0 +1,34 @@
+#pragma once
+
+#include "GPUImage/Filters/TavrelGPUImageFilter.h"
+
+namespace tavrel {
+
+/// Blurs by a Gaussian of any width at a cost that hardly grows with it: the frame is reduced, blurred and enlarged
+/// again, so that all of it together has the variance asked for. Beyond the edges the frame goes on with its outermost
+/// pixels. One pair of programs serves every width. In between, components have 16 bits where the driver can.
+class TAVREL_API TavrelGPUImageSmoothBlurFilter : public TavrelGPUImageFilter {
+ public:
+  static constexpr double kLargestSigma = 500;
+
+  TavrelGPUImageSmoothBlurFilter();
+  ~TavrelGPUImageSmoothBlurFilter() override;
+
+  /// Standard deviation in pixels of the output, fractions too; 2 by default, 0 does not blur. Clamped to 0 and
+  /// `kLargestSigma`.
+  double sigma() const;
+  void setSigma(double newValue);
+
+  /// By how much the frame is reduced for this sigma, a power of two; frames whose corners lie on multiples of it are
+  /// blurred alike.
+  static int reductionFor(double sigma);
+
+ protected:
+  void renderToTextureWithVertices(const GLfloat* vertices, const GLfloat* textureCoordinates) override;
+
+ private:
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
+};
+
+}  // namespace tavrel
