@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <mutex>
+#include <thread>
 #include <utility>
 
 #include "Platform/Dispatch/DispatchQueue.h"
@@ -10,9 +11,12 @@
 namespace tavrel {
 namespace {
 
+using namespace std::chrono_literals;
+
 /// Of large frames, too: one that is shown and one that follows it.
 constexpr std::size_t kFewestAhead = 2;
-constexpr std::chrono::milliseconds kPatience(1);
+constexpr auto kPatience = 1ms;
+constexpr auto kLookAgain = 50us;
 
 }  // namespace
 
@@ -30,8 +34,12 @@ std::size_t StickerFrames::stepsTo(std::size_t later, std::size_t earlier) const
 }
 
 std::optional<StickerFrames::Ready> StickerFrames::newest(std::size_t due, std::size_t shown) {
-  const std::unique_lock lock(mutex_, kPatience);
-  if (!lock) return std::nullopt;
+  std::unique_lock lock(mutex_, std::try_to_lock);
+  for (auto waited = 0us; !lock.owns_lock(); waited += kLookAgain) {
+    if (waited >= kPatience) return std::nullopt;
+    std::this_thread::sleep_for(kLookAgain);
+    static_cast<void>(lock.try_lock());
+  }
   due_ = due;
   auto best = ready_.end();
   std::size_t fewest = stepsTo(due, shown);

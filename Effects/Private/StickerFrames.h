@@ -53,7 +53,7 @@ class StickerFrames : public std::enable_shared_from_this<StickerFrames> {
 
   const Decoder decoder_;
   const std::size_t ahead_;
-  std::timed_mutex mutex_;
+  std::mutex mutex_;
   std::size_t due_ = 0;
   std::map<std::size_t, std::shared_ptr<Image>> ready_;
   /// Their memory is given back where nobody waits for that.
