@@ -1,5 +1,6 @@
 #include "Effects/TavrelAnimatedStickerCaptureEffect.h"
 
+#include <atomic>
 #include <cmath>
 #include <utility>
 
@@ -88,6 +89,11 @@ struct TavrelAnimatedStickerCaptureEffect::Implementation {
   std::shared_ptr<TavrelGPUImagePicture> picture;
   std::shared_ptr<TavrelGPUImagePlacementFilter> transformFilter;
   std::shared_ptr<TavrelGPUImageAlphaBlendFilter> alphaBlendFilter;
+  std::atomic<std::int64_t> loopCount = 0;
+  std::atomic<double> startTimestamp = -1;
+  Rect destRect;
+  double rotation = 0;
+  Size videoSize;
   std::size_t currentFrameIndex = 0;
   std::atomic<bool> waitsForPictures = false;
   std::shared_ptr<StickerFrames> frames;
@@ -145,22 +151,48 @@ Size TavrelAnimatedStickerCaptureEffect::size() const {
   return TavrelAnimatedImage::sizeForImage(implementation_->posterImage);
 }
 
+std::int64_t TavrelAnimatedStickerCaptureEffect::loopCount() const { return implementation_->loopCount; }
+
+void TavrelAnimatedStickerCaptureEffect::setLoopCount(std::int64_t loopCount) {
+  changeValue(implementation_->loopCount, loopCount, "loopCount");
+}
+
+const Rect& TavrelAnimatedStickerCaptureEffect::destRect() const { return implementation_->destRect; }
+
+void TavrelAnimatedStickerCaptureEffect::setDestRect(const Rect& destRect) {
+  if (isFinite(destRect)) changeValue(implementation_->destRect, destRect, "destRect");
+}
+
+double TavrelAnimatedStickerCaptureEffect::rotation() const { return implementation_->rotation; }
+
+void TavrelAnimatedStickerCaptureEffect::setRotation(double rotation) {
+  if (isFinite(rotation)) changeValue(implementation_->rotation, rotation, "rotation");
+}
+
+double TavrelAnimatedStickerCaptureEffect::startTimestamp() const { return implementation_->startTimestamp; }
+
+void TavrelAnimatedStickerCaptureEffect::setStartTimestamp(double startTimestamp) {
+  if (isFinite(startTimestamp)) changeValue(implementation_->startTimestamp, startTimestamp, "startTimestamp");
+}
+
+Size TavrelAnimatedStickerCaptureEffect::videoSize() const { return implementation_->videoSize; }
+
 void TavrelAnimatedStickerCaptureEffect::setVideoSize(Size videoSize) {
   if (!isFinite(videoSize)) return;
-  changeValue(videoSize_, videoSize, "videoSize");
+  changeValue(implementation_->videoSize, videoSize, "videoSize");
   TavrelGPUImagePlacementFilter& placement = *implementation_->transformFilter;
-  placement.setAffineTransform(TavrelGetTransform(destRect_, videoSize_, static_cast<float>(rotation_)));
-  placement.forceProcessingAtSize(videoSize_);
+  placement.setAffineTransform(TavrelGetTransform(destRect(), videoSize, static_cast<float>(rotation())));
+  placement.forceProcessingAtSize(videoSize);
 }
 
 std::optional<std::size_t> TavrelAnimatedStickerCaptureEffect::frameDueAt(double timestamp) {
   if (!std::isfinite(timestamp)) return std::nullopt;
-  if (startTimestamp_ < 0) setStartTimestamp(timestamp);
-  const double elapsed = timestamp - startTimestamp_;
+  if (startTimestamp() < 0) setStartTimestamp(timestamp);
+  const double elapsed = timestamp - startTimestamp();
   const Implementation& own = *implementation_;
   const TavrelAnimatedImage* const gif = own.animatedImage.get();
   const std::size_t frameCount = own.frameCount();
-  const std::int64_t wishedLoops = loopCount_;
+  const std::int64_t wishedLoops = loopCount();
   std::size_t loopLimit = gif ? gif->loopCount() : 0;
   if (wishedLoops > 0) loopLimit = static_cast<std::size_t>(wishedLoops);
 
@@ -193,8 +225,9 @@ TavrelCaptureEffectNodes TavrelAnimatedStickerCaptureEffect::makeNodes(Size fram
 
 TavrelCaptureEffectPart TavrelAnimatedStickerCaptureEffect::onPart(const Rect& input, Size) const {
   const std::shared_ptr<TavrelAnimatedStickerCaptureEffect> moved(new TavrelAnimatedStickerCaptureEffect(*this));
-  moved->setDestRect({{destRect_.origin.x - input.origin.x, destRect_.origin.y - input.origin.y}, destRect_.size});
-  moved->setRotation(rotation_);
+  const Rect& whole = destRect();
+  moved->setDestRect({{whole.origin.x - input.origin.x, whole.origin.y - input.origin.y}, whole.size});
+  moved->setRotation(rotation());
   return {moved, input};
 }
 

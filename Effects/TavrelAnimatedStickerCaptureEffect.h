@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -58,20 +57,20 @@ class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelCaptureEffect
 
   /// Number of loops; 0 or less: as many as the animation says, endless for image files. The limit has one effect: the
   /// last frame of the loop after these is not shown.
-  std::int64_t loopCount() const { return loopCount_; }
-  void setLoopCount(std::int64_t loopCount) { changeValue(loopCount_, loopCount, "loopCount"); }
+  std::int64_t loopCount() const;
+  void setLoopCount(std::int64_t loopCount);
   /// The sticker's rectangle, in pixels of the video. Rectangle and rotation take effect at the next `setVideoSize`.
-  const Rect& destRect() const { return destRect_; }
-  void setDestRect(const Rect& destRect) { change(destRect_, destRect, "destRect"); }
+  const Rect& destRect() const;
+  void setDestRect(const Rect& destRect);
   /// In radians, about the rectangle's centre.
-  double rotation() const { return rotation_; }
-  void setRotation(double rotation) { change(rotation_, rotation, "rotation"); }
+  double rotation() const;
+  void setRotation(double rotation);
   /// Video time in seconds at which the animation started; negative before.
-  double startTimestamp() const { return startTimestamp_; }
-  void setStartTimestamp(double startTimestamp) { change(startTimestamp_, startTimestamp, "startTimestamp"); }
+  double startTimestamp() const;
+  void setStartTimestamp(double startTimestamp);
 
   /// Size of the frames in pixels. Setting it, even to the same value, places the sticker.
-  Size videoSize() const { return videoSize_; }
+  Size videoSize() const;
   void setVideoSize(Size videoSize);
 
   const std::shared_ptr<TavrelGPUImagePicture>& picture() const;
@@ -86,10 +85,6 @@ class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelCaptureEffect
  private:
   struct Implementation;
 
-  template <typename Property, typename Value>
-  void change(Property& property, const Value& value, std::string_view name) {
-    if (isFinite(value)) changeValue(property, value, name);
-  }
   std::optional<std::size_t> frameDueAt(double timestamp);
   void showReadyFrame(double timestamp);
 
@@ -97,11 +92,6 @@ class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelCaptureEffect
   TavrelAnimatedStickerCaptureEffect(const TavrelAnimatedStickerCaptureEffect& source);
 
   const std::unique_ptr<Implementation> implementation_;
-  std::atomic<std::int64_t> loopCount_ = 0;
-  std::atomic<double> startTimestamp_ = -1;
-  Rect destRect_;
-  double rotation_ = 0;
-  Size videoSize_;
 };
 
 }  // namespace tavrel

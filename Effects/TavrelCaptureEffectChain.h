@@ -19,10 +19,12 @@ class TAVREL_API TavrelCaptureEffectChain {
   using Effects = std::vector<std::shared_ptr<TavrelCaptureEffect>>;
 
   explicit TavrelCaptureEffectChain(Effects effects);
+  TavrelCaptureEffectChain(TavrelCaptureEffectChain&& other) noexcept;
+  TavrelCaptureEffectChain& operator=(TavrelCaptureEffectChain&& other) noexcept;
+  ~TavrelCaptureEffectChain();
 
   /// In order of application.
-  const Effects& effects() const { return effects_; }
-  bool isEmpty() const { return effects_.empty(); }
+  const Effects& effects() const;
   /// The size in pixels of a frame of `frameSize` after the chain.
   Size sizeAfter(Size frameSize) const;
   /// Whether width and height are exchanged.
@@ -42,8 +44,8 @@ class TAVREL_API TavrelCaptureEffectChain {
                                             const SampleTiming& sampleTimingInfo, MediaTime frameTime) const;
 
  private:
-  Effects effects_;
-  std::vector<TavrelCaptureEffectNodes> nodes_;
+  struct Implementation;
+  std::unique_ptr<Implementation> implementation_;
 };
 
 /// Produces a part of a chain's result, with identical pixels.

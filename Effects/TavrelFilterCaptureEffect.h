@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <utility>
 
 #include "Effects/TavrelCaptureEffect.h"
 
@@ -12,23 +11,23 @@ namespace tavrel {
 /// forced size. Observable: "filter".
 class TAVREL_API TavrelFilterCaptureEffect : public TavrelCaptureEffect {
  public:
-  explicit TavrelFilterCaptureEffect(std::shared_ptr<TavrelGPUImageFilter> filter = nullptr)
-      : filter_(std::move(filter)) {}
-
+  explicit TavrelFilterCaptureEffect(std::shared_ptr<TavrelGPUImageFilter> filter = nullptr);
   /// Copies the attachments and shares the filter, which can be in one chain at a time.
-  std::shared_ptr<TavrelCaptureEffect> copy() const override {
-    return std::make_shared<TavrelFilterCaptureEffect>(*this);
-  }
+  TavrelFilterCaptureEffect(const TavrelFilterCaptureEffect& source);
+  ~TavrelFilterCaptureEffect() override;
+
+  std::shared_ptr<TavrelCaptureEffect> copy() const override;
   /// The filter.
   TavrelCaptureEffectNodes makeNodes(Size frameSize) override;
   Size sizeAfter(Size frameSize) const override;
 
   /// nullptr disables the effect.
-  const std::shared_ptr<TavrelGPUImageFilter>& filter() const { return filter_; }
-  void setFilter(std::shared_ptr<TavrelGPUImageFilter> filter) { changeProperty(filter_, std::move(filter), "filter"); }
+  const std::shared_ptr<TavrelGPUImageFilter>& filter() const;
+  void setFilter(std::shared_ptr<TavrelGPUImageFilter> filter);
 
  private:
-  std::shared_ptr<TavrelGPUImageFilter> filter_;
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -2,6 +2,7 @@
 
 #include <any>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -20,7 +21,7 @@ class TAVREL_API TavrelObject : public KeyValueObserving {
   TavrelObject& operator=(const TavrelObject&) = delete;
   virtual ~TavrelObject();
 
-  const Attachments& attachments() const { return attachments_; }
+  const Attachments& attachments() const;
   /// An empty value removes the key.
   void setAttachment(std::any value, std::string_view forKey);
   void removeAttachmentForKey(std::string_view key);
@@ -29,7 +30,8 @@ class TAVREL_API TavrelObject : public KeyValueObserving {
   std::any getAttachmentForKey(std::string_view key) const;
 
  private:
-  Attachments attachments_;
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -14,8 +14,18 @@ constexpr double kDuration = 0.3;
 
 }  // namespace
 
+struct TavrelCAAnimation::Implementation {
+  TavrelCAAnimationDelegate* delegate = nullptr;
+};
+
+TavrelCAAnimation::TavrelCAAnimation() : implementation_(std::make_unique<Implementation>()) {}
+TavrelCAAnimation::~TavrelCAAnimation() = default;
+
+TavrelCAAnimationDelegate* TavrelCAAnimation::delegate() const { return implementation_->delegate; }
+void TavrelCAAnimation::setDelegate(TavrelCAAnimationDelegate* delegate) { implementation_->delegate = delegate; }
+
 void TavrelCAAnimation::animationDidStop(const std::shared_ptr<Animation>& animation, bool finished) {
-  if (delegate_) delegate_->animationDidStop(animation, finished);
+  if (delegate()) delegate()->animationDidStop(animation, finished);
 }
 
 TavrelFocusViewAnimation::TavrelFocusViewAnimation() {

@@ -17,14 +17,18 @@ class TAVREL_API TavrelCAAnimationDelegate {
 /// Forwards the end of an animation to a delegate that the animation does not own.
 class TAVREL_API TavrelCAAnimation : public AnimationDelegate {
  public:
+  TavrelCAAnimation();
+  ~TavrelCAAnimation() override;
+
   /// Not owned; must be reset before it is destroyed.
-  TavrelCAAnimationDelegate* delegate() const { return delegate_; }
-  void setDelegate(TavrelCAAnimationDelegate* delegate) { delegate_ = delegate; }
+  TavrelCAAnimationDelegate* delegate() const;
+  void setDelegate(TavrelCAAnimationDelegate* delegate);
 
   void animationDidStop(const std::shared_ptr<Animation>& animation, bool finished) override;
 
  private:
-  TavrelCAAnimationDelegate* delegate_ = nullptr;
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 /// Shrinks from 1.8 times the size to the size while fading out, within 0.3 s, and stays at the end.

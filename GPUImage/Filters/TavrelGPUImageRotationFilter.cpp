@@ -1,26 +1,34 @@
 #include "GPUImage/Filters/TavrelGPUImageRotationFilter.h"
 
 #include <array>
+#include <atomic>
 
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Foundation/FatalAssertion.h"
 
 namespace tavrel {
 
-TavrelGPUImageRotationFilter::TavrelGPUImageRotationFilter(TavrelGPUImageRotationMode rotation) {
+struct TavrelGPUImageRotationFilter::Implementation {
+  std::atomic<TavrelGPUImageRotationMode> rotation = kTavrelGPUImageNoRotation;
+};
+
+TavrelGPUImageRotationFilter::TavrelGPUImageRotationFilter(TavrelGPUImageRotationMode rotation)
+    : implementation_(std::make_unique<Implementation>()) {
   setRotation(rotation);
 }
 
 TavrelGPUImageRotationFilter::~TavrelGPUImageRotationFilter() = default;
 
+TavrelGPUImageRotationMode TavrelGPUImageRotationFilter::rotation() const { return implementation_->rotation; }
+
 void TavrelGPUImageRotationFilter::setRotation(TavrelGPUImageRotationMode rotation) {
   if (rotation > kTavrelGPUImageRotate180) fatalAssertion("rotation <= kTavrelGPUImageRotate180");
   // Between two frames: a frame's size and its corners go by the same mode.
-  TavrelRunSynchronouslyOnVideoProcessingQueue([&] { rotation_ = rotation; });
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] { implementation_->rotation = rotation; });
 }
 
 Size TavrelGPUImageRotationFilter::rotatedSize(Size size, Index forIndex) const {
-  return TavrelGPUImageRotatedSize(TavrelGPUImageFilter::rotatedSize(size, forIndex), rotation_);
+  return TavrelGPUImageRotatedSize(TavrelGPUImageFilter::rotatedSize(size, forIndex), rotation());
 }
 
 void TavrelGPUImageRotationFilter::setInputSize(Size newSize, Index atIndex) {
@@ -29,7 +37,7 @@ void TavrelGPUImageRotationFilter::setInputSize(Size newSize, Index atIndex) {
 
 void TavrelGPUImageRotationFilter::newFrameReadyAtTime(MediaTime frameTime, Index) {
   // The corners of the turned frame are corners of the frame as it comes.
-  const GLfloat* const turned = textureCoordinatesForRotation(rotation_);
+  const GLfloat* const turned = textureCoordinatesForRotation(rotation());
   const GLfloat* const incoming = textureCoordinatesForRotation(inputRotation());
   std::array<GLfloat, 8> corners{};
   for (std::size_t i = 0; i < corners.size(); i += 2) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <atomic>
+#include <memory>
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
 
@@ -13,7 +13,7 @@ class TAVREL_API TavrelGPUImageRotationFilter : public TavrelGPUImageFilter {
   explicit TavrelGPUImageRotationFilter(TavrelGPUImageRotationMode rotation = kTavrelGPUImageNoRotation);
   ~TavrelGPUImageRotationFilter() override;
 
-  TavrelGPUImageRotationMode rotation() const { return rotation_; }
+  TavrelGPUImageRotationMode rotation() const;
   /// Takes effect at the next frame. An invalid mode stops the program. Any thread.
   void setRotation(TavrelGPUImageRotationMode rotation);
 
@@ -22,7 +22,8 @@ class TAVREL_API TavrelGPUImageRotationFilter : public TavrelGPUImageFilter {
   void newFrameReadyAtTime(MediaTime frameTime, Index atIndex) override;
 
  private:
-  std::atomic<TavrelGPUImageRotationMode> rotation_;
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -63,7 +63,7 @@ TEST(OwnEffect, DrawsInAChainAmongOthersAndTellsItsSize) {
   EXPECT_EQ(chain.prepareFrame(nullptr, {}, MediaTime::make(3, 4)), nullptr);
   EXPECT_EQ(halving->frameTimes, (std::vector<MediaTime>{MediaTime::make(3, 4), MediaTime::make(3, 4)}));
   EXPECT_FALSE(TavrelCaptureEffectChain({halving}).turnsSideways());
-  EXPECT_TRUE(TavrelCaptureEffectChain({}).isEmpty());
+  EXPECT_TRUE(TavrelCaptureEffectChain({}).effects().empty());
 }
 
 TEST(OwnEffect, ChangesAreAnnouncedToItsObserversOnly) {
