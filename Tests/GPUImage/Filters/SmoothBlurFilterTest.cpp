@@ -71,14 +71,18 @@ Difference differenceFromGaussian(const Picture& source, const Picture& result, 
 }
 
 TEST(SmoothBlurFilter, IsTheGaussianOfAnyWidth) {
+  // Each pass rounds where there are 8 bits between passes.
+  const bool isDeep = TavrelGPUImageContext::deepTextureOptions().has_value();
+  const double largestRms = isDeep ? 0.8 : 1.2;
+  const double largestError = isDeep ? 2.5 : 3;
   const auto filter = std::make_shared<TavrelGPUImageSmoothBlurFilter>();
   for (const auto& [width, height] : {std::pair(160, 90), std::pair(97, 131), std::pair(5, 300)}) {
     const Picture source = photograph(width, height);
     for (const double sigma : {0.3, 0.8, 2.0, 4.99, 5.01, 7.3, 19.0, 60.0, 500.0}) {
       filter->setSigma(sigma);
       const Difference difference = differenceFromGaussian(source, test::process(source, filter), sigma);
-      EXPECT_LE(difference.rms, 0.8) << sigma << " " << width;
-      EXPECT_LE(difference.worst, 2.5) << sigma << " " << width;
+      EXPECT_LE(difference.rms, largestRms) << sigma << " " << width;
+      EXPECT_LE(difference.worst, largestError) << sigma << " " << width;
     }
     filter->setSigma(0);
     EXPECT_EQ(test::largestDifference(test::process(source, filter), source), 0);

@@ -127,6 +127,7 @@ TEST(PixelBufferInput, FiveHundredFramesLeaveNothingBehind) {
   blur->addTarget(crop);
   table->processImage();
   const auto held = [] {
+    TavrelRunSynchronouslyOnVideoProcessingQueue([] {});  // the last frame is on its way
     const TextureCache::Statistics statistics = TextureCache::statistics();
     return std::pair(TavrelGPUImageFramebuffer::ownedCount(), statistics.texturesCreated - statistics.texturesDeleted);
   };
