@@ -65,7 +65,13 @@ TEST(DestinationThreads, AWriterMayBeSetAndEndedFromManyThreadsWhileFramesRun) {
                  }},
                 10);
     writer->setEncodingLiveVideo(round % 2 == 0);
+    writer->setPaused(false);
+    writer->setEnabled(true);
     writer->startRecording();
+    // A movie without a sample is an error.
+    for (int i = 0; i < 1000 && writer->writtenVideoFrames() == 0; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
     std::atomic<int> handlers = 0;
     runTogether({set, set,
                  [&](int turn) {
