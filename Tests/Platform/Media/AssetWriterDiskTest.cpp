@@ -170,7 +170,7 @@ TEST(AssetWriterDisk, AnHourIsFinishedAtOnce) {
   const auto writer = *AssetWriter::create(path, kFileTypeQuickTimeMovie);
   const auto video = AssetWriterInput::create(MediaType::video, std::nullopt);
   const auto audio = AssetWriterInput::create(MediaType::audio, aacSettings(8000));
-  writer->setMovieFragmentInterval(MediaTime::make(10, 1));
+  writer->setMovieFragmentInterval(MediaTime::make(30, 1));
   writer->setIndexRoom(MediaTime::make(1, 1));
   ASSERT_TRUE(writer->addInput(video) && writer->addInput(audio) && writer->startWriting());
   writer->startSessionAtSourceTime(MediaTime::zero());
@@ -190,7 +190,7 @@ TEST(AssetWriterDisk, AnHourIsFinishedAtOnce) {
     ASSERT_TRUE(audio->waitUntilReady(20s) && audio->append(*second->copyWithNewTiming({heard})));
   }
   // What waits for the disk by then is not the finish's.
-  while (writer->writtenUntil().seconds() < 3580) std::this_thread::sleep_for(10ms);
+  while (writer->writtenUntil().seconds() < 3540) std::this_thread::sleep_for(10ms);
   const auto begin = std::chrono::steady_clock::now();
   ASSERT_TRUE(writer->finishWriting()) << writer->error()->description;
   const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;

@@ -296,6 +296,10 @@ void InputPipeline::drain() {
 
 void InputPipeline::readinessChanged(std::unique_lock<std::mutex>& lock) {
   changed_.notify_all();
+  if (isMainWaiting_ && (isReadyLocked() || hasEndedLocked())) {
+    isMainWaiting_ = false;
+    DispatchQueue::main()->async([] {});  // its run loop looks again
+  }
   if (hasEndedLocked()) {
     // The block is let go of outside the lock: it may hold the last reference to anything.
     const auto block = std::move(requestBlock_);
@@ -337,7 +341,8 @@ bool InputPipeline::waitUntilReady(std::chrono::nanoseconds timeout) {
     RunLoop::main().runUntil(
         [&] {
           const std::lock_guard lock(mutex_);
-          return isDecided();
+          isMainWaiting_ = !isDecided();
+          return !isMainWaiting_;
         },
         timeout);
     return isReady();

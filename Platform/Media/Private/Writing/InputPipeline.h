@@ -110,6 +110,7 @@ class InputPipeline : public std::enable_shared_from_this<InputPipeline> {
   std::shared_ptr<DispatchQueue> requestQueue_;
   std::shared_ptr<std::function<void()>> requestBlock_;
   bool isRequestPosted_ = false;
+  bool isMainWaiting_ = false;
 
   std::shared_ptr<DispatchQueue> queue_;
   FailureHandler failureHandler_;
