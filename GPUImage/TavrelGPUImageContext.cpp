@@ -131,7 +131,6 @@ TavrelGPUImageContext::~TavrelGPUImageContext() {
   if (contextQueue()->isCurrent()) {
     releaseObjects();
   } else {
-    const ContextWait wait;
     contextQueue()->sync(releaseObjects);
   }
   contextQueue()->setSpecific(contextKey(), nullptr);

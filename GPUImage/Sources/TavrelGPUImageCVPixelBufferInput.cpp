@@ -4,7 +4,6 @@
 
 #include <utility>
 
-#include "GPUImage/Private/ContextLending.h"
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
@@ -50,7 +49,6 @@ bool TavrelGPUImageCVPixelBufferInput::processCVPixelBuffer(const std::shared_pt
     return false;
   }
   if (wait) {
-    const ContextWait lent;
     frameRenderingSemaphore()->wait();
   } else if (!frameRenderingSemaphore()->tryWait()) {
     return false;

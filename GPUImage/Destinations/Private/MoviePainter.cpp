@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
-#include "GPUImage/Private/ContextLending.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Foundation/ProcessEnd.h"
@@ -43,7 +42,6 @@ Expected<void> MoviePainter::prepare() {
 void MoviePainter::runOnWriterQueue(const std::function<void()>& block) const {
   const std::shared_ptr<DispatchQueue>& queue = movieWriterContext_->contextQueue();
   if (queue->isCurrent()) return block();
-  const ContextWait wait;
   queue->sync(block);
 }
 

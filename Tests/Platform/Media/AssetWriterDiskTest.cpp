@@ -162,6 +162,15 @@ TEST(AssetWriterDisk, ADiskThatStallsOnEveryWriteLosesNoPicture) {
   EXPECT_EQ(MovieProbe::open(path).video->times.size(), static_cast<std::size_t>(kPictures));
 }
 
+/// Of packets that no decoder looks at.
+std::shared_ptr<const FormatDescription> packetFormat() {
+  auto format = std::make_shared<FormatDescription>();
+  format->mediaType = MediaType::video;
+  format->codecName = "mjpeg";
+  format->videoSize = {64, 48};
+  return format;
+}
+
 TEST(AssetWriterDisk, AnHourIsFinishedAtOnce) {
   const TemporaryFolder folder;
   const char* const wanted = ::getenv("TAVREL_TEST_PICTURE_BYTES");
@@ -174,10 +183,7 @@ TEST(AssetWriterDisk, AnHourIsFinishedAtOnce) {
   writer->setIndexRoom(MediaTime::make(1, 1));
   ASSERT_TRUE(writer->addInput(video) && writer->addInput(audio) && writer->startWriting());
   writer->startSessionAtSourceTime(MediaTime::zero());
-  auto format = std::make_shared<FormatDescription>();
-  format->mediaType = MediaType::video;
-  format->codecName = "mjpeg";
-  format->videoSize = {64, 48};
+  const auto format = packetFormat();
   const Data bytes(size, 7);
   constexpr std::int64_t kPictures = 30 * 3600;
   const auto second = sound({.sampleRate = 8000}, 8000, MediaTime::zero(), [](double) { return 0.1; });
@@ -208,10 +214,7 @@ TEST(AssetWriterDisk, WhatWaitsIsBoundedAndSoundHasRoomLongest) {
   const auto audio = AssetWriterInput::create(MediaType::audio, std::nullopt);
   ASSERT_TRUE(writer->addInput(video) && writer->addInput(audio) && writer->startWriting());
   writer->startSessionAtSourceTime(MediaTime::zero());
-  auto format = std::make_shared<FormatDescription>();
-  format->mediaType = MediaType::video;
-  format->codecName = "mjpeg";
-  format->videoSize = {64, 48};
+  const auto format = packetFormat();
   // The sound, which never comes, must not keep the pictures in memory.
   DiskGate gate;
   constexpr std::size_t kSize = 1 << 20;
