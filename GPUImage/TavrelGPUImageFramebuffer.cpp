@@ -1,14 +1,12 @@
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
 
-#include <algorithm>
 #include <atomic>
-#include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <mutex>
 #include <utility>
 #include <vector>
 
+#include "GPUImage/Private/DeepPixels.h"
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
@@ -254,8 +252,8 @@ void TavrelGPUImageFramebuffer::restoreRenderTarget() {
 }
 
 std::size_t TavrelGPUImageFramebuffer::bytesPerRow() const {
-  return implementation_->renderTarget ? implementation_->renderTarget->bytesPerRow()
-                                       : static_cast<std::size_t>(size().width * 4);
+  const auto& target = implementation_->renderTarget;
+  return target ? target->bytesPerRow() : static_cast<std::size_t>(size().width * 4);
 }
 
 std::uint8_t* TavrelGPUImageFramebuffer::byteBuffer() {
@@ -321,23 +319,11 @@ std::shared_ptr<Image> TavrelGPUImageFramebuffer::newCGImageFromFramebufferConte
 std::shared_ptr<Image> TavrelGPUImageFramebuffer::newDeepImage() {
   const auto width = static_cast<std::size_t>(size().width);
   const auto height = static_cast<std::size_t>(size().height);
-  Data pixels(width * height * 8);
+  Data pixels;
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
     TavrelGPUImageContext::useImageProcessingContext();
     activateFramebuffer();
-    const auto read = [&](GLenum type, void* bytes) {
-      glReadPixels(0, 0, static_cast<GLsizei>(width), static_cast<GLsizei>(height), GL_RGBA, type, bytes);
-    };
-    if (textureOptions().type == GL_UNSIGNED_SHORT) {
-      read(GL_UNSIGNED_SHORT, pixels.data());
-    } else {
-      std::vector<float> components(width * height * 4);
-      read(GL_FLOAT, components.data());
-      for (std::size_t i = 0; i < components.size(); ++i) {
-        const auto word = static_cast<std::uint16_t>(std::lround(std::clamp(components[i], 0.0F, 1.0F) * 65535));
-        std::memcpy(pixels.data() + i * 2, &word, sizeof word);
-      }
-    }
+    pixels = readDeepPixels(size(), textureOptions().type);
     unlock();
   });
   return Image::create(width, height, 16, 64, width * 8, kBitmapPremultipliedRGBA16,

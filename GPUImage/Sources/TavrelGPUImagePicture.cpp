@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
-#include <cstring>
 #include <mutex>
 #include <utility>
 #include <vector>
 
+#include "GPUImage/Private/DeepPixels.h"
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/Sources/Private/PictureLayout.h"
 #include "GPUImage/TavrelGPUImageContext.h"
@@ -113,14 +113,7 @@ void TavrelGPUImagePicture::updateWithDeepImage(const Image& image, const Tavrel
   const Size size = {static_cast<double>(image.width()), static_cast<double>(image.height())};
   const std::uint8_t* const pixels = image.dataProvider()->bytes().data();
   std::vector<float> components;
-  if (options.type == GL_FLOAT) {
-    components.resize(image.width() * image.height() * 4);
-    for (std::size_t i = 0; i < components.size(); ++i) {
-      std::uint16_t word = 0;
-      std::memcpy(&word, pixels + i * 2, sizeof word);
-      components[i] = static_cast<float>(word) / 65535;
-    }
-  }
+  if (options.type == GL_FLOAT) components = floatsOfWords(pixels, image.width() * image.height() * 4);
   const void* const uploaded = components.empty() ? static_cast<const void*>(pixels) : components.data();
   TavrelRunSynchronouslyOnVideoProcessingQueue(
       [&] { replaceImage(size, false, [&] { upload(size, options, options.format, uploaded); }); });
