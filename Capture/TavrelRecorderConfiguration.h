@@ -37,8 +37,8 @@ struct TavrelRecordingOptions {
   bool staysFragmented = false;
   /// Further output settings of the movie writer, for instance `kVideoPresetKey` or `kTavrelEncodingLiveVideoKey`.
   Dictionary settings = {};
-  /// Further settings of the sound track, for instance `kAudioEncoderBitRateKey`. Without them it has the coding that
-  /// is usual in the file, and as many channels as the microphone, two at most.
+  /// Further settings of the sound track, for instance `kAudioEncoderBitRateKey`. By default it has the codec usual for
+  /// the file type and the microphone's channels, at most two.
   Dictionary audioSettings = {};
 };
 

@@ -6,12 +6,12 @@
 
 namespace tavrel {
 
-// Whether every number in a value is one that can be counted with, as setters demand: a value with another in it is
-// refused, and the one before stays. What holds no real numbers is always fine.
+// Whether every number in a value is finite, as setters demand: they ignore a value that is not. Values without
+// floating-point numbers always are.
 
 template <typename Value>
 bool isFinite([[maybe_unused]] const Value& value) {
-  // Only infinity and what is no number differ from zero when taken from themselves.
+  // Infinity and NaN minus themselves are NaN. Unlike std::isfinite this needs no <cmath>, which is large.
   if constexpr (std::is_floating_point_v<Value>) return value - value == 0;
   return true;
 }

@@ -15,7 +15,7 @@ namespace tavrel {
 /// Chosen once, on first use: the window system's display when a user interface adopted it before; else a headless one
 /// (the first GPU that starts, then Mesa's surfaceless platform, then software as a device). The environment variable
 /// `TAVREL_DISPLAY=headless` refuses adoption; `TAVREL_GPU` names the GPU of a headless display, by its render node or
-/// a part of its name (`deviceNames`), and a name that fits none is the display's error. The display is never
+/// part of its name (`deviceNames`); if none matches, no display is opened and `error` says so. The display is never
 /// terminated, so that objects destroyed late, at the end of the process, can still release what they hold. Any thread.
 class TAVREL_API GraphicsDisplay {
  public:
@@ -26,10 +26,10 @@ class TAVREL_API GraphicsDisplay {
   /// another display is in use or a headless one is required.
   static bool adopt(void* eglDisplay, void* eglContext = nullptr);
 
-  /// The graphics devices that EGL finds, each as "/dev/dri/renderD128 (virtio-pci)" or "software".
+  /// The graphics devices that EGL lists, each as "/dev/dri/renderD128 (virtio-pci)" or "software".
   static std::vector<std::string> deviceNames();
 
-  /// Whether `shared` was called, after which the display stays what it is.
+  /// Whether the display was chosen, by the first call of `shared`. It does not change afterwards.
   static bool isChosen();
 
   GraphicsDisplay(const GraphicsDisplay&) = delete;

@@ -20,11 +20,11 @@ class PixelBlockAllocator;
 class TextureCacheCore;
 struct TextureRequest;
 
-/// Who works on a pixel buffer's picture, time and again. It may be read and written by both in either case.
+/// Who mostly works on a pixel buffer's image. Both can read and write it in either case.
 enum class PixelBufferUse : unsigned { byCPUAndGPU = 0, byGPU = 1 };
 
-/// For what the bytes of a pixel buffer are locked. Reading waits for what draws the picture, writing also for what
-/// reads it.
+/// What the bytes of a pixel buffer are locked for. Reading waits for the GPU to finish drawing the image, writing also
+/// for it to finish reading the image.
 enum class PixelBufferLock : unsigned { readWrite = 0, readOnly = 1 };
 
 /// An image that CPU and GPU can both read and write. Held by shared_ptr; any thread.

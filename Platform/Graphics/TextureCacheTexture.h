@@ -11,9 +11,9 @@ namespace tavrel {
 class GLTexture;
 class PixelBuffer;
 
-/// A GL texture that shows a pixel buffer; made by `TextureCache`. Holds the buffer, so that a pool does not hand the
-/// picture to somebody else while it is in use. When it goes, the texture stays with the buffer; what the current
-/// context was told to do with shared memory is sent off before. Any thread.
+/// A GL texture that shows a pixel buffer; made by `TextureCache`. Holds the buffer, so that a pool does not reuse it
+/// meanwhile. The texture outlives this object and stays with the buffer. For shared memory the destructor flushes the
+/// current context, so that the buffer's next owner waits for the GPU. Any thread.
 class TAVREL_API TextureCacheTexture {
  public:
   TextureCacheTexture(std::shared_ptr<PixelBuffer> buffer, std::shared_ptr<GLTexture> texture);
@@ -23,8 +23,8 @@ class TAVREL_API TextureCacheTexture {
 
   GLenum target() const { return GL_TEXTURE_2D; }
   GLuint name() const;
-  /// Lets the texture show bytes that the CPU wrote since it was made. Nothing happens on a thread where no context of
-  /// its sharegroup is current.
+  /// Uploads the bytes if the CPU wrote them since the texture was made. Has no effect on a thread where no context of
+  /// the texture's sharegroup is current.
   void refresh();
   const std::shared_ptr<PixelBuffer>& pixelBuffer() const { return buffer_; }
 

@@ -14,25 +14,24 @@
 namespace tavrel {
 
 /// An image of more pixels than a process should hold (`ImageSource::kMostPixels`), with four bytes each, or eight of
-/// 16-bit components. They are in a file without a name, in the folder that TMPDIR names, else in /var/tmp; the image's
-/// bytes are a view of it, which takes memory as far as they are used and until `rest`. PNG only, through libpng. One
-/// thread at a time.
+/// 16-bit components. The pixels live in an unnamed file in the folder that TMPDIR names, else in /var/tmp; the image's
+/// bytes map it, so that only pages in use occupy memory, until `rest`. PNG only, through libpng. One thread at a time.
 class TAVREL_API LargeImage {
  public:
   /// Transparent black, without padding. `bitmapInfo` is that of `Image`. Fails ("posix") when there is no room for it.
   static Expected<LargeImage> create(std::size_t width, std::size_t height, std::uint32_t bitmapInfo);
-  /// As `ImageSource` gives pictures: `kBitmapOpaqueBGRX` or `kBitmapPremultipliedBGRA`. Fails when the file is no PNG
+  /// Decodes to `kBitmapOpaqueBGRX` or `kBitmapPremultipliedBGRA`, as `ImageSource` does. Fails if the file is no PNG
   /// (`ImagingErrorCode::unknownFormat`), is interlaced (`pictureTooLarge`) or damaged (`damagedPicture`), and
   /// ("posix") with the system's reason.
   static Expected<LargeImage> read(const std::filesystem::path& path, const ImageDecoding& decoding = {});
-  /// Under the final name there is a whole file or what was there before; otherwise as `ImageDestination::write`.
+  /// Replaces the file only when the new one is complete; otherwise like `ImageDestination::write`.
   Expected<void> write(const std::filesystem::path& path, const ImageEncoding& encoding = {}) const;
 
   const std::shared_ptr<Image>& image() const { return image_; }
   /// Of the file that was read.
   const ImageMetadata& metadata() const { return metadata_; }
   std::uint8_t* row(std::size_t number) const { return pixels_ + number * image_->bytesPerRow(); }
-  /// Lets go of the memory that the pixels have taken. They stay, and so do pointers to them.
+  /// Gives the pages' memory back to the system. Pixels, and pointers to them, remain valid.
   void rest() const;
 
  private:

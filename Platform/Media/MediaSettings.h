@@ -16,18 +16,18 @@ inline constexpr const char* kVideoCodecVP9 = "vp09";
 /// Whole numbers, required: pixels, 1 to 16384.
 inline constexpr const char* kVideoWidthKey = "VideoWidth";
 inline constexpr const char* kVideoHeightKey = "VideoHeight";
-/// Text: the encoder, by the name that libavcodec has for it, and where it runs on one of several devices
-/// that one's node: "libx264", "h264_vaapi:/dev/dri/renderD129". When absent, the first of the coding that works.
+/// Text: libavcodec's name of the encoder, followed by the device's node where there are several: "libx264",
+/// "h264_vaapi:/dev/dri/renderD129". Default: the codec's first encoder that works.
 inline constexpr const char* kVideoEncoderKey = "VideoEncoder";
-/// Number, 1 to 1000: frames a second that will come, which level, keyframes and rates are chosen by. When absent, as
-/// the first two pictures have it.
+/// Number, 1 to 1000: the frame rate to expect, which decides level, keyframe interval and rate control. Default: that
+/// of the first two pictures.
 inline constexpr const char* kVideoExpectedFrameRateKey = "VideoExpectedFrameRate";
-/// Number: bits a second. Without it the quality is constant and the rate follows the picture, up to some 0.35 bits a
-/// pixel at the quality that is chosen when none is asked for.
+/// Number: bits per second. Default: constant quality, whose rate follows the picture, capped at about 0.35 bits per
+/// pixel for the default quality.
 inline constexpr const char* kVideoAverageBitRateKey = "VideoAverageBitRate";
 /// Number from 0 (smallest file) to 1 (best), used without a bit rate. Default: almost visually lossless.
 inline constexpr const char* kVideoQualityKey = "VideoQuality";
-/// Whole number: the most frames from one keyframe to the next; four seconds of them when absent.
+/// Whole number: the most frames from one keyframe to the next. Default: four seconds of them.
 inline constexpr const char* kVideoMaxKeyFrameIntervalKey = "VideoMaxKeyFrameInterval";
 /// Text: the encoder's name of a speed preset ("ultrafast", "medium"). Default: chosen by the mode.
 inline constexpr const char* kVideoPresetKey = "VideoPreset";
@@ -40,8 +40,7 @@ inline constexpr std::uint32_t kAudioFormatOpus = 0x6F707573;      // "opus"
 inline constexpr std::uint32_t kAudioFormatLinearPCM = 0x6C70636D;  // "lpcm"
 /// Integer: 1 or 2; default 1.
 inline constexpr const char* kAudioNumberOfChannelsKey = "AudioNumberOfChannels";
-/// Number: frames a second; the audio session's when absent. A rate that the coding does not have becomes the nearest
-/// it has.
+/// Number: frames per second. Default: the audio session's. A rate that the codec lacks becomes the nearest it has.
 inline constexpr const char* kAudioSampleRateKey = "AudioSampleRate";
 /// Number: bits per second; default 64000 per channel.
 inline constexpr const char* kAudioEncoderBitRateKey = "AudioEncoderBitRate";
