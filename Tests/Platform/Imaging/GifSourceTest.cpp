@@ -247,6 +247,18 @@ TEST(GifSource, CanBeGivenUp) {
   EXPECT_FALSE(source->imageAtIndex(0));
 }
 
+/// Bytes of a line of the kernel's /proc/self/status: "VmRSS" for what is in memory now, "VmHWM" for the most there
+/// was.
+std::size_t memory(const std::string& line) {
+  std::ifstream status("/proc/self/status");
+  for (std::string word; status >> word;) {
+    std::size_t kibibytes = 0;
+    if (word == line + ":" && status >> kibibytes) return kibibytes * 1024;
+  }
+  ADD_FAILURE() << "no " << line;
+  return 0;
+}
+
 TEST(GifSource, ABombCostsNoMoreThanItsFirstFrameToOpenAndIsBounded) {
   constexpr int kSide = 3000;
   const Data one = makePlainGif(kSide, kSide, {{}});
@@ -262,6 +274,9 @@ TEST(GifSource, ABombCostsNoMoreThanItsFirstFrameToOpenAndIsBounded) {
     return std::clock() - start;
   };
   const auto costOfOne = costOfOpening(one);
+  source.reset();
+  std::ofstream("/proc/self/clear_refs") << "5\n";  // the most begins anew
+  const std::size_t before = memory("VmRSS");
   EXPECT_LT(costOfOpening(bomb), 3 * costOfOne);
   EXPECT_GT(source->count(), 50U);
   EXPECT_LE(source->count(), ImageSource::kMostPixelsOfAnimationFrames / (std::size_t{kSide} * kSide));
@@ -272,6 +287,7 @@ TEST(GifSource, ABombCostsNoMoreThanItsFirstFrameToOpenAndIsBounded) {
   source->giveUp();
   other.join();
   EXPECT_LT(std::clock() - start, 10 * costOfOne);
+  EXPECT_LT(memory("VmHWM"), before + 12 * std::size_t{kSide} * kSide * 4) << "of more than fifty frames";
 }
 
 /// Sizes in the header are lies; the rest of the file stays as it is.
