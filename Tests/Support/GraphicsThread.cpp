@@ -56,6 +56,14 @@ TextureCache::Executor GraphicsThread::executor() {
   };
 }
 
+std::shared_ptr<PixelBuffer> makeBuffer(std::size_t width, std::size_t height, PixelFormat format) {
+  return PixelBuffer::create(width, height, format).value();
+}
+
+std::shared_ptr<PixelBuffer> makeStagedBuffer(std::size_t width, std::size_t height) {
+  return PixelBuffer::create(width, height, PixelFormat::bgra32, PixelBufferUse::byGPU).value();
+}
+
 std::shared_ptr<TextureCacheTexture> textureOf(TextureCache& cache, const std::shared_ptr<PixelBuffer>& buffer) {
   auto texture =
       cache.createTextureFromPixelBuffer(buffer, GL_RGBA, static_cast<GLsizei>(buffer->width()),

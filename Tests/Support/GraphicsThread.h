@@ -31,6 +31,13 @@ class GraphicsThread {
 
 /// A colour as four bytes: blue, green, red, alpha.
 using BGRA = std::array<std::uint8_t, 4>;
+/// One that no fresh buffer or texture shows.
+constexpr BGRA kColour = {10, 20, 30, 255};
+
+std::shared_ptr<PixelBuffer> makeBuffer(std::size_t width, std::size_t height,
+                                        PixelFormat format = PixelFormat::bgra32);
+/// A BGRA one whose bytes are copied to and from the GPU, on every machine.
+std::shared_ptr<PixelBuffer> makeStagedBuffer(std::size_t width, std::size_t height);
 
 /// The texture of the whole BGRA buffer; nullptr and a test failure when there is none.
 std::shared_ptr<TextureCacheTexture> textureOf(TextureCache& cache, const std::shared_ptr<PixelBuffer>& buffer);

@@ -15,9 +15,7 @@ namespace {
 class Scene {
  public:
   Scene(std::size_t width, std::size_t height)
-      : buffer_(PixelBuffer::create(width, height, PixelFormat::bgra32).value()),
-        lastX_(width - 1),
-        lastY_(height - 1) {}
+      : buffer_(makeBuffer(width, height)), lastX_(width - 1), lastY_(height - 1) {}
 
   void step(char operation) {
     const auto before = TextureCache::statistics();
@@ -136,7 +134,7 @@ TEST(Coherency, HoldsOverRandomSequencesAndOddSizes) {
 
 TEST(Coherency, ReadOnlyLockDoesNotUploadAgain) {
   GraphicsThread graphics;
-  auto buffer = PixelBuffer::create(4, 4, PixelFormat::bgra32).value();
+  auto buffer = makeBuffer(4, 4);
   writeColour(*buffer, {1, 2, 3, 4});
   auto texture = textureOf(*graphics.cache, buffer);
   const auto before = TextureCache::statistics();
@@ -148,7 +146,7 @@ TEST(Coherency, ReadOnlyLockDoesNotUploadAgain) {
 
 TEST(Coherency, WhatTheGPUDrawsDuringAWriteLockIsNotLost) {
   GraphicsThread graphics;
-  auto buffer = PixelBuffer::create(4, 4, PixelFormat::bgra32).value();
+  auto buffer = makeBuffer(4, 4);
   auto texture = textureOf(*graphics.cache, buffer);
   buffer->lockBaseAddress(PixelBufferLock::readWrite);
   graphics.run([&] { drawColour(*texture, {9, 8, 7, 255}); });
@@ -158,7 +156,7 @@ TEST(Coherency, WhatTheGPUDrawsDuringAWriteLockIsNotLost) {
 
 TEST(Coherency, BytesWrittenDuringALockReachATextureMadeBefore) {
   GraphicsThread graphics;
-  auto buffer = PixelBuffer::create(1, 1, PixelFormat::bgra32).value();
+  auto buffer = makeBuffer(1, 1);
   buffer->lockBaseAddress(PixelBufferLock::readWrite);
   buffer->baseAddress()[0] = 1;
   auto texture = textureOf(*graphics.cache, buffer);
@@ -172,7 +170,7 @@ TEST(Coherency, BytesWrittenDuringALockReachATextureMadeBefore) {
 TEST(Coherency, ContextsOfOneSharegroupShareTheTexture) {
   GraphicsThread first;
   GraphicsThread second(first.context->sharegroup());
-  auto buffer = PixelBuffer::create(4, 4, PixelFormat::bgra32).value();
+  auto buffer = makeBuffer(4, 4);
   auto texture = textureOf(*first.cache, buffer);
   first.run([&] {
     drawColour(*texture, {5, 6, 7, 255});
@@ -189,7 +187,7 @@ TEST(Coherency, ContextsOfOneSharegroupShareTheTexture) {
 TEST(Coherency, PictureTravelsBetweenSharegroups) {
   GraphicsThread first;
   GraphicsThread second;
-  auto buffer = PixelBuffer::create(3, 5, PixelFormat::bgra32).value();
+  auto buffer = makeBuffer(3, 5);
   auto here = textureOf(*first.cache, buffer);
   for (std::uint8_t i = 1; i < 5; ++i) {
     first.run([&] { drawColour(*here, {i, 0, 0, 255}); });

@@ -16,16 +16,6 @@ namespace {
 constexpr BGRA kBlue = {255, 0, 0, 255};
 constexpr BGRA kGreen = {0, 255, 0, 255};
 
-std::shared_ptr<PixelBuffer> makeBuffer(std::size_t width, std::size_t height,
-                                        PixelFormat format = PixelFormat::bgra32) {
-  return PixelBuffer::create(width, height, format).value();
-}
-
-/// One whose bytes are copied to and from the GPU, on every machine.
-std::shared_ptr<PixelBuffer> makeStagedBuffer(std::size_t width, std::size_t height) {
-  return PixelBuffer::create(width, height, PixelFormat::bgra32, PixelBufferUse::byGPU).value();
-}
-
 TEST(PixelBuffer, RefusesImpossibleSizesAndFormats) {
   const std::pair<std::size_t, std::size_t> sizes[] = {{0, 1}, {1, 0}, {32768, 1}, {1, 32768}, {SIZE_MAX, SIZE_MAX}};
   for (auto [width, height] : sizes) {

@@ -14,18 +14,6 @@
 namespace tavrel {
 namespace {
 
-constexpr BGRA kColour = {10, 20, 30, 255};
-
-std::shared_ptr<PixelBuffer> makeBuffer(std::size_t width, std::size_t height,
-                                        PixelFormat format = PixelFormat::bgra32) {
-  return PixelBuffer::create(width, height, format).value();
-}
-
-/// One whose bytes are copied to and from the GPU, on every machine.
-std::shared_ptr<PixelBuffer> makeStagedBuffer(std::size_t width, std::size_t height) {
-  return PixelBuffer::create(width, height, PixelFormat::bgra32, PixelBufferUse::byGPU).value();
-}
-
 struct Refusal {
   GLint internalFormat;
   GLsizei width, height;
@@ -129,171 +117,11 @@ TEST(TextureCache, ShowsThePlanesOf420) {
   EXPECT_NE((*asLuminance)->name(), (*luma)->name()) << "a texture in use keeps its format";
 }
 
-TEST(TextureCache, CameraFramesFromAPoolMakeNothingNew) {
-  GraphicsThread graphics;
-  auto pool = PixelBufferPool::create(16, 8, PixelFormat::bgra32).value();
-  std::deque<std::shared_ptr<TextureCacheTexture>> inFlight;
-  const auto frame = [&](int index) {
-    auto buffer = pool->createPixelBuffer().value();
-    writeColour(*buffer, {static_cast<std::uint8_t>(index), 1, 2, 255});
-    inFlight.push_back(textureOf(*graphics.cache, buffer));
-    if (inFlight.size() > 2) inFlight.pop_front();
-    graphics.run([&] {
-      EXPECT_EQ(texturePixel(*inFlight.back())[0], index & 255);
-      if (index % 10 == 0) graphics.cache->flush();
-    });
-  };
-  for (int i = 0; i < 5; ++i) frame(i);
-  const auto before = TextureCache::statistics();
-  for (int i = 5; i < 45; ++i) frame(i);
-  const auto after = TextureCache::statistics();
-  EXPECT_EQ(after.texturesCreated, before.texturesCreated);
-  EXPECT_EQ(after.texturesDeleted, before.texturesDeleted);
-  EXPECT_EQ(after.blocksAllocated, before.blocksAllocated);
-  EXPECT_EQ(after.uploads - before.uploads, TextureCache::sharesMemory() ? 0U : 40U);
-  EXPECT_EQ(after.downloads, before.downloads);
-}
-
-TEST(TextureCache, RecordingMakesNothingNew) {
-  GraphicsThread graphics;
-  auto buffer = makeStagedBuffer(16, 8);
-  auto texture = textureOf(*graphics.cache, buffer);
-  std::deque<std::pair<std::shared_ptr<const PixelBufferSnapshot>, BGRA>> encoder;
-  const auto frame = [&](int index) {
-    const BGRA colour = {static_cast<std::uint8_t>(index), 3, 4, 255};
-    graphics.run([&] {
-      drawColour(*texture, colour);
-      encoder.emplace_back(buffer->snapshot(), colour);
-    });
-    if (encoder.size() <= 3) return;
-    EXPECT_EQ(snapshotPixel(*encoder.front().first, 15, 7), encoder.front().second);
-    encoder.pop_front();
-  };
-  for (int i = 0; i < 6; ++i) frame(i);
-  const auto before = TextureCache::statistics();
-  for (int i = 6; i < 46; ++i) frame(i);
-  const auto after = TextureCache::statistics();
-  EXPECT_EQ(after.blocksAllocated, before.blocksAllocated);
-  EXPECT_EQ(after.framebuffersCreated, before.framebuffersCreated);
-  EXPECT_EQ(after.bytesCopied, before.bytesCopied);
-  EXPECT_EQ(after.downloads - before.downloads, 40U);
-  EXPECT_EQ(after.bytesDownloaded - before.bytesDownloaded, 40U * 16 * 8 * 4);
-}
-
-TEST(TextureCache, AContextThatDownloadedLeavesNoFramebufferBehind) {
-  GraphicsThread graphics;
-  const auto framebuffers = [&graphics] {
-    int count = 0;
-    graphics.run([&] {
-      for (GLuint name = 1; name < 200; ++name) count += glIsFramebuffer(name) ? 1 : 0;
-    });
-    return count;
-  };
-  const int before = framebuffers();
-  for (int i = 0; i < 3; ++i) {
-    GraphicsThread recorder(graphics.context->sharegroup());
-    auto buffer = makeBuffer(16, 8);
-    auto texture = textureOf(*recorder.cache, buffer);
-    std::shared_ptr<const PixelBufferSnapshot> snapshot;
-    recorder.run([&] {
-      drawColour(*texture, kColour);
-      snapshot = buffer->snapshot();
-    });
-    EXPECT_EQ(snapshotPixel(*snapshot, 3, 3), kColour);
-  }
-  EXPECT_EQ(framebuffers(), before);
-}
-
-TEST(TextureCache, RenderTargetThatNobodyReadsCostsNoMemory) {
-  GraphicsThread graphics;
-  const auto before = TextureCache::statistics();
-  auto buffer = makeStagedBuffer(64, 64);
-  auto texture = textureOf(*graphics.cache, buffer);
-  for (int i = 0; i < 3; ++i) graphics.run([&] { drawColour(*texture, kColour); });
-  EXPECT_EQ(TextureCache::statistics().blocksAllocated, before.blocksAllocated);
-  EXPECT_EQ(TextureCache::statistics().uploads, before.uploads);
-  EXPECT_EQ(TextureCache::statistics().downloads, before.downloads);
-}
-
-TEST(TextureCache, RecyclesTexturesOfDeadBuffersAndDeletesThemAtFlush) {
-  GraphicsThread graphics;
-  const auto before = TextureCache::statistics();
-  for (int i = 0; i < 5; ++i) {
-    auto buffer = makeStagedBuffer(16, 8);
-    writeColour(*buffer, kColour);
-    textureOf(*graphics.cache, buffer);
-  }
-  EXPECT_EQ(TextureCache::statistics().texturesCreated, before.texturesCreated + 1);
-  graphics.cache->flush();
-  EXPECT_EQ(TextureCache::statistics().texturesDeleted, before.texturesDeleted + 1);
-
-  for (GLsizei side = 1; side <= 100; ++side) textureOf(*graphics.cache, makeBuffer(side, 1));
-  const auto after = TextureCache::statistics();
-  EXPECT_LT(after.texturesCreated - after.texturesDeleted, 25 + before.texturesCreated - before.texturesDeleted)
-      << "idle textures are bounded without a flush too";
-}
-
-// A buffer that goes while its sharegroup is current, as in a movie's source, and one that goes anywhere.
-TEST(TextureCache, OfBuffersThatWereSeenOnceNoTexturesPileUp) {
-  GraphicsThread graphics;
-  const auto alive = [] {
-    const auto statistics = TextureCache::statistics();
-    return statistics.texturesCreated - statistics.texturesDeleted;
-  };
-  const auto before = alive();
-  std::deque<std::shared_ptr<PixelBuffer>> held;
-  for (int i = 0; i < 100; ++i) {
-    held.push_back(makeBuffer(16, 8));
-    writeColour(*held.back(), kColour);
-    textureOf(*graphics.cache, held.back());
-    if (held.size() <= 4) continue;
-    if (i % 2 == 0) {
-      held.pop_front();
-    } else {
-      graphics.run([&] { held.pop_front(); });
-    }
-  }
-  EXPECT_LT(alive() - before, 10U);
-}
-
 TEST(TextureCache, OnlyBuffersForBothShareMemory) {
   GraphicsThread graphics;
   EXPECT_EQ(makeBuffer(16, 8)->sharesMemory(), TextureCache::sharesMemory());
   EXPECT_FALSE(makeStagedBuffer(16, 8)->sharesMemory());
 }
-
-/// What may be torn down, in every order: the context, the cache, the buffer and the texture.
-class TeardownOrder : public testing::TestWithParam<const char*> {};
-
-TEST_P(TeardownOrder, FreesTexturesAndKeepsThePicture) {
-  const auto before = TextureCache::statistics();
-  auto graphics = std::make_unique<GraphicsThread>();
-  auto buffer = makeBuffer(4, 4);
-  auto texture = textureOf(*graphics->cache, buffer);
-  graphics->run([&] {
-    drawColour(*texture, kColour);
-    glFinish();
-  });
-  for (const char* step = GetParam(); *step != 0; ++step) {
-    switch (*step) {
-      case 'x': graphics->context.reset(); break;
-      case 'c': graphics->cache.reset(); break;
-      case 'q': graphics->queue->shutDown(); break;
-      case 't': texture.reset(); break;
-      case 'r': EXPECT_EQ(bufferPixel(*buffer, 3, 3), kColour); break;
-      case 'b': buffer.reset(); break;
-      default: FAIL() << *step;
-    }
-  }
-  graphics.reset();
-  const auto after = TextureCache::statistics();
-  EXPECT_EQ(after.texturesCreated - before.texturesCreated, 1U);
-  EXPECT_EQ(after.texturesDeleted - before.texturesDeleted, 1U);
-}
-
-INSTANTIATE_TEST_SUITE_P(TextureCache, TeardownOrder,
-                         testing::Values("btxcq", "tbcxq", "xrtbc", "xcrtb", "cxrbt", "crtbx", "cqxrtb", "qrxctb",
-                                         "qxtrcb", "qcrbtx", "txbqc"));
 
 TEST(TextureCache, WorksWhereverTheCallComesFrom) {
   auto context = GLContext::create().value();
@@ -348,21 +176,6 @@ TEST(TextureCache, ThreadsMayShareOneBuffer) {
     }
   });
   for (std::thread& thread : threads) thread.join();
-}
-
-// Runs in a process of its own: what it keeps is destroyed after main, in an order that nobody chose.
-[[noreturn]] void leaveWithEverythingAlive() {
-  static std::shared_ptr<PixelBuffer> buffer = makeBuffer(4, 4);
-  static GraphicsThread graphics;
-  static std::shared_ptr<GLContext> current = GLContext::create(graphics.context->sharegroup()).value();
-  static std::shared_ptr<TextureCacheTexture> texture = textureOf(*graphics.cache, buffer);
-  graphics.run([&] { drawColour(*texture, kColour); });
-  if (!current->makeCurrent()) std::_Exit(1);
-  std::exit(0);  // NOLINT(concurrency-mt-unsafe): this is what is tested
-}
-
-TEST(TextureCacheDeathTest, ObjectsMayDieAfterMain) {
-  EXPECT_EXIT(leaveWithEverythingAlive(), testing::ExitedWithCode(0), "");
 }
 
 // Runs in a process of its own, where nobody has asked yet.
