@@ -3,6 +3,8 @@ option(TAVREL_WITH_PIPEWIRE "Cameras and microphones of PipeWire" ON)
 option(TAVREL_WITH_V4L2 "Cameras as the kernel's video nodes" ON)
 option(TAVREL_WITH_WEBP "WebP pictures and animations" ON)
 option(TAVREL_WITH_AVIF "AVIF pictures and animations" ON)
+option(TAVREL_WITH_TIFF "TIFF pictures" ON)
+option(TAVREL_WITH_HEIF "HEIC pictures" ON)
 option(TAVREL_WITH_SDL "Windows; without them views are composed off-screen only" ON)
 
 # Sources, tests and examples of what is left out, as regular expressions.
@@ -47,9 +49,26 @@ else()
   list(APPEND tavrel_left_out /Imaging/Private/Avif /Imaging/AvifSourceTest)
 endif()
 
+if(TAVREL_WITH_TIFF)
+  pkg_check_modules(TIFF REQUIRED IMPORTED_TARGET libtiff-4>=4.5)
+  list(APPEND TAVREL_PRIVATE_LIBRARIES PkgConfig::TIFF)
+else()
+  message(STATUS "TIFF is left out: TAVREL_WITH_TIFF is OFF")
+  list(APPEND tavrel_left_out /Imaging/Private/Tiff(File|Source))
+endif()
+if(TAVREL_WITH_HEIF)
+  pkg_check_modules(HEIF REQUIRED IMPORTED_TARGET libheif>=1.14)
+  list(APPEND TAVREL_PRIVATE_LIBRARIES PkgConfig::HEIF)
+else()
+  message(STATUS "HEIC is left out: TAVREL_WITH_HEIF is OFF")
+  list(APPEND tavrel_left_out /Imaging/Private/Heif)
+endif()
+set(TAVREL_PICTURE_FORMATS
+  TAVREL_WITH_WEBP=$<BOOL:${TAVREL_WITH_WEBP}> TAVREL_WITH_AVIF=$<BOOL:${TAVREL_WITH_AVIF}>
+  TAVREL_WITH_TIFF=$<BOOL:${TAVREL_WITH_TIFF}> TAVREL_WITH_HEIF=$<BOOL:${TAVREL_WITH_HEIF}>)
+
 set_source_files_properties(Platform/Imaging/ImageSource.cpp Platform/Imaging/ImageDestination.cpp
-  PROPERTIES COMPILE_DEFINITIONS
-  "TAVREL_WITH_WEBP=$<BOOL:${TAVREL_WITH_WEBP}>;TAVREL_WITH_AVIF=$<BOOL:${TAVREL_WITH_AVIF}>")
+  PROPERTIES COMPILE_DEFINITIONS "${TAVREL_PICTURE_FORMATS}")
 set_source_files_properties(Platform/Capture/Private/CaptureBackends.cpp PROPERTIES COMPILE_DEFINITIONS
   "TAVREL_WITH_PIPEWIRE=$<BOOL:${TAVREL_WITH_PIPEWIRE}>;TAVREL_WITH_V4L2=$<BOOL:${TAVREL_WITH_V4L2}>")
 

@@ -1,6 +1,7 @@
 #include "Platform/Imaging/ImageSource.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <span>
@@ -38,12 +39,34 @@ constexpr Format kFormats[] = {
 #if TAVREL_WITH_AVIF
     {"????ftypavi", createAvifSource},  // avif or avis
 #endif
+#if TAVREL_WITH_TIFF
+    {{"II*\0", 4}, createTiffSource},
+    {{"MM\0*", 4}, createTiffSource},
+    {{"II+\0", 4}, createTiffSource},  // with places of 64 bits
+    {{"MM\0+", 4}, createTiffSource},
+#endif
+#if TAVREL_WITH_HEIF
+    {"????ftyphei", createHeifSource},  // heic, heix and others
+    {"????ftyphev", createHeifSource},
+    {"????ftypmif1", createHeifSource},
+#endif
 };
 
-constexpr std::string_view kKinds = TAVREL_WITH_WEBP && TAVREL_WITH_AVIF ? "PNG, JPEG, GIF, WebP or AVIF"
-                                    : TAVREL_WITH_WEBP                   ? "PNG, JPEG, GIF or WebP"
-                                    : TAVREL_WITH_AVIF                   ? "PNG, JPEG, GIF or AVIF"
-                                                                         : "PNG, JPEG or GIF";
+constexpr const char* kKinds[] = {
+    "PNG",  "JPEG", "GIF",
+#if TAVREL_WITH_WEBP
+    "WebP",
+#endif
+#if TAVREL_WITH_AVIF
+    "AVIF",
+#endif
+#if TAVREL_WITH_TIFF
+    "TIFF",
+#endif
+#if TAVREL_WITH_HEIF
+    "HEIC",
+#endif
+};
 
 }  // namespace
 
@@ -71,7 +94,9 @@ Expected<std::shared_ptr<ImageSource>> ImageSource::create(std::shared_ptr<DataP
   for (const Format& format : kFormats) {
     if (beginsWith(bytes, format.beginning)) return format.create(std::move(data), std::move(name));
   }
-  return failure(ImagingErrorCode::unknownFormat, fmt::format("{} is not a {} picture", name, kKinds));
+  return failure(ImagingErrorCode::unknownFormat,
+                 fmt::format("{} is not a {} or {} picture", name,
+                             fmt::join(std::begin(kKinds), std::end(kKinds) - 1, ", "), std::end(kKinds)[-1]));
 }
 
 Expected<std::shared_ptr<ImageSource>> ImageSource::createWithFile(const std::filesystem::path& path) {

@@ -35,8 +35,10 @@ struct ImageDecoding {
   bool keepsColors = false;
 };
 
-/// Decodes PNG, JPEG, GIF, WebP and AVIF files, detected by content, through libpng, libjpeg-turbo, giflib, libwebp
-/// and libavif; the last two are optional (`TAVREL_WITH_WEBP`, `TAVREL_WITH_AVIF`).
+/// Decodes PNG, JPEG, GIF, WebP, AVIF, TIFF and HEIC files, detected by content, through libpng, libjpeg-turbo, giflib,
+/// libwebp, libavif, libtiff and libheif; the last four are optional (`TAVREL_WITH_WEBP`, `TAVREL_WITH_AVIF`,
+/// `TAVREL_WITH_TIFF`, `TAVREL_WITH_HEIF`). Of several pictures in a TIFF or HEIC that are no animation it is the first
+/// or main one.
 ///
 /// Colours are converted to sRGB from what the file says that they are (an ICC profile; for PNG one of the chunks cICP,
 /// iCCP, sRGB, gAMA and cHRM, in this order), through little-cms2. Without a word they are sRGB, at any depth.
@@ -68,7 +70,8 @@ class TAVREL_API ImageSource {
 
   virtual ~ImageSource() = default;
 
-  /// "image/png", "image/apng" for an animated one, "image/jpeg", "image/gif", "image/webp" or "image/avif".
+  /// "image/png", "image/apng" for an animated one, "image/jpeg", "image/gif", "image/webp", "image/avif",
+  /// "image/tiff" or "image/heic".
   virtual const char* type() const = 0;
   /// Number of images; for a truncated file, those before the cut. A counted image may still turn out to be damaged.
   virtual std::size_t count() const { return 1; }

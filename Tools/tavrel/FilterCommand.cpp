@@ -15,7 +15,7 @@ class FilterCommand : public Command {
  public:
   explicit FilterCommand(CLI::App& app)
       : Command(app, "filter", "Apply effects to a picture"), effects_(*command_), diagnostics_(*command_) {
-    command_->add_option("INPUT", input_, "A PNG, JPEG, GIF, WebP or AVIF picture")->required();
+    command_->add_option("INPUT", input_, "A PNG, JPEG, GIF, WebP, AVIF, TIFF or HEIC picture")->required();
     command_->add_option("OUTPUT", output_, "The picture to write: .png, .jpg, .webp or .avif")->required();
     command_
         ->add_option("--quality", quality_, "Quality of JPEG, WebP and AVIF, 0 to 1; 1 loses nothing of the latter two")

@@ -20,6 +20,8 @@ Expected<std::shared_ptr<ImageSource>> createApngSource(std::shared_ptr<DataProv
 // Where the build has them; see TavrelBackends.cmake.
 Expected<std::shared_ptr<ImageSource>> createWebpSource(std::shared_ptr<DataProvider> data, std::string name);
 Expected<std::shared_ptr<ImageSource>> createAvifSource(std::shared_ptr<DataProvider> data, std::string name);
+Expected<std::shared_ptr<ImageSource>> createTiffSource(std::shared_ptr<DataProvider> data, std::string name);
+Expected<std::shared_ptr<ImageSource>> createHeifSource(std::shared_ptr<DataProvider> data, std::string name);
 
 bool isAnimatedPng(std::span<const std::uint8_t> bytes);
 /// The picture of a whole PNG, of the bitmap's size, as straight B, G, R, A; the reason when that fails.

@@ -4,11 +4,10 @@
 #include <span>
 #include <utility>
 
-#include "Platform/Imaging/Private/ColorTransform.h"
 #include "Platform/Imaging/Private/Decoders.h"
 #include "Platform/Imaging/Private/Exif.h"
 #include "Platform/Imaging/Private/JpegSegments.h"
-#include "Platform/Imaging/Private/PixelConversion.h"
+#include "Platform/Imaging/Private/StoredPixels.h"
 
 namespace tavrel {
 namespace {
@@ -27,19 +26,6 @@ struct JpegHeader {
 bool readHeader(tjhandle decompressor, std::span<const std::uint8_t> data, JpegHeader& header) {
   return tjDecompressHeader3(decompressor, data.data(), data.size(), &header.width, &header.height, &header.subsampling,
                              &header.colorspace) == 0;
-}
-
-/// Inks to light. Programs store printing colours inverted, which libjpeg leaves as it is.
-Bitmap lightOfInks(const Data& inks, int width, int height) {
-  Bitmap bitmap(width, height);
-  for (std::size_t i = 0; i < inks.size(); i += 4) {
-    const int black = inks[i + 3];
-    for (std::size_t c = 0; c < 3; ++c) {
-      bitmap.pixels[i + 2 - c] = static_cast<std::uint8_t>(inks[i + c] * black / 255);
-    }
-    bitmap.pixels[i + 3] = 255;
-  }
-  return bitmap;
 }
 
 class JpegSource : public ImageSource {
@@ -63,19 +49,11 @@ class JpegSource : public ImageSource {
                       header_.height, isPrinted ? TJPF_CMYK : TJPF_BGRX, 0) != 0) {
       return damagedPicture(name_, tjGetErrorStr2(decompressor.get()));
     }
-    // What is printed is not shown by its inks' values in any case.
-    const auto layout = isPrinted ? ColorTransform::Layout::cmykLight8 : ColorTransform::Layout::bgra8;
-    const auto transform = decoding.keepsColors && isProfileOfRGB(metadata_.colorProfile) && !isPrinted
-                               ? nullptr
-                               : ColorTransform::toSRGB(metadata_.colorProfile, layout, ColorTransform::Layout::bgra8);
-    if (transform) {
-      transform->convert(pixels.data(), pixels.data(), pixels.size() / 4);
-    } else if (isPrinted) {
-      pixels = std::move(lightOfInks(pixels, header_.width, header_.height).pixels);
-    }
-    return Image::create(properties_.width, properties_.height, 8, 32, properties_.width * 4, kBitmapOpaqueBGRX,
-                         DataProvider::create(std::move(pixels)))
-        ->withScaleAndOrientation(1, properties_.orientation);
+    const auto image =
+        isPrinted ? imageOfInks(std::move(pixels), properties_.width, metadata_.colorProfile)
+                  : imageOfStoredPixels({.bytes = std::move(pixels), .width = properties_.width, .isOpaque = true},
+                                        metadata_.colorProfile, decoding);
+    return image->withScaleAndOrientation(1, properties_.orientation);
   }
 
   ImageProperties properties(std::size_t index) const override { return index == 0 ? properties_ : ImageProperties{}; }

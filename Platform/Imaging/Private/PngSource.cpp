@@ -8,35 +8,21 @@
 #include "Platform/Imaging/Private/Exif.h"
 #include "Platform/Imaging/Private/PixelConversion.h"
 #include "Platform/Imaging/Private/PngRows.h"
+#include "Platform/Imaging/Private/StoredPixels.h"
 
 namespace tavrel {
 namespace {
 
-using Layout = ColorTransform::Layout;
-
-/// The straight pixels of a PNG whose header is read: R, G, B, A of 16 bits when `deep`, else B, G, R, A.
-bool readPixels(PngRowReader& reader, bool deep, bool keepsColors, Data& pixels) {
-  const auto transform = keepsColors ? nullptr
-                                     : ColorTransform::toSRGB(reader.metadata().colorProfile,
-                                                              reader.isDeep() ? Layout::rgba16 : Layout::bgra8,
-                                                              deep ? Layout::rgba16 : Layout::bgra8);
-  const bool readsDeep = deep || (transform && reader.isDeep());
-  if (!reader.prepare(readsDeep)) return false;
-  const std::size_t count = reader.width() * reader.height();
-  pixels.resize(count * (readsDeep ? 8 : 4));
-  if (!reader.readAll(pixels.data())) return false;
-  if (!transform) return true;
-  if (readsDeep == deep) {
-    transform->convert(pixels.data(), pixels.data(), count);
-    return true;
-  }
-  Data row(reader.width() * 4);
-  for (std::size_t y = 0; y < reader.height(); ++y) {  // which ends before the next one that is read
-    transform->convert(pixels.data() + y * row.size() * 2, row.data(), reader.width());
-    std::copy(row.begin(), row.end(), pixels.begin() + static_cast<std::ptrdiff_t>(y * row.size()));
-  }
-  pixels.resize(count * 4);
-  return true;
+/// The pixels of a PNG whose header is read, of 16 bits where they have to be: that is a second time as much memory.
+bool readPixels(PngRowReader& reader, const ImageDecoding& decoding, StoredPixels& stored) {
+  const bool isConverted = ColorTransform::toSRGB(reader.metadata().colorProfile, ColorTransform::Layout::rgba16,
+                                                  ColorTransform::Layout::bgra8) != nullptr;
+  stored = {.width = reader.width(),
+            .isDeep = reader.isDeep() && (decoding.keepsDepth || isConverted),
+            .isOpaque = !reader.hasAlpha()};
+  if (!reader.prepare(stored.isDeep)) return false;
+  stored.bytes.resize(reader.width() * reader.height() * (stored.isDeep ? 8 : 4));
+  return reader.readAll(stored.bytes.data());
 }
 
 class PngSource : public ImageSource {
@@ -56,12 +42,9 @@ class PngSource : public ImageSource {
     if (index != 0) return failure(ImagingErrorCode::noSuchPicture, fmt::format("{} has no picture {}", name_, index));
     PngRowReader reader(data_->bytes());
     if (!reader.begin()) return damagedPicture(name_, reader.message());
-    const bool isDeep = decoding.keepsDepth && reader.isDeep();
-    Data pixels;
-    if (!readPixels(reader, isDeep, decoding.keepsColors && isProfileOfRGB(metadata_.colorProfile), pixels))
-      return damagedPicture(name_, reader.message());
-    if (reader.hasAlpha()) isDeep ? multiplyByAlphaDeep(pixels) : multiplyByAlpha(pixels);
-    return imageOfPixels(std::move(pixels), reader.width(), isDeep, !reader.hasAlpha())
+    StoredPixels pixels;
+    if (!readPixels(reader, decoding, pixels)) return damagedPicture(name_, reader.message());
+    return imageOfStoredPixels(std::move(pixels), metadata_.colorProfile, decoding)
         ->withScaleAndOrientation(1, properties_.orientation);
   }
 
@@ -81,7 +64,10 @@ std::optional<std::string> decodePng(std::span<const std::uint8_t> bytes, Bitmap
   PngRowReader reader(bytes);
   if (!reader.begin()) return reader.message();
   if (reader.width() * reader.height() * 4 != straight.pixels.size()) return "its sizes contradict each other";
-  if (!readPixels(reader, false, false, straight.pixels)) return reader.message();
+  StoredPixels stored;
+  if (!readPixels(reader, {}, stored)) return reader.message();
+  convertStoredPixels(stored, reader.metadata().colorProfile, {});
+  straight.pixels = std::move(stored.bytes);
   return std::nullopt;
 }
 

@@ -195,7 +195,7 @@ TEST(Pictures, DamagedFilesAreRefusedWithoutHarm) {
     }
   }
   EXPECT_EQ(ImageSource::create(Data{1, 2, 3}, "x").error().description,
-            "x is not a PNG, JPEG, GIF, WebP or AVIF picture");
+            "x is not a PNG, JPEG, GIF, WebP, AVIF, TIFF or HEIC picture");
   // A header that promises 65280 × 65280 pixels.
   Data bomb = ImageDestination::encode(image, "image/jpeg").value();
   for (std::size_t i = 0; i + 9 < bomb.size(); ++i) {
@@ -207,6 +207,63 @@ TEST(Pictures, DamagedFilesAreRefusedWithoutHarm) {
   const auto missing = ImageSource::createWithFile("no such.png");
   EXPECT_EQ(missing.error().description, "cannot read no such.png: No such file or directory");
 }
+
+/// Refused, or of the size announced, at any cut.
+void expectCutsDoNoHarm(const Data& whole) {
+  for (std::size_t length = 0; length < whole.size(); length += 3) {
+    const auto source = ImageSource::create(Data(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)));
+    const auto image = source.and_then([](const auto& opened) { return opened->imageAtIndex(0); });
+    if (!image) {
+      EXPECT_FALSE(image.error().description.empty()) << length;
+      continue;
+    }
+    EXPECT_EQ((*image)->width(), (*source)->properties(0).width) << length;
+    EXPECT_EQ((*image)->height(), (*source)->properties(0).height) << length;
+  }
+}
+
+#if TAVREL_WITH_TIFF
+TEST(Pictures, TiffKeepsToItsLimits) {
+  const Data whole = readFile(TAVREL_TESTS_FOLDER "/Fuzz/Picture/tiles16.tiff").value();
+  const auto image = ImageSource::create(whole).value()->decodedImage(0, {.keepsDepth = true}).value();
+  EXPECT_EQ(image->bitsPerComponent(), 16U);
+  expectCutsDoNoHarm(whole);
+  const auto changed = [&](std::uint16_t tag, std::uint16_t value) {
+    Data bytes = whole;  // "II": its directory's entries have tag, type, count and value
+    for (std::size_t i = 8; i + 12 <= bytes.size(); ++i) {
+      if (bytes[i] == (tag & 255) && bytes[i + 1] == tag >> 8 && bytes[i + 2] == 3 && bytes[i + 4] == 1) {
+        bytes[i + 8] = static_cast<std::uint8_t>(value);
+        bytes[i + 9] = static_cast<std::uint8_t>(value >> 8);
+        return ImageSource::create(bytes, "it");
+      }
+    }
+    return ImageSource::create(Data{}, "no such tag");
+  };
+  EXPECT_TRUE(changed(257, 65535).has_value());  // high, but only 20 wide
+  EXPECT_FALSE(changed(257, 65535).value()->imageAtIndex(0).has_value());
+  EXPECT_FALSE(changed(257, 0).has_value());
+  EXPECT_TRUE(changed(262, 8).error() == ImagingErrorCode::unknownFormat);  // Lab
+  EXPECT_FALSE(changed(323, 65520).and_then([](const auto& source) { return source->imageAtIndex(0); }).has_value());
+}
+#endif
+
+#if TAVREL_WITH_HEIF
+TEST(Pictures, HeicKeepsToItsLimits) {
+  const Data whole = readFile(TAVREL_TESTS_FOLDER "/Fuzz/Picture/alpha.heic").value();
+  const auto source = ImageSource::create(whole).value();
+  EXPECT_STREQ(source->type(), "image/heic");
+  EXPECT_EQ(source->imageAtIndex(0).value()->bitmapInfo(), kBitmapPremultipliedBGRA);
+  EXPECT_FALSE(source->imageAtIndex(1).has_value());
+  expectCutsDoNoHarm(whole);
+  // 65280 × 65280 pixels, in the boxes of both of its pictures.
+  Data bomb = whole;
+  for (std::size_t i = 0; i + 16 <= bomb.size(); ++i) {
+    if (std::string_view(reinterpret_cast<const char*>(bomb.data() + i), 4) != "ispe") continue;
+    for (const std::size_t byte : {10, 14}) bomb[i + byte] = 0xFF;
+  }
+  EXPECT_FALSE(ImageSource::create(bomb).has_value());
+}
+#endif
 
 TEST(Pictures, AFailedWriteLeavesNothing) {
   const TemporaryFolder folder;

@@ -67,7 +67,7 @@ TEST_F(MoviePicturesTest, AreThoseOfTheMovieInAnyOrder) {
 
 TEST_F(MoviePicturesTest, SaysWhatIsNeitherPictureNorMovie) {
   EXPECT_EQ(createPictures(DataProvider::create(Data(300, 'x')), "notes.txt").error().description,
-            "notes.txt is not a PNG, JPEG, GIF, WebP or AVIF picture, nor a movie that can be read");
+            "notes.txt is not a PNG, JPEG, GIF, WebP, AVIF, TIFF or HEIC picture, nor a movie that can be read");
   EXPECT_EQ(createPictures(DataProvider::create(Data{}), "a.gif").error().description, "a.gif is empty");
   const Data whole = movie("e.mp4", "-pix_fmt yuv420p -c:v libx264 -movflags +faststart");
   const Data part(whole.begin(), whole.end() - 40);

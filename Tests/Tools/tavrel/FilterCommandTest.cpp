@@ -220,7 +220,7 @@ TEST_F(FilterCommandTest, BadInputIsSaidInOneLineAndLeavesNothing) {
   const std::string out = file("out.png");
   const Case cases[] = {
       {file("none.png") + " " + out, 1, "cannot read " + file("none.png") + ": No such file or directory"},
-      {"/etc/passwd " + out, 1, "/etc/passwd is not a PNG, JPEG, GIF, WebP or AVIF picture"},
+      {"/etc/passwd " + out, 1, "/etc/passwd is not a PNG, JPEG, GIF, WebP, AVIF, TIFF or HEIC picture"},
       {in + " " + file("none/out.png"), 1, "cannot write " + file("none/out.png") + ": No such file or directory"},
       {in + " " + file("out.bmp"), 1, file("out.bmp") + ": a picture's name ends in .png, .jpg, .jpeg, .webp or .avif"},
       {in + " " + out + " --crop 0,0,0.5", 2, "--crop 0,0,0.5: expected X,Y,W,H, each from 0 to 1"},
@@ -249,7 +249,7 @@ TEST_F(FilterCommandTest, BadInputIsSaidInOneLineAndLeavesNothing) {
   EXPECT_EQ(test::tavrel("filter " + in).status, 2);
   const std::pair<std::string, const char*> broken[] = {
       {"", " is empty"},
-      {"no picture\n", " is not a PNG, JPEG, GIF, WebP or AVIF picture, nor a movie that can be read"},
+      {"no picture\n", " is not a PNG, JPEG, GIF, WebP, AVIF, TIFF or HEIC picture, nor a movie that can be read"},
       {"GIF89a", " is damaged: it is cut off"},
       {std::string("GIF89a\x08\0\x08\0\0\0\0;", 14), " is damaged: it has no frame that can be read"},
       {std::string("RIFF\x10\0\0\0WEBPVP8X\x0a\0\0\0", 20), " is damaged: it is no WebP"},
