@@ -178,4 +178,9 @@ std::size_t gifFrameData(const Data& gif, std::size_t index) {
   }
 }
 
+void damageGifFrame(Data& gif, std::size_t index) {
+  const std::size_t block = gifFrameData(gif, index);
+  for (std::size_t i = 1; i <= gif[block]; ++i) gif[block + i] = 0xFF;
+}
+
 }  // namespace tavrel::test

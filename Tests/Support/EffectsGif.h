@@ -35,4 +35,7 @@ std::vector<GifFrameSpec> randomGifFrames(unsigned seed, int width, int height, 
 /// Where the unpacked data of the `index`th frame begins in a file, at the length of its first block.
 std::size_t gifFrameData(const Data& gif, std::size_t index);
 
+/// Overwrites that block, so that nothing of the frame can be decoded.
+void damageGifFrame(Data& gif, std::size_t index);
+
 }  // namespace tavrel::test

@@ -176,8 +176,7 @@ TEST(GifSource, ShowsWhatThereIsBeforeACutAtAnyByte) {
 
 TEST(GifSource, ShowsDamagedFramesAsFarAsTheyGo) {
   Data gif = makeGif(2, 2, {{.rows = {"rr", "rr"}}, {.rows = {"gg", "gg"}}, {.rows = {"b"}}, {.rows = {"bb", "bb"}}});
-  const std::size_t block = gifFrameData(gif, 1);
-  for (std::size_t i = 1; i <= gif[block]; ++i) gif[block + i] = 0xFF;
+  damageGifFrame(gif, 1);
   const auto source = ImageSource::create(gif).value();
   ASSERT_EQ(source->count(), 4U);
   for (std::size_t i = 0; i < 5; ++i) EXPECT_EQ(source->holdsPicture(i), i != 1 && i < 4) << i;
