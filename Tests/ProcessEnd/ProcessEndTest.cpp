@@ -5,321 +5,50 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <filesystem>
-#include <functional>
+#include <cstdlib>
 #include <thread>
 #include <vector>
 
-#include "Support/GraphTestSupport.h"
-#include "Support/LogTestSupport.h"
-#include "TavrelCaptureBase.h"
+#include "WaysToLeave.h"
 
-namespace tavrel {
+namespace tavrel::test {
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 
-constexpr int kStatus = 42;
 constexpr auto kLimit = 2s;
-
-int leavingPipe[2];
-
-/// What every way ends in: says when, and leaves the process.
-[[noreturn]] void leave() {
-  const Clock::time_point now = Clock::now();
-  if (write(leavingPipe[1], &now, sizeof now) != sizeof now) _exit(1);
-  std::exit(kStatus);  // NOLINT(concurrency-mt-unsafe): this is what is tested
-}
-
-/// Lets the main queue's blocks run for ever: another thread leaves.
-[[noreturn]] void runMain() {
-  for (;;) RunLoop::main().run();
-}
-
-/// A picture behind a filter that keeps software GL busy for a while.
-struct Graph {
-  std::shared_ptr<TavrelGPUImagePicture> picture =
-      std::make_shared<TavrelGPUImagePicture>(test::imageOf(test::distinctPicture(320, 240)));
-  std::shared_ptr<TavrelGPUImageGaussianBlurFilter> blur = std::make_shared<TavrelGPUImageGaussianBlurFilter>();
-
-  Graph() {
-    blur->setBlurRadiusInPixels(12);
-    picture->addTarget(blur);
-  }
-};
-
-std::shared_ptr<TavrelCamera> makeCamera() {
-  TavrelCameraConfiguration configuration;
-  configuration.size = {320, 240};
-  configuration.preferredSessionPreset = "320x240";
-  return TavrelCamera::create(configuration).value();
-}
-
-std::string moviePath() {
-  return (std::filesystem::temp_directory_path() / ("tavrel.end." + std::to_string(getpid()) + ".mov")).string();
-}
-
-class LeavingDelegate : public TavrelCameraDelegate {
-  void didGetProcessedFramebuffer(TavrelCamera&, const std::shared_ptr<TavrelGPUImageFramebuffer>&,
-                                  const SampleTiming&) override {
-    leave();
-  }
-};
-
-class LeavingLogger : public TavrelDDAbstractLogger {
- public:
-  void logMessage(const TavrelDDLogMessage&) override { leave(); }
-  std::string loggerName() const override { return "leaving"; }
-};
-
-/// Uses the graph when the process's statics are destroyed.
-struct LateUser {
-  Graph graph;
-  ~LateUser() {
-    graph.picture->processImage();
-    graph.blur->useNextFrameForImageCapture();
-    graph.picture->removeAllTargets();
-  }
-};
-
-void leaveWithWorkPending() {
-  const auto graph = std::make_shared<Graph>();
-  for (int i = 0; i < 200; ++i)
-    TavrelRunAsynchronouslyOnVideoProcessingQueue([graph] { graph->picture->processImage(); });
-  leave();
-}
-
-void leaveWhileThreadsFilter() {
-  for (int i = 0; i < 3; ++i) {
-    std::thread([] {
-      const Graph graph;
-      for (;;) graph.picture->processImage();
-    }).detach();
-  }
-  std::this_thread::sleep_for(100ms);
-  leave();
-}
-
-void leaveInFrameBlock() {
-  const Graph graph;
-  graph.blur->setFrameProcessingCompletionBlock([](TavrelGPUImageOutput&, MediaTime) { leave(); });
-  graph.picture->processImage();
-  runMain();
-}
-
-void leaveOnTheGlobalQueue() {
-  const Graph graph;
-  graph.picture->processImage();
-  DispatchQueue::global()->async([] { leave(); });
-  runMain();
-}
-
-void leaveInStartsCompletion() {
-  static const auto camera = makeCamera();
-  camera->startWithCompletion([](bool) { leave(); });
-  runMain();
-}
-
-void leaveInSnapshotsCompletion() {
-  const auto camera = makeCamera();
-  camera->startWithCompletion([&](bool) {
-    camera->snapshotWithCompletion([](const std::shared_ptr<Image>&, const std::optional<Error>&) { leave(); });
-  });
-  runMain();
-}
-
-void leaveInTheCamerasDelegate() {
-  const auto delegate = std::make_shared<LeavingDelegate>();
-  const auto camera = makeCamera();
-  camera->setDelegate(delegate);
-  camera->startWithCompletion(nullptr);
-  runMain();
-}
-
-void leaveWithARunningCamera() {
-  static const auto camera = makeCamera();
-  camera->startWithCompletion(nullptr);
-  RunLoop::main().runFor(300ms);
-  leave();
-}
-
-void leaveInTheWritersCompletion() {
-  const Graph graph;
-  const auto path = moviePath();
-  const auto writer = std::make_shared<TavrelGPUImageMovieWriter>(path, Size{320, 240});
-  graph.blur->addTarget(writer);
-  writer->startRecording();
-  graph.picture->processImage();
-  writer->finishRecordingWithCompletionHandler([path] {
-    std::filesystem::remove(path);
-    leave();
-  });
-  runMain();
-}
-
-void leaveWhileABlockWaitsForMain() {
-  TavrelRunAsynchronouslyOnVideoProcessingQueue([] { TavrelRunOnMainQueueWithoutDeadlocking([] {}); });
-  DispatchQueue::global()->async([] { TavrelRunSynchronouslyOnVideoProcessingQueue([] {}); });
-  std::this_thread::sleep_for(50ms);
-  leave();
-}
-
-/// The writer is destroyed behind everything that it needs.
-void leaveWithAStaticWriter() {
-  static std::shared_ptr<TavrelGPUImageMovieWriter> writer;
-  const Graph graph;
-  const auto path = moviePath();
-  writer = std::make_shared<TavrelGPUImageMovieWriter>(path, Size{320, 240});
-  graph.blur->addTarget(writer);
-  writer->startRecording();
-  for (int i = 0; i < 5; ++i) graph.picture->processImage();
-  TavrelRunSynchronouslyOnContextQueue(*writer->movieWriterContext(), [] {});
-  std::filesystem::remove(path);
-  leave();
-}
-
-/// Long before anything is drawn, or loaded.
-void leaveWhileAThreadBegins() {
-  std::thread([] {
-    const Graph graph;
-    for (;;) graph.picture->processImage();
-  }).detach();
-  leave();
-}
-
-/// The leaving thread never used the library, and the driver is at work for the first time.
-template <int kMilliseconds>
-void leaveDuringTheFirstDraws() {
-  std::thread([] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(kMilliseconds));
-    leave();
-  }).detach();
-  const Graph graph;
-  for (int radius = 2;; ++radius) {
-    graph.blur->setBlurRadiusInPixels(radius % 20);
-    graph.picture->processImage();
-  }
-}
-
-void leaveInABlockOfMain() {
-  const Graph graph;
-  graph.picture->processImage();
-  DispatchQueue::main()->asyncAfter(20ms, [] { leave(); });
-  runMain();
-}
-
-void leaveOnAThreadOfTheApplication() {
-  std::thread([] {
-    const Graph graph;
-    graph.picture->processImage();
-    leave();
-  }).detach();
-  runMain();
-}
-
-void leaveInALogger() {
-  TavrelDDLog::addLogger(std::make_shared<LeavingLogger>());
-  test::logText(false, TavrelDDLogFlagError, "the last");
-}
-
-void leaveOnTwoThreads() {
-  const Graph graph;
-  graph.picture->processImage();
-  std::thread([] {
-    DispatchQueue::global()->sync([] { std::exit(kStatus); });  // NOLINT(concurrency-mt-unsafe): this is what is tested
-  }).detach();
-  leave();
-}
-
-void leaveAndUseTheGraphAfterwards() {
-  static const LateUser user;
-  user.graph.picture->processImage();
-  leave();
-}
-
-/// A child has the graph's memory and none of its threads.
-void leaveInAForkedChild() {
-  const Graph graph;
-  for (int i = 0; i < 20; ++i) TavrelRunAsynchronouslyOnVideoProcessingQueue([&] { graph.picture->processImage(); });
-  const pid_t child = fork();
-  if (child == 0) leave();
-  int status = 0;
-  waitpid(child, &status, 0);
-  _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
-}
-
-/// Sleeping blocks cannot be stopped, and are no reason to stay.
-void leaveWhileABlockSleeps() {
-  const auto queue = DispatchQueue::create("sleeper");
-  queue->async([] { std::this_thread::sleep_for(1min); });
-  TavrelRunAsynchronouslyOnVideoProcessingQueue([] { std::this_thread::sleep_for(1min); });
-  std::this_thread::sleep_for(20ms);
-  leave();
-}
-
-struct Way {
-  const char* name;
-  void (*go)();
-};
-constexpr Way kWays[] = {
-    {"main, work pending", leaveWithWorkPending},
-    {"main, threads filter on", leaveWhileThreadsFilter},
-    {"main, a camera runs", leaveWithARunningCamera},
-    {"main, a block waits for it", leaveWhileABlockWaitsForMain},
-    {"main, statics use the graph later", leaveAndUseTheGraphAfterwards},
-    {"main, blocks sleep", leaveWhileABlockSleeps},
-    {"main, a static writer", leaveWithAStaticWriter},
-    {"main, a thread begins", leaveWhileAThreadBegins},
-    {"another thread, the driver is being loaded", leaveDuringTheFirstDraws<50>},
-    {"another thread, the driver compiles", leaveDuringTheFirstDraws<150>},
-    {"another thread, the driver draws", leaveDuringTheFirstDraws<400>},
-    {"a block of main", leaveInABlockOfMain},
-    {"frame block", leaveInFrameBlock},
-    {"global queue", leaveOnTheGlobalQueue},
-    {"start's completion", leaveInStartsCompletion},
-    {"snapshot's completion", leaveInSnapshotsCompletion},
-    {"camera's delegate", leaveInTheCamerasDelegate},
-    {"writer's completion", leaveInTheWritersCompletion},
-    {"a thread of the application", leaveOnAThreadOfTheApplication},
-    {"a logger", leaveInALogger},
-    {"two threads at once", leaveOnTwoThreads},
-    {"a forked child", leaveInAForkedChild},
-};
 
 struct Ending {
   int status = -1;
-  Clock::duration time{};
+  LeavingClock::duration time{};
 };
 
 /// Goes `way` in a process of its own. This one never uses the library, so that a fork will do.
-Ending endingOf(const Way& way) {
+Ending endingOf(const WayToLeave& way) {
+  int leavingPipe[2];
   EXPECT_EQ(pipe(leavingPipe), 0);
   const pid_t child = fork();
-  if (child == 0) {
-    way.go();
-    _exit(1);  // the way led nowhere
-  }
+  if (child == 0) leaveBy(way, leavingPipe[1]);
   Ending ending;
-  const auto patience = Clock::now() + 60s;
+  const auto patience = LeavingClock::now() + 60s;
   while (waitpid(child, &ending.status, WNOHANG) == 0) {
     std::this_thread::sleep_for(1ms);
-    if (Clock::now() > patience) kill(child, SIGKILL);
+    if (LeavingClock::now() > patience) kill(child, SIGKILL);
   }
-  const auto end = Clock::now();
+  const auto end = LeavingClock::now();
   close(leavingPipe[1]);
-  Clock::time_point start;
+  LeavingClock::time_point start;
   if (read(leavingPipe[0], &start, sizeof start) == sizeof start) ending.time = end - start;
   close(leavingPipe[0]);
   return ending;
 }
 
 void goAllWays() {
-  for (const Way& way : kWays) {
+  for (const WayToLeave& way : waysToLeave()) {
     SCOPED_TRACE(way.name);
     const Ending ending = endingOf(way);
     EXPECT_TRUE(WIFEXITED(ending.status)) << "signal " << WTERMSIG(ending.status);
-    EXPECT_EQ(WEXITSTATUS(ending.status), kStatus);
+    EXPECT_EQ(WEXITSTATUS(ending.status), kLeavingStatus);
     EXPECT_LT(ending.time, kLimit);
   }
 }
@@ -348,4 +77,4 @@ TEST_F(ProcessEnd, ComesByItselfOnABusyMachine) {
 }
 
 }  // namespace
-}  // namespace tavrel
+}  // namespace tavrel::test
