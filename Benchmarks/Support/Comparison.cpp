@@ -1,10 +1,8 @@
 #include "Support/Comparison.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <vector>
 
 namespace tavrel::benchmarks {
 namespace {
@@ -12,16 +10,34 @@ namespace {
 double milliseconds(int repetitions, const std::function<void()>& work) {
   const auto start = std::chrono::steady_clock::now();
   for (int i = 0; i < repetitions; ++i) work();
-  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count() / repetitions;
-}
-
-double median(std::vector<double> values) {
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
+  return millisecondsSince(start) / repetitions;
 }
 
 }  // namespace
+
+double millisecondsSince(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+}
+
+double quantile(std::vector<double> values, double share) {
+  const auto place = values.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
+  std::nth_element(values.begin(), place, values.end());
+  return *place;
+}
+
+double leastSquaresSlope(const std::vector<std::pair<double, double>>& points) {
+  double meanX = 0, meanY = 0;
+  for (const auto& [x, y] : points) {
+    meanX += x / static_cast<double>(points.size());
+    meanY += y / static_cast<double>(points.size());
+  }
+  double products = 0, squares = 0;
+  for (const auto& [x, y] : points) {
+    products += (x - meanX) * (y - meanY);
+    squares += (x - meanX) * (x - meanX);
+  }
+  return products / squares;
+}
 
 Comparison compare(int blocks, int repetitions, const std::function<void()>& limit, const std::function<void()>& own) {
   milliseconds(repetitions, limit);
@@ -37,7 +53,7 @@ Comparison compare(int blocks, int repetitions, const std::function<void()>& lim
     owns.push_back(ownTime);
     ratios.push_back(ownTime / limitTime);
   }
-  return {median(limits), median(owns), median(ratios)};
+  return {quantile(limits, 0.5), quantile(owns, 0.5), quantile(ratios, 0.5)};
 }
 
 void require(bool isGood, const char* what) {

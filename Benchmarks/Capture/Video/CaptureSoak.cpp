@@ -8,25 +8,23 @@
 //
 // Ends with status 1 when memory, threads or file descriptors grow, or when a framebuffer is still held at the end.
 
-#include <GLES2/gl2.h>
 #include <malloc.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <numeric>
 #include <random>
 #include <string>
-#include <thread>
+#include <utility>
+#include <vector>
 
+#include "HoldingsCourse.h"
 #include "Platform/UI/Screen.h"
 #include "Support/Comparison.h"
 #include "Support/EffectsGif.h"
 #include "Support/RecorderTestSupport.h"
 #include "Support/RecordingObservation.h"
-#include "Support/ResourceCount.h"
 #include "TavrelCaptureBase.h"
 #include "TavrelCaptureTesting.h"
 
@@ -42,105 +40,6 @@ constexpr Size kSize = {320, 240};
 constexpr std::chrono::seconds kPatience(60);
 
 double elapsedSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
-
-/// What the process holds.
-struct Holdings {
-  double at = 0;  ///< seconds, of whatever time is measured
-  double residentMiB = 0;
-  double allocatedMiB = 0;  ///< in use, as the allocator counts it: without what it keeps or cannot give back
-  int threads = 0;
-  int descriptors = 0;
-
-  static Holdings now(double at) {
-    Holdings held;
-    held.at = at;
-    const struct mallinfo2 heap = mallinfo2();
-    held.allocatedMiB = static_cast<double>(heap.uordblks + heap.hblkhd) / 1048576;
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-      if (line.starts_with("VmRSS:")) held.residentMiB = std::stod(line.substr(6)) / 1024;
-      if (line.starts_with("Threads:")) held.threads = std::stoi(line.substr(8));
-    }
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-      held.descriptors += entry.exists() ? 1 : 0;
-    }
-    return held;
-  }
-};
-
-/// How many framebuffer objects the graph has once it gave up all idle ones.
-int heldFramebuffers() {
-  TavrelGPUImageContext::sharedFramebufferCache()->purgeAllUnassignedFramebuffers();
-  int count = 0;
-  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
-    TavrelGPUImageContext::useImageProcessingContext();
-    for (GLuint name = 1; name < 4096; ++name) count += glIsFramebuffer(name) ? 1 : 0;
-  });
-  return count;
-}
-
-/// The holdings in the course of a run, and the judgement on them.
-class Course {
- public:
-  /// The first quarter of `total` does not count.
-  Course(std::string name, double total)
-      : name_(std::move(name)), total_(total), framebuffersBefore_(heldFramebuffers()) {}
-
-  void note(double at) {
-    if (!all_.empty() && at < all_.back().at + total_ / 200) return;
-    all_.push_back(Holdings::now(at));
-  }
-
-  /// Call it when everything was let go. Prints, with the slope of `perUnit` units of time, called `per`; returns
-  /// whether nothing grew.
-  bool judge(double perUnit, const char* per) const {
-    std::vector<Holdings> counted;
-    for (const Holdings& each : all_) {
-      if (each.at >= total_ / 4) counted.push_back(each);
-    }
-    require(counted.size() > 10, "noting the holdings");
-    const double resident = slopeOf(counted, &Holdings::residentMiB);
-    const double allocated = slopeOf(counted, &Holdings::allocatedMiB);
-    const double duration = counted.back().at - counted.front().at;
-    const int held = heldFramebuffers();
-    std::printf("%s: resident %.1f MiB after the warm-up, %.1f at the end, slope %+.2f MiB %s\n", name_.c_str(),
-                counted.front().residentMiB, counted.back().residentMiB, resident * perUnit, per);
-    std::printf("%s: allocated %.1f MiB after the warm-up, %.1f at the end, slope %+.2f MiB %s\n", name_.c_str(),
-                counted.front().allocatedMiB, counted.back().allocatedMiB, allocated * perUnit, per);
-    std::printf("%s: threads %d → %d, file descriptors %d → %d, framebuffers held %d → %d, last noted at %.0f\n",
-                name_.c_str(), counted.front().threads, counted.back().threads, counted.front().descriptors,
-                counted.back().descriptors, framebuffersBefore_, held, counted.back().at);
-    // What is on its way through the chain comes and goes, and the allocator's pieces of each thread fill up for a
-    // while.
-    constexpr double kNoise = 4;
-    const bool isGood = allocated * duration < kNoise && resident * duration < kNoise &&
-                        counted.back().threads <= counted.front().threads + 1 &&
-                        counted.back().descriptors <= counted.front().descriptors && held <= framebuffersBefore_;
-    if (!isGood) std::printf("%s: something grows\n", name_.c_str());
-    return isGood;
-  }
-
- private:
-  /// Least squares, in MiB for a unit of `at`.
-  static double slopeOf(const std::vector<Holdings>& all, double Holdings::*memory) {
-    double meanAt = 0, mean = 0;
-    for (const Holdings& each : all) {
-      meanAt += each.at / static_cast<double>(all.size());
-      mean += each.*memory / static_cast<double>(all.size());
-    }
-    double products = 0, squares = 0;
-    for (const Holdings& each : all) {
-      products += (each.at - meanAt) * (each.*memory - mean);
-      squares += (each.at - meanAt) * (each.at - meanAt);
-    }
-    return products / squares;
-  }
-
-  const std::string name_;
-  const double total_;
-  const int framebuffersBefore_;
-  std::vector<Holdings> all_;
-};
 
 void waitFor(const std::function<bool()>& done, const char* what) {
   require(RunLoop::main().runUntil(done, kPatience), what);
@@ -241,7 +140,7 @@ void warmUp() {
 }
 
 bool recording(int seconds) {
-  Course course("recording", seconds);
+  HoldingsCourse course("recording", seconds);
   const TemporaryMovie movie;
   auto clock = std::make_shared<FastClock>();
   VirtualCaptureSystem::shared().setClock(clock);
@@ -279,7 +178,7 @@ bool recording(int seconds) {
 }
 
 bool live(int seconds) {
-  Course course("live", seconds);
+  HoldingsCourse course("live", seconds);
   const TemporaryMovie movie;
   std::mt19937 random(1);
   {
@@ -308,7 +207,7 @@ bool live(int seconds) {
 }
 
 bool starts(int count) {
-  Course course("starts", count);
+  HoldingsCourse course("starts", count);
   const auto begun = Clock::now();
   {
     auto recorder = makeRecorder(allEffects());
@@ -328,7 +227,7 @@ bool starts(int count) {
 }
 
 bool switches(int count) {
-  Course course("switches", count);
+  HoldingsCourse course("switches", count);
   const auto begun = Clock::now();
   {
     const auto recorder = makeRecorder(allEffects());
@@ -365,18 +264,17 @@ bool offset(int seconds) {
     return sum * 1000 / static_cast<double>(last - first);
   };
   const auto quarter = static_cast<std::ptrdiff_t>(offsets.size() / 4);
-  double meanAt = 0, products = 0, squares = 0, largest = 0;
-  for (const auto& each : offsets) meanAt += each.at / static_cast<double>(offsets.size());
+  double largest = 0;
+  std::vector<std::pair<double, double>> points;
   for (const auto& each : offsets) {
-    products += (each.at - meanAt) * each.seconds;
-    squares += (each.at - meanAt) * (each.at - meanAt);
+    points.emplace_back(each.at, each.seconds);
     largest = std::max(largest, std::abs(each.seconds));
   }
   std::printf(
       "offset: beep after flash %+.1f ms in the first quarter, %+.1f ms in the last, largest %.1f ms, drift %+.2f ms a "
       "minute\n",
       meanOf(offsets.begin(), offsets.begin() + quarter), meanOf(offsets.end() - quarter, offsets.end()),
-      largest * 1000, products / squares * 60000);
+      largest * 1000, leastSquaresSlope(points) * 60000);
   std::printf("offset: %zu frames in the file, %llu processed less %llu that the writer dropped\n",
               seen.frameTimes.size(), static_cast<unsigned long long>(processed(*recorder)),
               static_cast<unsigned long long>(recorded.statistics.lostInWriter));

@@ -1,7 +1,6 @@
 // What a frame costs the video-processing queue when a preview view shows it, against the same draw into a texture that
 // nobody shows. Both take turns at 30 frames a second each, while the display behaves in different ways.
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -36,23 +35,13 @@ struct Times {
   std::vector<double> drawn;   ///< until the picture was drawn
 };
 
-double at(std::vector<double> values, double share) {
-  const auto place = values.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
-  std::nth_element(values.begin(), place, values.end());
-  return *place;
-}
-
-double since(Clock::time_point start) {
-  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
 void measure(Times& times, const std::function<void()>& frame) {
   glFinish();
   const auto start = Clock::now();
   frame();
-  times.queued.push_back(since(start));
+  times.queued.push_back(millisecondsSince(start));
   glFinish();
-  times.drawn.push_back(since(start));
+  times.drawn.push_back(millisecondsSince(start));
 }
 
 /// One picture, sent to a view and drawn by hand. Frames are made on the video-processing queue.
@@ -150,15 +139,15 @@ void previewView(benchmark::State& state) {
     showAs(display, *view, isOver);
     source.join();
 
-    state.SetIterationTime(at(frames.viewTimes.drawn, 0.5) / 1000);
-    state.counters["limit_ms"] = at(frames.bareTimes.drawn, 0.5);
-    state.counters["ratio"] = at(frames.viewTimes.drawn, 0.5) / at(frames.bareTimes.drawn, 0.5);
-    state.counters["limit_p95"] = at(frames.bareTimes.drawn, 0.95);
-    state.counters["p95_ms"] = at(frames.viewTimes.drawn, 0.95);
-    state.counters["queued_ms"] = at(frames.viewTimes.queued, 0.5);
-    state.counters["queued_max"] = at(frames.viewTimes.queued, 1);
-    state.counters["limit_queued"] = at(frames.bareTimes.queued, 0.5);
-    state.counters["limit_queued_max"] = at(frames.bareTimes.queued, 1);
+    state.SetIterationTime(quantile(frames.viewTimes.drawn, 0.5) / 1000);
+    state.counters["limit_ms"] = quantile(frames.bareTimes.drawn, 0.5);
+    state.counters["ratio"] = quantile(frames.viewTimes.drawn, 0.5) / quantile(frames.bareTimes.drawn, 0.5);
+    state.counters["limit_p95"] = quantile(frames.bareTimes.drawn, 0.95);
+    state.counters["p95_ms"] = quantile(frames.viewTimes.drawn, 0.95);
+    state.counters["queued_ms"] = quantile(frames.viewTimes.queued, 0.5);
+    state.counters["queued_max"] = quantile(frames.viewTimes.queued, 1);
+    state.counters["limit_queued"] = quantile(frames.bareTimes.queued, 0.5);
+    state.counters["limit_queued_max"] = quantile(frames.bareTimes.queued, 1);
     state.counters["shown"] = static_cast<double>((*window)->framesShown() - shownBefore);
     state.counters["objects"] = static_cast<double>(made.glObjects);
   }
