@@ -60,7 +60,6 @@ TavrelCaptureEffectPart TavrelImageStickerCaptureEffect::onPart(const Rect& inpu
 TavrelCaptureEffectNodes TavrelImageStickerCaptureEffect::makeNodes(Size frameSize) {
   const std::shared_ptr<Image>& still = image();
   if (!still) return {};
-  const Size imageSize = {static_cast<double>(still->width()), static_cast<double>(still->height())};
   const Rect rectangle = implementation_->place();
   const auto placement = std::make_shared<TavrelGPUImagePlacementFilter>();
   placement->setAffineTransform(TavrelGetTransform(rectangle, frameSize, static_cast<float>(rotation())));
@@ -68,10 +67,7 @@ TavrelCaptureEffectNodes TavrelImageStickerCaptureEffect::makeNodes(Size frameSi
   const auto blend = std::make_shared<TavrelGPUImageAlphaBlendFilter>();
   blend->setMix(1);
 
-  // A picture that is much reduced takes mipmaps, else pixels would be left out.
-  const bool isMuchReduced =
-      imageSize.width > 1.5 * rectangle.size.width || imageSize.height > 1.5 * rectangle.size.height;
-  const auto picture = std::make_shared<TavrelGPUImagePicture>(premultipliedImage(still), isMuchReduced);
+  const auto picture = std::make_shared<TavrelGPUImagePicture>(premultipliedImage(still));
   picture->addTarget(placement);
   placement->addTarget(blend, 1);
   return {.filters = {blend}, .pictures = {picture}};

@@ -173,6 +173,15 @@ bool TavrelGPUImageContext::deviceSupportsOpenGLESExtension(std::string_view ext
   return device().has(extension);
 }
 
+namespace {
+
+std::atomic<TavrelGPUImageScaling> usedScaling = TavrelGPUImageScaling{};
+
+}  // namespace
+
+TavrelGPUImageScaling TavrelGPUImageContext::scaling() { return usedScaling; }
+void TavrelGPUImageContext::setScaling(TavrelGPUImageScaling newValue) { usedScaling = newValue; }
+
 std::optional<TavrelGPUTextureOptions> TavrelGPUImageContext::deepTextureOptions() {
   return device().deepTextureOptions;
 }

@@ -21,6 +21,15 @@ namespace tavrel {
 class TavrelGLProgram;
 class TavrelGPUImageFramebufferCache;
 
+/// How filters bring an input to another size.
+struct TavrelGPUImageScaling {
+  /// More than twice as large by a bicubic (Keys, a = -0.5); else linearly, as all smaller enlargements.
+  bool enlargesByBicubic = false;
+  /// More than twice as large so, or more than 1.5 times smaller, of linear light instead of sRGB's values, where
+  /// textures can be deep. Premultiplied ones are taken for such.
+  bool worksInLight = false;
+};
+
 /// An OpenGL ES 2.0 context of the library, with the serial queue on which all its GL calls run, its shader programs,
 /// and its texture and framebuffer caches.
 ///
@@ -54,6 +63,9 @@ class TAVREL_API TavrelGPUImageContext : public std::enable_shared_from_this<Tav
   /// The options of textures with 16 bits for each component, which can be rendered to: whole numbers where the driver
   /// has GL_EXT_texture_norm16, else floating-point ones; nothing where it has neither. Any thread.
   static std::optional<TavrelGPUTextureOptions> deepTextureOptions();
+  /// The same for all filters, from their next frame on. Any thread.
+  static TavrelGPUImageScaling scaling();
+  static void setScaling(TavrelGPUImageScaling newValue);
   static bool deviceSupportsRedTextures();
   static bool deviceSupportsFramebufferReads();
   /// `size`, scaled down if necessary so that the larger side is the maximum texture size. May be fractional. Any

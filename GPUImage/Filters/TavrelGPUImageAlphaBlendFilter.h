@@ -17,6 +17,9 @@ class TAVREL_API TavrelGPUImageAlphaBlendFilter : public TavrelGPUImageTwoInputF
   double mix() const;
   void setMix(double newValue);
 
+ protected:
+  bool scalesSecondInput() const override { return true; }
+
  private:
   struct Implementation;
   const std::unique_ptr<Implementation> implementation_;

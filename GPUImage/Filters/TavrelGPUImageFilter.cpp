@@ -108,7 +108,8 @@ std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFilter::fetchFramebuffe
 }
 
 void TavrelGPUImageFilter::drawInputs(const GLfloat* vertices, const GLfloat* textureCoordinates) {
-  const Implementation& state = *implementation_;
+  Implementation& state = *implementation_;
+  scaleInputs(vertices, textureCoordinates);
   state.filterProgram.use();
   setOutputFramebuffer(fetchFramebuffer());
   setUniformsForProgramAtIndex(0);
@@ -117,11 +118,24 @@ void TavrelGPUImageFilter::drawInputs(const GLfloat* vertices, const GLfloat* te
   glClear(GL_COLOR_BUFFER_BIT);
   bindInputs(textureCoordinates);
   state.filterProgram.draw(vertices);
+  state.scaledInput.reset();
+}
+
+Size TavrelGPUImageFilter::drawnSize(const GLfloat*) const { return sizeOfFBO(); }
+
+void TavrelGPUImageFilter::scaleInputs(const GLfloat* vertices, const GLfloat* textureCoordinates) {
+  Implementation& state = *implementation_;
+  state.scaledInput = state.scaling.scale(state.firstInputFramebuffer, textureCoordinates, drawnSize(vertices));
 }
 
 void TavrelGPUImageFilter::bindInputs(const GLfloat* textureCoordinates) {
   const Implementation& state = *implementation_;
-  state.filterProgram.setTexture(0, Implementation::textureOf(state.firstInputFramebuffer), 2, textureCoordinates);
+  if (state.scaledInput) {
+    const auto& [framebuffer, corners] = *state.scaledInput;
+    state.filterProgram.setTexture(0, framebuffer.texture(), 2, corners.data());
+  } else {
+    state.filterProgram.setTexture(0, Implementation::textureOf(state.firstInputFramebuffer), 2, textureCoordinates);
+  }
 }
 
 void TavrelGPUImageFilter::unlockInputs() { implementation_->firstInputFramebuffer.release(); }

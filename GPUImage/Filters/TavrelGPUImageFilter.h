@@ -145,6 +145,10 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   /// override to add more.
   virtual void bindInputs(const GLfloat* textureCoordinates);
   virtual void unlockInputs();
+  /// The size in pixels at which a quad with these corners is drawn.
+  virtual Size drawnSize(const GLfloat* vertices) const;
+  /// Before drawing, brings the inputs to about that size; see `TavrelGPUImageContext::scaling`.
+  virtual void scaleInputs(const GLfloat* vertices, const GLfloat* textureCoordinates);
   /// Calls the completion block and serves image captures, then hands the output over to the targets.
   virtual void informTargetsAboutNewFrameAtTime(MediaTime frameTime);
   /// The same with other options.

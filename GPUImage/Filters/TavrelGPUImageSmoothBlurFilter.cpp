@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "GPUImage/Filters/Private/FilterImplementation.h"
+#include "GPUImage/Filters/Private/PreciseProgram.h"
 #include "GPUImage/Private/Properties.h"
 #include "GPUImage/TavrelGLProgram.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
@@ -39,20 +40,6 @@ constexpr const char* kMeanShader =
     "vec2 up; void main() { OUTPUT = (TEXTURE(inputImageTexture, textureCoordinate + right + up) + "
     "TEXTURE(inputImageTexture, textureCoordinate + right - up) + TEXTURE(inputImageTexture, textureCoordinate - right "
     "+ up) + TEXTURE(inputImageTexture, textureCoordinate - right - up)) * 0.25; }";
-
-/// Version 3 of the language has outputs of full precision, which many drivers cut to 11 bits in version 1.
-QuadProgram makeProgram(const std::string& fragmentShader) {
-  TavrelGPUImageContext& context = *TavrelGPUImageContext::sharedImageProcessingContext();
-  if (!TavrelGPUImageContext::deepTextureOptions()) {
-    return {context, kTavrelGPUImageVertexShaderString,
-            "#define IN varying\n#define TEXTURE texture2D\n#define OUTPUT gl_FragColor\n" + fragmentShader};
-  }
-  return {context,
-          "#version 300 es\nin vec4 position; in vec4 inputTextureCoordinate; out highp vec2 textureCoordinate; void "
-          "main() { gl_Position = position; textureCoordinate = inputTextureCoordinate.xy; }",
-          "#version 300 es\n#define IN in\n#define TEXTURE texture\n#define OUTPUT color\nout highp vec4 color;\n" +
-              fragmentShader};
-}
 
 /// A stretch of a texture's columns or rows, as shares of it.
 struct Stretch {
@@ -103,8 +90,8 @@ struct TavrelGPUImageSmoothBlurFilter::Implementation {
   using Lease = TavrelGPUImageFramebufferLease;
 
   double sigma = 2;
-  QuadProgram mean = makeProgram(kMeanShader);
-  QuadProgram kernel = makeProgram(kKernelShader);
+  QuadProgram mean = makePreciseProgram(kMeanShader);
+  QuadProgram kernel = makePreciseProgram(kKernelShader);
   GLint right = mean.program()->uniformIndex("right");
   GLint up = mean.program()->uniformIndex("up");
   GLint direction = kernel.program()->uniformIndex("direction");

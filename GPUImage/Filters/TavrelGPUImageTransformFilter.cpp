@@ -1,6 +1,7 @@
 #include "GPUImage/Filters/TavrelGPUImageTransformFilter.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "GPUImage/Private/Properties.h"
 #include "Platform/Foundation/Finite.h"
@@ -108,6 +109,26 @@ void TavrelGPUImageTransformFilter::loadOrthoMatrix(TavrelGPUMatrix4x4& matrix, 
   matrix[10] = scale / depth;
   matrix[11] = -(far + near) / depth;
   matrix[15] = 1;
+}
+
+Size TavrelGPUImageTransformFilter::drawnSize(const GLfloat* vertices) const {
+  const auto& matrix = implementation_->transform3D.m;
+  const auto& projection = implementation_->orthographicMatrix;
+  const Size size = sizeOfFBO();
+  const auto pixel = [&](std::size_t corner) {
+    const double x = vertices[corner * 2], y = vertices[corner * 2 + 1];
+    std::array<double, 4> moved{}, seen{};
+    for (std::size_t i = 0; i < 4; ++i) moved[i] = matrix[i] * x + matrix[4 + i] * y + matrix[12 + i];
+    for (std::size_t i = 0; i < 4; ++i) {
+      for (std::size_t j = 0; j < 4; ++j) seen[i] += moved[j] * projection[i * 4 + j];
+    }
+    return Point{seen[0] / seen[3] * size.width / 2, seen[1] / seen[3] * size.height / 2};
+  };
+  const auto distance = [&](std::size_t corner) {
+    const Point first = pixel(0), other = pixel(corner);
+    return std::hypot(other.x - first.x, other.y - first.y);
+  };
+  return {distance(1), distance(2)};
 }
 
 void TavrelGPUImageTransformFilter::newFrameReadyAtTime(MediaTime frameTime, Index) {

@@ -37,6 +37,7 @@ class TAVREL_API TavrelGPUImageTransformFilter : public TavrelGPUImageFilter {
                        GLfloat near, GLfloat far) const;
 
  protected:
+  Size drawnSize(const GLfloat* vertices) const override;
   explicit TavrelGPUImageTransformFilter(std::string_view fragmentShaderString);
 
  private:

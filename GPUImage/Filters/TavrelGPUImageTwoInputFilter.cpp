@@ -13,6 +13,8 @@ const char* const kTavrelGPUImageTwoInputTextureVertexShaderString =
 
 struct TavrelGPUImageTwoInputFilter::Implementation {
   TavrelGPUImageFramebufferLease secondInputFramebuffer;
+  InputScaling scaling;
+  std::optional<InputScaling::Scaled> scaledSecondInput;
   TavrelGPUImageRotationMode inputRotation2 = kTavrelGPUImageNoRotation;
   MediaTime firstFrameTime;
   MediaTime secondFrameTime;
@@ -104,15 +106,27 @@ void TavrelGPUImageTwoInputFilter::newFrameReadyAtTime(MediaTime frameTime, Inde
   state.hasReceivedSecondFrame = false;
 }
 
+void TavrelGPUImageTwoInputFilter::scaleInputs(const GLfloat* vertices, const GLfloat* textureCoordinates) {
+  TavrelGPUImageFilter::scaleInputs(vertices, textureCoordinates);
+  if (!scalesSecondInput()) return;
+  Implementation& state = *implementation_;
+  state.scaledSecondInput = state.scaling.scale(
+      state.secondInputFramebuffer, textureCoordinatesForRotation(state.inputRotation2), drawnSize(vertices));
+}
+
 void TavrelGPUImageTwoInputFilter::bindInputs(const GLfloat* textureCoordinates) {
   TavrelGPUImageFilter::bindInputs(textureCoordinates);
+  if (const auto& scaled = implementation_->scaledSecondInput) {
+    return filter().filterProgram.setTexture(1, scaled->framebuffer.texture(), 3, scaled->corners.data());
+  }
   const GLuint second = TavrelGPUImageFilter::Implementation::textureOf(implementation_->secondInputFramebuffer);
   filter().filterProgram.setTexture(1, second, 3, textureCoordinatesForRotation(implementation_->inputRotation2));
 }
 
 // A picture that will not come again must not be drawn over before the next frame of the other input.
 void TavrelGPUImageTwoInputFilter::unlockInputs() {
-  const Implementation& state = *implementation_;
+  Implementation& state = *implementation_;
+  state.scaledSecondInput.reset();
   if (!state.firstFrameTime.isIndefinite() && !state.firstFrameCheckDisabled) TavrelGPUImageFilter::unlockInputs();
   if (!state.secondFrameTime.isIndefinite() && !state.secondFrameCheckDisabled) {
     implementation_->secondInputFramebuffer.release();

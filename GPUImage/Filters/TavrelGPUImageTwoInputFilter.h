@@ -34,6 +34,9 @@ class TAVREL_API TavrelGPUImageTwoInputFilter : public TavrelGPUImageFilter {
   void newFrameReadyAtTime(MediaTime frameTime, Index atIndex) override;
 
  protected:
+  void scaleInputs(const GLfloat* vertices, const GLfloat* textureCoordinates) override;
+  /// True where the second input is a picture like the first one, and no table.
+  virtual bool scalesSecondInput() const { return false; }
   void bindInputs(const GLfloat* textureCoordinates) override;
   void unlockInputs() override;
 

@@ -10,6 +10,15 @@
 namespace tavrel::tool {
 namespace {
 
+/// Has exactly the size that is forced; the base's is fitted into it, which may be a hair less.
+class FillingCropFilter : public TavrelGPUImageCropFilter {
+ public:
+  using TavrelGPUImageCropFilter::TavrelGPUImageCropFilter;
+
+ protected:
+  Size workingSize(Size) const override { return forcedMaximumSize(); }
+};
+
 /// How the graph turns pictures as a player turns them by `transform`; nothing for a transform that is no quarter turn.
 std::optional<TavrelGPUImageRotationMode> uprightRotation(const AffineTransform& transform) {
   struct Turn {
@@ -123,8 +132,9 @@ void Transcoding::buildGraph() {
     file->setStaysFragmented(options_.isFragmented);
   }
   const Rect part = options_.size ? TavrelGPUImageCropFilter::centredRegion(size, movieSize) : Rect{{0, 0}, {1, 1}};
-  if (part.size.width < 1 - 1e-6 || part.size.height < 1 - 1e-6) {
-    const auto crop = std::make_shared<TavrelGPUImageCropFilter>(part);
+  if (movieSize != size) {
+    const auto crop = std::make_shared<FillingCropFilter>(part);
+    crop->forceProcessingAtSize(movieSize);
     last->addTarget(crop);
     last = crop;
   }

@@ -3,6 +3,7 @@
 #include <functional>
 #include <map>
 
+#include "GPUImage/Filters/Private/InputScaling.h"
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
 #include "GPUImage/Private/OnVideoProcessingQueue.h"
 #include "GPUImage/Private/QuadProgram.h"
@@ -19,6 +20,9 @@ struct TavrelGPUImageFilter::Implementation {
   QuadProgram filterProgram;
   UniformStateBlocks uniformStateRestorationBlocks;
   TavrelGPUImageFramebufferLease firstInputFramebuffer;
+  InputScaling scaling;
+  /// What is drawn instead of the first input, where that has another size.
+  std::optional<InputScaling::Scaled> scaledInput;
   bool isInputDeep = false;
   TavrelGPUImageRotationMode inputRotation = kTavrelGPUImageNoRotation;
   Size currentFilterSize;
