@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <memory>
 #include <string>
 #include <utility>
 
 #include "GPUImage/Filters/Private/FilterImplementation.h"
+#include "GPUImage/Filters/Private/LightShaders.h"
 #include "GPUImage/Filters/Private/PreciseProgram.h"
 #include "GPUImage/Private/Properties.h"
 #include "GPUImage/TavrelGLProgram.h"
@@ -32,14 +34,20 @@ constexpr const char* kKernelShader =
     "highp vec2 pairs[10]; uniform highp float centre; uniform highp float count; void main() { highp vec4 sum = "
     "TEXTURE(inputImageTexture, textureCoordinate) * centre; for (int i = 0; i < 10; ++i) { if (float(i) >= count) "
     "break; highp vec2 place = direction * pairs[i].x; sum += (TEXTURE(inputImageTexture, textureCoordinate + place) + "
-    "TEXTURE(inputImageTexture, textureCoordinate - place)) * pairs[i].y; } OUTPUT = sum; }";
+    "TEXTURE(inputImageTexture, textureCoordinate - place)) * pairs[i].y; } OUTPUT = FINISHED(sum); }";
 /// The mean of two by two samples, each at a pixel or in the middle of four.
 constexpr const char* kMeanShader =
     "IN highp vec2 textureCoordinate; uniform highp sampler2D inputImageTexture; uniform highp vec2 right; uniform "
     "highp "
-    "vec2 up; void main() { OUTPUT = (TEXTURE(inputImageTexture, textureCoordinate + right + up) + "
+    "vec2 up; void main() { OUTPUT = FINISHED((TEXTURE(inputImageTexture, textureCoordinate + right + up) + "
     "TEXTURE(inputImageTexture, textureCoordinate + right - up) + TEXTURE(inputImageTexture, textureCoordinate - right "
-    "+ up) + TEXTURE(inputImageTexture, textureCoordinate - right - up)) * 0.25; }";
+    "+ up) + TEXTURE(inputImageTexture, textureCoordinate - right - up)) * 0.25); }";
+
+/// A program whose result is finished so: `sRGBOf`, or "" to leave it as it is.
+QuadProgram makeProgram(const char* shader, const std::string& finish = "") {
+  return makePreciseProgram((finish.empty() ? "" : kLightFunctions) + ("\n#define FINISHED(color) " + finish) +
+                            "(color)\n" + shader);
+}
 
 /// A stretch of a texture's columns or rows, as shares of it.
 struct Stretch {
@@ -90,14 +98,21 @@ struct TavrelGPUImageSmoothBlurFilter::Implementation {
   using Lease = TavrelGPUImageFramebufferLease;
 
   double sigma = 2;
-  QuadProgram mean = makePreciseProgram(kMeanShader);
-  QuadProgram kernel = makePreciseProgram(kKernelShader);
+  explicit Implementation(const std::string& finish = "")
+      : mean(makeProgram(kMeanShader, finish)), kernel(makeProgram(kKernelShader, finish)) {}
+
+  QuadProgram mean;
+  QuadProgram kernel;
   GLint right = mean.program()->uniformIndex("right");
   GLint up = mean.program()->uniformIndex("up");
   GLint direction = kernel.program()->uniformIndex("direction");
   GLint pairs = kernel.program()->uniformIndex("pairs");
   GLint centre = kernel.program()->uniformIndex("centre");
   GLint count = kernel.program()->uniformIndex("count");
+
+  bool worksInLight = false;
+  /// The same with a change of what is drawn; made when first needed.
+  std::unique_ptr<Implementation> toLight, fromLight;
 
   static Lease fetch(Size size) {
     auto framebuffer = TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(
@@ -147,6 +162,19 @@ void TavrelGPUImageSmoothBlurFilter::setSigma(double newValue) {
   onVideoProcessingQueue([&] { implementation_->sigma = std::clamp(newValue, 0.0, kLargestSigma); });
 }
 
+TAVREL_NODE_VALUE(TavrelGPUImageSmoothBlurFilter, bool, worksInLight)
+
+void TavrelGPUImageSmoothBlurFilter::setWorksInLight(bool newValue) {
+  onVideoProcessingQueue([&] {
+    Implementation& state = *implementation_;
+    state.worksInLight = newValue && TavrelGPUImageContext::deepTextureOptions();
+    if (!state.worksInLight || state.fromLight) return;
+    TavrelGPUImageContext::useImageProcessingContext();
+    state.fromLight = std::make_unique<Implementation>("sRGBOf");
+    state.toLight = std::make_unique<Implementation>("lightOf");
+  });
+}
+
 int TavrelGPUImageSmoothBlurFilter::reductionFor(double sigma) {
   int reduction = 1;
   while (sigma / reduction > kLargestReducedSigma) reduction *= 2;
@@ -168,6 +196,13 @@ void TavrelGPUImageSmoothBlurFilter::renderToTextureWithVertices(const GLfloat* 
                    : TavrelGPUImageFilter::Implementation::textureOf(filter().firstInputFramebuffer);
   };
   const GLfloat* corners = textureCoordinates;
+  if (state.worksInLight) {
+    reduced = Implementation::fetch(whole);
+    const GLuint input = TavrelGPUImageFilter::Implementation::textureOf(filter().firstInputFramebuffer);
+    state.toLight->drawMean(input, 1, size, corners, partOf(corners, {}, {}), vertices);
+    corners = upright;
+  }
+  const Implementation& last = state.worksInLight ? *state.fromLight : state;
   // Reduced frames have a pixel more on each side, which lies outside: beyond it the frame goes on with its edges.
   int margin = 0;
   for (int done = 1; done < reduction;) {
@@ -204,14 +239,15 @@ void TavrelGPUImageSmoothBlurFilter::renderToTextureWithVertices(const GLfloat* 
   } else {
     setOutputFramebuffer(fetchFramebuffer());
   }
-  state.drawKernel(vertical.texture(), kernel, along(1, size.width), partOf(corners, {}, {}), vertices);
+  const Implementation& second = reduction > 1 ? state : last;
+  second.drawKernel(vertical.texture(), kernel, along(1, size.width), partOf(corners, {}, {}), vertices);
   if (reduction == 1) return;
   setOutputFramebuffer(fetchFramebuffer());
   const auto inside = [&](double length, double reducedLength) {
     return Stretch{1 / reducedLength, (1 + length / reduction) / reducedLength};
   };
-  state.drawMean(both.texture(), 1, size, corners,
-                 partOf(corners, inside(whole.width, size.width), inside(whole.height, size.height)), vertices);
+  last.drawMean(both.texture(), 1, size, corners,
+                partOf(corners, inside(whole.width, size.width), inside(whole.height, size.height)), vertices);
 }
 
 }  // namespace tavrel

@@ -19,6 +19,10 @@ class TAVREL_API TavrelGPUImageSmoothBlurFilter : public TavrelGPUImageFilter {
   double sigma() const;
   void setSigma(double newValue);
 
+  /// Blurs linear light instead of sRGB's values, where the driver renders to 16 bits; false by default.
+  bool worksInLight() const;
+  void setWorksInLight(bool newValue);
+
   /// By how much the frame is reduced for this sigma, a power of two; frames whose corners lie on multiples of it are
   /// blurred alike.
   static int reductionFor(double sigma);

@@ -122,6 +122,12 @@ std::shared_ptr<TavrelCaptureEffect> makeAnimatedSticker(const std::string& valu
 }  // namespace
 
 EffectOptions::EffectOptions(CLI::App& command) : command_(command) {
+  constexpr const char* kGroup = "How effects work";
+  command.add_flag("--linear", worksInLight_, "Blur and scale linear light instead of sRGB's values")->group(kGroup);
+  command.add_option("--resample", resampling_, "How to enlarge more than twice: linear, or bicubic")
+      ->check(CLI::IsMember({"linear", "bicubic"}))
+      ->capture_default_str()
+      ->group(kGroup);
   // Values are taken apart here, not by the parser, so that the order of different options is kept.
   const auto add = [&](CLI::Option* option, Maker make) {
     option->group("Effects, applied in the order given")->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
@@ -165,12 +171,16 @@ EffectOptions::EffectOptions(CLI::App& command) : command_(command) {
 TavrelCaptureEffectChain EffectOptions::makeChain() const {
   const auto graphics = TavrelGPUImageContext::sharedImageProcessingContext()->prepareContext();
   if (!graphics) throw std::runtime_error(graphics.error().description);
+  if (worksInLight_ && !TavrelGPUImageContext::deepTextureOptions())
+    throw std::runtime_error("--linear: this GL renders to 8 bits only, which is too little for linear light");
+  TavrelGPUImageContext::setScaling({.enlargesByBicubic = resampling_ == "bicubic", .worksInLight = worksInLight_});
   std::vector<std::shared_ptr<TavrelCaptureEffect>> effects;
   std::map<const CLI::Option*, std::size_t> used;
   for (const CLI::Option* given : command_.parse_order()) {
     for (const Kind& kind : kinds_) {
       if (kind.option != given) continue;
       effects.push_back(kind.make(given->results().at(used[given]++)));
+      if (auto* const blur = dynamic_cast<BlurEffect*>(effects.back().get())) blur->setWorksInLight(worksInLight_);
     }
   }
   return TavrelCaptureEffectChain(std::move(effects));

@@ -25,6 +25,8 @@ class EffectOptions {
 
   CLI::App& command_;
   std::vector<Kind> kinds_;
+  bool worksInLight_ = false;
+  std::string resampling_ = "linear";
 };
 
 }  // namespace tavrel::tool
