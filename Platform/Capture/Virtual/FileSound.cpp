@@ -18,6 +18,7 @@ namespace tavrel {
 struct FileSound::Implementation {
   std::filesystem::path path;
   int sampleRate = 0;
+  int channelCount = 1;
   std::shared_ptr<const Asset> asset;
   std::shared_ptr<const AssetTrack> track;
 
@@ -41,6 +42,7 @@ Expected<void> FileSound::Implementation::open() {
   const auto tracks = asset->tracksWithMediaType(MediaType::audio);
   if (tracks.empty()) return failure(CaptureErrorCode::badSound, fmt::format("{} has no sound", path.string()));
   track = tracks.front();
+  channelCount = std::clamp(track->channelCount(), 1, 2);
   if (auto rewound = rewind(); !rewound) return rewound;
   return decodeMore();
 }
@@ -49,9 +51,9 @@ Expected<void> FileSound::Implementation::rewind() {
   auto created = AssetReader::create(asset);
   if (!created) return tl::unexpected(created.error());
   reader = std::move(*created);
-  const Dictionary asMono = {{kAudioSampleRateKey, std::int64_t{sampleRate}},
-                             {kAudioNumberOfChannelsKey, std::int64_t{1}}};
-  output = std::make_shared<AssetReaderTrackOutput>(track, asMono);
+  const Dictionary settings = {{kAudioSampleRateKey, std::int64_t{sampleRate}},
+                               {kAudioNumberOfChannelsKey, std::int64_t{channelCount}}};
+  output = std::make_shared<AssetReaderTrackOutput>(track, settings);
   reader->addOutput(output);
   if (!reader->startReading()) return tl::unexpected(*reader->error());
   passHadSamples = false;
@@ -66,7 +68,7 @@ Expected<void> FileSound::Implementation::decodeMore() {
     const auto buffer = output->copyNextSampleBuffer();
     if (buffer) {
       const auto* const samples = static_cast<const float*>(buffer->audioBufferList()->buffers().front().data);
-      waiting.assign(samples, samples + buffer->numSamples());
+      waiting.assign(samples, samples + buffer->numSamples() * channelCount);
       passHadSamples = passHadSamples || !waiting.empty();
       continue;
     }
@@ -110,8 +112,11 @@ FileSound::FileSound(std::unique_ptr<Implementation> implementation) : implement
 
 FileSound::~FileSound() = default;
 
-Expected<void> FileSound::render(std::span<float> samples, std::uint64_t first) {
+int FileSound::channelCount() const { return implementation_->channelCount; }
+
+Expected<void> FileSound::render(std::span<float> samples, std::uint64_t firstMoment) {
   Implementation& sound = *implementation_;
+  const std::uint64_t first = firstMoment * static_cast<std::uint64_t>(sound.channelCount);
   if (first < sound.position) {
     sound.waiting.clear();
     sound.used = 0;

@@ -80,8 +80,9 @@ Expected<std::shared_ptr<CaptureDriver>> VirtualCaptureBackend::makeFileDriver(c
   const auto makeSound = [path](int sampleRate) -> Expected<std::shared_ptr<VirtualSound>> {
     return FileSound::create(path, sampleRate);
   };
-  if (auto tried = makeSound(48000); !tried) return tl::unexpected(tried.error());
-  return makeVirtualMicrophoneDriver(std::move(description), makeSound);
+  const auto tried = makeSound(48000);
+  if (!tried) return tl::unexpected(tried.error());
+  return makeVirtualMicrophoneDriver(std::move(description), makeSound, (*tried)->channelCount());
 }
 
 std::shared_ptr<VirtualDriver> VirtualCaptureBackend::driver(std::string_view uniqueID) const {

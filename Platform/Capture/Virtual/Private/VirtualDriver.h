@@ -85,6 +85,6 @@ using VirtualSoundMaker = std::function<Expected<std::shared_ptr<class VirtualSo
 /// A microphone that delivers mono buffers of 256 samples, each when its last one is due: whoever stamps sound at its
 /// arrival is late by one buffer, so buffers are short.
 std::shared_ptr<VirtualDriver> makeVirtualMicrophoneDriver(CaptureDeviceDescription description,
-                                                           VirtualSoundMaker makeSound);
+                                                           VirtualSoundMaker makeSound, int channelCount = 1);
 
 }  // namespace tavrel

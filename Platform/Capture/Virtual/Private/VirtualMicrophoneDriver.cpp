@@ -46,7 +46,8 @@ class VirtualMicrophoneDriver : public VirtualDriver {
   Expected<std::shared_ptr<SampleBuffer>> sample(std::uint64_t number) override {
     auto list = AudioBufferList::create(format_, kSamplesPerBuffer);
     if (!list) return failure(CaptureErrorCode::outOfMemory, "there is no memory left for sound");
-    const std::span samples(static_cast<float*>(list->buffers().front().data), kSamplesPerBuffer);
+    const std::span samples(static_cast<float*>(list->buffers().front().data),
+                            std::size_t{kSamplesPerBuffer} * format_.channelCount);
     const auto heard = sound_->render(samples, firstSample_ + number * kSamplesPerBuffer);
     if (!heard) return tl::unexpected(heard.error());
     return SampleBuffer::createAudio(format_, std::move(list), kSamplesPerBuffer, timeOf(number));
@@ -62,9 +63,10 @@ class VirtualMicrophoneDriver : public VirtualDriver {
 }  // namespace
 
 std::shared_ptr<VirtualDriver> makeVirtualMicrophoneDriver(CaptureDeviceDescription description,
-                                                           VirtualSoundMaker makeSound) {
+                                                           VirtualSoundMaker makeSound, int channelCount) {
   auto format = std::make_shared<CaptureDeviceFormat>();
   format->mediaType = MediaType::audio;
+  format->audioFormat.channelCount = static_cast<std::uint32_t>(channelCount);
   description.formats = {std::move(format)};
   return std::make_shared<VirtualMicrophoneDriver>(std::move(description), std::move(makeSound));
 }

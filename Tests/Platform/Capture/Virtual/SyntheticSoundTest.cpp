@@ -9,12 +9,17 @@
 namespace tavrel::test {
 namespace {
 
-std::vector<float> heard(VirtualSound& sound, std::size_t count, std::size_t block, std::uint64_t first = 0) {
-  std::vector<float> samples(count);
+/// One channel of it.
+std::vector<float> heard(VirtualSound& sound, std::size_t count, std::size_t block, std::uint64_t first = 0,
+                         std::size_t channel = 0) {
+  const auto channels = static_cast<std::size_t>(sound.channelCount());
+  std::vector<float> samples(count * channels);
   for (std::size_t at = 0; at < count; at += block) {
-    const auto part = std::span(samples).subspan(at, std::min(block, count - at));
+    const auto part = std::span(samples).subspan(at * channels, std::min(block, count - at) * channels);
     EXPECT_TRUE(sound.render(part, first + at).has_value());
   }
+  for (std::size_t i = 0; i < count; ++i) samples[i] = samples[i * channels + channel];
+  samples.resize(count);
   return samples;
 }
 
@@ -55,13 +60,16 @@ TEST(SyntheticSound, BeepsAreFoundAfterLossyCodingAndNotInNoise) {
 
 TEST(FileSound, LoopsAFileInTheRateAskedFor) {
   const ReaderFolder folder;
-  // 0.4 s: 0.1 s of 1 kHz, then silence, in stereo at another rate.
+  // 0.4 s: 0.1 s of 1 kHz, then silence, in stereo at another rate, on the right turned over.
   ASSERT_NO_FATAL_FAILURE(
       makeMovie(folder / "a.wav",
                 "-f lavfi -i \"aevalsrc=if(lt(t\\,0.1)\\,0.5*sin(2*PI*1000*t)\\,0)|if(lt(t\\,0.1)\\,"
-                "0.5*sin(2*PI*1000*t)\\,0):s=44100:d=0.4\" OUT"));
+                "-0.5*sin(2*PI*1000*t)\\,0):s=44100:d=0.4\" OUT"));
   auto sound = FileSound::create(folder / "a.wav", 48000).value();
+  ASSERT_EQ(sound->channelCount(), 2);
   const auto samples = heard(*sound, 96000, 1024);
+  const auto right = heard(*sound, 96000, 1024, 0, 1);
+  for (std::size_t i = 0; i < samples.size(); ++i) ASSERT_NEAR(samples[i], -right[i], 1e-4) << i;
   const auto onsets = SyntheticSound::findBeepOnsets(samples, 48000);
   ASSERT_EQ(onsets.size(), 5U);
   for (std::size_t i = 0; i < onsets.size(); ++i) {
