@@ -93,8 +93,9 @@ class TAVREL_API AssetWriter {
   /// Opens the encoders. False, with status failed and an error, if that fails or there is no input; false without
   /// effect unless the status is unknown.
   bool startWriting();
-  /// Starts accepting samples and makes `time` the movie's time 0; samples before it are left out. Only the first call
-  /// while writing has an effect.
+  /// Starts accepting samples and makes `time` the movie's time 0; samples before it are left out, but for packets that
+  /// a decoder needs: those of sound by up to 0.1 s, and in QuickTime and MP4 those of pictures by up to a minute,
+  /// which are stored and not shown. Only the first call while writing has an effect.
   void startSessionAtSourceTime(MediaTime time);
 
   /// Writes all appended samples and completes the file before it returns. True if the status is completed.

@@ -27,7 +27,7 @@ inline constexpr const char* kVideoExpectedFrameRateKey = "VideoExpectedFrameRat
 inline constexpr const char* kVideoAverageBitRateKey = "VideoAverageBitRate";
 /// Number from 0 (smallest file) to 1 (best), used without a bit rate. Default: almost visually lossless.
 inline constexpr const char* kVideoQualityKey = "VideoQuality";
-/// Whole number: the most frames from one keyframe to the next. Default: four seconds of them.
+/// Whole number: the most frames from one keyframe to the next. Default: four seconds of them, at least 100.
 inline constexpr const char* kVideoMaxKeyFrameIntervalKey = "VideoMaxKeyFrameInterval";
 /// Text: the encoder's name of a speed preset ("ultrafast", "medium"). Default: chosen by the mode.
 inline constexpr const char* kVideoPresetKey = "VideoPreset";
@@ -38,7 +38,7 @@ inline constexpr std::uint32_t kAudioFormatMPEG4AAC = 0x61616320;  // "aac "
 inline constexpr std::uint32_t kAudioFormatOpus = 0x6F707573;      // "opus"
 /// For reading only: linear PCM, which sound is decoded to.
 inline constexpr std::uint32_t kAudioFormatLinearPCM = 0x6C70636D;  // "lpcm"
-/// Integer: 1 or 2; default 1.
+/// Integer: 1, 2 or 6 (5.1); default 1.
 inline constexpr const char* kAudioNumberOfChannelsKey = "AudioNumberOfChannels";
 /// Number: frames per second. Default: the audio session's. A rate that the codec lacks becomes the nearest it has.
 inline constexpr const char* kAudioSampleRateKey = "AudioSampleRate";
@@ -49,6 +49,7 @@ inline constexpr const char* kAudioEncoderBitRateKey = "AudioEncoderBitRate";
 inline constexpr const char* kAudioChannelLayoutKey = "AudioChannelLayout";
 inline constexpr std::uint32_t kAudioChannelLayoutTagMono = 0x640001;
 inline constexpr std::uint32_t kAudioChannelLayoutTagStereo = 0x650002;
+inline constexpr std::uint32_t kAudioChannelLayoutTag5_1 = 0x790006;
 
 /// Attributes of pixel buffers. Integers.
 inline constexpr const char* kPixelBufferPixelFormatTypeKey = "PixelFormatType";

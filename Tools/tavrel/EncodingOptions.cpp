@@ -60,10 +60,14 @@ EncodingOptions::EncodingOptions(CLI::App& command, Copying copying) {
   command
       .add_option("--quality", quality_, "Quality of the pictures from 0 (smallest file) to 1 (best); by default 0.75")
       ->type_name("Q");
-  command.add_option("--keyframe", keyFrames_, "The most frames from one keyframe to the next; by default 4 seconds")
+  command
+      .add_option("--keyframe", keyFrames_,
+                  "The most frames from one keyframe to the next; by default 4 seconds, at least 100")
       ->type_name("FRAMES");
   command.add_option("--audio-bitrate", audioBitRate_, "Bits a second of the sound, as 128k")->type_name("RATE");
-  command.add_option("--channels", channels_, "Channels of the sound, 1 or 2; by default the source's")->type_name("N");
+  command
+      .add_option("--channels", channels_, "Channels of the sound: 1, 2 or 6, which is 5.1; by default the source's")
+      ->type_name("N");
   isCopyable_ = copying == Copying::possible;
 }
 
@@ -82,8 +86,8 @@ void EncodingOptions::check() const {
   if (keyFrames_ && !(*keyFrames_ >= 1 && *keyFrames_ <= 1'000'000)) {
     throw UsageError(fmt::format("--keyframe {}: expected 1 to 1000000", *keyFrames_));
   }
-  if (channels_ && *channels_ != 1 && *channels_ != 2) {
-    throw UsageError(fmt::format("--channels {}: expected 1 or 2", *channels_));
+  if (channels_ && *channels_ != 1 && *channels_ != 2 && *channels_ != 6) {
+    throw UsageError(fmt::format("--channels {}: expected 1, 2 or 6", *channels_));
   }
   const bool encodes = !encoder_.empty() || !bitRate_.empty() || quality_ || keyFrames_ || changesSound();
   if (isCopy() && encodes) throw UsageError("--codec copy encodes nothing: leave out the options of encoders");

@@ -48,6 +48,7 @@ std::optional<std::string> MovieCopy::open() {
   if (!writer) return fmt::format("cannot write {}: {}", options_.output.string(), writer.error().description);
   writer_ = std::move(*writer);
   writer_->setAppearsWhenComplete(true);
+  writer_->setStaysFragmented(options_.isFragmented);
   size_ = stored.videoSize;
   if (auto refused = addStream(pictures.front(), std::nullopt)) return refused;
   const auto sounds = asset_->tracksWithMediaType(MediaType::audio);
@@ -64,8 +65,9 @@ std::optional<std::string> MovieCopy::copy(const Interruption& interruption) {
   writer_->startSessionAtSourceTime(MediaTime::zero());
   for (Stream& stream : streams_) stream.advance();
   const auto& first = streams_.front().next;
-  if (first && first->presentationTimeStamp() < MediaTime::zero()) {
-    return fmt::format("{} begins between two keyframes: its pictures have to be encoded, so leave out --codec copy",
+  const bool hasEditList = options_.fileType == kFileTypeQuickTimeMovie || options_.fileType == kFileTypeMPEG4;
+  if (!hasEditList && first && first->presentationTimeStamp() < MediaTime::zero()) {
+    return fmt::format("{} begins between two keyframes, which only .mov and .mp4 can say: leave out --codec copy",
                        options_.input.string());
   }
   ProgressBar progress;

@@ -21,6 +21,7 @@ class MovieCopy {
     std::filesystem::path output;
     std::string fileType;
     bool hasSound = true;
+    bool isFragmented = false;
   };
 
   explicit MovieCopy(Options options) : options_(std::move(options)) {}

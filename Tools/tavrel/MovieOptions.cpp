@@ -34,7 +34,7 @@ std::string fileTypeOf(const std::filesystem::path& output) {
 }
 
 Dictionary soundSettings(const AssetTrack& track, const std::string& fileType, Dictionary asked) {
-  const std::int64_t channels = std::min(2, track.channelCount());
+  const std::int64_t channels = track.channelCount() < 6 ? std::min(2, track.channelCount()) : 6;
   asked.emplace(kAudioFormatIDKey, static_cast<std::int64_t>(AssetWriter::usualAudioFormat(fileType)));
   const auto chosen = asked.emplace(kAudioNumberOfChannelsKey, channels).first;
   asked.emplace(kAudioSampleRateKey, static_cast<double>(track.sampleRate()));

@@ -47,9 +47,8 @@ class TranscodeCommand : public Command {
       throw UsageError(
           "--codec copy leaves the pictures as they are: leave out effects, --size, --reverse and --realtime");
     }
-    if (options_.isFragmented) throw UsageError("--codec copy makes no fragments: leave out --fragmented");
     if (!mayWrite(options_.output, isForced_)) return kFailure;
-    MovieCopy movie({options_.input, options_.output, options_.fileType, options_.hasSound});
+    MovieCopy movie({options_.input, options_.output, options_.fileType, options_.hasSound, options_.isFragmented});
     return diagnostics_.measure(json_, [&] { return movie.run(json_, diagnostics_); });
   }
 

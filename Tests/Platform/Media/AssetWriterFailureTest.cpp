@@ -95,17 +95,17 @@ int lastProgress(const std::filesystem::path& path) {
 TEST(AssetWriterFailure, KilledRecordingsPlayUpToTheLastSecondAndAHalf) {
   struct Case {
     const char* scenario;
-    std::chrono::milliseconds after;  // the first frame
+    std::chrono::milliseconds after;  // the file's appearance
   };
   std::mt19937 random(7);
-  std::vector<Case> cases{{"record", 300ms}, {"pause", 3500ms}};
+  std::vector<Case> cases{{"record", 0ms}, {"pause", 3500ms}};
   for (int i = 0; i < 4; ++i) cases.push_back({"record", std::chrono::milliseconds(400 + random() % 3600)});
   for (const char* type : {kFileTypeQuickTimeMovie, kFileTypeMatroska}) {
     for (const Case& c : cases) {
       const TemporaryFolder folder;
       const auto path = folder / "movie";
       const pid_t child = startChild(c.scenario, path, type);
-      while (lastProgress(path) < 0) std::this_thread::sleep_for(2ms);
+      while (!std::filesystem::exists(path)) std::this_thread::sleep_for(2ms);
       std::this_thread::sleep_for(c.after);
       ::kill(child, SIGKILL);
       int status = 0;
@@ -119,7 +119,7 @@ TEST(AssetWriterFailure, KilledRecordingsPlayUpToTheLastSecondAndAHalf) {
       const double kept =
           probe.video->times.empty() ? 0 : probe.video->seconds(probe.video->times.size() - 1) + 1 / 30.0;
       // A recording that paused longer than a fragment had time to put all into the file but what the encoder holds.
-      EXPECT_GT(kept, recorded - (c.scenario == std::string("pause") ? 0.35 : 1.5))
+      EXPECT_GT(kept, recorded - (c.scenario == std::string("pause") ? 0.45 : 1.5))
           << type << " " << c.after.count() << " ms";
       EXPECT_NEAR(probe.audio->seconds(), kept, 0.5);
     }
@@ -179,7 +179,7 @@ TEST(AssetWriterFailure, SettingsThatCannotBeEncodedAreRefused) {
   EXPECT_NE(refusal(MediaType::video, h264Settings(640, 20000)).find("1 to 16384"), std::string::npos);
   EXPECT_NE(refusal(MediaType::video, {{kVideoCodecKey, std::string("xyz1")}}).find("avc1"), std::string::npos);
   EXPECT_NE(refusal(MediaType::audio, {}).find("AAC"), std::string::npos);
-  EXPECT_NE(refusal(MediaType::audio, aacSettings(48000, 7)).find("1 or 2"), std::string::npos);
+  EXPECT_NE(refusal(MediaType::audio, aacSettings(48000, 7)).find("1, 2 or 6"), std::string::npos);
   EXPECT_NE(refusal(MediaType::audio, aacSettings(-5)).find("AudioSampleRate"), std::string::npos);
   const auto input = AssetWriterInput::create(MediaType::video, h264Settings(64, 48));
   EXPECT_TRUE(writer->addInput(input));

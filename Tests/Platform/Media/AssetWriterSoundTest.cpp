@@ -197,7 +197,7 @@ TEST(AssetWriterSound, WhatAFileCannotStoreIsAnErrorAndNoFile) {
   } cases[] = {{kFileTypeMPEG4, pcm, "MP4 (MPEG-4 Part 14) cannot hold PCM as it is"},
                {kFileTypeWebM, pcm, "WebM cannot hold PCM as it is"},
                {kFileTypeWebM, packet("mp3"), "WebM cannot hold mp3 as it is"},
-               {kFileTypeMPEG4, packet("eac3"), "MP4 (MPEG-4 Part 14) cannot hold eac3 as it is"},
+               {kFileTypeMPEG4, packet("truehd"), "MP4 (MPEG-4 Part 14) cannot hold truehd as it is"},
                {kFileTypeMPEG4, packet("wmav2"), "MP4 (MPEG-4 Part 14) cannot hold wmav2 as it is"},
                {kFileTypeQuickTimeMovie, packet("opus"), "QuickTime / MOV cannot hold opus as it is"},
                {kFileTypeQuickTimeMovie, packet("mp2"), "QuickTime / MOV cannot hold mp2 as it is"},

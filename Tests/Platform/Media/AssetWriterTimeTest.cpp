@@ -70,6 +70,61 @@ TEST(AssetWriterTime, RefusesTimesThatDoNotIncreaseAndGoesOn) {
   EXPECT_EQ(probe.video->times, (std::vector<std::int64_t>{10, 30}));
 }
 
+TEST(AssetWriterTime, PicturesStoredBehindLaterOnesBeginInTime) {
+  for (const bool staysFragmented : {false, true}) {
+    for (const bool isRealTime : {false, true}) {
+      for (const char* type : {kFileTypeQuickTimeMovie, kFileTypeMPEG4, kFileTypeMatroska}) {
+        SCOPED_TRACE(testing::Message() << type << ", fragmented " << staysFragmented << ", live " << isRealTime);
+        const TemporaryFolder folder;
+        const auto maker = MovieMaker::start(
+            folder / "movie", {.fileType = type,
+                               .isRealTime = isRealTime,
+                               .audioSettings = aacSettings(),
+                               .prepare = [&](MovieMaker& made) { made.writer->setStaysFragmented(staysFragmented); }});
+        // Unequal distances, the first of them long.
+        std::vector<double> times;
+        for (int i = 0; i < 60; ++i) {
+          const MediaTime time = MediaTime::make(i == 0 ? 0 : 60 + i * 20 + i % 3 * 5, 600);
+          times.push_back(time.seconds());
+          const auto shade = static_cast<std::uint8_t>(i * 4);
+          ASSERT_TRUE(maker.addPicture(solidPicture(64, 48, shade, shade, shade), time));
+          ASSERT_TRUE(maker.addTone(1 / 30.0, MediaTime::make(i * 1600, 48000)));
+        }
+        ASSERT_TRUE(maker.writer->finishWriting()) << maker.writer->error()->description;
+        const auto probe = MovieProbe::open(folder / "movie");
+        ASSERT_TRUE(probe.video) << probe.error;
+        EXPECT_GT(probe.video->reordering, 0);
+        EXPECT_EQ(probe.decodeErrors, 0);
+        ASSERT_EQ(probe.video->times.size(), times.size());
+        for (std::size_t i = 0; i < times.size(); ++i) {
+          ASSERT_NEAR(probe.video->seconds(i), times[i], 0.00051) << i;
+          ASSERT_NEAR(probe.video->centers[i][0], 16 + static_cast<double>(i) * 4 * 219 / 255, 4) << i;
+        }
+      }
+    }
+  }
+}
+
+TEST(AssetWriterTime, AMovieOfOnePictureLastsAsLongAsItsRateSays) {
+  for (const char* type : {kFileTypeQuickTimeMovie, kFileTypeMPEG4, kFileTypeMatroska, kFileTypeWebM}) {
+    for (const bool staysFragmented : {false, true}) {
+      const TemporaryFolder folder;
+      Dictionary settings = h264Settings(64, 48);
+      settings[kVideoCodecKey] = AssetWriter::usualVideoCodec(type);
+      settings[kVideoExpectedFrameRateKey] = 10.0;
+      const auto writer = *AssetWriter::create(folder / "movie", type);
+      writer->setStaysFragmented(staysFragmented);
+      const auto input = AssetWriterInput::create(MediaType::video, settings);
+      ASSERT_TRUE(writer->addInput(input) && writer->startWriting());
+      writer->startSessionAtSourceTime(MediaTime::zero());
+      const SampleTiming timing{MediaTime::invalid(), MediaTime::make(0, 600), MediaTime::invalid()};
+      ASSERT_TRUE(input->append(*SampleBuffer::createImage(solidPicture(64, 48, 9, 9, 9), timing)));
+      ASSERT_TRUE(writer->finishWriting());
+      EXPECT_NEAR(MovieProbe::open(folder / "movie").duration, 0.1, 0.0015) << type << staysFragmented;
+    }
+  }
+}
+
 TEST(AssetWriterTime, ALongPauseInTheTimesIsKept) {
   const TemporaryFolder folder;
   const auto maker = MovieMaker::start(folder / "movie.mov", {.isRealTime = false});

@@ -66,11 +66,15 @@ std::shared_ptr<SampleBuffer> sound(const AudioFormat& format, std::int64_t coun
 MovieMaker MovieMaker::create(const std::filesystem::path& path, const Options& options) {
   MovieMaker maker;
   maker.writer = *AssetWriter::create(path, options.fileType);
-  maker.video = AssetWriterInput::create(MediaType::video, h264Settings(options.width, options.height));
+  Dictionary videoSettings = h264Settings(options.width, options.height);
+  videoSettings[kVideoCodecKey] = AssetWriter::usualVideoCodec(options.fileType);
+  maker.video = AssetWriterInput::create(MediaType::video, videoSettings);
   maker.video->setExpectsMediaDataInRealTime(options.isRealTime);
   maker.adaptor = AssetWriterInputPixelBufferAdaptor::create(maker.video, {});
   if (options.audioSettings) {
-    maker.audio = AssetWriterInput::create(MediaType::audio, options.audioSettings);
+    Dictionary audioSettings = *options.audioSettings;
+    audioSettings[kAudioFormatIDKey] = static_cast<std::int64_t>(AssetWriter::usualAudioFormat(options.fileType));
+    maker.audio = AssetWriterInput::create(MediaType::audio, audioSettings);
     maker.audio->setExpectsMediaDataInRealTime(options.isRealTime);
   }
   if (options.prepare) options.prepare(maker);

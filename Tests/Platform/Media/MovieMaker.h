@@ -36,7 +36,7 @@ std::shared_ptr<PixelBuffer> solidPicture(std::size_t width, std::size_t height,
 std::shared_ptr<SampleBuffer> sound(const AudioFormat& format, std::int64_t count, MediaTime time,
                                     const std::function<double(double)>& signal);
 
-/// A writer with a video and, if asked for, an AAC track.
+/// A writer with a video and, if asked for, an audio track, in the codings that are usual in the type.
 struct MovieMaker {
   std::shared_ptr<AssetWriter> writer;
   std::shared_ptr<AssetWriterInput> video;

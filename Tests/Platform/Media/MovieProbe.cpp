@@ -35,6 +35,7 @@ void describeVideo(const AVStream& stream, MovieProbe::Video& video) {
   video.matrix = text(av_color_space_name(parameters.color_space));
   video.range = text(av_color_range_name(parameters.color_range));
   video.width = parameters.width;
+  video.reordering = parameters.video_delay;
   video.height = parameters.height;
   video.timescale = stream.time_base.den;
   const auto* const matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr);

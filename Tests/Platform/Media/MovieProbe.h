@@ -17,6 +17,7 @@ struct MovieProbe {
   struct Video {
     std::string codec, pixelFormat, primaries, transfer, matrix, range;
     int width = 0, height = 0;
+    int reordering = 0;  ///< how many pictures one may be stored behind
     std::int32_t timescale = 0;
     std::vector<std::int64_t> times;              ///< of the decoded frames, in 1/timescale s
     std::vector<std::array<int, 3>> centers;      ///< Y, Cb, Cr in the middle of each frame

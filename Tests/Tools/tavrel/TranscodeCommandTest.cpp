@@ -112,9 +112,9 @@ TEST_F(TranscodeCommandTest, EveryFileTypeTakesEverySound) {
       {"flac", "s.mkv", {"aac", "aac", "flac", "opus"}},
       {"alac", "s.mov", {"alac", "alac", "alac", "opus"}},
       {"libmp3lame", "s.mkv", {"mp3", "mp3", "mp3", "opus"}},
-      {"mp2", "s.mkv", {"aac", "aac", "mp2", "opus"}},
-      {"ac3", "s.mkv", {"ac3", "aac", "ac3", "opus"}},
-      {"eac3", "s.mkv", {"aac", "aac", "eac3", "opus"}},
+      {"mp2", "s.mkv", {"aac", "mp3", "mp2", "opus"}},
+      {"ac3", "s.mkv", {"ac3", "ac3", "ac3", "opus"}},
+      {"eac3", "s.mkv", {"aac", "eac3", "eac3", "opus"}},
       {"wmav1", "s.asf", {"aac", "aac", "aac", "opus"}},
       {"wmav2", "s.asf", {"aac", "aac", "aac", "opus"}},
       {"pcm_s16le", "s.mkv", {"pcm_s16le", "aac", "pcm_s16le", "opus"}},
@@ -207,11 +207,9 @@ TEST_F(TranscodeCommandTest, CopiedPicturesAreThoseOfTheOriginal) {
     const char* from;
     const char* to;
     const char* sound;
-  } cases[] = {{"flat.mp4", "a.mov", "copied"},
-               {"flat.mp4", "a.mkv", "copied"},
-               {"turned.mp4", "b.mp4", "copied"},
-               {"narrow.mkv", "c.webm", "copied"},
-               {"narrow.mkv", "c.mp4", "copied"}};
+  } cases[] = {{"flat.mp4", "a.mov", "copied"},    {"flat.mp4", "a.mkv", "copied"},
+               {"turned.mp4", "b.mp4", "copied"},  {"turned.mp4", "b.mkv", "copied"},
+               {"narrow.mkv", "c.webm", "copied"}, {"narrow.mkv", "c.mp4", "copied"}};
   for (const auto& each : cases) {
     SCOPED_TRACE(each.to);
     const CommandResult result = test::tavrel("transcode --codec copy " + file(each.from) + " " + file(each.to));
@@ -220,6 +218,55 @@ TEST_F(TranscodeCommandTest, CopiedPicturesAreThoseOfTheOriginal) {
     EXPECT_EQ(pictures(each.from), pictures(each.to));
     EXPECT_EQ(shape(each.from), shape(each.to));
     expectSameTimeline(each.from, each.to);
+  }
+}
+
+TEST_F(TranscodeCommandTest, CopiesMayBeginBetweenKeyframesAndStayFragmented) {
+  ASSERT_NO_FATAL_FAILURE(makeFilm("whole.mp4", "4", "-c:v libx264 -preset ultrafast -bf 2 -g 100 -c:a aac"));
+  ASSERT_NO_FATAL_FAILURE(test::makeMovieFrom(file("whole.mp4"), file("in.mp4"), "-ss 1.2 -i IN -c copy OUT"));
+  for (const char* made : {"a.mov", "a.mp4"}) {
+    const CommandResult result = test::tavrel("transcode --codec copy " + file("in.mp4") + " " + file(made));
+    ASSERT_EQ(result.status, 0) << result.output;
+    expectSameTimeline("in.mp4", made);
+  }
+  EXPECT_EQ(test::tavrel("transcode --codec copy " + file("in.mp4") + " " + file("a.mkv")).output,
+            "tavrel: " + file("in.mp4") +
+                " begins between two keyframes, which only .mov and .mp4 can say: leave out --codec copy\n");
+  ASSERT_EQ(test::tavrel("transcode --codec copy --fragmented " + file("whole.mp4") + " " + file("b.mp4")).status, 0);
+  expectSameTimeline("whole.mp4", "b.mp4");
+  EXPECT_THAT(test::shell("grep -aoc moof " + file("b.mp4")).output, testing::Not("0\n"));
+}
+
+TEST_F(TranscodeCommandTest, SoundHasTheChannelsOfTheSourceOrThoseAskedFor) {
+  test::makeMovie(
+      file("in.mkv"),
+      "-f lavfi -i testsrc2=s=64x48:r=25:d=1 -f lavfi -i \"aevalsrc=0.1*sin(2000*t)|0|0|0|0|0.2*sin(4000*t):"
+      "c=5.1:s=48000:d=1\" -c:v mpeg4 -c:a flac OUT");
+  const struct {
+    const char* made;
+    const char* options;
+    const char* said;
+  } cases[] = {{"a.mp4", "", "aac,6,5.1"},
+               {"b.webm", "", "opus,6,5.1"},
+               {"c.mp4", "--channels 2", "aac,2,stereo"},
+               {"d.mp4", "--channels 6 --audio-bitrate 256k", "aac,6,5.1"}};
+  for (const auto& each : cases) {
+    const std::string made = file(each.made);
+    const CommandResult result = test::tavrel("transcode " + file("in.mkv") + " " + made + " " + each.options);
+    ASSERT_EQ(result.status, 0) << result.output;
+    const auto said =
+        test::probe("-select_streams a -show_entries stream=codec_name,channels,channel_layout -of csv=p=0 " + made);
+    EXPECT_EQ(said.at(0), each.said);
+    if (std::string(each.said).find("5.1") == std::string::npos) continue;
+    // Left, left behind and right behind, in decibels.
+    const auto level = [&](int channel) {
+      const std::string filter = "'pan=mono|c0=c" + std::to_string(channel) + ",volumedetect'";
+      const auto heard = test::shell("ffmpeg -hide_banner -i " + made + " -af " + filter + " -f null -").output;
+      return std::stod(heard.substr(heard.find("mean_volume: ") + 13));
+    };
+    EXPECT_NEAR(level(0), -23, 1.5);
+    EXPECT_LT(level(4), -50);
+    EXPECT_NEAR(level(5), -17, 1.5);
   }
 }
 

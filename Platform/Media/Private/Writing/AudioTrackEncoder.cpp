@@ -68,9 +68,9 @@ Expected<AudioSettings> AudioSettings::parse(const Dictionary& settings) {
   }
   result.codec = *formatID == kAudioFormatOpus ? AV_CODEC_ID_OPUS : AV_CODEC_ID_AAC;
   const double channels = numberFor(settings, kAudioNumberOfChannelsKey).value_or(1);
-  if (channels != 1 && channels != 2) {
+  if (channels != 1 && channels != 2 && channels != 6) {
     return failure(MediaErrorCode::invalidSettings,
-                   fmt::format("{} is {}: it must be 1 or 2", kAudioNumberOfChannelsKey, channels));
+                   fmt::format("{} is {}: it must be 1, 2 or 6", kAudioNumberOfChannelsKey, channels));
   }
   result.channelCount = static_cast<int>(channels);
   if (auto layout = checkLayout(settings, result.channelCount); !layout) return tl::unexpected(layout.error());

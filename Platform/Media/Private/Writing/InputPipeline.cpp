@@ -35,6 +35,8 @@ constexpr std::int32_t kCoarsestTimescale = 600;
 constexpr double kLongestSilence = 3600;
 // What an audio decoder needs before its first sample, at most.
 constexpr double kLongestPriming = 0.1;
+// From a keyframe to the first picture that is shown, at most.
+constexpr double kLongestLeadIn = 60;
 constexpr double kLatestTime = 1e9;
 
 std::int32_t automaticTimescale(std::int32_t timescale) {
@@ -217,10 +219,10 @@ bool InputPipeline::enqueue(TrackSample sample, MediaTime presentationTime) {
   if (!isReadyLocked() || !sessionStart_ || !presentationTime.isNumeric()) return false;
   const MediaTime movieTime = presentationTime - *sessionStart_;
   if (!movieTime.isNumeric() || std::abs(movieTime.seconds()) > kLatestTime) return false;
-  // Sound that reaches into the session is cut by the encoder; stored sound just before it prepares the decoder.
-  const bool isCutLater =
-      sample.sound ||
-      (sample.packet && (settings_ || (mediaType_ == MediaType::audio && movieTime.seconds() > -kLongestPriming)));
+  // Sound that reaches into the session is cut by the encoder; what is stored just before it prepares the decoder.
+  const double longest = mediaType_ == MediaType::audio ? kLongestPriming : kLongestLeadIn;
+  const bool isTold = mediaType_ == MediaType::audio || output_.queue->file().container().isQuickTimeFamily();
+  const bool isCutLater = sample.sound || (sample.packet && (settings_ || (isTold && movieTime.seconds() > -longest)));
   if (movieTime < MediaTime::zero() && !isCutLater) return true;
   // The sample's own timescale, not the one that the subtraction brought in, chooses the track's.
   if (timescale_ == 0) timescale_ = automaticTimescale(presentationTime.timescale);

@@ -11,6 +11,7 @@
 
 #include "Platform/Media/AssetWriter.h"
 #include "Platform/Media/MediaError.h"
+#include "Platform/Media/Private/Writing/MatroskaRotation.h"
 
 namespace tavrel {
 namespace {
@@ -63,17 +64,21 @@ bool MovieContainer::canStore(AVCodecID codec, bool hasHeader) const {
   // Windows Media's packets are of no use without sizes that not every container tells.
   constexpr std::array kIncomplete = {AV_CODEC_ID_WMAV1, AV_CODEC_ID_WMAV2, AV_CODEC_ID_WMAPRO,
                                       AV_CODEC_ID_WMALOSSLESS};
-  // The muxer says no only when it is too late, wants packets before it writes the header, or takes them for another
-  // layer of MPEG audio.
-  constexpr std::array kFragile = {AV_CODEC_ID_FLAC, AV_CODEC_ID_TRUEHD, AV_CODEC_ID_EAC3, AV_CODEC_ID_MP2};
+  // The muxer says no only when it is too late.
+  constexpr std::array kFragile = {AV_CODEC_ID_FLAC, AV_CODEC_ID_TRUEHD};
   const bool isQuickTime = format_->name == std::string_view("mov");
   if (isOneOf(kIncomplete) || (isQuickTimeFamily() && isOneOf(kFragile))) return false;
-  if (codec == AV_CODEC_ID_OPUS && isQuickTime) return false;
-  if (codec == AV_CODEC_ID_AC3 && isQuickTimeFamily() && !isQuickTime) return false;
+  constexpr std::array kOfMPEG4 = {AV_CODEC_ID_OPUS, AV_CODEC_ID_EAC3, AV_CODEC_ID_MP2};
+  if (isQuickTime && isOneOf(kOfMPEG4)) return false;
   // These carry in every packet what the header of such a file has to say, or not at all.
   constexpr std::array kNeedHeader = {AV_CODEC_ID_AAC, AV_CODEC_ID_VORBIS, AV_CODEC_ID_OPUS, AV_CODEC_ID_FLAC,
                                       AV_CODEC_ID_ALAC};
   return hasHeader || !isOneOf(kNeedHeader);
+}
+
+bool MovieContainer::needsPacketForHeader(AVCodecID codec) const {
+  const bool isMPEG4 = format_->name == std::string_view("mp4");
+  return isMPEG4 && (codec == AV_CODEC_ID_AC3 || codec == AV_CODEC_ID_EAC3);
 }
 
 int MovieContainer::open(AVIOContext* output, OutputFormat& context) const {
@@ -96,7 +101,9 @@ AVStream* MovieContainer::addStream(AVFormatContext& context, const TrackFormat&
   stream->time_base = format.timeBase;
   stream->avg_frame_rate = format.frameRate;
   stream->sample_aspect_ratio = format.parameters->sample_aspect_ratio;
-  addDisplayMatrix(stream, transform);
+  const auto roll = matroskaRoll(transform);
+  if (isQuickTimeFamily()) addDisplayMatrix(stream, transform);
+  if (!isQuickTimeFamily() && roll) addMatroskaRoll(*stream, *roll);
   return stream;
 }
 
@@ -127,12 +134,13 @@ std::vector<MetadataItem> MovieContainer::metadata(std::vector<MetadataItem> ite
 }
 
 CodecDictionary MovieContainer::muxerOptions(double fragmentSeconds, const std::vector<MetadataItem>& metadata,
-                                             int videoTimescale) const {
+                                             int videoTimescale, bool isHeaderDelayed) const {
   if (isQuickTimeFamily()) {
-    // Fragments begin at their samples' own times, so that no track needs an edit list, which would have to wait for
-    // its first packet.
-    auto options = quickTimeOptions("frag_custom+empty_moov+default_base_moof+frag_discont+negative_cts_offsets",
-                                    metadata, videoTimescale);
+    // Fragments begin at their samples' own times, so that the muxer makes no edit list, which would have to wait for
+    // a track's first packet.
+    std::string flags = "frag_custom+empty_moov+default_base_moof+frag_discont";
+    if (isHeaderDelayed) flags += "+delay_moov";
+    auto options = quickTimeOptions(std::move(flags), metadata, videoTimescale);
     AVDictionary* dictionary = options.release();
     av_dict_set(&dictionary, "use_editlist", "0", 0);
     return CodecDictionary(dictionary);

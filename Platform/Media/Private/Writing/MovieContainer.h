@@ -15,7 +15,8 @@ namespace tavrel {
 struct TrackFormat {
   const AVCodecParameters* parameters = nullptr;
   AVRational timeBase{0, 1};
-  AVRational frameRate{0, 1};  ///< of pictures, on average; 0 when it is not known
+  AVRational frameRate{0, 1};   ///< of pictures, on average; 0 when it is not known
+  std::int64_t decodeLead = 0;  ///< how long before the movie's time 0 the first sample may be decoded, in `timeBase`
 };
 
 /// A type of movie file: what it can hold, and how libavformat is asked to write it. Immutable.
@@ -34,6 +35,9 @@ class MovieContainer {
   /// Whether packets of another movie can be stored; `hasHeader` if that says what a decoder has to know.
   bool canStore(AVCodecID codec, bool hasHeader) const;
 
+  /// Whether the header can be written only when the track has a packet, which says what the sound is.
+  bool needsPacketForHeader(AVCodecID codec) const;
+
   /// An empty file of this type, which is written to `output`. FFmpeg's error code when there is none.
   int open(AVIOContext* output, OutputFormat& context) const;
   /// Adds a track. nullptr when no memory is left.
@@ -41,8 +45,8 @@ class MovieContainer {
   /// What a file of this type says about itself beside `items`: the same by the names that its readers look for.
   std::vector<MetadataItem> metadata(std::vector<MetadataItem> items) const;
   /// `videoTimescale` is 0 without pictures.
-  CodecDictionary muxerOptions(double fragmentSeconds, const std::vector<MetadataItem>& metadata,
-                               int videoTimescale) const;
+  CodecDictionary muxerOptions(double fragmentSeconds, const std::vector<MetadataItem>& metadata, int videoTimescale,
+                               bool isHeaderDelayed) const;
   /// Of the muxer that makes the index of a regular movie.
   CodecDictionary indexOptions(const std::vector<MetadataItem>& metadata, int videoTimescale) const;
 

@@ -17,11 +17,13 @@ constexpr std::int64_t kMostWaitingBytes = std::int64_t{32} << 20;
 constexpr std::int64_t kLongestDuration = std::numeric_limits<std::int32_t>::max() / 2;
 
 // The rest of a fragment's time is for what is still on its way to the file.
-constexpr double kFragmentShare = 0.75;
+constexpr double kFragmentShare = 0.6;
 constexpr double kMostIndexRoom = 1e6;
 
-std::int64_t nominalDuration(MediaType mediaType, AVRational base) {
-  return std::max<std::int64_t>(1, av_rescale_q(1, AVRational{1, mediaType == MediaType::video ? 30 : 50}, base));
+std::int64_t nominalDuration(const MovieMuxer::Stream& track) {
+  const AVRational usual{track.mediaType == MediaType::video ? 30 : 50, 1};
+  const AVRational rate = track.frameRate.num > 0 ? track.frameRate : usual;
+  return std::max<std::int64_t>(1, av_rescale_q(1, av_inv_q(rate), track.timeBase));
 }
 
 }  // namespace
@@ -70,6 +72,7 @@ bool MovieFile::setFormat(int index, const TrackFormat& format, bool isFinal) {
   avcodec_parameters_copy(track.format.parameters.get(), format.parameters);
   track.format.timeBase = format.timeBase;
   track.format.frameRate = format.frameRate;
+  track.format.decodeLead = format.decodeLead;
   track.isFormatFinal = isFinal;
   return true;
 }
@@ -123,7 +126,7 @@ double MovieFile::fragmentSeconds() const {
 }
 
 Expected<void> MovieFile::flushFragment() {
-  if (!hasUnflushed_) return {};
+  if (!hasUnflushed_ || !muxer_.canFlush()) return {};
   if (auto flushed = noted(muxer_.flush()); !flushed) return flushed;
   MovieFileOutput& output = muxer_.output();
   if (auto safe = noted(settings_.appearsWhenComplete ? output.sync() : output.publish()); !safe) return safe;
@@ -152,7 +155,7 @@ Expected<void> MovieFile::mux(Track& track, Packet packet) {
   }
   if (track.queuedEnd && packet->dts - track.lastDts > kLongestDuration) muxer_.skipTo(*track.stream, packet->dts - 1);
   track.lastDts = packet->dts;
-  track.queuedEnd = track.secondsAt(packet->pts + packet->duration);
+  track.queuedEnd = std::max(track.queuedEnd.value_or(0), track.secondsAt(packet->pts + packet->duration));
   hasUnflushed_ = true;
   ++track.queuedSamples;
   if (auto written = noted(muxer_.write(*track.stream, std::move(packet))); !written) return written;
@@ -170,10 +173,10 @@ void MovieFile::release(Track& track, std::int64_t duration) {
   Packet packet = std::move(track.held);
   if (isHeaderWritten_ && !track.stream) return;
   if (duration <= 0 || duration > kLongestDuration) {
-    duration = nominalDuration(track.format.mediaType, track.format.timeBase);
+    duration = nominalDuration(track.format);
   }
   packet->duration = duration;
-  if (duration > 1) track.lastDuration = duration;
+  track.lastDuration = duration;
   waitingBytes_ += packet->size;
   track.waiting.push_back({std::move(packet), Clock::now()});
 }
@@ -214,10 +217,7 @@ void MovieFile::releaseHeld(bool isLast) {
     // What is held waits for its successor, whose time is its end: at the most a sample of each track is kept out of
     // the file. But some readers do not open a movie with a track that has none.
     if (!track.held || (!isLast && track.queuedEnd)) continue;
-    // Not the last one: announce so little that the next packet, whenever it comes, comes later.
-    std::int64_t duration = 1;
-    if (isLast) duration = track.held->duration > 0 ? track.held->duration : track.lastDuration;
-    release(track, duration);
+    release(track, track.held->duration > 0 ? track.held->duration : track.lastDuration);
   }
 }
 

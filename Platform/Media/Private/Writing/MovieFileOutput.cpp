@@ -161,15 +161,15 @@ Expected<void> MovieFileOutput::hideNextBox() {
   return status();
 }
 
+Expected<std::vector<std::uint8_t>> MovieFileOutput::bytesAt(std::int64_t offset, std::size_t size) const {
+  std::vector<std::uint8_t> bytes(size);
+  if (::pread(descriptor_, bytes.data(), size, offset) == static_cast<ssize_t>(size)) return bytes;
+  return systemFailure(errno, path_, "read");
+}
+
 Expected<std::vector<std::uint8_t>> MovieFileOutput::boxAt(std::int64_t offset) const {
-  std::array<std::uint8_t, 4> size{};
-  const auto read = [&](std::span<std::uint8_t> bytes) {
-    return ::pread(descriptor_, bytes.data(), bytes.size(), offset) == static_cast<ssize_t>(bytes.size());
-  };
-  if (!read(size)) return systemFailure(errno, path_, "read");
-  std::vector<std::uint8_t> box(AV_RB32(size.data()));
-  if (!read(box)) return systemFailure(errno, path_, "read");
-  return box;
+  const auto size = bytesAt(offset, 4);
+  return size ? bytesAt(offset, AV_RB32(size->data())) : size;
 }
 
 Expected<void> MovieFileOutput::writeAt(std::int64_t offset, std::span<const std::uint8_t> bytes) {

@@ -40,6 +40,8 @@ class MovieFileOutput {
   std::int64_t position() const { return avio_tell(context_); }
   /// Leaves a hole up to `offset`.
   void skipTo(std::int64_t offset) { avio_seek(context_, offset, SEEK_SET); }
+  /// What is in the kernel's hands.
+  Expected<std::vector<std::uint8_t>> bytesAt(std::int64_t offset, std::size_t size) const;
   /// The box that begins at `offset` and is in the kernel's hands.
   Expected<std::vector<std::uint8_t>> boxAt(std::int64_t offset) const;
   /// The box that is about to be written is called `free` at first, so that nobody looks into a part of it.

@@ -4,9 +4,7 @@
 #include <cstring>
 #include <limits>
 
-extern "C" {
-#include <libavutil/intreadwrite.h>
-}
+#include "Platform/Media/Private/Writing/MovieBoxes.h"
 
 // libavformat makes a moov only of packets that it wrote itself. So a second muxer gets the same packets, and its bytes
 // go nowhere but the moov's; before each run of samples its output is moved to where they lie in the file, as the
@@ -21,20 +19,7 @@ constexpr int kBufferSize = 32 * 1024;
 constexpr std::int64_t kMoovPosition = std::int64_t{1} << 60;
 constexpr std::int64_t kLongestDuration = std::numeric_limits<std::int32_t>::max();
 
-constexpr std::size_t kHeaderSize = 8;
-
 using Bytes = std::span<const std::uint8_t>;
-
-/// Calls `visit` with the type and the content of each.
-template <typename Visit>
-void forEachBox(Bytes boxes, const Visit& visit) {
-  while (boxes.size() >= kHeaderSize) {
-    const std::size_t size = AV_RB32(boxes.data());
-    if (size < kHeaderSize || size > boxes.size()) return;
-    visit(AV_RB32(boxes.data() + 4), boxes.subspan(kHeaderSize, size - kHeaderSize));
-    boxes = boxes.subspan(size);
-  }
-}
 
 }  // namespace
 
@@ -92,7 +77,7 @@ void MovieIndex::add(const AVPacket& packet) {
 }
 
 void MovieIndex::place(Bytes description, std::int64_t start) {
-  forEachBox(description.subspan(kHeaderSize), [&](std::uint32_t type, Bytes content) {
+  forEachBox(description.subspan(kBoxHeaderSize), [&](std::uint32_t type, Bytes content) {
     if (type == MKBETAG('t', 'r', 'a', 'f')) placeTrack(content, start);
   });
   for (const auto& packets : fragment_) isUsable_ = isUsable_ && packets.empty();

@@ -11,6 +11,8 @@ extern "C" {
 
 #include "Platform/Media/MediaError.h"
 #include "Platform/Media/Private/FFmpegError.h"
+#include "Platform/Media/Private/Writing/MatroskaRotation.h"
+#include "Platform/Media/Private/Writing/MovieBoxes.h"
 
 namespace tavrel {
 namespace {
@@ -54,19 +56,53 @@ Expected<void> MovieMuxer::writeHeader(Options options, const std::vector<const 
   if (auto added = addStreams(*context_, streams); !added) return added;
   int videoTimescale = 0;
   for (const Stream* const stream : streams) {
-    mediaTypes_.push_back(stream->mediaType);
-    timeBases_.push_back(stream->timeBase);
+    timings_.push_back({stream->mediaType, stream->timeBase, stream->decodeLead, AV_NOPTS_VALUE});
     if (stream->mediaType == MediaType::video) videoTimescale = stream->timeBase.den;
+    if (container_.needsPacketForHeader(stream->parameters->codec_id)) tracksWithoutHeader_.insert(timings_.size() - 1);
   }
+  isHeaderDelayed_ = !tracksWithoutHeader_.empty();
   AVDictionary* dictionary =
-      container_.muxerOptions(options_.fragmentSeconds, options_.metadata, videoTimescale).release();
+      container_.muxerOptions(options_.fragmentSeconds, options_.metadata, videoTimescale, isHeaderDelayed_).release();
   const int result = avformat_write_header(context_.get(), &dictionary);
   av_dict_free(&dictionary);
   if (auto written = checked(result, "the movie's header cannot be written"); !written) return written;
-  if (container_.isQuickTimeFamily() && !options_.staysFragmented) {
+  for (std::size_t i = 0; i < timings_.size(); ++i) {
+    timings_[i].lead = av_rescale_q(timings_[i].lead, timings_[i].timeBase, context_->streams[i]->time_base);
+  }
+  if (!container_.isQuickTimeFamily()) {
+    const auto isTurned = [](const Stream* stream) { return matroskaRoll(stream->transform).has_value(); };
+    if (auto complete = output_->checkpoint(); !complete) return complete;
+    if (std::any_of(streams.begin(), streams.end(), isTurned))
+      headSize_ = static_cast<std::size_t>(output_->position());
+    return flattenTracks();
+  }
+  if (!options_.staysFragmented) {
     if (auto begun = beginIndex(streams, videoTimescale); !begun) return begun;
   }
-  return output_->checkpoint();
+  return isHeaderDelayed_ ? Expected<void>() : completeHeader();
+}
+
+Expected<void> MovieMuxer::writeEditLists() {
+  if (auto complete = output_->checkpoint(); !complete) return complete;
+  std::vector<std::int64_t> starts;
+  for (const Timing& timing : timings_) starts.push_back(timing.lead);
+  if (std::all_of(starts.begin(), starts.end(), [](std::int64_t start) { return start == 0; })) return {};
+  const auto fileType = output_->boxAt(0);
+  if (!fileType) return tl::unexpected(fileType.error());
+  const auto start = static_cast<std::int64_t>(fileType->size());
+  const auto moov = output_->boxAt(start);
+  if (!moov) return tl::unexpected(moov.error());
+  const auto listed = withEditLists(*moov, starts);
+  if (auto written = output_->writeAt(start, listed); !written) return written;
+  output_->skipTo(start + static_cast<std::int64_t>(listed.size()));
+  return {};
+}
+
+Expected<void> MovieMuxer::flattenTracks() {
+  if (headSize_ == 0) return {};
+  auto head = output_->bytesAt(0, headSize_);
+  if (!head) return tl::unexpected(head.error());
+  return flattenMatroskaTracks(*head) ? output_->writeAt(0, *head) : Expected<void>();
 }
 
 Expected<void> MovieMuxer::beginIndex(const std::vector<const Stream*>& streams, int videoTimescale) {
@@ -74,41 +110,56 @@ Expected<void> MovieMuxer::beginIndex(const std::vector<const Stream*>& streams,
   if (!index_->context()) return checked(AVERROR(ENOMEM), "the movie's index cannot be made");
   if (auto added = addStreams(*index_->context(), streams); !added) return added;
   index_->begin(container_.indexOptions(options_.metadata, videoTimescale));
+  return {};
+}
+
+Expected<void> MovieMuxer::completeHeader() {
+  if (auto listed = writeEditLists(); !listed || !index_) return listed ? output_->checkpoint() : listed;
   std::int64_t bytesPerSecond = 0;
-  for (const MediaType type : mediaTypes_) {
-    bytesPerSecond += type == MediaType::video ? kPictureIndexRate : kSoundIndexRate;
+  for (const Timing& timing : timings_) {
+    bytesPerSecond += timing.mediaType == MediaType::video ? kPictureIndexRate : kSoundIndexRate;
   }
   const auto tables = std::llround(options_.indexRoom * static_cast<double>(bytesPerSecond));
   if (auto complete = output_->checkpoint(); !complete) return complete;
   auto regular = RegularMovie::reserve(*output_, tables > 0 ? tables + kIndexHeadSize : 0);
   if (!regular) return tl::unexpected(regular.error());
   regular_ = *regular;
-  return {};
+  return output_->checkpoint();
 }
 
 Expected<void> MovieMuxer::write(std::size_t stream, Packet packet) {
-  const bool isBeforeStart = isPriming(mediaTypes_[stream], *packet);
+  Timing& timing = timings_[stream];
+  const bool isBeforeStart = isPriming(timing.mediaType, *packet);
   packet->stream_index = static_cast<int>(stream);
   const AVCodecParameters& parameters = *context_->streams[stream]->codecpar;
   // Of Opus, Matroska's header says what is not heard (FFmpeg 5.1 does not say it of AAC); all its times are later by
   // as much.
   const bool isDelayTold = !container_.isQuickTimeFamily() && parameters.codec_id == AV_CODEC_ID_OPUS;
   if (isDelayTold) {
-    const std::int64_t delay =
-        av_rescale_q(parameters.initial_padding, {1, parameters.sample_rate}, timeBases_[stream]);
+    const std::int64_t delay = av_rescale_q(parameters.initial_padding, {1, parameters.sample_rate}, timing.timeBase);
     packet->pts += delay;
     packet->dts += delay;
   }
-  av_packet_rescale_ts(packet.get(), timeBases_[stream], context_->streams[stream]->time_base);
+  av_packet_rescale_ts(packet.get(), timing.timeBase, context_->streams[stream]->time_base);
   if (isBeforeStart && !isDelayTold) return writePriming(*packet);
+  tracksWithoutHeader_.erase(stream);
   if (stream == 0) setInterleaving(true);
   if (index_) index_->add(*packet);
+  if (container_.isQuickTimeFamily()) {
+    // A time before the track's own 0 cannot be said. A track lasts from the first sample's decoding on.
+    const bool isFirst = timing.lastDecodeTime == AV_NOPTS_VALUE;
+    const std::int64_t earliest = isFirst ? 0 : timing.lastDecodeTime + 1;
+    const std::int64_t decodeTime = isFirst ? packet->pts : packet->dts + timing.lead;
+    packet->pts += timing.lead;
+    packet->dts = timing.lastDecodeTime = std::max(decodeTime, earliest);
+    packet->pts = std::max(packet->pts, packet->dts);
+  }
   return checked(av_write_frame(context_.get(), packet.get()), "a packet cannot be written to the movie");
 }
 
 Expected<void> MovieMuxer::writePriming(const AVPacket& packet) {
   // In fragments many readers would play everything later by as much. Without it the first 20 ms fade in.
-  if (!index_) return {};
+  if (!index_ || isHeaderDelayed_) return {};
   AVIOContext* const output = output_->context();
   avio_wb32(output, static_cast<unsigned>(packet.size) + 8);
   avio_write(output, reinterpret_cast<const unsigned char*>("mdat"), 4);
@@ -131,12 +182,19 @@ void MovieMuxer::skipTo(std::size_t stream, std::int64_t dts) {
   const Packet empty(av_packet_alloc());
   empty->stream_index = static_cast<int>(stream);
   empty->dts = empty->pts = dts;
-  av_packet_rescale_ts(empty.get(), timeBases_[stream], context_->streams[stream]->time_base);
+  av_packet_rescale_ts(empty.get(), timings_[stream].timeBase, context_->streams[stream]->time_base);
+  empty->dts = empty->pts += timings_[stream].lead;
   av_write_frame(context_.get(), empty.get());
 }
 
 Expected<void> MovieMuxer::flush() {
   const bool hasBoxes = container_.isQuickTimeFamily();
+  if (std::exchange(isHeaderDelayed_, false)) {
+    const int written = av_write_frame(context_.get(), nullptr);
+    if (auto checkedHeader = checked(written, "the movie's header cannot be written"); !checkedHeader)
+      return checkedHeader;
+    if (auto complete = completeHeader(); !complete) return complete;
+  }
   if (hasBoxes) {
     if (auto ready = output_->hideNextBox(); !ready) return ready;
   }
@@ -160,7 +218,8 @@ Expected<void> MovieMuxer::finish() {
   const auto moov = index_ ? index_->finish() : std::vector<std::uint8_t>();
   if (!moov.empty()) return regular_->complete(*output_, moov);
   if (auto ended = checked(av_write_trailer(context_.get()), "the movie cannot be completed"); !ended) return ended;
-  return output_->checkpoint();
+  if (auto complete = output_->checkpoint(); !complete) return complete;
+  return flattenTracks();  // the muxer has written them anew
 }
 
 }  // namespace tavrel

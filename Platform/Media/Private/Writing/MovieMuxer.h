@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string_view>
 #include <vector>
 
@@ -35,6 +36,7 @@ class MovieMuxer {
     CodecParameters parameters;
     AVRational timeBase{0, 1};
     AVRational frameRate{0, 1};
+    std::int64_t decodeLead = 0;
   };
 
   MovieMuxer(std::unique_ptr<MovieFileOutput> output, MovieContainer container);
@@ -47,6 +49,8 @@ class MovieMuxer {
   Expected<void> write(std::size_t stream, Packet packet);
   /// The stream's next packet comes after a pause that no duration can tell.
   void skipTo(std::size_t stream, std::int64_t dts);
+  /// Whether every track has had what the header must say; nothing can be flushed before.
+  bool canFlush() const { return tracksWithoutHeader_.empty(); }
   /// Completes a fragment of what was written since the last one, and hands it to the kernel.
   Expected<void> flush();
   /// Completes the file. No packets follow.
@@ -61,7 +65,12 @@ class MovieMuxer {
  private:
   Expected<void> checked(int result, const char* what) const;
   Expected<void> addStreams(AVFormatContext& context, const std::vector<const Stream*>& streams) const;
+  /// Tells the readers of fragments what was added to the times.
+  Expected<void> writeEditLists();
+  Expected<void> flattenTracks();
   Expected<void> beginIndex(const std::vector<const Stream*>& streams, int videoTimescale);
+  /// When the header is in the file.
+  Expected<void> completeHeader();
   Expected<void> writePriming(const AVPacket& packet);
   void setInterleaving(bool isOn);
 
@@ -69,9 +78,18 @@ class MovieMuxer {
   const MovieContainer container_;
   Options options_;
   OutputFormat context_;
-  std::vector<MediaType> mediaTypes_;  // by stream
-  std::vector<AVRational> timeBases_;  // by stream
-  std::optional<MovieIndex> index_;    // of a movie that becomes regular
+  struct Timing {
+    MediaType mediaType;
+    AVRational timeBase;  // of the packets that come
+    std::int64_t lead;    // in the muxer's time base: what fragments have added to all times
+    std::int64_t lastDecodeTime;
+  };
+
+  std::vector<Timing> timings_;                // by stream
+  std::set<std::size_t> tracksWithoutHeader_;  // until they have a packet
+  bool isHeaderDelayed_ = false;
+  std::size_t headSize_ = 0;         // of a file whose tracks must be flattened
+  std::optional<MovieIndex> index_;  // of a movie that becomes regular
   std::optional<RegularMovie> regular_;
 };
 

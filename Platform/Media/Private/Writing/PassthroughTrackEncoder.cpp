@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -62,8 +63,13 @@ Expected<void> PassthroughTrackEncoder::setPacketFormat(const TrackSample& sampl
     std::memcpy(parameters->extradata, header.data(), size);
     parameters->extradata_size = static_cast<int>(size);
   }
-  output_.setFormat(
-      {parameters.get(), timeBase_, format.storedCoding ? format.storedCoding->frameRate : AVRational{0, 1}}, true);
+  const MediaTime decodeTime = sample.decodeTime.isNumeric() ? sample.decodeTime : sample.presentationTime;
+  const bool isPicture = mediaType_ == MediaType::video;
+  output_.setFormat({.parameters = parameters.get(),
+                     .timeBase = timeBase_,
+                     .frameRate = format.storedCoding ? format.storedCoding->frameRate : AVRational{0, 1},
+                     .decodeLead = isPicture ? std::max<std::int64_t>(0, -unitsOf(decodeTime, timeBase_)) : 0},
+                    true);
   return {};
 }
 

@@ -123,12 +123,12 @@ void VideoEncoder::describe(AVCodecContext& context) const {
   context.color_trc = options_.colors.transfer;
   context.colorspace = options_.colors.matrix;
   context.color_range = AVCOL_RANGE_MPEG;
-  // A picture that is stored behind a later one needs an edit list to begin at its time, which a fragmented movie has
-  // not.
-  context.max_b_frames = 0;
+  // How many pictures are stored behind later ones is told before a track begins, which no device says reliably.
+  if (options_.isSuccessor || kind().device != EncoderDevice::processor) context.max_b_frames = 0;
   constexpr double kKeyFrameSeconds = 4;
-  const auto fewest = static_cast<int>(std::lround(kKeyFrameSeconds * av_q2d(options_.frameRate)));
-  context.gop_size = settings.maxKeyFrameInterval.value_or(std::max(1, fewest));
+  constexpr int kFewestFrames = 100;
+  const auto usual = static_cast<int>(std::lround(kKeyFrameSeconds * av_q2d(options_.frameRate)));
+  context.gop_size = settings.maxKeyFrameInterval.value_or(std::max(kFewestFrames, usual));
   context.bit_rate = settings.averageBitRate.value_or(0);
   if (!options_.isSuccessor) context.flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
   if (settings.codec == AV_CODEC_ID_HEVC) context.codec_tag = MKTAG('h', 'v', 'c', '1');
@@ -205,6 +205,11 @@ void VideoEncoder::keepHeaders(const AVPacket& packet) {
   std::size_t size = 0;
   const std::uint8_t* const headers = av_packet_get_side_data(copy.get(), AV_PKT_DATA_NEW_EXTRADATA, &size);
   if (headers) headers_.assign(headers, headers + size);
+}
+
+int VideoEncoder::liveDelay() const {
+  const int lookahead = reordering() == 0 ? 0 : liveLookahead(options_.frameRate);
+  return lookahead + std::max(1, context_->thread_count);
 }
 
 CodecParameters VideoEncoder::parameters() const {

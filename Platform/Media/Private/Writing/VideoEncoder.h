@@ -28,6 +28,10 @@ class VideoEncoder {
   const VideoEncoderOptions& options() const { return options_; }
   const VideoEncoderKind& kind() const { return *attempt_.kind; }
   CodecParameters parameters() const;
+  /// How many frames a picture may be stored behind later ones.
+  int reordering() const { return context_->has_b_frames; }
+  /// How many frames it keeps before it hands one on, in a live recording.
+  int liveDelay() const;
   /// A frame to fill, of the right size, format and colours; valid until the next call.
   Expected<AVFrame*> writableFrame();
   /// Encodes `writableFrame`'s picture at `time`, in units of the time base; hands on the packets that became ready.

@@ -1,19 +1,17 @@
 #include "Platform/Media/Private/Writing/VideoEncoderKind.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <filesystem>
-#include <system_error>
 #include <thread>
 
 namespace tavrel {
 namespace {
 
 constexpr const char* kNvidiaNode = "/dev/nvidia0";
-constexpr const char* kRenderNodes = "/dev/dri";
 
 // 12 is as good as it gets, 20 (the default) is hard to tell from the original, 44 is coarse.
 double quantizer(const VideoSettings& settings) { return 12 + (1 - settings.quality) * 32; }
@@ -57,7 +55,7 @@ void setX264Options(AVDictionary*& options, AVCodecContext& context, const Video
     // What is looked ahead, and each thread's frame, an end by force takes along: no more threads than keep up. One
     // encodes some 25 million pixels a second.
     context.thread_count = std::clamp(1 + static_cast<int>(std::ceil(pixelsASecond(wanted) / 25e6)), 2, 16);
-    parameters += ":rc-lookahead=5:sync-lookahead=0";
+    parameters += fmt::format(":rc-lookahead={}:sync-lookahead=0", liveLookahead(wanted.frameRate));
   }
   av_dict_set(&options, "x264-params", parameters.c_str(), 0);
 }
@@ -65,8 +63,8 @@ void setX264Options(AVDictionary*& options, AVCodecContext& context, const Video
 void setX265Options(AVDictionary*& options, AVCodecContext& context, const VideoEncoderOptions& wanted) {
   setPreset(options, wanted, "ultrafast", "fast");
   setConstantQuality(options, context, wanted);
-  std::string parameters = "log-level=none:bframes=0";
-  if (wanted.isRealTime) parameters += ":rc-lookahead=5:frame-threads=2";
+  std::string parameters = "log-level=none";
+  if (wanted.isRealTime) parameters += fmt::format(":rc-lookahead={}:frame-threads=2", liveLookahead(wanted.frameRate));
   av_dict_set(&options, "x265-params", parameters.c_str(), 0);
 }
 
@@ -129,24 +127,33 @@ constexpr std::array<VideoEncoderKind, 12> kKinds{{
     {"libvpx-vp9", AV_CODEC_ID_VP9, EncoderDevice::processor, setVpxOptions},
 }};
 
-/// The entries of a folder of devices that begin so, in order.
-std::vector<std::string> nodesOf(const std::string& folder, const std::string& beginning) {
+/// The nodes of this name, numbered from `first` on, that can be used.
+std::vector<std::string> nodesOf(const char* name, int first) {
+  constexpr int kMostNodes = 64;
   std::vector<std::string> nodes;
-  std::error_code isMissing;
-  for (const auto& entry : std::filesystem::directory_iterator(folder, isMissing)) {
-    if (entry.path().filename().string().starts_with(beginning)) nodes.push_back(entry.path().string());
+  for (int number = first; number < first + kMostNodes; ++number) {
+    std::string node = name + std::to_string(number);
+    if (::access(node.c_str(), R_OK | W_OK) == 0) nodes.push_back(std::move(node));
   }
-  std::sort(nodes.begin(), nodes.end());
   return nodes;
 }
 
+std::vector<std::string> renderNodes() { return nodesOf("/dev/dri/renderD", 128); }
+
 }  // namespace
+
+int liveLookahead(AVRational frameRate) {
+  constexpr double kSeconds = 0.3;
+  constexpr int kFewest = 4;  // a row of pictures that are stored behind a later one, and that one
+  constexpr int kMost = 12;   // more makes files no smaller
+  return std::clamp(static_cast<int>(std::lround(kSeconds * av_q2d(frameRate))), kFewest, kMost);
+}
 
 bool VideoEncoderKind::isPresent() const {
   if (!avcodec_find_encoder_by_name(name)) return false;
   if (device == EncoderDevice::nvidia) return ::access(kNvidiaNode, R_OK | W_OK) == 0;
-  if (device == EncoderDevice::vaapi) return !nodesOf(kRenderNodes, "renderD").empty();
-  return device != EncoderDevice::v4l2 || !nodesOf("/dev", "video").empty();
+  if (device == EncoderDevice::vaapi) return !renderNodes().empty();
+  return device != EncoderDevice::v4l2 || !nodesOf("/dev/video", 0).empty();
 }
 
 std::span<const VideoEncoderKind> VideoEncoderKind::all() { return kKinds; }
@@ -160,8 +167,7 @@ std::vector<VideoEncoderAttempt> videoEncoderAttempts(const VideoSettings& setti
       attempts.push_back({&kind, {}});
       continue;
     }
-    const auto nodes = settings.encoderNode.empty() ? nodesOf(kRenderNodes, "renderD")
-                                                    : std::vector<std::string>{settings.encoderNode};
+    const auto nodes = settings.encoderNode.empty() ? renderNodes() : std::vector<std::string>{settings.encoderNode};
     for (const std::string& node : nodes) {
       for (const bool hasCap : {true, false}) {
         for (const bool isLowPower : {false, true}) attempts.push_back({&kind, node, isLowPower, hasCap});

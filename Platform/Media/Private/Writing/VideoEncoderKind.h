@@ -21,6 +21,10 @@ struct VideoEncoderOptions {
   bool isSuccessor = false;
 };
 
+/// How many frames a live recording's encoder looks ahead: what an end by force takes along is a small part of a
+/// second.
+int liveLookahead(AVRational frameRate);
+
 /// What an encoder of libavcodec runs on.
 enum class EncoderDevice { processor, nvidia, vaapi, v4l2 };
 

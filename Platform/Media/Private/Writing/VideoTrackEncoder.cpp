@@ -14,8 +14,7 @@ namespace {
 // Of a track whose header had to be written before its first picture: a multiple of the common frame rates' timescales.
 constexpr std::int32_t kFallbackTimescale = 720'000;
 constexpr double kUsualFrameRate = 30;
-// Frames that a live recording's encoder holds.
-constexpr double kLiveDelay = 8;
+constexpr int kLongestGap = 60;  // seconds
 
 /// 29.97 and the like as the standards have them.
 AVRational rational(double framesPerSecond) {
@@ -49,7 +48,7 @@ Expected<void> VideoTrackEncoder::open(TrackOutput output, bool isRealTime) {
   if (!encoder) return tl::unexpected(encoder.error());
   encoder_.emplace(std::move(*encoder));
   setFormat(*encoder_, false);
-  if (isRealTime) output_.queue->file().setEncoderDelay(kLiveDelay / av_q2d(options.frameRate));
+  if (isRealTime) output_.queue->file().setEncoderDelay(encoder_->liveDelay() / av_q2d(options.frameRate));
   return {};
 }
 
@@ -57,8 +56,9 @@ bool VideoTrackEncoder::setFormat(const VideoEncoder& encoder, bool isFinal) con
   const VideoEncoderOptions& options = encoder.options();
   const bool isRateKnown = isFinal || settings_.frameRate;
   const CodecParameters parameters = encoder.parameters();
-  return output_.setFormat({parameters.get(), options.timeBase, isRateKnown ? options.frameRate : AVRational{0, 1}},
-                           isFinal);
+  const std::int64_t lead = av_rescale_q(encoder.reordering(), av_inv_q(options.frameRate), options.timeBase);
+  return output_.setFormat(
+      {parameters.get(), options.timeBase, isRateKnown ? options.frameRate : AVRational{0, 1}, lead}, isFinal);
 }
 
 Expected<void> VideoTrackEncoder::adopt(const TrackSample& first, double framesPerSecond, bool isFinal) {
@@ -106,6 +106,11 @@ Expected<void> VideoTrackEncoder::encode(const TrackSample& sample) {
 
 Expected<void> VideoTrackEncoder::encodePicture(const TrackSample& sample) {
   const std::int64_t time = unitsOf(MediaTime::make(sample.timeUnits, sample.timescale), encoder_->options().timeBase);
+  const AVRational base = encoder_->options().timeBase;
+  const bool isLater = lastTime_ >= 0 && av_compare_ts(time - lastTime_, base, kLongestGap, {1, 1}) > 0;
+  if (isLater && encoder_->reordering() > 0) {
+    if (auto begun = beginAnew(); !begun) return begun;
+  }
   // Two times may meet in a fallback timescale that is coarser than theirs.
   lastTime_ = std::max(time, lastTime_ + 1);
   const auto attempt = [&]() -> Expected<void> {
@@ -118,6 +123,14 @@ Expected<void> VideoTrackEncoder::encodePicture(const TrackSample& sample) {
   if (encoded) return encoded;
   if (auto replaced = replaceEncoder(encoded.error()); !replaced) return replaced;
   return attempt();
+}
+
+Expected<void> VideoTrackEncoder::beginAnew() {
+  if (auto finished = encoder_->finish(packetHandler()); !finished) return finished;
+  auto encoder = VideoEncoder::open(encoder_->options());
+  if (!encoder) return tl::unexpected(encoder.error());
+  encoder_.emplace(std::move(*encoder));
+  return {};
 }
 
 Expected<void> VideoTrackEncoder::replaceEncoder(const Error& failure) {

@@ -24,6 +24,8 @@ class VideoTrackEncoder final : public TrackEncoder {
   Expected<void> adopt(const TrackSample& first, double framesPerSecond, bool isFinal);
   bool setFormat(const VideoEncoder& encoder, bool isFinal) const;
   Expected<void> encodePicture(const TrackSample& sample);
+  /// Empties the encoder before a long gap in the times: a picture is stored behind others by a short time only.
+  Expected<void> beginAnew();
   /// Goes on in software when a device has failed.
   Expected<void> replaceEncoder(const Error& failure);
   VideoEncoder::PacketHandler packetHandler();
