@@ -23,6 +23,7 @@
 #include "Effects/TavrelImageStickerCaptureEffect.h"
 #include "Effects/TavrelLUTFilterCaptureEffect.h"
 #include "Effects/TavrelObject.h"
+#include "GPUImage/Destinations/TavrelGPUImageCameraOutput.h"
 #include "GPUImage/Destinations/TavrelGPUImageFillMode.h"
 #include "GPUImage/Destinations/TavrelGPUImageMovieWriter.h"
 #include "GPUImage/Destinations/TavrelGPUImageView.h"

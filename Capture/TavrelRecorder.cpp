@@ -7,9 +7,11 @@
 #include <utility>
 
 #include "Capture/Audio/TavrelMicrophone.h"
+#include "Capture/Private/FittedDestination.h"
 #include "Capture/Private/RecordedMovie.h"
 #include "Capture/Video/TavrelCamera.h"
 #include "Effects/TavrelCaptureEffectChain.h"
+#include "GPUImage/Destinations/TavrelGPUImageCameraOutput.h"
 #include "GPUImage/Destinations/TavrelGPUImageView.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Capture/CaptureDevice.h"
@@ -39,6 +41,15 @@ TavrelRecorderConfiguration finite(TavrelRecorderConfiguration wanted) {
   return wanted;
 }
 
+/// A camera for other programs, and the way there.
+struct CameraOutputPath {
+  explicit CameraOutputPath(std::shared_ptr<TavrelGPUImageCameraOutput> target)
+      : output(std::move(target)), destination(output, output->maximumOutputSize()) {}
+
+  const std::shared_ptr<TavrelGPUImageCameraOutput> output;
+  FittedDestination destination;
+};
+
 }  // namespace
 
 struct TavrelRecorder::Implementation : TavrelCameraDelegate,
@@ -57,6 +68,7 @@ struct TavrelRecorder::Implementation : TavrelCameraDelegate,
   void startMicrophone(StartCompletion completion);
   void startCamera(StartCompletion completion);
   void report(TavrelRecorderEvent event);
+  void setPaused(bool isPaused);
   /// The movie that was being written; nothing more goes into it once the video-processing queue has come this far.
   std::shared_ptr<RecordedMovie> takeMovie();
 
@@ -79,6 +91,7 @@ struct TavrelRecorder::Implementation : TavrelCameraDelegate,
   std::mutex startMutex;
   mutable std::mutex mutex;  // guards what follows
   std::shared_ptr<RecordedMovie> movie;
+  std::shared_ptr<CameraOutputPath> cameraOutput;
   EventHandler eventHandler;
   std::shared_ptr<const FrameHandler> frameHandler;
 };
@@ -167,10 +180,17 @@ void TavrelRecorder::Implementation::startCamera(StartCompletion completion) {
 void TavrelRecorder::Implementation::didGetProcessedFramebuffer(
     TavrelCamera&, const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer, const SampleTiming& timing) {
   const MediaTime time = timing.presentationTimeStamp;
+  if (!time.isNumeric()) return;  // a snapshot has no time
+  // Behind the movie's frame handler, which may pause both.
+  const auto deliverToCameraOutput = [&] {
+    const auto path = read(cameraOutput);
+    if (path && path->output->enabled()) path->destination.deliver(framebuffer, time);
+  };
   const auto current = read(movie);
-  if (!current || !time.isNumeric()) return;  // a snapshot has no time
+  if (!current) return deliverToCameraOutput();
   const double seconds = current->secondsUntil(time);
   if (const auto handler = read(frameHandler)) (*handler)(seconds);
+  deliverToCameraOutput();
   current->append(framebuffer, time);
 }
 
@@ -264,17 +284,25 @@ void TavrelRecorder::cancelWriting() {
 
 bool TavrelRecorder::isWriting() const { return implementation_->read(implementation_->movie) != nullptr; }
 
-void TavrelRecorder::pause() {
-  if (const auto movie = implementation_->read(implementation_->movie)) movie->setPaused(true);
+void TavrelRecorder::setCameraOutput(std::shared_ptr<TavrelGPUImageCameraOutput> output) {
+  auto path = output ? std::make_shared<CameraOutputPath>(std::move(output)) : nullptr;
+  const std::lock_guard lock(implementation_->mutex);
+  implementation_->cameraOutput.swap(path);
 }
 
-void TavrelRecorder::resume() {
-  if (const auto movie = implementation_->read(implementation_->movie)) movie->setPaused(false);
+void TavrelRecorder::pause() { implementation_->setPaused(true); }
+
+void TavrelRecorder::resume() { implementation_->setPaused(false); }
+
+void TavrelRecorder::Implementation::setPaused(bool isPaused) {
+  if (const auto current = read(movie)) current->setPaused(isPaused);
+  if (const auto path = read(cameraOutput)) path->output->setPaused(isPaused);
 }
 
 bool TavrelRecorder::isPaused() const {
   const auto movie = implementation_->read(implementation_->movie);
-  return movie && movie->isPaused();
+  const auto path = implementation_->read(implementation_->cameraOutput);
+  return movie ? movie->isPaused() : path && path->output->isPaused();
 }
 
 void TavrelRecorder::snapshotWithCompletion(SnapshotCompletion completion) {

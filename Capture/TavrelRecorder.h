@@ -15,6 +15,7 @@ namespace tavrel {
 
 class Image;
 class TavrelCamera;
+class TavrelGPUImageCameraOutput;
 class TavrelGPUImageView;
 class TavrelMicrophone;
 
@@ -48,6 +49,7 @@ struct TavrelRecorderEvent {
 /// Records a camera and a microphone, through effects, into one movie file after another.
 ///
 ///     camera ▶ effects ┬▶ previewView
+///                      ├▶ camera for other programs
 ///                      └▶ movie file
 ///     microphone ────────▶ movie file
 ///
@@ -101,7 +103,12 @@ class TAVREL_API TavrelRecorder {
   /// True from `startWriting` until the call that finishes or cancels.
   bool isWriting() const;
 
-  /// Leaves out frames and sound until `resume`; the movie continues without a gap. Has no effect unless writing.
+  /// Makes what is recorded a camera for other programs, too, whether or not a movie is being written; nullptr ends
+  /// that. Its size and rate are its own.
+  void setCameraOutput(std::shared_ptr<TavrelGPUImageCameraOutput> output);
+
+  /// Leaves out frames and sound until `resume`; the movie continues without a gap, and a camera output shows its last
+  /// picture. Has no effect on a movie started later.
   void pause();
   void resume();
   bool isPaused() const;

@@ -1,29 +1,15 @@
 #include "Capture/Private/RecordedMovie.h"
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 #include <utility>
 
-#include "GPUImage/TavrelGPUImageFramebuffer.h"
-#include "GPUImage/TavrelGPUImageOutput.h"
 #include "Platform/Foundation/Finite.h"
 #include "Platform/Media/MediaSettings.h"
 #include "Platform/Media/SampleBuffer.h"
 
 namespace tavrel {
 namespace {
-
-bool haveSameProportions(Size first, Size second) {
-  return std::abs(first.width * second.height - second.width * first.height) < 0.01 * first.width * second.height;
-}
-
-void deliver(TavrelGPUImageInput& input, const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer,
-             MediaTime time) {
-  input.setInputFramebuffer(framebuffer, 0);
-  input.setInputSize(framebuffer->size(), 0);
-  TavrelGPUImageOutput::sendFrame(input, time, 0);
-}
 
 double durationLimit(const TavrelRecordingOptions& options) {
   constexpr double kNone = std::numeric_limits<double>::infinity();
@@ -80,9 +66,9 @@ RecordedMovie::RecordedMovie(const std::filesystem::path& file, const TavrelReco
       lossesBefore_(lossesBefore),
       handler_(std::move(handler)),
       writer_(std::make_shared<TavrelGPUImageMovieWriter>(file, size_, fileType,
-                                                          outputSettings(options, configuration, fileType))) {
+                                                          outputSettings(options, configuration, fileType))),
+      destination_(writer_, size_) {
   if (const auto& assetWriter = writer_->assetWriter()) assetWriter->setStaysFragmented(options.staysFragmented);
-  crop_->addTarget(writer_);
 }
 
 double RecordedMovie::secondsUntil(MediaTime time) {
@@ -93,12 +79,7 @@ double RecordedMovie::secondsUntil(MediaTime time) {
 void RecordedMovie::append(const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer, MediaTime time) {
   lookForFailure();
   if (secondsUntil(time) > frameLimit_) return reportOnce(TavrelRecorderEvent::Kind::limitReached, isLimitReported_);
-  if (haveSameProportions(framebuffer->size(), size_)) return deliver(*writer_, framebuffer, time);
-  if (croppedSize_ != framebuffer->size()) {
-    croppedSize_ = framebuffer->size();
-    crop_->setCropRegion(TavrelGPUImageCropFilter::centredRegion(croppedSize_, size_));
-  }
-  deliver(*crop_, framebuffer, time);
+  destination_.deliver(framebuffer, time);
 }
 
 void RecordedMovie::append(const SampleBuffer& heard) {

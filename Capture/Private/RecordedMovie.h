@@ -4,10 +4,10 @@
 #include <functional>
 #include <memory>
 
+#include "Capture/Private/FittedDestination.h"
 #include "Capture/TavrelRecorder.h"
 #include "Capture/Video/TavrelCamera.h"
 #include "GPUImage/Destinations/TavrelGPUImageMovieWriter.h"
-#include "GPUImage/Filters/TavrelGPUImageCropFilter.h"
 
 namespace tavrel {
 
@@ -53,9 +53,7 @@ class RecordedMovie : public std::enable_shared_from_this<RecordedMovie> {
   const TavrelCameraStatistics lossesBefore_;
   const EventHandler handler_;
   const std::shared_ptr<TavrelGPUImageMovieWriter> writer_;
-  /// Brings frames of other proportions, which some effects make, to the movie's.
-  const std::shared_ptr<TavrelGPUImageCropFilter> crop_ = std::make_shared<TavrelGPUImageCropFilter>();
-  Size croppedSize_;
+  FittedDestination destination_;
   static constexpr double kNone = -1;
   std::atomic<double> firstFrameTime_ = kNone;  // in seconds
   std::atomic<bool> isLimitReported_ = false;

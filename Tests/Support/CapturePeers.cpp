@@ -20,6 +20,8 @@ PeerProcess::PeerProcess(const std::string& shellCommand) {
   _exit(127);
 }
 
+void PeerProcess::signal(int number) const { ::kill(-process_, number); }
+
 void PeerProcess::kill() {
   if (process_ <= 0) return;
   ::kill(-process_, SIGKILL);

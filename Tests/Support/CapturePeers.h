@@ -18,6 +18,8 @@ class PeerProcess {
   PeerProcess& operator=(const PeerProcess&) = delete;
   ~PeerProcess() { kill(); }
 
+  /// Sends the group a signal.
+  void signal(int number) const;
   /// Ends the group at once.
   void kill();
 

@@ -21,6 +21,8 @@ class Command {
   CLI::App* const command_;
 };
 
+/// `tavrel camera [--name NAME] [--to pipewire|/dev/videoN] [EFFECTS]`: is a camera for other programs.
+std::unique_ptr<Command> makeCameraCommand(CLI::App& app);
 /// `tavrel devices [--json]`: lists cameras and microphones.
 std::unique_ptr<Command> makeDevicesCommand(CLI::App& app);
 /// `tavrel filter INPUT OUTPUT [EFFECTS]`: applies effects to a picture.

@@ -3,6 +3,7 @@
 #include <ctime>
 #include <map>
 
+#include "CameraOutputOptions.h"
 #include "Command.h"
 #include "Diagnostics.h"
 #include "EffectOptions.h"
@@ -32,6 +33,7 @@ class PreviewCommand : public Command {
         effects_(*command_),
         devices_(*command_, "640x480"),
         encoding_(*command_, EncodingOptions::Copying::impossible),
+        cameraOutput_(CameraOutputOptions::besides(*command_)),
         diagnostics_(*command_) {}
 
   int run() override {
@@ -45,6 +47,8 @@ class PreviewCommand : public Command {
     if (!recorder) return fail("{}", recorder.error().description);
     recorder_ = std::move(*recorder);
     recorder_->setEventHandler(sayEvent);
+    const auto shown = cameraOutput_.attachTo(*recorder_, configuration.size, configuration.framesPerSecond);
+    if (!shown) return fail("{}", shown.error().description);
     const auto window = Window::create("tavrel preview", configuration.size);
     if (!window) return fail("a window is asked for and none can be had: {}", window.error().description);
     (*window)->setCloseHandler([] { RunLoop::main().stop(); });
@@ -105,6 +109,7 @@ class PreviewCommand : public Command {
   EffectOptions effects_;
   RecorderOptions devices_;
   EncodingOptions encoding_;
+  CameraOutputOptions cameraOutput_;
   Diagnostics diagnostics_;
   std::shared_ptr<TavrelRecorder> recorder_;
 };

@@ -1,5 +1,6 @@
 #include <optional>
 
+#include "CameraOutputOptions.h"
 #include "Command.h"
 #include "Diagnostics.h"
 #include "EffectOptions.h"
@@ -32,6 +33,7 @@ class RecordCommand : public Command {
         effects_(*command_),
         devices_(*command_, "1280x720"),
         encoding_(*command_, EncodingOptions::Copying::impossible),
+        cameraOutput_(CameraOutputOptions::besides(*command_)),
         diagnostics_(*command_) {
     command_->add_option("OUTPUT", options_.output, "The movie to write: .mov, .mp4, .mkv or .webm")->required();
     command_->add_option("--duration", options_.duration, "Stop after this time, pauses included; else on Ctrl-C")
@@ -61,7 +63,7 @@ class RecordCommand : public Command {
     // Before the effects: a window shows only what is drawn on the window system's own display. What keeps it from
     // opening is said by the recording.
     if (options_.hasPreview) (void)Application::shared().startUserInterface();
-    Recording recording(options_, devices_.configuration(effects_.makeChain()));
+    Recording recording(options_, devices_.configuration(effects_.makeChain()), cameraOutput_);
     return diagnostics_.measure(json_, [&] { return recording.run(json_, diagnostics_); });
   }
 
@@ -69,6 +71,7 @@ class RecordCommand : public Command {
   EffectOptions effects_;
   RecorderOptions devices_;
   EncodingOptions encoding_;
+  CameraOutputOptions cameraOutput_;
   Diagnostics diagnostics_;
   Recording::Options options_;
   bool isForced_ = false;

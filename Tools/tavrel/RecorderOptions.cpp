@@ -7,13 +7,18 @@
 
 namespace tavrel::tool {
 
-RecorderOptions::RecorderOptions(CLI::App& command, std::string defaultSize) : size_(std::move(defaultSize)) {
+RecorderOptions::RecorderOptions(CLI::App& command, std::string defaultSize, Sound sound)
+    : size_(std::move(defaultSize)) {
   command.add_option("--camera", camera_, "A name shown by `tavrel devices`, front, back or file:PATH")
       ->type_name("NAME")
       ->capture_default_str();
-  command.add_option("--microphone", microphone_, "A name shown by `tavrel devices`, default, file:PATH or none")
-      ->type_name("NAME")
-      ->capture_default_str();
+  if (sound == Sound::none) {
+    microphone_ = "none";
+  } else {
+    command.add_option("--microphone", microphone_, "A name shown by `tavrel devices`, default, file:PATH or none")
+        ->type_name("NAME")
+        ->capture_default_str();
+  }
   command.add_option("--size", size_, "Frame size in pixels")->type_name("WxH")->capture_default_str();
   command.add_option("--fps", framesPerSecond_, "Frames per second")->type_name("N")->capture_default_str();
 }

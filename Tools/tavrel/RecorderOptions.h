@@ -10,7 +10,9 @@ namespace tavrel::tool {
 /// `--camera`, `--microphone`, `--size` and `--fps` of a command.
 class RecorderOptions {
  public:
-  RecorderOptions(CLI::App& command, std::string defaultSize);
+  enum class Sound { possible, none };
+
+  RecorderOptions(CLI::App& command, std::string defaultSize, Sound sound = Sound::possible);
 
   /// Throws UsageError for invalid values.
   void check() const;

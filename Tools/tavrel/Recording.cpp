@@ -7,8 +7,9 @@
 
 namespace tavrel::tool {
 
-Recording::Recording(Options options, TavrelRecorderConfiguration configuration)
-    : options_(std::move(options)), configuration_(std::move(configuration)) {}
+Recording::Recording(Options options, TavrelRecorderConfiguration configuration,
+                     const CameraOutputOptions& cameraOutput)
+    : options_(std::move(options)), configuration_(std::move(configuration)), cameraOutput_(cameraOutput) {}
 
 int Recording::run(bool printJson, Diagnostics& diagnostics) {
   if (options_.hasPreview) {
@@ -30,6 +31,9 @@ int Recording::run(bool printJson, Diagnostics& diagnostics) {
     sayEvent(event);
     if (event.kind == Kind::limitReached || event.kind == Kind::writingBrokeOff) isOver_ = true;
   });
+
+  const auto shown = cameraOutput_.attachTo(*recorder_, configuration_.size, configuration_.framesPerSecond);
+  if (!shown) return fail("{}", shown.error().description);
 
   const Interruption interruption;
   const auto writing = recorder_->startWriting(options_.output, {.durationLimit = options_.duration,

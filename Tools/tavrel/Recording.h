@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "CameraOutputOptions.h"
 #include "Diagnostics.h"
 #include "Interruption.h"
 #include "Report.h"
@@ -30,7 +31,8 @@ class Recording {
     Dictionary audioSettings;
   };
 
-  Recording(Options options, TavrelRecorderConfiguration configuration);
+  /// `cameraOutput` must outlive this.
+  Recording(Options options, TavrelRecorderConfiguration configuration, const CameraOutputOptions& cameraOutput);
 
   /// Records until the duration is over, the user interrupts or the file cannot be written. Returns the exit status.
   int run(bool printJson, Diagnostics& diagnostics);
@@ -44,6 +46,7 @@ class Recording {
 
   const Options options_;
   const TavrelRecorderConfiguration configuration_;
+  const CameraOutputOptions& cameraOutput_;
   std::shared_ptr<TavrelRecorder> recorder_;
   std::shared_ptr<Window> window_;
   std::atomic<double> elapsed_ = 0;

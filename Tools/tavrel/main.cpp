@@ -32,9 +32,9 @@ int run(int argc, char** argv) {
   bool isVerbose = false;
   app.add_flag("--verbose", isVerbose, "Show the library's own messages");
   const std::unique_ptr<tavrel::tool::Command> commands[] = {
-      tavrel::tool::makeDevicesCommand(app), tavrel::tool::makeFilterCommand(app),
-      tavrel::tool::makePreviewCommand(app), tavrel::tool::makeRecordCommand(app),
-      tavrel::tool::makeTranscodeCommand(app)};
+      tavrel::tool::makeCameraCommand(app), tavrel::tool::makeDevicesCommand(app),
+      tavrel::tool::makeFilterCommand(app), tavrel::tool::makePreviewCommand(app),
+      tavrel::tool::makeRecordCommand(app), tavrel::tool::makeTranscodeCommand(app)};
   try {
     app.parse(argc, argv);
     chooseLibraryMessages(isVerbose);

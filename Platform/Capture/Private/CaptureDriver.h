@@ -55,6 +55,8 @@ struct CaptureDeviceDescription {
   bool isSystemDefault = false;
   /// Hears what the machine plays; never taken for a microphone unless somebody names it.
   bool isMonitor = false;
+  /// Shows what this very process makes; never taken for a camera unless somebody names it.
+  bool isOwnFeed = false;
   std::vector<std::shared_ptr<const CaptureDeviceFormat>> formats;  ///< at least one
 };
 

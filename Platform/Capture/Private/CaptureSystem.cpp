@@ -162,7 +162,8 @@ bool CaptureSystem::requestAccess(MediaType mediaType) {
 }
 
 CaptureDevicePosition CaptureSystem::positionFor(const CaptureDeviceDescription& description) const {
-  if (description.position != CaptureDevicePosition::unspecified || description.mediaType != MediaType::video) {
+  if (description.position != CaptureDevicePosition::unspecified || description.mediaType != MediaType::video ||
+      description.isOwnFeed) {
     return description.position;
   }
   const auto isTaken = [&](CaptureDevicePosition position) {

@@ -69,7 +69,7 @@ class CaptureSystem : private CaptureBackendObserver {
   std::shared_ptr<CaptureDevice> find(std::string_view uniqueID) const;
   static bool isListed(const CaptureDevice& device);
   static bool isDefault(const CaptureDevice& device);
-  static bool isMonitor(const CaptureDevice& device);
+  static bool isTakenOnlyByName(const CaptureDevice& device);
   static bool isFile(const CaptureDevice& device);
   void windUp();
 

@@ -16,9 +16,10 @@ constexpr std::string_view kFilePrefix = "file:";
 
 }  // namespace
 
-bool CaptureSystem::isMonitor(const CaptureDevice& device) {
+bool CaptureSystem::isTakenOnlyByName(const CaptureDevice& device) {
   const std::lock_guard lock(device.implementation_->mutex);
-  return device.implementation_->driver->description().isMonitor;
+  const CaptureDeviceDescription& description = device.implementation_->driver->description();
+  return description.isMonitor || description.isOwnFeed;
 }
 
 bool CaptureSystem::isFile(const CaptureDevice& device) { return device.uniqueID().starts_with(kFilePrefix); }
@@ -46,12 +47,12 @@ std::vector<std::shared_ptr<CaptureDevice>> CaptureSystem::devices(MediaType med
   for (const std::string& backend : ranking) {
     std::copy_if(devices_.begin(), devices_.end(), std::back_inserter(found), [&](const auto& device) {
       return device->mediaType() == mediaType && device->backendName() == backend && !isFile(*device) &&
-             !isMonitor(*device) && isListed(*device);
+             !isTakenOnlyByName(*device) && isListed(*device);
     });
     if (!found.empty()) break;
   }
   std::copy_if(devices_.begin(), devices_.end(), std::back_inserter(found), [&](const auto& device) {
-    return device->mediaType() == mediaType && isMonitor(*device) && isListed(*device);
+    return device->mediaType() == mediaType && isTakenOnlyByName(*device) && isListed(*device);
   });
   std::copy_if(devices_.begin(), devices_.end(), std::back_inserter(found), [&](const auto& device) {
     return device->mediaType() == mediaType && isFile(*device) && isListed(*device);
@@ -61,7 +62,7 @@ std::vector<std::shared_ptr<CaptureDevice>> CaptureSystem::devices(MediaType med
 
 std::shared_ptr<CaptureDevice> CaptureSystem::defaultDevice(MediaType mediaType) {
   auto all = devices(mediaType);
-  std::erase_if(all, [](const auto& device) { return isMonitor(*device); });
+  std::erase_if(all, [](const auto& device) { return isTakenOnlyByName(*device); });
   if (all.empty()) return nullptr;
   if (isFile(*all.back())) return all.back();
   const auto preferred = std::find_if(all.begin(), all.end(), [&](const auto& device) {

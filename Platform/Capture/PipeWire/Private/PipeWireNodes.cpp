@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <pipewire/keys.h>
 #include <spa/utils/json.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -44,6 +45,7 @@ CaptureDeviceDescription describePipeWireNode(const std::string& name, PipeWireN
   description.backendName = "pipewire";
   description.isMonitor = isMonitor;
   if (kind == PipeWireNodeKind::camera) {
+    description.isOwnFeed = valueOf(properties, kFeedProcessKey) == std::to_string(getpid());
     description.position = positionOf(properties);
     description.mountRotation = mountRotationOf(properties);
     description.formats = deviceFormatsOf(modes);

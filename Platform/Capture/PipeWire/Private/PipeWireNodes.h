@@ -12,6 +12,9 @@ namespace tavrel {
 /// What a node of the daemon is to us.
 enum class PipeWireNodeKind { none, camera, microphone, monitor };
 
+/// Property of the node that a feed of this library is: the number of its process.
+inline constexpr const char* kFeedProcessKey = "tavrel.process";
+
 /// By the node's media class, which may be nullptr.
 PipeWireNodeKind pipeWireNodeKindOf(const char* mediaClass);
 

@@ -15,8 +15,8 @@ namespace {
 namespace fs = std::filesystem;
 
 template <typename Call>
-int restarted(Call call) {
-  int result = -1;
+auto restarted(Call call) {
+  decltype(call()) result = -1;
   do {
     result = call();
   } while (result < 0 && errno == EINTR);
@@ -54,6 +54,9 @@ V4L2SystemCalls V4L2SystemCalls::real() {
     return ::mmap(nullptr, length, protection, flags, descriptor, offset);
   };
   calls.munmap = [](void* address, std::size_t length) { return ::munmap(address, length); };
+  calls.write = [](int descriptor, const void* bytes, std::size_t count) {
+    return restarted([&] { return ::write(descriptor, bytes, count); });
+  };
   calls.poll = [](pollfd* descriptors, nfds_t count, int milliseconds) {
     return restarted([&] { return ::poll(descriptors, count, milliseconds); });
   };

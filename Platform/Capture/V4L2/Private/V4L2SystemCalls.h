@@ -17,6 +17,7 @@ struct V4L2SystemCalls {
   std::function<int(int descriptor, unsigned long request, void* argument)> ioctl;
   std::function<void*(std::size_t length, int protection, int flags, int descriptor, off_t offset)> mmap;
   std::function<int(void* address, std::size_t length)> munmap;
+  std::function<ssize_t(int descriptor, const void* bytes, std::size_t count)> write;
   std::function<int(pollfd* descriptors, nfds_t count, int milliseconds)> poll;
   /// The serial number of the hardware behind a node, with its maker's and product's numbers; empty when it has none.
   std::function<std::string(const std::string& path)> serialNumber;

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "GPUImage/TavrelGPUImageInput.h"
+#include "Platform/Foundation/Error.h"
+
+namespace tavrel {
+
+/// Makes what comes out of a graph a camera for other programs.
+///
+///     without readers ⇄ read ⇄ paused (readers see the last picture)
+///            └── the service or the node fails ──▶ without readers ──▶ … (looked for every two seconds)
+///
+/// Readers get BGRA, NV12 or YUY2, as they ask for; Y Cb Cr is BT.601 of limited range, as webcams send it. Each frame
+/// is drawn to the configured size, with the input rotation applied, once for all readers and only if there is one, and
+/// goes out at once, at the configured rate at most. When the source stalls, the last picture is repeated at that rate.
+/// A reader that stops reading misses pictures and holds nobody up. What a new reader sees first is a new frame.
+///
+/// A PipeWire camera serves several readers, in the layout that the first one takes. A loopback node (v4l2loopback)
+/// takes the first layout that it can have, and does not tell who reads: it counts as read. Any thread; frames come on
+/// the video-processing queue, handlers are called on the main thread.
+class TAVREL_API TavrelGPUImageCameraOutput : public TavrelGPUImageInput {
+ public:
+  struct Configuration {
+    std::string name = "Tavrel";             ///< by which people choose the camera
+    std::string destination = "pipewire";    ///< or the path of a loopback node: "/dev/video9"
+    Size size = {1280, 720};                 ///< even numbers of pixels, 2 to 16384
+    double framesPerSecond = 30;             ///< 1 to 240
+    std::string layouts = "nv12,yuy2,bgra";  ///< what readers may have, best first; empty: the destination's usual
+  };
+  /// Fails with `CaptureErrorCode::invalidConfiguration`, and when there is no such service, node or GL context.
+  static Expected<std::shared_ptr<TavrelGPUImageCameraOutput>> create(const Configuration& configuration);
+
+  virtual bool hasReaders() const = 0;
+  /// Called when the first reader comes and the last one leaves, and at once if there is one.
+  virtual void setReadersHandler(std::function<void(bool hasReaders)> handler) = 0;
+  virtual void setFailureHandler(std::function<void(const Error& error)> handler) = 0;
+  virtual bool isPaused() const = 0;
+  virtual void setPaused(bool newValue) = 0;
+  /// Pictures that went out, repetitions included.
+  virtual std::uint64_t sentFrames() const = 0;
+};
+
+}  // namespace tavrel
