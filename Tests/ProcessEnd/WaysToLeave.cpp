@@ -232,15 +232,29 @@ void leaveAndUseTheGraphAfterwards() {
   leave();
 }
 
-/// A child has the graph's memory and none of its threads.
-void leaveInAForkedChild() {
-  const Graph graph;
-  for (int i = 0; i < 20; ++i) TavrelRunAsynchronouslyOnVideoProcessingQueue([&] { graph.picture->processImage(); });
+void leaveInAChild() {
   const pid_t child = fork();
   if (child == 0) leave();
   int status = 0;
   waitpid(child, &status, 0);
   _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
+}
+
+/// A child has the graph's memory and none of its threads.
+void leaveInAForkedChild() {
+  const Graph graph;
+  for (int i = 0; i < 20; ++i) TavrelRunAsynchronouslyOnVideoProcessingQueue([&] { graph.picture->processImage(); });
+  leaveInAChild();
+}
+
+/// Their threads could not join themselves, and of some not even the stack is left in the child.
+void leaveInAForkedChildOfQueuesThatEndedThemselves() {
+  for (int i = 0; i < 24; ++i) {
+    const auto queue = DispatchQueue::create("short");
+    queue->async([queue] {});
+  }
+  std::this_thread::sleep_for(50ms);
+  leaveInAChild();
 }
 
 /// Sleeping blocks cannot be stopped, and are no reason to stay.
@@ -275,6 +289,7 @@ constexpr WayToLeave kWays[] = {
     {"a logger", leaveInALogger},
     {"two threads at once", leaveOnTwoThreads},
     {"a forked child", leaveInAForkedChild},
+    {"a forked child, queues have ended themselves", leaveInAForkedChildOfQueuesThatEndedThemselves},
 };
 
 }  // namespace

@@ -84,7 +84,10 @@ void DispatchRuntime::renew() {
   for (const auto& weak : workers_) {
     if (const auto worker = weak.lock()) worker->renew();
   }
-  for (std::thread& thread : endingThreads_) thread.detach();
+  // Never joined, detached or destroyed: the threads are not there, and their descriptors may be gone with their
+  // stacks.
+  static auto* const abandoned = new std::vector<std::thread>;
+  std::ranges::move(endingThreads_, std::back_inserter(*abandoned));
   endingThreads_.clear();
   mutex_.unlock();
   mainFileDescriptor_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);  // the other one wakes the parent
