@@ -85,6 +85,8 @@ class TAVREL_API TavrelRecorder {
   /// Shows what is recorded, for the application to place. Main thread.
   const std::shared_ptr<TavrelGPUImageView>& previewView() const;
   void setEffects(std::vector<std::shared_ptr<TavrelCaptureEffect>> effects);
+  /// Shows what is recorded there, too, whether or not a movie is being written; nullptr ends that.
+  void setCameraOutput(std::shared_ptr<TavrelGPUImageCameraOutput> output);
 
   /// Starts the microphone, then the camera. `completion` is called once: without an error if both run, else with
   /// `cameraRefused`, `microphoneRefused` or the audio session's error, and neither runs.
@@ -103,12 +105,7 @@ class TAVREL_API TavrelRecorder {
   /// True from `startWriting` until the call that finishes or cancels.
   bool isWriting() const;
 
-  /// Makes what is recorded a camera for other programs, too, whether or not a movie is being written; nullptr ends
-  /// that. Its size and rate are its own.
-  void setCameraOutput(std::shared_ptr<TavrelGPUImageCameraOutput> output);
-
-  /// Leaves out frames and sound until `resume`; the movie continues without a gap, and a camera output shows its last
-  /// picture. Has no effect on a movie started later.
+  /// Until `resume`, a movie being written has no frames and sound, and no gap; a camera output shows its last picture.
   void pause();
   void resume();
   bool isPaused() const;

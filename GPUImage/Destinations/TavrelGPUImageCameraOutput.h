@@ -20,26 +20,24 @@ namespace tavrel {
 ///
 /// A PipeWire camera serves several readers, in the layout that the first one takes. A loopback node (v4l2loopback)
 /// takes the first layout that it can have, and does not tell who reads: it counts as read. Any thread; frames come on
-/// the video-processing queue, handlers are called on the main thread.
+/// the video-processing queue, handlers are called on the main thread: the readers' when the first one comes and the
+/// last one leaves, and at once if there is one. `sentFrames` counts repetitions, too. `create`
+/// fails with `CaptureErrorCode::invalidConfiguration`, and when there is no such service, node or GL context.
 class TAVREL_API TavrelGPUImageCameraOutput : public TavrelGPUImageInput {
  public:
   struct Configuration {
-    std::string name = "Tavrel";             ///< by which people choose the camera
-    std::string destination = "pipewire";    ///< or the path of a loopback node: "/dev/video9"
-    Size size = {1280, 720};                 ///< even numbers of pixels, 2 to 16384
-    double framesPerSecond = 30;             ///< 1 to 240
-    std::string layouts = "nv12,yuy2,bgra";  ///< what readers may have, best first; empty: the destination's usual
+    std::string name = "Tavrel";           ///< by which people choose the camera
+    std::string destination = "pipewire";  ///< or the path of a loopback node: "/dev/video9"
+    Size size = {1280, 720};               ///< even numbers of pixels, 2 to 16384
+    double framesPerSecond = 30;           ///< 1 to 240
+    std::string layouts = {};  ///< of "nv12,yuy2,bgra", what readers may have, best first; empty: all, the usual first
   };
-  /// Fails with `CaptureErrorCode::invalidConfiguration`, and when there is no such service, node or GL context.
   static Expected<std::shared_ptr<TavrelGPUImageCameraOutput>> create(const Configuration& configuration);
-
   virtual bool hasReaders() const = 0;
-  /// Called when the first reader comes and the last one leaves, and at once if there is one.
   virtual void setReadersHandler(std::function<void(bool hasReaders)> handler) = 0;
   virtual void setFailureHandler(std::function<void(const Error& error)> handler) = 0;
   virtual bool isPaused() const = 0;
   virtual void setPaused(bool newValue) = 0;
-  /// Pictures that went out, repetitions included.
   virtual std::uint64_t sentFrames() const = 0;
 };
 

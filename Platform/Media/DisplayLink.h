@@ -3,7 +3,6 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <mutex>
 
 #include "Platform/Dispatch/DispatchTimer.h"
 #include "Platform/Foundation/Export.h"
@@ -45,14 +44,8 @@ class TAVREL_API DisplayLink {
   explicit DisplayLink(Callback callback);
   void tick();
 
-  const Callback callback_;
-  std::weak_ptr<DisplayLink> self_;
-  mutable std::mutex mutex_;
-  std::unique_ptr<DispatchTimer> timer_;
-  bool isPaused_ = false;
-  bool isInvalidated_ = false;
-  double timestamp_ = 0;
-  double duration_ = 1.0 / 60;
+  struct State;
+  const std::unique_ptr<State> state_;
 };
 
 }  // namespace tavrel

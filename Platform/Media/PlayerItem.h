@@ -2,9 +2,7 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
-#include <vector>
 
 #include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Foundation/Dictionary.h"
@@ -52,11 +50,8 @@ class TAVREL_API PlayerItem {
 
  private:
   const std::shared_ptr<const Asset> asset_;
-  mutable std::mutex mutex_;
-  double rate_ = 0;
-  double anchorHostTime_ = 0;
-  double anchorItemTime_ = 0;
-  std::vector<std::shared_ptr<PlayerItemVideoOutput>> outputs_;
+  struct State;
+  const std::unique_ptr<State> state_;
 };
 
 /// Delivers the frames of a player item's first video track, some of them decoded ahead on its own thread. Any thread.
@@ -91,16 +86,8 @@ class TAVREL_API PlayerItemVideoOutput : public std::enable_shared_from_this<Pla
   void decodeStep(const std::shared_ptr<Decoding>& decoding);
   void noteNewPictures();
 
-  const Dictionary attributes_;
-  mutable std::mutex mutex_;
-  PlayerItem* item_ = nullptr;
-  std::shared_ptr<DispatchQueue> queue_;
-  std::shared_ptr<Decoding> decoding_;
-  std::vector<std::shared_ptr<SampleBuffer>> ahead_;  // in order of presentation
-  bool isStepPosted_ = false;
-  bool isNotificationWanted_ = false;
-  std::weak_ptr<PlayerItemOutputDelegate> delegate_;
-  std::shared_ptr<DispatchQueue> delegateQueue_;
+  struct State;
+  const std::unique_ptr<State> state_;
 };
 
 }  // namespace tavrel
