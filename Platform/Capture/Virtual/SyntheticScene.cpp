@@ -1,85 +1,55 @@
 #include "Platform/Capture/Virtual/SyntheticScene.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
+#include <deque>
+#include <memory>
+#include <mutex>
 #include <numbers>
 
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Virtual/Private/PixelBufferCanvas.h"
+#include "Platform/Capture/Virtual/Private/ScenePortrait.h"
 #include "Platform/Capture/Virtual/Private/SyntheticMarks.h"
 #include "Platform/Capture/Virtual/Private/VirtualOptics.h"
 
 namespace tavrel {
 namespace {
 
-using Rgb = std::array<double, 3>;
-
-/// Colours at the top left, what is added towards the right and towards the bottom, and the disc.
+/// The portrait's colours, and those of the ball that circles in front of it.
 struct Palette {
-  Rgb corner;
-  Rgb rightwards;
-  Rgb downwards;
-  Rgb disc;
+  PortraitColors portrait;
+  SceneRgb ball;
 };
 
-constexpr Palette kFront = {{96, 112, 168}, {56, 20, -40}, {-24, 30, 24}, {250, 214, 40}};
-constexpr Palette kBack = {{72, 132, 84}, {-20, 40, 64}, {60, -36, 20}, {224, 64, 176}};
-constexpr Rgb kSkin = {224, 172, 140};
+constexpr Palette kFront = {.portrait = {.wall = {78, 92, 150},
+                                         .rightwards = {52, 8, -16},
+                                         .downwards = {-18, -6, -14},
+                                         .hair = {74, 46, 34},
+                                         .iris = {92, 138, 112},
+                                         .cloth = {44, 104, 112}},
+                            .ball = {250, 206, 60}};
+constexpr Palette kBack = {.portrait = {.wall = {66, 118, 92},
+                                        .rightwards = {8, 10, 28},
+                                        .downwards = {20, -16, -6},
+                                        .hair = {44, 32, 30},
+                                        .iris = {118, 78, 46},
+                                        .cloth = {150, 58, 70}},
+                           .ball = {224, 64, 176}};
 
-constexpr double kDiscPeriod = 4;
-constexpr int kTextureDepth = 14;
+constexpr double kBallPeriod = 4;
+/// What has more pixels is drawn smaller, and enlarged: the first frame should not take long.
+constexpr double kMostPixelsDrawn = 1280 * 720;
 
 std::uint8_t component(double value) { return static_cast<std::uint8_t>(std::clamp(value, 0.0, 255.0)); }
 
 double mix(double from, double to, double amount) { return from + (to - from) * amount; }
 
-/// A fine, fixed grain: -1 … 1.
-double grain(int x, int y) {
-  auto mixed = static_cast<std::uint32_t>(x) * 0x9E3779B1U ^ static_cast<std::uint32_t>(y) * 0x85EBCA77U;
-  mixed = (mixed ^ (mixed >> 15)) * 0x2C1B3C6DU;
-  return static_cast<double>(mixed >> 16 & 0xFF) / 127.5 - 1;
-}
-
-/// An oval in pixels; `distance` is 1 on its edge.
-struct Oval {
-  double centreX;
-  double centreY;
-  double radiusX;
-  double radiusY;
-
-  double distance(double x, double y) const { return std::hypot((x - centreX) / radiusX, (y - centreY) / radiusY); }
-};
-
-Oval faceOval(int width, int height) {
-  const double unit = std::min(width, height);
-  return {width * 0.5, height * 0.54, unit * 0.22, unit * 0.32};
-}
-
-void drawBackdrop(const BgraCanvas& canvas, const Palette& palette) {
-  const Oval face = faceOval(canvas.width, canvas.height);
-  for (int y = 0; y < canvas.height; ++y) {
-    const double down = static_cast<double>(y) / canvas.height;
-    std::uint8_t* pixel = canvas.pixel(0, y);
-    for (int x = 0; x < canvas.width; ++x, pixel += 4) {
-      const double right = static_cast<double>(x) / canvas.width;
-      // About two pixels from background to skin.
-      const double inside = std::clamp((1 - face.distance(x + 0.5, y + 0.5)) * face.radiusX / 2 + 0.5, 0.0, 1.0);
-      const double shade = inside > 0 ? (0.5 - down) * 40 + kTextureDepth * grain(x, y) : 0;
-      for (std::size_t i = 0; i < 3; ++i) {
-        const double background = palette.corner[i] + palette.rightwards[i] * right + palette.downwards[i] * down;
-        pixel[2 - i] = component(mix(background, kSkin[i] + shade, inside));
-      }
-      pixel[3] = 255;
-    }
-  }
-}
-
-void drawDisc(const BgraCanvas& canvas, const VirtualFrame& frame, const Rgb& color) {
+void drawBall(const BgraCanvas& canvas, const VirtualFrame& frame, const SceneRgb& color) {
   const double unit = std::min(canvas.width, canvas.height);
   const double zoom = std::max(1.0, frame.zoom);
   const double angle =
-      2 * std::numbers::pi * (frame.sceneTime / kDiscPeriod - std::floor(frame.sceneTime / kDiscPeriod));
+      2 * std::numbers::pi * (frame.sceneTime / kBallPeriod - std::floor(frame.sceneTime / kBallPeriod));
   const double centreX = canvas.width / 2.0 + std::cos(angle) * unit * 0.36 * zoom;
   const double centreY = canvas.height / 2.0 + std::sin(angle) * unit * 0.36 * zoom;
   const double radius = std::max(2.0, unit * 0.07) * zoom;
@@ -88,17 +58,45 @@ void drawDisc(const BgraCanvas& canvas, const VirtualFrame& frame, const Rgb& co
   const int right = std::min(canvas.width, static_cast<int>(centreX + radius + edge) + 1);
   const int top = std::max(0, static_cast<int>(centreY - radius - edge));
   const int bottom = std::min(canvas.height, static_cast<int>(centreY + radius + edge) + 1);
-  std::array<double, 3> exposed{};
-  for (std::size_t i = 0; i < 3; ++i) exposed[i] = VirtualOptics::exposed(component(color[2 - i]), frame);
   for (int y = top; y < bottom; ++y) {
     for (int x = left; x < right; ++x) {
       const double distance = std::hypot(x + 0.5 - centreX, y + 0.5 - centreY);
       const double inside = std::clamp((radius - distance) / edge + 0.5, 0.0, 1.0);
       if (inside <= 0) continue;
       std::uint8_t* pixel = canvas.pixel(x, y);
-      for (std::size_t i = 0; i < 3; ++i) pixel[i] = component(mix(pixel[i], exposed[i], inside));
+      // Lit from the upper left.
+      const double across = (x + 0.5 - centreX) / radius, along = (y + 0.5 - centreY) / radius;
+      const double facing = std::sqrt(std::max(0.0, 1 - across * across - along * along));
+      const double light = 0.62 * facing - 0.38 * across - 0.46 * along;
+      const double shine = 200 * std::pow(std::max(0.0, light), 24);
+      for (std::size_t i = 0; i < 3; ++i) {
+        const std::uint8_t lit = component(color[2 - i] * (0.52 + 0.5 * std::max(0.0, light)) + shine);
+        pixel[i] = component(mix(pixel[i], VirtualOptics::exposed(lit, frame), inside));
+      }
     }
   }
+}
+
+/// Drawn once for all scenes: it takes many times longer than a frame. The latest ones are kept.
+std::shared_ptr<BgraPicture> sharedPortrait(const PortraitColors& colors, int width, int height) {
+  struct Drawn {
+    const PortraitColors* colors;
+    std::shared_ptr<BgraPicture> picture;
+  };
+  constexpr std::size_t kMostKept = 4;
+  static std::mutex mutex;
+  static std::deque<Drawn> latest;
+  const std::lock_guard lock(mutex);
+  for (const Drawn& drawn : latest) {
+    const BgraCanvas canvas = drawn.picture->canvas();
+    if (drawn.colors == &colors && canvas.width == width && canvas.height == height) return drawn.picture;
+  }
+  const auto picture = std::make_shared<BgraPicture>();
+  picture->resize(width, height);
+  drawPortrait(picture->canvas(), colors);
+  latest.push_front({&colors, picture});
+  if (latest.size() > kMostKept) latest.pop_back();
+  return picture;
 }
 
 }  // namespace
@@ -108,16 +106,16 @@ struct SyntheticScene::Implementation {
 
   const Palette& palette;
   VirtualOptics optics;
-  BgraPicture backdrop;  // what does not move
+  std::shared_ptr<BgraPicture> backdrop;  // what does not move
 
   BgraCanvas seenBackdrop(int width, int height, const VirtualFrame& frame) {
-    const BgraCanvas old = backdrop.canvas();
-    const bool isNew = old.width != width || old.height != height;
-    if (isNew) {
-      backdrop.resize(width, height);
-      drawBackdrop(backdrop.canvas(), palette);
-    }
-    return optics.see(backdrop.canvas(), isNew, width, height, frame);
+    const double pixels = static_cast<double>(width) * height;
+    const double share = std::min(1.0, std::sqrt(kMostPixelsDrawn / pixels));
+    const auto drawn = [&](int length) { return std::max(1, static_cast<int>(std::lround(length * share))); };
+    const BgraCanvas old = backdrop ? backdrop->canvas() : BgraCanvas{};
+    const bool isNew = old.width != drawn(width) || old.height != drawn(height);
+    if (isNew) backdrop = sharedPortrait(palette.portrait, drawn(width), drawn(height));
+    return optics.see(backdrop->canvas(), isNew, width, height, frame);
   }
 };
 
@@ -133,7 +131,7 @@ Expected<void> SyntheticScene::render(PixelBuffer& buffer, const VirtualFrame& f
     return failure(CaptureErrorCode::invalidConfiguration, "the drawn scene needs at least 16 by 16 pixels");
   }
   copyPicture(implementation_->seenBackdrop(canvas.width, canvas.height, frame), canvas);
-  drawDisc(canvas, frame, implementation_->palette.disc);
+  drawBall(canvas, frame, implementation_->palette.ball);
   drawFrameCounter(canvas, frame.frameNumber);
   drawClock(canvas, frame.sceneTime);
   drawFlash(canvas, flashIsLit(frame.sceneTime, frame.frameDuration));

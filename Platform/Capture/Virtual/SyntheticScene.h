@@ -9,8 +9,9 @@
 
 namespace tavrel {
 
-/// A drawn scene, identical on every run: a smooth background, a skin-toned, finely textured oval for smoothing
-/// filters, a disc that circles once every four seconds, and three marks that the camera's controls leave alone:
+/// A drawn scene, identical on every run: a portrait that shows what filters do (skin with freckles, spots and pores,
+/// eyes, hair, a wall of bricks, a poster with text and thin lines), a ball that circles once every four seconds, and
+/// three marks that the camera's controls leave alone:
 /// - the frame counter: 32 black or white cells at the top edge, most significant bit first: the low 24 bits of the
 ///   frame number, then an 8-bit checksum of them. One row of 32 cells from a width of 256, two rows of 16 from 128,
 ///   else four rows of 8;
@@ -18,7 +19,7 @@ namespace tavrel {
 /// - the flash: a patch in the bottom right corner, a sixth of the width and height (at least 4 pixels), white for
 ///   0.1 s (at least one frame) from the frame nearest to each whole second, otherwise black.
 ///
-/// The background and oval are cached for the latest size and controls.
+/// The portrait is drawn once for a size, in any scene, and cached as the latest controls show it.
 class TAVREL_API SyntheticScene : public VirtualScene {
  public:
   enum class Position { front, back };

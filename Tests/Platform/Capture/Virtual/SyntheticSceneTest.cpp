@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
@@ -138,6 +139,49 @@ TEST(SyntheticScene, ShowsTheControlsAndKeepsItsMarks) {
   EXPECT_GT(blue(frame), blue(plain) + 60);
   // Back to normal: nothing of the controls stays.
   EXPECT_EQ(Centre(draw(scene, 640, 480, plain)).brightness, normal.brightness);
+}
+
+TEST(SyntheticScene, ShowsWhatFiltersWorkOn) {
+  for (const Position position : {Position::front, Position::back}) {
+    SyntheticScene scene(position);
+    // Before the ball comes by.
+    const VirtualPicture picture(draw(scene, 1280, 720, frameAt(0)));
+    const auto at = [&](int x, int y) { return picture.pixel(x, y); };
+    const auto isSkin = [&](int x, int y) {
+      return at(x, y)[2] > 170 && at(x, y)[2] > at(x, y)[1] && at(x, y)[1] > at(x, y)[0];
+    };
+    int skin = 0, spots = 0;
+    for (int y = 180; y < 600; ++y) {
+      for (int x = 520; x < 760; ++x) {
+        if (!isSkin(x, y)) continue;
+        ++skin;
+        if (at(x, y)[1] < at(x - 12, y)[1] - 25 && at(x, y)[1] < at(x + 12, y)[1] - 25) ++spots;
+      }
+    }
+    EXPECT_GT(skin, 40000);
+    EXPECT_GT(spots, 200);
+    for (const int pupil : {580, 700}) EXPECT_LT(at(pupil, 325)[1], 60) << pupil;
+    for (const int hair : {480, 800}) EXPECT_LT(at(hair, 360)[1], 90) << hair;
+    // The poster's lines.
+    int changes = 0;
+    for (int x = 940; x < 1060; ++x) changes += (at(x, 285)[1] > 140) != (at(x + 1, 285)[1] > 140);
+    EXPECT_GE(changes, 18);
+  }
+}
+
+TEST(SyntheticScene, DrawsWhatDoesNotMoveOnce) {
+  using Clock = std::chrono::steady_clock;
+  SyntheticScene scene(Position::front);
+  const auto cost = [&](std::uint32_t number) {
+    auto buffer = PixelBuffer::create(642, 482, PixelFormat::bgra32).value();
+    const auto start = Clock::now();
+    EXPECT_TRUE(scene.render(*buffer, frameAt(number)).has_value());
+    return Clock::now() - start;
+  };
+  const auto first = cost(0);
+  auto least = cost(1);
+  for (std::uint32_t i = 2; i < 60; ++i) least = std::min(least, cost(i));
+  EXPECT_LT(least, first / 10);
 }
 
 TEST(SyntheticScene, CanBeReadAfterLossyCoding) {
