@@ -59,7 +59,8 @@ struct TavrelRecorderEvent {
 ///
 /// Devices and file are independent: a file may be started before the devices and finished after they have stopped. A
 /// movie begins with its first frame; earlier sound is left out, and later sound is placed at the time it was heard.
-/// Frames of other proportions than the movie's are cropped. If the camera is lost, sound continues, and vice versa.
+/// Frames of other proportions than the movie's, or the camera output's, are cropped. If the camera is lost, sound
+/// continues, and vice versa.
 ///
 /// Any thread. Completions and the event handler are called on the main thread, which must run `RunLoop::main()`.
 class TAVREL_API TavrelRecorder {
@@ -85,7 +86,6 @@ class TAVREL_API TavrelRecorder {
   /// Shows what is recorded, for the application to place. Main thread.
   const std::shared_ptr<TavrelGPUImageView>& previewView() const;
   void setEffects(std::vector<std::shared_ptr<TavrelCaptureEffect>> effects);
-  /// Shows what is recorded there, too, whether or not a movie is being written; nullptr ends that.
   void setCameraOutput(std::shared_ptr<TavrelGPUImageCameraOutput> output);
 
   /// Starts the microphone, then the camera. `completion` is called once: without an error if both run, else with

@@ -12,7 +12,6 @@ namespace tavrel {
 
 class PixelBuffer;
 class PlayerItemVideoOutput;
-class SampleBuffer;
 
 /// Told when a video output will have frames, on the queue set with the delegate.
 class TAVREL_API PlayerItemOutputDelegate {
