@@ -20,12 +20,11 @@ BareMovieWriter::BareMovieWriter(const std::filesystem::path& file, int width, i
   context_->pix_fmt = AV_PIX_FMT_YUV420P;
   context_->time_base = {1, timescale};
   context_->framerate = {30, 1};
-  context_->max_b_frames = 0;
   context_->gop_size = 120;
   context_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
   av_opt_set(context_->priv_data, "preset", "faster", 0);
   av_opt_set(context_->priv_data, "crf", "20", 0);
-  av_opt_set(context_->priv_data, "x264-params", "force-cfr=1:rc-lookahead=10", 0);
+  av_opt_set(context_->priv_data, "x264-params", "force-cfr=1", 0);
   require(avcodec_open2(context_, codec, nullptr) >= 0, "libx264");
   stream_ = avformat_new_stream(format_, nullptr);
   avcodec_parameters_from_context(stream_->codecpar, context_);

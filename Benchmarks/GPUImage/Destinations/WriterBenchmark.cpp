@@ -63,6 +63,7 @@ void recordByWriter(const std::vector<std::shared_ptr<TavrelGPUImageFramebuffer>
                     const std::filesystem::path& file) {
   const auto writer = std::make_shared<TavrelGPUImageMovieWriter>(file, Size{kWidth, kHeight});
   writer->setEncodingLiveVideo(false);
+  writer->assetWriter()->setIndexRoom(MediaTime::zero());  // the loop leaves none
   writer->startRecording();
   for (int i = 0; i < kFrames; ++i) {
     TavrelRunSynchronouslyOnVideoProcessingQueue([&] {

@@ -135,10 +135,9 @@ BENCHMARK(reverseAgainstForward)->Iterations(1)->UseManualTime()->Unit(benchmark
 
 void againstFfmpegProgram(benchmark::State& state) {
   const Files files;
-  const std::string command =
-      "ffmpeg -nostdin -v error -y -i " + files.input.string() +
-      " -c:v libx264 -preset faster -crf 20 -bf 0 -g 120 -x264-params force-cfr=1:rc-lookahead=10 " +
-      files.bareOutput.string();
+  const std::string command = "ffmpeg -nostdin -v error -y -i " + files.input.string() +
+                              " -c:v libx264 -preset faster -crf 20 -g 120 -x264-params force-cfr=1 " +
+                              files.bareOutput.string();
   for (auto iteration : state) {
     const Comparison comparison = compare(
         5, 1,
