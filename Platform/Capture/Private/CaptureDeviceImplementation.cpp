@@ -138,9 +138,11 @@ double CaptureDevice::Implementation::frameRate() const {
 
 std::shared_ptr<const CaptureDeviceFormat> CaptureDevice::Implementation::nearestFormat(
     CaptureVideoDimensions wanted) const {
-  // The same size, else the one whose area is nearest; of equal ones the first.
+  // The same size, else the smallest that covers it, else the one whose area is nearest; of equal ones the first.
   const auto badness = [&](const std::shared_ptr<const CaptureDeviceFormat>& format) {
-    return format->dimensions == wanted ? -1 : std::labs(areaOf(format->dimensions) - areaOf(wanted));
+    const CaptureVideoDimensions size = format->dimensions;
+    const bool covers = size.width >= wanted.width && size.height >= wanted.height;
+    return std::pair(size == wanted ? 0 : covers ? 1 : 2, std::labs(areaOf(size) - areaOf(wanted)));
   };
   return *std::min_element(formats.begin(), formats.end(),
                            [&](const auto& left, const auto& right) { return badness(left) < badness(right); });

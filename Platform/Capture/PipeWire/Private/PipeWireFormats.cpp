@@ -148,9 +148,11 @@ std::vector<const spa_pod*> buildVideoFormats(spa_pod_builder& builder, const st
   const spa_rectangle size = {static_cast<std::uint32_t>(dimensions.width),
                               static_cast<std::uint32_t>(dimensions.height)};
   const spa_fraction wanted = fractionOf(rate);
-  const spa_fraction slowest = {0, 1};
-  const spa_fraction fastest = {1000, 1};
-  const auto build = [&](std::uint32_t subtype, std::uint32_t format) {
+  const auto build = [&](std::uint32_t subtype, std::uint32_t format, bool isExact) {
+    // The daemon takes any of the rates in between. One that is no fraction of small numbers is met as closely.
+    const auto thousandths = [&](double part) { return static_cast<std::uint32_t>(rate * part * 1000); };
+    const spa_fraction slowest = isExact ? spa_fraction{thousandths(0.98), 1000} : spa_fraction{0, 1};
+    const spa_fraction fastest = isExact ? spa_fraction{thousandths(1.02), 1000} : spa_fraction{1000, 1};
     spa_pod_frame frame{};
     spa_pod_builder_push_object(&builder, &frame, SPA_TYPE_OBJECT_Format, SPA_PARAM_EnumFormat);
     spa_pod_builder_add(&builder, SPA_FORMAT_mediaType, SPA_POD_Id(SPA_MEDIA_TYPE_video), SPA_FORMAT_mediaSubtype,
@@ -161,21 +163,23 @@ std::vector<const spa_pod*> buildVideoFormats(spa_pod_builder& builder, const st
     }
     return static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &frame));
   };
-  const auto reaches = [&](const PipeWireMode& mode) {
-    return mode.dimensions == dimensions && mode.rates.back().maxFrameRate > rate - 0.5;
+  const auto has = [&](const PipeWireMode& mode) {
+    return std::any_of(mode.rates.begin(), mode.rates.end(), [&](const CaptureFrameRateRange& range) {
+      return range.minFrameRate <= rate * 1.02 && range.maxFrameRate >= rate * 0.98;
+    });
   };
-  // Those that reach the rate in front, raw ones before JPEG.
+  // Those that have the rate in front, raw ones before JPEG.
   std::vector<const spa_pod*> parameters;
-  for (const bool wantsRate : {true, false}) {
+  for (const bool isExact : {true, false}) {
     for (const KnownFormat& known : kKnownFormats) {
       for (const PipeWireMode& mode : modes) {
         const bool isIt = !mode.isJpeg && mode.format == known.format && mode.dimensions == dimensions;
-        if (isIt && reaches(mode) == wantsRate) parameters.push_back(build(SPA_MEDIA_SUBTYPE_raw, known.format));
+        if (isIt && has(mode) == isExact) parameters.push_back(build(SPA_MEDIA_SUBTYPE_raw, known.format, isExact));
       }
     }
     for (const PipeWireMode& mode : modes) {
       const bool isIt = mode.isJpeg && mode.dimensions == dimensions;
-      if (isIt && reaches(mode) == wantsRate) parameters.push_back(build(SPA_MEDIA_SUBTYPE_mjpg, 0));
+      if (isIt && has(mode) == isExact) parameters.push_back(build(SPA_MEDIA_SUBTYPE_mjpg, 0, isExact));
     }
   }
   return parameters;

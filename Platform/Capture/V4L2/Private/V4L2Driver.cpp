@@ -134,6 +134,7 @@ Expected<void> V4L2Driver::chooseFormat(const V4L2Mode& mode) {
   frame_.height = mode.dimensions.height;
   frame_.matrix = matrixOf(chosen);
   frame_.isFullRange = isFullRange(chosen);
+  pixelFormat_ = mode.pixelFormat;
   frame_.bytesPerRow = std::max<std::size_t>(chosen.bytesperline, FrameConverter::tightRow(mode.layout, frame_.width));
   auto pool = PixelBufferPool::create(chosen.width, chosen.height, PixelFormat::bgra32);
   if (!pool) return tl::unexpected(pool.error());
@@ -194,11 +195,7 @@ Expected<void> V4L2Driver::startStream() {
   return {};
 }
 
-void V4L2Driver::release() {
-  if (node_) {
-    int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    node_->control(VIDIOC_STREAMOFF, &type);
-  }
+void V4L2Driver::unmapBuffers() {
   for (const Mapping& mapping : mappings_) calls_.munmap(mapping.address, mapping.length);
   if (node_ && !mappings_.empty()) {
     v4l2_requestbuffers request{};
@@ -207,6 +204,14 @@ void V4L2Driver::release() {
     node_->control(VIDIOC_REQBUFS, &request);
   }
   mappings_.clear();
+}
+
+void V4L2Driver::release() {
+  if (node_) {
+    int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    node_->control(VIDIOC_STREAMOFF, &type);
+  }
+  unmapBuffers();
   if (wake_ >= 0) ::close(std::exchange(wake_, -1));
   sink_ = nullptr;
   const std::lock_guard lock(mutex_);

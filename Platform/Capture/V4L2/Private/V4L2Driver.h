@@ -19,7 +19,9 @@ namespace tavrel {
 ///
 ///     closed ──open──▶ S_FMT, S_PARM, REQBUFS, mmap, QBUF, STREAMON ──▶ streaming ──close──▶ STREAMOFF, munmap, closed
 ///                          │ fails: undone, closed                        │ ▲ new frame rate:
-///                          ▼                                              ▼ │ STREAMOFF, S_PARM, QBUF, STREAMON
+///                          ▼                                              ▼ │ STREAMOFF, S_PARM, QBUF, STREAMON;
+///                                                                           with buffers anew where only another pixel
+///                                                                           format reaches the rate
 class V4L2Driver : public CaptureDriver {
  public:
   V4L2Driver(V4L2SystemCalls calls, std::string path, CaptureDeviceDescription description,
@@ -47,6 +49,7 @@ class V4L2Driver : public CaptureDriver {
   void chooseRate(double framesPerSecond);
   Expected<void> mapBuffers();
   Expected<void> startStream();
+  void unmapBuffers();
   void release();
   bool enqueue(std::uint32_t index);
   /// What `errno` says of the camera, which did not do `what`.
@@ -71,6 +74,7 @@ class V4L2Driver : public CaptureDriver {
   int wake_ = -1;
   std::vector<Mapping> mappings_;
   RawFrame frame_;  // all but the bytes
+  std::uint32_t pixelFormat_ = 0;
   double frameRate_ = 30;
   std::atomic<double> wantedRate_ = 0;  // 0: as it is
   std::shared_ptr<CaptureSink> sink_;

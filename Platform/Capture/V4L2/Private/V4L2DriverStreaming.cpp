@@ -94,7 +94,16 @@ void V4L2Driver::reportGap(std::uint32_t sequence, const MediaTime& time) {
 std::optional<Error> V4L2Driver::changeRate(double framesPerSecond) {
   int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
   if (!node_->control(VIDIOC_STREAMOFF, &type)) return refused("does not stop");
+  const V4L2Mode* mode = capabilities_.modeFor({frame_.width, frame_.height}, framesPerSecond);
+  const bool isOtherFormat = mode && mode->pixelFormat != pixelFormat_;
+  if (isOtherFormat) {
+    unmapBuffers();
+    if (auto chosen = chooseFormat(*mode); !chosen) return chosen.error();
+  }
   chooseRate(framesPerSecond);
+  if (isOtherFormat) {
+    if (auto mapped = mapBuffers(); !mapped) return mapped.error();
+  }
   if (auto started = startStream(); !started) return started.error();
   return std::nullopt;
 }

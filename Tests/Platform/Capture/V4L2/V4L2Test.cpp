@@ -203,6 +203,27 @@ TEST_F(V4L2Test, DrivesControlsAndRates) {
   EXPECT_EQ(camera.frames->latest()->duration(), MediaTime::make(1, 15));
 }
 
+TEST_F(V4L2Test, TakesThePixelFormatThatHasTheRateAndTheSmallestSizeThatCoversTheWish) {
+  const auto node = addNode(0);
+  node->formats = {{V4L2_PIX_FMT_YUYV, {{64, 48}, {128, 96}}, {30}}, {V4L2_PIX_FMT_MJPEG, {{128, 96}}, {60}}};
+  start();
+  const auto device = cameras().at(0);
+  // 64×48 is nearer, and would have to be enlarged.
+  CameraBench camera(device, "100x70");
+  EXPECT_EQ(device->activeFormat()->dimensions, (CaptureVideoDimensions{128, 96}));
+  camera.session->startRunning();
+  ASSERT_TRUE(eventually([&] { return camera.frames->count() > 2; }));
+  EXPECT_EQ(node->frameRate(), 30);
+  // While it runs, as a camera's wishes come.
+  camera.configure([](CaptureDevice& set) { set.setActiveVideoMinFrameDuration(MediaTime::make(1, 60)); });
+  EXPECT_TRUE(eventually([&] { return node->frameRate() == 60; }));
+  camera.configure([](CaptureDevice& set) { set.setActiveVideoMinFrameDuration(MediaTime::make(1, 30)); });
+  ASSERT_TRUE(eventually([&] { return node->starts() == 3; }));
+  camera.queue->sync([&] { camera.frames->clear(); });
+  EXPECT_TRUE(eventually([&] { return camera.frames->count() > 2; })) << "back in the first format";
+  EXPECT_FALSE(camera.session->runtimeError().has_value());
+}
+
 TEST_F(V4L2Test, SaysWhyACameraCannotBeOpened) {
   const auto node = addNode(0);
   start();
