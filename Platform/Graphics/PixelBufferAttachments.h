@@ -9,16 +9,23 @@ inline constexpr std::string_view kPixelBufferColorPrimariesKey = "ColorPrimarie
 inline constexpr std::string_view kPixelBufferTransferFunctionKey = "TransferFunction";
 inline constexpr std::string_view kPixelBufferYCbCrMatrixKey = "YCbCrMatrix";
 
+/// Of any key: nobody knows, and nothing may be assumed. Without the attachment a movie writer chooses.
+inline constexpr std::string_view kColorUnspecified = "Unspecified";
+
 inline constexpr std::string_view kColorPrimariesITU_R_709_2 = "ITU_R_709_2";
 inline constexpr std::string_view kColorPrimariesSMPTE_C = "SMPTE_C";
 inline constexpr std::string_view kColorPrimariesEBU_3213 = "EBU_3213";
 inline constexpr std::string_view kColorPrimariesITU_R_2020 = "ITU_R_2020";
 
 inline constexpr std::string_view kTransferFunctionITU_R_709_2 = "ITU_R_709_2";
+inline constexpr std::string_view kTransferFunctionSMPTE_170M = "SMPTE_170M";  ///< the curve of ITU_R_709_2
 inline constexpr std::string_view kTransferFunctionSRGB = "IEC_sRGB";
 inline constexpr std::string_view kTransferFunctionITU_R_2020 = "ITU_R_2020";
+inline constexpr std::string_view kTransferFunctionSMPTE_ST_2084_PQ = "SMPTE_ST_2084_PQ";
+inline constexpr std::string_view kTransferFunctionITU_R_2100_HLG = "ITU_R_2100_HLG";
 
 inline constexpr std::string_view kYCbCrMatrixITU_R_601_4 = "ITU_R_601_4";
+inline constexpr std::string_view kYCbCrMatrixITU_R_470_BG = "ITU_R_470_BG";  ///< the numbers of ITU_R_601_4
 inline constexpr std::string_view kYCbCrMatrixITU_R_709_2 = "ITU_R_709_2";
 inline constexpr std::string_view kYCbCrMatrixITU_R_2020 = "ITU_R_2020";
 

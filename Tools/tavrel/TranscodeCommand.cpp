@@ -2,8 +2,9 @@
 #include "Diagnostics.h"
 #include "EffectOptions.h"
 #include "EncodingOptions.h"
-#include "MovieCopy.h"
+#include "InputMovie.h"
 #include "MovieOptions.h"
+#include "PlainTranscoding.h"
 #include "Transcoding.h"
 
 namespace tavrel::tool {
@@ -35,27 +36,29 @@ class TranscodeCommand : public Command {
     encoding_.check();
     options_.videoSettings = encoding_.videoSettings();
     options_.audioSettings = encoding_.audioSettings();
-    if (encoding_.isCopy()) return copy();
-    if (!mayWrite(options_.output, isForced_)) return kFailure;
-    Transcoding transcoding(options_, effects_.makeChain());
-    return diagnostics_.measure(json_, [&] { return transcoding.run(json_, diagnostics_); });
-  }
-
- private:
-  int copy() {
-    if (!effects_.makeChain().effects().empty() || options_.size || options_.isReversed || options_.isRealTime) {
+    options_.isCopy = encoding_.isCopy();
+    TavrelCaptureEffectChain effects = effects_.makeChain();
+    if (options_.isCopy &&
+        (!effects.effects().empty() || options_.size || options_.isReversed || options_.isRealTime)) {
       throw UsageError(
           "--codec copy leaves the pictures as they are: leave out effects, --size, --reverse and --realtime");
     }
     if (!mayWrite(options_.output, isForced_)) return kFailure;
-    MovieCopy movie({options_.input, options_.output, options_.fileType, options_.hasSound, options_.isFragmented});
-    return diagnostics_.measure(json_, [&] { return movie.run(json_, diagnostics_); });
+    auto movie = InputMovie::open(options_);
+    if (!movie) return fail("{}", movie.error().description);
+    return diagnostics_.measure(json_, [&] {
+      if (options_.isCopy || (effects.effects().empty() && PlainTranscoding::serves(options_, *movie))) {
+        return PlainTranscoding(options_, *movie).run(json_, diagnostics_);
+      }
+      return Transcoding(options_, *movie, std::move(effects)).run(json_, diagnostics_);
+    });
   }
 
+ private:
   EffectOptions effects_;
   EncodingOptions encoding_;
   Diagnostics diagnostics_;
-  Transcoding::Options options_;
+  TranscodingOptions options_;
   std::string size_;
   bool noAudio_ = false;
   bool isForced_ = false;

@@ -62,18 +62,10 @@ class Transcoding::FrameCounter : public TavrelGPUImageMovieDelegate {
   const TavrelCaptureEffectChain& effects_;
 };
 
-Transcoding::Transcoding(Options options, TavrelCaptureEffectChain effects)
-    : options_(std::move(options)), effects_(std::move(effects)) {}
+Transcoding::Transcoding(TranscodingOptions options, InputMovie movie, TavrelCaptureEffectChain effects)
+    : options_(std::move(options)), input_(std::move(movie)), effects_(std::move(effects)) {}
 
 int Transcoding::run(bool printJson, Diagnostics& diagnostics) {
-  auto asset = Asset::create(options_.input, {.prefersPreciseDurationAndTiming = true});
-  if (!asset) return fail("{}", asset.error().description);
-  asset_ = std::move(*asset);
-  const auto pictures = asset_->tracksWithMediaType(MediaType::video);
-  if (pictures.empty()) return fail("{} has no pictures, only sound", options_.input.string());
-  pictures_ = pictures.front();
-  const auto sounds = asset_->tracksWithMediaType(MediaType::audio);
-  if (options_.hasSound && !sounds.empty()) sound_ = sounds.front();
   buildGraph();
   if (const auto error = writer_->error())
     return fail("cannot write {}: {}", options_.output.string(), error->description);
@@ -85,22 +77,22 @@ int Transcoding::run(bool printJson, Diagnostics& diagnostics) {
 }
 
 void Transcoding::chooseSound() {
-  if (!sound_) return;
-  const auto& stored = sound_->storedFormat();
+  if (!input_.sound) return;
+  const auto& stored = input_.sound->storedFormat();
   const bool isLeft = options_.audioSettings.empty() && stored;
   if (isLeft && AssetWriter::canStore(*stored, options_.fileType)) {
     writer_->setShouldPassthroughAudio(true);
     writer_->setHasAudioTrack(true);
     soundTreatment_ = "copied";
   } else {
-    writer_->setHasAudioTrack(true, soundSettings(*sound_, options_.fileType, options_.audioSettings));
+    writer_->setHasAudioTrack(true, soundSettings(*input_.sound, options_.fileType, options_.audioSettings));
     soundTreatment_ = "encoded";
   }
   movie_->setAudioEncodingTarget(writer_);
 }
 
 void Transcoding::buildGraph() {
-  movie_ = std::make_shared<TavrelGPUImageMovie>(asset_);
+  movie_ = std::make_shared<TavrelGPUImageMovie>(input_.asset);
   frameCounter_ = std::make_shared<FrameCounter>(effects_);
   movie_->setDelegate(frameCounter_);
   movie_->setReverseVideo(options_.isReversed);
@@ -108,8 +100,8 @@ void Transcoding::buildGraph() {
 
   // Effects are meant for the picture as it is seen, so it is turned before them.
   std::shared_ptr<TavrelGPUImageOutput> last = movie_;
-  Size size = pictures_->naturalSize();
-  const auto turn = uprightRotation(pictures_->preferredTransform());
+  Size size = input_.pictures->naturalSize();
+  const auto turn = uprightRotation(input_.pictures->preferredTransform());
   if (turn && *turn != kTavrelGPUImageNoRotation) {
     const auto upright = std::make_shared<TavrelGPUImageRotationFilter>(*turn);
     last->addTarget(upright);
@@ -119,13 +111,8 @@ void Transcoding::buildGraph() {
   last = effects_.connect(last, size);
   size = effects_.sizeAfter(size);
   const Size movieSize = options_.size.value_or(Size{std::floor(size.width), std::floor(size.height)});
-  Dictionary settings = options_.videoSettings;
+  Dictionary settings = pictureSettings(*input_.pictures, options_.fileType, movieSize, options_.videoSettings);
   settings.emplace(kTavrelEncodingLiveVideoKey, false);
-  settings.emplace(kVideoCodecKey, AssetWriter::usualVideoCodec(options_.fileType));
-  settings.emplace(kVideoWidthKey, static_cast<std::int64_t>(movieSize.width));
-  settings.emplace(kVideoHeightKey, static_cast<std::int64_t>(movieSize.height));
-  const double frameRate = pictures_->nominalFrameRate();
-  if (frameRate >= 1 && frameRate <= 1000) settings.emplace(kVideoExpectedFrameRateKey, frameRate);
   writer_ = std::make_shared<TavrelGPUImageMovieWriter>(options_.output, movieSize, options_.fileType, settings);
   if (const auto& file = writer_->assetWriter()) {
     file->setAppearsWhenComplete(true);
@@ -139,7 +126,7 @@ void Transcoding::buildGraph() {
     last = crop;
   }
   last->addTarget(writer_);
-  if (!turn) writer_->setTransform(pictures_->preferredTransform());
+  if (!turn) writer_->setTransform(input_.pictures->preferredTransform());
   chooseSound();
   movie_->enableSynchronizedEncodingUsingMovieWriter(writer_);
 }
@@ -191,6 +178,7 @@ int Transcoding::report(bool printJson, Diagnostics& diagnostics) const {
                               .size = writer_->encodedSize(),
                               .seconds = writer_->duration().seconds(),
                               .frames = writer_->writtenVideoFrames(),
+                              .framesRead = frameCounter_->count.load(),
                               .sound = soundTreatment_};
   return movie.report(printJson, diagnostics);
 }

@@ -1,12 +1,12 @@
 #pragma once
 
 #include <atomic>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "Diagnostics.h"
+#include "InputMovie.h"
 #include "Interruption.h"
 #include "Report.h"
 #include "TavrelCaptureBase.h"
@@ -17,20 +17,7 @@ namespace tavrel::tool {
 /// file appears when it is complete.
 class Transcoding {
  public:
-  struct Options {
-    std::filesystem::path input;
-    std::filesystem::path output;
-    std::string fileType;
-    std::optional<Size> size;
-    bool isReversed = false;
-    bool isRealTime = false;
-    bool hasSound = true;
-    bool isFragmented = false;
-    Dictionary videoSettings;
-    Dictionary audioSettings;
-  };
-
-  Transcoding(Options options, TavrelCaptureEffectChain effects);
+  Transcoding(TranscodingOptions options, InputMovie movie, TavrelCaptureEffectChain effects);
 
   /// Runs to the end, or until the user interrupts or a file fails. Returns the exit status.
   int run(bool printJson, Diagnostics& diagnostics);
@@ -46,11 +33,9 @@ class Transcoding {
   std::optional<std::string> finish(const Interruption& interruption);
   int report(bool printJson, Diagnostics& diagnostics) const;
 
-  const Options options_;
+  const TranscodingOptions options_;
+  const InputMovie input_;
   TavrelCaptureEffectChain effects_;
-  std::shared_ptr<Asset> asset_;
-  std::shared_ptr<const AssetTrack> pictures_;
-  std::shared_ptr<const AssetTrack> sound_;
   const char* soundTreatment_ = "none";
   std::shared_ptr<TavrelGPUImageMovie> movie_;
   std::shared_ptr<FrameCounter> frameCounter_;

@@ -22,13 +22,18 @@ int WrittenMovie::report(bool asJson, Diagnostics& diagnostics) const {
     if (sound) result["sound"] = *sound;
     diagnostics.addTo(result);
     printJson(result);
-    return kSuccess;
+    return exitStatus();
   }
   fmt::print("{} {:.0f}x{:.0f}, {:.1f} s, {} frames", file.string(), size.width, size.height, seconds, frames);
   if (framesLost.value_or(0) > 0) fmt::print(", {} lost", *framesLost);
   if (sound) fmt::print(", sound {}", *sound);
   fmt::print("\n");
-  return kSuccess;
+  return exitStatus();
+}
+
+int WrittenMovie::exitStatus() const {
+  if (framesRead.value_or(frames) <= frames) return kSuccess;
+  return fail("{} frames were read and {} are in {}", *framesRead, frames, file.string());
 }
 
 }  // namespace tavrel::tool

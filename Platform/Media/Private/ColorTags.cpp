@@ -15,20 +15,20 @@ struct NamedTag {
 };
 
 // Where two tags share a name, a movie is written with the first.
-constexpr NamedTag<AVColorPrimaries> kPrimaries[] = {{AVCOL_PRI_BT709, kColorPrimariesITU_R_709_2},
-                                                     {AVCOL_PRI_SMPTE170M, kColorPrimariesSMPTE_C},
-                                                     {AVCOL_PRI_SMPTE240M, kColorPrimariesSMPTE_C},
-                                                     {AVCOL_PRI_BT470BG, kColorPrimariesEBU_3213},
-                                                     {AVCOL_PRI_BT2020, kColorPrimariesITU_R_2020}};
-constexpr NamedTag<AVColorTransferCharacteristic> kTransfers[] = {{AVCOL_TRC_BT709, kTransferFunctionITU_R_709_2},
-                                                                  {AVCOL_TRC_SMPTE170M, kTransferFunctionITU_R_709_2},
-                                                                  {AVCOL_TRC_IEC61966_2_1, kTransferFunctionSRGB},
-                                                                  {AVCOL_TRC_BT2020_10, kTransferFunctionITU_R_2020},
-                                                                  {AVCOL_TRC_BT2020_12, kTransferFunctionITU_R_2020}};
+constexpr NamedTag<AVColorPrimaries> kPrimaries[] = {
+    {AVCOL_PRI_BT709, kColorPrimariesITU_R_709_2}, {AVCOL_PRI_SMPTE170M, kColorPrimariesSMPTE_C},
+    {AVCOL_PRI_SMPTE240M, kColorPrimariesSMPTE_C}, {AVCOL_PRI_BT470BG, kColorPrimariesEBU_3213},
+    {AVCOL_PRI_BT2020, kColorPrimariesITU_R_2020}, {AVCOL_PRI_UNSPECIFIED, kColorUnspecified}};
+constexpr NamedTag<AVColorTransferCharacteristic> kTransfers[] = {
+    {AVCOL_TRC_BT709, kTransferFunctionITU_R_709_2},           {AVCOL_TRC_SMPTE170M, kTransferFunctionSMPTE_170M},
+    {AVCOL_TRC_IEC61966_2_1, kTransferFunctionSRGB},           {AVCOL_TRC_BT2020_10, kTransferFunctionITU_R_2020},
+    {AVCOL_TRC_BT2020_12, kTransferFunctionITU_R_2020},        {AVCOL_TRC_SMPTE2084, kTransferFunctionSMPTE_ST_2084_PQ},
+    {AVCOL_TRC_ARIB_STD_B67, kTransferFunctionITU_R_2100_HLG}, {AVCOL_TRC_UNSPECIFIED, kColorUnspecified}};
 constexpr NamedTag<AVColorSpace> kMatrices[] = {{AVCOL_SPC_BT709, kYCbCrMatrixITU_R_709_2},
                                                 {AVCOL_SPC_SMPTE170M, kYCbCrMatrixITU_R_601_4},
-                                                {AVCOL_SPC_BT470BG, kYCbCrMatrixITU_R_601_4},
-                                                {AVCOL_SPC_BT2020_NCL, kYCbCrMatrixITU_R_2020}};
+                                                {AVCOL_SPC_BT470BG, kYCbCrMatrixITU_R_470_BG},
+                                                {AVCOL_SPC_BT2020_NCL, kYCbCrMatrixITU_R_2020},
+                                                {AVCOL_SPC_UNSPECIFIED, kColorUnspecified}};
 
 template <typename Tag, std::size_t Count>
 void take(const PixelBufferSnapshot& picture, std::string_view key, const NamedTag<Tag> (&known)[Count], Tag& tag) {
@@ -44,6 +44,8 @@ void take(const PixelBufferSnapshot& picture, std::string_view key, const NamedT
 template <typename Tag, std::size_t Count>
 void attach(PixelBuffer& buffer, std::string_view key, const NamedTag<Tag> (&known)[Count], Tag tag) {
   for (const auto& each : known) {
+    // Planes without tags stay so: only whoever makes planes of RGB may choose.
+    if (each.name == kColorUnspecified && buffer.pixelFormat() == PixelFormat::bgra32) continue;
     if (each.tag == tag) buffer.setAttachment(std::string(key), std::string(each.name), true);
   }
 }

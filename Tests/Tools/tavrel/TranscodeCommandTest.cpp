@@ -67,7 +67,7 @@ TEST_F(TranscodeCommandTest, AMinuteKeepsEveryFrameAndItsSoundInPlace) {
   EXPECT_EQ(nlohmann::json::parse(result.output), (nlohmann::json{{"output", file("out.mov")},
                                                                   {"width", 160},
                                                                   {"height", 120},
-                                                                  {"seconds", 59.960},
+                                                                  {"seconds", 60.0},
                                                                   {"frames", 1500},
                                                                   {"sound", "copied"}}));
   EXPECT_EQ(result.status, 0);

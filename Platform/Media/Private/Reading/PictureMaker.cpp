@@ -7,8 +7,11 @@
 
 namespace tavrel {
 
-Expected<std::shared_ptr<PixelBuffer>> PictureMaker::make(const AVFrame& picture) {
+Expected<std::shared_ptr<PixelBuffer>> PictureMaker::make(const AVFrame& decoded) {
   const std::lock_guard lock(mutex_);
+  const auto prepared = colors_.prepare(decoded);
+  if (!prepared) return tl::unexpected(prepared.error());
+  const AVFrame& picture = **prepared;
   auto buffer = emptyBuffer(static_cast<std::size_t>(picture.width), static_cast<std::size_t>(picture.height));
   if (!buffer) return buffer;
   (*buffer)->lockBaseAddress(PixelBufferLock::readWrite);

@@ -6,15 +6,16 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Graphics/PixelBufferPool.h"
 #include "Platform/Media/Private/Reading/BgraConverter.h"
+#include "Platform/Media/Private/Reading/ColorPreparation.h"
 
 namespace tavrel {
 
 /// Makes pixel buffers of one format, from a pool, out of decoded pictures. Any thread.
 class PictureMaker {
  public:
-  explicit PictureMaker(PixelFormat format) : format_(format) {}
+  explicit PictureMaker(PixelFormat format) : format_(format), colors_(format) {}
 
-  Expected<std::shared_ptr<PixelBuffer>> make(const AVFrame& picture);
+  Expected<std::shared_ptr<PixelBuffer>> make(const AVFrame& decoded);
 
  private:
   struct ScalerDeleter {
@@ -27,6 +28,7 @@ class PictureMaker {
 
   const PixelFormat format_;
   std::mutex mutex_;
+  ColorPreparation colors_;
   BgraConverter bgra_;
   std::unique_ptr<SwsContext, ScalerDeleter> scaler_;
   std::shared_ptr<PixelBufferPool> pool_;

@@ -76,16 +76,46 @@ Expected<void> TrackDecoder::openCodec(const std::filesystem::path& path, const 
 }
 
 Expected<const AVFrame*> TrackDecoder::next(const std::function<bool()>& goOn) {
-  while (!atEnd_ && goOn()) {
+  while (goOn()) {
+    auto whole = nextOfFields();
+    if (!whole || *whole) return whole;
+    if (atEnd_) break;
     if (!receive()) {
       if (!atEnd_) feed();
+      if (atEnd_ && deinterlacer_) static_cast<void>(deinterlacer_->add(nullptr));
     } else if (place()) {
       hasDecoded_ = true;
-      return frame_.get();
+      if (!deinterlacer_ && !frame_->interlaced_frame) return frame_.get();
+      if (auto added = deinterlace(); !added) return tl::unexpected(added.error());
     }
   }
   if (atEnd_ && !hasDecoded_ && damage_) return tl::unexpected(*damage_);
   return nullptr;
+}
+
+Expected<void> TrackDecoder::deinterlace() {
+  if (deinterlacer_ && !deinterlacer_->fits(*frame_)) {
+    // Pictures of another kind follow when those that the filter holds have come.
+    following_.reset(av_frame_clone(frame_.get()));
+    return deinterlacer_->add(nullptr);
+  }
+  if (!deinterlacer_) {
+    auto made = FrameFilter::create("bwdif=mode=send_frame:parity=auto:deint=interlaced", *frame_, timeBase());
+    if (!made) return tl::unexpected(made.error());
+    deinterlacer_ = std::move(*made);
+  }
+  return deinterlacer_->add(frame_.get());
+}
+
+Expected<const AVFrame*> TrackDecoder::nextOfFields() {
+  if (!deinterlacer_) return nullptr;
+  auto whole = deinterlacer_->next();
+  if (!whole || *whole || !following_) return whole;
+  deinterlacer_.reset();
+  frame_ = std::move(following_);
+  if (auto added = deinterlace(); !added) return tl::unexpected(added.error());
+  if (atEnd_) static_cast<void>(deinterlacer_->add(nullptr));
+  return deinterlacer_->next();
 }
 
 Expected<void> TrackDecoder::seek(std::int64_t time) {
@@ -105,6 +135,8 @@ Expected<void> TrackDecoder::rewind() {
 
 void TrackDecoder::startOver() {
   avcodec_flush_buffers(codec_.get());
+  deinterlacer_.reset();
+  following_.reset();
   completeFrom_.reset();
   awaitsFirstPacket_ = false;
   lastTime_.reset();

@@ -7,6 +7,7 @@
 
 #include "Platform/Foundation/Error.h"
 #include "Platform/Media/Private/FFmpegHandles.h"
+#include "Platform/Media/Private/Reading/FrameFilter.h"
 
 namespace tavrel {
 
@@ -22,8 +23,8 @@ class TrackDecoder {
 
   /// The next decoded frame in order of presentation, valid until the next call; its `pts` is the time on the asset's
   /// time line in units of `timeBase()`, later than the frame's before, and `pkt_duration` is its length, 0 when
-  /// unknown. nullptr at the end, and when `goOn` answers no. Damaged packets are skipped; when not one frame could be
-  /// decoded, the first damage is the error.
+  /// unknown. Interlaced ones are deinterlaced, by libavfilter's bwdif. nullptr at the end, and when `goOn` answers no.
+  /// Damaged packets are skipped; when not one frame could be decoded, the first damage is the error.
   Expected<const AVFrame*> next(const std::function<bool()>& goOn);
 
   /// Goes on at or before the last picture that can be decoded alone and is shown at `time` or earlier, as far as the
@@ -44,6 +45,9 @@ class TrackDecoder {
   void startOver();
   const AVCodec* findCodec(Alpha alpha) const;
   Expected<void> openCodec(const std::filesystem::path& path, const AVCodec* codec);
+  Expected<void> deinterlace();
+  /// What the deinterlacer has ready; nullptr when it wants more, and without one.
+  Expected<const AVFrame*> nextOfFields();
   /// True with a frame in `frame_`, false when the decoder wants data or is at its end.
   bool receive();
   void feed();
@@ -55,6 +59,8 @@ class TrackDecoder {
   CodecContext codec_;
   Packet packet_;
   Frame frame_;
+  std::unique_ptr<FrameFilter> deinterlacer_;
+  Frame following_;
   const AVStream* stream_ = nullptr;
   std::int64_t offset_ = 0;  // in units of the time base
   std::int64_t frameDuration_ = 0;
