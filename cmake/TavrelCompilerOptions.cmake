@@ -8,9 +8,13 @@ add_library(tavrel_compiler_options INTERFACE)
 target_compile_options(tavrel_compiler_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wformat=2
   -Wimplicit-fallthrough)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  # Macros of PipeWire and of FFmpeg are such.
+  target_compile_options(tavrel_compiler_options INTERFACE -Wno-gnu-statement-expression -Wno-c99-extensions)
+endif()
 
 if(TAVREL_SANITIZE)
-  add_compile_options(-fsanitize=${TAVREL_SANITIZE} -fno-omit-frame-pointer -g)
+  add_compile_options(-fsanitize=${TAVREL_SANITIZE} -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${TAVREL_SANITIZE})
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # GCC says itself that this warning is wrong now and then in instrumented code; in std::regex it is.

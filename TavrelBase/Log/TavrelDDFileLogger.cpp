@@ -176,8 +176,9 @@ void TavrelDDFileLogger::logMessage(const TavrelDDLogMessage& message) {
   if (state.process != processNumber) state.startAfresh();
   const fmt::format_int lineNumber(message.line());
   const auto& formatter = currentFormatter();
-  const bool isDefault = dynamic_cast<const TavrelDDLogFileFormatterDefault*>(formatter.get());
-  const bool isItsOwn = isDefault && typeid(*formatter) == typeid(TavrelDDLogFileFormatterDefault);
+  const auto* const asDefault = dynamic_cast<const TavrelDDLogFileFormatterDefault*>(formatter.get());
+  const bool isDefault = asDefault != nullptr;
+  const bool isItsOwn = isDefault && typeid(*asDefault) == typeid(TavrelDDLogFileFormatterDefault);
   const unsigned level = isDefault ? TavrelDDLevelOfFlag(message.flag()) : message.level();
   const std::string result = formatter && !isItsOwn ? formatter->formatLogMessage(message) : std::string();
   const std::string_view ending = isItsOwn ? TavrelDDLogFileFormatterDefault::timeOf(message) : result;
