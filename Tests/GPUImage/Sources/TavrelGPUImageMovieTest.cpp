@@ -1,76 +1,16 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <cmath>
-#include <future>
-#include <random>
+#include <algorithm>
 #include <thread>
 
-#include "Support/GraphTestSupport.h"
-#include "Support/ReaderMovies.h"
+#include "MovieTestSupport.h"
 
-namespace tavrel {
+namespace tavrel::test {
 namespace {
 
-using test::ConsoleCapture;
-using testing::ElementsAre;
-using testing::HasSubstr;
-
-/// A target that notes when frames come and how bright their middle is.
-class MovieTarget : public test::RecordingTarget {
- public:
-  void setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer, Index) override {
-    framebuffer_ = std::move(framebuffer);
-    if (framebuffer_) framebuffer_->lock();
-  }
-  void newFrameReadyAtTime(MediaTime time, Index) override {
-    times.push_back(time.seconds());
-    arrivals.push_back(DisplayLink::hostTime());
-    if (framebuffer_) {
-      levels.push_back(middleOf(framebuffer_->texture(), framebuffer_->size()));
-      framebuffer_->unlock();
-    }
-    framebuffer_.reset();
-    if (onFrame) onFrame();
-  }
-  void endProcessing() override { ++ends; }
-
-  std::vector<double> times;
-  std::vector<double> arrivals;
-  std::vector<int> levels;
-  std::atomic<int> ends = 0;
-  std::function<void()> onFrame;
-
- private:
-  static int middleOf(GLuint texture, Size size) {
-    GLuint name = 0;
-    glGenFramebuffers(1, &name);
-    glBindFramebuffer(GL_FRAMEBUFFER, name);
-    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture, 0);
-    std::array<std::uint8_t, 4> pixel{};
-    glReadPixels(static_cast<GLint>(size.width / 2), static_cast<GLint>(size.height / 2), 1, 1, GL_RGBA,
-                 GL_UNSIGNED_BYTE, pixel.data());
-    glDeleteFramebuffers(1, &name);
-    return pixel[1];
-  }
-
-  std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer_;
-};
-
-class MovieDelegate : public TavrelGPUImageMovieDelegate {
- public:
-  void didCompletePlayingMovie() override {
-    if (++completions == 1) completed.set_value();
-  }
-  std::shared_ptr<PixelBuffer> didOutputPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer,
-                                                    MediaTime) override {
-    return replacement ? replacement : pixelBuffer;
-  }
-
-  std::atomic<int> completions = 0;
-  std::promise<void> completed;
-  std::shared_ptr<PixelBuffer> replacement;
-};
+using ::testing::DoubleNear;
+using ::testing::ElementsAre;
+using ::testing::Pointwise;
 
 /// Keeps the sound it is given.
 class SoundTarget : public TavrelGPUImageAudioTarget {
@@ -81,35 +21,6 @@ class SoundTarget : public TavrelGPUImageAudioTarget {
 
   bool hasTrack = false;
   std::vector<std::shared_ptr<SampleBuffer>> buffers;
-};
-
-class MovieTest : public ::testing::Test {
- protected:
-  /// Frames that get brighter by 6 of 255 from one to the next, at 25 a second.
-  void makeRamp(const char* name, int frames, const std::string& encoding = "-c:v libx264 -qp 5 -bf 2 -g 8",
-                const std::string& sound = "") {
-    test::makeMovie(folder_ / name,
-                    "-f lavfi -i \"color=black:size=64x48:rate=25:duration=" + std::to_string(frames / 25.0) +
-                        ",format=gray,geq=lum='20+6*N',format=yuv420p\" " + sound + " " + encoding + " -t " +
-                        std::to_string(frames / 25.0) + " OUT");
-  }
-  void connect(const std::shared_ptr<TavrelGPUImageMovie>& movie) {
-    movie_ = movie;
-    movie_->addTarget(target_);
-    movie_->setDelegate(delegate_);
-  }
-  void openFile(const char* name) { connect(std::make_shared<TavrelGPUImageMovie>(folder_ / name)); }
-  void openAsset(const char* name) {
-    connect(std::make_shared<TavrelGPUImageMovie>(Asset::create(folder_ / name).value()));
-  }
-  void waitForTheEnd() {
-    ASSERT_EQ(delegate_->completed.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
-  }
-
-  test::ReaderFolder folder_;
-  std::shared_ptr<MovieTarget> target_ = std::make_shared<MovieTarget>();
-  std::shared_ptr<MovieDelegate> delegate_ = std::make_shared<MovieDelegate>();
-  std::shared_ptr<TavrelGPUImageMovie> movie_;
 };
 
 std::vector<double> timesOf(int frames) {
@@ -125,7 +36,7 @@ TEST_F(MovieTest, AFileIsReadOnAnotherThreadAndAnAssetAtOnce) {
   EXPECT_EQ(movie_->asset(), nullptr);
   movie_->startProcessing();
   waitForTheEnd();
-  EXPECT_THAT(target_->times, testing::Pointwise(testing::DoubleNear(1e-4), timesOf(20)));
+  EXPECT_THAT(target_->times, Pointwise(DoubleNear(1e-4), timesOf(20)));
   EXPECT_TRUE(std::is_sorted(target_->levels.begin(), target_->levels.end()));
   EXPECT_GT(target_->levels.back() - target_->levels.front(), 19 * 5);
   EXPECT_NE(movie_->asset(), nullptr);
@@ -162,7 +73,7 @@ TEST_F(MovieTest, ReverseDeliversTheLastPictureFirstWithTheTimesInOrder) {
     openAsset("a.mp4");
     movie_->setReverseVideo(true);
     movie_->startProcessing();
-    EXPECT_THAT(target_->times, testing::Pointwise(testing::DoubleNear(1e-4), timesOf(frames)));
+    EXPECT_THAT(target_->times, Pointwise(DoubleNear(1e-4), timesOf(frames)));
     ASSERT_EQ(target_->levels.size(), static_cast<std::size_t>(frames));
     for (std::size_t i = 1; i < target_->levels.size(); ++i) {
       EXPECT_NEAR(target_->levels[i - 1] - target_->levels[i], 7, 3) << i;
@@ -228,13 +139,14 @@ TEST_F(MovieTest, RepeatingBeginsAgainUntilItIsEnded) {
 TEST_F(MovieTest, TheDelegateMayReplaceThePicture) {
   ASSERT_NO_FATAL_FAILURE(makeRamp("a.mp4", 4));
   openAsset("a.mp4");
-  delegate_->replacement = test::pixelBufferOf({32, 16, [](int, int) { return test::Pixel{9, 200, 9, 255}; }});
+  delegate_->replacement = pixelBufferOf({32, 16, [](int, int) { return Pixel{9, 200, 9, 255}; }});
   movie_->setRunBenchmark(true);
   const ConsoleCapture console;
   movie_->startProcessing();
   EXPECT_THAT(target_->levels, ElementsAre(200, 200, 200, 200));
   EXPECT_EQ(target_->events.at(1).size, (Size{32, 16}));
-  EXPECT_THAT(console.messages(), testing::Contains(testing::MatchesRegex("Current frame time : [0-9]+\\.[0-9]+ ms")));
+  EXPECT_THAT(console.messages(),
+              ::testing::Contains(::testing::MatchesRegex("Current frame time : [0-9]+\\.[0-9]+ ms")));
 }
 
 TEST_F(MovieTest, SoundArrivesAsItIsStored) {
@@ -321,70 +233,5 @@ TEST_F(MovieTest, ACompositionIsPutTogetherAndMixed) {
   EXPECT_EQ(frames, 2 * 44100);
 }
 
-class PullTest : public MovieTest {
- protected:
-  void makeWriter(bool isPassedThrough = true) {
-    writer_ = std::make_shared<TavrelGPUImageMovieWriter>(folder_ / "out.mov", Size{64, 48});
-    writer_->setShouldPassthroughAudio(isPassedThrough);
-    openFile("a.mp4");
-    movie_->removeTarget(target_);
-    movie_->addTarget(writer_);
-    movie_->setAudioEncodingTarget(writer_);
-    movie_->enableSynchronizedEncodingUsingMovieWriter(writer_);
-    EXPECT_FALSE(writer_->encodingLiveVideo());
-    EXPECT_TRUE(writer_->hasAudioTrack());
-  }
-  void transcode() {
-    makeWriter();
-    std::promise<void> ended;
-    writer_->setCompletionBlock([&] { ended.set_value(); });
-    writer_->startRecording();
-    movie_->startProcessing();
-    ASSERT_EQ(ended.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
-    std::promise<void> finished;
-    writer_->finishRecordingWithCompletionHandler([&] { finished.set_value(); });
-    ASSERT_EQ(finished.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
-    EXPECT_EQ(writer_->assetWriter()->status(), AssetWriterStatus::completed);
-  }
-
-  std::shared_ptr<TavrelGPUImageMovieWriter> writer_;
-};
-
-TEST_F(PullTest, EveryFrameIsWrittenOnceInTwoHundredRuns) {
-  ASSERT_NO_FATAL_FAILURE(makeRamp("a.mp4", 6, "-c:v libx264 -qp 5 -bf 2 -c:a aac", "-f lavfi -i sine=duration=0.24"));
-  for (int run = 0; run < 200; ++run) {
-    ASSERT_NO_FATAL_FAILURE(transcode()) << run;
-    if (run % 20 != 0) continue;
-    test::OpenedReader pictures(folder_ / "out.mov", MediaType::video);
-    EXPECT_EQ(pictures.readTimes().size(), 6U);
-    test::OpenedReader sound(folder_ / "out.mov", MediaType::audio);
-    EXPECT_FALSE(sound.readTimes().empty());
-  }
-}
-
-TEST_F(PullTest, CancellingAtAnyMomentLeavesNothing) {
-  ASSERT_NO_FATAL_FAILURE(makeRamp("a.mp4", 30, "-c:v libx264 -qp 5 -bf 2 -c:a aac", "-f lavfi -i sine=duration=1.2"));
-  std::mt19937 random(7);
-  for (int run = 0; run < 100; ++run) {
-    makeWriter();
-    movie_->setReverseVideo(run % 3 == 0);
-    writer_->startRecording();
-    movie_->startProcessing();
-    std::this_thread::sleep_for(std::chrono::microseconds(random() % 60'000));
-    movie_->cancelProcessing();
-    writer_->cancelRecording();
-    EXPECT_EQ(writer_->assetWriter()->status(), AssetWriterStatus::cancelled) << run;
-    const std::weak_ptr<TavrelGPUImageMovie> weakMovie = movie_;
-    const std::weak_ptr<TavrelGPUImageMovieWriter> weakWriter = writer_;
-    movie_.reset();
-    writer_.reset();
-    for (int wait = 0; wait < 1000 && !(weakMovie.expired() && weakWriter.expired()); ++wait) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    EXPECT_TRUE(weakMovie.expired() && weakWriter.expired()) << run;
-    EXPECT_FALSE(std::filesystem::exists(folder_ / "out.mov")) << run;
-  }
-}
-
 }  // namespace
-}  // namespace tavrel
+}  // namespace tavrel::test
