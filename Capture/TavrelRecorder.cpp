@@ -16,12 +16,14 @@
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Capture/CaptureDevice.h"
 #include "Platform/Capture/CaptureDeviceFormat.h"
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/CaptureSession.h"
 #include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Foundation/Finite.h"
 #include "Platform/Foundation/NotificationCenter.h"
 #include "Platform/Foundation/Notifications.h"
 #include "Platform/Media/AudioSession.h"
+#include "Platform/Media/MediaError.h"
 #include "Platform/Media/SampleBuffer.h"
 
 namespace tavrel {
@@ -39,6 +41,18 @@ TavrelRecorderConfiguration finite(TavrelRecorderConfiguration wanted) {
   if (!isFinite(wanted.size)) wanted.size = defaults.size;
   if (!isFinite(wanted.framesPerSecond)) wanted.framesPerSecond = defaults.framesPerSecond;
   return wanted;
+}
+
+/// A movie without a picture is none: says why no picture came, and leaves no file.
+TavrelRecording withPictures(TavrelRecording recording, const CaptureSession& session) {
+  const bool isOtherFailure = recording.error && !(*recording.error == MediaErrorCode::emptyMovie);
+  if (isOtherFailure || recording.statistics.framesWritten > 0) return recording;
+  recording.error = session.runtimeError().value_or(
+      makeError(CaptureErrorCode::deviceSilent, "no picture came from the camera while it was being recorded"));
+  recording.playableSeconds = 0;
+  std::error_code ignored;
+  std::filesystem::remove(recording.file, ignored);
+  return recording;
 }
 
 /// A camera for other programs, and the way there.
@@ -270,9 +284,14 @@ void TavrelRecorder::finishWritingWithCompletion(FinishCompletion completion) {
   const auto movie = implementation_->takeMovie();
   if (!movie) return answer(failure(TavrelRecorderErrorCode::notWriting, "no movie is being written"));
   // Behind the frame that is on its way into it; and not on that queue, which must not wait for the writer's.
-  TavrelRunAsynchronouslyOnVideoProcessingQueue([movie, answer, losses = camera()->statistics()] {
-    DispatchQueue::global()->async([movie, answer, losses] { movie->finish(losses, answer); });
-  });
+  TavrelRunAsynchronouslyOnVideoProcessingQueue(
+      [movie, answer, losses = camera()->statistics(), session = camera()->session()] {
+        DispatchQueue::global()->async([movie, answer, losses, session] {
+          movie->finish(losses, [answer, session](TavrelRecording recording) {
+            answer(withPictures(std::move(recording), *session));
+          });
+        });
+      });
 }
 
 void TavrelRecorder::cancelWriting() {

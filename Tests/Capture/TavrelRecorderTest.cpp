@@ -98,6 +98,32 @@ TEST_F(TavrelRecorderTest, TheLimitIsKeptToTheFrame) {
   EXPECT_EQ(events_.size(), 1U) << "said once";
 }
 
+TEST_F(TavrelRecorderTest, ARecordingWithoutAPictureSaysWhyThereIsNone) {
+  auto& bench = VirtualCaptureSystem::shared();
+  for (const bool isUnplugged : {true, false}) {
+    ASSERT_NO_FATAL_FAILURE(make());
+    ASSERT_NO_FATAL_FAILURE(startWriting());
+    // Unplugged before it starts; or not started at all.
+    if (isUnplugged) {
+      bench.setConnected(VirtualCaptureSystem::kFrontCamera, false);
+      test::startDevices(*recorder_);
+      ASSERT_TRUE(hears(TavrelRecorderEvent::Kind::cameraLost));
+    }
+    recorder_->stop();
+    const auto finished = test::finishMovie(*recorder_);
+    ASSERT_TRUE(finished.has_value());
+    ASSERT_TRUE(finished->error);
+    if (isUnplugged) {
+      EXPECT_EQ(finished->error->domain, "capture");
+      EXPECT_EQ(finished->error->description, events_.back().error->description);
+    } else {
+      EXPECT_EQ(finished->error->description, "no picture came from the camera while it was being recorded");
+    }
+    EXPECT_FALSE(std::filesystem::exists(finished->file));
+    bench.setConnected(VirtualCaptureSystem::kFrontCamera, true);
+  }
+}
+
 TEST_F(TavrelRecorderTest, ALostDeviceIsSaidAndTheOtherOneGoesOn) {
   using Kind = TavrelRecorderEvent::Kind;
   auto& bench = VirtualCaptureSystem::shared();

@@ -286,6 +286,14 @@ TEST_F(RecordCommandTest, BadInputIsSaidInOneLine) {
   EXPECT_TRUE(isEmpty());
 }
 
+TEST_F(RecordCommandTest, ARecordingWithoutAPictureFailsAndLeavesNoFile) {
+  const std::string movie = file("movie.mov");
+  const CommandResult result = test::tavrel("record " + movie + " --duration 0.5 --pause-at 0 --size 160x120");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.output.find("no picture came from the camera"), std::string::npos) << result.output;
+  EXPECT_FALSE(std::filesystem::exists(movie));
+}
+
 TEST_F(RecordCommandTest, OddSizesAreStoredEvenAndSaidSo) {
   const std::string movie = file("movie.mov");
   const CommandResult result = test::tavrel("record " + movie + " --size 321x241 --fps 10 --duration 0.5");
