@@ -67,7 +67,7 @@ TavrelCaptureEffectNodes TavrelImageStickerCaptureEffect::makeNodes(Size frameSi
   const auto blend = std::make_shared<TavrelGPUImageAlphaBlendFilter>();
   blend->setMix(1);
 
-  const auto picture = std::make_shared<TavrelGPUImagePicture>(premultipliedImage(still));
+  const auto picture = std::make_shared<TavrelGPUImagePicture>(deepPremultipliedImage(still));
   picture->addTarget(placement);
   placement->addTarget(blend, 1);
   return {.filters = {blend}, .pictures = {picture}};

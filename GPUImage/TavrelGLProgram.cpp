@@ -1,7 +1,6 @@
 #include "GPUImage/TavrelGLProgram.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 #include <vector>
 
@@ -89,8 +88,9 @@ bool TavrelGLProgram::Implementation::compileShader(GLuint& shader, GLenum type,
     return false;
   }
   shader = glCreateShader(type);
-  const std::array text = {shaderPreamble(type), source.text.c_str()};
-  glShaderSource(shader, static_cast<GLsizei>(text.size()), text.data(), nullptr);
+  const std::string text = shaderSource(type, source.text);
+  const char* const start = text.c_str();
+  glShaderSource(shader, 1, &start, nullptr);
   glCompileShader(shader);
   GLint status = 0;
   glGetShaderiv(shader, GL_COMPILE_STATUS, &status);

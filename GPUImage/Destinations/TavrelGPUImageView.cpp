@@ -272,7 +272,8 @@ void TavrelGPUImageView::newFrameReadyAtTime(MediaTime, Index) {
 void TavrelGPUImageView::Implementation::drawInput() const {
   glClearColor(backgroundColorRed, backgroundColorGreen, backgroundColorBlue, backgroundColorAlpha);
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-  displayProgram.setTexture(0, inputFramebufferForDisplay.texture(), 4, textureCoordinatesForRotation(inputRotation));
+  displayProgram.setTexture(0, QuadTexture(inputFramebufferForDisplay.get().get()), 4,
+                            textureCoordinatesForRotation(inputRotation));
   displayProgram.draw(imageVertices.data());
 }
 

@@ -47,13 +47,13 @@ std::string TavrelGPUImageFilter::readFragmentShader(const std::filesystem::path
   return readResource(file, "fsh").value_or(std::string());
 }
 
-GLuint TavrelGPUImageFilter::Implementation::textureOf(const TavrelGPUImageFramebufferLease& input) {
-  if (input) return input.texture();
-  static const GLuint transparentTexture = [] {
+QuadTexture TavrelGPUImageFilter::Implementation::textureOf(const TavrelGPUImageFramebufferLease& input) {
+  if (input) return QuadTexture(input.get().get());
+  static const QuadTexture transparentTexture = [] {
     constexpr std::array<std::uint8_t, 4> kPixel{};
-    GLuint texture = 0;
-    glGenTextures(1, &texture);
-    glBindTexture(GL_TEXTURE_2D, texture);
+    QuadTexture texture;
+    glGenTextures(1, &texture.name);
+    glBindTexture(GL_TEXTURE_2D, texture.name);
     // Without mipmaps only these filters make it a complete texture.
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
@@ -132,7 +132,7 @@ void TavrelGPUImageFilter::bindInputs(const GLfloat* textureCoordinates) {
   const Implementation& state = *implementation_;
   if (state.scaledInput) {
     const auto& [framebuffer, corners] = *state.scaledInput;
-    state.filterProgram.setTexture(0, framebuffer.texture(), 2, corners.data());
+    state.filterProgram.setTexture(0, QuadTexture(framebuffer.get().get()), 2, corners.data());
   } else {
     state.filterProgram.setTexture(0, Implementation::textureOf(state.firstInputFramebuffer), 2, textureCoordinates);
   }

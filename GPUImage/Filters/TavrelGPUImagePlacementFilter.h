@@ -8,8 +8,9 @@ namespace tavrel {
 /// `TavrelGetTransform`. After `forceProcessingAtSize` the output has exactly that size; the input, whatever its
 /// proportions, fills it before the transform. The rest is transparent.
 ///
-/// The input is premultiplied, so that colours of transparent pixels do not bleed into edges; the output is straight,
-/// as an alpha blend filter expects.
+/// The input is premultiplied, so that colours of transparent pixels do not bleed into edges, best with 16 bits, from
+/// which straight colours can be had without a loss; the output is straight, as an alpha blend filter expects, of 8
+/// bits.
 class TAVREL_API TavrelGPUImagePlacementFilter : public TavrelGPUImageTransformFilter {
  public:
   TavrelGPUImagePlacementFilter();
@@ -17,6 +18,7 @@ class TAVREL_API TavrelGPUImagePlacementFilter : public TavrelGPUImageTransformF
 
  protected:
   Size workingSize(Size inputSize) const override;
+  void renderToTextureWithVertices(const GLfloat* vertices, const GLfloat* textureCoordinates) override;
 };
 
 }  // namespace tavrel

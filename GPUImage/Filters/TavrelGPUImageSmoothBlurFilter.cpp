@@ -122,8 +122,8 @@ struct TavrelGPUImageSmoothBlurFilter::Implementation {
   }
 
   /// Draws `texture`, the mean of so many of its pixels a side (1, 2 or 4), into the framebuffer that is active.
-  void drawMean(GLuint texture, int pixels, Size textureSize, const GLfloat* corners, const Coordinates& coordinates,
-                const GLfloat* vertices) const {
+  void drawMean(const QuadTexture& texture, int pixels, Size textureSize, const GLfloat* corners,
+                const Coordinates& coordinates, const GLfloat* vertices) const {
     mean.use();
     const double distance = pixels == 1 ? 0 : pixels / 4.0;
     const auto step = [&](std::size_t corner, std::size_t i, double length) {
@@ -135,8 +135,8 @@ struct TavrelGPUImageSmoothBlurFilter::Implementation {
     mean.draw(vertices);
   }
 
-  void drawKernel(GLuint texture, const Kernel& of, std::array<double, 2> step, const Coordinates& coordinates,
-                  const GLfloat* vertices) const {
+  void drawKernel(const QuadTexture& texture, const Kernel& of, std::array<double, 2> step,
+                  const Coordinates& coordinates, const GLfloat* vertices) const {
     kernel.use();
     glUniform2f(direction, static_cast<GLfloat>(step[0]), static_cast<GLfloat>(step[1]));
     glUniform2fv(pairs, kMostPairs, of.pairs.data());
@@ -192,13 +192,13 @@ void TavrelGPUImageSmoothBlurFilter::renderToTextureWithVertices(const GLfloat* 
   Implementation::Lease reduced;
   Size size = whole;
   const auto texture = [&] {
-    return reduced ? reduced.texture()
+    return reduced ? QuadTexture(reduced.get().get())
                    : TavrelGPUImageFilter::Implementation::textureOf(filter().firstInputFramebuffer);
   };
   const GLfloat* corners = textureCoordinates;
   if (state.worksInLight) {
     reduced = Implementation::fetch(whole);
-    const GLuint input = TavrelGPUImageFilter::Implementation::textureOf(filter().firstInputFramebuffer);
+    const QuadTexture input = TavrelGPUImageFilter::Implementation::textureOf(filter().firstInputFramebuffer);
     state.toLight->drawMean(input, 1, size, corners, partOf(corners, {}, {}), vertices);
     corners = upright;
   }
@@ -240,13 +240,13 @@ void TavrelGPUImageSmoothBlurFilter::renderToTextureWithVertices(const GLfloat* 
     setOutputFramebuffer(fetchFramebuffer());
   }
   const Implementation& second = reduction > 1 ? state : last;
-  second.drawKernel(vertical.texture(), kernel, along(1, size.width), partOf(corners, {}, {}), vertices);
+  second.drawKernel(QuadTexture(vertical.get().get()), kernel, along(1, size.width), partOf(corners, {}, {}), vertices);
   if (reduction == 1) return;
   setOutputFramebuffer(fetchFramebuffer());
   const auto inside = [&](double length, double reducedLength) {
     return Stretch{1 / reducedLength, (1 + length / reduction) / reducedLength};
   };
-  last.drawMean(both.texture(), 1, size, corners,
+  last.drawMean(QuadTexture(both.get().get()), 1, size, corners,
                 partOf(corners, inside(whole.width, size.width), inside(whole.height, size.height)), vertices);
 }
 

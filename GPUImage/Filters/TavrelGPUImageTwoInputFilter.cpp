@@ -117,9 +117,10 @@ void TavrelGPUImageTwoInputFilter::scaleInputs(const GLfloat* vertices, const GL
 void TavrelGPUImageTwoInputFilter::bindInputs(const GLfloat* textureCoordinates) {
   TavrelGPUImageFilter::bindInputs(textureCoordinates);
   if (const auto& scaled = implementation_->scaledSecondInput) {
-    return filter().filterProgram.setTexture(1, scaled->framebuffer.texture(), 3, scaled->corners.data());
+    return filter().filterProgram.setTexture(1, QuadTexture(scaled->framebuffer.get().get()), 3,
+                                             scaled->corners.data());
   }
-  const GLuint second = TavrelGPUImageFilter::Implementation::textureOf(implementation_->secondInputFramebuffer);
+  const QuadTexture second = TavrelGPUImageFilter::Implementation::textureOf(implementation_->secondInputFramebuffer);
   filter().filterProgram.setTexture(1, second, 3, textureCoordinatesForRotation(implementation_->inputRotation2));
 }
 

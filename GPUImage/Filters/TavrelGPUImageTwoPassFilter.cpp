@@ -88,7 +88,8 @@ void TavrelGPUImageTwoPassFilter::renderPasses(const GLfloat* vertices, const GL
   const QuadProgram& program = implementation_->secondFilterProgram;
   program.use();
   setUniformsForProgramAtIndex(1);
-  program.setTexture(0, intermediate.texture(), 3, textureCoordinatesForRotation(kTavrelGPUImageNoRotation));
+  program.setTexture(0, QuadTexture(intermediate.get().get()), 3,
+                     textureCoordinatesForRotation(kTavrelGPUImageNoRotation));
   glClearColor(0, 0, 0, 1);
   glClear(GL_COLOR_BUFFER_BIT);
   program.draw(vertices);

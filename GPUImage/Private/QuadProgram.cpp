@@ -2,6 +2,7 @@
 
 #include "GPUImage/TavrelGLProgram.h"
 #include "GPUImage/TavrelGPUImageContext.h"
+#include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
 
@@ -19,6 +20,13 @@ void link(TavrelGLProgram& program, std::initializer_list<std::string_view> attr
 
 }  // namespace
 
+QuadTexture::QuadTexture(const TavrelGPUImageFramebuffer* framebuffer) {
+  if (!framebuffer) return;
+  name = framebuffer->texture();
+  size = framebuffer->size();
+  isDeep = framebuffer->textureOptions().isDeep();
+}
+
 QuadProgram::QuadProgram(TavrelGPUImageContext& context, std::string_view vertexShader, std::string_view fragmentShader,
                          std::initializer_list<std::string_view> attributes)
     : context_(&context) {
@@ -34,11 +42,21 @@ QuadProgram::QuadProgram(TavrelGPUImageContext& context, std::string_view vertex
 
 void QuadProgram::use() const { context_->setContextShaderProgram(program_); }
 
-void QuadProgram::setTexture(std::size_t index, GLuint texture, GLint unit, const GLfloat* coordinates) const {
+// Samplers of bytes cut positions off, to 1/256 of a pixel: what rounding has put just before a pixel's centre would be
+// mixed with the pixel before. So all positions lie a little behind, by more than an interpolation of 16 bits is off
+// over the 64 pixels that Mesa's software draws at a time.
+void QuadProgram::setTexture(std::size_t index, const QuadTexture& texture, GLint unit,
+                             const GLfloat* coordinates) const {
+  const double shift = texture.isDeep ? 0 : 1.5 / 1024;
+  std::array<GLfloat, 8>& moved = textures_[index].corners;
+  for (std::size_t i = 0; i < moved.size(); ++i) {
+    const double length = i % 2 == 0 ? texture.size.width : texture.size.height;
+    moved[i] = static_cast<GLfloat>(static_cast<double>(coordinates[i]) + shift / length);
+  }
   glActiveTexture(static_cast<GLenum>(GL_TEXTURE0 + unit));
-  glBindTexture(GL_TEXTURE_2D, texture);
+  glBindTexture(GL_TEXTURE_2D, texture.name);
   glUniform1i(textures_[index].sampler, unit);
-  glVertexAttribPointer(textures_[index].coordinates, 2, GL_FLOAT, GL_FALSE, 0, coordinates);
+  glVertexAttribPointer(textures_[index].coordinates, 2, GL_FLOAT, GL_FALSE, 0, moved.data());
 }
 
 void QuadProgram::draw(const GLfloat* corners) const {

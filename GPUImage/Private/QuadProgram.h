@@ -8,10 +8,24 @@
 #include <memory>
 #include <string_view>
 
+#include "Platform/Foundation/Geometry.h"
+
 namespace tavrel {
 
 class TavrelGLProgram;
 class TavrelGPUImageContext;
+class TavrelGPUImageFramebuffer;
+
+/// A texture that a quad shows.
+struct QuadTexture {
+  QuadTexture() = default;
+  /// None without a framebuffer.
+  explicit QuadTexture(const TavrelGPUImageFramebuffer* framebuffer);
+
+  GLuint name = 0;
+  Size size = {1, 1};  ///< in pixels
+  bool isDeep = false;
+};
 
 /// A linked program that draws a quad of up to two textures.
 ///
@@ -35,13 +49,14 @@ class QuadProgram {
   /// Makes the context current and this its program; before `setTexture`, `draw` and setting uniforms.
   void use() const;
   /// Binds `texture` to the texture unit `unit`; the quad shows its part between the coordinates.
-  void setTexture(std::size_t index, GLuint texture, GLint unit, const GLfloat* coordinates) const;
+  void setTexture(std::size_t index, const QuadTexture& texture, GLint unit, const GLfloat* coordinates) const;
   void draw(const GLfloat* corners) const;
 
  private:
   struct Texture {
     GLuint coordinates = 0;
     GLint sampler = -1;
+    mutable std::array<GLfloat, 8> corners{};  // which GL reads when it draws
   };
 
   TavrelGPUImageContext* context_ = nullptr;

@@ -110,10 +110,14 @@ std::shared_ptr<Image> straightImage(const std::shared_ptr<Image>& image) {
 }
 
 std::shared_ptr<Image> premultipliedImage(const std::shared_ptr<Image>& image) {
-  const AlphaInfo alpha = image->alphaInfo();
-  const bool isStraight = alpha == AlphaInfo::first || alpha == AlphaInfo::last;
-  if (image->bitsPerPixel() != 32 || !isStraight) return image;
+  if (!isStraight(*image)) return image;
   return imageOf(premultipliedBGRA(*image), false)->withScaleAndOrientation(image->scale(), image->orientation());
+}
+
+std::shared_ptr<Image> deepPremultipliedImage(const std::shared_ptr<Image>& image) {
+  if (!isStraight(*image)) return image;
+  return imageOfPixels(premultipliedRGBA16(*image), image->width(), true, false)
+      ->withScaleAndOrientation(image->scale(), image->orientation());
 }
 
 }  // namespace tavrel

@@ -33,6 +33,9 @@ struct ImageDecoding {
   /// The values as stored, in the colour space of `ImageMetadata::colorProfile`, instead of sRGB, where that is a
   /// profile of RGB pixels and they are such.
   bool keepsColors = false;
+  /// Straight 8-bit colours of a transparent PNG, TIFF or HEIC (`AlphaInfo::first`), which would be rounded once more
+  /// where they are multiplied by alpha; not with `keepsDepth`.
+  bool keepsStraight = false;
 };
 
 /// Decodes PNG, JPEG, GIF, WebP, AVIF, TIFF and HEIC files, detected by content, through libpng, libjpeg-turbo, giflib,

@@ -55,6 +55,19 @@ TEST_F(ProgramTest, AShaderThatDoesNotCompileIsToldAndFailsTheLink) {
   });
 }
 
+TEST_F(ProgramTest, DirectivesThatMustComeFirstDo) {
+  onQueue([] {
+    const std::string body = "varying lowp vec2 textureCoordinate; void main() { gl_FragColor = vec4(1.0); }";
+    const std::string vertexShader =
+        "attribute vec4 position; varying lowp vec2 textureCoordinate; void main() { gl_Position = position; "
+        "textureCoordinate = position.xy; }";
+    for (const std::string first : {"", "#version 100\n", "// One.\n#version 100\n#extension all : disable\n"}) {
+      TavrelGLProgram program("#version 100\n" + vertexShader, first + body);
+      EXPECT_TRUE(program.link()) << first << program.fragmentShaderLog() << program.vertexShaderLog();
+    }
+  });
+}
+
 TEST_F(ProgramTest, AMissingSourceOfEitherShaderIsToldWithTheSameText) {
   onQueue([] {
     const ConsoleCapture console;

@@ -106,7 +106,7 @@ std::shared_ptr<TavrelCaptureEffect> makeSticker(const std::string& value) {
   const auto source = openPictures(placement);
   if (source->count() > 1) return makeAnimated(*source, placement);
   auto sticker = std::make_shared<TavrelImageStickerCaptureEffect>();
-  sticker->setImage(normalizedImage(valueOrThrow(source->imageAtIndex(0))));
+  sticker->setImage(normalizedImage(valueOrThrow(source->decodedImage(0, {.keepsStraight = true}))));
   return placed(std::move(sticker), placement);
 }
 

@@ -19,38 +19,24 @@ Rect rectOf(const Span& columns, const Span& rows) {
 Span columnsOf(const Rect& rect) { return {rect.minX(), rect.maxX()}; }
 Span rowsOf(const Rect& rect) { return {rect.minY(), rect.maxY()}; }
 
-/// The crop in one direction.
+/// The crop in one direction, in whole pixels.
 struct CroppedSide {
   CroppedSide(double frameLength, double start, double share)
-      : frame(frameLength),
-        length(std::max(1.0, std::round(frameLength * share))),
-        origin(frameLength * start),
-        step(frameLength * share / length) {}
+      : length(std::max(1.0, std::round(frameLength * share))),
+        origin(std::min(std::round(frameLength * start), frameLength - length)) {}
 
-  /// The pixels that are looked at for `output`, which lie up to one beside those that are met.
-  Span inputFor(const Span& output) const {
-    return {std::max(0.0, std::floor(origin + output.first * step - 1)),
-            std::min(frame, std::ceil(origin + output.last * step + 1))};
-  }
-  /// The pixels for which `input` has all that is looked at.
+  Span inputFor(const Span& output) const { return {origin + output.first, origin + output.last}; }
   Span outputOf(const Span& input) const {
-    constexpr double kRoundingError = 1e-6;
-    const double first = std::ceil((input.first + 1 - origin) / step - kRoundingError);
-    const double last = std::floor((input.last - 1 - origin) / step + kRoundingError);
-    return {input.first == 0 ? 0 : std::max(0.0, first), input.last == frame ? length : std::min(length, last)};
+    return {std::max(0.0, input.first - origin), std::min(length, input.last - origin)};
   }
   /// Where the pixels `output` lie in `input`, as shares of it.
   Span sharesOf(const Span& output, const Span& input) const {
-    const auto share = [&](double pixel) {
-      return std::clamp((origin + pixel * step - input.first) / input.length(), 0.0, 1.0);
-    };
-    return {share(output.first), share(output.last)};
+    return {(origin + output.first - input.first) / input.length(),
+            (origin + output.last - input.first) / input.length()};
   }
 
-  double frame;
   double length;
   double origin;
-  double step;
 };
 
 /// Gives exactly `size`, however the product of region and frame rounds.
@@ -117,8 +103,12 @@ Rect movedRect(const Rect& rect, Size from, Size to, const Move& move) {
 
 Size CropEffect::sizeAfter(Size frame) const { return {columns(region_, frame).length, rows(region_, frame).length}; }
 
-TavrelCaptureEffectNodes CropEffect::makeNodes(Size frameSize) {
-  return {.filters = {std::make_shared<SizedCropFilter>(region_, sizeAfter(frameSize))}, .pictures = {}};
+TavrelCaptureEffectNodes CropEffect::makeNodes(Size frame) {
+  const CroppedSide across = columns(region_, frame);
+  const CroppedSide down = rows(region_, frame);
+  const Rect region =
+      rectOf(across.sharesOf({0, across.length}, {0, frame.width}), down.sharesOf({0, down.length}, {0, frame.height}));
+  return {.filters = {std::make_shared<SizedCropFilter>(region, sizeAfter(frame))}, .pictures = {}};
 }
 
 std::optional<Rect> CropEffect::inputFor(const Rect& output, Size frame) const {

@@ -4,7 +4,7 @@
 
 namespace tavrel::tool {
 
-/// Crops the frame to a rectangle, given in 0…1; rounded to whole pixels, at least one.
+/// Crops the frame to a rectangle, given in 0…1, whose corner and size are rounded to whole pixels, at least one.
 class CropEffect : public TavrelCaptureEffect {
  public:
   explicit CropEffect(const Rect& region) : region_(region) {}

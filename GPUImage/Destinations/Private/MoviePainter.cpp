@@ -63,7 +63,7 @@ bool MoviePainter::renderAtInternalSizeUsingFramebuffer(const TavrelGPUImageFram
   colorSwizzlingProgram_.use();
   glClearColor(1.0F, 0.0F, 0.0F, 1.0F);
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-  colorSwizzlingProgram_.setTexture(0, framebuffer.texture(), 4,
+  colorSwizzlingProgram_.setTexture(0, QuadTexture(&framebuffer), 4,
                                     TavrelGPUImageFilter::textureCoordinatesForRotation(inputRotation_));
   colorSwizzlingProgram_.draw(TavrelGPUImageFilter::fullFrameVertices());
   glFinish();

@@ -44,7 +44,7 @@ struct TavrelGPUImageFilter::Implementation {
     filterProgram = {*TavrelGPUImageContext::sharedImageProcessingContext(), vertexShader, fragmentShader, attributes};
   }
   /// The texture of an input; that of a single transparent pixel for one that is absent.
-  static GLuint textureOf(const TavrelGPUImageFramebufferLease& input);
+  static QuadTexture textureOf(const TavrelGPUImageFramebufferLease& input);
 };
 
 }  // namespace tavrel

@@ -98,7 +98,7 @@ void InputScaling::draw(Kind kind, const TavrelGPUImageFramebufferLease& input, 
   const GLfloat left = number(part.minX() / whole.width), right = number(part.maxX() / whole.width);
   const GLfloat bottom = number(part.minY() / whole.height), top = number(part.maxY() / whole.height);
   const Corners corners = {left, bottom, right, bottom, left, top, right, top};
-  used.quad.setTexture(0, input.texture(), 2, corners.data());
+  used.quad.setTexture(0, QuadTexture(input.get().get()), 2, corners.data());
   used.quad.draw(TavrelGPUImageFilter::fullFrameVertices());
   drawn_ = std::move(lease);
 }

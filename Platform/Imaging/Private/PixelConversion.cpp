@@ -37,6 +37,14 @@ std::array<std::uint8_t, 16> shuffleToBGRA(const Image& image) {
   return places;
 }
 
+/// 32-bit pixels as B, G, R, A, otherwise as they are.
+Bitmap shuffledToBGRA(const Image& image) {
+  Bitmap bitmap(static_cast<int>(image.width()), static_cast<int>(image.height()));
+  libyuv::ARGBShuffle(image.dataProvider()->bytes().data(), static_cast<int>(image.bytesPerRow()), bitmap.pixels.data(),
+                      bitmap.bytesPerRow(), shuffleToBGRA(image).data(), bitmap.width, bitmap.height);
+  return bitmap;
+}
+
 bool isPremultiplied(AlphaInfo alpha) {
   return alpha == AlphaInfo::premultipliedFirst || alpha == AlphaInfo::premultipliedLast;
 }
@@ -93,6 +101,11 @@ Bitmap reducedToBytes(const Image& image) {
 
 bool isDeep(const Image& image) { return image.bitsPerPixel() == 64 && image.bitsPerComponent() == 16; }
 
+bool isStraight(const Image& image) {
+  const AlphaInfo alpha = image.alphaInfo();
+  return image.bitsPerPixel() == 32 && (alpha == AlphaInfo::first || alpha == AlphaInfo::last);
+}
+
 bool isOpaque(const Image& image) {
   if (image.bitsPerPixel() < 32) return true;
   const AlphaInfo alpha = image.alphaInfo();
@@ -115,6 +128,12 @@ bool isOpaqueThroughout(const Image& image) {
 
 Bitmap premultipliedBGRA(const Image& image) {
   if (isDeep(image)) return reducedToBytes(image);
+  if (image.bitsPerPixel() == 32) {
+    Bitmap bitmap = shuffledToBGRA(image);
+    const bool opaque = isOpaque(image);
+    if (opaque || !isPremultiplied(image.alphaInfo())) finishColors(bitmap.pixels, opaque);
+    return bitmap;
+  }
   Bitmap bitmap(static_cast<int>(image.width()), static_cast<int>(image.height()));
   if (bitmap.pixels.empty()) return bitmap;
   const std::uint8_t* const source = image.dataProvider()->bytes().data();
@@ -124,11 +143,6 @@ Bitmap premultipliedBGRA(const Image& image) {
     libyuv::RAWToARGB(source, stride, target, bitmap.bytesPerRow(), bitmap.width, bitmap.height);
   } else if (image.bitsPerPixel() == 8) {
     libyuv::J400ToARGB(source, stride, target, bitmap.bytesPerRow(), bitmap.width, bitmap.height);
-  } else if (image.bitsPerPixel() == 32) {
-    libyuv::ARGBShuffle(source, stride, target, bitmap.bytesPerRow(), shuffleToBGRA(image).data(), bitmap.width,
-                        bitmap.height);
-    const bool opaque = isOpaque(image);
-    if (opaque || !isPremultiplied(image.alphaInfo())) finishColors(bitmap.pixels, opaque);
   }
   return bitmap;
 }
@@ -141,6 +155,22 @@ void multiplyByAlphaDeep(std::span<std::uint8_t> straight) {
     const std::uint32_t alpha = wordAt(pixel + 6);
     for (int c = 0; c < 6; c += 2) setWord(pixel + c, (wordAt(pixel + c) * alpha + 32767) / 65535);
   }
+}
+
+Data premultipliedRGBA16(const Image& image) {
+  const std::array<std::uint8_t, 16> places = shuffleToBGRA(image);
+  Data result(image.width() * image.height() * 8);
+  std::uint8_t* to = result.data();
+  for (std::size_t y = 0; y < image.height(); ++y) {
+    const std::uint8_t* from = image.dataProvider()->bytes().data() + y * image.bytesPerRow();
+    for (std::size_t x = 0; x < image.width(); ++x, from += 4, to += 8) {
+      const std::uint32_t alpha = from[places[3]];
+      // 257 is 65535 / 255.
+      for (std::size_t c = 0; c < 3; ++c) setWord(to + c * 2, (from[places[2 - c]] * alpha * 257 + 127) / 255);
+      setWord(to + 6, alpha * 257);
+    }
+  }
+  return result;
 }
 
 Data straightRGBA16(const Image& image) {
@@ -176,8 +206,8 @@ void layOnto(Bitmap& target, Bitmap& source, int left, int top, bool over) {
 }
 
 Bitmap straightRGBA(const Image& image) {
-  Bitmap bitmap = premultipliedBGRA(image);
-  for (std::size_t i = 0; i < bitmap.pixels.size(); i += 4) {
+  Bitmap bitmap = isStraight(image) ? shuffledToBGRA(image) : premultipliedBGRA(image);
+  for (std::size_t i = 0; !isStraight(image) && i < bitmap.pixels.size(); i += 4) {
     std::uint8_t* const pixel = bitmap.pixels.data() + i;
     const int alpha = pixel[3];
     if (alpha > 0 && alpha < 255) {

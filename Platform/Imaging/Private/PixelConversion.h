@@ -29,6 +29,9 @@ struct Bitmap {
 /// True for R, G, B, A of 16 bits each.
 bool isDeep(const Image& image);
 
+/// True for 32-bit pixels with straight colours.
+bool isStraight(const Image& image);
+
 /// True when no pixel of such an image can be transparent.
 bool isOpaque(const Image& image);
 /// True when no pixel of this image is.
@@ -45,6 +48,9 @@ void multiplyByAlpha(std::span<std::uint8_t> straight);
 
 /// The same for R, G, B, A of 16 bits in the host's order.
 void multiplyByAlphaDeep(std::span<std::uint8_t> straight);
+
+/// A straight picture of 32-bit pixels as premultiplied R, G, B, A of 16 bits. Not turned.
+Data premultipliedRGBA16(const Image& image);
 
 /// The same pixels as `straightRGBA` gives, with 16 bits for each component.
 Data straightRGBA16(const Image& image);

@@ -74,6 +74,12 @@ void convertStoredPixels(StoredPixels& stored, std::span<const std::uint8_t> col
 std::shared_ptr<Image> imageOfStoredPixels(StoredPixels stored, std::span<const std::uint8_t> colorProfile,
                                            const ImageDecoding& decoding) {
   convertStoredPixels(stored, colorProfile, decoding);
+  if (decoding.keepsStraight && !stored.isOpaque && !stored.isPremultiplied && !stored.isDeep) {
+    const std::size_t height = stored.bytes.size() / (stored.width * 4);
+    return Image::create(stored.width, height, 8, 32, stored.width * 4,
+                         bitmapInfo(kBitmapByteOrder32Little, AlphaInfo::first),
+                         DataProvider::create(std::move(stored.bytes)));
+  }
   if (!stored.isOpaque && !stored.isPremultiplied)
     stored.isDeep ? multiplyByAlphaDeep(stored.bytes) : multiplyByAlpha(stored.bytes);
   return imageOfPixels(std::move(stored.bytes), stored.width, stored.isDeep, stored.isOpaque);

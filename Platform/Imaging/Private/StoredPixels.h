@@ -22,7 +22,7 @@ struct StoredPixels {
 void convertStoredPixels(StoredPixels& stored, std::span<const std::uint8_t> colorProfile,
                          const ImageDecoding& decoding);
 
-/// The image that is asked for: with as many bits, in the profile's colours or in sRGB, premultiplied.
+/// The image that is asked for: with as many bits, in the profile's colours or in sRGB, premultiplied or straight.
 std::shared_ptr<Image> imageOfStoredPixels(StoredPixels stored, std::span<const std::uint8_t> colorProfile,
                                            const ImageDecoding& decoding);
 

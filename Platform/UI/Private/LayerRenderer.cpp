@@ -41,8 +41,9 @@ constexpr double kFilled = 1e6;
 
 GLuint compile(GLenum type, const char* source, std::string& log) {
   const GLuint shader = glCreateShader(type);
-  const std::array parts = {shaderPreamble(type), source};
-  glShaderSource(shader, static_cast<GLsizei>(parts.size()), parts.data(), nullptr);
+  const std::string whole = shaderSource(type, source);
+  const char* const start = whole.c_str();
+  glShaderSource(shader, 1, &start, nullptr);
   glCompileShader(shader);
   GLint isCompiled = GL_FALSE;
   glGetShaderiv(shader, GL_COMPILE_STATUS, &isCompiled);

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstring>
 #include <fstream>
 
 #include "Platform/Imaging/ImagingError.h"
@@ -107,6 +108,32 @@ TEST(BitmapContext, ConvertsLayoutsScalesAndBlends) {
   const auto rgb = Image::create(1, 1, 8, 24, 3, 0, DataProvider::create(Data{1, 2, 3}));
   context->drawImage(*rgb, {{0, 0}, {1, 1}});
   EXPECT_EQ((Data{canvas.begin(), canvas.begin() + 4}), (Data{3, 2, 1, 255}));
+}
+
+TEST(Pictures, StraightColoursLastThroughPngAndMultiplication) {
+  Data pixels(256 * 256 * 4);  // B, G, R, A
+  for (std::size_t i = 0; i < pixels.size(); i += 4) {
+    const auto color = static_cast<std::uint8_t>(i / 4 % 256);
+    pixels[i] = pixels[i + 1] = color;
+    pixels[i + 2] = static_cast<std::uint8_t>(255 - color);
+    pixels[i + 3] = static_cast<std::uint8_t>(i / 1024);
+  }
+  const auto straight = Image::create(256, 256, 8, 32, 1024, bitmapInfo(kBitmapByteOrder32Little, AlphaInfo::first),
+                                      DataProvider::create(Data(pixels)));
+  const Data png = ImageDestination::encode(straight, "image/png").value();
+  const auto read = ImageSource::create(png).value()->decodedImage(0, {.keepsStraight = true}).value();
+  EXPECT_EQ(read->bitmapInfo(), straight->bitmapInfo());
+  EXPECT_EQ(read->dataProvider()->copyData(), pixels);
+
+  const auto multiplied = deepPremultipliedImage(read);
+  ASSERT_EQ(multiplied->bitmapInfo(), kBitmapPremultipliedRGBA16);
+  const Data words = multiplied->dataProvider()->copyData();
+  for (std::size_t i = 0; i < pixels.size(); ++i) {
+    std::uint16_t word = 0;
+    std::memcpy(&word, words.data() + (i % 4 == 3 ? i : i / 4 * 4 + 2 - i % 4) * 2, sizeof word);
+    const double factor = i % 4 == 3 ? 1 : pixels[i / 4 * 4 + 3] / 255.0;
+    ASSERT_NEAR(word, 257.0 * pixels[i] * factor, 0.5001) << i;
+  }
 }
 
 TEST(Pictures, PngKeepsColoursAndAlpha) {

@@ -176,7 +176,7 @@ TEST_F(FilterCommandTest, PartsHaveThePixelsOfTheWhole) {
     std::string options;
     int most;
   };
-  // What reads between pixels differs: the sampler's weights have eight bits, whose last one follows the rounding of
+  // What blurs or stretches differs: the sampler's weights have eight bits, whose last one follows the rounding of
   // coordinates, and those are shares of the part's size.
   const Effects cases[] = {
       {"--lut " + file("t.cube"), 0},
@@ -184,10 +184,11 @@ TEST_F(FilterCommandTest, PartsHaveThePixelsOfTheWhole) {
       {"--rotate 6 --rotate 3", 0},
       {"--rotate 5 --lut " + file("t.cube") + " --mirror --beauty 0.4 --crop 0,0,0.5,1", 0},
       {"--blur 40", 1},
-      {"--crop 0.0123,0.1,0.81,0.77", 1},
-      {"--rotate 1 --crop 0.3,0,0.7,0.9", 1},
-      {"--sticker " + file("s.png") + "@200,180,160,150,25", 2},
-      {"--rotate 2 --sticker " + file("s.png") + "@100,50,400,600 --rotate 5", 2},
+      {"--crop 0.0123,0.1,0.81,0.77", 0},
+      {"--rotate 1 --crop 0.3,0,0.7,0.9", 0},
+      {"--sticker " + file("s.png") + "@200,200,90,70 --lut " + file("t.cube"), 0},
+      {"--sticker " + file("s.png") + "@200,180,160,150,25", 1},
+      {"--rotate 2 --sticker " + file("s.png") + "@100,50,400,600 --rotate 5", 1},
       {"--crop 0.2,0.1,0.8,0.8 --blur 9 --rotate 7 --lut " + file("t.cube") + " --mirror --beauty 0.4", 2},
   };
   for (const Effects& each : cases) {

@@ -134,8 +134,7 @@ TEST_F(RandomChainsTest, PicturesAreWhatTheMathematicsSay) {
     const test::CommandResult result = test::tavrel("filter " + file("in.png") + " " + file("out.png") + chain.options);
     ASSERT_EQ(result.status, 0) << chain.options << result.output;
     const auto written = ImageSource::createWithFile(file("out.png")).value()->imageAtIndex(0).value();
-    // A table adds up what its components' inputs have been rounded by.
-    EXPECT_LE(errorOf(test::pictureOf(*written), chain.picture).largest, 3) << chain.options;
+    EXPECT_LE(errorOf(test::pictureOf(*written), chain.picture).largest, 1) << chain.options;
   }
 }
 
@@ -200,8 +199,7 @@ TEST_F(RandomChainsTest, MoviesAreWhatTheMathematicsSay) {
       std::filesystem::remove(file("out.mov"));
       const test::CommandResult result = test::tavrel(command + chain.options);
       ASSERT_EQ(result.status, 0) << command << chain.options << result.output;
-      // Two in each colour component make up to 1.75 in chroma, which is then rounded.
-      EXPECT_LE(errorOfMovie(file("out.mov"), file("out.yuv"), chain.picture), 3) << command << chain.options;
+      EXPECT_LE(errorOfMovie(file("out.mov"), file("out.yuv"), chain.picture), 2) << command << chain.options;
     }
   }
 }
