@@ -1,7 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <string>
 
 #include "GPUImage/TavrelGPUImageInput.h"
 #include "Platform/Foundation/Error.h"
