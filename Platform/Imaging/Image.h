@@ -61,9 +61,7 @@ TAVREL_API std::shared_ptr<Image> straightImage(const std::shared_ptr<Image>& im
 
 /// The image with premultiplied colours, for blending. A premultiplied or opaque image is returned unchanged.
 TAVREL_API std::shared_ptr<Image> premultipliedImage(const std::shared_ptr<Image>& image);
-
-/// The same with 16 bits for each component (`kBitmapPremultipliedRGBA16`), from which straight colours of 8 bits can
-/// be had again without a loss.
+/// The same as `kBitmapPremultipliedRGBA16`, from which straight colours of 8 bits can be had again without a loss.
 TAVREL_API std::shared_ptr<Image> deepPremultipliedImage(const std::shared_ptr<Image>& image);
 
 }  // namespace tavrel

@@ -33,8 +33,7 @@ struct ImageDecoding {
   /// The values as stored, in the colour space of `ImageMetadata::colorProfile`, instead of sRGB, where that is a
   /// profile of RGB pixels and they are such.
   bool keepsColors = false;
-  /// Straight 8-bit colours of a transparent PNG, TIFF or HEIC (`AlphaInfo::first`), which would be rounded once more
-  /// where they are multiplied by alpha; not with `keepsDepth`.
+  /// Straight 8-bit colours of a transparent PNG, TIFF or HEIC, which alpha would round; not with `keepsDepth`.
   bool keepsStraight = false;
 };
 
