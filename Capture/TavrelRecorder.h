@@ -102,7 +102,7 @@ class TAVREL_API TavrelRecorder {
   void finishWritingWithCompletion(FinishCompletion completion);
   /// Ends the movie and removes the file.
   void cancelWriting();
-  /// True from `startWriting` until the call that finishes or cancels.
+  /// Until the call that finishes or cancels.
   bool isWriting() const;
 
   /// Until `resume`, a movie being written has no frames and sound, and no gap; a camera output shows its last picture.
@@ -123,7 +123,6 @@ class TAVREL_API TavrelRecorder {
  private:
   struct Implementation;
   explicit TavrelRecorder(std::shared_ptr<Implementation> implementation);
-
   std::shared_ptr<Implementation> implementation_;
 };
 

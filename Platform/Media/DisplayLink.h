@@ -43,7 +43,6 @@ class TAVREL_API DisplayLink {
  private:
   explicit DisplayLink(Callback callback);
   void tick();
-
   struct State;
   const std::unique_ptr<State> state_;
 };

@@ -31,7 +31,6 @@ class TAVREL_API PlayerItem {
 
   const std::shared_ptr<const Asset>& asset() const { return asset_; }
   MediaTime duration() const { return asset_->duration(); }
-
   void play() { setRate(1); }
   void pause() { setRate(0); }
   /// Seconds of the asset per second of host time; 0 or more.
@@ -77,14 +76,12 @@ class TAVREL_API PlayerItemVideoOutput : public std::enable_shared_from_this<Pla
  private:
   friend class PlayerItem;
   struct Decoding;
-
   explicit PlayerItemVideoOutput(Dictionary attributes);
   void attach(PlayerItem* item);
   void restart(MediaTime from);
   void decodeAhead();
   void decodeStep(const std::shared_ptr<Decoding>& decoding);
   void noteNewPictures();
-
   struct State;
   const std::unique_ptr<State> state_;
 };
