@@ -23,11 +23,8 @@ class TavrelGPUImageFramebufferCache;
 
 /// How filters bring an input to another size.
 struct TavrelGPUImageScaling {
-  /// More than twice as large by a bicubic (Keys, a = -0.5); else linearly, as all smaller enlargements.
-  bool enlargesByBicubic = false;
-  /// More than twice as large so, or more than 1.5 times smaller, of linear light instead of sRGB's values, where
-  /// textures can be deep. Premultiplied ones are taken for such.
-  bool worksInLight = false;
+  bool enlargesByBicubic = false;  ///< more than twice: Keys's, a = -0.5; else linearly
+  bool worksInLight = false;       ///< that, and to less than 2/3, on linear light, where textures can be deep
 };
 
 /// An OpenGL ES 2.0 context of the library, with the serial queue on which all its GL calls run, its shader programs,

@@ -75,10 +75,14 @@ struct Kernel {
   std::size_t count = 0;
 };
 
-Kernel kernelOf(double sigma) {
+/// Of a normal distribution that ends at `edge` pixels from the middle.
+Kernel kernelOf(double sigma, double edge) {
   Kernel kernel;
-  const auto weight = [&](double distance) { return std::exp(-distance * distance / (2 * sigma * sigma)); };
-  const std::size_t reach = sigma > 0.05 ? static_cast<std::size_t>(std::ceil(sigma * kReach)) : 0;
+  const auto weight = [&](double distance) {
+    return std::exp(-distance * distance / (2 * sigma * sigma)) * std::clamp(edge + 0.5 - distance, 0.0, 1.0);
+  };
+  const double end = std::min(sigma * kReach, edge + 0.5);
+  const std::size_t reach = sigma > 0.05 ? static_cast<std::size_t>(std::ceil(end)) : 0;
   kernel.count = std::min((reach + 1) / 2, kMostPairs);
   double sum = 1;
   for (std::size_t i = 1; i <= kernel.count * 2; ++i) sum += 2 * weight(static_cast<double>(i));
@@ -98,6 +102,7 @@ struct TavrelGPUImageSmoothBlurFilter::Implementation {
   using Lease = TavrelGPUImageFramebufferLease;
 
   double sigma = 2;
+  double reach = 0;
   explicit Implementation(const std::string& finish = "")
       : mean(makeProgram(kMeanShader, finish)), kernel(makeProgram(kKernelShader, finish)) {}
 
@@ -162,6 +167,13 @@ void TavrelGPUImageSmoothBlurFilter::setSigma(double newValue) {
   onVideoProcessingQueue([&] { implementation_->sigma = std::clamp(newValue, 0.0, kLargestSigma); });
 }
 
+TAVREL_NODE_VALUE(TavrelGPUImageSmoothBlurFilter, double, reach)
+
+void TavrelGPUImageSmoothBlurFilter::setReach(double newValue) {
+  if (!isFinite(newValue)) return;
+  onVideoProcessingQueue([&] { implementation_->reach = std::max(newValue, 0.0); });
+}
+
 TAVREL_NODE_VALUE(TavrelGPUImageSmoothBlurFilter, bool, worksInLight)
 
 void TavrelGPUImageSmoothBlurFilter::setWorksInLight(bool newValue) {
@@ -186,7 +198,9 @@ void TavrelGPUImageSmoothBlurFilter::renderToTextureWithVertices(const GLfloat* 
   if (preventRendering()) return unlockInputs();
   const Implementation& state = *implementation_;
   const Size whole = sizeOfFBO();
-  const int reduction = reductionFor(state.sigma);
+  int reduction = reductionFor(state.sigma);
+  // A kernel that is cut off has an edge, which is not to be lost.
+  while (state.reach > 0 && reduction > 1 && state.reach * 2 / reduction < kMostPairs * 2) reduction /= 2;
   const GLfloat* const upright = textureCoordinatesForRotation(kTavrelGPUImageNoRotation);
 
   Implementation::Lease reduced;
@@ -225,7 +239,8 @@ void TavrelGPUImageSmoothBlurFilter::renderToTextureWithVertices(const GLfloat* 
   // Means of pixels and the enlargement, which is linear, have variances of their own.
   const double square = static_cast<double>(reduction) * reduction;
   const double others = reduction == 1 ? 0 : (square - 1) / 12 + (square - 1) / 6;
-  const Kernel kernel = kernelOf(std::sqrt(std::max(0.0, state.sigma * state.sigma - others)) / reduction);
+  const Kernel kernel = kernelOf(std::sqrt(std::max(0.0, state.sigma * state.sigma - others)) / reduction,
+                                 state.reach > 0 ? (state.reach + 0.5) / reduction : kLargestSigma * kReach);
   const auto along = [&](std::size_t corner, double length) {
     return std::array{(corners[corner * 2] - corners[0]) / length, (corners[corner * 2 + 1] - corners[1]) / length};
   };

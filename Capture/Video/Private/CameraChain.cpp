@@ -1,15 +1,42 @@
 #include "Capture/Video/Private/CameraChain.h"
 
+#include <atomic>
+#include <memory>
 #include <utility>
 
 #include "Capture/Video/Private/CameraCropFilter.h"
-#include "GPUImage/Filters/TavrelGPUImageGaussianBlurFilter.h"
+#include "GPUImage/Filters/TavrelGPUImageSmoothBlurFilter.h"
 #include "GPUImage/TavrelGPUImageContext.h"
+#include "GPUImage/TavrelGPUImageFramebufferCache.h"
+#include "GPUImage/TavrelGPUImageFramebufferLease.h"
 
 namespace tavrel {
 namespace {
 
-constexpr double kSwitchBlurRadius = 50;
+/// As a Gaussian blur filter with a radius of 50 pixels shows it, within a step or two of 255: its kernel ends early.
+std::shared_ptr<TavrelGPUImageSmoothBlurFilter> makeSwitchBlur() {
+  auto blur = std::make_shared<TavrelGPUImageSmoothBlurFilter>();
+  blur->setSigma(50);
+  blur->setReach(60);
+  return blur;
+}
+
+/// Drivers compile a program for good when they first draw with it, which takes longer than a frame. Done once, before
+/// frames come.
+void compileSwitchBlur() {
+  static std::atomic<bool> isDone = false;
+  if (isDone.exchange(true)) return;
+  TavrelRunAsynchronouslyOnVideoProcessingQueue([] {
+    constexpr Size kSize = {64, 64};
+    const auto input = TavrelGPUImageFramebufferLease::adopt(
+        TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(kSize, {}, false));
+    const auto blur = makeSwitchBlur();
+    blur->setInputSize(kSize, 0);
+    blur->setInputFramebuffer(input.get(), 0);
+    blur->newFrameReadyAtTime(MediaTime::zero(), 0);
+    glFinish();
+  });
+}
 
 }  // namespace
 
@@ -20,6 +47,7 @@ CameraChain::CameraChain(std::shared_ptr<TavrelGPUImageView> view, CameraDeliver
       previewView(std::move(view)),
       delivery_(std::make_shared<CameraDelivery>(std::move(delivery))) {
   mirroredFilter->setAffineTransform(AffineTransform::makeScale(-1, 1));
+  compileSwitchBlur();
 }
 
 // An application's filter may live on; it lets go of preview and delivery.
@@ -60,9 +88,7 @@ void CameraChain::refreshGPUImagePipeline(const Form& form) {
     };
     for (const auto& filter : filters) append(filter);
     if (form.isBlurred) {
-      const auto blur = std::make_shared<TavrelGPUImageGaussianBlurFilter>();
-      blur->setBlurRadiusInPixels(kSwitchBlurRadius);
-      append(ownFilters_.emplace_back(blur));
+      append(ownFilters_.emplace_back(makeSwitchBlur()));
     }
     // Where an application has forced a size on its own filter, a copy gets the camera's.
     if (!isZero(last->forcedSize())) append(ownFilters_.emplace_back(std::make_shared<TavrelGPUImageFilter>()));

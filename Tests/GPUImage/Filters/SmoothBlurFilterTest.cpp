@@ -93,6 +93,18 @@ TEST(SmoothBlurFilter, IsTheGaussianOfAnyWidth) {
   EXPECT_EQ(filter->sigma(), TavrelGPUImageSmoothBlurFilter::kLargestSigma);
 }
 
+TEST(SmoothBlurFilter, CutOffItIsTheCamerasBlur) {
+  const auto gaussian = std::make_shared<TavrelGPUImageGaussianBlurFilter>();
+  gaussian->setBlurRadiusInPixels(50);
+  const auto smooth = std::make_shared<TavrelGPUImageSmoothBlurFilter>();
+  smooth->setSigma(50);
+  const Picture source = photograph(640, 360);
+  const Picture expected = test::process(source, gaussian);
+  EXPECT_GT(test::largestDifference(test::process(source, smooth), expected), 10);
+  smooth->setReach(60);
+  EXPECT_LE(test::largestDifference(test::process(source, smooth), expected), 2);
+}
+
 TEST(SmoothBlurFilter, TurnedInputsAreBlurredUpright) {
   const Picture source = photograph(90, 61);
   for (const double sigma : {1.5, 12.0}) {
