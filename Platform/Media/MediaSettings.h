@@ -27,7 +27,7 @@ inline constexpr const char* kVideoExpectedFrameRateKey = "VideoExpectedFrameRat
 inline constexpr const char* kVideoAverageBitRateKey = "VideoAverageBitRate";
 /// Number from 0 (smallest file) to 1 (best), used without a bit rate. Default: almost visually lossless.
 inline constexpr const char* kVideoQualityKey = "VideoQuality";
-/// Whole number: the most frames from one keyframe to the next. Default: four seconds of them, at least 100.
+/// Whole number: the most frames from one keyframe to the next. Default: four seconds of them, at least 250.
 inline constexpr const char* kVideoMaxKeyFrameIntervalKey = "VideoMaxKeyFrameInterval";
 /// Text: the encoder's name of a speed preset ("ultrafast", "medium"). Default: chosen by the mode.
 inline constexpr const char* kVideoPresetKey = "VideoPreset";

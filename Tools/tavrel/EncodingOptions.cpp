@@ -62,7 +62,7 @@ EncodingOptions::EncodingOptions(CLI::App& command, Copying copying) {
       ->type_name("Q");
   command
       .add_option("--keyframe", keyFrames_,
-                  "The most frames from one keyframe to the next; by default 4 seconds, at least 100")
+                  "The most frames from one keyframe to the next; by default 4 seconds, at least 250")
       ->type_name("FRAMES");
   command.add_option("--audio-bitrate", audioBitRate_, "Bits a second of the sound, as 128k")->type_name("RATE");
   command

@@ -126,7 +126,7 @@ void VideoEncoder::describe(AVCodecContext& context) const {
   // How many pictures are stored behind later ones is told before a track begins, which no device says reliably.
   if (options_.isSuccessor || kind().device != EncoderDevice::processor) context.max_b_frames = 0;
   constexpr double kKeyFrameSeconds = 4;
-  constexpr int kFewestFrames = 100;
+  constexpr int kFewestFrames = 250;
   const auto usual = static_cast<int>(std::lround(kKeyFrameSeconds * av_q2d(options_.frameRate)));
   context.gop_size = settings.maxKeyFrameInterval.value_or(std::max(kFewestFrames, usual));
   context.bit_rate = settings.averageBitRate.value_or(0);
