@@ -9,9 +9,9 @@
 #include "Platform/Graphics/PixelBuffer.h"
 #include "Platform/Media/MediaError.h"
 #include "Platform/Media/Private/FFmpegTime.h"
-#include "Platform/Media/Private/Writing/AudioTrackEncoder.h"
 #include "Platform/Media/Private/Writing/PassthroughTrackEncoder.h"
-#include "Platform/Media/Private/Writing/VideoTrackEncoder.h"
+#include "Platform/Media/Private/Writing/TrackEncoderChoice.h"
+#include "Platform/Media/Private/Writing/VideoSettings.h"
 #include "Platform/Tracing/TraceNames.h"
 #include "Platform/Tracing/TraceSpan.h"
 
@@ -45,25 +45,6 @@ std::int32_t automaticTimescale(std::int32_t timescale) {
   return timescale * factor;
 }
 
-struct EncoderChoice {
-  std::unique_ptr<TrackEncoder> encoder;
-  Size size;
-};
-
-Expected<EncoderChoice> chooseEncoder(MediaType mediaType, const std::optional<Dictionary>& settings,
-                                      std::int32_t timescale) {
-  if (!settings) return EncoderChoice{std::make_unique<PassthroughTrackEncoder>(mediaType, timescale), {}};
-  if (mediaType == MediaType::video) {
-    auto parsed = VideoSettings::parse(*settings);
-    if (!parsed) return tl::unexpected(parsed.error());
-    const Size size{static_cast<double>(parsed->width), static_cast<double>(parsed->height)};
-    return EncoderChoice{std::make_unique<VideoTrackEncoder>(std::move(*parsed), timescale), size};
-  }
-  auto parsed = AudioSettings::parse(*settings);
-  if (!parsed) return tl::unexpected(parsed.error());
-  return EncoderChoice{std::make_unique<AudioTrackEncoder>(*parsed), {}};
-}
-
 }  // namespace
 
 InputPipeline::~InputPipeline() = default;
@@ -93,7 +74,7 @@ bool InputPipeline::hasStarted() const {
 Expected<void> InputPipeline::attach(const MovieFile& file) {
   const std::lock_guard lock(mutex_);
   if (stage_ != Stage::created) return failure(MediaErrorCode::inputInUse, "the input serves a writer already");
-  auto choice = chooseEncoder(mediaType_, settings_, configuration_.timescale);
+  auto choice = chooseTrackEncoder(mediaType_, settings_, configuration_.timescale);
   if (!choice) return tl::unexpected(choice.error());
   if (auto checked = choice->encoder->check(file); !checked) return checked;
   encodedSize_ = choice->size;
@@ -103,7 +84,7 @@ Expected<void> InputPipeline::attach(const MovieFile& file) {
 
 Expected<void> InputPipeline::open(std::shared_ptr<PacketQueue> output, FailureHandler handler) {
   std::unique_lock lock(mutex_);
-  auto choice = chooseEncoder(mediaType_, settings_, configuration_.timescale);
+  auto choice = chooseTrackEncoder(mediaType_, settings_, configuration_.timescale);
   if (!choice) return tl::unexpected(choice.error());
   encoder_ = std::move(choice->encoder);
   failureHandler_ = std::move(handler);
