@@ -1,0 +1,111 @@
+// What becomes of a movie's sound in each type of file.
+#include <array>
+#include <string>
+
+#include "TranscodeTestSupport.h"
+
+namespace tavrel::test {
+namespace {
+
+using TranscodeSoundTest = TranscodeCommandTest;
+
+TEST_F(TranscodeSoundTest, SoundThatTheContainerCannotTakeIsEncodedAnew) {
+  const struct {
+    const char* input;
+    const char* encoding;
+    const char* output;
+    const char* sound;
+  } cases[] = {
+      {"a.webm", "-c:v libvpx-vp9 -deadline realtime -cpu-used 8 -c:a libopus", "a.mov", "encoded"},
+      {"b.webm", "-c:v libvpx-vp9 -deadline realtime -cpu-used 8 -c:a libopus", "b.mkv", "copied"},
+      {"h.webm", "-c:v libvpx-vp9 -deadline realtime -cpu-used 8 -c:a libopus", "h.mp4", "copied"},
+      {"c.avi", "-c:v mpeg4 -bf 2 -c:a pcm_s16le", "c.mp4", "encoded"},
+      {"d.avi", "-c:v mpeg4 -bf 2 -c:a pcm_s16le", "d.mov", "copied"},
+      {"e.ts", "-c:v libx264 -bf 2 -c:a aac", "e.mp4", "encoded"},
+      {"f.mkv", "-c:v libx265 -x265-params log-level=none -c:a flac", "f.mp4", "encoded"},
+      {"g.mov", "-c:v mjpeg -c:a libmp3lame", "g.mp4", "copied"},
+  };
+  for (const auto& each : cases) {
+    ASSERT_NO_FATAL_FAILURE(makeFilm(each.input, "3", each.encoding));
+    const CommandResult result = tavrel("transcode " + file(each.input) + " " + file(each.output));
+    EXPECT_EQ(result.status, 0) << result.output;
+    EXPECT_NE(result.output.find(std::string("75 frames, sound ") + each.sound), std::string::npos) << result.output;
+    SCOPED_TRACE(each.input);
+    expectSameTimeline(each.input, each.output);
+  }
+}
+
+TEST_F(TranscodeSoundTest, EveryFileTypeTakesEverySound) {
+  const struct {
+    const char* coding;
+    const char* source;
+    std::array<const char*, 4> stored;  // in .mov, .mp4, .mkv and .webm
+  } cases[] = {
+      {"aac", "s.mkv", {"aac", "aac", "aac", "opus"}},
+      {"libopus", "s.mkv", {"aac", "opus", "opus", "opus"}},
+      {"libvorbis", "s.mkv", {"aac", "vorbis", "vorbis", "vorbis"}},
+      {"flac", "s.mkv", {"aac", "aac", "flac", "opus"}},
+      {"alac", "s.mov", {"alac", "alac", "alac", "opus"}},
+      {"libmp3lame", "s.mkv", {"mp3", "mp3", "mp3", "opus"}},
+      {"mp2", "s.mkv", {"aac", "mp3", "mp2", "opus"}},
+      {"ac3", "s.mkv", {"ac3", "ac3", "ac3", "opus"}},
+      {"eac3", "s.mkv", {"aac", "eac3", "eac3", "opus"}},
+      {"wmav1", "s.asf", {"aac", "aac", "aac", "opus"}},
+      {"wmav2", "s.asf", {"aac", "aac", "aac", "opus"}},
+      {"pcm_s16le", "s.mkv", {"pcm_s16le", "aac", "pcm_s16le", "opus"}},
+      {"pcm_s24le", "s.mkv", {"pcm_f32le", "aac", "pcm_f32le", "opus"}},
+  };
+  constexpr std::array kTypes{"mov", "mp4", "mkv", "webm"};
+  for (const auto& each : cases) {
+    makeMovie(file(each.source), std::string("-y -f lavfi -i testsrc2=s=64x48:r=25:d=1.5 -f lavfi -i "
+                                             "sine=440:r=48000:d=1.5 -ac 2 -c:v mpeg4 -c:a ") +
+                                     each.coding + " -strict -2 OUT");
+    for (std::size_t i = 0; i < kTypes.size(); ++i) {
+      const std::string made = file((std::string("made.") + kTypes[i]).c_str());
+      SCOPED_TRACE(std::string(each.coding) + " into ." + kTypes[i]);
+      const CommandResult result = tavrel("transcode --force " + file(each.source) + " " + made);
+      ASSERT_EQ(result.status, 0) << result.output;
+      const auto said = probe("-select_streams a -show_entries stream=codec_name,channels -of csv=p=0 " + made);
+      EXPECT_TRUE(said.at(0).starts_with(std::string(each.stored[i]) + ",2")) << said.at(0);
+      const CommandResult heard = shell("ffmpeg -v error -i " + made + " -map a -f f32le - | wc -c");
+      EXPECT_NEAR(std::stod(heard.output) / (48000 * 2 * 4), 1.5, 0.06) << heard.output;
+      const std::string loudness = shell("ffmpeg -hide_banner -i " + made + " -af volumedetect -f null -").output;
+      EXPECT_NE(loudness.find("mean_volume: -2"), std::string::npos) << loudness;  // a sine of an eighth: -21 dB
+    }
+  }
+}
+
+TEST_F(TranscodeSoundTest, SoundHasTheChannelsOfTheSourceOrThoseAskedFor) {
+  makeMovie(file("in.mkv"),
+            "-f lavfi -i testsrc2=s=64x48:r=25:d=1 -f lavfi -i \"aevalsrc=0.1*sin(2000*t)|0|0|0|0|0.2*sin(4000*t):"
+            "c=5.1:s=48000:d=1\" -c:v mpeg4 -c:a flac OUT");
+  const struct {
+    const char* made;
+    const char* options;
+    const char* said;
+  } cases[] = {{"a.mp4", "", "aac,6,5.1"},
+               {"b.webm", "", "opus,6,5.1"},
+               {"c.mp4", "--channels 2", "aac,2,stereo"},
+               {"d.mp4", "--channels 6 --audio-bitrate 256k", "aac,6,5.1"}};
+  for (const auto& each : cases) {
+    const std::string made = file(each.made);
+    const CommandResult result = tavrel("transcode " + file("in.mkv") + " " + made + " " + each.options);
+    ASSERT_EQ(result.status, 0) << result.output;
+    const auto said =
+        probe("-select_streams a -show_entries stream=codec_name,channels,channel_layout -of csv=p=0 " + made);
+    EXPECT_EQ(said.at(0), each.said);
+    if (std::string(each.said).find("5.1") == std::string::npos) continue;
+    // Left, left behind and right behind, in decibels.
+    const auto level = [&](int channel) {
+      const std::string filter = "'pan=mono|c0=c" + std::to_string(channel) + ",volumedetect'";
+      const auto heard = shell("ffmpeg -hide_banner -i " + made + " -af " + filter + " -f null -").output;
+      return std::stod(heard.substr(heard.find("mean_volume: ") + 13));
+    };
+    EXPECT_NEAR(level(0), -23, 1.5);
+    EXPECT_LT(level(4), -50);
+    EXPECT_NEAR(level(5), -17, 1.5);
+  }
+}
+
+}  // namespace
+}  // namespace tavrel::test
