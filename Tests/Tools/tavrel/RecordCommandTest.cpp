@@ -313,7 +313,7 @@ TEST_F(RecordCommandTest, AFullDiskKeepsWhatWasRecorded) {
   const auto said = result.output.find("the recording broke off: ");
   ASSERT_NE(said, std::string::npos) << result.output;
   EXPECT_NE(result.output.find("is kept\n", said), std::string::npos) << result.output;
-  const auto times = test::probe("-select_streams v -show_entries packet=pts_time -of csv=p=0 " + movie);
+  const auto times = test::probe("-select_streams v -show_entries frame=pts_time -of csv=p=0 " + movie);
   ASSERT_FALSE(times.empty());
   const double until = std::stod(result.output.substr(result.output.find("up to ") + 6));
   EXPECT_GE(std::stod(times.back()) + 0.15, until);
