@@ -277,7 +277,7 @@ TEST_F(V4L2Test, SurvivesUnpluggingStallsAndLastingErrorsAndFindsTheCameraAgain)
   node->setStalled(true);
   const auto began = std::chrono::steady_clock::now();
   camera.session->stopRunning();
-  EXPECT_LT(std::chrono::steady_clock::now() - began, 300ms);
+  EXPECT_LT(std::chrono::steady_clock::now() - began, 1s);
 }
 
 TEST_F(V4L2Test, TurnsPicturesOfSensorsThatAreMountedSideways) {
