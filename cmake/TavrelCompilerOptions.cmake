@@ -20,6 +20,10 @@ if(TAVREL_SANITIZE)
     # GCC says itself that this warning is wrong now and then in instrumented code; in std::regex it is.
     target_compile_options(tavrel_compiler_options INTERFACE -Wno-maybe-uninitialized)
   endif()
+  if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    # It calls a library for atomics of sixteen bytes.
+    link_libraries(atomic)
+  endif()
   if(TAVREL_SANITIZE MATCHES "undefined")
     add_compile_options(-fno-sanitize-recover=undefined)
   endif()

@@ -32,7 +32,8 @@ struct TiffFile::Input {
     return 1;
   }
   static void unmap(thandle_t, void*, toff_t) {}
-  static int noteError(TIFF*, void* handle, const char*, const char* format, va_list arguments) {
+  [[gnu::format(printf, 4, 0)]] static int noteError(TIFF*, void* handle, const char*, const char* format,
+                                                     va_list arguments) {
     char text[256] = "";
     std::vsnprintf(text, sizeof text, format, arguments);
     if (self(handle).message_.empty()) self(handle).message_ = text;

@@ -75,7 +75,7 @@ TEST(BeautifyFilter, SmoothsAsTheMathematicsSays) {
     filter->setToneLevel(tone);
     filter->setBrightLevel(bright);
     filter->setBeautyLevel(beauty);
-    const ReferencePicture expected(61, 47, [&](int x, int y) {
+    const ReferencePicture expected(61, 47, [&, beauty = beauty, bright = bright, tone = tone](int x, int y) {
       return beautified(reference, (x + 0.5) / 61, (y + 0.5) / 47, beauty, bright, tone);
     });
     EXPECT_TRUE(matches(process(source, filter), expected)) << beauty << ", " << bright << ", " << tone;
