@@ -11,8 +11,6 @@
 namespace tavrel::test {
 namespace {
 
-constexpr Pixel kBlack = {0, 0, 0, 255};
-
 std::shared_ptr<TavrelGPUImageView> viewOf(double width, double height) {
   return std::make_shared<TavrelGPUImageView>(Rect{{0, 0}, {width, height}});
 }
