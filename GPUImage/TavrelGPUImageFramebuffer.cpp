@@ -38,7 +38,6 @@ struct TavrelGPUImageFramebuffer::Implementation {
 
   std::uint64_t uploadNumber = 0;
   std::atomic<std::uint64_t> readLockCount = 0;
-
   // Images let go of their bytes on any thread.
   std::mutex holdsMutex = {};
   std::vector<std::shared_ptr<PixelBuffer>> renderTargetHolds = {};

@@ -225,7 +225,6 @@ TEST(AnimatedSticker, FramesOfACameraTakePicturesAsLargeAsTheyAreDrawn) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (effect->picture()->outputImageSize() != size && std::chrono::steady_clock::now() < end) {
       effect->prepareFrame(nullptr, {}, MediaTime::make(15, 100));
-      TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
     }
     return effect->picture()->outputImageSize() == size && probe.shown() == 'g';
   };
