@@ -8,6 +8,7 @@
 
 #include "Capture/Audio/TavrelMicrophone.h"
 #include "Capture/Private/FittedDestination.h"
+#include "Capture/Private/RecordedDevices.h"
 #include "Capture/Private/RecordedMovie.h"
 #include "Capture/Video/TavrelCamera.h"
 #include "Effects/TavrelCaptureEffectChain.h"
@@ -16,6 +17,7 @@
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Capture/CaptureDevice.h"
 #include "Platform/Capture/CaptureDeviceFormat.h"
+#include "Platform/Capture/CaptureDeviceInput.h"
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/CaptureSession.h"
 #include "Platform/Dispatch/DispatchQueue.h"
@@ -23,7 +25,6 @@
 #include "Platform/Foundation/NotificationCenter.h"
 #include "Platform/Foundation/Notifications.h"
 #include "Platform/Media/AudioSession.h"
-#include "Platform/Media/MediaError.h"
 #include "Platform/Media/SampleBuffer.h"
 
 namespace tavrel {
@@ -40,19 +41,8 @@ TavrelRecorderConfiguration finite(TavrelRecorderConfiguration wanted) {
   const TavrelRecorderConfiguration defaults;
   if (!isFinite(wanted.size)) wanted.size = defaults.size;
   if (!isFinite(wanted.framesPerSecond)) wanted.framesPerSecond = defaults.framesPerSecond;
+  if (!isFinite(wanted.audioOffset)) wanted.audioOffset = defaults.audioOffset;
   return wanted;
-}
-
-/// A movie without a picture is none: says why no picture came, and leaves no file.
-TavrelRecording withPictures(TavrelRecording recording, const CaptureSession& session) {
-  const bool isOtherFailure = recording.error && !(*recording.error == MediaErrorCode::emptyMovie);
-  if (isOtherFailure || recording.statistics.framesWritten > 0) return recording;
-  recording.error = session.runtimeError().value_or(
-      makeError(CaptureErrorCode::deviceSilent, "no picture came from the camera while it was being recorded"));
-  recording.playableSeconds = 0;
-  std::error_code ignored;
-  std::filesystem::remove(recording.file, ignored);
-  return recording;
 }
 
 /// A camera for other programs, and the way there.
@@ -123,9 +113,11 @@ Expected<void> TavrelRecorder::Implementation::openCamera() {
   auto made = TavrelCamera::create(wanted);
   if (!made) return tl::unexpected(made.error());
   camera = *made;
-  if (camera->devicePosition() == CaptureDevicePosition::unspecified) {
+  if (camera->deviceID() != (*device)->uniqueID()) {
+    const auto input = CaptureDeviceInput::create(*device);
     return failure(TavrelRecorderErrorCode::cameraUnavailable,
-                   fmt::format("{} cannot be opened", (*device)->localizedName()));
+                   fmt::format("{} cannot be opened{}", (*device)->localizedName(),
+                               input ? "" : ": " + input.error().description));
   }
   camera->setDelegate(weak_from_this());
   watch(*camera->session(), Kind::cameraLost, Kind::cameraBack);
@@ -135,6 +127,8 @@ Expected<void> TavrelRecorder::Implementation::openCamera() {
 Expected<void> TavrelRecorder::Implementation::openMicrophone() {
   if (configuration.microphone.empty()) return {};
   const auto device = CaptureDevice::deviceNamed(configuration.microphone, MediaType::audio);
+  const bool isAnyWelcome = configuration.microphone == TavrelRecorderConfiguration().microphone;
+  if (!device && isAnyWelcome && device.error() == CaptureErrorCode::noSuchDevice) return {};
   if (!device) return tl::unexpected(device.error());
   auto made = TavrelMicrophone::create({.mute = false, .deviceID = (*device)->uniqueID()});
   if (!made) return tl::unexpected(made.error());
@@ -192,7 +186,7 @@ void TavrelRecorder::Implementation::startCamera(StartCompletion completion) {
 }
 
 void TavrelRecorder::Implementation::didGetProcessedFramebuffer(
-    TavrelCamera&, const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer, const SampleTiming& timing) {
+    TavrelCamera& sender, const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer, const SampleTiming& timing) {
   const MediaTime time = timing.presentationTimeStamp;
   if (!time.isNumeric()) return;  // a snapshot has no time
   // Behind the movie's frame handler, which may pause both.
@@ -202,15 +196,15 @@ void TavrelRecorder::Implementation::didGetProcessedFramebuffer(
   };
   const auto current = read(movie);
   if (!current) return deliverToCameraOutput();
-  const double seconds = current->secondsUntil(time);
-  if (const auto handler = read(frameHandler)) (*handler)(seconds);
+  const MediaTime place = current->placeOf(time, sender.captureTime(time));
+  if (const auto handler = read(frameHandler)) (*handler)(current->secondsUntil(place));
   deliverToCameraOutput();
-  current->append(framebuffer, time);
+  current->append(framebuffer, place);
 }
 
-void TavrelRecorder::Implementation::didGetProcessedSampleBuffer(TavrelMicrophone&,
+void TavrelRecorder::Implementation::didGetProcessedSampleBuffer(TavrelMicrophone& sender,
                                                                  const std::shared_ptr<SampleBuffer>& sample) {
-  if (const auto current = read(movie)) current->append(*sample);
+  if (const auto current = read(movie)) current->append(sample, sender.captureTime());
 }
 
 Expected<std::shared_ptr<TavrelRecorder>> TavrelRecorder::create(const TavrelRecorderConfiguration& configuration) {
@@ -265,11 +259,14 @@ Expected<void> TavrelRecorder::startWriting(const std::filesystem::path& file, c
   if (isWriting()) {
     return failure(TavrelRecorderErrorCode::alreadyWriting, "a movie is being written: finish it first");
   }
-  auto movie =
-      RecordedMovie::create(file, implementation_->configuration, options, implementation_->soundChannelCount,
-                            camera()->statistics(), [weak = std::weak_ptr(implementation_)](TavrelRecorderEvent event) {
-                              if (const auto self = weak.lock()) self->report(std::move(event));
-                            });
+  auto movie = RecordedMovie::create(
+      file, implementation_->configuration, options, implementation_->soundChannelCount, camera()->statistics(),
+      [camera = camera()->session(), sound = microphone() ? microphone()->captureSession() : nullptr] {
+        return isStamped(*camera) && (!sound || isStamped(*sound));
+      },
+      [weak = std::weak_ptr(implementation_)](TavrelRecorderEvent event) {
+        if (const auto self = weak.lock()) self->report(std::move(event));
+      });
   if (!movie) return tl::unexpected(movie.error());
   const std::lock_guard lock(implementation_->mutex);
   implementation_->movie = std::move(*movie);

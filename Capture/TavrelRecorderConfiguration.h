@@ -17,13 +17,12 @@ class TavrelCaptureEffect;
 struct TavrelRecorderConfiguration {
   /// A name as `CaptureDevice::deviceNamed` takes it: a device's name or identity, "front", "back" or "file:PATH".
   std::string camera = "front";
-  /// Likewise; "default" for the system's microphone, empty for none.
+  /// Likewise; "default" for the system's microphone, or no sound where there is none; empty for none.
   std::string microphone = "default";
-  /// Frame size of the movies, in pixels.
-  Size size = {1280, 720};
+  Size size = {1280, 720};  ///< of the movies' frames, in pixels
   double framesPerSecond = 30;
-  /// In order of application.
-  std::vector<std::shared_ptr<TavrelCaptureEffect>> effects = {};
+  double audioOffset = 0;  ///< seconds by which movies have their sound later, besides the latency that devices tell
+  std::vector<std::shared_ptr<TavrelCaptureEffect>> effects = {};  ///< in order of application
 };
 
 /// Options of one movie.

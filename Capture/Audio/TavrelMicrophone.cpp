@@ -55,10 +55,21 @@ Expected<void> muteSampleBuffer(const SampleBuffer& sampleBuffer) {
 }  // namespace
 
 struct TavrelMicrophone::Implementation {
+  /// Unless somebody stops, who does not wait for a device that does not start; the session is as the last one wanted.
+  void start() const {
+    while (running) {
+      session->startRunning();
+      if (running) return;
+      session->stopRunning();
+    }
+  }
+
   std::shared_ptr<CaptureSession> session;
   std::shared_ptr<CaptureConnection> connection;
   std::mutex delegateMutex;
   std::weak_ptr<TavrelMicrophoneDelegate> delegate;
+  std::recursive_mutex deliveryMutex;  ///< while the delegate is called, which may stop
+  MediaTime captureTime;               ///< of the buffer in delivery
   std::atomic<bool> running = false;
   std::atomic<bool> mute = false;
   NotificationCenter::ObserverToken observer = 0;
@@ -121,6 +132,8 @@ void TavrelMicrophone::setDelegate(std::weak_ptr<TavrelMicrophoneDelegate> deleg
   implementation_->delegate = std::move(delegate);
 }
 
+MediaTime TavrelMicrophone::captureTime() const { return implementation_->captureTime; }
+
 float TavrelMicrophone::averagePowerLevel() const {
   const auto channels = implementation_->connection->audioChannels();
   if (channels.empty()) return 0;
@@ -137,27 +150,30 @@ void TavrelMicrophone::startWithCompletion(StartCompletion completion) {
   CaptureDevice::requestAccess(MediaType::audio, [microphone = shared_from_this(), completion](bool isGranted) {
     DispatchQueue::global()->async([microphone, completion, isGranted] {
       std::optional<Error> error;
-      // Whoever stopped meanwhile wants no sound any more.
-      if (isGranted && microphone->implementation_->running) {
-        microphone->implementation_->session->startRunning();
+      Implementation& self = *microphone->implementation_;
+      if (isGranted) self.start();
+      if (isGranted && self.running) {
         if (const auto ready = setupAudioSession(); !ready) {
           error = ready.error();
-          microphone->implementation_->session->stopRunning();
+          self.session->stopRunning();
         }
       }
-      if (!isGranted || error) microphone->implementation_->running = false;
+      if (!isGranted || error) self.running = false;
       if (completion) completion(isGranted, error);
     });
   });
 }
 
 void TavrelMicrophone::stop() {
-  implementation_->session->stopRunning();
   implementation_->running = false;
+  implementation_->session->stopRunning();
+  const std::lock_guard delivery(implementation_->deliveryMutex);
 }
 
 void TavrelMicrophone::didOutputSampleBuffer(CaptureAudioDataOutput&, const std::shared_ptr<SampleBuffer>& sampleBuffer,
                                              const std::shared_ptr<CaptureConnection>&) {
+  const std::lock_guard delivery(implementation_->deliveryMutex);
+  if (!implementation_->running) return;
   const TraceSpan span(TraceNames::shared().microphone);
   if (Tracer::isOn()) Tracer::count(TraceNames::shared().soundsIn);
   // The clock that the camera's frame times come from.
@@ -170,6 +186,7 @@ void TavrelMicrophone::didOutputSampleBuffer(CaptureAudioDataOutput&, const std:
       TAVREL_LOG_ERROR(kTag, "muteSampleBuffer error : {}", muted.error().description);
     }
   }
+  implementation_->captureTime = sampleBuffer->presentationTimeStamp();
   if (const auto receiver = delegate()) receiver->didGetProcessedSampleBuffer(*this, *copy);
 }
 

@@ -44,8 +44,7 @@ class TAVREL_API TavrelMicrophone : public CaptureAudioDataOutputSampleBufferDel
   static Expected<std::shared_ptr<TavrelMicrophone>> create(const TavrelMicrophoneConfiguration& configuration);
   TavrelMicrophone(const TavrelMicrophone&) = delete;
   TavrelMicrophone& operator=(const TavrelMicrophone&) = delete;
-  /// Stops.
-  ~TavrelMicrophone() override;
+  ~TavrelMicrophone() override;  ///< stops
 
   std::shared_ptr<TavrelMicrophoneDelegate> delegate() const;
   void setDelegate(std::weak_ptr<TavrelMicrophoneDelegate> delegate);
@@ -58,10 +57,13 @@ class TAVREL_API TavrelMicrophone : public CaptureAudioDataOutputSampleBufferDel
   /// Mean of the channels' levels in dBFS; 0 before the first buffer.
   float averagePowerLevel() const;
 
+  /// For the delegate while it is called: when the device heard the buffer's first sample, by the device's own stamp.
+  MediaTime captureTime() const;
+
   /// Requests access, starts capturing and sets up the audio session. `completion`, which may be empty, is called on
   /// the global queue; with true if already running.
   void startWithCompletion(StartCompletion completion);
-  /// Returns when nothing more is captured.
+  /// Returns when nothing more is captured or handed to the delegate. Allowed in the delegate.
   void stop();
 
   void didOutputSampleBuffer(CaptureAudioDataOutput& output, const std::shared_ptr<SampleBuffer>& sampleBuffer,

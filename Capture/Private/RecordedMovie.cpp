@@ -11,6 +11,9 @@
 namespace tavrel {
 namespace {
 
+/// Sound is kept for so many seconds until the first frame comes.
+constexpr double kLongestLatency = 2;
+
 double durationLimit(const TavrelRecordingOptions& options) {
   constexpr double kNone = std::numeric_limits<double>::infinity();
   return options.durationLimit && isFinite(*options.durationLimit) ? *options.durationLimit : kNone;
@@ -40,14 +43,14 @@ Expected<std::shared_ptr<RecordedMovie>> RecordedMovie::create(const std::filesy
                                                                const TavrelRecordingOptions& options,
                                                                int soundChannelCount,
                                                                const TavrelCameraStatistics& lossesBefore,
-                                                               EventHandler handler) {
+                                                               StampQuestion areStamped, EventHandler handler) {
   const std::string fileType = options.fileType.empty() ? AssetWriter::fileTypeOf(file).value_or("") : options.fileType;
   if (fileType.empty()) {
     return failure(TavrelRecorderErrorCode::unknownFileType,
                    file.string() + ": a movie's name ends in .mov, .mp4, .mkv or .webm");
   }
-  const std::shared_ptr<RecordedMovie> movie(
-      new RecordedMovie(file, configuration, options, fileType, lossesBefore, std::move(handler)));
+  const std::shared_ptr<RecordedMovie> movie(new RecordedMovie(file, configuration, options, fileType, lossesBefore,
+                                                               std::move(areStamped), std::move(handler)));
   if (soundChannelCount > 0) {
     movie->writer_->setHasAudioTrack(true, soundSettings(options, fileType, soundChannelCount));
   }
@@ -58,12 +61,14 @@ Expected<std::shared_ptr<RecordedMovie>> RecordedMovie::create(const std::filesy
 
 RecordedMovie::RecordedMovie(const std::filesystem::path& file, const TavrelRecorderConfiguration& configuration,
                              const TavrelRecordingOptions& options, const std::string& fileType,
-                             const TavrelCameraStatistics& lossesBefore, EventHandler handler)
+                             const TavrelCameraStatistics& lossesBefore, StampQuestion areStamped, EventHandler handler)
     : file_(file),
       size_(configuration.size),
       frameLimit_(durationLimit(options) - 0.5 / configuration.framesPerSecond),
       soundLimit_(durationLimit(options)),
       lossesBefore_(lossesBefore),
+      audioOffset_(configuration.audioOffset),
+      areStamped_(std::move(areStamped)),
       handler_(std::move(handler)),
       writer_(std::make_shared<TavrelGPUImageMovieWriter>(file, size_, fileType,
                                                           outputSettings(options, configuration, fileType))),
@@ -71,25 +76,51 @@ RecordedMovie::RecordedMovie(const std::filesystem::path& file, const TavrelReco
   if (const auto& assetWriter = writer_->assetWriter()) assetWriter->setStaysFragmented(options.staysFragmented);
 }
 
-double RecordedMovie::secondsUntil(MediaTime time) {
-  if (firstFrameTime_ == kNone) firstFrameTime_ = time.seconds();
-  return time.seconds() - firstFrameTime_;
+MediaTime RecordedMovie::placeOf(MediaTime arrival, MediaTime capture) {
+  const bool isFirst = firstFrameTime_ == kNone;
+  if (isFirst) isPlacedByStamps_ = areStamped_();
+  MediaTime place = arrival;
+  if (isPlacedByStamps_) {
+    // What no device captured stands among its neighbours.
+    if (capture.isValid()) latency_ = std::max(0.0, (arrival - capture).seconds());
+    place = arrival - MediaTime::fromSeconds(latency_, arrival.timescale);
+  }
+  // Two cameras of different latency may cross.
+  if (place <= latestPlace_) place = latestPlace_ + MediaTime::make(1, 1000);
+  latestPlace_ = place;
+  if (isFirst) firstFrameTime_ = place.seconds();
+  return place;
 }
 
-void RecordedMovie::append(const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer, MediaTime time) {
+void RecordedMovie::append(const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer, MediaTime place) {
   lookForFailure();
-  if (secondsUntil(time) > frameLimit_) return reportOnce(TavrelRecorderEvent::Kind::limitReached, isLimitReported_);
-  destination_.deliver(framebuffer, time);
+  if (secondsUntil(place) > frameLimit_) return reportOnce(TavrelRecorderEvent::Kind::limitReached, isLimitReported_);
+  destination_.deliver(framebuffer, place);
 }
 
-void RecordedMovie::append(const SampleBuffer& heard) {
+void RecordedMovie::append(const std::shared_ptr<SampleBuffer>& heard, MediaTime capture) {
   lookForFailure();
-  const double begin = firstFrameTime_;
-  const MediaTime end = heard.presentationTimeStamp();
-  if (begin == kNone || end.seconds() - begin > soundLimit_) return;
-  SampleTiming timing = heard.timingEntries().front();
-  timing.presentationTimeStamp = end - heard.duration();
-  if (const auto placed = heard.copyWithNewTiming({timing})) writer_->processAudioBuffer(*placed);
+  earlySound_.push_back({heard, capture});
+  if (firstFrameTime_ == kNone) {
+    const MediaTime now = heard->presentationTimeStamp();
+    while ((now - earlySound_.front().sample->presentationTimeStamp()).seconds() > kLongestLatency) {
+      earlySound_.pop_front();
+    }
+    return;
+  }
+  for (; !earlySound_.empty(); earlySound_.pop_front()) place(earlySound_.front());
+}
+
+void RecordedMovie::place(const Sound& sound) {
+  const MediaTime duration = sound.sample->duration();
+  const MediaTime arrival = sound.sample->presentationTimeStamp();
+  MediaTime begin = isPlacedByStamps_ ? sound.capture : arrival - duration;
+  begin = begin + MediaTime::fromSeconds(audioOffset_, begin.timescale);
+  const double end = secondsUntil(begin + duration);
+  if (end <= 0 || end > soundLimit_) return;
+  SampleTiming timing = sound.sample->timingEntries().front();
+  timing.presentationTimeStamp = begin;
+  if (const auto placed = sound.sample->copyWithNewTiming({timing})) writer_->processAudioBuffer(*placed);
 }
 
 void RecordedMovie::lookForFailure() {

@@ -27,17 +27,7 @@ void TavrelCamera::startWithCompletion(StartCompletion completion) {
   }
   CaptureDevice::requestAccess(MediaType::video, [camera = shared_from_this(), completion](bool isGranted) {
     DispatchQueue::global()->async([camera, completion, isGranted] {
-      Implementation& self = *camera->implementation_;
-      std::unique_lock lock(self.runningMutex);
-      // Whoever stopped meanwhile wants no camera any more.
-      const bool isStarted = isGranted && self.running;
-      if (isStarted) {
-        self.session.platformSession()->startRunning();
-        self.controls.refreshForNewDevice();
-      } else {
-        self.running = false;
-      }
-      lock.unlock();
+      const bool isStarted = camera->implementation_->start(isGranted);
       if (completion) completion(isStarted);
     });
   });
@@ -73,6 +63,14 @@ CaptureDevicePosition TavrelCamera::devicePosition() const { return implementati
 
 void TavrelCamera::setPreferredDevicePosition(CaptureDevicePosition position) {
   implementation_->setPreferredDevicePosition(position);
+}
+
+std::string TavrelCamera::deviceID() const {
+  return implementation_->ofDevice([](const CaptureDevice& device) { return device.uniqueID(); }, std::string());
+}
+
+void TavrelCamera::setPreferredDeviceID(const std::string& deviceID) {
+  implementation_->setPreferredDeviceID(deviceID);
 }
 
 void TavrelCamera::setBlurSwitch(bool blurSwitch) {
@@ -127,6 +125,10 @@ void TavrelCamera::snapshotWithCompletion(SnapshotCompletion completion) {
         camera->implementation_->controls.apply(CameraControl::torchMode);
         camera->implementation_->processStillImage(std::move(still), completion);
       });
+}
+
+MediaTime TavrelCamera::captureTime(MediaTime frameTime) const {
+  return implementation_->captureTimeOf(frameTime).value_or(MediaTime::invalid());
 }
 
 TavrelCameraStatistics TavrelCamera::statistics() const {

@@ -22,18 +22,12 @@ struct SampleTiming;
 
 /// What became of the device's frames since the camera was created.
 struct TavrelCameraStatistics {
-  /// Frames the device produced: the sum of those below.
-  std::uint64_t delivered = 0;
-  /// Frames that went through the chain.
-  std::uint64_t processed = 0;
-  /// Frames dropped by the data output, mostly because the capture queue was busy.
-  std::uint64_t late = 0;
-  /// Frames dropped because the previous one was still in the chain.
-  std::uint64_t busy = 0;
-  /// Frames dropped because the camera was being switched or the chain rebuilt.
-  std::uint64_t whileSwitching = 0;
-  /// Frames dropped before the start, after the stop or in the background.
-  std::uint64_t whileNotRunning = 0;
+  std::uint64_t delivered = 0;        ///< by the device: the sum of those below
+  std::uint64_t processed = 0;        ///< went through the chain
+  std::uint64_t late = 0;             ///< dropped by the data output, mostly because the capture queue was busy
+  std::uint64_t busy = 0;             ///< dropped because the previous one was still in the chain
+  std::uint64_t whileSwitching = 0;   ///< dropped because the camera was being switched or the chain rebuilt
+  std::uint64_t whileNotRunning = 0;  ///< dropped before the start, after the stop or in the background
 
   std::uint64_t dropped() const { return delivered - processed; }
 };
@@ -83,13 +77,12 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
   static Expected<std::shared_ptr<TavrelCamera>> create(const TavrelCameraConfiguration& configuration);
   TavrelCamera(const TavrelCamera&) = delete;
   TavrelCamera& operator=(const TavrelCamera&) = delete;
-  /// Stops.
-  ~TavrelCamera() override;
+  ~TavrelCamera() override;  ///< stops
 
   /// Requests access and starts capturing. `completion`, which may be empty, is called on the global queue, with false
   /// if access was refused; with true if already running.
   void startWithCompletion(StartCompletion completion);
-  /// Returns when nothing more is captured.
+  /// Returns when nothing more is captured or handed to the delegate. Allowed in callbacks and external filters.
   void stop();
   /// True from `startWithCompletion` until `stop` or until access is refused.
   bool running() const;
@@ -101,6 +94,11 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
   /// The object of the notifications about the device's failure and recovery.
   const std::shared_ptr<CaptureSession>& session() const;
 
+  /// The `CaptureDevice::uniqueID` of the camera in use; empty without one.
+  std::string deviceID() const;
+  std::string preferredDeviceID() const;
+  /// Switches to any camera, as `setPreferredDevicePosition` does. If it cannot be used, the one in use stays.
+  void setPreferredDeviceID(const std::string& deviceID);
   /// Switches to the back camera if the front one is in use, else to the front one. Has no effect without both.
   void switchCamera();
   CaptureDevicePosition devicePosition() const;
@@ -145,12 +143,15 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
   /// still-image output's if capture fails.
   void snapshotWithCompletion(SnapshotCompletion completion);
 
+  /// When the device captured the frame that the delegate gets with this presentation time, by the device's own stamp
+  /// (see `CaptureDelivery::isStamped`); invalid for a frame of no device, such as a blurred one.
+  MediaTime captureTime(MediaTime frameTime) const;
+
   TavrelCameraStatistics statistics() const;
 
   // The device in use. Without one, getters return a device's initial values; setters store theirs.
   std::vector<CaptureFrameRateRange> videoSupportedFrameRateRanges() const;
-  /// Infinite without a camera.
-  double minFrameRate() const;
+  double minFrameRate() const;  ///< infinite without a camera
   double maxFrameRate() const;
   double preferredMinFrameRate() const;
   void setPreferredMinFrameRate(double rate);

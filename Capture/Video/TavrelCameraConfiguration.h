@@ -23,8 +23,7 @@ enum TavrelCameraTapPreviewAction : unsigned {
 /// Initial settings of a camera. Each member is the camera's property of the same name. For NaN and infinity the
 /// default is taken.
 struct TavrelCameraConfiguration {
-  /// Size of the processed frames, in pixels.
-  Size size = {1280, 720};
+  Size size = {1280, 720};  ///< of the processed frames, in pixels
   TavrelGPUImageFillModeType previewScalingMode = kTavrelGPUImageFillModePreserveAspectRatio;
   /// By default the front preview is a mirror, and the recording is not.
   bool mirrorFrontPreview = true;
@@ -38,7 +37,7 @@ struct TavrelCameraConfiguration {
   double preferredMaxFrameRate = 30;
   std::string preferredSessionPreset = kCaptureSessionPresetHigh;
   CaptureDevicePosition preferredDevicePosition = CaptureDevicePosition::front;
-  /// The `uniqueID` to prefer among several cameras of the same position; empty for the last one listed.
+  /// The `CaptureDevice::uniqueID` to begin with; without that camera, the last one listed at the preferred position.
   std::string preferredDeviceID = {};
   /// By default the sensor's, which is upright on desktops. For a phone held upright, set `portrait` and a matching
   /// size.

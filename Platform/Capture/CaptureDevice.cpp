@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "Platform/Capture/CaptureDelivery.h"
 #include "Platform/Capture/Private/CaptureDeviceImplementation.h"
 #include "Platform/Capture/Private/CaptureSessionCore.h"
 #include "Platform/Capture/Private/CaptureSystem.h"
@@ -32,6 +33,8 @@ Expected<std::shared_ptr<CaptureDevice>> CaptureDevice::addFile(const std::files
   return CaptureSystem::shared().addFile(path, mediaType, position);
 }
 
+bool CaptureDevice::hasStandIns() { return CaptureSystem::shared().hasStandIns(); }
+
 CaptureAuthorizationStatus CaptureDevice::authorizationStatus(MediaType mediaType) {
   return CaptureSystem::shared().authorizationStatus(mediaType);
 }
@@ -59,6 +62,12 @@ const std::string& CaptureDevice::backendName() const { return implementation_->
 CaptureDevicePosition CaptureDevice::position() const { return implementation_->get(&Implementation::position); }
 
 bool CaptureDevice::isConnected() const { return implementation_->get(&Implementation::isConnected); }
+
+bool CaptureDevice::isLoopback() const { return CaptureSystem::isTakenOnlyByName(*this); }
+
+std::optional<CaptureDelivery> CaptureDevice::delivery() const {
+  return implementation_->get(&Implementation::driver)->delivery();
+}
 
 Expected<void> CaptureDevice::lockForConfiguration() {
   Implementation& device = *implementation_;

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,9 +18,11 @@
 
 namespace tavrel {
 
+struct CaptureDelivery;
+
 /// A camera or microphone of PipeWire or V4L2, or a virtual one. The environment variable
 /// `TAVREL_CAPTURE=pipewire|v4l2|virtual|auto` selects the backend. `auto`, the default, takes PipeWire's devices, V4L2
-/// cameras if PipeWire has none, and a virtual camera or microphone if there is no real one.
+/// cameras if PipeWire has none, and virtual ones if there is no real camera or microphone at all.
 ///
 /// There is one object for each device. It lives until the process ends: a device that is plugged in again under the
 /// same `uniqueID` is the same object, with its settings.
@@ -37,8 +40,9 @@ class TAVREL_API CaptureDevice {
   static std::shared_ptr<CaptureDevice> defaultDeviceWithMediaType(MediaType mediaType);
   /// The device with this identity, connected or not; nullptr if it was never seen.
   static std::shared_ptr<CaptureDevice> deviceWithUniqueID(std::string_view uniqueID);
-  /// The connected device called `name`: a `uniqueID`, a `localizedName`, "front", "back" or "default"; "file:PATH"
-  /// adds the file. Fails with `noSuchDevice`, listing the names, and as `addFile` does.
+  /// The connected device called `name`: a `uniqueID`, a `localizedName`, "front" or "back" (or else the first camera),
+  /// "default"; "file:PATH" adds the file. Virtual devices are found although they are not listed. Fails with
+  /// `noSuchDevice`, listing the names, with `permissionDenied` or `deviceSilent` if that may be why, and as `addFile`.
   static Expected<std::shared_ptr<CaptureDevice>> deviceNamed(
       std::string_view name, MediaType mediaType,
       CaptureDevicePosition filePosition = CaptureDevicePosition::unspecified);
@@ -49,6 +53,8 @@ class TAVREL_API CaptureDevice {
       const std::filesystem::path& path, MediaType mediaType,
       CaptureDevicePosition position = CaptureDevicePosition::unspecified);
 
+  /// Whether the virtual devices are listed because no real one was found, and nobody asked for them.
+  static bool hasStandIns();
   /// Whether the process may use devices of this type: by the permissions of the device nodes and PipeWire's. Virtual
   /// devices are allowed. `notDetermined` until access was requested.
   static CaptureAuthorizationStatus authorizationStatus(MediaType mediaType);
@@ -70,12 +76,17 @@ class TAVREL_API CaptureDevice {
   const std::string& backendName() const;
   /// False while unplugged.
   bool isConnected() const;
+  /// Hears or shows what this machine makes: a loudspeaker's monitor, a camera that this process is. Used only if
+  /// named.
+  bool isLoopback() const;
 
   /// Begins a configuration; locks nest. Fails with `notConnected` while the device is unplugged.
   Expected<void> lockForConfiguration();
   /// Ends a configuration. Without a lock it stops the program.
   void unlockForConfiguration();
 
+  /// What it delivers, or delivered when it was open last; nothing before.
+  std::optional<CaptureDelivery> delivery() const;
   /// Empty if the device could not be queried.
   std::vector<std::shared_ptr<const CaptureDeviceFormat>> formats() const;
   /// The format the device runs in when opened, chosen by the session's preset. Never nullptr.

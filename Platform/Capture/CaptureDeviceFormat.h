@@ -36,14 +36,10 @@ struct CaptureVideoDimensions {
 /// A format a device can run in. Immutable once a device offers it, and compared by address.
 struct CaptureDeviceFormat {
   MediaType mediaType = MediaType::video;
-  /// Cameras only.
-  CaptureVideoDimensions dimensions;
-  /// Cameras only; slowest range first.
-  std::vector<CaptureFrameRateRange> videoSupportedFrameRateRanges;
-  /// Cameras only; 1 without zoom.
-  double videoMaxZoomFactor = 1;
-  /// Microphones only.
-  AudioFormat audioFormat;
+  CaptureVideoDimensions dimensions;                                 ///< cameras only
+  std::vector<CaptureFrameRateRange> videoSupportedFrameRateRanges;  ///< cameras only; slowest range first
+  double videoMaxZoomFactor = 1;                                     ///< cameras only; 1 without zoom
+  AudioFormat audioFormat;                                           ///< microphones only
 };
 
 }  // namespace tavrel

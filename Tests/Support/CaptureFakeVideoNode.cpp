@@ -41,7 +41,8 @@ const FakeVideoNode::Format* FakeVideoNode::formatOf(std::uint32_t pixelFormat) 
 }
 
 int FakeVideoNode::control(unsigned long request, void* argument) {
-  const std::lock_guard lock(mutex_);
+  std::unique_lock lock(mutex_);
+  if (request == VIDIOC_STREAMON) released_.wait(lock, [this] { return !isHeld_; });
   if (isGone_) return fail(ENODEV);
   return controlLocked(request, argument);
 }
@@ -277,6 +278,12 @@ void FakeVideoNode::setBusy(int openErrno, int formatErrno) {
 void FakeVideoNode::setStalled(bool stalled) {
   const std::lock_guard lock(mutex_);
   isStalled_ = stalled;
+}
+
+void FakeVideoNode::setHeld(bool held) {
+  const std::lock_guard lock(mutex_);
+  isHeld_ = held;
+  released_.notify_all();
 }
 
 void FakeVideoNode::failDequeues(int count, int code) {

@@ -3,6 +3,7 @@
 #include <linux/videodev2.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -57,6 +58,8 @@ class FakeVideoNode {
   void plugIn();
   void setBusy(int openErrno, int formatErrno);
   void setStalled(bool stalled);
+  /// While true, starting the stream takes for ever.
+  void setHeld(bool held);
   /// The next so many dequeues fail so.
   void failDequeues(int count, int code);
   /// The next frame carries the error flag; the next but one is left out.
@@ -103,6 +106,8 @@ class FakeVideoNode {
   std::vector<std::string> violations_;
   bool isGone_ = false;
   bool isStalled_ = false;
+  bool isHeld_ = false;
+  std::condition_variable released_;
   int openErrno_ = 0;
   int formatErrno_ = 0;
   int dequeueFailures_ = 0;

@@ -74,10 +74,11 @@ void PipeWireService::stop() {
 }
 
 std::unique_ptr<PeerProcess> PipeWireService::startCamera(const std::string& name, const std::string& caps,
-                                                          const std::string& properties) const {
+                                                          const std::string& properties,
+                                                          const std::string& role) const {
   return std::make_unique<PeerProcess>(
       "exec gst-launch-1.0 -q videotestsrc is-live=true ! video/x-raw," + caps +
-      " ! pipewiresink mode=provide stream-properties=\"p,media.class=Video/Source,media.role=Camera,node.name=" +
+      " ! pipewiresink mode=provide stream-properties=\"p,media.class=Video/Source,media.role=" + role + ",node.name=" +
       name + ",node.description=Bars-" + name + properties + "\" >\"$XDG_RUNTIME_DIR/" + name + ".log\" 2>&1");
 }
 

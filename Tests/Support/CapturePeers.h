@@ -1,5 +1,6 @@
 #pragma once
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include <chrono>
@@ -42,11 +43,14 @@ class PipeWireService {
   /// Starts the programs; false when they do not answer within 20 seconds.
   bool start();
   void stop();
+  /// Lets the programs hang, or go on.
+  void suspend(bool isSuspended) const { programs_->signal(isSuspended ? SIGSTOP : SIGCONT); }
 
   const std::filesystem::path& folder() const { return folder_; }
-  /// A camera named `name` with colour bars in `format` (as GStreamer names it).
+  /// A camera named `name` with colour bars in `caps` (as GStreamer names them).
   std::unique_ptr<PeerProcess> startCamera(const std::string& name, const std::string& caps,
-                                           const std::string& properties = "") const;
+                                           const std::string& properties = "",
+                                           const std::string& role = "Camera") const;
 
  private:
   std::filesystem::path folder_;

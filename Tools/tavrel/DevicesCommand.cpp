@@ -111,8 +111,11 @@ class DevicesCommand : public Command {
 
   int run() override {
     auto list = nlohmann::ordered_json::array();
+    if (CaptureDevice::hasStandIns()) say("no camera or microphone is connected: virtual ones stand in");
     for (const MediaType mediaType : {MediaType::video, MediaType::audio}) {
-      for (const auto& device : CaptureDevice::devicesWithMediaType(mediaType)) {
+      const auto devices = CaptureDevice::devicesWithMediaType(mediaType);
+      if (devices.empty()) say("{}", CaptureDevice::deviceNamed("default", mediaType).error().description);
+      for (const auto& device : devices) {
         if (json_) {
           list.push_back(json(*device));
         } else {

@@ -43,7 +43,7 @@ class PreviewCommand : public Command {
     // said when it is opened; wrong usage is said on machines without a display as well.
     (void)Application::shared().startUserInterface();
     const TavrelRecorderConfiguration configuration = devices_.configuration(effects_.makeChain());
-    auto recorder = TavrelRecorder::create(configuration);
+    auto recorder = openRecorder(configuration);
     if (!recorder) return fail("{}", recorder.error().description);
     recorder_ = std::move(*recorder);
     recorder_->setEventHandler(sayEvent);
@@ -70,7 +70,7 @@ class PreviewCommand : public Command {
 
   void pressed(std::string_view key) {
     const std::map<std::string_view, std::function<void()>> actions = {
-        {"S", [this] { recorder_->camera()->switchCamera(); }},
+        {"S", [this] { switchToNextCamera(*recorder_->camera()); }},
         {"R", [this] { toggleRecording(); }},
         {"P", [this] { togglePause(); }},
         {"T", [this] { toggleTorch(); }},
@@ -86,6 +86,8 @@ class PreviewCommand : public Command {
                                             .audioSettings = encoding_.audioSettings()};
     const auto writing = recorder_->startWriting(movie, options);
     if (!writing) return say("{}", writing.error().description);
+    // From now on the camera runs in the background, too.
+    recorder_->camera()->removeObservers();
     say("recording {}", movie.string());
   }
 

@@ -1,19 +1,47 @@
 #include "RecorderCalls.h"
 
+#include <algorithm>
+#include <cmath>
+#include <iterator>
 #include <optional>
 
 #include "Report.h"
 
 namespace tavrel::tool {
 
-Expected<void> startDevices(TavrelRecorder& recorder) {
+Expected<std::shared_ptr<TavrelRecorder>> openRecorder(const TavrelRecorderConfiguration& configuration) {
+  auto recorder = TavrelRecorder::create(configuration);
+  if (!recorder) return recorder;
+  const auto isUnnamed = [](const std::string& name) { return name == "front" || name == "back" || name == "default"; };
+  if (CaptureDevice::hasStandIns() && (isUnnamed(configuration.camera) || isUnnamed(configuration.microphone))) {
+    say("no camera or microphone is connected: virtual ones stand in");
+  } else if (!configuration.microphone.empty() && !(*recorder)->microphone()) {
+    say("no microphone is connected: there is no sound");
+  }
+  return recorder;
+}
+
+void switchToNextCamera(TavrelCamera& camera) {
+  auto all = CaptureDevice::devicesWithMediaType(MediaType::video);
+  std::erase_if(all, [](const auto& device) { return device->isLoopback(); });
+  const auto current =
+      std::find_if(all.begin(), all.end(), [&](const auto& device) { return device->uniqueID() == camera.deviceID(); });
+  if (all.empty() || (current != all.end() && all.size() == 1)) return say("there is no other camera");
+  const bool isLast = current == all.end() || std::next(current) == all.end();
+  camera.setPreferredDeviceID((isLast ? all.front() : *std::next(current))->uniqueID());
+}
+
+Expected<void> startDevices(TavrelRecorder& recorder, const std::function<bool()>& isGivenUp) {
   // Shared: an answer that comes too late still finds a place.
   const auto answer = std::make_shared<std::optional<Expected<void>>>();
   recorder.startWithCompletion([answer](const std::optional<Error>& error) {
     *answer = error ? Expected<void>(tl::unexpected(*error)) : Expected<void>();
   });
-  constexpr std::chrono::seconds kPatience(20);
-  if (RunLoop::main().runUntil([&] { return answer->has_value(); }, kPatience)) return **answer;
+  constexpr int kPatience = 200;
+  for (int i = 0; i < kPatience && !(isGivenUp && isGivenUp()); ++i) {
+    if (RunLoop::main().runUntil([&] { return answer->has_value(); }, std::chrono::milliseconds(100))) return **answer;
+  }
+  if (isGivenUp && isGivenUp()) return {};
   return failure("posix", ETIMEDOUT, "the devices do not start");
 }
 
@@ -22,6 +50,18 @@ TavrelRecording finishMovie(TavrelRecorder& recorder) {
   recorder.finishWritingWithCompletion([&](const auto& recording) { finished = recording.value(); });
   while (!finished) RunLoop::main().runUntil([&] { return finished.has_value(); }, std::chrono::seconds(1));
   return *finished;
+}
+
+std::optional<CaptureDelivery> sayDelivery(const TavrelCamera& camera, const TavrelRecorderConfiguration& asked) {
+  const auto device = CaptureDevice::deviceWithUniqueID(camera.deviceID());
+  auto delivery = device ? device->delivery() : std::nullopt;
+  if (!delivery) return delivery;
+  const Size size = {static_cast<double>(delivery->dimensions.width), static_cast<double>(delivery->dimensions.height)};
+  constexpr double kSameRate = 0.5;
+  if (size != asked.size || std::abs(delivery->framesPerSecond - asked.framesPerSecond) > kSameRate) {
+    say("{} gives {}", device->localizedName(), delivery->description());
+  }
+  return delivery;
 }
 
 void sayEvent(const TavrelRecorderEvent& event) {

@@ -1,5 +1,6 @@
 #include "RecorderOptions.h"
 
+#include <cmath>
 #include <utility>
 
 #include "MovieOptions.h"
@@ -18,6 +19,9 @@ RecorderOptions::RecorderOptions(CLI::App& command, std::string defaultSize, Sou
     command.add_option("--microphone", microphone_, "A name shown by `tavrel devices`, default, file:PATH or none")
         ->type_name("NAME")
         ->capture_default_str();
+    command.add_option("--audio-offset", audioOffset_, "Move the sound, later if positive, besides what devices tell")
+        ->type_name("MS")
+        ->capture_default_str();
   }
   command.add_option("--size", size_, "Frame size in pixels")->type_name("WxH")->capture_default_str();
   command.add_option("--fps", framesPerSecond_, "Frames per second")->type_name("N")->capture_default_str();
@@ -27,6 +31,9 @@ void RecorderOptions::check() const {
   if (!(framesPerSecond_ >= 1 && framesPerSecond_ <= 240)) {
     throw UsageError(fmt::format("--fps {}: expected 1 to 240", framesPerSecond_));
   }
+  if (!(std::abs(audioOffset_) <= 10'000)) {
+    throw UsageError(fmt::format("--audio-offset {}: expected -10000 to 10000 milliseconds", audioOffset_));
+  }
   (void)parsedMovieSize(size_);
 }
 
@@ -35,6 +42,7 @@ TavrelRecorderConfiguration RecorderOptions::configuration(const TavrelCaptureEf
           .microphone = microphone_ == "none" ? "" : microphone_,
           .size = parsedMovieSize(size_),
           .framesPerSecond = framesPerSecond_,
+          .audioOffset = audioOffset_ / 1000,
           .effects = effects.effects()};
 }
 

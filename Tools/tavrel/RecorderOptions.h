@@ -23,6 +23,7 @@ class RecorderOptions {
   std::string microphone_ = "default";
   std::string size_;
   double framesPerSecond_ = 30;
+  double audioOffset_ = 0;  // in milliseconds
 };
 
 }  // namespace tavrel::tool

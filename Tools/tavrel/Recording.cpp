@@ -18,12 +18,14 @@ int Recording::run(bool printJson, Diagnostics& diagnostics) {
     window_ = std::move(*window);
     window_->setCloseHandler([this] { isOver_ = true; });
   }
-  auto recorder = TavrelRecorder::create(configuration_);
+  auto recorder = openRecorder(configuration_);
   if (!recorder) return fail("{}", recorder.error().description);
   recorder_ = std::move(*recorder);
   if (window_) {
     recorder_->previewView()->setFillsSuperview(true);
     window_->rootView()->addSubview(recorder_->previewView());
+    // A window that is put away ends the view, not the recording.
+    recorder_->camera()->removeObservers();
   }
   recorder_->setFrameHandler([this](double seconds) { actOnFrame(seconds); });
   recorder_->setEventHandler([this](const TavrelRecorderEvent& event) {
@@ -41,7 +43,7 @@ int Recording::run(bool printJson, Diagnostics& diagnostics) {
                                                                  .settings = options_.videoSettings,
                                                                  .audioSettings = options_.audioSettings});
   if (!writing) return fail("{}", writing.error().description);
-  if (const auto started = startDevices(*recorder_); !started) {
+  if (const auto started = startDevices(*recorder_, [&] { return interruption.isAskedFor(); }); !started) {
     recorder_->cancelWriting();
     return fail("{}", started.error().description);
   }
@@ -49,6 +51,7 @@ int Recording::run(bool printJson, Diagnostics& diagnostics) {
   recorder_->stop();
   const TavrelRecording recording = finishMovie(*recorder_);
   if (window_) recorder_->previewView()->removeFromSuperview();
+  if (recording.error) return sayBrokenOff(recording);
   return report(recording, printJson, diagnostics);
 }
 
@@ -84,7 +87,7 @@ void Recording::actOnFrame(double seconds) {
 void Recording::actOnTime() {
   if (options_.switchAt && elapsed_ >= *options_.switchAt && !hasSwitched_) {
     hasSwitched_ = true;
-    recorder_->camera()->switchCamera();
+    switchToNextCamera(*recorder_->camera());
   }
   if (options_.snapshot && elapsed_ >= options_.snapshotAt && !hasAskedForSnapshot_) takeSnapshot();
 }
@@ -103,13 +106,13 @@ void Recording::takeSnapshot() {
 }
 
 int Recording::report(const TavrelRecording& recording, bool printJson, Diagnostics& diagnostics) const {
-  if (recording.error) return sayBrokenOff(recording);
   const WrittenMovie movie = {.file = recording.file,
                               .askedSize = configuration_.size,
                               .size = recording.size,
                               .seconds = recording.seconds,
                               .frames = recording.statistics.framesWritten,
-                              .framesLost = recording.statistics.framesLost()};
+                              .framesLost = recording.statistics.framesLost(),
+                              .camera = sayDelivery(*recorder_->camera(), configuration_)};
   movie.report(printJson, diagnostics);
   return snapshotProblem_ ? fail("no snapshot: {}", *snapshotProblem_) : kSuccess;
 }

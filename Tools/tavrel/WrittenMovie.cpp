@@ -20,6 +20,13 @@ int WrittenMovie::report(bool asJson, Diagnostics& diagnostics) const {
                                      {"frames", frames}};
     if (framesLost) result["dropped"] = *framesLost;
     if (sound) result["sound"] = *sound;
+    if (camera) {
+      result["camera"] = {{"format", camera->format},
+                          {"width", camera->dimensions.width},
+                          {"height", camera->dimensions.height},
+                          {"fps", camera->framesPerSecond},
+                          {"buffers", camera->memory}};
+    }
     diagnostics.addTo(result);
     printJson(result);
     return exitStatus();

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Diagnostics.h"
+#include "Platform/Capture/CaptureDelivery.h"
 #include "TavrelCaptureBase.h"
 
 namespace tavrel::tool {
@@ -20,6 +21,7 @@ struct WrittenMovie {
   std::optional<std::uint64_t> framesLost = {};  ///< of a recording
   std::optional<std::uint64_t> framesRead = {};  ///< from a movie, all of which have to be written
   std::optional<std::string> sound = {};         ///< what was done with it
+  std::optional<CaptureDelivery> camera = {};    ///< what it was recorded from
 
   /// Prints the report as text, or as JSON with the measured statistics. Returns the exit status, which
   /// is a failure when frames that were read are missing.

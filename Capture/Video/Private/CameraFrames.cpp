@@ -54,8 +54,10 @@ void TavrelCamera::Implementation::process(const std::shared_ptr<SampleBuffer>& 
     const std::lock_guard frameGuard(frameMutex);
     sampleTimeDuration = timing.duration;
     lastBuffer = pixelBuffer;
+    captureTimes[nextCaptureTime] = {frameTime, timing.presentationTimeStamp};
   }
   if (!chain->process(pixelBuffer, frameTime, false)) return drop(busy, names.busy);
+  nextCaptureTime = (nextCaptureTime + 1) % captureTimes.size();
   ++processed;
 }
 
@@ -73,6 +75,10 @@ void TavrelCamera::Implementation::completeFrame(const std::shared_ptr<TavrelGPU
                                                  MediaTime frameTime) {
   // Only the picture of a snapshot has no time.
   if (!frameTime.isValid()) snapshots.answer(*framebuffer);
+  if (!running) {
+    if (frameTime.isValid() && captureTimeOf(frameTime)) --processed, ++whileNotRunning;
+    return;
+  }
   const auto owner = camera.lock();
   const auto listener = receiver();
   if (!owner || !listener) return;
@@ -84,6 +90,14 @@ void TavrelCamera::Implementation::completeFrame(const std::shared_ptr<TavrelGPU
     timing.duration = sampleTimeDuration;
   }
   listener->didGetProcessedFramebuffer(*owner, framebuffer, timing);
+}
+
+std::optional<MediaTime> TavrelCamera::Implementation::captureTimeOf(MediaTime frameTime) const {
+  const std::lock_guard lock(frameMutex);
+  for (const auto& [arrival, captured] : captureTimes) {
+    if (arrival == frameTime) return captured;
+  }
+  return std::nullopt;
 }
 
 void TavrelCamera::Implementation::processStillImage(Expected<std::shared_ptr<SampleBuffer>> still,

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <utility>
 
+#include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Capture/CaptureClock.h"
 #include "Platform/Capture/CaptureDevice.h"
 #include "Platform/Foundation/Notifications.h"
@@ -57,14 +58,29 @@ void TavrelCamera::Implementation::removeObservers() {
   for (const auto token : ended) NotificationCenter::defaultCenter().removeObserver(token);
 }
 
-void TavrelCamera::Implementation::stop() {
-  running = false;
-  {
-    const std::lock_guard lock(runningMutex);
+bool TavrelCamera::Implementation::start(bool isGranted) {
+  if (!isGranted) running = false;
+  // Without a lock, since `stop` must not wait for a device that does not start: what it did meanwhile is done again.
+  while (running) {
+    session.platformSession()->startRunning();
+    if (running) {
+      controls.refreshForNewDevice();
+      return true;
+    }
     session.platformSession()->stopRunning();
   }
-  const std::lock_guard lock(frameMutex);
-  lastBuffer.reset();
+  return false;
+}
+
+void TavrelCamera::Implementation::stop() {
+  running = false;
+  session.platformSession()->stopRunning();
+  {
+    const std::lock_guard lock(frameMutex);
+    lastBuffer.reset();
+  }
+  // A frame that is in the chain is not handed out any more, once this is through.
+  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
 }
 
 bool TavrelCamera::Implementation::mirrors(bool TavrelCameraConfiguration::*front,
@@ -112,9 +128,23 @@ void TavrelCamera::Implementation::setPreferredDevicePosition(CaptureDevicePosit
   const std::lock_guard lock(cameraOutputLock);
   wishes.set(&TavrelCameraConfiguration::preferredDevicePosition, position);
   if (position == session.devicePosition() || position == CaptureDevicePosition::unspecified) return;
+  switchInput(
+      [&] { session.exchangeInput(position, wishes.get(&TavrelCameraConfiguration::preferredVideoOrientation)); });
+}
+
+void TavrelCamera::Implementation::setPreferredDeviceID(const std::string& deviceID) {
+  const std::lock_guard lock(cameraOutputLock);
+  wishes.set(&TavrelCameraConfiguration::preferredDeviceID, deviceID);
+  const auto current = session.device();
+  if (deviceID.empty() || (current && current->uniqueID() == deviceID)) return;
+  switchInput(
+      [&] { session.exchangeInput(deviceID, wishes.get(&TavrelCameraConfiguration::preferredVideoOrientation)); });
+}
+
+void TavrelCamera::Implementation::switchInput(const std::function<void()>& exchange) {
   if (wishes.get(&TavrelCameraConfiguration::blurSwitch)) blurLastFrame();
   session.platformSession()->beginConfiguration();
-  session.exchangeInput(position, wishes.get(&TavrelCameraConfiguration::preferredVideoOrientation));
+  exchange();
   controls.refreshForNewDevice();
   // Under the blur the chain is rebuilt when that is removed.
   if (!shouldBlur) chain->refreshGPUImagePipeline(chainForm());

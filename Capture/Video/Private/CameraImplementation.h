@@ -1,8 +1,13 @@
 #pragma once
 
+#include <array>
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "Capture/Video/Private/CameraChain.h"
@@ -27,6 +32,8 @@ struct TavrelCamera::Implementation {
   Expected<void> setUp(const std::shared_ptr<TavrelCamera>& owner);
   void addObservers();
   void removeObservers();
+  /// Whether it runs then: access was granted, and nobody stopped it meanwhile.
+  bool start(bool isGranted);
   void stop();
 
   // The chain.
@@ -39,6 +46,9 @@ struct TavrelCamera::Implementation {
 
   // Switching.
   void setPreferredDevicePosition(CaptureDevicePosition position);
+  void setPreferredDeviceID(const std::string& deviceID);
+  /// With `cameraOutputLock` held; `exchange` puts another input in place.
+  void switchInput(const std::function<void()>& exchange);
   void blurLastFrame();
   void removeBlur();
 
@@ -46,6 +56,8 @@ struct TavrelCamera::Implementation {
   void process(const std::shared_ptr<SampleBuffer>& sampleBuffer, const std::shared_ptr<CaptureConnection>& connection);
   bool hasOrientationOfOldCamera(Size frameSize) const;
   void completeFrame(const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer, MediaTime frameTime);
+  /// Nothing for a frame of no device.
+  std::optional<MediaTime> captureTimeOf(MediaTime frameTime) const;
   void processStillImage(Expected<std::shared_ptr<SampleBuffer>> still, SnapshotCompletion completion);
 
   // Taps. Main thread.
@@ -85,7 +97,6 @@ struct TavrelCamera::Implementation {
   std::mutex cameraOutputLock;  ///< of the chain and of the input in use; a frame that finds it held is dropped
   std::unique_ptr<CameraChain> chain;
 
-  std::mutex runningMutex;  ///< while the session starts or stops
   std::atomic<bool> running = false;
   std::atomic<bool> isInBackground = false;
   std::atomic<bool> shouldBlur = false;
@@ -95,6 +106,9 @@ struct TavrelCamera::Implementation {
   mutable std::mutex frameMutex;
   std::shared_ptr<PixelBuffer> lastBuffer;
   MediaTime sampleTimeDuration;
+  /// Arrival and capture of the latest frames, of which one is in the chain.
+  std::array<std::pair<MediaTime, MediaTime>, 4> captureTimes;
+  std::size_t nextCaptureTime = 0;
 
   std::atomic<std::uint64_t> processed = 0;
   std::atomic<std::uint64_t> busy = 0;

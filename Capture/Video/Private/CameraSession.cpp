@@ -20,8 +20,10 @@ Expected<void> CameraSession::setUp(const TavrelCameraConfiguration& wishes,
   stillImageOutput = CaptureStillImageOutput::create();
   if (auto added = addOutput(stillImageOutput, "still image output not available"); !added) return added;
 
-  makeInputs(wishes.preferredDeviceID);
-  if (wishes.preferredDevicePosition != CaptureDevicePosition::unspecified) {
+  makeInputs();
+  const bool isNamed =
+      !wishes.preferredDeviceID.empty() && exchangeInput(wishes.preferredDeviceID, wishes.preferredVideoOrientation);
+  if (!isNamed && wishes.preferredDevicePosition != CaptureDevicePosition::unspecified) {
     exchangeInput(wishes.preferredDevicePosition, wishes.preferredVideoOrientation);
   }
   captureSession->commitConfiguration();
@@ -38,12 +40,10 @@ Expected<void> CameraSession::addOutput(const std::shared_ptr<CaptureOutput>& ou
   return {};
 }
 
-void CameraSession::makeInputs(const std::string& preferredDeviceID) {
-  const auto wished = CaptureDevice::deviceWithUniqueID(preferredDeviceID);
+void CameraSession::makeInputs() {
   for (const auto& device : CaptureDevice::devicesWithMediaType(MediaType::video)) {
     const bool isFront = device->position() == CaptureDevicePosition::front;
     if (!isFront && device->position() != CaptureDevicePosition::back) continue;
-    if (wished && wished != device && wished->position() == device->position()) continue;
     if (auto input = CaptureDeviceInput::create(device)) {
       (isFront ? frontInput : backInput) = std::move(*input);
     } else {
@@ -78,10 +78,33 @@ void CameraSession::exchangeInput(CaptureDevicePosition position, CaptureVideoOr
   } else {
     TAVREL_LOG_ERROR(kCameraLogTag, "no camera available");
   }
-  if (added) captureSession->addInput(added);
+  use(std::move(added), orientation);
+}
+
+bool CameraSession::exchangeInput(const std::string& deviceID, CaptureVideoOrientation orientation) {
+  auto input = CaptureDeviceInput::create(CaptureDevice::deviceWithUniqueID(deviceID));
+  if (!input) {
+    TAVREL_LOG_ERROR(kCameraLogTag, "camera {} not available: {}", deviceID, input.error().description);
+    return false;
+  }
+  captureSession->removeInput(currentInput);
+  if (!captureSession->canAddInput(*input)) {
+    TAVREL_LOG_ERROR(kCameraLogTag, "camera {} not available: the session refuses it", deviceID);
+    use(currentInput, orientation);
+    return false;
+  }
+  const CaptureDevicePosition position = (*input)->device()->position();
+  if (position == CaptureDevicePosition::front) frontInput = *input;
+  if (position == CaptureDevicePosition::back) backInput = *input;
+  use(std::move(*input), orientation);
+  return true;
+}
+
+void CameraSession::use(std::shared_ptr<CaptureDeviceInput> input, CaptureVideoOrientation orientation) {
+  if (input) captureSession->addInput(input);
   {
     const std::lock_guard lock(currentInputMutex_);
-    currentInput = added;
+    currentInput = std::move(input);
   }
   for (const auto& connection : {frameConnection(), stillImageConnection()}) {
     if (!connection) continue;

@@ -15,7 +15,8 @@ namespace tavrel {
 inline constexpr const char* kCameraLogTag = "TavrelCamera";
 
 /// The devices of a camera and what comes from them: the capture session with a front and a back input, one of which
-/// is in use, an output for frames and one for stills. Any thread, once it is set up; `exchangeInput` by one at a time.
+/// or that of any other camera is in use, an output for frames and one for stills. Any thread, once it is set up;
+/// `exchangeInput` by one at a time.
 class CameraSession {
  public:
   /// Frames go to `delegate` on a queue of their own. Fails with code -4002 when the session refuses an output.
@@ -28,6 +29,9 @@ class CameraSession {
   bool hasBothCameras() const { return frontInput && backInput; }
   /// Uses the camera at `position`, or else the other one, and prepares the connections for it.
   void exchangeInput(CaptureDevicePosition position, CaptureVideoOrientation orientation);
+  /// The same with the camera of this identity, which takes the place of the front or back one where it has that
+  /// position. The one in use stays, and false comes, when it cannot be used.
+  bool exchangeInput(const std::string& deviceID, CaptureVideoOrientation orientation);
 
   const std::shared_ptr<CaptureSession>& platformSession() const { return captureSession; }
   /// Where the session can.
@@ -44,7 +48,8 @@ class CameraSession {
 
  private:
   Expected<void> addOutput(const std::shared_ptr<CaptureOutput>& output, const char* failureDescription);
-  void makeInputs(const std::string& preferredDeviceID);
+  void makeInputs();
+  void use(std::shared_ptr<CaptureDeviceInput> input, CaptureVideoOrientation orientation);
 
   std::shared_ptr<CaptureDeviceInput> frontInput;
   std::shared_ptr<CaptureDeviceInput> backInput;

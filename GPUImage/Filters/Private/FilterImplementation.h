@@ -22,7 +22,7 @@ struct TavrelGPUImageFilter::Implementation {
   TavrelGPUImageFramebufferLease firstInputFramebuffer;
   InputScaling scaling;
   /// What is drawn instead of the first input, where that has another size.
-  const InputScaling::Scaled* scaledInput = nullptr;
+  std::optional<InputScaling::Scaled> scaledInput;
   bool isInputDeep = false;
   TavrelGPUImageRotationMode inputRotation = kTavrelGPUImageNoRotation;
   Size currentFilterSize;

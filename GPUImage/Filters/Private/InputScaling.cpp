@@ -103,19 +103,9 @@ void InputScaling::draw(Kind kind, const TavrelGPUImageFramebufferLease& input, 
   drawn_ = std::move(lease);
 }
 
-void InputScaling::letGo() {
-  if (wish_.still == 0) scaled_.reset();
-}
-
-const InputScaling::Scaled* InputScaling::scale(const TavrelGPUImageFramebufferLease& input, const GLfloat* corners,
-                                                Size drawn) {
-  const TavrelGPUImageScaling scaling = TavrelGPUImageContext::scaling();
-  Wish wish = {input ? input.get()->stillNumber() : 0, {}, drawn, scaling};
-  std::copy_n(corners, wish.corners.size(), wish.corners.begin());
-  if (scaled_ && wish == wish_) return &*scaled_;
-  scaled_.reset();
-  wish_ = wish;
-  if (!input || smallest(drawn) <= 0) return nullptr;
+std::optional<InputScaling::Scaled> InputScaling::scale(const TavrelGPUImageFramebufferLease& input,
+                                                        const GLfloat* corners, Size drawn) {
+  if (!input || smallest(drawn) <= 0) return std::nullopt;
   const Size whole = input.get()->size();
   const auto [left, right] = std::minmax({corners[0], corners[2], corners[4], corners[6]});
   const auto [bottom, top] = std::minmax({corners[1], corners[3], corners[5], corners[7]});
@@ -124,15 +114,16 @@ const InputScaling::Scaled* InputScaling::scale(const TavrelGPUImageFramebufferL
   Rect part = {{left * whole.width, bottom * whole.height},
                {(right - left) * whole.width, (top - bottom) * whole.height}};
   Size factor = {part.size.width / drawn.width, part.size.height / drawn.height};
+  const TavrelGPUImageScaling scaling = TavrelGPUImageContext::scaling();
   const bool isReduced = largest(factor) > kLeastReduction;
   const bool isEnlarged = scaling.enlargesByBicubic && !isReduced && smallest(factor) < 1 / kLeastEnlargement;
-  if ((!isReduced && !isEnlarged) || smallest(part.size) <= 0) return nullptr;
+  if ((!isReduced && !isEnlarged) || smallest(part.size) <= 0) return std::nullopt;
   // Somebody has asked for single pixels, or for mipmaps.
   GLint filter = 0;
   glActiveTexture(GL_TEXTURE2);
   glBindTexture(GL_TEXTURE_2D, input.texture());
   glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, &filter);
-  if (filter != GL_LINEAR) return nullptr;
+  if (filter != GL_LINEAR) return std::nullopt;
 
   const bool inLight = scaling.worksInLight && TavrelGPUImageContext::deepTextureOptions();
   if (inLight) draw(toLight, input, {{0, 0}, whole}, {1, 1}, wholePixels(whole));
@@ -147,12 +138,12 @@ const InputScaling::Scaled* InputScaling::scale(const TavrelGPUImageFramebufferL
   const Kind kind = isReduced ? (inLight ? triangleFromLight : triangle) : inLight ? bicubicFromLight : bicubic;
   draw(kind, texture(), part, factor, wholePixels(drawn));
 
-  scaled_ = {.framebuffer = std::move(drawn_)};
-  for (std::size_t i = 0; i < wish.corners.size(); ++i) {
+  Scaled result = {.framebuffer = std::move(drawn_)};
+  for (std::size_t i = 0; i < result.corners.size(); ++i) {
     const auto [first, last] = i % 2 == 0 ? std::pair(left, right) : std::pair(bottom, top);
-    scaled_->corners[i] = corners[i] == last ? 1 : corners[i] == first ? 0 : (corners[i] - first) / (last - first);
+    result.corners[i] = corners[i] == last ? 1 : corners[i] == first ? 0 : (corners[i] - first) / (last - first);
   }
-  return &*scaled_;
+  return result;
 }
 
 }  // namespace tavrel

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include "Platform/Capture/CaptureDeviceModes.h"
@@ -31,6 +32,8 @@ class CaptureBackend {
   /// Ends reporting; devices stay as they are. The observer is not called any more.
   virtual void stop() = 0;
   virtual CaptureAuthorizationStatus authorizationStatus(MediaType mediaType) = 0;
+  /// Why there may be devices that it cannot show; nothing when it sees what there is.
+  virtual std::optional<Error> problem() const { return std::nullopt; }
 };
 
 }  // namespace tavrel

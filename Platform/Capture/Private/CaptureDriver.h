@@ -2,10 +2,12 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <vector>
 
+#include "Platform/Capture/CaptureDelivery.h"
 #include "Platform/Capture/CaptureDeviceFormat.h"
 #include "Platform/Capture/CaptureDeviceModes.h"
 #include "Platform/Foundation/Error.h"
@@ -80,6 +82,8 @@ struct CaptureRun {
   double frameRate = 30;  ///< cameras
   CaptureControls controls;
   std::shared_ptr<CaptureSink> sink;
+  /// Asks `open` to give up: nobody wants the device any more.
+  std::stop_token cancellation;
 };
 
 /// The hardware's side of one device while it is plugged in. Any thread; calls into the sink are made without a lock
@@ -100,13 +104,15 @@ class CaptureDriver {
   virtual Expected<void> checkAvailable() { return {}; }
   virtual Expected<void> checkConfigurable() { return {}; }
 
-  /// Begins capturing; fails when it runs already. Returns within a few seconds.
+  /// Begins capturing; fails when it runs already. Returns within a few seconds, sooner when cancelled.
   virtual Expected<void> open(CaptureRun run) = 0;
   /// Ends it; afterwards the sink is not called any more. Not from the sink. Does nothing when closed.
   virtual void close() = 0;
   /// Changes a running camera.
   virtual void setFrameRate(double framesPerSecond) = 0;
   virtual void apply(CaptureControl control, const CaptureControls& controls) = 0;
+  /// What it delivers, or delivered when it was open last; nothing before.
+  virtual std::optional<CaptureDelivery> delivery() const { return std::nullopt; }
   /// Whether time passes while the sink does not take anything.
   virtual bool isRealTime() const { return true; }
 };

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "Platform/Capture/Private/CaptureDeviceImplementation.h"
@@ -11,10 +12,7 @@
 namespace tavrel {
 namespace {
 
-template <typename T>
-bool contains(const std::vector<T>& all, const T& one) {
-  return std::find(all.begin(), all.end(), one) != all.end();
-}
+constexpr std::chrono::seconds kPatienceForOpening(1);
 
 }  // namespace
 
@@ -185,31 +183,41 @@ std::vector<std::shared_ptr<CaptureOutput>> CaptureSessionCore::outputsOf(MediaT
 }
 
 void CaptureSessionCore::startRunning() {
-  const std::lock_guard operation(operation_);
+  std::unique_lock operation(operation_);
   if (isRunning_) return;
   isRunning_ = true;
   {
     const std::lock_guard lock(state_);
     runtimeError_.reset();
   }
-  ++runNumber_;
+  const unsigned run = ++runNumber_;
   refresh();
-  watch(runNumber_);
+  watch(run);
+  changed_.wait(operation, [&] {
+    return runNumber_ != run ||
+           std::none_of(slots_.begin(), slots_.end(), [](const Slot& slot) { return slot.isOpening; });
+  });
 }
 
 void CaptureSessionCore::stopRunning() {
-  const std::lock_guard operation(operation_);
-  if (!isRunning_) return;
-  isRunning_ = false;
-  ++runNumber_;
-  for (Slot& slot : slots_) {
-    close(slot);
-    slot.hasFailed = false;
+  std::shared_ptr<DispatchQueue> opener;
+  {
+    const std::lock_guard operation(operation_);
+    if (!isRunning_) return;
+    isRunning_ = false;
+    ++runNumber_;
+    for (Slot& slot : slots_) {
+      close(slot);
+      slot.hasFailed = false;
+    }
+    for (const auto& output : outputs()) {
+      output->isRunning_ = false;
+      output->deliveryEnded();
+    }
+    opener = opener_;
   }
-  for (const auto& output : outputs()) {
-    output->isRunning_ = false;
-    output->deliveryEnded();
-  }
+  // So that whoever opens the device next finds it free; one that does not let itself be cancelled is not waited for.
+  if (opener) opener->trySync(kPatienceForOpening, [] {});
 }
 
 std::optional<Error> CaptureSessionCore::runtimeError() const {
@@ -258,47 +266,6 @@ void CaptureSessionCore::refreshSlot(MediaType mediaType, Slot& slot) {
   } else {
     open(slot, device);
   }
-}
-
-void CaptureSessionCore::open(Slot& slot, const std::shared_ptr<CaptureDevice>& device) {
-  CaptureDevice::Implementation& opened = *device->implementation_;
-  CaptureRun run;
-  Expected<void> connected;
-  std::shared_ptr<CaptureSource> source;
-  {
-    const std::lock_guard lock(opened.mutex);
-    connected = opened.checkConnected();
-    if (connected) source = std::make_shared<CaptureSource>(device, opened.driver, weak_from_this());
-    run.format = opened.activeFormat;
-    run.frameRate = opened.frameRate();
-    run.controls = opened.controls;
-  }
-  if (!source) return fail(slot, connected.error());
-  source->format = run.format;
-  source->setOutputs(outputsOf(device->mediaType()));
-  run.sink = source;
-  const double frameRate = run.frameRate;
-  const CaptureControls controls = run.controls;
-  // Before it delivers, so that its first sample finds it.
-  slot.source = source;
-  if (auto started = source->driver()->open(std::move(run)); !started) {
-    slot.source = nullptr;
-    source->cancel();
-    return fail(slot, started.error());
-  }
-  // What was set on the device while it opened.
-  const std::lock_guard lock(opened.mutex);
-  if (opened.frameRate() != frameRate) source->driver()->setFrameRate(opened.frameRate());
-  if (opened.controls == controls) return;
-  for (const CaptureControl control : kCaptureControls) source->driver()->apply(control, opened.controls);
-}
-
-void CaptureSessionCore::close(Slot& slot) {
-  const auto source = std::move(slot.source);
-  slot.source = nullptr;
-  if (!source) return;
-  source->cancel();
-  source->driver()->close();
 }
 
 void CaptureSessionCore::fail(Slot& slot, Error error) {

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <atomic>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -10,13 +11,15 @@
 
 #include "Platform/Capture/CaptureSession.h"
 #include "Platform/Capture/Private/CaptureSource.h"
+#include "Platform/Dispatch/DispatchQueue.h"
 
 namespace tavrel {
 
 /// The session itself, which devices and the watch over them hold weakly; what its users hold stops it at its end.
 ///
-/// Two locks: `operation_` is held through a whole change, also while devices open; `state_` only while values are read
-/// or written, so that getters never wait for a device.
+/// Devices open on a queue of the session's own, since one that does not start takes seconds: of those who change the
+/// session only `startRunning` waits for that. Two locks: `operation_` is held through a whole change, `state_` only
+/// while values are read or written, so that getters never wait for a device that closes.
 class CaptureSessionCore : public CaptureSession, public std::enable_shared_from_this<CaptureSessionCore> {
  public:
   ~CaptureSessionCore() override;
@@ -52,6 +55,7 @@ class CaptureSessionCore : public CaptureSession, public std::enable_shared_from
   /// What is open of one media type.
   struct Slot {
     std::shared_ptr<CaptureSource> source;
+    bool isOpening = false;  // the driver has not answered yet
     bool hasFailed = false;  // and has been reported
   };
 
@@ -59,12 +63,16 @@ class CaptureSessionCore : public CaptureSession, public std::enable_shared_from
   void refresh();
   void refreshSlot(MediaType mediaType, Slot& slot);
   void open(Slot& slot, const std::shared_ptr<CaptureDevice>& device);
-  static void close(Slot& slot);
+  void finishOpening(Slot& slot, const CaptureRun& run, Expected<void> started);
+  void close(Slot& slot);
   void fail(Slot& slot, Error error);
   void watch(unsigned runNumber);
   void look();
   void chooseFormat(const std::shared_ptr<CaptureDevice>& device) const;
   Slot* slotOf(const std::shared_ptr<CaptureSource>& source);
+
+  /// Takes the lock when the driver has answered.
+  void didOpen(const std::shared_ptr<CaptureSource>& source, const CaptureRun& run, Expected<void> started);
 
   std::shared_ptr<CaptureDevice> deviceOf(MediaType mediaType) const;
   std::vector<std::shared_ptr<CaptureOutput>> outputsOf(MediaType mediaType) const;
@@ -74,6 +82,8 @@ class CaptureSessionCore : public CaptureSession, public std::enable_shared_from
   static constexpr std::array<MediaType, 2> kMediaTypes = {MediaType::video, MediaType::audio};
 
   std::mutex operation_;
+  std::condition_variable changed_;  // a slot has opened or was closed
+  std::shared_ptr<DispatchQueue> opener_;
   int configurationDepth_ = 0;
   std::array<Slot, 2> slots_;  // by media type
   unsigned runNumber_ = 0;

@@ -36,7 +36,8 @@ void CaptureSessionCore::look() {
     if (!slot.source) {
       const auto device = deviceOf(mediaType);
       if (device && device->isConnected()) refreshSlot(mediaType, slot);
-    } else if (mediaType == MediaType::video && slot.source->isRealTime() && slot.source->silence() > kLongestSilence) {
+    } else if (mediaType == MediaType::video && !slot.isOpening && slot.source->isRealTime() &&
+               slot.source->silence() > kLongestSilence) {
       fail(slot, makeError(CaptureErrorCode::deviceSilent,
                            fmt::format("{} has delivered no picture for {} seconds",
                                        slot.source->device()->localizedName(), kLongestSilence.count())));

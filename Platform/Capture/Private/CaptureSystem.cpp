@@ -58,9 +58,11 @@ void CaptureSystem::ensureStarted() {
   const std::lock_guard start(startMutex_);
   if (isStarted_) return;
   const std::string_view wanted = wantedBackend();
-  usesVirtual_ = wanted == "auto" || wanted == kVirtualName;
+  synthetic_ = wanted == "auto"         ? Synthetic::withoutRealOnes
+               : wanted == kVirtualName ? Synthetic::always
+                                        : Synthetic::never;
   backends_ = makeCaptureBackends(wanted);
-  if (backends_.empty() && !usesVirtual_) {
+  if (backends_.empty() && synthetic_ == Synthetic::never) {
     ConsoleLog::write("TAVREL_CAPTURE={} is not known or was not built in; choose pipewire, v4l2, virtual or auto",
                       wanted);
   }
@@ -95,10 +97,10 @@ void CaptureSystem::restart() {
   ensureStarted();
 }
 
-void CaptureSystem::restartWith(std::vector<std::unique_ptr<CaptureBackend>> backends) {
+void CaptureSystem::restartWith(std::vector<std::unique_ptr<CaptureBackend>> backends, Synthetic synthetic) {
   const std::lock_guard start(startMutex_);
   forget();
-  usesVirtual_ = backends.empty();
+  synthetic_ = synthetic;
   backends_ = std::move(backends);
   startBackends();
 }
@@ -140,17 +142,22 @@ CaptureAuthorizationStatus CaptureSystem::authorizationStatus(MediaType mediaTyp
     const std::lock_guard lock(mutex_);
     if (!accessWasAsked_) return CaptureAuthorizationStatus::notDetermined;
   }
+  const bool hasDevice = !devices(mediaType).empty();
   const std::lock_guard start(startMutex_);
-  if (usesVirtual_ && virtual_->authorizationStatus(mediaType) == CaptureAuthorizationStatus::denied) {
+  const bool mayBeSynthetic = synthetic_ != Synthetic::never;
+  if (mayBeSynthetic && virtual_->authorizationStatus(mediaType) == CaptureAuthorizationStatus::denied) {
     return CaptureAuthorizationStatus::denied;
   }
-  // One backend that has devices which may be used is enough.
+  if (mayBeSynthetic && hasDevice) return CaptureAuthorizationStatus::authorized;
+  // Where there are devices, one backend whose devices may be used is enough.
   auto status = CaptureAuthorizationStatus::authorized;
   for (const auto& backend : backends_) {
-    status = backend->authorizationStatus(mediaType);
-    if (status == CaptureAuthorizationStatus::authorized) break;
+    const CaptureAuthorizationStatus its = backend->authorizationStatus(mediaType);
+    const bool isAllowed = its == CaptureAuthorizationStatus::authorized;
+    if (!isAllowed || hasDevice) status = its;
+    if (isAllowed && hasDevice) break;
   }
-  return usesVirtual_ ? CaptureAuthorizationStatus::authorized : status;
+  return status;
 }
 
 bool CaptureSystem::requestAccess(MediaType mediaType) {

@@ -24,6 +24,9 @@ class CaptureSystem : private CaptureBackendObserver {
  public:
   static CaptureSystem& shared();
 
+  /// When synthetic devices are among those that are listed; named, they are found at any time.
+  enum class Synthetic { never, withoutRealOnes, always };
+
   std::vector<std::shared_ptr<CaptureDevice>> devices(MediaType mediaType);
   std::shared_ptr<CaptureDevice> defaultDevice(MediaType mediaType);
   std::shared_ptr<CaptureDevice> deviceWithUniqueID(std::string_view uniqueID);
@@ -31,6 +34,9 @@ class CaptureSystem : private CaptureBackendObserver {
                                                        CaptureDevicePosition filePosition);
   Expected<std::shared_ptr<CaptureDevice>> addFile(const std::filesystem::path& path, MediaType mediaType,
                                                    CaptureDevicePosition position);
+  /// Whether synthetic devices are listed though nobody asked for them.
+  bool hasStandIns();
+  static bool isTakenOnlyByName(const CaptureDevice& device);
   CaptureAuthorizationStatus authorizationStatus(MediaType mediaType);
   bool requestAccess(MediaType mediaType);
   static CaptureControls controlsOf(const CaptureDevice& device);
@@ -45,7 +51,7 @@ class CaptureSystem : private CaptureBackendObserver {
   /// not run.
   void restart();
   /// The same with these backends besides the virtual one.
-  void restartWith(std::vector<std::unique_ptr<CaptureBackend>> backends);
+  void restartWith(std::vector<std::unique_ptr<CaptureBackend>> backends, Synthetic synthetic);
   void removeFiles();
   /// Settings of all devices as at the start.
   void resetSettings();
@@ -69,15 +75,20 @@ class CaptureSystem : private CaptureBackendObserver {
   std::shared_ptr<CaptureDevice> find(std::string_view uniqueID) const;
   static bool isListed(const CaptureDevice& device);
   static bool isDefault(const CaptureDevice& device);
-  static bool isTakenOnlyByName(const CaptureDevice& device);
   static bool isFile(const CaptureDevice& device);
+  // With `startMutex_` held.
+  bool listsSynthetic();
+  std::optional<Error> problem();
+  /// Why there is none of that type.
+  Error noDevice(MediaType mediaType);
+  std::shared_ptr<CaptureDevice> syntheticNamed(std::string_view name, MediaType mediaType) const;
   void windUp();
 
   const std::shared_ptr<DispatchQueue> queue_;
 
   std::mutex startMutex_;  // held while backends start and stop
   bool isStarted_ = false;
-  bool usesVirtual_ = true;
+  Synthetic synthetic_ = Synthetic::always;
   std::unique_ptr<VirtualCaptureBackend> virtual_;
   std::vector<std::unique_ptr<CaptureBackend>> backends_;  // best first, without the virtual one
 

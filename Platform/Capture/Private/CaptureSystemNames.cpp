@@ -8,6 +8,7 @@
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/CaptureDeviceImplementation.h"
 #include "Platform/Capture/Private/CaptureSystem.h"
+#include "Platform/Capture/Virtual/VirtualCaptureSystem.h"
 
 namespace tavrel {
 namespace {
@@ -23,6 +24,40 @@ bool CaptureSystem::isTakenOnlyByName(const CaptureDevice& device) {
 }
 
 bool CaptureSystem::isFile(const CaptureDevice& device) { return device.uniqueID().starts_with(kFilePrefix); }
+
+bool CaptureSystem::listsSynthetic() {
+  if (synthetic_ != Synthetic::withoutRealOnes) return synthetic_ == Synthetic::always;
+  if (problem()) return false;
+  const std::lock_guard lock(mutex_);
+  // One that was unplugged is not replaced by a drawing either.
+  return std::none_of(devices_.begin(), devices_.end(), [&](const auto& device) {
+    return device->backendName() != virtual_->name() && !isTakenOnlyByName(*device);
+  });
+}
+
+std::optional<Error> CaptureSystem::problem() {
+  for (const auto& backend : backends_) {
+    if (auto found = backend->problem()) return found;
+  }
+  return std::nullopt;
+}
+
+bool CaptureSystem::hasStandIns() {
+  ensureStarted();
+  const std::lock_guard start(startMutex_);
+  return synthetic_ == Synthetic::withoutRealOnes && listsSynthetic();
+}
+
+Error CaptureSystem::noDevice(MediaType mediaType) {
+  {
+    const std::lock_guard start(startMutex_);
+    if (auto found = problem()) return *found;
+  }
+  const bool isVideo = mediaType == MediaType::video;
+  return makeError(CaptureErrorCode::noSuchDevice,
+                   fmt::format("no {} is connected; file:PATH can stand in, or {}", isVideo ? "camera" : "microphone",
+                               isVideo ? VirtualCaptureSystem::kFrontCamera : VirtualCaptureSystem::kMicrophone));
+}
 
 bool CaptureSystem::isListed(const CaptureDevice& device) {
   const std::lock_guard lock(device.implementation_->mutex);
@@ -40,7 +75,7 @@ std::vector<std::shared_ptr<CaptureDevice>> CaptureSystem::devices(MediaType med
   {
     const std::lock_guard start(startMutex_);
     for (const auto& backend : backends_) ranking.emplace_back(backend->name());
-    if (usesVirtual_) ranking.emplace_back(virtual_->name());
+    if (listsSynthetic()) ranking.emplace_back(virtual_->name());
   }
   const std::lock_guard lock(mutex_);
   std::vector<std::shared_ptr<CaptureDevice>> found;
@@ -83,6 +118,15 @@ std::shared_ptr<CaptureDevice> CaptureSystem::deviceWithUniqueID(std::string_vie
   return find(uniqueID);
 }
 
+std::shared_ptr<CaptureDevice> CaptureSystem::syntheticNamed(std::string_view name, MediaType mediaType) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = std::find_if(devices_.begin(), devices_.end(), [&](const auto& device) {
+    return device->backendName() == virtual_->name() && device->mediaType() == mediaType && isListed(*device) &&
+           (device->uniqueID() == name || device->localizedName() == name);
+  });
+  return found != devices_.end() ? *found : nullptr;
+}
+
 Expected<std::shared_ptr<CaptureDevice>> CaptureSystem::deviceNamed(std::string_view name, MediaType mediaType,
                                                                     CaptureDevicePosition filePosition) {
   if (name.starts_with(kFilePrefix)) return addFile(name.substr(kFilePrefix.size()), mediaType, filePosition);
@@ -103,10 +147,14 @@ Expected<std::shared_ptr<CaptureDevice>> CaptureSystem::deviceNamed(std::string_
     for (const auto& device : all) {
       if (device->position() == wantedPosition) return device;
     }
+    // Many a camera does not say where it stands, and many a machine has one only.
+    for (const auto& device : all) {
+      if (!isTakenOnlyByName(*device)) return device;
+    }
   }
+  if (auto unlisted = syntheticNamed(name, mediaType)) return unlisted;
+  if (all.empty()) return tl::unexpected(noDevice(mediaType));
   const char* kind = mediaType == MediaType::video ? "camera" : "microphone";
-  if (all.empty())
-    return failure(CaptureErrorCode::noSuchDevice, fmt::format("no {} is connected; file:PATH can stand in", kind));
   return failure(CaptureErrorCode::noSuchDevice,
                  fmt::format("there is no {} named \"{}\"; choose {} or file:PATH", kind, name, choices));
 }

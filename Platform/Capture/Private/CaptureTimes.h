@@ -2,19 +2,25 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 
 #include "Platform/Capture/CaptureClock.h"
 
 namespace tavrel {
 
-/// The instant `monotonic` nanoseconds of the system's monotonic clock on the real-time capture clock. Zero, negative
-/// and impossible times (in the future, or more than ten seconds past) count as now.
-inline MediaTime captureTimeOf(std::int64_t monotonic) {
-  const MediaTime now = CaptureClock::realTime()->now();
+/// How many nanoseconds ago something was captured that has just come, and has this time by the system's monotonic
+/// clock; nothing for times that cannot be true: zero and negative ones, in the future, or more than ten seconds past.
+inline std::optional<std::int64_t> ageOfCapture(std::int64_t monotonic) {
   const std::int64_t age = std::chrono::steady_clock::now().time_since_epoch().count() - monotonic;
-  if (monotonic <= 0 || age < 0 || age > 10'000'000'000) return now;
+  if (monotonic <= 0 || age < 0 || age > 10'000'000'000) return std::nullopt;
+  return age;
+}
+
+/// The instant that long ago on the real-time capture clock; without an age, now.
+inline MediaTime captureTimeOf(std::optional<std::int64_t> age) {
+  const MediaTime now = CaptureClock::realTime()->now();
   constexpr std::int64_t kNanosecondsPerUnit = 1'000'000'000 / CaptureClock::kTimescale;
-  return MediaTime::make(now.value - age / kNanosecondsPerUnit, CaptureClock::kTimescale);
+  return MediaTime::make(now.value - age.value_or(0) / kNanosecondsPerUnit, CaptureClock::kTimescale);
 }
 
 /// How `landscapeRight` is turned, in degrees clockwise, on a device whose sensor's pictures must be turned by

@@ -89,6 +89,10 @@ void VirtualCaptureSystem::failDevice(std::string_view uniqueID, Error error) {
   backend().driver(uniqueID)->fail(std::move(error));
 }
 
+void VirtualCaptureSystem::setLatency(std::string_view uniqueID, double seconds) {
+  backend().driver(uniqueID)->change([&](VirtualDriver::Faults& faults) { faults.latency = seconds; });
+}
+
 void VirtualCaptureSystem::setStalled(std::string_view uniqueID, bool stalled) {
   backend().driver(uniqueID)->change([&](VirtualDriver::Faults& faults) { faults.isStalled = stalled; });
 }

@@ -71,6 +71,8 @@ class TAVREL_API VirtualCaptureSystem {
 
   /// Makes the running device fail as if its driver had; it stays connected.
   void failDevice(std::string_view uniqueID, Error error);
+  /// Makes the device, when it is opened next, deliver each sample so many seconds after the time it is stamped with.
+  void setLatency(std::string_view uniqueID, double seconds);
   /// While true, the device delivers nothing and reports no error.
   void setStalled(std::string_view uniqueID, bool stalled);
 

@@ -1,4 +1,5 @@
 #include <cmath>
+#include <future>
 
 #include "Platform/Foundation/Notifications.h"
 #include "Support/CameraTestSupport.h"
@@ -75,6 +76,22 @@ TEST_F(MicrophoneTest, SoundComesOnTheCamerasClock) {
   EXPECT_EQ(AudioSession::shared().categoryOptions(), 0x28U);
   microphone_->stop();
   EXPECT_FALSE(microphone_->running());
+}
+
+TEST_F(MicrophoneTest, NoSoundComesAfterTheStop) {
+  make(false);
+  for (int round = 0; round < 20; ++round) {
+    start();
+    const std::int64_t before = recorder_->frames;
+    ASSERT_TRUE(runUntil([&] { return recorder_->frames > before + 512; }));
+    auto stopping = std::async(std::launch::async, [&] {
+      microphone_->stop();
+      return recorder_->frames;
+    });
+    ASSERT_TRUE(runUntil([&] { return stopping.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+    runFor(std::chrono::milliseconds(10));
+    EXPECT_EQ(recorder_->frames, stopping.get());
+  }
 }
 
 TEST_F(MicrophoneTest, MutedSoundKeepsComing) {

@@ -1,3 +1,7 @@
+#include <functional>
+#include <future>
+#include <utility>
+
 #include "Support/CameraTestSupport.h"
 
 namespace tavrel {
@@ -195,6 +199,52 @@ TEST_F(CameraTest, ExternalFiltersTakeTheirTurns) {
   EXPECT_TRUE(isNear(recorder_->picture().at(160, 130), kRed));
   camera_->stop();
   EXPECT_LE(std::abs(RedPainter::sharedInstance()->calls - BluePainter::sharedInstance()->calls), 0);
+}
+
+/// Lets frames pass until it is told what to do with the next one.
+struct Turnstile : TavrelExternalFilter {
+  static std::shared_ptr<Turnstile> sharedInstance() {
+    static const auto instance = std::make_shared<Turnstile>();
+    return instance;
+  }
+  std::shared_ptr<PixelBuffer> processPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer,
+                                                  const SampleTiming&) override {
+    if (const auto act = std::exchange(onFrame, nullptr)) act();
+    return pixelBuffer;
+  }
+  std::function<void()> onFrame;  // on the capture queue
+};
+
+TEST_F(CameraTest, StoppedInOrDuringAFrameItHandsOutNone) {
+  const auto effect = std::make_shared<TavrelExternalFilterCaptureEffect>();
+  effect->setExternalFilterClass(externalFilterClassOf<Turnstile>());
+  const auto turnstile = Turnstile::sharedInstance();
+  for (const bool isInside : {true, false}) {
+    SCOPED_TRACE(isInside ? "by the filter" : "while the filter works");
+    std::promise<void> entered;
+    std::promise<void> mayLeave;
+    turnstile->onFrame = [&] {
+      if (isInside) camera_->stop();
+      entered.set_value();
+      if (!isInside) mayLeave.get_future().wait();
+    };
+    make();
+    camera_->setCaptureEffects({effect});
+    camera_->startWithCompletion({});
+    entered.get_future().wait();
+    const std::size_t atStop = recorder_->count();
+    camera_->stop();
+    mayLeave.set_value();
+    runFor(std::chrono::milliseconds(100));
+    TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+    EXPECT_EQ(recorder_->count(), atStop);
+    EXPECT_FALSE(camera_->running());
+    const TavrelCameraStatistics statistics = camera_->statistics();
+    EXPECT_EQ(statistics.processed, 0U);
+    turnstile->onFrame = nullptr;
+    start();
+    camera_->stop();
+  }
 }
 
 TEST_F(CameraTest, SnapshotsAreAnsweredInOrderAndTimeless) {

@@ -1,4 +1,7 @@
+#include <unistd.h>
+
 #include <cmath>
+#include <filesystem>
 
 #include "Platform/Foundation/Notifications.h"
 #include "Support/CameraTestSupport.h"
@@ -8,6 +11,8 @@ namespace {
 
 using test::CameraTest;
 using test::isUpright;
+using test::Picture;
+using test::Pixel;
 using Bench = VirtualCaptureSystem;
 
 constexpr auto kFront = CaptureDevicePosition::front;
@@ -86,6 +91,39 @@ TEST_F(CameraTest, SwitchesThereAndBackWithoutBlur) {
   camera_->switchCamera();
   EXPECT_EQ(camera_->devicePosition(), kFront);
   ASSERT_TRUE(nextFrame());
+}
+
+TEST_F(CameraTest, AnyNumberOfCamerasIsChosenByIdentity) {
+  const auto path = std::filesystem::temp_directory_path() / ("tavrel-third-" + std::to_string(getpid()) + ".png");
+  const Picture green(64, 48, [](int, int) { return Pixel{0, 255, 0, 255}; });
+  ASSERT_TRUE(ImageDestination::write(test::imageOf(green), path).has_value());
+  // It says of no side that it is there.
+  const auto third = CaptureDevice::addFile(path, MediaType::video).value();
+  auto configuration = smallPictures();
+  configuration.blurSwitch = false;
+  configuration.preferredDeviceID = third->uniqueID();
+  makeAndStart(configuration);
+  const auto isGreen = [this] {
+    return recorder_->picture().at(160, 120).g > 200 && recorder_->picture().at(9, 9).r < 60;
+  };
+  EXPECT_EQ(camera_->deviceID(), third->uniqueID());
+  EXPECT_EQ(camera_->devicePosition(), CaptureDevicePosition::unspecified);
+  EXPECT_TRUE(isGreen());
+  camera_->setPreferredDeviceID(std::string(Bench::kBackCamera));
+  EXPECT_EQ(camera_->deviceID(), Bench::kBackCamera);
+  ASSERT_TRUE(nextFrame());
+  EXPECT_TRUE(isUpright(recorder_->picture()));
+  camera_->setPreferredDeviceID("nobody's");
+  EXPECT_EQ(camera_->deviceID(), Bench::kBackCamera) << "stays";
+  camera_->setPreferredDeviceID(third->uniqueID());
+  ASSERT_TRUE(nextFrame());
+  EXPECT_TRUE(isGreen());
+  camera_->switchCamera();
+  EXPECT_EQ(camera_->deviceID(), Bench::kFrontCamera);
+  ASSERT_TRUE(nextFrame());
+  camera_->stop();
+  Bench::shared().removeFiles();
+  std::filesystem::remove(path);
 }
 
 TEST_F(CameraTest, ASwitchIsBlurredUntilAWhileAfterTheLastOne) {

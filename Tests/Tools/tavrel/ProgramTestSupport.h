@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <sstream>
@@ -13,6 +14,9 @@
 #include <vector>
 
 namespace tavrel::test {
+
+/// Commands see the same devices on every machine, and need not say that they are virtual ones.
+inline const int kProgramsSeeVirtualDevices = setenv("TAVREL_CAPTURE", "virtual", 0);
 
 /// How a command ended and what it said.
 struct CommandResult {

@@ -1,5 +1,6 @@
 #include "Platform/Capture/PipeWire/Private/PipeWireBackend.h"
 
+#include <fmt/format.h>
 #include <pipewire/extensions/metadata.h>
 
 #include <algorithm>
@@ -8,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/PipeWire/Private/PipeWireDriver.h"
 #include "Platform/Capture/PipeWire/Private/PipeWireNodes.h"
 #include "Platform/Dispatch/DispatchQueue.h"
@@ -50,6 +52,13 @@ class PipeWireBackend::Registry {
     }
     // The devices found so far are being told about on the queue.
     queue_->sync([] {});
+  }
+
+  /// Whether a daemon took the connection and says nothing.
+  bool isWaitedFor() const {
+    if (!loop_) return false;
+    const PipeWireLoop::Lock lock(*loop_);
+    return isConnected_ && !hasLooked_;
   }
 
  private:
@@ -236,12 +245,25 @@ class PipeWireBackend::Registry {
     }
   }
 
+  bool isTaken(const std::string& uniqueID) const {
+    return std::any_of(nodes_.begin(), nodes_.end(), [&](const auto& entry) {
+      const auto& driver = entry.second->driver;
+      return driver && driver->description().uniqueID == uniqueID;
+    });
+  }
+
   void finish(Node& node) {
     node.doneSequence = -1;
     if (node.driver) return;
     const std::string name = valueOf(node.properties, PW_KEY_NODE_NAME);
-    if (name.empty() || (node.kind == PipeWireNodeKind::camera && node.modes.empty())) return;
+    if (name.empty()) return;
+    // Other sources of video show screens and films.
+    const bool isCamera = valueOf(node.properties, PW_KEY_MEDIA_ROLE) == "Camera" && !node.modes.empty();
+    if (node.kind == PipeWireNodeKind::camera && !isCamera) return;
     auto description = describePipeWireNode(name, node.kind, node.properties, node.modes, node.channels);
+    const std::string base = description.uniqueID;
+    for (int count = 2; isTaken(description.uniqueID); ++count)
+      description.uniqueID = fmt::format("{}#{}", base, count);
     const bool isMonitor = description.isMonitor;
     node.driver = std::make_shared<PipeWireDriver>(
         std::move(description),
@@ -297,6 +319,12 @@ void PipeWireBackend::stop() { registry_ = nullptr; }
 CaptureAuthorizationStatus PipeWireBackend::authorizationStatus(MediaType) {
   // A client sees only those nodes that it may use.
   return CaptureAuthorizationStatus::authorized;
+}
+
+std::optional<Error> PipeWireBackend::problem() const {
+  if (!registry_ || !registry_->isWaitedFor()) return std::nullopt;
+  return makeError(CaptureErrorCode::deviceSilent,
+                   "the PipeWire service does not answer; restart it (systemctl --user restart pipewire)");
 }
 
 }  // namespace tavrel

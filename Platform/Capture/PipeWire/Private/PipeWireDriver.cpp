@@ -1,5 +1,4 @@
 #include <fmt/format.h>
-#include <spa/debug/types.h>
 #include <spa/param/buffers.h>
 #include <spa/param/param.h>
 #include <spa/utils/result.h>
@@ -9,12 +8,14 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <stop_token>
 #include <utility>
 
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/PipeWire/Private/PipeWireDriver.h"
 #include "Platform/Capture/Private/CaptureTimes.h"
 #include "Platform/Capture/Private/FrameRates.h"
+#include "Platform/Capture/Private/SoundTimes.h"
 #include "Platform/Media/AudioSession.h"
 
 namespace tavrel {
@@ -22,10 +23,6 @@ namespace {
 
 constexpr std::int64_t kOpenNanoseconds = 5'000'000'000;
 constexpr int kBufferCount = 6;
-/// Sound whose measured time is farther from its counted time has a gap.
-constexpr double kLargestJitter = 0.05;
-/// How fast counted time follows measured time, for each buffer.
-constexpr double kClockFollowing = 0.02;
 
 }  // namespace
 
@@ -42,7 +39,8 @@ bool PipeWireDefaults::isSource(const std::string& name) const {
 /// One opening. All but construction, `start` and destruction happens on the loop's thread.
 class PipeWireDriver::Stream {
  public:
-  Stream(const PipeWireDriver& driver, CaptureRun run) : driver_(driver), run_(std::move(run)) {
+  Stream(const PipeWireDriver& driver, DeliveryRecord& delivery, CaptureRun run)
+      : driver_(driver), delivery_(delivery), run_(std::move(run)) {
     frameRate_ = run_.frameRate;
   }
 
@@ -59,12 +57,19 @@ class PipeWireDriver::Stream {
     auto loop = PipeWireLoop::create(isVideo() ? "tavrel.pwcam" : "tavrel.pwmic");
     if (!loop) return tl::unexpected(loop.error());
     loop_ = std::move(*loop);
+    // Outlives the lock, which it may be waiting for.
+    const std::stop_callback cancelled(run_.cancellation, [this] {
+      const PipeWireLoop::Lock lock(*loop_);
+      loop_->signal();
+    });
     const PipeWireLoop::Lock lock(*loop_);
     if (auto connected = loop_->connect(); !connected) return connected;
     pw_core_add_listener(loop_->core(), &coreListener_, &kCoreEvents, this);
     if (auto made = connectStream(); !made) return made;
-    const bool isDecided = loop_->waitFor(kOpenNanoseconds, [this] { return isStreaming_ || error_; });
+    const auto isCancelled = [this] { return run_.cancellation.stop_requested(); };
+    const bool isDecided = loop_->waitFor(kOpenNanoseconds, [&] { return isStreaming_ || error_ || isCancelled(); });
     if (error_) return tl::unexpected(*error_);
+    if (isCancelled()) return failure(CaptureErrorCode::stopped, "nobody wants the device any more");
     if (!isDecided) {
       return failure(CaptureErrorCode::deviceSilent,
                      fmt::format("{} has not started within five seconds", driver_.description_.localizedName));
@@ -166,6 +171,9 @@ class PipeWireDriver::Stream {
           fmt::format("{} agreed on a format that it was not asked for", driver_.description_.localizedName)));
     }
     frame_ = *agreed;
+    delivery_.begin({.format = pipeWireFormatName(parameter),
+                     .dimensions = run_.format->dimensions,
+                     .framesPerSecond = frameRate_});
     auto pool = PixelBufferPool::create(static_cast<std::size_t>(frame_.width), static_cast<std::size_t>(frame_.height),
                                         PixelFormat::bgra32);
     if (!pool) return fail(pool.error());
@@ -196,8 +204,13 @@ class PipeWireDriver::Stream {
   }
 
   void deliver(const spa_buffer& buffer) {
-    if (buffer.n_datas == 0 || !buffer.datas[0].data || !buffer.datas[0].chunk) return;
+    if (buffer.n_datas == 0 || !buffer.datas[0].chunk) return;
     const spa_data& data = buffer.datas[0];
+    if (isVideo()) delivery_.note(&CaptureDelivery::memory, pipeWireMemoryName(data.type));
+    if (!data.data) {
+      if (isVideo()) lose("its buffers cannot be mapped", {frameDurationOf(frameRate_), captureTimeOf({}), {}});
+      return;
+    }
     const std::uint32_t offset = std::min(data.chunk->offset, data.maxsize);
     const std::uint32_t size = std::min(data.chunk->size, data.maxsize - offset);
     const auto* bytes = static_cast<const std::uint8_t*>(data.data) + offset;
@@ -211,21 +224,31 @@ class PipeWireDriver::Stream {
   void deliverPicture(const spa_buffer& buffer, const std::uint8_t* bytes, std::uint32_t size) {
     const auto* header = static_cast<const spa_meta_header*>(
         spa_buffer_find_meta_data(&buffer, SPA_META_Header, sizeof(spa_meta_header)));
-    const MediaTime time = captureTimeOf(header ? header->pts : 0);
+    const auto age = ageOfCapture(header ? header->pts : 0);
+    delivery_.note(&CaptureDelivery::isStamped, age.has_value());
+    const MediaTime time = captureTimeOf(age);
     const SampleTiming timing = {frameDurationOf(frameRate_), time, MediaTime::invalid()};
     const bool isDamaged = (header && (header->flags & SPA_META_HEADER_FLAG_CORRUPTED) != 0) ||
                            (buffer.datas[0].chunk->flags & SPA_CHUNK_FLAG_CORRUPTED) != 0;
-    if (isDamaged || size == 0 || !pool_) return run_.sink->didDrop(timing);
+    if (isDamaged || size == 0) return lose(isDamaged ? "a picture came damaged" : "a buffer came empty", timing);
+    if (!pool_) return run_.sink->didDrop(timing);
     auto picture = pool_->createPixelBuffer();
     if (!picture) return run_.sink->didDrop(timing);
     frame_.bytes = bytes;
     frame_.byteCount = size;
     const auto stride = static_cast<std::size_t>(std::max(buffer.datas[0].chunk->stride, 0));
     frame_.bytesPerRow = std::max(stride, FrameConverter::tightRow(frame_.layout, frame_.width));
-    if (auto converted = converter_.convert(frame_, **picture); !converted) return run_.sink->didDrop(timing);
+    if (auto converted = converter_.convert(frame_, **picture); !converted) {
+      return lose(converted.error().description, timing);
+    }
     if (auto sample = SampleBuffer::createImage(std::move(*picture), timing)) {
       run_.sink->didCapture(std::move(*sample));
     }
+  }
+
+  void lose(std::string reason, const SampleTiming& timing) {
+    delivery_.note(&CaptureDelivery::loss, std::move(reason));
+    run_.sink->didDrop(timing);
   }
 
   void deliverSound(const std::uint8_t* bytes, std::uint32_t size) {
@@ -241,7 +264,7 @@ class PipeWireDriver::Stream {
     }
   }
 
-  /// When the first of `count` samples was heard: counted, and slowly led towards what PipeWire measures.
+  /// When the first of `count` samples was heard.
   MediaTime timeOfSound(std::size_t count) {
     const double length = static_cast<double>(count) / run_.format->audioFormat.sampleRate;
     pw_time measured{};
@@ -249,16 +272,14 @@ class PipeWireDriver::Stream {
     if (pw_stream_get_time_n(stream_, &measured, sizeof measured) == 0 && measured.rate.denom > 0) {
       delay = static_cast<double>(measured.delay) * measured.rate.num / measured.rate.denom;
     }
-    const MediaTime end = captureTimeOf(measured.now);
-    const MediaTime heard = end - MediaTime::fromSeconds(length + std::clamp(delay, 0.0, 1.0), end.timescale);
-    if (!nextSound_.isNumeric() || std::abs((heard - nextSound_).seconds()) > kLargestJitter) nextSound_ = heard;
-    const MediaTime time =
-        nextSound_ + MediaTime::fromSeconds((heard - nextSound_).seconds() * kClockFollowing, end.timescale);
-    nextSound_ = time + MediaTime::fromSeconds(length, end.timescale);
-    return time;
+    const auto age = ageOfCapture(measured.now);
+    delivery_.note(&CaptureDelivery::isStamped, age.has_value());
+    const MediaTime end = captureTimeOf(age);
+    return soundTimes_.next(end - MediaTime::fromSeconds(length + std::clamp(delay, 0.0, 1.0), end.timescale), length);
   }
 
   const PipeWireDriver& driver_;
+  DeliveryRecord& delivery_;
   const CaptureRun run_;
   std::unique_ptr<PipeWireLoop> loop_;
   spa_hook coreListener_{};
@@ -271,7 +292,7 @@ class PipeWireDriver::Stream {
   RawFrame frame_;
   std::shared_ptr<PixelBufferPool> pool_;
   FrameConverter converter_;
-  MediaTime nextSound_;
+  SoundTimes soundTimes_;
 };
 
 const pw_core_events PipeWireDriver::Stream::kCoreEvents = [] {
@@ -302,7 +323,8 @@ Expected<void> PipeWireDriver::open(CaptureRun run) {
     return failure(CaptureErrorCode::busy, fmt::format("{} is used by another session", description_.localizedName));
   }
   const AudioFormat format = run.format->audioFormat;
-  auto stream = std::make_unique<Stream>(*this, std::move(run));
+  if (description_.mediaType == MediaType::audio) delivery_.begin({.format = "F32", .isStamped = true});
+  auto stream = std::make_unique<Stream>(*this, delivery_, std::move(run));
   if (auto started = stream->start(); !started) return started;
   if (description_.mediaType == MediaType::audio) AudioSession::shared().setSampleRate(format.sampleRate);
   stream_ = std::move(stream);

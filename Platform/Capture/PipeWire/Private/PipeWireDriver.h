@@ -9,6 +9,7 @@
 #include "Platform/Capture/PipeWire/Private/PipeWireFormats.h"
 #include "Platform/Capture/PipeWire/Private/PipeWireHandles.h"
 #include "Platform/Capture/Private/CaptureDriver.h"
+#include "Platform/Capture/Private/DeliveryRecord.h"
 #include "Platform/Graphics/PixelBufferPool.h"
 
 namespace tavrel {
@@ -44,6 +45,7 @@ class PipeWireDriver : public CaptureDriver {
   void close() override;
   void setFrameRate(double framesPerSecond) override;
   void apply(CaptureControl, const CaptureControls&) override {}
+  std::optional<CaptureDelivery> delivery() const override { return delivery_.get(); }
 
  private:
   class Stream;
@@ -51,6 +53,7 @@ class PipeWireDriver : public CaptureDriver {
   const CaptureDeviceDescription description_;
   const Node node_;
   const std::shared_ptr<const PipeWireDefaults> defaults_;
+  DeliveryRecord delivery_;
   std::mutex operation_;
   std::unique_ptr<Stream> stream_;
 };

@@ -1,4 +1,7 @@
+#include <spa/buffer/type-info.h>
+#include <spa/debug/types.h>
 #include <spa/param/audio/format-utils.h>
+#include <spa/param/type-info.h>
 #include <spa/param/video/format-utils.h>
 #include <spa/pod/iter.h>
 #include <spa/pod/parser.h>
@@ -228,6 +231,20 @@ std::optional<RawFrame> parseAgreedVideoFormat(const spa_pod& parameter, double&
   frame.height = static_cast<int>(size.height);
   if (const double found = rateOf(agreed); found > 0) rate = found;
   return frame;
+}
+
+std::string pipeWireFormatName(const spa_pod& parameter) {
+  spa_video_info info{};
+  if (spa_format_video_parse(&parameter, &info) < 0) return "an unknown format";
+  const char* name = info.media_subtype == SPA_MEDIA_SUBTYPE_raw
+                         ? spa_debug_type_find_short_name(spa_type_video_format, info.info.raw.format)
+                         : spa_debug_type_find_short_name(spa_type_media_subtype, info.media_subtype);
+  return name ? name : "an unknown format";
+}
+
+std::string pipeWireMemoryName(std::uint32_t dataType) {
+  const char* name = spa_debug_type_find_short_name(spa_type_data_type, dataType);
+  return name ? name : "unknown";
 }
 
 std::string valueOf(const PipeWireProperties& properties, const char* key) {

@@ -39,6 +39,10 @@ const spa_pod* buildAudioFormat(spa_pod_builder& builder, const AudioFormat& for
 /// The layout, matrix and range of what was agreed on; nothing when it is none of ours.
 std::optional<RawFrame> parseAgreedVideoFormat(const spa_pod& parameter, double& rate);
 
+/// The names of a video format and of a kind of memory, as PipeWire has them: "YUY2", "MemFd".
+std::string pipeWireFormatName(const spa_pod& parameter);
+std::string pipeWireMemoryName(std::uint32_t dataType);
+
 /// Position and rotation as the node's properties tell.
 CaptureDevicePosition positionOf(const PipeWireProperties& properties);
 int mountRotationOf(const PipeWireProperties& properties);

@@ -106,9 +106,9 @@ std::vector<std::string> V4L2Backend::nodePaths() const {
 void V4L2Backend::scan() {
   std::vector<std::shared_ptr<V4L2Driver>> present;
   std::vector<std::shared_ptr<V4L2Driver>> added;
-  isDenied_ = false;
+  std::string denied;
   for (const std::string& path : nodePaths()) {
-    auto driver = probe(path, present);
+    auto driver = probe(path, present, denied);
     if (!driver) continue;
     // The same identity at the same node is the same camera.
     const auto known = std::find_if(drivers_.begin(), drivers_.end(), [&](const auto& other) {
@@ -121,6 +121,10 @@ void V4L2Backend::scan() {
     }
     present.push_back(std::move(driver));
   }
+  {
+    const std::lock_guard lock(mutex_);
+    deniedPath_.swap(denied);
+  }
   const auto before = std::exchange(drivers_, present);
   for (const auto& driver : before) {
     if (std::find(present.begin(), present.end(), driver) == present.end()) observer_->deviceDisappeared(driver);
@@ -129,13 +133,14 @@ void V4L2Backend::scan() {
 }
 
 std::shared_ptr<V4L2Driver> V4L2Backend::probe(const std::string& path,
-                                               const std::vector<std::shared_ptr<V4L2Driver>>& known) {
+                                               const std::vector<std::shared_ptr<V4L2Driver>>& known,
+                                               std::string& denied) {
   std::optional<V4L2Capabilities> capabilities;
   {
     const V4L2Descriptor node(calls_, calls_.open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
     if (!node.isOpen()) {
       const int code = errno;
-      if (code == EACCES || code == EPERM) isDenied_ = true;
+      if (denied.empty() && (code == EACCES || code == EPERM)) denied = path;
       // A camera that another program holds alone stays the device that it was.
       const auto kept = std::find_if(drivers_.begin(), drivers_.end(),
                                      [&](const auto& driver) { return code == EBUSY && driver->path() == path; });
@@ -161,8 +166,15 @@ std::shared_ptr<V4L2Driver> V4L2Backend::probe(const std::string& path,
 }
 
 CaptureAuthorizationStatus V4L2Backend::authorizationStatus(MediaType mediaType) {
-  const bool isDenied = mediaType == MediaType::video && isDenied_;
+  const std::lock_guard lock(mutex_);
+  const bool isDenied = mediaType == MediaType::video && !deniedPath_.empty();
   return isDenied ? CaptureAuthorizationStatus::denied : CaptureAuthorizationStatus::authorized;
+}
+
+std::optional<Error> V4L2Backend::problem() const {
+  const std::lock_guard lock(mutex_);
+  if (deniedPath_.empty()) return std::nullopt;
+  return v4l2Error(EACCES, "cannot open " + deniedPath_);
 }
 
 }  // namespace tavrel

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <filesystem>
 #include <memory>
 #include <mutex>
@@ -29,18 +28,22 @@ class V4L2Backend : public CaptureBackend {
   void start(CaptureBackendObserver& observer) override;
   void stop() override;
   CaptureAuthorizationStatus authorizationStatus(MediaType mediaType) override;
+  std::optional<Error> problem() const override;
 
  private:
   void watch(const std::stop_token& stop, int notifier);
   void scan();
   std::vector<std::string> nodePaths() const;
-  std::shared_ptr<V4L2Driver> probe(const std::string& path, const std::vector<std::shared_ptr<V4L2Driver>>& known);
+  /// `denied` takes the path of the first node that may not be opened.
+  std::shared_ptr<V4L2Driver> probe(const std::string& path, const std::vector<std::shared_ptr<V4L2Driver>>& known,
+                                    std::string& denied);
 
   const V4L2SystemCalls calls_;
   const std::filesystem::path folder_;
   CaptureBackendObserver* observer_ = nullptr;
   std::vector<std::shared_ptr<V4L2Driver>> drivers_;  // on one thread at a time: first start's, then the watch's
-  std::atomic<bool> isDenied_ = false;
+  mutable std::mutex mutex_;
+  std::string deniedPath_;  // of a node that may not be opened
   int wake_ = -1;
   std::jthread thread_;
 };

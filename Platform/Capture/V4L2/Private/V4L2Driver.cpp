@@ -157,6 +157,13 @@ void V4L2Driver::chooseRate(double framesPerSecond) {
   }
 }
 
+void V4L2Driver::recordDelivery() {
+  std::string name;
+  for (int shift = 0; shift < 32; shift += 8) name += static_cast<char>(pixelFormat_ >> shift & 0x7F);
+  delivery_.begin(
+      {.format = name, .dimensions = {frame_.width, frame_.height}, .framesPerSecond = frameRate_, .memory = "mmap"});
+}
+
 Expected<void> V4L2Driver::mapBuffers() {
   v4l2_requestbuffers request{};
   request.count = kBufferCount;
@@ -192,6 +199,7 @@ Expected<void> V4L2Driver::startStream() {
   if (!node_->control(VIDIOC_STREAMON, &type)) return tl::unexpected(refused("does not start"));
   lastSequence_.reset();
   errorsInARow_ = 0;
+  recordDelivery();
   return {};
 }
 

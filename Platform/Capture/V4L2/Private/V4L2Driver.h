@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Platform/Capture/Private/CaptureDriver.h"
+#include "Platform/Capture/Private/DeliveryRecord.h"
 #include "Platform/Capture/V4L2/Private/V4L2Probe.h"
 #include "Platform/Graphics/PixelBufferPool.h"
 
@@ -35,6 +36,7 @@ class V4L2Driver : public CaptureDriver {
   void close() override;
   void setFrameRate(double framesPerSecond) override;
   void apply(CaptureControl control, const CaptureControls& controls) override;
+  std::optional<CaptureDelivery> delivery() const override { return delivery_.get(); }
 
   const std::string& path() const { return path_; }
 
@@ -47,6 +49,7 @@ class V4L2Driver : public CaptureDriver {
   Expected<void> prepare(const CaptureRun& run);
   Expected<void> chooseFormat(const V4L2Mode& mode);
   void chooseRate(double framesPerSecond);
+  void recordDelivery();
   Expected<void> mapBuffers();
   Expected<void> startStream();
   void unmapBuffers();
@@ -61,6 +64,7 @@ class V4L2Driver : public CaptureDriver {
   std::optional<Error> dequeue();
   std::optional<Error> changeRate(double framesPerSecond);
   void deliver(const v4l2_buffer& buffer);
+  void lose(std::string reason, const SampleTiming& timing);
   void reportGap(std::uint32_t sequence, const MediaTime& time);
 
   const V4L2SystemCalls calls_;
@@ -80,6 +84,7 @@ class V4L2Driver : public CaptureDriver {
   std::shared_ptr<CaptureSink> sink_;
   std::shared_ptr<PixelBufferPool> pool_;
   FrameConverter converter_;
+  DeliveryRecord delivery_;
   std::optional<std::uint32_t> lastSequence_;
   int errorsInARow_ = 0;
   std::jthread thread_;

@@ -66,18 +66,27 @@ std::optional<Error> V4L2Driver::dequeue() {
 void V4L2Driver::deliver(const v4l2_buffer& buffer) {
   const bool isMonotonic = (buffer.flags & V4L2_BUF_FLAG_TIMESTAMP_MASK) == V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
   const std::int64_t stamp = buffer.timestamp.tv_sec * 1'000'000'000LL + buffer.timestamp.tv_usec * 1'000LL;
-  const MediaTime time = captureTimeOf(isMonotonic ? stamp : 0);
+  const auto age = ageOfCapture(isMonotonic ? stamp : 0);
+  const MediaTime time = captureTimeOf(age);
   const SampleTiming timing = {frameDurationOf(frameRate_), time, MediaTime::invalid()};
   reportGap(buffer.sequence, time);
-  if ((buffer.flags & V4L2_BUF_FLAG_ERROR) != 0) return sink_->didDrop(timing);
+  if ((buffer.flags & V4L2_BUF_FLAG_ERROR) != 0) return lose("the driver calls a picture damaged", timing);
+  delivery_.note(&CaptureDelivery::isStamped, age.has_value());
 
   auto picture = pool_->createPixelBuffer();
   if (!picture) return sink_->didDrop(timing);
   const Mapping& mapping = mappings_[buffer.index];
   frame_.bytes = static_cast<const std::uint8_t*>(mapping.address);
   frame_.byteCount = std::min<std::size_t>(buffer.bytesused, mapping.length);
-  if (auto converted = converter_.convert(frame_, **picture); !converted) return sink_->didDrop(timing);
+  if (auto converted = converter_.convert(frame_, **picture); !converted) {
+    return lose(converted.error().description, timing);
+  }
   if (auto sample = SampleBuffer::createImage(std::move(*picture), timing)) sink_->didCapture(std::move(*sample));
+}
+
+void V4L2Driver::lose(std::string reason, const SampleTiming& timing) {
+  delivery_.note(&CaptureDelivery::loss, std::move(reason));
+  sink_->didDrop(timing);
 }
 
 void V4L2Driver::reportGap(std::uint32_t sequence, const MediaTime& time) {

@@ -172,7 +172,9 @@ Error v4l2Error(int code, const std::string& what) {
   const std::string text = fmt::format("{}: {}", what, std::system_category().message(code));
   switch (code) {
     case EACCES:
-    case EPERM: return makeError(CaptureErrorCode::permissionDenied, text);
+    case EPERM:
+      return makeError(CaptureErrorCode::permissionDenied,
+                       what + ": permission denied, join group video (usermod -aG video NAME) and log in again");
     case EBUSY: return makeError(CaptureErrorCode::busy, text);
     case ENODEV:
     case ENXIO: return makeError(CaptureErrorCode::unplugged, text);

@@ -69,6 +69,7 @@ class VirtualCameraDriver : public VirtualDriver {
     const double sceneTime = sceneTimeOf(anchor_.time);
     anchor_.shift = std::round(sceneTime * framesPerSecond) / framesPerSecond - sceneTime;
     anchor_.frameRate = framesPerSecond;
+    delivery_.note(&CaptureDelivery::framesPerSecond, framesPerSecond);
   }
 
   void apply(CaptureControl control, const CaptureControls& controls) override {

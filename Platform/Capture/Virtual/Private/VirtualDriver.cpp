@@ -44,7 +44,7 @@ Expected<void> VirtualDriver::checkConfigurable() {
 
 bool VirtualDriver::isRealTime() const {
   const std::lock_guard lock(mutex_);
-  return !clock_ || clock_->isRealTime();
+  return (sink_ ? clock_ : CaptureClock::current())->isRealTime();
 }
 
 void VirtualDriver::fail(Error error) {
@@ -74,6 +74,12 @@ Expected<void> VirtualDriver::open(CaptureRun run) {
   const auto prepared = prepare(run, clock_->now());
   const std::lock_guard lock(mutex_);
   if (prepared) {
+    const bool isCamera = description_.mediaType == MediaType::video;
+    delivery_.begin({.format = isCamera ? "BGRA" : "F32",
+                     .dimensions = run.format->dimensions,
+                     .framesPerSecond = isCamera ? run.frameRate : 0,
+                     .memory = "process",
+                     .isStamped = true});
     const auto attendee = clock_->attach();
     thread_ = std::jthread([this, attendee](const std::stop_token& stop) { loop(stop, attendee); });
   } else {
@@ -97,9 +103,10 @@ void VirtualDriver::close() {
 
 void VirtualDriver::loop(const std::stop_token& stop, CaptureClock::Attendee attendee) {
   pthread_setname_np(pthread_self(), threadName_);
-  for (std::uint64_t number = 0; clock_->waitUntil(dueTime(number), stop, attendee); ++number) {
+  const MediaTime latency = MediaTime::fromSeconds(faults().latency, CaptureClock::kTimescale);
+  for (std::uint64_t number = 0; clock_->waitUntil(dueTime(number) + latency, stop, attendee); ++number) {
     if (stop.stop_requested()) break;
-    const bool isLate = clock_->isRealTime() && clock_->now() >= dueTime(number + patience_);
+    const bool isLate = clock_->isRealTime() && clock_->now() >= dueTime(number + patience_) + latency;
     if (!isLate && capture(number)) continue;
     if (const auto timing = timingOfDrop(number)) sink_->didDrop(*timing);
   }

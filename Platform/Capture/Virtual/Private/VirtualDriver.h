@@ -8,6 +8,7 @@
 
 #include "Platform/Capture/CaptureClock.h"
 #include "Platform/Capture/Private/CaptureDriver.h"
+#include "Platform/Capture/Private/DeliveryRecord.h"
 #include "Platform/Capture/Virtual/VirtualCaptureSystem.h"
 
 namespace tavrel {
@@ -24,6 +25,7 @@ class VirtualDriver : public CaptureDriver {
   bool isRealTime() const override;
   Expected<void> open(CaptureRun run) override;
   void close() override;
+  std::optional<CaptureDelivery> delivery() const override { return delivery_.get(); }
 
   struct Faults {
     std::optional<Error> lockError;
@@ -31,6 +33,7 @@ class VirtualDriver : public CaptureDriver {
     std::optional<Error> openError;
     VirtualCaptureSystem::Support support;
     bool isStalled = false;
+    double latency = 0;  ///< seconds, of openings from now on
     bool isDisconnected = false;
   };
   /// Changes what goes wrong.
@@ -49,6 +52,7 @@ class VirtualDriver : public CaptureDriver {
       : description_(std::move(description)), threadName_(threadName), patience_(patience) {}
 
   bool isOpen() const;
+  DeliveryRecord delivery_;
   /// The scene's time at an instant of the clock: common to all virtual devices, so that flash and beep meet.
   static double sceneTimeAt(const MediaTime& time);
 

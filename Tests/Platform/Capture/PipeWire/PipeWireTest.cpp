@@ -7,7 +7,8 @@
 #include <span>
 #include <stdexcept>
 
-#include "Platform/Capture/PipeWire/Private/PipeWireBackend.h"
+#include "Platform/Capture/CaptureDelivery.h"
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/CaptureSystem.h"
 #include "Platform/Foundation/Notifications.h"
 #include "Platform/Media/AudioSession.h"
@@ -129,6 +130,43 @@ TEST_F(PipeWireTest, ShowsCamerasAndTheirPicturesInEveryLayout) {
   ASSERT_EQ(picture.width(), 640);
   EXPECT_GT(picture.pixel(60, 400)[0], 170) << "blue, the last bar, has become the first";
   EXPECT_LT(picture.pixel(60, 400)[1], 30);
+}
+
+TEST_F(PipeWireTest, TellsTwinsApartAndTakesOnlyCameras) {
+  constexpr const char* kSmall = "format=BGRA,width=320,height=240,framerate=30/1";
+  const auto first = service_.startCamera("twin", kSmall);
+  const auto screen = service_.startCamera("screen", kSmall, "", "Screen");
+  connect();
+  const auto camera = awaited("pipewire:twin");
+  const auto second = service_.startCamera("twin", "format=I420,width=640,height=480,framerate=30/1");
+  const auto twin = awaited("pipewire:twin#2");
+  EXPECT_EQ(camera->localizedName(), twin->localizedName());
+  EXPECT_EQ(CaptureDevice::deviceNamed("pipewire:twin#2", MediaType::video).value(), twin);
+  // Its node was there before that of the twin.
+  EXPECT_EQ(CaptureDevice::devicesWithMediaType(MediaType::video), (std::vector{camera, twin}));
+  CameraBench bench(twin, "640x480");
+  bench.session->startRunning();
+  ASSERT_TRUE(delivers(bench));
+  expectBars(*bench.frames, 640, 480);
+  const auto delivery = twin->delivery();
+  ASSERT_TRUE(delivery.has_value());
+  EXPECT_THAT(delivery->description(), ::testing::StartsWith("I420 640x480, 30 frames a second, Mem"));
+}
+
+TEST_F(PipeWireTest, SaysThatTheServiceHangs) {
+  service_.suspend(true);
+  connect();
+  const auto camera = CaptureDevice::deviceNamed("front", MediaType::video);
+  const auto microphone = CaptureDevice::deviceNamed("default", MediaType::audio);
+  service_.suspend(false);
+  for (const auto& device : {camera, microphone}) {
+    ASSERT_FALSE(device.has_value()) << (*device)->uniqueID();
+    EXPECT_EQ(device.error(), CaptureErrorCode::deviceSilent);
+    EXPECT_THAT(device.error().description, ::testing::HasSubstr("the PipeWire service does not answer"));
+  }
+  EXPECT_TRUE(eventually([] {
+    return CaptureDevice::deviceNamed("front", MediaType::video).error() == CaptureErrorCode::noSuchDevice;
+  })) << "it answers again";
 }
 
 TEST_F(PipeWireTest, GoesOnWhenTheCameraDiesAndFindsItAgain) {

@@ -1,69 +1,14 @@
-#include <gmock/gmock.h>
 #include <linux/v4l2-controls.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-
-#include "Platform/Capture/CaptureError.h"
-#include "Platform/Capture/Private/CaptureSystem.h"
-#include "Platform/Capture/V4L2/Private/V4L2Backend.h"
+#include "Platform/Capture/CaptureDelivery.h"
 #include "Platform/Foundation/Notifications.h"
-#include "Support/CaptureFakeVideoNode.h"
-#include "Support/CaptureTestSupport.h"
 #include "Support/VirtualFrames.h"
+#include "V4L2TestSupport.h"
 
 namespace tavrel::test {
 namespace {
 
-using namespace std::chrono_literals;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-
-/// The library on nodes that this test plays, in a folder of its own.
-class V4L2Test : public ::testing::Test {
- protected:
-  void SetUp() override { std::filesystem::create_directories(folder_); }
-  void TearDown() override {
-    CaptureSystem::shared().restart();
-    std::filesystem::remove_all(folder_);
-    for (const auto& node : nodes_) {
-      EXPECT_THAT(node->violations(), IsEmpty());
-      EXPECT_EQ(node->openCount(), 0) << "a node was left open";
-      EXPECT_EQ(node->mappedCount(), 0) << "memory was left mapped";
-    }
-  }
-
-  std::filesystem::path pathOf(int number) const { return folder_ / ("video" + std::to_string(number)); }
-  void createFile(int number) const { std::ofstream(pathOf(number)) << ""; }
-  std::shared_ptr<FakeVideoNode> addNode(int number) {
-    createFile(number);
-    nodes_.push_back(std::make_shared<FakeVideoNode>(pathOf(number).string()));
-    return nodes_.back();
-  }
-  void start() const {
-    std::vector<std::unique_ptr<CaptureBackend>> backends;
-    backends.push_back(std::make_unique<V4L2Backend>(FakeVideoNode::calls(nodes_), folder_));
-    CaptureSystem::shared().restartWith(std::move(backends));
-  }
-  static std::vector<std::shared_ptr<CaptureDevice>> cameras() {
-    return CaptureDevice::devicesWithMediaType(MediaType::video);
-  }
-
-  const std::filesystem::path folder_ =
-      std::filesystem::temp_directory_path() / ("tavrel-v4l2-" + std::to_string(getpid()));
-  std::vector<std::shared_ptr<FakeVideoNode>> nodes_;
-};
-
-/// YUYV, limited range: luma is 16 + the frame's number, no colour.
-std::size_t drawNumber(std::uint8_t* bytes, std::size_t capacity, std::uint32_t sequence) {
-  for (std::size_t i = 0; i < capacity; i += 2) {
-    bytes[i] = static_cast<std::uint8_t>(16 + sequence % 100);
-    bytes[i + 1] = 128;
-  }
-  return capacity;
-}
 
 TEST_F(V4L2Test, EnumeratesCamerasWithFormatsIdentityPositionAndRotation) {
   const auto front = addNode(2);
@@ -140,6 +85,11 @@ TEST_F(V4L2Test, StreamsEveryFrameWithItsTimeAndReportsTheDamagedAndMissingOnes)
     EXPECT_NEAR(luma[i] - luma[i - 1], frames * 255 / 219, 1.1);
   }
   EXPECT_LT(std::abs((CaptureClock::realTime()->now() - times.back()).seconds()), 3);
+  const auto delivery = camera.device->delivery();
+  ASSERT_TRUE(delivery.has_value());
+  EXPECT_TRUE(delivery->isStamped);
+  EXPECT_EQ(delivery->description(),
+            "YUYV 64x48, 30 frames a second, mmap buffers; the driver calls a picture damaged");
 }
 
 TEST_F(V4L2Test, ConvertsWithTheRangeAndMatrixThatTheDriverReports) {
@@ -222,62 +172,6 @@ TEST_F(V4L2Test, TakesThePixelFormatThatHasTheRateAndTheSmallestSizeThatCoversTh
   camera.queue->sync([&] { camera.frames->clear(); });
   EXPECT_TRUE(eventually([&] { return camera.frames->count() > 2; })) << "back in the first format";
   EXPECT_FALSE(camera.session->runtimeError().has_value());
-}
-
-TEST_F(V4L2Test, SaysWhyACameraCannotBeOpened) {
-  const auto node = addNode(0);
-  start();
-  const auto device = cameras().at(0);
-  CameraBench camera(device, "64x48");
-  const auto reason = [&](int openErrno, int formatErrno) {
-    node->setBusy(openErrno, formatErrno);
-    camera.session->startRunning();
-    const auto error = camera.session->runtimeError();
-    camera.session->stopRunning();
-    return error ? error->description : std::string();
-  };
-  EXPECT_THAT(reason(EACCES, 0), HasSubstr("Permission denied"));
-  const auto refused = CaptureDeviceInput::create(device);
-  ASSERT_FALSE(refused.has_value());
-  EXPECT_EQ(refused.error(), CaptureErrorCode::permissionDenied);
-  EXPECT_EQ(reason(0, EBUSY), "Fake camera is used by another program");
-  EXPECT_EQ(reason(0, 0), "");
-}
-
-TEST_F(V4L2Test, SurvivesUnpluggingStallsAndLastingErrorsAndFindsTheCameraAgain) {
-  const auto node = addNode(0);
-  node->draw = drawNumber;
-  start();
-  const auto device = cameras().at(0);
-  CameraBench camera(device, "64x48");
-  const NotificationCounter errors(kCaptureSessionRuntimeErrorNotification, camera.session.get());
-  const NotificationCounter recoveries(kCaptureSessionDidRecoverNotification, camera.session.get());
-  camera.session->startRunning();
-  ASSERT_TRUE(eventually([&] { return camera.frames->count() > 2; }));
-
-  node->unplug();
-  ASSERT_TRUE(eventually([&] { return errors.count() == 1; }));
-  std::filesystem::remove(pathOf(0));
-  ASSERT_TRUE(eventually([&] { return !device->isConnected(); }));
-  EXPECT_TRUE(cameras().empty());
-  node->plugIn();
-  createFile(0);
-  ASSERT_TRUE(eventually([&] { return recoveries.count() == 1; }));
-  EXPECT_EQ(cameras(), std::vector{device});
-
-  node->failDequeues(100, EIO);
-  ASSERT_TRUE(eventually([&] { return errors.count() == 2; }));
-  ASSERT_TRUE(eventually([&] { return node->failDequeues(0, 0), recoveries.count() == 2; }));
-
-  node->setStalled(true);
-  ASSERT_TRUE(eventually([&] { return errors.count() == 3; }));
-  node->setStalled(false);
-  ASSERT_TRUE(eventually([&] { return recoveries.count() == 3; }));
-  // Stopping does not wait for a camera that gives nothing.
-  node->setStalled(true);
-  const auto began = std::chrono::steady_clock::now();
-  camera.session->stopRunning();
-  EXPECT_LT(std::chrono::steady_clock::now() - began, 1s);
 }
 
 TEST_F(V4L2Test, TurnsPicturesOfSensorsThatAreMountedSideways) {
