@@ -60,7 +60,6 @@
 #include "GPUImage/TavrelGraphStatistics.h"
 #include "GPUImage/TavrelTracing.h"
 #include "Platform/Capture/CaptureAudioDataOutput.h"
-#include "Platform/Capture/CaptureClock.h"
 #include "Platform/Capture/CaptureConnection.h"
 #include "Platform/Capture/CaptureDevice.h"
 #include "Platform/Capture/CaptureDeviceInput.h"

@@ -5,6 +5,7 @@
 /// measured, and a simulated clock. Applications do not need it to use the virtual devices, which `CaptureDevice` lists
 /// like any other.
 
+#include "Platform/Capture/CaptureClock.h"
 #include "Platform/Capture/Virtual/FastClock.h"
 #include "Platform/Capture/Virtual/FileScene.h"
 #include "Platform/Capture/Virtual/FileSound.h"

@@ -51,7 +51,8 @@ void TavrelGPUImageMovie::startProcessing() {
     const auto loaded = loading.lock();
     if (!loaded || loaded->statusOfTracks() != Asset::ValueStatus::loaded) return;
     setAsset(loaded);
-    implementation_->processAsset();
+    // As long as the movie plays: none of the global queue's few threads.
+    implementation_->readingQueue()->async([this, self] { implementation_->processAsset(); });
   });
 }
 
@@ -79,6 +80,11 @@ void TavrelGPUImageMovie::addAudioOutput(AssetReader& reader, std::shared_ptr<As
   if (writer) writer->setShouldInvalidateAudioSampleWhenDone(true);
   output->setAlwaysCopiesSampleData(false);
   reader.addOutput(std::move(output));
+}
+
+const std::shared_ptr<DispatchQueue>& TavrelGPUImageMovie::Implementation::readingQueue() {
+  std::call_once(readingQueueIsMade, [this] { madeReadingQueue = DispatchQueue::create("tavrel.movie"); });
+  return madeReadingQueue;
 }
 
 void TavrelGPUImageMovie::Implementation::processAsset() {

@@ -31,12 +31,12 @@ class TAVREL_API TavrelGPUImageMovieDelegate {
 ///     idle ──startProcessing──▶ reading ──▶ completed (every target hears `endProcessing`, the delegate is cleared)
 ///                                  └── with shouldRepeat, once more from the start
 ///
-/// A file is read on the global queue. An asset is read on the thread that calls `startProcessing`, which returns at
-/// the end. After `enableSynchronizedEncodingUsingMovieWriter`, the writer's queues read as fast as it takes frames. A
-/// player item is read on the main run loop, at the display's rate. The source keeps itself alive while it reads a
-/// file; otherwise its owner must. A damaged movie is read as far as it decodes. One that cannot be read is only
-/// reported on the console, and a file that cannot be opened not even there. Any thread. Settings apply from the next
-/// `startProcessing`, but pace and repetition at once.
+/// A file is opened on the global queue and read on a thread of its own. An asset is read on the thread that calls
+/// `startProcessing`, which returns at the end. After `enableSynchronizedEncodingUsingMovieWriter`, the writer's queues
+/// read as fast as it takes frames. A player item is read on the main run loop, at the display's rate. The source keeps
+/// itself alive while it reads a file; otherwise its owner must. A damaged movie is read as far as it decodes. One that
+/// cannot be read is only reported on the console, and a file that cannot be opened not even there. Any thread.
+/// Settings apply from the next `startProcessing`, but pace and repetition at once.
 class TAVREL_API TavrelGPUImageMovie : public TavrelGPUImageOutput, public PlayerItemOutputDelegate {
  public:
   explicit TavrelGPUImageMovie(const std::filesystem::path& url);

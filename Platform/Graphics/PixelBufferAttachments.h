@@ -29,4 +29,7 @@ inline constexpr std::string_view kYCbCrMatrixITU_R_470_BG = "ITU_R_470_BG";  //
 inline constexpr std::string_view kYCbCrMatrixITU_R_709_2 = "ITU_R_709_2";
 inline constexpr std::string_view kYCbCrMatrixITU_R_2020 = "ITU_R_2020";
 
+/// The shape of a pixel, as "64:45"; square without it.
+inline constexpr std::string_view kPixelBufferPixelAspectRatioKey = "PixelAspectRatio";
+
 }  // namespace tavrel

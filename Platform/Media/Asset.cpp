@@ -1,10 +1,15 @@
 #include "Platform/Media/Asset.h"
 
 #include <algorithm>
+#include <array>
+#include <cctype>
 #include <iterator>
+#include <string_view>
 
 #include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Media/Private/FFmpegTime.h"
+#include "Platform/Media/Private/Reading/AdtsUnwrapper.h"
+#include "Platform/Media/Private/Reading/MovieClock.h"
 #include "Platform/Media/Private/Reading/MovieInput.h"
 #include "Platform/Media/Private/Reading/StoredTrackReader.h"
 
@@ -38,22 +43,29 @@ MediaTimeRange timeRangeOf(const AVFormatContext& file, const AVStream& stream) 
 }
 
 /// The lengths of the streams in their own units, told by their packets; nothing when the container tells them itself.
-std::vector<std::int64_t> measuredEnds(AVFormatContext& file) {
-  if (file.duration != AV_NOPTS_VALUE && file.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE) return {};
+std::vector<std::int64_t> measuredLengths(AVFormatContext& file) {
+  MovieClock clock(file);
+  const bool isTold = file.duration != AV_NOPTS_VALUE && file.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
+  if (isTold && !clock.needsEveryPacket()) return {};
   std::vector<std::int64_t> ends(file.nb_streams, AV_NOPTS_VALUE);
   const Packet packet(av_packet_alloc());
   while (packet && av_read_frame(&file, packet.get()) >= 0) {
     const auto index = static_cast<std::size_t>(packet->stream_index);
+    clock.stamp(*packet);
     const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
-    if (index < ends.size() && time == AV_NOPTS_VALUE && packet->duration > 0) {
-      // A raw stream: its pictures follow each other.
-      ends[index] = std::max<std::int64_t>(0, ends[index]) + packet->duration;
-    } else if (index < ends.size() && time != AV_NOPTS_VALUE) {
-      const std::int64_t start = file.streams[index]->start_time;
-      const std::int64_t begin = start == AV_NOPTS_VALUE ? 0 : start;
-      ends[index] = std::max(ends[index], time + std::max<std::int64_t>(0, packet->duration) - begin);
+    if (index < ends.size()) {
+      // In a raw stream pictures follow each other.
+      const bool isRaw = time == AV_NOPTS_VALUE && packet->duration > 0;
+      const std::int64_t begin = isRaw ? std::max<std::int64_t>(0, ends[index]) : time;
+      if (begin != AV_NOPTS_VALUE)
+        ends[index] = std::max(ends[index], begin + std::max<std::int64_t>(0, packet->duration));
     }
     av_packet_unref(packet.get());
+  }
+  for (std::size_t i = 0; i < ends.size(); ++i) {
+    const MediaTime start = timeRangeOf(file, *file.streams[i]).start;
+    if (ends[i] != AV_NOPTS_VALUE && start.isNumeric())
+      ends[i] = std::max<std::int64_t>(0, ends[i] - unitsOf(start, file.streams[i]->time_base));
   }
   return ends;
 }
@@ -66,6 +78,9 @@ std::shared_ptr<const AssetTrack> trackOf(const std::filesystem::path& path, AVF
   track.storedFormat = storedFormatOf(stream);
   track.codecName = avcodec_get_name(parameters.codec_id);
   track.timeRange = timeRangeOf(file, stream);
+  track.isDefault = (stream.disposition & AV_DISPOSITION_DEFAULT) != 0;
+  const AVDictionaryEntry* const language = av_dict_get(stream.metadata, "language", nullptr, 0);
+  if (language && language->value != std::string_view("und")) track.languageCode = language->value;
   if (parameters.codec_type == AVMEDIA_TYPE_AUDIO) {
     track.mediaType = MediaType::audio;
     track.sampleRate = parameters.sample_rate;
@@ -77,11 +92,44 @@ std::shared_ptr<const AssetTrack> trackOf(const std::filesystem::path& path, AVF
   track.naturalTimescale = stream.time_base.den;
   track.naturalSize = {static_cast<double>(parameters.width), static_cast<double>(parameters.height)};
   track.preferredTransform = transformOf(stream);
+  if (const AVRational shape = av_guess_sample_aspect_ratio(&file, &stream, nullptr); shape.num > 0 && shape.den > 0)
+    track.pixelAspectRatio = {static_cast<double>(shape.num), static_cast<double>(shape.den)};
   const AVRational rate = stream.avg_frame_rate.num > 0 && stream.avg_frame_rate.den > 0
                               ? stream.avg_frame_rate
                               : av_guess_frame_rate(&file, &stream, nullptr);
   track.nominalFrameRate = rate.den > 0 ? av_q2d(rate) : 0;
   return std::make_shared<AssetTrack>(std::move(track));
+}
+
+/// By the names that are the same for all containers.
+std::vector<MetadataItem> metadataOf(const AVFormatContext& file) {
+  constexpr std::array<std::pair<std::string_view, const char*>, 8> kNames{
+      {{"com.apple.quicktime.title", kMetadataTitle},
+       {"com.apple.quicktime.creationdate", kMetadataCreationDate},
+       {"com.apple.quicktime.location.ISO6709", kMetadataLocation},
+       {"com.apple.quicktime.artist", kMetadataArtist},
+       {"com.apple.quicktime.comment", kMetadataComment},
+       {"com.apple.quicktime.make", kMetadataMake},
+       {"com.apple.quicktime.model", kMetadataModel},
+       {"location-eng", kMetadataLocation}}};
+  // What the file is, not what it shows.
+  constexpr std::array<std::string_view, 5> kOfTheFile{"major_brand", "minor_version", "compatible_brands", "encoder",
+                                                       "software"};
+  std::vector<MetadataItem> items;
+  const auto has = [&items](std::string_view key) {
+    return std::any_of(items.begin(), items.end(), [key](const MetadataItem& item) { return item.key == key; });
+  };
+  const AVDictionaryEntry* entry = nullptr;
+  while ((entry = av_dict_get(file.metadata, "", entry, AV_DICT_IGNORE_SUFFIX))) {
+    std::string key = entry->key;
+    std::transform(key.begin(), key.end(), key.begin(), [](unsigned char letter) { return std::tolower(letter); });
+    const auto* const named =
+        std::find_if(kNames.begin(), kNames.end(), [entry](const auto& each) { return each.first == entry->key; });
+    if (named != kNames.end()) key = named->second;
+    const bool isOfTheFile = std::find(kOfTheFile.begin(), kOfTheFile.end(), key) != kOfTheFile.end();
+    if (!isOfTheFile && !has(key)) items.push_back({key, entry->value});
+  }
+  return items;
 }
 
 }  // namespace
@@ -124,6 +172,12 @@ std::vector<std::shared_ptr<const AssetTrack>> Asset::tracks() const {
   return tracks_;
 }
 
+std::vector<MetadataItem> Asset::metadata() const {
+  load();
+  const std::lock_guard lock(mutex_);
+  return metadata_;
+}
+
 MediaTime Asset::duration() const {
   load();
   const std::lock_guard lock(mutex_);
@@ -141,15 +195,17 @@ void Asset::load() const {
 Expected<void> Asset::readFile() const {
   auto file = openMovieInput(path_);
   if (!file) return tl::unexpected(file.error());
-  const std::vector<std::int64_t> ends =
-      options_.prefersPreciseDurationAndTiming ? measuredEnds(**file) : std::vector<std::int64_t>();
+  AdtsUnwrapper::completeHeaders(**file);
+  const std::vector<std::int64_t> lengths =
+      options_.prefersPreciseDurationAndTiming ? measuredLengths(**file) : std::vector<std::int64_t>();
   for (unsigned i = 0; i < (*file)->nb_streams; ++i) {
     AVStream& stream = *(*file)->streams[i];
     if (!isPlayable(stream)) continue;
-    if (!ends.empty() && ends[i] != AV_NOPTS_VALUE) stream.duration = ends[i];
+    if (!lengths.empty() && lengths[i] != AV_NOPTS_VALUE) stream.duration = lengths[i];
     tracks_.push_back(trackOf(path_, **file, stream));
     duration_ = std::max(duration_, tracks_.back()->timeRange().end());
   }
+  metadata_ = metadataOf(**file);
   if (!tracks_.empty()) return {};
   return tl::unexpected(unreadableMovie(path_, "it holds neither pictures nor sound that can be decoded",
                                         MediaErrorCode::noPlayableTrack));

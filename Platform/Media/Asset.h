@@ -10,6 +10,7 @@
 
 #include "Platform/Foundation/Error.h"
 #include "Platform/Media/AssetTrack.h"
+#include "Platform/Media/MetadataItem.h"
 
 namespace tavrel {
 
@@ -53,6 +54,9 @@ class TAVREL_API Asset : public std::enable_shared_from_this<Asset> {
   /// The decodable video and audio tracks in the file's order, without cover art. Empty if the file cannot be read.
   virtual std::vector<std::shared_ptr<const AssetTrack>> tracks() const;
   std::vector<std::shared_ptr<const AssetTrack>> tracksWithMediaType(MediaType mediaType) const;
+  /// What the file says about itself, such as title and place, by the keys of MetadataItem.h where it has one of these;
+  /// empty for a composition.
+  std::vector<MetadataItem> metadata() const;
   /// The end of the last track; zero if unknown.
   virtual MediaTime duration() const;
 
@@ -71,6 +75,7 @@ class TAVREL_API Asset : public std::enable_shared_from_this<Asset> {
   mutable ValueStatus status_;
   mutable std::optional<Error> error_;
   mutable std::vector<std::shared_ptr<const AssetTrack>> tracks_;
+  mutable std::vector<MetadataItem> metadata_;
   mutable MediaTime duration_ = MediaTime::zero();
 };
 

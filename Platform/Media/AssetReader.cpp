@@ -29,6 +29,16 @@ void AssetReader::addOutput(std::shared_ptr<AssetReaderOutput> output) {
   outputs_.push_back(std::move(output));
 }
 
+void AssetReader::setTimeRange(const MediaTimeRange& range) {
+  const std::lock_guard lock(mutex_);
+  if (status_ == AssetReaderStatus::unknown) timeRange_ = range;
+}
+
+MediaTimeRange AssetReader::timeRange() const {
+  const std::lock_guard lock(mutex_);
+  return timeRange_;
+}
+
 bool AssetReader::startReading() {
   {
     const std::lock_guard lock(mutex_);

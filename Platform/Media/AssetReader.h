@@ -30,6 +30,10 @@ class TAVREL_API AssetReader : public std::enable_shared_from_this<AssetReader> 
 
   /// Adds an output before reading starts. Later, or with an output of another reader, it stops the program.
   void addOutput(std::shared_ptr<AssetReaderOutput> output);
+  /// What of the asset is read, by default everything: pictures that begin in the range, the sound in it and stored
+  /// packets that are played in it. Set before reading starts.
+  void setTimeRange(const MediaTimeRange& range);
+  MediaTimeRange timeRange() const;
   /// Opens the outputs. False, with status failed and an error, if there is none, one cannot be opened, or reading has
   /// started before.
   bool startReading();
@@ -51,6 +55,7 @@ class TAVREL_API AssetReader : public std::enable_shared_from_this<AssetReader> 
 
   std::shared_ptr<const Asset> asset_;
   mutable std::mutex mutex_;
+  MediaTimeRange timeRange_ = MediaTimeRange::everything();
   std::vector<std::shared_ptr<AssetReaderOutput>> outputs_;
   std::size_t endedOutputs_ = 0;
   AssetReaderStatus status_ = AssetReaderStatus::unknown;

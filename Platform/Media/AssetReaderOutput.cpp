@@ -21,6 +21,9 @@ Expected<void> AssetReaderOutput::prepare(const std::shared_ptr<AssetReader>& re
   if (!opened) return tl::unexpected(opened.error());
   samples_ = std::move(*opened);
   reader_ = reader;
+  const MediaTimeRange range = reader->timeRange();
+  const bool isAll = !(range.start > MediaTime::zero()) && !range.duration.isNumeric();
+  if (!isAll) return samples_->seek(range, false);
   return {};
 }
 

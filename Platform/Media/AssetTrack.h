@@ -36,9 +36,12 @@ class TAVREL_API AssetTrack {
     std::int32_t naturalTimescale = 0;
     Size naturalSize;
     AffineTransform preferredTransform;
+    Size pixelAspectRatio{1, 1};
     double nominalFrameRate = 0;
     int sampleRate = 0;
     int channelCount = 0;
+    bool isDefault = false;
+    std::string languageCode;
     std::shared_ptr<const FormatDescription> storedFormat;
     std::vector<AssetTrackSegment> segments;
   };
@@ -58,6 +61,8 @@ class TAVREL_API AssetTrack {
   std::int32_t naturalTimescale() const { return properties_.naturalTimescale; }
   /// Size of the stored frames in pixels, before `preferredTransform`; zero for audio.
   Size naturalSize() const { return properties_.naturalSize; }
+  /// The shape of a stored pixel as two whole numbers, such as 64 and 45; square where the file says nothing.
+  Size pixelAspectRatio() const { return properties_.pixelAspectRatio; }
   /// Rotates the stored frames upright. Readers deliver them as stored.
   const AffineTransform& preferredTransform() const { return properties_.preferredTransform; }
   /// Mean frame rate per second; 0 for audio or if unknown.
@@ -65,6 +70,10 @@ class TAVREL_API AssetTrack {
   /// Sample rate per second, and channels; 0 for video.
   int sampleRate() const { return properties_.sampleRate; }
   int channelCount() const { return properties_.channelCount; }
+  /// Whether players choose the track where there are several.
+  bool isDefault() const { return properties_.isDefault; }
+  /// ISO 639-2, as "fra"; empty where the file says nothing.
+  const std::string& languageCode() const { return properties_.languageCode; }
   /// Format of the stored samples, for passthrough to a writer; nullptr for a composition.
   const std::shared_ptr<const FormatDescription>& storedFormat() const { return properties_.storedFormat; }
   /// Contiguous from 0 for a composition; empty for a file.

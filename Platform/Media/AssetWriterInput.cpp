@@ -29,6 +29,13 @@ void AssetWriterInput::setTransform(const AffineTransform& transform) {
   pipeline_->configure([&](InputPipeline::Configuration& configuration) { configuration.transform = transform; });
 }
 
+std::string AssetWriterInput::languageCode() const { return pipeline_->configuration().languageCode; }
+
+void AssetWriterInput::setLanguageCode(std::string code) {
+  pipeline_->configure(
+      [&](InputPipeline::Configuration& configuration) { configuration.languageCode = std::move(code); });
+}
+
 std::int32_t AssetWriterInput::mediaTimeScale() const { return pipeline_->configuration().timescale; }
 
 void AssetWriterInput::setMediaTimeScale(std::int32_t timescale) {

@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Foundation/Dictionary.h"
@@ -47,6 +48,9 @@ class TAVREL_API AssetWriterInput {
   /// How players rotate the frames (QuickTime and MP4; ignored in Matroska). Set before writing starts.
   AffineTransform transform() const;
   void setTransform(const AffineTransform& transform);
+  /// The language of what is spoken, by ISO 639-2 as "fra"; empty for none. Set before writing starts.
+  std::string languageCode() const;
+  void setLanguageCode(std::string code);
   /// The track's timescale. 0, the default, derives it from the first sample: its timescale, multiplied to at least 600
   /// and limited to 1000000; or 720000 if no frame comes in the first 0.2 s. Matroska always uses milliseconds. Set
   /// before writing starts.

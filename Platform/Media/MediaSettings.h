@@ -16,6 +16,15 @@ inline constexpr const char* kVideoCodecVP9 = "vp09";
 /// Whole numbers, required: pixels, 1 to 16384.
 inline constexpr const char* kVideoWidthKey = "VideoWidth";
 inline constexpr const char* kVideoHeightKey = "VideoHeight";
+/// Whole numbers, 1 to 65535: the shape of a pixel, as 64 and 45. Default: 1 and 1, square.
+inline constexpr const char* kVideoPixelAspectRatioHorizontalSpacingKey = "VideoPixelAspectRatioHorizontalSpacing";
+inline constexpr const char* kVideoPixelAspectRatioVerticalSpacingKey = "VideoPixelAspectRatioVerticalSpacing";
+/// Text: how a picture of another shape gets its size, one of the following: stretched (the default), whole between
+/// black bars, or so that it fills the frame and is cut off equally at two sides.
+inline constexpr const char* kVideoScalingModeKey = "VideoScalingMode";
+inline constexpr const char* kVideoScalingModeResize = "Resize";
+inline constexpr const char* kVideoScalingModeResizeAspect = "ResizeAspect";
+inline constexpr const char* kVideoScalingModeResizeAspectFill = "ResizeAspectFill";
 /// Text: libavcodec's name of the encoder, followed by the device's node where there are several: "libx264",
 /// "h264_vaapi:/dev/dri/renderD129". Default: the codec's first encoder that works.
 inline constexpr const char* kVideoEncoderKey = "VideoEncoder";

@@ -11,6 +11,9 @@ inline constexpr const char* kMetadataCreationDate = "creation_time";
 inline constexpr const char* kMetadataLocation = "location";
 inline constexpr const char* kMetadataArtist = "artist";
 inline constexpr const char* kMetadataComment = "comment";
+/// Of the camera.
+inline constexpr const char* kMetadataMake = "make";
+inline constexpr const char* kMetadataModel = "model";
 
 /// One item of a movie's metadata. The key is one of the above or the application's own.
 struct MetadataItem {

@@ -2,7 +2,16 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cmath>
+
 namespace tavrel::tool {
+
+double TranscodingOptions::secondsOf(const Asset& asset) const {
+  const double end = asset.duration().seconds();
+  const MediaTime last = timeRange.end();
+  return std::max(0.0, (last.isNumeric() ? std::min(last.seconds(), end) : end) - timeRange.start.seconds());
+}
 
 Expected<InputMovie> InputMovie::open(const TranscodingOptions& options) {
   auto asset = Asset::create(options.input, {.prefersPreciseDurationAndTiming = true});
@@ -12,19 +21,57 @@ Expected<InputMovie> InputMovie::open(const TranscodingOptions& options) {
     return failure(MediaErrorCode::noPlayableTrack,
                    fmt::format("{} has no pictures, only sound", options.input.string()));
   }
+  InputMovie movie{.asset = *asset, .pictures = pictures.front(), .sounds = {}};
+  if (!options.hasSound) return movie;
   const auto sounds = (*asset)->tracksWithMediaType(MediaType::audio);
-  return InputMovie{.asset = std::move(*asset),
-                    .pictures = pictures.front(),
-                    .sound = options.hasSound && !sounds.empty() ? sounds.front() : nullptr};
+  if (options.soundTrack == "all") {
+    movie.sounds = sounds;
+  } else if (!options.soundTrack.empty()) {
+    const std::size_t number = std::stoul(options.soundTrack);
+    if (number > sounds.size()) {
+      return failure(MediaErrorCode::noPlayableTrack,
+                     fmt::format("{} has {} audio tracks: --audio-track {} is not among them", options.input.string(),
+                                 sounds.size(), number));
+    }
+    movie.sounds = {sounds[number - 1]};
+  } else if (!sounds.empty()) {
+    const auto usual = std::find_if(sounds.begin(), sounds.end(), [](const auto& each) { return each->isDefault(); });
+    movie.sounds = {usual == sounds.end() ? sounds.front() : *usual};
+  }
+  return movie;
 }
 
-Dictionary pictureSettings(const AssetTrack& track, const std::string& fileType, Size size, Dictionary asked) {
-  asked.emplace(kVideoCodecKey, AssetWriter::usualVideoCodec(fileType));
-  asked.emplace(kVideoWidthKey, static_cast<std::int64_t>(size.width));
-  asked.emplace(kVideoHeightKey, static_cast<std::int64_t>(size.height));
+Size squaredSize(const AssetTrack& track) {
+  const Size size = track.naturalSize();
+  const Size pixel = track.pixelAspectRatio();
+  return {std::round(size.width * pixel.width / pixel.height), size.height};
+}
+
+Size scaledSize(const TranscodingOptions& options, Size size) {
+  if (!options.size || options.scalingMode == kVideoScalingModeResize) return options.size.value_or(size);
+  const double across = options.size->width / size.width;
+  const double down = options.size->height / size.height;
+  const bool isFitted = options.scalingMode == kVideoScalingModeResizeAspect;
+  const double scale = isFitted ? std::min(across, down) : std::max(across, down);
+  return {std::round(size.width * scale), std::round(size.height * scale)};
+}
+
+Dictionary pictureSettings(const TranscodingOptions& options, const AssetTrack& track, Size size, Size pixelAspect) {
+  const auto whole = [](double number) { return static_cast<std::int64_t>(std::llround(number)); };
+  Dictionary settings = options.videoSettings;
+  settings.emplace(kVideoCodecKey, AssetWriter::usualVideoCodec(options.fileType));
+  if (options.size) {
+    size = *options.size;
+    pixelAspect = {1, 1};
+    settings.emplace(kVideoScalingModeKey, options.scalingMode);
+  }
+  settings.emplace(kVideoWidthKey, whole(size.width));
+  settings.emplace(kVideoHeightKey, whole(size.height));
+  settings.emplace(kVideoPixelAspectRatioHorizontalSpacingKey, whole(pixelAspect.width));
+  settings.emplace(kVideoPixelAspectRatioVerticalSpacingKey, whole(pixelAspect.height));
   const double frameRate = track.nominalFrameRate();
-  if (frameRate >= 1 && frameRate <= 1000) asked.emplace(kVideoExpectedFrameRateKey, frameRate);
-  return asked;
+  if (frameRate >= 1 && frameRate <= 1000) settings.emplace(kVideoExpectedFrameRateKey, frameRate);
+  return settings;
 }
 
 }  // namespace tavrel::tool

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "TavrelCaptureBase.h"
 
@@ -15,26 +16,41 @@ struct TranscodingOptions {
   std::filesystem::path output;
   std::string fileType;
   std::optional<Size> size;
+  std::string scalingMode = kVideoScalingModeResizeAspect;  ///< to that size
+  bool isSquared = false;                                   ///< square pixels also without effects
   bool isReversed = false;
   bool isRealTime = false;
   bool hasSound = true;
+  std::string soundTrack;  ///< its number from 1, "all", or empty for the one that players choose
+  MediaTimeRange timeRange = MediaTimeRange::everything();
   bool isFragmented = false;
+  bool printsProgress = false;
   bool isCopy = false;  ///< the pictures as they are stored
   Dictionary videoSettings;
   Dictionary audioSettings;
+
+  /// How much of the movie is asked for; 0 if nobody knows.
+  double secondsOf(const Asset& asset) const;
 };
 
 /// The tracks that are transcoded.
 struct InputMovie {
   std::shared_ptr<Asset> asset;
   std::shared_ptr<const AssetTrack> pictures;
-  std::shared_ptr<const AssetTrack> sound;  ///< null for none
+  std::vector<std::shared_ptr<const AssetTrack>> sounds;
 
-  /// Fails if the file cannot be read or has no pictures.
+  /// Fails if the file cannot be read, has no pictures or not the sound that is asked for.
   static Expected<InputMovie> open(const TranscodingOptions& options);
 };
 
-/// `asked`, with what the pictures of `track` need to be encoded anew in this size for a file of this type.
-Dictionary pictureSettings(const AssetTrack& track, const std::string& fileType, Size size, Dictionary asked);
+/// How large the pictures of `track` are in square pixels.
+Size squaredSize(const AssetTrack& track);
+
+/// The size that pictures of `size` are scaled to, before bars are added or sides are cut off.
+Size scaledSize(const TranscodingOptions& options, Size size);
+
+/// What the pictures of `track` need to be encoded anew: what was asked for, and else as they are in `size` with pixels
+/// of `pixelAspect`.
+Dictionary pictureSettings(const TranscodingOptions& options, const AssetTrack& track, Size size, Size pixelAspect);
 
 }  // namespace tavrel::tool

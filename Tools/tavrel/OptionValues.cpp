@@ -35,6 +35,31 @@ void checkUnitRange(const std::vector<double>& numbers, const char* option, cons
   }
 }
 
+MediaTime parseTime(std::string_view text, const char* option) {
+  const auto wrong = [&] {
+    return UsageError(fmt::format("{} {}: expected seconds or HH:MM:SS, as 62.5 or 0:01:02.5", option, text));
+  };
+  std::int64_t microseconds = 0;
+  std::string_view rest = text;
+  for (int fields = 1;; ++fields) {
+    const std::size_t colon = rest.find(':');
+    const std::string_view field = rest.substr(0, colon);
+    const bool isLast = colon == std::string_view::npos;
+    double number = 0;
+    const auto [end, error] =
+        std::from_chars(field.data(), field.data() + field.size(), number, std::chars_format::fixed);
+    const bool isWhole = isLast || number == std::floor(number);
+    const double most = fields == 1 ? 1e6 : 60;
+    if (error != std::errc() || end != field.data() + field.size() || !(number >= 0 && number < most) || !isWhole ||
+        fields > 3) {
+      throw wrong();
+    }
+    microseconds = microseconds * 60 + std::llround(number * 1e6);
+    if (isLast) return MediaTime::make(microseconds, 1000000);
+    rest = rest.substr(colon + 1);
+  }
+}
+
 Placement parsePlacement(const std::string& value, const char* option) {
   constexpr const char* kExpected = "FILE@X,Y,W,H or FILE@X,Y,W,H,DEGREES, in pixels";
   const std::size_t at = value.rfind('@');

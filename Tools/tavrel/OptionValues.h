@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Platform/Foundation/Geometry.h"
+#include "Platform/Media/MediaTime.h"
 
 namespace tavrel::tool {
 
@@ -14,6 +15,9 @@ namespace tavrel::tool {
 std::vector<double> parseNumbers(std::string_view text, std::size_t fewest, std::size_t most, const char* option,
                                  const char* expected);
 void checkUnitRange(const std::vector<double>& numbers, const char* option, const std::string& value);
+
+/// A time: seconds, or minutes and seconds, or hours too, as "1:02:03.5".
+MediaTime parseTime(std::string_view text, const char* option);
 
 /// FILE@X,Y,W,H[,DEGREES]
 struct Placement {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "MovieOptions.h"
+#include "TranscodingProgress.h"
 #include "WrittenMovie.h"
 
 namespace tavrel::tool {
@@ -25,10 +26,14 @@ void PlainTranscoding::Stream::advance() {
 }
 
 bool PlainTranscoding::serves(const TranscodingOptions& options, const InputMovie& movie) {
-  // Other containers have no place for it: the pictures are turned.
-  const bool keepsTransform = options.fileType == kFileTypeMPEG4 || options.fileType == kFileTypeQuickTimeMovie;
-  return !options.size && !options.isReversed && !options.isRealTime &&
-         (keepsTransform || movie.pictures->preferredTransform() == AffineTransform{});
+  // Matroska can say how far pictures are turned, not that they are mirrored.
+  const AffineTransform turn = movie.pictures->preferredTransform();
+  const bool isMirrored = turn.a * turn.d - turn.b * turn.c < 0;
+  const bool isTurned = turn != AffineTransform{};
+  const bool keepsTransform =
+      options.fileType == kFileTypeMPEG4 || options.fileType == kFileTypeQuickTimeMovie || !isMirrored;
+  const bool isDrawn = options.size && (isTurned || TavrelGPUImageContext::scaling().worksInLight);
+  return !isDrawn && !options.isReversed && !options.isRealTime && keepsTransform;
 }
 
 std::string PlainTranscoding::notWritten(const Error& error) const {
@@ -42,6 +47,7 @@ std::optional<std::string> PlainTranscoding::addStream(const std::shared_ptr<con
                 .destination = AssetWriterInput::create(track->mediaType(), std::move(encoding)),
                 .next = nullptr};
   stream.destination->setTransform(track->preferredTransform());
+  stream.destination->setLanguageCode(track->languageCode());
   reader_->addOutput(stream.source);
   if (!writer_->addInput(stream.destination)) return notWritten(*writer_->error());
   streams_.push_back(std::move(stream));
@@ -58,35 +64,41 @@ std::optional<std::string> PlainTranscoding::addPictures() {
   }
   constexpr auto kPlanes = static_cast<std::int64_t>(PixelFormat::biPlanar420VideoRange);
   return addStream(movie_.pictures, Dictionary{{kPixelBufferPixelFormatTypeKey, kPlanes}},
-                   pictureSettings(track, options_.fileType, track.naturalSize(), options_.videoSettings));
+                   options_.isSquared
+                       ? pictureSettings(options_, track, squaredSize(track), {1, 1})
+                       : pictureSettings(options_, track, track.naturalSize(), track.pixelAspectRatio()));
 }
 
-std::optional<std::string> PlainTranscoding::addSound() {
-  if (!movie_.sound) return std::nullopt;
-  const auto& stored = movie_.sound->storedFormat();
-  const bool isCopied = options_.audioSettings.empty() && AssetWriter::canStore(*stored, options_.fileType);
-  soundTreatment_ = isCopied ? "copied" : "encoded";
-  if (isCopied) return addStream(movie_.sound, {}, {});
-  return addStream(movie_.sound, Dictionary{}, soundSettings(*movie_.sound, options_.fileType, options_.audioSettings));
+std::optional<std::string> PlainTranscoding::addSound(const std::shared_ptr<const AssetTrack>& sound) {
+  const bool isCopied =
+      options_.audioSettings.empty() && AssetWriter::canStore(*sound->storedFormat(), options_.fileType);
+  soundTreatment_ += fmt::format("{}{}", soundTreatment_.empty() ? "" : ", ", isCopied ? "copied" : "encoded");
+  if (isCopied) return addStream(sound, {}, {});
+  return addStream(sound, Dictionary{}, soundSettings(*sound, options_.fileType, options_.audioSettings));
 }
 
 std::optional<std::string> PlainTranscoding::open() {
   auto reader = AssetReader::create(movie_.asset);
   if (!reader) return reader.error().description;
   reader_ = std::move(*reader);
+  reader_->setTimeRange(options_.timeRange);
   auto writer = AssetWriter::create(options_.output, options_.fileType);
   if (!writer) return notWritten(writer.error());
   writer_ = std::move(*writer);
   writer_->setAppearsWhenComplete(true);
   writer_->setStaysFragmented(options_.isFragmented);
+  writer_->setMetadata(movie_.asset->metadata());
   if (auto refused = addPictures()) return refused;
-  return addSound();
+  for (const auto& sound : movie_.sounds) {
+    if (auto refused = addSound(sound)) return refused;
+  }
+  return std::nullopt;
 }
 
 std::optional<std::string> PlainTranscoding::work(const Interruption& interruption) {
   if (!reader_->startReading()) return reader_->error()->description;
   if (!writer_->startWriting()) return notWritten(*writer_->error());
-  writer_->startSessionAtSourceTime(MediaTime::zero());
+  writer_->startSessionAtSourceTime(options_.timeRange.start);
   for (Stream& stream : streams_) stream.advance();
   const auto& first = streams_.front().next;
   const bool hasEditList = options_.fileType == kFileTypeQuickTimeMovie || options_.fileType == kFileTypeMPEG4;
@@ -94,8 +106,8 @@ std::optional<std::string> PlainTranscoding::work(const Interruption& interrupti
     return fmt::format("{} begins between two keyframes, which only .mov and .mp4 can say: leave out --codec copy",
                        options_.input.string());
   }
-  ProgressBar progress;
-  const double whole = movie_.asset->duration().seconds();
+  const double start = options_.timeRange.start.seconds();
+  TranscodingProgress progress(options_.secondsOf(*movie_.asset), options_.printsProgress);
   constexpr std::chrono::milliseconds kStep(100);
   while (!interruption.isAskedFor() && writer_->status() == AssetWriterStatus::writing) {
     const auto isEarlier = [](const Stream& one, const Stream& other) {
@@ -109,8 +121,8 @@ std::optional<std::string> PlainTranscoding::work(const Interruption& interrupti
       return fmt::format("the sample at {:.3f} s cannot be stored", stream.next->presentationTimeStamp().seconds());
     }
     if (&stream == &streams_.front()) ++picturesRead_;
-    end_ = std::max(end_, stream.end());
-    progress.show(whole > 0 ? end_ / whole : 0, fmt::format("{:.1f} s", end_));
+    end_ = std::max(end_, stream.end() - start);
+    progress.show(end_, picturesRead_);
     stream.advance();
   }
   if (interruption.isAskedFor()) return "interrupted";
@@ -126,14 +138,15 @@ int PlainTranscoding::run(bool printJson, Diagnostics& diagnostics) {
     writer_->cancelWriting();
     return fail("{}", *reason);
   }
-  const Size size = movie_.pictures->naturalSize();
+  const Size stored = options_.isSquared ? squaredSize(*movie_.pictures) : movie_.pictures->naturalSize();
+  const Size size = options_.size.value_or(stored);
   const WrittenMovie movie = {.file = options_.output,
                               .askedSize = size,
                               .size = options_.isCopy ? size : streams_.front().destination->encodedSize(),
                               .seconds = end_,
                               .frames = writer_->writtenSamples(MediaType::video),
                               .framesRead = picturesRead_,
-                              .sound = soundTreatment_};
+                              .sound = soundTreatment_.empty() ? "none" : soundTreatment_};
   return movie.report(printJson, diagnostics);
 }
 

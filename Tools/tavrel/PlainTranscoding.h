@@ -44,7 +44,7 @@ class PlainTranscoding {
                                        const std::optional<Dictionary>& decoding, std::optional<Dictionary> encoding);
   std::string notWritten(const Error& error) const;
   std::optional<std::string> addPictures();
-  std::optional<std::string> addSound();
+  std::optional<std::string> addSound(const std::shared_ptr<const AssetTrack>& sound);
   std::optional<std::string> work(const Interruption& interruption);
 
   const TranscodingOptions options_;
@@ -52,7 +52,7 @@ class PlainTranscoding {
   std::shared_ptr<AssetReader> reader_;
   std::shared_ptr<AssetWriter> writer_;
   std::vector<Stream> streams_;
-  const char* soundTreatment_ = "none";
+  std::string soundTreatment_;
   std::uint64_t picturesRead_ = 0;
   double end_ = 0;
 };

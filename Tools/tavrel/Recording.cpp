@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "Platform/Capture/CaptureClock.h"
 #include "RecorderCalls.h"
 #include "WrittenMovie.h"
 

@@ -38,7 +38,7 @@ template <typename... Args>
 /// Prints a result for programs, as one line on standard output.
 void printJson(const nlohmann::ordered_json& result);
 
-/// A progress bar on standard error; nothing if that is not a terminal.
+/// A progress bar on standard error, as wide as the terminal allows; nothing if that is not a terminal.
 class ProgressBar {
  public:
   /// `fraction` in 0…1.

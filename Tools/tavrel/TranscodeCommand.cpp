@@ -1,9 +1,12 @@
+#include <algorithm>
+
 #include "Command.h"
 #include "Diagnostics.h"
 #include "EffectOptions.h"
 #include "EncodingOptions.h"
 #include "InputMovie.h"
 #include "MovieOptions.h"
+#include "OptionValues.h"
 #include "PlainTranscoding.h"
 #include "Transcoding.h"
 
@@ -21,9 +24,21 @@ class TranscodeCommand : public Command {
     command_->add_option("OUTPUT", options_.output, "The movie to write: .mov, .mp4, .mkv or .webm")->required();
     command_->add_option("--size", size_, "Frame size in pixels; by default the result of the effects")
         ->type_name("WxH");
+    command_
+        ->add_option("--scale", scaling_,
+                     "How pictures get that size: fit (with black bars), fill (cut off) or stretch")
+        ->type_name("MODE");
+    command_->add_flag("--square", options_.isSquared, "Make the pixels square, as with effects");
     command_->add_flag("--reverse", options_.isReversed, "Reverse the video, but not the audio");
     command_->add_flag("--realtime", options_.isRealTime, "Run no faster than the movie plays");
     command_->add_flag("--no-audio", noAudio_, "Leave out the audio");
+    command_
+        ->add_option("--audio-track", options_.soundTrack,
+                     "Which audio: its number from 1, or all; by default the main one")
+        ->type_name("N");
+    command_->add_option("--from", from_, "Where to begin, in seconds or as HH:MM:SS")->type_name("TIME");
+    command_->add_option("--to", to_, "Where to end")->type_name("TIME");
+    command_->add_flag("--progress", options_.printsProgress, "Print a line of JSON a second on standard error");
     command_->add_flag("--force", isForced_, "Replace a file that has the movie's name");
     addFragmentedFlag(*command_, options_.isFragmented);
     command_->add_flag("--json", json_, "Print the result as JSON");
@@ -32,22 +47,31 @@ class TranscodeCommand : public Command {
   int run() override {
     options_.fileType = fileTypeOf(options_.output);
     if (!size_.empty()) options_.size = parsedMovieSize(size_);
+    options_.scalingMode = scalingMode();
     options_.hasSound = !noAudio_;
+    options_.timeRange = timeRange();
     encoding_.check();
     options_.videoSettings = encoding_.videoSettings();
     options_.audioSettings = encoding_.audioSettings();
     options_.isCopy = encoding_.isCopy();
+    checkSoundTrack();
     TavrelCaptureEffectChain effects = effects_.makeChain();
-    if (options_.isCopy &&
-        (!effects.effects().empty() || options_.size || options_.isReversed || options_.isRealTime)) {
+    if (options_.isCopy && (!effects.effects().empty() || options_.size || options_.isSquared || options_.isReversed ||
+                            options_.isRealTime || !from_.empty() || !to_.empty())) {
       throw UsageError(
-          "--codec copy leaves the pictures as they are: leave out effects, --size, --reverse and --realtime");
+          "--codec copy leaves the pictures as they are: leave out effects, --size, --square, --reverse, --realtime, "
+          "--from and --to");
     }
     if (!mayWrite(options_.output, isForced_)) return kFailure;
     auto movie = InputMovie::open(options_);
     if (!movie) return fail("{}", movie.error().description);
+    const bool isPlain = options_.isCopy || (effects.effects().empty() && PlainTranscoding::serves(options_, *movie));
+    if (!isPlain && movie->sounds.size() > 1) {
+      return fail(
+          "only one audio track goes through effects, --reverse, --realtime and turns: name one with --audio-track");
+    }
     return diagnostics_.measure(json_, [&] {
-      if (options_.isCopy || (effects.effects().empty() && PlainTranscoding::serves(options_, *movie))) {
+      if (isPlain) {
         return PlainTranscoding(options_, *movie).run(json_, diagnostics_);
       }
       return Transcoding(options_, *movie, std::move(effects)).run(json_, diagnostics_);
@@ -55,11 +79,40 @@ class TranscodeCommand : public Command {
   }
 
  private:
+  const char* scalingMode() const {
+    if (scaling_ == "fit") return kVideoScalingModeResizeAspect;
+    if (scaling_ == "fill") return kVideoScalingModeResizeAspectFill;
+    if (scaling_ == "stretch") return kVideoScalingModeResize;
+    throw UsageError(fmt::format("--scale {}: expected fit, fill or stretch", scaling_));
+  }
+
+  MediaTimeRange timeRange() const {
+    MediaTimeRange range = MediaTimeRange::everything();
+    if (!from_.empty()) range.start = parseTime(from_, "--from");
+    if (to_.empty()) return range;
+    const MediaTime end = parseTime(to_, "--to");
+    if (!(end > range.start)) throw UsageError(fmt::format("--to {}: expected a time after --from", to_));
+    range.duration = end - range.start;
+    return range;
+  }
+
+  void checkSoundTrack() const {
+    const std::string& track = options_.soundTrack;
+    const bool isNumber =
+        !track.empty() && track.size() < 4 && track[0] != '0' &&
+        std::all_of(track.begin(), track.end(), [](char digit) { return digit >= '0' && digit <= '9'; });
+    if (!track.empty() && track != "all" && !isNumber)
+      throw UsageError(fmt::format("--audio-track {}: expected a number from 1, or all", track));
+  }
+
   EffectOptions effects_;
   EncodingOptions encoding_;
   Diagnostics diagnostics_;
   TranscodingOptions options_;
   std::string size_;
+  std::string scaling_ = "fit";
+  std::string from_;
+  std::string to_;
   bool noAudio_ = false;
   bool isForced_ = false;
   bool json_ = false;

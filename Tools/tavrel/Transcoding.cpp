@@ -5,14 +5,20 @@
 #include <utility>
 
 #include "MovieOptions.h"
+#include "TranscodingProgress.h"
 #include "WrittenMovie.h"
 
 namespace tavrel::tool {
 namespace {
 
-/// Has exactly the size that is forced; the base's is fitted into it, which may be a hair less.
-class FillingCropFilter : public TavrelGPUImageCropFilter {
+/// Gives pictures exactly the size that is forced.
+class SquaringFilter : public TavrelGPUImageCropFilter {
  public:
+  static std::shared_ptr<TavrelGPUImageFilter> create(Size size) {
+    const auto filter = std::make_shared<SquaringFilter>(Rect{{0, 0}, {1, 1}});
+    filter->forceProcessingAtSize(size);
+    return filter;
+  }
   using TavrelGPUImageCropFilter::TavrelGPUImageCropFilter;
 
  protected:
@@ -44,6 +50,27 @@ std::optional<TavrelGPUImageRotationMode> uprightRotation(const AffineTransform&
 
 }  // namespace
 
+/// Reads the tracks and the time that are asked for.
+class Transcoding::PartOfMovie : public TavrelGPUImageMovie {
+ public:
+  PartOfMovie(const InputMovie& input, const MediaTimeRange& timeRange)
+      : TavrelGPUImageMovie(input.asset), input_(input), timeRange_(timeRange) {}
+
+ protected:
+  std::shared_ptr<AssetReader> createAssetReader() override {
+    auto reader = AssetReader::create(input_.asset).value();
+    reader->setTimeRange(timeRange_);
+    reader->addOutput(std::make_shared<AssetReaderTrackOutput>(input_.pictures));
+    if (!input_.sounds.empty())
+      addAudioOutput(*reader, std::make_shared<AssetReaderTrackOutput>(input_.sounds.front(), std::nullopt));
+    return reader;
+  }
+
+ private:
+  const InputMovie& input_;
+  const MediaTimeRange timeRange_;
+};
+
 /// Counts the pictures that enter the graph, and has the effects prepare them.
 class Transcoding::FrameCounter : public TavrelGPUImageMovieDelegate {
  public:
@@ -52,11 +79,13 @@ class Transcoding::FrameCounter : public TavrelGPUImageMovieDelegate {
   std::shared_ptr<PixelBuffer> didOutputPixelBuffer(const std::shared_ptr<PixelBuffer>& pixelBuffer,
                                                     MediaTime time) override {
     ++count;
+    seconds = time.seconds();
     return effects_.prepareFrame(
         pixelBuffer, {.duration = {}, .presentationTimeStamp = time, .decodeTimeStamp = MediaTime::invalid()}, time);
   }
 
   std::atomic<std::uint64_t> count = 0;
+  std::atomic<double> seconds = 0;
 
  private:
   const TavrelCaptureEffectChain& effects_;
@@ -77,53 +106,55 @@ int Transcoding::run(bool printJson, Diagnostics& diagnostics) {
 }
 
 void Transcoding::chooseSound() {
-  if (!input_.sound) return;
-  const auto& stored = input_.sound->storedFormat();
+  if (input_.sounds.empty()) return;
+  const AssetTrack& sound = *input_.sounds.front();
+  const auto& stored = sound.storedFormat();
   const bool isLeft = options_.audioSettings.empty() && stored;
   if (isLeft && AssetWriter::canStore(*stored, options_.fileType)) {
     writer_->setShouldPassthroughAudio(true);
     writer_->setHasAudioTrack(true);
     soundTreatment_ = "copied";
   } else {
-    writer_->setHasAudioTrack(true, soundSettings(*input_.sound, options_.fileType, options_.audioSettings));
+    writer_->setHasAudioTrack(true, soundSettings(sound, options_.fileType, options_.audioSettings));
     soundTreatment_ = "encoded";
   }
   movie_->setAudioEncodingTarget(writer_);
 }
 
 void Transcoding::buildGraph() {
-  movie_ = std::make_shared<TavrelGPUImageMovie>(input_.asset);
+  movie_ = std::make_shared<PartOfMovie>(input_, options_.timeRange);
   frameCounter_ = std::make_shared<FrameCounter>(effects_);
   movie_->setDelegate(frameCounter_);
   movie_->setReverseVideo(options_.isReversed);
   movie_->setPlayAtActualSpeed(options_.isRealTime);
 
-  // Effects are meant for the picture as it is seen, so it is turned before them.
+  // Effects are meant for the picture as it is seen, so it gets square pixels and is turned before them.
   std::shared_ptr<TavrelGPUImageOutput> last = movie_;
-  Size size = input_.pictures->naturalSize();
+  const auto pass = [&last](const std::shared_ptr<TavrelGPUImageFilter>& filter) {
+    last->addTarget(filter);
+    last = filter;
+  };
+  Size size = squaredSize(*input_.pictures);
+  if (size != input_.pictures->naturalSize()) pass(SquaringFilter::create(size));
   const auto turn = uprightRotation(input_.pictures->preferredTransform());
   if (turn && *turn != kTavrelGPUImageNoRotation) {
     const auto upright = std::make_shared<TavrelGPUImageRotationFilter>(*turn);
-    last->addTarget(upright);
-    last = upright;
+    pass(upright);
     size = upright->outputSizeFor(size);
   }
   last = effects_.connect(last, size);
   size = effects_.sizeAfter(size);
-  const Size movieSize = options_.size.value_or(Size{std::floor(size.width), std::floor(size.height)});
-  Dictionary settings = pictureSettings(*input_.pictures, options_.fileType, movieSize, options_.videoSettings);
+  Size whole = {std::floor(size.width), std::floor(size.height)};
+  if (TavrelGPUImageContext::scaling().worksInLight) whole = scaledSize(options_, whole);
+  if (whole != size) pass(SquaringFilter::create(whole));
+  // Other scaling is the encoder's: it is better than a draw.
+  Dictionary settings = pictureSettings(options_, *input_.pictures, whole, {1, 1});
   settings.emplace(kTavrelEncodingLiveVideoKey, false);
-  writer_ = std::make_shared<TavrelGPUImageMovieWriter>(options_.output, movieSize, options_.fileType, settings);
+  writer_ = std::make_shared<TavrelGPUImageMovieWriter>(options_.output, whole, options_.fileType, settings);
   if (const auto& file = writer_->assetWriter()) {
     file->setAppearsWhenComplete(true);
     file->setStaysFragmented(options_.isFragmented);
-  }
-  const Rect part = options_.size ? TavrelGPUImageCropFilter::centredRegion(size, movieSize) : Rect{{0, 0}, {1, 1}};
-  if (movieSize != size) {
-    const auto crop = std::make_shared<FillingCropFilter>(part);
-    crop->forceProcessingAtSize(movieSize);
-    last->addTarget(crop);
-    last = crop;
+    file->setMetadata(input_.asset->metadata());
   }
   last->addTarget(writer_);
   if (!turn) writer_->setTransform(input_.pictures->preferredTransform());
@@ -135,14 +166,14 @@ void Transcoding::work(const Interruption& interruption) {
   writer_->setCompletionBlock([this] { isOver_ = true; });
   writer_->startRecording();
   // The new movie's time line is the old one's, whichever of pictures and sound come first.
-  writer_->assetWriter()->startSessionAtSourceTime(MediaTime::zero());
+  writer_->assetWriter()->startSessionAtSourceTime(options_.timeRange.start);
   const auto reading = DispatchQueue::create("org.tavrel.tool.movie");
   reading->async([this] { movie_->startProcessing(); });
-  ProgressBar progress;
+  TranscodingProgress progress(options_.secondsOf(*input_.asset), options_.printsProgress);
   constexpr std::chrono::milliseconds kStep(50);
   while (!isOver_ && !interruption.isAskedFor() && !isBrokenOff()) {
     RunLoop::main().runUntil([this] { return isOver_.load(); }, kStep);
-    progress.show(movie_->progress(), fmt::format("{} frames", frameCounter_->count.load()));
+    progress.show(frameCounter_->seconds - options_.timeRange.start.seconds(), frameCounter_->count);
   }
   if (!isOver_) movie_->cancelProcessing();
   reading->sync([] {});
@@ -174,7 +205,7 @@ std::optional<std::string> Transcoding::finish(const Interruption& interruption)
 
 int Transcoding::report(bool printJson, Diagnostics& diagnostics) const {
   const WrittenMovie movie = {.file = options_.output,
-                              .askedSize = writer_->maximumOutputSize(),
+                              .askedSize = options_.size.value_or(writer_->maximumOutputSize()),
                               .size = writer_->encodedSize(),
                               .seconds = writer_->duration().seconds(),
                               .frames = writer_->writtenVideoFrames(),

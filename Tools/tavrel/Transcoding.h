@@ -24,6 +24,7 @@ class Transcoding {
 
  private:
   class FrameCounter;
+  class PartOfMovie;
 
   void chooseSound();
   void buildGraph();

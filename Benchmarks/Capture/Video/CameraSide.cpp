@@ -5,6 +5,7 @@
 #include <mutex>
 #include <utility>
 
+#include "Platform/Capture/CaptureClock.h"
 #include "Platform/UI/Screen.h"
 #include "Support/Comparison.h"
 #include "Support/EffectsGif.h"

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 
 #include "GPUImage/Destinations/TavrelGPUImageMovieWriter.h"
 #include "GPUImage/Private/SharedValue.h"
@@ -9,6 +10,7 @@
 #include "GPUImage/Sources/Private/MoviePass.h"
 #include "GPUImage/Sources/Private/PlayerItemLoop.h"
 #include "GPUImage/Sources/TavrelGPUImageMovie.h"
+#include "Platform/Dispatch/DispatchQueue.h"
 
 namespace tavrel {
 
@@ -16,6 +18,7 @@ namespace tavrel {
 struct TavrelGPUImageMovie::Implementation {
   explicit Implementation(TavrelGPUImageMovie& owner) : movie(owner) {}
 
+  const std::shared_ptr<DispatchQueue>& readingQueue();
   void processPlayerItem(const std::shared_ptr<PlayerItem>& item);
   void processAsset();
   void letWriterRead(TavrelGPUImageMovieWriter& writer, const std::shared_ptr<MoviePass>& pass);
@@ -33,6 +36,8 @@ struct TavrelGPUImageMovie::Implementation {
   SharedValue<std::shared_ptr<TavrelGPUImageMovieWriter>> synchronizedMovieWriter;
   SharedValue<std::weak_ptr<TavrelGPUImageMovieDelegate>> delegate;
   SharedValue<MediaTime> processingFrameTime;
+  std::once_flag readingQueueIsMade;
+  std::shared_ptr<DispatchQueue> madeReadingQueue;
   PlayerItemLoop player;
   MoviePacer pacer;
 

@@ -1,5 +1,7 @@
 #include "Platform/Media/Private/ColorTags.h"
 
+#include <fmt/format.h>
+
 #include <string>
 #include <string_view>
 
@@ -64,6 +66,11 @@ void attachColors(PixelBuffer& buffer, const AVFrame& picture) {
   attach(buffer, kPixelBufferColorPrimariesKey, kPrimaries, picture.color_primaries);
   attach(buffer, kPixelBufferTransferFunctionKey, kTransfers, picture.color_trc);
   attach(buffer, kPixelBufferYCbCrMatrixKey, kMatrices, picture.colorspace);
+  const AVRational shape = picture.sample_aspect_ratio;
+  if (shape.num > 0 && shape.den > 0 && shape.num != shape.den) {
+    buffer.setAttachment(std::string(kPixelBufferPixelAspectRatioKey), fmt::format("{}:{}", shape.num, shape.den),
+                         true);
+  }
 }
 
 }  // namespace tavrel

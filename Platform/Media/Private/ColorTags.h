@@ -22,7 +22,8 @@ struct ColorTags {
   static ColorTags of(const PixelBufferSnapshot& picture);
 };
 
-/// Attaches what the file itself says about the colours of a decoded picture: an untagged movie stays untagged.
+/// Attaches what the file itself says about a decoded picture's colours and its pixels' shape: an untagged movie stays
+/// untagged.
 void attachColors(PixelBuffer& buffer, const AVFrame& picture);
 
 }  // namespace tavrel

@@ -54,6 +54,37 @@ TEST_F(MovieTest, AFileIsReadOnAnotherThreadAndAnAssetAtOnce) {
   EXPECT_EQ(delegate_->completions, 1 + 1);
 }
 
+TEST_F(MovieTest, MoreMoviesPlayAtOnceThanTheGlobalQueueHasThreads) {
+  makeMovie(folder_ / "a.mp4", "-f lavfi -i color=black:size=64x48:rate=10:duration=60 -c:v libx264 OUT");
+  struct Player {
+    std::shared_ptr<MovieTarget> target = std::make_shared<MovieTarget>();
+    std::shared_ptr<MovieDelegate> delegate = std::make_shared<MovieDelegate>();
+    std::shared_ptr<TavrelGPUImageMovie> movie;
+  };
+  std::vector<Player> players(std::max(4U, std::thread::hardware_concurrency()) + 2);
+  std::atomic<std::size_t> begun = 0;
+  std::promise<void> allHaveBegun;
+  for (Player& player : players) {
+    player.target->onFrame = [&, target = player.target.get()] {
+      if (target->times.size() == 1 && ++begun == players.size()) allHaveBegun.set_value();
+    };
+    player.movie = std::make_shared<TavrelGPUImageMovie>(folder_ / "a.mp4");
+    player.movie->setPlayAtActualSpeed(true);
+    player.movie->addTarget(player.target);
+    player.movie->setDelegate(player.delegate);
+    player.movie->startProcessing();
+  }
+  const bool havePlayed = allHaveBegun.get_future().wait_for(std::chrono::seconds(120)) == std::future_status::ready;
+  for (const Player& player : players) EXPECT_EQ(player.delegate->completions, 0) << "while others had not begun";
+  EXPECT_TRUE(havePlayed);
+  for (Player& player : players) {
+    player.movie->cancelProcessing();
+    // It keeps itself while its last frame is under way.
+    const std::weak_ptr<TavrelGPUImageMovie> reading = std::exchange(player.movie, nullptr);
+    while (!reading.expired()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
 TEST_F(MovieTest, ProgressFollowsTheTimesOfTheFrames) {
   ASSERT_NO_FATAL_FAILURE(makeRamp("a.mp4", 20));
   openAsset("a.mp4");

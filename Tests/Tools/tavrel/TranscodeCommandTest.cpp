@@ -122,8 +122,8 @@ TEST_F(TranscodeCommandTest, CopiesMayBeginBetweenKeyframesAndStayFragmented) {
 TEST_F(TranscodeCommandTest, PicturesAreReversedTurnedScaledAndSilencedAsAsked) {
   ASSERT_NO_FATAL_FAILURE(makeFilm("flat.mp4", "2", "-c:v libx264 -bf 2 -g 250 -c:a aac"));
   ASSERT_NO_FATAL_FAILURE(makeMovieFrom(file("flat.mp4"), file("in.mp4"), "-i IN -c copy -metadata:s:v rotate=90 OUT"));
-  const CommandResult result =
-      tavrel("transcode --json --reverse --no-audio --size 120x80 " + file("in.mp4") + " " + file("out.mkv"));
+  const CommandResult result = tavrel("transcode --json --reverse --no-audio --size 120x80 --scale fill " +
+                                      file("in.mp4") + " " + file("out.mkv"));
   ASSERT_EQ(result.status, 0) << result.output;
   EXPECT_EQ(nlohmann::json::parse(result.output), (nlohmann::json{{"output", file("out.mkv")},
                                                                   {"width", 120},
@@ -167,7 +167,8 @@ TEST_F(TranscodeCommandTest, FailuresAreSaidInOneLineAndLeaveNothing) {
        file("out.webm") + " cannot hold h264 as it is: leave out --codec copy, or choose another file type"},
       {in + file("out.webm") + " --codec hevc", 1, "cannot write " + file("out.webm") + ": WebM cannot hold hevc"},
       {in + file("out.mp4") + " --codec copy --mirror", 2,
-       "--codec copy leaves the pictures as they are: leave out effects, --size, --reverse and --realtime"},
+       "--codec copy leaves the pictures as they are: leave out effects, --size, --square, --reverse, --realtime, "
+       "--from and --to"},
       {in + file("out.mp4") + " --codec mpeg2", 2, "--codec mpeg2: expected h264, hevc, av1, vp9 or copy"},
       {in + file("out.mp4") + " --bitrate fast", 2,
        "--bitrate fast: expected 1000 to 2000000000 bits a second, or as 800k or 2.5M"},

@@ -21,7 +21,7 @@ TEST_F(TranscodeSoundTest, SoundThatTheContainerCannotTakeIsEncodedAnew) {
       {"h.webm", "-c:v libvpx-vp9 -deadline realtime -cpu-used 8 -c:a libopus", "h.mp4", "copied"},
       {"c.avi", "-c:v mpeg4 -bf 2 -c:a pcm_s16le", "c.mp4", "encoded"},
       {"d.avi", "-c:v mpeg4 -bf 2 -c:a pcm_s16le", "d.mov", "copied"},
-      {"e.ts", "-c:v libx264 -bf 2 -c:a aac", "e.mp4", "encoded"},
+      {"e.ts", "-c:v libx264 -bf 2 -c:a aac", "e.mp4", "copied"},
       {"f.mkv", "-c:v libx265 -x265-params log-level=none -c:a flac", "f.mp4", "encoded"},
       {"g.mov", "-c:v mjpeg -c:a libmp3lame", "g.mp4", "copied"},
   };

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <string_view>
 #include <system_error>
@@ -66,22 +67,12 @@ Expected<InputFormat> openMovieInput(const std::filesystem::path& path) {
   return file;
 }
 
-Expected<InputFormat> openMovieTrack(const std::filesystem::path& path, int trackID) {
-  auto file = openMovieInput(path);
-  if (!file) return file;
-  if (trackID < 0 || static_cast<unsigned>(trackID) >= (*file)->nb_streams || !isPlayable(*(*file)->streams[trackID])) {
-    return tl::unexpected(unreadableMovie(path, "the track is not there any more", MediaErrorCode::noPlayableTrack));
-  }
-  for (unsigned i = 0; i < (*file)->nb_streams; ++i) {
-    if (static_cast<int>(i) != trackID) (*file)->streams[i]->discard = AVDISCARD_ALL;
-  }
-  return file;
-}
-
 std::int64_t timelineOffset(const AVFormatContext& file) {
   const bool hasEditLists = std::string_view(file.iformat->name).find("mov") != std::string_view::npos;
-  if (hasEditLists || file.start_time == AV_NOPTS_VALUE || file.start_time < 0) return 0;
-  return file.start_time;
+  if (hasEditLists || file.start_time == AV_NOPTS_VALUE) return 0;
+  // Before 0 there is what a decoder needs first, unless a counter wraps in the file.
+  const bool mayWrap = file.nb_streams > 0 && file.streams[0]->pts_wrap_bits < 64;
+  return mayWrap ? file.start_time : std::max<std::int64_t>(0, file.start_time);
 }
 
 bool isPlayable(const AVStream& stream) {

@@ -15,9 +15,6 @@ Error unreadableMovie(const std::filesystem::path& path, const std::string& reas
 /// Opens a regular file with libavformat and lets it look at the tracks. Pictures and texts are refused.
 Expected<InputFormat> openMovieInput(const std::filesystem::path& path);
 
-/// The same for one playable track: packets of the others are left out.
-Expected<InputFormat> openMovieTrack(const std::filesystem::path& path, int trackID);
-
 /// What is taken off the file's time stamps, in microseconds, to make its time line begin at 0. Containers with edit
 /// lists already have theirs at 0.
 std::int64_t timelineOffset(const AVFormatContext& file);

@@ -1,6 +1,7 @@
 #include "Platform/Media/Private/Reading/PictureTrackReader.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <limits>
 #include <utility>
 
@@ -33,8 +34,21 @@ std::int64_t unitsFrom(const MediaTime& time, AVRational base) {
 
 std::int64_t unitsOfSeconds(std::int64_t seconds, AVRational base) { return av_rescale_q(seconds, {1, 1}, base); }
 
-SampleTiming timingOf(const AVFrame& picture, AVRational base) {
+SampleTiming timingOf(const AVFrame& picture, const TrackDecoder& decoder) {
   SampleTiming timing;
+  const AVRational base = decoder.timeBase();
+  if (const AVRational rate = decoder.constantRate(); rate.num > 0) {
+    // A container that rounds times, as Matroska does to milliseconds, means the rate's own.
+    const AVRational step = av_inv_q(rate);
+    const std::int64_t first = decoder.firstTime();
+    const std::int64_t number = av_rescale_q(picture.pts - first, base, step);
+    if (std::abs(first + av_rescale_q(number, step, base) - picture.pts) <= 1) {
+      timing.presentationTimeStamp = mediaTimeFrom(number, step);
+      if (first != 0) timing.presentationTimeStamp = timing.presentationTimeStamp + mediaTimeFrom(first, base);
+      timing.duration = mediaTimeFrom(1, step);
+      return timing;
+    }
+  }
   timing.presentationTimeStamp = mediaTimeFrom(picture.pts, base);
   if (picture.pkt_duration > 0) timing.duration = mediaTimeFrom(picture.pkt_duration, base);
   return timing;
@@ -63,8 +77,12 @@ Expected<std::shared_ptr<SampleBuffer>> PictureTrackReader::next(const GoOn& goO
   return sampleOf(**picture);
 }
 
-Expected<std::shared_ptr<SampleBuffer>> PictureTrackReader::sampleOf(const AVFrame& picture) const {
-  const SampleTiming timing = timingOf(picture, decoder_->timeBase());
+Expected<std::shared_ptr<SampleBuffer>> PictureTrackReader::sampleOf(const AVFrame& picture) {
+  SampleTiming timing = timingOf(picture, *decoder_);
+  // In a damaged file two pictures may mean the same.
+  if (lastTime_ && timing.presentationTimeStamp <= *lastTime_)
+    timing.presentationTimeStamp = *lastTime_ + mediaTimeFrom(1, decoder_->timeBase());
+  lastTime_ = timing.presentationTimeStamp;
   if (!isRandomAccess_) {
     auto buffer = maker_->make(picture);
     if (!buffer) return tl::unexpected(buffer.error());
@@ -157,6 +175,7 @@ Expected<void> PictureTrackReader::seek(const MediaTimeRange& range, bool withSh
   start_ = unitsFrom(range.start, base);
   end_ = unitsFrom(range.end(), base);
   wantsShownAtStart_ = withShownAtStart;
+  lastTime_.reset();
   pending_.reset();
   shownAtStart_.reset();
   if (!canGoOn(start_)) return goBefore(start_);

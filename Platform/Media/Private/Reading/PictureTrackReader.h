@@ -31,7 +31,7 @@ class PictureTrackReader final : public SampleReader {
   bool canGoOn(std::int64_t time) const;
   void keep(const AVFrame& picture);
   void forget();
-  Expected<std::shared_ptr<SampleBuffer>> sampleOf(const AVFrame& picture) const;
+  Expected<std::shared_ptr<SampleBuffer>> sampleOf(const AVFrame& picture);
 
   const std::unique_ptr<TrackDecoder> decoder_;
   const std::shared_ptr<PictureMaker> maker_;
@@ -39,6 +39,7 @@ class PictureTrackReader final : public SampleReader {
 
   std::int64_t start_;
   std::int64_t end_;
+  std::optional<MediaTime> lastTime_;
   bool wantsShownAtStart_ = false;
   Frame shownAtStart_;
   Frame pending_;  // decoded, but behind what is delivered first

@@ -43,26 +43,30 @@ std::shared_ptr<const FormatDescription> storedFormatOf(const AVStream& stream) 
 
 Expected<std::unique_ptr<SampleReader>> StoredTrackReader::open(const std::filesystem::path& path,
                                                                 const AssetTrack& track) {
-  auto file = openMovieTrack(path, track.trackID());
-  if (!file) return tl::unexpected(file.error());
+  auto packets = PacketReader::open(path, track.trackID());
+  if (!packets) return tl::unexpected(packets.error());
   std::unique_ptr<StoredTrackReader> reader(new StoredTrackReader);
   reader->path_ = path;
-  reader->file_ = std::move(*file);
+  reader->packets_.emplace(std::move(*packets));
   reader->packet_.reset(av_packet_alloc());
   if (!reader->packet_)
     return tl::unexpected(unreadableMovie(path, "no memory left", MediaErrorCode::allocationFailed));
-  reader->stream_ = reader->file_->streams[track.trackID()];
-  reader->format_ = storedFormatOf(*reader->stream_);
-  reader->offset_ = av_rescale_q(timelineOffset(*reader->file_), AV_TIME_BASE_Q, reader->stream_->time_base);
+  reader->format_ = track.storedFormat();
+  if (!reader->format_->codecExtradata.empty() && AdtsUnwrapper::isNeededFor(reader->packets_->stream())) {
+    auto unwrapper = AdtsUnwrapper::create(*reader->packets_->stream().codecpar);
+    if (!unwrapper) return tl::unexpected(unwrapper.error());
+    reader->unwrapper_.emplace(std::move(*unwrapper));
+  }
   return reader;
 }
 
 Expected<std::shared_ptr<SampleBuffer>> StoredTrackReader::next(const GoOn& goOn) {
   while (!isAtEnd_ && goOn()) {
-    av_packet_unref(packet_.get());
-    if (av_read_frame(file_.get(), packet_.get()) < 0) {
-      isAtEnd_ = true;
-    } else if (packet_->stream_index == stream_->index && packet_->size > 0) {
+    const PacketReader::Step step = packets_->read(*packet_);
+    isAtEnd_ = step == PacketReader::Step::end;
+    if (step != PacketReader::Step::packet) continue;
+    if (unwrapper_ && !unwrapper_->unwrap(*packet_)) continue;
+    if (packet_->size > 0) {
       auto sample = sampleOf(*packet_);
       if (!sample || *sample) return sample;
     }
@@ -71,13 +75,12 @@ Expected<std::shared_ptr<SampleBuffer>> StoredTrackReader::next(const GoOn& goOn
 }
 
 Expected<std::shared_ptr<SampleBuffer>> StoredTrackReader::sampleOf(const AVPacket& packet) const {
-  const auto timeOf = [this](std::int64_t units) {
-    return units == AV_NOPTS_VALUE ? MediaTime::invalid() : mediaTimeFrom(units - offset_, stream_->time_base);
-  };
+  const AVRational base = packets_->stream().time_base;
+  const auto timeOf = [base](std::int64_t units) { return mediaTimeFrom(units, base); };
   SampleTiming timing;
   timing.presentationTimeStamp = timeOf(packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts);
   timing.decodeTimeStamp = timeOf(packet.dts);
-  if (packet.duration > 0) timing.duration = mediaTimeFrom(packet.duration, stream_->time_base);
+  if (packet.duration > 0) timing.duration = mediaTimeFrom(packet.duration, base);
   const MediaTime end =
       timing.duration.isNumeric() ? timing.presentationTimeStamp + timing.duration : timing.presentationTimeStamp;
   const bool isWhole = !(range_.start > MediaTime::zero());
@@ -94,16 +97,11 @@ Expected<std::shared_ptr<SampleBuffer>> StoredTrackReader::sampleOf(const AVPack
 Expected<void> StoredTrackReader::seek(const MediaTimeRange& range, bool) {
   range_ = range;
   isAtEnd_ = false;
-  const std::int64_t target = unitsOf(range.start, stream_->time_base) + offset_;
-  if (range.start > MediaTime::zero() &&
-      av_seek_frame(file_.get(), stream_->index, target, AVSEEK_FLAG_BACKWARD) >= 0) {
-    return {};
-  }
-  auto file = openMovieTrack(path_, stream_->index);
-  if (!file) return tl::unexpected(file.error());
-  const int index = stream_->index;
-  file_ = std::move(*file);
-  stream_ = file_->streams[index];
+  const AVStream& stream = packets_->stream();
+  if (range.start > MediaTime::zero() && packets_->seek(unitsOf(range.start, stream.time_base))) return {};
+  auto packets = PacketReader::open(path_, stream.index);
+  if (!packets) return tl::unexpected(packets.error());
+  packets_.emplace(std::move(*packets));
   return {};
 }
 

@@ -1,6 +1,10 @@
 #pragma once
 
+#include <optional>
+
 #include "Platform/Media/Private/FFmpegHandles.h"
+#include "Platform/Media/Private/Reading/AdtsUnwrapper.h"
+#include "Platform/Media/Private/Reading/PacketReader.h"
 #include "Platform/Media/Private/Reading/SampleReader.h"
 
 namespace tavrel {
@@ -21,10 +25,9 @@ class StoredTrackReader final : public SampleReader {
 
   std::filesystem::path path_;
   std::shared_ptr<const FormatDescription> format_;
-  InputFormat file_;
+  std::optional<PacketReader> packets_;
+  std::optional<AdtsUnwrapper> unwrapper_;
   Packet packet_;
-  const AVStream* stream_ = nullptr;
-  std::int64_t offset_ = 0;
   MediaTimeRange range_ = MediaTimeRange::everything();
   bool isAtEnd_ = false;
 };

@@ -1,7 +1,7 @@
 #include "Platform/Media/Private/Reading/TrackDecoder.h"
 
 #include <algorithm>
-#include <limits>
+#include <cmath>
 #include <thread>
 
 #include "Platform/Media/Private/FFmpegError.h"
@@ -13,14 +13,10 @@ namespace {
 /// Frames above this many pixels come from damaged headers; 8K has half as many.
 constexpr std::int64_t kMostPixels = std::int64_t{8192} * 8192;
 constexpr unsigned kMostThreads = 8;
-/// Time stamps beyond this are damage; it leaves room to convert them.
-constexpr std::int64_t kLatestTime = std::numeric_limits<std::int64_t>::max() / (std::int64_t{1} << 20);
 
 Error damaged(const std::filesystem::path& path, int result) {
   return unreadableMovie(path, ffmpegErrorText(result), mediaErrorCode(result, MediaErrorCode::damagedFile));
 }
-
-bool isSane(std::int64_t time) { return time > -kLatestTime && time < kLatestTime; }
 
 }  // namespace
 
@@ -34,17 +30,16 @@ Expected<std::unique_ptr<TrackDecoder>> TrackDecoder::open(const std::filesystem
 }
 
 Expected<void> TrackDecoder::openFile(int trackID) {
-  auto file = openMovieTrack(path_, trackID);
-  if (!file) return tl::unexpected(file.error());
-  file_ = std::move(*file);
-  stream_ = file_->streams[trackID];
+  auto packets = PacketReader::open(path_, trackID);
+  if (!packets) return tl::unexpected(packets.error());
+  packets_.emplace(std::move(*packets));
   return {};
 }
 
 const AVCodec* TrackDecoder::findCodec(Alpha alpha) const {
   const AVCodecID id = parameters().codec_id;
   const AVCodec* withAlpha = nullptr;
-  if (alpha == Alpha::kept && av_dict_get(stream_->metadata, "alpha_mode", nullptr, 0)) {
+  if (alpha == Alpha::kept && av_dict_get(packets_->stream().metadata, "alpha_mode", nullptr, 0)) {
     if (id == AV_CODEC_ID_VP8) withAlpha = avcodec_find_decoder_by_name("libvpx");
     if (id == AV_CODEC_ID_VP9) withAlpha = avcodec_find_decoder_by_name("libvpx-vp9");
   }
@@ -67,12 +62,19 @@ Expected<void> TrackDecoder::openCodec(const std::filesystem::path& path, const 
   }
   if (result < 0) return tl::unexpected(damaged(path, result));
 
-  offset_ = av_rescale_q(timelineOffset(*file_), AV_TIME_BASE_Q, timeBase());
-  const AVRational rate = av_guess_frame_rate(file_.get(), file_->streams[stream_->index], nullptr);
+  const AVRational rate = av_guess_frame_rate(&packets_->file(), &packets_->stream(), nullptr);
   if (parameters().codec_type == AVMEDIA_TYPE_VIDEO && rate.num > 0 && rate.den > 0) {
     frameDuration_ = av_rescale_q(1, av_inv_q(rate), timeBase());
   }
   return {};
+}
+
+AVRational TrackDecoder::constantRate() const {
+  const AVRational mean = packets_->stream().avg_frame_rate;
+  const AVRational finest = packets_->stream().r_frame_rate;
+  if (mean.num <= 0 || mean.den <= 0 || finest.num <= 0 || finest.den <= 0) return {0, 1};
+  constexpr double kTolerance = 1e-4;
+  return std::abs(av_q2d(mean) / av_q2d(finest) - 1) < kTolerance ? finest : AVRational{0, 1};
 }
 
 Expected<const AVFrame*> TrackDecoder::next(const std::function<bool()>& goOn) {
@@ -119,8 +121,7 @@ Expected<const AVFrame*> TrackDecoder::nextOfFields() {
 }
 
 Expected<void> TrackDecoder::seek(std::int64_t time) {
-  const int result = av_seek_frame(file_.get(), stream_->index, time + offset_, AVSEEK_FLAG_BACKWARD);
-  if (result < 0) return rewind();
+  if (!packets_->seek(time)) return rewind();
   startOver();
   awaitsFirstPacket_ = parameters().codec_type == AVMEDIA_TYPE_VIDEO;
   return {};
@@ -128,7 +129,7 @@ Expected<void> TrackDecoder::seek(std::int64_t time) {
 
 Expected<void> TrackDecoder::rewind() {
   // Opened anew: not every container finds back to its start by seeking.
-  if (auto opened = openFile(stream_->index); !opened) return opened;
+  if (auto opened = openFile(packets_->stream().index); !opened) return opened;
   startOver();
   return {};
 }
@@ -141,6 +142,7 @@ void TrackDecoder::startOver() {
   awaitsFirstPacket_ = false;
   lastTime_.reset();
   flushing_ = false;
+  errorsOfFlush_ = 0;
   atEnd_ = false;
 }
 
@@ -151,25 +153,29 @@ bool TrackDecoder::receive() {
     atEnd_ = true;
   } else if (result != AVERROR(EAGAIN)) {
     noteDamage(result);
-    // A decoder that cannot be emptied any more would answer this for ever.
-    atEnd_ = flushing_;
   }
   return false;
 }
 
 void TrackDecoder::feed() {
-  const int read = av_read_frame(file_.get(), packet_.get());
-  if (read < 0) {
-    if (read != AVERROR_EOF) noteDamage(read);
-    atEnd_ = flushing_;
+  if (flushing_) {
+    // Behind the errors of a damaged end there are pictures still, but a decoder that cannot be emptied any more would
+    // answer them for ever.
+    atEnd_ = ++errorsOfFlush_ > kMostThreads * 2;
+    return;
+  }
+  const PacketReader::Step step = packets_->read(*packet_);
+  canSeek_ = canSeek_ && packets_->canSeek();
+  if (step == PacketReader::Step::end) {
+    if (packets_->error() != AVERROR_EOF) noteDamage(packets_->error());
     flushing_ = true;
     avcodec_send_packet(codec_.get(), nullptr);
     return;
   }
-  if (packet_->stream_index == stream_->index) {
+  if (step == PacketReader::Step::packet) {
     if (packet_->pts == AV_NOPTS_VALUE) canSeek_ = false;
     if (awaitsFirstPacket_) {
-      if (isSane(packet_->pts)) completeFrom_ = packet_->pts - offset_;
+      if (isSane(packet_->pts)) completeFrom_ = packet_->pts;
       awaitsFirstPacket_ = false;
     }
     const int sent = avcodec_send_packet(codec_.get(), packet_.get());
@@ -185,14 +191,14 @@ bool TrackDecoder::place() {
   frame_->pkt_duration = length > 0 ? length : frameDuration_;
   if (time == AV_NOPTS_VALUE || !isSane(time)) {
     time = lastTime_ ? *lastTime_ + std::max<std::int64_t>(1, frameDuration_) : 0;
-  } else {
-    time -= offset_;
   }
   const bool isVideo = parameters().codec_type == AVMEDIA_TYPE_VIDEO;
   if (isVideo && (time < 0 || (completeFrom_ && time < *completeFrom_))) return false;
   if (isVideo && lastTime_ && time <= *lastTime_) time = *lastTime_ + 1;
   lastTime_ = time;
   frame_->pts = time;
+  if (isVideo)
+    frame_->sample_aspect_ratio = av_guess_sample_aspect_ratio(&packets_->file(), &packets_->stream(), frame_.get());
   return true;
 }
 

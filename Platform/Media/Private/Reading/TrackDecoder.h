@@ -8,6 +8,7 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Media/Private/FFmpegHandles.h"
 #include "Platform/Media/Private/Reading/FrameFilter.h"
+#include "Platform/Media/Private/Reading/PacketReader.h"
 
 namespace tavrel {
 
@@ -35,8 +36,13 @@ class TrackDecoder {
   /// False once the file was seen not to say when its pictures are shown: then places after a seek cannot be trusted.
   bool canSeek() const { return canSeek_; }
 
-  AVRational timeBase() const { return stream_->time_base; }
-  const AVCodecParameters& parameters() const { return *stream_->codecpar; }
+  /// The frame rate of pictures that follow each other evenly, as the file says; 0 of others.
+  AVRational constantRate() const;
+  /// Of the file's first picture, where the file says it.
+  std::int64_t firstTime() const { return packets_->firstTime(); }
+
+  AVRational timeBase() const { return packets_->stream().time_base; }
+  const AVCodecParameters& parameters() const { return *packets_->stream().codecpar; }
 
  private:
   TrackDecoder() = default;
@@ -55,14 +61,12 @@ class TrackDecoder {
   void noteDamage(int code);
 
   std::filesystem::path path_;
-  InputFormat file_;
+  std::optional<PacketReader> packets_;
   CodecContext codec_;
   Packet packet_;
   Frame frame_;
   std::unique_ptr<FrameFilter> deinterlacer_;
   Frame following_;
-  const AVStream* stream_ = nullptr;
-  std::int64_t offset_ = 0;  // in units of the time base
   std::int64_t frameDuration_ = 0;
   std::optional<std::int64_t> lastTime_;
   std::optional<Error> damage_;
@@ -71,6 +75,7 @@ class TrackDecoder {
   bool awaitsFirstPacket_ = false;
   bool canSeek_ = true;
   bool flushing_ = false;
+  unsigned errorsOfFlush_ = 0;
   bool atEnd_ = false;
   bool hasDecoded_ = false;
 };

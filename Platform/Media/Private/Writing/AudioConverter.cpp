@@ -61,8 +61,8 @@ Expected<AudioConverter> AudioConverter::create(const AudioFormat& from, const A
     constexpr std::array<double, 2> kBothAsLoud{1, 1};
     result = swr_set_matrix(context, kBothAsLoud.data(), 1);
   }
-  // Channels that come together must not become louder than each was.
-  if (result >= 0) result = av_opt_set_double(context, "rematrix_maxval", 1, 0);
+  // Two channels that become one must not be louder than each was. Surround is mixed as it is meant to be.
+  if (result >= 0 && from.channelCount == 2) result = av_opt_set_double(context, "rematrix_maxval", 1, 0);
   if (result >= 0) result = swr_init(context);
   if (result < 0) {
     return tl::unexpected(ffmpegError(MediaErrorCode::unsupportedFormat, result,

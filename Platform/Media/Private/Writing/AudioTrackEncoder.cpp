@@ -84,7 +84,9 @@ Expected<AudioSettings> AudioSettings::parse(const Dictionary& settings) {
     return failure(MediaErrorCode::encoderUnavailable,
                    fmt::format("this FFmpeg has no encoder for {}", avcodec_get_name(result.codec)));
   }
-  result.sampleRate = nearestSupportedRate(*codec, rate);
+  // Opus plays at 48 kHz whatever it was made of, and FFmpeg 5.1's muxers take its delay for frames of that rate.
+  constexpr int kOpusRate = 48000;
+  result.sampleRate = result.codec == AV_CODEC_ID_OPUS ? kOpusRate : nearestSupportedRate(*codec, rate);
   const double bitRate = numberFor(settings, kAudioEncoderBitRateKey).value_or(64000.0 * result.channelCount);
   if (!(bitRate >= 8000 && bitRate <= 1e6)) {
     return failure(MediaErrorCode::invalidSettings,

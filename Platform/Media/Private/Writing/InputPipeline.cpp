@@ -89,8 +89,8 @@ Expected<void> InputPipeline::open(std::shared_ptr<PacketQueue> output, FailureH
   encoder_ = std::move(choice->encoder);
   failureHandler_ = std::move(handler);
   timescale_ = configuration_.timescale;
-  const std::chrono::seconds formatPatience(configuration_.isRealTime ? 1 : 10);
-  const int track = output->file().addTrack(mediaType_, configuration_.transform, formatPatience);
+  const int track = output->file().addTrack(mediaType_, {configuration_.transform, configuration_.languageCode},
+                                            configuration_.isRealTime);
   output_ = {std::move(output), track};
   if (auto opened = encoder_->open(output_, configuration_.isRealTime); !opened) return opened;
   queue_ = DispatchQueue::create(mediaType_ == MediaType::video ? "tavrel.writer.video" : "tavrel.writer.audio");

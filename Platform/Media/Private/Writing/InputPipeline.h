@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 
 #include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Foundation/Dictionary.h"
@@ -29,6 +30,7 @@ class InputPipeline : public std::enable_shared_from_this<InputPipeline> {
     bool isRealTime = false;
     AffineTransform transform;
     std::int32_t timescale = 0;
+    std::string languageCode;
   };
 
   InputPipeline(MediaType mediaType, std::optional<Dictionary> settings)

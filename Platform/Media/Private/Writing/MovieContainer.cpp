@@ -93,7 +93,7 @@ int MovieContainer::open(AVIOContext* output, OutputFormat& context) const {
 }
 
 AVStream* MovieContainer::addStream(AVFormatContext& context, const TrackFormat& format,
-                                    const AffineTransform& transform) const {
+                                    const TrackDescription& description) const {
   AVStream* const stream = avformat_new_stream(&context, nullptr);
   if (!stream) return nullptr;
   avcodec_parameters_copy(stream->codecpar, format.parameters);
@@ -101,8 +101,10 @@ AVStream* MovieContainer::addStream(AVFormatContext& context, const TrackFormat&
   stream->time_base = format.timeBase;
   stream->avg_frame_rate = format.frameRate;
   stream->sample_aspect_ratio = format.parameters->sample_aspect_ratio;
-  const auto roll = matroskaRoll(transform);
-  if (isQuickTimeFamily()) addDisplayMatrix(stream, transform);
+  if (!description.languageCode.empty())
+    av_dict_set(&stream->metadata, "language", description.languageCode.c_str(), 0);
+  const auto roll = matroskaRoll(description.transform);
+  if (isQuickTimeFamily()) addDisplayMatrix(stream, description.transform);
   if (!isQuickTimeFamily() && roll) addMatroskaRoll(*stream, *roll);
   return stream;
 }
@@ -118,11 +120,13 @@ std::vector<MetadataItem> MovieContainer::metadata(std::vector<MetadataItem> ite
     items.push_back({kMetadataCreationDate, fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(now))});
   }
   if (!isQuickTime) return items;
-  constexpr std::array<std::pair<const char*, const char*>, 4> kNames{
+  constexpr std::array<std::pair<const char*, const char*>, 6> kNames{
       {{kMetadataTitle, "com.apple.quicktime.title"},
        {kMetadataLocation, "com.apple.quicktime.location.ISO6709"},
        {kMetadataArtist, "com.apple.quicktime.artist"},
-       {kMetadataComment, "com.apple.quicktime.comment"}}};
+       {kMetadataComment, "com.apple.quicktime.comment"},
+       {kMetadataMake, "com.apple.quicktime.make"},
+       {kMetadataModel, "com.apple.quicktime.model"}}};
   const auto given = items;
   for (const auto& [key, name] : kNames) {
     for (const MetadataItem& item : given) {

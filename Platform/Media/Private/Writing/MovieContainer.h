@@ -19,6 +19,12 @@ struct TrackFormat {
   std::int64_t decodeLead = 0;  ///< how long before the movie's time 0 the first sample may be decoded, in `timeBase`
 };
 
+/// What a file says about a track beside its format.
+struct TrackDescription {
+  AffineTransform transform;
+  std::string languageCode;  ///< empty for none
+};
+
 /// A type of movie file: what it can hold, and how libavformat is asked to write it. Immutable.
 class MovieContainer {
  public:
@@ -41,7 +47,7 @@ class MovieContainer {
   /// An empty file of this type, which is written to `output`. FFmpeg's error code when there is none.
   int open(AVIOContext* output, OutputFormat& context) const;
   /// Adds a track. nullptr when no memory is left.
-  AVStream* addStream(AVFormatContext& context, const TrackFormat& format, const AffineTransform& transform) const;
+  AVStream* addStream(AVFormatContext& context, const TrackFormat& format, const TrackDescription& description) const;
   /// What a file of this type says about itself beside `items`: the same by the names that its readers look for.
   std::vector<MetadataItem> metadata(std::vector<MetadataItem> items) const;
   /// `videoTimescale` is 0 without pictures.

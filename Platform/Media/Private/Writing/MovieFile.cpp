@@ -42,12 +42,12 @@ MovieFile::MovieFile(std::unique_ptr<MovieFileOutput> output, MovieContainer con
 
 MovieFile::~MovieFile() { abandon(); }
 
-int MovieFile::addTrack(MediaType mediaType, const AffineTransform& transform,
-                        std::chrono::milliseconds formatPatience) {
+int MovieFile::addTrack(MediaType mediaType, const TrackDescription& description, bool isRealTime) {
   Track track{};
   track.format.mediaType = mediaType;
-  track.format.transform = transform;
-  track.formatPatience = std::max(formatPatience, kHeaderPatience);
+  track.format.description = description;
+  track.isRealTime = isRealTime;
+  track.formatPatience = isRealTime ? std::chrono::seconds(1) : std::chrono::seconds(10);
   tracks_.push_back(std::move(track));
   return static_cast<int>(tracks_.size()) - 1;
 }
@@ -94,7 +94,9 @@ bool MovieFile::fixFormatsWhenDue() {
   for (const Track& track : tracks_) {
     hasAny = hasAny || track.format.parameters;
     if (track.isFormatFinal || track.hasEnded) continue;
-    const auto patience = track.format.parameters ? kHeaderPatience : track.formatPatience;
+    // What is known beforehand is only good enough for a recording, which must not wait for its first picture.
+    const bool isGoodEnough = track.format.parameters && track.isRealTime;
+    const auto patience = isGoodEnough ? kHeaderPatience : track.formatPatience;
     const bool isOver = firstSample_ && (now - *firstSample_ >= patience || waitingBytes_ > kMostWaitingBytes);
     if (!isOver) return false;
   }

@@ -46,8 +46,9 @@ class MovieFile {
 
   const MovieContainer& container() const { return muxer_.container(); }
 
-  /// Tracks are added before `begin`. One without a format in time is left out of the file after `formatPatience`.
-  int addTrack(MediaType mediaType, const AffineTransform& transform, std::chrono::milliseconds formatPatience);
+  /// Tracks are added before `begin`. One without a format in time is left out of the file after 1 s of a recording, 10
+  /// s of other work.
+  int addTrack(MediaType mediaType, const TrackDescription& description, bool isRealTime);
   Expected<void> begin(Settings settings);
 
   /// Says what the track's packets are; `isFinal` unless the first sample may still change it. False once the header is
@@ -90,6 +91,7 @@ class MovieFile {
 
   struct Track {
     MovieMuxer::Stream format;
+    bool isRealTime = true;
     std::chrono::milliseconds formatPatience;
     std::optional<std::size_t> stream;  // of the muxer, once there is a header
     Packet held;                        // waits for the next one, which tells its duration

@@ -37,7 +37,7 @@ Expected<void> MovieMuxer::checked(int result, const char* what) const {
 Expected<void> MovieMuxer::addStreams(AVFormatContext& context, const std::vector<const Stream*>& streams) const {
   for (const Stream* const stream : streams) {
     if (!container_.addStream(context, {stream->parameters.get(), stream->timeBase, stream->frameRate},
-                              stream->transform)) {
+                              stream->description)) {
       return checked(AVERROR(ENOMEM), "the movie's header cannot be made");
     }
   }
@@ -70,7 +70,7 @@ Expected<void> MovieMuxer::writeHeader(Options options, const std::vector<const 
     timings_[i].lead = av_rescale_q(timings_[i].lead, timings_[i].timeBase, context_->streams[i]->time_base);
   }
   if (!container_.isQuickTimeFamily()) {
-    const auto isTurned = [](const Stream* stream) { return matroskaRoll(stream->transform).has_value(); };
+    const auto isTurned = [](const Stream* stream) { return matroskaRoll(stream->description.transform).has_value(); };
     if (auto complete = output_->checkpoint(); !complete) return complete;
     if (std::any_of(streams.begin(), streams.end(), isTurned))
       headSize_ = static_cast<std::size_t>(output_->position());

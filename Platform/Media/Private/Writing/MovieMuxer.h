@@ -32,7 +32,7 @@ class MovieMuxer {
   };
   struct Stream {
     MediaType mediaType;
-    AffineTransform transform;
+    TrackDescription description;
     CodecParameters parameters;
     AVRational timeBase{0, 1};
     AVRational frameRate{0, 1};

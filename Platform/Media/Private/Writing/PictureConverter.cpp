@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <utility>
 
 extern "C" {
 #include <libswscale/swscale.h>
@@ -34,6 +35,16 @@ bool fits(std::size_t side, int full) {
   return side == static_cast<std::size_t>(full) || side + 1 == static_cast<std::size_t>(full);
 }
 
+void fillBlack(AVFrame& frame) {
+  constexpr int kBlack = 16;
+  constexpr int kGray = 128;
+  const bool isInterleaved = frame.format == AV_PIX_FMT_NV12;
+  for (int plane = 0; plane < (isInterleaved ? 2 : 3); ++plane) {
+    const auto rows = static_cast<std::size_t>(plane == 0 ? frame.height : (frame.height + 1) / 2);
+    std::memset(frame.data[plane], plane == 0 ? kBlack : kGray, rows * static_cast<std::size_t>(frame.linesize[plane]));
+  }
+}
+
 AVPixelFormat ffmpegFormat(PixelFormat format) {
   return format == PixelFormat::bgra32 ? AV_PIX_FMT_BGRA : AV_PIX_FMT_NV12;
 }
@@ -45,6 +56,7 @@ PictureConverter::~PictureConverter() { sws_freeContext(scaler_); }
 Expected<void> PictureConverter::convert(const PixelBufferSnapshot& picture, AVFrame& frame) {
   const bool fitsFrame = fits(picture.width(), frame.width) && fits(picture.height(), frame.height);
   const bool isBGRA = picture.format() == PixelFormat::bgra32;
+  if (!PictureParts::of(picture, frame, mode_).isWhole(picture, frame)) return scale(picture, frame);
   const bool hasLibyuvMatrix = frame.colorspace == AVCOL_SPC_SMPTE170M;
   if (!fitsFrame || picture.format() == PixelFormat::biPlanar420FullRange || (isBGRA && !hasLibyuvMatrix)) {
     return scale(picture, frame);
@@ -80,23 +92,34 @@ Expected<void> PictureConverter::convertToNV12(const PixelBufferSnapshot& pictur
 }
 
 Expected<void> PictureConverter::scale(const PixelBufferSnapshot& picture, AVFrame& frame) {
-  const bool isBGRA = picture.format() == PixelFormat::bgra32;
-  scaler_ = sws_getCachedContext(scaler_, static_cast<int>(picture.width()), static_cast<int>(picture.height()),
-                                 ffmpegFormat(picture.format()), frame.width, frame.height,
-                                 static_cast<AVPixelFormat>(frame.format), SWS_BICUBIC | SWS_ACCURATE_RND, nullptr,
-                                 nullptr, nullptr);
+  const PictureParts parts = PictureParts::of(picture, frame, mode_);
+  if (parts.hasBars(frame)) fillBlack(frame);
+  const auto [width, height] = std::pair(parts.source.width, parts.source.height);
+  scaler_ = sws_getCachedContext(scaler_, width, height, ffmpegFormat(picture.format()), parts.target.width,
+                                 parts.target.height, static_cast<AVPixelFormat>(frame.format),
+                                 SWS_BICUBIC | SWS_ACCURATE_RND, nullptr, nullptr, nullptr);
   if (!scaler_) {
-    return failure(MediaErrorCode::conversionFailed,
-                   fmt::format("a picture of {}x{} cannot be scaled to {}x{}", picture.width(), picture.height(),
-                               frame.width, frame.height));
+    return failure(MediaErrorCode::conversionFailed, fmt::format("a picture of {}x{} cannot be scaled to {}x{}", width,
+                                                                 height, parts.target.width, parts.target.height));
   }
+  const bool isBGRA = picture.format() == PixelFormat::bgra32;
   const int* const coefficients = sws_getCoefficients(frame.colorspace);
   const bool isFullRange = isBGRA || picture.format() == PixelFormat::biPlanar420FullRange;
   sws_setColorspaceDetails(scaler_, coefficients, isFullRange ? 1 : 0, coefficients, 0, 0, 1 << 16, 1 << 16);
-  const std::array<const std::uint8_t*, 4> planes{picture.bytes(), isBGRA ? nullptr : picture.bytesOfPlane(1)};
   const std::array<int, 4> strides{static_cast<int>(picture.bytesPerRow()),
                                    isBGRA ? 0 : static_cast<int>(picture.bytesPerRowOfPlane(1))};
-  sws_scale(scaler_, planes.data(), strides.data(), 0, static_cast<int>(picture.height()), frame.data, frame.linesize);
+  const auto& from = parts.source;
+  const std::array<const std::uint8_t*, 4> planes{
+      picture.bytes() + std::ptrdiff_t{from.y} * strides[0] + std::ptrdiff_t{from.x} * (isBGRA ? 4 : 1),
+      isBGRA ? nullptr : picture.bytesOfPlane(1) + std::ptrdiff_t{from.y} / 2 * strides[1] + from.x};
+  const bool isInterleaved = frame.format == AV_PIX_FMT_NV12;
+  std::array<std::uint8_t*, 4> targets{};
+  for (std::size_t i = 0; i < (isInterleaved ? 2 : 3); ++i) {
+    const int row = i == 0 ? parts.target.y : parts.target.y / 2;
+    const int column = i == 0 || isInterleaved ? parts.target.x : parts.target.x / 2;
+    targets[i] = frame.data[i] + std::ptrdiff_t{row} * frame.linesize[i] + column;
+  }
+  sws_scale(scaler_, planes.data(), strides.data(), 0, height, targets.data(), frame.linesize);
   return {};
 }
 

@@ -118,7 +118,7 @@ void VideoEncoder::describe(AVCodecContext& context) const {
   context.pix_fmt = kind().device == EncoderDevice::vaapi ? AV_PIX_FMT_VAAPI : kind().pixelFormat();
   context.time_base = options_.timeBase;
   context.framerate = options_.frameRate;
-  context.sample_aspect_ratio = {1, 1};
+  context.sample_aspect_ratio = settings.pixelAspect;
   context.color_primaries = options_.colors.primaries;
   context.color_trc = options_.colors.transfer;
   context.colorspace = options_.colors.matrix;
@@ -230,6 +230,7 @@ Expected<AVFrame*> VideoEncoder::writableFrame() {
     frame_->format = kind().pixelFormat();
     frame_->width = context_->width;
     frame_->height = context_->height;
+    frame_->sample_aspect_ratio = context_->sample_aspect_ratio;
     frame_->color_primaries = context_->color_primaries;
     frame_->color_trc = context_->color_trc;
     frame_->colorspace = context_->colorspace;

@@ -67,6 +67,29 @@ Expected<void> readEncoder(const Dictionary& settings, VideoSettings& result) {
                                                               result.encoder, avcodec_get_name(result.codec)));
 }
 
+Expected<void> readShape(const Dictionary& settings, VideoSettings& result) {
+  constexpr double kMostSpacing = 65535;
+  const auto width = numberIn(settings, kVideoPixelAspectRatioHorizontalSpacingKey, 1, kMostSpacing);
+  if (!width) return tl::unexpected(width.error());
+  const auto height = numberIn(settings, kVideoPixelAspectRatioVerticalSpacingKey, 1, kMostSpacing);
+  if (!height) return tl::unexpected(height.error());
+  result.pixelAspect = {static_cast<int>(width->value_or(1)), static_cast<int>(height->value_or(1))};
+  const std::string* const mode = textFor(settings, kVideoScalingModeKey);
+  if (!mode) return {};
+  constexpr std::array<std::pair<const char*, ScalingMode>, 3> kModes{
+      {{kVideoScalingModeResize, ScalingMode::stretch},
+       {kVideoScalingModeResizeAspect, ScalingMode::fit},
+       {kVideoScalingModeResizeAspectFill, ScalingMode::fill}}};
+  for (const auto& [name, known] : kModes) {
+    if (*mode != name) continue;
+    result.scalingMode = known;
+    return {};
+  }
+  return failure(MediaErrorCode::invalidSettings,
+                 fmt::format("{} is \"{}\": it must be {}, {} or {}", kVideoScalingModeKey, *mode, kModes[0].first,
+                             kModes[1].first, kModes[2].first));
+}
+
 }  // namespace
 
 std::string VideoSettings::codecName() const {
@@ -100,6 +123,7 @@ Expected<VideoSettings> VideoSettings::parse(const Dictionary& settings) {
   if (!frameRate) return tl::unexpected(frameRate.error());
   result.frameRate = *frameRate;
   if (auto encoder = readEncoder(settings, result); !encoder) return tl::unexpected(encoder.error());
+  if (auto shape = readShape(settings, result); !shape) return tl::unexpected(shape.error());
   if (const std::string* const preset = textFor(settings, kVideoPresetKey)) result.preset = *preset;
   return result;
 }

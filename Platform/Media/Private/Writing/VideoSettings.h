@@ -9,6 +9,9 @@
 
 namespace tavrel {
 
+/// How a picture of another shape gets the encoded size.
+enum class ScalingMode { stretch, fit, fill };
+
 /// A video track's settings, checked.
 struct VideoSettings {
   AVCodecID codec = AV_CODEC_ID_H264;
@@ -21,6 +24,8 @@ struct VideoSettings {
   std::string encoder;      ///< empty: any that works
   std::string encoderNode;  ///< empty: any
   std::optional<double> frameRate;
+  AVRational pixelAspect{1, 1};
+  ScalingMode scalingMode = ScalingMode::stretch;
 
   static Expected<VideoSettings> parse(const Dictionary& settings);
   /// The coding as a value of `kVideoCodecKey`.

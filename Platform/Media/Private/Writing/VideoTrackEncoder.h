@@ -12,7 +12,7 @@ namespace tavrel {
 class VideoTrackEncoder final : public TrackEncoder {
  public:
   VideoTrackEncoder(VideoSettings settings, std::int32_t timescale)
-      : settings_(std::move(settings)), timescale_(timescale) {}
+      : settings_(std::move(settings)), timescale_(timescale), converter_(settings_.scalingMode) {}
 
   Expected<void> check(const MovieFile& file) const override;
   Expected<void> open(TrackOutput output, bool isRealTime) override;

@@ -1,0 +1,63 @@
+#include "Platform/Media/Private/Reading/MovieClock.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "Platform/Media/Private/Reading/MovieInput.h"
+
+namespace tavrel {
+namespace {
+
+// What ffmpeg takes for a jump.
+constexpr std::int64_t kFurthest = std::int64_t{10} * AV_TIME_BASE;
+constexpr std::int64_t kFurthestBack = AV_TIME_BASE / 10;
+
+}  // namespace
+
+MovieClock::MovieClock(const AVFormatContext& file)
+    : file_(file), mayJump_((file.iformat->flags & AVFMT_TS_DISCONT) != 0), correction_(-timelineOffset(file)) {}
+
+void MovieClock::startAnew() {
+  tracks_.clear();
+  lastOfAll_.reset();
+}
+
+std::int64_t MovieClock::storedTime(std::int64_t time, const AVStream& stream) const {
+  return time - av_rescale_q(correction_, AV_TIME_BASE_Q, stream.time_base);
+}
+
+void MovieClock::stamp(AVPacket& packet) {
+  for (std::int64_t* const time : {&packet.pts, &packet.dts}) {
+    if (!isSane(*time)) *time = AV_NOPTS_VALUE;
+  }
+  if (mayJump_) repair(packet);
+  const AVRational base = file_.streams[packet.stream_index]->time_base;
+  const std::int64_t correction = av_rescale_q(correction_, AV_TIME_BASE_Q, base);
+  if (packet.pts != AV_NOPTS_VALUE) packet.pts += correction;
+  if (packet.dts != AV_NOPTS_VALUE) packet.dts += correction;
+}
+
+void MovieClock::repair(const AVPacket& packet) {
+  const AVStream& stream = *file_.streams[packet.stream_index];
+  const AVMediaType type = stream.codecpar->codec_type;
+  if (packet.dts == AV_NOPTS_VALUE || (type != AVMEDIA_TYPE_VIDEO && type != AVMEDIA_TYPE_AUDIO)) return;
+  tracks_.resize(file_.nb_streams);  // streams of a transport stream appear as it goes on
+  Track& track = tracks_[static_cast<std::size_t>(packet.stream_index)];
+  std::int64_t time = av_rescale_q(packet.dts, stream.time_base, AV_TIME_BASE_Q) + correction_;
+  const auto expected = track.last ? std::optional(track.expected) : lastOfAll_;
+  const std::int64_t deviation = expected ? time - *expected : 0;
+  const bool isBack = track.last && time + kFurthestBack < *track.last;
+  if (std::abs(deviation) > kFurthest || isBack) {
+    correction_ -= deviation;
+    time -= deviation;
+    hasJumped_ = true;
+  }
+  std::int64_t length = av_rescale_q(std::max<std::int64_t>(0, packet.duration), stream.time_base, AV_TIME_BASE_Q);
+  if (length == 0 && stream.avg_frame_rate.num > 0) {
+    length = av_rescale_q(1, av_inv_q(stream.avg_frame_rate), AV_TIME_BASE_Q);
+  }
+  track.last = lastOfAll_ = time;
+  track.expected = time + length;
+}
+
+}  // namespace tavrel

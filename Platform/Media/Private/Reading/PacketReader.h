@@ -1,0 +1,40 @@
+#pragma once
+
+#include <filesystem>
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Media/Private/Reading/MovieClock.h"
+
+namespace tavrel {
+
+/// The packets of one track of a file, with their times on the asset's time line. One thread at a time.
+class PacketReader {
+ public:
+  static Expected<PacketReader> open(const std::filesystem::path& path, int trackID);
+
+  enum class Step { packet, otherTrack, end };
+  /// One step through the file. At the end, `error()` tells whether it broke off.
+  Step read(AVPacket& packet);
+  /// FFmpeg's error code; AVERROR_EOF for the file's own end.
+  int error() const { return error_; }
+  /// Goes to what is decoded at `time`, in units of the track, or before. False where the file does not find it.
+  bool seek(std::int64_t time);
+  /// False once the file's clock has jumped: then its places cannot be told from times.
+  bool canSeek() const { return !clock_.hasJumped(); }
+
+  /// Of the track's first packet to be shown, in units of the track; 0 where the file does not say it.
+  std::int64_t firstTime() const;
+
+  AVFormatContext& file() const { return *file_; }
+  AVStream& stream() const { return *file_->streams[trackID_]; }
+
+ private:
+  PacketReader(InputFormat file, int trackID) : file_(std::move(file)), clock_(*file_), trackID_(trackID) {}
+
+  InputFormat file_;
+  MovieClock clock_;
+  int trackID_;
+  int error_ = 0;
+};
+
+}  // namespace tavrel
