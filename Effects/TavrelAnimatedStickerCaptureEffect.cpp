@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Effects/Private/StickerFrames.h"
+#include "Effects/Private/StickerReduction.h"
 #include "Effects/Private/StickerTimeline.h"
 #include "GPUImage/Filters/TavrelGPUImageAlphaBlendFilter.h"
 #include "GPUImage/Filters/TavrelGPUImagePlacementFilter.h"
@@ -64,19 +65,24 @@ struct TavrelAnimatedStickerCaptureEffect::Implementation {
   }
   std::size_t frameCount() const { return animatedImage ? animatedImage->frameCount() : imagePaths.size(); }
 
-  /// What is decoded by another thread, from the first call on.
+  /// What is decoded and reduced by another thread, from the first call on and anew for another size on the frame.
   StickerFrames& readyFrames() {
-    if (frames) return *frames;
+    const StickerReduction wanted = wantedReduction;
+    if (frames && wanted == reduction) return *frames;
+    isPlacedAnew = frames != nullptr;
+    reduction = wanted;
     if (animatedImage) {
-      frames = StickerFrames::create({.count = frameCount(),
-                                      .ahead = animatedImage->frameCacheSizeOptimal(),
-                                      .frame = [gif = animatedImage](std::size_t i) { return gif->imageAtIndex(i); },
-                                      .prepareJumps = [gif = animatedImage] { return gif->prepareJumps(); }});
+      frames = StickerFrames::create(
+          {.count = frameCount(),
+           .ahead = animatedImage->frameCacheSizeOptimal(),
+           .frame = [gif = animatedImage, wanted](std::size_t i) { return reduced(gif->imageAtIndex(i), wanted); },
+           .prepareJumps = [gif = animatedImage] { return gif->prepareJumps(); }});
     } else {
       frames = StickerFrames::create(
           {.count = frameCount(),
            .ahead = 1,
-           .frame = [paths = imagePaths](std::size_t i) { return loadImage(paths[i]).value_or(nullptr); },
+           .frame = [paths = imagePaths,
+                     wanted](std::size_t i) { return reduced(loadImage(paths[i]).value_or(nullptr), wanted); },
            .prepareJumps = [] { return false; }});
     }
     return *frames;
@@ -96,6 +102,9 @@ struct TavrelAnimatedStickerCaptureEffect::Implementation {
   Size videoSize;
   std::size_t currentFrameIndex = 0;
   std::atomic<bool> waitsForPictures = false;
+  std::atomic<StickerReduction> wantedReduction = {};
+  StickerReduction reduction;
+  bool isPlacedAnew = false;  // the picture has been reduced for another size
   std::shared_ptr<StickerFrames> frames;
 };
 
@@ -180,6 +189,7 @@ Size TavrelAnimatedStickerCaptureEffect::videoSize() const { return implementati
 void TavrelAnimatedStickerCaptureEffect::setVideoSize(Size videoSize) {
   if (!isFinite(videoSize)) return;
   changeValue(implementation_->videoSize, videoSize, "videoSize");
+  implementation_->wantedReduction = stickerReduction(size(), destRect().size);
   TavrelGPUImagePlacementFilter& placement = *implementation_->transformFilter;
   placement.setAffineTransform(TavrelGetTransform(destRect(), videoSize, static_cast<float>(rotation())));
   placement.forceProcessingAtSize(videoSize);
@@ -246,9 +256,11 @@ void TavrelAnimatedStickerCaptureEffect::showReadyFrame(double timestamp) {
   Implementation& own = *implementation_;
   StickerFrames& frames = own.readyFrames();
   const std::optional<std::size_t> due = frameDueAt(timestamp);
-  if (!due) return frames.stayAt(own.currentFrameIndex);
-  const auto ready = frames.newest(*due, own.currentFrameIndex);
+  if (!due && !own.isPlacedAnew) return frames.stayAt(own.currentFrameIndex);
+  const std::size_t wanted = due.value_or(own.currentFrameIndex);
+  const auto ready = frames.newest(wanted, own.isPlacedAnew ? (wanted + 1) % own.frameCount() : own.currentFrameIndex);
   if (!ready) return;
+  own.isPlacedAnew = false;
   own.currentFrameIndex = ready->index;
   if (!ready->image) return;
   TavrelRunAsynchronouslyOnVideoProcessingQueue([picture = own.picture, image = ready->image] {

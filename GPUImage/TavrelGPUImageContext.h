@@ -25,6 +25,7 @@ class TavrelGPUImageFramebufferCache;
 struct TavrelGPUImageScaling {
   bool enlargesByBicubic = false;  ///< more than twice: Keys's, a = -0.5; else linearly
   bool worksInLight = false;       ///< that, and to less than 2/3, on linear light, where textures can be deep
+  bool operator==(const TavrelGPUImageScaling&) const = default;
 };
 
 /// An OpenGL ES 2.0 context of the library, with the serial queue on which all its GL calls run, its shader programs,

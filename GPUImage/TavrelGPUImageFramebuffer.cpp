@@ -18,6 +18,7 @@ namespace tavrel {
 namespace {
 
 std::atomic<std::int64_t> owned = 0;
+std::atomic<std::uint64_t> uploads = 0;
 
 }  // namespace
 
@@ -35,8 +36,8 @@ struct TavrelGPUImageFramebuffer::Implementation {
   std::shared_ptr<PixelBuffer> renderTarget = nullptr;
   std::shared_ptr<TextureCacheTexture> renderTexture = nullptr;
 
+  std::uint64_t uploadNumber = 0;
   std::atomic<std::uint64_t> readLockCount = 0;
-
   // Images let go of their bytes on any thread.
   std::mutex holdsMutex = {};
   std::vector<std::shared_ptr<PixelBuffer>> renderTargetHolds = {};
@@ -141,6 +142,11 @@ void TavrelGPUImageFramebuffer::uploadPicture(GLsizei width, GLsizei height, GLe
   glBindTexture(GL_TEXTURE_2D, texture());
   glTexImage2D(GL_TEXTURE_2D, 0, TextureCache::internalFormat(internalFormat, format), width, height, 0, format,
                textureOptions().type, pixels);
+  implementation_->uploadNumber = pixels ? ++uploads : 0;
+}
+
+std::uint64_t TavrelGPUImageFramebuffer::stillNumber() const {
+  return implementation_->referenceCountingDisabled ? implementation_->uploadNumber : 0;
 }
 
 void TavrelGPUImageFramebuffer::resetSampling() {

@@ -44,9 +44,10 @@ class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this
   /// True if there is no framebuffer object.
   bool missingFramebuffer() const;
 
-  /// Allocates the texture's storage and, unless `pixels` is null, uploads them: rows without padding, in `format` and
-  /// the options' type. Leaves the texture bound.
+  /// Allocates the texture and, unless `pixels` is null, fills it: rows without padding. Leaves it bound.
   void uploadPicture(GLsizei width, GLsizei height, GLenum format, const void* pixels);
+  /// Another number for each still picture: uploaded, and with counting disabled. 0 for what else may be drawn here.
+  std::uint64_t stillNumber() const;
   /// Restores the options' filters and wrap modes, which an earlier user may have changed. Leaves the texture bound to
   /// texture unit 1.
   void resetSampling();

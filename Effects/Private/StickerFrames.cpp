@@ -15,6 +15,8 @@ using namespace std::chrono_literals;
 
 /// Of large frames, too: one that is shown and one that follows it.
 constexpr std::size_t kFewestAhead = 2;
+/// Where software draws, decoding would take the processors from the frame that is about to be drawn.
+constexpr auto kWhileDrawing = 15ms;
 constexpr auto kPatience = 1ms;
 constexpr auto kLookAgain = 50us;
 
@@ -35,8 +37,8 @@ std::size_t StickerFrames::stepsTo(std::size_t later, std::size_t earlier) const
 
 std::optional<StickerFrames::Ready> StickerFrames::newest(std::size_t due, std::size_t shown) {
   std::unique_lock lock(mutex_, std::try_to_lock);
-  for (auto waited = 0us; !lock.owns_lock(); waited += kLookAgain) {
-    if (waited >= kPatience) return std::nullopt;
+  for (const auto end = std::chrono::steady_clock::now() + kPatience; !lock.owns_lock();) {
+    if (std::chrono::steady_clock::now() >= end) return std::nullopt;
     std::this_thread::sleep_for(kLookAgain);
     static_cast<void>(lock.try_lock());
   }
@@ -57,7 +59,8 @@ std::optional<StickerFrames::Ready> StickerFrames::newest(std::size_t due, std::
     unwanted_.push_back(std::move(frame.second));
     return true;
   });
-  workIfNeeded();
+  const bool isDueThere = shown == due || (found && found->index == due);
+  workIfNeeded(isDueThere ? kWhileDrawing : 0ms);
   return found;
 }
 
@@ -69,10 +72,10 @@ std::optional<std::size_t> StickerFrames::firstMissing() const {
   return std::nullopt;
 }
 
-void StickerFrames::workIfNeeded() {
+void StickerFrames::workIfNeeded(std::chrono::milliseconds delay) {
   if (isWorking_ || (!firstMissing() && !preparesJumps_)) return;
   isWorking_ = true;
-  queue_->async([weak = weak_from_this()] {
+  queue_->asyncAfter(delay, [weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->work();
   });
 }

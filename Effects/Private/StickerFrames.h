@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <map>
@@ -48,7 +49,7 @@ class StickerFrames : public std::enable_shared_from_this<StickerFrames> {
   /// How many steps of play lead from one frame to the other.
   std::size_t stepsTo(std::size_t later, std::size_t earlier) const;
   std::optional<std::size_t> firstMissing() const;
-  void workIfNeeded();
+  void workIfNeeded(std::chrono::milliseconds delay = {});
   void work();
 
   const Decoder decoder_;

@@ -118,7 +118,7 @@ void TavrelGPUImageFilter::drawInputs(const GLfloat* vertices, const GLfloat* te
   glClear(GL_COLOR_BUFFER_BIT);
   bindInputs(textureCoordinates);
   state.filterProgram.draw(vertices);
-  state.scaledInput.reset();
+  state.scaling.letGo();
 }
 
 Size TavrelGPUImageFilter::drawnSize(const GLfloat*) const { return sizeOfFBO(); }

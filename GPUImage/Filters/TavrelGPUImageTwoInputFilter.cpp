@@ -14,7 +14,7 @@ const char* const kTavrelGPUImageTwoInputTextureVertexShaderString =
 struct TavrelGPUImageTwoInputFilter::Implementation {
   TavrelGPUImageFramebufferLease secondInputFramebuffer;
   InputScaling scaling;
-  std::optional<InputScaling::Scaled> scaledSecondInput;
+  const InputScaling::Scaled* scaledSecondInput = nullptr;
   TavrelGPUImageRotationMode inputRotation2 = kTavrelGPUImageNoRotation;
   MediaTime firstFrameTime;
   MediaTime secondFrameTime;
@@ -116,7 +116,7 @@ void TavrelGPUImageTwoInputFilter::scaleInputs(const GLfloat* vertices, const GL
 
 void TavrelGPUImageTwoInputFilter::bindInputs(const GLfloat* textureCoordinates) {
   TavrelGPUImageFilter::bindInputs(textureCoordinates);
-  if (const auto& scaled = implementation_->scaledSecondInput) {
+  if (const auto* scaled = implementation_->scaledSecondInput) {
     return filter().filterProgram.setTexture(1, QuadTexture(scaled->framebuffer.get().get()), 3,
                                              scaled->corners.data());
   }
@@ -127,7 +127,7 @@ void TavrelGPUImageTwoInputFilter::bindInputs(const GLfloat* textureCoordinates)
 // A picture that will not come again must not be drawn over before the next frame of the other input.
 void TavrelGPUImageTwoInputFilter::unlockInputs() {
   Implementation& state = *implementation_;
-  state.scaledSecondInput.reset();
+  state.scaling.letGo();
   if (!state.firstFrameTime.isIndefinite() && !state.firstFrameCheckDisabled) TavrelGPUImageFilter::unlockInputs();
   if (!state.secondFrameTime.isIndefinite() && !state.secondFrameCheckDisabled) {
     implementation_->secondInputFramebuffer.release();

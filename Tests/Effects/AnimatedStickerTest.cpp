@@ -217,6 +217,30 @@ TEST(AnimatedSticker, FramesOfACameraNeverWaitForIt) {
   }
 }
 
+TEST(AnimatedSticker, FramesOfACameraTakePicturesAsLargeAsTheyAreDrawn) {
+  const auto effect = Effect::create(makePlainGif(400, 200, std::vector<GifFrameSpec>(5))).value();
+  Probe probe(effect);
+  effect->prepareFrame(nullptr, {}, MediaTime::make(0, 100));
+  const auto comesToHave = [&](Size size) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (effect->picture()->outputImageSize() != size && std::chrono::steady_clock::now() < end) {
+      effect->prepareFrame(nullptr, {}, MediaTime::make(15, 100));
+    }
+    return effect->picture()->outputImageSize() == size && probe.shown() == 'g';
+  };
+  // The same moment throughout.
+  for (const auto& [drawn, picture] :
+       {std::pair(Size{90, 70}, Size{100, 100}), {{400, 10}, {400, 10}}, {{500, 300}, {400, 200}}}) {
+    effect->setDestRect({{3, 5}, drawn});
+    effect->makeNodes({640, 480});
+    EXPECT_TRUE(comesToHave(picture)) << drawn.width;
+  }
+  // A chain that waits takes what is due as it is.
+  effect->setDestRect({{}, {40, 20}});
+  EXPECT_TRUE(effect->refreshPictureWithTimestamp(0.25));
+  EXPECT_EQ(effect->picture()->outputImageSize(), (Size{400, 200}));
+}
+
 TEST(AnimatedSticker, CopiesPlayTheSameAnimationFromTheStart) {
   const auto effect = gifEffect({10, 20});
   effect->setLoopCount(3);

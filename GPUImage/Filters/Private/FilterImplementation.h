@@ -22,7 +22,7 @@ struct TavrelGPUImageFilter::Implementation {
   TavrelGPUImageFramebufferLease firstInputFramebuffer;
   InputScaling scaling;
   /// What is drawn instead of the first input, where that has another size.
-  std::optional<InputScaling::Scaled> scaledInput;
+  const InputScaling::Scaled* scaledInput = nullptr;
   bool isInputDeep = false;
   TavrelGPUImageRotationMode inputRotation = kTavrelGPUImageNoRotation;
   Size currentFilterSize;

@@ -103,9 +103,19 @@ void InputScaling::draw(Kind kind, const TavrelGPUImageFramebufferLease& input, 
   drawn_ = std::move(lease);
 }
 
-std::optional<InputScaling::Scaled> InputScaling::scale(const TavrelGPUImageFramebufferLease& input,
-                                                        const GLfloat* corners, Size drawn) {
-  if (!input || smallest(drawn) <= 0) return std::nullopt;
+void InputScaling::letGo() {
+  if (wish_.still == 0) scaled_.reset();
+}
+
+const InputScaling::Scaled* InputScaling::scale(const TavrelGPUImageFramebufferLease& input, const GLfloat* corners,
+                                                Size drawn) {
+  const TavrelGPUImageScaling scaling = TavrelGPUImageContext::scaling();
+  Wish wish = {input ? input.get()->stillNumber() : 0, {}, drawn, scaling};
+  std::copy_n(corners, wish.corners.size(), wish.corners.begin());
+  if (scaled_ && wish == wish_) return &*scaled_;
+  scaled_.reset();
+  wish_ = wish;
+  if (!input || smallest(drawn) <= 0) return nullptr;
   const Size whole = input.get()->size();
   const auto [left, right] = std::minmax({corners[0], corners[2], corners[4], corners[6]});
   const auto [bottom, top] = std::minmax({corners[1], corners[3], corners[5], corners[7]});
@@ -114,16 +124,15 @@ std::optional<InputScaling::Scaled> InputScaling::scale(const TavrelGPUImageFram
   Rect part = {{left * whole.width, bottom * whole.height},
                {(right - left) * whole.width, (top - bottom) * whole.height}};
   Size factor = {part.size.width / drawn.width, part.size.height / drawn.height};
-  const TavrelGPUImageScaling scaling = TavrelGPUImageContext::scaling();
   const bool isReduced = largest(factor) > kLeastReduction;
   const bool isEnlarged = scaling.enlargesByBicubic && !isReduced && smallest(factor) < 1 / kLeastEnlargement;
-  if ((!isReduced && !isEnlarged) || smallest(part.size) <= 0) return std::nullopt;
+  if ((!isReduced && !isEnlarged) || smallest(part.size) <= 0) return nullptr;
   // Somebody has asked for single pixels, or for mipmaps.
   GLint filter = 0;
   glActiveTexture(GL_TEXTURE2);
   glBindTexture(GL_TEXTURE_2D, input.texture());
   glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, &filter);
-  if (filter != GL_LINEAR) return std::nullopt;
+  if (filter != GL_LINEAR) return nullptr;
 
   const bool inLight = scaling.worksInLight && TavrelGPUImageContext::deepTextureOptions();
   if (inLight) draw(toLight, input, {{0, 0}, whole}, {1, 1}, wholePixels(whole));
@@ -138,12 +147,12 @@ std::optional<InputScaling::Scaled> InputScaling::scale(const TavrelGPUImageFram
   const Kind kind = isReduced ? (inLight ? triangleFromLight : triangle) : inLight ? bicubicFromLight : bicubic;
   draw(kind, texture(), part, factor, wholePixels(drawn));
 
-  Scaled result = {.framebuffer = std::move(drawn_)};
-  for (std::size_t i = 0; i < result.corners.size(); ++i) {
+  scaled_ = {.framebuffer = std::move(drawn_)};
+  for (std::size_t i = 0; i < wish.corners.size(); ++i) {
     const auto [first, last] = i % 2 == 0 ? std::pair(left, right) : std::pair(bottom, top);
-    result.corners[i] = corners[i] == last ? 1 : corners[i] == first ? 0 : (corners[i] - first) / (last - first);
+    scaled_->corners[i] = corners[i] == last ? 1 : corners[i] == first ? 0 : (corners[i] - first) / (last - first);
   }
-  return result;
+  return &*scaled_;
 }
 
 }  // namespace tavrel

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <optional>
 
 #include "GPUImage/Private/QuadProgram.h"
+#include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebufferLease.h"
 #include "Platform/Foundation/Geometry.h"
 
@@ -11,7 +13,8 @@ namespace tavrel {
 
 /// Brings an input to the size at which it is drawn where samplers would not do: they leave out pixels of what is much
 /// reduced, and show the corners of what is much enlarged. Reduced it is by a triangle two pixels of the output wide,
-/// enlarged by a bicubic where `TavrelGPUImageContext::scaling` says so. On the video-processing queue.
+/// enlarged by a bicubic where `TavrelGPUImageContext::scaling` says so. A still is scaled once. On the
+/// video-processing queue.
 class InputScaling {
  public:
   static constexpr double kLeastReduction = 1.5;
@@ -25,11 +28,21 @@ class InputScaling {
     Corners corners{};
   };
 
-  /// Nothing when the part between `corners`, whose sides are parallel to the texture's, can be drawn as it is, `drawn`
-  /// pixels across and up. Otherwise another program and framebuffer are in use afterwards.
-  std::optional<Scaled> scale(const TavrelGPUImageFramebufferLease& input, const GLfloat* corners, Size drawn);
+  /// nullptr when the part between `corners`, whose sides are parallel to the texture's, can be drawn as it is, `drawn`
+  /// pixels across and up. Otherwise another program and framebuffer may be in use afterwards.
+  const Scaled* scale(const TavrelGPUImageFramebufferLease& input, const GLfloat* corners, Size drawn);
+  /// Ends the use of what `scale` gave, which is kept for the next frame if the input is a still.
+  void letGo();
 
  private:
+  /// What of which still was scaled how.
+  struct Wish {
+    std::uint64_t still = 0;
+    Corners corners{};
+    Size drawn;
+    TavrelGPUImageScaling scaling;
+    bool operator==(const Wish&) const = default;
+  };
   enum Kind { triangle, triangleFromLight, bicubic, bicubicFromLight, toLight, kinds };
   struct Program {
     QuadProgram quad;
@@ -41,6 +54,8 @@ class InputScaling {
 
   std::array<Program, kinds> programs_;
   TavrelGPUImageFramebufferLease drawn_;
+  Wish wish_;
+  std::optional<Scaled> scaled_;
 };
 
 }  // namespace tavrel

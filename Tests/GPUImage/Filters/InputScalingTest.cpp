@@ -127,6 +127,27 @@ TEST_F(InputScalingTest, MuchEnlargedPicturesMayBeBicubic) {
             2);
 }
 
+// What was made of a still is kept, its texture and that of the next may be the same.
+TEST_F(InputScalingTest, StillsAreScaledAnewWhenTheyChange) {
+  const Picture first = zonePlate(90, 60), second(90, 60, [&](int x, int y) { return first.at(89 - x, 59 - y); });
+  const auto picture = std::make_shared<TavrelGPUImagePicture>(test::imageOf(first));
+  const auto small = copyOfSize(30, 20);
+  picture->addTarget(small);
+  const auto shown = [&] {
+    small->useNextFrameForImageCapture();
+    picture->processImage();
+    return test::pictureOf(*small->imageFromCurrentFramebuffer());
+  };
+  for (const Picture* source : {&first, &second, &first}) {
+    picture->updateWithCGImage(test::imageOf(*source));
+    for (int frame = 0; frame < 3; ++frame) {
+      EXPECT_LE(test::largestDifference(shown(), scaled(*source, 30, 20, triangle, false)), 2) << frame;
+    }
+  }
+  small->forceProcessingAtSize({45, 30});
+  EXPECT_LE(test::largestDifference(shown(), scaled(first, 45, 30, triangle, false)), 2);
+}
+
 TEST_F(InputScalingTest, ManyFramesTakeTheSameTextures) {
   const auto picture = std::make_shared<TavrelGPUImagePicture>(test::imageOf(zonePlate(256, 160)));
   const auto small = copyOfSize(16, 10);

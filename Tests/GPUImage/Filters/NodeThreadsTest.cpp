@@ -91,9 +91,10 @@ TEST(NodeThreads, EveryFilterMayBeSetFromManyThreadsWhileFramesRun) {
   const auto blend = std::make_shared<TavrelGPUImageAlphaBlendFilter>();
   const auto buffer = std::make_shared<TavrelGPUImageBuffer>();
   const auto rotation = std::make_shared<TavrelGPUImageRotationFilter>(kTavrelGPUImageRotate180);
+  const auto smooth = std::make_shared<TavrelGPUImageSmoothBlurFilter>();
   const auto still = std::make_shared<TavrelGPUImagePicture>(test::imageOf(test::distinctPicture(8, 8)));
-  const std::vector<std::shared_ptr<TavrelGPUImageFilter>> chain = {crop, transform, placement, beautify, rotation,
-                                                                    blur, lookup,    blend,     buffer};
+  const std::vector<std::shared_ptr<TavrelGPUImageFilter>> chain = {crop,   transform, placement, beautify, rotation,
+                                                                    smooth, blur,      lookup,    blend,    buffer};
   input->addTarget(chain.front());
   for (std::size_t i = 1; i < chain.size(); ++i) chain[i - 1]->addTarget(chain[i], 0);
   still->addTarget(lookup, 1);
@@ -121,6 +122,10 @@ TEST(NodeThreads, EveryFilterMayBeSetFromManyThreadsWhileFramesRun) {
     blend->disableFirstFrameCheck();
     blend->disableSecondFrameCheck();
     buffer->setBufferSize(1 + static_cast<std::size_t>(turn % 3));
+    smooth->setSigma(level * 3);
+    smooth->setReach(turn % 2);
+    smooth->setWorksInLight(turn % 2 == 0);
+    TavrelGPUImageContext::setScaling({.enlargesByBicubic = turn % 2 == 0});
     blur->setBlurPasses(static_cast<std::size_t>(turn % 3));
     blur->setTexelSpacingMultiplier(1 + level);
     blur->setVerticalTexelSpacing(1);
@@ -135,6 +140,8 @@ TEST(NodeThreads, EveryFilterMayBeSetFromManyThreadsWhileFramesRun) {
     EXPECT_LE(transform->affineTransform().tx, 1);
     EXPECT_LE(transform->orthographicMatrix()[15], 1);
     EXPECT_LE(beautify->beautyLevel() + beautify->brightLevel() + beautify->toneLevel(), 3);
+    EXPECT_LE(smooth->sigma() + smooth->reach(), 5);
+    smooth->worksInLight();
     EXPECT_LE(lookup->intensity() + blend->mix(), 2);
     EXPECT_GE(buffer->bufferSize(), 1U);
     EXPECT_LT(blur->blurPasses(), 3U);
@@ -161,6 +168,7 @@ TEST(NodeThreads, EveryFilterMayBeSetFromManyThreadsWhileFramesRun) {
   EXPECT_EQ(beautify->targets().size(), 1U);
 
   // The graph still works: what comes out follows the settings of now.
+  TavrelGPUImageContext::setScaling({});
   for (const auto& filter : chain) filter->setFrameProcessingCompletionBlock({});
   blend->setInputRotation(kTavrelGPUImageNoRotation, 1);
   blend->setMix(1);

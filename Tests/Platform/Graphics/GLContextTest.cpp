@@ -104,6 +104,18 @@ TEST(GLContext, SharesTexturesAcrossThreads) {
   GLContext::clearCurrent();
 }
 
+TEST(GLContext, LeavesTheThreadTheAPIThatItHadChosen) {
+  std::thread([] {
+    ASSERT_EQ(eglBindAPI(EGL_OPENGL_API), EGL_TRUE);
+    auto context = makeContext();
+    ASSERT_TRUE(context->makeCurrent());
+    EXPECT_EQ(eglQueryAPI(), static_cast<EGLenum>(EGL_OPENGL_API));
+    EXPECT_EQ(pixelOf(makeRedTexture())[0], 255);
+    GLContext::clearCurrent();
+    EXPECT_EQ(eglQueryAPI(), static_cast<EGLenum>(EGL_OPENGL_API));
+  }).join();
+}
+
 TEST(GLContext, SharegroupOutlivesItsContexts) {
   auto context = makeContext();
   auto sharegroup = context->sharegroup();
