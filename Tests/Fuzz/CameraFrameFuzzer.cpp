@@ -10,8 +10,10 @@ namespace {
 using tavrel::FrameLayout;
 using tavrel::FrameMatrix;
 
-constexpr std::array kLayouts = {FrameLayout::bgra, FrameLayout::rgba, FrameLayout::yuyv, FrameLayout::uyvy,
-                                 FrameLayout::nv12, FrameLayout::i420, FrameLayout::mjpeg};
+constexpr std::array kLayouts = {FrameLayout::bgra,  FrameLayout::rgba, FrameLayout::yuyv,  FrameLayout::uyvy,
+                                 FrameLayout::nv12,  FrameLayout::i420, FrameLayout::mjpeg, FrameLayout::bgr24,
+                                 FrameLayout::rgb24, FrameLayout::yvyu, FrameLayout::nv21,  FrameLayout::nv16,
+                                 FrameLayout::yv12,  FrameLayout::p010, FrameLayout::gray8};
 
 }  // namespace
 
@@ -25,10 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   frame.isFullRange = bytes[0] >= 128;
   frame.width = 1 + bytes[1] % 64;
   frame.height = 1 + bytes[2] % 64;
-  const bool isPacked = frame.layout == FrameLayout::bgra || frame.layout == FrameLayout::rgba;
-  const bool isInterleaved = frame.layout == FrameLayout::yuyv || frame.layout == FrameLayout::uyvy;
   const auto width = static_cast<std::size_t>(frame.width);
-  frame.bytesPerRow = (isPacked ? width * 4 : isInterleaved ? (width + 1) / 2 * 4 : width) + bytes[1] / 64;
+  frame.bytesPerRow = tavrel::FrameConverter::tightRow(frame.layout, frame.width) + bytes[1] / 64;
   // A block of its own, so that reading beyond it is seen.
   const std::size_t count = size - 3;
   const auto picture = std::make_unique<std::uint8_t[]>(count);

@@ -187,6 +187,7 @@ int FakeVideoNode::dequeue(v4l2_buffer& buffer) {
 int FakeVideoNode::stream(bool on) {
   if (on && isStreaming_) return fail(EBUSY, "started a stream twice");
   if (on && queued_.empty()) return fail(EINVAL, "started a stream without buffers");
+  if (on && isBusFull && chosen_.pixelformat != V4L2_PIX_FMT_MJPEG) return fail(ENOSPC);
   isStreaming_ = on;
   if (on) {
     ++starts_;
@@ -229,6 +230,9 @@ int FakeVideoNode::controls_(unsigned long request, void* argument) {
     return fail(ERANGE, "set a control outside its range");
   }
   control.value = value.value;
+  const auto exposure = controls.find(V4L2_CID_EXPOSURE_ABSOLUTE);
+  const bool isManual = value.id == V4L2_CID_EXPOSURE_AUTO && value.value == V4L2_EXPOSURE_MANUAL;
+  if (isManual && manualExposure && exposure != controls.end()) exposure->second.value = *manualExposure;
   return 0;
 }
 

@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -44,7 +45,9 @@ class FakeVideoNode {
   std::uint32_t quantization = V4L2_QUANTIZATION_DEFAULT;
   std::uint32_t encoding = V4L2_YCBCR_ENC_DEFAULT;
   std::uint32_t colorspace = V4L2_COLORSPACE_SRGB;
-  std::uint32_t padding = 0;  ///< bytes after each row
+  std::uint32_t padding = 0;          ///< bytes after each row
+  bool isBusFull = false;             ///< raw pictures find no room
+  std::optional<int> manualExposure;  ///< where the exposure jumps when it is no longer automatic
   /// Fills a frame and returns how many bytes it has.
   std::function<std::size_t(std::uint8_t* bytes, std::size_t capacity, std::uint32_t sequence)> draw;
 

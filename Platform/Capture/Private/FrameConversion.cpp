@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/FrameConversion.h"
@@ -36,6 +37,47 @@ void makeOpaque(std::uint8_t* bytes, int stride, int width, int height) {
 
 std::size_t half(std::size_t value) { return (value + 1) / 2; }
 
+/// How many planes a layout has, and how their rows are. Widths and heights count from the first plane's.
+struct Shape {
+  std::size_t planeCount = 1;
+  std::size_t pixelBytes = 1;       ///< of the first plane; of two pixels where `isInPairs`
+  bool isInPairs = false;           ///< two pixels share their chroma, in one plane
+  bool isChromaInterleaved = true;  ///< in one plane, else in two of half the stride
+  bool isChromaHalfHigh = true;
+
+  std::size_t rowBytes(std::size_t plane, std::size_t width) const {
+    if (plane == 0) return (isInPairs ? half(width) : width) * pixelBytes;
+    return half(width) * (isChromaInterleaved ? 2 : 1) * pixelBytes;
+  }
+  std::size_t rows(std::size_t plane, std::size_t height) const {
+    return plane > 0 && isChromaHalfHigh ? half(height) : height;
+  }
+  std::size_t bytesPerRow(std::size_t plane, std::size_t first) const {
+    return plane > 0 && !isChromaInterleaved ? half(first) : first;
+  }
+};
+
+Shape shapeOf(FrameLayout layout) {
+  switch (layout) {
+    case FrameLayout::bgra:
+    case FrameLayout::rgba: return {.pixelBytes = 4};
+    case FrameLayout::bgr24:
+    case FrameLayout::rgb24: return {.pixelBytes = 3};
+    case FrameLayout::yuyv:
+    case FrameLayout::uyvy:
+    case FrameLayout::yvyu: return {.pixelBytes = 4, .isInPairs = true};
+    case FrameLayout::nv12:
+    case FrameLayout::nv21: return {.planeCount = 2};
+    case FrameLayout::nv16: return {.planeCount = 2, .isChromaHalfHigh = false};
+    case FrameLayout::p010: return {.planeCount = 2, .pixelBytes = 2};
+    case FrameLayout::i420:
+    case FrameLayout::yv12: return {.planeCount = 3, .isChromaInterleaved = false};
+    case FrameLayout::gray8: return {};
+    case FrameLayout::mjpeg: break;
+  }
+  return {.planeCount = 0};
+}
+
 }  // namespace
 
 FrameConverter::FrameConverter() = default;
@@ -45,88 +87,135 @@ FrameConverter::~FrameConverter() {
 }
 
 std::size_t FrameConverter::tightRow(FrameLayout layout, int width) {
-  const auto pixels = static_cast<std::size_t>(width);
-  switch (layout) {
-    case FrameLayout::bgra:
-    case FrameLayout::rgba: return pixels * 4;
-    case FrameLayout::yuyv:
-    case FrameLayout::uyvy: return half(pixels) * 4;
-    case FrameLayout::nv12:
-    case FrameLayout::i420: return pixels;
-    case FrameLayout::mjpeg: break;
-  }
-  return 0;
+  const Shape shape = shapeOf(layout);
+  return shape.planeCount > 0 ? shape.rowBytes(0, static_cast<std::size_t>(width)) : 0;
 }
 
 std::size_t FrameConverter::leastByteCount(const RawFrame& frame) {
+  const Shape shape = shapeOf(frame.layout);
+  if (shape.planeCount == 0) return 1;
   const auto width = static_cast<std::size_t>(frame.width);
   const auto height = static_cast<std::size_t>(frame.height);
-  switch (frame.layout) {
-    case FrameLayout::bgra:
-    case FrameLayout::rgba:
-    case FrameLayout::yuyv:
-    case FrameLayout::uyvy: return frame.bytesPerRow * (height - 1) + tightRow(frame.layout, frame.width);
-    case FrameLayout::nv12: return frame.bytesPerRow * (height + half(height) - 1) + half(width) * 2;
-    case FrameLayout::i420:
-      return frame.bytesPerRow * height + half(frame.bytesPerRow) * (half(height) * 2 - 1) + half(width);
-    case FrameLayout::mjpeg: break;
-  }
-  return 1;
+  const std::size_t last = shape.planeCount - 1;
+  std::size_t count = 0;
+  for (std::size_t i = 0; i < last; ++i) count += shape.bytesPerRow(i, frame.bytesPerRow) * shape.rows(i, height);
+  const std::size_t stride = shape.bytesPerRow(last, frame.bytesPerRow);
+  return count + stride * (shape.rows(last, height) - 1) + shape.rowBytes(last, width);
 }
 
 Expected<void> FrameConverter::convert(const RawFrame& frame, PixelBuffer& picture) {
-  if (frame.byteCount < leastByteCount(frame)) {
+  const Shape shape = shapeOf(frame.layout);
+  const auto height = static_cast<std::size_t>(frame.height);
+  const bool isInBlocks = frame.chroma[0].bytes != nullptr;
+  Planes planes = {{{frame.bytes, frame.byteCount, frame.bytesPerRow}, frame.chroma[0], frame.chroma[1]}};
+  if (!isInBlocks && frame.byteCount < leastByteCount(frame)) {
     return failure(CaptureErrorCode::damagedFrame,
                    fmt::format("a picture is cut short: {} bytes of {}", frame.byteCount, leastByteCount(frame)));
   }
+  for (std::size_t i = 1; !isInBlocks && i < shape.planeCount; ++i) {
+    const RawFrame::Plane& before = planes[i - 1];
+    planes[i].bytes = before.bytes + before.bytesPerRow * shape.rows(i - 1, height);
+    planes[i].bytesPerRow = shape.bytesPerRow(i, frame.bytesPerRow);
+  }
+  for (std::size_t i = 0; isInBlocks && i < shape.planeCount; ++i) {
+    const std::size_t row = shape.rowBytes(i, static_cast<std::size_t>(frame.width));
+    planes[i].bytesPerRow = std::max(planes[i].bytesPerRow, row);
+    const std::size_t least = planes[i].bytesPerRow * (shape.rows(i, height) - 1) + row;
+    if (planes[i].bytes && planes[i].byteCount >= least) continue;
+    return failure(CaptureErrorCode::damagedFrame,
+                   fmt::format("plane {} of a picture is cut short: {} bytes of {}", i, planes[i].byteCount, least));
+  }
+  const auto isOdd = [](const RawFrame::Plane& plane) {
+    return (reinterpret_cast<std::uintptr_t>(plane.bytes) | plane.bytesPerRow) % 2 != 0;
+  };
+  if (frame.layout == FrameLayout::p010 && (isOdd(planes[0]) || isOdd(planes[1]))) {
+    return failure(CaptureErrorCode::damagedFrame, "a picture of 16-bit samples begins its rows at odd addresses");
+  }
   picture.lockBaseAddress(PixelBufferLock::readWrite);
-  std::uint8_t* target = picture.baseAddress();
-  const int targetStride = static_cast<int>(picture.bytesPerRow());
-  const int stride = static_cast<int>(frame.bytesPerRow);
-  const int width = frame.width;
-  const int height = frame.height;
-  const auto* constants = constantsOf(frame);
   Expected<void> result;
-  switch (frame.layout) {
-    case FrameLayout::bgra:
-      libyuv::ARGBCopy(frame.bytes, stride, target, targetStride, width, height);
-      makeOpaque(target, targetStride, width, height);
-      break;
-    case FrameLayout::rgba:
-      libyuv::ABGRToARGB(frame.bytes, stride, target, targetStride, width, height);
-      makeOpaque(target, targetStride, width, height);
-      break;
-    case FrameLayout::yuyv:
-    case FrameLayout::uyvy: {
-      const std::size_t luma = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-      const std::size_t chroma = half(static_cast<std::size_t>(width)) * static_cast<std::size_t>(height);
-      planes_.resize(luma + 2 * chroma);
-      std::uint8_t* y = planes_.data();
-      std::uint8_t* u = y + luma;
-      std::uint8_t* v = u + chroma;
-      const int chromaStride = (width + 1) / 2;
-      const auto split = frame.layout == FrameLayout::yuyv ? libyuv::YUY2ToI422 : libyuv::UYVYToI422;
-      split(frame.bytes, stride, y, width, u, chromaStride, v, chromaStride, width, height);
-      libyuv::I422ToARGBMatrix(y, width, u, chromaStride, v, chromaStride, target, targetStride, constants, width,
-                               height);
-      break;
-    }
-    case FrameLayout::nv12:
-      libyuv::NV12ToARGBMatrix(frame.bytes, stride, frame.bytes + frame.bytesPerRow * static_cast<std::size_t>(height),
-                               stride, target, targetStride, constants, width, height);
-      break;
-    case FrameLayout::i420: {
-      const std::size_t chromaRow = half(frame.bytesPerRow);
-      const std::uint8_t* u = frame.bytes + frame.bytesPerRow * static_cast<std::size_t>(height);
-      const std::uint8_t* v = u + chromaRow * half(static_cast<std::size_t>(height));
-      libyuv::I420ToARGBMatrix(frame.bytes, stride, u, static_cast<int>(chromaRow), v, static_cast<int>(chromaRow),
-                               target, targetStride, constants, width, height);
-      break;
-    }
-    case FrameLayout::mjpeg: result = decodeJpeg(frame, target, picture.bytesPerRow()); break;
+  if (frame.layout == FrameLayout::mjpeg) {
+    result = decodeJpeg(frame, picture.baseAddress(), picture.bytesPerRow());
+  } else {
+    convertPlanes(frame, planes, picture.baseAddress(), static_cast<int>(picture.bytesPerRow()));
   }
   picture.unlockBaseAddress(PixelBufferLock::readWrite);
   return result;
+}
+
+FrameConverter::Planes FrameConverter::planar(int width, int height) {
+  const auto row = static_cast<std::size_t>(width);
+  const std::size_t luma = row * static_cast<std::size_t>(height);
+  const std::size_t chroma = half(row) * static_cast<std::size_t>(height);
+  memory_.resize(luma + 2 * chroma);
+  const std::uint8_t* first = memory_.data();
+  return {{{first, luma, row}, {first + luma, chroma, half(row)}, {first + luma + chroma, chroma, half(row)}}};
+}
+
+void FrameConverter::convertPlanes(const RawFrame& frame, const Planes& planes, std::uint8_t* target,
+                                   int targetStride) {
+  const int width = frame.width;
+  const int height = frame.height;
+  const auto* constants = constantsOf(frame);
+  const auto bytes = [](const RawFrame::Plane& plane) { return plane.bytes; };
+  const auto stride = [](const RawFrame::Plane& plane) { return static_cast<int>(plane.bytesPerRow); };
+  const auto& [first, second, third] = planes;
+  const auto fromPlanar = [&](auto read, const Planes& from) {
+    read(bytes(from[0]), stride(from[0]), bytes(from[1]), stride(from[1]), bytes(from[2]), stride(from[2]), target,
+         targetStride, constants, width, height);
+  };
+  const auto writable = [&](const RawFrame::Plane& plane) { return memory_.data() + (plane.bytes - memory_.data()); };
+  switch (frame.layout) {
+    case FrameLayout::bgra:
+    case FrameLayout::rgba: {
+      const auto copy = frame.layout == FrameLayout::bgra ? libyuv::ARGBCopy : libyuv::ABGRToARGB;
+      copy(bytes(first), stride(first), target, targetStride, width, height);
+      return makeOpaque(target, targetStride, width, height);
+    }
+    case FrameLayout::bgr24:
+    case FrameLayout::rgb24: {
+      const auto widen = frame.layout == FrameLayout::bgr24 ? libyuv::RGB24ToARGB : libyuv::RAWToARGB;
+      widen(bytes(first), stride(first), target, targetStride, width, height);
+      return;
+    }
+    case FrameLayout::yuyv:
+    case FrameLayout::uyvy:
+    case FrameLayout::yvyu: {
+      Planes parts = planar(width, height);
+      if (frame.layout == FrameLayout::yvyu) std::swap(parts[1], parts[2]);
+      const auto split = frame.layout == FrameLayout::uyvy ? libyuv::UYVYToI422 : libyuv::YUY2ToI422;
+      split(bytes(first), stride(first), writable(parts[0]), stride(parts[0]), writable(parts[1]), stride(parts[1]),
+            writable(parts[2]), stride(parts[2]), width, height);
+      if (frame.layout == FrameLayout::yvyu) std::swap(parts[1], parts[2]);
+      return fromPlanar(libyuv::I422ToARGBMatrix, parts);
+    }
+    case FrameLayout::nv16: {
+      Planes parts = planar(width, height);
+      libyuv::SplitUVPlane(bytes(second), stride(second), writable(parts[1]), stride(parts[1]), writable(parts[2]),
+                           stride(parts[2]), (width + 1) / 2, height);
+      parts[0] = first;
+      return fromPlanar(libyuv::I422ToARGBMatrix, parts);
+    }
+    case FrameLayout::nv12:
+    case FrameLayout::nv21: {
+      const auto read = frame.layout == FrameLayout::nv12 ? libyuv::NV12ToARGBMatrix : libyuv::NV21ToARGBMatrix;
+      read(bytes(first), stride(first), bytes(second), stride(second), target, targetStride, constants, width, height);
+      return;
+    }
+    case FrameLayout::i420: return fromPlanar(libyuv::I420ToARGBMatrix, planes);
+    case FrameLayout::yv12: return fromPlanar(libyuv::I420ToARGBMatrix, {first, third, second});
+    case FrameLayout::p010: {
+      const auto words = [](const RawFrame::Plane& plane) {
+        return static_cast<const std::uint16_t*>(static_cast<const void*>(plane.bytes));
+      };
+      libyuv::P010ToARGBMatrix(words(first), stride(first) / 2, words(second), stride(second) / 2, target, targetStride,
+                               constants, width, height);
+      return;
+    }
+    case FrameLayout::gray8:
+      libyuv::I400ToARGBMatrix(bytes(first), stride(first), target, targetStride, constants, width, height);
+      return;
+    case FrameLayout::mjpeg: return;
+  }
 }
 
 Expected<void> FrameConverter::decodeJpeg(const RawFrame& frame, std::uint8_t* target, std::size_t stride) {

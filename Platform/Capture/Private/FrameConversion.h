@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -12,7 +13,23 @@
 namespace tavrel {
 
 /// How a camera's pictures lie in memory.
-enum class FrameLayout { bgra, rgba, yuyv, uyvy, nv12, i420, mjpeg };
+enum class FrameLayout {
+  bgra,
+  rgba,
+  bgr24,  ///< the bytes B, G, R
+  rgb24,  ///< the bytes R, G, B
+  yuyv,
+  uyvy,
+  yvyu,
+  nv12,
+  nv21,
+  nv16,
+  i420,
+  yv12,
+  p010,
+  gray8,
+  mjpeg
+};
 
 /// What the numbers of Y Cb Cr mean.
 enum class FrameMatrix { bt601, bt709, bt2020 };
@@ -28,6 +45,13 @@ struct RawFrame {
   std::size_t byteCount = 0;
   /// Of the first plane; planes follow each other without gaps, and chroma rows have the stride that belongs to it.
   std::size_t bytesPerRow = 0;
+  /// Where the second and third plane have a block of their own.
+  struct Plane {
+    const std::uint8_t* bytes = nullptr;
+    std::size_t byteCount = 0;
+    std::size_t bytesPerRow = 0;
+  };
+  std::array<Plane, 2> chroma = {};
 };
 
 /// Turns camera pictures into opaque BGRA, by libyuv, and by libjpeg-turbo for JPEG. One thread at a time.
@@ -40,14 +64,18 @@ class FrameConverter {
   Expected<void> convert(const RawFrame& frame, PixelBuffer& picture);
   /// The fewest bytes of a row of the first plane; 0 for JPEG.
   static std::size_t tightRow(FrameLayout layout, int width);
-  /// The fewest bytes of a frame; 1 for JPEG.
+  /// The fewest bytes of a frame in one block; 1 for JPEG.
   static std::size_t leastByteCount(const RawFrame& frame);
 
  private:
+  using Planes = std::array<RawFrame::Plane, 3>;
+  void convertPlanes(const RawFrame& frame, const Planes& planes, std::uint8_t* target, int targetStride);
+  /// Memory for Y, Cb and Cr in planes of full height, by which packed layouts become colours.
+  Planes planar(int width, int height);
   Expected<void> decodeJpeg(const RawFrame& frame, std::uint8_t* target, std::size_t stride);
 
   void* jpeg_ = nullptr;
-  std::vector<std::uint8_t> planes_;
+  std::vector<std::uint8_t> memory_;  // of the planes
 };
 
 }  // namespace tavrel

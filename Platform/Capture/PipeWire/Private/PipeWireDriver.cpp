@@ -211,17 +211,15 @@ class PipeWireDriver::Stream {
       if (isVideo()) lose("its buffers cannot be mapped", {frameDurationOf(frameRate_), captureTimeOf({}), {}});
       return;
     }
-    const std::uint32_t offset = std::min(data.chunk->offset, data.maxsize);
-    const std::uint32_t size = std::min(data.chunk->size, data.maxsize - offset);
-    const auto* bytes = static_cast<const std::uint8_t*>(data.data) + offset;
+    const RawFrame::Plane block = pipeWirePlane(data);
     if (isVideo()) {
-      deliverPicture(buffer, bytes, size);
+      deliverPicture(buffer, block);
     } else {
-      deliverSound(bytes, size);
+      deliverSound(block.bytes, block.byteCount);
     }
   }
 
-  void deliverPicture(const spa_buffer& buffer, const std::uint8_t* bytes, std::uint32_t size) {
+  void deliverPicture(const spa_buffer& buffer, const RawFrame::Plane& block) {
     const auto* header = static_cast<const spa_meta_header*>(
         spa_buffer_find_meta_data(&buffer, SPA_META_Header, sizeof(spa_meta_header)));
     const auto age = ageOfCapture(header ? header->pts : 0);
@@ -230,14 +228,18 @@ class PipeWireDriver::Stream {
     const SampleTiming timing = {frameDurationOf(frameRate_), time, MediaTime::invalid()};
     const bool isDamaged = (header && (header->flags & SPA_META_HEADER_FLAG_CORRUPTED) != 0) ||
                            (buffer.datas[0].chunk->flags & SPA_CHUNK_FLAG_CORRUPTED) != 0;
-    if (isDamaged || size == 0) return lose(isDamaged ? "a picture came damaged" : "a buffer came empty", timing);
+    if (isDamaged || block.byteCount == 0) {
+      return lose(isDamaged ? "a picture came damaged" : "a buffer came empty", timing);
+    }
     if (!pool_) return run_.sink->didDrop(timing);
     auto picture = pool_->createPixelBuffer();
     if (!picture) return run_.sink->didDrop(timing);
-    frame_.bytes = bytes;
-    frame_.byteCount = size;
-    const auto stride = static_cast<std::size_t>(std::max(buffer.datas[0].chunk->stride, 0));
-    frame_.bytesPerRow = std::max(stride, FrameConverter::tightRow(frame_.layout, frame_.width));
+    frame_.bytes = block.bytes;
+    frame_.byteCount = block.byteCount;
+    frame_.bytesPerRow = std::max(block.bytesPerRow, FrameConverter::tightRow(frame_.layout, frame_.width));
+    for (std::uint32_t i = 0; i < frame_.chroma.size(); ++i) {
+      frame_.chroma.at(i) = i + 1 < buffer.n_datas ? pipeWirePlane(buffer.datas[i + 1]) : RawFrame::Plane();
+    }
     if (auto converted = converter_.convert(frame_, **picture); !converted) {
       return lose(converted.error().description, timing);
     }
@@ -251,7 +253,7 @@ class PipeWireDriver::Stream {
     run_.sink->didDrop(timing);
   }
 
-  void deliverSound(const std::uint8_t* bytes, std::uint32_t size) {
+  void deliverSound(const std::uint8_t* bytes, std::size_t size) {
     const AudioFormat& format = run_.format->audioFormat;
     const std::size_t count = size / format.bytesPerFrame();
     if (count == 0) return;

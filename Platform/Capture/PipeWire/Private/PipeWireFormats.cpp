@@ -22,19 +22,25 @@ struct KnownFormat {
   FrameLayout layout;
 };
 
-/// Cheapest first.
+/// Cheapest first; JPEG under the name of what is encoded; without colour only where there is nothing else.
 constexpr KnownFormat kKnownFormats[] = {
-    {SPA_VIDEO_FORMAT_BGRA, FrameLayout::bgra}, {SPA_VIDEO_FORMAT_BGRx, FrameLayout::bgra},
-    {SPA_VIDEO_FORMAT_RGBA, FrameLayout::rgba}, {SPA_VIDEO_FORMAT_RGBx, FrameLayout::rgba},
-    {SPA_VIDEO_FORMAT_NV12, FrameLayout::nv12}, {SPA_VIDEO_FORMAT_I420, FrameLayout::i420},
-    {SPA_VIDEO_FORMAT_YUY2, FrameLayout::yuyv}, {SPA_VIDEO_FORMAT_UYVY, FrameLayout::uyvy},
+    {SPA_VIDEO_FORMAT_BGRA, FrameLayout::bgra},      {SPA_VIDEO_FORMAT_BGRx, FrameLayout::bgra},
+    {SPA_VIDEO_FORMAT_RGBA, FrameLayout::rgba},      {SPA_VIDEO_FORMAT_RGBx, FrameLayout::rgba},
+    {SPA_VIDEO_FORMAT_NV12, FrameLayout::nv12},      {SPA_VIDEO_FORMAT_NV21, FrameLayout::nv21},
+    {SPA_VIDEO_FORMAT_I420, FrameLayout::i420},      {SPA_VIDEO_FORMAT_YV12, FrameLayout::yv12},
+    {SPA_VIDEO_FORMAT_YUY2, FrameLayout::yuyv},      {SPA_VIDEO_FORMAT_UYVY, FrameLayout::uyvy},
+    {SPA_VIDEO_FORMAT_YVYU, FrameLayout::yvyu},      {SPA_VIDEO_FORMAT_NV16, FrameLayout::nv16},
+    {SPA_VIDEO_FORMAT_BGR, FrameLayout::bgr24},      {SPA_VIDEO_FORMAT_RGB, FrameLayout::rgb24},
+    {SPA_VIDEO_FORMAT_P010_10LE, FrameLayout::p010}, {SPA_VIDEO_FORMAT_ENCODED, FrameLayout::mjpeg},
+    {SPA_VIDEO_FORMAT_GRAY8, FrameLayout::gray8},
 };
 
 constexpr std::uint32_t kMostValues = 256;
 
 const KnownFormat* knownFormat(std::uint32_t format) {
-  const auto* found = std::find_if(std::begin(kKnownFormats), std::end(kKnownFormats),
-                                   [&](const KnownFormat& known) { return known.format == format; });
+  const auto* found = std::find_if(std::begin(kKnownFormats), std::end(kKnownFormats), [&](const KnownFormat& known) {
+    return known.format == format && known.layout != FrameLayout::mjpeg;
+  });
   return found != std::end(kKnownFormats) ? found : nullptr;
 }
 
@@ -171,18 +177,16 @@ std::vector<const spa_pod*> buildVideoFormats(spa_pod_builder& builder, const st
       return range.minFrameRate <= rate * 1.02 && range.maxFrameRate >= rate * 0.98;
     });
   };
-  // Those that have the rate in front, raw ones before JPEG.
+  // Those that have the rate in front.
   std::vector<const spa_pod*> parameters;
   for (const bool isExact : {true, false}) {
     for (const KnownFormat& known : kKnownFormats) {
       for (const PipeWireMode& mode : modes) {
-        const bool isIt = !mode.isJpeg && mode.format == known.format && mode.dimensions == dimensions;
-        if (isIt && has(mode) == isExact) parameters.push_back(build(SPA_MEDIA_SUBTYPE_raw, known.format, isExact));
+        const bool isJpeg = known.layout == FrameLayout::mjpeg;
+        const bool isIt = mode.isJpeg == isJpeg && (isJpeg || mode.format == known.format);
+        if (!isIt || mode.dimensions != dimensions || has(mode) != isExact) continue;
+        parameters.push_back(build(isJpeg ? SPA_MEDIA_SUBTYPE_mjpg : SPA_MEDIA_SUBTYPE_raw, known.format, isExact));
       }
-    }
-    for (const PipeWireMode& mode : modes) {
-      const bool isIt = mode.isJpeg && mode.dimensions == dimensions;
-      if (isIt && has(mode) == isExact) parameters.push_back(build(SPA_MEDIA_SUBTYPE_mjpg, 0, isExact));
     }
   }
   return parameters;
@@ -231,6 +235,13 @@ std::optional<RawFrame> parseAgreedVideoFormat(const spa_pod& parameter, double&
   frame.height = static_cast<int>(size.height);
   if (const double found = rateOf(agreed); found > 0) rate = found;
   return frame;
+}
+
+RawFrame::Plane pipeWirePlane(const spa_data& data) {
+  if (!data.data || !data.chunk) return {};
+  const std::uint32_t offset = std::min(data.chunk->offset, data.maxsize);
+  return {static_cast<const std::uint8_t*>(data.data) + offset, std::min(data.chunk->size, data.maxsize - offset),
+          static_cast<std::size_t>(std::max(data.chunk->stride, 0))};
 }
 
 std::string pipeWireFormatName(const spa_pod& parameter) {

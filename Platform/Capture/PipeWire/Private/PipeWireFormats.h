@@ -1,5 +1,6 @@
 #pragma once
 
+#include <spa/buffer/buffer.h>
 #include <spa/param/video/raw.h>
 #include <spa/pod/builder.h>
 #include <spa/pod/pod.h>
@@ -38,6 +39,9 @@ const spa_pod* buildAudioFormat(spa_pod_builder& builder, const AudioFormat& for
 
 /// The layout, matrix and range of what was agreed on; nothing when it is none of ours.
 std::optional<RawFrame> parseAgreedVideoFormat(const spa_pod& parameter, double& rate);
+
+/// What a buffer's block holds; nothing when it is not mapped. A stride of 0 is one that the node does not say.
+RawFrame::Plane pipeWirePlane(const spa_data& data);
 
 /// The names of a video format and of a kind of memory, as PipeWire has them: "YUY2", "MemFd".
 std::string pipeWireFormatName(const spa_pod& parameter);

@@ -81,7 +81,10 @@ Expected<void> V4L2Driver::open(CaptureRun run) {
     return prepared;
   }
   for (const CaptureControl control : kCaptureControls) apply(control, run.controls);
-  if (auto started = startStream(); !started) {
+  auto started = startStream();
+  const bool isBusFull = !started && started.error().domain == "posix" && started.error().code == ENOSPC;
+  if (isBusFull) started = startJpeg(run, std::move(started));
+  if (!started) {
     release();
     return started;
   }
@@ -92,6 +95,7 @@ Expected<void> V4L2Driver::open(CaptureRun run) {
 }
 
 Expected<void> V4L2Driver::prepare(const CaptureRun& run) {
+  takesJpegOnly_ = false;
   const V4L2Mode* mode = capabilities_.modeFor(run.format->dimensions, run.frameRate);
   if (!mode)
     return failure(CaptureErrorCode::unsupportedFormat,
@@ -107,9 +111,23 @@ Expected<void> V4L2Driver::prepare(const CaptureRun& run) {
   }
   wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (wake_ < 0) return tl::unexpected(v4l2Error(errno, "cannot make an event descriptor"));
-  if (auto chosen = chooseFormat(*mode); !chosen) return chosen;
-  chooseRate(run.frameRate);
+  return configure(*mode, run.frameRate);
+}
+
+Expected<void> V4L2Driver::configure(const V4L2Mode& mode, double framesPerSecond) {
+  if (auto chosen = chooseFormat(mode); !chosen) return chosen;
+  chooseRate(framesPerSecond);
   return mapBuffers();
+}
+
+// The bus has no room for raw pictures, as when two cameras share it.
+Expected<void> V4L2Driver::startJpeg(const CaptureRun& run, Expected<void> refusal) {
+  const V4L2Mode* mode = capabilities_.jpegModeFor(run.format->dimensions);
+  if (!mode || frame_.layout == FrameLayout::mjpeg) return refusal;
+  takesJpegOnly_ = true;
+  unmapBuffers();
+  if (auto configured = configure(*mode, run.frameRate); !configured) return configured;
+  return startStream();
 }
 
 Expected<void> V4L2Driver::chooseFormat(const V4L2Mode& mode) {

@@ -47,6 +47,8 @@ class V4L2Driver : public CaptureDriver {
   };
 
   Expected<void> prepare(const CaptureRun& run);
+  Expected<void> configure(const V4L2Mode& mode, double framesPerSecond);
+  Expected<void> startJpeg(const CaptureRun& run, Expected<void> refusal);
   Expected<void> chooseFormat(const V4L2Mode& mode);
   void chooseRate(double framesPerSecond);
   void recordDelivery();
@@ -79,6 +81,7 @@ class V4L2Driver : public CaptureDriver {
   std::vector<Mapping> mappings_;
   RawFrame frame_;  // all but the bytes
   std::uint32_t pixelFormat_ = 0;
+  bool takesJpegOnly_ = false;
   double frameRate_ = 30;
   std::atomic<double> wantedRate_ = 0;  // 0: as it is
   std::shared_ptr<CaptureSink> sink_;

@@ -34,8 +34,13 @@ void V4L2Driver::apply(CaptureControl control, const CaptureControls& controls) 
     case CaptureControl::exposure: {
       const bool isAutomatic = controls.exposureMode != CaptureExposureMode::locked;
       if (isAutomatic ? capabilities_.automaticExposure < 0 : !capabilities_.hasManualExposure) return;
+      // Locked is as it is now, not as it was when somebody set it last.
+      v4l2_control exposure{V4L2_CID_EXPOSURE_ABSOLUTE, 0};
+      const bool isKept =
+          !isAutomatic && capabilities_.exposureAbsolute.exists && node_->control(VIDIOC_G_CTRL, &exposure);
       done = setControl(V4L2_CID_EXPOSURE_AUTO,
                         isAutomatic ? capabilities_.automaticExposure : static_cast<int>(V4L2_EXPOSURE_MANUAL));
+      if (isKept) done = setControl(V4L2_CID_EXPOSURE_ABSOLUTE, exposure.value) && done;
       break;
     }
     case CaptureControl::zoom: {

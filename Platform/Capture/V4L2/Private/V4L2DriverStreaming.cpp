@@ -103,7 +103,9 @@ void V4L2Driver::reportGap(std::uint32_t sequence, const MediaTime& time) {
 std::optional<Error> V4L2Driver::changeRate(double framesPerSecond) {
   int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
   if (!node_->control(VIDIOC_STREAMOFF, &type)) return refused("does not stop");
-  const V4L2Mode* mode = capabilities_.modeFor({frame_.width, frame_.height}, framesPerSecond);
+  const CaptureVideoDimensions size = {frame_.width, frame_.height};
+  const V4L2Mode* mode =
+      takesJpegOnly_ ? capabilities_.jpegModeFor(size) : capabilities_.modeFor(size, framesPerSecond);
   const bool isOtherFormat = mode && mode->pixelFormat != pixelFormat_;
   if (isOtherFormat) {
     unmapBuffers();

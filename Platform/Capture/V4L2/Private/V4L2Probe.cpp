@@ -17,13 +17,16 @@ struct KnownFormat {
   FrameLayout layout;
 };
 
-/// Cheapest first.
+/// Cheapest first; without colour only where there is nothing else.
 constexpr KnownFormat kKnownFormats[] = {
     {V4L2_PIX_FMT_ABGR32, FrameLayout::bgra}, {V4L2_PIX_FMT_XBGR32, FrameLayout::bgra},
     {V4L2_PIX_FMT_BGR32, FrameLayout::bgra},  {V4L2_PIX_FMT_NV12, FrameLayout::nv12},
-    {V4L2_PIX_FMT_YUV420, FrameLayout::i420}, {V4L2_PIX_FMT_YUYV, FrameLayout::yuyv},
-    {V4L2_PIX_FMT_UYVY, FrameLayout::uyvy},   {V4L2_PIX_FMT_MJPEG, FrameLayout::mjpeg},
-    {V4L2_PIX_FMT_JPEG, FrameLayout::mjpeg},
+    {V4L2_PIX_FMT_NV21, FrameLayout::nv21},   {V4L2_PIX_FMT_YUV420, FrameLayout::i420},
+    {V4L2_PIX_FMT_YVU420, FrameLayout::yv12}, {V4L2_PIX_FMT_YUYV, FrameLayout::yuyv},
+    {V4L2_PIX_FMT_UYVY, FrameLayout::uyvy},   {V4L2_PIX_FMT_YVYU, FrameLayout::yvyu},
+    {V4L2_PIX_FMT_NV16, FrameLayout::nv16},   {V4L2_PIX_FMT_BGR24, FrameLayout::bgr24},
+    {V4L2_PIX_FMT_RGB24, FrameLayout::rgb24}, {V4L2_PIX_FMT_MJPEG, FrameLayout::mjpeg},
+    {V4L2_PIX_FMT_JPEG, FrameLayout::mjpeg},  {V4L2_PIX_FMT_GREY, FrameLayout::gray8},
 };
 
 constexpr std::size_t kMostEntries = 256;
@@ -143,6 +146,7 @@ void probeControls(const V4L2Descriptor& node, V4L2Capabilities& found) {
   found.focusStart = rangeOf(node, V4L2_CID_AUTO_FOCUS_START);
   found.focusAbsolute = rangeOf(node, V4L2_CID_FOCUS_ABSOLUTE);
   found.exposureAuto = rangeOf(node, V4L2_CID_EXPOSURE_AUTO);
+  found.exposureAbsolute = rangeOf(node, V4L2_CID_EXPOSURE_ABSOLUTE);
   found.zoom = rangeOf(node, V4L2_CID_ZOOM_ABSOLUTE);
   found.flashLed = rangeOf(node, V4L2_CID_FLASH_LED_MODE);
   if (found.exposureAuto.exists) {
@@ -214,6 +218,13 @@ CaptureCapabilities V4L2Capabilities::controls() const {
 double V4L2Capabilities::largestZoom() const {
   if (!zoom.exists || zoom.maximum <= zoom.minimum) return 1;
   return zoom.minimum > 0 ? static_cast<double>(zoom.maximum) / zoom.minimum : kZoomOfUnknownScale;
+}
+
+const V4L2Mode* V4L2Capabilities::jpegModeFor(CaptureVideoDimensions dimensions) const {
+  const auto found = std::find_if(modes.begin(), modes.end(), [&](const V4L2Mode& mode) {
+    return mode.layout == FrameLayout::mjpeg && mode.dimensions == dimensions;
+  });
+  return found != modes.end() ? &*found : nullptr;
 }
 
 const V4L2Mode* V4L2Capabilities::modeFor(CaptureVideoDimensions dimensions, double rate) const {

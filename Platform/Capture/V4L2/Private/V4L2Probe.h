@@ -59,6 +59,7 @@ struct V4L2Capabilities {
   V4L2ControlRange focusStart;
   V4L2ControlRange focusAbsolute;
   V4L2ControlRange exposureAuto;
+  V4L2ControlRange exposureAbsolute;
   V4L2ControlRange zoom;
   V4L2ControlRange flashLed;
   int automaticExposure = -1;  ///< the menu entry for it; -1: none
@@ -70,6 +71,7 @@ struct V4L2Capabilities {
   double largestZoom() const;
   /// The mode of that size that reaches the rate at the least cost; of several the one with the fastest rate.
   const V4L2Mode* modeFor(CaptureVideoDimensions dimensions, double rate) const;
+  const V4L2Mode* jpegModeFor(CaptureVideoDimensions dimensions) const;
 };
 
 /// Asks a node. Nothing when it is no camera that we can read.

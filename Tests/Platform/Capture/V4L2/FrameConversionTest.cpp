@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cmath>
+#include <map>
 #include <vector>
 
 #include "Platform/Capture/Private/FrameConversion.h"
@@ -49,18 +50,30 @@ std::vector<std::uint8_t> plain(FrameLayout layout, const std::array<std::uint8_
     for (int i = 0; i < count; ++i) bytes.insert(bytes.end(), pattern.begin(), pattern.end());
     bytes.resize(end, 77);
   };
-  const bool isPacked = layout == FrameLayout::yuyv || layout == FrameLayout::uyvy;
-  frame.bytesPerRow = isPacked ? kWidth * 2 + 8 : kWidth + 6;
-  for (int i = 0; i < kHeight; ++i) {
-    if (layout == FrameLayout::yuyv) row({y, u, y, v}, kWidth / 2, frame.bytesPerRow);
-    if (layout == FrameLayout::uyvy) row({u, y, v, y}, kWidth / 2, frame.bytesPerRow);
-    if (!isPacked) row({y}, kWidth, frame.bytesPerRow);
-  }
-  for (int i = 0; layout == FrameLayout::nv12 && i < kHeight / 2; ++i) row({u, v}, kWidth / 2, frame.bytesPerRow);
-  for (const std::uint8_t chroma : {u, v}) {
-    for (int i = 0; layout == FrameLayout::i420 && i < kHeight / 2; ++i) {
-      row({chroma}, kWidth / 2, frame.bytesPerRow / 2);
-    }
+  // Of two pixels: the first plane, then that of Cb and Cr together, or two of them.
+  using Bytes = std::vector<std::uint8_t>;
+  struct Pattern {
+    Bytes luma;
+    Bytes chroma = {};
+    int chromaRows = kHeight / 2;
+    Bytes second = {};
+  };
+  const std::map<FrameLayout, Pattern> patterns = {{FrameLayout::yuyv, {{y, u, y, v}}},
+                                                   {FrameLayout::uyvy, {{u, y, v, y}}},
+                                                   {FrameLayout::yvyu, {{y, v, y, u}}},
+                                                   {FrameLayout::nv12, {{y, y}, {u, v}}},
+                                                   {FrameLayout::nv21, {{y, y}, {v, u}}},
+                                                   {FrameLayout::nv16, {{y, y}, {u, v}, kHeight}},
+                                                   {FrameLayout::p010, {{0, y, 0, y}, {0, u, 0, v}}},
+                                                   {FrameLayout::i420, {{y, y}, {u}, kHeight / 2, {v}}},
+                                                   {FrameLayout::yv12, {{y, y}, {v}, kHeight / 2, {u}}},
+                                                   {FrameLayout::gray8, {{y, y}}}};
+  const Pattern& pattern = patterns.at(layout);
+  frame.bytesPerRow = kWidth / 2 * pattern.luma.size() + 8;
+  const std::size_t chromaStride = pattern.second.empty() ? frame.bytesPerRow : frame.bytesPerRow / 2;
+  for (int i = 0; i < kHeight; ++i) row(pattern.luma, kWidth / 2, frame.bytesPerRow);
+  for (const Bytes& chroma : {pattern.chroma, pattern.second}) {
+    for (int i = 0; !chroma.empty() && i < pattern.chromaRows; ++i) row(chroma, kWidth / 2, chromaStride);
   }
   frame.layout = layout;
   frame.width = kWidth;
@@ -73,7 +86,9 @@ std::vector<std::uint8_t> plain(FrameLayout layout, const std::array<std::uint8_
 TEST(FrameConversion, FollowsMatrixAndRangeInEveryLayout) {
   FrameConverter converter;
   const auto picture = PixelBuffer::create(kWidth, kHeight, PixelFormat::bgra32).value();
-  for (const auto layout : {FrameLayout::yuyv, FrameLayout::uyvy, FrameLayout::nv12, FrameLayout::i420}) {
+  for (const auto layout :
+       {FrameLayout::yuyv, FrameLayout::uyvy, FrameLayout::yvyu, FrameLayout::nv12, FrameLayout::nv21,
+        FrameLayout::nv16, FrameLayout::p010, FrameLayout::i420, FrameLayout::yv12}) {
     for (const auto matrix : {FrameMatrix::bt601, FrameMatrix::bt709, FrameMatrix::bt2020}) {
       for (const bool isFullRange : {false, true}) {
         // No strong blue: libyuv's fixed-point factor for it ends at 2.0, a little short of BT.709's.
@@ -97,10 +112,58 @@ TEST(FrameConversion, FollowsMatrixAndRangeInEveryLayout) {
   }
 }
 
+TEST(FrameConversion, ReadsColoursAndGrayAndPlanesInBlocksOfTheirOwn) {
+  FrameConverter converter;
+  const auto picture = PixelBuffer::create(kWidth, kHeight, PixelFormat::bgra32).value();
+  const auto last = [&] {
+    const VirtualPicture seen(picture);
+    const auto pixel = seen.pixel(kWidth - 1, kHeight - 1);
+    return std::array<int, 4>{pixel[0], pixel[1], pixel[2], pixel[3]};
+  };
+  for (const auto layout : {FrameLayout::bgr24, FrameLayout::rgb24}) {
+    std::vector<std::uint8_t> bytes;
+    for (int i = 0; i < kWidth * kHeight; ++i) bytes.insert(bytes.end(), {10, 120, 250});
+    RawFrame frame = {.layout = layout,
+                      .width = kWidth,
+                      .height = kHeight,
+                      .bytes = bytes.data(),
+                      .byteCount = bytes.size(),
+                      .bytesPerRow = kWidth * 3};
+    ASSERT_TRUE(converter.convert(frame, *picture).has_value());
+    const bool isBlueFirst = layout == FrameLayout::bgr24;
+    EXPECT_EQ(last(), (std::array<int, 4>{isBlueFirst ? 10 : 250, 120, isBlueFirst ? 250 : 10, 255}));
+  }
+  RawFrame gray;
+  const auto grayBytes = plain(FrameLayout::gray8, {126, 0, 0}, gray);
+  ASSERT_TRUE(converter.convert(gray, *picture).has_value());
+  for (int i = 0; i < 3; ++i) EXPECT_NEAR(last().at(static_cast<std::size_t>(i)), 128, 1);
+
+  // The same picture from one block and from three.
+  RawFrame whole;
+  const auto bytes = plain(FrameLayout::i420, encode({200, 40, 60}, FrameMatrix::bt601, false), whole);
+  ASSERT_TRUE(converter.convert(whole, *picture).has_value());
+  const auto expected = last();
+  const std::size_t lumaSize = whole.bytesPerRow * kHeight;
+  const std::size_t chromaSize = whole.bytesPerRow / 2 * (kHeight / 2);
+  const std::vector<std::uint8_t> luma(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(lumaSize));
+  std::vector<std::uint8_t> blue(chromaSize, bytes[lumaSize]);
+  const std::vector<std::uint8_t> red(chromaSize, bytes[lumaSize + chromaSize]);
+  RawFrame parts = whole;
+  parts.bytes = luma.data();
+  parts.byteCount = luma.size();
+  // One of them does not say its stride.
+  parts.chroma = {{{blue.data(), blue.size(), 0}, {red.data(), red.size(), whole.bytesPerRow / 2}}};
+  ASSERT_TRUE(converter.convert(parts, *picture).has_value());
+  EXPECT_EQ(last(), expected);
+  parts.chroma[1].byteCount = kWidth / 2;
+  EXPECT_FALSE(converter.convert(parts, *picture).has_value());
+}
+
 TEST(FrameConversion, RefusesCutFramesAndDamagedJpegs) {
   FrameConverter converter;
   const auto picture = PixelBuffer::create(kWidth, kHeight, PixelFormat::bgra32).value();
-  for (const auto layout : {FrameLayout::yuyv, FrameLayout::nv12, FrameLayout::i420}) {
+  for (const auto layout :
+       {FrameLayout::yuyv, FrameLayout::nv12, FrameLayout::nv16, FrameLayout::i420, FrameLayout::p010}) {
     RawFrame frame;
     const auto bytes = plain(layout, {100, 128, 128}, frame);
     frame.byteCount = FrameConverter::leastByteCount(frame);

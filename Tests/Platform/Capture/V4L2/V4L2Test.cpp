@@ -2,6 +2,7 @@
 
 #include "Platform/Capture/CaptureDelivery.h"
 #include "Platform/Foundation/Notifications.h"
+#include "Platform/Imaging/ImageDestination.h"
 #include "Support/VirtualFrames.h"
 #include "V4L2TestSupport.h"
 
@@ -151,6 +152,37 @@ TEST_F(V4L2Test, DrivesControlsAndRates) {
   camera.queue->sync([&] { camera.frames->clear(); });
   ASSERT_TRUE(eventually([&] { return camera.frames->count() > 2; }));
   EXPECT_EQ(camera.frames->latest()->duration(), MediaTime::make(1, 15));
+}
+
+TEST_F(V4L2Test, TakesJpegWhereTheBusHasNoRoomAndLocksTheExposureThatThereIs) {
+  const auto node = addNode(0);
+  node->formats = {{V4L2_PIX_FMT_YUYV, {{64, 48}}, {30, 15}}, {V4L2_PIX_FMT_MJPEG, {{64, 48}}, {30, 15}}};
+  node->isBusFull = true;
+  const std::vector<std::uint8_t> pixels(std::size_t{64} * 48 * 4, 90);
+  const auto image = Image::create(64, 48, 8, 32, 64 * 4, kBitmapOpaqueBGRX, DataProvider::create(pixels));
+  const Data jpeg = ImageDestination::encode(image, "image/jpeg").value();
+  node->draw = [&](std::uint8_t* bytes, std::size_t, std::uint32_t) {
+    std::copy(jpeg.begin(), jpeg.end(), bytes);
+    return jpeg.size();
+  };
+  node->controls[V4L2_CID_EXPOSURE_AUTO] = {0, 3, 3, {1, 3}};
+  node->controls[V4L2_CID_EXPOSURE_ABSOLUTE] = {1, 5000, 157};
+  node->manualExposure = 2000;
+  start();
+  CameraBench camera(cameras().at(0), "64x48");
+  camera.session->startRunning();
+  ASSERT_FALSE(camera.session->runtimeError().has_value()) << camera.session->runtimeError()->description;
+  ASSERT_TRUE(eventually([&] { return camera.frames->count() > 2; }));
+  EXPECT_NEAR(VirtualPicture(camera.frames->latest()->imageBuffer()).pixel(3, 3)[1], 90, 2);
+  EXPECT_EQ(camera.device->delivery()->format, "MJPG");
+  // Another rate stays with it.
+  camera.configure([](CaptureDevice& set) { set.setActiveVideoMinFrameDuration(MediaTime::make(1, 15)); });
+  ASSERT_TRUE(eventually([&] { return camera.device->delivery()->framesPerSecond == 15; }));
+  EXPECT_EQ(camera.device->delivery()->format, "MJPG");
+  camera.configure([](CaptureDevice& set) { set.setExposureMode(CaptureExposureMode::locked); });
+  EXPECT_EQ(node->controlValue(V4L2_CID_EXPOSURE_AUTO), V4L2_EXPOSURE_MANUAL);
+  EXPECT_EQ(node->controlValue(V4L2_CID_EXPOSURE_ABSOLUTE), 157);
+  EXPECT_FALSE(camera.session->runtimeError().has_value());
 }
 
 TEST_F(V4L2Test, TakesThePixelFormatThatHasTheRateAndTheSmallestSizeThatCoversTheWish) {
