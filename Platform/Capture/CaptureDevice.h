@@ -67,15 +67,12 @@ class TAVREL_API CaptureDevice {
 
   /// Identifies the device by serial number or port; it stays the same after replugging and rebooting.
   const std::string& uniqueID() const;
-  /// Human-readable name.
-  const std::string& localizedName() const;
+  const std::string& localizedName() const;  ///< human-readable
   MediaType mediaType() const;
   /// If the system does not say, the first such camera counts as front and the second as back.
   CaptureDevicePosition position() const;
-  /// "virtual", "pipewire" or "v4l2".
-  const std::string& backendName() const;
-  /// False while unplugged.
-  bool isConnected() const;
+  const std::string& backendName() const;  ///< "virtual", "pipewire" or "v4l2"
+  bool isConnected() const;                ///< false while unplugged
   /// Hears or shows what this machine makes: a loudspeaker's monitor, a camera that this process is. Used only if
   /// named.
   bool isLoopback() const;
