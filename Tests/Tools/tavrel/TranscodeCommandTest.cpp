@@ -208,6 +208,40 @@ TEST_F(TranscodeCommandTest, FailuresAreSaidInOneLineAndLeaveNothing) {
   EXPECT_TRUE(isEmpty());
 }
 
+TEST_F(TranscodeCommandTest, ItsOwnInputAndWhatALinkLeadsToAreReplaced) {
+  ASSERT_NO_FATAL_FAILURE(makeFilm("in.mp4", "2", "-c:v libx264 -preset ultrafast -c:a aac"));
+  std::filesystem::create_symlink("behind.mp4", file("link.mp4"));
+  const std::string transcode = "transcode --force " + file("in.mp4") + " ";
+  ASSERT_EQ(tavrel(transcode + file("link.mp4")).status, 0);
+  EXPECT_TRUE(std::filesystem::is_symlink(file("link.mp4")));
+  ASSERT_EQ(tavrel(transcode + file("in.mp4")).status, 0);
+  expectSameTimeline("in.mp4", "behind.mp4");
+  EXPECT_EQ(frameTimes("in.mp4").size(), 50U);
+}
+
+TEST_F(TranscodeCommandTest, ProgressIsALineASecondOrOneLineOfTheTerminal) {
+  ASSERT_NO_FATAL_FAILURE(makeFilm("in.mp4", "2", "-c:v libx264 -preset ultrafast -c:a aac"));
+  const std::string transcode = "transcode --realtime --force " + file("in.mp4") + " " + file("out.mp4");
+  std::istringstream lines(tavrel(transcode + " --progress").output);
+  double share = -1;
+  int count = 0;
+  for (std::string line; std::getline(lines, line) && line.starts_with('{'); ++count) {
+    const auto said = nlohmann::json::parse(line);
+    EXPECT_GE(said["progress"], share);
+    share = said["progress"];
+    EXPECT_LE(share, 1);
+    EXPECT_LE(said["seconds"], 2);
+  }
+  EXPECT_GE(count, 2);
+  EXPECT_EQ(tavrel(transcode).output.find('%'), std::string::npos) << "in a pipe";
+  const std::string shown =
+      shell("script -qec 'stty cols 30; " TAVREL_PROGRAM " " + transcode + "' /dev/null | tr '\\r' '\\n'").output;
+  EXPECT_NE(shown.find("% "), std::string::npos);
+  std::istringstream rows(shown);
+  for (std::string row; std::getline(rows, row) && row.find("frames") == std::string::npos;)
+    EXPECT_LT(row.substr(0, row.find('\x1b')).size(), 30U) << row;
+}
+
 TEST_F(TranscodeCommandTest, RealTimeTakesAsLongAsTheMovie) {
   ASSERT_NO_FATAL_FAILURE(makeFilm("in.mp4", "2", "-c:v libx264 -preset ultrafast -c:a aac"));
   const auto start = std::chrono::steady_clock::now();

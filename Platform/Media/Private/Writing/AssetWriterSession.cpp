@@ -12,10 +12,10 @@ namespace tavrel {
 namespace {
 
 constexpr std::chrono::milliseconds kTick{100};
-// An input that is asked for data waits for one that is asked too when it is this far ahead, …
-constexpr double kMostAhead = 1;
-// … unless the other has given nothing for this long.
-constexpr std::chrono::milliseconds kStalled{500};
+// An input that is asked for data waits for one that is asked too when it is so many seconds ahead, and for each second
+// in which the other has given nothing may be two more ahead: nothing waits for ever.
+constexpr double kMostAhead = 0.5;
+constexpr double kMoreAhead = 2;
 
 }  // namespace
 
@@ -79,7 +79,10 @@ bool AssetWriterSession::start() {
   // Encoders first: an existing file is replaced only when there is something to write.
   for (const auto& input : inputs_) {
     if (error) break;
-    if (auto opened = input->open(packets_, handler); !opened) error = opened.error();
+    const auto balance = [weak = weak_from_this()] {
+      if (const auto self = weak.lock()) self->balanceInputs();
+    };
+    if (auto opened = input->open(packets_, handler, balance); !opened) error = opened.error();
   }
   if (!error) {
     if (auto begun = file_->begin(settings_); !begun) error = begun.error();
@@ -123,8 +126,9 @@ void AssetWriterSession::balanceInputs() {
         own.isPulled && !own.isRealTime && std::any_of(inputs.begin(), inputs.end(), [&](const auto& candidate) {
           if (candidate == input) return false;
           const auto other = candidate->progress();
-          return other.isFeeding && other.isPulled && own.appendedUntil > other.appendedUntil + kMostAhead &&
-                 now - other.lastAppend < kStalled;
+          const double silence = std::chrono::duration<double>(now - other.lastAppend).count();
+          const double ahead = own.appendedUntil - other.appendedUntil;
+          return other.isFeeding && other.isPulled && ahead > kMostAhead + kMoreAhead * silence;
         });
     input->setHeldBack(isHeldBack);
   }

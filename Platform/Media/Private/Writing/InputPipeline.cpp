@@ -82,12 +82,15 @@ Expected<void> InputPipeline::attach(const MovieFile& file) {
   return {};
 }
 
-Expected<void> InputPipeline::open(std::shared_ptr<PacketQueue> output, FailureHandler handler) {
+Expected<void> InputPipeline::open(std::shared_ptr<PacketQueue> output, FailureHandler failureHandler,
+                                   AppendHandler appendHandler) {
   std::unique_lock lock(mutex_);
   auto choice = chooseTrackEncoder(mediaType_, settings_, configuration_.timescale);
   if (!choice) return tl::unexpected(choice.error());
   encoder_ = std::move(choice->encoder);
-  failureHandler_ = std::move(handler);
+  failureHandler_ = std::move(failureHandler);
+  appendHandler_ = std::make_shared<const AppendHandler>(std::move(appendHandler));
+  lastAppend_ = std::chrono::steady_clock::now();
   timescale_ = configuration_.timescale;
   const int track = output->file().addTrack(mediaType_, {configuration_.transform, configuration_.languageCode},
                                             configuration_.isRealTime);
@@ -169,8 +172,7 @@ bool InputPipeline::isStorable(const FormatDescription& format) const {
 
 bool InputPipeline::refuse(const FormatDescription& format) {
   std::unique_lock lock(mutex_);
-  if (stage_ != Stage::writing || waitingSamples_ > 0 || lastAppend_ != std::chrono::steady_clock::time_point())
-    return false;
+  if (stage_ != Stage::writing || hasAppended_) return false;
   Error error = makeError(
       MediaErrorCode::unsuitableContainer,
       fmt::format("{} cannot hold {} as it is: give the input settings to encode it with",
@@ -215,9 +217,13 @@ bool InputPipeline::enqueue(TrackSample sample, MediaTime presentationTime) {
   ++waitingSamples_;
   waitingSeconds_ += seconds;
   lastAppend_ = std::chrono::steady_clock::now();
+  hasAppended_ = true;
   output_.queue->file().noteFirstSample();
   queue_->async(
       [self = shared_from_this(), sample = std::move(sample), seconds]() mutable { self->process(sample, seconds); });
+  const auto handler = requestBlock_ && !configuration_.isRealTime ? appendHandler_ : nullptr;
+  lock.unlock();
+  if (handler) (*handler)();
   return true;
 }
 

@@ -25,6 +25,8 @@ class InputPipeline : public std::enable_shared_from_this<InputPipeline> {
  public:
   /// Called on the pipeline's queue with the first error.
   using FailureHandler = std::function<void(Error)>;
+  /// Called on the appending thread after a sample was taken that somebody was asked for.
+  using AppendHandler = std::function<void()>;
 
   struct Configuration {
     bool isRealTime = false;
@@ -47,7 +49,7 @@ class InputPipeline : public std::enable_shared_from_this<InputPipeline> {
   // The writer's side.
   /// Checks the settings; the pipeline then belongs to a writer.
   Expected<void> attach(const MovieFile& file);
-  Expected<void> open(std::shared_ptr<PacketQueue> output, FailureHandler handler);
+  Expected<void> open(std::shared_ptr<PacketQueue> output, FailureHandler failureHandler, AppendHandler appendHandler);
   void startSession(MediaTime time);
   /// There is room for packets again.
   void checkReadiness();
@@ -105,6 +107,7 @@ class InputPipeline : public std::enable_shared_from_this<InputPipeline> {
   std::int32_t timescale_ = 0;  // of the track, once the first picture has chosen it
   std::optional<std::int64_t> lastUnits_;
   double appendedUntil_ = 0;
+  bool hasAppended_ = false;
   std::chrono::steady_clock::time_point lastAppend_;
   int waitingSamples_ = 0;
   double waitingSeconds_ = 0;
@@ -116,6 +119,7 @@ class InputPipeline : public std::enable_shared_from_this<InputPipeline> {
 
   std::shared_ptr<DispatchQueue> queue_;
   FailureHandler failureHandler_;
+  std::shared_ptr<const AppendHandler> appendHandler_;
   TrackOutput output_;
   std::unique_ptr<TrackEncoder> encoder_;
   bool hasFailed_ = false;  // queue only

@@ -80,13 +80,22 @@ Expected<int> openPart(const std::filesystem::path& part, const std::filesystem:
   }
 }
 
+/// What links lead to, be it there or not: that is replaced or made, not the link.
+std::filesystem::path behindLinks(std::filesystem::path path) {
+  constexpr int kMostLinks = 40;
+  std::error_code error;
+  for (int i = 0; i < kMostLinks && std::filesystem::is_symlink(path, error); ++i) {
+    const auto target = std::filesystem::read_symlink(path, error);
+    if (error) break;
+    path = path.parent_path() / target;
+  }
+  return path;
+}
+
 }  // namespace
 
 Expected<std::unique_ptr<MovieFileOutput>> MovieFileOutput::open(const std::filesystem::path& name) {
-  // What a link leads to is replaced, not the link.
-  std::error_code isNew;
-  const auto existing = std::filesystem::canonical(name, isNew);
-  const std::filesystem::path& path = isNew ? name : existing;
+  const std::filesystem::path path = behindLinks(name);
   if (auto replaceable = checkReplaceable(path); !replaceable) return tl::unexpected(replaceable.error());
   const auto part = partOf(path);
   const auto descriptor = openPart(part, path);
