@@ -20,6 +20,7 @@ class VignetteFilter : public tavrel::TavrelGPUImageFilter {
             gl_FragColor = vec4(color.rgb * (1.0 - strength * distance * distance), color.a);
           })") {
     setStrength(0.5);
+    allowFusion();  // it overrides nothing that draws
   }
 
   /// From 0, which changes nothing, to 1, which makes the corners black. Any thread, also while frames run.

@@ -4,9 +4,10 @@
 #include <cstdlib>
 #include <mutex>
 #include <utility>
-#include <vector>
 
 #include "GPUImage/Private/DeepPixels.h"
+#include "GPUImage/Private/FramebufferContents.h"
+#include "GPUImage/Private/FramebufferImplementation.h"
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
@@ -21,27 +22,6 @@ std::atomic<std::int64_t> owned = 0;
 std::atomic<std::uint64_t> uploads = 0;
 
 }  // namespace
-
-struct TavrelGPUImageFramebuffer::Implementation {
-  const Size size;
-  const TavrelGPUTextureOptions textureOptions = {};
-  const bool missingFramebuffer = false;
-  const bool isTextureBorrowed = false;
-  std::shared_ptr<TextureCacheTexture> textureOwner = nullptr;
-  GLuint texture = 0;
-  GLuint framebuffer = 0;
-  std::atomic<std::int64_t> framebufferReferenceCount = 0;
-  std::atomic<bool> referenceCountingDisabled = false;
-  std::atomic<std::int64_t> ownersLocks = 0;  // those from before counting was disabled, which no reader ends
-  std::shared_ptr<PixelBuffer> renderTarget = nullptr;
-  std::shared_ptr<TextureCacheTexture> renderTexture = nullptr;
-
-  std::uint64_t uploadNumber = 0;
-  std::atomic<std::uint64_t> readLockCount = 0;
-  // Images let go of their bytes on any thread.
-  std::mutex holdsMutex = {};
-  std::vector<std::shared_ptr<PixelBuffer>> renderTargetHolds = {};
-};
 
 TavrelGPUImageFramebuffer::TavrelGPUImageFramebuffer(Size size, const TavrelGPUTextureOptions& textureOptions,
                                                      bool onlyTexture)
@@ -87,7 +67,12 @@ const TavrelGPUTextureOptions& TavrelGPUImageFramebuffer::textureOptions() const
   return implementation_->textureOptions;
 }
 
+void TavrelGPUImageFramebuffer::drawPending() const {
+  if (implementation_->pending) FramebufferContents::draw(const_cast<TavrelGPUImageFramebuffer&>(*this));
+}
+
 GLuint TavrelGPUImageFramebuffer::texture() const {
+  drawPending();
   // Its bytes may have been written since it was drawn.
   if (implementation_->renderTexture) implementation_->renderTexture->refresh();
   return implementation_->texture;
@@ -96,6 +81,7 @@ GLuint TavrelGPUImageFramebuffer::texture() const {
 bool TavrelGPUImageFramebuffer::missingFramebuffer() const { return implementation_->missingFramebuffer; }
 
 const std::shared_ptr<PixelBuffer>& TavrelGPUImageFramebuffer::renderTarget() const {
+  drawPending();
   return implementation_->renderTarget;
 }
 
@@ -139,6 +125,7 @@ void TavrelGPUImageFramebuffer::generateRenderTarget() {
 
 void TavrelGPUImageFramebuffer::uploadPicture(GLsizei width, GLsizei height, GLenum format, const void* pixels) {
   const auto internalFormat = static_cast<GLint>(textureOptions().internalFormat);
+  implementation_->visibleArea.reset();
   glBindTexture(GL_TEXTURE_2D, texture());
   glTexImage2D(GL_TEXTURE_2D, 0, TextureCache::internalFormat(internalFormat, format), width, height, 0, format,
                textureOptions().type, pixels);
@@ -194,6 +181,8 @@ void TavrelGPUImageFramebuffer::destroyFramebuffer() {
 }
 
 void TavrelGPUImageFramebuffer::activateFramebuffer() {
+  drawPending();
+  implementation_->visibleArea.reset();
   NodeSpan::noteDrawing();
   glBindFramebuffer(GL_FRAMEBUFFER, implementation_->framebuffer);
   glViewport(0, 0, static_cast<GLsizei>(size().width), static_cast<GLsizei>(size().height));
@@ -235,6 +224,7 @@ void TavrelGPUImageFramebuffer::enableReferenceCounting() {
 }
 
 void TavrelGPUImageFramebuffer::lockForReading() {
+  drawPending();
   if (!implementation_->renderTarget) return;
   implementation_->renderTarget->lockBaseAddress(PixelBufferLock::readWrite);
   ++implementation_->readLockCount;
@@ -271,8 +261,9 @@ std::uint8_t* TavrelGPUImageFramebuffer::byteBuffer() {
 }
 
 std::shared_ptr<PixelBuffer> TavrelGPUImageFramebuffer::pixelBuffer() {
-  TavrelRunSynchronouslyOnVideoProcessingQueue([] {
+  TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
     TavrelGPUImageContext::useImageProcessingContext();
+    drawPending();
     glFinish();
   });
   return implementation_->renderTarget;
@@ -292,6 +283,7 @@ std::shared_ptr<Image> TavrelGPUImageFramebuffer::newCGImageFromFramebufferConte
   std::shared_ptr<Image> image;
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
     TavrelGPUImageContext::useImageProcessingContext();
+    drawPending();
     if (ownsPixelBuffer()) {
       const std::size_t rowBytes = bytesPerRow();
       glFinish();

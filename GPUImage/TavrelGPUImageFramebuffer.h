@@ -86,14 +86,14 @@ class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this
   const std::shared_ptr<PixelBuffer>& renderTarget() const;
 
  private:
+  friend class FramebufferContents;
   struct Implementation;
-
+  void drawPending() const;
   void generateFramebuffer();
   void generateRenderTarget();
   void destroyFramebuffer();
   std::shared_ptr<Image> newDeepImage();
   bool ownsPixelBuffer() const;
-
   std::unique_ptr<Implementation> implementation_;
 };
 

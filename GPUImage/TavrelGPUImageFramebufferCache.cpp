@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "GPUImage/Private/FramebufferContents.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Foundation/Environment.h"
 #include "Platform/Foundation/NotificationCenter.h"
@@ -131,6 +132,7 @@ std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFramebufferCache::Imple
 }
 
 void TavrelGPUImageFramebufferCache::Implementation::keepIdle(const Framebuffer& framebuffer) {
+  FramebufferContents::discard(*framebuffer);
   if (spoilsReturnedTextures()) spoil(*framebuffer);
   const std::string lookupKey =
       lookupKeyOf(framebuffer->size(), framebuffer->textureOptions(), framebuffer->missingFramebuffer());

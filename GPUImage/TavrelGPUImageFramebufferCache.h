@@ -41,7 +41,6 @@ class TAVREL_API TavrelGPUImageFramebufferCache {
 
  private:
   struct Implementation;
-
   // Shared with what is queued, which finds it gone when the cache is.
   std::shared_ptr<Implementation> implementation_;
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "GPUImage/Private/FramebufferContents.h"
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/Private/Properties.h"
 #include "GPUImage/TavrelGPUImageAudioTarget.h"
@@ -121,7 +122,11 @@ void TavrelGPUImageOutput::removeOutputFramebuffer() { TavrelGPUImageOutput::set
 
 void TavrelGPUImageOutput::setInputFramebufferForTarget(const std::shared_ptr<TavrelGPUImageInput>& target,
                                                         Index inputTextureIndex) {
-  onVideoProcessingQueue([&] { target->setInputFramebuffer(framebufferForOutput(), inputTextureIndex); });
+  onVideoProcessingQueue([&] {
+    const std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer = framebufferForOutput();
+    target->setInputFramebuffer(framebuffer, inputTextureIndex);
+    if (framebuffer) FramebufferContents::drawUnlessAccepted(*framebuffer);
+  });
 }
 
 void TavrelGPUImageOutput::notifyTargetsAboutNewOutputTexture() {
@@ -155,6 +160,9 @@ void TavrelGPUImageOutput::handOver(const HandOver& frame) {
     if (!isForFramebufferOnly(target)) sendFrame(*target, frame.frameTime, slot);
   };
 
+  // A frame for several targets is drawn once for all of them.
+  const auto output = framebufferForOutput();
+  if (output && connections.size() != 1) FramebufferContents::draw(*output);
   for (const auto& [target, slot] : connections) {
     give(target, slot);
     if (frame.oneByOne) send(target, slot);

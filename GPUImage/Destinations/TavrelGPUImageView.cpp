@@ -1,10 +1,12 @@
 #include "GPUImage/Destinations/TavrelGPUImageView.h"
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <utility>
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
+#include "GPUImage/Private/FramebufferContents.h"
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/Private/Properties.h"
 #include "GPUImage/Private/QuadProgram.h"
@@ -40,7 +42,9 @@ struct TavrelGPUImageView::Implementation {
     const std::lock_guard lock(geometryMutex);
     return boundsForBackgroundThread;
   }
-  void drawInput() const;
+  void drawInput(Size size) const;
+  /// Draws the input by what it means, where no other draw has made it a picture and each pixel shows one of its own.
+  bool drawPendingInput(Size size) const;
 
   const std::shared_ptr<GLDrawable> drawable;
   QuadProgram displayProgram;
@@ -261,7 +265,7 @@ void TavrelGPUImageView::newFrameReadyAtTime(MediaTime, Index) {
     // Without a display framebuffer there is nothing to draw into until the next layout.
     if (implementation_->displayFramebuffer) {
       NodeSpan::noteDrawing();
-      implementation_->drawInput();
+      implementation_->drawInput(sizeInPixels());
       presentFramebuffer();
       if (Tracer::isOn()) Tracer::count(TraceNames::shared().framesShown);
     }
@@ -269,7 +273,24 @@ void TavrelGPUImageView::newFrameReadyAtTime(MediaTime, Index) {
   });
 }
 
-void TavrelGPUImageView::Implementation::drawInput() const {
+bool TavrelGPUImageView::Implementation::drawPendingInput(Size size) const {
+  const auto& framebuffer = inputFramebufferForDisplay.get();
+  if (!framebuffer) return false;
+  const AffineTransform map = PendingDrawing::mapOf(textureCoordinatesForRotation(inputRotation));
+  const GLfloat* const whole = TavrelGPUImageFilter::fullFrameVertices();
+  if (!std::equal(imageVertices.begin(), imageVertices.end(), whole) ||
+      !PendingDrawing::meetsPixels(map, size, framebuffer->size())) {
+    return false;
+  }
+  auto drawing = FramebufferContents::take(*framebuffer);
+  if (!drawing) return false;
+  drawing->turn(map, size);
+  drawing->draw();
+  return true;
+}
+
+void TavrelGPUImageView::Implementation::drawInput(Size size) const {
+  if (drawPendingInput(size)) return;
   glClearColor(backgroundColorRed, backgroundColorGreen, backgroundColorBlue, backgroundColorAlpha);
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
   displayProgram.setTexture(0, QuadTexture(inputFramebufferForDisplay.get().get()), 4,
@@ -279,6 +300,7 @@ void TavrelGPUImageView::Implementation::drawInput() const {
 
 void TavrelGPUImageView::setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer, Index) {
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    if (newInputFramebuffer) FramebufferContents::accept(*newInputFramebuffer);
     implementation_->inputFramebufferForDisplay = TavrelGPUImageFramebufferLease(std::move(newInputFramebuffer));
   });
 }

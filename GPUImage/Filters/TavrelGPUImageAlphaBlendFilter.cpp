@@ -20,6 +20,7 @@ struct TavrelGPUImageAlphaBlendFilter::Implementation {
 TavrelGPUImageAlphaBlendFilter::TavrelGPUImageAlphaBlendFilter()
     : TavrelGPUImageTwoInputFilter(kTavrelGPUImageAlphaBlendFragmentShaderString),
       implementation_(new Implementation{.mixUniform = uniformIndex("mixturePercent")}) {
+  allowFusion();
   setMix(0.5);
 }
 

@@ -70,6 +70,7 @@ struct TavrelGPUImageBeautifyFilter::Implementation {
 TavrelGPUImageBeautifyFilter::TavrelGPUImageBeautifyFilter()
     : TavrelGPUImageFilter(kDOTGPUImageBeautyFragmentShaderString),
       implementation_(std::make_unique<Implementation>()) {
+  allowFusion();
   setParams(implementation_->beautyLevel, implementation_->toneLevel);
   setBrightLevel(implementation_->brightLevel);
 }

@@ -41,6 +41,7 @@ TavrelGPUImageCropFilter::TavrelGPUImageCropFilter() : TavrelGPUImageCropFilter(
 TavrelGPUImageCropFilter::TavrelGPUImageCropFilter(const Rect& cropRegion)
     : TavrelGPUImageFilter(kTavrelGPUImageCropFragmentShaderString),
       implementation_(std::make_unique<Implementation>()) {
+  allowFusion();
   setCropRegion(cropRegion);
 }
 

@@ -34,7 +34,6 @@ class TAVREL_API TavrelGPUImageCropFilter : public TavrelGPUImageFilter {
 
  private:
   void calculateCropTextureCoordinates();
-
   struct Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "GPUImage/Filters/Private/FilterImplementation.h"
+#include "GPUImage/Private/FramebufferContents.h"
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/Private/Properties.h"
 #include "GPUImage/Private/Resource.h"
@@ -34,6 +35,7 @@ TavrelGPUImageFilter::TavrelGPUImageFilter(std::string_view vertexShaderString, 
                                            std::initializer_list<std::string_view> attributes)
     : implementation_(std::make_unique<Implementation>()) {
   onVideoProcessingQueue([&] { implementation_->useProgram(vertexShaderString, fragmentShaderString, attributes); });
+  allowFusion();
 }
 
 void TavrelGPUImageFilter::useFilterProgram(std::string_view vertexShaderString,
@@ -42,6 +44,9 @@ void TavrelGPUImageFilter::useFilterProgram(std::string_view vertexShaderString,
 }
 
 TavrelGPUImageFilter::~TavrelGPUImageFilter() = default;
+
+// In a constructor the type is the class that it belongs to.
+void TavrelGPUImageFilter::allowFusion() { implementation_->fusion.setType(typeid(*this)); }
 
 std::string TavrelGPUImageFilter::readFragmentShader(const std::filesystem::path& file) {
   return readResource(file, "fsh").value_or(std::string());
@@ -92,8 +97,22 @@ bool TavrelGPUImageFilter::keepsOutput() const {
 }
 
 void TavrelGPUImageFilter::renderToTextureWithVertices(const GLfloat* vertices, const GLfloat* textureCoordinates) {
-  if (!implementation_->preventRendering) drawInputs(vertices, textureCoordinates);
+  Implementation& state = *implementation_;
+  const auto defers = [&] {
+    return vertices == fullFrameVertices() && state.fusion.keepsVertices() && state.defer(*this, textureCoordinates);
+  };
+  if (!state.preventRendering && !defers()) drawInputs(vertices, textureCoordinates);
   unlockInputs();
+}
+
+bool TavrelGPUImageFilter::Implementation::defer(TavrelGPUImageFilter& self, const GLfloat* corners) {
+  auto drawing = fusion.drawingOf(self, firstInputFramebuffer, corners, secondInput);
+  if (!drawing) return false;
+  auto framebuffer =
+      TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(self.sizeOfFBO(), {}, false);
+  FramebufferContents::defer(*framebuffer, std::move(*drawing));
+  self.setOutputFramebuffer(std::move(framebuffer));
+  return true;
 }
 
 std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFilter::fetchFramebuffer() {
@@ -109,6 +128,7 @@ std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFilter::fetchFramebuffe
 
 void TavrelGPUImageFilter::drawInputs(const GLfloat* vertices, const GLfloat* textureCoordinates) {
   Implementation& state = *implementation_;
+  if (state.firstInputFramebuffer) FramebufferContents::draw(*state.firstInputFramebuffer.get());
   scaleInputs(vertices, textureCoordinates);
   state.filterProgram.use();
   setOutputFramebuffer(fetchFramebuffer());
@@ -147,11 +167,15 @@ void TavrelGPUImageFilter::informTargetsAboutNewFrameAtTime(MediaTime frameTime)
 void TavrelGPUImageFilter::passOn(const HandOver& frame) {
   if (implementation_->preventRendering) return;
   NodeSpan::notePassedOn();
+  const auto block = frameProcessingCompletionBlock();
+  if (const auto output = framebufferForOutput(); output && (block || implementation_->usingNextFrameForImageCapture)) {
+    FramebufferContents::draw(*output);
+  }
   if (implementation_->usingNextFrameForImageCapture && !implementation_->capturedFramebuffer) {
     implementation_->capturedFramebuffer = TavrelGPUImageFramebufferLease(framebufferForOutput());
     implementation_->imageCaptureSemaphore.signal();
   }
-  if (const auto block = frameProcessingCompletionBlock()) block(*this, frame.frameTime);
+  if (block) block(*this, frame.frameTime);
   handOver(frame);
 }
 
@@ -163,6 +187,8 @@ void TavrelGPUImageFilter::newFrameReadyAtTime(MediaTime frameTime, Index) {
 void TavrelGPUImageFilter::setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer, Index) {
   onVideoProcessingQueue([&] {
     implementation_->isInputDeep = newInputFramebuffer && newInputFramebuffer->textureOptions().isDeep();
+    if (newInputFramebuffer && implementation_->fusion.accepts(*this))
+      FramebufferContents::accept(*newInputFramebuffer);
     implementation_->firstInputFramebuffer = TavrelGPUImageFramebufferLease(std::move(newInputFramebuffer));
   });
 }

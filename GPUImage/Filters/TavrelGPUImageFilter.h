@@ -160,6 +160,9 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   Size inputSizeUnderOverride(Size size) const;
   /// A locked framebuffer of the output size from the cache, bound for drawing.
   std::shared_ptr<TavrelGPUImageFramebuffer> fetchFramebuffer();
+  /// For the constructor of a class that overrides nothing that draws: its frames may be drawn with other filters' at
+  /// once.
+  void allowFusion();
   /// Uses the program of these sources from now on.
   void useFilterProgram(std::string_view vertexShaderString, std::string_view fragmentShaderString);
   /// The location of a uniform of the program. Any thread.
@@ -174,7 +177,6 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   void setUniform(GLint uniform, const std::shared_ptr<TavrelGLProgram>& program, UniformSetter setter);
   void setUniform(std::string_view name, UniformSetter setter);
   void runOnVideoProcessingQueue(std::function<void()> work);
-
   const std::unique_ptr<Implementation> implementation_;
 };
 

@@ -12,8 +12,6 @@
 namespace tavrel {
 namespace {
 
-using UniformSetter = std::function<void(GLint location)>;
-
 // One setter for each kind of uniform, used by both the forms by name and by location.
 UniformSetter integerSetter(GLint value) {
   return [value](GLint location) { glUniform1i(location, value); };
@@ -144,6 +142,7 @@ void TavrelGPUImageFilter::setUniform(GLint uniform, const std::shared_ptr<Tavre
     const auto& used = program ? program : implementation_->filterProgram.program();
     TavrelGPUImageContext::setActiveShaderProgram(used);
     setAndExecuteUniformStateCallbackAtIndex(uniform, used, [uniform, setter] { setter(uniform); });
+    if (used == implementation_->filterProgram.program()) implementation_->fusion.setUniform(uniform, setter);
   });
 }
 
@@ -171,6 +170,7 @@ void TavrelGPUImageFilter::setAndExecuteUniformStateCallbackAtIndex(GLint unifor
   onVideoProcessingQueue([&] {
     std::function<void()>& stored = implementation_->uniformStateRestorationBlocks[uniform];
     stored = std::move(uniformStateBlock);
+    implementation_->fusion.noteForeignUniform(uniform);
     stored();
   });
 }

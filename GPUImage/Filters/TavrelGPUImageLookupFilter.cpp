@@ -44,6 +44,7 @@ TavrelGPUImageLookupFilter::TavrelGPUImageLookupFilter()
 TavrelGPUImageLookupFilter::TavrelGPUImageLookupFilter(const char* fragmentShaderString)
     : TavrelGPUImageTwoInputFilter(fragmentShaderString),
       implementation_(new Implementation{.intensityUniform = uniformIndex("intensity")}) {
+  allowFusion();
   setIntensity(1);
 }
 

@@ -14,6 +14,7 @@ struct TavrelGPUImageRotationFilter::Implementation {
 
 TavrelGPUImageRotationFilter::TavrelGPUImageRotationFilter(TavrelGPUImageRotationMode rotation)
     : implementation_(std::make_unique<Implementation>()) {
+  allowFusion();
   setRotation(rotation);
 }
 

@@ -38,11 +38,11 @@ class TAVREL_API TavrelGPUImageTransformFilter : public TavrelGPUImageFilter {
 
  protected:
   Size drawnSize(const GLfloat* vertices) const override;
+  Rect drawnArea(const GLfloat* vertices) const;  // around the quad, in pixels
   explicit TavrelGPUImageTransformFilter(std::string_view fragmentShaderString);
 
  private:
   void applyOrthographicMatrix(GLfloat halfHeight);
-
   struct Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };

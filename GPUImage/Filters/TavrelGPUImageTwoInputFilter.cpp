@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "GPUImage/Filters/Private/FilterImplementation.h"
+#include "GPUImage/Private/FramebufferContents.h"
 
 namespace tavrel {
 
@@ -26,6 +27,8 @@ struct TavrelGPUImageTwoInputFilter::Implementation {
   // Without effect.
   bool firstFrameWasVideo = false;
   bool secondFrameWasVideo = false;
+
+  bool keepsFirstInput() const { return firstFrameTime.isIndefinite() || firstFrameCheckDisabled; }
 };
 
 TavrelGPUImageTwoInputFilter::TavrelGPUImageTwoInputFilter(std::string_view fragmentShaderString)
@@ -35,7 +38,9 @@ TavrelGPUImageTwoInputFilter::TavrelGPUImageTwoInputFilter(std::string_view vert
                                                            std::string_view fragmentShaderString)
     : TavrelGPUImageFilter(vertexShaderString, fragmentShaderString,
                            {"position", "inputTextureCoordinate", "inputTextureCoordinate2"}),
-      implementation_(std::make_unique<Implementation>()) {}
+      implementation_(std::make_unique<Implementation>()) {
+  allowFusion();
+}
 
 TavrelGPUImageTwoInputFilter::~TavrelGPUImageTwoInputFilter() = default;
 
@@ -98,8 +103,16 @@ void TavrelGPUImageTwoInputFilter::newFrameReadyAtTime(MediaTime frameTime, Inde
     if (state.firstFrameCheckDisabled) state.hasReceivedFirstFrame = true;
     isOppositeStill = !frameTime.isIndefinite() && state.firstFrameTime.isIndefinite();
   }
-  if (!(state.hasReceivedFirstFrame && state.hasReceivedSecondFrame) && !isOppositeStill) return;
+  if (!(state.hasReceivedFirstFrame && state.hasReceivedSecondFrame) && !isOppositeStill) {
+    // Until the other one comes, what this one shows may change.
+    if (const auto& first = filter().firstInputFramebuffer) FramebufferContents::draw(*first.get());
+    return;
+  }
 
+  filter().secondInput = {.framebuffer = &state.secondInputFramebuffer,
+                          .corners = textureCoordinatesForRotation(state.inputRotation2),
+                          .isScaled = scalesSecondInput(),
+                          .keepsFirst = state.keepsFirstInput()};
   TavrelGPUImageFilter::newFrameReadyAtTime(
       state.firstFrameTime.isIndefinite() ? state.secondFrameTime : state.firstFrameTime, 0);
   state.hasReceivedFirstFrame = false;
@@ -128,7 +141,7 @@ void TavrelGPUImageTwoInputFilter::bindInputs(const GLfloat* textureCoordinates)
 void TavrelGPUImageTwoInputFilter::unlockInputs() {
   Implementation& state = *implementation_;
   state.scaling.letGo();
-  if (!state.firstFrameTime.isIndefinite() && !state.firstFrameCheckDisabled) TavrelGPUImageFilter::unlockInputs();
+  if (!state.keepsFirstInput()) TavrelGPUImageFilter::unlockInputs();
   if (!state.secondFrameTime.isIndefinite() && !state.secondFrameCheckDisabled) {
     implementation_->secondInputFramebuffer.release();
   }

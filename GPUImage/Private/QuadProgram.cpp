@@ -45,13 +45,17 @@ void QuadProgram::use() const { context_->setContextShaderProgram(program_); }
 // Samplers of bytes cut positions off, to 1/256 of a pixel: what rounding has put just before a pixel's centre would be
 // mixed with the pixel before. So all positions lie a little behind, by more than an interpolation of 16 bits is off
 // over the 64 pixels that Mesa's software draws at a time.
+Point QuadProgram::shiftOf(const QuadTexture& texture) {
+  const double shift = texture.isDeep ? 0 : 1.5 / 1024;
+  return {shift / texture.size.width, shift / texture.size.height};
+}
+
 void QuadProgram::setTexture(std::size_t index, const QuadTexture& texture, GLint unit,
                              const GLfloat* coordinates) const {
-  const double shift = texture.isDeep ? 0 : 1.5 / 1024;
+  const Point shift = shiftOf(texture);
   std::array<GLfloat, 8>& moved = textures_[index].corners;
   for (std::size_t i = 0; i < moved.size(); ++i) {
-    const double length = i % 2 == 0 ? texture.size.width : texture.size.height;
-    moved[i] = static_cast<GLfloat>(static_cast<double>(coordinates[i]) + shift / length);
+    moved[i] = static_cast<GLfloat>(static_cast<double>(coordinates[i]) + (i % 2 == 0 ? shift.x : shift.y));
   }
   glActiveTexture(static_cast<GLenum>(GL_TEXTURE0 + unit));
   glBindTexture(GL_TEXTURE_2D, texture.name);

@@ -46,6 +46,8 @@ class QuadProgram {
   explicit operator bool() const { return program_ != nullptr; }
   const std::shared_ptr<TavrelGLProgram>& program() const { return program_; }
 
+  /// How far a quad's coordinates in `texture` are moved, so that samplers meet its pixels.
+  static Point shiftOf(const QuadTexture& texture);
   /// Makes the context current and this its program; before `setTexture`, `draw` and setting uniforms.
   void use() const;
   /// Binds `texture` to the texture unit `unit`; the quad shows its part between the coordinates.

@@ -10,6 +10,8 @@ namespace tavrel {
 /// chain, where a plain one takes those of its input. Sizes are whole pixels, however the region was rounded.
 class CameraCropFilter : public TavrelGPUImageCropFilter {
  public:
+  CameraCropFilter() { allowFusion(); }
+
   Size outputSizeFor(Size inputSize) const override {
     return wholePixels(TavrelGPUImageCropFilter::outputSizeFor(inputSize));
   }

@@ -3,7 +3,9 @@
 #include <functional>
 #include <map>
 
+#include "GPUImage/Filters/Private/FilterFusion.h"
 #include "GPUImage/Filters/Private/InputScaling.h"
+#include "GPUImage/Filters/Private/StillDrawing.h"
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
 #include "GPUImage/Private/OnVideoProcessingQueue.h"
 #include "GPUImage/Private/QuadProgram.h"
@@ -18,6 +20,9 @@ using UniformStateBlocks = std::map<GLint, std::function<void()>>;
 /// A filter's state, for the filters of this folder. On the video-processing queue, but for the semaphore.
 struct TavrelGPUImageFilter::Implementation {
   QuadProgram filterProgram;
+  FilterFusion fusion;
+  FilterFusion::SecondInput secondInput;
+  StillDrawing still;
   UniformStateBlocks uniformStateRestorationBlocks;
   TavrelGPUImageFramebufferLease firstInputFramebuffer;
   InputScaling scaling;
@@ -42,7 +47,11 @@ struct TavrelGPUImageFilter::Implementation {
   void useProgram(std::string_view vertexShader, std::string_view fragmentShader,
                   std::initializer_list<std::string_view> attributes = {"position", "inputTextureCoordinate"}) {
     filterProgram = {*TavrelGPUImageContext::sharedImageProcessingContext(), vertexShader, fragmentShader, attributes};
+    fusion.setShaders(vertexShader, fragmentShader);
   }
+  /// Makes the output a framebuffer that is not drawn yet, of the input's frame with these coordinates at its corners.
+  /// False where the filter must draw itself.
+  bool defer(TavrelGPUImageFilter& self, const GLfloat* corners);
   /// The texture of an input; that of a single transparent pixel for one that is absent.
   static QuadTexture textureOf(const TavrelGPUImageFramebufferLease& input);
 };

@@ -1,0 +1,65 @@
+#include "GPUImage/Private/FramebufferContents.h"
+
+#include <array>
+#include <utility>
+
+#include "GPUImage/Private/FramebufferImplementation.h"
+#include "GPUImage/TavrelGPUImageContext.h"
+
+namespace tavrel {
+
+void FramebufferContents::defer(TavrelGPUImageFramebuffer& framebuffer, PendingDrawing drawing) {
+  auto& state = *framebuffer.implementation_;
+  state.pending = std::make_unique<PendingDrawing>(std::move(drawing));
+  state.isPendingAccepted = false;
+  state.visibleArea.reset();
+}
+
+bool FramebufferContents::isPending(const TavrelGPUImageFramebuffer& framebuffer) {
+  return framebuffer.implementation_->pending != nullptr;
+}
+
+void FramebufferContents::draw(TavrelGPUImageFramebuffer& framebuffer) {
+  const std::unique_ptr<PendingDrawing> drawing = std::move(framebuffer.implementation_->pending);
+  if (!drawing) return;
+  TavrelGPUImageContext::useImageProcessingContext();
+  const auto program = TavrelGPUImageContext::sharedImageProcessingContext()->currentShaderProgram();
+  GLint used = 0;
+  std::array<GLint, 4> viewport{};
+  glGetIntegerv(GL_FRAMEBUFFER_BINDING, &used);
+  glGetIntegerv(GL_VIEWPORT, viewport.data());
+  framebuffer.activateFramebuffer();
+  drawing->draw();
+  glBindFramebuffer(GL_FRAMEBUFFER, static_cast<GLuint>(used));
+  glViewport(viewport[0], viewport[1], viewport[2], viewport[3]);
+  if (program) TavrelGPUImageContext::setActiveShaderProgram(program);
+}
+
+std::optional<PendingDrawing> FramebufferContents::take(TavrelGPUImageFramebuffer& framebuffer) {
+  auto& state = *framebuffer.implementation_;
+  if (!state.pending || state.framebufferReferenceCount > 1) return std::nullopt;
+  const auto taken = std::move(state.pending);
+  return std::move(*taken);
+}
+
+void FramebufferContents::discard(TavrelGPUImageFramebuffer& framebuffer) {
+  const auto ended = std::move(framebuffer.implementation_->pending);
+}
+
+void FramebufferContents::accept(const TavrelGPUImageFramebuffer& framebuffer) {
+  framebuffer.implementation_->isPendingAccepted = true;
+}
+
+void FramebufferContents::drawUnlessAccepted(TavrelGPUImageFramebuffer& framebuffer) {
+  if (isPending(framebuffer) && !framebuffer.implementation_->isPendingAccepted) draw(framebuffer);
+}
+
+std::optional<Rect> FramebufferContents::visibleArea(const TavrelGPUImageFramebuffer& framebuffer) {
+  return framebuffer.implementation_->visibleArea;
+}
+
+void FramebufferContents::setVisibleArea(TavrelGPUImageFramebuffer& framebuffer, const Rect& area) {
+  framebuffer.implementation_->visibleArea = area;
+}
+
+}  // namespace tavrel

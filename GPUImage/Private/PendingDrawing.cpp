@@ -1,0 +1,199 @@
+#include "GPUImage/Private/PendingDrawing.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <utility>
+
+#include "GPUImage/Private/DrawnParts.h"
+#include "GPUImage/Private/PixelSampler.h"
+#include "GPUImage/Private/QuadProgram.h"
+#include "GPUImage/Private/StageProgram.h"
+#include "GPUImage/TavrelGPUImageContext.h"
+#include "GPUImage/TavrelGPUImageFramebuffer.h"
+#include "Platform/Foundation/Environment.h"
+
+namespace tavrel {
+namespace {
+
+// What OpenGL ES 2.0 has at least: eight textures, and eight vertex attributes, of which one is for the corners.
+constexpr std::size_t kMostTextures = 8;
+constexpr std::size_t kMostPlaces = 7;
+constexpr std::size_t kMostStages = 8;
+
+Size wholePixels(Size size) { return {std::floor(size.width), std::floor(size.height)}; }
+
+/// The same map between pixels.
+AffineTransform betweenPixels(const AffineTransform& map, Size size, Size texture) {
+  return AffineTransform::makeScale(1 / size.width, 1 / size.height)
+      .concatenating(map)
+      .concatenating(AffineTransform::makeScale(texture.width, texture.height));
+}
+
+/// Where what was at `area` lies in a frame of `size` whose pixels are those of the old one at `map`.
+Rect turnedArea(const Rect& area, const AffineTransform& map, Size size) {
+  const auto before = [&](double x, double y) {
+    // The turn's inverse is its transpose.
+    const double dx = x - map.tx, dy = y - map.ty;
+    return Point{std::clamp(std::round(map.a * dx + map.b * dy), 0.0, size.width),
+                 std::clamp(std::round(map.c * dx + map.d * dy), 0.0, size.height)};
+  };
+  const Point first = before(area.minX(), area.minY()), second = before(area.maxX(), area.maxY());
+  const Point least = {std::min(first.x, second.x), std::min(first.y, second.y)};
+  return {least, {std::max(first.x, second.x) - least.x, std::max(first.y, second.y) - least.y}};
+}
+
+}  // namespace
+
+bool PendingDrawing::isOn() {
+  static const bool answer = environmentVariable("TAVREL_FUSE").value_or("1") != "0";
+  return answer;
+}
+
+AffineTransform PendingDrawing::mapOf(const GLfloat* corners) {
+  const std::array<double, 2> origin = {corners[0], corners[1]};
+  return {corners[2] - origin[0],
+          corners[3] - origin[1],
+          corners[4] - origin[0],
+          corners[5] - origin[1],
+          origin[0],
+          origin[1]};
+}
+
+bool PendingDrawing::meetsPixels(const AffineTransform& map, Size size, Size texture) {
+  const Size drawn = wholePixels(size), whole = wholePixels(texture);
+  if (drawn.width < 1 || drawn.height < 1 || whole.width < 1 || whole.height < 1) return false;
+  // Less than samplers tell apart, over the whole frame.
+  constexpr double kTolerance = 1.0 / 1024;
+  const AffineTransform pixels = betweenPixels(map, drawn, whole);
+  const auto isWhole = [](double value, double tolerance) { return std::abs(value - std::round(value)) <= tolerance; };
+  const double slack = kTolerance / std::max(drawn.width, drawn.height);
+  for (const double step : {pixels.a, pixels.b, pixels.c, pixels.d}) {
+    if (!isWhole(step, slack) || std::abs(step) > 1.5) return false;
+  }
+  if (std::abs(std::abs(pixels.a * pixels.d - pixels.b * pixels.c) - 1) > 0.5) return false;
+  if (!isWhole(pixels.tx, kTolerance) || !isWhole(pixels.ty, kTolerance)) return false;
+  const Point first = pixels.apply({0, 0}), last = pixels.apply({drawn.width, drawn.height});
+  return std::min(first.x, last.x) > -0.5 && std::max(first.x, last.x) < whole.width + 0.5 &&
+         std::min(first.y, last.y) > -0.5 && std::max(first.y, last.y) < whole.height + 0.5;
+}
+
+PendingDrawing::PendingDrawing(TavrelGPUImageFramebufferLease source)
+    : source_(std::move(source)), size_(wholePixels(source_.get()->size())) {}
+
+bool PendingDrawing::isPlain() const { return stages_.empty() && sourcePlace_.isIdentity(); }
+
+bool PendingDrawing::hasRoomFor(const ShaderStage& stage) const {
+  std::size_t textures = 1, places = 1;
+  const auto add = [&](const ShaderStage& added) {
+    textures += added.hasSecondInput ? 1 : 0;
+    places += (added.usesPlace ? 1U : 0U) + (added.usesSecondPlace ? 1U : 0U);
+  };
+  for (const Stage& known : stages_) add(*known.shader);
+  add(stage);
+  return stages_.size() < kMostStages && textures <= kMostTextures && places <= kMostPlaces;
+}
+
+void PendingDrawing::turn(const AffineTransform& map, Size size) {
+  const Size turned = wholePixels(size);
+  const AffineTransform pixels = betweenPixels(map, turned, size_);
+  sourcePlace_ = map.concatenating(sourcePlace_);
+  for (Stage& stage : stages_) {
+    stage.place = map.concatenating(stage.place);
+    stage.secondPlace = map.concatenating(stage.secondPlace);
+    if (stage.area) stage.area = turnedArea(*stage.area, pixels, turned);
+  }
+  size_ = turned;
+}
+
+void PendingDrawing::add(Stage stage) { stages_.push_back(std::move(stage)); }
+
+void PendingDrawing::draw() const {
+  std::vector<std::optional<Rect>> areas;
+  for (const Stage& stage : stages_) areas.push_back(stage.area);
+  const auto parts = drawnParts(static_cast<int>(size_.width), static_cast<int>(size_.height), areas);
+  for (std::size_t i = 0; i < parts.size();) {
+    const std::uint32_t same = parts[i].areas;
+    std::vector<Rect> rectangles;
+    for (; i < parts.size() && parts[i].areas == same; ++i) {
+      const DrawnPart& part = parts[i];
+      rectangles.push_back(
+          {{static_cast<double>(part.left), static_cast<double>(part.bottom)},
+           {static_cast<double>(part.right - part.left), static_cast<double>(part.top - part.bottom)}});
+    }
+    drawParts(same, rectangles);
+  }
+}
+
+void PendingDrawing::drawParts(std::uint32_t areas, const std::vector<Rect>& parts) const {
+  // Which GL reads when it draws.
+  static auto& corners = *new std::vector<GLfloat>;
+  std::vector<AffineTransform> places;
+  const auto placeOf = [&](AffineTransform map, const TavrelGPUImageFramebuffer& texture) {
+    const Point shift = QuadProgram::shiftOf(QuadTexture(&texture));
+    map.tx += shift.x;
+    map.ty += shift.y;
+    const auto known = std::ranges::find(places, map);
+    if (known != places.end()) return static_cast<std::size_t>(known - places.begin());
+    places.push_back(map);
+    return places.size() - 1;
+  };
+
+  std::vector<const Stage*> stages;
+  std::vector<StageProgram::Stage> described;
+  placeOf(sourcePlace_, *source_.get());
+  for (std::size_t i = 0; i < stages_.size(); ++i) {
+    if ((areas & (1U << i)) == 0) continue;
+    const Stage& stage = stages_[i];
+    StageProgram::Stage& description = described.emplace_back(StageProgram::Stage{.shader = stage.shader.get()});
+    if (stage.shader->usesPlace) description.place = placeOf(stage.place, *source_.get());
+    if (stage.shader->usesSecondPlace) description.secondPlace = placeOf(stage.secondPlace, *stage.second.get());
+    stages.push_back(&stage);
+  }
+
+  const StageProgram& program = StageProgram::of(described, places.size());
+  TavrelGPUImageContext::setActiveShaderProgram(program.program());
+  GLuint units = 0;
+  const auto bind = [&units](const TavrelGPUImageFramebuffer& framebuffer, GLint sampler, bool showsPixels) {
+    const GLuint texture = framebuffer.texture();
+    glActiveTexture(GL_TEXTURE0 + units);
+    glBindTexture(GL_TEXTURE_2D, texture);
+    glUniform1i(sampler, static_cast<GLint>(units));
+    const TavrelGPUTextureOptions& options = framebuffer.textureOptions();
+    const bool endsAtEdges = options.wrapS == GL_CLAMP_TO_EDGE && options.wrapT == GL_CLAMP_TO_EDGE;
+    if (showsPixels && endsAtEdges) PixelSampler::bind(units);
+    ++units;
+  };
+  bind(*source_.get(), program.source(), true);
+  for (std::size_t i = 0; i < stages.size(); ++i) {
+    if (stages[i]->second) bind(*stages[i]->second.get(), program.second(i), stages[i]->secondMeetsPixels);
+    for (std::size_t k = 0; k < program.uniforms(i).size(); ++k) {
+      const auto setter = stages[i]->uniforms->find((*stages[i]->locations)[k]);
+      if (setter != stages[i]->uniforms->end()) setter->second(program.uniforms(i)[k]);
+    }
+  }
+
+  corners.clear();
+  const auto add = [&](const AffineTransform& map) {
+    for (const Rect& part : parts) {
+      for (const Point corner : {Point{part.minX(), part.minY()}, Point{part.maxX(), part.minY()},
+                                 Point{part.minX(), part.maxY()}, Point{part.maxX(), part.maxY()}}) {
+        const Point moved = map.apply({corner.x / size_.width, corner.y / size_.height});
+        corners.insert(corners.end(), {static_cast<GLfloat>(moved.x), static_cast<GLfloat>(moved.y)});
+      }
+    }
+  };
+  add({2, 0, 0, 2, -1, -1});
+  for (const AffineTransform& place : places) add(place);
+  for (std::size_t i = 0; i <= places.size(); ++i) {
+    glEnableVertexAttribArray(static_cast<GLuint>(i));
+    glVertexAttribPointer(static_cast<GLuint>(i), 2, GL_FLOAT, GL_FALSE, 0, &corners[i * parts.size() * 8]);
+  }
+  for (std::size_t i = 0; i < parts.size(); ++i) glDrawArrays(GL_TRIANGLE_STRIP, static_cast<GLint>(4 * i), 4);
+  for (GLuint unit = 0; unit < units; ++unit) PixelSampler::unbind(unit);
+  // The first three are in use by every filter's quad.
+  for (std::size_t i = 3; i <= places.size(); ++i) glDisableVertexAttribArray(static_cast<GLuint>(i));
+}
+
+}  // namespace tavrel

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <GLES2/gl2.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "GPUImage/Private/ShaderStage.h"
+#include "GPUImage/TavrelGPUImageFramebufferLease.h"
+#include "Platform/Foundation/Geometry.h"
+
+namespace tavrel {
+
+using UniformSetter = std::function<void(GLint location)>;
+/// What sets a program's uniforms, by their locations in it.
+using UniformSetters = std::map<GLint, UniformSetter>;
+
+/// What a framebuffer shows that is not drawn yet: a texture, pixel by pixel, through the stages of several filters.
+///
+/// Maps go from places in what is drawn to places in a texture, both in 0…1. On the video-processing queue.
+class PendingDrawing {
+ public:
+  struct Stage {
+    std::shared_ptr<const ShaderStage> shader;
+    std::shared_ptr<const UniformSetters> uniforms;
+    /// Where the setters of the shader's uniforms are, in its order.
+    std::shared_ptr<const std::vector<GLint>> locations;
+    AffineTransform place = {};  ///< in the stage's input
+    TavrelGPUImageFramebufferLease second = {};
+    AffineTransform secondPlace = {};
+    bool secondMeetsPixels = false;
+    /// In pixels of what is drawn; outside, the stage changes nothing.
+    std::optional<Rect> area = std::nullopt;
+  };
+
+  /// False with the environment variable `TAVREL_FUSE=0`: each filter draws by itself.
+  static bool isOn();
+  /// The map of a whole frame on which the coordinates of the corners bottom-left, bottom-right and top-left are these.
+  static AffineTransform mapOf(const GLfloat* corners);
+  /// Whether each pixel of a frame of this size shows exactly one of `texture`'s, and no two the same.
+  static bool meetsPixels(const AffineTransform& map, Size size, Size texture);
+
+  /// The whole of `source`.
+  explicit PendingDrawing(TavrelGPUImageFramebufferLease source);
+
+  /// Whether it is no more than its source.
+  bool isPlain() const;
+  bool hasRoomFor(const ShaderStage& stage) const;
+  /// Shows the part of what it was that `map` names, at `size`; they meet pixels.
+  void turn(const AffineTransform& map, Size size);
+  void add(Stage stage);
+  Size size() const { return size_; }
+  /// Draws all of it into the framebuffer and viewport in use.
+  void draw() const;
+
+ private:
+  void drawParts(std::uint32_t areas, const std::vector<Rect>& parts) const;
+
+  TavrelGPUImageFramebufferLease source_;
+  AffineTransform sourcePlace_;
+  std::vector<Stage> stages_;
+  Size size_;
+};
+
+}  // namespace tavrel
