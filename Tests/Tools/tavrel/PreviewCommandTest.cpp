@@ -1,6 +1,8 @@
 #include <cmath>
 #include <csignal>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "ProgramTestSupport.h"
 #include "Support/UIVirtualScreen.h"
@@ -20,10 +22,13 @@ constexpr int kTop = 40;
 /// A program that runs beside the test.
 class RunningPreview {
  public:
-  RunningPreview(const std::string& camera, const char* effect) {
+  explicit RunningPreview(std::vector<std::string> arguments) {
     process_ = fork();
     if (process_ != 0) return;
-    execl(TAVREL_PROGRAM, "tavrel", "preview", "--camera", camera.c_str(), effect, nullptr);
+    std::vector<char*> all = {const_cast<char*>("tavrel")};
+    for (std::string& argument : arguments) all.push_back(argument.data());
+    all.push_back(nullptr);
+    execv(TAVREL_PROGRAM, all.data());
     _exit(127);
   }
   RunningPreview(const RunningPreview&) = delete;
@@ -84,7 +89,7 @@ bool isNear(const Pixel& left, const Pixel& right) {
 }
 
 TEST_F(PreviewCommandTest, ShowsTheCameraThroughEffectsAndTheRingOnAClick) {
-  RunningPreview preview("file:" + file("scene.png"), "--mirror");
+  RunningPreview preview({"preview", "--camera", "file:" + file("scene.png"), "--mirror"});
   ASSERT_TRUE(placeWindow());
   const auto at = [](const Picture& picture, int x, int y) { return picture.at(kLeft + x, kTop + y); };
   EXPECT_TRUE(becomes([&](const Picture& picture) {
@@ -117,7 +122,7 @@ TEST_F(PreviewCommandTest, ShowsTheCameraThroughEffectsAndTheRingOnAClick) {
 }
 
 TEST_F(PreviewCommandTest, EndsCleanlyWhenItIsAskedTo) {
-  RunningPreview preview("back", "--rotate=1");
+  RunningPreview preview({"preview", "--camera", "back", "--rotate=1"});
   ASSERT_TRUE(placeWindow());
   // As large as asked for, also when the picture is turned.
   const CommandResult geometry = test::shell("xdotool search --name 'tavrel preview' getwindowgeometry --shell");
@@ -130,6 +135,22 @@ TEST_F(PreviewCommandTest, ARecordingThroughAFilterIsShownToo) {
   const CommandResult result = test::tavrel(
       "record " + file("movie.mov") + " --preview --blur 2 --microphone none --size 320x240 --fps 10 --duration 1");
   EXPECT_EQ(result.status, 0) << result.output;
+}
+
+TEST_F(PreviewCommandTest, ARecordingGoesOnWhenItsWindowIsPutAway) {
+  const std::string movie = file("movie.mov");
+  RunningPreview recording({"record", movie, "--preview", "--microphone", "none", "--size", "320x240", "--fps", "10"});
+  ASSERT_TRUE(UIVirtualScreen::xdotool("search --sync --onlyvisible --name 'tavrel record'"));
+  for (int i = 0; i < 1000 && !std::filesystem::exists(movie); ++i) std::this_thread::sleep_for(20ms);
+  ASSERT_TRUE(UIVirtualScreen::xdotool("search --name 'tavrel record' windowunmap"));
+  const auto away = std::chrono::steady_clock::now();
+  std::this_thread::sleep_for(4s);
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - away).count();
+  recording.terminate();
+  EXPECT_EQ(recording.exitStatus(), 0);
+  const auto times = test::probe("-select_streams v -show_entries packet=pts_time -of csv=p=0 " + movie);
+  ASSERT_FALSE(times.empty());
+  EXPECT_GT(std::stod(times.back()), seconds - 1) << "as long as the window was away, and longer";
 }
 
 TEST_F(PreviewCommandTest, SaysInOneLineThatThereIsNoWindow) {
