@@ -1,5 +1,7 @@
 #include "Platform/Media/Asset.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -101,6 +103,28 @@ std::shared_ptr<const AssetTrack> trackOf(const std::filesystem::path& path, AVF
   return std::make_shared<AssetTrack>(std::move(track));
 }
 
+std::vector<std::string> contentBesideTracksOf(const AVFormatContext& file) {
+  std::vector<std::string> contents;
+  if (file.nb_chapters > 0) contents.emplace_back("chapters");
+  for (unsigned i = 0; i < file.nb_streams; ++i) {
+    const AVStream& stream = *file.streams[i];
+    const AVCodecParameters& parameters = *stream.codecpar;
+    const char* const codec = avcodec_get_name(parameters.codec_id);
+    // Chapters of QuickTime have a track of texts, too, and its times one of their own.
+    const bool isOfChapters = file.nb_chapters > 0 && parameters.codec_type == AVMEDIA_TYPE_DATA;
+    if (parameters.codec_type == AVMEDIA_TYPE_SUBTITLE) {
+      contents.push_back(fmt::format("subtitles ({})", codec));
+    } else if ((stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) {
+      contents.emplace_back("a cover");
+    } else if (parameters.codec_type == AVMEDIA_TYPE_ATTACHMENT) {
+      contents.emplace_back("an attachment");
+    } else if (!isPlayable(stream) && !isOfChapters && parameters.codec_type != AVMEDIA_TYPE_DATA) {
+      contents.push_back(fmt::format("a track that cannot be decoded ({})", codec));
+    }
+  }
+  return contents;
+}
+
 /// By the names that are the same for all containers.
 std::vector<MetadataItem> metadataOf(const AVFormatContext& file) {
   constexpr std::array<std::pair<std::string_view, const char*>, 8> kNames{
@@ -178,6 +202,12 @@ std::vector<MetadataItem> Asset::metadata() const {
   return metadata_;
 }
 
+std::vector<std::string> Asset::contentBesideTracks() const {
+  load();
+  const std::lock_guard lock(mutex_);
+  return contentBesideTracks_;
+}
+
 MediaTime Asset::duration() const {
   load();
   const std::lock_guard lock(mutex_);
@@ -206,6 +236,7 @@ Expected<void> Asset::readFile() const {
     duration_ = std::max(duration_, tracks_.back()->timeRange().end());
   }
   metadata_ = metadataOf(**file);
+  contentBesideTracks_ = contentBesideTracksOf(**file);
   if (!tracks_.empty()) return {};
   return tl::unexpected(unreadableMovie(path_, "it holds neither pictures nor sound that can be decoded",
                                         MediaErrorCode::noPlayableTrack));

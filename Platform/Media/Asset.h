@@ -57,6 +57,8 @@ class TAVREL_API Asset : public std::enable_shared_from_this<Asset> {
   /// What the file says about itself, such as title and place, by the keys of MetadataItem.h where it has one of these;
   /// empty for a composition.
   std::vector<MetadataItem> metadata() const;
+  /// What else is in the file, in words such as "chapters" and "subtitles (subrip)"; empty for a composition.
+  std::vector<std::string> contentBesideTracks() const;
   /// The end of the last track; zero if unknown.
   virtual MediaTime duration() const;
 
@@ -76,6 +78,7 @@ class TAVREL_API Asset : public std::enable_shared_from_this<Asset> {
   mutable std::optional<Error> error_;
   mutable std::vector<std::shared_ptr<const AssetTrack>> tracks_;
   mutable std::vector<MetadataItem> metadata_;
+  mutable std::vector<std::string> contentBesideTracks_;
   mutable MediaTime duration_ = MediaTime::zero();
 };
 

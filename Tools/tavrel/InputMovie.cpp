@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "Report.h"
+
 namespace tavrel::tool {
 
 double TranscodingOptions::secondsOf(const Asset& asset) const {
@@ -39,6 +41,11 @@ Expected<InputMovie> InputMovie::open(const TranscodingOptions& options) {
     movie.sounds = {usual == sounds.end() ? sounds.front() : *usual};
   }
   return movie;
+}
+
+void sayWhatIsLeftOut(const TranscodingOptions& options, const Asset& asset) {
+  const auto contents = asset.contentBesideTracks();
+  if (!contents.empty()) say("not carried over from {}: {}", options.input.string(), fmt::join(contents, ", "));
 }
 
 Size squaredSize(const AssetTrack& track) {

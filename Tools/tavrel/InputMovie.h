@@ -43,6 +43,9 @@ struct InputMovie {
   static Expected<InputMovie> open(const TranscodingOptions& options);
 };
 
+/// Says what of the input will not be in the output.
+void sayWhatIsLeftOut(const TranscodingOptions& options, const Asset& asset);
+
 /// How large the pictures of `track` are in square pixels.
 Size squaredSize(const AssetTrack& track);
 

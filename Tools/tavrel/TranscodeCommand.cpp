@@ -70,6 +70,7 @@ class TranscodeCommand : public Command {
       return fail(
           "only one audio track goes through effects, --reverse, --realtime and turns: name one with --audio-track");
     }
+    sayWhatIsLeftOut(options_, *movie->asset);
     return diagnostics_.measure(json_, [&] {
       if (isPlain) {
         return PlainTranscoding(options_, *movie).run(json_, diagnostics_);
