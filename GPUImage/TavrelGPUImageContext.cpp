@@ -176,11 +176,14 @@ bool TavrelGPUImageContext::deviceSupportsOpenGLESExtension(std::string_view ext
 namespace {
 
 std::atomic<TavrelGPUImageScaling> usedScaling = TavrelGPUImageScaling{};
+std::atomic<bool> usedDepth = false;
 
 }  // namespace
 
 TavrelGPUImageScaling TavrelGPUImageContext::scaling() { return usedScaling; }
 void TavrelGPUImageContext::setScaling(TavrelGPUImageScaling newValue) { usedScaling = newValue; }
+bool TavrelGPUImageContext::worksDeep() { return usedDepth; }
+void TavrelGPUImageContext::setWorksDeep(bool newValue) { usedDepth = newValue; }
 
 std::optional<TavrelGPUTextureOptions> TavrelGPUImageContext::deepTextureOptions() {
   return device().deepTextureOptions;

@@ -64,6 +64,9 @@ class TAVREL_API TavrelGPUImageContext : public std::enable_shared_from_this<Tav
   /// The same for all filters, from their next frame on. Any thread.
   static TavrelGPUImageScaling scaling();
   static void setScaling(TavrelGPUImageScaling newValue);
+  /// Filters draw into deep textures, where there are any; movies dither them. False by default. Any thread.
+  static bool worksDeep();
+  static void setWorksDeep(bool newValue);
   static bool deviceSupportsRedTextures();
   static bool deviceSupportsFramebufferReads();
   /// `size`, scaled down if necessary so that the larger side is the maximum texture size. May be fractional. Any

@@ -117,7 +117,8 @@ bool TavrelGPUImageFilter::Implementation::defer(TavrelGPUImageFilter& self, con
 
 std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFilter::fetchFramebuffer() {
   TavrelGPUTextureOptions options = outputTextureOptions();
-  if (implementation_->isInputDeep && options == TavrelGPUTextureOptions{}) {
+  const bool isDeep = implementation_->isInputDeep || TavrelGPUImageContext::worksDeep();
+  if (isDeep && options == TavrelGPUTextureOptions{}) {
     options = TavrelGPUImageContext::deepTextureOptions().value_or(options);
   }
   auto framebuffer =

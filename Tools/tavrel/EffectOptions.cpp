@@ -124,6 +124,11 @@ std::shared_ptr<TavrelCaptureEffect> makeAnimatedSticker(const std::string& valu
 EffectOptions::EffectOptions(CLI::App& command) : command_(command) {
   constexpr const char* kGroup = "How effects work";
   command.add_flag("--linear", worksInLight_, "Blur and scale linear light instead of sRGB's values")->group(kGroup);
+  command
+      .add_option("--precision", precision_,
+                  "Bits of each component between effects; an output of 8 is dithered where that is more")
+      ->check(CLI::IsMember({8, 16}))
+      ->group(kGroup);
   command.add_option("--resample", resampling_, "How to enlarge more than twice: linear, or bicubic")
       ->check(CLI::IsMember({"linear", "bicubic"}))
       ->capture_default_str()
@@ -171,8 +176,12 @@ EffectOptions::EffectOptions(CLI::App& command) : command_(command) {
 TavrelCaptureEffectChain EffectOptions::makeChain() const {
   const auto graphics = TavrelGPUImageContext::sharedImageProcessingContext()->prepareContext();
   if (!graphics) throw std::runtime_error(graphics.error().description);
-  if (worksInLight_ && !TavrelGPUImageContext::deepTextureOptions())
-    throw std::runtime_error("--linear: this GL renders to 8 bits only, which is too little for linear light");
+  const bool worksDeep = precision_ == 16;
+  if ((worksInLight_ || worksDeep) && !TavrelGPUImageContext::deepTextureOptions()) {
+    throw std::runtime_error(worksDeep ? "--precision 16: this GL renders to 8 bits only"
+                                       : "--linear: this GL renders to 8 bits only, too little for linear light");
+  }
+  TavrelGPUImageContext::setWorksDeep(worksDeep);
   TavrelGPUImageContext::setScaling({.enlargesByBicubic = resampling_ == "bicubic", .worksInLight = worksInLight_});
   std::vector<std::shared_ptr<TavrelCaptureEffect>> effects;
   std::map<const CLI::Option*, std::size_t> used;
@@ -180,7 +189,6 @@ TavrelCaptureEffectChain EffectOptions::makeChain() const {
     for (const Kind& kind : kinds_) {
       if (kind.option != given) continue;
       effects.push_back(kind.make(given->results().at(used[given]++)));
-      if (auto* const blur = dynamic_cast<BlurEffect*>(effects.back().get())) blur->setWorksInLight(worksInLight_);
     }
   }
   return TavrelCaptureEffectChain(std::move(effects));

@@ -15,6 +15,8 @@ class EffectOptions {
 
   /// Throws UsageError for invalid values, and std::runtime_error for unusable files and without a GL context.
   TavrelCaptureEffectChain makeChain() const;
+  /// Bits of each component between effects; 0 where none were asked for.
+  int precision() const { return precision_; }
 
  private:
   using Maker = std::shared_ptr<TavrelCaptureEffect> (*)(const std::string& value);
@@ -26,6 +28,7 @@ class EffectOptions {
   CLI::App& command_;
   std::vector<Kind> kinds_;
   bool worksInLight_ = false;
+  int precision_ = 0;
   std::string resampling_ = "linear";
 };
 

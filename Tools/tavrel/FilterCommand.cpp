@@ -26,10 +26,6 @@ class FilterCommand : public Command {
         ->capture_default_str();
     command_->add_option("--depth", depth_, "Bits of each component of a PNG or AVIF; by default those of the input")
         ->check(CLI::IsMember({8, 16}));
-    command_
-        ->add_option("--precision", precision_,
-                     "Bits of each component between effects; with 16 for an input of 8, the output is dithered")
-        ->check(CLI::IsMember({8, 16}));
     command_->add_option("--profile", profile_, "Colours of the output: srgb, or keep for the input's profile")
         ->check(CLI::IsMember({"srgb", "keep"}))
         ->capture_default_str();
@@ -44,7 +40,8 @@ class FilterCommand : public Command {
 
  private:
   int filter(TavrelCaptureEffectChain& effects) {
-    const ImageDecoding decoding = {.keepsDepth = precision_ == 0 ? depth_ != 8 : precision_ == 16,
+    const int precision = effects_.precision();
+    const ImageDecoding decoding = {.keepsDepth = precision == 0 ? depth_ != 8 : precision == 16,
                                     .keepsColors = profile_ == "keep"};
     ImageMetadata metadata;
     auto image = ImageSource::createWithFile(input_).and_then([&](const std::shared_ptr<ImageSource>& source) {
@@ -62,10 +59,10 @@ class FilterCommand : public Command {
     if (!decoding.keepsColors) metadata.colorProfile.clear();
     if (strips_) metadata.exif = metadata.xmp = {};
     const int depth = depth_ != 0 ? depth_ : (*image)->bitsPerPixel() == 64 ? 16 : 8;
-    if (precision_ == 16 && !large) image = deepened(normalizedImage(*image));
+    if (precision == 16 && !large) image = deepened(normalizedImage(*image));
     FilteredPicture filtered = PictureFiltering(effects, memory_ * (1 << 20)).run(normalizedImage(*image), large);
     if (!filtered.image) return kFailure;
-    if (precision_ == 16 && depth == 8 && !filtered.large) filtered.image = dithered(filtered.image);
+    if (precision == 16 && depth == 8 && !filtered.large) filtered.image = dithered(filtered.image);
 
     const bool isLargePng = filtered.large && output_.extension() == ".png";
     const ImageEncoding encoding = {.quality = quality_, .bitsPerComponent = depth, .metadata = std::move(metadata)};
@@ -90,7 +87,6 @@ class FilterCommand : public Command {
   double quality_ = 0.92;
   double memory_ = 1024;
   int depth_ = 0;
-  int precision_ = 0;
   std::string profile_ = "srgb";
   bool strips_ = false;
   bool json_ = false;

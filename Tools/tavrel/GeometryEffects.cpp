@@ -140,7 +140,7 @@ TavrelCaptureEffectPart TurnEffect::onPart(const Rect& input, Size frameSize) co
 TavrelCaptureEffectNodes BlurEffect::makeNodes(Size) {
   auto filter = std::make_shared<TavrelGPUImageSmoothBlurFilter>();
   filter->setSigma(radius_);
-  filter->setWorksInLight(worksInLight_);
+  filter->setWorksInLight(TavrelGPUImageContext::scaling().worksInLight);
   return {.filters = {std::move(filter)}, .pictures = {}};
 }
 

@@ -40,14 +40,12 @@ class BlurEffect : public TavrelCaptureEffect {
   static constexpr double kLargestRadius = TavrelGPUImageSmoothBlurFilter::kLargestSigma;
 
   explicit BlurEffect(double radius) : radius_(radius) {}
-  void setWorksInLight(bool newValue) { worksInLight_ = newValue; }
   std::shared_ptr<TavrelCaptureEffect> copy() const override { return std::make_shared<BlurEffect>(*this); }
   TavrelCaptureEffectNodes makeNodes(Size frameSize) override;
   std::optional<Rect> inputFor(const Rect& output, Size frameSize) const override;
 
  private:
   double radius_;
-  bool worksInLight_ = false;
 };
 
 }  // namespace tavrel::tool

@@ -3,6 +3,7 @@
 #include <GLES2/gl2ext.h>
 
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
@@ -13,6 +14,22 @@
 #include "Platform/Tracing/Tracer.h"
 
 namespace tavrel {
+namespace {
+
+/// Adds Bayer's pattern of 8×8 pixels, so that areas keep their mean.
+std::string ditheringShader() {
+  return std::string(
+             "#ifdef GL_FRAGMENT_PRECISION_HIGH\nprecision highp float;\n#else\nprecision mediump float;\n#endif\n"
+             "varying vec2 textureCoordinate; uniform sampler2D inputImageTexture; float two(vec2 place) { place = "
+             "floor(place); return fract(place.x / 2.0 + place.y * place.y * 0.75); } float four(vec2 place) { return "
+             "two(place / 2.0) / 4.0 + two(place); } void main() { vec2 place = mod(floor(gl_FragCoord.xy), 8.0); "
+             "float "
+             "step = four(place / 2.0) / 4.0 + two(place) + 1.0 / 128.0 - 0.5; gl_FragColor = (texture2D("
+             "inputImageTexture, textureCoordinate) + step / 255.0)") +
+         (TavrelGPUImageContext::supportsFastTextureUpload() ? "; }" : ".bgra; }");
+}
+
+}  // namespace
 
 MoviePainter::MoviePainter(Size videoSize)
     : videoSize_(videoSize), movieWriterContext_(std::make_shared<TavrelGPUImageContext>()) {}
@@ -60,12 +77,16 @@ bool MoviePainter::renderAtInternalSizeUsingFramebuffer(const TavrelGPUImageFram
   movieWriterContext_->useAsCurrentContext();
   if (!setFilterFBO(pool)) return false;
   if (renderTarget_) renderTarget_->noteGPUWrite();
-  colorSwizzlingProgram_.use();
+  const QuadTexture texture(&framebuffer);
+  if (texture.isDeep && !ditheringProgram_) {
+    ditheringProgram_ = QuadProgram(*movieWriterContext_, kTavrelGPUImageVertexShaderString, ditheringShader());
+  }
+  const QuadProgram& program = texture.isDeep ? ditheringProgram_ : colorSwizzlingProgram_;
+  program.use();
   glClearColor(1.0F, 0.0F, 0.0F, 1.0F);
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-  colorSwizzlingProgram_.setTexture(0, QuadTexture(&framebuffer), 4,
-                                    TavrelGPUImageFilter::textureCoordinatesForRotation(inputRotation_));
-  colorSwizzlingProgram_.draw(TavrelGPUImageFilter::fullFrameVertices());
+  program.setTexture(0, texture, 4, TavrelGPUImageFilter::textureCoordinatesForRotation(inputRotation_));
+  program.draw(TavrelGPUImageFilter::fullFrameVertices());
   glFinish();
   return true;
 }

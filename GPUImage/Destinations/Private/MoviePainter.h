@@ -59,6 +59,7 @@ class MoviePainter {
   std::atomic<TavrelGPUImageRotationMode> inputRotation_ = kTavrelGPUImageNoRotation;
   const std::shared_ptr<TavrelGPUImageContext> movieWriterContext_;
   QuadProgram colorSwizzlingProgram_;
+  QuadProgram ditheringProgram_;  // made for the first deep frame
   GLuint movieFramebuffer_ = 0;
   GLuint movieRenderbuffer_ = 0;
   std::shared_ptr<PixelBuffer> renderTarget_;
