@@ -26,7 +26,7 @@ CodecContext openDecoder(const AVStream& stream) {
   return context;
 }
 
-void describeVideo(const AVStream& stream, MovieProbe::Video& video) {
+void describeVideo(const AVStream& stream, ProbedVideo& video) {
   const AVCodecParameters& parameters = *stream.codecpar;
   video.codec = avcodec_get_name(parameters.codec_id);
   video.pixelFormat = text(av_get_pix_fmt_name(static_cast<AVPixelFormat>(parameters.format)));
@@ -42,7 +42,7 @@ void describeVideo(const AVStream& stream, MovieProbe::Video& video) {
   if (matrix) std::memcpy(video.displayMatrix.emplace().data(), matrix, 9 * sizeof(std::int32_t));
 }
 
-void takePicture(const AVFrame& frame, bool keepLuma, MovieProbe::Video& video) {
+void takePicture(const AVFrame& frame, bool keepLuma, ProbedVideo& video) {
   video.times.push_back(frame.best_effort_timestamp);
   const int x = frame.width / 2, y = frame.height / 2;
   video.centers.push_back({frame.data[0][y * frame.linesize[0] + x], frame.data[1][y / 2 * frame.linesize[1] + x / 2],
@@ -63,7 +63,7 @@ float sampleOf(const AVFrame& frame, int index) {
   return reinterpret_cast<const float*>(frame.data[0])[index * step];
 }
 
-void takeSound(const AVFrame& frame, AVRational base, MovieProbe::Audio& audio) {
+void takeSound(const AVFrame& frame, AVRational base, ProbedAudio& audio) {
   const double start = static_cast<double>(frame.best_effort_timestamp) * av_q2d(base);
   const auto position = std::lround(start * frame.sample_rate);
   // What fills the decoder before time 0 is not played.
@@ -81,14 +81,14 @@ void takeSound(const AVFrame& frame, AVRational base, MovieProbe::Audio& audio) 
 
 }  // namespace
 
-std::optional<double> MovieProbe::Audio::firstAbove(float level, double from) const {
+std::optional<double> ProbedAudio::firstAbove(float level, double from) const {
   for (auto i = static_cast<std::size_t>(from * sampleRate); i < samples.size(); ++i) {
     if (std::abs(samples[i]) >= level) return static_cast<double>(i) / sampleRate;
   }
   return std::nullopt;
 }
 
-double MovieProbe::Audio::level(double from, double to) const {
+double ProbedAudio::level(double from, double to) const {
   double sum = 0;
   std::size_t count = 0;
   for (auto i = static_cast<std::size_t>(from * sampleRate); i < samples.size() && i < to * sampleRate; ++i, ++count) {
