@@ -46,7 +46,7 @@ class PipeWireDriver::Stream {
 
   ~Stream() {
     if (!loop_) return;
-    loop_->stop();
+    loop_->stop(stream_, streamListener_);
     if (stream_) pw_stream_destroy(stream_);
     if (coreListener_.link.next) spa_hook_remove(&coreListener_);
   }

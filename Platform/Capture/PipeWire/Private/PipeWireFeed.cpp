@@ -87,7 +87,7 @@ PipeWireFeed::PipeWireFeed(Description description, Events events)
 
 PipeWireFeed::~PipeWireFeed() {
   if (!loop_) return;
-  loop_->stop();
+  loop_->stop(stream_, streamListener_);
   disconnect();
   for (spa_source* source : {due_, retry_, shown_}) {
     if (source) pw_loop_destroy_source(loop_->loop(), source);

@@ -42,4 +42,13 @@ void PipeWireLoop::stop() {
   if (loop_) pw_thread_loop_stop(loop_);
 }
 
+void PipeWireLoop::stop(pw_stream* stream, spa_hook& listener) {
+  if (stream) {
+    const Lock lock(*this);
+    spa_hook_remove(&listener);
+    pw_stream_disconnect(stream);
+  }
+  stop();
+}
+
 }  // namespace tavrel

@@ -26,6 +26,9 @@ class PipeWireLoop {
   void disconnect();
   /// Joins the thread; afterwards no lock is needed.
   void stop();
+  /// The same once the stream's events, of which `listener` is told, have ended: without this thread PipeWire's own
+  /// would tell of them. The stream, which may be nullptr, is disconnected.
+  void stop(pw_stream* stream, spa_hook& listener);
 
   /// Waits on the loop until `isDone` or the deadline; with the lock held. `signal` wakes it.
   template <typename Condition>
