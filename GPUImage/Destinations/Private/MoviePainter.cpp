@@ -23,8 +23,7 @@ std::string ditheringShader() {
              "varying vec2 textureCoordinate; uniform sampler2D inputImageTexture; float two(vec2 place) { place = "
              "floor(place); return fract(place.x / 2.0 + place.y * place.y * 0.75); } float four(vec2 place) { return "
              "two(place / 2.0) / 4.0 + two(place); } void main() { vec2 place = mod(floor(gl_FragCoord.xy), 8.0); "
-             "float "
-             "step = four(place / 2.0) / 4.0 + two(place) + 1.0 / 128.0 - 0.5; gl_FragColor = (texture2D("
+             "float step = four(place / 2.0) / 4.0 + two(place) + 1.0 / 128.0 - 0.5; gl_FragColor = (texture2D("
              "inputImageTexture, textureCoordinate) + step / 255.0)") +
          (TavrelGPUImageContext::supportsFastTextureUpload() ? "; }" : ".bgra; }");
 }
