@@ -8,6 +8,7 @@
 #include "GPUImage/Filters/TavrelGPUImageTwoInputFilter.h"
 #include "GPUImage/Private/FramebufferContents.h"
 #include "GPUImage/TavrelGLProgram.h"
+#include "GPUImage/TavrelGPUImageContext.h"
 
 namespace tavrel {
 
@@ -46,8 +47,9 @@ bool FilterFusion::findStage(const TavrelGPUImageFilter& self) {
 }
 
 bool FilterFusion::accepts(const TavrelGPUImageFilter& self) {
-  return PendingDrawing::isOn() && type_ && typeid(self) == *type_ && foreignUniforms_.empty() && findStage(self) &&
-         self.outputTextureOptions() == TavrelGPUTextureOptions{};
+  // Programs of several stages round between them as framebuffers of 8 bits do.
+  return PendingDrawing::isOn() && !TavrelGPUImageContext::worksDeep() && type_ && typeid(self) == *type_ &&
+         foreignUniforms_.empty() && findStage(self) && self.outputTextureOptions() == TavrelGPUTextureOptions{};
 }
 
 std::optional<PendingDrawing> FilterFusion::drawingOf(const TavrelGPUImageFilter& self,

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <random>
 #include <string>
 
@@ -291,6 +293,35 @@ TEST_F(Fusion, WhoeverReadsAFrameFindsItDrawn) {
     const auto image = end->newCGImageFromCurrentlyProcessedOutput();
     ASSERT_TRUE(image);
     EXPECT_EQ(largestDifference(test::pictureOf(*image), tinted), 0);
+  }
+}
+
+TEST(DeepFilters, DoNotRoundBetweenEachOther) {
+  if (!TavrelGPUImageContext::deepTextureOptions()) GTEST_SKIP() << "this driver renders to 8 bits only";
+  const auto timesShader = [](const char* factor) {
+    return std::string(
+               "varying highp vec2 textureCoordinate; uniform sampler2D inputImageTexture; void main() { "
+               "gl_FragColor = vec4(texture2D(inputImageTexture, textureCoordinate).rgb * ") +
+           factor + ", 1.0); }";
+  };
+  const auto darken = std::make_shared<TavrelGPUImageFilter>(timesShader("0.1"));
+  const auto brighten = std::make_shared<TavrelGPUImageFilter>(timesShader("10.0"));
+  const auto input = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
+  input->addTarget(darken);
+  darken->addTarget(brighten);
+  const auto buffer = test::pixelBufferOf({256, 1, [](int x, int) { return Pixel{x, x, x, 255}; }});
+  TavrelGPUImageContext::setWorksDeep(true);
+  brighten->useNextFrameForImageCapture();
+  input->processCVPixelBuffer(buffer, MediaTime::make(1, 30), true);
+  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+  const auto image = brighten->newCGImageFromCurrentlyProcessedOutput();
+  TavrelGPUImageContext::setWorksDeep(false);
+  ASSERT_TRUE(image);
+  ASSERT_EQ(image->bitsPerPixel(), 64U);
+  for (std::size_t x = 0; x < 256; ++x) {
+    std::uint16_t red = 0;
+    std::memcpy(&red, image->dataProvider()->bytes().data() + x * 8, 2);
+    EXPECT_NEAR(red / 257.0, static_cast<double>(x), 0.3);
   }
 }
 
