@@ -87,8 +87,8 @@ void TavrelGPUImageMovieWriter::Implementation::addVideoTrack(const std::optiona
   const auto track = AssetWriterInput::create(MediaType::video, std::move(settings));
   assetWriterPixelBufferInput = AssetWriterInputPixelBufferAdaptor::create(
       track, {{kPixelBufferPixelFormatTypeKey, static_cast<std::int64_t>(PixelFormat::bgra32)},
-              {kPixelBufferWidthKey, static_cast<std::int64_t>(painter.videoSize().width)},
-              {kPixelBufferHeightKey, static_cast<std::int64_t>(painter.videoSize().height)}});
+              {kPixelBufferWidthKey, wholePixels(painter.videoSize().width)},
+              {kPixelBufferHeightKey, wholePixels(painter.videoSize().height)}});
   addTrack(video, track);
 }
 
