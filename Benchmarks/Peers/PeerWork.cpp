@@ -20,6 +20,7 @@
 #include "Platform/Foundation/JSONString.h"
 #include "Support/BareGL.h"
 #include "Support/Comparison.h"
+#include "Support/FrameReader.h"
 
 namespace tavrel::benchmarks {
 namespace {
@@ -134,43 +135,6 @@ double measure(int frames, const std::function<void()>& frame) {
   return std::chrono::duration<double, std::milli>(Clock::now() - begun).count() / frames;
 }
 
-/// Reads each frame back, as a program does that hands frames on.
-class Reader : public TavrelGPUImageInput {
- public:
-  explicit Reader(Pixels& pixels) : pixels_(pixels) {}
-
-  void setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer, Index) override {
-    framebuffer_ = TavrelGPUImageFramebufferLease(std::move(framebuffer));
-  }
-  void newFrameReadyAtTime(MediaTime, Index) override {
-    const auto buffer = framebuffer_.get()->pixelBuffer();
-    buffer->lockBaseAddress(PixelBufferLock::readOnly);
-    if (isLast) {
-      const auto rowBytes = static_cast<std::size_t>(pixels_.width) * 4;
-      for (std::size_t row = 0; row < static_cast<std::size_t>(pixels_.height); ++row) {
-        std::memcpy(&pixels_.bytes[row * rowBytes], buffer->baseAddress() + row * buffer->bytesPerRow(), rowBytes);
-      }
-    }
-    buffer->unlockBaseAddress(PixelBufferLock::readOnly);
-    framebuffer_.release();
-  }
-  Index nextAvailableTextureIndex() const override { return 0; }
-  void setInputSize(Size, Index) override {}
-  void setInputRotation(TavrelGPUImageRotationMode, Index) override {}
-  Size maximumOutputSize() const override { return {}; }
-  void endProcessing() override {}
-  bool shouldIgnoreUpdatesToThisTarget() const override { return false; }
-  bool enabled() const override { return true; }
-  bool wantsMonochromeInput() const override { return false; }
-  void setCurrentlyReceivingMonochromeInput(bool) override {}
-
-  bool isLast = false;
-
- private:
-  Pixels& pixels_;
-  TavrelGPUImageFramebufferLease framebuffer_;
-};
-
 /// A source that uploads the same picture for each frame, as one that comes from a camera is.
 class Feeder {
  public:
@@ -204,7 +168,7 @@ class Feeder {
 double graph(const std::string& name, Pixels& pixels, int frames, const std::shared_ptr<Image>& second) {
   const auto filter = workNamed(name, pixels.width, pixels.height).filter;
   Feeder feeder(pixels);
-  const auto reader = std::make_shared<Reader>(pixels);
+  const auto reader = std::make_shared<FrameReader>();
   feeder.source()->addTarget(filter, 0);
   filter->addTarget(reader);
   std::shared_ptr<TavrelGPUImagePicture> picture;
@@ -217,9 +181,10 @@ double graph(const std::string& name, Pixels& pixels, int frames, const std::sha
     feeder.deliver();
     TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
   });
-  reader->isLast = true;
+  reader->keepsBytes = true;
   feeder.deliver();
   TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+  pixels.bytes = std::move(reader->bytes);
   return milliseconds;
 }
 

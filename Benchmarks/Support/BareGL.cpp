@@ -1,5 +1,6 @@
 #include "Support/BareGL.h"
 
+#include <algorithm>
 #include <array>
 
 #include "Support/Comparison.h"
@@ -94,6 +95,26 @@ void BarePass::setVector4(const char* uniform, GLfloat x, GLfloat y, GLfloat z, 
 void BarePass::setMatrix(const char* uniform, const std::array<GLfloat, 16>& columns) {
   glUseProgram(program_);
   glUniformMatrix4fv(glGetUniformLocation(program_, uniform), 1, GL_FALSE, columns.data());
+}
+
+BarePass BarePass::transform(const AffineTransform& transform, Size size) {
+  const auto aspect = static_cast<GLfloat>(size.height / size.width);
+  std::array<GLfloat, 16> matrix{};
+  const Transform3D full = Transform3D::makeAffine(transform);
+  std::transform(full.m.begin(), full.m.end(), matrix.begin(), [](double e) { return static_cast<GLfloat>(e); });
+  // The filter's quad is as high as the frame is in proportion; this one is square.
+  for (std::size_t i = 4; i < 8; ++i) matrix[i] *= aspect;
+  BarePass pass(kTavrelGPUImageTransformVertexShaderString, kTavrelGPUImagePassthroughFragmentShaderString);
+  pass.setMatrix("transformMatrix", matrix);
+  pass.setMatrix("orthographicMatrix", {1, 0, 0, 0, 0, 1 / aspect, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
+  return pass;
+}
+
+BarePass BarePass::twoInputs(std::string_view fragmentShader, const char* level, const BareTexture& second) {
+  BarePass pass(kTavrelGPUImageTwoInputTextureVertexShaderString, fragmentShader);
+  pass.setFloat(level, 1);
+  pass.setSecondTexture(second);
+  return pass;
 }
 
 void BarePass::draw(const BareTexture& input, const BareTarget& target) const {

@@ -51,6 +51,10 @@ class BareTarget {
 class BarePass {
  public:
   BarePass(std::string_view vertexShader, std::string_view fragmentShader);
+  /// The pass of a transform filter on frames of `size`.
+  static BarePass transform(const AffineTransform& transform, Size size);
+  /// The pass of a filter with `second` as its second input, and with 1 as its uniform `level`.
+  static BarePass twoInputs(std::string_view fragmentShader, const char* level, const BareTexture& second);
 
   /// Textures for the samplers of these names, beside the input's "inputImageTexture"; the coordinates attribute
   /// "inputTextureCoordinate2" is set where the shader has it.

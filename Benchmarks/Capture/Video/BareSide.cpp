@@ -1,35 +1,11 @@
 #include "BareSide.h"
 
 namespace tavrel::benchmarks {
-namespace {
-
-/// The pass of a transform filter on frames of `size`.
-BarePass transformPass(const AffineTransform& transform, Size size) {
-  const auto aspect = static_cast<GLfloat>(size.height / size.width);
-  std::array<GLfloat, 16> matrix{};
-  const Transform3D full = Transform3D::makeAffine(transform);
-  std::transform(full.m.begin(), full.m.end(), matrix.begin(), [](double e) { return static_cast<GLfloat>(e); });
-  // The filter's quad is as high as the frame is in proportion; this one is square.
-  for (std::size_t i = 4; i < 8; ++i) matrix[i] *= aspect;
-  BarePass pass(kTavrelGPUImageTransformVertexShaderString, kTavrelGPUImagePassthroughFragmentShaderString);
-  pass.setMatrix("transformMatrix", matrix);
-  pass.setMatrix("orthographicMatrix", {1, 0, 0, 0, 0, 1 / aspect, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
-  return pass;
-}
-
-}  // namespace
-
 BareSide::BareSide(const Layout& layout)
     : width_(static_cast<int>(layout.size.width)), height_(static_cast<int>(layout.size.height)) {
   context_.use();
   const auto passthrough = [] {
     return BarePass(kTavrelGPUImageVertexShaderString, kTavrelGPUImagePassthroughFragmentShaderString);
-  };
-  const auto twoInputs = [](const char* fragmentShader, const char* level, const BareTexture& second) {
-    BarePass pass(kTavrelGPUImageTwoInputTextureVertexShaderString, fragmentShader);
-    pass.setFloat(level, 1);
-    pass.setSecondTexture(second);
-    return pass;
   };
   frame_ = std::make_unique<BareTexture>(width_, height_);
   table_ = std::make_unique<BareTexture>(kTableSide, kTableSide, tablePixels().data());
@@ -42,22 +18,23 @@ BareSide::BareSide(const Layout& layout)
   beauty.setFloat("brightness", 0);
 
   const auto placed = [&](const Rect& rectangle) {
-    return transformPass(TavrelGetTransform(rectangle, layout.size, 0), layout.size);
+    return BarePass::transform(TavrelGetTransform(rectangle, layout.size, 0), layout.size);
   };
   const auto blend = [&](std::size_t second) {
-    return twoInputs(kTavrelGPUImageAlphaBlendFragmentShaderString, "mixturePercent", targets_[second].texture());
+    return BarePass::twoInputs(kTavrelGPUImageAlphaBlendFragmentShaderString, "mixturePercent",
+                               targets_[second].texture());
   };
   const auto target = [this](std::size_t index) { return &targets_[index].texture(); };
   const auto step = [this](BarePass pass, const BareTexture* input) { steps_.push_back({pass, input}); };
-  step(placed(layout.still), still_.get());                                                     // 0
-  step(placed(layout.animated), animated_.get());                                               // 1
-  step(passthrough(), frame_.get());                                                            // 2: crop
-  step(beauty, target(2));                                                                      // 3
-  step(twoInputs(kTavrelGPUImageLookupFragmentShaderString, "intensity", *table_), target(3));  // 4
-  step(blend(0), target(4));                                                                    // 5
-  step(blend(1), target(5));                                                                    // 6: encoded
-  step(transformPass(AffineTransform::makeScale(-1, 1), layout.size), target(6));               // 7
-  step(passthrough(), target(7));                                                               // 8: preview
+  step(placed(layout.still), still_.get());                                                               // 0
+  step(placed(layout.animated), animated_.get());                                                         // 1
+  step(passthrough(), frame_.get());                                                                      // 2: crop
+  step(beauty, target(2));                                                                                // 3
+  step(BarePass::twoInputs(kTavrelGPUImageLookupFragmentShaderString, "intensity", *table_), target(3));  // 4
+  step(blend(0), target(4));                                                                              // 5
+  step(blend(1), target(5));                                                                              // 6: encoded
+  step(BarePass::transform(AffineTransform::makeScale(-1, 1), layout.size), target(6));                   // 7
+  step(passthrough(), target(7));                                                                         // 8: preview
   glFinish();
   BareContext::useGraph();
 }

@@ -2,7 +2,7 @@
 // uploaded, drawn and read back.
 
 #include <algorithm>
-#include <cstring>
+#include <functional>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -10,44 +10,13 @@
 #include "Capture/Video/CameraScene.h"
 #include "Support/BareGL.h"
 #include "Support/Comparison.h"
+#include "Support/FrameReader.h"
 
 namespace tavrel::benchmarks {
 namespace {
 
 constexpr int kBlocks = 15;
 constexpr int kRepetitions = 4;
-
-/// Reads each frame back, as a program does that hands frames on.
-class Reader : public TavrelGPUImageInput {
- public:
-  void setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer, Index) override {
-    frame_ = TavrelGPUImageFramebufferLease(std::move(framebuffer));
-  }
-  void newFrameReadyAtTime(MediaTime, Index) override {
-    const auto buffer = frame_.get()->pixelBuffer();
-    buffer->lockBaseAddress(PixelBufferLock::readOnly);
-    if (keepsBytes) {
-      bytes.assign(buffer->baseAddress(), buffer->baseAddress() + buffer->bytesPerRow() * buffer->height());
-    }
-    buffer->unlockBaseAddress(PixelBufferLock::readOnly);
-    frame_.release();
-  }
-  Index nextAvailableTextureIndex() const override { return 0; }
-  void setInputSize(Size, Index) override {}
-  void setInputRotation(TavrelGPUImageRotationMode, Index) override {}
-  Size maximumOutputSize() const override { return {}; }
-  void endProcessing() override {}
-  bool shouldIgnoreUpdatesToThisTarget() const override { return false; }
-  bool enabled() const override { return true; }
-  bool wantsMonochromeInput() const override { return false; }
-  void setCurrentlyReceivingMonochromeInput(bool) override {}
-
-  bool keepsBytes = false;
-  std::vector<std::uint8_t> bytes;
-
- private:
-  TavrelGPUImageFramebufferLease frame_;
-};
 
 std::shared_ptr<Image> imageOf(const Pixels& pixels, std::size_t side) {
   const auto* const bytes = reinterpret_cast<const std::uint8_t*>(pixels.data());
@@ -78,23 +47,25 @@ class Work {
 
   void beauty() {
     append(std::make_shared<TavrelGPUImageBeautifyFilter>());
-    BarePass pass(kTavrelGPUImageVertexShaderString, kDOTGPUImageBeautyFragmentShaderString);
-    pass.setVector2("singleStepOffset", 2 / static_cast<GLfloat>(size_.width), 2 / static_cast<GLfloat>(size_.height));
-    pass.setVector4("params", 0.7F, 0.85F, 0.25F, 0.25F);
-    pass.setFloat("brightness", 0);
-    draw(pass);
+    draw([this] {
+      BarePass pass(kTavrelGPUImageVertexShaderString, kDOTGPUImageBeautyFragmentShaderString);
+      pass.setVector2("singleStepOffset", 2 / static_cast<GLfloat>(width()), 2 / static_cast<GLfloat>(height()));
+      pass.setVector4("params", 0.7F, 0.85F, 0.25F, 0.25F);
+      pass.setFloat("brightness", 0);
+      return pass;
+    });
   }
 
   void crop() {
     append(std::make_shared<TavrelGPUImageCropFilter>());
-    draw(BarePass(kTavrelGPUImageVertexShaderString, kTavrelGPUImageCropFragmentShaderString));
+    draw([] { return BarePass(kTavrelGPUImageVertexShaderString, kTavrelGPUImageCropFragmentShaderString); });
   }
 
   void lookup() {
     const auto filter = std::make_shared<TavrelGPUImageLookupFilter>();
     append(filter);
     show(imageOf(tablePixels(), kTableSide), filter);
-    draw(twoInputs(kTavrelGPUImageLookupFragmentShaderString, "intensity", *table_));
+    draw([&] { return BarePass::twoInputs(kTavrelGPUImageLookupFragmentShaderString, "intensity", *table_); });
   }
 
   /// By hand the sticker is placed for each frame, as the first draw.
@@ -111,17 +82,17 @@ class Work {
 
     const BareTexture* const before = drawn_;
     drawn_ = sticker_.get();
-    draw(transformPass(transform));
+    draw([&] { return BarePass::transform(transform, size_); });
     const BareTexture& placed = *drawn_;
     drawn_ = before;
-    draw(twoInputs(kTavrelGPUImageAlphaBlendFragmentShaderString, "mixturePercent", placed));
+    draw([&] { return BarePass::twoInputs(kTavrelGPUImageAlphaBlendFragmentShaderString, "mixturePercent", placed); });
   }
 
   void mirror() {
     const auto filter = std::make_shared<TavrelGPUImageTransformFilter>();
     filter->setAffineTransform(AffineTransform::makeScale(-1, 1));
     append(filter);
-    draw(transformPass(AffineTransform::makeScale(-1, 1)));
+    draw([&] { return BarePass::transform(AffineTransform::makeScale(-1, 1), size_); });
   }
 
   Comparison measure() {
@@ -154,34 +125,13 @@ class Work {
     pictures_.back()->addTarget(filter, dynamic_cast<TavrelGPUImageTwoInputFilter*>(filter.get()) ? 1 : 0);
   }
 
-  void draw(const BarePass& pass) {
+  /// The pass is made in the context that draws it.
+  void draw(const std::function<BarePass()>& makePass) {
     bare_.use();
     targets_.push_back(std::make_unique<BareTarget>(width(), height()));
-    steps_.push_back({pass, drawn_ ? drawn_ : input_.get()});
+    steps_.push_back({makePass(), drawn_ ? drawn_ : input_.get()});
     drawn_ = &targets_.back()->texture();
     BareContext::useGraph();
-  }
-
-  BarePass twoInputs(const char* fragmentShader, const char* level, const BareTexture& second) {
-    bare_.use();
-    BarePass pass(kTavrelGPUImageTwoInputTextureVertexShaderString, fragmentShader);
-    pass.setFloat(level, 1);
-    pass.setSecondTexture(second);
-    return pass;
-  }
-
-  BarePass transformPass(const AffineTransform& transform) {
-    bare_.use();
-    const auto aspect = static_cast<GLfloat>(size_.height / size_.width);
-    std::array<GLfloat, 16> matrix{};
-    const Transform3D full = Transform3D::makeAffine(transform);
-    std::transform(full.m.begin(), full.m.end(), matrix.begin(), [](double e) { return static_cast<GLfloat>(e); });
-    // The filter's quad is as high as the frame is in proportion; this one is square.
-    for (std::size_t i = 4; i < 8; ++i) matrix[i] *= aspect;
-    BarePass pass(kTavrelGPUImageTransformVertexShaderString, kTavrelGPUImagePassthroughFragmentShaderString);
-    pass.setMatrix("transformMatrix", matrix);
-    pass.setMatrix("orthographicMatrix", {1, 0, 0, 0, 0, 1 / aspect, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
-    return pass;
   }
 
   void frameByGraph() {
@@ -205,7 +155,7 @@ class Work {
   std::vector<std::uint8_t> frame_, read_;
   std::shared_ptr<TavrelGPUImageCVPixelBufferInput> source_ = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
   std::shared_ptr<TavrelGPUImageOutput> last_;
-  std::shared_ptr<Reader> reader_ = std::make_shared<Reader>();
+  std::shared_ptr<FrameReader> reader_ = std::make_shared<FrameReader>();
   std::vector<std::shared_ptr<TavrelGPUImagePicture>> pictures_;
   std::int64_t number_ = 0;
 
