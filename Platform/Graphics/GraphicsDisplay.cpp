@@ -164,6 +164,8 @@ bool GraphicsDisplay::adopt(void* eglDisplay, void* eglContext) {
   return true;
 }
 
+bool GraphicsDisplay::adoptCurrent() { return adopt(eglGetCurrentDisplay(), eglGetCurrentContext()); }
+
 std::vector<std::string> GraphicsDisplay::deviceNames() { return namesOf(GraphicsDevice::all()); }
 
 bool GraphicsDisplay::isChosen() {

@@ -191,5 +191,23 @@ TEST(GraphicsDisplayDeathTest, AdoptsTheWindowSystemsDisplayUnlessHeadlessIsDema
   EXPECT_EXIT(adoptAndReport("headless"), testing::ExitedWithCode(4), "");
 }
 
+// An application's own context, in a process of its own.
+[[noreturn]] void adoptCurrentAndReport(bool hasContext) {
+  EGLDisplay display = eglGetPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
+  eglInitialize(display, nullptr, nullptr);
+  const EGLint version[] = {EGL_CONTEXT_CLIENT_VERSION, 2, EGL_NONE};
+  eglBindAPI(EGL_OPENGL_ES_API);
+  EGLContext context = eglCreateContext(display, EGL_NO_CONFIG_KHR, EGL_NO_CONTEXT, version);
+  if (hasContext) eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, context);
+  const bool adopted = GraphicsDisplay::adoptCurrent();
+  const bool shares = GraphicsDisplay::shared().nativeShareContext() == context;
+  std::_Exit((adopted ? 1 : 0) | (shares ? 2 : 0));
+}
+
+TEST(GraphicsDisplayDeathTest, AdoptsWhatIsCurrent) {
+  EXPECT_EXIT(adoptCurrentAndReport(true), testing::ExitedWithCode(1 | 2), "");
+  EXPECT_EXIT(adoptCurrentAndReport(false), testing::ExitedWithCode(0), "");
+}
+
 }  // namespace
 }  // namespace tavrel
