@@ -35,10 +35,11 @@ void StateReport::notePanels(double drawn, double seconds) {
   if (panelTimes_.size() > kMost) panelTimes_.pop_front();
 }
 
-void StateReport::write(Studio& studio, const Layout& layout) {
+void StateReport::write(Studio& studio, const Layout& layout, const Rect& window) {
   if (!isOn()) return;
   nlohmann::json state;
   for (const auto& [name, place] : WidgetMap::shared().places()) state["widgets"][name] = jsonOf(place);
+  state["window"] = jsonOf(window);
   state["picture"] = jsonOf(layout.picture);
   state["frame"] = {studio.effects().frameSize().width, studio.effects().frameSize().height};
   state["recording"] = studio.isRecording();
@@ -56,6 +57,7 @@ void StateReport::write(Studio& studio, const Layout& layout) {
   written_ = now;
   // What changes by itself is no reason to write.
   state["drawings"] = drawings_;
+  state["written"] = studio.recorder() ? studio.recorder()->statistics().framesWritten : 0;
   state["panelMilliseconds"] = median({panelTimes_.begin(), panelTimes_.end()}) * 1000;
   const std::filesystem::path fresh = file_.string() + ".new";
   std::ofstream(fresh) << state.dump(1, ' ', false, nlohmann::json::error_handler_t::replace);

@@ -19,7 +19,8 @@ class StateReport {
   /// When the window was drawn, and what its panels cost the main thread.
   void notePanels(double drawn, double seconds);
   double drawnBefore() const { return drawnBefore_; }
-  void write(Studio& studio, const Layout& layout);
+  /// `window` is where the window lies on the screen, in points.
+  void write(Studio& studio, const Layout& layout, const Rect& window);
 
  private:
   std::filesystem::path file_;

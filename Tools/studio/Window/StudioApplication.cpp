@@ -101,11 +101,9 @@ void StudioApplication::dropFile(const SDL_Event& event) {
   // SDL tells no place; the mouse is where the file was let go.
   int x = 0;
   int y = 0;
-  int left = 0;
-  int top = 0;
   SDL_GetGlobalMouseState(&x, &y);
-  SDL_GetWindowPosition(window_->native(), &left, &top);
-  const Point mouse = {(x - left + 0.5) * pixelsPerPoint(), (y - top + 0.5) * pixelsPerPoint()};
+  const Point corner = window_->position();
+  const Point mouse = {(x - corner.x + 0.5) * pixelsPerPoint(), (y - corner.y + 0.5) * pixelsPerPoint()};
   const Size frame = studio_.effects().frameSize();
   const Point place = layout().toFrame(mouse, frame, studio_.settings().mirrors);
   const bool isOver = place.x >= 0 && place.y >= 0 && place.x < frame.width && place.y < frame.height;
@@ -172,7 +170,7 @@ void StudioApplication::drawPanels(const Layout& layout) {
   ImGui::Render();
   renderer_->drawPanels(*ImGui::GetDrawData());
   report_.notePanels(drawn_, threadSeconds() - began);
-  report_.write(studio_, layout);
+  report_.write(studio_, layout, {window_->position(), window_->size()});
 }
 
 }  // namespace tavrel::studio

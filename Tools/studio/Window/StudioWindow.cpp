@@ -90,6 +90,13 @@ Size StudioWindow::sizeInPixels() const {
   return {static_cast<double>(width), static_cast<double>(height)};
 }
 
+Point StudioWindow::position() const {
+  int x = 0;
+  int y = 0;
+  SDL_GetWindowPosition(window_, &x, &y);
+  return {static_cast<double>(x), static_cast<double>(y)};
+}
+
 double StudioWindow::scale() const {
   const double pixelsPerPoint = sizeInPixels().width / std::max(1.0, size().width);
   // X11 has no points: there the desktop says by how much programs are to enlarge.

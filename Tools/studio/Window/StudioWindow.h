@@ -23,6 +23,8 @@ class StudioWindow {
   /// In points, in which the mouse's position is told.
   Size size() const;
   Size sizeInPixels() const;
+  /// Of its upper left corner on the screen, in points.
+  Point position() const;
   /// How much larger than on a usual display things have to be drawn: in pixels.
   double scale() const;
   bool isSeen() const;

@@ -1,0 +1,256 @@
+// The studio as people use it: with mouse and keys, in a window under Xvfb.
+#include <cmath>
+#include <fstream>
+
+#include "DesktopClient.h"
+#include "Model/Layout.h"
+#include "Model/Settings.h"
+#include "RunningStudio.h"
+#include "Tools/tavrel/ProgramTestSupport.h"
+
+namespace tavrel::studio {
+namespace {
+
+using nlohmann::json;
+using test::DesktopClient;
+using test::Picture;
+using test::Pixel;
+using test::RunningStudio;
+using test::UIVirtualScreen;
+
+constexpr Size kFrame = {640, 360};
+constexpr Pixel kGrey = {120, 120, 120, 255};
+
+class StudioWindowTest : public test::ProgramTest {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(screen_.failure(), "");
+    write("grey.png", 640, 360, kGrey);
+    write("red.png", 40, 30, {255, 0, 0, 255});
+    settings_.size = kFrame;
+    settings_.framesPerSecond = 10;
+    settings_.camera = "file:" + file("grey.png");
+    settings_.microphone = "";
+    settings_.windowSize = {1280, 720};
+    settings_.movieFolder = file("movies");
+    settings_.stillFolder = file("stills");
+  }
+  void write(const char* name, int width, int height, Pixel colour) const {
+    const Picture picture(width, height, [&](int, int) { return colour; });
+    ASSERT_TRUE(ImageDestination::write(test::imageOf(picture), file(name)).has_value());
+  }
+  std::unique_ptr<RunningStudio> start(const std::vector<std::string>& arguments = {},
+                                       const std::vector<std::string>& environment = {}) const {
+    EXPECT_TRUE(settings_.save(file("tavrel-studio/settings.json")));
+    return std::make_unique<RunningStudio>(file(""), arguments, environment);
+  }
+
+  /// Records some frames with the key, and returns the movie.
+  static std::string record(const RunningStudio& studio) {
+    EXPECT_TRUE(RunningStudio::press("r"));
+    EXPECT_TRUE(studio.becomes([](const json& now) { return now["recording"] == true && now["written"] >= 8; }));
+    EXPECT_TRUE(RunningStudio::press("r"));
+    EXPECT_TRUE(studio.becomes([](const json& now) { return now["recording"] == false && now["file"] != ""; }));
+    return studio.state()["file"];
+  }
+  /// The last frame of a movie, by another program.
+  Picture lastFrame(const std::string& movie) const {
+    const auto result = test::shell("ffmpeg -v error -y -sseof -0.5 -i '" + movie +
+                                    "' -update 1 -f rawvideo -pix_fmt rgba '" + file("last.rgba") + "'");
+    const auto bytes = readFile(file("last.rgba"));
+    const auto rowBytes = static_cast<std::size_t>(kFrame.width) * 4;
+    const auto frameBytes = rowBytes * static_cast<std::size_t>(kFrame.height);
+    if (!bytes || bytes->size() < frameBytes) {
+      ADD_FAILURE() << "no frame of " << movie << ": " << result.output;
+      return {};
+    }
+    const std::uint8_t* const last = bytes->data() + bytes->size() - frameBytes;
+    return {static_cast<int>(kFrame.width), static_cast<int>(kFrame.height), [&](int x, int y) {
+              const auto* p = last + static_cast<std::size_t>(y) * rowBytes + static_cast<std::size_t>(x) * 4;
+              return Pixel{p[0], p[1], p[2], 255};
+            }};
+  }
+  static Picture pictureOf(const std::string& file) {
+    const auto image = ImageSource::createWithFile(file).value()->imageAtIndex(0).value();
+    return {static_cast<int>(image->width()), static_cast<int>(image->height()), [&](int x, int y) {
+              const auto* p = image->dataProvider()->bytes().data() +
+                              static_cast<std::size_t>(y) * image->bytesPerRow() + static_cast<std::size_t>(x) * 4;
+              return Pixel{p[2], p[1], p[0], 255};
+            }};
+  }
+  /// A pixel of the screen where the window shows a place of the frame.
+  Pixel shown(const RunningStudio& studio, Point place) const {
+    const Point point = windowPoint(studio, place);
+    const Point onScreen = studio.onScreen(point);
+    return screen_.screenshot().at(static_cast<int>(onScreen.x), static_cast<int>(onScreen.y));
+  }
+  static Point windowPoint(const RunningStudio& studio, Point place) {
+    const auto p = studio.state()["picture"];
+    Layout layout;
+    layout.picture = {{p[0], p[1]}, {p[2], p[3]}};
+    return layout.toWindow(place, kFrame, false);
+  }
+  bool becomesOnScreen(const RunningStudio& studio, Point place, const std::function<bool(Pixel)>& isRight) const {
+    for (int i = 0; i < 100; ++i) {
+      if (isRight(shown(studio, place))) return true;
+    }
+    ADD_FAILURE() << "the picture shows " << int{shown(studio, place).g};
+    return false;
+  }
+
+  Settings settings_;
+  UIVirtualScreen screen_{1400, 900};
+};
+
+bool isGrey(Pixel pixel) { return std::abs(pixel.r - kGrey.r) < 4 && std::abs(pixel.g - kGrey.g) < 4; }
+
+/// The box of what is red.
+Rect redBox(const Picture& picture) {
+  Point least = {picture.width * 1.0, picture.height * 1.0};
+  Point most;
+  for (int y = 0; y < picture.height; ++y) {
+    for (int x = 0; x < picture.width; ++x) {
+      const Pixel pixel = picture.at(x, y);
+      if (pixel.r < 180 || pixel.g > 90) continue;
+      least = {std::min<double>(least.x, x), std::min<double>(least.y, y)};
+      most = {std::max(most.x, x + 1.0), std::max(most.y, y + 1.0)};
+    }
+  }
+  return {least, {most.x - least.x, most.y - least.y}};
+}
+
+TEST_F(StudioWindowTest, ASliderIsSeenInThePictureAndInTheRecording) {
+  const auto studio = start();
+  const Point middle = {320, 180};
+  ASSERT_TRUE(becomesOnScreen(*studio, middle, isGrey));
+  ASSERT_TRUE(studio->click("page/Effects") && studio->click("Add beauty") && studio->shows("Brightness##1"));
+  const Rect track = studio->placeOf("Brightness##1");
+  ASSERT_TRUE(studio->drag({track.midX(), track.midY()}, {track.maxX() - 8, track.midY()}));
+  ASSERT_TRUE(studio->becomes([](const json& now) { return now["effects"][0]["levels"][1] > 0.9; }));
+  const auto isBright = [](Pixel pixel) { return pixel.g > kGrey.g + 15; };
+  ASSERT_TRUE(becomesOnScreen(*studio, middle, isBright));
+
+  ASSERT_TRUE(UIVirtualScreen::xdotool("keydown b"));
+  EXPECT_TRUE(becomesOnScreen(*studio, middle, isGrey)) << "before the effects, while the key is held";
+  ASSERT_TRUE(UIVirtualScreen::xdotool("keyup b"));
+  EXPECT_TRUE(becomesOnScreen(*studio, middle, isBright));
+
+  EXPECT_TRUE(isBright(lastFrame(record(*studio)).at(320, 180)));
+  // Measured: 0.6.
+  EXPECT_LT(studio->state()["panelMilliseconds"], 6) << "of the main thread's time, each drawing";
+}
+
+TEST_F(StudioWindowTest, AStickerLandsInTheMovieWhereItWasDropped) {
+  const auto studio = start({file("red.png")});
+  ASSERT_TRUE(studio->becomes([](const json& now) { return now["effects"].size() == 1; }));
+  const auto place = studio->state()["effects"][0]["place"];
+  const Rect before = {{place[0], place[1]}, {place[2], place[3]}};
+  const Point from = windowPoint(*studio, {before.midX() + 4, before.midY() - 3});
+  const Point to = {std::floor(from.x) + 217.5, std::floor(from.y) + 96.5};
+  ASSERT_TRUE(studio->drag(from, to));
+  const double zoom = studio->state()["picture"][2].get<double>() / kFrame.width;
+  const Point wanted = {before.origin.x + 217 / zoom, before.origin.y + 96 / zoom};
+  ASSERT_TRUE(studio->becomes(
+      [&](const json& now) { return std::abs(now["effects"][0]["place"][0].get<double>() - wanted.x) < 1; }));
+  const Rect box = redBox(lastFrame(record(*studio)));
+  EXPECT_NEAR(box.minX(), wanted.x, 2);
+  EXPECT_NEAR(box.minY(), wanted.y, 2);
+  EXPECT_NEAR(box.size.width, before.size.width, 2);
+  EXPECT_NEAR(box.size.height, before.size.height, 2);
+
+  // A corner makes it larger, about its centre.
+  const Point corner = windowPoint(*studio, {wanted.x + before.size.width, wanted.y + before.size.height});
+  ASSERT_TRUE(studio->drag(
+      corner, windowPoint(*studio, {wanted.x + before.size.width * 1.5, wanted.y + before.size.height * 1.5})));
+  EXPECT_TRUE(studio->becomes([&](const json& now) {
+    return std::abs(now["effects"][0]["place"][2].get<double>() - before.size.width * 2) < 2;
+  }));
+  const Point handle = studio->placeOf("turning handle").origin;
+  ASSERT_TRUE(studio->drag(
+      handle, windowPoint(*studio, {wanted.x + before.size.width + 100, wanted.y + before.size.height / 2})));
+  EXPECT_TRUE(studio->becomes(
+      [&](const json& now) { return std::abs(now["effects"][0]["place"][4].get<double>() - M_PI / 2) < 0.05; }));
+  ASSERT_TRUE(RunningStudio::press("Delete"));
+  EXPECT_TRUE(studio->becomes([](const json& now) { return now["effects"].empty(); }));
+}
+
+TEST_F(StudioWindowTest, AFileIsDroppedWhereTheMouseIs) {
+  const auto studio = start();
+  const Point target = studio->onScreen(windowPoint(*studio, {160, 250}));
+  const int x = static_cast<int>(target.x);
+  const int y = static_cast<int>(target.y);
+  ASSERT_TRUE(UIVirtualScreen::xdotool("mousemove " + std::to_string(x) + " " + std::to_string(y)));
+  DesktopClient desktop;
+  ASSERT_TRUE(desktop.dropFile(RunningStudio::kTitle, file("red.png"), x, y));
+  ASSERT_TRUE(studio->becomes([](const json& now) { return now["effects"].size() == 1; }));
+  const Rect box = redBox(lastFrame(record(*studio)));
+  EXPECT_NEAR(box.midX(), 160, 2);
+  EXPECT_NEAR(box.midY(), 250, 2);
+  std::ofstream(file("notes.txt")) << "no picture";
+  ASSERT_TRUE(desktop.dropFile(RunningStudio::kTitle, file("notes.txt"), x, y));
+  EXPECT_TRUE(studio->becomes([](const json& now) {
+    return now["isFault"] == true && now["message"].get<std::string>().find("notes.txt") != std::string::npos;
+  }));
+  EXPECT_TRUE(studio->click("OK"));
+  EXPECT_TRUE(studio->becomes([](const json& now) { return now["isFault"] == false; }));
+}
+
+TEST_F(StudioWindowTest, ButtonsAndKeysRecordAndClosingCompletesTheMovie) {
+  auto studio = start();
+  ASSERT_TRUE(studio->click("Record"));
+  ASSERT_TRUE(studio->becomes([](const json& now) { return now["recording"] == true && now["written"] >= 4; }));
+  ASSERT_TRUE(studio->click("Pause"));
+  ASSERT_TRUE(studio->becomes([](const json& now) { return now["paused"] == true; }));
+  ASSERT_TRUE(RunningStudio::press("p"));
+  ASSERT_TRUE(studio->becomes([](const json& now) { return now["paused"] == false && now["recording"] == true; }));
+  ASSERT_TRUE(studio->click("Still picture"));
+  ASSERT_TRUE(studio->becomes([](const json& now) { return now["file"].get<std::string>().ends_with(".png"); }));
+  const std::string still = studio->state()["file"];
+  EXPECT_TRUE(isGrey(pictureOf(still).at(10, 10)));
+  ASSERT_TRUE(RunningStudio::press("Tab"));
+  ASSERT_TRUE(studio->becomes([](const json& now) { return !now["widgets"].contains("Still picture"); }));
+  EXPECT_EQ(studio->state()["picture"], json({0.0, 0.0, 1280.0, 720.0})) << "the whole window";
+  ASSERT_TRUE(DesktopClient().closeWindow(RunningStudio::kTitle));
+  EXPECT_EQ(studio->exitStatus(), 0);
+  const auto movie = std::filesystem::directory_iterator(file("movies"))->path().string();
+  EXPECT_EQ(std::filesystem::path(movie).extension(), ".mov");
+  const Pixel last = lastFrame(movie).at(600, 300);
+  EXPECT_TRUE(isGrey(last)) << int{last.r} << ' ' << int{last.g} << ' ' << int{last.b};
+  EXPECT_FALSE(Settings::load(file("tavrel-studio/settings.json"))->showsPanels);
+}
+
+TEST_F(StudioWindowTest, EverythingIsInReachInASmallWindowAndOnAFineDisplay) {
+  settings_.windowSize = {800, 500};
+  double usualHeight = 0;
+  {
+    const auto small = start();
+    for (const char* name : {"page/Statistics", "page/Settings", "page/Effects", "Record", "Pause", "Still picture"}) {
+      const Rect place = small->placeOf(name);
+      EXPECT_TRUE(place.minX() >= 0 && place.maxX() <= 800 && place.maxY() <= 500) << name;
+      EXPECT_GT(place.size.width, 20) << name;
+    }
+    EXPECT_GE(small->state()["picture"][2], 400);
+    usualHeight = small->placeOf("Record").size.height;
+  }
+  settings_.windowSize = {1280, 800};
+  const auto fine = start({}, {"GDK_SCALE=2"});
+  const Rect button = fine->placeOf("Record");
+  EXPECT_NEAR(button.size.height / usualHeight, 2, 0.1);
+  EXPECT_LE(fine->placeOf("Still picture").maxX(), 1280);
+  ASSERT_TRUE(fine->click("page/Statistics") && fine->shows("graph"));
+}
+
+TEST_F(StudioWindowTest, WhatKeepsTheWindowFromOpeningIsSaid) {
+  const std::string program = TAVREL_STUDIO_PROGRAM;
+  for (const char* environment :
+       {"env -u DISPLAY -u WAYLAND_DISPLAY -u SDL_VIDEODRIVER", "env DISPLAY=:4711", "env TAVREL_DISPLAY=headless"}) {
+    const auto result = test::shell(std::string(environment) + " HOME=" + file("") + " " + program);
+    EXPECT_EQ(result.status, 1) << environment;
+    EXPECT_TRUE(result.output.starts_with("tavrel-studio: there is no window: ")) << result.output;
+  }
+  EXPECT_EQ(test::shell(program + " --nonsense").status, 2);
+  EXPECT_EQ(test::shell(program + " no-such-file.png").status, 2);
+}
+
+}  // namespace
+}  // namespace tavrel::studio
