@@ -37,10 +37,12 @@ ResourceCount ResourceCount::now() { return {::glObjects, ::largeBuffers}; }
 #pragma GCC visibility push(default)
 extern "C" {
 
+// NOLINTBEGIN(bugprone-reserved-identifier): these are the names that the C library gives its own.
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* memory, std::size_t size);
 void* __libc_memalign(std::size_t alignment, std::size_t size);
+// NOLINTEND(bugprone-reserved-identifier)
 
 void* malloc(std::size_t size) {
   countBuffer(size);

@@ -34,7 +34,7 @@ class PictureFiles {
     return writePicture(index, {2, 2, [&](int, int) { return pixelOf(color); }});
   }
   std::filesystem::path writePicture(std::size_t index, const Picture& picture) {
-    const auto path = folder_ / (std::to_string(index) + ".png");
+    auto path = folder_ / (std::to_string(index) + ".png");
     EXPECT_TRUE(ImageDestination::write(straight(picture), path).has_value());
     return path;
   }

@@ -151,10 +151,12 @@ class InEncoder {
 
 extern "C" {
 
+// NOLINTBEGIN(bugprone-reserved-identifier): these are the names that the C library gives its own.
 void* __libc_malloc(std::size_t);
 void* __libc_calloc(std::size_t, std::size_t);
 void* __libc_realloc(void*, std::size_t);
 void* __libc_memalign(std::size_t, std::size_t);
+// NOLINTEND(bugprone-reserved-identifier)
 
 void* malloc(std::size_t size) { return isMemoryRefused() ? nullptr : __libc_malloc(size); }
 

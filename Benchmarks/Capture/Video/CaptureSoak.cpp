@@ -47,7 +47,7 @@ void waitFor(const std::function<bool()>& done, const char* what) {
 
 std::shared_ptr<TavrelRecorder> makeRecorder(const Effects& effects = {}) {
   Screen::main().setMode(kSize, 60);
-  const auto recorder = TavrelRecorder::create({.size = kSize, .effects = effects}).value();
+  auto recorder = TavrelRecorder::create({.size = kSize, .effects = effects}).value();
   recorder->camera()->setMirrorFrontPreview(false);
   return recorder;
 }

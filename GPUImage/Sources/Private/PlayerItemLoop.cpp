@@ -19,7 +19,7 @@ PlayerItemLoop::~PlayerItemLoop() {
   detach();
 }
 
-void PlayerItemLoop::processPlayerItem(std::shared_ptr<PlayerItem> item,
+void PlayerItemLoop::processPlayerItem(const std::shared_ptr<PlayerItem>& item,
                                        const std::weak_ptr<PlayerItemOutputDelegate>& delegate,
                                        DisplayLink::Callback displayLinkCallback) {
   const auto link = DisplayLink::create(std::move(displayLinkCallback));

@@ -23,7 +23,8 @@ class PlayerItemLoop {
 
   /// `delegate` hears on the video-processing queue when there are pictures; `displayLinkCallback` runs at the
   /// display's rate while running, and asks for `nextPicture`.
-  void processPlayerItem(std::shared_ptr<PlayerItem> item, const std::weak_ptr<PlayerItemOutputDelegate>& delegate,
+  void processPlayerItem(const std::shared_ptr<PlayerItem>& item,
+                         const std::weak_ptr<PlayerItemOutputDelegate>& delegate,
                          DisplayLink::Callback displayLinkCallback);
   void setPaused(bool newValue) const;
   void invalidate();
