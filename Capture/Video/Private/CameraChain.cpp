@@ -1,8 +1,9 @@
 #include "Capture/Video/Private/CameraChain.h"
 
-#include <atomic>
+#include <algorithm>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "Capture/Video/Private/CameraCropFilter.h"
 #include "GPUImage/Filters/TavrelGPUImageSmoothBlurFilter.h"
@@ -21,17 +22,19 @@ std::shared_ptr<TavrelGPUImageSmoothBlurFilter> makeSwitchBlur() {
   return blur;
 }
 
-/// Drivers compile a program for good when they first draw with it, which takes longer than a frame. Done once, before
-/// frames come.
-void compileSwitchBlur() {
-  static std::atomic<bool> isDone = false;
-  if (isDone.exchange(true)) return;
-  TavrelRunAsynchronouslyOnVideoProcessingQueue([] {
-    constexpr Size kSize = {64, 64};
+/// Drivers compile a program for good when they first draw with it, some of them anew for textures whose sides are
+/// powers of two, and that takes longer than a frame. Done once for each size, before its frames come.
+void compileSwitchBlur(Size wanted) {
+  const Size size = TavrelGPUImageContext::sizeThatFitsWithinATextureForSize(wanted);
+  if (size.width < 1 || size.height < 1) return;
+  TavrelRunAsynchronouslyOnVideoProcessingQueue([size] {
+    static auto& done = *new std::vector<Size>;
+    if (std::ranges::find(done, size) != done.end()) return;
+    done.push_back(size);
     const auto input = TavrelGPUImageFramebufferLease::adopt(
-        TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(kSize, {}, false));
+        TavrelGPUImageContext::sharedFramebufferCache()->fetchFramebufferForSize(size, {}, false));
     const auto blur = makeSwitchBlur();
-    blur->setInputSize(kSize, 0);
+    blur->setInputSize(size, 0);
     blur->setInputFramebuffer(input.get(), 0);
     blur->newFrameReadyAtTime(MediaTime::zero(), 0);
     glFinish();
@@ -47,7 +50,6 @@ CameraChain::CameraChain(std::shared_ptr<TavrelGPUImageView> view, CameraDeliver
       previewView(std::move(view)),
       delivery_(std::make_shared<CameraDelivery>(std::move(delivery))) {
   mirroredFilter->setAffineTransform(AffineTransform::makeScale(-1, 1));
-  compileSwitchBlur();
 }
 
 // An application's filter may live on; it lets go of preview and delivery.
@@ -77,6 +79,7 @@ void CameraChain::takeApart() {
 }
 
 void CameraChain::refreshGPUImagePipeline(const Form& form) {
+  compileSwitchBlur(form.size);
   // In one go, so that no frame sees half of a chain.
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
     takeApart();

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <filesystem>
 
+#include "CompilerCount.h"
 #include "Platform/Foundation/Notifications.h"
 #include "Support/CameraTestSupport.h"
 
@@ -143,6 +144,23 @@ TEST_F(CameraTest, ASwitchIsBlurredUntilAWhileAfterTheLastOne) {
   ASSERT_TRUE(nextFrame());
   EXPECT_TRUE(isUpright(recorder_->picture()));
   EXPECT_EQ(camera_->devicePosition(), kFront);
+}
+
+// In a process of its own nothing has been blurred before; see test.cmake.
+TEST_F(CameraTest, TheFirstSwitchCompilesNothing) {
+  for (const Size size : {Size{320, 240}, Size{256, 256}}) {
+    auto configuration = smallPictures();
+    configuration.size = size;
+    makeAndStart(configuration);
+    if (test::functionsCompiled() == 0) GTEST_SKIP() << "the driver does not compile through LLVM's older interface";
+    std::vector<int> compiled;
+    const auto note = [&] { compiled.push_back(test::functionsCompiled()); };
+    TavrelRunSynchronouslyOnVideoProcessingQueue(note);
+    camera_->switchCamera();
+    TavrelRunSynchronouslyOnVideoProcessingQueue(note);
+    EXPECT_EQ(compiled[1] - compiled[0], 0) << size.width;
+    camera_->stop();
+  }
 }
 
 TEST_F(CameraTest, WishesThatChangeNothingOnlyAreKept) {
