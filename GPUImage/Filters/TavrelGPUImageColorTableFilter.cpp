@@ -18,25 +18,25 @@ constexpr std::size_t kTexelsInRow = 4096;
 
 // Entries are met exactly, without the sampler's interpolation, which has too few bits.
 constexpr const char* kBeginning =
-    "varying highp vec2 textureCoordinate; uniform highp sampler2D inputImageTexture; uniform highp sampler2D curves; "
-    "uniform highp sampler2D lattice; uniform highp vec2 curvesSize; uniform highp vec2 latticeSize; uniform highp "
-    "vec3 "
-    "curvesMinimum; uniform highp vec3 curvesScale; uniform highp vec3 latticeMinimum; uniform highp vec3 "
-    "latticeScale; "
-    "uniform highp vec2 rangeBefore; uniform highp vec2 rangeBehind; uniform highp float intensity; "
+    "varying highp vec2 textureCoordinate; uniform highp sampler2D inputImageTexture; uniform highp vec2 rangeBefore; "
+    "uniform highp vec2 rangeBehind; uniform highp float intensity; "
     "highp vec3 entry(highp sampler2D table, highp float index, highp float rows) { highp float row = floor(index / "
     "4096.0); return texture2D(table, vec2((index - row * 4096.0 + 0.5) / 4096.0, (row + 0.5) / rows)).rgb; } "
     "highp vec3 places(highp vec3 color, highp vec3 minimum, highp vec3 scale, highp float size) { return clamp((color "
     "- minimum) * scale, 0.0, 1.0) * (size - 1.0); } ";
 constexpr const char* kCurves =
-    "highp vec3 curved(highp vec3 color) { highp vec3 place = places(color, curvesMinimum, curvesScale, curvesSize.x); "
+    "uniform highp sampler2D curves; uniform highp vec2 curvesSize; uniform highp vec3 curvesMinimum; uniform highp "
+    "vec3 curvesScale; highp vec3 curved(highp vec3 color) { highp vec3 place = places(color, curvesMinimum, "
+    "curvesScale, curvesSize.x); "
     "highp vec3 below = min(floor(place), curvesSize.x - 2.0); highp vec3 part = place - below; highp vec3 first = "
     "vec3(entry(curves, below.r, curvesSize.y).r, entry(curves, below.g, curvesSize.y).g, entry(curves, below.b, "
     "curvesSize.y).b); highp vec3 second = vec3(entry(curves, below.r + 1.0, curvesSize.y).r, entry(curves, below.g + "
     "1.0, curvesSize.y).g, entry(curves, below.b + 1.0, curvesSize.y).b); return first + (second - first) * part; } ";
 // From the corner below to the one above along the component with the largest part first, and with the smallest last.
 constexpr const char* kLattice =
-    "highp vec3 corner(highp vec3 place) { return entry(lattice, (place.b * latticeSize.x + place.g) * latticeSize.x + "
+    "uniform highp sampler2D lattice; uniform highp vec2 latticeSize; uniform highp vec3 latticeMinimum; uniform highp "
+    "vec3 latticeScale; highp vec3 corner(highp vec3 place) { return entry(lattice, (place.b * latticeSize.x + "
+    "place.g) * latticeSize.x + "
     "place.r, latticeSize.y); } highp vec3 mapped(highp vec3 color) { highp vec3 place = places(color, latticeMinimum, "
     "latticeScale, latticeSize.x); highp vec3 below = min(floor(place), latticeSize.x - 2.0); highp vec3 part = place "
     "- "
@@ -126,8 +126,10 @@ TavrelGPUImageColorTableFilter::TavrelGPUImageColorTableFilter(const std::shared
     const bool behind = table->givesVideoRange;
     setSize({before ? kVideoSpan : 1.0, before ? kVideoBlack : 0.0}, "rangeBefore");
     setSize({behind ? 1 / kVideoSpan : 1.0, behind ? -kVideoBlack / kVideoSpan : 0.0}, "rangeBehind");
+    for (const Implementation::Table& used : implementation_->tables) filter().fusion.setTable(used.name, used.texture);
     setIntensity(1);
   });
+  allowFusion();
 }
 
 TavrelGPUImageColorTableFilter::~TavrelGPUImageColorTableFilter() = default;

@@ -87,7 +87,7 @@ bool PendingDrawing::isPlain() const { return stages_.empty() && sourcePlace_.is
 bool PendingDrawing::hasRoomFor(const ShaderStage& stage) const {
   std::size_t textures = 1, places = 1;
   const auto add = [&](const ShaderStage& added) {
-    textures += added.hasSecondInput ? 1 : 0;
+    textures += (added.hasSecondInput ? 1U : 0U) + added.tables.size();
     places += (added.usesPlace ? 1U : 0U) + (added.usesSecondPlace ? 1U : 0U);
   };
   for (const Stage& known : stages_) add(*known.shader);
@@ -168,6 +168,9 @@ void PendingDrawing::drawParts(std::uint32_t areas, const std::vector<Rect>& par
   bind(*source_.get(), program.source(), true);
   for (std::size_t i = 0; i < stages.size(); ++i) {
     if (stages[i]->second) bind(*stages[i]->second.get(), program.second(i), stages[i]->secondMeetsPixels);
+    for (std::size_t k = 0; k < program.tables(i).size(); ++k) {
+      bind(*(*stages[i]->tables)[k], program.tables(i)[k], false);
+    }
     for (std::size_t k = 0; k < program.uniforms(i).size(); ++k) {
       const auto setter = stages[i]->uniforms->find((*stages[i]->locations)[k]);
       if (setter != stages[i]->uniforms->end()) setter->second(program.uniforms(i)[k]);

@@ -32,6 +32,8 @@ class PendingDrawing {
     TavrelGPUImageFramebufferLease second = {};
     AffineTransform secondPlace = {};
     bool secondMeetsPixels = false;
+    /// Of the shader, in its order.
+    std::shared_ptr<const std::vector<std::shared_ptr<TavrelGPUImageFramebuffer>>> tables = nullptr;
     /// In pixels of what is drawn; outside, the stage changes nothing.
     std::optional<Rect> area = std::nullopt;
   };

@@ -42,6 +42,9 @@ std::vector<std::string_view> tokensOf(std::string_view source) {
 
 bool isName(std::string_view token) { return std::isalpha(static_cast<unsigned char>(token[0])) || token[0] == '_'; }
 
+bool isInput(std::string_view name) { return name == "inputImageTexture" || name == "inputImageTexture2"; }
+bool isPlace(std::string_view name) { return name == "textureCoordinate" || name == "textureCoordinate2"; }
+
 using Tokens = std::vector<std::string_view>;
 
 /// A declaration outside of all functions: of variables, up to its semicolon, or of a function with its body.
@@ -53,6 +56,7 @@ struct Declaration {
   bool isSampler() const {
     return std::ranges::any_of(tokens, [](std::string_view token) { return token.starts_with("sampler"); });
   }
+  bool isOfInputs() const { return begins("uniform") && isSampler() && std::ranges::all_of(names, isInput); }
 };
 
 std::vector<Declaration> declarationsOf(const Tokens& tokens) {
@@ -80,9 +84,6 @@ std::vector<Declaration> declarationsOf(const Tokens& tokens) {
   }
   return declarations;
 }
-
-bool isInput(std::string_view name) { return name == "inputImageTexture" || name == "inputImageTexture2"; }
-bool isPlace(std::string_view name) { return name == "textureCoordinate" || name == "textureCoordinate2"; }
 
 /// Whether the input is sampled at its own place from `tokens[at]` on.
 std::size_t lengthOfOwnSample(const Tokens& tokens, std::size_t at) {
@@ -122,14 +123,15 @@ std::optional<ShaderStage> stageOf(const std::string& source) {
     globals.insert(declaration.names.begin(), declaration.names.end());
     if (declaration.begins("attribute") || declaration.begins("invariant")) return std::nullopt;
     if (declaration.begins("varying") && !std::ranges::all_of(declaration.names, isPlace)) return std::nullopt;
-    if (!declaration.begins("uniform")) continue;
-    if (declaration.isSampler() && !std::ranges::all_of(declaration.names, isInput)) return std::nullopt;
-    if (!declaration.isSampler())
-      stage.uniforms.insert(stage.uniforms.end(), declaration.names.begin(), declaration.names.end());
+    if (!declaration.begins("uniform") || declaration.isOfInputs()) continue;
+    // Inputs are declared outside.
+    if (std::ranges::any_of(declaration.names, isInput)) return std::nullopt;
+    auto& names = declaration.isSampler() ? stage.tables : stage.uniforms;
+    names.insert(names.end(), declaration.names.begin(), declaration.names.end());
   }
 
   for (const Declaration& declaration : declarations) {
-    if (declaration.begins("varying") || (declaration.begins("uniform") && declaration.isSampler())) continue;
+    if (declaration.begins("varying") || declaration.isOfInputs()) continue;
     for (std::size_t i = 0; i < declaration.tokens.size(); ++i) {
       const std::string_view token = declaration.tokens[i];
       if (const std::size_t length = lengthOfOwnSample(declaration.tokens, i)) {

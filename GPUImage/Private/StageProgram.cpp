@@ -85,10 +85,15 @@ StageProgram::StageProgram(std::span<const Stage> stages, std::size_t placeCount
   source_ = program_->uniformIndex("tavrelSource");
   for (std::size_t i = 0; i < stages.size(); ++i) {
     seconds_.push_back(program_->uniformIndex(fmt::format("inputImageTexture2_{}", i)));
-    std::vector<GLint>& locations = uniforms_.emplace_back();
-    for (const std::string& name : stages[i].shader->uniforms) {
-      locations.push_back(program_->uniformIndex(fmt::format("{}_{}", name, i)));
-    }
+    const auto locationsOf = [&](const std::vector<std::string>& names) {
+      std::vector<GLint> locations;
+      for (const std::string& name : names) {
+        locations.push_back(program_->uniformIndex(fmt::format("{}_{}", name, i)));
+      }
+      return locations;
+    };
+    tables_.push_back(locationsOf(stages[i].shader->tables));
+    uniforms_.push_back(locationsOf(stages[i].shader->uniforms));
   }
 }
 

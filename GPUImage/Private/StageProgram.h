@@ -30,8 +30,9 @@ class StageProgram {
 
   const std::shared_ptr<TavrelGLProgram>& program() const { return program_; }
   GLint source() const { return source_; }
-  /// Locations of a stage's second sampler, -1 without one, and of its uniforms, in its shader's order.
+  /// Locations of a stage's second sampler, -1 without one, and of its tables and uniforms, in its shader's order.
   GLint second(std::size_t stage) const { return seconds_[stage]; }
+  const std::vector<GLint>& tables(std::size_t stage) const { return tables_[stage]; }
   const std::vector<GLint>& uniforms(std::size_t stage) const { return uniforms_[stage]; }
 
  private:
@@ -40,6 +41,7 @@ class StageProgram {
   std::shared_ptr<TavrelGLProgram> program_;
   GLint source_ = -1;
   std::vector<GLint> seconds_;
+  std::vector<std::vector<GLint>> tables_;
   std::vector<std::vector<GLint>> uniforms_;
 };
 

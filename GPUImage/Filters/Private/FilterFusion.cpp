@@ -25,6 +25,11 @@ void FilterFusion::setTextForStages(std::string_view fragmentShader) {
   isAnalysed_ = false;
 }
 
+void FilterFusion::setTable(std::string_view name, std::shared_ptr<TavrelGPUImageFramebuffer> texture) {
+  tables_.insert_or_assign(std::string(name), std::move(texture));
+  isAnalysed_ = false;
+}
+
 void FilterFusion::setUniform(GLint location, UniformSetter setter) {
   // Drawings that are pending keep the values of their time.
   auto changed = std::make_shared<UniformSetters>(*uniforms_);
@@ -39,6 +44,16 @@ bool FilterFusion::findStage(const TavrelGPUImageFilter& self) {
   copies_ = fragmentShader_ == kTavrelGPUImagePassthroughFragmentShaderString;
   laysOver_ = fragmentShader_ == kTavrelGPUImageAlphaBlendFragmentShaderString;
   if (!stage_) return false;
+  auto tables = std::make_shared<std::vector<std::shared_ptr<TavrelGPUImageFramebuffer>>>();
+  for (const std::string& name : stage_->tables) {
+    const auto known = tables_.find(name);
+    if (known == tables_.end()) {
+      stage_ = nullptr;
+      return false;
+    }
+    tables->push_back(known->second);
+  }
+  stageTables_ = std::move(tables);
   auto locations = std::make_shared<std::vector<GLint>>();
   const auto program = self.program();
   for (const std::string& name : stage_->uniforms) locations->push_back(program->uniformIndex(name));
@@ -60,7 +75,8 @@ std::optional<PendingDrawing> FilterFusion::drawingOf(const TavrelGPUImageFilter
   const Size size = self.sizeOfFBO();
   const AffineTransform map = PendingDrawing::mapOf(corners);
   if (!PendingDrawing::meetsPixels(map, size, framebuffer.size())) return std::nullopt;
-  PendingDrawing::Stage stage = {.shader = stage_, .uniforms = uniforms_, .locations = locations_, .place = map};
+  PendingDrawing::Stage stage = {
+      .shader = stage_, .uniforms = uniforms_, .locations = locations_, .place = map, .tables = stageTables_};
   if (stage_->hasSecondInput || stage_->usesSecondPlace) {
     if (!second.framebuffer || !*second.framebuffer) return std::nullopt;
     const TavrelGPUImageFramebuffer& other = *second.framebuffer->get();

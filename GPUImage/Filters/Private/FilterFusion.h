@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -29,6 +31,8 @@ class FilterFusion {
   /// The shaders in use from now on. `textForStages`, if any, computes the same as the fragment shader.
   void setShaders(std::string_view vertexShader, std::string_view fragmentShader);
   void setTextForStages(std::string_view fragmentShader);
+  /// The texture behind a sampler of the shader other than the inputs'.
+  void setTable(std::string_view name, std::shared_ptr<TavrelGPUImageFramebuffer> texture);
   void setUniform(GLint location, UniformSetter setter);
   /// A uniform is set by somebody in a way of his own.
   void noteForeignUniform(GLint location) { foreignUniforms_.insert(location); }
@@ -57,6 +61,8 @@ class FilterFusion {
   bool copies_ = false;
   bool laysOver_ = false;  // where its second input is transparent, it changes nothing
   std::shared_ptr<const std::vector<GLint>> locations_;
+  std::map<std::string, std::shared_ptr<TavrelGPUImageFramebuffer>, std::less<>> tables_;
+  std::shared_ptr<const std::vector<std::shared_ptr<TavrelGPUImageFramebuffer>>> stageTables_;
   std::shared_ptr<const UniformSetters> uniforms_ = std::make_shared<UniformSetters>();
   std::set<GLint> foreignUniforms_;
 };

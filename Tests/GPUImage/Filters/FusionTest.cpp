@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <random>
 #include <string>
 
@@ -66,6 +69,23 @@ std::shared_ptr<Image> table() {
                         }});
 }
 
+/// Curves before a lattice, which mix colours without making steps larger.
+std::shared_ptr<const ColorTable> colorTable() {
+  const auto file = std::filesystem::temp_directory_path() / ("tavrel-fusion-" + std::to_string(getpid()) + ".cube");
+  std::ofstream text(file);
+  text << "LUT_1D_SIZE 5\nLUT_3D_SIZE 4\n";
+  for (const double x : {0.0, 0.25, 0.5, 0.75, 1.0})
+    text << x * (1 - x / 4) << ' ' << x * x / 2 << ' ' << 1 - x << '\n';
+  for (int i = 0; i < 64; ++i) {
+    const auto level = [i](int step) { return i / step % 4 / 3.0; };
+    text << level(1) * level(4) / 2 << ' ' << 1 - level(4) << ' ' << (level(16) - level(1)) / 2 + 0.5 << '\n';
+  }
+  text.close();
+  const auto lookup = TavrelLookupTableFromFile(file);
+  std::filesystem::remove(file);
+  return lookup ? lookup->table : nullptr;
+}
+
 std::shared_ptr<Image> sticker() {
   return test::imageOf({9, 7, [](int x, int y) { return Pixel{20 * x, 30 * y, 200, 25 * x + 10 * y}; }});
 }
@@ -92,7 +112,7 @@ class Chains : public ::testing::TestWithParam<int> {
 
   /// Some filter for frames of `size`, which becomes that of its output.
   Pair filterFor(Size& size) {
-    switch (below(8)) {
+    switch (below(TavrelGPUImageColorTableFilter::isSupported() ? 9 : 8)) {
       case 0: {
         const Rect region = {{below(3) / size.width, below(3) / size.height},
                              {(size.width - 3) / size.width, (size.height - 4) / size.height}};
@@ -124,7 +144,9 @@ class Chains : public ::testing::TestWithParam<int> {
             "main() { highp vec4 color = texture2D(inputImageTexture, textureCoordinate); gl_FragColor = "
             "vec4(toned(color.rgb) * mix(1.0, level, textureCoordinate.x), color.a); }");
       case 6: return make<TavrelGPUImageBeautifyFilter>([](auto& filter) { filter.setBrightLevel(0.6); });
-      default: return make<TavrelGPUImageFilter>([](auto&) {});
+      case 7: return make<TavrelGPUImageFilter>([](auto&) {});
+      default:
+        return make<TavrelGPUImageColorTableFilter>([](auto& filter) { filter.setIntensity(0.9); }, colorTable());
     }
   }
 
@@ -191,6 +213,31 @@ TEST_F(Fusion, AChainOfEightIsOneDrawAndHoldsFewFramebuffers) {
     }
   }
   EXPECT_EQ(target->count("frame"), static_cast<int>(kFrames));
+}
+
+TEST_F(Fusion, ATableIsDrawnWithTheFiltersAroundIt) {
+  if (!TavrelGPUImageColorTableFilter::isSupported()) GTEST_SKIP() << "the driver has no floating-point textures";
+  const auto input = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
+  const Node first = std::make_shared<TavrelGPUImageFilter>(kTintShader),
+             last = std::make_shared<TavrelGPUImageFilter>();
+  const auto table = std::make_shared<TavrelGPUImageColorTableFilter>(colorTable());
+  input->addTarget(first);
+  first->addTarget(table);
+  table->addTarget(last);
+  TavrelGPUImageContext::sharedFramebufferCache()->purgeAllUnassignedFramebuffers();
+  const Picture whole = shown(test::distinctPicture(64, 48), first, last);
+  EXPECT_EQ(whole.width, 64);
+  ASSERT_TRUE(TavrelTracing::start().has_value());
+  for (int i = 0; i < 5; ++i) shown(test::distinctPicture(64, 48), first, last);
+  ASSERT_TRUE(TavrelTracing::stop().has_value());
+  std::uint64_t drawings = 0;
+  const TavrelGraphStatistics statistics = TavrelTracing::statistics();
+  for (const auto& node : statistics.nodes) {
+    if (node.name.find("Filter") != std::string::npos) drawings += node.gpuTime.count;
+  }
+  if (statistics.hasGPUTimes) {
+    EXPECT_EQ(drawings, 5U);
+  }
 }
 
 TEST_F(Fusion, AStillIsPlacedOnceUntilItChanges) {
