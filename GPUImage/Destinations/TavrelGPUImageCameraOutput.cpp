@@ -132,6 +132,7 @@ void CameraOutput::newFrameReadyAtTime(MediaTime, Index) {
   // The frame must be drawn, and complete, before another context reads it.
   (void)input.texture();
   TavrelGPUImageContext::useImageProcessingContext();
+  input = shared_->painter.scaled(std::move(input));
   glFinish();
   shared_->painter.movieWriterContext()->contextQueue()->async([shared = shared_, framebuffer = input.detach()] {
     shared->paint(*framebuffer);

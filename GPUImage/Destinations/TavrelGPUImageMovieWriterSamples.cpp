@@ -7,6 +7,7 @@
 #include "GPUImage/Private/ContextLending.h"
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
+#include "GPUImage/TavrelGPUImageFramebufferLease.h"
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Media/AudioBufferList.h"
 #include "Platform/Tracing/QueueWait.h"
@@ -36,16 +37,16 @@ void TavrelGPUImageMovieWriter::setInputFramebuffer(std::shared_ptr<TavrelGPUIma
 
 void TavrelGPUImageMovieWriter::newFrameReadyAtTime(MediaTime frameTime, Index) {
   const NodeSpan span(*this);
-  const std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer = implementation_->firstInputFramebuffer;
+  std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer = implementation_->firstInputFramebuffer;
   if (!framebuffer) return;
   const std::optional<MediaTime> time = implementation_->admitFrame(frameTime);
   if (!time) return framebuffer->unlock();
 
-  // The frame must be complete before another context reads it.
-  TavrelGPUImageContext::useImageProcessingContext();
-  glFinish();
-
   if (!implementation_->claimFrameInFlight(*time)) return framebuffer->unlock();
+  TavrelGPUImageContext::useImageProcessingContext();
+  framebuffer = implementation_->painter.scaled(TavrelGPUImageFramebufferLease::adopt(std::move(framebuffer))).detach();
+  // The frame must be complete before another context reads it.
+  glFinish();
   movieWriterContext()->contextQueue()->async(
       [self = shared_from_this(), framebuffer, time, wait = QueueWait(FrameTrace::currentOrArriving())] {
         const FrameTrace::Scope frame = wait.end(TraceNames::shared().writerQueue);

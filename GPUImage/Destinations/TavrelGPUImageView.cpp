@@ -5,6 +5,7 @@
 #include <mutex>
 #include <utility>
 
+#include "GPUImage/Filters/Private/InputScaling.h"
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
 #include "GPUImage/Private/FramebufferContents.h"
 #include "GPUImage/Private/NodeSpan.h"
@@ -42,7 +43,9 @@ struct TavrelGPUImageView::Implementation {
     const std::lock_guard lock(geometryMutex);
     return boundsForBackgroundThread;
   }
-  void drawInput(Size size) const;
+  /// The input at the size at which it is shown, where that is another one.
+  const InputScaling::Scaled* scaledInput(Size size);
+  void drawInput(Size size, const InputScaling::Scaled* scaled) const;
   /// Draws the input by what it means, where no other draw has made it a picture and each pixel shows one of its own.
   bool drawPendingInput(Size size) const;
 
@@ -51,6 +54,7 @@ struct TavrelGPUImageView::Implementation {
   GLuint displayFramebuffer = 0;
   GLuint displayRenderbuffer = 0;
   TavrelGPUImageFramebufferLease inputFramebufferForDisplay;
+  InputScaling scaling;
   Size inputImageSize;
   std::array<GLfloat, 8> imageVertices{};
   GLfloat backgroundColorRed = 0;
@@ -260,12 +264,16 @@ void TavrelGPUImageView::recalculateViewGeometry() {
 
 void TavrelGPUImageView::newFrameReadyAtTime(MediaTime, Index) {
   TavrelRunSynchronouslyOnVideoProcessingQueue([this] {
-    implementation_->displayProgram.use();
-    setDisplayFramebuffer();
+    TavrelGPUImageContext::useImageProcessingContext();
+    if (!implementation_->displayFramebuffer) createDisplayFramebuffer();
     // Without a display framebuffer there is nothing to draw into until the next layout.
     if (implementation_->displayFramebuffer) {
       NodeSpan::noteDrawing();
-      implementation_->drawInput(sizeInPixels());
+      const InputScaling::Scaled* const scaled = implementation_->scaledInput(sizeInPixels());
+      implementation_->displayProgram.use();
+      setDisplayFramebuffer();
+      implementation_->drawInput(sizeInPixels(), scaled);
+      implementation_->scaling.letGo();
       presentFramebuffer();
       if (Tracer::isOn()) Tracer::count(TraceNames::shared().framesShown);
     }
@@ -289,12 +297,19 @@ bool TavrelGPUImageView::Implementation::drawPendingInput(Size size) const {
   return true;
 }
 
-void TavrelGPUImageView::Implementation::drawInput(Size size) const {
+const InputScaling::Scaled* TavrelGPUImageView::Implementation::scaledInput(Size size) {
+  const Size shown = {size.width * static_cast<double>(imageVertices[6]),
+                      size.height * static_cast<double>(imageVertices[7])};
+  return scaling.scale(inputFramebufferForDisplay, textureCoordinatesForRotation(inputRotation), shown);
+}
+
+void TavrelGPUImageView::Implementation::drawInput(Size size, const InputScaling::Scaled* scaled) const {
   if (drawPendingInput(size)) return;
   glClearColor(backgroundColorRed, backgroundColorGreen, backgroundColorBlue, backgroundColorAlpha);
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-  displayProgram.setTexture(0, QuadTexture(inputFramebufferForDisplay.get().get()), 4,
-                            textureCoordinatesForRotation(inputRotation));
+  const auto& shown = scaled ? scaled->framebuffer : inputFramebufferForDisplay;
+  displayProgram.setTexture(0, QuadTexture(shown.get().get()), 4,
+                            scaled ? scaled->corners.data() : textureCoordinatesForRotation(inputRotation));
   displayProgram.draw(imageVertices.data());
 }
 

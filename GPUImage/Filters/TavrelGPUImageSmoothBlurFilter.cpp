@@ -203,17 +203,19 @@ void TavrelGPUImageSmoothBlurFilter::renderToTextureWithVertices(const GLfloat* 
   while (state.reach > 0 && reduction > 1 && state.reach * 2 / reduction < kMostPairs * 2) reduction /= 2;
   const GLfloat* const upright = textureCoordinatesForRotation(kTavrelGPUImageNoRotation);
 
+  scaleInputs(vertices, textureCoordinates);
+  const InputScaling::Scaled* const scaled = filter().scaledInput;
+  const auto& input = scaled ? scaled->framebuffer : filter().firstInputFramebuffer;
   Implementation::Lease reduced;
   Size size = whole;
   const auto texture = [&] {
-    return reduced ? QuadTexture(reduced.get().get())
-                   : TavrelGPUImageFilter::Implementation::textureOf(filter().firstInputFramebuffer);
+    return reduced ? QuadTexture(reduced.get().get()) : TavrelGPUImageFilter::Implementation::textureOf(input);
   };
-  const GLfloat* corners = textureCoordinates;
+  const GLfloat* corners = scaled ? scaled->corners.data() : textureCoordinates;
   if (state.worksInLight) {
     reduced = Implementation::fetch(whole);
-    const QuadTexture input = TavrelGPUImageFilter::Implementation::textureOf(filter().firstInputFramebuffer);
-    state.toLight->drawMean(input, 1, size, corners, partOf(corners, {}, {}), vertices);
+    state.toLight->drawMean(TavrelGPUImageFilter::Implementation::textureOf(input), 1, size, corners,
+                            partOf(corners, {}, {}), vertices);
     corners = upright;
   }
   const Implementation& last = state.worksInLight ? *state.fromLight : state;
@@ -247,6 +249,7 @@ void TavrelGPUImageSmoothBlurFilter::renderToTextureWithVertices(const GLfloat* 
   auto vertical = Implementation::fetch(size);
   state.drawKernel(texture(), kernel, along(2, size.height), partOf(corners, {}, {}), vertices);
   corners = upright;
+  filter().scaling.letGo();
   unlockInputs();
   Implementation::Lease both;
   if (reduction > 1) {

@@ -1,38 +1,12 @@
 #include "Platform/Imaging/BitmapContext.h"
 
-#include <libyuv/scale_argb.h>
-
-#include <algorithm>
 #include <cmath>
 #include <utility>
 
+#include "Platform/Imaging/PixelScaling.h"
 #include "Platform/Imaging/Private/PixmanImage.h"
 
 namespace tavrel {
-namespace {
-
-/// The picture, averaged over so many pixels that libyuv, which ends at 32768 a side, can scale it.
-Bitmap reducedForScaling(Bitmap picture) {
-  constexpr int kLargestSide = 32768;
-  const int across = (picture.width - 1) / kLargestSide + 1;
-  const int down = (picture.height - 1) / kLargestSide + 1;
-  if (across * down == 1) return picture;
-  Bitmap reduced((picture.width - 1) / across + 1, (picture.height - 1) / down + 1);
-  for (int y = 0; y < reduced.height; ++y) {
-    for (int byte = 0; byte < reduced.width * 4; ++byte) {
-      int sum = 0;
-      for (int i = 0; i < across * down; ++i) {
-        const int column = std::min(byte / 4 * across + i % across, picture.width - 1);
-        sum += picture.row(std::min(y * down + i / across, picture.height - 1))[column * 4 + byte % 4];
-      }
-      reduced.row(y)[byte] = static_cast<std::uint8_t>((sum + across * down / 2) / (across * down));
-    }
-  }
-  return reduced;
-}
-
-}  // namespace
-
 std::shared_ptr<BitmapContext> BitmapContext::create(void* data, std::size_t width, std::size_t height,
                                                      std::size_t bitsPerComponent, std::size_t bytesPerRow,
                                                      std::uint32_t bitmapInfo) {
@@ -55,11 +29,14 @@ void BitmapContext::drawImage(const Image& image, const Rect& rectangle) {
   const int height = static_cast<int>(std::lround(rectangle.maxY())) - top;
   if (width <= 0 || height <= 0 || image.width() == 0 || image.height() == 0) return;
 
-  Bitmap picture = reducedForScaling(premultipliedBGRA(image));
+  Bitmap picture = premultipliedBGRA(image);
   if (picture.width != width || picture.height != height) {
     Bitmap scaled(width, height);
-    libyuv::ARGBScale(picture.pixels.data(), picture.bytesPerRow(), picture.width, picture.height, scaled.pixels.data(),
-                      scaled.bytesPerRow(), width, height, libyuv::kFilterBox);
+    const auto rowsOf = [](Bitmap& bitmap) {
+      return PixelRows{bitmap.pixels.data(), static_cast<std::size_t>(bitmap.bytesPerRow()), bitmap.width,
+                       bitmap.height};
+    };
+    scalePixels(rowsOf(picture), rowsOf(scaled));
     picture = std::move(scaled);
   }
   const PixmanImage source = pixmanImage(PIXMAN_a8r8g8b8, picture);

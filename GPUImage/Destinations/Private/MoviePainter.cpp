@@ -61,6 +61,15 @@ void MoviePainter::runOnWriterQueue(const std::function<void()>& block) const {
   queue->sync(block);
 }
 
+TavrelGPUImageFramebufferLease MoviePainter::scaled(TavrelGPUImageFramebufferLease frame) {
+  const GLfloat* const corners = TavrelGPUImageFilter::textureCoordinatesForRotation(inputRotation_);
+  const InputScaling::Scaled* const made = scaling_.scale(frame, corners, videoSize_);
+  if (!made) return frame;
+  TavrelGPUImageFramebufferLease result(made->framebuffer.get());
+  scaling_.letGo();
+  return result;
+}
+
 std::shared_ptr<PixelBuffer> MoviePainter::readyPixelBuffer(const TavrelGPUImageFramebuffer& framebuffer) const {
   const bool isAsWanted = framebuffer.size() == videoSize_ && inputRotation_ == kTavrelGPUImageNoRotation;
   if (!isAsWanted || !framebuffer.renderTarget()) return nullptr;

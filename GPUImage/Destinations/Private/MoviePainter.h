@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 
+#include "GPUImage/Filters/Private/InputScaling.h"
 #include "GPUImage/Private/QuadProgram.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageRotationMode.h"
@@ -39,6 +40,9 @@ class MoviePainter {
   /// How frames are turned.
   void setInputRotation(TavrelGPUImageRotationMode newValue) { inputRotation_ = newValue; }
 
+  /// What to draw instead of a frame: where the movie is much smaller or larger, the frame at its size. On the
+  /// video-processing queue.
+  TavrelGPUImageFramebufferLease scaled(TavrelGPUImageFramebufferLease frame);
   /// The framebuffer's own pixel buffer, where drawing it would make the same picture; else nullptr.
   std::shared_ptr<PixelBuffer> readyPixelBuffer(const TavrelGPUImageFramebuffer& framebuffer) const;
   /// Draws the frame. False when there is nothing to draw into.
@@ -57,6 +61,7 @@ class MoviePainter {
 
   const Size videoSize_;
   std::atomic<TavrelGPUImageRotationMode> inputRotation_ = kTavrelGPUImageNoRotation;
+  InputScaling scaling_;  // of the video-processing queue
   const std::shared_ptr<TavrelGPUImageContext> movieWriterContext_;
   QuadProgram colorSwizzlingProgram_;
   QuadProgram ditheringProgram_;  // made for the first deep frame

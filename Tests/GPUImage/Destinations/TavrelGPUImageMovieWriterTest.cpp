@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "MovieWriterTestSupport.h"
+#include "Support/ScalingReference.h"
 
 namespace tavrel::test {
 namespace {
@@ -44,6 +45,19 @@ TEST_F(MovieWriterTest, FramesAreKeptWithTheirTimesUprightAndInColour) {
   ASSERT_EQ(frames.size(), expected.size());
   for (std::size_t i = 0; i < frames.size(); ++i) EXPECT_NEAR(frames[i].time.seconds(), expected[i], 1.0 / 600 + 1e-9);
   expectLandmark(frames.back().picture);
+}
+
+TEST_F(MovieWriterTest, LargerFramesAreReducedToTheirMeans) {
+  create({{kTavrelEncodingLiveVideoKey, false}, {kVideoQualityKey, 1.0}});
+  writer_->startRecording();
+  const Picture rings = zonePlate(kWidth * 4, kHeight * 4);
+  const Picture source(rings.width, rings.height, [&](int x, int y) {
+    const int level = rings.at(x, y).r;
+    return Pixel{level, level, level, 255};
+  });
+  for (int i = 0; i < 3; ++i) sendFrame(source, MediaTime::make(i, 30));
+  finish();
+  EXPECT_LE(largestDifference(decodedFrames().at(2).picture, scaled(source, kWidth, kHeight, triangle, false)), 12);
 }
 
 TEST_F(MovieWriterTest, FramesOfTheGraphKeepTheirPicturesWhileTheNextAreDrawn) {

@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "Platform/Graphics/GLDrawable.h"
-#include "Support/GraphTestSupport.h"
+#include "Support/ScalingReference.h"
 
 namespace tavrel::test {
 namespace {
@@ -91,6 +91,23 @@ TEST(TavrelGPUImageView, showsEveryRotationUpright) {
     EXPECT_LE(largestDifference(seen(*view), expected), 1) << "mode " << value;
   }
   EXPECT_EQ(TavrelGPUImageView::textureCoordinatesForRotation(static_cast<TavrelGPUImageRotationMode>(8)), nullptr);
+}
+
+TEST(TavrelGPUImageView, showsTheMeanOfWhatItReduces) {
+  const Picture source = zonePlate(240, 160), expected = scaled(source, 60, 40, triangle, false);
+  for (const double height : {40.0, 64.0}) {
+    const auto view = viewOf(60, height);
+    show(source, view);
+    const Picture picture = seen(*view);
+    const int top = (picture.height - 40) / 2;
+    const Picture middle(60, 40, [&](int x, int y) { return picture.at(x, y + top); });
+    EXPECT_LE(largestDifference(middle, expected), 2) << height;
+  }
+  const auto upright = viewOf(40, 60);
+  upright->setInputRotation(kTavrelGPUImageRotateRight, 0);
+  show(source, upright);
+  const Picture onItsSide(40, 60, [&](int x, int y) { return turned(expected, kTavrelGPUImageRotateRight, x, y); });
+  EXPECT_LE(largestDifference(seen(*upright), onItsSide), 2);
 }
 
 TEST(TavrelGPUImageView, fitsPicturesByFillMode) {

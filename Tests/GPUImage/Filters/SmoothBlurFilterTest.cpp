@@ -6,7 +6,7 @@
 #include <cmath>
 #include <vector>
 
-#include "Support/GraphTestSupport.h"
+#include "Support/ScalingReference.h"
 
 namespace tavrel {
 namespace {
@@ -115,6 +115,16 @@ TEST(SmoothBlurFilter, TurnedInputsAreBlurredUpright) {
     ASSERT_EQ(result.width, 61);
     const auto turn = std::make_shared<TavrelGPUImageRotationFilter>(kTavrelGPUImageRotateRight);
     EXPECT_LE(differenceFromGaussian(test::process(source, turn), result, sigma).rms, 0.6) << sigma;
+  }
+}
+
+TEST(SmoothBlurFilter, ReducedInputsAreMeansOfAllPixels) {
+  const Picture source = test::zonePlate(240, 160), reduced = test::scaled(source, 60, 40, test::triangle, false);
+  const auto filter = std::make_shared<TavrelGPUImageSmoothBlurFilter>();
+  filter->forceProcessingAtSize({60, 40});
+  for (const double sigma : {0.5, 8.0}) {
+    filter->setSigma(sigma);
+    EXPECT_LE(differenceFromGaussian(reduced, test::process(source, filter), sigma).worst, 3) << sigma;
   }
 }
 

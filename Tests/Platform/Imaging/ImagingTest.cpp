@@ -110,6 +110,40 @@ TEST(BitmapContext, ConvertsLayoutsScalesAndBlends) {
   EXPECT_EQ((Data{canvas.begin(), canvas.begin() + 4}), (Data{3, 2, 1, 255}));
 }
 
+TEST(BitmapContext, WhatIsReducedIsTheMeanOfItsArea) {
+  constexpr int kWidth = 60, kHeight = 40;
+  const Data pixels = [] {
+    Data bytes;
+    for (int i = 0; i < kWidth * kHeight; ++i) {
+      const int x = i % kWidth, y = i / kWidth;
+      for (const int level : {(x + y) % 2 * 255, x % 3 == 0 ? 240 : 10, y * 6, 255}) {
+        bytes.push_back(static_cast<std::uint8_t>(level));
+      }
+    }
+    return bytes;
+  }();
+  const auto image = Image::create(kWidth, kHeight, 8, 32, kWidth * 4, kBitmapOpaqueBGRX, DataProvider::create(pixels));
+  // How much of the source's pixel `k` lies in the target's pixel `i`.
+  const auto share = [](int i, int k, double factor) {
+    return std::max(0.0, std::min(k + 1.0, (i + 1) * factor) - std::max<double>(k, i * factor));
+  };
+  for (const auto& [width, height] : {std::pair(30, 20), std::pair(20, 40), std::pair(24, 16), std::pair(11, 7)}) {
+    const double across = double(kWidth) / width, down = double(kHeight) / height;
+    Data drawn(static_cast<std::size_t>(width * height) * 4);
+    BitmapContext::create(drawn.data(), static_cast<std::size_t>(width), static_cast<std::size_t>(height), 8,
+                          static_cast<std::size_t>(width) * 4, kBitmapPremultipliedBGRA)
+        ->drawImage(*image, {{0, 0}, {double(width), double(height)}});
+    for (int i = 0; i < width * height * 4; ++i) {
+      double mean = 0;
+      for (int k = 0; k < kWidth * kHeight; ++k) {
+        const double area = share(i / 4 % width, k % kWidth, across) * share(i / 4 / width, k / kWidth, down);
+        mean += area * pixels[static_cast<std::size_t>(k * 4 + i % 4)] / (across * down);
+      }
+      ASSERT_NEAR(drawn[static_cast<std::size_t>(i)], mean, 0.6) << width << " " << i;
+    }
+  }
+}
+
 TEST(Pictures, StraightColoursLastThroughPngAndMultiplication) {
   Data pixels(256 * 256 * 4);  // B, G, R, A
   for (std::size_t i = 0; i < pixels.size(); i += 4) {

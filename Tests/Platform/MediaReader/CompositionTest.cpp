@@ -138,6 +138,36 @@ TEST_F(CompositionTest, LayersFollowTheirRampsOverTheBackground) {
   EXPECT_EQ(pixelAt(*samples[4], 4, 4), plain(0));      // no instruction
 }
 
+TEST_F(CompositionTest, LayersThatAreReducedAreMeansOfAllPixels) {
+  // Rings that are finer than a pixel of the result.
+  makeMovie(folder_ / "rings.mov",
+            "-f lavfi -i \"color=black:size=240x160:rate=10:duration=0.1,format=rgb24,"
+            "geq=r='127.5+127.5*cos(((X-120)^2+(Y-80)^2)*PI/240)':g='r(X,Y)':b='r(X,Y)'\" -c:v png OUT");
+  const auto source = Asset::create(folder_ / "rings.mov").value();
+  const auto whole = readAll(source, std::make_shared<AssetReaderTrackOutput>(track(*source, MediaType::video)));
+  const auto video = MutableVideoComposition::create();
+  video->setRenderSize({60, 80});
+  video->setFrameDuration(tenths(1));
+  VideoCompositionInstruction instruction;
+  instruction.timeRange = range(0, 1);
+  VideoCompositionLayerInstruction layer(track(*source, MediaType::video)->trackID());
+  layer.setTransform({0.25, 0, 0, 0.5, 0, 0}, tenths(0));
+  instruction.layerInstructions = {layer};
+  video->setInstructions({instruction});
+  const auto output =
+      std::make_shared<AssetReaderVideoCompositionOutput>(source->tracksWithMediaType(MediaType::video));
+  output->setVideoComposition(video);
+  const auto reduced = readAll(source, output);
+  ASSERT_EQ(reduced.size(), 1U);
+  for (std::size_t y = 0; y < 80; y += 3) {
+    for (std::size_t x = 0; x < 60; x += 3) {
+      double mean = 0;
+      for (std::size_t i = 0; i < 8; ++i) mean += pixelAt(*whole.at(0), x * 4 + i % 4, y * 2 + i / 4)[2] / 8.0;
+      EXPECT_NEAR(pixelAt(*reduced[0], x, y)[2], mean, 2) << x << " " << y;
+    }
+  }
+}
+
 TEST_F(CompositionTest, VolumesFollowTheirRampsAndTracksAddUp) {
   const auto first = gray("a.mov", 10, "0", "0.25");
   const auto second = gray("b.mov", 20, "0", "0.5");

@@ -1,16 +1,20 @@
 #include "Platform/Capture/Virtual/Private/VirtualOptics.h"
 
-#include <libyuv.h>
+#include <libyuv/planar_functions.h>
 
 #include <algorithm>
 #include <cmath>
 
+#include "Platform/Imaging/PixelScaling.h"
+
 namespace tavrel {
 namespace {
 
-void scale(const BgraCanvas& source, const BgraCanvas& destination, libyuv::FilterMode filter) {
-  libyuv::ARGBScale(source.bytes, static_cast<int>(source.bytesPerRow), source.width, source.height, destination.bytes,
-                    static_cast<int>(destination.bytesPerRow), destination.width, destination.height, filter);
+void scale(const BgraCanvas& source, const BgraCanvas& destination) {
+  const auto rowsOf = [](const BgraCanvas& canvas) {
+    return PixelRows{canvas.bytes, canvas.bytesPerRow, canvas.width, canvas.height};
+  };
+  scalePixels(rowsOf(source), rowsOf(destination));
 }
 
 /// Scales the centre of `source` so that it fills `destination`, aspect kept, `zoom` times enlarged.
@@ -22,7 +26,7 @@ void scaleToFill(const BgraCanvas& source, double zoom, const BgraCanvas& destin
   const int height = std::clamp(static_cast<int>(std::lround(destination.height / fill)), 1, source.height);
   const int left = (source.width - width) / 2;
   const int top = (source.height - height) / 2;
-  scale({source.pixel(left, top), source.bytesPerRow, width, height}, destination, libyuv::kFilterBox);
+  scale({source.pixel(left, top), source.bytesPerRow, width, height}, destination);
 }
 
 bool haveSameControls(const VirtualFrame& left, const VirtualFrame& right) {
@@ -50,8 +54,8 @@ void VirtualOptics::blur(const VirtualFrame& frame) {
   const double factor = 1 + radius;
   small_.resize(std::max(1, static_cast<int>(canvas.width / factor)),
                 std::max(1, static_cast<int>(canvas.height / factor)));
-  scale(canvas, small_.canvas(), libyuv::kFilterBox);
-  scale(small_.canvas(), canvas, libyuv::kFilterBilinear);
+  scale(canvas, small_.canvas());
+  scale(small_.canvas(), canvas);
 }
 
 void VirtualOptics::expose(const VirtualFrame& frame) {

@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "Platform/Foundation/Data.h"
+#include "Platform/Imaging/PixelScaling.h"
 
 namespace tavrel {
 namespace {
@@ -25,6 +26,11 @@ DrawnImage imageOf(pixman_format_code_t format, int width, int height, const voi
 }
 
 struct Bitmap {
+  Bitmap(Data& pixels, int pixelsAcross, int pixelsDown)
+      : bytesPerRow(pixelsAcross * 4), width(pixelsAcross), height(pixelsDown) {
+    pixels.resize(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4);
+    bytes = pixels.data();
+  }
   explicit Bitmap(PixelBuffer& buffer)
       : bytes(buffer.baseAddress()),
         bytesPerRow(static_cast<int>(buffer.bytesPerRow())),
@@ -32,6 +38,7 @@ struct Bitmap {
         height(static_cast<int>(buffer.height())) {}
 
   DrawnImage image(pixman_format_code_t format) const { return imageOf(format, width, height, bytes, bytesPerRow); }
+  PixelRows rows() const { return {bytes, static_cast<std::size_t>(bytesPerRow), width, height}; }
   bool isOpaque() const {
     for (int y = 0; y < height; ++y) {
       const std::uint8_t* const row = bytes + static_cast<std::ptrdiff_t>(y) * bytesPerRow;
@@ -42,7 +49,7 @@ struct Bitmap {
     return true;
   }
 
-  std::uint8_t* bytes;
+  std::uint8_t* bytes = nullptr;
   int bytesPerRow;
   int width;
   int height;
@@ -91,6 +98,24 @@ std::optional<pixman_transform_t> samplingTransform(const AffineTransform& trans
   return fixed;
 }
 
+/// Makes a layer that is drawn much smaller one of that size, whose pixels are means: samplers leave out pixels. What
+/// is left of its transform.
+AffineTransform reduce(Bitmap& layer, Data& pixels, const AffineTransform& transform) {
+  constexpr double kLeastReduction = 1.5;
+  const auto drawn = [](int length, double scale) {
+    return scale * kLeastReduction >= 1 ? length : std::max(1, static_cast<int>(std::lround(length * scale)));
+  };
+  const int width = drawn(layer.width, std::hypot(transform.a, transform.b));
+  const int height = drawn(layer.height, std::hypot(transform.c, transform.d));
+  if (width == layer.width && height == layer.height) return transform;
+  const AffineTransform enlargement =
+      AffineTransform::makeScale(double(layer.width) / width, double(layer.height) / height);
+  const Bitmap reduced(pixels, width, height);
+  scalePixels(layer.rows(), reduced.rows());
+  layer = reduced;
+  return enlargement.concatenating(transform);
+}
+
 }  // namespace
 
 void fillWithColor(PixelBuffer& target, const VideoCompositionInstruction::Color& color) {
@@ -107,19 +132,21 @@ void fillWithColor(PixelBuffer& target, const VideoCompositionInstruction::Color
 void drawLayer(PixelBuffer& target, PixelBuffer& layer, const AffineTransform& transform, double opacity) {
   const auto level = static_cast<std::uint8_t>(std::ceil(std::clamp(opacity, 0.0, 1.0) * 255 - 0.5));
   const Bitmap to(target);
-  const Bitmap from(layer);
+  Bitmap from(layer);
   const Box box = boxOf(to, from, transform);
-  const auto sampling = samplingTransform(transform, box);
-  if (level == 0 || box.left >= box.right || box.top >= box.bottom || !sampling) return;
+  if (level == 0 || box.left >= box.right || box.top >= box.bottom || !samplingTransform(transform, box)) return;
 
-  Data premultiplied;
-  if (!from.isOpaque()) {
-    premultiplied.resize(static_cast<std::size_t>(from.width) * static_cast<std::size_t>(from.height) * 4);
-    libyuv::ARGBAttenuate(from.bytes, from.bytesPerRow, premultiplied.data(), from.width * 4, from.width, from.height);
+  const bool isOpaque = from.isOpaque();
+  Data premultiplied, reduced;
+  if (!isOpaque) {
+    const Bitmap copy(premultiplied, from.width, from.height);
+    libyuv::ARGBAttenuate(from.bytes, from.bytesPerRow, copy.bytes, copy.bytesPerRow, from.width, from.height);
+    from = copy;
   }
-  const DrawnImage source =
-      premultiplied.empty() ? from.image(PIXMAN_x8r8g8b8)
-                            : imageOf(PIXMAN_a8r8g8b8, from.width, from.height, premultiplied.data(), from.width * 4);
+  const AffineTransform placed = reduce(from, reduced, transform);
+  const auto sampling = samplingTransform(placed, box);
+  if (!sampling) return;
+  const DrawnImage source = from.image(isOpaque ? PIXMAN_x8r8g8b8 : PIXMAN_a8r8g8b8);
   pixman_image_set_transform(source.get(), &*sampling);
   pixman_image_set_filter(source.get(), PIXMAN_FILTER_BILINEAR, nullptr, 0);
   pixman_image_set_repeat(source.get(), PIXMAN_REPEAT_PAD);
