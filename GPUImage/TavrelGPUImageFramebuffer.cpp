@@ -126,6 +126,7 @@ void TavrelGPUImageFramebuffer::generateRenderTarget() {
 void TavrelGPUImageFramebuffer::uploadPicture(GLsizei width, GLsizei height, GLenum format, const void* pixels) {
   const auto internalFormat = static_cast<GLint>(textureOptions().internalFormat);
   implementation_->visibleArea.reset();
+  implementation_->uploadFormat = format;
   glBindTexture(GL_TEXTURE_2D, texture());
   glTexImage2D(GL_TEXTURE_2D, 0, TextureCache::internalFormat(internalFormat, format), width, height, 0, format,
                textureOptions().type, pixels);

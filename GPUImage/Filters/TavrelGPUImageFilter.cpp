@@ -8,6 +8,7 @@
 #include "GPUImage/Private/FramebufferContents.h"
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/Private/Properties.h"
+#include "GPUImage/Private/Rehearsal.h"
 #include "GPUImage/Private/Resource.h"
 #include "GPUImage/TavrelGLProgram.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
@@ -167,6 +168,7 @@ void TavrelGPUImageFilter::informTargetsAboutNewFrameAtTime(MediaTime frameTime)
 
 void TavrelGPUImageFilter::passOn(const HandOver& frame) {
   if (implementation_->preventRendering) return;
+  if (Rehearsal::current()) return handOver(frame);
   NodeSpan::notePassedOn();
   const auto block = frameProcessingCompletionBlock();
   if (const auto output = framebufferForOutput(); output && (block || implementation_->usingNextFrameForImageCapture)) {

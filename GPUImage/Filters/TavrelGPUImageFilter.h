@@ -9,6 +9,7 @@
 #include <initializer_list>
 #include <memory>
 #include <string_view>
+#include <vector>
 
 #include "GPUImage/TavrelGPUImageOutput.h"
 #include "GPUImage/TavrelGPUImageRotationMode.h"
@@ -65,6 +66,16 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   /// Waits up to 3 s for the frame requested by `useNextFrameForImageCapture`. Each request gives one image; nullptr
   /// without a request or a frame. Do not call on the video-processing queue before the frame has come.
   std::shared_ptr<Image> newCGImageFromCurrentlyProcessedOutput() override;
+
+  using Chain = std::vector<std::shared_ptr<TavrelGPUImageFilter>>;
+  /// Makes the programs with which these filters, connected one after the other, will draw frames of `frameSize`, so
+  /// that the first frame need not wait for the driver's compiler, which takes up to a second for each. Call it before
+  /// they are connected. Filters that are in use, have a completion block or are of an application's class are left
+  /// out. `sendPictures`, if any, sends the other inputs' pictures. While `areFramesComing` to other filters the
+  /// compiler works beside them, so that they do not wait either. No block of an application is called. Returns after
+  /// it; not on the video-processing queue.
+  static void prepareChain(const Chain& filters, Size frameSize, const std::function<void()>& sendPictures,
+                           bool areFramesComing);
 
   /// Called with the output size after the input size has changed.
   virtual void setupFilterForSize(Size) {}
@@ -172,6 +183,8 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   Implementation& filter() const { return *implementation_; }
 
  private:
+  static void rehearse(const Chain& filters, Size frameSize, const std::function<void()>& sendPictures);
+  bool canRehearse() const;
   static std::string readFragmentShader(const std::filesystem::path& file);
   using UniformSetter = std::function<void(GLint location)>;
   void setUniform(GLint uniform, const std::shared_ptr<TavrelGLProgram>& program, UniformSetter setter);

@@ -5,6 +5,7 @@
 
 #include "GPUImage/Filters/Private/FilterImplementation.h"
 #include "GPUImage/Private/FramebufferContents.h"
+#include "GPUImage/Private/Rehearsal.h"
 
 namespace tavrel {
 
@@ -45,6 +46,7 @@ void TavrelGPUImagePlacementFilter::renderToTextureWithVertices(const GLfloat* v
   const auto drawn = framebufferForOutput();
   if (preventRendering() || !drawn) return;
   if (cause.background == std::array<GLfloat, 4>{}) FramebufferContents::setVisibleArea(*drawn, drawnArea(vertices));
+  if (Rehearsal::isNoting()) return;
   TavrelGPUImageFramebufferLease kept(cause.still != 0 ? drawn : nullptr);
   state.still = {std::move(cause), std::move(kept)};
 }

@@ -1,9 +1,12 @@
 #include "GPUImage/Private/FramebufferContents.h"
 
+#include <GLES2/gl2ext.h>
+
 #include <array>
 #include <utility>
 
 #include "GPUImage/Private/FramebufferImplementation.h"
+#include "GPUImage/Private/Rehearsal.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 
 namespace tavrel {
@@ -22,6 +25,7 @@ bool FramebufferContents::isPending(const TavrelGPUImageFramebuffer& framebuffer
 void FramebufferContents::draw(TavrelGPUImageFramebuffer& framebuffer) {
   const std::unique_ptr<PendingDrawing> drawing = std::move(framebuffer.implementation_->pending);
   if (!drawing) return;
+  if (Rehearsal* const rehearsal = Rehearsal::current()) return rehearsal->meet(std::move(*drawing));
   TavrelGPUImageContext::useImageProcessingContext();
   const auto program = TavrelGPUImageContext::sharedImageProcessingContext()->currentShaderProgram();
   GLint used = 0;
@@ -52,6 +56,18 @@ void FramebufferContents::accept(const TavrelGPUImageFramebuffer& framebuffer) {
 
 void FramebufferContents::drawUnlessAccepted(TavrelGPUImageFramebuffer& framebuffer) {
   if (isPending(framebuffer) && !framebuffer.implementation_->isPendingAccepted) draw(framebuffer);
+}
+
+void FramebufferContents::describe(const TavrelGPUImageFramebuffer& framebuffer, PrecompiledProgram::Texture& texture) {
+  const auto& state = *framebuffer.implementation_;
+  const TavrelGPUTextureOptions& options = state.textureOptions;
+  const GLenum format = state.renderTarget || state.textureOwner ? GL_BGRA_EXT
+                        : state.uploadFormat != 0                ? state.uploadFormat
+                                                                 : options.format;
+  const auto internalFormat = TextureCache::internalFormat(static_cast<GLint>(options.internalFormat), format);
+  texture.width = static_cast<GLint>(state.size.width);
+  texture.height = static_cast<GLint>(state.size.height);
+  texture.pixels = {.internalFormat = static_cast<GLenum>(internalFormat), .format = format, .type = options.type};
 }
 
 std::optional<Rect> FramebufferContents::visibleArea(const TavrelGPUImageFramebuffer& framebuffer) {

@@ -31,6 +31,8 @@ class FramebufferContents {
   /// Called by the producer after that.
   static void drawUnlessAccepted(TavrelGPUImageFramebuffer& framebuffer);
 
+  /// Its size, and how its pixels are stored.
+  static void describe(const TavrelGPUImageFramebuffer& framebuffer, PrecompiledProgram::Texture& texture);
   /// Where it is not transparent, in pixels; if absent, anywhere. Lasts until it is drawn into again.
   static std::optional<Rect> visibleArea(const TavrelGPUImageFramebuffer& framebuffer);
   static void setVisibleArea(TavrelGPUImageFramebuffer& framebuffer, const Rect& area);

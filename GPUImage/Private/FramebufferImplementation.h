@@ -27,6 +27,7 @@ struct TavrelGPUImageFramebuffer::Implementation {
   std::shared_ptr<TextureCacheTexture> renderTexture = nullptr;
 
   std::uint64_t uploadNumber = 0;
+  GLenum uploadFormat = 0;
   std::atomic<std::uint64_t> readLockCount = 0;
 
   // Images let go of their bytes on any thread.

@@ -2,6 +2,7 @@
 
 #include <typeinfo>
 
+#include "GPUImage/Private/Rehearsal.h"
 #include "Platform/Tracing/TraceSpan.h"
 
 namespace tavrel {
@@ -15,12 +16,12 @@ class TavrelGPUImageOutput;
 class NodeSpan : public TraceSpan {
  public:
   explicit NodeSpan(const TavrelGPUImageOutput& source) {
-    if (Tracer::isOn()) beginSource(source);
+    if (isWanted()) beginSource(source);
   }
   /// One inside another of the same consumer is not recorded; nor is that of a filter that passed nothing on, since it
   /// waits for its other input, say.
   explicit NodeSpan(const TavrelGPUImageInput& consumer) {
-    if (Tracer::isOn()) beginConsumer(consumer);
+    if (isWanted()) beginConsumer(consumer);
   }
   NodeSpan(const NodeSpan&) = delete;
   NodeSpan& operator=(const NodeSpan&) = delete;
@@ -34,6 +35,7 @@ class NodeSpan : public TraceSpan {
   static void notePassedOn();
 
  private:
+  static bool isWanted() { return Tracer::isOn() && !Rehearsal::current(); }
   void beginSource(const TavrelGPUImageOutput& source);
   void beginConsumer(const TavrelGPUImageInput& consumer);
   void beginNode(const std::type_info& type, const void* node);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "GPUImage/Private/DrawnParts.h"
+#include "GPUImage/Private/FramebufferContents.h"
 #include "GPUImage/Private/PixelSampler.h"
 #include "GPUImage/Private/QuadProgram.h"
 #include "GPUImage/Private/StageProgram.h"
@@ -21,6 +22,11 @@ namespace {
 constexpr std::size_t kMostTextures = 8;
 constexpr std::size_t kMostPlaces = 7;
 constexpr std::size_t kMostStages = 8;
+
+bool endsAtEdges(const TavrelGPUImageFramebuffer& framebuffer) {
+  const TavrelGPUTextureOptions& options = framebuffer.textureOptions();
+  return options.wrapS == GL_CLAMP_TO_EDGE && options.wrapT == GL_CLAMP_TO_EDGE;
+}
 
 Size wholePixels(Size size) { return {std::floor(size.width), std::floor(size.height)}; }
 
@@ -110,27 +116,25 @@ void PendingDrawing::turn(const AffineTransform& map, Size size) {
 void PendingDrawing::add(Stage stage) { stages_.push_back(std::move(stage)); }
 
 void PendingDrawing::draw() const {
-  std::vector<std::optional<Rect>> areas;
-  for (const Stage& stage : stages_) areas.push_back(stage.area);
-  const auto parts = drawnParts(static_cast<int>(size_.width), static_cast<int>(size_.height), areas);
-  for (std::size_t i = 0; i < parts.size();) {
-    const std::uint32_t same = parts[i].areas;
-    std::vector<Rect> rectangles;
-    for (; i < parts.size() && parts[i].areas == same; ++i) {
-      const DrawnPart& part = parts[i];
-      rectangles.push_back(
-          {{static_cast<double>(part.left), static_cast<double>(part.bottom)},
-           {static_cast<double>(part.right - part.left), static_cast<double>(part.top - part.bottom)}});
-    }
-    drawParts(same, rectangles);
-  }
+  for (const Part& part : parts()) drawPart(part);
 }
 
-void PendingDrawing::drawParts(std::uint32_t areas, const std::vector<Rect>& parts) const {
-  // Which GL reads when it draws.
-  static auto& corners = *new std::vector<GLfloat>;
-  std::vector<AffineTransform> places;
-  const auto placeOf = [&](AffineTransform map, const TavrelGPUImageFramebuffer& texture) {
+std::vector<PendingDrawing::Part> PendingDrawing::parts() const {
+  std::vector<std::optional<Rect>> areas;
+  for (const Stage& stage : stages_) areas.push_back(stage.area);
+  std::vector<Part> parts;
+  for (const DrawnPart& part : drawnParts(static_cast<int>(size_.width), static_cast<int>(size_.height), areas)) {
+    if (parts.empty() || parts.back().areas != part.areas) parts.push_back({.areas = part.areas});
+    parts.back().rectangles.push_back(
+        {{static_cast<double>(part.left), static_cast<double>(part.bottom)},
+         {static_cast<double>(part.right - part.left), static_cast<double>(part.top - part.bottom)}});
+  }
+  return parts;
+}
+
+PendingDrawing::Layout PendingDrawing::layoutOf(std::uint32_t areas) const {
+  Layout layout;
+  const auto placeOf = [&places = layout.places](AffineTransform map, const TavrelGPUImageFramebuffer& texture) {
     const Point shift = QuadProgram::shiftOf(QuadTexture(&texture));
     map.tx += shift.x;
     map.ty += shift.y;
@@ -139,19 +143,44 @@ void PendingDrawing::drawParts(std::uint32_t areas, const std::vector<Rect>& par
     places.push_back(map);
     return places.size() - 1;
   };
-
-  std::vector<const Stage*> stages;
-  std::vector<StageProgram::Stage> described;
   placeOf(sourcePlace_, *source_.get());
   for (std::size_t i = 0; i < stages_.size(); ++i) {
     if ((areas & (1U << i)) == 0) continue;
     const Stage& stage = stages_[i];
-    StageProgram::Stage& description = described.emplace_back(StageProgram::Stage{.shader = stage.shader.get()});
+    auto& description = layout.described.emplace_back(StageProgram::Stage{.shader = stage.shader.get()});
     if (stage.shader->usesPlace) description.place = placeOf(stage.place, *source_.get());
     if (stage.shader->usesSecondPlace) description.secondPlace = placeOf(stage.secondPlace, *stage.second.get());
-    stages.push_back(&stage);
+    layout.stages.push_back(&stage);
   }
+  return layout;
+}
 
+std::vector<PrecompiledProgram> PendingDrawing::unknownPrograms() const {
+  std::vector<PrecompiledProgram> programs;
+  for (const Part& part : parts()) {
+    const Layout layout = layoutOf(part.areas);
+    if (StageProgram::isMade(layout.described, layout.places.size())) continue;
+    PrecompiledProgram& program =
+        programs.emplace_back(StageProgram::described(layout.described, layout.places.size()));
+    std::size_t unit = 0;
+    const auto describe = [&](const TavrelGPUImageFramebuffer& framebuffer, bool showsPixels) {
+      PrecompiledProgram::Texture& texture = program.textures[unit++];
+      FramebufferContents::describe(framebuffer, texture);
+      texture.givesSinglePixels = showsPixels && endsAtEdges(framebuffer);
+    };
+    describe(*source_.get(), true);
+    for (const Stage* stage : layout.stages) {
+      if (stage->second) describe(*stage->second.get(), stage->secondMeetsPixels);
+    }
+  }
+  return programs;
+}
+
+void PendingDrawing::drawPart(const Part& part) const {
+  // Which GL reads when it draws.
+  static auto& corners = *new std::vector<GLfloat>;
+  const auto& [stages, described, places] = layoutOf(part.areas);
+  const std::vector<Rect>& parts = part.rectangles;
   const StageProgram& program = StageProgram::of(described, places.size());
   TavrelGPUImageContext::setActiveShaderProgram(program.program());
   GLuint units = 0;
@@ -160,9 +189,7 @@ void PendingDrawing::drawParts(std::uint32_t areas, const std::vector<Rect>& par
     glActiveTexture(GL_TEXTURE0 + units);
     glBindTexture(GL_TEXTURE_2D, texture);
     glUniform1i(sampler, static_cast<GLint>(units));
-    const TavrelGPUTextureOptions& options = framebuffer.textureOptions();
-    const bool endsAtEdges = options.wrapS == GL_CLAMP_TO_EDGE && options.wrapT == GL_CLAMP_TO_EDGE;
-    if (showsPixels && endsAtEdges) PixelSampler::bind(units);
+    if (showsPixels && endsAtEdges(framebuffer)) PixelSampler::bind(units);
     ++units;
   };
   bind(*source_.get(), program.source(), true);
@@ -179,9 +206,9 @@ void PendingDrawing::drawParts(std::uint32_t areas, const std::vector<Rect>& par
 
   corners.clear();
   const auto add = [&](const AffineTransform& map) {
-    for (const Rect& part : parts) {
-      for (const Point corner : {Point{part.minX(), part.minY()}, Point{part.maxX(), part.minY()},
-                                 Point{part.minX(), part.maxY()}, Point{part.maxX(), part.maxY()}}) {
+    for (const Rect& area : parts) {
+      for (const Point corner : {Point{area.minX(), area.minY()}, Point{area.maxX(), area.minY()},
+                                 Point{area.minX(), area.maxY()}, Point{area.maxX(), area.maxY()}}) {
         const Point moved = map.apply({corner.x / size_.width, corner.y / size_.height});
         corners.insert(corners.end(), {static_cast<GLfloat>(moved.x), static_cast<GLfloat>(moved.y)});
       }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "GPUImage/Private/ShaderStage.h"
+#include "GPUImage/Private/StageProgram.h"
 #include "GPUImage/TavrelGPUImageFramebufferLease.h"
 #include "Platform/Foundation/Geometry.h"
 
@@ -57,9 +58,25 @@ class PendingDrawing {
   Size size() const { return size_; }
   /// Draws all of it into the framebuffer and viewport in use.
   void draw() const;
+  /// Those that `draw` would have to make.
+  std::vector<PrecompiledProgram> unknownPrograms() const;
 
  private:
-  void drawParts(std::uint32_t areas, const std::vector<Rect>& parts) const;
+  /// Rectangles in which the same stages draw.
+  struct Part {
+    std::uint32_t areas = 0;
+    std::vector<Rect> rectangles = {};
+  };
+  /// The stages that draw in a part, and the places that they need.
+  struct Layout {
+    std::vector<const Stage*> stages;
+    std::vector<StageProgram::Stage> described;
+    std::vector<AffineTransform> places;
+  };
+
+  std::vector<Part> parts() const;
+  Layout layoutOf(std::uint32_t areas) const;
+  void drawPart(const Part& part) const;
 
   TavrelGPUImageFramebufferLease source_;
   AffineTransform sourcePlace_;

@@ -1,5 +1,11 @@
 #include "GPUImage/Private/QuadProgram.h"
 
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "GPUImage/Private/FramebufferContents.h"
+#include "GPUImage/Private/Rehearsal.h"
 #include "GPUImage/TavrelGLProgram.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
@@ -20,11 +26,11 @@ void link(TavrelGLProgram& program, std::initializer_list<std::string_view> attr
 
 }  // namespace
 
-QuadTexture::QuadTexture(const TavrelGPUImageFramebuffer* framebuffer) {
-  if (!framebuffer) return;
-  name = framebuffer->texture();
-  size = framebuffer->size();
-  isDeep = framebuffer->textureOptions().isDeep();
+QuadTexture::QuadTexture(const TavrelGPUImageFramebuffer* shown) : framebuffer(shown) {
+  if (!shown) return;
+  name = shown->texture();
+  size = shown->size();
+  isDeep = shown->textureOptions().isDeep();
 }
 
 QuadProgram::QuadProgram(TavrelGPUImageContext& context, std::string_view vertexShader, std::string_view fragmentShader,
@@ -53,6 +59,7 @@ Point QuadProgram::shiftOf(const QuadTexture& texture) {
 void QuadProgram::setTexture(std::size_t index, const QuadTexture& texture, GLint unit,
                              const GLfloat* coordinates) const {
   const Point shift = shiftOf(texture);
+  textures_[index].shown = texture.framebuffer;
   std::array<GLfloat, 8>& moved = textures_[index].corners;
   for (std::size_t i = 0; i < moved.size(); ++i) {
     moved[i] = static_cast<GLfloat>(static_cast<double>(coordinates[i]) + (i % 2 == 0 ? shift.x : shift.y));
@@ -63,7 +70,49 @@ void QuadProgram::setTexture(std::size_t index, const QuadTexture& texture, GLin
   glVertexAttribPointer(textures_[index].coordinates, 2, GL_FLOAT, GL_FALSE, 0, moved.data());
 }
 
+/// Those of the shared context, which keeps them for good. On the video-processing queue.
+std::set<const TavrelGLProgram*>& QuadProgram::drawnPrograms() {
+  static auto* const drawn = new std::set<const TavrelGLProgram*>;
+  return *drawn;
+}
+
+PrecompiledProgram QuadProgram::description() const {
+  PrecompiledProgram result;
+  const GLuint name = program_->program();
+  // Shaders that are deleted stay while they belong to a program.
+  std::array<GLuint, 2> shaders{};
+  GLsizei count = 0;
+  glGetAttachedShaders(name, 2, &count, shaders.data());
+  for (GLsizei i = 0; i < count; ++i) {
+    GLint type = 0, length = 0;
+    glGetShaderiv(shaders[static_cast<std::size_t>(i)], GL_SHADER_TYPE, &type);
+    glGetShaderiv(shaders[static_cast<std::size_t>(i)], GL_SHADER_SOURCE_LENGTH, &length);
+    std::string text(static_cast<std::size_t>(std::max(length, 1)), '\0');
+    GLsizei written = 0;
+    glGetShaderSource(shaders[static_cast<std::size_t>(i)], length, &written, text.data());
+    text.resize(static_cast<std::size_t>(written));
+    (type == GL_VERTEX_SHADER ? result.vertexShader : result.fragmentShader) = std::move(text);
+  }
+  for (const char* attribute : {"position", "inputTextureCoordinate", "inputTextureCoordinate2"}) {
+    const GLuint index = program_->attributeIndex(attribute);
+    if (index != 0xFFFFFFFF) result.attributes.emplace_back(attribute, index);
+  }
+  for (std::size_t i = 0; i < textures_.size(); ++i) {
+    if (textures_[i].sampler < 0) continue;
+    auto& texture =
+        result.textures.emplace_back(PrecompiledProgram::Texture{.sampler = "inputImageTexture" + std::string(i, '2')});
+    if (textures_[i].shown) FramebufferContents::describe(*textures_[i].shown, texture);
+  }
+  return result;
+}
+
 void QuadProgram::draw(const GLfloat* corners) const {
+  if (Rehearsal::isNoting()) {
+    if (!drawnPrograms().contains(program_.get())) Rehearsal::current()->note(description());
+    return;
+  }
+  if (!std::exchange(wasDrawn_, true) && context_ == TavrelGPUImageContext::sharedImageProcessingContext().get())
+    drawnPrograms().insert(program_.get());
   glVertexAttribPointer(position_, 2, GL_FLOAT, GL_FALSE, 0, corners);
   glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
 }

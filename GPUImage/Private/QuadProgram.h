@@ -6,9 +6,11 @@
 #include <cstddef>
 #include <initializer_list>
 #include <memory>
+#include <set>
 #include <string_view>
 
 #include "Platform/Foundation/Geometry.h"
+#include "Platform/Graphics/ProgramPrecompiler.h"
 
 namespace tavrel {
 
@@ -24,6 +26,7 @@ struct QuadTexture {
 
   GLuint name = 0;
   Size size = {1, 1};  ///< in pixels
+  const TavrelGPUImageFramebuffer* framebuffer = nullptr;
   bool isDeep = false;
 };
 
@@ -58,13 +61,18 @@ class QuadProgram {
   struct Texture {
     GLuint coordinates = 0;
     GLint sampler = -1;
-    mutable std::array<GLfloat, 8> corners{};  // which GL reads when it draws
+    mutable std::array<GLfloat, 8> corners{};                  // which GL reads when it draws
+    mutable const TavrelGPUImageFramebuffer* shown = nullptr;  // until it is drawn
   };
+
+  static std::set<const TavrelGLProgram*>& drawnPrograms();
+  PrecompiledProgram description() const;
 
   TavrelGPUImageContext* context_ = nullptr;
   std::shared_ptr<TavrelGLProgram> program_;
   GLuint position_ = 0;
   std::array<Texture, 2> textures_;
+  mutable bool wasDrawn_ = false;
 };
 
 }  // namespace tavrel

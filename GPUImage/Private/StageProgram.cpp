@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <atomic>
 #include <map>
 #include <string>
 
@@ -9,6 +10,7 @@
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
+#include "Platform/Graphics/ShaderPreamble.h"
 
 namespace tavrel {
 namespace {
@@ -63,16 +65,58 @@ std::string fragmentShaderFor(std::span<const Stage> stages, std::size_t placeCo
 
 }  // namespace
 
-const StageProgram& StageProgram::of(std::span<const Stage> stages, std::size_t placeCount) {
-  static auto* const known = new std::map<std::vector<std::size_t>, std::unique_ptr<const StageProgram>>;
-  std::vector<std::size_t> key = {placeCount};
+namespace {
+
+using Key = std::vector<std::size_t>;
+
+std::map<Key, std::unique_ptr<const StageProgram>>& madePrograms() {
+  static auto* const made = new std::map<Key, std::unique_ptr<const StageProgram>>;
+  return *made;
+}
+
+std::atomic<std::size_t> madeCount = 0;
+
+Key keyOf(std::span<const Stage> stages, std::size_t placeCount) {
+  Key key = {placeCount};
   for (const Stage& stage : stages) {
     key.insert(key.end(), {static_cast<std::size_t>(stage.shader->identifier), stage.place, stage.secondPlace});
   }
-  std::unique_ptr<const StageProgram>& program = (*known)[std::move(key)];
-  if (!program) program.reset(new StageProgram(stages, placeCount));
+  return key;
+}
+
+}  // namespace
+
+const StageProgram& StageProgram::of(std::span<const Stage> stages, std::size_t placeCount) {
+  std::unique_ptr<const StageProgram>& program = madePrograms()[keyOf(stages, placeCount)];
+  if (!program) {
+    program.reset(new StageProgram(stages, placeCount));
+    ++madeCount;
+  }
   return *program;
 }
+
+bool StageProgram::isMade(std::span<const Stage> stages, std::size_t placeCount) {
+  return madePrograms().contains(keyOf(stages, placeCount));
+}
+
+PrecompiledProgram StageProgram::described(std::span<const Stage> stages, std::size_t placeCount) {
+  PrecompiledProgram program = {
+      .vertexShader = shaderSource(GL_VERTEX_SHADER, vertexShaderFor(placeCount)),
+      .fragmentShader = shaderSource(GL_FRAGMENT_SHADER, fragmentShaderFor(stages, placeCount)),
+      .attributes = {{"position", 0}},
+      .textures = {{.sampler = "tavrelSource"}}};
+  for (std::size_t i = 0; i < placeCount; ++i) {
+    program.attributes.emplace_back(fmt::format("corner{}", i), static_cast<GLuint>(i + 1));
+  }
+  for (std::size_t i = 0; i < stages.size(); ++i) {
+    if (stages[i].shader->hasSecondInput) {
+      program.textures.push_back({.sampler = fmt::format("inputImageTexture2_{}", i)});
+    }
+  }
+  return program;
+}
+
+std::size_t StageProgram::count() { return madeCount; }
 
 StageProgram::StageProgram(std::span<const Stage> stages, std::size_t placeCount)
     : program_(std::make_shared<TavrelGLProgram>(vertexShaderFor(placeCount), fragmentShaderFor(stages, placeCount))) {

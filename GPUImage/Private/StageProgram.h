@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "GPUImage/Private/ShaderStage.h"
+#include "Platform/Graphics/ProgramPrecompiler.h"
 
 namespace tavrel {
 
@@ -27,6 +28,12 @@ class StageProgram {
 
   /// The same object for the same stages. On the video-processing queue, with the shared context current.
   static const StageProgram& of(std::span<const Stage> stages, std::size_t placeCount);
+  /// Whether `of` has made it.
+  static bool isMade(std::span<const Stage> stages, std::size_t placeCount);
+  /// What `of` would compile. The textures' samplers are in the order of the stages, the source's first.
+  static PrecompiledProgram described(std::span<const Stage> stages, std::size_t placeCount);
+  /// How many were made. Any thread.
+  TAVREL_API static std::size_t count();
 
   const std::shared_ptr<TavrelGLProgram>& program() const { return program_; }
   GLint source() const { return source_; }

@@ -41,6 +41,13 @@ void compileSwitchBlur(Size wanted) {
   });
 }
 
+/// The middle of frames of `originalSize`, in the proportions of `size`.
+Rect cropRegion(Size originalSize, Size size) {
+  const float a = static_cast<float>(originalSize.width) / static_cast<float>(originalSize.height);
+  const float b = static_cast<float>(size.width) / static_cast<float>(size.height);
+  return a <= b ? Rect{{0, (1 - a / b) / 2}, {1, a / b}} : Rect{{(1 - b / a) / 2, 0}, {b / a, 1}};
+}
+
 }  // namespace
 
 CameraChain::CameraChain(std::shared_ptr<TavrelGPUImageView> view, CameraDelivery::Handler delivery)
@@ -78,6 +85,25 @@ void CameraChain::takeApart() {
   });
 }
 
+void CameraChain::prepare(const TavrelCaptureEffectNodes& nodes, const Form& form, Size originalSize,
+                          bool areFramesComing) const {
+  if (originalSize.width < 1 || originalSize.height < 1 || nodes.filters.empty()) return;
+  const auto crop = std::make_shared<CameraCropFilter>();
+  crop->setCropRegion(cropRegion(originalSize, form.size));
+  TavrelGPUImageFilter::Chain all = {crop};
+  all.insert(all.end(), nodes.filters.begin(), nodes.filters.end());
+  const auto end = std::make_shared<TavrelGPUImageTransformFilter>();
+  if (form.mirrorsPreview && form.mirrorsEncoded) end->setAffineTransform(AffineTransform::makeScale(-1, 1));
+  end->forceProcessingAtSize(form.size);
+  all.push_back(end);
+  TavrelGPUImageFilter::prepareChain(
+      all, originalSize,
+      [&] {
+        for (const auto& picture : nodes.pictures) picture->processImage();
+      },
+      areFramesComing);
+}
+
 void CameraChain::refreshGPUImagePipeline(const Form& form) {
   compileSwitchBlur(form.size);
   // In one go, so that no frame sees half of a chain.
@@ -110,10 +136,7 @@ void CameraChain::refreshGPUImagePipeline(const Form& form) {
 
 void CameraChain::refreshCropRegion(Size originalSize, Size size) {
   if (originalSize == std::exchange(previeousOriginalSize, originalSize)) return;
-  const float a = static_cast<float>(originalSize.width) / static_cast<float>(originalSize.height);
-  const float b = static_cast<float>(size.width) / static_cast<float>(size.height);
-  const Rect region = a <= b ? Rect{{0, (1 - a / b) / 2}, {1, a / b}} : Rect{{(1 - b / a) / 2, 0}, {b / a, 1}};
-  TavrelRunSynchronouslyOnVideoProcessingQueue([&] { cropFilter->setCropRegion(region); });
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] { cropFilter->setCropRegion(cropRegion(originalSize, size)); });
 }
 
 bool CameraChain::process(const std::shared_ptr<PixelBuffer>& pixelBuffer, MediaTime frameTime, bool wait) {

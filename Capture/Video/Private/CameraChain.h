@@ -34,6 +34,9 @@ class CameraChain {
   CameraChain& operator=(const CameraChain&) = delete;
   ~CameraChain();
 
+  /// Has the programs made with which these nodes will draw frames of `originalSize`, before they are taken. While
+  /// `areFramesComing` these do not wait for it.
+  void prepare(const TavrelCaptureEffectNodes& nodes, const Form& form, Size originalSize, bool areFramesComing) const;
   /// Takes these nodes for the effects from the next building on; returns those that are out of use.
   TavrelCaptureEffectNodes exchangeNodes(TavrelCaptureEffectNodes nodes);
   /// Takes the chain apart and builds it anew, between two frames.

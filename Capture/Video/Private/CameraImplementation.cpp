@@ -114,9 +114,24 @@ void TavrelCamera::Implementation::setCaptureEffects(CameraEffects::List list) {
 void TavrelCamera::Implementation::refreshForNewCaptureEffects() {
   const std::lock_guard effectsGuard(effectsLock);
   TavrelCaptureEffectNodes nodes = effects.makeNodes(wishes.get(&TavrelCameraConfiguration::size));
+  chain->prepare(nodes, chainForm(), expectedFrameSize(), running);
   const std::lock_guard outputGuard(cameraOutputLock);
   nodes = chain->exchangeNodes(std::move(nodes));
   chain->refreshGPUImagePipeline(chainForm());
+}
+
+Size TavrelCamera::Implementation::expectedFrameSize() const {
+  const auto last = lastFrame();
+  if (last) return {static_cast<double>(last->width()), static_cast<double>(last->height())};
+  using Format = std::shared_ptr<const CaptureDeviceFormat>;
+  const Format format = ofDevice([](const CaptureDevice& device) { return device.activeFormat(); }, Format());
+  if (!format) return {};
+  const CaptureVideoOrientation orientation = session.videoOrientation();
+  const bool isUpright =
+      orientation == CaptureVideoOrientation::portrait || orientation == CaptureVideoOrientation::portraitUpsideDown;
+  const auto width = static_cast<double>(format->dimensions.width);
+  const auto height = static_cast<double>(format->dimensions.height);
+  return isUpright == (height >= width) ? Size{width, height} : Size{height, width};
 }
 
 void TavrelCamera::Implementation::refreshGPUImagePipeline() {

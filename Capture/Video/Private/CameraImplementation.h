@@ -42,6 +42,8 @@ struct TavrelCamera::Implementation {
   void setMirror(bool TavrelCameraConfiguration::*wish, bool mirrors);
   void setCaptureEffects(CameraEffects::List list);
   void refreshForNewCaptureEffects();
+  /// Of the frames that come next; empty without a device.
+  Size expectedFrameSize() const;
   void refreshGPUImagePipeline();
 
   // Switching.

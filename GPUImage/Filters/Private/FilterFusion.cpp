@@ -61,10 +61,12 @@ bool FilterFusion::findStage(const TavrelGPUImageFilter& self) {
   return true;
 }
 
+bool FilterFusion::knows(const TavrelGPUImageFilter& self) const { return type_ && typeid(self) == *type_; }
+
 bool FilterFusion::accepts(const TavrelGPUImageFilter& self) {
   // Programs of several stages round between them as framebuffers of 8 bits do.
-  return PendingDrawing::isOn() && !TavrelGPUImageContext::worksDeep() && type_ && typeid(self) == *type_ &&
-         foreignUniforms_.empty() && findStage(self) && self.outputTextureOptions() == TavrelGPUTextureOptions{};
+  return PendingDrawing::isOn() && !TavrelGPUImageContext::worksDeep() && knows(self) && foreignUniforms_.empty() &&
+         findStage(self) && self.outputTextureOptions() == TavrelGPUTextureOptions{};
 }
 
 std::optional<PendingDrawing> FilterFusion::drawingOf(const TavrelGPUImageFilter& self,

@@ -40,6 +40,8 @@ class FilterFusion {
   /// Another object after each change of uniforms.
   const std::shared_ptr<const UniformSetters>& uniforms() const { return uniforms_; }
 
+  /// Whether nothing but the library's own code has a part in what it draws.
+  bool knows(const TavrelGPUImageFilter& self) const;
   /// Whether a framebuffer that is not drawn yet can be the first input.
   bool accepts(const TavrelGPUImageFilter& self);
   /// What `self` would draw now of `input`, the whole of whose frame has these coordinates at its corners; nothing

@@ -10,6 +10,7 @@
 #include <random>
 #include <string>
 
+#include "GPUImage/Private/StageProgram.h"
 #include "Support/GraphTestSupport.h"
 
 namespace tavrel {
@@ -296,6 +297,46 @@ TEST_F(Fusion, AFrameThatWaitsForTheOtherInputIsDrawnBefore) {
   const auto image = blend->newCGImageFromCurrentlyProcessedOutput();
   ASSERT_TRUE(image);
   EXPECT_EQ(largestDifference(test::pictureOf(*image), shownFirst), 0);
+}
+
+TEST_F(Fusion, ProgramsAreMadeBeforeTheFirstFrameAndNothingIsSeenOfIt) {
+  constexpr Size kSize = {40, 30};
+  const auto tint = std::make_shared<TavrelGPUImageFilter>(
+      "varying highp vec2 textureCoordinate; uniform sampler2D inputImageTexture; void main() { gl_FragColor = "
+      "vec4(texture2D(inputImageTexture, textureCoordinate).rg, 0.25, 1.0); }");
+  const Pair blend = withSecond(make<TavrelGPUImageAlphaBlendFilter>([](auto& filter) { filter.setMix(1); }), sticker(),
+                                kSize, {{5, 6}, {9, 7}});
+  const auto watched = std::make_shared<TavrelGPUImageFilter>();
+  int blocks = 0;
+  watched->setFrameProcessingCompletionBlock([&](TavrelGPUImageOutput&, MediaTime) { ++blocks; });
+  const TavrelGPUImageFilter::Chain chain = {tint, blend.fused, watched};
+  const Picture source = test::distinctPicture(40, 30);
+
+  ASSERT_TRUE(TavrelTracing::start().has_value());
+  const std::size_t before = StageProgram::count();
+  for (const bool areFramesComing : {true, false}) {
+    TavrelGPUImageFilter::prepareChain(
+        chain, kSize, [&] { blend.pictures.front()->processImage(); }, areFramesComing);
+  }
+  ASSERT_TRUE(TavrelTracing::stop().has_value());
+  EXPECT_TRUE(TavrelTracing::statistics().nodes.empty());
+  EXPECT_EQ(blocks, 0);
+  const std::size_t made = StageProgram::count();
+  EXPECT_EQ(made - before, 2U) << "with the sticker and without";
+
+  tint->addTarget(blend.fused, 0);
+  blend.fused->addTarget(watched);
+  blend.pictures.front()->processImage();
+  const Picture fused = shown(source, tint, watched);
+  EXPECT_EQ(StageProgram::count(), made);
+  EXPECT_EQ(blocks, 1);
+  const auto alone = std::make_shared<Alone<TavrelGPUImageFilter>>();
+  const auto aloneTint = std::make_shared<Alone<TavrelGPUImageFilter>>(
+      "varying highp vec2 textureCoordinate; uniform sampler2D inputImageTexture; void main() { gl_FragColor = "
+      "vec4(texture2D(inputImageTexture, textureCoordinate).rg, 0.25, 1.0); }");
+  aloneTint->addTarget(blend.alone, 0);
+  blend.alone->addTarget(alone);
+  EXPECT_LE(largestDifference(fused, shown(source, aloneTint, alone)), 1);
 }
 
 /// Counts how often it draws, and allows no fusion.

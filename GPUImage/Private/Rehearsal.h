@@ -1,0 +1,42 @@
+#pragma once
+
+#include <vector>
+
+#include "GPUImage/Private/PendingDrawing.h"
+#include "Platform/Graphics/ProgramPrecompiler.h"
+
+namespace tavrel {
+
+/// While it lives, frames that pass through nodes only tell with which programs they would be drawn: they show nothing,
+/// and no block of an application is called. On the video-processing queue, inside one block.
+class Rehearsal {
+ public:
+  enum class Step {
+    noting,  ///< nothing is drawn
+    making   ///< pictures that a filter keeps are drawn; what is pending is kept, to be drawn small
+  };
+
+  explicit Rehearsal(Step step);
+  Rehearsal(const Rehearsal&) = delete;
+  Rehearsal& operator=(const Rehearsal&) = delete;
+  ~Rehearsal();
+
+  /// The calling thread's, or nullptr.
+  static Rehearsal* current();
+  static bool isNoting() { return current() && current()->step_ == Step::noting; }
+
+  /// A program that was never drawn with is about to be.
+  void note(PrecompiledProgram program) { programs_.push_back(std::move(program)); }
+  /// A pending framebuffer is to be drawn.
+  void meet(PendingDrawing drawing);
+
+  std::vector<PrecompiledProgram>& programs() { return programs_; }
+  std::vector<PendingDrawing>& drawings() { return drawings_; }
+
+ private:
+  const Step step_;
+  std::vector<PrecompiledProgram> programs_;
+  std::vector<PendingDrawing> drawings_;
+};
+
+}  // namespace tavrel
