@@ -8,7 +8,7 @@ namespace tavrel::studio {
 Layout Layout::of(Size window, Size frame, double line, bool showsPanels) {
   constexpr double kSideLines = 22;
   constexpr double kLargestShare = 0.45;
-  constexpr double kBarLines = 5.5;
+  constexpr double kBarLines = 6.4;
   const double side = showsPanels ? std::round(std::min(kSideLines * line, window.width * kLargestShare)) : 0;
   const double bar = showsPanels ? std::round(std::min(kBarLines * line, window.height / 2)) : 0;
   Layout layout;

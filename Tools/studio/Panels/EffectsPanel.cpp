@@ -13,7 +13,10 @@ void EffectsPanel::draw() {
   if (button("Add beauty")) effects.add(makeBeauty());
   ImGui::SameLine();
   if (button("Add blur")) effects.add(makeBlur());
-  if (button("Add a picture or a table ...")) chooser_.open(FileChooser::Wanted::effect, studio_.settings().stills());
+  if (button("Add a picture or a table ...")) {
+    chooser_.open(FileChooser::Wanted::effect, studio_.settings().stills(),
+                  [this](const auto& file) { studio_.addFile(file); });
+  }
   if (effects.all().empty()) {
     return ImGui::TextWrapped(
         "No effects yet. Add one, or drop a picture, an animation or a table (.cube) onto the window.");

@@ -4,13 +4,15 @@
 #include <imgui.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "Model/Folders.h"
 #include "Panels/Widgets.h"
 
 namespace tavrel::studio {
 
-void FileChooser::open(Wanted wanted, const std::filesystem::path& folder) {
+void FileChooser::open(Wanted wanted, const std::filesystem::path& folder, Answer answer) {
+  answer_ = std::move(answer);
   wanted_ = wanted;
   isOpen_ = true;
   auto present = folder;
@@ -42,8 +44,8 @@ void FileChooser::enter(const std::filesystem::path& folder) {
   path_ = folder.string();
 }
 
-std::optional<std::filesystem::path> FileChooser::draw() {
-  if (!isOpen_) return std::nullopt;
+void FileChooser::draw() {
+  if (!isOpen_) return;
   const ImVec2 window = ImGui::GetIO().DisplaySize;
   ImGui::SetNextWindowPos(ImVec2(window.x * 0.1F, window.y * 0.1F));
   ImGui::SetNextWindowSize(ImVec2(window.x * 0.8F, window.y * 0.8F));
@@ -69,7 +71,7 @@ std::optional<std::filesystem::path> FileChooser::draw() {
   }
   ImGui::End();
   if (chosen || ImGui::IsKeyPressed(ImGui::GetKeyIndex(ImGuiKey_Escape))) isOpen_ = false;
-  return chosen;
+  if (chosen) answer_(*chosen);
 }
 
 std::optional<std::filesystem::path> FileChooser::drawList() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,10 +17,12 @@ class FileChooser {
 
   explicit FileChooser(ThumbnailTextures& thumbnails) : thumbnails_(thumbnails) {}
 
-  void open(Wanted wanted, const std::filesystem::path& folder);
-  /// Draws it while it is open; returns what was chosen, once.
-  std::optional<std::filesystem::path> draw();
-  bool isOpen() const { return isOpen_; }
+  using Answer = std::function<void(const std::filesystem::path& chosen)>;
+
+  /// Begins in `folder`; `answer` is called once something is chosen.
+  void open(Wanted wanted, const std::filesystem::path& folder, Answer answer);
+  /// Draws it while it is open.
+  void draw();
 
  private:
   void enter(const std::filesystem::path& folder);
@@ -33,6 +36,7 @@ class FileChooser {
   std::string fault_;
   std::vector<std::filesystem::path> folders_;
   std::vector<std::filesystem::path> files_;
+  Answer answer_;
 };
 
 }  // namespace tavrel::studio

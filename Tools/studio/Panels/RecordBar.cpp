@@ -12,7 +12,8 @@ namespace {
 constexpr ImGuiWindowFlags kFixed = ImGuiWindowFlags_NoDecoration | ImGuiWindowFlags_NoBackground |
                                     ImGuiWindowFlags_NoMove | ImGuiWindowFlags_NoSavedSettings |
                                     ImGuiWindowFlags_NoBringToFrontOnFocus | ImGuiWindowFlags_NoNav;
-const ImVec4 kRed(0.92F, 0.24F, 0.2F, 1);
+const ImVec4 kRed(0.85F, 0.2F, 0.17F, 1);
+const ImVec4 kLightRed(0.95F, 0.32F, 0.28F, 1);
 
 ImVec2 sizeOf(const Rect& rect) { return {static_cast<float>(rect.size.width), static_cast<float>(rect.size.height)}; }
 
@@ -41,9 +42,12 @@ void RecordBar::drawMessageAlone(const Layout& layout) {
 void RecordBar::drawButtons() {
   const bool isRecording = studio_.isRecording();
   const bool canRecord = studio_.recorder() != nullptr;
-  if (isRecording) ImGui::PushStyleColor(ImGuiCol_Button, kRed);
+  if (isRecording) {
+    ImGui::PushStyleColor(ImGuiCol_Button, kRed);
+    ImGui::PushStyleColor(ImGuiCol_ButtonHovered, kLightRed);
+  }
   if (button(isRecording ? "Stop" : "Record", "R", canRecord)) studio_.toggleRecording();
-  if (isRecording) ImGui::PopStyleColor();
+  if (isRecording) ImGui::PopStyleColor(2);
   ImGui::SameLine();
   if (button(studio_.isPaused() ? "Resume" : "Pause", "P", isRecording)) studio_.togglePause();
   ImGui::SameLine();
@@ -82,8 +86,7 @@ void RecordBar::drawMeter() const {
     const std::string losses = lossText(studio_.recorder()->statistics());
     text += ",  " + (losses.empty() ? "no frames lost" : losses);
   }
-  ImGui::TextUnformatted(text.c_str());
-  hint(text.c_str());
+  ImGui::TextWrapped("%s", text.c_str());
 }
 
 void RecordBar::drawMessage() {

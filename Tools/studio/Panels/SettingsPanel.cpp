@@ -90,6 +90,10 @@ void SettingsPanel::chooseFolder(const char* name, std::filesystem::path& folder
       studio_.messages().fault("A folder is named from the root on, such as /home/me/Videos.");
     }
   }
+  hint(used.c_str());
+  if (smallButton(std::string("Choose##") + name, "Choose a folder")) {
+    chooser_.open(FileChooser::Wanted::folder, used, [&folder](const auto& chosen) { folder = chosen; });
+  }
 }
 
 }  // namespace tavrel::studio

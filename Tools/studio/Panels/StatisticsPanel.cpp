@@ -87,7 +87,7 @@ void StatisticsPanel::drawTotals() const {
   }
   const auto latency = [&](const char* name, const TavrelGraphStatistics::Durations& time) {
     if (time.count == 0) return;
-    line(fmt::format("{}: {:.1f} ms, of a hundred one {:.1f} ms", name, time.mean * 1000, time.p99 * 1000));
+    line(fmt::format("{}: {:.1f} ms; 99 of 100 frames within {:.1f} ms", name, time.mean * 1000, time.p99 * 1000));
   };
   latency("From the camera through the effects", all.latencyToDelegate);
   latency("From the camera to the encoder", all.latencyToFile);

@@ -19,7 +19,7 @@ void StudioPanels::draw(const Layout& layout) {
     studio_.measurement().setOn(false);
     bar_.drawMessageAlone(layout);
   }
-  if (const auto file = chooser_.draw()) studio_.addFile(*file);
+  chooser_.draw();
 }
 
 void StudioPanels::drawSide(const Layout& layout) {

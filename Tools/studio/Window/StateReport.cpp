@@ -57,6 +57,7 @@ void StateReport::write(Studio& studio, const Layout& layout, const Rect& window
   written_ = now;
   // What changes by itself is no reason to write.
   state["drawings"] = drawings_;
+  state["processed"] = studio.recorder() ? studio.recorder()->camera()->statistics().processed : 0;
   state["written"] = studio.recorder() ? studio.recorder()->statistics().framesWritten : 0;
   state["panelMilliseconds"] = median({panelTimes_.begin(), panelTimes_.end()}) * 1000;
   const std::filesystem::path fresh = file_.string() + ".new";

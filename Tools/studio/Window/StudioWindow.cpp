@@ -35,6 +35,9 @@ tl::unexpected<Error> sdlFailure(const char* what) {
   return failure("studio", 2, fmt::format("{}: {}", what, SDL_GetError()));
 }
 
+/// By which desktops find the program's entry, and its icon; see Desktop/.
+constexpr const char* kDesktopName = "org.tavrelcapturebase.Studio";
+
 bool isVariableSet(const char* name) {
   const char* const value = std::getenv(name);
   return value && *value != '\0';
@@ -48,6 +51,7 @@ Expected<std::unique_ptr<StudioWindow>> StudioWindow::open(const std::string& ti
   if (!isVariableSet("DISPLAY") && !isVariableSet("WAYLAND_DISPLAY") && !isVariableSet("SDL_VIDEODRIVER")) {
     return failure("studio", 2, "there is no display: DISPLAY or WAYLAND_DISPLAY must name a running one");
   }
+  for (const char* name : {"SDL_VIDEO_X11_WMCLASS", "SDL_VIDEO_WAYLAND_WMCLASS"}) setenv(name, kDesktopName, 0);
   SDL_SetMainReady();
   if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0) return sdlFailure("no display can be reached");
   for (const auto& [name, value] : kAttributes) SDL_GL_SetAttribute(name, value);
