@@ -32,4 +32,15 @@ inline constexpr std::string_view kYCbCrMatrixITU_R_2020 = "ITU_R_2020";
 /// The shape of a pixel, as "64:45"; square without it.
 inline constexpr std::string_view kPixelBufferPixelAspectRatioKey = "PixelAspectRatio";
 
+/// What a film of high dynamic range was made on (SMPTE ST 2086), as "G(x,y)B(x,y)R(x,y)WP(x,y)L(most,least)":
+/// chromaticities in 0.00002, luminance in 0.0001 cd/m².
+inline constexpr std::string_view kPixelBufferMasteringDisplayColorVolumeKey = "MasteringDisplayColorVolume";
+/// Its brightest pixel and its brightest mean of a picture in cd/m² (CTA-861.3), as "1000,400".
+inline constexpr std::string_view kPixelBufferContentLightLevelKey = "ContentLightLevel";
+
+/// A picture of two fields taken one after the other; without it the picture was taken at once.
+inline constexpr std::string_view kPixelBufferFieldDetailKey = "FieldDetail";
+inline constexpr std::string_view kFieldDetailTemporalTopFirst = "TemporalTopFirst";
+inline constexpr std::string_view kFieldDetailTemporalBottomFirst = "TemporalBottomFirst";
+
 }  // namespace tavrel

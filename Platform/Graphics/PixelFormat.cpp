@@ -32,18 +32,22 @@ Expected<PixelLayout> PixelLayout::create(std::size_t width, std::size_t height,
       addPlane(layout, {.width = width, .height = height, .bytesPerSample = 4, .bytesPerRow = width * 4});
       return layout;
     case PixelFormat::biPlanar420VideoRange:
-    case PixelFormat::biPlanar420FullRange: {
-      const std::size_t halfWidth = (width + 1) / 2;
-      const std::size_t halfHeight = (height + 1) / 2;
-      addPlane(layout, {.width = width, .height = height, .bytesPerSample = 1, .bytesPerRow = roundedUp(width)});
-      addPlane(
-          layout,
-          {.width = halfWidth, .height = halfHeight, .bytesPerSample = 2, .bytesPerRow = roundedUp(halfWidth * 2)});
+    case PixelFormat::biPlanar420FullRange:
+    case PixelFormat::biPlanar420VideoRange10: {
+      const std::size_t bytes = format == PixelFormat::biPlanar420VideoRange10 ? 2 : 1;
+      for (const std::size_t part : {1, 2}) {
+        const std::size_t across = (width + part - 1) / part;
+        const std::size_t sample = bytes * part;  // Cb and Cr
+        addPlane(layout, {.width = across,
+                          .height = (height + part - 1) / part,
+                          .bytesPerSample = sample,
+                          .bytesPerRow = roundedUp(across * sample)});
+      }
       return layout;
     }
   }
   return graphicsFailure(GraphicsStatus::invalidPixelFormat,
-                         "0x{:08x} is not a pixel format of pixel buffers: those are 'BGRA', '420v' and '420f'",
+                         "0x{:08x} is not a pixel format of pixel buffers: those are 'BGRA', '420v', '420f' and 'x420'",
                          static_cast<std::uint32_t>(format));
 }
 

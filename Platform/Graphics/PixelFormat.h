@@ -14,6 +14,8 @@ enum class PixelFormat : std::uint32_t {
   bgra32 = 0x42475241,                 ///< 'BGRA': four bytes per pixel, blue first
   biPlanar420VideoRange = 0x34323076,  ///< '420v': a plane of Y (16…235) and one of interleaved Cb Cr at half the size
   biPlanar420FullRange = 0x34323066,   ///< '420f': the same with Y in 0…255
+  /// 'x420': as '420v' with ten bits a sample, the upper ones of 16 in native order: Y is 64…940 times 64
+  biPlanar420VideoRange10 = 0x78343230,
 };
 
 /// One plane of a pixel layout.

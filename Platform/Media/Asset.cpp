@@ -83,6 +83,11 @@ std::shared_ptr<const AssetTrack> trackOf(const std::filesystem::path& path, AVF
   track.isDefault = (stream.disposition & AV_DISPOSITION_DEFAULT) != 0;
   const AVDictionaryEntry* const language = av_dict_get(stream.metadata, "language", nullptr, 0);
   if (language && language->value != std::string_view("und")) track.languageCode = language->value;
+  if (parameters.codec_type == AVMEDIA_TYPE_SUBTITLE) {
+    track.mediaType = MediaType::subtitle;
+    track.naturalTimescale = stream.time_base.den;
+    return std::make_shared<AssetTrack>(std::move(track));
+  }
   if (parameters.codec_type == AVMEDIA_TYPE_AUDIO) {
     track.mediaType = MediaType::audio;
     track.sampleRate = parameters.sample_rate;
@@ -94,6 +99,8 @@ std::shared_ptr<const AssetTrack> trackOf(const std::filesystem::path& path, AVF
   track.naturalTimescale = stream.time_base.den;
   track.naturalSize = {static_cast<double>(parameters.width), static_cast<double>(parameters.height)};
   track.preferredTransform = transformOf(stream);
+  track.containsHDRVideo =
+      parameters.color_trc == AVCOL_TRC_SMPTE2084 || parameters.color_trc == AVCOL_TRC_ARIB_STD_B67;
   if (const AVRational shape = av_guess_sample_aspect_ratio(&file, &stream, nullptr); shape.num > 0 && shape.den > 0)
     track.pixelAspectRatio = {static_cast<double>(shape.num), static_cast<double>(shape.den)};
   const AVRational rate = stream.avg_frame_rate.num > 0 && stream.avg_frame_rate.den > 0
@@ -105,24 +112,45 @@ std::shared_ptr<const AssetTrack> trackOf(const std::filesystem::path& path, AVF
 
 std::vector<std::string> contentBesideTracksOf(const AVFormatContext& file) {
   std::vector<std::string> contents;
-  if (file.nb_chapters > 0) contents.emplace_back("chapters");
   for (unsigned i = 0; i < file.nb_streams; ++i) {
     const AVStream& stream = *file.streams[i];
     const AVCodecParameters& parameters = *stream.codecpar;
     const char* const codec = avcodec_get_name(parameters.codec_id);
     // Chapters of QuickTime have a track of texts, too, and its times one of their own.
     const bool isOfChapters = file.nb_chapters > 0 && parameters.codec_type == AVMEDIA_TYPE_DATA;
-    if (parameters.codec_type == AVMEDIA_TYPE_SUBTITLE) {
-      contents.push_back(fmt::format("subtitles ({})", codec));
-    } else if ((stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) {
-      contents.emplace_back("a cover");
-    } else if (parameters.codec_type == AVMEDIA_TYPE_ATTACHMENT) {
+    if (isSubtitle(stream) || isArtwork(stream)) continue;
+    if (parameters.codec_type == AVMEDIA_TYPE_ATTACHMENT) {
       contents.emplace_back("an attachment");
     } else if (!isPlayable(stream) && !isOfChapters && parameters.codec_type != AVMEDIA_TYPE_DATA) {
       contents.push_back(fmt::format("a track that cannot be decoded ({})", codec));
     }
   }
   return contents;
+}
+
+std::vector<Chapter> chaptersOf(const AVFormatContext& file) {
+  const std::int64_t offset = timelineOffset(file);
+  std::vector<Chapter> chapters;
+  for (unsigned i = 0; i < file.nb_chapters; ++i) {
+    const AVChapter& chapter = *file.chapters[i];
+    const auto time = [&](std::int64_t units) {
+      return MediaTime::make(av_rescale_q(units, chapter.time_base, AV_TIME_BASE_Q) - offset, AV_TIME_BASE);
+    };
+    const AVDictionaryEntry* const title = av_dict_get(chapter.metadata, "title", nullptr, 0);
+    if (isSane(chapter.start) && isSane(chapter.end) && chapter.end >= chapter.start)
+      chapters.push_back({{time(chapter.start), time(chapter.end) - time(chapter.start)}, title ? title->value : ""});
+  }
+  return chapters;
+}
+
+std::optional<Artwork> artworkOf(const AVFormatContext& file) {
+  for (unsigned i = 0; i < file.nb_streams; ++i) {
+    const AVStream& stream = *file.streams[i];
+    const AVPacket& picture = stream.attached_pic;
+    if (isArtwork(stream) && picture.size > 0)
+      return Artwork{avcodec_get_name(stream.codecpar->codec_id), Data(picture.data, picture.data + picture.size)};
+  }
+  return std::nullopt;
 }
 
 /// By the names that are the same for all containers.
@@ -202,6 +230,18 @@ std::vector<MetadataItem> Asset::metadata() const {
   return metadata_;
 }
 
+std::vector<Chapter> Asset::chapters() const {
+  load();
+  const std::lock_guard lock(mutex_);
+  return chapters_;
+}
+
+std::optional<Artwork> Asset::artwork() const {
+  load();
+  const std::lock_guard lock(mutex_);
+  return artwork_;
+}
+
 std::vector<std::string> Asset::contentBesideTracks() const {
   load();
   const std::lock_guard lock(mutex_);
@@ -230,12 +270,15 @@ Expected<void> Asset::readFile() const {
       options_.prefersPreciseDurationAndTiming ? measuredLengths(**file) : std::vector<std::int64_t>();
   for (unsigned i = 0; i < (*file)->nb_streams; ++i) {
     AVStream& stream = *(*file)->streams[i];
+    if (isSubtitle(stream)) subtitles_.push_back(trackOf(path_, **file, stream));
     if (!isPlayable(stream)) continue;
     if (!lengths.empty() && lengths[i] != AV_NOPTS_VALUE) stream.duration = lengths[i];
     tracks_.push_back(trackOf(path_, **file, stream));
     duration_ = std::max(duration_, tracks_.back()->timeRange().end());
   }
   metadata_ = metadataOf(**file);
+  chapters_ = chaptersOf(**file);
+  artwork_ = artworkOf(**file);
   contentBesideTracks_ = contentBesideTracksOf(**file);
   if (!tracks_.empty()) return {};
   return tl::unexpected(unreadableMovie(path_, "it holds neither pictures nor sound that can be decoded",
@@ -244,6 +287,10 @@ Expected<void> Asset::readFile() const {
 
 std::vector<std::shared_ptr<const AssetTrack>> Asset::tracksWithMediaType(MediaType mediaType) const {
   const auto all = tracks();
+  if (mediaType == MediaType::subtitle) {
+    const std::lock_guard lock(mutex_);
+    return subtitles_;
+  }
   std::vector<std::shared_ptr<const AssetTrack>> found;
   std::copy_if(all.begin(), all.end(), std::back_inserter(found),
                [mediaType](const auto& track) { return track->mediaType() == mediaType; });

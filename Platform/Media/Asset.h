@@ -53,11 +53,16 @@ class TAVREL_API Asset : public std::enable_shared_from_this<Asset> {
   const std::filesystem::path& path() const { return path_; }
   /// The decodable video and audio tracks in the file's order, without cover art. Empty if the file cannot be read.
   virtual std::vector<std::shared_ptr<const AssetTrack>> tracks() const;
+  /// Of subtitles, which are not among `tracks`, all that there are; they can be read as they are stored.
   std::vector<std::shared_ptr<const AssetTrack>> tracksWithMediaType(MediaType mediaType) const;
   /// What the file says about itself, such as title and place, by the keys of MetadataItem.h where it has one of these;
   /// empty for a composition.
   std::vector<MetadataItem> metadata() const;
-  /// What else is in the file, in words such as "chapters" and "subtitles (subrip)"; empty for a composition.
+  /// In their order; empty for a composition.
+  std::vector<Chapter> chapters() const;
+  /// The file's cover, if it has one.
+  std::optional<Artwork> artwork() const;
+  /// What else is in the file, in words such as "an attachment"; empty for a composition.
   std::vector<std::string> contentBesideTracks() const;
   /// The end of the last track; zero if unknown.
   virtual MediaTime duration() const;
@@ -77,7 +82,10 @@ class TAVREL_API Asset : public std::enable_shared_from_this<Asset> {
   mutable ValueStatus status_;
   mutable std::optional<Error> error_;
   mutable std::vector<std::shared_ptr<const AssetTrack>> tracks_;
+  mutable std::vector<std::shared_ptr<const AssetTrack>> subtitles_;
   mutable std::vector<MetadataItem> metadata_;
+  mutable std::vector<Chapter> chapters_;
+  mutable std::optional<Artwork> artwork_;
   mutable std::vector<std::string> contentBesideTracks_;
   mutable MediaTime duration_ = MediaTime::zero();
 };

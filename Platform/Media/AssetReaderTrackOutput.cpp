@@ -27,6 +27,8 @@ Expected<std::unique_ptr<SampleReader>> AssetReaderTrackOutput::open(const Asset
     if (const auto format = numberFor(*settings_, kPixelBufferPixelFormatTypeKey)) {
       form.pixelFormat = static_cast<PixelFormat>(static_cast<std::uint32_t>(*format));
     }
+    const auto fields = settings_->find(kVideoFieldModeKey);
+    form.keepsFields = fields != settings_->end() && fields->second == Value(std::string(kVideoFieldModeBothFields));
     const auto rate = numberFor(*settings_, kAudioSampleRateKey);
     const auto channels = numberFor(*settings_, kAudioNumberOfChannelsKey);
     if ((rate && !(*rate >= 1 && *rate <= 768000)) || (channels && !(*channels >= 1 && *channels <= 64))) {

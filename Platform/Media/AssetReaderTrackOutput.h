@@ -14,11 +14,11 @@ namespace tavrel {
 ///
 /// Each video sample holds a pixel buffer from a pool, not rotated, with presentation time and duration in the track's
 /// timescale. The track's colour matrix and range are honoured; defaults are limited range and BT.601 below 720 lines,
-/// BT.709 from there on. Interlaced pictures are deinterlaced. High dynamic range (PQ, HLG) is tone-mapped to BT.709,
-/// by Hable's curve with white at 100 cd/m²; 'BGRA' frames of other primaries (BT.601, BT.2020) are converted to
-/// BT.709's, while 4:2:0 frames keep their colours, which their attachments name. Each audio sample holds interleaved
-/// 32-bit float PCM in the track's rate and channels, with the time of its first frame. Samples outside the edit list
-/// or before 0 are not delivered.
+/// BT.709 from there on. Interlaced pictures are deinterlaced, unless `kVideoFieldModeKey` keeps their fields. High
+/// dynamic range (PQ, HLG) is tone-mapped to BT.709, by Hable's curve with white at 100 cd/m², but for frames of ten
+/// bits; 'BGRA' frames of other primaries (BT.601, BT.2020) are converted to BT.709's, while 4:2:0 frames keep their
+/// colours, which their attachments name. Each audio sample holds interleaved 32-bit float PCM in the track's rate and
+/// channels, with the time of its first frame. Samples outside the edit list or before 0 are not delivered.
 class TAVREL_API AssetReaderTrackOutput : public AssetReaderOutput {
  public:
   /// Frames as 'BGRA', audio as PCM.

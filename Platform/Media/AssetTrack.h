@@ -37,6 +37,7 @@ class TAVREL_API AssetTrack {
     Size naturalSize;
     AffineTransform preferredTransform;
     Size pixelAspectRatio{1, 1};
+    bool containsHDRVideo = false;
     double nominalFrameRate = 0;
     int sampleRate = 0;
     int channelCount = 0;
@@ -63,6 +64,8 @@ class TAVREL_API AssetTrack {
   Size naturalSize() const { return properties_.naturalSize; }
   /// The shape of a stored pixel as two whole numbers, such as 64 and 45; square where the file says nothing.
   Size pixelAspectRatio() const { return properties_.pixelAspectRatio; }
+  /// Whether the frames are of high dynamic range, by PQ or HLG of ITU-R BT.2100, as the file says.
+  bool containsHDRVideo() const { return properties_.containsHDRVideo; }
   /// Rotates the stored frames upright. Readers deliver them as stored.
   const AffineTransform& preferredTransform() const { return properties_.preferredTransform; }
   /// Mean frame rate per second; 0 for audio or if unknown.

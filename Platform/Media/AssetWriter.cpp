@@ -6,6 +6,7 @@
 
 #include "Platform/Media/Private/Writing/AssetWriterSession.h"
 #include "Platform/Media/Private/Writing/PassthroughTrackEncoder.h"
+#include "Platform/Media/Private/Writing/SubtitleTrackEncoder.h"
 #include "Platform/Media/Private/Writing/VideoEncoder.h"
 
 namespace tavrel {
@@ -30,7 +31,14 @@ std::optional<std::string> AssetWriter::fileTypeOf(const std::filesystem::path& 
 
 bool AssetWriter::canStore(const FormatDescription& format, std::string_view fileType) {
   const auto container = MovieContainer::find(fileType);
+  if (format.mediaType == MediaType::subtitle) return container && SubtitleTrackEncoder::canStore(*container, format);
   return container && container->canStore(PassthroughTrackEncoder::codecOf(format), !format.codecExtradata.empty());
+}
+
+bool AssetWriter::canStore(const Artwork& artwork, const std::vector<MetadataItem>& metadata,
+                           std::string_view fileType) {
+  const auto container = MovieContainer::find(fileType);
+  return container && container->canHoldArtwork(artwork, metadata);
 }
 
 std::string AssetWriter::usualVideoCodec(std::string_view fileType) {
@@ -70,10 +78,18 @@ void AssetWriter::setIndexRoom(MediaTime duration) {
 MediaTime AssetWriter::indexRoom() const { return session_->settings().indexRoom; }
 
 void AssetWriter::setMetadata(std::vector<MetadataItem> metadata) {
-  session_->setSettings([&](MovieFile::Settings& settings) { settings.metadata = std::move(metadata); });
+  session_->setSettings([&](MovieFile::Settings& settings) { settings.contents.metadata = std::move(metadata); });
 }
 
-std::vector<MetadataItem> AssetWriter::metadata() const { return session_->settings().metadata; }
+std::vector<MetadataItem> AssetWriter::metadata() const { return session_->settings().contents.metadata; }
+
+void AssetWriter::setChapters(std::vector<Chapter> chapters) {
+  session_->setSettings([&](MovieFile::Settings& settings) { settings.contents.chapters = std::move(chapters); });
+}
+
+void AssetWriter::setArtwork(std::optional<Artwork> artwork) {
+  session_->setSettings([&](MovieFile::Settings& settings) { settings.contents.artwork = std::move(artwork); });
+}
 
 void AssetWriter::setAppearsWhenComplete(bool appears) {
   session_->setSettings([&](MovieFile::Settings& settings) { settings.appearsWhenComplete = appears; });

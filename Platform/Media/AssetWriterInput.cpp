@@ -5,9 +5,10 @@
 
 namespace tavrel {
 
-std::shared_ptr<AssetWriterInput> AssetWriterInput::create(MediaType mediaType, std::optional<Dictionary> settings) {
-  return std::shared_ptr<AssetWriterInput>(
-      new AssetWriterInput(std::make_shared<InputPipeline>(mediaType, std::move(settings))));
+std::shared_ptr<AssetWriterInput> AssetWriterInput::create(MediaType mediaType, std::optional<Dictionary> settings,
+                                                           std::shared_ptr<const FormatDescription> sourceFormatHint) {
+  return std::shared_ptr<AssetWriterInput>(new AssetWriterInput(
+      std::make_shared<InputPipeline>(mediaType, std::move(settings), std::move(sourceFormatHint))));
 }
 
 AssetWriterInput::AssetWriterInput(std::shared_ptr<InputPipeline> pipeline) : pipeline_(std::move(pipeline)) {}

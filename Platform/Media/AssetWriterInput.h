@@ -32,7 +32,10 @@ class TAVREL_API AssetWriterInput {
   /// Without settings, samples are stored as they are: PCM (QuickTime and Matroska) or packets of one codec; the writer
   /// fails when its file cannot store the first one so. Settings
   /// (MediaSettings.h) are checked when the input is added to a writer; with them, compressed audio is decoded first.
-  static std::shared_ptr<AssetWriterInput> create(MediaType mediaType, std::optional<Dictionary> settings);
+  /// Subtitles have no settings and need `sourceFormatHint`, the format of their packets: they are stored as they are,
+  /// and texts in the coding that the file takes. Files that stay fragmented (`setStaysFragmented`) lack them.
+  static std::shared_ptr<AssetWriterInput> create(MediaType mediaType, std::optional<Dictionary> settings,
+                                                  std::shared_ptr<const FormatDescription> sourceFormatHint = nullptr);
 
   AssetWriterInput(const AssetWriterInput&) = delete;
   AssetWriterInput& operator=(const AssetWriterInput&) = delete;

@@ -60,6 +60,12 @@ inline constexpr std::uint32_t kAudioChannelLayoutTagMono = 0x640001;
 inline constexpr std::uint32_t kAudioChannelLayoutTagStereo = 0x650002;
 inline constexpr std::uint32_t kAudioChannelLayoutTag5_1 = 0x790006;
 
+/// For reading, text: what becomes of interlaced pictures, one of the following: one picture of both fields, which are
+/// deinterlaced (the default), or both fields as they are, each on every other line.
+inline constexpr const char* kVideoFieldModeKey = "VideoFieldMode";
+inline constexpr const char* kVideoFieldModeDeinterlaceFields = "DeinterlaceFields";
+inline constexpr const char* kVideoFieldModeBothFields = "BothFields";
+
 /// Attributes of pixel buffers. Integers.
 inline constexpr const char* kPixelBufferPixelFormatTypeKey = "PixelFormatType";
 inline constexpr const char* kPixelBufferWidthKey = "PixelBufferWidth";

@@ -3,6 +3,6 @@
 namespace tavrel {
 
 /// What a track holds.
-enum class MediaType { video, audio };
+enum class MediaType { video, audio, subtitle };
 
 }  // namespace tavrel

@@ -2,6 +2,9 @@
 
 #include <string>
 
+#include "Platform/Foundation/Data.h"
+#include "Platform/Media/MediaTime.h"
+
 namespace tavrel {
 
 inline constexpr const char* kMetadataTitle = "title";
@@ -21,6 +24,18 @@ struct MetadataItem {
   std::string value;  ///< UTF-8
 
   friend bool operator==(const MetadataItem&, const MetadataItem&) = default;
+};
+
+/// A chapter of a movie.
+struct Chapter {
+  MediaTimeRange timeRange;
+  std::string title;  ///< UTF-8
+};
+
+/// The picture that stands for a movie where it is not played.
+struct Artwork {
+  std::string codecName;  ///< "mjpeg" for JPEG, "png"
+  Data bytes;             ///< of a file of that kind
 };
 
 }  // namespace tavrel

@@ -9,6 +9,20 @@
 
 namespace tavrel::tool {
 
+namespace {
+
+/// Whether the new movie can have these subtitles.
+bool takes(const TranscodingOptions& options, const AssetTrack& subtitles) {
+  return !options.isFragmented && AssetWriter::canStore(*subtitles.storedFormat(), options.fileType);
+}
+
+bool takesCover(const TranscodingOptions& options, const Asset& asset) {
+  const auto cover = asset.artwork();
+  return !options.isFragmented && cover && AssetWriter::canStore(*cover, asset.metadata(), options.fileType);
+}
+
+}  // namespace
+
 double TranscodingOptions::secondsOf(const Asset& asset) const {
   const double end = asset.duration().seconds();
   const MediaTime last = timeRange.end();
@@ -23,7 +37,10 @@ Expected<InputMovie> InputMovie::open(const TranscodingOptions& options) {
     return failure(MediaErrorCode::noPlayableTrack,
                    fmt::format("{} has no pictures, only sound", options.input.string()));
   }
-  InputMovie movie{.asset = *asset, .pictures = pictures.front(), .sounds = {}};
+  InputMovie movie{.asset = *asset, .pictures = pictures.front(), .sounds = {}, .subtitles = {}};
+  for (const auto& each : (*asset)->tracksWithMediaType(MediaType::subtitle)) {
+    if (takes(options, *each)) movie.subtitles.push_back(each);
+  }
   if (!options.hasSound) return movie;
   const auto sounds = (*asset)->tracksWithMediaType(MediaType::audio);
   if (options.soundTrack == "all") {
@@ -44,8 +61,26 @@ Expected<InputMovie> InputMovie::open(const TranscodingOptions& options) {
 }
 
 void sayWhatIsLeftOut(const TranscodingOptions& options, const Asset& asset) {
-  const auto contents = asset.contentBesideTracks();
+  auto contents = asset.contentBesideTracks();
+  for (const auto& each : asset.tracksWithMediaType(MediaType::subtitle)) {
+    if (!takes(options, *each)) contents.push_back(fmt::format("subtitles ({})", each->codecName()));
+  }
+  if (options.isFragmented && !asset.chapters().empty()) contents.emplace_back("chapters");
+  if (asset.artwork() && !takesCover(options, asset)) contents.emplace_back("a cover");
   if (!contents.empty()) say("not carried over from {}: {}", options.input.string(), fmt::join(contents, ", "));
+}
+
+void carryOver(const TranscodingOptions& options, const Asset& asset, AssetWriter& writer) {
+  writer.setMetadata(asset.metadata());
+  if (takesCover(options, asset)) writer.setArtwork(asset.artwork());
+  const MediaTimeRange& part = options.timeRange;
+  std::vector<Chapter> chapters;
+  for (Chapter chapter : asset.chapters()) {
+    const MediaTime start = std::max(chapter.timeRange.start, part.start);
+    const MediaTime end = std::min(chapter.timeRange.end(), part.end());
+    if (start < end) chapters.push_back({{start - part.start, end - start}, std::move(chapter.title)});
+  }
+  writer.setChapters(std::move(chapters));
 }
 
 Size squaredSize(const AssetTrack& track) {
@@ -66,7 +101,10 @@ Size scaledSize(const TranscodingOptions& options, Size size) {
 Dictionary pictureSettings(const TranscodingOptions& options, const AssetTrack& track, Size size, Size pixelAspect) {
   const auto whole = [](double number) { return static_cast<std::int64_t>(std::llround(number)); };
   Dictionary settings = options.videoSettings;
-  settings.emplace(kVideoCodecKey, AssetWriter::usualVideoCodec(options.fileType));
+  const std::string usual = AssetWriter::usualVideoCodec(options.fileType);
+  const bool isDeep = options.keepsHDR && track.containsHDRVideo();
+  settings.emplace(kVideoCodecKey, isDeep && usual == kVideoCodecH264 ? std::string(kVideoCodecHEVC) : usual);
+  if (options.keepsFields) settings.emplace(kVideoEncoderKey, std::string("libx264"));
   if (options.size) {
     size = *options.size;
     pixelAspect = {1, 1};

@@ -26,6 +26,8 @@ struct TranscodingOptions {
   bool isFragmented = false;
   bool printsProgress = false;
   bool isCopy = false;  ///< the pictures as they are stored
+  bool keepsHDR = false;
+  bool keepsFields = false;
   Dictionary videoSettings;
   Dictionary audioSettings;
 
@@ -38,6 +40,7 @@ struct InputMovie {
   std::shared_ptr<Asset> asset;
   std::shared_ptr<const AssetTrack> pictures;
   std::vector<std::shared_ptr<const AssetTrack>> sounds;
+  std::vector<std::shared_ptr<const AssetTrack>> subtitles;  ///< those that the new movie can have
 
   /// Fails if the file cannot be read, has no pictures or not the sound that is asked for.
   static Expected<InputMovie> open(const TranscodingOptions& options);
@@ -45,6 +48,9 @@ struct InputMovie {
 
 /// Says what of the input will not be in the output.
 void sayWhatIsLeftOut(const TranscodingOptions& options, const Asset& asset);
+
+/// Gives the new movie the metadata, the chapters and the cover of the input.
+void carryOver(const TranscodingOptions& options, const Asset& asset, AssetWriter& writer);
 
 /// How large the pictures of `track` are in square pixels.
 Size squaredSize(const AssetTrack& track);

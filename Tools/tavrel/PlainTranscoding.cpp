@@ -8,23 +8,6 @@
 
 namespace tavrel::tool {
 
-double PlainTranscoding::Stream::time() const {
-  const SampleTiming timing = next->timingEntries().front();
-  const bool isStamped = timing.decodeTimeStamp.isNumeric();
-  return (isStamped ? timing.decodeTimeStamp : timing.presentationTimeStamp).seconds();
-}
-
-double PlainTranscoding::Stream::end() const {
-  const MediaTime time = next->presentationTimeStamp();
-  const MediaTime duration = next->duration();
-  return (duration.isNumeric() ? time + duration : time).seconds();
-}
-
-void PlainTranscoding::Stream::advance() {
-  next = source->copyNextSampleBuffer();
-  if (!next) destination->markAsFinished();
-}
-
 bool PlainTranscoding::serves(const TranscodingOptions& options, const InputMovie& movie) {
   // Matroska can say how far pictures are turned, not that they are mirrored.
   const AffineTransform turn = movie.pictures->preferredTransform();
@@ -40,41 +23,22 @@ std::string PlainTranscoding::notWritten(const Error& error) const {
   return fmt::format("cannot write {}: {}", options_.output.string(), error.description);
 }
 
-std::optional<std::string> PlainTranscoding::addStream(const std::shared_ptr<const AssetTrack>& track,
-                                                       const std::optional<Dictionary>& decoding,
-                                                       std::optional<Dictionary> encoding) {
-  Stream stream{.source = std::make_shared<AssetReaderTrackOutput>(track, decoding),
-                .destination = AssetWriterInput::create(track->mediaType(), std::move(encoding)),
-                .next = nullptr};
-  stream.destination->setTransform(track->preferredTransform());
-  stream.destination->setLanguageCode(track->languageCode());
-  reader_->addOutput(stream.source);
-  if (!writer_->addInput(stream.destination)) return notWritten(*writer_->error());
-  streams_.push_back(std::move(stream));
-  return std::nullopt;
-}
-
 std::optional<std::string> PlainTranscoding::addPictures() {
   const AssetTrack& track = *movie_.pictures;
   if (options_.isCopy) {
     const auto& stored = *track.storedFormat();
-    if (AssetWriter::canStore(stored, options_.fileType)) return addStream(movie_.pictures, {}, {});
+    if (AssetWriter::canStore(stored, options_.fileType)) return streams_->add(movie_.pictures, {}, {});
     return fmt::format("{} cannot hold {} as it is: leave out --codec copy, or choose another file type",
                        options_.output.string(), stored.codecName);
   }
-  constexpr auto kPlanes = static_cast<std::int64_t>(PixelFormat::biPlanar420VideoRange);
-  return addStream(movie_.pictures, Dictionary{{kPixelBufferPixelFormatTypeKey, kPlanes}},
-                   options_.isSquared
-                       ? pictureSettings(options_, track, squaredSize(track), {1, 1})
-                       : pictureSettings(options_, track, track.naturalSize(), track.pixelAspectRatio()));
-}
-
-std::optional<std::string> PlainTranscoding::addSound(const std::shared_ptr<const AssetTrack>& sound) {
-  const bool isCopied =
-      options_.audioSettings.empty() && AssetWriter::canStore(*sound->storedFormat(), options_.fileType);
-  soundTreatment_ += fmt::format("{}{}", soundTreatment_.empty() ? "" : ", ", isCopied ? "copied" : "encoded");
-  if (isCopied) return addStream(sound, {}, {});
-  return addStream(sound, Dictionary{}, soundSettings(*sound, options_.fileType, options_.audioSettings));
+  const PixelFormat planes = options_.keepsHDR && track.containsHDRVideo() ? PixelFormat::biPlanar420VideoRange10
+                                                                           : PixelFormat::biPlanar420VideoRange;
+  const std::string fields = options_.keepsFields ? kVideoFieldModeBothFields : kVideoFieldModeDeinterlaceFields;
+  return streams_->add(
+      movie_.pictures,
+      Dictionary{{kPixelBufferPixelFormatTypeKey, static_cast<std::int64_t>(planes)}, {kVideoFieldModeKey, fields}},
+      options_.isSquared ? pictureSettings(options_, track, squaredSize(track), {1, 1})
+                         : pictureSettings(options_, track, track.naturalSize(), track.pixelAspectRatio()));
 }
 
 std::optional<std::string> PlainTranscoding::open() {
@@ -87,10 +51,14 @@ std::optional<std::string> PlainTranscoding::open() {
   writer_ = std::move(*writer);
   writer_->setAppearsWhenComplete(true);
   writer_->setStaysFragmented(options_.isFragmented);
-  writer_->setMetadata(movie_.asset->metadata());
+  carryOver(options_, *movie_.asset, *writer_);
+  streams_.emplace(options_, reader_, writer_);
   if (auto refused = addPictures()) return refused;
   for (const auto& sound : movie_.sounds) {
-    if (auto refused = addSound(sound)) return refused;
+    if (auto refused = streams_->addSound(sound)) return refused;
+  }
+  for (const auto& subtitles : movie_.subtitles) {
+    if (auto refused = streams_->add(subtitles, {}, {})) return refused;
   }
   return std::nullopt;
 }
@@ -99,31 +67,26 @@ std::optional<std::string> PlainTranscoding::work(const Interruption& interrupti
   if (!reader_->startReading()) return reader_->error()->description;
   if (!writer_->startWriting()) return notWritten(*writer_->error());
   writer_->startSessionAtSourceTime(options_.timeRange.start);
-  for (Stream& stream : streams_) stream.advance();
-  const auto& first = streams_.front().next;
-  const bool hasEditList = options_.fileType == kFileTypeQuickTimeMovie || options_.fileType == kFileTypeMPEG4;
+  streams_->start();
+  const auto first = streams_->nextOfFirst();
+  const bool hasEditList = options_.fileType == kFileTypeMPEG4 || options_.fileType == kFileTypeQuickTimeMovie;
   if (!hasEditList && first && first->presentationTimeStamp() < MediaTime::zero()) {
     return fmt::format("{} begins between two keyframes, which only .mov and .mp4 can say: leave out --codec copy",
                        options_.input.string());
   }
   const double start = options_.timeRange.start.seconds();
   TranscodingProgress progress(options_.secondsOf(*movie_.asset), options_.printsProgress);
-  constexpr std::chrono::milliseconds kStep(100);
   while (!interruption.isAskedFor() && writer_->status() == AssetWriterStatus::writing) {
-    const auto isEarlier = [](const Stream& one, const Stream& other) {
-      return one.next && (!other.next || one.time() < other.time());
-    };
-    Stream& stream = *std::min_element(streams_.begin(), streams_.end(), isEarlier);
-    if (!stream.next) break;
-    if (!stream.destination->waitUntilReady(kStep)) continue;
-    if (!stream.destination->append(stream.next)) {
-      if (writer_->status() == AssetWriterStatus::failed) break;
-      return fmt::format("the sample at {:.3f} s cannot be stored", stream.next->presentationTimeStamp().seconds());
-    }
-    if (&stream == &streams_.front()) ++picturesRead_;
-    end_ = std::max(end_, stream.end() - start);
+    const auto sample = streams_->next();
+    if (!sample) break;
+    const auto passed = streams_->pass(std::chrono::milliseconds(100));
+    if (!passed && writer_->status() == AssetWriterStatus::writing) return passed.error().description;
+    if (!passed || !*passed) continue;
+    if (sample->format()->mediaType == MediaType::video) ++picturesRead_;
+    const MediaTime time = sample->presentationTimeStamp();
+    const MediaTime duration = sample->duration();
+    end_ = std::max(end_, (duration.isNumeric() ? time + duration : time).seconds() - start);
     progress.show(end_, picturesRead_);
-    stream.advance();
   }
   if (interruption.isAskedFor()) return "interrupted";
   if (const auto error = reader_->error()) return error->description;
@@ -142,11 +105,11 @@ int PlainTranscoding::run(bool printJson, Diagnostics& diagnostics) {
   const Size size = options_.size.value_or(stored);
   const WrittenMovie movie = {.file = options_.output,
                               .askedSize = size,
-                              .size = options_.isCopy ? size : streams_.front().destination->encodedSize(),
+                              .size = options_.isCopy ? size : streams_->inputs().front()->encodedSize(),
                               .seconds = end_,
                               .frames = writer_->writtenSamples(MediaType::video),
                               .framesRead = picturesRead_,
-                              .sound = soundTreatment_.empty() ? "none" : soundTreatment_};
+                              .sound = streams_->soundTreatment()};
   return movie.report(printJson, diagnostics);
 }
 

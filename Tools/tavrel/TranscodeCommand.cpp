@@ -29,6 +29,9 @@ class TranscodeCommand : public Command {
                      "How pictures get that size: fit (with black bars), fill (cut off) or stretch")
         ->type_name("MODE");
     command_->add_flag("--square", options_.isSquared, "Make the pixels square, as with effects");
+    command_->add_option("--hdr", hdr_, "High dynamic range: map (to BT.709) or keep (in 10 bits, as hevc unless told)")
+        ->type_name("MODE");
+    command_->add_option("--interlaced", interlaced_, "Fields: deinterlace or keep (in h264)")->type_name("MODE");
     command_->add_flag("--reverse", options_.isReversed, "Reverse the video, but not the audio");
     command_->add_flag("--realtime", options_.isRealTime, "Run no faster than the movie plays");
     command_->add_flag("--no-audio", noAudio_, "Leave out the audio");
@@ -55,6 +58,9 @@ class TranscodeCommand : public Command {
     options_.audioSettings = encoding_.audioSettings();
     options_.isCopy = encoding_.isCopy();
     checkSoundTrack();
+    options_.keepsHDR = isKept("--hdr", hdr_, "map");
+    options_.keepsFields = isKept("--interlaced", interlaced_, "deinterlace");
+    checkCodec();
     TavrelCaptureEffectChain effects = effects_.makeChain();
     if (options_.isCopy && (!effects.effects().empty() || options_.size || options_.isSquared || options_.isReversed ||
                             options_.isRealTime || !from_.empty() || !to_.empty())) {
@@ -66,9 +72,9 @@ class TranscodeCommand : public Command {
     auto movie = InputMovie::open(options_);
     if (!movie) return fail("{}", movie.error().description);
     const bool isPlain = options_.isCopy || (effects.effects().empty() && PlainTranscoding::serves(options_, *movie));
-    if (!isPlain && movie->sounds.size() > 1) {
-      return fail(
-          "only one audio track goes through effects, --reverse, --realtime and turns: name one with --audio-track");
+    const char* const kept = options_.keepsFields ? "--interlaced keep" : "--hdr keep";
+    if (!isPlain && (options_.keepsHDR || options_.keepsFields)) {
+      return fail("{} leaves the pictures as they are: leave out effects, --reverse, --realtime and turns", kept);
     }
     sayWhatIsLeftOut(options_, *movie->asset);
     return diagnostics_.measure(json_, [&] {
@@ -97,6 +103,24 @@ class TranscodeCommand : public Command {
     return range;
   }
 
+  static bool isKept(const char* option, const std::string& mode, const char* usual) {
+    if (mode == "keep" || mode == usual) return mode == "keep";
+    throw UsageError(fmt::format("{} {}: expected {} or keep", option, mode, usual));
+  }
+
+  void checkCodec() const {
+    if (options_.isCopy) return;
+    const auto found = options_.videoSettings.find(kVideoCodecKey);
+    const Value usual(AssetWriter::usualVideoCodec(options_.fileType));
+    const bool isH264 =
+        (found == options_.videoSettings.end() ? usual : found->second) == Value(std::string(kVideoCodecH264));
+    if (options_.keepsHDR && isH264 && found != options_.videoSettings.end())
+      throw UsageError("--hdr keep needs 10 bits: choose hevc, av1 or vp9 with --codec, not h264");
+    if (options_.keepsFields && (!isH264 || options_.keepsHDR))
+      throw UsageError("--interlaced keep needs h264, the only one that stores fields");
+    if (options_.keepsFields && options_.size) throw UsageError("--interlaced keep keeps the size: leave out --size");
+  }
+
   void checkSoundTrack() const {
     const std::string& track = options_.soundTrack;
     const bool isNumber =
@@ -112,6 +136,8 @@ class TranscodeCommand : public Command {
   TranscodingOptions options_;
   std::string size_;
   std::string scaling_ = "fit";
+  std::string hdr_ = "map";
+  std::string interlaced_ = "deinterlace";
   std::string from_;
   std::string to_;
   bool noAudio_ = false;

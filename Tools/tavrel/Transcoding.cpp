@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cmath>
+#include <limits>
 #include <utility>
 
 #include "MovieOptions.h"
@@ -10,6 +11,8 @@
 
 namespace tavrel::tool {
 namespace {
+
+constexpr std::chrono::milliseconds kStep(50);
 
 /// Gives pictures exactly the size that is forced.
 class SquaringFilter : public TavrelGPUImageCropFilter {
@@ -61,8 +64,6 @@ class Transcoding::PartOfMovie : public TavrelGPUImageMovie {
     auto reader = AssetReader::create(input_.asset).value();
     reader->setTimeRange(timeRange_);
     reader->addOutput(std::make_shared<AssetReaderTrackOutput>(input_.pictures));
-    if (!input_.sounds.empty())
-      addAudioOutput(*reader, std::make_shared<AssetReaderTrackOutput>(input_.sounds.front(), std::nullopt));
     return reader;
   }
 
@@ -98,6 +99,7 @@ int Transcoding::run(bool printJson, Diagnostics& diagnostics) {
   buildGraph();
   if (const auto error = writer_->error())
     return fail("cannot write {}: {}", options_.output.string(), error->description);
+  if (refusal_) return fail("{}", *refusal_);
 
   const Interruption interruption;
   work(interruption);
@@ -105,20 +107,23 @@ int Transcoding::run(bool printJson, Diagnostics& diagnostics) {
   return report(printJson, diagnostics);
 }
 
-void Transcoding::chooseSound() {
-  if (input_.sounds.empty()) return;
-  const AssetTrack& sound = *input_.sounds.front();
-  const auto& stored = sound.storedFormat();
-  const bool isLeft = options_.audioSettings.empty() && stored;
-  if (isLeft && AssetWriter::canStore(*stored, options_.fileType)) {
-    writer_->setShouldPassthroughAudio(true);
-    writer_->setHasAudioTrack(true);
-    soundTreatment_ = "copied";
-  } else {
-    writer_->setHasAudioTrack(true, soundSettings(sound, options_.fileType, options_.audioSettings));
-    soundTreatment_ = "encoded";
+void Transcoding::addOtherTracks() {
+  otherReader_ = AssetReader::create(input_.asset).value();
+  otherReader_->setTimeRange(options_.timeRange);
+  otherTracks_.emplace(options_, otherReader_, writer_->assetWriter());
+  for (const auto& sound : input_.sounds) {
+    if (!refusal_) refusal_ = otherTracks_->addSound(sound);
   }
-  movie_->setAudioEncodingTarget(writer_);
+  for (const auto& subtitles : input_.subtitles) {
+    if (!refusal_) refusal_ = otherTracks_->add(subtitles, {}, {});
+  }
+}
+
+bool Transcoding::passOtherTracks(double seconds) {
+  if (refusal_ || !otherTracks_->next() || otherTracks_->nextTime() > seconds) return false;
+  const auto passed = otherTracks_->pass(kStep);
+  if (!passed) refusal_ = passed.error().description;
+  return true;
 }
 
 void Transcoding::buildGraph() {
@@ -154,11 +159,11 @@ void Transcoding::buildGraph() {
   if (const auto& file = writer_->assetWriter()) {
     file->setAppearsWhenComplete(true);
     file->setStaysFragmented(options_.isFragmented);
-    file->setMetadata(input_.asset->metadata());
+    carryOver(options_, *input_.asset, *file);
   }
   last->addTarget(writer_);
   if (!turn) writer_->setTransform(input_.pictures->preferredTransform());
-  chooseSound();
+  if (!writer_->error()) addOtherTracks();
   movie_->enableSynchronizedEncodingUsingMovieWriter(writer_);
 }
 
@@ -167,16 +172,20 @@ void Transcoding::work(const Interruption& interruption) {
   writer_->startRecording();
   // The new movie's time line is the old one's, whichever of pictures and sound come first.
   writer_->assetWriter()->startSessionAtSourceTime(options_.timeRange.start);
+  if (!otherTracks_->isEmpty() && otherReader_->startReading()) otherTracks_->start();
   const auto reading = DispatchQueue::create("org.tavrel.tool.movie");
   reading->async([this] { movie_->startProcessing(); });
   TranscodingProgress progress(options_.secondsOf(*input_.asset), options_.printsProgress);
-  constexpr std::chrono::milliseconds kStep(50);
-  while (!isOver_ && !interruption.isAskedFor() && !isBrokenOff()) {
-    RunLoop::main().runUntil([this] { return isOver_.load(); }, kStep);
+  constexpr double kAhead = 1;
+  while (!isOver_ && !refusal_ && !interruption.isAskedFor() && !isBrokenOff()) {
+    if (!passOtherTracks(frameCounter_->seconds + kAhead))
+      RunLoop::main().runUntil([this] { return isOver_.load(); }, kStep);
     progress.show(frameCounter_->seconds - options_.timeRange.start.seconds(), frameCounter_->count);
   }
   if (!isOver_) movie_->cancelProcessing();
   reading->sync([] {});
+  constexpr double kEver = std::numeric_limits<double>::infinity();
+  while (!interruption.isAskedFor() && !isBrokenOff() && passOtherTracks(kEver)) continue;
 }
 
 bool Transcoding::isBrokenOff() const {
@@ -191,6 +200,8 @@ std::optional<std::string> Transcoding::finish(const Interruption& interruption)
     return reason;
   };
   if (interruption.isAskedFor()) return giveUp("interrupted");
+  if (refusal_) return giveUp(*refusal_);
+  if (const auto error = otherReader_->error()) return giveUp(error->description);
   if (const auto error = movie_->assetReader()->error()) return giveUp(error->description);
   const bool isBroken = writer_->assetWriter()->status() == AssetWriterStatus::failed;
   if (frameCounter_->count == 0 && !isBroken)
@@ -210,7 +221,7 @@ int Transcoding::report(bool printJson, Diagnostics& diagnostics) const {
                               .seconds = writer_->duration().seconds(),
                               .frames = writer_->writtenVideoFrames(),
                               .framesRead = frameCounter_->count.load(),
-                              .sound = soundTreatment_};
+                              .sound = otherTracks_->soundTreatment()};
   return movie.report(printJson, diagnostics);
 }
 

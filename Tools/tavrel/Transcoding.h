@@ -10,6 +10,7 @@
 #include "Interruption.h"
 #include "Report.h"
 #include "TavrelCaptureBase.h"
+#include "TrackStreams.h"
 
 namespace tavrel::tool {
 
@@ -26,7 +27,10 @@ class Transcoding {
   class FrameCounter;
   class PartOfMovie;
 
-  void chooseSound();
+  /// Sound and subtitles, which the graph does not take.
+  void addOtherTracks();
+  /// Gives the file the next sample of these that is due up to `seconds`, or waits a while for room. False without one.
+  bool passOtherTracks(double seconds);
   void buildGraph();
   void work(const Interruption& interruption);
   bool isBrokenOff() const;
@@ -37,10 +41,12 @@ class Transcoding {
   const TranscodingOptions options_;
   const InputMovie input_;
   TavrelCaptureEffectChain effects_;
-  const char* soundTreatment_ = "none";
   std::shared_ptr<TavrelGPUImageMovie> movie_;
   std::shared_ptr<FrameCounter> frameCounter_;
   std::shared_ptr<TavrelGPUImageMovieWriter> writer_;
+  std::shared_ptr<AssetReader> otherReader_;
+  std::optional<TrackStreams> otherTracks_;
+  std::optional<std::string> refusal_;
   std::atomic<bool> isOver_ = false;
 };
 

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "Platform/Graphics/PixelBufferAttachments.h"
+#include "Platform/Media/Private/ColorVolume.h"
 
 namespace tavrel {
 namespace {
@@ -62,7 +63,7 @@ ColorTags ColorTags::of(const PixelBufferSnapshot& picture) {
   return tags;
 }
 
-void attachColors(PixelBuffer& buffer, const AVFrame& picture) {
+void attachDescription(PixelBuffer& buffer, const AVFrame& picture) {
   attach(buffer, kPixelBufferColorPrimariesKey, kPrimaries, picture.color_primaries);
   attach(buffer, kPixelBufferTransferFunctionKey, kTransfers, picture.color_trc);
   attach(buffer, kPixelBufferYCbCrMatrixKey, kMatrices, picture.colorspace);
@@ -71,6 +72,24 @@ void attachColors(PixelBuffer& buffer, const AVFrame& picture) {
     buffer.setAttachment(std::string(kPixelBufferPixelAspectRatioKey), fmt::format("{}:{}", shape.num, shape.den),
                          true);
   }
+  const auto say = [&buffer](std::string_view key, std::string_view value) {
+    if (!value.empty()) buffer.setAttachment(std::string(key), std::string(value), true);
+  };
+  if (picture.interlaced_frame) {
+    say(kPixelBufferFieldDetailKey,
+        picture.top_field_first ? kFieldDetailTemporalTopFirst : kFieldDetailTemporalBottomFirst);
+  }
+  // Pictures of fewer bits have been tone-mapped.
+  if (buffer.pixelFormat() != PixelFormat::biPlanar420VideoRange10) return;
+  const ColorVolume volume = ColorVolume::of(picture);
+  say(kPixelBufferMasteringDisplayColorVolumeKey, volume.masteringDisplay);
+  say(kPixelBufferContentLightLevelKey, volume.contentLight);
+}
+
+AVFieldOrder fieldOrderOf(const PixelBufferSnapshot& picture) {
+  const auto detail = picture.attachment(kPixelBufferFieldDetailKey);
+  if (!detail) return AV_FIELD_PROGRESSIVE;
+  return *detail == kFieldDetailTemporalBottomFirst ? AV_FIELD_BB : AV_FIELD_TT;
 }
 
 }  // namespace tavrel

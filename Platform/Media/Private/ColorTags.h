@@ -1,6 +1,7 @@
 #pragma once
 
 extern "C" {
+#include <libavcodec/codec_par.h>
 #include <libavutil/frame.h>
 #include <libavutil/pixfmt.h>
 }
@@ -22,8 +23,11 @@ struct ColorTags {
   static ColorTags of(const PixelBufferSnapshot& picture);
 };
 
-/// Attaches what the file itself says about a decoded picture's colours and its pixels' shape: an untagged movie stays
-/// untagged.
-void attachColors(PixelBuffer& buffer, const AVFrame& picture);
+/// Attaches what the file itself says about a decoded picture: its colours, its pixels' shape and its fields. An
+/// untagged movie stays untagged.
+void attachDescription(PixelBuffer& buffer, const AVFrame& picture);
+
+/// How the fields of a picture follow each other, by its attachment.
+AVFieldOrder fieldOrderOf(const PixelBufferSnapshot& picture);
 
 }  // namespace tavrel

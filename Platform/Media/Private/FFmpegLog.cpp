@@ -4,6 +4,7 @@ extern "C" {
 #include <libavutil/log.h>
 }
 
+#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <mutex>
@@ -30,6 +31,7 @@ __attribute__((format(printf, 3, 0))) void remember(void* source, int level, con
   if (line.empty()) return;
   try {
     lastLine() = line;
+    std::replace(lastLine().begin(), lastLine().end(), '\n', ' ');
   } catch (const std::bad_alloc&) {
     // The line is lost: an exception must not pass through the C code that calls this.
   }

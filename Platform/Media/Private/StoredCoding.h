@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Media/Private/ColorVolume.h"
 #include "Platform/Media/Private/FFmpegHandles.h"
 
 namespace tavrel {
@@ -8,6 +9,7 @@ namespace tavrel {
 struct StoredCoding {
   CodecParameters parameters;
   AVRational frameRate{0, 1};  ///< on average; 0 when it is not known
+  ColorVolume colorVolume{};
 };
 
 }  // namespace tavrel

@@ -219,20 +219,6 @@ TEST_F(TranscodeCommandTest, ItsOwnInputAndWhatALinkLeadsToAreReplaced) {
   EXPECT_EQ(frameTimes("in.mp4").size(), 50U);
 }
 
-TEST_F(TranscodeCommandTest, WhatIsNotCarriedOverIsSaid) {
-  ASSERT_NO_FATAL_FAILURE(makeFilm("in.mp4", "2", "-c:v libx264 -preset ultrafast -c:a aac"));
-  const std::string chapters = ";FFMETADATA1\\n[CHAPTER]\\nTIMEBASE=1/1\\nSTART=0\\nEND=1\\ntitle=One\\n";
-  const std::string words = "1\\n00:00:00,500 --> 00:00:01,500\\nHello\\n";
-  ASSERT_EQ(shell("cd " + file("") + " && printf '" + chapters + "' > c.txt && printf -- '" + words + "' > w.srt && " +
-                  "ffmpeg -v error -i in.mp4 -i c.txt -i w.srt -map 0 -map 2 -map_metadata 1 -c:v copy -c:a copy -c:s "
-                  "srt in.mkv")
-                .output,
-            "");
-  EXPECT_THAT(
-      tavrel("transcode " + file("in.mkv") + " " + file("out.mkv")).output,
-      ::testing::StartsWith("tavrel: not carried over from " + file("in.mkv") + ": chapters, subtitles (subrip)\n"));
-}
-
 TEST_F(TranscodeCommandTest, ProgressIsALineASecondOrOneLineOfTheTerminal) {
   ASSERT_NO_FATAL_FAILURE(makeFilm("in.mp4", "2", "-c:v libx264 -preset ultrafast -c:a aac"));
   const std::string transcode = "transcode --realtime --force " + file("in.mp4") + " " + file("out.mp4");

@@ -27,6 +27,7 @@ Frame tagged(const AVFrame& picture) {
 }  // namespace
 
 std::string ColorPreparation::filtersFor(const AVFrame& picture) const {
+  if (format_ == PixelFormat::biPlanar420VideoRange10) return "";
   const bool isRgb = format_ == PixelFormat::bgra32;
   const std::string result = isRgb ? "matrix=gbr:range=full,format=gbrp"
                                    : std::string("matrix=bt709:range=") +

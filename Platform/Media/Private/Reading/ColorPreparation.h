@@ -12,8 +12,8 @@ namespace tavrel {
 ///
 /// High dynamic range (BT.2100, PQ or HLG) is tone-mapped by the curve of John Hable, "Uncharted 2: HDR Lighting" (Game
 /// Developers Conference 2010), with white at 100 cd/m². Where RGB is made, standard dynamic range of other primaries
-/// (BT.601, BT.2020) is converted; planes keep their colours and their tags. Pictures without tags are left alone. One
-/// thread at a time.
+/// (BT.601, BT.2020) is converted; planes keep their colours and their tags. Pictures without tags are left alone, and
+/// those of ten bits are made of all as they are. One thread at a time.
 class ColorPreparation {
  public:
   explicit ColorPreparation(PixelFormat format) : format_(format) {}

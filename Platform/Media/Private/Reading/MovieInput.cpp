@@ -75,13 +75,19 @@ std::int64_t timelineOffset(const AVFormatContext& file) {
   return mayWrap ? file.start_time : std::max<std::int64_t>(0, file.start_time);
 }
 
+bool isSubtitle(const AVStream& stream) {
+  return stream.codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE && stream.codecpar->codec_id != AV_CODEC_ID_NONE;
+}
+
+bool isArtwork(const AVStream& stream) { return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0; }
+
 bool isPlayable(const AVStream& stream) {
   const AVCodecParameters& parameters = *stream.codecpar;
   const bool isPicture = parameters.codec_type == AVMEDIA_TYPE_VIDEO && parameters.width > 0 && parameters.height > 0;
   const bool isSound =
       parameters.codec_type == AVMEDIA_TYPE_AUDIO && parameters.sample_rate > 0 && parameters.ch_layout.nb_channels > 0;
   if (!isPicture && !isSound) return false;
-  return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) == 0 && avcodec_find_decoder(parameters.codec_id);
+  return !isArtwork(stream) && avcodec_find_decoder(parameters.codec_id);
 }
 
 }  // namespace tavrel

@@ -19,6 +19,11 @@ Expected<InputFormat> openMovieInput(const std::filesystem::path& path);
 /// lists already have theirs at 0.
 std::int64_t timelineOffset(const AVFormatContext& file);
 
+/// Texts or pictures that are shown over the movie's.
+bool isSubtitle(const AVStream& stream);
+/// A cover.
+bool isArtwork(const AVStream& stream);
+
 /// Whether a track's samples can be decoded and belong to the movie itself.
 bool isPlayable(const AVStream& stream);
 

@@ -7,7 +7,8 @@ namespace tavrel {
 Expected<PacketReader> PacketReader::open(const std::filesystem::path& path, int trackID) {
   auto file = openMovieInput(path);
   if (!file) return tl::unexpected(file.error());
-  if (trackID < 0 || static_cast<unsigned>(trackID) >= (*file)->nb_streams || !isPlayable(*(*file)->streams[trackID])) {
+  const bool isThere = trackID >= 0 && static_cast<unsigned>(trackID) < (*file)->nb_streams;
+  if (!isThere || (!isPlayable(*(*file)->streams[trackID]) && !isSubtitle(*(*file)->streams[trackID]))) {
     return tl::unexpected(unreadableMovie(path, "the track is not there any more", MediaErrorCode::noPlayableTrack));
   }
   PacketReader reader(std::move(*file), trackID);

@@ -18,7 +18,7 @@ Expected<std::shared_ptr<PixelBuffer>> PictureMaker::make(const AVFrame& decoded
   const auto filled = fill(picture, **buffer);
   (*buffer)->unlockBaseAddress(PixelBufferLock::readWrite);
   if (!filled) return tl::unexpected(filled.error());
-  attachColors(**buffer, picture);
+  attachDescription(**buffer, picture);
   return buffer;
 }
 
@@ -37,20 +37,35 @@ Expected<void> PictureMaker::fill(const AVFrame& picture, PixelBuffer& buffer) {
 }
 
 Expected<void> PictureMaker::fillBiPlanar(const AVFrame& picture, PixelBuffer& buffer) {
-  scaler_.reset(sws_getCachedContext(scaler_.release(), picture.width, picture.height,
-                                     static_cast<AVPixelFormat>(picture.format), picture.width, picture.height,
-                                     AV_PIX_FMT_NV12, SWS_BILINEAR | SWS_ACCURATE_RND, nullptr, nullptr, nullptr));
+  // Fields must not mix where lines of chroma are reduced.
+  const int fields = picture.interlaced_frame && picture.height % 4 == 0 ? 2 : 1;
+  const int lines = picture.height / fields;
+  const AVPixelFormat made = format_ == PixelFormat::biPlanar420VideoRange10 ? AV_PIX_FMT_P010 : AV_PIX_FMT_NV12;
+  scaler_.reset(sws_getCachedContext(scaler_.release(), picture.width, lines,
+                                     static_cast<AVPixelFormat>(picture.format), picture.width, lines, made,
+                                     SWS_BILINEAR | SWS_ACCURATE_RND, nullptr, nullptr, nullptr));
   if (!scaler_)
     return failure(MediaErrorCode::unsupportedFormat, "pictures of this layout cannot be converted to 4:2:0");
   constexpr int kUnity = 1 << 16;
   const int* const coefficients = sws_getCoefficients(BgraConverter::matrixOf(picture));
   sws_setColorspaceDetails(scaler_.get(), coefficients, BgraConverter::isFullRange(picture) ? 1 : 0, coefficients,
                            format_ == PixelFormat::biPlanar420FullRange ? 1 : 0, 0, kUnity, kUnity);
-  const std::array<std::uint8_t*, 4> planes = {buffer.baseAddressOfPlane(0), buffer.baseAddressOfPlane(1)};
-  const std::array<int, 4> strides = {static_cast<int>(buffer.bytesPerRowOfPlane(0)),
-                                      static_cast<int>(buffer.bytesPerRowOfPlane(1))};
-  if (sws_scale(scaler_.get(), picture.data, picture.linesize, 0, picture.height, planes.data(), strides.data()) < 0) {
-    return failure(MediaErrorCode::conversionFailed, "a picture could not be converted to 4:2:0");
+  for (int field = 0; field < fields; ++field) {
+    std::array<const std::uint8_t*, 4> from{};
+    std::array<int, 4> fromStrides{};
+    std::array<std::uint8_t*, 4> to{};
+    std::array<int, 4> toStrides{};
+    for (std::size_t plane = 0; plane < from.size() && picture.data[plane]; ++plane) {
+      from[plane] = picture.data[plane] + std::ptrdiff_t{field} * picture.linesize[plane];
+      fromStrides[plane] = picture.linesize[plane] * fields;
+    }
+    for (std::size_t plane = 0; plane < 2; ++plane) {
+      const auto stride = static_cast<int>(buffer.bytesPerRowOfPlane(plane));
+      to[plane] = buffer.baseAddressOfPlane(plane) + std::ptrdiff_t{field} * stride;
+      toStrides[plane] = stride * fields;
+    }
+    if (sws_scale(scaler_.get(), from.data(), fromStrides.data(), 0, lines, to.data(), toStrides.data()) < 0)
+      return failure(MediaErrorCode::conversionFailed, "a picture could not be converted to 4:2:0");
   }
   return {};
 }

@@ -22,6 +22,8 @@ std::shared_ptr<const FormatDescription> storedFormatOf(const AVStream& stream) 
       format->audioFormat.sampleType = isShort ? AudioSampleType::int16 : AudioSampleType::float32;
       return format;
     }
+  } else if (parameters.codec_type == AVMEDIA_TYPE_SUBTITLE) {
+    format->mediaType = MediaType::subtitle;
   } else {
     format->mediaType = MediaType::video;
     format->videoSize = {static_cast<double>(parameters.width), static_cast<double>(parameters.height)};
@@ -36,6 +38,7 @@ std::shared_ptr<const FormatDescription> storedFormatOf(const AVStream& stream) 
     coding->parameters->codec_tag = 0;
     if (stream.sample_aspect_ratio.num > 0) coding->parameters->sample_aspect_ratio = stream.sample_aspect_ratio;
     coding->frameRate = stream.avg_frame_rate;
+    coding->colorVolume = ColorVolume::of(stream);
     format->storedCoding = std::move(coding);
   }
   return format;
@@ -60,16 +63,42 @@ Expected<std::unique_ptr<SampleReader>> StoredTrackReader::open(const std::files
   return reader;
 }
 
-Expected<std::shared_ptr<SampleBuffer>> StoredTrackReader::next(const GoOn& goOn) {
+bool StoredTrackReader::read(const GoOn& goOn) {
   while (!isAtEnd_ && goOn()) {
     const PacketReader::Step step = packets_->read(*packet_);
     isAtEnd_ = step == PacketReader::Step::end;
     if (step != PacketReader::Step::packet) continue;
     if (unwrapper_ && !unwrapper_->unwrap(*packet_)) continue;
-    if (packet_->size > 0) {
-      auto sample = sampleOf(*packet_);
-      if (!sample || *sample) return sample;
-    }
+    if (packet_->size > 0) return true;
+  }
+  return false;
+}
+
+void StoredTrackReader::timeEarly(const GoOn& goOn) {
+  constexpr std::size_t kMostReordered = 16;
+  isTimed_ = true;
+  while (early_.size() <= kMostReordered && read(goOn)) {
+    early_.emplace_back(av_packet_clone(packet_.get()));
+    if (!early_.back() || packet_->dts != AV_NOPTS_VALUE) break;
+  }
+  if (early_.size() < 2 || !early_.back() || early_.back()->dts == AV_NOPTS_VALUE) return;
+  const AVRational rate = packets_->stream().avg_frame_rate;
+  const std::int64_t usual = rate.num > 0 && rate.den > 0
+                                 ? av_rescale_q(1, av_inv_q(rate), packets_->stream().time_base)
+                                 : std::max<std::int64_t>(1, early_.back()->duration);
+  for (std::size_t i = early_.size() - 1; i > 0; --i) {
+    const std::int64_t step = early_[i - 1]->duration > 0 ? early_[i - 1]->duration : usual;
+    early_[i - 1]->dts = early_[i]->dts - step;
+  }
+}
+
+Expected<std::shared_ptr<SampleBuffer>> StoredTrackReader::next(const GoOn& goOn) {
+  if (!isTimed_ && format_->mediaType == MediaType::video) timeEarly(goOn);
+  while (!early_.empty() || read(goOn)) {
+    const Packet early = early_.empty() ? Packet() : std::move(early_.front());
+    if (!early_.empty()) early_.pop_front();
+    auto sample = sampleOf(early ? *early : *packet_);
+    if (!sample || *sample) return sample;
   }
   return nullptr;
 }
@@ -86,6 +115,14 @@ Expected<std::shared_ptr<SampleBuffer>> StoredTrackReader::sampleOf(const AVPack
   const bool isWhole = !(range_.start > MediaTime::zero());
   if (!timing.presentationTimeStamp.isNumeric()) return nullptr;
   if (timing.presentationTimeStamp >= range_.end() || (!isWhole && end <= range_.start)) return nullptr;
+  if (format_->mediaType == MediaType::subtitle) {
+    constexpr int kHeaderOfText = 2;
+    const bool isEmpty = format_->codecName == "mov_text" && packet.size <= kHeaderOfText;
+    if (isEmpty || !timing.duration.isNumeric()) return nullptr;
+    timing.presentationTimeStamp = std::max(timing.presentationTimeStamp, range_.start);
+    timing.duration = std::min(end, range_.end()) - timing.presentationTimeStamp;
+    timing.decodeTimeStamp = timing.presentationTimeStamp;
+  }
   auto sample = SampleBuffer::createPacket(format_, Data(packet.data, packet.data + packet.size), timing,
                                            (packet.flags & AV_PKT_FLAG_KEY) != 0);
   if (sample && timing.presentationTimeStamp < MediaTime::zero()) {
@@ -97,8 +134,11 @@ Expected<std::shared_ptr<SampleBuffer>> StoredTrackReader::sampleOf(const AVPack
 Expected<void> StoredTrackReader::seek(const MediaTimeRange& range, bool) {
   range_ = range;
   isAtEnd_ = false;
+  early_.clear();
+  isTimed_ = false;
   const AVStream& stream = packets_->stream();
-  if (range.start > MediaTime::zero() && packets_->seek(unitsOf(range.start, stream.time_base))) return {};
+  const bool isSought = range.start > MediaTime::zero() && format_->mediaType != MediaType::subtitle;
+  if (isSought && packets_->seek(unitsOf(range.start, stream.time_base))) return {};
   auto packets = PacketReader::open(path_, stream.index);
   if (!packets) return tl::unexpected(packets.error());
   packets_.emplace(std::move(*packets));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <optional>
 
 #include "Platform/Media/Private/FFmpegHandles.h"
@@ -22,12 +23,18 @@ class StoredTrackReader final : public SampleReader {
   StoredTrackReader() = default;
 
   Expected<std::shared_ptr<SampleBuffer>> sampleOf(const AVPacket& packet) const;
+  /// The next packet of the track. False at the end, and when `goOn` answers no.
+  bool read(const GoOn& goOn);
+  /// Reads ahead until a picture says when it is decoded, which the first of Matroska do not say.
+  void timeEarly(const GoOn& goOn);
 
   std::filesystem::path path_;
   std::shared_ptr<const FormatDescription> format_;
   std::optional<PacketReader> packets_;
   std::optional<AdtsUnwrapper> unwrapper_;
   Packet packet_;
+  std::deque<Packet> early_;  // read, and not given
+  bool isTimed_ = false;
   MediaTimeRange range_ = MediaTimeRange::everything();
   bool isAtEnd_ = false;
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <thread>
+#include <utility>
 
 #include "Platform/Media/Private/FFmpegError.h"
 #include "Platform/Media/Private/Reading/MovieInput.h"
@@ -20,9 +21,10 @@ Error damaged(const std::filesystem::path& path, int result) {
 
 }  // namespace
 
-Expected<std::unique_ptr<TrackDecoder>> TrackDecoder::open(const std::filesystem::path& path, int trackID,
-                                                           Alpha alpha) {
+Expected<std::unique_ptr<TrackDecoder>> TrackDecoder::open(const std::filesystem::path& path, int trackID, Alpha alpha,
+                                                           Fields fields) {
   std::unique_ptr<TrackDecoder> decoder(new TrackDecoder);
+  decoder->fields_ = fields;
   decoder->path_ = path;
   if (auto opened = decoder->openFile(trackID); !opened) return tl::unexpected(opened.error());
   if (auto opened = decoder->openCodec(path, decoder->findCodec(alpha)); !opened) return tl::unexpected(opened.error());
@@ -87,7 +89,8 @@ Expected<const AVFrame*> TrackDecoder::next(const std::function<bool()>& goOn) {
       if (atEnd_ && deinterlacer_) static_cast<void>(deinterlacer_->add(nullptr));
     } else if (place()) {
       hasDecoded_ = true;
-      if (!deinterlacer_ && !frame_->interlaced_frame) return frame_.get();
+      const bool isWhole = fields_ == Fields::kept || !frame_->interlaced_frame;
+      if (!deinterlacer_ && isWhole) return frame_.get();
       if (auto added = deinterlace(); !added) return tl::unexpected(added.error());
     }
   }
@@ -197,9 +200,23 @@ bool TrackDecoder::place() {
   if (isVideo && lastTime_ && time <= *lastTime_) time = *lastTime_ + 1;
   lastTime_ = time;
   frame_->pts = time;
-  if (isVideo)
-    frame_->sample_aspect_ratio = av_guess_sample_aspect_ratio(&packets_->file(), &packets_->stream(), frame_.get());
+  if (isVideo) describe();
   return true;
+}
+
+void TrackDecoder::describe() {
+  AVStream& stream = packets_->stream();
+  frame_->sample_aspect_ratio = av_guess_sample_aspect_ratio(&packets_->file(), &stream, frame_.get());
+  constexpr std::pair<AVPacketSideDataType, AVFrameSideDataType> kBrightness[] = {
+      {AV_PKT_DATA_MASTERING_DISPLAY_METADATA, AV_FRAME_DATA_MASTERING_DISPLAY_METADATA},
+      {AV_PKT_DATA_CONTENT_LIGHT_LEVEL, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL}};
+  for (const auto& [ofFile, ofFrame] : kBrightness) {
+    std::size_t size = 0;
+    const std::uint8_t* const said = av_stream_get_side_data(&stream, ofFile, &size);
+    if (!said || av_frame_get_side_data(frame_.get(), ofFrame)) continue;
+    if (AVFrameSideData* const added = av_frame_new_side_data(frame_.get(), ofFrame, size))
+      std::copy(said, said + size, added->data);
+  }
 }
 
 void TrackDecoder::noteDamage(int code) {

@@ -18,13 +18,16 @@ class TrackDecoder {
  public:
   /// FFmpeg's own decoders for VP8 and VP9 leave alpha out; libvpx's are used where it is wanted.
   enum class Alpha { leftOut, kept };
+  enum class Fields { deinterlaced, kept };
 
   static Expected<std::unique_ptr<TrackDecoder>> open(const std::filesystem::path& path, int trackID,
-                                                      Alpha alpha = Alpha::leftOut);
+                                                      Alpha alpha = Alpha::leftOut,
+                                                      Fields fields = Fields::deinterlaced);
 
   /// The next decoded frame in order of presentation, valid until the next call; its `pts` is the time on the asset's
   /// time line in units of `timeBase()`, later than the frame's before, and `pkt_duration` is its length, 0 when
-  /// unknown. Interlaced ones are deinterlaced, by libavfilter's bwdif. nullptr at the end, and when `goOn` answers no.
+  /// unknown. Interlaced ones are deinterlaced, by libavfilter's bwdif, unless their fields are kept. nullptr at the
+  /// end, and when `goOn` answers no.
   /// Damaged packets are skipped; when not one frame could be decoded, the first damage is the error.
   Expected<const AVFrame*> next(const std::function<bool()>& goOn);
 
@@ -59,8 +62,11 @@ class TrackDecoder {
   void feed();
   bool place();
   void noteDamage(int code);
+  /// What only the file says about how bright pictures are.
+  void describe();
 
   std::filesystem::path path_;
+  Fields fields_ = Fields::deinterlaced;
   std::optional<PacketReader> packets_;
   CodecContext codec_;
   Packet packet_;

@@ -74,7 +74,7 @@ bool InputPipeline::hasStarted() const {
 Expected<void> InputPipeline::attach(const MovieFile& file) {
   const std::lock_guard lock(mutex_);
   if (stage_ != Stage::created) return failure(MediaErrorCode::inputInUse, "the input serves a writer already");
-  auto choice = chooseTrackEncoder(mediaType_, settings_, configuration_.timescale);
+  auto choice = chooseTrackEncoder(mediaType_, settings_, configuration_.timescale, formatHint_);
   if (!choice) return tl::unexpected(choice.error());
   if (auto checked = choice->encoder->check(file); !checked) return checked;
   encodedSize_ = choice->size;
@@ -85,7 +85,7 @@ Expected<void> InputPipeline::attach(const MovieFile& file) {
 Expected<void> InputPipeline::open(std::shared_ptr<PacketQueue> output, FailureHandler failureHandler,
                                    AppendHandler appendHandler) {
   std::unique_lock lock(mutex_);
-  auto choice = chooseTrackEncoder(mediaType_, settings_, configuration_.timescale);
+  auto choice = chooseTrackEncoder(mediaType_, settings_, configuration_.timescale, formatHint_);
   if (!choice) return tl::unexpected(choice.error());
   encoder_ = std::move(choice->encoder);
   failureHandler_ = std::move(failureHandler);
@@ -96,7 +96,8 @@ Expected<void> InputPipeline::open(std::shared_ptr<PacketQueue> output, FailureH
                                             configuration_.isRealTime);
   output_ = {std::move(output), track};
   if (auto opened = encoder_->open(output_, configuration_.isRealTime); !opened) return opened;
-  queue_ = DispatchQueue::create(mediaType_ == MediaType::video ? "tavrel.writer.video" : "tavrel.writer.audio");
+  constexpr const char* kQueues[] = {"tavrel.writer.video", "tavrel.writer.audio", "tavrel.writer.subtitle"};
+  queue_ = DispatchQueue::create(kQueues[static_cast<int>(mediaType_)]);
   stage_ = Stage::writing;
   readinessChanged(lock);
   return {};
@@ -150,7 +151,8 @@ bool InputPipeline::append(const SampleBuffer& sampleBuffer) {
   sample.frameCount = sampleBuffer.numSamples();
   sample.duration = sampleBuffer.duration();
   sample.decodeTime = sampleBuffer.timingEntries().front().decodeTimeStamp;
-  if (!settings_ && !isStorable(*sample.format)) return refuse(*sample.format);
+  const bool isStoredAsItIs = !settings_ && mediaType_ != MediaType::subtitle;
+  if (isStoredAsItIs && !isStorable(*sample.format)) return refuse(*sample.format);
   return enqueue(std::move(sample), time);
 }
 
@@ -192,7 +194,7 @@ bool InputPipeline::stampPicture(TrackSample& sample, MediaTime movieTime) {
 
 bool InputPipeline::stampSound(const TrackSample& sample, MediaTime movieTime) {
   const double seconds = movieTime.seconds();
-  if (seconds > appendedUntil_ + kLongestSilence) return false;
+  if (mediaType_ == MediaType::audio && seconds > appendedUntil_ + kLongestSilence) return false;
   appendedUntil_ = std::max(appendedUntil_, seconds + (sample.duration.isNumeric() ? sample.duration.seconds() : 0));
   return true;
 }
@@ -204,7 +206,8 @@ bool InputPipeline::enqueue(TrackSample sample, MediaTime presentationTime) {
   if (!movieTime.isNumeric() || std::abs(movieTime.seconds()) > kLatestTime) return false;
   // Sound that reaches into the session is cut by the encoder; what is stored just before it prepares the decoder.
   const double longest = mediaType_ == MediaType::audio ? kLongestPriming : kLongestLeadIn;
-  const bool isTold = mediaType_ == MediaType::audio || output_.queue->file().container().isQuickTimeFamily();
+  const bool isLeadInTold = mediaType_ == MediaType::video && output_.queue->file().container().isQuickTimeFamily();
+  const bool isTold = mediaType_ == MediaType::audio || isLeadInTold;
   const bool isCutLater = sample.sound || (sample.packet && (settings_ || (isTold && movieTime.seconds() > -longest)));
   if (movieTime < MediaTime::zero() && !isCutLater) return true;
   // The sample's own timescale, not the one that the subtraction brought in, chooses the track's.

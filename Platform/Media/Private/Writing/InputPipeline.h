@@ -35,8 +35,9 @@ class InputPipeline : public std::enable_shared_from_this<InputPipeline> {
     std::string languageCode;
   };
 
-  InputPipeline(MediaType mediaType, std::optional<Dictionary> settings)
-      : mediaType_(mediaType), settings_(std::move(settings)) {}
+  InputPipeline(MediaType mediaType, std::optional<Dictionary> settings,
+                std::shared_ptr<const FormatDescription> formatHint)
+      : mediaType_(mediaType), settings_(std::move(settings)), formatHint_(std::move(formatHint)) {}
   ~InputPipeline();
 
   MediaType mediaType() const { return mediaType_; }
@@ -96,6 +97,7 @@ class InputPipeline : public std::enable_shared_from_this<InputPipeline> {
 
   const MediaType mediaType_;
   const std::optional<Dictionary> settings_;
+  const std::shared_ptr<const FormatDescription> formatHint_;
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;

@@ -7,10 +7,13 @@
 #include <array>
 #include <cmath>
 #include <ctime>
+#include <initializer_list>
+#include <string_view>
 #include <utility>
 
 #include "Platform/Media/AssetWriter.h"
 #include "Platform/Media/MediaError.h"
+#include "Platform/Media/Private/FFmpegTime.h"
 #include "Platform/Media/Private/Writing/MatroskaRotation.h"
 
 namespace tavrel {
@@ -25,10 +28,36 @@ constexpr std::array<FileType, 4> kFileTypes{{{kFileTypeQuickTimeMovie, "mov"},
                                               {kFileTypeMatroska, "matroska"},
                                               {kFileTypeWebM, "webm"}}};
 
-bool isWellKnown(const std::string& key) {
-  constexpr std::array<const char*, 5> kKnown{kMetadataTitle, kMetadataCreationDate, kMetadataLocation, kMetadataArtist,
-                                              kMetadataComment};
-  return std::find(kKnown.begin(), kKnown.end(), key) != kKnown.end();
+constexpr std::array<std::string_view, 5> kKnown{kMetadataTitle, kMetadataCreationDate, kMetadataLocation,
+                                                 kMetadataArtist, kMetadataComment};
+constexpr std::array<std::string_view, 20> kKnownInMPEG4{
+    "album",  "album_artist", "compilation",  "composer",      "copyright", "date",     "description",
+    "disc",   "episode_id",   "episode_sort", "genre",         "grouping",  "hd_video", "keywords",
+    "lyrics", "media_type",   "network",      "season_number", "show",      "track"};
+
+/// QuickTime numbers its languages, and FFmpeg knows some of them by the other of two codes of ISO 639-2.
+std::string languageOf(const std::string& code, bool isQuickTime) {
+  constexpr std::array<std::pair<std::string_view, const char*>, 18> kOther{{{"deu", "ger"},
+                                                                             {"nld", "dut"},
+                                                                             {"swe", "sve"},
+                                                                             {"ell", "gre"},
+                                                                             {"isl", "ice"},
+                                                                             {"zho", "chi"},
+                                                                             {"sqi", "alb"},
+                                                                             {"mkd", "mac"},
+                                                                             {"hye", "arm"},
+                                                                             {"kat", "geo"},
+                                                                             {"mya", "bur"},
+                                                                             {"msa", "may"},
+                                                                             {"bod", "tib"},
+                                                                             {"cym", "wel"},
+                                                                             {"eus", "baq"},
+                                                                             {"fre", "fra"},
+                                                                             {"rum", "ron"},
+                                                                             {"cze", "ces"}}};
+  const auto* const other =
+      std::find_if(kOther.begin(), kOther.end(), [&](const auto& each) { return each.first == code; });
+  return isQuickTime && other != kOther.end() ? other->second : code;
 }
 
 void addDisplayMatrix(AVStream* stream, const AffineTransform& transform) {
@@ -61,9 +90,10 @@ Expected<MovieContainer> MovieContainer::find(std::string_view fileType) {
 bool MovieContainer::canStore(AVCodecID codec, bool hasHeader) const {
   if (codec == AV_CODEC_ID_NONE || !canHold(codec)) return false;
   const auto isOneOf = [codec](const auto& list) { return std::find(list.begin(), list.end(), codec) != list.end(); };
-  // Windows Media's packets are of no use without sizes that not every container tells.
-  constexpr std::array kIncomplete = {AV_CODEC_ID_WMAV1, AV_CODEC_ID_WMAV2, AV_CODEC_ID_WMAPRO,
-                                      AV_CODEC_ID_WMALOSSLESS};
+  // Windows Media's packets are of no use without sizes that not every container tells, TTA's without the number of all
+  // samples, and bare pixels without a layout.
+  constexpr std::array kIncomplete = {AV_CODEC_ID_WMAV1,       AV_CODEC_ID_WMAV2, AV_CODEC_ID_WMAPRO,
+                                      AV_CODEC_ID_WMALOSSLESS, AV_CODEC_ID_TTA,   AV_CODEC_ID_RAWVIDEO};
   // The muxer says no only when it is too late.
   constexpr std::array kFragile = {AV_CODEC_ID_FLAC, AV_CODEC_ID_TRUEHD};
   const bool isQuickTime = format_->name == std::string_view("mov");
@@ -74,6 +104,68 @@ bool MovieContainer::canStore(AVCodecID codec, bool hasHeader) const {
   constexpr std::array kNeedHeader = {AV_CODEC_ID_AAC, AV_CODEC_ID_VORBIS, AV_CODEC_ID_OPUS, AV_CODEC_ID_FLAC,
                                       AV_CODEC_ID_ALAC};
   return hasHeader || !isOneOf(kNeedHeader);
+}
+
+bool MovieContainer::canHoldSubtitles(AVCodecID codec) const {
+  const auto isOneOf = [codec](std::initializer_list<AVCodecID> list) {
+    return std::find(list.begin(), list.end(), codec) != list.end();
+  };
+  if (format_->name == std::string_view("webm")) return codec == AV_CODEC_ID_WEBVTT;
+  if (isQuickTimeFamily()) return codec == AV_CODEC_ID_MOV_TEXT;
+  return isOneOf({AV_CODEC_ID_SUBRIP, AV_CODEC_ID_ASS, AV_CODEC_ID_TEXT, AV_CODEC_ID_WEBVTT,
+                  AV_CODEC_ID_HDMV_PGS_SUBTITLE, AV_CODEC_ID_DVD_SUBTITLE, AV_CODEC_ID_DVB_SUBTITLE});
+}
+
+AVCodecID MovieContainer::usualSubtitles() const {
+  if (isQuickTimeFamily()) return AV_CODEC_ID_MOV_TEXT;
+  return format_->name == std::string_view("webm") ? AV_CODEC_ID_WEBVTT : AV_CODEC_ID_SUBRIP;
+}
+
+bool MovieContainer::canHoldArtwork(const Artwork& artwork, const std::vector<MetadataItem>& metadata) const {
+  if (artwork.codecName != "mjpeg" && artwork.codecName != "png") return false;
+  // FFmpeg 5.1 does not write the table of keys and a cover into one file.
+  if (format_->name == std::string_view("mp4")) return !hasOwnKeys(this->metadata(metadata));
+  return format_->name == std::string_view("matroska");
+}
+
+void MovieContainer::addChapters(AVFormatContext& context, const std::vector<Chapter>& chapters) {
+  if (chapters.empty() || context.nb_chapters > 0) return;
+  context.chapters = static_cast<AVChapter**>(av_calloc(chapters.size(), sizeof(AVChapter*)));
+  if (!context.chapters) return;
+  for (const Chapter& chapter : chapters) {
+    auto* const added = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
+    if (!added) return;
+    added->id = context.nb_chapters + 1;
+    added->time_base = {1, 1000};
+    added->start = unitsOf(chapter.timeRange.start, added->time_base);
+    added->end = unitsOf(chapter.timeRange.end(), added->time_base);
+    // A track of titles needs one for each chapter.
+    const std::string title = chapter.title.empty() ? fmt::format("Chapter {}", added->id) : chapter.title;
+    av_dict_set(&added->metadata, "title", title.c_str(), 0);
+    context.chapters[context.nb_chapters++] = added;
+  }
+}
+
+AVStream* MovieContainer::addArtwork(AVFormatContext& context, const Artwork& artwork) const {
+  AVStream* const stream = avformat_new_stream(&context, nullptr);
+  if (!stream) return nullptr;
+  const bool isPng = artwork.codecName == "png";
+  AVCodecParameters& parameters = *stream->codecpar;
+  parameters.codec_id = isPng ? AV_CODEC_ID_PNG : AV_CODEC_ID_MJPEG;
+  stream->disposition = AV_DISPOSITION_ATTACHED_PIC;
+  stream->time_base = {1, 1000};
+  parameters.codec_type = AVMEDIA_TYPE_VIDEO;
+  // The muxer wants a size, and stores none.
+  parameters.width = parameters.height = 1;
+  if (isQuickTimeFamily()) return stream;
+  parameters.codec_type = AVMEDIA_TYPE_ATTACHMENT;
+  parameters.extradata = static_cast<std::uint8_t*>(av_mallocz(artwork.bytes.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+  if (!parameters.extradata) return nullptr;
+  std::copy(artwork.bytes.begin(), artwork.bytes.end(), parameters.extradata);
+  parameters.extradata_size = static_cast<int>(artwork.bytes.size());
+  av_dict_set(&stream->metadata, "filename", isPng ? "cover.png" : "cover.jpg", 0);
+  av_dict_set(&stream->metadata, "mimetype", isPng ? "image/png" : "image/jpeg", 0);
+  return stream;
 }
 
 bool MovieContainer::needsPacketForHeader(AVCodecID codec) const {
@@ -101,8 +193,9 @@ AVStream* MovieContainer::addStream(AVFormatContext& context, const TrackFormat&
   stream->time_base = format.timeBase;
   stream->avg_frame_rate = format.frameRate;
   stream->sample_aspect_ratio = format.parameters->sample_aspect_ratio;
-  if (!description.languageCode.empty())
-    av_dict_set(&stream->metadata, "language", description.languageCode.c_str(), 0);
+  const std::string language = languageOf(description.languageCode, format_->name == std::string_view("mov"));
+  if (!language.empty()) av_dict_set(&stream->metadata, "language", language.c_str(), 0);
+  format.colorVolume.addTo(*stream);
   const auto roll = matroskaRoll(description.transform);
   if (isQuickTimeFamily()) addDisplayMatrix(stream, description.transform);
   if (!isQuickTimeFamily() && roll) addMatroskaRoll(*stream, *roll);
@@ -162,12 +255,20 @@ CodecDictionary MovieContainer::indexOptions(const std::vector<MetadataItem>& me
   return CodecDictionary(options);
 }
 
+bool MovieContainer::hasOwnKeys(const std::vector<MetadataItem>& metadata) const {
+  const auto contains = [](const auto& keys, const std::string& key) {
+    return std::find(keys.begin(), keys.end(), key) != keys.end();
+  };
+  const bool isMPEG4 = format_->name == std::string_view("mp4");
+  return std::any_of(metadata.begin(), metadata.end(), [&](const MetadataItem& item) {
+    return !contains(kKnown, item.key) && !(isMPEG4 && contains(kKnownInMPEG4, item.key));
+  });
+}
+
 CodecDictionary MovieContainer::quickTimeOptions(std::string flags, const std::vector<MetadataItem>& metadata,
                                                  int videoTimescale) const {
   AVDictionary* options = nullptr;
-  const bool hasOwnKeys =
-      std::any_of(metadata.begin(), metadata.end(), [](const MetadataItem& item) { return !isWellKnown(item.key); });
-  if (hasOwnKeys) flags += "+use_metadata_tags";
+  if (hasOwnKeys(metadata)) flags += "+use_metadata_tags";
   if (!flags.empty()) av_dict_set(&options, "movflags", flags.c_str(), 0);
   if (videoTimescale > 0) av_dict_set_int(&options, "video_track_timescale", videoTimescale, 0);
   return CodecDictionary(options);

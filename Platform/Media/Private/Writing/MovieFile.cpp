@@ -73,6 +73,7 @@ bool MovieFile::setFormat(int index, const TrackFormat& format, bool isFinal) {
   track.format.timeBase = format.timeBase;
   track.format.frameRate = format.frameRate;
   track.format.decodeLead = format.decodeLead;
+  track.format.colorVolume = format.colorVolume;
   track.isFormatFinal = isFinal;
   return true;
 }
@@ -106,17 +107,17 @@ bool MovieFile::fixFormatsWhenDue() {
 
 Expected<void> MovieFile::writeHeader() {
   std::vector<const MovieMuxer::Stream*> streams;
-  for (Track& track : tracks_) {
-    if (!track.format.parameters) {
-      track.waiting.clear();
-      continue;
+  for (const bool isSubtitle : {false, true}) {
+    for (Track& track : tracks_) {
+      if (!track.format.parameters) track.waiting.clear();
+      if (!track.format.parameters || track.isSubtitle() != isSubtitle) continue;
+      track.stream = streams.size();
+      streams.push_back(&track.format);
     }
-    track.stream = streams.size();
-    streams.push_back(&track.format);
   }
   const double room =
       settings_.indexRoom.isNumeric() ? std::clamp(settings_.indexRoom.seconds(), 0.0, kMostIndexRoom) : 0;
-  MovieMuxer::Options options{fragmentSeconds(), settings_.staysFragmented, room, settings_.metadata};
+  MovieMuxer::Options options{fragmentSeconds(), settings_.staysFragmented, room, settings_.contents};
   if (auto written = noted(muxer_.writeHeader(std::move(options), streams)); !written) return written;
   isHeaderWritten_ = true;
   return writeWaiting(false);
@@ -147,6 +148,7 @@ Expected<void> MovieFile::flushFragment() {
 }
 
 Expected<void> MovieFile::mux(Track& track, Packet packet) {
+  if (track.isSubtitle()) return noted(muxer_.write(*track.stream, std::move(packet)));
   if (MovieMuxer::isPriming(track.format.mediaType, *packet)) {
     return noted(muxer_.write(*track.stream, std::move(packet)));
   }
@@ -195,11 +197,13 @@ MovieFile::Track* MovieFile::nextToWrite() {
 
 bool MovieFile::isTurnOf(const Track& track) const {
   const Waiting& first = track.waiting.front();
-  if (waitingBytes_ > kMostWaitingBytes || Clock::now() - first.since >= track.formatPatience / 5) return true;
+  if (waitingBytes_ > kMostWaitingBytes) return true;
+  // Subtitles may be known long before their time.
+  if (!track.isSubtitle() && Clock::now() - first.since >= track.formatPatience / 5) return true;
   const double start = track.secondsAt(first.packet->dts);
   return std::all_of(tracks_.begin(), tracks_.end(), [&](const Track& other) {
     const bool hasLater = !other.waiting.empty() || (other.held && other.secondsAt(other.held->dts) >= start);
-    return hasLater || !other.stream || other.hasEnded;
+    return hasLater || !other.stream || other.hasEnded || other.isSubtitle();
   });
 }
 
@@ -229,6 +233,7 @@ Expected<void> MovieFile::write(int index, Packet packet) {
   Track& track = tracks_[static_cast<std::size_t>(index)];
   if (track.held) release(track, packet->dts - track.held->dts);
   track.held = std::move(packet);
+  if (track.isSubtitle()) release(track, track.held->duration);
   if (isHeaderWritten_) return writeWaiting(false);
   return fixFormatsWhenDue() ? writeHeader() : Expected<void>{};
 }

@@ -34,7 +34,7 @@ class MovieFile {
     MediaTime fragmentInterval;
     bool staysFragmented = false;
     MediaTime indexRoom;  // in front, for a recording that is so long
-    std::vector<MetadataItem> metadata;
+    MovieContents contents;
     bool appearsWhenComplete = false;  ///< else with the first fragment
   };
 
@@ -106,6 +106,7 @@ class MovieFile {
     double writtenEnd = 0;            // seconds, in the file
     bool isInFile = false;
 
+    bool isSubtitle() const { return format.mediaType == MediaType::subtitle; }
     double secondsAt(std::int64_t units) const { return static_cast<double>(units) * av_q2d(format.timeBase); }
   };
 

@@ -15,15 +15,14 @@ namespace tavrel {
 namespace {
 
 constexpr int kBufferSize = 32 * 1024;
-// Beyond all samples: where the moov is written to.
-constexpr std::int64_t kMoovPosition = std::int64_t{1} << 60;
+constexpr std::int64_t kBeyondAll = std::int64_t{1} << 60;
 constexpr std::int64_t kLongestDuration = std::numeric_limits<std::int32_t>::max();
 
 using Bytes = std::span<const std::uint8_t>;
 
 }  // namespace
 
-MovieIndex::MovieIndex(const MovieContainer& container) {
+MovieIndex::MovieIndex(const MovieContainer& container) : keptFrom_(kBeyondAll) {
   auto* const buffer = static_cast<std::uint8_t*>(av_malloc(kBufferSize));
   sink_ = buffer ? avio_alloc_context(buffer, kBufferSize, 1, this, nullptr, write, seek) : nullptr;
   if (!sink_) {
@@ -42,11 +41,11 @@ MovieIndex::~MovieIndex() {
 
 int MovieIndex::write(void* opaque, std::uint8_t* bytes, int size) {
   auto& self = *static_cast<MovieIndex*>(opaque);
-  if (self.position_ >= kMoovPosition) {
-    const auto start = static_cast<std::size_t>(self.position_ - kMoovPosition);
+  if (self.position_ >= self.keptFrom_) {
+    const auto start = static_cast<std::size_t>(self.position_ - self.keptFrom_);
     const auto length = static_cast<std::size_t>(size);
-    if (self.moov_.size() < start + length) self.moov_.resize(start + length);
-    std::memcpy(self.moov_.data() + start, bytes, length);
+    if (self.kept_.size() < start + length) self.kept_.resize(start + length);
+    std::memcpy(self.kept_.data() + start, bytes, length);
   }
   self.position_ += size;
   return size;
@@ -61,6 +60,8 @@ void MovieIndex::begin(CodecDictionary options) {
   AVDictionary* dictionary = options.release();
   isUsable_ = avformat_write_header(context_.get(), &dictionary) >= 0;
   av_dict_free(&dictionary);
+  // The muxer would put an empty text before other samples, where the file has none.
+  setSubtitleCodec(AV_CODEC_ID_TEXT);
   fragment_.resize(context_->nb_streams);
   lastTimes_.resize(context_->nb_streams, AV_NOPTS_VALUE);
 }
@@ -110,12 +111,47 @@ void MovieIndex::addPlaced(const AVPacket& packet, std::int64_t start) {
   isUsable_ = isUsable_ && reference && av_write_frame(context_.get(), reference.get()) >= 0;
 }
 
-std::vector<std::uint8_t> MovieIndex::finish() {
-  if (!isUsable_) return {};
-  avio_seek(sink_, kMoovPosition, SEEK_SET);
-  if (av_write_trailer(context_.get()) < 0) return {};
+void MovieIndex::setSubtitleCodec(AVCodecID codec) {
+  for (unsigned i = 0; i < context_->nb_streams; ++i) {
+    AVCodecParameters& parameters = *context_->streams[i]->codecpar;
+    if (parameters.codec_type == AVMEDIA_TYPE_SUBTITLE) parameters.codec_id = codec;
+  }
+}
+
+void MovieIndex::addLast(std::size_t stream, Packet packet, AVRational timeBase) {
+  packet->stream_index = static_cast<int>(stream);
+  av_packet_rescale_ts(packet.get(), timeBase, context_->streams[stream]->time_base);
+  last_.push_back(std::move(packet));
+}
+
+MovieIndex::Tables MovieIndex::finish(const MovieContents& contents, std::int64_t dataStart) {
+  // Titles of chapters, and what ends subtitles, the muxer writes by itself, just before the moov.
+  keptFrom_ = dataStart;
+  avio_seek(sink_, dataStart, SEEK_SET);
+  setSubtitleCodec(AV_CODEC_ID_MOV_TEXT);
+  for (; isUsable_ && !last_.empty(); last_.pop_front())
+    isUsable_ = av_write_frame(context_.get(), last_.front().get()) >= 0;
+  if (isUsable_ && contents.artwork) isUsable_ = addCover(*contents.artwork);
+  MovieContainer::addChapters(*context_, contents.chapters);
+  if (!isUsable_ || av_write_trailer(context_.get()) < 0) return {};
   avio_flush(sink_);
-  return std::move(moov_);
+  for (std::size_t start = 0; start + kBoxHeaderSize <= kept_.size(); ++start) {
+    const std::uint8_t* const box = kept_.data() + start;
+    if (AV_RB32(box) != kept_.size() - start || AV_RB32(box + 4) != MKBETAG('m', 'o', 'o', 'v')) continue;
+    const auto moov = kept_.begin() + static_cast<std::ptrdiff_t>(start);
+    return {{kept_.begin(), moov}, {moov, kept_.end()}};
+  }
+  return {};
+}
+
+bool MovieIndex::addCover(const Artwork& artwork) {
+  const Packet packet(av_packet_alloc());
+  if (!packet || av_new_packet(packet.get(), static_cast<int>(artwork.bytes.size())) < 0) return false;
+  std::memcpy(packet->data, artwork.bytes.data(), artwork.bytes.size());
+  packet->stream_index = static_cast<int>(context_->nb_streams) - 1;
+  packet->pts = packet->dts = 0;
+  packet->flags |= AV_PKT_FLAG_KEY;
+  return av_write_frame(context_.get(), packet.get()) >= 0;
 }
 
 }  // namespace tavrel

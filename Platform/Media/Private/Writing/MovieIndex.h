@@ -29,18 +29,29 @@ class MovieIndex {
   void place(std::span<const std::uint8_t> description, std::int64_t start);
   /// A packet that is in the file already, from `start` on; none of its stream waits for `place`.
   void addPlaced(const AVPacket& packet, std::int64_t start);
-  /// The movie's `moov` box; empty when its tables cannot say what is in the file.
-  std::vector<std::uint8_t> finish();
+  /// A packet, in units of `timeBase`, of subtitles: their data come last.
+  void addLast(std::size_t stream, Packet packet, AVRational timeBase);
+
+  struct Tables {
+    std::vector<std::uint8_t> data;  ///< samples that the file lacks
+    std::vector<std::uint8_t> moov;  ///< the movie's box; empty when it cannot say what is in the file
+  };
+  /// `dataStart` is where in the file `data` will begin.
+  Tables finish(const MovieContents& contents, std::int64_t dataStart);
 
  private:
   static int write(void* opaque, std::uint8_t* bytes, int size);
   static std::int64_t seek(void* opaque, std::int64_t offset, int whence);
+  bool addCover(const Artwork& artwork);
+  void setSubtitleCodec(AVCodecID codec);
   void placeTrack(std::span<const std::uint8_t> boxes, std::int64_t start);
   void placeRun(std::span<const std::uint8_t> run, std::size_t stream, std::int64_t start);
 
   AVIOContext* sink_ = nullptr;
   std::int64_t position_ = 0;
-  std::vector<std::uint8_t> moov_;
+  std::int64_t keptFrom_;  // the position from which on bytes are kept
+  std::vector<std::uint8_t> kept_;
+  std::deque<Packet> last_;
   OutputFormat context_;
   bool isUsable_ = false;
   std::vector<std::deque<Packet>> fragment_;  // by stream

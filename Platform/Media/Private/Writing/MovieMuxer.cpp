@@ -36,33 +36,53 @@ Expected<void> MovieMuxer::checked(int result, const char* what) const {
 
 Expected<void> MovieMuxer::addStreams(AVFormatContext& context, const std::vector<const Stream*>& streams) const {
   for (const Stream* const stream : streams) {
-    if (!container_.addStream(context, {stream->parameters.get(), stream->timeBase, stream->frameRate},
-                              stream->description)) {
+    const TrackFormat format{.parameters = stream->parameters.get(),
+                             .timeBase = stream->timeBase,
+                             .frameRate = stream->frameRate,
+                             .colorVolume = stream->colorVolume};
+    if (!container_.addStream(context, format, stream->description)) {
       return checked(AVERROR(ENOMEM), "the movie's header cannot be made");
     }
   }
-  for (const MetadataItem& item : options_.metadata) {
+  for (const MetadataItem& item : options_.contents.metadata) {
     av_dict_set(&context.metadata, item.key.c_str(), item.value.c_str(), 0);
   }
   return {};
 }
 
+Expected<void> MovieMuxer::addArtwork(AVFormatContext& context) const {
+  const auto& artwork = options_.contents.artwork;
+  if (!artwork || container_.addArtwork(context, *artwork)) return {};
+  return checked(AVERROR(ENOMEM), "the movie's cover cannot be stored");
+}
+
 Expected<void> MovieMuxer::writeHeader(Options options, const std::vector<const Stream*>& streams) {
   options_ = std::move(options);
-  options_.metadata = container_.metadata(std::move(options_.metadata));
+  MovieContents& contents = options_.contents;
+  if (contents.artwork && !container_.canHoldArtwork(*contents.artwork, contents.metadata)) contents.artwork.reset();
+  contents.metadata = container_.metadata(std::move(contents.metadata));
   if (const int result = container_.open(output_->context(), context_); result < 0) {
     return checked(result, "the movie's header cannot be made");
   }
-  if (auto added = addStreams(*context_, streams); !added) return added;
+  const auto isSubtitle = [](const Stream* stream) { return stream->mediaType == MediaType::subtitle; };
+  // Subtitles, chapters and a cover come with the index of a regular movie.
+  std::vector<const Stream*> own = streams;
+  if (container_.isQuickTimeFamily()) std::erase_if(own, isSubtitle);
+  if (own.size() < streams.size()) subtitleTimeBase_ = streams.back()->timeBase;
+  if (auto added = addStreams(*context_, own); !added) return added;
+  if (!container_.isQuickTimeFamily()) {
+    MovieContainer::addChapters(*context_, contents.chapters);
+    if (auto added = addArtwork(*context_); !added) return added;
+  }
   int videoTimescale = 0;
-  for (const Stream* const stream : streams) {
+  for (const Stream* const stream : own) {
     timings_.push_back({stream->mediaType, stream->timeBase, stream->decodeLead, AV_NOPTS_VALUE});
     if (stream->mediaType == MediaType::video) videoTimescale = stream->timeBase.den;
     if (container_.needsPacketForHeader(stream->parameters->codec_id)) tracksWithoutHeader_.insert(timings_.size() - 1);
   }
   isHeaderDelayed_ = !tracksWithoutHeader_.empty();
   AVDictionary* dictionary =
-      container_.muxerOptions(options_.fragmentSeconds, options_.metadata, videoTimescale, isHeaderDelayed_).release();
+      container_.muxerOptions(options_.fragmentSeconds, contents.metadata, videoTimescale, isHeaderDelayed_).release();
   const int result = avformat_write_header(context_.get(), &dictionary);
   av_dict_free(&dictionary);
   if (auto written = checked(result, "the movie's header cannot be written"); !written) return written;
@@ -109,7 +129,8 @@ Expected<void> MovieMuxer::beginIndex(const std::vector<const Stream*>& streams,
   index_.emplace(container_);
   if (!index_->context()) return checked(AVERROR(ENOMEM), "the movie's index cannot be made");
   if (auto added = addStreams(*index_->context(), streams); !added) return added;
-  index_->begin(container_.indexOptions(options_.metadata, videoTimescale));
+  if (auto added = addArtwork(*index_->context()); !added) return added;
+  index_->begin(container_.indexOptions(options_.contents.metadata, videoTimescale));
   return {};
 }
 
@@ -120,14 +141,22 @@ Expected<void> MovieMuxer::completeHeader() {
     bytesPerSecond += timing.mediaType == MediaType::video ? kPictureIndexRate : kSoundIndexRate;
   }
   const auto tables = std::llround(options_.indexRoom * static_cast<double>(bytesPerSecond));
+  const MovieContents& contents = options_.contents;
+  constexpr std::int64_t kChapterSize = 256;
+  const std::int64_t beside = (contents.artwork ? static_cast<std::int64_t>(contents.artwork->bytes.size()) : 0) +
+                              static_cast<std::int64_t>(contents.chapters.size()) * kChapterSize;
   if (auto complete = output_->checkpoint(); !complete) return complete;
-  auto regular = RegularMovie::reserve(*output_, tables > 0 ? tables + kIndexHeadSize : 0);
+  auto regular = RegularMovie::reserve(*output_, tables > 0 ? tables + kIndexHeadSize + beside : 0);
   if (!regular) return tl::unexpected(regular.error());
   regular_ = *regular;
   return output_->checkpoint();
 }
 
 Expected<void> MovieMuxer::write(std::size_t stream, Packet packet) {
+  if (stream >= timings_.size()) {
+    if (index_) index_->addLast(stream, std::move(packet), subtitleTimeBase_);
+    return {};
+  }
   Timing& timing = timings_[stream];
   const bool isBeforeStart = isPriming(timing.mediaType, *packet);
   packet->stream_index = static_cast<int>(stream);
@@ -160,12 +189,15 @@ Expected<void> MovieMuxer::write(std::size_t stream, Packet packet) {
 Expected<void> MovieMuxer::writePriming(const AVPacket& packet) {
   // In fragments many readers would play everything later by as much. Without it the first 20 ms fade in.
   if (!index_ || isHeaderDelayed_) return {};
+  index_->addPlaced(packet, output_->position() + kBoxHeaderSize);
+  return writeData({packet.data, static_cast<std::size_t>(packet.size)});
+}
+
+Expected<void> MovieMuxer::writeData(std::span<const std::uint8_t> bytes) {
   AVIOContext* const output = output_->context();
-  avio_wb32(output, static_cast<unsigned>(packet.size) + 8);
+  avio_wb32(output, static_cast<unsigned>(bytes.size() + kBoxHeaderSize));
   avio_write(output, reinterpret_cast<const unsigned char*>("mdat"), 4);
-  const std::int64_t start = output_->position();
-  avio_write(output, packet.data, packet.size);
-  index_->addPlaced(packet, start);
+  avio_write(output, bytes.data(), static_cast<int>(bytes.size()));
   return output_->status();
 }
 
@@ -215,8 +247,15 @@ Expected<void> MovieMuxer::flush() {
 }
 
 Expected<void> MovieMuxer::finish() {
-  const auto moov = index_ ? index_->finish() : std::vector<std::uint8_t>();
-  if (!moov.empty()) return regular_->complete(*output_, moov);
+  const auto tables =
+      index_ ? index_->finish(options_.contents, output_->position() + kBoxHeaderSize) : MovieIndex::Tables();
+  if (!tables.moov.empty()) {
+    if (!tables.data.empty()) {
+      if (auto written = writeData(tables.data); !written) return written;
+      if (auto complete = output_->checkpoint(); !complete) return complete;
+    }
+    return regular_->complete(*output_, tables.moov);
+  }
   if (auto ended = checked(av_write_trailer(context_.get()), "the movie cannot be completed"); !ended) return ended;
   if (auto complete = output_->checkpoint(); !complete) return complete;
   return flattenTracks();  // the muxer has written them anew

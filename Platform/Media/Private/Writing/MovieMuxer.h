@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -28,7 +29,7 @@ class MovieMuxer {
     double fragmentSeconds = 1;
     bool staysFragmented = false;
     double indexRoom = 0;  ///< in front, for a recording of so many seconds
-    std::vector<MetadataItem> metadata;
+    MovieContents contents;
   };
   struct Stream {
     MediaType mediaType;
@@ -37,6 +38,7 @@ class MovieMuxer {
     AVRational timeBase{0, 1};
     AVRational frameRate{0, 1};
     std::int64_t decodeLead = 0;
+    ColorVolume colorVolume{};
   };
 
   MovieMuxer(std::unique_ptr<MovieFileOutput> output, MovieContainer container);
@@ -44,6 +46,7 @@ class MovieMuxer {
   const MovieContainer& container() const { return container_; }
   MovieFileOutput& output() { return *output_; }
 
+  /// Subtitles are the last of the streams.
   Expected<void> writeHeader(Options options, const std::vector<const Stream*>& streams);
   /// The packet's times are in the stream's own time base.
   Expected<void> write(std::size_t stream, Packet packet);
@@ -65,6 +68,7 @@ class MovieMuxer {
  private:
   Expected<void> checked(int result, const char* what) const;
   Expected<void> addStreams(AVFormatContext& context, const std::vector<const Stream*>& streams) const;
+  Expected<void> addArtwork(AVFormatContext& context) const;
   /// Tells the readers of fragments what was added to the times.
   Expected<void> writeEditLists();
   Expected<void> flattenTracks();
@@ -72,6 +76,8 @@ class MovieMuxer {
   /// When the header is in the file.
   Expected<void> completeHeader();
   Expected<void> writePriming(const AVPacket& packet);
+  /// Puts bytes into the file beside its fragments, in a box of their own.
+  Expected<void> writeData(std::span<const std::uint8_t> bytes);
   void setInterleaving(bool isOn);
 
   std::unique_ptr<MovieFileOutput> output_;
@@ -85,7 +91,8 @@ class MovieMuxer {
     std::int64_t lastDecodeTime;
   };
 
-  std::vector<Timing> timings_;                // by stream
+  std::vector<Timing> timings_;  // by stream
+  AVRational subtitleTimeBase_{1, 1};
   std::set<std::size_t> tracksWithoutHeader_;  // until they have a packet
   bool isHeaderDelayed_ = false;
   std::size_t headSize_ = 0;         // of a file whose tracks must be flattened

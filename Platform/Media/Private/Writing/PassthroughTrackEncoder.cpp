@@ -68,7 +68,8 @@ Expected<void> PassthroughTrackEncoder::setPacketFormat(const TrackSample& sampl
   output_.setFormat({.parameters = parameters.get(),
                      .timeBase = timeBase_,
                      .frameRate = format.storedCoding ? format.storedCoding->frameRate : AVRational{0, 1},
-                     .decodeLead = isPicture ? std::max<std::int64_t>(0, -unitsOf(decodeTime, timeBase_)) : 0},
+                     .decodeLead = isPicture ? std::max<std::int64_t>(0, -unitsOf(decodeTime, timeBase_)) : 0,
+                     .colorVolume = format.storedCoding ? format.storedCoding->colorVolume : ColorVolume{}},
                     true);
   return {};
 }

@@ -35,7 +35,37 @@ bool fits(std::size_t side, int full) {
   return side == static_cast<std::size_t>(full) || side + 1 == static_cast<std::size_t>(full);
 }
 
+/// Ten bits at the top of 16, interleaved, to ten at the bottom, in planes. The last row and column are repeated.
+void unpack(const PixelBufferSnapshot& picture, AVFrame& frame) {
+  constexpr int kUnusedBits = 6;
+  for (std::size_t plane = 0; plane < 3; ++plane) {
+    const PixelPlane& layout = picture.layout().planes[plane == 0 ? 0 : 1];
+    const std::size_t step = plane == 0 ? 1 : 2;
+    const auto part = static_cast<int>(step);
+    const auto rows = static_cast<std::size_t>((frame.height + part - 1) / part);
+    const auto columns = static_cast<std::size_t>((frame.width + part - 1) / part);
+    for (std::size_t row = 0; row < rows; ++row) {
+      const auto* const from =
+          reinterpret_cast<const std::uint16_t*>(picture.bytesOfPlane(plane == 0 ? 0 : 1) +
+                                                 std::min(row, layout.height - 1) * layout.bytesPerRow) +
+          (plane == 2 ? 1 : 0);
+      auto* const to = reinterpret_cast<std::uint16_t*>(frame.data[plane] +
+                                                        static_cast<std::ptrdiff_t>(row) * frame.linesize[plane]);
+      for (std::size_t column = 0; column < columns; ++column)
+        to[column] = static_cast<std::uint16_t>(from[std::min(column, layout.width - 1) * step] >> kUnusedBits);
+    }
+  }
+}
+
 void fillBlack(AVFrame& frame) {
+  if (frame.format == AV_PIX_FMT_YUV420P10) {
+    for (int plane = 0; plane < 3; ++plane) {
+      auto* const samples = reinterpret_cast<std::uint16_t*>(frame.data[plane]);
+      const std::ptrdiff_t rows = plane == 0 ? frame.height : (frame.height + 1) / 2;
+      std::fill(samples, samples + rows * frame.linesize[plane] / 2, static_cast<std::uint16_t>(plane == 0 ? 64 : 512));
+    }
+    return;
+  }
   constexpr int kBlack = 16;
   constexpr int kGray = 128;
   const bool isInterleaved = frame.format == AV_PIX_FMT_NV12;
@@ -46,6 +76,7 @@ void fillBlack(AVFrame& frame) {
 }
 
 AVPixelFormat ffmpegFormat(PixelFormat format) {
+  if (format == PixelFormat::biPlanar420VideoRange10) return AV_PIX_FMT_P010;
   return format == PixelFormat::bgra32 ? AV_PIX_FMT_BGRA : AV_PIX_FMT_NV12;
 }
 
@@ -57,6 +88,12 @@ Expected<void> PictureConverter::convert(const PixelBufferSnapshot& picture, AVF
   const bool fitsFrame = fits(picture.width(), frame.width) && fits(picture.height(), frame.height);
   const bool isBGRA = picture.format() == PixelFormat::bgra32;
   if (!PictureParts::of(picture, frame, mode_).isWhole(picture, frame)) return scale(picture, frame);
+  const bool isDeep = picture.format() == PixelFormat::biPlanar420VideoRange10;
+  if (isDeep != (frame.format == AV_PIX_FMT_YUV420P10)) return scale(picture, frame);
+  if (isDeep && fitsFrame) {
+    unpack(picture, frame);
+    return {};
+  }
   const bool hasLibyuvMatrix = frame.colorspace == AVCOL_SPC_SMPTE170M;
   if (!fitsFrame || picture.format() == PixelFormat::biPlanar420FullRange || (isBGRA && !hasLibyuvMatrix)) {
     return scale(picture, frame);
@@ -109,14 +146,16 @@ Expected<void> PictureConverter::scale(const PixelBufferSnapshot& picture, AVFra
   const std::array<int, 4> strides{static_cast<int>(picture.bytesPerRow()),
                                    isBGRA ? 0 : static_cast<int>(picture.bytesPerRowOfPlane(1))};
   const auto& from = parts.source;
+  const auto sampleBytes = static_cast<std::ptrdiff_t>(picture.layout().planes[0].bytesPerSample);
   const std::array<const std::uint8_t*, 4> planes{
-      picture.bytes() + std::ptrdiff_t{from.y} * strides[0] + std::ptrdiff_t{from.x} * (isBGRA ? 4 : 1),
-      isBGRA ? nullptr : picture.bytesOfPlane(1) + std::ptrdiff_t{from.y} / 2 * strides[1] + from.x};
+      picture.bytes() + std::ptrdiff_t{from.y} * strides[0] + from.x * sampleBytes,
+      isBGRA ? nullptr : picture.bytesOfPlane(1) + std::ptrdiff_t{from.y} / 2 * strides[1] + from.x * sampleBytes};
   const bool isInterleaved = frame.format == AV_PIX_FMT_NV12;
   std::array<std::uint8_t*, 4> targets{};
   for (std::size_t i = 0; i < (isInterleaved ? 2 : 3); ++i) {
     const int row = i == 0 ? parts.target.y : parts.target.y / 2;
-    const int column = i == 0 || isInterleaved ? parts.target.x : parts.target.x / 2;
+    const int bytes = frame.format == AV_PIX_FMT_YUV420P10 ? 2 : 1;
+    const int column = (i == 0 || isInterleaved ? parts.target.x : parts.target.x / 2) * bytes;
     targets[i] = frame.data[i] + std::ptrdiff_t{row} * frame.linesize[i] + column;
   }
   sws_scale(scaler_, planes.data(), strides.data(), 0, height, targets.data(), frame.linesize);

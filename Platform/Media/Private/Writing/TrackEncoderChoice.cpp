@@ -4,12 +4,15 @@
 
 #include "Platform/Media/Private/Writing/AudioTrackEncoder.h"
 #include "Platform/Media/Private/Writing/PassthroughTrackEncoder.h"
+#include "Platform/Media/Private/Writing/SubtitleTrackEncoder.h"
 #include "Platform/Media/Private/Writing/VideoTrackEncoder.h"
 
 namespace tavrel {
 
 Expected<TrackEncoderChoice> chooseTrackEncoder(MediaType mediaType, const std::optional<Dictionary>& settings,
-                                                std::int32_t timescale) {
+                                                std::int32_t timescale,
+                                                const std::shared_ptr<const FormatDescription>& hint) {
+  if (mediaType == MediaType::subtitle) return TrackEncoderChoice{std::make_unique<SubtitleTrackEncoder>(hint), {}};
   if (!settings) return TrackEncoderChoice{std::make_unique<PassthroughTrackEncoder>(mediaType, timescale), {}};
   if (mediaType == MediaType::video) {
     auto parsed = VideoSettings::parse(*settings);

@@ -15,9 +15,10 @@ struct TrackEncoderChoice {
   Size size;  ///< of the encoded pictures; zero for sound, and for packets that are stored as they come
 };
 
-/// The encoder that `settings` ask for; without settings, one that stores packets as they come. Fails with the fault of
-/// settings that cannot be met.
+/// The encoder that `settings` ask for; without settings, one that stores packets as they come. `hint` is the format of
+/// subtitles. Fails with the fault of settings that cannot be met.
 Expected<TrackEncoderChoice> chooseTrackEncoder(MediaType mediaType, const std::optional<Dictionary>& settings,
-                                                std::int32_t timescale);
+                                                std::int32_t timescale,
+                                                const std::shared_ptr<const FormatDescription>& hint);
 
 }  // namespace tavrel

@@ -115,14 +115,19 @@ void VideoEncoder::describe(AVCodecContext& context) const {
   const VideoSettings& settings = options_.settings;
   context.width = settings.width;
   context.height = settings.height;
-  context.pix_fmt = kind().device == EncoderDevice::vaapi ? AV_PIX_FMT_VAAPI : kind().pixelFormat();
+  const AVPixelFormat format = kind().pixelFormat(options_.pictures.isDeep);
+  context.pix_fmt = kind().device == EncoderDevice::vaapi ? AV_PIX_FMT_VAAPI : format;
   context.time_base = options_.timeBase;
   context.framerate = options_.frameRate;
   context.sample_aspect_ratio = settings.pixelAspect;
-  context.color_primaries = options_.colors.primaries;
-  context.color_trc = options_.colors.transfer;
-  context.colorspace = options_.colors.matrix;
+  const ColorTags& colors = options_.pictures.colors;
+  context.color_primaries = colors.primaries;
+  context.color_trc = colors.transfer;
+  context.colorspace = colors.matrix;
   context.color_range = AVCOL_RANGE_MPEG;
+  const bool isInterlaced = options_.pictures.fieldOrder != AV_FIELD_PROGRESSIVE && codesFields();
+  context.field_order = isInterlaced ? options_.pictures.fieldOrder : AV_FIELD_PROGRESSIVE;
+  if (isInterlaced) context.flags |= AV_CODEC_FLAG_INTERLACED_DCT | AV_CODEC_FLAG_INTERLACED_ME;
   // How many pictures are stored behind later ones is told before a track begins, which no device says reliably.
   if (options_.isSuccessor || kind().device != EncoderDevice::processor) context.max_b_frames = 0;
   constexpr double kKeyFrameSeconds = 4;
@@ -215,7 +220,8 @@ int VideoEncoder::liveDelay() const {
 CodecParameters VideoEncoder::parameters() const {
   CodecParameters parameters(avcodec_parameters_alloc());
   avcodec_parameters_from_context(parameters.get(), context_.get());
-  parameters->format = AV_PIX_FMT_YUV420P;
+  parameters->format = kind().pixelFormat(options_.pictures.isDeep);
+  if (parameters->format == AV_PIX_FMT_NV12) parameters->format = AV_PIX_FMT_YUV420P;
   if (parameters->extradata_size > 0 || headers_.empty()) return parameters;
   parameters->extradata = static_cast<std::uint8_t*>(av_mallocz(headers_.size() + AV_INPUT_BUFFER_PADDING_SIZE));
   if (!parameters->extradata) return parameters;
@@ -227,7 +233,7 @@ CodecParameters VideoEncoder::parameters() const {
 Expected<AVFrame*> VideoEncoder::writableFrame() {
   if (!frame_) {
     frame_.reset(av_frame_alloc());
-    frame_->format = kind().pixelFormat();
+    frame_->format = kind().pixelFormat(options_.pictures.isDeep);
     frame_->width = context_->width;
     frame_->height = context_->height;
     frame_->sample_aspect_ratio = context_->sample_aspect_ratio;
@@ -253,8 +259,10 @@ Expected<void> VideoEncoder::send(const AVFrame* frame) {
   return {};
 }
 
-Expected<void> VideoEncoder::encode(std::int64_t time, const PacketHandler& handler) {
+Expected<void> VideoEncoder::encode(std::int64_t time, const PacketHandler& handler, AVFieldOrder fieldOrder) {
   frame_->pts = time;
+  frame_->interlaced_frame = fieldOrder != AV_FIELD_PROGRESSIVE && codesFields() ? 1 : 0;
+  frame_->top_field_first = fieldOrder == AV_FIELD_TT ? 1 : 0;
   if (!context_->hw_frames_ctx) {
     if (auto sent = send(frame_.get()); !sent) return sent;
     return receive(handler);

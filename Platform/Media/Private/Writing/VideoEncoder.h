@@ -3,6 +3,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Platform/Foundation/Error.h"
@@ -35,7 +36,8 @@ class VideoEncoder {
   /// A frame to fill, of the right size, format and colours; valid until the next call.
   Expected<AVFrame*> writableFrame();
   /// Encodes `writableFrame`'s picture at `time`, in units of the time base; hands on the packets that became ready.
-  Expected<void> encode(std::int64_t time, const PacketHandler& handler);
+  Expected<void> encode(std::int64_t time, const PacketHandler& handler,
+                        AVFieldOrder fieldOrder = AV_FIELD_PROGRESSIVE);
   /// Hands on what the encoder still holds. It takes no more frames.
   Expected<void> finish(const PacketHandler& handler);
 
@@ -47,6 +49,8 @@ class VideoEncoder {
                                           const VideoEncoderOptions& options);
   static Expected<VideoEncoder> openAttempt(const VideoEncoderAttempt& attempt, const VideoEncoderOptions& options);
   void describe(AVCodecContext& context) const;
+  /// Whether it can say that pictures are of two fields.
+  bool codesFields() const { return kind().name == std::string_view("libx264"); }
   /// Whether a picture in colour comes out as a packet: a device that opens may still refuse to encode.
   bool encodesATrialFrame();
   void keepHeaders(const AVPacket& packet);

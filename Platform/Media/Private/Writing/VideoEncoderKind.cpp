@@ -51,6 +51,7 @@ void setX264Options(AVDictionary*& options, AVCodecContext& context, const Video
   // A bit rate is kept by the frames' own times; otherwise the frame rate tells the level and the timing that is
   // announced, which a time base as fine as the movie's would not.
   std::string parameters = wanted.settings.averageBitRate ? "force-cfr=0" : "force-cfr=1";
+  if (wanted.pictures.fieldOrder == AV_FIELD_BB) parameters += ":bff=1";
   if (wanted.isRealTime) {
     // What is looked ahead, and each thread's frame, an end by force takes along: no more threads than keep up. One
     // encodes some 25 million pixels a second.
@@ -64,6 +65,9 @@ void setX265Options(AVDictionary*& options, AVCodecContext& context, const Video
   setPreset(options, wanted, "ultrafast", "fast");
   setConstantQuality(options, context, wanted);
   std::string parameters = "log-level=none";
+  const ColorVolume& volume = wanted.pictures.volume;
+  if (!volume.masteringDisplay.empty()) parameters += ":master-display=" + volume.masteringDisplay;
+  if (!volume.contentLight.empty()) parameters += ":max-cll=" + volume.contentLight;
   if (wanted.isRealTime) parameters += fmt::format(":rc-lookahead={}:frame-threads=2", liveLookahead(wanted.frameRate));
   av_dict_set(&options, "x265-params", parameters.c_str(), 0);
 }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Platform/Media/Private/ColorTags.h"
+#include "Platform/Media/Private/ColorVolume.h"
 #include "Platform/Media/Private/FFmpegHandles.h"
 #include "Platform/Media/Private/Writing/VideoSettings.h"
 
@@ -12,8 +13,22 @@ namespace tavrel {
 
 /// What an encoder of pictures is to make.
 struct VideoEncoderOptions {
+  /// What the first picture says.
+  struct Pictures {
+    ColorTags colors;
+    ColorVolume volume;
+    AVFieldOrder fieldOrder = AV_FIELD_PROGRESSIVE;
+    bool isDeep = false;  ///< more than 8 bits
+
+    friend bool operator==(const Pictures&, const Pictures&) = default;
+    static Pictures like(const PixelBufferSnapshot& picture) {
+      return {ColorTags::of(picture), ColorVolume::of(picture), fieldOrderOf(picture),
+              picture.format() == PixelFormat::biPlanar420VideoRange10};
+    }
+  };
+
   VideoSettings settings;
-  ColorTags colors;
+  Pictures pictures;
   AVRational timeBase{1, 600};
   AVRational frameRate{30, 1};
   bool isRealTime = true;
@@ -37,8 +52,9 @@ struct VideoEncoderKind {
   void (*setOptions)(AVDictionary*& options, AVCodecContext& context, const VideoEncoderOptions& wanted);
 
   /// Of the frames that it is given.
-  AVPixelFormat pixelFormat() const {
-    return device == EncoderDevice::processor ? AV_PIX_FMT_YUV420P : AV_PIX_FMT_NV12;
+  AVPixelFormat pixelFormat(bool isDeep) const {
+    if (device != EncoderDevice::processor) return AV_PIX_FMT_NV12;
+    return isDeep && codec != AV_CODEC_ID_H264 ? AV_PIX_FMT_YUV420P10 : AV_PIX_FMT_YUV420P;
   }
   /// Built in, and the system has such a device.
   bool isPresent() const;

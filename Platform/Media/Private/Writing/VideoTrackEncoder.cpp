@@ -57,16 +57,20 @@ bool VideoTrackEncoder::setFormat(const VideoEncoder& encoder, bool isFinal) con
   const bool isRateKnown = isFinal || settings_.frameRate;
   const CodecParameters parameters = encoder.parameters();
   const std::int64_t lead = av_rescale_q(encoder.reordering(), av_inv_q(options.frameRate), options.timeBase);
-  return output_.setFormat(
-      {parameters.get(), options.timeBase, isRateKnown ? options.frameRate : AVRational{0, 1}, lead}, isFinal);
+  return output_.setFormat({.parameters = parameters.get(),
+                            .timeBase = options.timeBase,
+                            .frameRate = isRateKnown ? options.frameRate : AVRational{0, 1},
+                            .decodeLead = lead,
+                            .colorVolume = options.pictures.volume},
+                           isFinal);
 }
 
 Expected<void> VideoTrackEncoder::adopt(const TrackSample& first, double framesPerSecond, bool isFinal) {
   VideoEncoderOptions options = encoder_->options();
-  options.colors = ColorTags::of(*first.picture);
+  options.pictures = VideoEncoderOptions::Pictures::like(*first.picture);
   options.timeBase = AVRational{1, first.timescale};
   options.frameRate = rational(framesPerSecond);
-  const bool isSame = options.colors == encoder_->options().colors &&
+  const bool isSame = options.pictures == encoder_->options().pictures &&
                       av_cmp_q(options.timeBase, encoder_->options().timeBase) == 0 &&
                       av_cmp_q(options.frameRate, encoder_->options().frameRate) == 0;
   if (isSame) {
@@ -117,7 +121,7 @@ Expected<void> VideoTrackEncoder::encodePicture(const TrackSample& sample) {
     const auto frame = encoder_->writableFrame();
     if (!frame) return tl::unexpected(frame.error());
     if (auto converted = converter_.convert(*sample.picture, **frame); !converted) return converted;
-    return encoder_->encode(lastTime_, packetHandler());
+    return encoder_->encode(lastTime_, packetHandler(), fieldOrderOf(*sample.picture));
   };
   auto encoded = attempt();
   if (encoded) return encoded;
