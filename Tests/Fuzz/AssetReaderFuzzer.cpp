@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Platform/Foundation/ConsoleLog.h"
+#include "Platform/Graphics/PixelFormat.h"
 #include "Platform/Media/AssetReader.h"
 #include "Platform/Media/AssetReaderTrackOutput.h"
 #include "Platform/Media/AssetWriter.h"
