@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <numbers>
+#include <utility>
 
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Virtual/Private/PixelBufferCanvas.h"
@@ -107,14 +108,20 @@ struct SyntheticScene::Implementation {
   const Palette& palette;
   VirtualOptics optics;
   std::shared_ptr<BgraPicture> backdrop;  // what does not move
+  bool isBackdropUnseen = false;
 
-  BgraCanvas seenBackdrop(int width, int height, const VirtualFrame& frame) {
+  /// Whether the backdrop is another one then.
+  bool drawBackdrop(int width, int height) {
     const double pixels = static_cast<double>(width) * height;
     const double share = std::min(1.0, std::sqrt(kMostPixelsDrawn / pixels));
     const auto drawn = [&](int length) { return std::max(1, static_cast<int>(std::lround(length * share))); };
     const BgraCanvas old = backdrop ? backdrop->canvas() : BgraCanvas{};
     const bool isNew = old.width != drawn(width) || old.height != drawn(height);
     if (isNew) backdrop = sharedPortrait(palette.portrait, drawn(width), drawn(height));
+    return std::exchange(isBackdropUnseen, false) || isNew;
+  }
+  BgraCanvas seenBackdrop(int width, int height, const VirtualFrame& frame) {
+    const bool isNew = drawBackdrop(width, height);
     return optics.see(backdrop->canvas(), isNew, width, height, frame);
   }
 };
@@ -123,6 +130,10 @@ SyntheticScene::SyntheticScene(Position position)
     : implementation_(std::make_unique<Implementation>(position == Position::front ? kFront : kBack)) {}
 
 SyntheticScene::~SyntheticScene() = default;
+
+void SyntheticScene::prepare(int width, int height) {
+  if (implementation_->drawBackdrop(width, height)) implementation_->isBackdropUnseen = true;
+}
 
 Expected<void> SyntheticScene::render(PixelBuffer& buffer, const VirtualFrame& frame) {
   const PixelBufferCanvas locked(buffer);

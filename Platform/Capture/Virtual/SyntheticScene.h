@@ -27,6 +27,7 @@ class TAVREL_API SyntheticScene : public VirtualScene {
   explicit SyntheticScene(Position position);
   ~SyntheticScene() override;
 
+  void prepare(int width, int height) override;
   Expected<void> render(PixelBuffer& buffer, const VirtualFrame& frame) override;
 
   /// Reads the frame counter (24 bits) of a BGRA picture; nothing if it shows none. Works after lossy coding and

@@ -25,6 +25,8 @@ class TAVREL_API VirtualScene {
  public:
   virtual ~VirtualScene() = default;
 
+  /// Called before frames of this size come, which take their time from then on: for what takes longer than a frame.
+  virtual void prepare(int /*width*/, int /*height*/) {}
   /// Fills `buffer` (BGRA, at least 16×16) with opaque pixels. Fails if the scene cannot draw this frame.
   virtual Expected<void> render(PixelBuffer& buffer, const VirtualFrame& frame) = 0;
 };

@@ -79,6 +79,10 @@ class VirtualCameraDriver : public VirtualDriver {
   }
 
  private:
+  void warmUp(const CaptureRun& run) override {
+    scene_->prepare(run.format->dimensions.width, run.format->dimensions.height);
+  }
+
   Expected<void> prepare(const CaptureRun& run, const MediaTime& now) override {
     const CaptureVideoDimensions size = run.format->dimensions;
     auto pool = PixelBufferPool::create(size.width, size.height, PixelFormat::bgra32);

@@ -71,6 +71,7 @@ Expected<void> VirtualDriver::open(CaptureRun run) {
     clock_ = CaptureClock::current();
     failureWasLogged_ = false;
   }
+  warmUp(run);
   const auto prepared = prepare(run, clock_->now());
   const std::lock_guard lock(mutex_);
   if (prepared) {

@@ -57,6 +57,8 @@ class VirtualDriver : public CaptureDriver {
   static double sceneTimeAt(const MediaTime& time);
 
  private:
+  /// For what takes longer than a sample; the time of samples begins after it.
+  virtual void warmUp(const CaptureRun&) {}
   /// Makes everything ready for samples from `now` on; it is not open if that fails.
   virtual Expected<void> prepare(const CaptureRun& run, const MediaTime& now) = 0;
   // The samples of one opening, counted from 0. On the device's thread.

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Support/ReaderMovies.h"
+#include "Support/ThreadTime.h"
 #include "Support/VirtualFrames.h"
 #include "TavrelCaptureTesting.h"
 
@@ -58,6 +59,17 @@ struct Centre {
     }
   }
 };
+
+TEST(SyntheticScene, TheFirstFrameOfAPreparedSceneCostsAsMuchAsTheOthers) {
+  // Sizes that nobody has drawn yet.
+  SyntheticScene prepared(Position::front), unprepared(Position::front);
+  prepared.prepare(402, 298);
+  std::shared_ptr<PixelBuffer> first, second;
+  const double cost = costOf([&] { first = draw(prepared, 402, 298, frameAt(0)); });
+  EXPECT_LT(cost * 2, costOf([&] { draw(unprepared, 398, 302, frameAt(0)); }));
+  second = draw(unprepared, 402, 298, frameAt(0));
+  EXPECT_EQ(bytesOf(first), bytesOf(second));
+}
 
 TEST(SyntheticScene, ShowsItsFrameNumberAtAnySize) {
   SyntheticScene scene(Position::front);
