@@ -81,7 +81,8 @@ class DirectTransform : public ColorTransform {
   const bool makesOpaque_;
 };
 
-/// Of grey pixels with three equal components: a table from their level.
+/// Of grey pixels with three equal components: a table from their level. Others, of which the profile cannot be, keep
+/// their colours.
 class GrayTransform : public ColorTransform {
  public:
   GrayTransform(const Transform& transform, Layout from, Layout to)
@@ -94,9 +95,13 @@ class GrayTransform : public ColorTransform {
     const auto* const bytes = static_cast<const std::uint8_t*>(from);
     const auto* const words = static_cast<const std::uint16_t*>(from);
     for (std::size_t i = 0; i < pixels; ++i) {
-      const std::size_t level = isDeep_ ? words[i * 4] : bytes[i * 4] * std::size_t{257};
-      const std::uint16_t alpha = isDeep_ ? words[i * 4 + 3] : static_cast<std::uint16_t>(bytes[i * 4 + 3] * 257);
-      const std::uint16_t* const color = colors_.data() + level * 3;
+      const auto component = [&](std::size_t c) {
+        return isDeep_ ? words[i * 4 + c] : static_cast<std::uint16_t>(bytes[i * 4 + (c < 3 ? 2 - c : c)] * 257);
+      };
+      const std::uint16_t stored[] = {component(0), component(1), component(2)};
+      const std::uint16_t alpha = component(3);
+      const bool isGray = stored[0] == stored[1] && stored[0] == stored[2];
+      const std::uint16_t* const color = isGray ? colors_.data() + stored[0] * std::size_t{3} : stored;
       if (staysDeep_) {
         auto* const pixel = static_cast<std::uint16_t*>(to) + i * 4;
         std::copy(color, color + 3, pixel);

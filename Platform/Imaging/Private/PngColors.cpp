@@ -3,25 +3,30 @@
 #include <cmath>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 #include "Platform/Imaging/Private/ColorTransform.h"
 
 namespace tavrel {
 namespace {
 
-/// Code points of RGB pixels of full range; others are passed over.
-std::optional<Data> profileOfCodePoints(png_structp png, png_infop info) {
+/// A chunk of those that are kept for this; nullptr without one of this name and size.
+const png_byte* bytesOfChunk(png_structp png, png_infop info, const char* name, std::size_t size) {
   png_unknown_chunkp chunks = nullptr;
   const int count = png_get_unknown_chunks(png, info, &chunks);
   for (int i = 0; i < count; ++i) {
-    if (std::memcmp(chunks[i].name, "cICP", 4) != 0 || chunks[i].size != 4) continue;
-    const png_byte* const codes = chunks[i].data;  // primaries, transfer, matrix, full range
-    if (codes[2] != 0 || codes[3] != 1) continue;
-    Data profile = makeColorProfile(codes[0], codes[1]);
-    const bool isSRGB = codes[0] == 1 && codes[1] == 13;
-    if (isSRGB || !profile.empty()) return profile;
+    if (std::memcmp(chunks[i].name, name, 4) == 0 && chunks[i].size == size) return chunks[i].data;
   }
-  return std::nullopt;
+  return nullptr;
+}
+
+/// Code points of RGB pixels of full range; others are passed over.
+std::optional<Data> profileOfCodePoints(png_structp png, png_infop info) {
+  const png_byte* const codes = bytesOfChunk(png, info, "cICP", 4);  // primaries, transfer, matrix, full range
+  if (!codes || codes[2] != 0 || codes[3] != 1) return std::nullopt;
+  Data profile = makeColorProfile(codes[0], codes[1]);
+  const bool isSRGB = codes[0] == 1 && codes[1] == 13;
+  return isSRGB || !profile.empty() ? std::optional(std::move(profile)) : std::nullopt;
 }
 
 }  // namespace
@@ -34,8 +39,7 @@ Data colorProfileOfPng(png_structp png, png_infop info) {
   png_bytep bytes = nullptr;
   png_uint_32 size = 0;
   if (png_get_iCCP(png, info, &name, &compression, &bytes, &size) != 0) return {bytes, bytes + size};
-  int intent = 0;
-  if (png_get_sRGB(png, info, &intent) != 0) return {};
+  if (bytesOfChunk(png, info, "sRGB", 1)) return {};
 
   ColorPrimaries primaries = kSRGBPrimaries;
   const bool hasPrimaries =

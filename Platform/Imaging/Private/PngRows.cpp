@@ -62,9 +62,9 @@ PngRowReader::PngRowReader()
     : png_(png_create_read_struct(PNG_LIBPNG_VER_STRING, &message_, noteAndLeave, ignoreWarning)) {
   if (!png_) return;
   info_ = png_create_info_struct(png_);
-  // libpng 1.6 does not know this one.
-  static const png_byte kCodePoints[] = "cICP";
-  png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_ALWAYS, kCodePoints, 1);
+  // libpng 1.6 does not know the first one, and takes the second for the last word on colours.
+  static const png_byte kNames[] = "cICP\0sRGB";
+  png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_ALWAYS, kNames, 2);
 }
 
 PngRowReader::PngRowReader(std::FILE* file) : PngRowReader() {

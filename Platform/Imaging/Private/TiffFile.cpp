@@ -66,8 +66,8 @@ TiffForm::TiffForm(const TiffFile& file)
       bits(file.field<std::uint16_t>(TIFFTAG_BITSPERSAMPLE)),
       samples(file.field<std::uint16_t>(TIFFTAG_SAMPLESPERPIXEL)),
       photometric(file.field<std::uint16_t>(TIFFTAG_PHOTOMETRIC)),
-      isPlanar(file.field<std::uint16_t>(TIFFTAG_PLANARCONFIG) == PLANARCONFIG_SEPARATE),
-      isInteger(file.field<std::uint16_t>(TIFFTAG_SAMPLEFORMAT) == SAMPLEFORMAT_UINT) {
+      sampleFormat(file.field<std::uint16_t>(TIFFTAG_SAMPLEFORMAT)),
+      isPlanar(file.field<std::uint16_t>(TIFFTAG_PLANARCONFIG) == PLANARCONFIG_SEPARATE) {
   std::uint16_t count = 0;
   const std::uint16_t* kinds = nullptr;
   const bool isSaid = TIFFGetField(file.get(), TIFFTAG_EXTRASAMPLES, &count, &kinds) == 1 && kinds != nullptr;

@@ -59,16 +59,18 @@ struct TiffForm {
   /// Lab and luminance, of which libtiff shows only what an old screen did.
   bool isMeasured() const { return photometric >= PHOTOMETRIC_CIELAB && photometric <= PHOTOMETRIC_LOGLUV; }
   std::uint16_t colors() const { return isGray() ? 1 : isPrinted() ? 4 : 3; }
-  bool isDeep() const { return isPlain() && bits == 16; }
+  bool isDeep() const { return isPlain() && bits > 8; }
+  bool isFloating() const { return sampleFormat == SAMPLEFORMAT_IEEEFP; }
   /// Whether samples are taken as they are; libtiff makes pixels of all others.
   bool isPlain() const {
     const bool isKnown = photometric == PHOTOMETRIC_RGB || isGray() || isPrinted();
-    return isKnown && (bits == 8 || bits == 16) && isInteger && samples >= colors();
+    const bool isInteger = sampleFormat == SAMPLEFORMAT_UINT && ((bits >= 8 && bits <= 16) || bits == 32);
+    return isKnown && (isInteger || (isFloating() && (bits == 16 || bits == 32 || bits == 64))) && samples >= colors();
   }
 
   std::uint32_t width, height;
-  std::uint16_t bits, samples, photometric;
-  bool isPlanar, isInteger;
+  std::uint16_t bits, samples, photometric, sampleFormat;
+  bool isPlanar;
   std::optional<std::uint16_t> alpha;  ///< which sample
   bool isPremultiplied = false;
 };

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <utility>
 #include <vector>
@@ -20,20 +21,18 @@ class TiffRows {
       : tiff_(file.get()), form_(form), plane_(plane), isTiled_(TIFFIsTiled(tiff_) != 0) {
     rowsAtOnce_ = file.field<std::uint32_t>(isTiled_ ? TIFFTAG_TILELENGTH : TIFFTAG_ROWSPERSTRIP);
     rowsAtOnce_ = std::clamp<std::uint32_t>(rowsAtOnce_, 1, isTiled_ ? rowsAtOnce_ : form.height);
-    pixelBytes_ = static_cast<std::size_t>(form.isPlanar ? 1 : form.samples) * (form.bits / 8);
     tileWidth_ = isTiled_ ? file.field<std::uint32_t>(TIFFTAG_TILEWIDTH) : form.width;
+    tileRow_ = (tileWidth_ * (form.isPlanar ? 1 : form.samples) * form.bits + 7) / 8;
   }
 
   /// False when the file lacks them, or they would be more than such a picture needs.
   bool begin() {
     const tmsize_t size = isTiled_ ? TIFFTileSize(tiff_) : TIFFStripSize(tiff_);
-    const std::size_t tileRow = tileWidth_ * pixelBytes_;
     if (size <= 0 || size > kMostBytesOfTiff || tileWidth_ == 0 ||
-        tileRow * rowsAtOnce_ > static_cast<std::size_t>(size))
+        tileRow_ * rowsAtOnce_ > static_cast<std::size_t>(size))
       return false;
     block_.resize(static_cast<std::size_t>(size));
-    const std::size_t across = (form_.width + tileWidth_ - 1) / tileWidth_;
-    rows_.resize(isTiled_ ? across * tileRow * std::min<std::size_t>(rowsAtOnce_, form_.height) : 0);
+    rows_.resize(isTiled_ ? rowBytes() * std::min<std::size_t>(rowsAtOnce_, form_.height) : 0);
     return rows_.size() <= static_cast<std::size_t>(kMostBytesOfTiff);
   }
 
@@ -44,10 +43,7 @@ class TiffRows {
   }
 
  private:
-  std::size_t rowBytes() const {
-    return isTiled_ ? (form_.width + tileWidth_ - 1) / tileWidth_ * tileWidth_ * pixelBytes_
-                    : form_.width * pixelBytes_;
-  }
+  std::size_t rowBytes() const { return (form_.width + tileWidth_ - 1) / tileWidth_ * tileRow_; }
 
   bool readStrip(std::uint32_t y) {
     const std::uint32_t rows = std::min(rowsAtOnce_, form_.height - y);
@@ -56,14 +52,13 @@ class TiffRows {
   }
 
   bool readTiles(std::uint32_t y) {
-    const std::size_t tileRow = tileWidth_ * pixelBytes_;
     const std::uint32_t rows = std::min(rowsAtOnce_, form_.height - y);
     for (std::uint32_t x = 0; x < form_.width; x += static_cast<std::uint32_t>(tileWidth_)) {
       const auto size = static_cast<tmsize_t>(block_.size());
       if (TIFFReadEncodedTile(tiff_, TIFFComputeTile(tiff_, x, y, 0, plane_), block_.data(), size) != size)
         return false;
       for (std::uint32_t i = 0; i < rows; ++i)
-        std::memcpy(rows_.data() + i * rowBytes() + x * pixelBytes_, block_.data() + i * tileRow, tileRow);
+        std::memcpy(rows_.data() + i * rowBytes() + x / tileWidth_ * tileRow_, block_.data() + i * tileRow_, tileRow_);
     }
     return true;
   }
@@ -74,10 +69,50 @@ class TiffRows {
   const bool isTiled_;
   std::uint32_t rowsAtOnce_ = 0;
   std::size_t tileWidth_ = 0;
-  std::size_t pixelBytes_ = 0;
+  std::size_t tileRow_ = 0;  // in bytes; tiles are as wide as a multiple of 16 pixels
   std::vector<std::uint8_t> block_;
   std::vector<std::uint8_t> rows_;
 };
+
+std::uint16_t wordOf(double fraction) {
+  return fraction > 0 ? static_cast<std::uint16_t>(std::lround(std::min(fraction, 1.0) * 65535)) : std::uint16_t{0};
+}
+
+double halfFloat(std::uint16_t bits) {
+  const int exponent = bits >> 10 & 31, fraction = bits & 1023;
+  const double size = exponent == 0 ? std::ldexp(fraction, -24) : std::ldexp(fraction + 1024, exponent - 25);
+  return (bits & 0x8000) != 0 ? -size : size;
+}
+
+template <typename Number>
+Number numberAt(const std::uint8_t* bytes, std::size_t index) {
+  Number number{};
+  std::memcpy(&number, bytes + index * sizeof number, sizeof number);
+  return number;
+}
+
+/// Samples of 9 to 64 bits as words: fractions of 0…1 are cut off there, numbers of odd sizes follow each other without
+/// a gap, their highest bits first.
+void makeWords(const std::uint8_t* row, const TiffForm& form, std::vector<std::uint16_t>& words) {
+  const int largest = (1 << std::min<int>(form.bits, 16)) - 1;
+  std::uint64_t queue = 0;
+  int queued = 0;
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    if (form.isFloating()) {
+      words[i] = wordOf(form.bits == 16   ? halfFloat(numberAt<std::uint16_t>(row, i))
+                        : form.bits == 32 ? static_cast<double>(numberAt<float>(row, i))
+                                          : numberAt<double>(row, i));
+    } else if (form.bits == 32) {
+      words[i] = wordOf(numberAt<std::uint32_t>(row, i) / 4294967295.0);
+    } else {
+      for (; queued < form.bits; queued += 8) queue = queue << 8 | *row++;
+      queued -= form.bits;
+      words[i] = static_cast<std::uint16_t>(
+          ((queue >> queued & static_cast<unsigned>(largest)) * 65535 + static_cast<unsigned>(largest) / 2) /
+          static_cast<unsigned>(largest));
+    }
+  }
+}
 
 /// TIFF pictures through libtiff: the first of a file.
 class TiffSource : public ImageSource {
@@ -155,9 +190,15 @@ class TiffSource : public ImageSource {
       if (plane >= form.colors() && form.alpha != plane) continue;
       TiffRows rows(file, form, plane);
       if (!rows.begin()) return false;
+      const bool isDirect = form.bits == 8 || (form.bits == 16 && !form.isFloating());
+      std::vector<std::uint16_t> words(isDirect ? 0 : pixels.width * stride);
       for (std::uint32_t y = 0; y < form.height; ++y) {
-        const std::uint8_t* const row = rows.row(y);
+        const std::uint8_t* row = rows.row(y);
         if (row == nullptr) return false;
+        if (!isDirect) {
+          makeWords(row, form, words);
+          row = static_cast<const std::uint8_t*>(static_cast<const void*>(words.data()));
+        }
         std::uint8_t* const target = pixels.bytes.data() + y * pixels.width * (pixels.isDeep ? 8 : 4);
         pixels.isDeep ? spread<std::uint16_t>(row, stride, form, plane, target)
                       : spread<std::uint8_t>(row, stride, form, plane, target);
@@ -215,7 +256,13 @@ Expected<std::shared_ptr<ImageSource>> createTiffSource(std::shared_ptr<DataProv
   if (const auto checked = checkPictureSize(name, form.width, form.height); !checked)
     return tl::unexpected(checked.error());
   char reason[1024] = "its colours are measured ones";
-  if (form.isMeasured() || (!form.isPlain() && TIFFRGBAImageOK(file.get(), reason) == 0)) {
+  const auto isReadable = [&] {
+    TIFFRGBAImage image;
+    if (TIFFRGBAImageBegin(&image, file.get(), 1, reason) == 0) return false;
+    TIFFRGBAImageEnd(&image);
+    return true;
+  };
+  if (form.isMeasured() || (!form.isPlain() && !isReadable())) {
     return failure(ImagingErrorCode::unknownFormat,
                    fmt::format("{} is a TIFF of {} samples of {} bits, of a kind that is not read: {}", name,
                                form.samples, form.bits, reason));

@@ -305,6 +305,25 @@ TEST(Pictures, TiffKeepsToItsLimits) {
   EXPECT_FALSE(changed(257, 0).has_value());
   EXPECT_TRUE(changed(262, 8).error() == ImagingErrorCode::unknownFormat);  // Lab
   EXPECT_FALSE(changed(323, 65520).and_then([](const auto& source) { return source->imageAtIndex(0); }).has_value());
+
+  // Numbers of 12 bits, and fractions of 16: red above, blue below.
+  for (const char* const name : {"tiles12.tiff", "half.tiff"}) {
+    const Data odd = readFile(std::string(TAVREL_TESTS_FOLDER "/Fuzz/Picture/") + name).value();
+    const auto deep = ImageSource::create(odd).value()->decodedImage(0, {.keepsDepth = true}).value();
+    ASSERT_EQ(deep->bitsPerPixel(), 64U) << name;
+    const auto component = [&](std::size_t index) {
+      std::uint16_t value = 0;
+      std::memcpy(&value, deep->dataProvider()->bytes().data() + index * sizeof value, sizeof value);
+      return value;
+    };
+    const std::size_t last = (deep->height() - 1) * deep->width() * 4;
+    EXPECT_EQ(component(0), 65535) << name;
+    EXPECT_EQ(component(last), 0) << name;
+    EXPECT_EQ(component(last + 2), 65535) << name;
+    expectCutsDoNoHarm(odd);
+  }
+  const Data coarse = readFile(TAVREL_TESTS_FOLDER "/Fuzz/Picture/four.tiff").value();
+  EXPECT_TRUE(ImageSource::create(coarse).error() == ImagingErrorCode::unknownFormat);
 }
 #endif
 
