@@ -75,6 +75,7 @@ TEST_F(TranscodeCommandTest, CopiedPicturesAreThoseOfTheOriginal) {
   ASSERT_NO_FATAL_FAILURE(makeFilm("flat.mp4", "4", "-c:v libx264 -preset ultrafast -bf 2 -g 50 -c:a aac"));
   ASSERT_NO_FATAL_FAILURE(
       makeMovieFrom(file("flat.mp4"), file("turned.mp4"), "-i IN -c copy -metadata:s:v rotate=90 OUT"));
+  ASSERT_NO_FATAL_FAILURE(makeMovieFrom(file("flat.mp4"), file("flat.mkv"), "-i IN -c copy OUT"));
   ASSERT_NO_FATAL_FAILURE(makeFilm("narrow.mkv", "2", "-c:v libvpx-vp9 -cpu-used 8 -aspect 2:1 -c:a libopus"));
   const auto pictures = [&](const char* name) {
     return shell("ffmpeg -v error -i " + file(name) + " -map v -f framemd5 - | grep -v '^#' | cut -d, -f6").output;
@@ -89,8 +90,8 @@ TEST_F(TranscodeCommandTest, CopiedPicturesAreThoseOfTheOriginal) {
     const char* from;
     const char* to;
     const char* sound;
-  } cases[] = {{"flat.mp4", "a.mov", "copied"},    {"flat.mp4", "a.mkv", "copied"},
-               {"turned.mp4", "b.mp4", "copied"},  {"turned.mp4", "b.mkv", "copied"},
+  } cases[] = {{"flat.mp4", "a.mov", "copied"},    {"flat.mp4", "a.mkv", "copied"},   {"flat.mkv", "d.mov", "copied"},
+               {"flat.mkv", "d.mp4", "copied"},    {"turned.mp4", "b.mp4", "copied"}, {"turned.mp4", "b.mkv", "copied"},
                {"narrow.mkv", "c.webm", "copied"}, {"narrow.mkv", "c.mp4", "copied"}};
   for (const auto& each : cases) {
     SCOPED_TRACE(each.to);
@@ -101,6 +102,11 @@ TEST_F(TranscodeCommandTest, CopiedPicturesAreThoseOfTheOriginal) {
     EXPECT_EQ(shape(each.from), shape(each.to));
     expectSameTimeline(each.from, each.to);
   }
+  ASSERT_NO_FATAL_FAILURE(makeFilm("in.avi", "1", "-c:v mpeg4 -bf 2 -c:a libmp3lame"));
+  EXPECT_EQ(tavrel("transcode --codec copy " + file("in.avi") + " " + file("e.mp4")).output,
+            "tavrel: the pictures of " + file("in.avi") +
+                " cannot be stored as they are: it does not say when they are shown\n");
+  EXPECT_FALSE(std::filesystem::exists(file("e.mp4")));
 }
 
 TEST_F(TranscodeCommandTest, CopiesMayBeginBetweenKeyframesAndStayFragmented) {

@@ -70,9 +70,11 @@ Expected<InputFormat> openMovieInput(const std::filesystem::path& path) {
 std::int64_t timelineOffset(const AVFormatContext& file) {
   const bool hasEditLists = std::string_view(file.iformat->name).find("mov") != std::string_view::npos;
   if (hasEditLists || file.start_time == AV_NOPTS_VALUE) return 0;
-  // Before 0 there is what a decoder needs first, unless a counter wraps in the file.
+  // Just before 0 there is what a decoder needs first, unless a counter wraps in the file.
+  constexpr std::int64_t kLongestPriming = AV_TIME_BASE / 10;
   const bool mayWrap = file.nb_streams > 0 && file.streams[0]->pts_wrap_bits < 64;
-  return mayWrap ? file.start_time : std::max<std::int64_t>(0, file.start_time);
+  const bool isPriming = !mayWrap && file.start_time < 0 && file.start_time >= -kLongestPriming;
+  return isPriming ? 0 : file.start_time;
 }
 
 bool isSubtitle(const AVStream& stream) {

@@ -1,5 +1,7 @@
 #include "Platform/Media/Private/Reading/StoredTrackReader.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 #include "Platform/Media/Private/FFmpegTime.h"
@@ -106,6 +108,12 @@ Expected<std::shared_ptr<SampleBuffer>> StoredTrackReader::next(const GoOn& goOn
 Expected<std::shared_ptr<SampleBuffer>> StoredTrackReader::sampleOf(const AVPacket& packet) const {
   const AVRational base = packets_->stream().time_base;
   const auto timeOf = [base](std::int64_t units) { return mediaTimeFrom(units, base); };
+  // Where nothing is stored behind later ones, or nobody says more, the times of decoding are those of showing.
+  if (packet.pts == AV_NOPTS_VALUE && packets_->stream().codecpar->video_delay > 0) {
+    return failure(MediaErrorCode::unsupportedFormat,
+                   fmt::format("the pictures of {} cannot be stored as they are: it does not say when they are shown",
+                               path_.string()));
+  }
   SampleTiming timing;
   timing.presentationTimeStamp = timeOf(packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts);
   timing.decodeTimeStamp = timeOf(packet.dts);
