@@ -1,5 +1,6 @@
 #include <fmt/chrono.h>
 
+#include <chrono>
 #include <ctime>
 #include <map>
 
@@ -8,6 +9,7 @@
 #include "Diagnostics.h"
 #include "EffectOptions.h"
 #include "EncodingOptions.h"
+#include "HintLine.h"
 #include "RecorderCalls.h"
 #include "RecorderOptions.h"
 #include "Report.h"
@@ -29,12 +31,14 @@ class PreviewCommand : public Command {
       : Command(
             app, "preview",
             "Show the camera in a window. Click to focus; keys: s switches the camera, r starts and stops a recording, "
-            "p pauses it, t toggles the torch, q quits"),
+            "p pauses it, t toggles the torch, h hides the line that tells these, q quits"),
         effects_(*command_),
         devices_(*command_, "640x480"),
         encoding_(*command_, EncodingOptions::Copying::impossible),
         cameraOutput_(CameraOutputOptions::besides(*command_)),
-        diagnostics_(*command_) {}
+        diagnostics_(*command_) {
+    command_->add_flag("--no-hints", hidesHints_, "Do not begin with the line of keys on the picture");
+  }
 
   int run() override {
     devices_.check();
@@ -55,12 +59,18 @@ class PreviewCommand : public Command {
     (*window)->setKeyHandler([this](std::string_view key) { pressed(key); });
     recorder_->previewView()->setFillsSuperview(true);
     (*window)->rootView()->addSubview(recorder_->previewView());
+    hints_ = std::make_shared<HintLine>();
+    hints_->setHidden(hidesHints_);
+    (*window)->rootView()->addSubview(hints_);
+    showHints();
     return diagnostics_.measure(false, [this] { return look(); });
   }
 
  private:
   int look() {
     if (const auto started = startDevices(*recorder_); !started) return fail("{}", started.error().description);
+    // The clock of a recording.
+    const DispatchTimer timer(DispatchQueue::main(), std::chrono::milliseconds(250), [this] { showHints(); });
     RunLoop::main().run();
     recorder_->stop();
     if (recorder_->isWriting()) finishRecording();
@@ -74,9 +84,24 @@ class PreviewCommand : public Command {
         {"R", [this] { toggleRecording(); }},
         {"P", [this] { togglePause(); }},
         {"T", [this] { toggleTorch(); }},
+        {"H", [this] { hints_->setHidden(!hints_->isHidden()); }},
         {"Q", [] { RunLoop::main().stop(); }},
     };
     if (const auto action = actions.find(key); action != actions.end()) action->second();
+    showHints();
+  }
+
+  /// What keys do now, and for how long there is a recording, pauses left out.
+  void showHints() {
+    const auto now = std::chrono::steady_clock::now();
+    if (!recorder_->isWriting()) return hints_->setText("R RECORD  S CAMERA  T TORCH  H HIDE  Q QUIT", false);
+    const bool isPaused = recorder_->isPaused();
+    if (!isPaused) recorded_ += now - counted_;
+    counted_ = now;
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(recorded_).count();
+    hints_->setText(fmt::format("{:02}:{:02}  {}  R STOP  H HIDE", seconds / 60, seconds % 60,
+                                isPaused ? "PAUSED  P GO ON" : "P PAUSE"),
+                    true);
   }
 
   void toggleRecording() {
@@ -89,6 +114,8 @@ class PreviewCommand : public Command {
     // From now on the camera runs in the background, too.
     recorder_->camera()->removeObservers();
     say("recording {}", movie.string());
+    recorded_ = {};
+    counted_ = std::chrono::steady_clock::now();
   }
 
   void togglePause() {
@@ -113,7 +140,11 @@ class PreviewCommand : public Command {
   EncodingOptions encoding_;
   CameraOutputOptions cameraOutput_;
   Diagnostics diagnostics_;
+  bool hidesHints_ = false;
   std::shared_ptr<TavrelRecorder> recorder_;
+  std::shared_ptr<HintLine> hints_;
+  std::chrono::steady_clock::duration recorded_ = {};
+  std::chrono::steady_clock::time_point counted_;
 };
 
 }  // namespace

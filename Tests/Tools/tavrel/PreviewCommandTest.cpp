@@ -22,9 +22,11 @@ constexpr int kTop = 40;
 /// A program that runs beside the test.
 class RunningPreview {
  public:
-  explicit RunningPreview(std::vector<std::string> arguments) {
+  /// In `folder`, if it is not empty.
+  explicit RunningPreview(std::vector<std::string> arguments, const std::string& folder = "") {
     process_ = fork();
     if (process_ != 0) return;
+    if (!folder.empty() && chdir(folder.c_str()) != 0) _exit(127);
     std::vector<char*> all = {const_cast<char*>("tavrel")};
     for (std::string& argument : arguments) all.push_back(argument.data());
     all.push_back(nullptr);
@@ -119,6 +121,33 @@ TEST_F(PreviewCommandTest, ShowsTheCameraThroughEffectsAndTheRingOnAClick) {
 
   ASSERT_TRUE(UIVirtualScreen::xdotool("key q"));
   EXPECT_EQ(preview.exitStatus(), 0);
+}
+
+TEST_F(PreviewCommandTest, ALineTellsTheKeysAndARecordingAndCanBeHidden) {
+  const auto at = [](const Picture& picture, int x, int y) { return picture.at(kLeft + x, kTop + y); };
+  // In a corner of the line, which is dark over what is blue.
+  const auto isLineSeen = [&](const Picture& picture) { return at(picture, 32, 455).b < 130; };
+  const auto isLineHidden = [&](const Picture& picture) { return isNear(at(picture, 32, 455), {0, 0, 255, 255}); };
+  const auto isMarkSeen = [&](const Picture& picture) {
+    int red = 0;
+    for (int x = 28; x < 612; ++x) red += at(picture, x, 463).r > 150 && at(picture, x, 463).g < 80 ? 1 : 0;
+    return red > 8;
+  };
+  {
+    RunningPreview preview({"preview", "--camera", "file:" + file("scene.png"), "--fps", "10"}, file(""));
+    ASSERT_TRUE(placeWindow());
+    EXPECT_TRUE(becomes(isLineSeen));
+    EXPECT_FALSE(isMarkSeen(screen_.screenshot()));
+    ASSERT_TRUE(UIVirtualScreen::xdotool("key h"));
+    EXPECT_TRUE(becomes(isLineHidden));
+    ASSERT_TRUE(UIVirtualScreen::xdotool("key h key r"));
+    EXPECT_TRUE(becomes(isMarkSeen));
+    ASSERT_TRUE(UIVirtualScreen::xdotool("key q"));
+    EXPECT_EQ(preview.exitStatus(), 0);
+  }
+  RunningPreview plain({"preview", "--no-hints", "--camera", "file:" + file("scene.png")});
+  ASSERT_TRUE(placeWindow());
+  EXPECT_TRUE(becomes(isLineHidden));
 }
 
 TEST_F(PreviewCommandTest, EndsCleanlyWhenItIsAskedTo) {
