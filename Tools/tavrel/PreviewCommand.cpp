@@ -55,7 +55,7 @@ class PreviewCommand : public Command {
     if (!shown) return fail("{}", shown.error().description);
     const auto window = Window::create("tavrel preview", configuration.size);
     if (!window) return fail("a window is asked for and none can be had: {}", window.error().description);
-    (*window)->setCloseHandler([] { RunLoop::main().stop(); });
+    (*window)->setCloseHandler([this] { end(); });
     (*window)->setKeyHandler([this](std::string_view key) { pressed(key); });
     recorder_->previewView()->setFillsSuperview(true);
     (*window)->rootView()->addSubview(recorder_->previewView());
@@ -71,11 +71,17 @@ class PreviewCommand : public Command {
     if (const auto started = startDevices(*recorder_); !started) return fail("{}", started.error().description);
     // The clock of a recording.
     const DispatchTimer timer(DispatchQueue::main(), std::chrono::milliseconds(250), [this] { showHints(); });
-    RunLoop::main().run();
+    // It may have been told to end while the devices started.
+    if (!isEnding_ && !Application::shared().isTerminating()) RunLoop::main().run();
     recorder_->stop();
     if (recorder_->isWriting()) finishRecording();
     recorder_->previewView()->removeFromSuperview();
     return kSuccess;
+  }
+
+  void end() {
+    isEnding_ = true;
+    RunLoop::main().stop();
   }
 
   void pressed(std::string_view key) {
@@ -85,7 +91,7 @@ class PreviewCommand : public Command {
         {"P", [this] { togglePause(); }},
         {"T", [this] { toggleTorch(); }},
         {"H", [this] { hints_->setHidden(!hints_->isHidden()); }},
-        {"Q", [] { RunLoop::main().stop(); }},
+        {"Q", [this] { end(); }},
     };
     if (const auto action = actions.find(key); action != actions.end()) action->second();
     showHints();
@@ -141,6 +147,7 @@ class PreviewCommand : public Command {
   CameraOutputOptions cameraOutput_;
   Diagnostics diagnostics_;
   bool hidesHints_ = false;
+  bool isEnding_ = false;
   std::shared_ptr<TavrelRecorder> recorder_;
   std::shared_ptr<HintLine> hints_;
   std::chrono::steady_clock::duration recorded_ = {};
