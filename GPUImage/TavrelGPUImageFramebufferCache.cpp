@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <mutex>
 #include <unordered_map>
 #include <utility>
@@ -19,13 +21,36 @@
 namespace tavrel {
 namespace {
 
-std::string slotKey(const std::string& lookupKey, Index slot) { return fmt::format("{}-{}", lookupKey, slot); }
+/// What `hashForSize` says, without the text, which would cost more than anything else that a node does by itself.
+struct LookupKey {
+  std::int64_t width = 0, height = 0;  // in tenths of pixels
+  TavrelGPUTextureOptions options;
+  bool onlyTexture = false;
+  Index slot = 0;
 
-std::string lookupKeyOf(Size size, const TavrelGPUTextureOptions& options, bool onlyTexture) {
-  return fmt::format("{:.1f}x{:.1f}-{}:{}:{}:{}:{}:{}:{}{}", size.width, size.height, options.minFilter,
-                     options.magFilter, options.wrapS, options.wrapT, options.internalFormat, options.format,
-                     options.type, onlyTexture ? "-NOFB" : "");
-}
+  LookupKey(Size size, const TavrelGPUTextureOptions& usedOptions, bool isOnlyTexture)
+      : width(std::llround(size.width * 10)),
+        height(std::llround(size.height * 10)),
+        options(usedOptions),
+        onlyTexture(isOnlyTexture) {}
+  LookupKey atSlot(Index wanted) const {
+    LookupKey key = *this;
+    key.slot = wanted;
+    return key;
+  }
+  bool operator==(const LookupKey&) const = default;
+};
+
+struct LookupKeyHash {
+  std::size_t operator()(const LookupKey& key) const {
+    std::size_t hash = key.onlyTexture ? 1 : 0;
+    for (const auto part : {key.width, key.height, std::int64_t{key.options.internalFormat},
+                            std::int64_t{key.options.format}, std::int64_t{key.slot}}) {
+      hash = hash * 1'000'003 ^ static_cast<std::size_t>(part);
+    }
+    return hash;
+  }
+};
 
 /// Whether `TAVREL_DEBUG` names "textures".
 bool spoilsReturnedTextures() {
@@ -53,9 +78,9 @@ void spoil(const TavrelGPUImageFramebuffer& framebuffer) {
 
 struct TavrelGPUImageFramebufferCache::Implementation {
   using Framebuffer = std::shared_ptr<TavrelGPUImageFramebuffer>;
-  using FramebufferMap = std::unordered_map<std::string, Framebuffer>;
+  using FramebufferMap = std::unordered_map<LookupKey, Framebuffer, LookupKeyHash>;
 
-  Framebuffer takeIdle(const std::string& lookupKey);
+  Framebuffer takeIdle(const LookupKey& lookupKey);
   void keepIdle(const Framebuffer& framebuffer);
   void purge();
   void traceOccupancy();
@@ -63,7 +88,7 @@ struct TavrelGPUImageFramebufferCache::Implementation {
   // Guards the members below: a framebuffer that the movie writer's queue unlocks is returned there.
   std::mutex mutex;
   FramebufferMap framebufferCache;
-  std::unordered_map<std::string, Index> framebufferTypeCounts;
+  std::unordered_map<LookupKey, Index, LookupKeyHash> framebufferTypeCounts;
   std::vector<Framebuffer> activeImageCaptureList;
   NotificationCenter::ObserverToken memoryWarningObserver;
   std::shared_ptr<DispatchQueue> framebufferCacheQueue =  // nothing is ever submitted to it
@@ -99,7 +124,7 @@ std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFramebufferCache::fetch
     Size size, const TavrelGPUTextureOptions& textureOptions, bool onlyTexture) {
   std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer;
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
-    framebuffer = implementation_->takeIdle(lookupKeyOf(size, textureOptions, onlyTexture));
+    framebuffer = implementation_->takeIdle({size, textureOptions, onlyTexture});
     if (framebuffer) {
       TavrelGPUImageContext::useImageProcessingContext();
       framebuffer->resetSampling();
@@ -118,14 +143,14 @@ std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFramebufferCache::fetch
 }
 
 std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFramebufferCache::Implementation::takeIdle(
-    const std::string& lookupKey) {
+    const LookupKey& lookupKey) {
   const std::lock_guard lock(mutex);
   const auto count = framebufferTypeCounts.find(lookupKey);
   if (count == framebufferTypeCounts.end() || count->second < 1) return nullptr;
   Framebuffer framebuffer;
   Index slot = count->second - 1;
   for (; !framebuffer && slot >= 0; --slot) {
-    if (auto idle = framebufferCache.extract(slotKey(lookupKey, slot))) framebuffer = std::move(idle.mapped());
+    if (auto idle = framebufferCache.extract(lookupKey.atSlot(slot))) framebuffer = std::move(idle.mapped());
   }
   count->second = slot + 1;
   return framebuffer;
@@ -134,12 +159,11 @@ std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFramebufferCache::Imple
 void TavrelGPUImageFramebufferCache::Implementation::keepIdle(const Framebuffer& framebuffer) {
   FramebufferContents::discard(*framebuffer);
   if (spoilsReturnedTextures()) spoil(*framebuffer);
-  const std::string lookupKey =
-      lookupKeyOf(framebuffer->size(), framebuffer->textureOptions(), framebuffer->missingFramebuffer());
+  const LookupKey lookupKey(framebuffer->size(), framebuffer->textureOptions(), framebuffer->missingFramebuffer());
   {
     const std::lock_guard lock(mutex);
     Index& count = framebufferTypeCounts[lookupKey];
-    framebufferCache[slotKey(lookupKey, count)] = framebuffer;
+    framebufferCache[lookupKey.atSlot(count)] = framebuffer;
     ++count;
   }
   if (Tracer::isOn()) traceOccupancy();
@@ -198,7 +222,9 @@ void TavrelGPUImageFramebufferCache::removeFramebufferFromActiveImageCaptureList
 
 std::string TavrelGPUImageFramebufferCache::hashForSize(Size size, const TavrelGPUTextureOptions& options,
                                                         bool onlyTexture) const {
-  return lookupKeyOf(size, options, onlyTexture);
+  return fmt::format("{:.1f}x{:.1f}-{}:{}:{}:{}:{}:{}:{}{}", size.width, size.height, options.minFilter,
+                     options.magFilter, options.wrapS, options.wrapT, options.internalFormat, options.format,
+                     options.type, onlyTexture ? "-NOFB" : "");
 }
 
 }  // namespace tavrel

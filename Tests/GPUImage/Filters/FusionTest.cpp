@@ -241,6 +241,34 @@ TEST_F(Fusion, ATableIsDrawnWithTheFiltersAroundIt) {
   }
 }
 
+/// Some of them draw by themselves.
+TEST(Memory, AFullSizeChainOfEightHoldsThreeFramebuffersOfItsSize) {
+  constexpr int kWidth = 1920, kHeight = 1080;
+  const auto input = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
+  const auto lookup = withSecond(make<TavrelGPUImageLookupFilter>([](auto&) {}), table());
+  const std::vector<Node> chain = {std::make_shared<TavrelGPUImageCropFilter>(),
+                                   std::make_shared<TavrelGPUImageFilter>(kTintShader),
+                                   std::make_shared<Alone<TavrelGPUImageFilter>>(kTintShader),
+                                   lookup.fused,
+                                   std::make_shared<TavrelGPUImageRotationFilter>(kTavrelGPUImageFlipHorizontal),
+                                   std::make_shared<Alone<TavrelGPUImageFilter>>(kTintShader),
+                                   std::make_shared<TavrelGPUImageFilter>(),
+                                   std::make_shared<TavrelGPUImageFilter>(kTintShader)};
+  input->addTarget(chain.front(), 0);
+  for (std::size_t i = 1; i < chain.size(); ++i) chain[i - 1]->addTarget(chain[i], 0);
+  TavrelGPUImageContext::sharedFramebufferCache()->purgeAllUnassignedFramebuffers();
+  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+  const std::int64_t ownedBefore = TavrelGPUImageFramebuffer::ownedCount();
+  const auto buffer = test::pixelBufferOf({kWidth, kHeight, [](int, int) { return Pixel{90, 120, 60, 255}; }});
+  for (int frame = 0; frame < 3; ++frame) {
+    input->processCVPixelBuffer(buffer, MediaTime::make(frame, 30), true);
+    TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+    EXPECT_LE(TavrelGPUImageFramebuffer::ownedCount() - ownedBefore, 3);
+  }
+  EXPECT_GE(TavrelGPUImageFramebuffer::ownedCount() - ownedBefore, 1);
+  input->removeAllTargets();
+}
+
 TEST_F(Fusion, AStillIsPlacedOnceUntilItChanges) {
   constexpr Size kSize = {32, 24};
   const auto picture = std::make_shared<TavrelGPUImagePicture>(sticker());
