@@ -95,6 +95,16 @@ class Work {
     draw([&] { return BarePass::transform(AffineTransform::makeScale(-1, 1), size_); });
   }
 
+  /// A filter of an application's own: some mathematics on each pixel.
+  void tone() {
+    static constexpr const char* kShader =
+        "varying highp vec2 textureCoordinate; uniform sampler2D inputImageTexture; void main() { highp vec4 color = "
+        "texture2D(inputImageTexture, textureCoordinate); gl_FragColor = vec4(mix(color.rgb, color.rgb * color.rgb * "
+        "(3.0 - 2.0 * color.rgb), 0.1), color.a); }";
+    append(std::make_shared<TavrelGPUImageFilter>(kShader));
+    draw([] { return BarePass(kTavrelGPUImageVertexShaderString, kShader); });
+  }
+
   Comparison measure() {
     last_->addTarget(reader_);
     for (const auto& picture : pictures_) picture->processImage();
@@ -201,6 +211,20 @@ void oneSticker(benchmark::State& state) {
   });
 }
 
+void chain(benchmark::State& state) {
+  compareWork(state, [&](Work& work, Size) {
+    for (std::int64_t i = 0; i < state.range(2); ++i) work.tone();
+  });
+}
+
+void chains(benchmark::internal::Benchmark* benchmark) {
+  for (const auto& [width, height] : {std::pair(320, 240), {640, 480}, {960, 540}, {1280, 720}, {1920, 1080}}) {
+    benchmark->Args({width, height, 4});
+  }
+  for (const int filters : {1, 2, 3, 6, 8}) benchmark->Args({1280, 720, filters});
+  benchmark->ArgNames({"width", "height", "filters"})->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+}
+
 void sizes(benchmark::internal::Benchmark* benchmark) {
   for (const auto& [width, height] : {std::pair(320, 240), {640, 480}, {1280, 720}, {1920, 1080}}) {
     benchmark->Args({width, height});
@@ -208,6 +232,7 @@ void sizes(benchmark::internal::Benchmark* benchmark) {
   benchmark->ArgNames({"width", "height"})->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
 }
 
+BENCHMARK(chain)->Apply(chains);
 BENCHMARK(effects)->Apply(sizes);
 BENCHMARK(beauty)->Apply(sizes);
 BENCHMARK(oneSticker)->Apply(sizes);
