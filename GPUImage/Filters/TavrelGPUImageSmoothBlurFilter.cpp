@@ -32,8 +32,8 @@ constexpr double kReach = 3.2;
 constexpr const char* kKernelShader =
     "IN highp vec2 textureCoordinate; uniform highp sampler2D inputImageTexture; uniform highp vec2 direction; uniform "
     "highp vec2 pairs[10]; uniform highp float centre; uniform highp float count; void main() { highp vec4 sum = "
-    "TEXTURE(inputImageTexture, textureCoordinate) * centre; for (int i = 0; i < 10; ++i) { if (float(i) >= count) "
-    "break; highp vec2 place = direction * pairs[i].x; sum += (TEXTURE(inputImageTexture, textureCoordinate + place) + "
+    "TEXTURE(inputImageTexture, textureCoordinate) * centre; LOOP(i, 10, count) { highp vec2 place = direction * "
+    "pairs[i].x; sum += (TEXTURE(inputImageTexture, textureCoordinate + place) + "
     "TEXTURE(inputImageTexture, textureCoordinate - place)) * pairs[i].y; } OUTPUT = FINISHED(sum); }";
 /// The mean of two by two samples, each at a pixel or in the middle of four.
 constexpr const char* kMeanShader =

@@ -25,10 +25,10 @@ constexpr const char* kTriangle =
     "pixel, highp float centre, highp float wide, highp float last) { highp vec2 places = vec2(pixel, pixel + 1.0); "
     "return max(1.0 - abs(places + 0.5 - centre) / wide, 0.0) * step(-0.5, places) * step(places + 0.5, vec2(last)); } "
     "void main() { highp vec2 centre = textureCoordinate * size; highp vec2 first = floor(centre - reach + 0.5); highp "
-    "vec4 sum = vec4(0.0); highp float total = 0.0; for (int j = 0; j < 8; ++j) { if (float(j) >= count.y) break; "
+    "vec4 sum = vec4(0.0); highp float total = 0.0; LOOP(j, 8, count.y) { "
     "highp float row = first.y + float(j) * 2.0; highp vec2 down = weights(row, centre.y, reach.y, size.y); highp "
     "float rows = down.x + down.y; if (rows <= 0.0) continue; highp float y = (row + 0.5 + down.y / rows) / size.y; "
-    "for (int i = 0; i < 8; ++i) { if (float(i) >= count.x) break; highp float column = first.x + float(i) * 2.0; "
+    "LOOP(i, 8, count.x) { highp float column = first.x + float(i) * 2.0; "
     "highp vec2 across = weights(column, centre.x, reach.x, size.x); highp float columns = across.x + across.y; if "
     "(columns <= 0.0) continue; highp float weight = rows * columns; sum += TEXTURE(inputImageTexture, vec2((column + "
     "0.5 + across.y / columns) / size.x, y)) * weight; total += weight; } } highp vec4 result = sum / total; ";
