@@ -1,5 +1,6 @@
 #include "EffectOptions.h"
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <stdexcept>
@@ -171,6 +172,11 @@ EffectOptions::EffectOptions(CLI::App& command) : command_(command) {
       makeSticker);
   add(command.add_option("--gif", "The same, for animations only")->type_name("FILE@X,Y,W,H[,DEGREES]")->type_size(1),
       makeAnimatedSticker);
+}
+
+bool EffectOptions::areAsked() const {
+  return worksInLight_ || precision_ != 0 || resampling_ != "linear" ||
+         std::any_of(kinds_.begin(), kinds_.end(), [](const Kind& kind) { return kind.option->count() > 0; });
 }
 
 TavrelCaptureEffectChain EffectOptions::makeChain() const {

@@ -15,6 +15,8 @@ class EffectOptions {
 
   /// Throws UsageError for invalid values, and std::runtime_error for unusable files and without a GL context.
   TavrelCaptureEffectChain makeChain() const;
+  /// Whether the command line says anything about effects. Without, a movie may need no GL context.
+  bool areAsked() const;
   /// Bits of each component between effects; 0 where none were asked for.
   int precision() const { return precision_; }
 

@@ -61,7 +61,8 @@ class TranscodeCommand : public Command {
     options_.keepsHDR = isKept("--hdr", hdr_, "map");
     options_.keepsFields = isKept("--interlaced", interlaced_, "deinterlace");
     checkCodec();
-    TavrelCaptureEffectChain effects = effects_.makeChain();
+    const bool hasEffects = effects_.areAsked();
+    TavrelCaptureEffectChain effects = hasEffects ? effects_.makeChain() : TavrelCaptureEffectChain({});
     if (options_.isCopy && (!effects.effects().empty() || options_.size || options_.isSquared || options_.isReversed ||
                             options_.isRealTime || !from_.empty() || !to_.empty())) {
       throw UsageError(
@@ -76,6 +77,7 @@ class TranscodeCommand : public Command {
     if (!isPlain && (options_.keepsHDR || options_.keepsFields)) {
       return fail("{} leaves the pictures as they are: leave out effects, --reverse, --realtime and turns", kept);
     }
+    if (!isPlain && !hasEffects) effects = effects_.makeChain();
     sayWhatIsLeftOut(options_, *movie->asset);
     return diagnostics_.measure(json_, [&] {
       if (isPlain) {

@@ -67,6 +67,15 @@ TEST_F(TranscodedPicturesTest, AreWhatTheDecoderGaveWhereNothingIsDoneToThem) {
   }
 }
 
+TEST_F(TranscodedPicturesTest, AreNotDrawnWithoutEffects) {
+  makeFilm("in.mp4", "-pix_fmt yuv420p -c:v libx264 -qp 12");
+  const std::string withoutGL = "__EGL_VENDOR_LIBRARY_FILENAMES=/dev/null " TAVREL_PROGRAM " transcode --size 160x120 ";
+  const CommandResult plain = test::shell(withoutGL + file("in.mp4") + " " + file("a.mp4"));
+  EXPECT_EQ(plain.status, 0) << plain.output;
+  const CommandResult drawn = test::shell(withoutGL + "--mirror " + file("in.mp4") + " " + file("b.mp4"));
+  EXPECT_EQ(drawn.status, 1) << "there is GL, so that this test shows nothing: " << drawn.output;
+}
+
 TEST_F(TranscodedPicturesTest, OfHighDynamicRangeAreToneMapped) {
   makeFilm("in.mp4",
            "-vf format=gbrp,zscale=matrixin=gbr:rangein=full:transferin=bt709:primariesin=bt709:transfer=smpte2084:"
