@@ -75,6 +75,23 @@ TEST_F(TranscodeSoundTest, EveryFileTypeTakesEverySound) {
   }
 }
 
+// Matroska has times in milliseconds, which are no whole number of samples.
+TEST_F(TranscodeSoundTest, CopiedSoundIsTheSameToTheSample) {
+  ASSERT_NO_FATAL_FAILURE(makeFilm("opus.webm", "2", "-c:v libvpx-vp9 -deadline realtime -cpu-used 8 -c:a libopus"));
+  ASSERT_NO_FATAL_FAILURE(makeFilm("aac.mkv", "2", "-c:v libx264 -preset ultrafast -c:a aac"));
+  const auto sum = [&](const char* name) {
+    return shell("ffmpeg -v error -i " + file(name) + " -map 0:a -af atrim=end_sample=80000 -f md5 -").output;
+  };
+  for (const char* made : {"a.mp4", "a.mkv", "a.webm"}) {
+    ASSERT_EQ(tavrel("transcode --codec copy " + file("opus.webm") + " " + file(made)).status, 0);
+    EXPECT_EQ(sum(made), sum("opus.webm")) << made;
+  }
+  ASSERT_EQ(tavrel("transcode --codec copy " + file("aac.mkv") + " " + file("b.mp4")).status, 0);
+  const auto lengths = probe("-select_streams a -show_entries packet=duration -of csv=p=0 " + file("b.mp4"));
+  for (std::size_t i = 0; i + 1 < lengths.size(); ++i) EXPECT_EQ(lengths[i].substr(0, 4), "1024") << i;
+  EXPECT_GT(lengths.size(), 90U);
+}
+
 TEST_F(TranscodeSoundTest, SoundHasTheChannelsOfTheSourceOrThoseAskedFor) {
   makeMovie(file("in.mkv"),
             "-f lavfi -i testsrc2=s=64x48:r=25:d=1 -f lavfi -i \"aevalsrc=0.1*sin(2000*t)|0|0|0|0|0.2*sin(4000*t):"

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 
 #include "Platform/Media/Private/FFmpegError.h"
@@ -46,8 +47,12 @@ Expected<void> PassthroughTrackEncoder::setPacketFormat(const TrackSample& sampl
       av_channel_layout_default(&parameters->ch_layout, static_cast<int>(format.audioFormat.channelCount));
     }
     timeBase_ = {1, parameters->sample_rate};
-    parameters->frame_size =
-        static_cast<int>(unitsOf(sample.duration, timeBase_) > 0 ? unitsOf(sample.duration, timeBase_) : 0);
+    framesOfPacket_ = parameters->frame_size;
+    priming_ = parameters->codec_id == AV_CODEC_ID_OPUS ? parameters->initial_padding : 0;
+    const std::int64_t told = unitsOf(sample.duration, timeBase_);
+    if (framesOfPacket_ == 0 && parameters->codec_id == AV_CODEC_ID_OPUS && told != AV_NOPTS_VALUE)
+      framesOfPacket_ = told;
+    parameters->frame_size = static_cast<int>(std::max<std::int64_t>(0, told));
   } else {
     parameters->codec_type = AVMEDIA_TYPE_VIDEO;
     parameters->width = static_cast<int>(format.videoSize.width);
@@ -88,7 +93,9 @@ Expected<void> PassthroughTrackEncoder::writePacket(const TrackSample& sample) {
   }
   std::memcpy(packet->data, sample.packet->data(), sample.packet->size());
   packet->pts = unitsOf(sample.presentationTime, timeBase_);
-  packet->dts = sample.decodeTime.isNumeric() ? unitsOf(sample.decodeTime, timeBase_) : packet->pts;
+  if (framesOfPacket_ > 0) packet->pts = exactPlaceOf(packet->pts);
+  packet->dts =
+      sample.decodeTime.isNumeric() && framesOfPacket_ == 0 ? unitsOf(sample.decodeTime, timeBase_) : packet->pts;
   // The container wants every decode time later than the one before.
   if (hasDecodeTime_ && packet->dts <= lastDecodeTime_) packet->dts = lastDecodeTime_ + 1;
   if (packet->pts < packet->dts) packet->pts = packet->dts;
@@ -98,6 +105,13 @@ Expected<void> PassthroughTrackEncoder::writePacket(const TrackSample& sample) {
   if (sample.isKeyframe) packet->flags |= AV_PKT_FLAG_KEY;
   output_.write(std::move(packet));
   return {};
+}
+
+std::int64_t PassthroughTrackEncoder::exactPlaceOf(std::int64_t place) const {
+  const std::int64_t expected = hasDecodeTime_ ? lastDecodeTime_ + framesOfPacket_ : -priming_;
+  constexpr AVRational kTolerance{2, 1000};
+  const bool isNear = std::abs(place - expected) <= av_rescale_q(1, kTolerance, timeBase_);
+  return isNear && (hasDecodeTime_ || priming_ > 0) ? expected : place;
 }
 
 Expected<void> PassthroughTrackEncoder::finish() { return pcm_ ? pcm_->finish() : Expected<void>{}; }
