@@ -1,3 +1,4 @@
+#include <cstring>
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -10,6 +11,9 @@
 
 namespace tavrel::tool {
 namespace {
+
+/// The colour space of an ICC profile's pixels stands at the 16th byte.
+bool isOfRGB(const Data& profile) { return profile.size() >= 20 && std::memcmp(profile.data() + 16, "RGB ", 4) == 0; }
 
 class FilterCommand : public Command {
  public:
@@ -57,6 +61,9 @@ class FilterCommand : public Command {
     }
     if (!image) return fail("{}", image.error().description);
     if (!decoding.keepsColors) metadata.colorProfile.clear();
+    if (!metadata.colorProfile.empty() && !isOfRGB(metadata.colorProfile)) {
+      say("--profile keep: the profile of {} is not one of red, green and blue; the output is sRGB", input_.string());
+    }
     if (strips_) metadata.exif = metadata.xmp = {};
     const int depth = depth_ != 0 ? depth_ : (*image)->bitsPerPixel() == 64 ? 16 : 8;
     if (precision == 16 && !large) image = deepened(normalizedImage(*image));
