@@ -77,7 +77,7 @@ const Device& device() {
   if (!known) {
     auto read = std::make_unique<const Device>(readDevice());
     const Device* none = nullptr;
-    if (known.compare_exchange_strong(none, read.get())) read.release();
+    if (known.compare_exchange_strong(none, read.get())) static_cast<void>(read.release());
   }
   return *known;
 }

@@ -188,7 +188,8 @@ class MoviePictures : public ImageSource {
 
 }  // namespace
 
-Expected<std::shared_ptr<ImageSource>> createMoviePictures(std::shared_ptr<DataProvider> data, std::string name) {
+Expected<std::shared_ptr<ImageSource>> createMoviePictures(const std::shared_ptr<DataProvider>& data,
+                                                           std::string name) {
   auto pictures = std::make_shared<MoviePictures>(data, std::move(name));
   return pictures->readStructure().map([&] { return std::shared_ptr<ImageSource>(pictures); });
 }
@@ -196,7 +197,7 @@ Expected<std::shared_ptr<ImageSource>> createMoviePictures(std::shared_ptr<DataP
 Expected<std::shared_ptr<ImageSource>> createPictures(std::shared_ptr<DataProvider> data, std::string name) {
   auto source = ImageSource::create(data, name);
   if (source || source.error().code != static_cast<std::int64_t>(ImagingErrorCode::unknownFormat)) return source;
-  auto movie = createMoviePictures(std::move(data), std::move(name));
+  auto movie = createMoviePictures(data, std::move(name));
   if (movie) return movie;
   source.error().description += ", nor a movie that can be read";
   return source;

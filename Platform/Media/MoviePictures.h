@@ -14,7 +14,7 @@ namespace tavrel {
 /// out.
 ///
 /// Fails ("media") if the bytes are not a readable movie, and ("imaging") if it is too large.
-TAVREL_API Expected<std::shared_ptr<ImageSource>> createMoviePictures(std::shared_ptr<DataProvider> data,
+TAVREL_API Expected<std::shared_ptr<ImageSource>> createMoviePictures(const std::shared_ptr<DataProvider>& data,
                                                                       std::string name = "the data");
 
 /// The images that `ImageSource` reads, or else the frames of a movie. If the bytes are neither, fails as

@@ -45,8 +45,7 @@ std::string takeEverything() {
 
 std::shared_ptr<TavrelDDFileLogger> addFileLogger() {
   alarm(kLimit);
-  const auto logger =
-      std::make_shared<TavrelDDFileLogger>(std::make_shared<TavrelDDLogFileManagerDefault>(sharedFolder()));
+  auto logger = std::make_shared<TavrelDDFileLogger>(std::make_shared<TavrelDDLogFileManagerDefault>(sharedFolder()));
   TavrelDDLog::addLogger(logger);
   return logger;
 }

@@ -7,10 +7,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <cstring>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -129,7 +129,7 @@ Expected<void> MovieFileOutput::begin() {
 int MovieFileOutput::write(void* opaque, std::uint8_t* bytes, int size) {
   auto& self = *static_cast<MovieFileOutput*>(opaque);
   if (self.failure_ != 0) return AVERROR(self.failure_);
-  if (std::exchange(self.isNextBoxHidden_, false) && size >= 8) std::memcpy(bytes + 4, "free", 4);
+  if (std::exchange(self.isNextBoxHidden_, false) && size >= 8) std::copy_n("free", 4, bytes + 4);
   for (int done = 0; done < size;) {
     const ssize_t count = ::write(self.descriptor_, bytes + done, static_cast<std::size_t>(size - done));
     if (count < 0 && errno == EINTR) continue;
