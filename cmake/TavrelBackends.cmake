@@ -1,5 +1,6 @@
 # What a build can do without. OFF leaves out the code, the library that it stands on, and the tests of both.
 option(TAVREL_WITH_PIPEWIRE "Cameras and microphones of PipeWire" ON)
+option(TAVREL_WITH_PORTAL "Cameras through the desktop's portal, in sandboxes; needs PipeWire" ${TAVREL_WITH_PIPEWIRE})
 option(TAVREL_WITH_V4L2 "Cameras as the kernel's video nodes" ON)
 option(TAVREL_WITH_WEBP "WebP pictures and animations" ON)
 option(TAVREL_WITH_AVIF "AVIF pictures and animations" ON)
@@ -15,6 +16,13 @@ if(TAVREL_WITH_PIPEWIRE)
 else()
   message(STATUS "PipeWire and its tests are left out: TAVREL_WITH_PIPEWIRE is OFF")
   list(APPEND tavrel_left_out /Capture/PipeWire/ /PeerRecordingTest /CameraOutput)
+endif()
+if(TAVREL_WITH_PORTAL)
+  pkg_check_modules(PORTAL REQUIRED IMPORTED_TARGET libportal gio-2.0)
+  list(APPEND TAVREL_PRIVATE_LIBRARIES PkgConfig::PORTAL)
+else()
+  message(STATUS "The camera portal is left out: TAVREL_WITH_PORTAL is OFF")
+  list(APPEND tavrel_left_out /CameraPortal)
 endif()
 if(NOT TAVREL_WITH_V4L2)
   message(STATUS "V4L2 and its tests are left out: TAVREL_WITH_V4L2 is OFF")
@@ -86,7 +94,7 @@ set(TAVREL_PICTURE_FORMATS
 set_source_files_properties(Platform/Imaging/ImageSource.cpp Platform/Imaging/ImageDestination.cpp
   PROPERTIES COMPILE_DEFINITIONS "${TAVREL_PICTURE_FORMATS}")
 set_source_files_properties(Platform/Capture/Private/CaptureBackends.cpp PROPERTIES COMPILE_DEFINITIONS
-  "TAVREL_WITH_PIPEWIRE=$<BOOL:${TAVREL_WITH_PIPEWIRE}>;TAVREL_WITH_V4L2=$<BOOL:${TAVREL_WITH_V4L2}>")
+  "TAVREL_WITH_PIPEWIRE=$<BOOL:${TAVREL_WITH_PIPEWIRE}>;TAVREL_WITH_PORTAL=$<BOOL:${TAVREL_WITH_PORTAL}>;TAVREL_WITH_V4L2=$<BOOL:${TAVREL_WITH_V4L2}>")
 
 # Takes what is left out from the list of sources named `variable`.
 function(tavrel_leave_out variable)

@@ -21,8 +21,9 @@ namespace tavrel {
 struct CaptureDelivery;
 
 /// A camera or microphone of PipeWire or V4L2, or a virtual one. The environment variable
-/// `TAVREL_CAPTURE=pipewire|v4l2|virtual|auto` selects the backend. `auto`, the default, takes PipeWire's devices, V4L2
-/// cameras if PipeWire has none, and virtual ones if there is no real camera or microphone at all.
+/// `TAVREL_CAPTURE=pipewire|v4l2|portal|virtual|auto` selects the backend. `auto`, the default, takes PipeWire's
+/// devices, V4L2 cameras if PipeWire has none, and virtual ones if there is no real camera or microphone at all; in a
+/// sandbox (Flatpak, Snap) it is `portal`: the desktop's camera portal asks the person, and sound is PipeWire's.
 ///
 /// There is one object for each device. It lives until the process ends: a device that is plugged in again under the
 /// same `uniqueID` is the same object, with its settings.
@@ -55,10 +56,12 @@ class TAVREL_API CaptureDevice {
 
   /// Whether the virtual devices are listed because no real one was found, and nobody asked for them.
   static bool hasStandIns();
-  /// Whether the process may use devices of this type: by the permissions of the device nodes and PipeWire's. Virtual
+  /// Whether the process may use devices of this type: by the permissions of the device nodes, PipeWire's, and
+  /// the portal's answer, which is `restricted` where there is no portal. Virtual
   /// devices are allowed. `notDetermined` until access was requested.
   static CaptureAuthorizationStatus authorizationStatus(MediaType mediaType);
-  /// Requests access. `completion` is called once, on the global queue. Having no device does not count as refusal.
+  /// Requests access. `completion` is called once, on the global queue, after a minute at most if a person is asked.
+  /// Having no device does not count as refusal.
   static void requestAccess(MediaType mediaType, std::function<void(bool granted)> completion);
 
   CaptureDevice(const CaptureDevice&) = delete;
@@ -71,7 +74,7 @@ class TAVREL_API CaptureDevice {
   MediaType mediaType() const;
   /// If the system does not say, the first such camera counts as front and the second as back.
   CaptureDevicePosition position() const;
-  const std::string& backendName() const;  ///< "virtual", "pipewire" or "v4l2"
+  const std::string& backendName() const;  ///< "virtual", "pipewire", "portal" or "v4l2"
   bool isConnected() const;                ///< false while unplugged
   /// Hears or shows what this machine makes: a loudspeaker's monitor, a camera that this process is. Used only if
   /// named.

@@ -28,6 +28,8 @@ enum class CaptureErrorCode : std::int64_t {
   badScene = -17,              ///< the file to be used as a camera has no decodable picture
   badSound = -18,              ///< the file to be used as a microphone has no decodable sound
   invalidConfiguration = -19,  ///< the requested configuration of a virtual device is out of range
+  noPortal = -20,              ///< cameras are asked for at the desktop's portal, and there is none
+  permissionPending = -21,     ///< the desktop asks a person, who has not answered yet
 };
 
 constexpr const char* errorDomain(CaptureErrorCode) { return "capture"; }

@@ -1,6 +1,8 @@
 #include "RecorderCalls.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cmath>
 #include <iterator>
 #include <optional>
@@ -9,7 +11,19 @@
 
 namespace tavrel::tool {
 
+namespace {
+
+/// A person may have to answer first.
+void awaitCameraAccess() {
+  const auto isAnswered = std::make_shared<std::atomic<bool>>(false);
+  CaptureDevice::requestAccess(MediaType::video, [isAnswered](bool) { *isAnswered = true; });
+  while (!*isAnswered) RunLoop::main().runUntil([&] { return isAnswered->load(); }, std::chrono::seconds(1));
+}
+
+}  // namespace
+
 Expected<std::shared_ptr<TavrelRecorder>> openRecorder(const TavrelRecorderConfiguration& configuration) {
+  awaitCameraAccess();
   auto recorder = TavrelRecorder::create(configuration);
   if (!recorder) return recorder;
   const auto isUnnamed = [](const std::string& name) { return name == "front" || name == "back" || name == "default"; };

@@ -32,6 +32,8 @@ class CaptureBackend {
   /// Ends reporting; devices stay as they are. The observer is not called any more.
   virtual void stop() = 0;
   virtual CaptureAuthorizationStatus authorizationStatus(MediaType mediaType) = 0;
+  /// Waits for the person who decides on access, where one is asked; a minute at most, and not after `stop`.
+  virtual void awaitAccess(MediaType) {}
   /// Why there may be devices that it cannot show; nothing when it sees what there is.
   virtual std::optional<Error> problem() const { return std::nullopt; }
 };

@@ -4,6 +4,9 @@
 
 #include "Platform/Capture/CaptureError.h"
 
+#if TAVREL_WITH_PORTAL
+#include "Platform/Capture/PipeWire/Private/CameraPortal.h"
+#endif
 #if TAVREL_WITH_PIPEWIRE
 #include "Platform/Capture/PipeWire/Private/PipeWireBackend.h"
 #include "Platform/Capture/PipeWire/Private/PipeWireFeed.h"
@@ -17,8 +20,18 @@ namespace tavrel {
 
 std::vector<std::unique_ptr<CaptureBackend>> makeCaptureBackends([[maybe_unused]] std::string_view name) {
   std::vector<std::unique_ptr<CaptureBackend>> backends;
+#if TAVREL_WITH_PORTAL
+  if (name == "portal" || (name == "auto" && CameraPortal::isNeeded())) {
+    backends.push_back(std::make_unique<PipeWireBackend>(
+        PipeWireBackend::Reach{.name = "portal", .hasSound = false, .gate = std::make_shared<CameraPortal>()}));
+    backends.push_back(std::make_unique<PipeWireBackend>(PipeWireBackend::Reach{.hasCameras = false}));
+    return backends;
+  }
+#endif
 #if TAVREL_WITH_PIPEWIRE
-  if (name == "pipewire" || name == "auto") backends.push_back(std::make_unique<PipeWireBackend>());
+  if (name == "pipewire" || name == "auto") {
+    backends.push_back(std::make_unique<PipeWireBackend>(PipeWireBackend::Reach{}));
+  }
 #endif
 #if TAVREL_WITH_V4L2
   if (name == "v4l2" || name == "auto") backends.push_back(std::make_unique<V4L2Backend>());

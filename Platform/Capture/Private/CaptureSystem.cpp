@@ -61,10 +61,11 @@ void CaptureSystem::ensureStarted() {
   synthetic_ = wanted == "auto"         ? Synthetic::withoutRealOnes
                : wanted == kVirtualName ? Synthetic::always
                                         : Synthetic::never;
-  backends_ = makeCaptureBackends(wanted);
+  auto backends = makeCaptureBackends(wanted);
+  backends_.assign(std::make_move_iterator(backends.begin()), std::make_move_iterator(backends.end()));
   if (backends_.empty() && synthetic_ == Synthetic::never) {
-    ConsoleLog::write("TAVREL_CAPTURE={} is not known or was not built in; choose pipewire, v4l2, virtual or auto",
-                      wanted);
+    ConsoleLog::write(
+        "TAVREL_CAPTURE={} is not known or was not built in; choose pipewire, v4l2, portal, virtual or auto", wanted);
   }
   startBackends();
 }
@@ -101,7 +102,7 @@ void CaptureSystem::restartWith(std::vector<std::unique_ptr<CaptureBackend>> bac
   const std::lock_guard start(startMutex_);
   forget();
   synthetic_ = synthetic;
-  backends_ = std::move(backends);
+  backends_.assign(std::make_move_iterator(backends.begin()), std::make_move_iterator(backends.end()));
   startBackends();
 }
 
@@ -165,6 +166,12 @@ bool CaptureSystem::requestAccess(MediaType mediaType) {
     const std::lock_guard lock(mutex_);
     accessWasAsked_ = true;
   }
+  ensureStarted();
+  const auto backends = [this] {
+    const std::lock_guard start(startMutex_);
+    return backends_;
+  }();
+  for (const auto& backend : backends) backend->awaitAccess(mediaType);
   return authorizationStatus(mediaType) == CaptureAuthorizationStatus::authorized;
 }
 

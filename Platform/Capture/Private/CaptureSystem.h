@@ -90,7 +90,7 @@ class CaptureSystem : private CaptureBackendObserver {
   bool isStarted_ = false;
   Synthetic synthetic_ = Synthetic::always;
   std::unique_ptr<VirtualCaptureBackend> virtual_;
-  std::vector<std::unique_ptr<CaptureBackend>> backends_;  // best first, without the virtual one
+  std::vector<std::shared_ptr<CaptureBackend>> backends_;  // best first, without the virtual one
 
   mutable std::mutex mutex_;
   std::vector<std::shared_ptr<CaptureDevice>> devices_;  // in the order in which they were seen first

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <map>
 #include <utility>
 #include <vector>
@@ -17,8 +18,10 @@
 namespace tavrel {
 namespace {
 
-constexpr std::int64_t kFirstLookNanoseconds = 3'000'000'000;
+constexpr std::chrono::seconds kFirstLook(3);
 constexpr std::int64_t kRetrySeconds = 2;
+constexpr timespec kAtOnce{0, 1};
+constexpr std::chrono::seconds kPatienceWithPeople(60);
 
 }  // namespace
 
@@ -26,9 +29,10 @@ constexpr std::int64_t kRetrySeconds = 2;
 /// thread; the observer is told on a queue, so that it is called without the loop's lock.
 class PipeWireBackend::Registry {
  public:
-  explicit Registry(CaptureBackendObserver& observer) : observer_(observer) {}
+  Registry(CaptureBackendObserver& observer, const Reach& reach) : observer_(observer), reach_(reach) {}
 
   ~Registry() {
+    if (reach_.gate) reach_.gate->giveUp();
     if (loop_) {
       loop_->stop();
       dropConnection();
@@ -37,18 +41,27 @@ class PipeWireBackend::Registry {
     loop_ = nullptr;
     queue_->shutDown();
   }
-  Registry(const Registry&) = delete;
-  Registry& operator=(const Registry&) = delete;
 
   void start() {
-    auto loop = PipeWireLoop::create("tavrel.pipewire");
+    auto loop = PipeWireLoop::create("tavrel.pipewire", reach_.gate);
     if (!loop) return;
     loop_ = std::move(*loop);
     {
       const PipeWireLoop::Lock lock(*loop_);
       retry_ = pw_loop_add_timer(loop_->loop(), retried, this);
-      connect();
-      if (isConnected_) loop_->waitFor(kFirstLookNanoseconds, [this] { return hasLooked_ || !isConnected_; });
+    }
+    if (reach_.gate) {
+      reach_.gate->ask([this] {
+        const PipeWireLoop::Lock lock(*loop_);
+        tryIn(kAtOnce);
+      });
+      reach_.gate->await(kFirstLook);
+    }
+    {
+      const PipeWireLoop::Lock lock(*loop_);
+      if (!isConnected_) connect();
+      if (isConnected_)
+        loop_->waitFor(std::chrono::nanoseconds(kFirstLook).count(), [this] { return hasLooked_ || !isConnected_; });
     }
     // The devices found so far are being told about on the queue.
     queue_->sync([] {});
@@ -82,7 +95,7 @@ class PipeWireBackend::Registry {
   static const pw_metadata_events kMetadataEvents;
 
   void connect() {
-    if (!loop_->connect()) return retryLater();
+    if (!loop_->connect()) return tryIn({kRetrySeconds, 0});
     isConnected_ = true;
     pw_core_add_listener(loop_->core(), &coreListener_, &kCoreEvents, this);
     registry_ = pw_core_get_registry(loop_->core(), PW_VERSION_REGISTRY, 0);
@@ -90,15 +103,10 @@ class PipeWireBackend::Registry {
     hasLooked_ = false;
     lookSequence_ = pw_core_sync(loop_->core(), PW_ID_CORE, 0);
     looksLeft_ = 2;  // the nodes, then what they say
-    if (wasLost_) {
-      queue_->async([this] { observer_.servicesWereReset(); });
-    }
+    if (wasLost_) queue_->async([this] { observer_.servicesWereReset(); });
   }
 
-  void retryLater() {
-    timespec delay{kRetrySeconds, 0};
-    pw_loop_update_timer(loop_->loop(), retry_, &delay, nullptr, false);
-  }
+  void tryIn(timespec delay) { pw_loop_update_timer(loop_->loop(), retry_, &delay, nullptr, false); }
 
   static void retried(void* data, std::uint64_t) {
     auto* self = static_cast<Registry*>(data);
@@ -113,24 +121,23 @@ class PipeWireBackend::Registry {
   void dropConnection() {
     for (auto& [id, node] : nodes_) forget(*node);
     nodes_.clear();
-    if (metadata_) {
-      spa_hook_remove(&metadataListener_);
-      pw_proxy_destroy(metadata_);
-      metadata_ = nullptr;
-    }
-    if (registry_) {
-      spa_hook_remove(&registryListener_);
-      pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry_));
-      registry_ = nullptr;
-    }
+    destroy(metadata_, metadataListener_);
+    destroy(registry_, registryListener_);
     if (isConnected_) spa_hook_remove(&coreListener_);
     loop_->disconnect();
     isConnected_ = false;
   }
 
+  template <typename Proxy>
+  static void destroy(Proxy*& proxy, spa_hook& listener) {
+    if (!proxy) return;
+    spa_hook_remove(&listener);
+    pw_proxy_destroy(reinterpret_cast<pw_proxy*>(proxy));
+    proxy = nullptr;
+  }
+
   void forget(Node& node) {
-    spa_hook_remove(&node.listener);
-    pw_proxy_destroy(node.proxy);
+    destroy(node.proxy, node.listener);
     if (node.driver) {
       queue_->async([this, driver = std::move(node.driver)] { observer_.deviceDisappeared(driver); });
     }
@@ -143,8 +150,7 @@ class PipeWireBackend::Registry {
     self->isLost_ = true;
     self->wasLost_ = true;
     self->loop_->signal();
-    timespec now{0, 1};
-    pw_loop_update_timer(self->loop_->loop(), self->retry_, &now, nullptr, false);
+    self->tryIn(kAtOnce);
   }
 
   static void coreDone(void* data, std::uint32_t, int sequence) {
@@ -153,15 +159,11 @@ class PipeWireBackend::Registry {
       if (node->doneSequence == sequence) self->finish(*node);
     }
     if (sequence != self->lookSequence_ || self->hasLooked_) return;
-    if (--self->looksLeft_ > 0) {
-      self->lookSequence_ = pw_core_sync(self->loop_->core(), PW_ID_CORE, 0);
-      return;
-    }
     // Nodes that were asked answer before this second round ends, unless they are still being asked.
     const bool isBusy = std::any_of(self->nodes_.begin(), self->nodes_.end(), [](const auto& entry) {
       return entry.second->wasAsked && entry.second->doneSequence >= 0;
     });
-    if (isBusy) {
+    if (--self->looksLeft_ > 0 || isBusy) {
       self->looksLeft_ = 1;
       self->lookSequence_ = pw_core_sync(self->loop_->core(), PW_ID_CORE, 0);
       return;
@@ -178,7 +180,7 @@ class PipeWireBackend::Registry {
     if (typeName == PW_TYPE_INTERFACE_Metadata) return self->bindMetadata(id, properties);
     if (typeName != PW_TYPE_INTERFACE_Node) return;
     const PipeWireNodeKind kind = pipeWireNodeKindOf(spa_dict_lookup(properties, PW_KEY_MEDIA_CLASS));
-    if (kind == PipeWireNodeKind::none) return;
+    if (!self->shows(kind)) return;
     auto* proxy =
         static_cast<pw_proxy*>(pw_registry_bind(self->registry_, id, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, 0));
     if (!proxy) return;
@@ -189,6 +191,10 @@ class PipeWireBackend::Registry {
     node->proxy = proxy;
     pw_node_add_listener(reinterpret_cast<pw_node*>(proxy), &node->listener, &kNodeEvents, node.get());
     self->nodes_[id] = std::move(node);
+  }
+
+  bool shows(PipeWireNodeKind kind) const {
+    return kind != PipeWireNodeKind::none && (kind == PipeWireNodeKind::camera ? reach_.hasCameras : reach_.hasSound);
   }
 
   void bindMetadata(std::uint32_t id, const spa_dict* properties) {
@@ -264,14 +270,17 @@ class PipeWireBackend::Registry {
     const std::string base = description.uniqueID;
     for (int count = 2; isTaken(description.uniqueID); ++count)
       description.uniqueID = fmt::format("{}#{}", base, count);
+    description.backendName = reach_.name;
     const bool isMonitor = description.isMonitor;
     node.driver = std::make_shared<PipeWireDriver>(
         std::move(description),
-        PipeWireDriver::Node{name, valueOf(node.properties, PW_KEY_OBJECT_SERIAL), isMonitor, node.modes}, defaults_);
+        PipeWireDriver::Node{name, valueOf(node.properties, PW_KEY_OBJECT_SERIAL), isMonitor, node.modes, reach_.gate},
+        defaults_);
     queue_->async([this, driver = node.driver] { observer_.deviceAppeared(driver); });
   }
 
   CaptureBackendObserver& observer_;
+  const Reach& reach_;
   const std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::create("tavrel.pwdev");
   const std::shared_ptr<PipeWireDefaults> defaults_ = std::make_shared<PipeWireDefaults>();
   std::unique_ptr<PipeWireLoop> loop_;
@@ -305,23 +314,31 @@ const pw_node_events PipeWireBackend::Registry::kNodeEvents = {PW_VERSION_NODE_E
 
 const pw_metadata_events PipeWireBackend::Registry::kMetadataEvents = {PW_VERSION_METADATA_EVENTS, metadataProperty};
 
-PipeWireBackend::PipeWireBackend() = default;
+PipeWireBackend::PipeWireBackend(Reach reach) : reach_(std::move(reach)) {}
 
 PipeWireBackend::~PipeWireBackend() = default;
 
 void PipeWireBackend::start(CaptureBackendObserver& observer) {
-  registry_ = std::make_unique<Registry>(observer);
+  registry_ = std::make_unique<Registry>(observer, reach_);
   registry_->start();
 }
 
 void PipeWireBackend::stop() { registry_ = nullptr; }
 
-CaptureAuthorizationStatus PipeWireBackend::authorizationStatus(MediaType) {
+CaptureAuthorizationStatus PipeWireBackend::authorizationStatus(MediaType mediaType) {
   // A client sees only those nodes that it may use.
-  return CaptureAuthorizationStatus::authorized;
+  const bool isAsked = reach_.gate && mediaType == MediaType::video;
+  return isAsked ? reach_.gate->status() : CaptureAuthorizationStatus::authorized;
+}
+
+void PipeWireBackend::awaitAccess(MediaType mediaType) {
+  if (reach_.gate && mediaType == MediaType::video) reach_.gate->await(kPatienceWithPeople);
 }
 
 std::optional<Error> PipeWireBackend::problem() const {
+  if (reach_.gate) {
+    if (auto closed = reach_.gate->problem()) return closed;
+  }
   if (!registry_ || !registry_->isWaitedFor()) return std::nullopt;
   return makeError(CaptureErrorCode::deviceSilent,
                    "the PipeWire service does not answer; restart it (systemctl --user restart pipewire)");

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "Platform/Capture/PipeWire/Private/PipeWireGate.h"
 #include "Platform/Capture/Private/CaptureBackend.h"
 
 namespace tavrel {
@@ -14,17 +15,27 @@ namespace tavrel {
 /// into or its serial number; a monitor's ends in ".monitor". A second node of the same name has "#2" at its end.
 class PipeWireBackend : public CaptureBackend {
  public:
-  PipeWireBackend();
+  /// What of the daemon it shows, and by which way.
+  struct Reach {
+    const char* name = "pipewire";
+    bool hasCameras = true;
+    bool hasSound = true;
+    std::shared_ptr<PipeWireGate> gate = nullptr;
+  };
+
+  explicit PipeWireBackend(Reach reach);
   ~PipeWireBackend() override;
 
-  const char* name() const override { return "pipewire"; }
+  const char* name() const override { return reach_.name; }
   void start(CaptureBackendObserver& observer) override;
   void stop() override;
   CaptureAuthorizationStatus authorizationStatus(MediaType mediaType) override;
+  void awaitAccess(MediaType mediaType) override;
   std::optional<Error> problem() const override;
 
  private:
   class Registry;
+  const Reach reach_;
   std::unique_ptr<Registry> registry_;
 };
 

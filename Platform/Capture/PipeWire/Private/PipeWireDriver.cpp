@@ -54,7 +54,7 @@ class PipeWireDriver::Stream {
   Stream& operator=(const Stream&) = delete;
 
   Expected<void> start() {
-    auto loop = PipeWireLoop::create(isVideo() ? "tavrel.pwcam" : "tavrel.pwmic");
+    auto loop = PipeWireLoop::create(isVideo() ? "tavrel.pwcam" : "tavrel.pwmic", driver_.node_.gate);
     if (!loop) return tl::unexpected(loop.error());
     loop_ = std::move(*loop);
     // Outlives the lock, which it may be waiting for.

@@ -34,6 +34,7 @@ class PipeWireDriver : public CaptureDriver {
     std::string serial;  ///< PipeWire's number of the node, never used twice
     bool isMonitor = false;
     std::vector<PipeWireMode> modes;
+    std::shared_ptr<PipeWireGate> gate;  ///< that it is reached through, if any
   };
 
   PipeWireDriver(CaptureDeviceDescription description, Node node, std::shared_ptr<const PipeWireDefaults> defaults);

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "Platform/Capture/PipeWire/Private/PipeWireGate.h"
 #include "Platform/Foundation/Error.h"
 
 namespace tavrel {
@@ -14,14 +15,15 @@ namespace tavrel {
 class PipeWireLoop {
  public:
   /// A running thread of that name (at most 15 characters). Fails when there is no memory or no thread.
-  static Expected<std::unique_ptr<PipeWireLoop>> create(const char* name);
+  /// With a `gate` it connects through that.
+  static Expected<std::unique_ptr<PipeWireLoop>> create(const char* name, std::shared_ptr<PipeWireGate> gate = nullptr);
   /// Ends the thread and closes the connection. Proxies, streams and listeners must be gone, or die in `stop`'s wake.
   ~PipeWireLoop();
 
   PipeWireLoop(const PipeWireLoop&) = delete;
   PipeWireLoop& operator=(const PipeWireLoop&) = delete;
 
-  /// Fails at once when no daemon listens. With the lock held.
+  /// Fails at once when no daemon listens, or the gate is closed. With the lock held.
   Expected<void> connect();
   void disconnect();
   /// Joins the thread; afterwards no lock is needed.
@@ -60,6 +62,7 @@ class PipeWireLoop {
  private:
   PipeWireLoop() = default;
 
+  std::shared_ptr<PipeWireGate> gate_;
   pw_thread_loop* loop_ = nullptr;
   pw_context* context_ = nullptr;
   pw_core* core_ = nullptr;
