@@ -1,6 +1,7 @@
 // What a movie has beside its pictures and its main sound: chapters, subtitles, a cover, other sounds, languages.
 #include <gmock/gmock.h>
 
+#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "TranscodeTestSupport.h"
@@ -111,6 +112,35 @@ TEST_F(TranscodeContentsTest, IsCarriedOverWhereTheContainerTakesIt) {
       EXPECT_GT(std::stod(level.output.substr(level.output.find(':') + 1)), -24) << track;
     }
   }
+}
+
+TEST_F(TranscodeContentsTest, SubtitlesThatArePicturesStayInMatroska) {
+  // Of Blu-ray: what is shown, its end, and two seconds later nothing, its end. Times are in 1/90000 s.
+  const auto segment = [](int seconds, int kind, const std::string& bytes) {
+    char head[64];
+    std::snprintf(head, sizeof head, "5047%08x00000000%02x%04zx", seconds * 90000, kind, bytes.size() / 2);
+    return head + bytes;
+  };
+  std::string film;
+  for (const int second : {1, 3})
+    film += segment(second, 0x16, second == 1 ? "00a000781000018000000000" : "00a000781000020000000000") +
+            segment(second, 0x80, "");
+  ASSERT_NO_FATAL_FAILURE(makeFilm("plain.mp4", "4", "-c:v libx264 -preset ultrafast -c:a aac"));
+  std::vector<std::uint8_t> bytes;
+  for (std::size_t i = 0; i < film.size(); i += 2)
+    bytes.push_back(static_cast<std::uint8_t>(std::stoi(film.substr(i, 2), nullptr, 16)));
+  writeBytes(file("s.sup"), bytes);
+  ASSERT_EQ(shell("cd " + file("") + " && ffmpeg -v error -i plain.mp4 -i s.sup -map 0 -map 1 -c copy in.mkv").output,
+            "");
+  const auto packets = [&](const char* name) {
+    return probe("-select_streams s -show_entries packet=pts_time,size -of csv=p=0 " + file(name));
+  };
+  ASSERT_EQ(packets("in.mkv").size(), 2U);
+  ASSERT_EQ(tavrel("transcode " + file("in.mkv") + " " + file("a.mkv")).status, 0);
+  EXPECT_EQ(packets("a.mkv"), packets("in.mkv"));
+  const CommandResult refused = tavrel("transcode " + file("in.mkv") + " " + file("a.mp4"));
+  EXPECT_EQ(refused.status, 0);
+  EXPECT_THAT(refused.output, ::testing::HasSubstr(": subtitles (hdmv_pgs_subtitle)\n"));
 }
 
 TEST_F(TranscodeContentsTest, OfAPartIsThatPart) {

@@ -126,9 +126,9 @@ Expected<std::shared_ptr<SampleBuffer>> StoredTrackReader::sampleOf(const AVPack
   if (format_->mediaType == MediaType::subtitle) {
     constexpr int kHeaderOfText = 2;
     const bool isEmpty = format_->codecName == "mov_text" && packet.size <= kHeaderOfText;
-    if (isEmpty || !timing.duration.isNumeric()) return nullptr;
+    if (isEmpty) return nullptr;
     timing.presentationTimeStamp = std::max(timing.presentationTimeStamp, range_.start);
-    timing.duration = std::min(end, range_.end()) - timing.presentationTimeStamp;
+    if (timing.duration.isNumeric()) timing.duration = std::min(end, range_.end()) - timing.presentationTimeStamp;
     timing.decodeTimeStamp = timing.presentationTimeStamp;
   }
   auto sample = SampleBuffer::createPacket(format_, Data(packet.data, packet.data + packet.size), timing,

@@ -176,7 +176,7 @@ bool MovieFile::isFirstFragmentDue(const Track& track) const {
 void MovieFile::release(Track& track, std::int64_t duration) {
   Packet packet = std::move(track.held);
   if (isHeaderWritten_ && !track.stream) return;
-  if (duration <= 0 || duration > kLongestDuration) {
+  if (!track.isSubtitle() && (duration <= 0 || duration > kLongestDuration)) {
     duration = nominalDuration(track.format);
   }
   packet->duration = duration;

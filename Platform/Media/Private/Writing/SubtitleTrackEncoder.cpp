@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "Platform/Media/Private/FFmpegError.h"
@@ -20,9 +21,11 @@ AVCodecID codecOf(const FormatDescription& format) {
   return descriptor && descriptor->type == AVMEDIA_TYPE_SUBTITLE ? descriptor->id : AV_CODEC_ID_NONE;
 }
 
+/// Packets that are each a text with its times.
 bool isText(AVCodecID codec) {
-  const AVCodecDescriptor* const descriptor = avcodec_descriptor_get(codec);
-  return descriptor && (descriptor->props & AV_CODEC_PROP_TEXT_SUB) != 0;
+  constexpr std::array kTexts = {AV_CODEC_ID_SUBRIP, AV_CODEC_ID_ASS, AV_CODEC_ID_WEBVTT, AV_CODEC_ID_TEXT,
+                                 AV_CODEC_ID_MOV_TEXT};
+  return std::find(kTexts.begin(), kTexts.end(), codec) != kTexts.end();
 }
 
 /// What such subtitles are stored as.
@@ -119,7 +122,7 @@ Expected<std::optional<Data>> SubtitleTrackEncoder::converted(const TrackSample&
 }
 
 Expected<void> SubtitleTrackEncoder::encode(const TrackSample& sample) {
-  if (!sample.packet || !sample.duration.isNumeric()) return {};
+  if (!sample.packet) return {};
   const auto text = converted(sample);
   if (!text) return tl::unexpected(text.error());
   if (!*text) return {};
@@ -128,7 +131,8 @@ Expected<void> SubtitleTrackEncoder::encode(const TrackSample& sample) {
     return failure(MediaErrorCode::allocationFailed, "there is no memory left for subtitles");
   std::memcpy(packet->data, (*text)->data(), (*text)->size());
   packet->pts = packet->dts = unitsOf(sample.presentationTime, kTimeBase);
-  packet->duration = unitsOf(sample.duration, kTimeBase);
+  // Pictures stay until the next one.
+  packet->duration = sample.duration.isNumeric() ? unitsOf(sample.duration, kTimeBase) : 0;
   packet->flags |= AV_PKT_FLAG_KEY;
   output_.write(std::move(packet));
   return {};
