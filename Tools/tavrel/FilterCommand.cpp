@@ -38,7 +38,8 @@ class FilterCommand : public Command {
   }
 
   int run() override {
-    TavrelCaptureEffectChain effects = effects_.makeChain();
+    TavrelCaptureEffectChain effects =
+        effects_.areAsked() ? effects_.makeChain() : TavrelCaptureEffectChain(TavrelCaptureEffectChain::Effects());
     return diagnostics_.measure(json_, [&] { return filter(effects); });
   }
 

@@ -164,6 +164,8 @@ bool PngRowWriter::begin(const PngForm& form) {
   if (!info_ || setjmp(png_jmpbuf(png_))) return false;
   png_set_write_fn(png_, const_cast<Sink*>(&sink_), passOn, nullptr);
   png_set_compression_buffer_size(png_, std::size_t{1} << 18);
+  // Files are a hundredth larger than with zlib's default, in little more than half the time.
+  png_set_compression_level(png_, 5);
   png_set_IHDR(png_, info_, static_cast<png_uint_32>(form.width), static_cast<png_uint_32>(form.height),
                form.isDeep ? 16 : 8, form.isOpaque ? PNG_COLOR_TYPE_RGB : PNG_COLOR_TYPE_RGBA, PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);

@@ -40,6 +40,12 @@ TEST_F(FilterCommandTest, EffectsAreAppliedInTheOrderGiven) {
   EXPECT_EQ(largestDifference(output("out.png"), source_), 0);
 }
 
+TEST_F(FilterCommandTest, GraphicsAreOpenedForEffectsOnly) {
+  const std::string command = "TAVREL_GPU=no-such " + std::string(TAVREL_PROGRAM) + " filter " + file("in.png") + " ";
+  EXPECT_EQ(test::shell(command + file("out.png")).status, 0);
+  EXPECT_EQ(test::shell(command + file("other.png") + " --mirror").status, 1);
+}
+
 TEST_F(FilterCommandTest, StickersTablesAndLevels) {
   const std::string files = file("in.png") + " " + file("out.png");
   const Picture sticker = test::distinctPicture(4, 2);
