@@ -41,7 +41,11 @@ GLuint compiled(GLenum type, const char* source) {
   return shader;
 }
 
+// NOLINTBEGIN(performance-no-int-to-ptr): GL takes offsets as pointers, and ImGui textures.
 const void* offset(std::size_t bytes) { return reinterpret_cast<const void*>(bytes); }
+
+ImTextureID identityOf(GLuint name) { return reinterpret_cast<ImTextureID>(static_cast<std::uintptr_t>(name)); }
+// NOLINTEND(performance-no-int-to-ptr)
 
 GLuint nameOf(ImTextureID texture) { return static_cast<GLuint>(reinterpret_cast<std::uintptr_t>(texture)); }
 
@@ -65,9 +69,7 @@ WindowTexture::~WindowTexture() {
   glDeleteTextures(1, &name_);
 }
 
-ImTextureID WindowTexture::identity() const {
-  return reinterpret_cast<ImTextureID>(static_cast<std::uintptr_t>(name_));
-}
+ImTextureID WindowTexture::identity() const { return identityOf(name_); }
 
 Expected<std::unique_ptr<PanelRenderer>> PanelRenderer::create() {
   const GLDriverLock lock;
