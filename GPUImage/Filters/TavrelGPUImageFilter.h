@@ -4,6 +4,7 @@
 
 #include <array>
 #include <concepts>
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <initializer_list>
@@ -76,6 +77,8 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   /// it; not on the video-processing queue.
   static void prepareChain(const Chain& filters, Size frameSize, const std::function<void()>& sendPictures,
                            bool areFramesComing);
+  /// How many programs of several filters were made in this process. Any thread.
+  static std::size_t fusedProgramCount();
 
   /// Called with the output size after the input size has changed.
   virtual void setupFilterForSize(Size) {}

@@ -3,6 +3,7 @@
 #include "GPUImage/Filters/Private/FilterImplementation.h"
 #include "GPUImage/Private/FramebufferContents.h"
 #include "GPUImage/Private/Rehearsal.h"
+#include "GPUImage/Private/StageProgram.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
@@ -41,6 +42,8 @@ TavrelGPUImageFramebufferLease framebufferOf(Size size) {
 }
 
 }  // namespace
+
+std::size_t TavrelGPUImageFilter::fusedProgramCount() { return StageProgram::count(); }
 
 bool TavrelGPUImageFilter::canRehearse() const {
   const Implementation& state = *implementation_;

@@ -33,7 +33,7 @@ class StageProgram {
   /// What `of` would compile. The textures' samplers are in the order of the stages, the source's first.
   static PrecompiledProgram described(std::span<const Stage> stages, std::size_t placeCount);
   /// How many were made. Any thread.
-  TAVREL_API static std::size_t count();
+  static std::size_t count();
 
   const std::shared_ptr<TavrelGLProgram>& program() const { return program_; }
   GLint source() const { return source_; }

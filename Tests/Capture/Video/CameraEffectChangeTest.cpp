@@ -1,4 +1,3 @@
-#include "GPUImage/Private/StageProgram.h"
 #include "Support/CameraTestSupport.h"
 
 namespace tavrel {
@@ -29,7 +28,7 @@ class ProgramWatch : public TavrelCameraDelegate {
   void didGetProcessedFramebuffer(TavrelCamera&, const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer,
                                   const SampleTiming&) override {
     framebuffer->texture();  // drawn
-    programs = StageProgram::count();
+    programs = TavrelGPUImageFilter::fusedProgramCount();
     ++frames;
   }
 
@@ -52,9 +51,9 @@ TEST_F(CameraTest, NoFrameWaitsForTheProgramsOfItsEffects) {
 
   for (const char* const blue : {"0.25", "0.375", "0.5"}) {
     const auto effect = std::make_shared<Shaded>(blue);
-    const std::size_t before = StageProgram::count();
+    const std::size_t before = TavrelGPUImageFilter::fusedProgramCount();
     camera_->setCaptureEffects({effect, std::make_shared<TavrelFaceBeautyCaptureEffect>(), effect});
-    const std::size_t prepared = StageProgram::count();
+    const std::size_t prepared = TavrelGPUImageFilter::fusedProgramCount();
     ASSERT_TRUE(framesPass());
     EXPECT_EQ(watch->programs, prepared) << "none is made for a frame, after " << before;
     const char* const choice = std::getenv("TAVREL_FUSE");

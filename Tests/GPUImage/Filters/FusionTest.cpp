@@ -10,7 +10,6 @@
 #include <random>
 #include <string>
 
-#include "GPUImage/Private/StageProgram.h"
 #include "Support/GraphTestSupport.h"
 
 namespace tavrel {
@@ -341,7 +340,7 @@ TEST_F(Fusion, ProgramsAreMadeBeforeTheFirstFrameAndNothingIsSeenOfIt) {
   const Picture source = test::distinctPicture(40, 30);
 
   ASSERT_TRUE(TavrelTracing::start().has_value());
-  const std::size_t before = StageProgram::count();
+  const std::size_t before = TavrelGPUImageFilter::fusedProgramCount();
   for (const bool areFramesComing : {true, false}) {
     TavrelGPUImageFilter::prepareChain(
         chain, kSize, [&] { blend.pictures.front()->processImage(); }, areFramesComing);
@@ -349,14 +348,14 @@ TEST_F(Fusion, ProgramsAreMadeBeforeTheFirstFrameAndNothingIsSeenOfIt) {
   ASSERT_TRUE(TavrelTracing::stop().has_value());
   EXPECT_TRUE(TavrelTracing::statistics().nodes.empty());
   EXPECT_EQ(blocks, 0);
-  const std::size_t made = StageProgram::count();
+  const std::size_t made = TavrelGPUImageFilter::fusedProgramCount();
   EXPECT_EQ(made - before, 2U) << "with the sticker and without";
 
   tint->addTarget(blend.fused, 0);
   blend.fused->addTarget(watched);
   blend.pictures.front()->processImage();
   const Picture fused = shown(source, tint, watched);
-  EXPECT_EQ(StageProgram::count(), made);
+  EXPECT_EQ(TavrelGPUImageFilter::fusedProgramCount(), made);
   EXPECT_EQ(blocks, 1);
   const auto alone = std::make_shared<Alone<TavrelGPUImageFilter>>();
   const auto aloneTint = std::make_shared<Alone<TavrelGPUImageFilter>>(
