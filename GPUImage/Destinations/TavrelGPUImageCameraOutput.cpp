@@ -85,6 +85,7 @@ class CameraOutput : public TavrelGPUImageCameraOutput {
   }
 
   bool hasReaders() const override { return shared_->feed->hasReaders(); }
+  int readerCount() const override { return shared_->feed->readerCount(); }
   void setReadersHandler(std::function<void(bool)> handler) override {
     shared_->readersHandler.set(std::move(handler));
     // Those that came before are told of, too.

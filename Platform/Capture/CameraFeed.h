@@ -58,6 +58,8 @@ class CameraFeed {
 
   /// Whether anybody takes pictures; a video node does not tell, and counts as read. Any thread.
   virtual bool hasReaders() const = 0;
+  /// How many take pictures, as far as it is known; a video node counts as one. Any thread.
+  virtual int readerCount() const = 0;
   /// Makes a BGRA picture of the feed's size the latest one. Any thread; returns at once.
   virtual void show(std::shared_ptr<const PixelBufferSnapshot> picture) = 0;
   /// Any thread.

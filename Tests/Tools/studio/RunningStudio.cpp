@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <csignal>
@@ -42,7 +43,9 @@ RunningStudio::RunningStudio(const std::string& folder, const std::vector<std::s
     _exit(127);
   }
   // Without a window manager, a window has the keyboard when it is given it.
-  if (shows("picture")) {
+  const bool isOnX11 = std::ranges::none_of(
+      environment, [](const std::string& variable) { return variable.starts_with("WAYLAND_DISPLAY"); });
+  if (shows("picture") && isOnX11) {
     EXPECT_TRUE(UIVirtualScreen::xdotool("search --sync --onlyvisible --name '" + std::string(kTitle) +
                                          "' windowfocus --sync"));
   }

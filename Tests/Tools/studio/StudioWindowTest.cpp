@@ -1,11 +1,13 @@
 // The studio as people use it: with mouse and keys, in a window under Xvfb.
 #include <cmath>
 #include <fstream>
+#include <thread>
 
 #include "DesktopClient.h"
 #include "Model/Layout.h"
 #include "Model/Settings.h"
 #include "RunningStudio.h"
+#include "Support/CapturePeers.h"
 #include "Tools/tavrel/ProgramTestSupport.h"
 
 namespace tavrel::studio {
@@ -238,6 +240,44 @@ TEST_F(StudioWindowTest, EverythingIsInReachInASmallWindowAndOnAFineDisplay) {
   EXPECT_NEAR(button.size.height / usualHeight, 2, 0.1);
   EXPECT_LE(fine->placeOf("Still picture").maxX(), 1280);
   ASSERT_TRUE(fine->click("page/Statistics") && fine->shows("graph"));
+}
+
+TEST_F(StudioWindowTest, WithoutACameraADrawnOneIsShownAndSaid) {
+  settings_.camera = "";
+  settings_.microphone = "default";
+  const auto studio = start({}, {"TAVREL_CAPTURE=auto", "XDG_RUNTIME_DIR=" + file("")});
+  EXPECT_TRUE(studio->becomes([](const json& now) {
+    return now["message"].get<std::string>().find("a drawn one is shown") != std::string::npos &&
+           now["camera"].get<std::string>().starts_with("virtual:");
+  }));
+}
+
+TEST_F(StudioWindowTest, RunsOnWayland) {
+  // A compositor with a mouse, in a window of the virtual screen.
+  const std::string folder = file("runtime");
+  std::filesystem::create_directory(folder);
+  std::filesystem::permissions(folder, std::filesystem::perms::owner_all);
+  const test::PeerProcess compositor("XDG_RUNTIME_DIR=" + folder +
+                                     " weston --no-config --backend=x11-backend.so --use-pixman --socket=wayland-test"
+                                     " --width=1380 --height=880 > /dev/null 2>&1");
+  for (int i = 0; i < 1000 && !std::filesystem::exists(folder + "/wayland-test"); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  ASSERT_TRUE(std::filesystem::exists(folder + "/wayland-test")) << "the compositor does not start (package weston)";
+  const auto studio =
+      start({}, {"DISPLAY=", "SDL_VIDEODRIVER=wayland", "WAYLAND_DISPLAY=wayland-test", "XDG_RUNTIME_DIR=" + folder});
+  EXPECT_TRUE(studio->becomes([](const json& now) { return now["processed"] > 5 && now["widgets"].size() > 10; }));
+  // Where the window lies is the compositor's secret; most of it is the camera's grey.
+  bool isSeen = false;
+  for (int i = 0; i < 100 && !isSeen; ++i) {
+    const Picture seen = screen_.screenshot();
+    int grey = 0;
+    for (int y = 0; y < seen.height; y += 10) {
+      for (int x = 0; x < seen.width; x += 10) grey += isGrey(seen.at(x, y)) ? 1 : 0;
+    }
+    isSeen = grey > 3000;
+  }
+  EXPECT_TRUE(isSeen);
 }
 
 TEST_F(StudioWindowTest, WhatKeepsTheWindowFromOpeningIsSaid) {

@@ -24,8 +24,9 @@ void CameraForOthers::start(const std::string& name, Size size, double framesPer
 }
 
 std::string CameraForOthers::readersText() const {
-  if (!output_ || !output_->hasReaders()) return "nobody reads it";
-  return "it is read";
+  const int count = output_ ? output_->readerCount() : 0;
+  if (count == 0) return "nobody reads it";
+  return count == 1 ? "one program reads it" : fmt::format("{} programs read it", count);
 }
 
 }  // namespace tavrel::studio

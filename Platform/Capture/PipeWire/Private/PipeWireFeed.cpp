@@ -143,11 +143,15 @@ Expected<void> PipeWireFeed::connect() {
   const auto flags = static_cast<pw_stream_flags>(PW_STREAM_FLAG_DRIVER | PW_STREAM_FLAG_MAP_BUFFERS);
   const int result = pw_stream_connect(stream_, PW_DIRECTION_OUTPUT, PW_ID_ANY, flags, parameters.data(),
                                        static_cast<std::uint32_t>(parameters.size()));
-  if (result >= 0) return {};
+  if (result >= 0) {
+    links_.start(loop_->core(), stream_);
+    return {};
+  }
   return failure("posix", -result, fmt::format("PipeWire does not take the camera \"{}\"", description_.name));
 }
 
 void PipeWireFeed::disconnect() {
+  links_.stop();
   if (stream_) pw_stream_destroy(std::exchange(stream_, nullptr));
   if (coreListener_.link.next) spa_hook_remove(&coreListener_);
   coreListener_ = {};

@@ -8,6 +8,7 @@
 
 #include "Platform/Capture/CameraFeed.h"
 #include "Platform/Capture/PipeWire/Private/PipeWireHandles.h"
+#include "Platform/Capture/PipeWire/Private/PipeWireLinks.h"
 #include "Platform/Capture/Private/FeedPictures.h"
 
 namespace tavrel {
@@ -20,6 +21,7 @@ class PipeWireFeed : public CameraFeed {
   ~PipeWireFeed() override;
 
   bool hasReaders() const override { return isRead_; }
+  int readerCount() const override { return isRead_ ? links_.count() : 0; }
   void show(std::shared_ptr<const PixelBufferSnapshot> picture) override;
   Counts counts() const override { return pictures_.counts(); }
 
@@ -46,6 +48,7 @@ class PipeWireFeed : public CameraFeed {
   const Events events_;
   FeedPictures pictures_;
   std::atomic<bool> isRead_ = false;
+  PipeWireLinks links_;
   std::unique_ptr<PipeWireLoop> loop_;
   spa_source* due_ = nullptr;    // timer: a picture is due
   spa_source* retry_ = nullptr;  // timer: the daemon is to be looked for

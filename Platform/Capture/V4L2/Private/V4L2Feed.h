@@ -25,6 +25,7 @@ class V4L2Feed : public CameraFeed {
   ~V4L2Feed() override;
 
   bool hasReaders() const override;
+  int readerCount() const override { return hasReaders() ? 1 : 0; }
   void show(std::shared_ptr<const PixelBufferSnapshot> picture) override;
   Counts counts() const override { return pictures_.counts(); }
 

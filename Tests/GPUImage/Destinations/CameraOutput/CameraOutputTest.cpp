@@ -151,8 +151,14 @@ TEST_F(CameraOutputTest, DrawsOnlyForReaders) {
   // Nothing of what came before it.
   EXPECT_TRUE(shows(bytesIn(file("seen")), 0, blocks(7)));
   EXPECT_TRUE(output_->enabled());
+  EXPECT_TRUE(eventually([&] { return output_->readerCount() == 1; })) << output_->readerCount();
+  auto second = startReader("second");
+  EXPECT_TRUE(eventually([&] { return output_->readerCount() == 2; })) << output_->readerCount();
+  second->kill();
+  EXPECT_TRUE(eventually([&] { return output_->readerCount() == 1; })) << output_->readerCount();
   reader->kill();
   ASSERT_TRUE(eventually([&] { return !output_->hasReaders(); }));
+  EXPECT_EQ(output_->readerCount(), 0);
   EXPECT_FALSE(output_->enabled());
   ASSERT_TRUE(eventually([&] {
     RunLoop::main().runFor(1ms);
