@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cmath>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <thread>
 
@@ -28,6 +29,7 @@ std::string at(Point point) {
 RunningStudio::RunningStudio(const std::string& folder, const std::vector<std::string>& arguments,
                              const std::vector<std::string>& environment)
     : stateFile_(folder + "/state.json") {
+  std::filesystem::remove(stateFile_);  // of one that ran here before
   std::vector<std::string> words = {"env", "HOME=" + folder, "XDG_CONFIG_HOME=" + folder,
                                     "TAVREL_STUDIO_STATE=" + stateFile_};
   words.insert(words.end(), environment.begin(), environment.end());
