@@ -18,10 +18,10 @@ namespace tavrel {
 /// A reader that stops reading misses pictures and holds nobody up. What a new reader sees first is a new frame.
 ///
 /// A PipeWire camera serves several readers, in the layout that the first one takes. A loopback node (v4l2loopback)
-/// takes the first layout that it can have, and does not tell who reads: it counts as read by one. Any thread; frames come on
-/// the video-processing queue, handlers are called on the main thread: the readers' when the first one comes and the
-/// last one leaves, and at once if there is one. `sentFrames` counts repetitions, too. `create`
-/// fails with `CaptureErrorCode::invalidConfiguration`, and when there is no such service, node or GL context.
+/// takes the first layout that it can have, and does not tell who reads: it counts as read by one. Any thread; frames
+/// come on the video-processing queue, handlers are called on the main thread: the readers' when the first one comes
+/// and the last one leaves, and at once if there is one. `sentFrames` counts repetitions, too. `create` fails with
+/// `CaptureErrorCode::invalidConfiguration`, and when there is no such service, node or GL context.
 class TAVREL_API TavrelGPUImageCameraOutput : public TavrelGPUImageInput {
  public:
   struct Configuration {
