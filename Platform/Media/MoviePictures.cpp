@@ -194,7 +194,7 @@ Expected<std::shared_ptr<ImageSource>> createMoviePictures(const std::shared_ptr
   return pictures->readStructure().map([&] { return std::shared_ptr<ImageSource>(pictures); });
 }
 
-Expected<std::shared_ptr<ImageSource>> createPictures(std::shared_ptr<DataProvider> data, std::string name) {
+Expected<std::shared_ptr<ImageSource>> createPictures(const std::shared_ptr<DataProvider>& data, std::string name) {
   auto source = ImageSource::create(data, name);
   if (source || source.error().code != static_cast<std::int64_t>(ImagingErrorCode::unknownFormat)) return source;
   auto movie = createMoviePictures(data, std::move(name));

@@ -19,7 +19,7 @@ TAVREL_API Expected<std::shared_ptr<ImageSource>> createMoviePictures(const std:
 
 /// The images that `ImageSource` reads, or else the frames of a movie. If the bytes are neither, fails as
 /// `ImageSource`.
-TAVREL_API Expected<std::shared_ptr<ImageSource>> createPictures(std::shared_ptr<DataProvider> data,
+TAVREL_API Expected<std::shared_ptr<ImageSource>> createPictures(const std::shared_ptr<DataProvider>& data,
                                                                  std::string name = "the data");
 
 }  // namespace tavrel

@@ -11,7 +11,7 @@ namespace {
 using namespace std::chrono_literals;
 
 void copyText(std::uint8_t* to, std::size_t size, const std::string& text) {
-  std::memcpy(to, text.data(), std::min(size - 1, text.size()));
+  std::copy_n(text.data(), std::min(size - 1, text.size()), to);
 }
 
 std::uint32_t bytesPerPixel(std::uint32_t pixelFormat) {

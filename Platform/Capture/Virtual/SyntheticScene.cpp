@@ -92,7 +92,7 @@ std::shared_ptr<BgraPicture> sharedPortrait(const PortraitColors& colors, int wi
     const BgraCanvas canvas = drawn.picture->canvas();
     if (drawn.colors == &colors && canvas.width == width && canvas.height == height) return drawn.picture;
   }
-  const auto picture = std::make_shared<BgraPicture>();
+  auto picture = std::make_shared<BgraPicture>();
   picture->resize(width, height);
   drawPortrait(picture->canvas(), colors);
   latest.push_front({&colors, picture});

@@ -55,7 +55,7 @@ bool refuses(const AVCodecContext& context, const AVFrame* frame) {
 
 FakeDevice::FakeDevice(Behaviour behaviour) {
   const std::lock_guard lock(mutex);
-  present = behaviour;
+  present = std::move(behaviour);
   taken = 0;
   areColorsSeen = false;
   lastNode.clear();

@@ -52,7 +52,8 @@ class StudioWindowTest : public test::ProgramTest {
     EXPECT_TRUE(RunningStudio::press("r"));
     EXPECT_TRUE(studio.becomes([](const json& now) { return now["recording"] == true && now["written"] >= 8; }));
     EXPECT_TRUE(RunningStudio::press("r"));
-    EXPECT_TRUE(studio.becomes([](const json& now) { return now["recording"] == false && now["file"] != ""; }));
+    EXPECT_TRUE(studio.becomes(
+        [](const json& now) { return now["recording"] == false && !now["file"].get<std::string>().empty(); }));
     return studio.state()["file"];
   }
   /// The last frame of a movie, by another program.

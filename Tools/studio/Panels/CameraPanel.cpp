@@ -13,6 +13,7 @@ namespace {
 
 std::vector<std::string> namesOf(const std::vector<DeviceChoice>& devices) {
   std::vector<std::string> names;
+  names.reserve(devices.size());
   for (const DeviceChoice& device : devices) names.push_back(device.name);
   return names;
 }
@@ -98,6 +99,7 @@ void CameraPanel::chooseFormat() {
   const auto device = recorder ? deviceOf(*recorder->camera()) : nullptr;
   const std::vector<Size> sizes = sizesOf(device.get());
   std::vector<std::string> names;
+  names.reserve(sizes.size());
   for (const Size size : sizes) names.push_back(sizeName(size));
   const Settings& settings = studio_.settings();
   auto current = static_cast<int>(std::ranges::find(sizes, settings.size) - sizes.begin());
