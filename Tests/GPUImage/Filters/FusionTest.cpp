@@ -1,176 +1,14 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <random>
 #include <string>
 
-#include "Support/GraphTestSupport.h"
+#include "GPUImage/Filters/FusionTestSupport.h"
 
-namespace tavrel {
+namespace tavrel::test {
 namespace {
-
-using test::largestDifference;
-using test::Picture;
-using test::Pixel;
-
-/// The same filter, of a class that the library does not know and that therefore draws by itself.
-template <typename Filter>
-class Alone : public Filter {
- public:
-  using Filter::Filter;
-};
-
-using Node = std::shared_ptr<TavrelGPUImageFilter>;
-
-/// The same filter twice: to be drawn with others, and alone.
-struct Pair {
-  Node fused, alone;
-  std::vector<std::shared_ptr<TavrelGPUImagePicture>> pictures = {};
-};
-
-template <typename Filter, typename... Arguments>
-Pair make(const std::function<void(Filter&)>& set, Arguments... arguments) {
-  const auto fused = std::make_shared<Filter>(arguments...);
-  const auto alone = std::make_shared<Alone<Filter>>(arguments...);
-  set(*fused);
-  set(*alone);
-  return {fused, alone};
-}
-
-/// Gives both of them the picture as second input, at once or placed on a frame of `size`.
-Pair withSecond(Pair pair, const std::shared_ptr<Image>& image, Size size = {}, const Rect& place = {}) {
-  for (const Node& filter : {pair.fused, pair.alone}) {
-    const auto& picture = pair.pictures.emplace_back(std::make_shared<TavrelGPUImagePicture>(image));
-    if (isZero(size)) {
-      picture->addTarget(filter, 1);
-    } else {
-      const auto placement = std::make_shared<TavrelGPUImagePlacementFilter>();
-      placement->setAffineTransform(TavrelGetTransform(place, size, 0.3F));
-      placement->forceProcessingAtSize(size);
-      picture->addTarget(placement);
-      placement->addTarget(filter, 1);
-    }
-    picture->processImage();
-  }
-  return pair;
-}
-
-/// A table that bends colours, so that an error of a step before it grows.
-std::shared_ptr<Image> table() {
-  return test::imageOf({512, 512, [](int x, int y) {
-                          const int r = x % 64, g = y % 64, b = y / 64 * 8 + x / 64;
-                          return Pixel{r * r / 16, 255 - g * 4, std::min(255, b * 6)};
-                        }});
-}
-
-/// Curves before a lattice, which mix colours without making steps larger.
-std::shared_ptr<const ColorTable> colorTable() {
-  const auto file = std::filesystem::temp_directory_path() / ("tavrel-fusion-" + std::to_string(getpid()) + ".cube");
-  std::ofstream text(file);
-  text << "LUT_1D_SIZE 5\nLUT_3D_SIZE 4\n";
-  for (const double x : {0.0, 0.25, 0.5, 0.75, 1.0})
-    text << x * (1 - x / 4) << ' ' << x * x / 2 << ' ' << 1 - x << '\n';
-  for (int i = 0; i < 64; ++i) {
-    const auto level = [i](int step) { return i / step % 4 / 3.0; };
-    text << level(1) * level(4) / 2 << ' ' << 1 - level(4) << ' ' << (level(16) - level(1)) / 2 + 0.5 << '\n';
-  }
-  text.close();
-  const auto lookup = TavrelLookupTableFromFile(file);
-  std::filesystem::remove(file);
-  return lookup ? lookup->table : nullptr;
-}
-
-std::shared_ptr<Image> sticker() {
-  return test::imageOf({9, 7, [](int x, int y) { return Pixel{20 * x, 30 * y, 200, 25 * x + 10 * y}; }});
-}
-
-/// What the chain makes of a frame of a moving picture.
-Picture shown(const Picture& source, const Node& first, const Node& last) {
-  const auto input = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
-  input->addTarget(first, 0);
-  last->useNextFrameForImageCapture();
-  input->processCVPixelBuffer(test::pixelBufferOf(source), MediaTime::make(1, 30), true);
-  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
-  const std::shared_ptr<Image> image = last->newCGImageFromCurrentlyProcessedOutput();
-  input->removeAllTargets();
-  return image ? test::pictureOf(*image) : Picture();
-}
-
-constexpr const char* kTintShader =
-    "varying highp vec2 textureCoordinate; uniform sampler2D inputImageTexture; void main() { gl_FragColor = "
-    "vec4(texture2D(inputImageTexture, textureCoordinate).r, 0.0, 1.0, 1.0); }";
-
-class Chains : public ::testing::TestWithParam<int> {
- protected:
-  int below(int limit) { return std::uniform_int_distribution<int>(0, limit - 1)(random_); }
-
-  /// Some filter for frames of `size`, which becomes that of its output.
-  Pair filterFor(Size& size) {
-    switch (below(TavrelGPUImageColorTableFilter::isSupported() ? 9 : 8)) {
-      case 0: {
-        const Rect region = {{below(3) / size.width, below(3) / size.height},
-                             {(size.width - 3) / size.width, (size.height - 4) / size.height}};
-        size = {size.width - 3, size.height - 4};
-        return make<TavrelGPUImageCropFilter>([](auto&) {}, region);
-      }
-      case 1: {
-        const auto mode = static_cast<TavrelGPUImageRotationMode>(below(8));
-        size = TavrelGPUImageRotatedSize(size, mode);
-        return make<TavrelGPUImageRotationFilter>([](auto&) {}, mode);
-      }
-      case 2: {
-        const double x = below(2) ? 1 : -1, y = below(2) ? 1 : -1;
-        return make<TavrelGPUImageTransformFilter>(
-            [=](auto& filter) { filter.setAffineTransform(AffineTransform::makeScale(x, y)); });
-      }
-      case 3:
-        return withSecond(make<TavrelGPUImageLookupFilter>([](auto& filter) { filter.setIntensity(0.8); }), table());
-      case 4: {
-        const Rect place = {{static_cast<double>(below(20)), static_cast<double>(below(15))}, {12, 9}};
-        return withSecond(make<TavrelGPUImageAlphaBlendFilter>([](auto& filter) { filter.setMix(1); }), sticker(), size,
-                          place);
-      }
-      case 5:
-        return make<TavrelGPUImageFilter>(
-            [](auto& filter) { filter.setFloat(0.7F, "level"); },
-            "varying highp vec2 textureCoordinate; uniform sampler2D inputImageTexture; uniform highp float level; "
-            "const highp vec3 kTint = vec3(0.9, 1.0, 0.8); highp vec3 toned(highp vec3 c) { return c * kTint; } void "
-            "main() { highp vec4 color = texture2D(inputImageTexture, textureCoordinate); gl_FragColor = "
-            "vec4(toned(color.rgb) * mix(1.0, level, textureCoordinate.x), color.a); }");
-      case 6: return make<TavrelGPUImageBeautifyFilter>([](auto& filter) { filter.setBrightLevel(0.6); });
-      case 7: return make<TavrelGPUImageFilter>([](auto&) {});
-      default:
-        return make<TavrelGPUImageColorTableFilter>([](auto& filter) { filter.setIntensity(0.9); }, colorTable());
-    }
-  }
-
-  std::mt19937 random_{static_cast<unsigned>(GetParam())};
-};
-
-TEST_P(Chains, AreTheSamePictureDrawnAtOnceOrOneByOne) {
-  const Picture source = {61, 47, [](int x, int y) { return Pixel{4 * x, 5 * y, (3 * x + 2 * y) % 256, 255}; }};
-  for (int repetition = 0; repetition < 6; ++repetition) {
-    Size size = {static_cast<double>(source.width), static_cast<double>(source.height)};
-    std::vector<Pair> chain;
-    const int count = 2 + below(7);
-    for (int i = 0; i < count; ++i) {
-      chain.push_back(filterFor(size));
-      if (i == 0) continue;
-      chain[chain.size() - 2].fused->addTarget(chain.back().fused, 0);
-      chain[chain.size() - 2].alone->addTarget(chain.back().alone, 0);
-    }
-    const Picture fused = shown(source, chain.front().fused, chain.back().fused);
-    const Picture alone = shown(source, chain.front().alone, chain.back().alone);
-    ASSERT_EQ(alone.width, size.width);
-    EXPECT_LE(largestDifference(fused, alone), 1) << "a chain of " << count;
-  }
-}
 
 class Fusion : public ::testing::Test {
  protected:
@@ -190,9 +28,9 @@ TEST_F(Fusion, AChainOfEightIsOneDrawAndHoldsFewFramebuffers) {
     if (i > 0) chain[chain.size() - 2]->addTarget(chain.back());
   }
   input->addTarget(chain.front());
-  const auto target = std::make_shared<test::RecordingTarget>();
+  const auto target = std::make_shared<RecordingTarget>();
   chain.back()->addTarget(target);
-  const auto buffer = test::pixelBufferOf(test::distinctPicture(64, 48));
+  const auto buffer = pixelBufferOf(distinctPicture(64, 48));
 
   TavrelGPUImageContext::sharedFramebufferCache()->purgeAllUnassignedFramebuffers();
   TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
@@ -225,10 +63,10 @@ TEST_F(Fusion, ATableIsDrawnWithTheFiltersAroundIt) {
   first->addTarget(table);
   table->addTarget(last);
   TavrelGPUImageContext::sharedFramebufferCache()->purgeAllUnassignedFramebuffers();
-  const Picture whole = shown(test::distinctPicture(64, 48), first, last);
+  const Picture whole = shown(distinctPicture(64, 48), first, last);
   EXPECT_EQ(whole.width, 64);
   ASSERT_TRUE(TavrelTracing::start().has_value());
-  for (int i = 0; i < 5; ++i) shown(test::distinctPicture(64, 48), first, last);
+  for (int i = 0; i < 5; ++i) shown(distinctPicture(64, 48), first, last);
   ASSERT_TRUE(TavrelTracing::stop().has_value());
   std::uint64_t drawings = 0;
   const TavrelGraphStatistics statistics = TavrelTracing::statistics();
@@ -258,7 +96,7 @@ TEST(Memory, AFullSizeChainOfEightHoldsThreeFramebuffersOfItsSize) {
   TavrelGPUImageContext::sharedFramebufferCache()->purgeAllUnassignedFramebuffers();
   TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
   const std::int64_t ownedBefore = TavrelGPUImageFramebuffer::ownedCount();
-  const auto buffer = test::pixelBufferOf({kWidth, kHeight, [](int, int) { return Pixel{90, 120, 60, 255}; }});
+  const auto buffer = pixelBufferOf({kWidth, kHeight, [](int, int) { return Pixel{90, 120, 60, 255}; }});
   for (int frame = 0; frame < 3; ++frame) {
     input->processCVPixelBuffer(buffer, MediaTime::make(frame, 30), true);
     TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
@@ -273,7 +111,7 @@ TEST_F(Fusion, AStillIsPlacedOnceUntilItChanges) {
   const auto picture = std::make_shared<TavrelGPUImagePicture>(sticker());
   const auto placement = std::make_shared<TavrelGPUImagePlacementFilter>();
   placement->forceProcessingAtSize(kSize);
-  const auto target = std::make_shared<test::RecordingTarget>();
+  const auto target = std::make_shared<RecordingTarget>();
   placement->addTarget(target);
   picture->addTarget(placement);
   // Locked, so that another drawing must be another framebuffer.
@@ -299,7 +137,7 @@ TEST_F(Fusion, AStillIsPlacedOnceUntilItChanges) {
 }
 
 TEST_F(Fusion, AFrameThatWaitsForTheOtherInputIsDrawnBefore) {
-  const Picture shownFirst = test::distinctPicture(16, 12);
+  const Picture shownFirst = distinctPicture(16, 12);
   const auto first = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
   const auto second = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
   const auto copy = std::make_shared<TavrelGPUImageFilter>();
@@ -309,7 +147,7 @@ TEST_F(Fusion, AFrameThatWaitsForTheOtherInputIsDrawnBefore) {
   copy->addTarget(blend, 0);
   second->addTarget(blend, 1);
   blend->useNextFrameForImageCapture();
-  const auto buffer = test::pixelBufferOf(shownFirst);
+  const auto buffer = pixelBufferOf(shownFirst);
   first->processCVPixelBuffer(buffer, MediaTime::make(1, 30), true);
   TavrelRunSynchronouslyOnVideoProcessingQueue([] {
     TavrelGPUImageContext::useImageProcessingContext();
@@ -319,11 +157,11 @@ TEST_F(Fusion, AFrameThatWaitsForTheOtherInputIsDrawnBefore) {
   buffer->lockBaseAddress(PixelBufferLock::readWrite);
   std::fill_n(buffer->baseAddress(), buffer->bytesPerRow() * buffer->height(), std::uint8_t{0});
   buffer->unlockBaseAddress(PixelBufferLock::readWrite);
-  second->processCVPixelBuffer(test::pixelBufferOf(test::distinctPicture(16, 12)), MediaTime::make(1, 30), true);
+  second->processCVPixelBuffer(pixelBufferOf(distinctPicture(16, 12)), MediaTime::make(1, 30), true);
   TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
   const auto image = blend->newCGImageFromCurrentlyProcessedOutput();
   ASSERT_TRUE(image);
-  EXPECT_EQ(largestDifference(test::pictureOf(*image), shownFirst), 0);
+  EXPECT_EQ(largestDifference(pictureOf(*image), shownFirst), 0);
 }
 
 TEST_F(Fusion, ProgramsAreMadeBeforeTheFirstFrameAndNothingIsSeenOfIt) {
@@ -337,7 +175,7 @@ TEST_F(Fusion, ProgramsAreMadeBeforeTheFirstFrameAndNothingIsSeenOfIt) {
   int blocks = 0;
   watched->setFrameProcessingCompletionBlock([&](TavrelGPUImageOutput&, MediaTime) { ++blocks; });
   const TavrelGPUImageFilter::Chain chain = {tint, blend.fused, watched};
-  const Picture source = test::distinctPicture(40, 30);
+  const Picture source = distinctPicture(40, 30);
 
   ASSERT_TRUE(TavrelTracing::start().has_value());
   const std::size_t before = TavrelGPUImageFilter::fusedProgramCount();
@@ -379,7 +217,7 @@ class Counting : public TavrelGPUImageFilter {
 };
 
 TEST_F(Fusion, WhoeverReadsAFrameFindsItDrawn) {
-  const Picture source = test::distinctPicture(20, 10);
+  const Picture source = distinctPicture(20, 10);
   const Picture tinted = {20, 10, [&](int x, int y) { return Pixel{source.at(x, y).r, 0, 255, 255}; }};
   const auto input = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
   const auto tint = std::make_shared<TavrelGPUImageFilter>(kTintShader);
@@ -390,7 +228,7 @@ TEST_F(Fusion, WhoeverReadsAFrameFindsItDrawn) {
   copy->setFrameProcessingCompletionBlock([&](TavrelGPUImageOutput& output, MediaTime) {
     const TavrelGPUImageFramebufferLease frame(output.framebufferForOutput());
     frame.get()->lock();  // which the image ends
-    seen = test::pictureOf(*frame.get()->newCGImageFromFramebufferContents());
+    seen = pictureOf(*frame.get()->newCGImageFromFramebufferContents());
   });
   const auto left = std::make_shared<TavrelGPUImageFilter>(), right = std::make_shared<TavrelGPUImageFilter>();
   input->addTarget(tint);
@@ -400,14 +238,14 @@ TEST_F(Fusion, WhoeverReadsAFrameFindsItDrawn) {
   copy->addTarget(right);
   left->useNextFrameForImageCapture();
   right->useNextFrameForImageCapture();
-  input->processCVPixelBuffer(test::pixelBufferOf(source), MediaTime::make(1, 30), true);
+  input->processCVPixelBuffer(pixelBufferOf(source), MediaTime::make(1, 30), true);
   TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
   EXPECT_EQ(own->draws, 1);
   EXPECT_EQ(largestDifference(seen, tinted), 0);
   for (const auto& end : {left, right}) {
     const auto image = end->newCGImageFromCurrentlyProcessedOutput();
     ASSERT_TRUE(image);
-    EXPECT_EQ(largestDifference(test::pictureOf(*image), tinted), 0);
+    EXPECT_EQ(largestDifference(pictureOf(*image), tinted), 0);
   }
 }
 
@@ -424,7 +262,7 @@ TEST(DeepFilters, DoNotRoundBetweenEachOther) {
   const auto input = std::make_shared<TavrelGPUImageCVPixelBufferInput>();
   input->addTarget(darken);
   darken->addTarget(brighten);
-  const auto buffer = test::pixelBufferOf({256, 1, [](int x, int) { return Pixel{x, x, x, 255}; }});
+  const auto buffer = pixelBufferOf({256, 1, [](int x, int) { return Pixel{x, x, x, 255}; }});
   TavrelGPUImageContext::setWorksDeep(true);
   brighten->useNextFrameForImageCapture();
   input->processCVPixelBuffer(buffer, MediaTime::make(1, 30), true);
@@ -440,7 +278,5 @@ TEST(DeepFilters, DoNotRoundBetweenEachOther) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Random, Chains, ::testing::Range(0, 20));
-
 }  // namespace
-}  // namespace tavrel
+}  // namespace tavrel::test
