@@ -18,23 +18,23 @@
 
 namespace tavrel {
 
-std::vector<std::unique_ptr<CaptureBackend>> makeCaptureBackends([[maybe_unused]] std::string_view name) {
-  std::vector<std::unique_ptr<CaptureBackend>> backends;
+std::vector<std::shared_ptr<CaptureBackend>> makeCaptureBackends([[maybe_unused]] std::string_view name) {
+  std::vector<std::shared_ptr<CaptureBackend>> backends;
 #if TAVREL_WITH_PORTAL
   if (name == "portal" || (name == "auto" && CameraPortal::isNeeded())) {
-    backends.push_back(std::make_unique<PipeWireBackend>(
+    backends.push_back(std::make_shared<PipeWireBackend>(
         PipeWireBackend::Reach{.name = "portal", .hasSound = false, .gate = std::make_shared<CameraPortal>()}));
-    backends.push_back(std::make_unique<PipeWireBackend>(PipeWireBackend::Reach{.hasCameras = false}));
+    backends.push_back(std::make_shared<PipeWireBackend>(PipeWireBackend::Reach{.hasCameras = false}));
     return backends;
   }
 #endif
 #if TAVREL_WITH_PIPEWIRE
   if (name == "pipewire" || name == "auto") {
-    backends.push_back(std::make_unique<PipeWireBackend>(PipeWireBackend::Reach{}));
+    backends.push_back(std::make_shared<PipeWireBackend>(PipeWireBackend::Reach{}));
   }
 #endif
 #if TAVREL_WITH_V4L2
-  if (name == "v4l2" || name == "auto") backends.push_back(std::make_unique<V4L2Backend>());
+  if (name == "v4l2" || name == "auto") backends.push_back(std::make_shared<V4L2Backend>());
 #endif
   return backends;
 }

@@ -61,8 +61,7 @@ void CaptureSystem::ensureStarted() {
   synthetic_ = wanted == "auto"         ? Synthetic::withoutRealOnes
                : wanted == kVirtualName ? Synthetic::always
                                         : Synthetic::never;
-  auto backends = makeCaptureBackends(wanted);
-  backends_.assign(std::make_move_iterator(backends.begin()), std::make_move_iterator(backends.end()));
+  backends_ = makeCaptureBackends(wanted);
   if (backends_.empty() && synthetic_ == Synthetic::never) {
     ConsoleLog::write(
         "TAVREL_CAPTURE={} is not known or was not built in; choose pipewire, v4l2, portal, virtual or auto", wanted);
@@ -98,11 +97,11 @@ void CaptureSystem::restart() {
   ensureStarted();
 }
 
-void CaptureSystem::restartWith(std::vector<std::unique_ptr<CaptureBackend>> backends, Synthetic synthetic) {
+void CaptureSystem::restartWith(std::vector<std::shared_ptr<CaptureBackend>> backends, Synthetic synthetic) {
   const std::lock_guard start(startMutex_);
   forget();
   synthetic_ = synthetic;
-  backends_.assign(std::make_move_iterator(backends.begin()), std::make_move_iterator(backends.end()));
+  backends_ = std::move(backends);
   startBackends();
 }
 

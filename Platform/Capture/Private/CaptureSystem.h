@@ -51,7 +51,7 @@ class CaptureSystem : private CaptureBackendObserver {
   /// not run.
   void restart();
   /// The same with these backends besides the virtual one.
-  void restartWith(std::vector<std::unique_ptr<CaptureBackend>> backends, Synthetic synthetic);
+  void restartWith(std::vector<std::shared_ptr<CaptureBackend>> backends, Synthetic synthetic);
   void removeFiles();
   /// Settings of all devices as at the start.
   void resetSettings();

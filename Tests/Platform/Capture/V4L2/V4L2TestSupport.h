@@ -38,9 +38,8 @@ class V4L2Test : public ::testing::Test {
     return nodes_.back();
   }
   void start(CaptureSystem::Synthetic synthetic = CaptureSystem::Synthetic::never) const {
-    std::vector<std::unique_ptr<CaptureBackend>> backends;
-    backends.push_back(std::make_unique<V4L2Backend>(FakeVideoNode::calls(nodes_), folder_));
-    CaptureSystem::shared().restartWith(std::move(backends), synthetic);
+    CaptureSystem::shared().restartWith({std::make_shared<V4L2Backend>(FakeVideoNode::calls(nodes_), folder_)},
+                                        synthetic);
   }
   static std::vector<std::shared_ptr<CaptureDevice>> cameras() {
     return CaptureDevice::devicesWithMediaType(MediaType::video);
