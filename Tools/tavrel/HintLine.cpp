@@ -4,10 +4,12 @@
 #include <cmath>
 #include <utility>
 
-#include "PixelFont.h"
+#include "Platform/Imaging/PixelFont.h"
 
 namespace tavrel::tool {
 namespace {
+
+using namespace pixel_font;
 
 constexpr int kZoom = 2;    // pixels of the strip for one of a letter
 constexpr int kMargin = 4;  // of the strip
@@ -27,13 +29,9 @@ class Strip {
       }
     }
   }
-  void draw(const Glyph& glyph, int left) {
-    for (int row = 0; row < kGlyphHeight; ++row) {
-      for (int column = 0; column < kGlyphWidth; ++column) {
-        if ((glyph[static_cast<std::size_t>(row)] >> (kGlyphWidth - 1 - column) & 1) == 0) continue;
-        fill(left + column * kZoom, kMargin + row * kZoom, kZoom, kZoom, 0xFFFFFF);
-      }
-    }
+  void draw(char character, int left) {
+    drawGlyph(character,
+              [&](int column, int row) { fill(left + column * kZoom, kMargin + row * kZoom, kZoom, kZoom, 0xFFFFFF); });
   }
   std::shared_ptr<Image> image() {
     return Image::create(kWidth, kHeight, 8, 32, std::size_t{kWidth} * 4, kBitmapOpaqueBGRX,
@@ -54,7 +52,7 @@ std::shared_ptr<Image> imageOf(const std::string& text, bool isRecording) {
     strip.fill(left, kMargin, kSide, kSide, 0xE02A20);
     left += kMarkCharacters * kStep;
   }
-  for (int i = 0; i < count; ++i) strip.draw(glyphOf(text[static_cast<std::size_t>(i)]), left + i * kStep);
+  for (int i = 0; i < count; ++i) strip.draw(text[static_cast<std::size_t>(i)], left + i * kStep);
   return strip.image();
 }
 

@@ -7,6 +7,8 @@
 #include <cmath>
 #include <string_view>
 
+#include "Platform/Imaging/PixelFont.h"
+
 namespace tavrel {
 namespace {
 
@@ -43,35 +45,10 @@ PixelRect flashRect(const BgraCanvas& canvas) {
   return {canvas.width - width, canvas.height - height, width, height};
 }
 
-constexpr int kGlyphWidth = 5;
-constexpr int kGlyphHeight = 7;
-using Glyph = std::array<std::uint8_t, kGlyphHeight>;
-
-/// '.', '/' (unused), the digits and ':' from '.' on, a row a byte, the leftmost pixel in bit 4.
-constexpr std::array<Glyph, 13> kGlyphs = {{
-    {0x00, 0x00, 0x00, 0x00, 0x00, 0x0C, 0x0C},
-    {0x01, 0x01, 0x02, 0x04, 0x08, 0x10, 0x10},
-    {0x0E, 0x11, 0x13, 0x15, 0x19, 0x11, 0x0E},
-    {0x04, 0x0C, 0x04, 0x04, 0x04, 0x04, 0x0E},
-    {0x0E, 0x11, 0x01, 0x02, 0x04, 0x08, 0x1F},
-    {0x1F, 0x02, 0x04, 0x02, 0x01, 0x11, 0x0E},
-    {0x02, 0x06, 0x0A, 0x12, 0x1F, 0x02, 0x02},
-    {0x1F, 0x10, 0x1E, 0x01, 0x01, 0x11, 0x0E},
-    {0x06, 0x08, 0x10, 0x1E, 0x11, 0x11, 0x0E},
-    {0x1F, 0x01, 0x02, 0x04, 0x08, 0x08, 0x08},
-    {0x0E, 0x11, 0x11, 0x0E, 0x11, 0x11, 0x0E},
-    {0x0E, 0x11, 0x11, 0x0F, 0x01, 0x02, 0x0C},
-    {0x00, 0x0C, 0x0C, 0x00, 0x0C, 0x0C, 0x00},
-}};
-
 void drawGlyph(const BgraCanvas& canvas, char character, int left, int top, int scale) {
-  const Glyph& glyph = kGlyphs[static_cast<std::size_t>(character - '.')];
-  for (int row = 0; row < kGlyphHeight; ++row) {
-    for (int column = 0; column < kGlyphWidth; ++column) {
-      if ((glyph[static_cast<std::size_t>(row)] >> (kGlyphWidth - 1 - column) & 1) == 0) continue;
-      fillRect(canvas, {left + column * scale, top + row * scale, scale, scale}, kWhite);
-    }
-  }
+  pixel_font::drawGlyph(character, [&](int column, int row) {
+    fillRect(canvas, {left + column * scale, top + row * scale, scale, scale}, kWhite);
+  });
 }
 
 }  // namespace
@@ -122,13 +99,15 @@ void drawClock(const BgraCanvas& canvas, double sceneTime) {
                                     milliseconds / 1000 % 60, milliseconds % 1000);
   const int length = static_cast<int>(end.size);
   const CounterGeometry counter(canvas.width, canvas.height);
-  const int scale = std::min(std::max(1, canvas.height / 180), canvas.width / ((kGlyphWidth + 1) * length + 1));
+  const int scale =
+      std::min(std::max(1, canvas.height / 180), canvas.width / ((pixel_font::kGlyphWidth + 1) * length + 1));
   const int top = counter.rows * counter.cellHeight;
-  const int boxHeight = (kGlyphHeight + 2) * scale;
+  const int boxHeight = (pixel_font::kGlyphHeight + 2) * scale;
   if (scale < 1 || top + boxHeight > flashRect(canvas).y) return;
-  fillRect(canvas, {0, top, ((kGlyphWidth + 1) * length + 1) * scale, boxHeight}, kBlack);
+  fillRect(canvas, {0, top, ((pixel_font::kGlyphWidth + 1) * length + 1) * scale, boxHeight}, kBlack);
   for (int i = 0; i < length; ++i) {
-    drawGlyph(canvas, text[static_cast<std::size_t>(i)], scale * (1 + i * (kGlyphWidth + 1)), top + scale, scale);
+    drawGlyph(canvas, text[static_cast<std::size_t>(i)], scale * (1 + i * (pixel_font::kGlyphWidth + 1)), top + scale,
+              scale);
   }
 }
 

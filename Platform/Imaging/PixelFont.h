@@ -1,9 +1,17 @@
-#include "PixelFont.h"
+#pragma once
 
-namespace tavrel::tool {
-namespace {
+#include <array>
+#include <cstddef>
+#include <cstdint>
 
-constexpr std::array<Glyph, 10> kDigits = {{
+namespace tavrel::pixel_font {
+
+/// Capitals, digits, ':' and '.', of 5×7 pixels: a row a byte, the leftmost pixel in bit 4. Everything else is blank.
+inline constexpr int kGlyphWidth = 5;
+inline constexpr int kGlyphHeight = 7;
+using Glyph = std::array<std::uint8_t, kGlyphHeight>;
+
+inline constexpr std::array<Glyph, 10> kDigits = {{
     {0x0E, 0x11, 0x13, 0x15, 0x19, 0x11, 0x0E},
     {0x04, 0x0C, 0x04, 0x04, 0x04, 0x04, 0x0E},
     {0x0E, 0x11, 0x01, 0x02, 0x04, 0x08, 0x1F},
@@ -16,7 +24,7 @@ constexpr std::array<Glyph, 10> kDigits = {{
     {0x0E, 0x11, 0x11, 0x0F, 0x01, 0x02, 0x0C},
 }};
 
-constexpr std::array<Glyph, 26> kCapitals = {{
+inline constexpr std::array<Glyph, 26> kCapitals = {{
     {0x0E, 0x11, 0x11, 0x1F, 0x11, 0x11, 0x11}, {0x1E, 0x11, 0x11, 0x1E, 0x11, 0x11, 0x1E},
     {0x0E, 0x11, 0x10, 0x10, 0x10, 0x11, 0x0E}, {0x1E, 0x11, 0x11, 0x11, 0x11, 0x11, 0x1E},
     {0x1F, 0x10, 0x10, 0x1E, 0x10, 0x10, 0x1F}, {0x1F, 0x10, 0x10, 0x1E, 0x10, 0x10, 0x10},
@@ -32,17 +40,26 @@ constexpr std::array<Glyph, 26> kCapitals = {{
     {0x11, 0x11, 0x11, 0x0A, 0x04, 0x04, 0x04}, {0x1F, 0x01, 0x02, 0x04, 0x08, 0x10, 0x1F},
 }};
 
-constexpr Glyph kColon = {0x00, 0x0C, 0x0C, 0x00, 0x0C, 0x0C, 0x00};
-constexpr Glyph kPoint = {0x00, 0x00, 0x00, 0x00, 0x00, 0x0C, 0x0C};
-constexpr Glyph kBlank = {};
+inline constexpr Glyph kColon = {0x00, 0x0C, 0x0C, 0x00, 0x0C, 0x0C, 0x00};
+inline constexpr Glyph kPoint = {0x00, 0x00, 0x00, 0x00, 0x00, 0x0C, 0x0C};
+inline constexpr Glyph kBlank = {};
 
-}  // namespace
-
-const Glyph& glyphOf(char character) {
+constexpr const Glyph& glyphOf(char character) {
   if (character >= '0' && character <= '9') return kDigits[static_cast<std::size_t>(character - '0')];
   if (character >= 'A' && character <= 'Z') return kCapitals[static_cast<std::size_t>(character - 'A')];
   if (character == ':') return kColon;
   return character == '.' ? kPoint : kBlank;
 }
 
-}  // namespace tavrel::tool
+/// Calls `draw` with the column and the row of each pixel that is part of the character.
+template <typename Draw>
+void drawGlyph(char character, Draw draw) {
+  const Glyph& glyph = glyphOf(character);
+  for (int row = 0; row < kGlyphHeight; ++row) {
+    for (int column = 0; column < kGlyphWidth; ++column) {
+      if ((glyph[static_cast<std::size_t>(row)] >> (kGlyphWidth - 1 - column) & 1) != 0) draw(column, row);
+    }
+  }
+}
+
+}  // namespace tavrel::pixel_font
