@@ -155,11 +155,13 @@ TAVREL_POINT_OF_INTEREST(Exposure, exposure)
 
 double CaptureDevice::videoZoomFactor() const { return implementation_->get(&CaptureControls::zoomFactor); }
 
+double CaptureDevice::digitalZoomFactor() const { return implementation_->digitalZoom; }
+
 void CaptureDevice::setVideoZoomFactor(double factor) {
   Implementation& device = *implementation_;
   const auto lock = device.lockToSet("setVideoZoomFactor");
   const double most = std::max(1.0, device.activeFormat->videoMaxZoomFactor);
-  device.controls.zoomFactor = std::fmin(most, std::fmax(1, factor));
+  device.setZoom(std::fmin(most, std::fmax(1, factor)));
   device.driver->apply(CaptureControl::zoom, device.controls);
 }
 

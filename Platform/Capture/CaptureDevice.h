@@ -115,7 +115,7 @@ class TAVREL_API CaptureDevice {
   CaptureFocusMode focusMode() const;
   void setFocusMode(CaptureFocusMode mode);
   /// (0, 0) is the top left of the sensor's picture and (1, 1) the bottom right; initially (0.5, 0.5). The point takes
-  /// effect at the next `setFocusMode`. Points outside are clamped.
+  /// effect at the next `setFocusMode`, where a camera without regions focuses anew. Points outside are clamped.
   bool isFocusPointOfInterestSupported() const;
   Point focusPointOfInterest() const;
   void setFocusPointOfInterest(Point point);
@@ -132,6 +132,9 @@ class TAVREL_API CaptureDevice {
   /// once.
   double videoZoomFactor() const;
   void setVideoZoomFactor(double factor);
+  /// By how much the device leaves it to others to enlarge the middle of its pictures: `videoZoomFactor`, or 1 where it
+  /// has a zoom of its own. `TavrelCamera` does so.
+  double digitalZoomFactor() const;
 
  private:
   friend class CaptureSystem;

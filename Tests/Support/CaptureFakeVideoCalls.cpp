@@ -30,6 +30,7 @@ V4L2SystemCalls FakeVideoNode::calls(std::vector<std::shared_ptr<FakeVideoNode>>
       if (node->openErrno_ != 0) return node->fail(node->openErrno_);
       const int descriptor = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
       ++node->openCount_;
+      ++node->openings_;
       const std::lock_guard tableLock(table->mutex);
       table->open[descriptor] = node;
       return descriptor;
@@ -60,13 +61,15 @@ V4L2SystemCalls FakeVideoNode::calls(std::vector<std::shared_ptr<FakeVideoNode>>
   calls.mmap = [table, nodeOf](std::size_t length, int, int, int descriptor, off_t offset) -> void* {
     const auto node = nodeOf(descriptor);
     const std::lock_guard lock(node->mutex_);
-    const auto index = static_cast<std::size_t>(offset) / 4096;
-    if (index >= node->buffers_.size() || node->buffers_[index].memory.size() != length) {
+    const auto index = static_cast<std::size_t>(offset) / 4096 / 8;
+    const auto plane = static_cast<std::size_t>(offset) / 4096 % 8;
+    if (index >= node->buffers_.size() || plane >= node->buffers_[index].planes.size() ||
+        node->buffers_[index].planes[plane].memory.size() != length) {
       node->fail(EINVAL, "mapped what is no buffer");
       return MAP_FAILED;  // NOLINT(performance-no-int-to-ptr)
     }
-    node->buffers_[index].isMapped = true;
-    void* address = node->buffers_[index].memory.data();
+    node->buffers_[index].planes[plane].isMapped = true;
+    void* address = node->buffers_[index].planes[plane].memory.data();
     const std::lock_guard tableLock(table->mutex);
     table->mapped[address] = node;
     return address;
@@ -84,7 +87,9 @@ V4L2SystemCalls FakeVideoNode::calls(std::vector<std::shared_ptr<FakeVideoNode>>
     }
     const std::lock_guard lock(node->mutex_);
     for (Buffer& buffer : node->buffers_) {
-      if (buffer.memory.data() == address && buffer.memory.size() == length) buffer.isMapped = false;
+      for (Plane& plane : buffer.planes) {
+        if (plane.memory.data() == address && plane.memory.size() == length) plane.isMapped = false;
+      }
     }
     return 0;
   };
@@ -99,6 +104,7 @@ V4L2SystemCalls FakeVideoNode::calls(std::vector<std::shared_ptr<FakeVideoNode>>
         if (!node->filled_.empty() || node->dequeueFailures_ > 0) descriptors[0].revents = POLLIN;
         if (node->isGone_) descriptors[0].revents = POLLERR | POLLHUP;
         if (!node->isStreaming_) descriptors[0].revents |= POLLERR;
+        if (node->hasEvent_) descriptors[0].revents |= descriptors[0].events & POLLPRI;
       }
       if (descriptors[0].revents != 0) return 1;
       if (::poll(descriptors + 1, count - 1, 2) > 0) return 1;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <tuple>
 #include <utility>
 
 namespace tavrel::test {
@@ -14,30 +15,12 @@ void copyText(std::uint8_t* to, std::size_t size, const std::string& text) {
   std::copy_n(text.data(), std::min(size - 1, text.size()), to);
 }
 
-std::uint32_t bytesPerPixel(std::uint32_t pixelFormat) {
-  switch (pixelFormat) {
-    case V4L2_PIX_FMT_ABGR32:
-    case V4L2_PIX_FMT_XBGR32: return 4;
-    case V4L2_PIX_FMT_YUYV:
-    case V4L2_PIX_FMT_UYVY: return 2;
-    case V4L2_PIX_FMT_MJPEG: return 0;
-    default: return 1;
-  }
-}
-
 }  // namespace
 
 int FakeVideoNode::fail(int code, const char* violation) {
   if (violation) violations_.emplace_back(violation);
   errno = code;
   return -1;
-}
-
-const FakeVideoNode::Format* FakeVideoNode::formatOf(std::uint32_t pixelFormat) const {
-  for (const Format& format : formats) {
-    if (format.pixelFormat == pixelFormat) return &format;
-  }
-  return nullptr;
 }
 
 int FakeVideoNode::control(unsigned long request, void* argument) {
@@ -60,16 +43,22 @@ int FakeVideoNode::controlLocked(unsigned long request, void* argument) {
     case VIDIOC_ENUM_FMT:
     case VIDIOC_ENUM_FRAMESIZES:
     case VIDIOC_ENUM_FRAMEINTERVALS: return enumerate(request, argument);
-    case VIDIOC_S_FMT: return setFormat(*static_cast<v4l2_format*>(argument));
+    case VIDIOC_G_FMT:
+    case VIDIOC_TRY_FMT:
+    case VIDIOC_S_FMT: return exchangeFormat(request, *static_cast<v4l2_format*>(argument));
+    case VIDIOC_ENUMINPUT:
+    case VIDIOC_G_INPUT:
+    case VIDIOC_S_INPUT:
+    case VIDIOC_QUERY_DV_TIMINGS:
+    case VIDIOC_G_DV_TIMINGS:
+    case VIDIOC_S_DV_TIMINGS:
+    case VIDIOC_SUBSCRIBE_EVENT:
+    case VIDIOC_DQEVENT: return sources(request, argument);
+    case VIDIOC_G_EXT_CTRLS:
+    case VIDIOC_S_EXT_CTRLS: return regions(request, *static_cast<v4l2_ext_controls*>(argument));
     case VIDIOC_S_PARM: return setRate(*static_cast<v4l2_streamparm*>(argument));
     case VIDIOC_REQBUFS: return requestBuffers(*static_cast<v4l2_requestbuffers*>(argument));
-    case VIDIOC_QUERYBUF: {
-      auto& buffer = *static_cast<v4l2_buffer*>(argument);
-      if (buffer.index >= buffers_.size()) return fail(EINVAL, "queried what is no buffer");
-      buffer.length = static_cast<std::uint32_t>(buffers_[buffer.index].memory.size());
-      buffer.m.offset = buffer.index * 4096;
-      return 0;
-    }
+    case VIDIOC_QUERYBUF: return queryBuffer(*static_cast<v4l2_buffer*>(argument));
     case VIDIOC_QBUF: return queue(*static_cast<v4l2_buffer*>(argument));
     case VIDIOC_DQBUF: return dequeue(*static_cast<v4l2_buffer*>(argument));
     case VIDIOC_STREAMON: return stream(true);
@@ -82,69 +71,11 @@ int FakeVideoNode::controlLocked(unsigned long request, void* argument) {
   }
 }
 
-int FakeVideoNode::enumerate(unsigned long request, void* argument) {
-  if (request == VIDIOC_ENUM_FMT) {
-    auto& description = *static_cast<v4l2_fmtdesc*>(argument);
-    if (description.index >= formats.size()) return fail(EINVAL);
-    description.pixelformat = formats[description.index].pixelFormat;
-    return 0;
-  }
-  if (request == VIDIOC_ENUM_FRAMESIZES) {
-    auto& size = *static_cast<v4l2_frmsizeenum*>(argument);
-    const Format* format = formatOf(size.pixel_format);
-    if (!format || size.index >= format->sizes.size()) return fail(EINVAL);
-    size.type = V4L2_FRMSIZE_TYPE_DISCRETE;
-    size.discrete = {format->sizes[size.index].first, format->sizes[size.index].second};
-    return 0;
-  }
-  auto& interval = *static_cast<v4l2_frmivalenum*>(argument);
-  const Format* format = formatOf(interval.pixel_format);
-  if (!format || interval.index >= format->rates.size()) return fail(EINVAL);
-  interval.type = V4L2_FRMIVAL_TYPE_DISCRETE;
-  interval.discrete = {1, format->rates[interval.index]};
-  return 0;
-}
-
-int FakeVideoNode::setFormat(v4l2_format& format) {
-  if (formatErrno_ != 0) return fail(formatErrno_);
-  if (!buffers_.empty()) return fail(EBUSY, "changed the format while there are buffers");
-  const Format* known = formatOf(format.fmt.pix.pixelformat);
-  if (!known) known = &formats.front();
-  auto& pix = format.fmt.pix;
-  pix.pixelformat = known->pixelFormat;
-  const std::pair<std::uint32_t, std::uint32_t> wanted(pix.width, pix.height);
-  if (std::find(known->sizes.begin(), known->sizes.end(), wanted) == known->sizes.end()) {
-    pix.width = known->sizes.front().first;
-    pix.height = known->sizes.front().second;
-  }
-  pix.bytesperline =
-      known->pixelFormat == V4L2_PIX_FMT_MJPEG ? 0 : pix.width * bytesPerPixel(known->pixelFormat) + padding;
-  const bool isPlanar = known->pixelFormat == V4L2_PIX_FMT_NV12 || known->pixelFormat == V4L2_PIX_FMT_YUV420;
-  pix.sizeimage = known->pixelFormat == V4L2_PIX_FMT_MJPEG ? pix.width * pix.height * 4
-                                                           : pix.bytesperline * pix.height * (isPlanar ? 2 : 1);
-  pix.quantization = quantization;
-  pix.ycbcr_enc = encoding;
-  pix.colorspace = colorspace;
-  pix.field = V4L2_FIELD_NONE;
-  chosen_ = pix;
-  return 0;
-}
-
-int FakeVideoNode::setRate(v4l2_streamparm& parameters) {
-  if (isStreaming_) return fail(EBUSY, "changed the rate while streaming");
-  const auto& wanted = parameters.parm.capture.timeperframe;
-  const double rate = wanted.numerator > 0 ? static_cast<double>(wanted.denominator) / wanted.numerator : 30;
-  const auto& rates = formatOf(chosen_.pixelformat)->rates;
-  rate_ = *std::min_element(rates.begin(), rates.end(), [&](std::uint32_t left, std::uint32_t right) {
-    return std::abs(left - rate) < std::abs(right - rate);
-  });
-  parameters.parm.capture.timeperframe = {1, rate_};
-  return 0;
-}
-
 int FakeVideoNode::requestBuffers(v4l2_requestbuffers& request) {
   if (isStreaming_) return fail(EBUSY, "requested buffers while streaming");
-  const bool isMapped = std::any_of(buffers_.begin(), buffers_.end(), [](const Buffer& one) { return one.isMapped; });
+  const bool isMapped = std::any_of(buffers_.begin(), buffers_.end(), [](const Buffer& one) {
+    return std::ranges::any_of(one.planes, [](const Plane& plane) { return plane.isMapped; });
+  });
   if (isMapped) return fail(EBUSY, "freed buffers that are mapped");
   buffers_.clear();
   queued_.clear();
@@ -152,13 +83,37 @@ int FakeVideoNode::requestBuffers(v4l2_requestbuffers& request) {
   if (request.count > 0 && chosen_.sizeimage == 0) return fail(EINVAL, "requested buffers without a format");
   request.count = std::min(request.count, 3U);
   buffers_.resize(request.count);
-  for (Buffer& buffer : buffers_) buffer.memory.resize(chosen_.sizeimage);
+  for (Buffer& buffer : buffers_) {
+    for (const std::size_t size : planeSizes()) buffer.planes.push_back({std::vector<std::uint8_t>(size)});
+  }
+  return 0;
+}
+
+int FakeVideoNode::queryBuffer(v4l2_buffer& buffer) {
+  if (buffer.index >= buffers_.size()) return fail(EINVAL, "queried what is no buffer");
+  const auto& planes = buffers_[buffer.index].planes;
+  const auto offset = [&](std::size_t plane) { return static_cast<std::uint32_t>((buffer.index * 8 + plane) * 4096); };
+  if (!isMultiPlanar()) {
+    buffer.length = static_cast<std::uint32_t>(planes[0].memory.size());
+    buffer.m.offset = offset(0);
+    return 0;
+  }
+  if (buffer.length < planes.size()) return fail(EINVAL, "gave no room for the planes");
+  buffer.length = static_cast<std::uint32_t>(planes.size());
+  for (std::size_t i = 0; i < planes.size(); ++i) {
+    buffer.m.planes[i].length = static_cast<std::uint32_t>(planes[i].memory.size());
+    buffer.m.planes[i].m.mem_offset = offset(i);
+  }
   return 0;
 }
 
 int FakeVideoNode::queue(v4l2_buffer& buffer) {
   if (buffer.index >= buffers_.size()) return fail(EINVAL, "queued what is no buffer");
   if (buffers_[buffer.index].state != State::dequeued) return fail(EINVAL, "queued a buffer twice");
+  if (buffer.type != bufferType()) return fail(EINVAL, "queued a buffer of the other kind");
+  if (isMultiPlanar() && buffer.length != buffers_[buffer.index].planes.size()) {
+    return fail(EINVAL, "queued a buffer with other planes");
+  }
   buffers_[buffer.index].state = State::queued;
   queued_.push_back(buffer.index);
   return 0;
@@ -178,7 +133,10 @@ int FakeVideoNode::dequeue(v4l2_buffer& buffer) {
   filled.state = State::dequeued;
   buffer.index = index;
   buffer.sequence = filled.sequence;
-  buffer.bytesused = static_cast<std::uint32_t>(filled.used);
+  for (std::size_t i = 0; isMultiPlanar() && i < filled.planes.size(); ++i) {
+    buffer.m.planes[i].bytesused = static_cast<std::uint32_t>(filled.planes[i].used);
+  }
+  if (!isMultiPlanar()) buffer.bytesused = static_cast<std::uint32_t>(filled.planes[0].used);
   buffer.flags = V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC | (filled.isDamaged ? V4L2_BUF_FLAG_ERROR : 0U);
   buffer.timestamp = {filled.time / 1'000'000'000, filled.time % 1'000'000'000 / 1000};
   return 0;
@@ -230,6 +188,7 @@ int FakeVideoNode::controls_(unsigned long request, void* argument) {
     return fail(ERANGE, "set a control outside its range");
   }
   control.value = value.value;
+  settings_.push_back(value);
   const auto exposure = controls.find(V4L2_CID_EXPOSURE_ABSOLUTE);
   const bool isManual = value.id == V4L2_CID_EXPOSURE_AUTO && value.value == V4L2_EXPOSURE_MANUAL;
   if (isManual && manualExposure && exposure != controls.end()) exposure->second.value = *manualExposure;
@@ -254,7 +213,12 @@ void FakeVideoNode::advance() {
     buffer.sequence = sequence;
     buffer.isDamaged = std::exchange(damagesNext_, false);
     buffer.time = time.time_since_epoch().count();
-    buffer.used = draw ? draw(buffer.memory.data(), buffer.memory.size(), sequence) : buffer.memory.size();
+    for (std::size_t i = 0; i < buffer.planes.size(); ++i) {
+      auto& [memory, isMapped, used] = buffer.planes[i];
+      used = memory.size();
+      if (i == 0 && draw) used = draw(memory.data(), memory.size(), sequence);
+      if (i > 0 && drawPlane) used = drawPlane(i, memory.data(), memory.size());
+    }
   }
   if (isStalled_) nextFrame_ = now;
 }
@@ -318,8 +282,11 @@ int FakeVideoNode::openCount() const {
 
 int FakeVideoNode::mappedCount() const {
   const std::lock_guard lock(mutex_);
-  return static_cast<int>(
-      std::count_if(buffers_.begin(), buffers_.end(), [](const Buffer& buffer) { return buffer.isMapped; }));
+  std::ptrdiff_t count = 0;
+  for (const Buffer& buffer : buffers_) {
+    count += std::ranges::count_if(buffer.planes, [](const Plane& plane) { return plane.isMapped; });
+  }
+  return static_cast<int>(count);
 }
 
 bool FakeVideoNode::isStreaming() const {

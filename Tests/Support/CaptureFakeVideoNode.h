@@ -36,6 +36,14 @@ class FakeVideoNode {
     bool isButton = false;
   };
 
+  /// One of several, or a digital one, whose source has a size and a rate.
+  struct Input {
+    std::string name;
+    bool hasSignal = true;
+    std::optional<std::pair<std::uint32_t, std::uint32_t>> size = {};
+    std::uint32_t rate = 60;
+  };
+
   std::string card = "Fake camera";
   std::string bus = "usb-0000:00:14.0-1";
   std::string serial;
@@ -45,11 +53,16 @@ class FakeVideoNode {
   std::uint32_t quantization = V4L2_QUANTIZATION_DEFAULT;
   std::uint32_t encoding = V4L2_YCBCR_ENC_DEFAULT;
   std::uint32_t colorspace = V4L2_COLORSPACE_SRGB;
-  std::uint32_t padding = 0;          ///< bytes after each row
+  std::uint32_t padding = 0;  ///< bytes after each row
+  std::vector<Input> inputs;  ///< before it is used; `setSource` changes it later
+  v4l2_rect region{};         ///< the largest of interest, and then what was set
+  bool hasRegion = false;
   bool isBusFull = false;             ///< raw pictures find no room
   std::optional<int> manualExposure;  ///< where the exposure jumps when it is no longer automatic
   /// Fills a frame and returns how many bytes it has.
   std::function<std::size_t(std::uint8_t* bytes, std::size_t capacity, std::uint32_t sequence)> draw;
+  /// The same for the planes after the first, where they have memory of their own.
+  std::function<std::size_t(std::size_t plane, std::uint8_t* bytes, std::size_t capacity)> drawPlane;
 
   explicit FakeVideoNode(std::string path) : path_(std::move(path)) {}
 
@@ -68,10 +81,16 @@ class FakeVideoNode {
   /// The next frame carries the error flag; the next but one is left out.
   void damageNextFrame();
   void skipFrames(std::uint32_t count);
+  /// What an input receives from now on, which it tells by an event.
+  void setSource(std::size_t input, bool hasSignal, std::pair<std::uint32_t, std::uint32_t> size);
 
   // What was done with it.
   std::vector<std::string> violations() const;
   int openCount() const;
+  int openings() const;  ///< in all
+  int chosenInput() const;
+  v4l2_rect chosenRegion() const;
+  std::vector<int> valuesOf(std::uint32_t identity) const;  ///< that were set, in their order
   int mappedCount() const;
   bool isStreaming() const;
   int controlValue(std::uint32_t identity) const;
@@ -80,12 +99,15 @@ class FakeVideoNode {
 
  private:
   enum class State { dequeued, queued, filled };
-  struct Buffer {
+  struct Plane {
     std::vector<std::uint8_t> memory;
-    State state = State::dequeued;
     bool isMapped = false;
-    std::uint32_t sequence = 0;
     std::size_t used = 0;
+  };
+  struct Buffer {
+    std::vector<Plane> planes;
+    State state = State::dequeued;
+    std::uint32_t sequence = 0;
     bool isDamaged = false;
     std::int64_t time = 0;
   };
@@ -93,7 +115,16 @@ class FakeVideoNode {
   int control(unsigned long request, void* argument);
   int controlLocked(unsigned long request, void* argument);
   int enumerate(unsigned long request, void* argument);
-  int setFormat(v4l2_format& format);
+  int exchangeFormat(unsigned long request, v4l2_format& format);
+  void adjust(v4l2_pix_format& pix) const;
+  int sources(unsigned long request, void* argument);
+  int regions(unsigned long request, v4l2_ext_controls& controls);
+  bool isMultiPlanar() const { return (deviceCaps & V4L2_CAP_VIDEO_CAPTURE_MPLANE) != 0; }
+  std::uint32_t bufferType() const {
+    return isMultiPlanar() ? V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE : V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  }
+  std::vector<std::size_t> planeSizes() const;
+  int queryBuffer(v4l2_buffer& buffer);
   int setRate(v4l2_streamparm& parameters);
   int requestBuffers(v4l2_requestbuffers& request);
   int queue(v4l2_buffer& buffer);
@@ -118,6 +149,11 @@ class FakeVideoNode {
   bool damagesNext_ = false;
   std::uint32_t skips_ = 0;
   int openCount_ = 0;
+  int openings_ = 0;
+  int input_ = 0;
+  bool isSubscribed_ = false;
+  bool hasEvent_ = false;
+  std::vector<v4l2_control> settings_;
   int starts_ = 0;
   v4l2_pix_format chosen_{};
   std::uint32_t rate_ = 30;

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <thread>
 
+#include "Support/CaptureTestSupport.h"
+
 namespace tavrel::test {
 
 PeerProcess::PeerProcess(const std::string& shellCommand) {
@@ -30,7 +32,9 @@ void PeerProcess::kill() {
 }
 
 bool runCommand(const std::string& shellCommand) {
-  return std::system(("timeout 20 bash -c '" + shellCommand + "' >/dev/null 2>&1").c_str()) == 0;  // NOLINT
+  const std::string patience = std::to_string(20 * patienceFactor());
+  return std::system(("timeout " + patience + " bash -c '" + shellCommand + "' >/dev/null 2>&1").c_str()) ==  // NOLINT
+         0;
 }
 
 PipeWireService::PipeWireService()
@@ -58,7 +62,7 @@ bool PipeWireService::start() {
       "dbus-run-session -- bash -c 'echo \"$DBUS_SESSION_BUS_ADDRESS\" >\"$XDG_RUNTIME_DIR/bus-address\"; pipewire & "
       "sleep 0.3; wireplumber & pipewire-pulse & wait' "
       ">\"$XDG_RUNTIME_DIR/service.log\" 2>&1");
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20) * patienceFactor();
   while (!runCommand("pactl info | grep -q PipeWire")) {
     if (std::chrono::steady_clock::now() > deadline) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -78,9 +82,10 @@ std::unique_ptr<PeerProcess> PipeWireService::startCamera(const std::string& nam
                                                           const std::string& properties,
                                                           const std::string& role) const {
   return std::make_unique<PeerProcess>(
-      "exec gst-launch-1.0 -q videotestsrc is-live=true ! video/x-raw," + caps +
-      " ! pipewiresink mode=provide stream-properties=\"p,media.class=Video/Source,media.role=" + role + ",node.name=" +
-      name + ",node.description=Bars-" + name + properties + "\" >\"$XDG_RUNTIME_DIR/" + name + ".log\" 2>&1");
+      "until gst-launch-1.0 --no-fault -q videotestsrc is-live=true ! video/x-raw," + caps +
+      " ! pipewiresink mode=provide stream-properties=\"p,media.class=Video/Source,media.role=" + role +
+      ",node.name=" + name + ",node.description=Bars-" + name + properties + "\" >\"$XDG_RUNTIME_DIR/" + name +
+      ".log\" 2>&1; do sleep 0.2; done");
 }
 
 }  // namespace tavrel::test

@@ -47,7 +47,8 @@ class PipeWireService {
   void suspend(bool isSuspended) const { programs_->signal(isSuspended ? SIGSTOP : SIGCONT); }
 
   const std::filesystem::path& folder() const { return folder_; }
-  /// A camera named `name` with colour bars in `caps` (as GStreamer names them).
+  /// A camera named `name` with colour bars in `caps` (as GStreamer names them). It is started again when it crashes,
+  /// as GStreamer 1.22 does in one of some twenty times that a reader comes ("gst_buffer_peek_memory: assertion").
   std::unique_ptr<PeerProcess> startCamera(const std::string& name, const std::string& caps,
                                            const std::string& properties = "",
                                            const std::string& role = "Camera") const;

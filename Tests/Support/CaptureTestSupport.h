@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -23,10 +24,16 @@ namespace tavrel::test {
 /// Tests see the same devices on every machine, unless somebody asks for others.
 inline const int kVirtualDevicesByDefault = setenv("TAVREL_CAPTURE", "virtual", 0);
 
+/// How many times slower than others this machine is (TAVREL_TEST_PATIENCE), as one that is translated.
+inline int patienceFactor() {
+  const char* const factor = std::getenv("TAVREL_TEST_PATIENCE");
+  return factor ? std::max(1, std::atoi(factor)) : 1;
+}
+
 /// Waits until `condition` holds; false when it does not within `patience`.
 template <typename Condition>
 bool eventually(Condition condition, std::chrono::milliseconds patience = std::chrono::seconds(20)) {
-  const auto deadline = std::chrono::steady_clock::now() + patience;
+  const auto deadline = std::chrono::steady_clock::now() + patience * patienceFactor();
   while (!condition()) {
     if (std::chrono::steady_clock::now() > deadline) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(2));

@@ -14,7 +14,11 @@ namespace tavrel {
 inline constexpr CaptureVideoDimensions kUsualSizes[] = {{320, 240},  {640, 360},   {640, 480},   {800, 600},
                                                          {1280, 720}, {1920, 1080}, {2560, 1440}, {3840, 2160}};
 
+/// How far pictures are enlarged of cameras that cannot zoom.
+inline constexpr double kLargestDigitalZoom = 4;
+
 /// One device format for each size among `modes`, with the frame rates of all modes of that size.
+/// `maxZoomFactor` is the device's own.
 template <typename Mode>
 std::vector<std::shared_ptr<const CaptureDeviceFormat>> deviceFormatsOf(const std::vector<Mode>& modes,
                                                                         double maxZoomFactor = 1) {
@@ -32,7 +36,7 @@ std::vector<std::shared_ptr<const CaptureDeviceFormat>> deviceFormatsOf(const st
     auto format = std::make_shared<CaptureDeviceFormat>();
     format->dimensions = {size.first, size.second};
     format->videoSupportedFrameRateRanges = rates;
-    format->videoMaxZoomFactor = maxZoomFactor;
+    format->videoMaxZoomFactor = maxZoomFactor > 1 ? maxZoomFactor : kLargestDigitalZoom;
     formats.push_back(std::move(format));
   }
   return formats;

@@ -13,6 +13,7 @@
 #endif
 #if TAVREL_WITH_V4L2
 #include "Platform/Capture/V4L2/Private/V4L2Backend.h"
+#include "Platform/Capture/V4L2/Private/V4L2Controls.h"
 #include "Platform/Capture/V4L2/Private/V4L2Feed.h"
 #endif
 
@@ -30,7 +31,11 @@ std::vector<std::shared_ptr<CaptureBackend>> makeCaptureBackends([[maybe_unused]
 #endif
 #if TAVREL_WITH_PIPEWIRE
   if (name == "pipewire" || name == "auto") {
-    backends.push_back(std::make_shared<PipeWireBackend>(PipeWireBackend::Reach{}));
+    PipeWireBackend::Reach reach;
+#if TAVREL_WITH_V4L2
+    reach.openControls = [](const std::string& path) { return V4L2ControlPort::open(path); };
+#endif
+    backends.push_back(std::make_shared<PipeWireBackend>(std::move(reach)));
   }
 #endif
 #if TAVREL_WITH_V4L2

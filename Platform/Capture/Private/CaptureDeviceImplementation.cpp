@@ -116,11 +116,17 @@ void CaptureDevice::Implementation::resetSettings() {
 void CaptureDevice::Implementation::useFormat(std::shared_ptr<const CaptureDeviceFormat> format) {
   activeFormat = std::move(format);
   minFrameDuration = maxFrameDuration = defaultFrameDuration(activeFormat->videoSupportedFrameRateRanges);
-  controls.zoomFactor = std::clamp(controls.zoomFactor, 1.0, std::max(1.0, activeFormat->videoMaxZoomFactor));
+  setZoom(std::clamp(controls.zoomFactor, 1.0, std::max(1.0, activeFormat->videoMaxZoomFactor)));
+}
+
+void CaptureDevice::Implementation::setZoom(double factor) {
+  controls.zoomFactor = factor;
+  digitalZoom = driver->capabilities().zoom ? 1 : factor;
 }
 
 void CaptureDevice::Implementation::replaceDriver(std::shared_ptr<CaptureDriver> newDriver) {
   driver = std::move(newDriver);
+  setZoom(controls.zoomFactor);
   const auto& offered = driver->description().formats;
   if (offered == formats) return;
   formats = offered;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -35,6 +36,7 @@ struct CaptureDevice::Implementation {
   MediaTime minFrameDuration;
   MediaTime maxFrameDuration;
   CaptureControls controls;
+  std::atomic<double> digitalZoom = 1;     // read for each frame, while a setting may take its time
   std::weak_ptr<CaptureSessionCore> user;  // the session that has it open or wants it
 
   template <typename Value>
@@ -72,6 +74,7 @@ struct CaptureDevice::Implementation {
   Expected<void> checkConnected() const;
   bool offers(std::array<bool, 3> CaptureCapabilities::*modes, std::size_t mode) const;
   void resetSettings();
+  void setZoom(double factor);
   void useFormat(std::shared_ptr<const CaptureDeviceFormat> format);
   void replaceDriver(std::shared_ptr<CaptureDriver> newDriver);
   double frameRate() const;

@@ -42,6 +42,7 @@ struct CaptureCapabilities {
   std::array<bool, 3> exposureModes = {};
   bool focusPoint = false;
   bool exposurePoint = false;
+  bool zoom = false;  ///< without it pictures are enlarged after they have come
 };
 
 /// What a device is; fixed while it stays plugged in.

@@ -10,17 +10,22 @@
 
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/FrameConversion.h"
+#include "Platform/Capture/Private/H264Decoder.h"
+#include "Platform/Imaging/PixelRange.h"
 
 namespace tavrel {
 namespace {
 
 const libyuv::YuvConstants* constantsOf(const RawFrame& frame) {
+  const auto either = [&](const auto& fullRange, const auto* limitedRange, const auto& nearlyIt) {
+    return frame.isFullRange ? &fullRange : limitedRange ? limitedRange : &nearlyIt;
+  };
   switch (frame.matrix) {
-    case FrameMatrix::bt709: return frame.isFullRange ? &libyuv::kYuvF709Constants : &libyuv::kYuvH709Constants;
-    case FrameMatrix::bt2020: return frame.isFullRange ? &libyuv::kYuvV2020Constants : &libyuv::kYuv2020Constants;
+    case FrameMatrix::bt709: return either(libyuv::kYuvF709Constants, limitedRange709(), libyuv::kYuvH709Constants);
+    case FrameMatrix::bt2020: return either(libyuv::kYuvV2020Constants, limitedRange2020(), libyuv::kYuv2020Constants);
     case FrameMatrix::bt601: break;
   }
-  return frame.isFullRange ? &libyuv::kYuvJPEGConstants : &libyuv::kYuvI601Constants;
+  return either(libyuv::kYuvJPEGConstants, limitedRange601(), libyuv::kYuvI601Constants);
 }
 
 bool hasEnd(const RawFrame& jpeg) {
@@ -73,7 +78,8 @@ Shape shapeOf(FrameLayout layout) {
     case FrameLayout::i420:
     case FrameLayout::yv12: return {.planeCount = 3, .isChromaInterleaved = false};
     case FrameLayout::gray8: return {};
-    case FrameLayout::mjpeg: break;
+    case FrameLayout::mjpeg:
+    case FrameLayout::h264: break;
   }
   return {.planeCount = 0};
 }
@@ -86,9 +92,32 @@ FrameConverter::~FrameConverter() {
   if (jpeg_) tjDestroy(jpeg_);
 }
 
+void FrameConverter::forget() { h264_ = nullptr; }
+
 std::size_t FrameConverter::tightRow(FrameLayout layout, int width) {
   const Shape shape = shapeOf(layout);
   return shape.planeCount > 0 ? shape.rowBytes(0, static_cast<std::size_t>(width)) : 0;
+}
+
+void FrameConverter::findPaddedRows(RawFrame& frame) {
+  const Shape shape = shapeOf(frame.layout);
+  const auto width = static_cast<std::size_t>(frame.width);
+  const auto height = static_cast<std::size_t>(frame.height);
+  if (shape.planeCount == 0 || frame.chroma[0].bytes) return;
+  Planes planes;
+  std::size_t end = 0;
+  for (std::size_t i = 0; i < shape.planeCount; ++i) {
+    const std::size_t row = (shape.rowBytes(i, width) + 3) / 4 * 4;
+    const bool isPaired = i == 0 && shape.planeCount > 1 && shape.isChromaHalfHigh;
+    const std::size_t rows = isPaired ? 2 * half(height) : shape.rows(i, height);
+    planes.at(i) = {frame.bytes + end, row * rows, row};
+    end += row * rows;
+  }
+  if (end != frame.byteCount || frame.bytesPerRow > planes[0].bytesPerRow) return;
+  frame.bytesPerRow = planes[0].bytesPerRow;
+  if (shape.planeCount == 1) return;
+  frame.byteCount = planes[0].byteCount;
+  frame.chroma = {planes[1], planes[2]};
 }
 
 std::size_t FrameConverter::leastByteCount(const RawFrame& frame) {
@@ -135,6 +164,8 @@ Expected<void> FrameConverter::convert(const RawFrame& frame, PixelBuffer& pictu
   Expected<void> result;
   if (frame.layout == FrameLayout::mjpeg) {
     result = decodeJpeg(frame, picture.baseAddress(), picture.bytesPerRow());
+  } else if (frame.layout == FrameLayout::h264) {
+    result = decodeH264(frame, picture.baseAddress(), static_cast<int>(picture.bytesPerRow()));
   } else {
     convertPlanes(frame, planes, picture.baseAddress(), static_cast<int>(picture.bytesPerRow()));
   }
@@ -214,7 +245,8 @@ void FrameConverter::convertPlanes(const RawFrame& frame, const Planes& planes, 
     case FrameLayout::gray8:
       libyuv::I400ToARGBMatrix(bytes(first), stride(first), target, targetStride, constants, width, height);
       return;
-    case FrameLayout::mjpeg: return;
+    case FrameLayout::mjpeg:
+    case FrameLayout::h264: return;
   }
 }
 
@@ -236,6 +268,15 @@ Expected<void> FrameConverter::decodeJpeg(const RawFrame& frame, std::uint8_t* t
   if (tjGetErrorCode(jpeg_) != TJERR_WARNING || !hasEnd(frame)) {
     return failure(CaptureErrorCode::damagedFrame, fmt::format("a picture is damaged: {}", tjGetErrorStr2(jpeg_)));
   }
+  return {};
+}
+
+Expected<void> FrameConverter::decodeH264(const RawFrame& frame, std::uint8_t* target, int stride) {
+  if (!h264_) h264_ = std::make_unique<H264Decoder>();
+  const auto decoded = h264_->decode(frame);
+  if (!decoded) return tl::unexpected(decoded.error());
+  const Planes planes = {{{decoded->bytes, 0, decoded->bytesPerRow}, decoded->chroma[0], decoded->chroma[1]}};
+  convertPlanes(*decoded, planes, target, stride);
   return {};
 }
 

@@ -28,7 +28,8 @@ enum class FrameLayout {
   yv12,
   p010,
   gray8,
-  mjpeg
+  mjpeg,
+  h264  ///< a picture of the stream, as the bytes between two start codes or more (Annex B)
 };
 
 /// What the numbers of Y Cb Cr mean.
@@ -54,7 +55,10 @@ struct RawFrame {
   std::array<Plane, 2> chroma = {};
 };
 
-/// Turns camera pictures into opaque BGRA, by libyuv, and by libjpeg-turbo for JPEG. One thread at a time.
+class H264Decoder;
+
+/// Turns camera pictures into opaque BGRA, by libyuv, by libjpeg-turbo for JPEG, and by libavcodec for H.264, whose
+/// pictures come in their order, from a key picture on. One thread at a time.
 class FrameConverter {
  public:
   FrameConverter();
@@ -62,9 +66,14 @@ class FrameConverter {
 
   /// Fills `picture`, which has the frame's size. Fails with `damagedFrame` when the frame is too short or damaged.
   Expected<void> convert(const RawFrame& frame, PixelBuffer& picture);
-  /// The fewest bytes of a row of the first plane; 0 for JPEG.
+  /// What comes next belongs to another stream.
+  void forget();
+  /// The fewest bytes of a row of the first plane; 0 for JPEG and H.264.
   static std::size_t tightRow(FrameLayout layout, int width);
-  /// The fewest bytes of a frame in one block; 1 for JPEG.
+  /// Takes the rows of a frame in one block to be padded to four bytes, each plane's by themselves, as GStreamer's are,
+  /// where the length of the block says so.
+  static void findPaddedRows(RawFrame& frame);
+  /// The fewest bytes of a frame in one block; 1 for JPEG and H.264.
   static std::size_t leastByteCount(const RawFrame& frame);
 
  private:
@@ -74,7 +83,10 @@ class FrameConverter {
   Planes planar(int width, int height);
   Expected<void> decodeJpeg(const RawFrame& frame, std::uint8_t* target, std::size_t stride);
 
+  Expected<void> decodeH264(const RawFrame& frame, std::uint8_t* target, int stride);
+
   void* jpeg_ = nullptr;
+  std::unique_ptr<H264Decoder> h264_;
   std::vector<std::uint8_t> memory_;  // of the planes
 };
 

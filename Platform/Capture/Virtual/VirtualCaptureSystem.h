@@ -63,6 +63,7 @@ class TAVREL_API VirtualCaptureSystem {
     bool exposureModes[3] = {true, true, true};  ///< indexed by `CaptureExposureMode`
     bool focusPoint = true;
     bool exposurePoint = true;
+    bool zoom = true;
   };
   void setSupport(std::string_view uniqueID, const Support& support);
 

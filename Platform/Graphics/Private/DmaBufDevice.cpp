@@ -45,7 +45,10 @@ std::uint8_t* pixelOf(DmaBuf& buffer, std::size_t x, std::size_t y) {
   return buffer.bytes() + y * buffer.bytesPerRow() + x * 4;
 }
 
-bool switchedOff() { return environmentVariable("TAVREL_ZERO_COPY") == "0"; }
+/// Memory that the GPU is not to see needs not be such as it can: rows that are padded for it would only be in the way.
+bool switchedOff() {
+  return environmentVariable("TAVREL_ZERO_COPY") == "0" || environmentVariable("TAVREL_FAST_TEXTURE_UPLOAD") == "0";
+}
 
 }  // namespace
 

@@ -2,15 +2,18 @@
 
 #include <fmt/format.h>
 #include <pipewire/extensions/metadata.h>
+#include <spa/utils/keys.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <map>
+#include <span>
 #include <utility>
 #include <vector>
 
 #include "Platform/Capture/CaptureError.h"
+#include "Platform/Capture/PipeWire/Private/PipeWireControls.h"
 #include "Platform/Capture/PipeWire/Private/PipeWireDriver.h"
 #include "Platform/Capture/PipeWire/Private/PipeWireNodes.h"
 #include "Platform/Dispatch/DispatchQueue.h"
@@ -21,7 +24,6 @@ namespace {
 constexpr std::chrono::seconds kFirstLook(3);
 constexpr std::int64_t kRetrySeconds = 2;
 constexpr timespec kAtOnce{0, 1};
-constexpr std::chrono::seconds kPatienceWithPeople(60);
 
 }  // namespace
 
@@ -33,6 +35,7 @@ class PipeWireBackend::Registry {
 
   ~Registry() {
     if (reach_.gate) reach_.gate->giveUp();
+    line_->close();
     if (loop_) {
       loop_->stop();
       dropConnection();
@@ -49,6 +52,7 @@ class PipeWireBackend::Registry {
     {
       const PipeWireLoop::Lock lock(*loop_);
       retry_ = pw_loop_add_timer(loop_->loop(), retried, this);
+      line_->open(loop_->loop(), this, setProperties);
     }
     if (reach_.gate) {
       reach_.gate->ask([this] {
@@ -84,6 +88,7 @@ class PipeWireBackend::Registry {
     PipeWireProperties properties;
     std::vector<PipeWireMode> modes;
     std::uint32_t channels = 0;
+    std::shared_ptr<PipeWireControls> controls;
     bool wasAsked = false;
     int doneSequence = -1;
     std::shared_ptr<PipeWireDriver> driver;
@@ -92,7 +97,6 @@ class PipeWireBackend::Registry {
   static const pw_core_events kCoreEvents;
   static const pw_registry_events kRegistryEvents;
   static const pw_node_events kNodeEvents;
-  static const pw_metadata_events kMetadataEvents;
 
   void connect() {
     if (!loop_->connect()) return tryIn({kRetrySeconds, 0});
@@ -121,7 +125,7 @@ class PipeWireBackend::Registry {
   void dropConnection() {
     for (auto& [id, node] : nodes_) forget(*node);
     nodes_.clear();
-    destroy(metadata_, metadataListener_);
+    defaults_->unwatch();
     destroy(registry_, registryListener_);
     if (isConnected_) spa_hook_remove(&coreListener_);
     loop_->disconnect();
@@ -160,9 +164,8 @@ class PipeWireBackend::Registry {
     }
     if (sequence != self->lookSequence_ || self->hasLooked_) return;
     // Nodes that were asked answer before this second round ends, unless they are still being asked.
-    const bool isBusy = std::any_of(self->nodes_.begin(), self->nodes_.end(), [](const auto& entry) {
-      return entry.second->wasAsked && entry.second->doneSequence >= 0;
-    });
+    const bool isBusy = std::ranges::any_of(
+        self->nodes_, [](const auto& each) { return each.second->wasAsked && each.second->doneSequence >= 0; });
     if (--self->looksLeft_ > 0 || isBusy) {
       self->looksLeft_ = 1;
       self->lookSequence_ = pw_core_sync(self->loop_->core(), PW_ID_CORE, 0);
@@ -177,7 +180,7 @@ class PipeWireBackend::Registry {
     auto* self = static_cast<Registry*>(data);
     if (!properties) return;
     const std::string_view typeName = type;
-    if (typeName == PW_TYPE_INTERFACE_Metadata) return self->bindMetadata(id, properties);
+    if (typeName == PW_TYPE_INTERFACE_Metadata) return self->defaults_->watch(self->registry_, id, *properties);
     if (typeName != PW_TYPE_INTERFACE_Node) return;
     const PipeWireNodeKind kind = pipeWireNodeKindOf(spa_dict_lookup(properties, PW_KEY_MEDIA_CLASS));
     if (!self->shows(kind)) return;
@@ -197,22 +200,6 @@ class PipeWireBackend::Registry {
     return kind != PipeWireNodeKind::none && (kind == PipeWireNodeKind::camera ? reach_.hasCameras : reach_.hasSound);
   }
 
-  void bindMetadata(std::uint32_t id, const spa_dict* properties) {
-    const char* name = spa_dict_lookup(properties, PW_KEY_METADATA_NAME);
-    if (metadata_ || !name || std::string_view(name) != "default") return;
-    metadata_ =
-        static_cast<pw_proxy*>(pw_registry_bind(registry_, id, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
-    if (!metadata_) return;
-    pw_metadata_add_listener(reinterpret_cast<pw_metadata*>(metadata_), &metadataListener_, &kMetadataEvents, this);
-  }
-
-  static int metadataProperty(void* data, std::uint32_t, const char* key, const char*, const char* value) {
-    auto* self = static_cast<Registry*>(data);
-    if (key && std::string_view(key) == "default.audio.source")
-      self->defaults_->setSource(nameInPipeWireMetadata(value));
-    return 0;
-  }
-
   static void globalRemoved(void* data, std::uint32_t id) {
     auto* self = static_cast<Registry*>(data);
     const auto found = self->nodes_.find(id);
@@ -229,19 +216,23 @@ class PipeWireBackend::Registry {
     }
     if (node->driver || (info->change_mask & PW_NODE_CHANGE_MASK_PARAMS) == 0) return;
     // A camera that has not found its formats yet is asked again when they change.
-    const bool hasFormats = std::any_of(info->params, info->params + info->n_params,
-                                        [](const spa_param_info& param) { return param.id == SPA_PARAM_EnumFormat; });
+    const std::span params(info->params, info->n_params);
+    const bool hasFormats = std::ranges::count(params, SPA_PARAM_EnumFormat, &spa_param_info::id) > 0;
     if (!hasFormats && node->kind == PipeWireNodeKind::camera) return;
     node->modes.clear();
     node->wasAsked = true;
-    if (hasFormats) {
-      pw_node_enum_params(reinterpret_cast<pw_node*>(node->proxy), 0, SPA_PARAM_EnumFormat, 0, UINT32_MAX, nullptr);
+    node->controls = std::make_shared<PipeWireControls>(node->id, node->owner->line_);
+    const bool isCamera = node->kind == PipeWireNodeKind::camera;
+    for (const spa_param_info& param : params) {
+      if (param.id != SPA_PARAM_EnumFormat && !(isCamera && param.id == SPA_PARAM_PropInfo)) continue;
+      pw_node_enum_params(reinterpret_cast<pw_node*>(node->proxy), 0, param.id, 0, UINT32_MAX, nullptr);
     }
     node->doneSequence = pw_core_sync(node->owner->loop_->core(), PW_ID_CORE, 0);
   }
 
   static void nodeParameter(void* data, int, std::uint32_t id, std::uint32_t, std::uint32_t, const spa_pod* parameter) {
     auto* node = static_cast<Node*>(data);
+    if (parameter && id == SPA_PARAM_PropInfo && !node->driver) node->controls->add(*parameter);
     if (id != SPA_PARAM_EnumFormat || !parameter) return;
     if (node->kind == PipeWireNodeKind::camera) {
       const auto modes = parsePipeWireModes(*parameter);
@@ -252,8 +243,8 @@ class PipeWireBackend::Registry {
   }
 
   bool isTaken(const std::string& uniqueID) const {
-    return std::any_of(nodes_.begin(), nodes_.end(), [&](const auto& entry) {
-      const auto& driver = entry.second->driver;
+    return std::ranges::any_of(nodes_, [&](const auto& each) {
+      const auto& driver = each.second->driver;
       return driver && driver->description().uniqueID == uniqueID;
     });
   }
@@ -266,30 +257,49 @@ class PipeWireBackend::Registry {
     // Other sources of video show screens and films.
     const bool isCamera = valueOf(node.properties, PW_KEY_MEDIA_ROLE) == "Camera" && !node.modes.empty();
     if (node.kind == PipeWireNodeKind::camera && !isCamera) return;
-    auto description = describePipeWireNode(name, node.kind, node.properties, node.modes, node.channels);
+    const auto controls = controlsOf(node);
+    auto description = describePipeWireNode(name, node.kind, node.properties, node.modes, node.channels,
+                                            controls ? controls->largestZoom() : 1);
     const std::string base = description.uniqueID;
     for (int count = 2; isTaken(description.uniqueID); ++count)
       description.uniqueID = fmt::format("{}#{}", base, count);
     description.backendName = reach_.name;
     const bool isMonitor = description.isMonitor;
-    node.driver = std::make_shared<PipeWireDriver>(
-        std::move(description),
-        PipeWireDriver::Node{name, valueOf(node.properties, PW_KEY_OBJECT_SERIAL), isMonitor, node.modes, reach_.gate},
-        defaults_);
+    node.driver =
+        std::make_shared<PipeWireDriver>(std::move(description),
+                                         PipeWireDriver::Node{name, valueOf(node.properties, PW_KEY_OBJECT_SERIAL),
+                                                              isMonitor, node.modes, reach_.gate, controls},
+                                         defaults_);
     queue_->async([this, driver = node.driver] { observer_.deviceAppeared(driver); });
+  }
+
+  /// The video node behind it knows more than the node's properties.
+  std::shared_ptr<CaptureControlPort> controlsOf(const Node& node) const {
+    if (node.kind != PipeWireNodeKind::camera) return nullptr;
+    const std::string path = valueOf(node.properties, SPA_KEY_API_V4L2_PATH);
+    if (!path.empty() && reach_.openControls) {
+      if (std::shared_ptr<CaptureControlPort> port = reach_.openControls(path)) return port;
+    }
+    return node.controls && !node.controls->isEmpty() ? node.controls : nullptr;
+  }
+
+  static void setProperties(void* owner, std::uint32_t id, const spa_pod& properties) {
+    const auto& nodes = static_cast<Registry*>(owner)->nodes_;
+    const auto found = nodes.find(id);
+    if (found == nodes.end()) return;
+    pw_node_set_param(reinterpret_cast<pw_node*>(found->second->proxy), SPA_PARAM_Props, 0, &properties);
   }
 
   CaptureBackendObserver& observer_;
   const Reach& reach_;
   const std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::create("tavrel.pwdev");
   const std::shared_ptr<PipeWireDefaults> defaults_ = std::make_shared<PipeWireDefaults>();
+  const std::shared_ptr<PipeWireControlLine> line_ = std::make_shared<PipeWireControlLine>();
   std::unique_ptr<PipeWireLoop> loop_;
   spa_source* retry_ = nullptr;
   spa_hook coreListener_{};
   spa_hook registryListener_{};
-  spa_hook metadataListener_{};
   pw_registry* registry_ = nullptr;
-  pw_proxy* metadata_ = nullptr;
   std::map<std::uint32_t, std::unique_ptr<Node>> nodes_;
   bool isConnected_ = false;
   bool isLost_ = false;   // the daemon ended; the connection is still to be taken down
@@ -312,8 +322,6 @@ const pw_registry_events PipeWireBackend::Registry::kRegistryEvents = {PW_VERSIO
 
 const pw_node_events PipeWireBackend::Registry::kNodeEvents = {PW_VERSION_NODE_EVENTS, nodeInfo, nodeParameter};
 
-const pw_metadata_events PipeWireBackend::Registry::kMetadataEvents = {PW_VERSION_METADATA_EVENTS, metadataProperty};
-
 PipeWireBackend::PipeWireBackend(Reach reach) : reach_(std::move(reach)) {}
 
 PipeWireBackend::~PipeWireBackend() = default;
@@ -324,16 +332,6 @@ void PipeWireBackend::start(CaptureBackendObserver& observer) {
 }
 
 void PipeWireBackend::stop() { registry_ = nullptr; }
-
-CaptureAuthorizationStatus PipeWireBackend::authorizationStatus(MediaType mediaType) {
-  // A client sees only those nodes that it may use.
-  const bool isAsked = reach_.gate && mediaType == MediaType::video;
-  return isAsked ? reach_.gate->status() : CaptureAuthorizationStatus::authorized;
-}
-
-void PipeWireBackend::awaitAccess(MediaType mediaType) {
-  if (reach_.gate && mediaType == MediaType::video) reach_.gate->await(kPatienceWithPeople);
-}
 
 std::optional<Error> PipeWireBackend::problem() const {
   if (reach_.gate) {

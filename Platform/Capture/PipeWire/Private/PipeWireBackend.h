@@ -1,9 +1,13 @@
 #pragma once
 
+#include <chrono>
+#include <functional>
 #include <memory>
+#include <string>
 
 #include "Platform/Capture/PipeWire/Private/PipeWireGate.h"
 #include "Platform/Capture/Private/CaptureBackend.h"
+#include "Platform/Capture/Private/CaptureControlPort.h"
 
 namespace tavrel {
 
@@ -21,6 +25,8 @@ class PipeWireBackend : public CaptureBackend {
     bool hasCameras = true;
     bool hasSound = true;
     std::shared_ptr<PipeWireGate> gate = nullptr;
+    /// Opens the video node of a camera for its controls; nullptr when it cannot. Empty: nodes are not looked at.
+    std::function<std::unique_ptr<CaptureControlPort>(const std::string& path)> openControls = nullptr;
   };
 
   explicit PipeWireBackend(Reach reach);
@@ -29,12 +35,21 @@ class PipeWireBackend : public CaptureBackend {
   const char* name() const override { return reach_.name; }
   void start(CaptureBackendObserver& observer) override;
   void stop() override;
-  CaptureAuthorizationStatus authorizationStatus(MediaType mediaType) override;
-  void awaitAccess(MediaType mediaType) override;
+  CaptureAuthorizationStatus authorizationStatus(MediaType mediaType) override {
+    // A client sees only those nodes that it may use.
+    return isAsked(mediaType) ? reach_.gate->status() : CaptureAuthorizationStatus::authorized;
+  }
+  void awaitAccess(MediaType mediaType) override {
+    constexpr std::chrono::seconds kPatienceWithPeople(60);
+    if (isAsked(mediaType)) reach_.gate->await(kPatienceWithPeople);
+  }
   std::optional<Error> problem() const override;
 
  private:
   class Registry;
+
+  bool isAsked(MediaType mediaType) const { return reach_.gate && mediaType == MediaType::video; }
+
   const Reach reach_;
   std::unique_ptr<Registry> registry_;
 };

@@ -1,5 +1,4 @@
 #include <fmt/format.h>
-#include <spa/param/buffers.h>
 #include <spa/param/param.h>
 #include <spa/utils/result.h>
 
@@ -13,6 +12,7 @@
 
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/PipeWire/Private/PipeWireDriver.h"
+#include "Platform/Capture/PipeWire/Private/PipeWirePictures.h"
 #include "Platform/Capture/Private/CaptureTimes.h"
 #include "Platform/Capture/Private/FrameRates.h"
 #include "Platform/Capture/Private/SoundTimes.h"
@@ -22,19 +22,8 @@ namespace tavrel {
 namespace {
 
 constexpr std::int64_t kOpenNanoseconds = 5'000'000'000;
-constexpr int kBufferCount = 6;
 
 }  // namespace
-
-void PipeWireDefaults::setSource(std::string name) {
-  const std::lock_guard lock(mutex_);
-  source_ = std::move(name);
-}
-
-bool PipeWireDefaults::isSource(const std::string& name) const {
-  const std::lock_guard lock(mutex_);
-  return source_ == name;
-}
 
 /// One opening. All but construction, `start` and destruction happens on the loop's thread.
 class PipeWireDriver::Stream {
@@ -165,87 +154,53 @@ class PipeWireDriver::Stream {
 
   void agreeOnVideo(const spa_pod& parameter) {
     const auto agreed = parseAgreedVideoFormat(parameter, frameRate_);
-    if (!agreed || agreed->width != run_.format->dimensions.width || agreed->height != run_.format->dimensions.height) {
+    if (!agreed || agreed->frame.width != run_.format->dimensions.width ||
+        agreed->frame.height != run_.format->dimensions.height) {
       return fail(makeError(
           CaptureErrorCode::unsupportedFormat,
           fmt::format("{} agreed on a format that it was not asked for", driver_.description_.localizedName)));
     }
-    frame_ = *agreed;
     delivery_.begin({.format = pipeWireFormatName(parameter),
                      .dimensions = run_.format->dimensions,
                      .framesPerSecond = frameRate_});
-    auto pool = PixelBufferPool::create(static_cast<std::size_t>(frame_.width), static_cast<std::size_t>(frame_.height),
-                                        PixelFormat::bgra32);
-    if (!pool) return fail(pool.error());
-    pool_ = std::move(*pool);
-
+    if (auto begun = pictures_.begin(*agreed); !begun) return fail(begun.error());
     std::array<std::uint8_t, 1024> memory{};
     spa_pod_builder builder{};
     spa_pod_builder_init(&builder, memory.data(), memory.size());
-    constexpr int kTypes = (1 << SPA_DATA_MemPtr) | (1 << SPA_DATA_MemFd);
-    std::array<const spa_pod*, 2> parameters = {
-        static_cast<const spa_pod*>(
-            spa_pod_builder_add_object(&builder, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers,
-                                       SPA_PARAM_BUFFERS_buffers, SPA_POD_CHOICE_RANGE_Int(kBufferCount, 2, 16),
-                                       SPA_PARAM_BUFFERS_dataType, SPA_POD_CHOICE_FLAGS_Int(kTypes))),
-        static_cast<const spa_pod*>(spa_pod_builder_add_object(
-            &builder, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type, SPA_POD_Id(SPA_META_Header),
-            SPA_PARAM_META_size, SPA_POD_Int(static_cast<int>(sizeof(spa_meta_header)))))};
-    pw_stream_update_params(stream_, parameters.data(), parameters.size());
+    auto parameters = pictures_.parameters(builder);
+    pw_stream_update_params(stream_, parameters.data(), static_cast<std::uint32_t>(parameters.size()));
   }
 
   static void process(void* data) {
     auto* self = static_cast<Stream*>(data);
     while (pw_buffer* buffer = pw_stream_dequeue_buffer(self->stream_)) {
       // What comes before `open` has returned would reach a session that does not know it yet.
-      if (self->isOpen_ && !self->error_) self->deliver(*buffer->buffer);
+      if (self->isOpen_ && !self->error_) self->deliver(*buffer);
       pw_stream_queue_buffer(self->stream_, buffer);
     }
   }
 
-  void deliver(const spa_buffer& buffer) {
-    if (buffer.n_datas == 0 || !buffer.datas[0].chunk) return;
-    const spa_data& data = buffer.datas[0];
-    if (isVideo()) delivery_.note(&CaptureDelivery::memory, pipeWireMemoryName(data.type));
-    if (!data.data) {
-      if (isVideo()) lose("its buffers cannot be mapped", {frameDurationOf(frameRate_), captureTimeOf({}), {}});
-      return;
-    }
-    const RawFrame::Plane block = pipeWirePlane(data);
-    if (isVideo()) {
-      deliverPicture(buffer, block);
-    } else {
-      deliverSound(block.bytes, block.byteCount);
-    }
+  void deliver(const pw_buffer& buffer) {
+    if (buffer.buffer->n_datas == 0 || !buffer.buffer->datas[0].chunk) return;
+    if (isVideo()) return deliverPicture(buffer);
+    const RawFrame::Plane block = pipeWirePlane(buffer.buffer->datas[0]);
+    if (block.bytes) deliverSound(block.bytes, block.byteCount);
   }
 
-  void deliverPicture(const spa_buffer& buffer, const RawFrame::Plane& block) {
+  void deliverPicture(const pw_buffer& buffer) {
     const auto* header = static_cast<const spa_meta_header*>(
-        spa_buffer_find_meta_data(&buffer, SPA_META_Header, sizeof(spa_meta_header)));
+        spa_buffer_find_meta_data(buffer.buffer, SPA_META_Header, sizeof(spa_meta_header)));
+    const spa_data& first = buffer.buffer->datas[0];
     const auto age = ageOfCapture(header ? header->pts : 0);
+    delivery_.note(&CaptureDelivery::memory, pipeWireMemoryName(first.type));
     delivery_.note(&CaptureDelivery::isStamped, age.has_value());
-    const MediaTime time = captureTimeOf(age);
-    const SampleTiming timing = {frameDurationOf(frameRate_), time, MediaTime::invalid()};
+    const SampleTiming timing = {frameDurationOf(frameRate_), captureTimeOf(age), MediaTime::invalid()};
     const bool isDamaged = (header && (header->flags & SPA_META_HEADER_FLAG_CORRUPTED) != 0) ||
-                           (buffer.datas[0].chunk->flags & SPA_CHUNK_FLAG_CORRUPTED) != 0;
-    if (isDamaged || block.byteCount == 0) {
-      return lose(isDamaged ? "a picture came damaged" : "a buffer came empty", timing);
-    }
-    if (!pool_) return run_.sink->didDrop(timing);
-    auto picture = pool_->createPixelBuffer();
-    if (!picture) return run_.sink->didDrop(timing);
-    frame_.bytes = block.bytes;
-    frame_.byteCount = block.byteCount;
-    frame_.bytesPerRow = std::max(block.bytesPerRow, FrameConverter::tightRow(frame_.layout, frame_.width));
-    for (std::uint32_t i = 0; i < frame_.chroma.size(); ++i) {
-      frame_.chroma.at(i) = i + 1 < buffer.n_datas ? pipeWirePlane(buffer.datas[i + 1]) : RawFrame::Plane();
-    }
-    if (auto converted = converter_.convert(frame_, **picture); !converted) {
-      return lose(converted.error().description, timing);
-    }
-    if (auto sample = SampleBuffer::createImage(std::move(*picture), timing)) {
-      run_.sink->didCapture(std::move(*sample));
-    }
+                           (first.chunk->flags & SPA_CHUNK_FLAG_CORRUPTED) != 0;
+    if (isDamaged) return lose("a picture came damaged", timing);
+    auto sample = pictures_.pictureOf(buffer, timing);
+    if (!sample) return lose(sample.error().description, timing);
+    run_.sink->didCapture(std::move(*sample));
   }
 
   void lose(std::string reason, const SampleTiming& timing) {
@@ -291,9 +246,7 @@ class PipeWireDriver::Stream {
   bool isOpen_ = false;
   std::optional<Error> error_;
   double frameRate_ = 30;
-  RawFrame frame_;
-  std::shared_ptr<PixelBufferPool> pool_;
-  FrameConverter converter_;
+  PipeWirePictures pictures_;
   SoundTimes soundTimes_;
 };
 
@@ -310,6 +263,8 @@ const pw_stream_events PipeWireDriver::Stream::kStreamEvents = [] {
   events.state_changed = stateChanged;
   events.param_changed = parameterChanged;
   events.process = process;
+  events.add_buffer = [](void* data, pw_buffer* buffer) { static_cast<Stream*>(data)->pictures_.add(*buffer); };
+  events.remove_buffer = [](void* data, pw_buffer* buffer) { static_cast<Stream*>(data)->pictures_.remove(*buffer); };
   return events;
 }();
 
@@ -326,6 +281,9 @@ Expected<void> PipeWireDriver::open(CaptureRun run) {
   }
   const AudioFormat format = run.format->audioFormat;
   if (description_.mediaType == MediaType::audio) delivery_.begin({.format = "F32", .isStamped = true});
+  if (node_.controls) {
+    for (const CaptureControl control : kCaptureControls) node_.controls->apply(control, run.controls);
+  }
   auto stream = std::make_unique<Stream>(*this, delivery_, std::move(run));
   if (auto started = stream->start(); !started) return started;
   if (description_.mediaType == MediaType::audio) AudioSession::shared().setSampleRate(format.sampleRate);

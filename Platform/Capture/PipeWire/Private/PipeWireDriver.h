@@ -6,24 +6,14 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Capture/PipeWire/Private/PipeWireDefaults.h"
 #include "Platform/Capture/PipeWire/Private/PipeWireFormats.h"
 #include "Platform/Capture/PipeWire/Private/PipeWireHandles.h"
+#include "Platform/Capture/Private/CaptureControlPort.h"
 #include "Platform/Capture/Private/CaptureDriver.h"
 #include "Platform/Capture/Private/DeliveryRecord.h"
-#include "Platform/Graphics/PixelBufferPool.h"
 
 namespace tavrel {
-
-/// The name of the system's default microphone, shared between the backend and its drivers.
-class PipeWireDefaults {
- public:
-  void setSource(std::string name);
-  bool isSource(const std::string& name) const;
-
- private:
-  mutable std::mutex mutex_;
-  std::string source_;
-};
 
 /// One node of PipeWire's graph as camera or microphone. While open it has a connection and a thread of its own
 /// ("tavrel.pwcam", "tavrel.pwmic"), on which pictures are converted.
@@ -34,7 +24,8 @@ class PipeWireDriver : public CaptureDriver {
     std::string serial;  ///< PipeWire's number of the node, never used twice
     bool isMonitor = false;
     std::vector<PipeWireMode> modes;
-    std::shared_ptr<PipeWireGate> gate;  ///< that it is reached through, if any
+    std::shared_ptr<PipeWireGate> gate;            ///< that it is reached through, if any
+    std::shared_ptr<CaptureControlPort> controls;  ///< of the camera, if any
   };
 
   PipeWireDriver(CaptureDeviceDescription description, Node node, std::shared_ptr<const PipeWireDefaults> defaults);
@@ -45,7 +36,12 @@ class PipeWireDriver : public CaptureDriver {
   Expected<void> open(CaptureRun run) override;
   void close() override;
   void setFrameRate(double framesPerSecond) override;
-  void apply(CaptureControl, const CaptureControls&) override {}
+  CaptureCapabilities capabilities() const override {
+    return node_.controls ? node_.controls->capabilities() : CaptureCapabilities();
+  }
+  void apply(CaptureControl control, const CaptureControls& controls) override {
+    if (node_.controls) node_.controls->apply(control, controls);
+  }
   std::optional<CaptureDelivery> delivery() const override { return delivery_.get(); }
 
  private:

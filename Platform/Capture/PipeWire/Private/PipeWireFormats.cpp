@@ -20,26 +20,37 @@ namespace {
 struct KnownFormat {
   spa_video_format format;
   FrameLayout layout;
+  spa_media_subtype subtype = SPA_MEDIA_SUBTYPE_raw;
 };
 
-/// Cheapest first; JPEG under the name of what is encoded; without colour only where there is nothing else.
+/// Cheapest first; without colour only where there is nothing else.
 constexpr KnownFormat kKnownFormats[] = {
-    {SPA_VIDEO_FORMAT_BGRA, FrameLayout::bgra},      {SPA_VIDEO_FORMAT_BGRx, FrameLayout::bgra},
-    {SPA_VIDEO_FORMAT_RGBA, FrameLayout::rgba},      {SPA_VIDEO_FORMAT_RGBx, FrameLayout::rgba},
-    {SPA_VIDEO_FORMAT_NV12, FrameLayout::nv12},      {SPA_VIDEO_FORMAT_NV21, FrameLayout::nv21},
-    {SPA_VIDEO_FORMAT_I420, FrameLayout::i420},      {SPA_VIDEO_FORMAT_YV12, FrameLayout::yv12},
-    {SPA_VIDEO_FORMAT_YUY2, FrameLayout::yuyv},      {SPA_VIDEO_FORMAT_UYVY, FrameLayout::uyvy},
-    {SPA_VIDEO_FORMAT_YVYU, FrameLayout::yvyu},      {SPA_VIDEO_FORMAT_NV16, FrameLayout::nv16},
-    {SPA_VIDEO_FORMAT_BGR, FrameLayout::bgr24},      {SPA_VIDEO_FORMAT_RGB, FrameLayout::rgb24},
-    {SPA_VIDEO_FORMAT_P010_10LE, FrameLayout::p010}, {SPA_VIDEO_FORMAT_ENCODED, FrameLayout::mjpeg},
+    {SPA_VIDEO_FORMAT_BGRA, FrameLayout::bgra},
+    {SPA_VIDEO_FORMAT_BGRx, FrameLayout::bgra},
+    {SPA_VIDEO_FORMAT_RGBA, FrameLayout::rgba},
+    {SPA_VIDEO_FORMAT_RGBx, FrameLayout::rgba},
+    {SPA_VIDEO_FORMAT_NV12, FrameLayout::nv12},
+    {SPA_VIDEO_FORMAT_NV21, FrameLayout::nv21},
+    {SPA_VIDEO_FORMAT_I420, FrameLayout::i420},
+    {SPA_VIDEO_FORMAT_YV12, FrameLayout::yv12},
+    {SPA_VIDEO_FORMAT_YUY2, FrameLayout::yuyv},
+    {SPA_VIDEO_FORMAT_UYVY, FrameLayout::uyvy},
+    {SPA_VIDEO_FORMAT_YVYU, FrameLayout::yvyu},
+    {SPA_VIDEO_FORMAT_NV16, FrameLayout::nv16},
+    {SPA_VIDEO_FORMAT_BGR, FrameLayout::bgr24},
+    {SPA_VIDEO_FORMAT_RGB, FrameLayout::rgb24},
+    {SPA_VIDEO_FORMAT_P010_10LE, FrameLayout::p010},
+    {SPA_VIDEO_FORMAT_ENCODED, FrameLayout::mjpeg, SPA_MEDIA_SUBTYPE_mjpg},
+    {SPA_VIDEO_FORMAT_ENCODED, FrameLayout::h264, SPA_MEDIA_SUBTYPE_h264},
     {SPA_VIDEO_FORMAT_GRAY8, FrameLayout::gray8},
 };
 
 constexpr std::uint32_t kMostValues = 256;
+constexpr std::int64_t kLinear = 0;  // DRM_FORMAT_MOD_LINEAR
 
-const KnownFormat* knownFormat(std::uint32_t format) {
+const KnownFormat* knownFormat(std::uint32_t subtype, std::uint32_t format) {
   const auto* found = std::find_if(std::begin(kKnownFormats), std::end(kKnownFormats), [&](const KnownFormat& known) {
-    return known.format == format && known.layout != FrameLayout::mjpeg;
+    return known.subtype == subtype && (subtype != SPA_MEDIA_SUBTYPE_raw || known.format == format);
   });
   return found != std::end(kKnownFormats) ? found : nullptr;
 }
@@ -117,6 +128,14 @@ spa_fraction fractionOf(double rate) {
   return {static_cast<std::uint32_t>(duration.timescale), static_cast<std::uint32_t>(duration.value)};
 }
 
+/// Whether the parameter is about memory of a device, and if so, whether the CPU can read it, too.
+bool hasModifier(const spa_pod& object) { return spa_pod_find_prop(&object, nullptr, SPA_FORMAT_VIDEO_modifier); }
+
+bool isReadable(const spa_pod& object) {
+  const auto offered = valuesOf<std::int64_t>(object, SPA_FORMAT_VIDEO_modifier, SPA_TYPE_Long).values;
+  return !hasModifier(object) || std::ranges::count(offered, kLinear) > 0;
+}
+
 FrameMatrix matrixOf(spa_video_color_matrix matrix) {
   switch (matrix) {
     case SPA_VIDEO_COLOR_MATRIX_BT709: return FrameMatrix::bt709;
@@ -132,12 +151,18 @@ std::vector<PipeWireMode> parsePipeWireModes(const spa_pod& parameter) {
   std::uint32_t mediaSubtype = 0;
   if (spa_format_parse(&parameter, &mediaType, &mediaSubtype) < 0 || mediaType != SPA_MEDIA_TYPE_video) return {};
   std::vector<PipeWireMode> modes;
+  if (!isReadable(parameter)) return {};
   const auto rates = ratesOf(parameter);
   for (const CaptureVideoDimensions size : sizesOf(parameter)) {
-    if (mediaSubtype == SPA_MEDIA_SUBTYPE_mjpg) modes.push_back({true, SPA_VIDEO_FORMAT_UNKNOWN, size, rates});
-    if (mediaSubtype != SPA_MEDIA_SUBTYPE_raw) continue;
+    if (mediaSubtype != SPA_MEDIA_SUBTYPE_raw) {
+      const KnownFormat* encoded = knownFormat(mediaSubtype, SPA_VIDEO_FORMAT_ENCODED);
+      if (encoded) modes.push_back({encoded->subtype, encoded->format, false, size, rates});
+      continue;
+    }
     for (const std::uint32_t format : valuesOf<std::uint32_t>(parameter, SPA_FORMAT_VIDEO_format, SPA_TYPE_Id).values) {
-      if (const KnownFormat* known = knownFormat(format)) modes.push_back({false, known->format, size, rates});
+      if (const KnownFormat* known = knownFormat(mediaSubtype, format)) {
+        modes.push_back({known->subtype, known->format, hasModifier(parameter), size, rates});
+      }
     }
   }
   return modes;
@@ -157,7 +182,7 @@ std::vector<const spa_pod*> buildVideoFormats(spa_pod_builder& builder, const st
   const spa_rectangle size = {static_cast<std::uint32_t>(dimensions.width),
                               static_cast<std::uint32_t>(dimensions.height)};
   const spa_fraction wanted = fractionOf(rate);
-  const auto build = [&](std::uint32_t subtype, std::uint32_t format, bool isExact) {
+  const auto build = [&](const PipeWireMode& mode, bool isExact) {
     // The daemon takes any of the rates in between. One that is no fraction of small numbers is met as closely.
     const auto thousandths = [&](double part) { return static_cast<std::uint32_t>(rate * part * 1000); };
     const spa_fraction slowest = isExact ? spa_fraction{thousandths(0.98), 1000} : spa_fraction{0, 1};
@@ -165,10 +190,14 @@ std::vector<const spa_pod*> buildVideoFormats(spa_pod_builder& builder, const st
     spa_pod_frame frame{};
     spa_pod_builder_push_object(&builder, &frame, SPA_TYPE_OBJECT_Format, SPA_PARAM_EnumFormat);
     spa_pod_builder_add(&builder, SPA_FORMAT_mediaType, SPA_POD_Id(SPA_MEDIA_TYPE_video), SPA_FORMAT_mediaSubtype,
-                        SPA_POD_Id(subtype), SPA_FORMAT_VIDEO_size, SPA_POD_Rectangle(&size),
+                        SPA_POD_Id(mode.subtype), SPA_FORMAT_VIDEO_size, SPA_POD_Rectangle(&size),
                         SPA_FORMAT_VIDEO_framerate, SPA_POD_CHOICE_RANGE_Fraction(&wanted, &slowest, &fastest), 0);
-    if (subtype == SPA_MEDIA_SUBTYPE_raw) {
-      spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_format, SPA_POD_Id(format), 0);
+    if (mode.subtype == SPA_MEDIA_SUBTYPE_raw) {
+      spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_format, SPA_POD_Id(mode.format), 0);
+    }
+    if (mode.hasModifier) {
+      spa_pod_builder_prop(&builder, SPA_FORMAT_VIDEO_modifier, SPA_POD_PROP_FLAG_MANDATORY);
+      spa_pod_builder_long(&builder, kLinear);
     }
     return static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &frame));
   };
@@ -181,11 +210,14 @@ std::vector<const spa_pod*> buildVideoFormats(spa_pod_builder& builder, const st
   std::vector<const spa_pod*> parameters;
   for (const bool isExact : {true, false}) {
     for (const KnownFormat& known : kKnownFormats) {
-      for (const PipeWireMode& mode : modes) {
-        const bool isJpeg = known.layout == FrameLayout::mjpeg;
-        const bool isIt = mode.isJpeg == isJpeg && (isJpeg || mode.format == known.format);
-        if (!isIt || mode.dimensions != dimensions || has(mode) != isExact) continue;
-        parameters.push_back(build(isJpeg ? SPA_MEDIA_SUBTYPE_mjpg : SPA_MEDIA_SUBTYPE_raw, known.format, isExact));
+      // The CPU reads ordinary memory faster than a device's.
+      for (const bool isOfDevice : {false, true}) {
+        for (const PipeWireMode& mode : modes) {
+          const bool isIt = mode.subtype == known.subtype && mode.format == known.format;
+          if (!isIt || mode.hasModifier != isOfDevice || mode.dimensions != dimensions || has(mode) != isExact)
+            continue;
+          parameters.push_back(build(mode, isExact));
+        }
       }
     }
   }
@@ -202,7 +234,7 @@ const spa_pod* buildAudioFormat(spa_pod_builder& builder, const AudioFormat& for
   return spa_format_audio_raw_build(&builder, SPA_PARAM_EnumFormat, &info);
 }
 
-std::optional<RawFrame> parseAgreedVideoFormat(const spa_pod& parameter, double& rate) {
+std::optional<PipeWireAgreement> parseAgreedVideoFormat(const spa_pod& parameter, double& rate) {
   std::uint32_t mediaType = 0;
   std::uint32_t mediaSubtype = 0;
   if (spa_format_parse(&parameter, &mediaType, &mediaSubtype) < 0 || mediaType != SPA_MEDIA_TYPE_video) {
@@ -217,12 +249,18 @@ std::optional<RawFrame> parseAgreedVideoFormat(const spa_pod& parameter, double&
     frame.layout = FrameLayout::mjpeg;
     size = info.size;
     agreed = info.framerate;
+  } else if (mediaSubtype == SPA_MEDIA_SUBTYPE_h264) {
+    spa_video_info_h264 info{};
+    if (spa_format_video_h264_parse(&parameter, &info) < 0) return std::nullopt;
+    frame.layout = FrameLayout::h264;
+    size = info.size;
+    agreed = info.framerate;
   } else {
     spa_video_info_raw info{};
     if (mediaSubtype != SPA_MEDIA_SUBTYPE_raw || spa_format_video_raw_parse(&parameter, &info) < 0) {
       return std::nullopt;
     }
-    const KnownFormat* known = knownFormat(info.format);
+    const KnownFormat* known = knownFormat(mediaSubtype, info.format);
     if (!known) return std::nullopt;
     frame.layout = known->layout;
     frame.matrix = matrixOf(info.color_matrix);
@@ -234,7 +272,7 @@ std::optional<RawFrame> parseAgreedVideoFormat(const spa_pod& parameter, double&
   frame.width = static_cast<int>(size.width);
   frame.height = static_cast<int>(size.height);
   if (const double found = rateOf(agreed); found > 0) rate = found;
-  return frame;
+  return PipeWireAgreement{frame, hasModifier(parameter)};
 }
 
 RawFrame::Plane pipeWirePlane(const spa_data& data) {

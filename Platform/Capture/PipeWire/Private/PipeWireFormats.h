@@ -1,6 +1,7 @@
 #pragma once
 
 #include <spa/buffer/buffer.h>
+#include <spa/param/format.h>
 #include <spa/param/video/raw.h>
 #include <spa/pod/builder.h>
 #include <spa/pod/pod.h>
@@ -18,16 +19,24 @@ namespace tavrel {
 
 /// One way of a camera node to deliver.
 struct PipeWireMode {
-  bool isJpeg = false;
-  spa_video_format format = SPA_VIDEO_FORMAT_UNKNOWN;  // unless JPEG
+  spa_media_subtype subtype = SPA_MEDIA_SUBTYPE_raw;
+  spa_video_format format = SPA_VIDEO_FORMAT_UNKNOWN;  // of raw pictures
+  bool hasModifier = false;  ///< memory of a device, in rows one after the other (DRM_FORMAT_MOD_LINEAR)
   CaptureVideoDimensions dimensions;
   std::vector<CaptureFrameRateRange> rates;
+};
+
+/// How a camera delivers from now on.
+struct PipeWireAgreement {
+  RawFrame frame;  ///< all but the bytes
+  bool hasModifier = false;
 };
 
 /// What a node says about itself.
 using PipeWireProperties = std::map<std::string, std::string>;
 
-/// The ways that one format parameter of a camera offers; those with layouts that we cannot read are left out.
+/// The ways that one format parameter of a camera offers; those with layouts that we cannot read are left out, as those
+/// that only a device can read.
 std::vector<PipeWireMode> parsePipeWireModes(const spa_pod& parameter);
 /// How many channels a microphone's format parameter names; 0 when it does not.
 std::uint32_t parsePipeWireChannels(const spa_pod& parameter);
@@ -38,7 +47,7 @@ std::vector<const spa_pod*> buildVideoFormats(spa_pod_builder& builder, const st
 const spa_pod* buildAudioFormat(spa_pod_builder& builder, const AudioFormat& format);
 
 /// The layout, matrix and range of what was agreed on; nothing when it is none of ours.
-std::optional<RawFrame> parseAgreedVideoFormat(const spa_pod& parameter, double& rate);
+std::optional<PipeWireAgreement> parseAgreedVideoFormat(const spa_pod& parameter, double& rate);
 
 /// What a buffer's block holds; nothing when it is not mapped. A stride of 0 is one that the node does not say.
 RawFrame::Plane pipeWirePlane(const spa_data& data);

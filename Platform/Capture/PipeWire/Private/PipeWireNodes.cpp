@@ -34,7 +34,8 @@ PipeWireNodeKind pipeWireNodeKindOf(const char* mediaClass) {
 
 CaptureDeviceDescription describePipeWireNode(const std::string& name, PipeWireNodeKind kind,
                                               const PipeWireProperties& properties,
-                                              const std::vector<PipeWireMode>& modes, std::uint32_t channels) {
+                                              const std::vector<PipeWireMode>& modes, std::uint32_t channels,
+                                              double largestZoom) {
   CaptureDeviceDescription description;
   const bool isMonitor = kind == PipeWireNodeKind::monitor;
   description.uniqueID = fmt::format("pipewire:{}{}", name, isMonitor ? kMonitorSuffix : "");
@@ -48,7 +49,7 @@ CaptureDeviceDescription describePipeWireNode(const std::string& name, PipeWireN
     description.isOwnFeed = valueOf(properties, kFeedProcessKey) == std::to_string(getpid());
     description.position = positionOf(properties);
     description.mountRotation = mountRotationOf(properties);
-    description.formats = deviceFormatsOf(modes);
+    description.formats = deviceFormatsOf(modes, largestZoom);
     return description;
   }
   description.mediaType = MediaType::audio;

@@ -21,7 +21,8 @@ PipeWireNodeKind pipeWireNodeKindOf(const char* mediaClass);
 /// The device that a node is. Sound has the number of `channels` that the node offers, at most two.
 CaptureDeviceDescription describePipeWireNode(const std::string& name, PipeWireNodeKind kind,
                                               const PipeWireProperties& properties,
-                                              const std::vector<PipeWireMode>& modes, std::uint32_t channels);
+                                              const std::vector<PipeWireMode>& modes, std::uint32_t channels,
+                                              double largestZoom);
 
 /// The "name" of {"name": "…"}, as the daemon's metadata gives the default devices; empty when there is none.
 std::string nameInPipeWireMetadata(const char* text);

@@ -11,6 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <utility>
 
 #include "Platform/Capture/Private/CameraModes.h"
@@ -22,7 +23,7 @@ namespace {
 
 constexpr std::string_view kNodePrefix = "video";
 /// Rights on a new node are set some time after it appears, without an event on every system.
-constexpr int kSecondLookMilliseconds = 1000;
+constexpr std::chrono::seconds kSecondLook(1);
 
 std::optional<int> nodeNumber(const std::string& name) {
   if (!name.starts_with(kNodePrefix)) return std::nullopt;
@@ -45,7 +46,7 @@ void V4L2Backend::start(CaptureBackendObserver& observer) {
   const int notifier = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
   // Watched before the first look, so that nothing falls between.
   if (notifier >= 0) inotify_add_watch(notifier, folder_.c_str(), IN_CREATE | IN_DELETE | IN_ATTRIB | IN_MOVE);
-  scan();
+  scan(std::nullopt);
   wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (notifier < 0 || wake_ < 0) {
     if (notifier >= 0) ::close(notifier);
@@ -66,24 +67,36 @@ void V4L2Backend::stop() {
 }
 
 void V4L2Backend::watch(const std::stop_token& stop, int notifier) {
+  using Clock = std::chrono::steady_clock;
   pthread_setname_np(pthread_self(), "tavrel.v4l2dev");
-  bool looksAgain = false;
+  std::set<std::string> changed;  // and to be looked at again
+  Clock::time_point secondLook;
   while (!stop.stop_requested()) {
     std::array<pollfd, 2> descriptors = {pollfd{notifier, POLLIN, 0}, pollfd{wake_, POLLIN, 0}};
-    const int ready = ::poll(descriptors.data(), descriptors.size(), looksAgain ? kSecondLookMilliseconds : -1);
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(secondLook - Clock::now()).count();
+    const int ready = ::poll(descriptors.data(), descriptors.size(),
+                             changed.empty() ? -1 : static_cast<int>(std::max<std::int64_t>(left, 0)));
     if (stop.stop_requested()) break;
     if (ready < 0 && errno != EINTR) break;
     alignas(inotify_event) std::array<char, 4096> events{};
-    bool isOurs = looksAgain && ready == 0;
-    looksAgain = false;
+    std::set<std::string> found;
+    bool isOverflown = false;
     for (ssize_t size = 0; (size = read(notifier, events.data(), events.size())) > 0;) {
       for (ssize_t at = 0; at < size;) {
         const auto* event = static_cast<const inotify_event*>(static_cast<const void*>(events.data() + at));
-        if (event->len > 0 && nodeNumber(event->name)) isOurs = looksAgain = true;
+        if (event->len > 0 && nodeNumber(event->name)) found.insert(folder_ / event->name);
+        isOverflown |= (event->mask & IN_Q_OVERFLOW) != 0;
         at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
       }
     }
-    if (isOurs) scan();
+    if (isOverflown) scan(std::nullopt);
+    if (!found.empty()) {
+      scan(found);
+      changed.merge(found);
+      secondLook = Clock::now() + kSecondLook;
+    } else if (!changed.empty() && Clock::now() >= secondLook) {
+      scan(std::exchange(changed, {}));
+    }
   }
   ::close(notifier);
 }
@@ -103,27 +116,40 @@ std::vector<std::string> V4L2Backend::nodePaths() const {
   return paths;
 }
 
-void V4L2Backend::scan() {
+std::shared_ptr<V4L2Driver> V4L2Backend::driverAt(const std::string& path) const {
+  const auto found = std::ranges::find_if(drivers_, [&](const auto& driver) { return driver->path() == path; });
+  return found != drivers_.end() ? *found : nullptr;
+}
+
+void V4L2Backend::scan(const std::optional<std::set<std::string>>& changed) {
+  const std::vector<std::string> paths = nodePaths();
+  const auto isUntouched = [&](const std::string& path) { return changed && !changed->contains(path); };
+  std::vector<std::shared_ptr<V4L2Driver>> others;
+  for (const std::string& path : paths) {
+    if (auto driver = isUntouched(path) ? driverAt(path) : nullptr) others.push_back(std::move(driver));
+  }
   std::vector<std::shared_ptr<V4L2Driver>> present;
   std::vector<std::shared_ptr<V4L2Driver>> added;
-  std::string denied;
-  for (const std::string& path : nodePaths()) {
-    auto driver = probe(path, present, denied);
+  for (const std::string& path : paths) {
+    auto known = driverAt(path);
+    if (isUntouched(path)) {
+      if (known) present.push_back(std::move(known));
+      continue;
+    }
+    auto driver = probe(path, others);
     if (!driver) continue;
     // The same identity at the same node is the same camera.
-    const auto known = std::find_if(drivers_.begin(), drivers_.end(), [&](const auto& other) {
-      return other->path() == path && other->description().uniqueID == driver->description().uniqueID;
-    });
-    if (known == drivers_.end()) {
-      added.push_back(driver);
+    if (known && known->description().uniqueID == driver->description().uniqueID) {
+      driver = std::move(known);
     } else {
-      driver = *known;
+      added.push_back(driver);
     }
+    others.push_back(driver);
     present.push_back(std::move(driver));
   }
   {
     const std::lock_guard lock(mutex_);
-    deniedPath_.swap(denied);
+    std::erase_if(denied_, [&](const auto& path) { return std::ranges::find(paths, path) == paths.end(); });
   }
   const auto before = std::exchange(drivers_, present);
   for (const auto& driver : before) {
@@ -133,19 +159,21 @@ void V4L2Backend::scan() {
 }
 
 std::shared_ptr<V4L2Driver> V4L2Backend::probe(const std::string& path,
-                                               const std::vector<std::shared_ptr<V4L2Driver>>& known,
-                                               std::string& denied) {
+                                               const std::vector<std::shared_ptr<V4L2Driver>>& others) {
   std::optional<V4L2Capabilities> capabilities;
   {
-    const V4L2Descriptor node(calls_, calls_.open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
-    if (!node.isOpen()) {
-      const int code = errno;
-      if (denied.empty() && (code == EACCES || code == EPERM)) denied = path;
-      // A camera that another program holds alone stays the device that it was.
-      const auto kept = std::find_if(drivers_.begin(), drivers_.end(),
-                                     [&](const auto& driver) { return code == EBUSY && driver->path() == path; });
-      return kept != drivers_.end() ? *kept : nullptr;
+    const V4L2Descriptor node(calls_, calls_.open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const int code = node.isOpen() ? 0 : errno;
+    {
+      const std::lock_guard lock(mutex_);
+      if (code == EACCES || code == EPERM) {
+        denied_.insert(path);
+      } else {
+        denied_.erase(path);
+      }
     }
+    // A camera that another program holds alone stays the device that it was.
+    if (code != 0) return code == EBUSY ? driverAt(path) : nullptr;
     capabilities = probeV4L2(node);
   }
   if (!capabilities) return nullptr;
@@ -154,7 +182,7 @@ std::shared_ptr<V4L2Driver> V4L2Backend::probe(const std::string& path,
   const std::string base = fmt::format("v4l2:{}:{}", serial.empty() ? capabilities->bus : serial, capabilities->card);
   description.uniqueID = base;
   const auto isTaken = [&](const auto& driver) { return driver->description().uniqueID == description.uniqueID; };
-  for (int count = 2; std::any_of(known.begin(), known.end(), isTaken); ++count) {
+  for (int count = 2; std::any_of(others.begin(), others.end(), isTaken); ++count) {
     description.uniqueID = fmt::format("{}#{}", base, count);
   }
   description.localizedName = capabilities->card;
@@ -167,14 +195,14 @@ std::shared_ptr<V4L2Driver> V4L2Backend::probe(const std::string& path,
 
 CaptureAuthorizationStatus V4L2Backend::authorizationStatus(MediaType mediaType) {
   const std::lock_guard lock(mutex_);
-  const bool isDenied = mediaType == MediaType::video && !deniedPath_.empty();
+  const bool isDenied = mediaType == MediaType::video && !denied_.empty();
   return isDenied ? CaptureAuthorizationStatus::denied : CaptureAuthorizationStatus::authorized;
 }
 
 std::optional<Error> V4L2Backend::problem() const {
   const std::lock_guard lock(mutex_);
-  if (deniedPath_.empty()) return std::nullopt;
-  return v4l2Error(EACCES, "cannot open " + deniedPath_);
+  if (denied_.empty()) return std::nullopt;
+  return v4l2Error(EACCES, "cannot open " + *denied_.begin());
 }
 
 }  // namespace tavrel

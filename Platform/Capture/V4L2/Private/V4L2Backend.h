@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -15,7 +17,8 @@ namespace tavrel {
 class V4L2Driver;
 
 /// Cameras as the kernel's video nodes. New and removed nodes are noticed by inotify on their folder, on a thread
-/// ("tavrel.v4l2dev"). Only single-planar capture nodes with mmap streaming are cameras here.
+/// ("tavrel.v4l2dev"); only these are opened then, and for reading. Capture nodes with mmap streaming are cameras here,
+/// with one plane of memory or several.
 ///
 /// Identity: "v4l2:" and the USB serial number with maker and product, else the bus path, then the card's name; a
 /// second node of the same has "#2" at its end.
@@ -32,18 +35,19 @@ class V4L2Backend : public CaptureBackend {
 
  private:
   void watch(const std::stop_token& stop, int notifier);
-  void scan();
+  /// Looks at the nodes of these names, or at all.
+  void scan(const std::optional<std::set<std::string>>& changed);
   std::vector<std::string> nodePaths() const;
-  /// `denied` takes the path of the first node that may not be opened.
-  std::shared_ptr<V4L2Driver> probe(const std::string& path, const std::vector<std::shared_ptr<V4L2Driver>>& known,
-                                    std::string& denied);
+  /// A driver for the node; nullptr when it is no camera. `others` are those that it must not be confused with.
+  std::shared_ptr<V4L2Driver> probe(const std::string& path, const std::vector<std::shared_ptr<V4L2Driver>>& others);
+  std::shared_ptr<V4L2Driver> driverAt(const std::string& path) const;
 
   const V4L2SystemCalls calls_;
   const std::filesystem::path folder_;
   CaptureBackendObserver* observer_ = nullptr;
   std::vector<std::shared_ptr<V4L2Driver>> drivers_;  // on one thread at a time: first start's, then the watch's
   mutable std::mutex mutex_;
-  std::string deniedPath_;  // of a node that may not be opened
+  std::set<std::string> denied_;  // paths of nodes that may not be opened
   int wake_ = -1;
   std::jthread thread_;
 };

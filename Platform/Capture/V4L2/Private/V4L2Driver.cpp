@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/eventfd.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,12 +14,9 @@
 namespace tavrel {
 namespace {
 
-constexpr std::uint32_t kBufferCount = 4;
-constexpr std::uint32_t kFewestBuffers = 2;
-
-FrameMatrix matrixOf(const v4l2_pix_format& format) {
-  const bool isSaid = format.ycbcr_enc != V4L2_YCBCR_ENC_DEFAULT;
-  switch (isSaid ? format.ycbcr_enc : static_cast<std::uint32_t>(V4L2_MAP_YCBCR_ENC_DEFAULT(format.colorspace))) {
+FrameMatrix matrixOf(const V4L2Format& format) {
+  const bool isSaid = format.encoding != V4L2_YCBCR_ENC_DEFAULT;
+  switch (isSaid ? format.encoding : static_cast<std::uint32_t>(V4L2_MAP_YCBCR_ENC_DEFAULT(format.colorspace))) {
     case V4L2_YCBCR_ENC_709:
     case V4L2_YCBCR_ENC_XV709: return FrameMatrix::bt709;
     case V4L2_YCBCR_ENC_BT2020:
@@ -29,17 +25,9 @@ FrameMatrix matrixOf(const v4l2_pix_format& format) {
   }
 }
 
-bool isFullRange(const v4l2_pix_format& format) {
+bool isFullRange(const V4L2Format& format) {
   if (format.quantization != V4L2_QUANTIZATION_DEFAULT) return format.quantization == V4L2_QUANTIZATION_FULL_RANGE;
-  return format.colorspace == V4L2_COLORSPACE_JPEG;
-}
-
-v4l2_buffer mappedBuffer(std::uint32_t index) {
-  v4l2_buffer buffer{};
-  buffer.index = index;
-  buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-  buffer.memory = V4L2_MEMORY_MMAP;
-  return buffer;
+  return format.colorspace == V4L2_COLORSPACE_JPEG || format.pixelFormat == V4L2_PIX_FMT_GREY;
 }
 
 }  // namespace
@@ -57,6 +45,7 @@ Error V4L2Driver::refused(std::string_view what) const {
   const int code = errno;
   const std::string& name = description_.localizedName;
   if (code == EBUSY) return makeError(CaptureErrorCode::busy, fmt::format("{} is used by another program", name));
+  if (code == ENOMEM) return makeError(CaptureErrorCode::outOfMemory, fmt::format("{} {}", name, what));
   if (code == ENODEV) return makeError(CaptureErrorCode::unplugged, fmt::format("{} was unplugged", name));
   return v4l2Error(code, fmt::format("{} {}", name, what));
 }
@@ -115,6 +104,9 @@ Expected<void> V4L2Driver::prepare(const CaptureRun& run) {
 }
 
 Expected<void> V4L2Driver::configure(const V4L2Mode& mode, double framesPerSecond) {
+  auto signal = findSignal(*node_, capabilities_.inputs, description_.localizedName);
+  if (!signal) return tl::unexpected(signal.error());
+  signal_ = *signal;
   if (auto chosen = chooseFormat(mode); !chosen) return chosen;
   chooseRate(framesPerSecond);
   return mapBuffers();
@@ -125,50 +117,54 @@ Expected<void> V4L2Driver::startJpeg(const CaptureRun& run, Expected<void> refus
   const V4L2Mode* mode = capabilities_.jpegModeFor(run.format->dimensions);
   if (!mode || frame_.layout == FrameLayout::mjpeg) return refusal;
   takesJpegOnly_ = true;
-  unmapBuffers();
+  buffers_ = nullptr;
   if (auto configured = configure(*mode, run.frameRate); !configured) return configured;
   return startStream();
 }
 
 Expected<void> V4L2Driver::chooseFormat(const V4L2Mode& mode) {
-  v4l2_format format{};
-  format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-  format.fmt.pix.width = static_cast<std::uint32_t>(mode.dimensions.width);
-  format.fmt.pix.height = static_cast<std::uint32_t>(mode.dimensions.height);
-  format.fmt.pix.pixelformat = mode.pixelFormat;
-  format.fmt.pix.field = V4L2_FIELD_NONE;
-  if (!node_->control(VIDIOC_S_FMT, &format)) return tl::unexpected(refused("refuses its format"));
-  const v4l2_pix_format& chosen = format.fmt.pix;
-  // The driver answers with what it will do, which may be something else than it offered.
-  if (chosen.pixelformat != mode.pixelFormat || std::cmp_not_equal(chosen.width, mode.dimensions.width) ||
-      std::cmp_not_equal(chosen.height, mode.dimensions.height)) {
+  const CaptureVideoDimensions wanted = signal_.dimensions.value_or(mode.dimensions);
+  V4L2Format chosen;
+  chosen.pixelFormat = mode.pixelFormat;
+  chosen.width = static_cast<std::uint32_t>(wanted.width);
+  chosen.height = static_cast<std::uint32_t>(wanted.height);
+  if (!exchangeFormat(*node_, VIDIOC_S_FMT, capabilities_.bufferType, chosen)) {
+    return tl::unexpected(refused("refuses its format"));
+  }
+  // The driver answers with what it will do, which may be something else than it offered. Inputs have sizes of their
+  // own.
+  const bool isOtherSize =
+      std::cmp_not_equal(chosen.width, wanted.width) || std::cmp_not_equal(chosen.height, wanted.height);
+  if (chosen.pixelFormat != mode.pixelFormat || (isOtherSize && capabilities_.inputs.size() < 2)) {
     return failure(CaptureErrorCode::unsupportedFormat,
                    fmt::format("{} gives {}x{} pictures instead of {}x{}", description_.localizedName, chosen.width,
-                               chosen.height, mode.dimensions.width, mode.dimensions.height));
+                               chosen.height, wanted.width, wanted.height));
   }
   frame_ = {};
   frame_.layout = mode.layout;
-  frame_.width = mode.dimensions.width;
-  frame_.height = mode.dimensions.height;
+  frame_.width = static_cast<int>(chosen.width);
+  frame_.height = static_cast<int>(chosen.height);
   frame_.matrix = matrixOf(chosen);
   frame_.isFullRange = isFullRange(chosen);
   pixelFormat_ = mode.pixelFormat;
-  frame_.bytesPerRow = std::max<std::size_t>(chosen.bytesperline, FrameConverter::tightRow(mode.layout, frame_.width));
+  bytesPerRow_ = chosen.bytesPerRow;
+  frame_.bytesPerRow = std::max<std::size_t>(bytesPerRow_[0], FrameConverter::tightRow(mode.layout, frame_.width));
   auto pool = PixelBufferPool::create(chosen.width, chosen.height, PixelFormat::bgra32);
   if (!pool) return tl::unexpected(pool.error());
   pool_ = std::move(*pool);
+  converter_.forget();
   return {};
 }
 
 void V4L2Driver::chooseRate(double framesPerSecond) {
   v4l2_streamparm parameters{};
-  parameters.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  parameters.type = capabilities_.bufferType;
   const MediaTime duration = frameDurationOf(framesPerSecond);
   parameters.parm.capture.timeperframe = {static_cast<std::uint32_t>(duration.value),
                                           static_cast<std::uint32_t>(duration.timescale)};
-  frameRate_ = framesPerSecond;
+  frameRate_ = signal_.framesPerSecond > 0 ? signal_.framesPerSecond : framesPerSecond;
   // A camera without a choice of rates refuses; it then runs as it does.
-  if (!node_->control(VIDIOC_S_PARM, &parameters)) return;
+  if (signal_.framesPerSecond > 0 || !node_->control(VIDIOC_S_PARM, &parameters)) return;
   const v4l2_fract& chosen = parameters.parm.capture.timeperframe;
   if (chosen.numerator > 0 && chosen.denominator > 0) {
     frameRate_ = static_cast<double>(chosen.denominator) / chosen.numerator;
@@ -183,61 +179,34 @@ void V4L2Driver::recordDelivery() {
 }
 
 Expected<void> V4L2Driver::mapBuffers() {
-  v4l2_requestbuffers request{};
-  request.count = kBufferCount;
-  request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-  request.memory = V4L2_MEMORY_MMAP;
-  if (!node_->control(VIDIOC_REQBUFS, &request)) return tl::unexpected(refused("gives no buffers"));
-  if (request.count < kFewestBuffers) {
-    return failure(CaptureErrorCode::outOfMemory, fmt::format("{} has too little memory", description_.localizedName));
-  }
-  for (std::uint32_t index = 0; index < request.count; ++index) {
-    v4l2_buffer buffer = mappedBuffer(index);
-    if (!node_->control(VIDIOC_QUERYBUF, &buffer)) return tl::unexpected(refused("hides a buffer"));
-    void* address = calls_.mmap(buffer.length, PROT_READ | PROT_WRITE, MAP_SHARED, node_->get(), buffer.m.offset);
-    if (address == MAP_FAILED) {  // NOLINT(performance-no-int-to-ptr)
-      return tl::unexpected(
-          v4l2Error(errno, fmt::format("a buffer of {} cannot be mapped", description_.localizedName)));
-    }
-    mappings_.push_back({address, buffer.length});
-  }
+  buffers_ = std::make_unique<V4L2Buffers>(calls_, *node_, capabilities_.bufferType);
+  if (const char* what = buffers_->map()) return tl::unexpected(refused(what));
   return {};
 }
 
-bool V4L2Driver::enqueue(std::uint32_t index) {
-  v4l2_buffer buffer = mappedBuffer(index);
-  return node_->control(VIDIOC_QBUF, &buffer);
-}
-
 Expected<void> V4L2Driver::startStream() {
-  for (std::uint32_t index = 0; index < mappings_.size(); ++index) {
-    if (!enqueue(index)) return tl::unexpected(refused("takes no buffer"));
-  }
-  int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  if (const char* what = buffers_->enqueueAll()) return tl::unexpected(refused(what));
+  auto type = static_cast<int>(capabilities_.bufferType);
   if (!node_->control(VIDIOC_STREAMON, &type)) return tl::unexpected(refused("does not start"));
+  if (signal_.dimensions) {
+    v4l2_event_subscription changes{};
+    changes.type = V4L2_EVENT_SOURCE_CHANGE;
+    node_->control(VIDIOC_SUBSCRIBE_EVENT, &changes);
+  }
   lastSequence_.reset();
   errorsInARow_ = 0;
   recordDelivery();
   return {};
 }
 
-void V4L2Driver::unmapBuffers() {
-  for (const Mapping& mapping : mappings_) calls_.munmap(mapping.address, mapping.length);
-  if (node_ && !mappings_.empty()) {
-    v4l2_requestbuffers request{};
-    request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    request.memory = V4L2_MEMORY_MMAP;
-    node_->control(VIDIOC_REQBUFS, &request);
-  }
-  mappings_.clear();
+bool V4L2Driver::stopStream() {
+  auto type = static_cast<int>(capabilities_.bufferType);
+  return node_->control(VIDIOC_STREAMOFF, &type);
 }
 
 void V4L2Driver::release() {
-  if (node_) {
-    int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    node_->control(VIDIOC_STREAMOFF, &type);
-  }
-  unmapBuffers();
+  if (node_) stopStream();
+  buffers_ = nullptr;
   if (wake_ >= 0) ::close(std::exchange(wake_, -1));
   sink_ = nullptr;
   const std::lock_guard lock(mutex_);
@@ -252,6 +221,11 @@ void V4L2Driver::close() {
   [[maybe_unused]] const auto written = write(wake_, &one, sizeof one);
   thread_.join();
   release();
+}
+
+void V4L2Driver::apply(CaptureControl control, const CaptureControls& controls) {
+  const std::lock_guard lock(mutex_);
+  if (node_) controls_.apply(*node_, control, controls, description_.localizedName);
 }
 
 void V4L2Driver::setFrameRate(double framesPerSecond) {

@@ -11,7 +11,10 @@
 
 #include "Platform/Capture/Private/CaptureDriver.h"
 #include "Platform/Capture/Private/DeliveryRecord.h"
+#include "Platform/Capture/V4L2/Private/V4L2Buffers.h"
+#include "Platform/Capture/V4L2/Private/V4L2Controls.h"
 #include "Platform/Capture/V4L2/Private/V4L2Probe.h"
+#include "Platform/Capture/V4L2/Private/V4L2Signal.h"
 #include "Platform/Graphics/PixelBufferPool.h"
 
 namespace tavrel {
@@ -22,7 +25,10 @@ namespace tavrel {
 ///                          │ fails: undone, closed                        │ ▲ new frame rate:
 ///                          ▼                                              ▼ │ STREAMOFF, S_PARM, QBUF, STREAMON;
 ///                                                                           with buffers anew where only another pixel
-///                                                                           format reaches the rate
+///                                                                           format reaches the rate, or when a digital
+///                                                                           source has changed its size
+///
+/// Where sources choose the size, pictures have theirs, whatever was wished for.
 class V4L2Driver : public CaptureDriver {
  public:
   V4L2Driver(V4L2SystemCalls calls, std::string path, CaptureDeviceDescription description,
@@ -41,11 +47,6 @@ class V4L2Driver : public CaptureDriver {
   const std::string& path() const { return path_; }
 
  private:
-  struct Mapping {
-    void* address = nullptr;
-    std::size_t length = 0;
-  };
-
   Expected<void> prepare(const CaptureRun& run);
   Expected<void> configure(const V4L2Mode& mode, double framesPerSecond);
   Expected<void> startJpeg(const CaptureRun& run, Expected<void> refusal);
@@ -54,18 +55,18 @@ class V4L2Driver : public CaptureDriver {
   void recordDelivery();
   Expected<void> mapBuffers();
   Expected<void> startStream();
-  void unmapBuffers();
+  bool stopStream();
   void release();
-  bool enqueue(std::uint32_t index);
   /// What `errno` says of the camera, which did not do `what`.
   Error refused(std::string_view what) const;
-  bool setControl(std::uint32_t identity, int value);
 
   // On the capture thread.
   void loop(const std::stop_token& stop);
   std::optional<Error> dequeue();
+  bool hasNewSource();
+  std::optional<Error> followSource();
   std::optional<Error> changeRate(double framesPerSecond);
-  void deliver(const v4l2_buffer& buffer);
+  void deliver(const V4L2FilledBuffer& buffer);
   void lose(std::string reason, const SampleTiming& timing);
   void reportGap(std::uint32_t sequence, const MediaTime& time);
 
@@ -78,8 +79,11 @@ class V4L2Driver : public CaptureDriver {
   std::mutex mutex_;      // the descriptor, for controls
   std::unique_ptr<V4L2Descriptor> node_;
   int wake_ = -1;
-  std::vector<Mapping> mappings_;
+  std::unique_ptr<V4L2Buffers> buffers_;
+  V4L2Controls controls_{capabilities_};
+  V4L2Signal signal_;
   RawFrame frame_;  // all but the bytes
+  std::array<std::uint32_t, 3> bytesPerRow_ = {};
   std::uint32_t pixelFormat_ = 0;
   bool takesJpegOnly_ = false;
   double frameRate_ = 30;

@@ -26,12 +26,14 @@ void V4L2Driver::loop(const std::stop_token& stop) {
   while (!stop.stop_requested()) {
     std::optional<Error> error;
     if (const double rate = wantedRate_.exchange(0); rate > 0 && rate != frameRate_) error = changeRate(rate);
-    pollfd descriptors[] = {{node_->get(), POLLIN, 0}, {wake_, POLLIN, 0}};
+    pollfd descriptors[] = {{node_->get(), POLLIN | POLLPRI, 0}, {wake_, POLLIN, 0}};
     const int ready = error ? 0 : calls_.poll(descriptors, 2, kPollMilliseconds);
     if (stop.stop_requested()) return;
     if (ready < 0) {
       error = refused("cannot be waited for");
-    } else if (ready > 0 && descriptors[0].revents != 0) {
+    } else if (ready > 0 && (descriptors[0].revents & POLLPRI) != 0 && hasNewSource()) {
+      error = followSource();
+    } else if (ready > 0 && (descriptors[0].revents & ~POLLPRI) != 0) {
       error = dequeue();
     }
     if (!error) continue;
@@ -41,12 +43,14 @@ void V4L2Driver::loop(const std::stop_token& stop) {
 }
 
 std::optional<Error> V4L2Driver::dequeue() {
-  v4l2_buffer buffer{};
-  buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-  buffer.memory = V4L2_MEMORY_MMAP;
-  if (!node_->control(VIDIOC_DQBUF, &buffer)) {
+  V4L2FilledBuffer buffer;
+  if (!buffers_->dequeue(buffer)) {
     const int code = errno;
     if (code == EAGAIN) return std::nullopt;
+    if (code == EBADR) {
+      return makeError(CaptureErrorCode::deviceFailed,
+                       fmt::format("{} gives a buffer that does not exist", description_.localizedName));
+    }
     if (code == EIO && ++errorsInARow_ <= kMostErrorsInARow) {
       sink_->didDrop({frameDurationOf(frameRate_), CaptureClock::realTime()->now(), MediaTime::invalid()});
       return std::nullopt;
@@ -54,19 +58,14 @@ std::optional<Error> V4L2Driver::dequeue() {
     return refused("gives no picture");
   }
   errorsInARow_ = 0;
-  if (buffer.index >= mappings_.size()) {
-    return makeError(CaptureErrorCode::deviceFailed,
-                     fmt::format("{} gives a buffer that does not exist", description_.localizedName));
-  }
   deliver(buffer);
-  if (!enqueue(buffer.index)) return refused("takes no buffer back");
+  if (!buffers_->enqueue(buffer.index)) return refused("takes no buffer back");
   return std::nullopt;
 }
 
-void V4L2Driver::deliver(const v4l2_buffer& buffer) {
+void V4L2Driver::deliver(const V4L2FilledBuffer& buffer) {
   const bool isMonotonic = (buffer.flags & V4L2_BUF_FLAG_TIMESTAMP_MASK) == V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
-  const std::int64_t stamp = buffer.timestamp.tv_sec * 1'000'000'000LL + buffer.timestamp.tv_usec * 1'000LL;
-  const auto age = ageOfCapture(isMonotonic ? stamp : 0);
+  const auto age = ageOfCapture(isMonotonic ? buffer.nanoseconds : 0);
   const MediaTime time = captureTimeOf(age);
   const SampleTiming timing = {frameDurationOf(frameRate_), time, MediaTime::invalid()};
   reportGap(buffer.sequence, time);
@@ -75,9 +74,12 @@ void V4L2Driver::deliver(const v4l2_buffer& buffer) {
 
   auto picture = pool_->createPixelBuffer();
   if (!picture) return sink_->didDrop(timing);
-  const Mapping& mapping = mappings_[buffer.index];
-  frame_.bytes = static_cast<const std::uint8_t*>(mapping.address);
-  frame_.byteCount = std::min<std::size_t>(buffer.bytesused, mapping.length);
+  frame_.bytes = buffer.planes[0].bytes;
+  frame_.byteCount = buffer.planes[0].byteCount;
+  for (std::size_t i = 0; i < frame_.chroma.size(); ++i) {
+    frame_.chroma.at(i) = buffer.planes.at(i + 1);
+    frame_.chroma.at(i).bytesPerRow = bytesPerRow_.at(i + 1);
+  }
   if (auto converted = converter_.convert(frame_, **picture); !converted) {
     return lose(converted.error().description, timing);
   }
@@ -101,20 +103,37 @@ void V4L2Driver::reportGap(std::uint32_t sequence, const MediaTime& time) {
 }
 
 std::optional<Error> V4L2Driver::changeRate(double framesPerSecond) {
-  int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-  if (!node_->control(VIDIOC_STREAMOFF, &type)) return refused("does not stop");
+  if (!stopStream()) return refused("does not stop");
   const CaptureVideoDimensions size = {frame_.width, frame_.height};
   const V4L2Mode* mode =
       takesJpegOnly_ ? capabilities_.jpegModeFor(size) : capabilities_.modeFor(size, framesPerSecond);
   const bool isOtherFormat = mode && mode->pixelFormat != pixelFormat_;
   if (isOtherFormat) {
-    unmapBuffers();
+    buffers_ = nullptr;
     if (auto chosen = chooseFormat(*mode); !chosen) return chosen.error();
   }
   chooseRate(framesPerSecond);
   if (isOtherFormat) {
     if (auto mapped = mapBuffers(); !mapped) return mapped.error();
   }
+  if (auto started = startStream(); !started) return started.error();
+  return std::nullopt;
+}
+
+bool V4L2Driver::hasNewSource() {
+  bool isNew = false;
+  for (v4l2_event event{}; node_->control(VIDIOC_DQEVENT, &event); event = {}) {
+    isNew |= event.type == V4L2_EVENT_SOURCE_CHANGE;
+  }
+  return isNew;
+}
+
+// The buffers are too small, or have too many rows, for what comes now.
+std::optional<Error> V4L2Driver::followSource() {
+  if (!stopStream()) return refused("does not stop");
+  buffers_ = nullptr;
+  const V4L2Mode mode = {pixelFormat_, frame_.layout, {frame_.width, frame_.height}, {}};
+  if (auto configured = configure(mode, frameRate_); !configured) return configured.error();
   if (auto started = startStream(); !started) return started.error();
   return std::nullopt;
 }

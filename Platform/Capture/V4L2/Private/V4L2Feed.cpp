@@ -84,6 +84,9 @@ Expected<void> V4L2Feed::open() {
   parameters.parm.output.timeperframe = {static_cast<std::uint32_t>(interval.value),
                                          static_cast<std::uint32_t>(interval.timescale)};
   node->control(VIDIOC_S_PARM, &parameters);  // a node without rates goes at ours
+  // Who only writes is no writer to v4l2loopback, which would never take another one after it (exclusive_caps).
+  int type = V4L2_BUF_TYPE_VIDEO_OUTPUT;
+  node->control(VIDIOC_STREAMON, &type);
   node_ = std::move(node);
   const std::lock_guard lock(mutex_);
   isOpen_ = true;
@@ -112,7 +115,8 @@ bool V4L2Feed::chooseFormat(const V4L2Descriptor& node, CameraFeedFormat format)
     if (!isAsWanted) continue;
     format_ = format;
     stride_ = std::max<std::size_t>(stride_, pix.bytesperline);
-    bytes_.assign(std::max<std::size_t>(pix.sizeimage, feedByteCount(format, stride_, description_.height)), 0);
+    // Not to the end of the node's memory, which is whole pages: some readers drop what has other than its own size.
+    bytes_.assign(feedByteCount(format, stride_, description_.height), 0);
     return true;
   }
   return false;

@@ -8,6 +8,7 @@
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/CameraModes.h"
 #include "Platform/Capture/V4L2/Private/V4L2Probe.h"
+#include "Platform/Capture/V4L2/Private/V4L2Signal.h"
 
 namespace tavrel {
 namespace {
@@ -19,14 +20,17 @@ struct KnownFormat {
 
 /// Cheapest first; without colour only where there is nothing else.
 constexpr KnownFormat kKnownFormats[] = {
-    {V4L2_PIX_FMT_ABGR32, FrameLayout::bgra}, {V4L2_PIX_FMT_XBGR32, FrameLayout::bgra},
-    {V4L2_PIX_FMT_BGR32, FrameLayout::bgra},  {V4L2_PIX_FMT_NV12, FrameLayout::nv12},
-    {V4L2_PIX_FMT_NV21, FrameLayout::nv21},   {V4L2_PIX_FMT_YUV420, FrameLayout::i420},
-    {V4L2_PIX_FMT_YVU420, FrameLayout::yv12}, {V4L2_PIX_FMT_YUYV, FrameLayout::yuyv},
-    {V4L2_PIX_FMT_UYVY, FrameLayout::uyvy},   {V4L2_PIX_FMT_YVYU, FrameLayout::yvyu},
-    {V4L2_PIX_FMT_NV16, FrameLayout::nv16},   {V4L2_PIX_FMT_BGR24, FrameLayout::bgr24},
-    {V4L2_PIX_FMT_RGB24, FrameLayout::rgb24}, {V4L2_PIX_FMT_MJPEG, FrameLayout::mjpeg},
-    {V4L2_PIX_FMT_JPEG, FrameLayout::mjpeg},  {V4L2_PIX_FMT_GREY, FrameLayout::gray8},
+    {V4L2_PIX_FMT_ABGR32, FrameLayout::bgra},  {V4L2_PIX_FMT_XBGR32, FrameLayout::bgra},
+    {V4L2_PIX_FMT_BGR32, FrameLayout::bgra},   {V4L2_PIX_FMT_NV12, FrameLayout::nv12},
+    {V4L2_PIX_FMT_NV12M, FrameLayout::nv12},   {V4L2_PIX_FMT_NV21, FrameLayout::nv21},
+    {V4L2_PIX_FMT_NV21M, FrameLayout::nv21},   {V4L2_PIX_FMT_YUV420, FrameLayout::i420},
+    {V4L2_PIX_FMT_YUV420M, FrameLayout::i420}, {V4L2_PIX_FMT_YVU420, FrameLayout::yv12},
+    {V4L2_PIX_FMT_YVU420M, FrameLayout::yv12}, {V4L2_PIX_FMT_YUYV, FrameLayout::yuyv},
+    {V4L2_PIX_FMT_UYVY, FrameLayout::uyvy},    {V4L2_PIX_FMT_YVYU, FrameLayout::yvyu},
+    {V4L2_PIX_FMT_NV16, FrameLayout::nv16},    {V4L2_PIX_FMT_NV16M, FrameLayout::nv16},
+    {V4L2_PIX_FMT_BGR24, FrameLayout::bgr24},  {V4L2_PIX_FMT_RGB24, FrameLayout::rgb24},
+    {V4L2_PIX_FMT_MJPEG, FrameLayout::mjpeg},  {V4L2_PIX_FMT_JPEG, FrameLayout::mjpeg},
+    {V4L2_PIX_FMT_H264, FrameLayout::h264},    {V4L2_PIX_FMT_GREY, FrameLayout::gray8},
 };
 
 constexpr std::size_t kMostEntries = 256;
@@ -65,6 +69,9 @@ std::vector<CaptureFrameRateRange> ratesOf(const V4L2Descriptor& node, std::uint
     }
     if (const double rate = rateOf(interval.discrete); rate > 0) rates.push_back({rate, rate});
   }
+  if (v4l2_dv_timings timings{}; rates.empty() && node.control(VIDIOC_G_DV_TIMINGS, &timings)) {
+    if (const double rate = rateOfTimings(timings); rate > 0) rates.push_back({rate, rate});
+  }
   // A driver that does not say runs at a rate of its own.
   if (rates.empty()) rates.push_back({30, 30});
   std::sort(rates.begin(), rates.end(),
@@ -73,7 +80,8 @@ std::vector<CaptureFrameRateRange> ratesOf(const V4L2Descriptor& node, std::uint
   return rates;
 }
 
-std::vector<CaptureVideoDimensions> sizesOf(const V4L2Descriptor& node, std::uint32_t pixelFormat) {
+std::vector<CaptureVideoDimensions> sizesOf(const V4L2Descriptor& node, std::uint32_t bufferType,
+                                            std::uint32_t pixelFormat) {
   std::vector<CaptureVideoDimensions> sizes;
   for (std::uint32_t index = 0; index < kMostEntries; ++index) {
     v4l2_frmsizeenum size{};
@@ -97,26 +105,27 @@ std::vector<CaptureVideoDimensions> sizesOf(const V4L2Descriptor& node, std::uin
     }
     break;
   }
-  if (sizes.empty()) {
-    v4l2_format format{};
-    format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    if (node.control(VIDIOC_G_FMT, &format) && format.fmt.pix.pixelformat == pixelFormat) {
-      sizes.push_back({static_cast<int>(format.fmt.pix.width), static_cast<int>(format.fmt.pix.height)});
+  // Where the source chooses the size, there is only the present one.
+  if (V4L2Format format; sizes.empty() && exchangeFormat(node, VIDIOC_G_FMT, bufferType, format)) {
+    const bool isPresent = format.pixelFormat == pixelFormat;
+    format.pixelFormat = pixelFormat;
+    if (isPresent || (exchangeFormat(node, VIDIOC_TRY_FMT, bufferType, format) && format.pixelFormat == pixelFormat)) {
+      sizes.push_back({static_cast<int>(format.width), static_cast<int>(format.height)});
     }
   }
   return sizes;
 }
 
-std::vector<V4L2Mode> modesOf(const V4L2Descriptor& node) {
+std::vector<V4L2Mode> modesOf(const V4L2Descriptor& node, std::uint32_t bufferType) {
   std::vector<V4L2Mode> modes;
   for (std::uint32_t index = 0; index < kMostEntries; ++index) {
     v4l2_fmtdesc description{};
     description.index = index;
-    description.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    description.type = bufferType;
     if (!node.control(VIDIOC_ENUM_FMT, &description)) break;
     const KnownFormat* known = knownFormat(description.pixelformat);
     if (!known) continue;
-    for (const CaptureVideoDimensions size : sizesOf(node, known->pixelFormat)) {
+    for (const CaptureVideoDimensions size : sizesOf(node, bufferType, known->pixelFormat)) {
       if (size.width < 1 || size.height < 1) continue;
       modes.push_back({known->pixelFormat, known->layout, size, ratesOf(node, known->pixelFormat, size)});
     }
@@ -132,6 +141,17 @@ V4L2ControlRange rangeOf(const V4L2Descriptor& node, std::uint32_t identity) {
   value.id = identity;
   if (query.type != V4L2_CTRL_TYPE_BUTTON && !node.control(VIDIOC_G_CTRL, &value)) value.value = query.default_value;
   return {true, query.minimum, query.maximum, value.value};
+}
+
+/// The largest region of interest; nothing without such a control.
+std::optional<v4l2_rect> largestRegionOf(const V4L2Descriptor& node) {
+  constexpr std::uint32_t kGreatestValue = 0x0f030000;  // V4L2_CTRL_WHICH_MAX_VAL
+  for (const std::uint32_t which : {kGreatestValue, static_cast<std::uint32_t>(V4L2_CTRL_WHICH_CUR_VAL)}) {
+    v4l2_rect region{};
+    const bool isRead = exchangeV4L2Region(node, VIDIOC_G_EXT_CTRLS, which, region);
+    if (isRead && region.width > 0 && region.height > 0) return region;
+  }
+  return std::nullopt;
 }
 
 bool hasMenuEntry(const V4L2Descriptor& node, std::uint32_t identity, std::uint32_t entry) {
@@ -160,6 +180,8 @@ void probeControls(const V4L2Descriptor& node, V4L2Capabilities& found) {
   if (found.flashLed.exists && !hasMenuEntry(node, V4L2_CID_FLASH_LED_MODE, V4L2_FLASH_LED_MODE_TORCH)) {
     found.flashLed.exists = false;
   }
+  found.largestRegion = largestRegionOf(node);
+  if (found.largestRegion) found.regionUses = rangeOf(node, kV4L2RegionUsesControl).maximum;
   const V4L2ControlRange orientation = rangeOf(node, V4L2_CID_CAMERA_ORIENTATION);
   if (orientation.exists && orientation.current == V4L2_CAMERA_ORIENTATION_FRONT) {
     found.position = CaptureDevicePosition::front;
@@ -171,6 +193,48 @@ void probeControls(const V4L2Descriptor& node, V4L2Capabilities& found) {
 }
 
 }  // namespace
+
+bool exchangeV4L2Region(const V4L2Descriptor& node, unsigned long request, std::uint32_t which, v4l2_rect& region) {
+  v4l2_ext_control control{};
+  control.id = kV4L2RegionControl;
+  control.size = sizeof region;
+  control.ptr = &region;
+  v4l2_ext_controls list{};
+  list.which = which;
+  list.count = 1;
+  list.controls = &control;
+  return node.control(request, &list);
+}
+
+bool exchangeFormat(const V4L2Descriptor& node, unsigned long request, std::uint32_t bufferType, V4L2Format& format) {
+  v4l2_format raw{};
+  raw.type = bufferType;
+  const auto ask = [&](auto& fields) {
+    fields.width = format.width;
+    fields.height = format.height;
+    fields.pixelformat = format.pixelFormat;
+    fields.field = V4L2_FIELD_NONE;
+    if (!node.control(request, &raw)) return false;
+    format.width = fields.width;
+    format.height = fields.height;
+    format.pixelFormat = fields.pixelformat;
+    format.colorspace = fields.colorspace;
+    format.encoding = fields.ycbcr_enc;
+    format.quantization = fields.quantization;
+    return true;
+  };
+  if (bufferType != V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE) {
+    if (!ask(raw.fmt.pix)) return false;
+    format.bytesPerRow = {raw.fmt.pix.bytesperline};
+    return true;
+  }
+  if (!ask(raw.fmt.pix_mp)) return false;
+  format.planeCount = std::clamp<std::size_t>(raw.fmt.pix_mp.num_planes, 1, format.bytesPerRow.size());
+  for (std::size_t i = 0; i < format.planeCount; ++i) {
+    format.bytesPerRow.at(i) = raw.fmt.pix_mp.plane_fmt[i].bytesperline;
+  }
+  return true;
+}
 
 Error v4l2Error(int code, const std::string& what) {
   const std::string text = fmt::format("{}: {}", what, std::system_category().message(code));
@@ -191,8 +255,8 @@ std::optional<V4L2Capabilities> probeV4L2(const V4L2Descriptor& node) {
   if (!node.control(VIDIOC_QUERYCAP, &capability)) return std::nullopt;
   const std::uint32_t offered =
       (capability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0 ? capability.device_caps : capability.capabilities;
-  constexpr std::uint32_t kNeeded = V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_STREAMING;
-  if ((offered & kNeeded) != kNeeded) return std::nullopt;
+  constexpr std::uint32_t kCaptures = V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_VIDEO_CAPTURE_MPLANE;
+  if ((offered & kCaptures) == 0 || (offered & V4L2_CAP_STREAMING) == 0) return std::nullopt;
   const auto text = [](const std::uint8_t* bytes, std::size_t size) {
     const auto* characters = static_cast<const char*>(static_cast<const void*>(bytes));
     return std::string(characters, strnlen(characters, size));
@@ -200,8 +264,16 @@ std::optional<V4L2Capabilities> probeV4L2(const V4L2Descriptor& node) {
   V4L2Capabilities found;
   found.card = text(capability.card, sizeof capability.card);
   found.bus = text(capability.bus_info, sizeof capability.bus_info);
-  found.modes = modesOf(node);
+  if ((offered & V4L2_CAP_VIDEO_CAPTURE) == 0) found.bufferType = V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE;
+  found.modes = modesOf(node, found.bufferType);
   if (found.modes.empty()) return std::nullopt;
+  for (v4l2_input input{}; input.index < kMostEntries && node.control(VIDIOC_ENUMINPUT, &input);) {
+    found.inputs.push_back(
+        {input.index, text(input.name, sizeof input.name), (input.capabilities & V4L2_IN_CAP_DV_TIMINGS) != 0});
+    const std::uint32_t next = input.index + 1;
+    input = {};
+    input.index = next;
+  }
   probeControls(node, found);
   return found;
 }
@@ -212,6 +284,10 @@ CaptureCapabilities V4L2Capabilities::controls() const {
   result.flashModes = {flashLed.exists, flashLed.exists, false};
   result.focusModes = {focusAuto.exists || focusStart.exists, focusStart.exists, focusAuto.exists};
   result.exposureModes = {hasManualExposure, false, automaticExposure >= 0};
+  // Without regions a new point has the camera focus anew, wherever that is.
+  result.focusPoint = (regionUses & kV4L2RegionForFocus) != 0 || result.focusModes[1] || result.focusModes[2];
+  result.zoom = largestZoom() > 1;
+  result.exposurePoint = (regionUses & kV4L2RegionForExposure) != 0;
   return result;
 }
 

@@ -108,7 +108,7 @@ class VirtualCameraDriver : public VirtualDriver {
       case CaptureControl::exposure:
         if (controls.exposureMode != CaptureExposureMode::locked) lens_.exposure = exposureAt(controls.exposurePoint);
         break;
-      case CaptureControl::zoom: lens_.zoom = controls.zoomFactor; break;
+      case CaptureControl::zoom: lens_.zoom = zooms() ? controls.zoomFactor : 1; break;
     }
   }
 

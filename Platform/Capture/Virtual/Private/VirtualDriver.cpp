@@ -24,6 +24,7 @@ CaptureCapabilities VirtualDriver::capabilities() const {
   std::copy(std::begin(support.exposureModes), std::end(support.exposureModes), capabilities.exposureModes.begin());
   capabilities.focusPoint = support.focusPoint;
   capabilities.exposurePoint = support.exposurePoint;
+  capabilities.zoom = support.zoom;
   return capabilities;
 }
 

@@ -47,6 +47,8 @@ class VirtualDriver : public CaptureDriver {
   void fail(Error error);
 
  protected:
+  /// With the mutex held.
+  bool zooms() const { return faults_.support.zoom; }
   /// `threadName` has at most 15 characters; `patience` is the number of samples that may be due before one is late.
   VirtualDriver(CaptureDeviceDescription description, const char* threadName, unsigned patience)
       : description_(std::move(description)), threadName_(threadName), patience_(patience) {}

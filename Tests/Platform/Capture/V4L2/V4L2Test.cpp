@@ -127,7 +127,6 @@ TEST_F(V4L2Test, DrivesControlsAndRates) {
   start();
   const auto device = cameras().at(0);
   CameraBench camera(device, "64x48");
-  EXPECT_FALSE(device->isFocusPointOfInterestSupported());
   EXPECT_FALSE(device->isExposureModeSupported(CaptureExposureMode::autoExpose));
   EXPECT_TRUE(device->isFocusModeSupported(CaptureFocusMode::autoFocus));
   camera.configure([](CaptureDevice& set) { set.setTorchMode(CaptureTorchMode::on); });
