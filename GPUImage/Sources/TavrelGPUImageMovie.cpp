@@ -3,8 +3,10 @@
 #include <chrono>
 #include <utility>
 
+#include "GPUImage/Private/FramebufferContents.h"
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/Sources/Private/MovieImplementation.h"
+#include "GPUImage/Sources/Private/MoviePlanes.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
 #include "Platform/Foundation/ConsoleLog.h"
@@ -24,7 +26,9 @@ std::shared_ptr<TavrelGPUImageFramebuffer> wrap(const std::shared_ptr<PixelBuffe
     fatalAssertion("Camera failure");
   }
   // The buffer goes back to its pool only when the last reader, perhaps on another queue, has drawn the frame.
-  return std::make_shared<TavrelGPUImageFramebuffer>(*texture);
+  auto framebuffer = std::make_shared<TavrelGPUImageFramebuffer>(*texture);
+  FramebufferContents::setFinal(*framebuffer);
+  return framebuffer;
 }
 
 std::shared_ptr<TavrelGPUImageFramebuffer> copy(PixelBuffer& movieFrame, const TavrelGPUTextureOptions& options) {
@@ -54,6 +58,13 @@ void TavrelGPUImageMovie::startProcessing() {
     // As long as the movie plays: none of the global queue's few threads.
     implementation_->readingQueue()->async([this, self] { implementation_->processAsset(); });
   });
+}
+
+Dictionary TavrelGPUImageMovie::settingsOfSoonestPictures() {
+  Dictionary settings = {
+      {kPixelBufferPixelFormatTypeKey, static_cast<std::int64_t>(static_cast<std::uint32_t>(PixelFormat::bgra32))}};
+  if (MoviePlanes::areShownSooner()) settings.emplace(kVideoAllowsPlanesKey, std::int64_t{1});
+  return settings;
 }
 
 std::shared_ptr<AssetReader> TavrelGPUImageMovie::createAssetReader() {
@@ -172,11 +183,11 @@ bool TavrelGPUImageMovie::Implementation::readNextAudioSample(MoviePass& pass) {
 void TavrelGPUImageMovie::Implementation::processMovieFrame(const SampleBuffer& movieSampleBuffer,
                                                             MediaTime sampleTime) {
   processingFrameTime.set(sampleTime);
-  if (const auto movieFrame = movieSampleBuffer.imageBuffer()) processMovieFrame(movieFrame, sampleTime);
+  if (const auto movieFrame = movieSampleBuffer.imageBuffer()) processMovieFrame(movieFrame, sampleTime, true);
 }
 
 void TavrelGPUImageMovie::Implementation::processMovieFrame(const std::shared_ptr<PixelBuffer>& movieFrame,
-                                                            MediaTime sampleTime) {
+                                                            MediaTime sampleTime, bool takesPlanes) {
   const FrameTrace::Scope trace(FrameTrace::currentOrArriving());
   if (Tracer::isOn()) Tracer::count(TraceNames::shared().framesIn);
   const NodeSpan span(movie);
@@ -187,8 +198,11 @@ void TavrelGPUImageMovie::Implementation::processMovieFrame(const std::shared_pt
   const auto start = std::chrono::steady_clock::now();
   TavrelGPUImageContext::useImageProcessingContext();
   frame->lockBaseAddress(PixelBufferLock::readOnly);
-  const auto framebuffer =
-      TavrelGPUImageContext::supportsFastTextureUpload() ? wrap(frame) : copy(*frame, movie.outputTextureOptions());
+  const bool isPlanar = takesPlanes && frame->planeCount() == 2;
+  const auto framebuffer = isPlanar ? MoviePlanes::framebufferOf(frame)
+                           : TavrelGPUImageContext::supportsFastTextureUpload()
+                               ? wrap(frame)
+                               : copy(*frame, movie.outputTextureOptions());
   movie.setOutputFramebuffer(framebuffer);
   movie.handOver({.frameTime = sampleTime,
                   .size = framebuffer->size(),
@@ -208,7 +222,8 @@ void TavrelGPUImageMovie::Implementation::processPlayerItem(const std::shared_pt
       if (!alive) return;
       const PlayerItemLoop::Picture picture = player.nextPicture(link);
       if (!picture.pixelBuffer) return;
-      TavrelRunSynchronouslyOnVideoProcessingQueue([&] { processMovieFrame(picture.pixelBuffer, picture.time); });
+      TavrelRunSynchronouslyOnVideoProcessingQueue(
+          [&] { processMovieFrame(picture.pixelBuffer, picture.time, false); });
     });
   });
 }

@@ -27,6 +27,7 @@ Expected<std::unique_ptr<SampleReader>> AssetReaderTrackOutput::open(const Asset
     if (const auto format = numberFor(*settings_, kPixelBufferPixelFormatTypeKey)) {
       form.pixelFormat = static_cast<PixelFormat>(static_cast<std::uint32_t>(*format));
     }
+    form.allowsPlanes = numberFor(*settings_, kVideoAllowsPlanesKey).value_or(0) != 0;
     const auto fields = settings_->find(kVideoFieldModeKey);
     form.keepsFields = fields != settings_->end() && fields->second == Value(std::string(kVideoFieldModeBothFields));
     const auto rate = numberFor(*settings_, kAudioSampleRateKey);

@@ -65,6 +65,9 @@ inline constexpr std::uint32_t kAudioChannelLayoutTag5_1 = 0x790006;
 inline constexpr const char* kVideoFieldModeKey = "VideoFieldMode";
 inline constexpr const char* kVideoFieldModeDeinterlaceFields = "DeinterlaceFields";
 inline constexpr const char* kVideoFieldModeBothFields = "BothFields";
+/// For reading as 'BGRA', number: other than 0, pictures of 4:2:0 in 8 bits, whose colours need no more than a matrix
+/// of BT.601, BT.709 or BT.2020, stay in planes ('420v', '420f'), with that matrix attached. Default: 0.
+inline constexpr const char* kVideoAllowsPlanesKey = "VideoAllowsPlanes";
 
 /// Attributes of pixel buffers. Integers.
 inline constexpr const char* kPixelBufferPixelFormatTypeKey = "PixelFormatType";

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <utility>
@@ -106,9 +105,8 @@ void transcode(const tavrel::Asset& asset, const std::shared_ptr<tavrel::Asset>&
     }
     input->markAsFinished();
   }
-  const bool isFinished = (*writer)->finishWriting();
-  // What was written can be opened again.
-  if (isFinished && !tavrel::Asset::create(path)) std::fprintf(stderr, "%s is not read\n", path.c_str());
+  // What is finished can be opened again.
+  if ((*writer)->finishWriting() && !tavrel::Asset::create(path)) __builtin_trap();
   std::filesystem::remove(path);
 }
 

@@ -40,7 +40,12 @@ std::optional<std::string> TrackStreams::addSound(const std::shared_ptr<const As
       options_.audioSettings.empty() && AssetWriter::canStore(*sound->storedFormat(), options_.fileType);
   soundTreatment_ += fmt::format("{}{}", soundTreatment_.empty() ? "" : ", ", isCopied ? "copied" : "encoded");
   if (isCopied) return add(sound, {}, {});
-  return add(sound, Dictionary{}, soundSettings(*sound, options_.fileType, options_.audioSettings));
+  const Dictionary encoding = soundSettings(*sound, options_.fileType, options_.audioSettings);
+  // The decoder knows where the speakers of surround are, which the number of channels does not say.
+  Dictionary decoding;
+  if (sound->channelCount() > 2)
+    decoding.emplace(kAudioNumberOfChannelsKey, encoding.find(kAudioNumberOfChannelsKey)->second);
+  return add(sound, decoding, encoding);
 }
 
 void TrackStreams::start() {

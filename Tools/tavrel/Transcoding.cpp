@@ -63,7 +63,7 @@ class Transcoding::PartOfMovie : public TavrelGPUImageMovie {
   std::shared_ptr<AssetReader> createAssetReader() override {
     auto reader = AssetReader::create(input_.asset).value();
     reader->setTimeRange(timeRange_);
-    reader->addOutput(std::make_shared<AssetReaderTrackOutput>(input_.pictures));
+    reader->addOutput(std::make_shared<AssetReaderTrackOutput>(input_.pictures, settingsOfSoonestPictures()));
     return reader;
   }
 

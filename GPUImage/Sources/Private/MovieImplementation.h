@@ -26,7 +26,7 @@ struct TavrelGPUImageMovie::Implementation {
   bool readNextVideoFrame(MoviePass& pass);
   bool readNextAudioSample(MoviePass& pass);
   void processMovieFrame(const SampleBuffer& movieSampleBuffer, MediaTime sampleTime);
-  void processMovieFrame(const std::shared_ptr<PixelBuffer>& movieFrame, MediaTime sampleTime);
+  void processMovieFrame(const std::shared_ptr<PixelBuffer>& movieFrame, MediaTime sampleTime, bool takesPlanes);
 
   TavrelGPUImageMovie& movie;
   SharedValue<std::filesystem::path> url;

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -84,6 +86,13 @@ void attachDescription(PixelBuffer& buffer, const AVFrame& picture) {
   const ColorVolume volume = ColorVolume::of(picture);
   say(kPixelBufferMasteringDisplayColorVolumeKey, volume.masteringDisplay);
   say(kPixelBufferContentLightLevelKey, volume.contentLight);
+}
+
+std::string_view matrixName(AVColorSpace matrix) {
+  const auto* const known = std::find_if(std::begin(kMatrices), std::end(kMatrices),
+                                         [matrix](const auto& each) { return each.tag == matrix; });
+  const bool isNamed = known != std::end(kMatrices) && matrix != AVCOL_SPC_UNSPECIFIED;
+  return isNamed ? known->name : std::string_view();
 }
 
 AVFieldOrder fieldOrderOf(const PixelBufferSnapshot& picture) {

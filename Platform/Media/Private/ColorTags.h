@@ -6,6 +6,8 @@ extern "C" {
 #include <libavutil/pixfmt.h>
 }
 
+#include <string_view>
+
 #include "Platform/Graphics/PixelBuffer.h"
 #include "Platform/Graphics/PixelBufferSnapshot.h"
 
@@ -26,6 +28,9 @@ struct ColorTags {
 /// Attaches what the file itself says about a decoded picture: its colours, its pixels' shape and its fields. An
 /// untagged movie stays untagged.
 void attachDescription(PixelBuffer& buffer, const AVFrame& picture);
+
+/// The attachment's value; empty for a matrix that has none.
+std::string_view matrixName(AVColorSpace matrix);
 
 /// How the fields of a picture follow each other, by its attachment.
 AVFieldOrder fieldOrderOf(const PixelBufferSnapshot& picture);

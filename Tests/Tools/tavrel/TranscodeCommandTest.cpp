@@ -214,6 +214,23 @@ TEST_F(TranscodeCommandTest, FailuresAreSaidInOneLineAndLeaveNothing) {
   EXPECT_TRUE(isEmpty());
 }
 
+// AVI says how large its pictures are, MP4 leaves that to them.
+TEST_F(TranscodeCommandTest, CopiesThatNothingCouldReadAreRefused) {
+  makeMovie(file("in.avi"), "-f lavfi -i testsrc2=s=64x48:r=25:d=0.4 -c:v mpeg4 -bf 0 OUT");
+  auto bytes = bytesOf(file("in.avi"));
+  const std::vector<std::uint8_t> header = {0, 0, 1, 0x20};
+  for (auto at = bytes.begin(); (at = std::search(at, bytes.end(), header.begin(), header.end())) != bytes.end();)
+    at[3] = 0xB2;
+  writeBytes(file("in.avi"), bytes);
+  for (const char* made : {"a.mp4", "a.mov"}) {
+    const CommandResult result = tavrel("transcode --codec copy " + file("in.avi") + " " + file(made));
+    EXPECT_EQ(result.status, 1) << result.output;
+    EXPECT_EQ(result.output, "tavrel: cannot write " + file(made) +
+                                 ": its pictures cannot be read again as they were stored: encode them anew\n");
+    EXPECT_FALSE(std::filesystem::exists(file(made)));
+  }
+}
+
 TEST_F(TranscodeCommandTest, ItsOwnInputAndWhatALinkLeadsToAreReplaced) {
   ASSERT_NO_FATAL_FAILURE(makeFilm("in.mp4", "2", "-c:v libx264 -preset ultrafast -c:a aac"));
   std::filesystem::create_symlink("behind.mp4", file("link.mp4"));

@@ -1,4 +1,6 @@
 // What becomes of a movie's sound in each type of file.
+#include <fmt/format.h>
+
 #include <array>
 #include <string>
 
@@ -114,14 +116,60 @@ TEST_F(TranscodeSoundTest, SoundHasTheChannelsOfTheSourceOrThoseAskedFor) {
     if (std::string(each.said).find("5.1") == std::string::npos) continue;
     // Left, left behind and right behind, in decibels.
     const auto level = [&](int channel) {
-      const std::string filter = "'pan=mono|c0=c" + std::to_string(channel) + ",volumedetect'";
-      const auto heard = shell("ffmpeg -hide_banner -i " + made + " -af " + filter + " -f null -").output;
+      const auto heard =
+          shell(fmt::format("ffmpeg -hide_banner -i {} -af 'pan=mono|c0=c{},volumedetect' -f null -", made, channel))
+              .output;
       return std::stod(heard.substr(heard.find("mean_volume: ") + 13));
     };
     EXPECT_NEAR(level(0), -23, 1.5);
     EXPECT_LT(level(4), -50);
     EXPECT_NEAR(level(5), -17, 1.5);
   }
+}
+
+TEST_F(TranscodeSoundTest, SurroundIsMixedByWhereItsSpeakersAre) {
+  // Three channels, of which most would take the last for a subwoofer's; four, of which most would take two for others.
+  const struct {
+    const char* channels;
+    double left;
+    double right;
+  } cases[] = {{"0|0|0.2*sin(4000*t):c=3.0", -20, -20},
+               {"0|0|0.2*sin(4000*t)|0:c=quad", -20, -90},
+               {"0|0|0|0|0|0|0.2*sin(4000*t)|0:c=7.1", -20, -90}};
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.channels);
+    makeMovie(file("in.mkv"), std::string("-y -f lavfi -i testsrc2=s=64x48:r=25:d=1 -f lavfi -i \"aevalsrc=") +
+                                  each.channels + ":s=48000:d=1\" -c:v mpeg4 -c:a flac OUT");
+    const CommandResult result = tavrel("transcode --force --channels 2 " + file("in.mkv") + " " + file("a.mp4"));
+    ASSERT_EQ(result.status, 0) << result.output;
+    const auto level = [&](int channel) {
+      const std::string filter = "'pan=mono|c0=c" + std::to_string(channel) + ",volumedetect'";
+      const auto heard = shell("ffmpeg -hide_banner -i " + file("a.mp4") + " -af " + filter + " -f null -").output;
+      return std::stod(heard.substr(heard.find("mean_volume: ") + 13));
+    };
+    EXPECT_NEAR(level(0), each.left, 1.5);
+    if (each.right > -50) {
+      EXPECT_NEAR(level(1), each.right, 1.5);
+    } else {
+      EXPECT_LT(level(1), -50);
+    }
+  }
+}
+
+// Matroska says it of the last packet, MP4 by the packet's duration.
+TEST_F(TranscodeSoundTest, CopiedOpusEndsWhereItEnded) {
+  makeMovie(file("in.mkv"),
+            "-f lavfi -i testsrc2=s=64x48:r=25:d=1 -f lavfi -i sine=440:r=48000:d=1.005 -c:v mpeg4 -c:a libopus OUT");
+  const auto samples = [&](const std::string& name) {
+    return std::stoi(shell("ffmpeg -v error -i " + name + " -map 0:a -ac 1 -f s16le - | wc -c").output) / 2;
+  };
+  const std::string copied = file("a.mkv");
+  const CommandResult result = tavrel("transcode " + file("in.mkv") + " " + copied);
+  ASSERT_EQ(result.status, 0) << result.output;
+  EXPECT_NEAR(samples(copied), samples(file("in.mkv")), 1);
+  ASSERT_EQ(tavrel("transcode " + file("in.mkv") + " " + file("b.mp4")).status, 0);
+  EXPECT_NEAR(std::stod(probe("-select_streams a -show_entries stream=duration -of csv=p=0 " + file("b.mp4")).at(0)),
+              1.005, 0.002);
 }
 
 }  // namespace

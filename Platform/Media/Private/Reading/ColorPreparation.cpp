@@ -38,6 +38,9 @@ std::string ColorPreparation::filtersFor(const AVFrame& picture) const {
            "zscale=transfer=bt709:" +
            result;
   }
+  const bool isRareMatrix = picture.colorspace == AVCOL_SPC_YCGCO || picture.colorspace == AVCOL_SPC_SMPTE240M ||
+                            picture.colorspace == AVCOL_SPC_FCC || picture.colorspace == AVCOL_SPC_BT2020_CL;
+  if (isRareMatrix) return "zscale=" + result;
   const AVColorPrimaries primaries = picture.color_primaries;
   const bool isOther = primaries == AVCOL_PRI_BT2020 || primaries == AVCOL_PRI_SMPTE170M ||
                        primaries == AVCOL_PRI_SMPTE240M || primaries == AVCOL_PRI_BT470BG;

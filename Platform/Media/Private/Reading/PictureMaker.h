@@ -13,7 +13,8 @@ namespace tavrel {
 /// Makes pixel buffers of one format, from a pool, out of decoded pictures. Any thread.
 class PictureMaker {
  public:
-  explicit PictureMaker(PixelFormat format) : format_(format), colors_(format) {}
+  /// With `allowsPlanes`, 'BGRA' leaves the turning of plain planes of 4:2:0 into RGB to whoever draws them.
+  PictureMaker(PixelFormat format, bool allowsPlanes) : format_(format), allowsPlanes_(allowsPlanes), colors_(format) {}
 
   Expected<std::shared_ptr<PixelBuffer>> make(const AVFrame& decoded);
 
@@ -22,11 +23,14 @@ class PictureMaker {
     void operator()(SwsContext* context) const { sws_freeContext(context); }
   };
 
-  Expected<std::shared_ptr<PixelBuffer>> emptyBuffer(std::size_t width, std::size_t height);
+  /// Of the pixel buffer for a decoded picture that is `prepared` or is still as it was.
+  PixelFormat formatFor(const AVFrame& picture, bool isPrepared) const;
+  Expected<std::shared_ptr<PixelBuffer>> emptyBuffer(const AVFrame& picture, PixelFormat format);
   Expected<void> fill(const AVFrame& picture, PixelBuffer& buffer);
   Expected<void> fillBiPlanar(const AVFrame& picture, PixelBuffer& buffer);
 
   const PixelFormat format_;
+  const bool allowsPlanes_;
   std::mutex mutex_;
   ColorPreparation colors_;
   BgraConverter bgra_;

@@ -66,7 +66,7 @@ Expected<std::unique_ptr<SampleReader>> PictureTrackReader::open(const std::file
 
 PictureTrackReader::PictureTrackReader(std::unique_ptr<TrackDecoder> decoder, const SampleForm& form)
     : decoder_(std::move(decoder)),
-      maker_(std::make_shared<PictureMaker>(form.pixelFormat)),
+      maker_(std::make_shared<PictureMaker>(form.pixelFormat, form.allowsPlanes)),
       isRandomAccess_(form.isRandomAccess),
       start_(0),
       end_(kOpen) {}

@@ -30,6 +30,7 @@ class SampleReader {
 struct SampleForm {
   bool isStored = false;  ///< as they lie in the file; PCM stays PCM
   PixelFormat pixelFormat = PixelFormat::bgra32;
+  bool allowsPlanes = false;               ///< of 4:2:0 instead, where they are all that was decoded
   bool keepsFields = false;                ///< interlaced pictures as they are
   std::optional<AudioFormat> audioFormat;  ///< interleaved; the track's rate and channels in 32-bit float when absent
   bool isRandomAccess = false;             ///< `seek` will be called often, with ranges in any order

@@ -8,7 +8,22 @@
 #include "Platform/Media/Private/Reading/MovieInput.h"
 #include "Platform/Media/Private/StoredCoding.h"
 
+extern "C" {
+#include <libavutil/intreadwrite.h>
+}
+
 namespace tavrel {
+
+namespace {
+
+/// What of the end of a packet of sound is not heard, in frames.
+std::int64_t framesTrimmedAtEnd(const AVPacket& packet) {
+  std::size_t size = 0;
+  const std::uint8_t* const trimmed = av_packet_get_side_data(&packet, AV_PKT_DATA_SKIP_SAMPLES, &size);
+  return trimmed && size >= 8 ? AV_RL32(trimmed + 4) : 0;
+}
+
+}  // namespace
 
 bool isPcm(AVCodecID codec) { return codec >= AV_CODEC_ID_FIRST_AUDIO && codec < AV_CODEC_ID_ADPCM_IMA_QT; }
 
@@ -118,6 +133,11 @@ Expected<std::shared_ptr<SampleBuffer>> StoredTrackReader::sampleOf(const AVPack
   timing.presentationTimeStamp = timeOf(packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts);
   timing.decodeTimeStamp = timeOf(packet.dts);
   if (packet.duration > 0) timing.duration = mediaTimeFrom(packet.duration, base);
+  const int rate = packets_->stream().codecpar->sample_rate;
+  if (const std::int64_t trimmed = framesTrimmedAtEnd(packet); trimmed > 0 && rate > 0 && packet.duration > 0) {
+    const MediaTime heard = timing.duration - mediaTimeFrom(trimmed, {1, rate});
+    if (heard > MediaTime::zero()) timing.duration = heard;
+  }
   const MediaTime end =
       timing.duration.isNumeric() ? timing.presentationTimeStamp + timing.duration : timing.presentationTimeStamp;
   const bool isWhole = !(range_.start > MediaTime::zero());

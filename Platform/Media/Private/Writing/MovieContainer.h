@@ -20,6 +20,7 @@ struct TrackFormat {
   AVRational frameRate{0, 1};   ///< of pictures, on average; 0 when it is not known
   std::int64_t decodeLead = 0;  ///< how long before the movie's time 0 the first sample may be decoded, in `timeBase`
   ColorVolume colorVolume{};
+  bool isCopied = false;  ///< the packets were made elsewhere
 };
 
 /// What a file says about a track beside its format.

@@ -1,10 +1,14 @@
 #include "Platform/Media/Private/Writing/MovieFile.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <limits>
+#include <tuple>
 
 #include "Platform/Media/MediaError.h"
 #include "Platform/Media/Private/FFmpegLog.h"
+#include "Platform/Media/Private/Reading/MovieInput.h"
 
 namespace tavrel {
 namespace {
@@ -74,6 +78,7 @@ bool MovieFile::setFormat(int index, const TrackFormat& format, bool isFinal) {
   track.format.frameRate = format.frameRate;
   track.format.decodeLead = format.decodeLead;
   track.format.colorVolume = format.colorVolume;
+  track.isCopied = format.isCopied;
   track.isFormatFinal = isFinal;
   return true;
 }
@@ -266,10 +271,32 @@ Expected<void> MovieFile::finish() {
   if (auto written = writeWaiting(true); !written) return written;
   if (auto flushed = flushFragment(); !flushed) return flushed;
   if (auto finished = noted(muxer_.finish()); !finished) return finished;
+  if (auto checked = noted(checkCopies()); !checked) return checked;
   if (auto safe = noted(muxer_.output().publish()); !safe) return safe;
   isClosed_ = true;
   muxer_.close();
   muxer_.output().closeAtCheckpoint();
+  return {};
+}
+
+Expected<void> MovieFile::checkCopies() {
+  if (std::none_of(tracks_.begin(), tracks_.end(), [](const Track& track) { return track.isCopied; })) return {};
+  const auto file = openMovieInput(muxer_.output().presentPath());
+  for (const auto& [type, kind, name] : {std::tuple(AVMEDIA_TYPE_VIDEO, MediaType::video, "pictures"),
+                                         std::tuple(AVMEDIA_TYPE_AUDIO, MediaType::audio, "sound")}) {
+    const auto written = std::count_if(tracks_.begin(), tracks_.end(), [kind = kind](const Track& track) {
+      return track.format.mediaType == kind && track.queuedEnd;
+    });
+    std::ptrdiff_t found = 0;
+    for (unsigned i = 0; file && i < (*file)->nb_streams; ++i) {
+      const AVStream& stream = *(*file)->streams[i];
+      found += stream.codecpar->codec_type == type && isPlayable(stream) ? 1 : 0;
+    }
+    if (found < written) {
+      return failure(MediaErrorCode::damagedFile,
+                     fmt::format("its {} cannot be read again as they were stored: encode them anew", name));
+    }
+  }
   return {};
 }
 

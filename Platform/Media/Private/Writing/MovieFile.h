@@ -101,6 +101,7 @@ class MovieFile {
     std::uint64_t queuedSamples = 0;   // in the muxer
     std::uint64_t writtenSamples = 0;  // in the file
     bool isFormatFinal = false;
+    bool isCopied = false;  // its packets were made elsewhere
     bool hasEnded = false;
     std::optional<double> queuedEnd;  // seconds, in the muxer
     double writtenEnd = 0;            // seconds, in the file
@@ -125,6 +126,9 @@ class MovieFile {
   Expected<void> mux(Track& track, Packet packet);
   bool isFirstFragmentDue(const Track& track) const;
   Expected<void> flushFragment();
+  /// Fails if a track that was copied is not found in the file: its coding may be damaged in a way that the one
+  /// container hides and the other does not.
+  Expected<void> checkCopies();
   double fragmentSeconds() const;
 
   MovieMuxer muxer_;

@@ -30,6 +30,8 @@ class MovieFileOutput {
   /// Removes what was not published.
   ~MovieFileOutput();
 
+  /// The hidden name, or the file's own once it has it.
+  const std::filesystem::path& presentPath() const { return isPublished_ ? path_ : part_; }
   Expected<void> begin();
   AVIOContext* context() { return context_; }
   /// Hands everything to the kernel and, when that succeeded, remembers the file as complete up to here.

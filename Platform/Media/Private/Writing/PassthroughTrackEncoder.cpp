@@ -12,6 +12,10 @@
 #include "Platform/Media/Private/StoredCoding.h"
 #include "Platform/Media/Private/Writing/AudioTrackEncoder.h"
 
+extern "C" {
+#include <libavutil/intreadwrite.h>
+}
+
 namespace tavrel {
 
 AVCodecID PassthroughTrackEncoder::codecOf(const FormatDescription& format) {
@@ -48,10 +52,10 @@ Expected<void> PassthroughTrackEncoder::setPacketFormat(const TrackSample& sampl
     }
     timeBase_ = {1, parameters->sample_rate};
     framesOfPacket_ = parameters->frame_size;
-    priming_ = parameters->codec_id == AV_CODEC_ID_OPUS ? parameters->initial_padding : 0;
+    isOpus_ = parameters->codec_id == AV_CODEC_ID_OPUS;
+    priming_ = isOpus_ ? parameters->initial_padding : 0;
     const std::int64_t told = unitsOf(sample.duration, timeBase_);
-    if (framesOfPacket_ == 0 && parameters->codec_id == AV_CODEC_ID_OPUS && told != AV_NOPTS_VALUE)
-      framesOfPacket_ = told;
+    if (framesOfPacket_ == 0 && isOpus_ && told != AV_NOPTS_VALUE) framesOfPacket_ = told;
     parameters->frame_size = static_cast<int>(std::max<std::int64_t>(0, told));
   } else {
     parameters->codec_type = AVMEDIA_TYPE_VIDEO;
@@ -74,7 +78,8 @@ Expected<void> PassthroughTrackEncoder::setPacketFormat(const TrackSample& sampl
                      .timeBase = timeBase_,
                      .frameRate = format.storedCoding ? format.storedCoding->frameRate : AVRational{0, 1},
                      .decodeLead = isPicture ? std::max<std::int64_t>(0, -unitsOf(decodeTime, timeBase_)) : 0,
-                     .colorVolume = format.storedCoding ? format.storedCoding->colorVolume : ColorVolume{}},
+                     .colorVolume = format.storedCoding ? format.storedCoding->colorVolume : ColorVolume{},
+                     .isCopied = true},
                     true);
   return {};
 }
@@ -102,8 +107,22 @@ Expected<void> PassthroughTrackEncoder::writePacket(const TrackSample& sample) {
   hasDecodeTime_ = true;
   lastDecodeTime_ = packet->dts;
   packet->duration = sample.duration.isNumeric() ? unitsOf(sample.duration, timeBase_) : 0;
+  if (auto trimmed = trim(*packet); !trimmed) return trimmed;
   if (sample.isKeyframe) packet->flags |= AV_PKT_FLAG_KEY;
   output_.write(std::move(packet));
+  return {};
+}
+
+/// Opus has packets of one length: what is shorter is not heard to its end, which not all containers tell by durations.
+Expected<void> PassthroughTrackEncoder::trim(AVPacket& packet) const {
+  const std::int64_t frames = framesOfPacket_ - packet.duration;
+  const bool isRounding = frames * 1000 <= timeBase_.den;
+  if (!isOpus_ || packet.duration <= 0 || isRounding) return {};
+  constexpr std::size_t kSize = 10;
+  std::uint8_t* const said = av_packet_new_side_data(&packet, AV_PKT_DATA_SKIP_SAMPLES, kSize);
+  if (!said) return failure(MediaErrorCode::allocationFailed, "no memory for the end of a track's sound");
+  std::memset(said, 0, kSize);
+  AV_WL32(said + 4, static_cast<std::uint32_t>(frames));
   return {};
 }
 

@@ -23,6 +23,7 @@ class PassthroughTrackEncoder final : public TrackEncoder {
   Expected<void> adoptFirstSample(const TrackSample& sample);
   Expected<void> setPacketFormat(const TrackSample& sample);
   Expected<void> writePacket(const TrackSample& sample);
+  Expected<void> trim(AVPacket& packet) const;
   /// Where sound begins that a file with coarse times, such as Matroska, places about here.
   std::int64_t exactPlaceOf(std::int64_t place) const;
 
@@ -33,6 +34,7 @@ class PassthroughTrackEncoder final : public TrackEncoder {
   bool hasFirstSample_ = false;
   AVRational timeBase_{1, 1};
   std::int64_t lastDecodeTime_ = 0;
+  bool isOpus_ = false;
   std::int64_t framesOfPacket_ = 0;  // 0 where packets differ, or of pictures
   std::int64_t priming_ = 0;         // frames before the movie's time 0
   bool hasDecodeTime_ = false;
