@@ -21,6 +21,8 @@ namespace {
 std::atomic<std::int64_t> owned = 0;
 std::atomic<std::uint64_t> uploads = 0;
 
+Size sizeOf(const PixelPlane& plane) { return {static_cast<double>(plane.width), static_cast<double>(plane.height)}; }
+
 }  // namespace
 
 TavrelGPUImageFramebuffer::TavrelGPUImageFramebuffer(Size size, const TavrelGPUTextureOptions& textureOptions,
@@ -47,10 +49,9 @@ TavrelGPUImageFramebuffer::TavrelGPUImageFramebuffer(Size size, GLuint overridde
     : implementation_(new Implementation{
           .size = size, .isTextureBorrowed = true, .texture = overriddenTexture, .referenceCountingDisabled = true}) {}
 
-TavrelGPUImageFramebuffer::TavrelGPUImageFramebuffer(const std::shared_ptr<TextureCacheTexture>& texture)
-    : TavrelGPUImageFramebuffer(
-          {static_cast<double>(texture->pixelBuffer()->width()), static_cast<double>(texture->pixelBuffer()->height())},
-          texture->name()) {
+TavrelGPUImageFramebuffer::TavrelGPUImageFramebuffer(const std::shared_ptr<TextureCacheTexture>& texture,
+                                                     std::size_t plane)
+    : TavrelGPUImageFramebuffer(sizeOf(texture->pixelBuffer()->layout().planes[plane]), texture->name()) {
   implementation_->textureOwner = texture;
 }
 
@@ -73,6 +74,7 @@ void TavrelGPUImageFramebuffer::drawPending() const {
 
 GLuint TavrelGPUImageFramebuffer::texture() const {
   drawPending();
+  if (implementation_->isSamplingStale) const_cast<TavrelGPUImageFramebuffer*>(this)->resetSampling();
   // Its bytes may have been written since it was drawn.
   if (implementation_->renderTexture) implementation_->renderTexture->refresh();
   return implementation_->texture;
@@ -138,6 +140,7 @@ std::uint64_t TavrelGPUImageFramebuffer::stillNumber() const {
 }
 
 void TavrelGPUImageFramebuffer::resetSampling() {
+  implementation_->isSamplingStale = false;
   const TavrelGPUTextureOptions& options = textureOptions();
   // A render target of the fast path keeps the texture cache's filtering; only the wrap modes follow the options.
   const bool isFiltered = !implementation_->renderTarget;
@@ -183,6 +186,7 @@ void TavrelGPUImageFramebuffer::destroyFramebuffer() {
 
 void TavrelGPUImageFramebuffer::activateFramebuffer() {
   drawPending();
+  if (implementation_->isSamplingStale) resetSampling();
   implementation_->visibleArea.reset();
   NodeSpan::noteDrawing();
   glBindFramebuffer(GL_FRAMEBUFFER, implementation_->framebuffer);

@@ -28,9 +28,9 @@ class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this
   explicit TavrelGPUImageFramebuffer(Size size);
   /// Wraps a texture owned by the caller: not reference-counted, cached or deleted.
   TavrelGPUImageFramebuffer(Size size, GLuint overriddenTexture);
-  /// Wraps the texture of a whole pixel buffer likewise, and holds both, so that the texture is not reused while queues
-  /// still read it.
-  explicit TavrelGPUImageFramebuffer(const std::shared_ptr<TextureCacheTexture>& texture);
+  /// Wraps the texture of a pixel buffer's plane likewise, and holds both, so that the texture is not reused while
+  /// queues still read it.
+  explicit TavrelGPUImageFramebuffer(const std::shared_ptr<TextureCacheTexture>& texture, std::size_t plane = 0);
   TavrelGPUImageFramebuffer(const TavrelGPUImageFramebuffer&) = delete;
   TavrelGPUImageFramebuffer& operator=(const TavrelGPUImageFramebuffer&) = delete;
   ~TavrelGPUImageFramebuffer();

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "GPUImage/Private/FramebufferContents.h"
+#include "GPUImage/Private/OnVideoProcessingQueue.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Foundation/Environment.h"
 #include "Platform/Foundation/NotificationCenter.h"
@@ -26,26 +27,20 @@ struct LookupKey {
   std::int64_t width = 0, height = 0;  // in tenths of pixels
   TavrelGPUTextureOptions options;
   bool onlyTexture = false;
-  Index slot = 0;
 
   LookupKey(Size size, const TavrelGPUTextureOptions& usedOptions, bool isOnlyTexture)
       : width(std::llround(size.width * 10)),
         height(std::llround(size.height * 10)),
         options(usedOptions),
         onlyTexture(isOnlyTexture) {}
-  LookupKey atSlot(Index wanted) const {
-    LookupKey key = *this;
-    key.slot = wanted;
-    return key;
-  }
   bool operator==(const LookupKey&) const = default;
 };
 
 struct LookupKeyHash {
   std::size_t operator()(const LookupKey& key) const {
     std::size_t hash = key.onlyTexture ? 1 : 0;
-    for (const auto part : {key.width, key.height, std::int64_t{key.options.internalFormat},
-                            std::int64_t{key.options.format}, std::int64_t{key.slot}}) {
+    for (const auto part :
+         {key.width, key.height, std::int64_t{key.options.internalFormat}, std::int64_t{key.options.format}}) {
       hash = hash * 1'000'003 ^ static_cast<std::size_t>(part);
     }
     return hash;
@@ -78,7 +73,8 @@ void spoil(const TavrelGPUImageFramebuffer& framebuffer) {
 
 struct TavrelGPUImageFramebufferCache::Implementation {
   using Framebuffer = std::shared_ptr<TavrelGPUImageFramebuffer>;
-  using FramebufferMap = std::unordered_map<LookupKey, Framebuffer, LookupKeyHash>;
+  /// Of each key those that are idle, the one that was returned last behind the others.
+  using FramebufferMap = std::unordered_map<LookupKey, std::vector<Framebuffer>, LookupKeyHash>;
 
   Framebuffer takeIdle(const LookupKey& lookupKey);
   void keepIdle(const Framebuffer& framebuffer);
@@ -88,7 +84,6 @@ struct TavrelGPUImageFramebufferCache::Implementation {
   // Guards the members below: a framebuffer that the movie writer's queue unlocks is returned there.
   std::mutex mutex;
   FramebufferMap framebufferCache;
-  std::unordered_map<LookupKey, Index, LookupKeyHash> framebufferTypeCounts;
   std::vector<Framebuffer> activeImageCaptureList;
   NotificationCenter::ObserverToken memoryWarningObserver;
   std::shared_ptr<DispatchQueue> framebufferCacheQueue =  // nothing is ever submitted to it
@@ -123,11 +118,11 @@ TavrelGPUImageFramebufferCache::~TavrelGPUImageFramebufferCache() {
 std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFramebufferCache::fetchFramebufferForSize(
     Size size, const TavrelGPUTextureOptions& textureOptions, bool onlyTexture) {
   std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer;
-  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+  onVideoProcessingQueue([&] {
     framebuffer = implementation_->takeIdle({size, textureOptions, onlyTexture});
     if (framebuffer) {
       TavrelGPUImageContext::useImageProcessingContext();
-      framebuffer->resetSampling();
+      FramebufferContents::noteNewUse(*framebuffer);
     } else {
       framebuffer = std::make_shared<TavrelGPUImageFramebuffer>(size, textureOptions, onlyTexture);
     }
@@ -145,14 +140,10 @@ std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFramebufferCache::fetch
 std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageFramebufferCache::Implementation::takeIdle(
     const LookupKey& lookupKey) {
   const std::lock_guard lock(mutex);
-  const auto count = framebufferTypeCounts.find(lookupKey);
-  if (count == framebufferTypeCounts.end() || count->second < 1) return nullptr;
-  Framebuffer framebuffer;
-  Index slot = count->second - 1;
-  for (; !framebuffer && slot >= 0; --slot) {
-    if (auto idle = framebufferCache.extract(lookupKey.atSlot(slot))) framebuffer = std::move(idle.mapped());
-  }
-  count->second = slot + 1;
+  const auto idle = framebufferCache.find(lookupKey);
+  if (idle == framebufferCache.end() || idle->second.empty()) return nullptr;
+  Framebuffer framebuffer = std::move(idle->second.back());
+  idle->second.pop_back();
   return framebuffer;
 }
 
@@ -162,9 +153,7 @@ void TavrelGPUImageFramebufferCache::Implementation::keepIdle(const Framebuffer&
   const LookupKey lookupKey(framebuffer->size(), framebuffer->textureOptions(), framebuffer->missingFramebuffer());
   {
     const std::lock_guard lock(mutex);
-    Index& count = framebufferTypeCounts[lookupKey];
-    framebufferCache[lookupKey.atSlot(count)] = framebuffer;
-    ++count;
+    framebufferCache[lookupKey].push_back(framebuffer);
   }
   if (Tracer::isOn()) traceOccupancy();
 }
@@ -174,7 +163,6 @@ void TavrelGPUImageFramebufferCache::Implementation::purge() {
   {
     const std::lock_guard lock(mutex);
     idle.swap(framebufferCache);
-    framebufferTypeCounts.clear();
   }
   idle.clear();
   if (Tracer::isOn()) traceOccupancy();
@@ -185,7 +173,9 @@ void TavrelGPUImageFramebufferCache::Implementation::purge() {
 void TavrelGPUImageFramebufferCache::Implementation::traceOccupancy() {
   const std::int64_t idle = [this] {
     const std::lock_guard lock(mutex);
-    return static_cast<std::int64_t>(framebufferCache.size());
+    std::size_t count = 0;
+    for (const auto& [key, framebuffers] : framebufferCache) count += framebuffers.size();
+    return static_cast<std::int64_t>(count);
   }();
   const TraceNames& names = TraceNames::shared();
   Tracer::level(names.framebuffersHeld, std::max<std::int64_t>(0, TavrelGPUImageFramebuffer::ownedCount() - idle));
@@ -194,6 +184,7 @@ void TavrelGPUImageFramebufferCache::Implementation::traceOccupancy() {
 
 void TavrelGPUImageFramebufferCache::returnFramebufferToCache(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer) {
   framebuffer->clearAllLocks();
+  if (isOnVideoProcessingQueue()) return implementation_->keepIdle(framebuffer);
   runLater(implementation_,
            [framebuffer = std::move(framebuffer)](Implementation& cache) { cache.keepIdle(framebuffer); });
 }

@@ -14,7 +14,8 @@ class TavrelGPUImageFramebuffer;
 /// A consumer of frames: a filter, the preview view, the movie writer.
 ///
 /// For each frame a producer sets the framebuffer and its size at the consumer's slot (`atIndex`), then announces the
-/// frame. Video-processing queue.
+/// frame. A consumer of one's own implements these two; the others say that it has one slot, takes any size, and
+/// does not turn what it gets. Video-processing queue.
 class TAVREL_API TavrelGPUImageInput {
  public:
   virtual ~TavrelGPUImageInput() = default;
@@ -24,19 +25,19 @@ class TAVREL_API TavrelGPUImageInput {
   /// The consumer locks the framebuffer, which may be nullptr, until it has drawn it.
   virtual void setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer, Index atIndex) = 0;
   /// The slot for the next producer.
-  virtual Index nextAvailableTextureIndex() const = 0;
+  virtual Index nextAvailableTextureIndex() const { return 0; }
   /// In pixels, before the input rotation. Ignored unless finite.
-  virtual void setInputSize(Size newSize, Index atIndex) = 0;
-  virtual void setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index atIndex) = 0;
+  virtual void setInputSize(Size /*newSize*/, Index /*atIndex*/) {}
+  virtual void setInputRotation(TavrelGPUImageRotationMode /*newInputRotation*/, Index /*atIndex*/) {}
   /// The largest useful size; zero for no limit.
-  virtual Size maximumOutputSize() const = 0;
+  virtual Size maximumOutputSize() const { return {}; }
   /// No more frames follow.
-  virtual void endProcessing() = 0;
+  virtual void endProcessing() {}
   /// True if producers shall not send per-frame updates here.
-  virtual bool shouldIgnoreUpdatesToThisTarget() const = 0;
-  virtual bool enabled() const = 0;
-  virtual bool wantsMonochromeInput() const = 0;
-  virtual void setCurrentlyReceivingMonochromeInput(bool newValue) = 0;
+  virtual bool shouldIgnoreUpdatesToThisTarget() const { return false; }
+  virtual bool enabled() const { return true; }
+  virtual bool wantsMonochromeInput() const { return false; }
+  virtual void setCurrentlyReceivingMonochromeInput(bool /*newValue*/) {}
 };
 
 }  // namespace tavrel

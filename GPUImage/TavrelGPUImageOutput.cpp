@@ -6,6 +6,7 @@
 #include "GPUImage/Private/FramebufferContents.h"
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/Private/Properties.h"
+#include "GPUImage/Private/Rehearsal.h"
 #include "GPUImage/TavrelGPUImageAudioTarget.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
@@ -139,6 +140,10 @@ void TavrelGPUImageOutput::handOver(const HandOver& frame) {
   using ToIgnoredTarget = HandOver::ToIgnoredTarget;
   // A copy, since a target may edit the list.
   std::vector<Implementation::Connection> connections = implementation_->connections;
+  const Rehearsal* const rehearsal = Rehearsal::current();
+  if (auto target = rehearsal ? rehearsal->targetOf(*this) : nullptr) {
+    connections.assign(1, {std::move(target), 0});
+  }
   const std::shared_ptr<TavrelGPUImageInput> ignored = targetToIgnoreForUpdates();
   std::erase_if(connections, [&](const auto& connection) {
     return (frame.skipsDisabledTargets && !connection.target->enabled()) ||

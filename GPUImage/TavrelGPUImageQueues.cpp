@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "GPUImage/Private/ContextLending.h"
+#include "GPUImage/Private/OnVideoProcessingQueue.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "Platform/Dispatch/RunLoop.h"
 #include "Platform/Foundation/ConsoleLog.h"
@@ -15,22 +16,30 @@
 namespace tavrel {
 namespace {
 
+bool isInside(const TavrelGPUImageContext& context) {
+  return context.contextQueue()->isCurrent() && !ForeignContextScope::innermost();
+}
+
 /// Runs `block` at once when the calling thread is on some context's queue; false when it is not. The thread that ends
 /// the process gets past it: what it destroys after the driver cannot be released through the driver.
 bool runInline(TavrelGPUImageContext& context, const std::function<void()>& block) {
   if (ProcessEnd::isOnEndingThread()) return true;
+  if (isInside(context)) {
+    block();
+    return true;
+  }
   const void* const running = DispatchQueue::getSpecific(TavrelGPUImageContext::contextKey());
   if (!running) return false;
-  if (running == &context && !ForeignContextScope::innermost()) {
-    block();
-  } else {
-    const ForeignContextScope scope;
-    block();
-  }
+  const ForeignContextScope scope;
+  block();
   return true;
 }
 
 }  // namespace
+
+bool isOnVideoProcessingQueue() {
+  return isInside(*TavrelGPUImageContext::sharedImageProcessingContext()) && !ProcessEnd::isOnEndingThread();
+}
 
 DispatchQueueAttribute TavrelGPUImageDefaultQueueAttribute() {
   return {.isSerial = true, .qualityOfService = QualityOfService::standard, .relativePriority = 0};

@@ -105,17 +105,11 @@ class CameraOutput : public TavrelGPUImageCameraOutput {
     input_ = {};
     if (wantsFrame()) input_ = TavrelGPUImageFramebufferLease(std::move(newInputFramebuffer));
   }
-  Index nextAvailableTextureIndex() const override { return 0; }
-  void setInputSize(Size, Index) override {}
   void setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index) override {
     shared_->painter.setInputRotation(newInputRotation);
   }
   Size maximumOutputSize() const override { return shared_->painter.videoSize(); }
-  void endProcessing() override {}
-  bool shouldIgnoreUpdatesToThisTarget() const override { return false; }
   bool enabled() const override { return wantsFrame(); }
-  bool wantsMonochromeInput() const override { return false; }
-  void setCurrentlyReceivingMonochromeInput(bool) override {}
 
  private:
   bool wantsFrame() const { return hasReaders() && (!shared_->isPaused || *shared_->needsPicture); }

@@ -138,18 +138,12 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
 
   void newFrameReadyAtTime(MediaTime frameTime, Index atIndex) override;
   void setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer, Index atIndex) override;
-  Index nextAvailableTextureIndex() const override { return 0; }
-  /// The output size never follows the input.
-  void setInputSize(Size, Index) override {}
   void setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index atIndex) override;
   Size maximumOutputSize() const override;
   /// The source has ended. Calls the completion block once or, without one, the delegate.
   void endProcessing() override;
-  bool shouldIgnoreUpdatesToThisTarget() const override { return false; }
   bool enabled() const override;
   void setEnabled(bool newValue);
-  bool wantsMonochromeInput() const override { return false; }
-  void setCurrentlyReceivingMonochromeInput(bool) override {}
 
  private:
   struct Implementation;

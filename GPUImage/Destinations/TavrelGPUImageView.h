@@ -60,16 +60,11 @@ class TAVREL_API TavrelGPUImageView : public View, public TavrelGPUImageInput {
 
   void newFrameReadyAtTime(MediaTime frameTime, Index atIndex) override;
   void setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer, Index atIndex) override;
-  Index nextAvailableTextureIndex() const override { return 0; }
   void setInputSize(Size newSize, Index atIndex) override;
   void setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index atIndex) override;
   /// The view's size in pixels. Any thread.
   Size maximumOutputSize() const override;
-  void endProcessing() override {}
-  bool shouldIgnoreUpdatesToThisTarget() const override { return false; }
   bool enabled() const override;
-  bool wantsMonochromeInput() const override { return false; }
-  void setCurrentlyReceivingMonochromeInput(bool) override {}
 
  protected:
   void contentScaleFactorDidChange() override;

@@ -168,12 +168,12 @@ void TavrelGPUImageFilter::informTargetsAboutNewFrameAtTime(MediaTime frameTime)
 
 void TavrelGPUImageFilter::passOn(const HandOver& frame) {
   if (implementation_->preventRendering) return;
-  if (Rehearsal::current()) return handOver(frame);
-  NodeSpan::notePassedOn();
   const auto block = frameProcessingCompletionBlock();
   if (const auto output = framebufferForOutput(); output && (block || implementation_->usingNextFrameForImageCapture)) {
     FramebufferContents::draw(*output);
   }
+  if (Rehearsal::current()) return handOver(frame);
+  NodeSpan::notePassedOn();
   if (implementation_->usingNextFrameForImageCapture && !implementation_->capturedFramebuffer) {
     implementation_->capturedFramebuffer = TavrelGPUImageFramebufferLease(framebufferForOutput());
     implementation_->imageCaptureSemaphore.signal();

@@ -19,6 +19,7 @@
 namespace tavrel {
 
 class TavrelGLProgram;
+struct PrecompiledProgram;
 
 /// Passes position and texture coordinates through.
 TAVREL_API extern const char* const kTavrelGPUImageVertexShaderString;
@@ -71,12 +72,14 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   using Chain = std::vector<std::shared_ptr<TavrelGPUImageFilter>>;
   /// Makes the programs with which these filters, connected one after the other, will draw frames of `frameSize`, so
   /// that the first frame need not wait for the driver's compiler, which takes up to a second for each. Call it before
-  /// they are connected. Filters that are in use, have a completion block or are of an application's class are left
-  /// out. `sendPictures`, if any, sends the other inputs' pictures. While `areFramesComing` to other filters the
-  /// compiler works beside them, so that they do not wait either. No block of an application is called. Returns after
-  /// it; not on the video-processing queue.
+  /// they are connected so; frames may pass them in another order meanwhile. Filters of an application's class (see
+  /// `allowFusion`) are left out. `sendPictures`, if any, sends the other inputs' pictures. While `areFramesComing` to
+  /// other filters the compiler works beside them, so that they do not wait either. No block of an application is
+  /// called. Returns after it; not on the video-processing queue.
   static void prepareChain(const Chain& filters, Size frameSize, const std::function<void()>& sendPictures,
                            bool areFramesComing);
+  /// Whether `prepareChain` has nothing to make. Compiles nothing.
+  static bool isChainPrepared(const Chain& filters, Size frameSize, const std::function<void()>& sendPictures);
   /// How many programs of several filters were made in this process. Any thread.
   static std::size_t fusedProgramCount();
 
@@ -134,18 +137,15 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   std::shared_ptr<TavrelGLProgram> program() const;
 
   void newFrameReadyAtTime(MediaTime frameTime, Index atIndex) override;
-  Index nextAvailableTextureIndex() const override { return 0; }
   void setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer, Index atIndex) override;
   void setInputSize(Size newSize, Index atIndex) override;
   void setInputRotation(TavrelGPUImageRotationMode newInputRotation, Index atIndex) override;
-  Size maximumOutputSize() const override { return {}; }
   /// Forwarded to the targets, once in the filter's lifetime.
   void endProcessing() override;
   bool shouldIgnoreUpdatesToThisTarget() const override {
     return TavrelGPUImageOutput::shouldIgnoreUpdatesToThisTarget();
   }
   bool enabled() const override { return TavrelGPUImageOutput::enabled(); }
-  bool wantsMonochromeInput() const override { return false; }
   void setCurrentlyReceivingMonochromeInput(bool newValue) override;
 
  protected:
@@ -182,11 +182,15 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   /// The location of a uniform of the program. Any thread.
   GLint uniformIndex(std::string_view name) const;
 
+  /// Takes the inputs away, and puts them back when the result goes.
+  virtual std::shared_ptr<void> keepInputs();
   /// For the library's own filters.
   Implementation& filter() const { return *implementation_; }
 
  private:
   static void rehearse(const Chain& filters, Size frameSize, const std::function<void()>& sendPictures);
+  static std::vector<PrecompiledProgram> unknownPrograms(const Chain& filters, Size frameSize,
+                                                         const std::function<void()>& sendPictures);
   bool canRehearse() const;
   static std::string readFragmentShader(const std::filesystem::path& file);
   using UniformSetter = std::function<void(GLint location)>;

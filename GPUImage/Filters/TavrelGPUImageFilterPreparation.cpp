@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <utility>
 
 #include "GPUImage/Filters/Private/FilterImplementation.h"
@@ -22,15 +23,6 @@ class NextFilter : public TavrelGPUImageInput {
     if (newInputFramebuffer) FramebufferContents::accept(*newInputFramebuffer);
     frame_ = TavrelGPUImageFramebufferLease(std::move(newInputFramebuffer));
   }
-  Index nextAvailableTextureIndex() const override { return 0; }
-  void setInputSize(Size, Index) override {}
-  void setInputRotation(TavrelGPUImageRotationMode, Index) override {}
-  Size maximumOutputSize() const override { return {}; }
-  void endProcessing() override {}
-  bool shouldIgnoreUpdatesToThisTarget() const override { return false; }
-  bool enabled() const override { return true; }
-  bool wantsMonochromeInput() const override { return false; }
-  void setCurrentlyReceivingMonochromeInput(bool) override {}
 
  private:
   TavrelGPUImageFramebufferLease frame_;
@@ -47,8 +39,17 @@ std::size_t TavrelGPUImageFilter::fusedProgramCount() { return StageProgram::cou
 
 bool TavrelGPUImageFilter::canRehearse() const {
   const Implementation& state = *implementation_;
-  return state.fusion.knows(*this) && targets().empty() && !frameProcessingCompletionBlock() &&
-         !state.usingNextFrameForImageCapture && !state.preventRendering;
+  return state.fusion.knows(*this) && !state.usingNextFrameForImageCapture && !state.preventRendering;
+}
+
+std::shared_ptr<void> TavrelGPUImageFilter::keepInputs() {
+  struct Kept {
+    Implementation& state;
+    TavrelGPUImageFramebufferLease first;
+    ~Kept() { state.firstInputFramebuffer = std::move(first); }
+  };
+  // An aggregate: NOLINTNEXTLINE(modernize-make-shared)
+  return std::shared_ptr<Kept>(new Kept{*implementation_, std::move(implementation_->firstInputFramebuffer)});
 }
 
 void TavrelGPUImageFilter::rehearse(const Chain& filters, Size frameSize, const std::function<void()>& sendPictures) {
@@ -63,16 +64,36 @@ void TavrelGPUImageFilter::rehearse(const Chain& filters, Size frameSize, const 
       frame = framebufferOf(size);
       continue;
     }
-    filter->addTarget(next, 0);
+    const std::shared_ptr<void> inputs = filter->keepInputs();
+    Rehearsal::current()->connect(*filter, next);
     filter->setInputFramebuffer(frame.get(), 0);
     frame.release();
     filter->setInputSize(size, 0);
     filter->newFrameReadyAtTime(MediaTime::zero(), 0);
-    filter->removeTarget(next);
     frame = next->take();
     if (!frame) return;
   }
   FramebufferContents::draw(*frame.get());
+}
+
+std::vector<PrecompiledProgram> TavrelGPUImageFilter::unknownPrograms(const Chain& filters, Size frameSize,
+                                                                      const std::function<void()>& sendPictures) {
+  TavrelGPUImageContext::useImageProcessingContext();
+  std::vector<PrecompiledProgram> programs;
+  {
+    Rehearsal rehearsal(Rehearsal::Step::noting);
+    rehearse(filters, frameSize, sendPictures);
+    programs = std::move(rehearsal.programs());
+  }
+  // They have not been drawn, and filters that are in use show them.
+  const auto isInUse = [](const auto& filter) { return !filter->targets().empty(); };
+  if (sendPictures && std::ranges::any_of(filters, isInUse)) sendPictures();
+  return programs;
+}
+
+bool TavrelGPUImageFilter::isChainPrepared(const Chain& filters, Size frameSize,
+                                           const std::function<void()>& sendPictures) {
+  return onVideoProcessingQueue([&] { return unknownPrograms(filters, frameSize, sendPictures).empty(); });
 }
 
 void TavrelGPUImageFilter::prepareChain(const Chain& filters, Size frameSize, const std::function<void()>& sendPictures,
@@ -81,10 +102,7 @@ void TavrelGPUImageFilter::prepareChain(const Chain& filters, Size frameSize, co
   PrecompiledProgram::Texture target;
   bool isPrecompiling = areFramesComing;
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
-    TavrelGPUImageContext::useImageProcessingContext();
-    Rehearsal rehearsal(Rehearsal::Step::noting);
-    rehearse(filters, frameSize, sendPictures);
-    programs = std::move(rehearsal.programs());
+    programs = unknownPrograms(filters, frameSize, sendPictures);
     isPrecompiling = areFramesComing && ProgramPrecompiler::isPossible();
     FramebufferContents::describe(*framebufferOf({16, 16}).get(), target);
   });

@@ -51,6 +51,10 @@ class TAVREL_API TavrelGPUImageGaussianBlurFilter : public TavrelGPUImageTwoPass
   void renderToTextureWithVertices(const GLfloat* vertices, const GLfloat* textureCoordinates) override;
 
  private:
+  /// One pass that samples pixel by pixel, at distances of the uniform "pixel".
+  static std::string fragmentShaderOfSinglePixels(std::size_t blurRadius, double sigma);
+  bool drawsSinglePixels(const GLfloat* vertices, const GLfloat* textureCoordinates) const;
+  void drawSinglePixels(const GLfloat* textureCoordinates);
   void switchToVertexShader(const std::string& newVertexShader, const std::string& fragmentShader);
 
   struct Implementation;

@@ -147,4 +147,31 @@ std::string TavrelGPUImageGaussianBlurFilter::fragmentShaderForOptimizedBlurOfRa
   return shader + "        gl_FragColor = sum;\n     }\n";
 }
 
+// Samplers of bytes weigh two pixels in steps of 1/256 and round: so do these, since filters behind may make much of a
+// difference of 1/255.
+std::string TavrelGPUImageGaussianBlurFilter::fragmentShaderOfSinglePixels(std::size_t blurRadius, double sigma) {
+  const std::vector<float> weights = gaussianWeights(blurRadius, sigma);
+  std::string shader = fmt::format(
+      "varying highp vec2 textureCoordinate; uniform sampler2D inputImageTexture; uniform highp vec2 pixel; highp vec4 "
+      "between(highp vec4 first, highp vec4 second, highp float weight) {{ return first + floor((second - first) * "
+      "weight + 0.501) / 255.0; }} void main() {{ highp vec4 sum = texture2D(inputImageTexture, textureCoordinate) * "
+      "{:f}; ",
+      weights[0]);
+  const auto add = [&](int first, double behind, float weight) {
+    fmt::format_to(std::back_inserter(shader),
+                   "sum += between(texture2D(inputImageTexture, textureCoordinate + pixel * {}.0), "
+                   "texture2D(inputImageTexture, textureCoordinate + pixel * {}.0), {:.9f}) * {:f}; ",
+                   first, first + 1, std::floor(behind * 256) * 255 / 256, weight);
+  };
+  // Behind which quads' samples lie a little; see `QuadProgram::shiftOf`.
+  constexpr double kShift = 1.5 / 1024;
+  int nearer = 1;
+  for (const auto& [offset, weight] : samplePairs(weights, blurRadius)) {
+    add(nearer, static_cast<double>(offset) + kShift - nearer, weight);
+    add(-nearer - 1, nearer + 1 - static_cast<double>(offset) + kShift, weight);
+    nearer += 2;
+  }
+  return shader + "gl_FragColor = sum; }";
+}
+
 }  // namespace tavrel

@@ -12,16 +12,24 @@ const char* const kTavrelGPUImageTwoInputTextureVertexShaderString =
     "varying vec2 textureCoordinate; varying vec2 textureCoordinate2; void main() { gl_Position = position; "
     "textureCoordinate = inputTextureCoordinate.xy; textureCoordinate2 = inputTextureCoordinate2.xy; }";
 
-struct TavrelGPUImageTwoInputFilter::Implementation {
+namespace {
+
+/// What has come.
+struct Arrivals {
+  MediaTime firstFrameTime = {};
+  MediaTime secondFrameTime = {};
+  bool hasSetFirstTexture = false;
+  bool hasReceivedFirstFrame = false;
+  bool hasReceivedSecondFrame = false;
+};
+
+}  // namespace
+
+struct TavrelGPUImageTwoInputFilter::Implementation : Arrivals {
   TavrelGPUImageFramebufferLease secondInputFramebuffer;
   InputScaling scaling;
   const InputScaling::Scaled* scaledSecondInput = nullptr;
   TavrelGPUImageRotationMode inputRotation2 = kTavrelGPUImageNoRotation;
-  MediaTime firstFrameTime;
-  MediaTime secondFrameTime;
-  bool hasSetFirstTexture = false;
-  bool hasReceivedFirstFrame = false;
-  bool hasReceivedSecondFrame = false;
   bool firstFrameCheckDisabled = false;
   bool secondFrameCheckDisabled = false;
   // Without effect.
@@ -117,6 +125,23 @@ void TavrelGPUImageTwoInputFilter::newFrameReadyAtTime(MediaTime frameTime, Inde
       state.firstFrameTime.isIndefinite() ? state.secondFrameTime : state.firstFrameTime, 0);
   state.hasReceivedFirstFrame = false;
   state.hasReceivedSecondFrame = false;
+}
+
+std::shared_ptr<void> TavrelGPUImageTwoInputFilter::keepInputs() {
+  struct Kept {
+    std::shared_ptr<void> first;
+    Implementation& state;
+    TavrelGPUImageFramebufferLease second;
+    Arrivals arrivals;
+    ~Kept() {
+      state.secondInputFramebuffer = std::move(second);
+      static_cast<Arrivals&>(state) = arrivals;
+    }
+  };
+  Implementation& state = *implementation_;
+  // An aggregate: NOLINTNEXTLINE(modernize-make-shared)
+  return std::shared_ptr<Kept>(new Kept{TavrelGPUImageFilter::keepInputs(), state,
+                                        TavrelGPUImageFramebufferLease(state.secondInputFramebuffer.get()), state});
 }
 
 void TavrelGPUImageTwoInputFilter::scaleInputs(const GLfloat* vertices, const GLfloat* textureCoordinates) {

@@ -39,6 +39,7 @@ class TAVREL_API TavrelGPUImageTwoInputFilter : public TavrelGPUImageFilter {
   virtual bool scalesSecondInput() const { return false; }
   void bindInputs(const GLfloat* textureCoordinates) override;
   void unlockInputs() override;
+  std::shared_ptr<void> keepInputs() override;
 
  private:
   struct Implementation;

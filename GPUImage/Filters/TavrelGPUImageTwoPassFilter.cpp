@@ -44,6 +44,14 @@ std::shared_ptr<TavrelGPUImageFramebuffer> TavrelGPUImageTwoPassFilter::framebuf
   return onVideoProcessingQueue([this] { return implementation_->secondOutputFramebuffer; });
 }
 
+void TavrelGPUImageTwoPassFilter::setFinalFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer) {
+  implementation_->secondOutputFramebuffer = std::move(framebuffer);
+}
+
+bool TavrelGPUImageTwoPassFilter::hasOwnUniforms() const {
+  return filter().fusion.hasOwnUniforms() && implementation_->secondProgramUniformStateRestorationBlocks.empty();
+}
+
 void TavrelGPUImageTwoPassFilter::removeOutputFramebuffer() {
   onVideoProcessingQueue([this] { implementation_->secondOutputFramebuffer.reset(); });
 }

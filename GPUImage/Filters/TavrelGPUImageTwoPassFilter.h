@@ -35,6 +35,10 @@ class TAVREL_API TavrelGPUImageTwoPassFilter : public TavrelGPUImageFilter {
   void repeatPasses(const GLfloat* vertices);
   /// Uses the program of these sources for the second pass from now on.
   void useSecondProgram(std::string_view vertexShader, std::string_view fragmentShader);
+  /// Sets the result of `framebufferForOutput`, together with the lock from its fetch.
+  void setFinalFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer);
+  /// Whether nobody else sets uniforms of the two programs.
+  bool hasOwnUniforms() const;
 
  private:
   void renderPasses(const GLfloat* vertices, const GLfloat* textureCoordinates);

@@ -50,12 +50,25 @@ void FramebufferContents::discard(TavrelGPUImageFramebuffer& framebuffer) {
   const auto ended = std::move(framebuffer.implementation_->pending);
 }
 
+void FramebufferContents::noteNewUse(TavrelGPUImageFramebuffer& framebuffer) {
+  framebuffer.implementation_->isSamplingStale = true;
+}
+
 void FramebufferContents::accept(const TavrelGPUImageFramebuffer& framebuffer) {
   framebuffer.implementation_->isPendingAccepted = true;
 }
 
 void FramebufferContents::drawUnlessAccepted(TavrelGPUImageFramebuffer& framebuffer) {
   if (isPending(framebuffer) && !framebuffer.implementation_->isPendingAccepted) draw(framebuffer);
+}
+
+std::shared_ptr<PixelBuffer> FramebufferContents::finalPicture(const TavrelGPUImageFramebuffer& framebuffer) {
+  const auto& state = *framebuffer.implementation_;
+  return state.isFinal && state.textureOwner ? state.textureOwner->pixelBuffer() : nullptr;
+}
+
+void FramebufferContents::setFinal(TavrelGPUImageFramebuffer& framebuffer) {
+  framebuffer.implementation_->isFinal = true;
 }
 
 void FramebufferContents::describe(const TavrelGPUImageFramebuffer& framebuffer, PrecompiledProgram::Texture& texture) {

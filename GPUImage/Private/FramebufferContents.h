@@ -25,11 +25,17 @@ class FramebufferContents {
   /// Takes the drawing over from a framebuffer that nobody else holds; nothing if it is filled or held.
   static std::optional<PendingDrawing> take(TavrelGPUImageFramebuffer& framebuffer);
   static void discard(TavrelGPUImageFramebuffer& framebuffer);
+  /// It was fetched from the cache: its sampling is that of its options again, once it is drawn or read.
+  static void noteNewUse(TavrelGPUImageFramebuffer& framebuffer);
 
   /// Called by the receiver of a framebuffer while it is given it: it may stay pending.
   static void accept(const TavrelGPUImageFramebuffer& framebuffer);
   /// Called by the producer after that.
   static void drawUnlessAccepted(TavrelGPUImageFramebuffer& framebuffer);
+
+  /// A pixel buffer that is wrapped and that nobody changes any more; none before `setFinal`.
+  static std::shared_ptr<PixelBuffer> finalPicture(const TavrelGPUImageFramebuffer& framebuffer);
+  static void setFinal(TavrelGPUImageFramebuffer& framebuffer);
 
   /// Its size, and how its pixels are stored.
   static void describe(const TavrelGPUImageFramebuffer& framebuffer, PrecompiledProgram::Texture& texture);

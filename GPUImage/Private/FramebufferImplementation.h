@@ -18,6 +18,7 @@ struct TavrelGPUImageFramebuffer::Implementation {
   const bool missingFramebuffer = false;
   const bool isTextureBorrowed = false;
   std::shared_ptr<TextureCacheTexture> textureOwner = nullptr;
+  bool isFinal = false;
   GLuint texture = 0;
   GLuint framebuffer = 0;
   std::atomic<std::int64_t> framebufferReferenceCount = 0;
@@ -37,6 +38,7 @@ struct TavrelGPUImageFramebuffer::Implementation {
   // On the video-processing queue; see FramebufferContents.
   std::unique_ptr<PendingDrawing> pending = nullptr;
   bool isPendingAccepted = false;
+  bool isSamplingStale = false;
   std::optional<Rect> visibleArea = std::nullopt;
 };
 

@@ -9,11 +9,15 @@
 
 namespace tavrel {
 
+/// Whether a block of the video-processing queue runs on the calling thread, and inside it none of another context's.
+bool isOnVideoProcessingQueue();
+
 /// Runs `work` on the video-processing queue, where the state of nodes lives, and returns what it returns: between two
 /// frames, or at once inside a frame's own work. Any thread.
 template <typename Work>
 auto onVideoProcessingQueue(Work&& work) -> std::invoke_result_t<Work&> {
   using Result = std::invoke_result_t<Work&>;
+  if (isOnVideoProcessingQueue()) return work();
   if constexpr (std::is_void_v<Result>) {
     TavrelRunSynchronouslyOnVideoProcessingQueue(std::ref(work));
   } else {

@@ -23,11 +23,6 @@ constexpr std::size_t kMostTextures = 8;
 constexpr std::size_t kMostPlaces = 7;
 constexpr std::size_t kMostStages = 8;
 
-bool endsAtEdges(const TavrelGPUImageFramebuffer& framebuffer) {
-  const TavrelGPUTextureOptions& options = framebuffer.textureOptions();
-  return options.wrapS == GL_CLAMP_TO_EDGE && options.wrapT == GL_CLAMP_TO_EDGE;
-}
-
 Size wholePixels(Size size) { return {std::floor(size.width), std::floor(size.height)}; }
 
 /// The same map between pixels.
@@ -83,6 +78,11 @@ bool PendingDrawing::meetsPixels(const AffineTransform& map, Size size, Size tex
   const Point first = pixels.apply({0, 0}), last = pixels.apply({drawn.width, drawn.height});
   return std::min(first.x, last.x) > -0.5 && std::max(first.x, last.x) < whole.width + 0.5 &&
          std::min(first.y, last.y) > -0.5 && std::max(first.y, last.y) < whole.height + 0.5;
+}
+
+bool PendingDrawing::endsAtEdges(const TavrelGPUImageFramebuffer& framebuffer) {
+  const TavrelGPUTextureOptions& options = framebuffer.textureOptions();
+  return options.wrapS == GL_CLAMP_TO_EDGE && options.wrapT == GL_CLAMP_TO_EDGE;
 }
 
 PendingDrawing::PendingDrawing(TavrelGPUImageFramebufferLease source)

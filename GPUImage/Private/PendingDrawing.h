@@ -46,6 +46,9 @@ class PendingDrawing {
   /// Whether each pixel of a frame of this size shows exactly one of `texture`'s, and no two the same.
   static bool meetsPixels(const AffineTransform& map, Size size, Size texture);
 
+  /// Whether sampling beside it gives its outermost pixels.
+  static bool endsAtEdges(const TavrelGPUImageFramebuffer& framebuffer);
+
   /// The whole of `source`.
   explicit PendingDrawing(TavrelGPUImageFramebufferLease source);
 

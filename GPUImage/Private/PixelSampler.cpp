@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "Platform/Graphics/GLContext.h"
+#include "Platform/Graphics/GLDriverLock.h"
 
 namespace tavrel {
 namespace {
@@ -30,12 +31,19 @@ struct Sampler {
   }
 };
 
+const Sampler& sampler() {
+  static const Sampler shared;
+  return shared;
+}
+
 void bindSampler(GLuint unit, bool isOurs) {
-  static const Sampler sampler;
-  if (sampler.name) sampler.bind(unit, isOurs ? sampler.name : 0);
+  if (sampler().name) sampler().bind(unit, isOurs ? sampler().name : 0);
 }
 
 }  // namespace
+
+// The driver that needs the lock is the one that draws with the processor.
+bool PixelSampler::isCheap() { return sampler().name != 0 && GLDriverLock::isNeeded(); }
 
 void PixelSampler::bind(GLuint unit) { bindSampler(unit, true); }
 void PixelSampler::unbind(GLuint unit) { bindSampler(unit, false); }

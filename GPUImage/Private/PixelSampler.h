@@ -9,6 +9,9 @@ namespace tavrel {
 /// objects (OpenGL ES 3) it does nothing. On the video-processing queue, with the shared context current.
 class PixelSampler {
  public:
+  /// Whether two samples of single pixels cost no more than a linear one between them, as they do where processors
+  /// draw.
+  static bool isCheap();
   static void bind(GLuint unit);
   static void unbind(GLuint unit);
 };

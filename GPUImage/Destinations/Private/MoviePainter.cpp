@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
+#include "GPUImage/Private/FramebufferContents.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Foundation/ProcessEnd.h"
@@ -72,7 +73,10 @@ TavrelGPUImageFramebufferLease MoviePainter::scaled(TavrelGPUImageFramebufferLea
 
 std::shared_ptr<PixelBuffer> MoviePainter::readyPixelBuffer(const TavrelGPUImageFramebuffer& framebuffer) const {
   const bool isAsWanted = framebuffer.size() == videoSize_ && inputRotation_ == kTavrelGPUImageNoRotation;
-  if (!isAsWanted || !framebuffer.renderTarget()) return nullptr;
+  if (!isAsWanted) return nullptr;
+  // A movie's own picture needs not even be read back.
+  if (auto picture = FramebufferContents::finalPicture(framebuffer)) return picture;
+  if (!framebuffer.renderTarget()) return nullptr;
   // Where pixel buffers can be read in place, drawing into one is cheaper than reading back.
   if (TextureCache::sharesMemory() && !framebuffer.renderTarget()->sharesMemory()) return nullptr;
   // Its bytes are read on this thread, by this context.

@@ -61,8 +61,12 @@ TEST_P(Chains, AreTheSamePictureDrawnAtOnceOrOneByOne) {
     Size size = {static_cast<double>(source.width), static_cast<double>(source.height)};
     std::vector<Pair> chain;
     const int count = 2 + below(7);
+    const bool endsBlurred = repetition % 2 != 0;
     for (int i = 0; i < count; ++i) {
-      chain.push_back(filterFor(size));
+      const bool isBlur = endsBlurred && i + 1 == count;
+      chain.push_back(isBlur ? make<TavrelGPUImageGaussianBlurFilter>(
+                                   [&](auto& filter) { filter.setBlurRadiusInPixels(1 + repetition); })
+                             : filterFor(size));
       if (i == 0) continue;
       chain[chain.size() - 2].fused->addTarget(chain.back().fused, 0);
       chain[chain.size() - 2].alone->addTarget(chain.back().alone, 0);

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <thread>
 
+#include "Support/CameraMatrix.h"
 #include "Support/CapturePeers.h"
 #include "Support/CaptureTestSupport.h"
 #include "Support/GraphTestSupport.h"
@@ -101,6 +102,7 @@ TEST_F(CameraOutputTest, GivesAnotherProgramTheSamePixels) {
   ASSERT_TRUE(pushUntil(picture, [&] { return framesIn(file("bgra")) >= 3; }));
   EXPECT_TRUE(shows(bytesIn(file("bgra")), 0, picture));
   EXPECT_TRUE(shows(bytesIn(file("bgra")), 2, picture));
+  recordCamera({"to PipeWire, read by GStreamer", "BGRA", "memfd", "30", "none", "identical pixels"});
 }
 
 /// What the numbers of BT.601 in limited range mean.
@@ -136,6 +138,7 @@ TEST_F(CameraOutputTest, KeepsColoursInBothLayoutsOfVideoCalls) {
         EXPECT_NEAR(seen.b, shown.b, 3) << x << ", " << y;
       }
     }
+    recordCamera({"to PipeWire, read by GStreamer", layout, "memfd", "30", "none", "colours within 3 of 255"});
   }
 }
 
@@ -168,6 +171,8 @@ TEST_F(CameraOutputTest, DrawsOnlyForReaders) {
   reader = startReader("later");
   ASSERT_TRUE(pushUntil(blocks(8), [&] { return framesIn(file("later")) >= 1; }));
   EXPECT_TRUE(shows(bytesIn(file("later")), 0, blocks(8)));
+  recordCamera({"to PipeWire, read by GStreamer", "BGRA", "memfd", "30", "no reader",
+                "nothing is drawn; a new reader sees a new frame first"});
 }
 
 TEST_F(CameraOutputTest, HoldsTheLastPictureWhileTheSourceStallsAndWhilePaused) {
@@ -188,6 +193,8 @@ TEST_F(CameraOutputTest, HoldsTheLastPictureWhileTheSourceStallsAndWhilePaused) 
     const std::string bytes = bytesIn(file("held"));
     return shows(bytes, bytes.size() / kFrameBytes - 1, blocks(3));
   }));
+  recordCamera({"to PipeWire, read by GStreamer", "BGRA", "memfd", "30", "the source stalls; a pause",
+                "the last picture, again and again"});
 }
 
 TEST_F(CameraOutputTest, ServesSeveralReadersAndIsHeldUpByNone) {
@@ -203,6 +210,8 @@ TEST_F(CameraOutputTest, ServesSeveralReadersAndIsHeldUpByNone) {
   stopping->signal(SIGCONT);
   const std::size_t stopped = framesIn(file("stopping"));
   EXPECT_TRUE(pushUntil(blocks(3), [&] { return framesIn(file("stopping")) >= stopped + 3; }));
+  recordCamera({"to PipeWire, read by GStreamer", "BGRA", "memfd", "30", "one of two readers stops for a while",
+                "the other misses nothing of it"});
 }
 
 TEST_F(CameraOutputTest, HandsAFrameOnWithinItsInterval) {
@@ -231,6 +240,8 @@ TEST_F(CameraOutputTest, HandsAFrameOnWithinItsInterval) {
   RecordProperty("median_latency_ms", std::to_string(latencies[3] * 1000));
   std::printf("median latency %.1f ms, with the reader's file\n", latencies[3] * 1000);
   EXPECT_LT(latencies[3], kInterval);
+  recordCamera(
+      {"to PipeWire, read by GStreamer", "BGRA", "memfd", "2", "none", "out within a frame of coming in (median)"});
 }
 
 TEST_F(CameraOutputTest, ComesBackWithTheDaemonAndSaysWhatIsWrong) {
@@ -262,6 +273,8 @@ TEST_F(CameraOutputTest, ComesBackWithTheDaemonAndSaysWhatIsWrong) {
     return framesIn(file("after")) >= 1;
   }));
   EXPECT_TRUE(shows(bytesIn(file("after")), 0, blocks(2)));
+  recordCamera({"to PipeWire, read by GStreamer", "BGRA", "memfd", "30", "the service ends and begins again",
+                "said, and a camera again"});
 }
 
 TEST(CameraOutputConfigurationTest, RefusesWhatCannotBeShown) {
