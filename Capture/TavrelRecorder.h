@@ -39,7 +39,7 @@ struct TavrelRecorderEvent {
     microphoneLost,   ///< it failed or was unplugged; the recording continues with video
     microphoneBack,   ///< it delivers again
     writingBrokeOff,  ///< the disk is full or the encoder failed; what was recorded plays
-    limitReached      ///< a frame beyond the recording's `durationLimit` arrived
+    limitReached      ///< frames and sound beyond the recording's `durationLimit` arrive
   };
   Kind kind;
   /// Why a device was lost or writing broke off.

@@ -29,15 +29,6 @@ class FrameReader : public TavrelGPUImageInput {
     buffer->unlockBaseAddress(PixelBufferLock::readOnly);
     frame_.release();
   }
-  Index nextAvailableTextureIndex() const override { return 0; }
-  void setInputSize(Size, Index) override {}
-  void setInputRotation(TavrelGPUImageRotationMode, Index) override {}
-  Size maximumOutputSize() const override { return {}; }
-  void endProcessing() override {}
-  bool shouldIgnoreUpdatesToThisTarget() const override { return false; }
-  bool enabled() const override { return true; }
-  bool wantsMonochromeInput() const override { return false; }
-  void setCurrentlyReceivingMonochromeInput(bool) override {}
 
   bool keepsBytes = false;
   std::vector<std::uint8_t> bytes;  ///< of the last frame kept: B, G, R, A, rows without padding

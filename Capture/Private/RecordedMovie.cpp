@@ -13,6 +13,8 @@ namespace {
 
 /// Sound is kept for so many seconds until the first frame comes.
 constexpr double kLongestLatency = 2;
+/// Sound that comes so much later than its frames does not come, in seconds.
+constexpr double kLatestSound = 0.5;
 
 double durationLimit(const TavrelRecordingOptions& options) {
   constexpr double kNone = std::numeric_limits<double>::infinity();
@@ -94,8 +96,12 @@ MediaTime RecordedMovie::placeOf(MediaTime arrival, MediaTime capture) {
 
 void RecordedMovie::append(const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer, MediaTime place) {
   lookForFailure();
-  if (secondsUntil(place) > frameLimit_) return reportOnce(TavrelRecorderEvent::Kind::limitReached, isLimitReported_);
-  destination_.deliver(framebuffer, place);
+  const double seconds = secondsUntil(place);
+  if (seconds <= frameLimit_) return destination_.deliver(framebuffer, place);
+  // Sound comes later than the frames that it belongs to.
+  if (!writer_->hasAudioTrack() || isSoundComplete_ || seconds > frameLimit_ + kLatestSound) {
+    reportOnce(TavrelRecorderEvent::Kind::limitReached, isLimitReported_);
+  }
 }
 
 void RecordedMovie::append(const std::shared_ptr<SampleBuffer>& heard, MediaTime capture) {
@@ -117,6 +123,7 @@ void RecordedMovie::place(const Sound& sound) {
   MediaTime begin = isPlacedByStamps_ ? sound.capture : arrival - duration;
   begin = begin + MediaTime::fromSeconds(audioOffset_, begin.timescale);
   const double end = secondsUntil(begin + duration);
+  if (end > soundLimit_) isSoundComplete_ = true;
   if (end <= 0 || end > soundLimit_) return;
   SampleTiming timing = sound.sample->timingEntries().front();
   timing.presentationTimeStamp = begin;

@@ -73,6 +73,7 @@ class RecordedMovie : public std::enable_shared_from_this<RecordedMovie> {
   std::deque<Sound> earlySound_;  // of the time in which the first frame may have been captured that is still to come
   static constexpr double kNone = -1;
   std::atomic<double> firstFrameTime_ = kNone;  // in seconds
+  std::atomic<bool> isSoundComplete_ = false;   // up to its limit
   std::atomic<bool> isLimitReported_ = false;
   std::atomic<bool> isFailureReported_ = false;
 };

@@ -102,15 +102,17 @@ void TavrelCamera::setPreviewScalingMode(TavrelGPUImageFillModeType mode) {
   implementation_->previewView->setFillMode(mode);
 }
 
-bool TavrelCamera::mirrorPreview() const { return implementation_->chainForm().mirrorsPreview; }
+bool TavrelCamera::mirrorPreview() const { return implementation_->chainForm({}).mirrorsPreview; }
 
-bool TavrelCamera::mirrorEncoded() const { return implementation_->chainForm().mirrorsEncoded; }
+bool TavrelCamera::mirrorEncoded() const { return implementation_->chainForm({}).mirrorsEncoded; }
 
 TavrelCamera::CaptureEffects TavrelCamera::captureEffects() const { return implementation_->effects.list(); }
 
 void TavrelCamera::setCaptureEffects(CaptureEffects captureEffects) {
   implementation_->setCaptureEffects(std::move(captureEffects));
 }
+
+bool TavrelCamera::isChangingEffects() const { return implementation_->chainChange->isPending(); }
 
 void TavrelCamera::snapshotWithCompletion(SnapshotCompletion completion) {
   const auto connection = implementation_->session.stillImageConnection();
@@ -158,11 +160,15 @@ Point TavrelCamera::covertPreviewPointToFocusPoint(Point previewPoint) const {
   const auto connection = implementation_->session.frameConnection();
   const bool isMirrored = mirrorPreview();
   if (!connection) return {0.5, 0.5};
+  // Of what the device sees, the chain may show the middle only.
+  const auto inDevice = [zoom = implementation_->zoomOfChain()](double u, double v) {
+    return zoom <= 1 ? Point{u, v} : Point{0.5 + (u - 0.5) / zoom, 0.5 + (v - 0.5) / zoom};
+  };
   switch (connection->videoOrientation()) {
-    case CaptureVideoOrientation::portrait: return {y, isMirrored ? x : 1 - x};
-    case CaptureVideoOrientation::portraitUpsideDown: return {1 - y, isMirrored ? 1 - x : x};
-    case CaptureVideoOrientation::landscapeRight: return {isMirrored ? 1 - x : x, y};
-    case CaptureVideoOrientation::landscapeLeft: return {isMirrored ? x : 1 - x, 1 - y};
+    case CaptureVideoOrientation::portrait: return inDevice(y, isMirrored ? x : 1 - x);
+    case CaptureVideoOrientation::portraitUpsideDown: return inDevice(1 - y, isMirrored ? 1 - x : x);
+    case CaptureVideoOrientation::landscapeRight: return inDevice(isMirrored ? 1 - x : x, y);
+    case CaptureVideoOrientation::landscapeLeft: return inDevice(isMirrored ? x : 1 - x, 1 - y);
   }
   return {0.5, 0.5};
 }

@@ -105,8 +105,9 @@ class CameraTest : public CaptureClassTest {
     ASSERT_NO_FATAL_FAILURE(make(configuration));
     ASSERT_NO_FATAL_FAILURE(start());
   }
-  /// Waits for a frame that was captured from now on.
+  /// Waits for a frame that was captured from now on, with the effects that were set last.
   bool nextFrame() const {
+    if (!runUntil([&] { return !camera_->isChangingEffects(); })) return false;
     const std::size_t before = recorder_->count();
     // One may be on its way already.
     return runUntil([&] { return recorder_->count() >= before + 2; });

@@ -72,12 +72,10 @@ class RecordingTarget : public TavrelGPUImageInput {
   void setInputRotation(TavrelGPUImageRotationMode rotation, Index inputSlot) override {
     events.push_back({"rotation " + std::to_string(rotation), inputSlot, {}, {}, {}});
   }
-  Size maximumOutputSize() const override { return {}; }
   void endProcessing() override { events.push_back({"end", 0, {}, {}, {}}); }
   bool shouldIgnoreUpdatesToThisTarget() const override { return isIgnored; }
   bool enabled() const override { return isEnabled; }
   bool wantsMonochromeInput() const override { return wantsMonochrome; }
-  void setCurrentlyReceivingMonochromeInput(bool) override {}
 
   std::vector<std::string> names() const;
   int count(const std::string& name) const;

@@ -48,6 +48,28 @@ Rect cropRegion(Size originalSize, Size size) {
   return a <= b ? Rect{{0, (1 - a / b) / 2}, {1, a / b}} : Rect{{(1 - b / a) / 2, 0}, {b / a, 1}};
 }
 
+bool areFramesKnown(const TavrelCaptureEffectNodes& nodes, Size originalSize) {
+  return originalSize.width >= 1 && originalSize.height >= 1 && !nodes.filters.empty();
+}
+
+/// The nodes with the same in front and behind as they will have in the chain.
+TavrelGPUImageFilter::Chain rehearsedChain(const TavrelCaptureEffectNodes& nodes, const CameraChain::Form& form,
+                                           Size originalSize) {
+  const auto crop = std::make_shared<CameraCropFilter>();
+  crop->setCropRegion(cropRegion(originalSize, form.size));
+  TavrelGPUImageFilter::Chain all = {crop};
+  all.insert(all.end(), nodes.filters.begin(), nodes.filters.end());
+  const auto end = std::make_shared<TavrelGPUImageTransformFilter>();
+  if (form.mirrorsPreview && form.mirrorsEncoded) end->setAffineTransform(AffineTransform::makeScale(-1, 1));
+  end->forceProcessingAtSize(form.size);
+  all.push_back(end);
+  return all;
+}
+
+void sendPictures(const TavrelCaptureEffectNodes& nodes) {
+  for (const auto& picture : nodes.pictures) picture->processImage();
+}
+
 }  // namespace
 
 CameraChain::CameraChain(std::shared_ptr<TavrelGPUImageView> view, CameraDelivery::Handler delivery)
@@ -74,6 +96,7 @@ void CameraChain::takeApart() {
     std::vector<TavrelGPUImageRotationMode> rotations;
     for (const auto& filter : filters) rotations.push_back(filter->inputRotation());
     pixelBufferInput->removeAllTargets();
+    if (zoomFilter_) zoomFilter_->removeAllTargets();
     cropFilter->removeAllTargets();
     for (const auto& filter : filters) filter->removeAllTargets();
     for (const auto& filter : ownFilters_) filter->removeAllTargets();
@@ -85,23 +108,21 @@ void CameraChain::takeApart() {
   });
 }
 
-void CameraChain::prepare(const TavrelCaptureEffectNodes& nodes, const Form& form, Size originalSize,
-                          bool areFramesComing) const {
-  if (originalSize.width < 1 || originalSize.height < 1 || nodes.filters.empty()) return;
-  const auto crop = std::make_shared<CameraCropFilter>();
-  crop->setCropRegion(cropRegion(originalSize, form.size));
-  TavrelGPUImageFilter::Chain all = {crop};
-  all.insert(all.end(), nodes.filters.begin(), nodes.filters.end());
-  const auto end = std::make_shared<TavrelGPUImageTransformFilter>();
-  if (form.mirrorsPreview && form.mirrorsEncoded) end->setAffineTransform(AffineTransform::makeScale(-1, 1));
-  end->forceProcessingAtSize(form.size);
-  all.push_back(end);
+bool CameraChain::isPrepared(const TavrelCaptureEffectNodes& nodes, const Form& form, Size originalSize) {
+  if (!areFramesKnown(nodes, originalSize)) return true;
+  bool isReady = false;
+  TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
+    isReady = TavrelGPUImageFilter::isChainPrepared(rehearsedChain(nodes, form, originalSize), originalSize,
+                                                    [&] { sendPictures(nodes); });
+  });
+  return isReady;
+}
+
+void CameraChain::prepare(const TavrelCaptureEffectNodes& nodes, const Form& form, Size originalSize) {
+  if (!areFramesKnown(nodes, originalSize)) return;
+  constexpr bool kAreFramesComing = true;
   TavrelGPUImageFilter::prepareChain(
-      all, originalSize,
-      [&] {
-        for (const auto& picture : nodes.pictures) picture->processImage();
-      },
-      areFramesComing);
+      rehearsedChain(nodes, form, originalSize), originalSize, [&] { sendPictures(nodes); }, kAreFramesComing);
 }
 
 void CameraChain::refreshGPUImagePipeline(const Form& form) {
@@ -109,7 +130,16 @@ void CameraChain::refreshGPUImagePipeline(const Form& form) {
   // In one go, so that no frame sees half of a chain.
   TavrelRunSynchronouslyOnVideoProcessingQueue([&] {
     takeApart();
-    pixelBufferInput->addTarget(cropFilter, 0);
+    zoom_ = form.zoom;
+    if (zoom_ <= 1) {
+      zoomFilter_ = nullptr;
+      pixelBufferInput->addTarget(cropFilter, 0);
+    } else {
+      if (!zoomFilter_) zoomFilter_ = std::make_shared<CameraZoomFilter>();
+      zoomFilter_->setFactor(zoom_);
+      pixelBufferInput->addTarget(zoomFilter_, 0);
+      zoomFilter_->addTarget(cropFilter, 0);
+    }
     std::shared_ptr<TavrelGPUImageFilter> last = cropFilter;
     const auto append = [&last](const std::shared_ptr<TavrelGPUImageFilter>& filter) {
       last->addTarget(filter, 0);
@@ -132,6 +162,14 @@ void CameraChain::refreshGPUImagePipeline(const Form& form) {
     endBranch(form.mirrorsEncoded, delivery_);
     endBranch(form.mirrorsPreview, previewView);
   });
+}
+
+bool CameraChain::setZoom(double zoom) {
+  if (zoom == zoom_) return false;
+  if ((zoom > 1) != (zoom_ > 1)) return true;
+  zoom_ = zoom;
+  zoomFilter_->setFactor(zoom);
+  return false;
 }
 
 void CameraChain::refreshCropRegion(Size originalSize, Size size) {

@@ -23,15 +23,6 @@ class CameraDelivery : public TavrelGPUImageInput {
   void setInputFramebuffer(std::shared_ptr<TavrelGPUImageFramebuffer> newInputFramebuffer, Index) override {
     frame_ = TavrelGPUImageFramebufferLease(std::move(newInputFramebuffer));
   }
-  Index nextAvailableTextureIndex() const override { return 0; }
-  void setInputSize(Size, Index) override {}
-  void setInputRotation(TavrelGPUImageRotationMode, Index) override {}
-  Size maximumOutputSize() const override { return {}; }
-  void endProcessing() override {}
-  bool shouldIgnoreUpdatesToThisTarget() const override { return false; }
-  bool enabled() const override { return true; }
-  bool wantsMonochromeInput() const override { return false; }
-  void setCurrentlyReceivingMonochromeInput(bool) override {}
 
  private:
   const Handler handler_;

@@ -1,6 +1,7 @@
 #include "Capture/Video/Private/CameraEffects.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "Platform/Graphics/PixelBuffer.h"
 #include "Platform/Media/SampleBuffer.h"
@@ -43,11 +44,10 @@ void CameraEffects::removetCaptureEffectsKVOs() {
   for (const auto& [effect, token] : observers) effect->removeChangeObserver(token);
 }
 
-TavrelCaptureEffectNodes CameraEffects::makeNodes(Size frameSize) {
-  TavrelCaptureEffectNodes all;
-  NodesByEffect dictionary;
-  const std::shared_ptr<const List> effects = shared();
-  for (const auto& effect : *effects) {
+std::shared_ptr<const CameraEffects::Made> CameraEffects::makeNodes(Size frameSize) {
+  Made made = {.effects = shared(), .nodes = {}, .effectsToFilterDictionary = {}};
+  TavrelCaptureEffectNodes& all = made.nodes;
+  for (const auto& effect : *made.effects) {
     const TavrelCaptureEffectNodes nodes = effect->makeNodes(frameSize);
     for (const auto& filter : nodes.filters) {
       // An effect that is listed twice may hand out the same node twice; a node cannot follow itself.
@@ -55,29 +55,40 @@ TavrelCaptureEffectNodes CameraEffects::makeNodes(Size frameSize) {
       if (isNew) all.filters.push_back(filter);
     }
     all.pictures.insert(all.pictures.end(), nodes.pictures.begin(), nodes.pictures.end());
-    dictionary[reinterpret_cast<std::uint64_t>(effect.get())] = nodes;
+    made.effectsToFilterDictionary[reinterpret_cast<std::uint64_t>(effect.get())] = nodes;
   }
+  auto shared = std::make_shared<const Made>(std::move(made));
   const std::lock_guard lock(mutex_);
-  effectsToFilterDictionary.swap(dictionary);
-  return all;
+  return made_ = std::move(shared);
+}
+
+std::shared_ptr<const CameraEffects::Made> CameraEffects::use(std::shared_ptr<const Made> made) {
+  const std::lock_guard lock(mutex_);
+  return std::exchange(used_, std::move(made));
 }
 
 bool CameraEffects::applyChange(TavrelCaptureEffect& effect, std::string_view property) const {
-  TavrelCaptureEffectNodes nodes;
-  {
+  const auto [made, used] = [this] {
     const std::lock_guard lock(mutex_);
-    const auto made = effectsToFilterDictionary.find(reinterpret_cast<std::uint64_t>(&effect));
-    if (made == effectsToFilterDictionary.end()) return false;
-    nodes = made->second;
-  }
-  return effect.applyChange(property, nodes);
+    return std::pair(made_, used_);
+  }();
+  const auto apply = [&](const Made& to) {
+    const auto nodes = to.effectsToFilterDictionary.find(reinterpret_cast<std::uint64_t>(&effect));
+    return nodes != to.effectsToFilterDictionary.end() && effect.applyChange(property, nodes->second);
+  };
+  if (used != made) apply(*used);
+  return apply(*made);
 }
 
 std::shared_ptr<PixelBuffer> CameraEffects::prepareFrame(std::shared_ptr<PixelBuffer> pixelBuffer,
                                                          const SampleTiming& sampleTimingInfo,
                                                          MediaTime frameTime) const {
-  const std::shared_ptr<const List> effects = shared();
-  for (const auto& effect : *effects) pixelBuffer = effect->prepareFrame(pixelBuffer, sampleTimingInfo, frameTime);
+  const auto used = [this] {
+    const std::lock_guard lock(mutex_);
+    return used_;
+  }();
+  for (const auto& effect : *used->effects)
+    pixelBuffer = effect->prepareFrame(pixelBuffer, sampleTimingInfo, frameTime);
   return pixelBuffer;
 }
 

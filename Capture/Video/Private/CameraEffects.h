@@ -17,6 +17,13 @@ namespace tavrel {
 class CameraEffects {
  public:
   using List = std::vector<std::shared_ptr<TavrelCaptureEffect>>;
+  using NodesByEffect = std::map<std::uint64_t, TavrelCaptureEffectNodes>;
+  /// A list as it was, and what became of it.
+  struct Made {
+    std::shared_ptr<const List> effects = std::make_shared<const List>();
+    TavrelCaptureEffectNodes nodes;           // of all effects, in order
+    NodesByEffect effectsToFilterDictionary;  // by the effect's address
+  };
   /// Called on the thread that changes an effect of the list.
   using ChangeHandler = std::function<void(TavrelCaptureEffect& effect, std::string_view property)>;
 
@@ -28,17 +35,19 @@ class CameraEffects {
   List list() const { return *shared(); }
   /// Takes the list and watches it, and no longer the one before.
   void set(List effects, const ChangeHandler& handler);
-  /// The nodes of all effects, in order.
-  TavrelCaptureEffectNodes makeNodes(Size frameSize);
+  /// Makes nodes of the list.
+  std::shared_ptr<const Made> makeNodes(Size frameSize);
+  /// From now on frames pass these effects; returns the earlier ones.
+  std::shared_ptr<const Made> use(std::shared_ptr<const Made> made);
   /// Whether the nodes that were made last have taken the new value; of an effect that is listed twice, the later ones.
+  /// Those in use take it, too.
   bool applyChange(TavrelCaptureEffect& effect, std::string_view property) const;
-  /// What the effects make of a frame; see `TavrelCaptureEffect::prepareFrame`.
+  /// What the effects in use make of a frame; see `TavrelCaptureEffect::prepareFrame`.
   std::shared_ptr<PixelBuffer> prepareFrame(std::shared_ptr<PixelBuffer> pixelBuffer,
                                             const SampleTiming& sampleTimingInfo, MediaTime frameTime) const;
 
  private:
   using Observer = std::pair<std::shared_ptr<TavrelCaptureEffect>, TavrelCaptureEffect::ChangeObserverToken>;
-  using NodesByEffect = std::map<std::uint64_t, TavrelCaptureEffectNodes>;
 
   std::shared_ptr<const List> shared() const;
   std::vector<Observer> addCaptureEffectsKVOs(const List& effects, const ChangeHandler& handler) const;
@@ -47,7 +56,8 @@ class CameraEffects {
   mutable std::mutex mutex_;
   std::shared_ptr<const List> captureEffects_ = std::make_shared<const List>();
   std::vector<Observer> observers_;
-  NodesByEffect effectsToFilterDictionary;  // by the effect's address
+  std::shared_ptr<const Made> made_ = std::make_shared<const Made>();
+  std::shared_ptr<const Made> used_ = made_;
 };
 
 }  // namespace tavrel

@@ -46,6 +46,7 @@ void TavrelCamera::Implementation::process(const std::shared_ptr<SampleBuffer>& 
   const Size originalSize = sizeOf(*pixelBuffer);
   if (hasOrientationOfOldCamera(originalSize)) return drop(whileSwitching, names.whileSwitching);
   chain->refreshCropRegion(originalSize, wishes.get(&TavrelCameraConfiguration::size));
+  if (chain->setZoom(zoomOfChain())) chain->refreshGPUImagePipeline(chainForm(chainSize));
 
   const SampleTiming timing = sampleBuffer->timingEntries().front();
   const MediaTime frameTime = CaptureClock::current()->now();
@@ -107,6 +108,8 @@ void TavrelCamera::Implementation::processStillImage(Expected<std::shared_ptr<Sa
     completion(nullptr, pixelBuffer.error());
     return;
   }
+  // One that is asked for behind a change of effects shows the new ones.
+  chainChange->wait([] { return false; });
   snapshots.add(std::move(completion));
   const std::lock_guard lock(cameraOutputLock);
   const SampleTiming timing = (*still)->timingEntries().front();

@@ -31,12 +31,17 @@ Expected<void> TavrelCamera::Implementation::setUp(const std::shared_ptr<TavrelC
   chain = std::make_unique<CameraChain>(previewView, [weakCamera = camera](const auto& framebuffer, MediaTime time) {
     if (const auto alive = weakCamera.lock()) alive->implementation_->completeFrame(framebuffer, time);
   });
+  chainChange = std::make_shared<ChainChange>([weakCamera = camera] {
+    if (const auto alive = weakCamera.lock()) alive->implementation_->takeChainChange();
+  });
   addObservers();
   setCaptureEffects(wishes.set(&TavrelCameraConfiguration::captureEffects, {}));
   return {};
 }
 
-TavrelCamera::Implementation::~Implementation() = default;
+TavrelCamera::Implementation::~Implementation() {
+  if (chainChange) chainChange->end();
+}
 
 void TavrelCamera::Implementation::addObservers() {
   const auto observe = [this](const char* name, bool isBackground) {
@@ -62,6 +67,9 @@ bool TavrelCamera::Implementation::start(bool isGranted) {
   if (!isGranted) running = false;
   // Without a lock, since `stop` must not wait for a device that does not start: what it did meanwhile is done again.
   while (running) {
+    // So that the first frame has its effects and need not wait.
+    chainChange->wait([this] { return !running; });
+    if (!running) break;
     session.platformSession()->startRunning();
     if (running) {
       controls.refreshForNewDevice();
@@ -74,6 +82,7 @@ bool TavrelCamera::Implementation::start(bool isGranted) {
 
 void TavrelCamera::Implementation::stop() {
   running = false;
+  if (chainChange) chainChange->wake();
   session.platformSession()->stopRunning();
   {
     const std::lock_guard lock(frameMutex);
@@ -90,12 +99,17 @@ bool TavrelCamera::Implementation::mirrors(bool TavrelCameraConfiguration::*fron
          (position == CaptureDevicePosition::back && wishes.get(back));
 }
 
-CameraChain::Form TavrelCamera::Implementation::chainForm() const {
+CameraChain::Form TavrelCamera::Implementation::chainForm(Size size) const {
   using Configuration = TavrelCameraConfiguration;
-  return {.size = wishes.get(&Configuration::size),
+  return {.size = size,
           .isBlurred = shouldBlur,
           .mirrorsPreview = mirrors(&Configuration::mirrorFrontPreview, &Configuration::mirrorBackPreview),
-          .mirrorsEncoded = mirrors(&Configuration::mirrorFrontEncoded, &Configuration::mirrorBackEncoded)};
+          .mirrorsEncoded = mirrors(&Configuration::mirrorFrontEncoded, &Configuration::mirrorBackEncoded),
+          .zoom = zoomOfChain()};
+}
+
+double TavrelCamera::Implementation::zoomOfChain() const {
+  return ofDevice([](const CaptureDevice& device) { return device.digitalZoomFactor(); }, 1.0);
 }
 
 void TavrelCamera::Implementation::setMirror(bool TavrelCameraConfiguration::*wish, bool mirrors) {
@@ -112,12 +126,34 @@ void TavrelCamera::Implementation::setCaptureEffects(CameraEffects::List list) {
 }
 
 void TavrelCamera::Implementation::refreshForNewCaptureEffects() {
+  CameraEffects::Made replaced;
   const std::lock_guard effectsGuard(effectsLock);
-  TavrelCaptureEffectNodes nodes = effects.makeNodes(wishes.get(&TavrelCameraConfiguration::size));
-  chain->prepare(nodes, chainForm(), expectedFrameSize(), running);
-  const std::lock_guard outputGuard(cameraOutputLock);
-  nodes = chain->exchangeNodes(std::move(nodes));
-  chain->refreshGPUImagePipeline(chainForm());
+  const Size size = wishes.get(&TavrelCameraConfiguration::size);
+  const ChainChange::Wanted wanted = {effects.makeNodes(size), chainForm(size), expectedFrameSize()};
+  if (CameraChain::isPrepared(wanted.effects->nodes, wanted.form, wanted.frameSize)) {
+    replaced = take(wanted);
+  } else {
+    chainChange->begin(wanted);
+  }
+}
+
+void TavrelCamera::Implementation::takeChainChange() {
+  CameraEffects::Made replaced;
+  const std::lock_guard effectsGuard(effectsLock);
+  if (const auto wanted = chainChange->prepared()) replaced = take(*wanted);
+}
+
+CameraEffects::Made TavrelCamera::Implementation::take(const ChainChange::Wanted& wanted) {
+  CameraEffects::Made replaced;
+  {
+    const std::lock_guard outputGuard(cameraOutputLock);
+    replaced = *effects.use(wanted.effects);
+    replaced.nodes = chain->exchangeNodes(wanted.effects->nodes);
+    chainSize = wanted.form.size;
+    chain->refreshGPUImagePipeline(chainForm(chainSize));
+  }
+  chainChange->end();
+  return replaced;
 }
 
 Size TavrelCamera::Implementation::expectedFrameSize() const {
@@ -136,7 +172,7 @@ Size TavrelCamera::Implementation::expectedFrameSize() const {
 
 void TavrelCamera::Implementation::refreshGPUImagePipeline() {
   const std::lock_guard lock(cameraOutputLock);
-  chain->refreshGPUImagePipeline(chainForm());
+  chain->refreshGPUImagePipeline(chainForm(chainSize));
 }
 
 void TavrelCamera::Implementation::setPreferredDevicePosition(CaptureDevicePosition position) {
@@ -162,13 +198,13 @@ void TavrelCamera::Implementation::switchInput(const std::function<void()>& exch
   exchange();
   controls.refreshForNewDevice();
   // Under the blur the chain is rebuilt when that is removed.
-  if (!shouldBlur) chain->refreshGPUImagePipeline(chainForm());
+  if (!shouldBlur) chain->refreshGPUImagePipeline(chainForm(chainSize));
   session.platformSession()->commitConfiguration();
 }
 
 void TavrelCamera::Implementation::blurLastFrame() {
   if (!shouldBlur.exchange(true)) {
-    chain->refreshGPUImagePipeline(chainForm());
+    chain->refreshGPUImagePipeline(chainForm(chainSize));
     if (const auto last = lastFrame()) chain->process(last, CaptureClock::current()->now(), true);
   }
   DispatchQueue::main()->asyncAfter(kBlurDuration, [weakCamera = camera, generation = ++blurGeneration] {

@@ -15,6 +15,7 @@
 #include "Capture/Video/Private/CameraEffects.h"
 #include "Capture/Video/Private/CameraSession.h"
 #include "Capture/Video/Private/CameraSnapshots.h"
+#include "Capture/Video/Private/ChainChange.h"
 #include "Capture/Video/TavrelCamera.h"
 #include "Capture/Video/TavrelFocusView.h"
 #include "Capture/Video/TavrelSampleBufferDelegateProxy.h"
@@ -37,11 +38,17 @@ struct TavrelCamera::Implementation {
   void stop();
 
   // The chain.
-  CameraChain::Form chainForm() const;
+  CameraChain::Form chainForm(Size size) const;
   bool mirrors(bool TavrelCameraConfiguration::*front, bool TavrelCameraConfiguration::*back) const;
+  /// What the device leaves of its zoom.
+  double zoomOfChain() const;
   void setMirror(bool TavrelCameraConfiguration::*wish, bool mirrors);
   void setCaptureEffects(CameraEffects::List list);
+  /// At once if all programs are made, else once they are.
   void refreshForNewCaptureEffects();
+  void takeChainChange();
+  /// With `effectsLock` held; returns what is out of use, to be destroyed without it.
+  CameraEffects::Made take(const ChainChange::Wanted& wanted);
   /// Of the frames that come next; empty without a device.
   Size expectedFrameSize() const;
   void refreshGPUImagePipeline();
@@ -98,6 +105,8 @@ struct TavrelCamera::Implementation {
   std::mutex effectsLock;       ///< while effects become nodes
   std::mutex cameraOutputLock;  ///< of the chain and of the input in use; a frame that finds it held is dropped
   std::unique_ptr<CameraChain> chain;
+  Size chainSize;                            ///< with which `chain` was built
+  std::shared_ptr<ChainChange> chainChange;  ///< begun and ended with `effectsLock` held
 
   std::atomic<bool> running = false;
   std::atomic<bool> isInBackground = false;

@@ -42,17 +42,27 @@ TEST_F(CameraTest, NoFrameWaitsForTheProgramsOfItsEffects) {
     const int before = watch->frames;
     return runUntil([&] { return watch->frames >= before + 3; });
   };
+  // Is in use already when the next effects come.
+  const auto own = std::make_shared<TavrelFilterCaptureEffect>(std::make_shared<TavrelGPUImageFilter>(
+      "varying highp vec2 textureCoordinate; uniform sampler2D inputImageTexture; void main() { gl_FragColor = "
+      "texture2D(inputImageTexture, textureCoordinate).brga; }"));
   auto configuration = smallPictures();
-  configuration.captureEffects = {std::make_shared<Shaded>("0.125")};
+  configuration.captureEffects = {own, std::make_shared<Shaded>("0.125")};
   // The rest is drawn the same each time.
   ASSERT_NO_FATAL_FAILURE(makeAndStart(configuration));
   camera_->setDelegate(watch);
   ASSERT_TRUE(framesPass());
 
+  int returnsBefore = 0;
   for (const char* const blue : {"0.25", "0.375", "0.5"}) {
     const auto effect = std::make_shared<Shaded>(blue);
+    const TavrelCamera::CaptureEffects wanted = {own, effect, std::make_shared<TavrelFaceBeautyCaptureEffect>(),
+                                                 effect};
     const std::size_t before = TavrelGPUImageFilter::fusedProgramCount();
-    camera_->setCaptureEffects({effect, std::make_shared<TavrelFaceBeautyCaptureEffect>(), effect});
+    camera_->setCaptureEffects(wanted);
+    if (camera_->isChangingEffects()) ++returnsBefore;
+    EXPECT_EQ(camera_->captureEffects(), wanted);
+    ASSERT_TRUE(runUntil([&] { return !camera_->isChangingEffects(); }));
     const std::size_t prepared = TavrelGPUImageFilter::fusedProgramCount();
     ASSERT_TRUE(framesPass());
     EXPECT_EQ(watch->programs, prepared) << "none is made for a frame, after " << before;
@@ -60,6 +70,74 @@ TEST_F(CameraTest, NoFrameWaitsForTheProgramsOfItsEffects) {
     if (!choice || std::string_view(choice) != "0") {
       EXPECT_GT(prepared, before);
     }
+  }
+  EXPECT_GT(returnsBefore, 0) << "the setter waits for the driver's compiler";
+}
+
+TEST_F(CameraTest, TheLastOfSeveralEffectsIsUsedAndPicturesWaitForIt) {
+  makeAndStart();
+  for (const char* const blue : {"0.5625", "0.6875", "0.8125"}) {
+    camera_->setCaptureEffects({std::make_shared<Shaded>(blue)});
+  }
+  std::shared_ptr<Image> still;
+  std::atomic<bool> isAnswered = false;
+  camera_->snapshotWithCompletion([&](std::shared_ptr<Image> image, const std::optional<Error>&) {
+    still = std::move(image);
+    isAnswered = true;
+  });
+  ASSERT_TRUE(runUntil([&] { return isAnswered.load(); }));
+  ASSERT_TRUE(still);
+  EXPECT_NEAR(test::pictureOf(*still).at(160, 120).b, 0.8125 * 255, 1);
+  ASSERT_TRUE(nextFrame());
+  EXPECT_NEAR(recorder_->picture().at(160, 120).b, 0.8125 * 255, 1);
+
+  // One whose programs are known replaces one whose are not.
+  camera_->setCaptureEffects({std::make_shared<Shaded>("0.9375")});
+  camera_->setCaptureEffects({});
+  EXPECT_FALSE(camera_->isChangingEffects());
+  ASSERT_TRUE(nextFrame());
+  EXPECT_TRUE(test::isUpright(recorder_->picture()));
+}
+
+TEST_F(CameraTest, TheFirstFrameHasItsEffectsAndWhatEndsWhileTheyChangeEnds) {
+  /// Keeps the first picture.
+  struct First : TavrelCameraDelegate {
+    void didGetProcessedFramebuffer(TavrelCamera&, const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer,
+                                    const SampleTiming&) override {
+      if (isThere) return;
+      framebuffer->lock();
+      picture = test::pictureOf(*framebuffer->newCGImageFromFramebufferContents());
+      isThere = true;
+    }
+    test::Picture picture;
+    std::atomic<bool> isThere = false;
+  };
+  int number = 0;
+  for (const char* const blue : {"0.0625", "0.1875", "0.3125", "0.4375"}) {
+    SCOPED_TRACE(blue);
+    const auto first = std::make_shared<First>();
+    ASSERT_NO_FATAL_FAILURE(make());
+    camera_->setDelegate(first);
+    camera_->setCaptureEffects({std::make_shared<Shaded>(blue)});
+    std::atomic<int> answer = -1;
+    camera_->startWithCompletion([&](bool isStarted) { answer = isStarted; });
+    switch (number++) {
+      case 0:
+        ASSERT_TRUE(runUntil([&] { return first->isThere.load(); }));
+        EXPECT_NEAR(first->picture.at(160, 120).b, std::stod(blue) * 255, 1);
+        break;
+      case 1: camera_->stop(); break;  // while the start waits for the programs
+      case 2:
+        ASSERT_TRUE(runUntil([&] { return answer == 1; }));
+        camera_->setCaptureEffects({std::make_shared<Shaded>("0.03125")});
+        camera_->stop();
+        break;
+      default: break;
+    }
+    ASSERT_TRUE(runUntil([&] { return answer >= 0; }));
+    const std::weak_ptr<TavrelCamera> watched = camera_;
+    camera_.reset();
+    EXPECT_TRUE(runUntil([&] { return watched.expired(); }));
   }
 }
 
