@@ -28,7 +28,7 @@ class CameraCommand : public Command {
   int run() override {
     devices_.check();
     const TavrelRecorderConfiguration configuration = devices_.configuration(effects_.makeChain());
-    auto recorder = openRecorder(configuration);
+    auto recorder = openRecorder(configuration, devices_.zoom());
     if (!recorder) return fail("{}", recorder.error().description);
     recorder_ = std::move(*recorder);
     recorder_->setEventHandler(sayEvent);

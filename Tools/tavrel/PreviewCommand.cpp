@@ -47,7 +47,7 @@ class PreviewCommand : public Command {
     // said when it is opened; wrong usage is said on machines without a display as well.
     (void)Application::shared().startUserInterface();
     const TavrelRecorderConfiguration configuration = devices_.configuration(effects_.makeChain());
-    auto recorder = openRecorder(configuration);
+    auto recorder = openRecorder(configuration, devices_.zoom());
     if (!recorder) return fail("{}", recorder.error().description);
     recorder_ = std::move(*recorder);
     recorder_->setEventHandler(sayEvent);
@@ -90,6 +90,11 @@ class PreviewCommand : public Command {
         {"R", [this] { toggleRecording(); }},
         {"P", [this] { togglePause(); }},
         {"T", [this] { toggleTorch(); }},
+        {"+", [this] { zoomBy(1.25); }},
+        {"=", [this] { zoomBy(1.25); }},
+        {"Keypad +", [this] { zoomBy(1.25); }},
+        {"-", [this] { zoomBy(0.8); }},
+        {"Keypad -", [this] { zoomBy(0.8); }},
         {"H", [this] { hints_->setHidden(!hints_->isHidden()); }},
         {"Q", [this] { end(); }},
     };
@@ -139,6 +144,12 @@ class PreviewCommand : public Command {
     const auto& camera = recorder_->camera();
     const bool isOn = camera->torchMode() == CaptureTorchMode::on;
     camera->setPreferredTorchMode(isOn ? CaptureTorchMode::off : CaptureTorchMode::on);
+  }
+
+  void zoomBy(double factor) {
+    const auto& camera = recorder_->camera();
+    const double most = std::max(1.0, camera->videoMaxZoomFactor());
+    camera->setPreferredVideoZoomFactor(std::clamp(camera->videoZoomFactor() * factor, 1.0, most));
   }
 
   EffectOptions effects_;

@@ -57,6 +57,7 @@ class RecordCommand : public Command {
     encoding_.check();
     options_.videoSettings = encoding_.videoSettings();
     options_.audioSettings = encoding_.audioSettings();
+    options_.zoom = devices_.zoom();
     checkTimes(options_);
     (void)fileTypeOf(options_.output);
     if (!mayWrite(options_.output, isForced_)) return kFailure;

@@ -22,10 +22,16 @@ void awaitCameraAccess() {
 
 }  // namespace
 
-Expected<std::shared_ptr<TavrelRecorder>> openRecorder(const TavrelRecorderConfiguration& configuration) {
+Expected<std::shared_ptr<TavrelRecorder>> openRecorder(const TavrelRecorderConfiguration& configuration, double zoom) {
   awaitCameraAccess();
   auto recorder = TavrelRecorder::create(configuration);
   if (!recorder) return recorder;
+  const auto& camera = (*recorder)->camera();
+  if (const double most = camera->videoMaxZoomFactor(); zoom > most) {
+    return failure(CaptureErrorCode::unsupportedFormat,
+                   fmt::format("--zoom {:g}: this camera enlarges up to {:g} times", zoom, most));
+  }
+  camera->setPreferredVideoZoomFactor(zoom);
   const auto isUnnamed = [](const std::string& name) { return name == "front" || name == "back" || name == "default"; };
   if (CaptureDevice::hasStandIns() && (isUnnamed(configuration.camera) || isUnnamed(configuration.microphone))) {
     say("no camera or microphone is connected: virtual ones stand in");

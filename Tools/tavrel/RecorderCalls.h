@@ -10,8 +10,10 @@ namespace tavrel::tool {
 
 /// The recorder's calls, made synchronous: each runs the main loop until it is done.
 
-/// As `TavrelRecorder::create`; prints a line when virtual devices stand in, or when there is no microphone.
-Expected<std::shared_ptr<TavrelRecorder>> openRecorder(const TavrelRecorderConfiguration& configuration);
+/// As `TavrelRecorder::create`; prints a line when virtual devices stand in, or when there is no microphone. Fails
+/// where the camera does not enlarge pictures `zoom` times.
+Expected<std::shared_ptr<TavrelRecorder>> openRecorder(const TavrelRecorderConfiguration& configuration,
+                                                       double zoom = 1);
 /// Uses the next camera of those that are listed, whichever it is.
 void switchToNextCamera(TavrelCamera& camera);
 /// Returns when the devices run, or why they do not; at once when `isGivenUp`, which is looked at ten times a second.

@@ -25,12 +25,16 @@ RecorderOptions::RecorderOptions(CLI::App& command, std::string defaultSize, Sou
   }
   command.add_option("--size", size_, "Frame size in pixels")->type_name("WxH")->capture_default_str();
   command.add_option("--fps", framesPerSecond_, "Frames per second")->type_name("N")->capture_default_str();
+  command.add_option("--zoom", zoom_, "Enlarge the middle of the picture so many times")
+      ->type_name("N")
+      ->capture_default_str();
 }
 
 void RecorderOptions::check() const {
   if (!(framesPerSecond_ >= 1 && framesPerSecond_ <= 240)) {
     throw UsageError(fmt::format("--fps {}: expected 1 to 240", framesPerSecond_));
   }
+  if (!(zoom_ >= 1 && zoom_ <= 1000)) throw UsageError(fmt::format("--zoom {}: expected 1 or more", zoom_));
   if (!(std::abs(audioOffset_) <= 10'000)) {
     throw UsageError(fmt::format("--audio-offset {}: expected -10000 to 10000 milliseconds", audioOffset_));
   }

@@ -7,7 +7,7 @@
 
 namespace tavrel::tool {
 
-/// `--camera`, `--microphone`, `--size` and `--fps` of a command.
+/// `--camera`, `--microphone`, `--size`, `--fps` and `--zoom` of a command.
 class RecorderOptions {
  public:
   enum class Sound { possible, none };
@@ -16,6 +16,7 @@ class RecorderOptions {
 
   /// Throws UsageError for invalid values.
   void check() const;
+  double zoom() const { return zoom_; }
   TavrelRecorderConfiguration configuration(const TavrelCaptureEffectChain& effects) const;
 
  private:
@@ -23,6 +24,7 @@ class RecorderOptions {
   std::string microphone_ = "default";
   std::string size_;
   double framesPerSecond_ = 30;
+  double zoom_ = 1;
   double audioOffset_ = 0;  // in milliseconds
 };
 

@@ -19,7 +19,7 @@ int Recording::run(bool printJson, Diagnostics& diagnostics) {
     window_ = std::move(*window);
     window_->setCloseHandler([this] { isOver_ = true; });
   }
-  auto recorder = openRecorder(configuration_);
+  auto recorder = openRecorder(configuration_, options_.zoom);
   if (!recorder) return fail("{}", recorder.error().description);
   recorder_ = std::move(*recorder);
   if (window_) {

@@ -25,6 +25,7 @@ class Recording {
     std::optional<double> switchAt;
     std::optional<std::filesystem::path> snapshot;
     double snapshotAt = 0;
+    double zoom = 1;
     bool hasPreview = false;
     bool isFragmented = false;
     Dictionary videoSettings;

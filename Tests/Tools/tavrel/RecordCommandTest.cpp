@@ -50,6 +50,31 @@ RecordingObservation recordTogether(const std::string& movie, const std::string&
 
 class RecordCommandTest : public test::ProgramTest {};
 
+TEST_F(RecordCommandTest, ZoomShowsTheMiddle) {
+  // Red in the middle, half as wide and high as the picture.
+  ASSERT_EQ(test::shell("ffmpeg -v error -f lavfi -i color=blue:s=320x240,drawbox=80:60:160:120:red:fill -frames:v 1 " +
+                        file("scene.png"))
+                .status,
+            0);
+  const auto cornerOf = [&](const std::string& arguments) {
+    const std::string movie = file("movie.mov");
+    const CommandResult result = test::tavrel("record " + movie + " --force --camera file:" + file("scene.png") +
+                                              " --microphone none --size 320x240 --fps 10 --duration 1 " + arguments);
+    EXPECT_EQ(result.status, 0) << result.output;
+    // Of the last frame: controls act on a camera that runs.
+    return test::shell("ffmpeg -v error -i " + movie +
+                       " -vf crop=16:16:20:20,scale=1:1,format=rgb24 -f rawvideo - | tail -c 3 | od -An -tu1 | "
+                       "awk '{print ($1 > $3) ? \"red\" : \"blue\"}'")
+        .output;
+  };
+  EXPECT_EQ(cornerOf(""), "blue\n");
+  EXPECT_EQ(cornerOf("--zoom 2.5"), "red\n");
+  EXPECT_EQ(test::tavrel("record " + file("no.mov") + " --zoom 0.5").status, 2);
+  const CommandResult tooFar = test::tavrel("record " + file("no.mov") + " --microphone none --zoom 999");
+  EXPECT_EQ(tooFar.status, 1);
+  EXPECT_THAT(tooFar.output, ::testing::HasSubstr("--zoom 999: this camera enlarges up to"));
+}
+
 TEST_F(RecordCommandTest, TheMovieIsWhatWasAskedFor) {
   const std::string movie = file("movie.mov");
   const RecordingObservation seen = recordTogether(movie, "--size 320x240 --fps 25 --duration 3");

@@ -32,12 +32,12 @@ double totalOf(const Measurement::Sample& sample) { return std::accumulate(sampl
 
 void StatisticsPanel::draw() {
   studio_.measurement().setOn(true);
+  drawTrace();  // above all that grows, so that it stays where it is
   ImGui::TextDisabled("Milliseconds a frame on the graphics queue");
   drawGraph();
   drawLegend();
   ImGui::Separator();
   drawTotals();
-  drawTrace();
 }
 
 void StatisticsPanel::drawGraph() const {
