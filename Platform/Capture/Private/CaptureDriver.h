@@ -10,6 +10,7 @@
 #include "Platform/Capture/CaptureDelivery.h"
 #include "Platform/Capture/CaptureDeviceFormat.h"
 #include "Platform/Capture/CaptureDeviceModes.h"
+#include "Platform/Capture/CaptureError.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Geometry.h"
 #include "Platform/Media/SampleBuffer.h"
@@ -62,6 +63,11 @@ struct CaptureDeviceDescription {
   bool isOwnFeed = false;
   std::vector<std::shared_ptr<const CaptureDeviceFormat>> formats;  ///< at least one
 };
+
+/// What is said of a device that was unplugged, whether its driver or the session notices first.
+inline Error unpluggedError(const std::string& localizedName) {
+  return makeError(CaptureErrorCode::unplugged, localizedName + " was unplugged");
+}
 
 /// Takes what a driver captures.
 class CaptureSink {

@@ -65,8 +65,7 @@ void CaptureSessionCore::deviceWentAway(const std::shared_ptr<CaptureDevice>& de
     const std::lock_guard operation(self->operation_);
     for (Slot& slot : self->slots_) {
       if (!slot.source || slot.source->device() != device) continue;
-      self->fail(slot,
-                 makeError(CaptureErrorCode::unplugged, fmt::format("{} was unplugged", device->localizedName())));
+      self->fail(slot, unpluggedError(device->localizedName()));
     }
   });
 }

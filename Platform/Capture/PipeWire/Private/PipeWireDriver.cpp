@@ -139,7 +139,7 @@ class PipeWireDriver::Stream {
       self->fail(makeError(CaptureErrorCode::deviceFailed,
                            fmt::format("{} cannot be used: {}", name, message ? message : "no reason given")));
     } else if (state == PW_STREAM_STATE_UNCONNECTED && old != PW_STREAM_STATE_UNCONNECTED) {
-      self->fail(makeError(CaptureErrorCode::unplugged, fmt::format("{} went away", name)));
+      self->fail(unpluggedError(name));
     } else if (state == PW_STREAM_STATE_STREAMING) {
       self->isStreaming_ = true;
       self->loop_->signal();

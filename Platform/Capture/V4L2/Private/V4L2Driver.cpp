@@ -46,7 +46,7 @@ Error V4L2Driver::refused(std::string_view what) const {
   const std::string& name = description_.localizedName;
   if (code == EBUSY) return makeError(CaptureErrorCode::busy, fmt::format("{} is used by another program", name));
   if (code == ENOMEM) return makeError(CaptureErrorCode::outOfMemory, fmt::format("{} {}", name, what));
-  if (code == ENODEV) return makeError(CaptureErrorCode::unplugged, fmt::format("{} was unplugged", name));
+  if (code == ENODEV) return unpluggedError(name);
   return v4l2Error(code, fmt::format("{} {}", name, what));
 }
 
