@@ -24,17 +24,18 @@ using namespace std::chrono_literals;
 
 struct StageRule {
   std::chrono::milliseconds limit;
-  bool mustFinish;
+  bool mustFinish = false;
+  bool writes = false;  // and may take the time that those before have left over
 };
 
 /// In the order of `ProcessEnd::Stage`. Together they stay well under two seconds.
 constexpr std::array<StageRule, 6> kStages = {{
-    {0ms, false},    // endingThread
-    {300ms, false},  // sources
-    {500ms, true},   // driver
-    {200ms, false},  // trace
-    {300ms, false},  // log
-    {100ms, false},  // queues
+    {.limit = 0ms},                        // endingThread
+    {.limit = 300ms},                      // sources
+    {.limit = 500ms, .mustFinish = true},  // driver
+    {.limit = 200ms, .writes = true},      // trace
+    {.limit = 300ms, .writes = true},      // log
+    {.limit = 100ms},                      // queues
 }};
 constexpr std::chrono::milliseconds kFlushLimit = 100ms;
 
@@ -75,7 +76,7 @@ void runActions(std::size_t stage) {
 }
 
 /// Runs `action` on a thread of its own; false when it has not finished in time, and is left to itself.
-bool runWithin(std::chrono::milliseconds limit, std::function<void()> action) {
+bool runWithin(std::chrono::nanoseconds limit, std::function<void()> action) {
   auto task = std::make_shared<std::packaged_task<void()>>(std::move(action));
   const std::future<void> finished = task->get_future();
   std::thread thread;
@@ -108,9 +109,13 @@ void endProcess(int status, void*) {
   runActions(0);
   // A forked child has none of its parent's driver's threads, for which that waits when it ends.
   bool mayGoOn = driversProcess == 0 || driversProcess == getpid();
+  auto due = std::chrono::steady_clock::now();
   for (std::size_t stage = 1; stage < kStages.size(); ++stage) {
-    const bool isInTime = !hasActions(stage) || runWithin(kStages[stage].limit, [stage] { runActions(stage); });
-    if (!isInTime && kStages[stage].mustFinish) mayGoOn = false;
+    const StageRule& rule = kStages[stage];
+    due += rule.limit;
+    const auto limit = rule.writes ? due - std::chrono::steady_clock::now() : rule.limit;
+    const bool isInTime = !hasActions(stage) || runWithin(limit, [stage] { runActions(stage); });
+    if (!isInTime && rule.mustFinish) mayGoOn = false;
   }
   if (mayGoOn) return;
   runWithin(kFlushLimit, [] { std::fflush(nullptr); });

@@ -10,9 +10,10 @@ namespace tavrel {
 ///
 ///     exit ──▶ endingThread ──▶ sources ──▶ driver ──▶ trace ──▶ log ──▶ queues ──▶ what others registered
 ///
-/// Each stage has a time limit. All but the first run on their own thread, and one that exceeds its limit, for instance
-/// because it waits for the ending thread, is abandoned. Then `exit` continues, unless a thread may still be inside a
-/// driver: as a driver would hang or crash once its statics are destroyed, the process ends at once, with its status.
+/// Each stage has a time limit; those that write, trace and log, may take what the ones before have left over. All but
+/// the first run on their own thread, and one that exceeds its limit, for instance because it waits for the ending
+/// thread, is abandoned. Then `exit` continues, unless a thread may still be inside a driver: as a driver would hang or
+/// crash once its statics are destroyed, the process ends at once, with its status.
 /// The library's own statics are never destroyed. Any thread.
 ///
 /// A child made by `fork` has none of the threads that the stages are about, and begins with empty stages. If its

@@ -162,6 +162,22 @@ TEST(LogConsoleTest, LosesNothingEitherWithoutALogFile) {
   }
 }
 
+TEST(LogConsoleTest, ASlowLoggerHasTheTimeThatNothingElseNeeds) {
+  const auto end = [] {
+    alarm(kLimit);
+    const auto slow = std::make_shared<test::RecordingLogger>();
+    slow->onMessage = [](const TavrelDDLogMessage&) {
+      std::this_thread::sleep_for(6ms);
+      if (write(STDERR_FILENO, "heard\n", 6) != 6) _exit(1);
+    };
+    TavrelDDLog::addLogger(slow);
+    for (int i = 0; i < 100; ++i) TAVREL_LOG_INFO("Tag", "number {}", i);
+    std::exit(3);
+  };
+  const auto heard = [](const std::string& console) { return count(console, "heard\n"); };
+  EXPECT_EXIT(end(), hasExited, ::testing::ResultOf(heard, 100U));
+}
+
 void handOn() {
   static volatile std::sig_atomic_t handled = 0;
   struct sigaction before {};
