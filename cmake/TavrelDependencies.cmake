@@ -10,7 +10,9 @@ find_package(nlohmann_json REQUIRED)
 pkg_check_modules(EGL REQUIRED IMPORTED_TARGET egl)
 pkg_check_modules(GLESV2 REQUIRED IMPORTED_TARGET GLOBAL glesv2)
 pkg_check_modules(GBM REQUIRED IMPORTED_TARGET gbm)
-pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavfilter libavformat libavcodec libavutil libswresample libswscale)
+# All of FFmpeg, and what of it is loaded with the library (Platform/Media/FFmpegFunctions.h).
+pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET GLOBAL libavfilter libavformat libavcodec libavutil libswresample libswscale)
+pkg_check_modules(FFMPEG_BASE REQUIRED IMPORTED_TARGET libavutil libswresample libswscale)
 pkg_check_modules(PNG REQUIRED IMPORTED_TARGET libpng)
 pkg_check_modules(JPEG REQUIRED IMPORTED_TARGET libturbojpeg)
 pkg_check_modules(LCMS REQUIRED IMPORTED_TARGET lcms2)
@@ -21,7 +23,7 @@ find_library(YUV_LIBRARY yuv REQUIRED)
 
 set(TAVREL_PUBLIC_LIBRARIES fmt::fmt tl::expected PkgConfig::GLESV2 Threads::Threads)
 set(TAVREL_PRIVATE_LIBRARIES
-  PkgConfig::EGL PkgConfig::GBM PkgConfig::FFMPEG PkgConfig::PNG PkgConfig::JPEG PkgConfig::LCMS GIF::GIF
+  PkgConfig::EGL PkgConfig::GBM PkgConfig::FFMPEG_BASE PkgConfig::PNG PkgConfig::JPEG PkgConfig::LCMS GIF::GIF
   ZLIB::ZLIB ${YUV_LIBRARY} ${PIXMAN_LINK_LIBRARIES} nlohmann_json::nlohmann_json)
 # A folder of headers that only these look into.
 set_source_files_properties(

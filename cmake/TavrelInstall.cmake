@@ -8,6 +8,7 @@ target_sources(TavrelCaptureBase PUBLIC FILE_SET HEADERS BASE_DIRS ${PROJECT_SOU
 install(TARGETS TavrelCaptureBase EXPORT TavrelCaptureBaseTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TavrelCaptureBase)
+install(TARGETS TavrelCaptureBaseFFmpeg LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_SKIP)
 install(EXPORT TavrelCaptureBaseTargets NAMESPACE TavrelCaptureBase:: DESTINATION ${tavrel_package_folder})
 configure_package_config_file(cmake/Install/TavrelCaptureBaseConfig.cmake.in
   ${PROJECT_BINARY_DIR}/TavrelCaptureBaseConfig.cmake INSTALL_DESTINATION ${tavrel_package_folder})

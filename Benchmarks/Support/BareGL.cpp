@@ -118,10 +118,20 @@ BarePass BarePass::twoInputs(std::string_view fragmentShader, const char* level,
 }
 
 void BarePass::draw(const BareTexture& input, const BareTarget& target) const {
-  glUseProgram(program_);
   target.bind();
   glClearColor(0, 0, 0, 0);
   glClear(GL_COLOR_BUFFER_BIT);
+  drawQuad(input);
+}
+
+void BarePass::drawRows(const BareTexture& input, const BareTarget& target, int first, int count) const {
+  target.bind();
+  glViewport(0, first, target.texture().width(), count);
+  drawQuad(input);
+}
+
+void BarePass::drawQuad(const BareTexture& input) const {
+  glUseProgram(program_);
   glActiveTexture(GL_TEXTURE2);
   glBindTexture(GL_TEXTURE_2D, input.name());
   glUniform1i(inputTexture_, 2);

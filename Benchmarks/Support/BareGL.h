@@ -65,8 +65,12 @@ class BarePass {
   void setVector4(const char* uniform, GLfloat x, GLfloat y, GLfloat z, GLfloat w);
   void setMatrix(const char* uniform, const std::array<GLfloat, 16>& columns);
   void draw(const BareTexture& input, const BareTarget& target) const;
+  /// Into a part of the target, without a clear.
+  void drawRows(const BareTexture& input, const BareTarget& target, int first, int count) const;
 
  private:
+  void drawQuad(const BareTexture& input) const;
+
   GLuint program_;
   GLint position_;
   GLint coordinates_;

@@ -1,7 +1,3 @@
-extern "C" {
-#include <libavcodec/avcodec.h>
-}
-
 #include <fmt/format.h>
 
 #include <cstring>
@@ -9,6 +5,7 @@ extern "C" {
 
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/H264Decoder.h"
+#include "Platform/Media/FFmpegFunctions.h"
 
 namespace tavrel {
 namespace {

@@ -2,11 +2,8 @@
 
 #include <string>
 
-extern "C" {
-#include <libavformat/avformat.h>
-}
-
 #include "Platform/Graphics/PixelBufferSnapshot.h"
+#include "Platform/Media/FFmpegFunctions.h"
 
 namespace tavrel {
 

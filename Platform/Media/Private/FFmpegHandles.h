@@ -1,8 +1,6 @@
 #pragma once
 
 extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
 #include <libavutil/frame.h>
 #include <libswresample/swresample.h>
 }
@@ -10,10 +8,12 @@ extern "C" {
 #include <memory>
 #include <utility>
 
+#include "Platform/Media/FFmpegFunctions.h"
+
 namespace tavrel {
 
 /// Owns an object of FFmpeg's that is freed through a pointer to its pointer.
-template <typename T, void (*Free)(T**)>
+template <typename T, auto Free>
 struct FFmpegDeleter {
   void operator()(T* object) const { Free(&object); }
 };

@@ -12,6 +12,15 @@ extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
+/// This program links FFmpeg.
+const tavrel::FFmpegFunctions& tavrel::FFmpegFunctions::shared() {
+  static constexpr FFmpegFunctions kFunctions = {
+#define TAVREL_FUNCTION(name) ::name,
+#include "Platform/Media/FFmpegFunctions.inc"
+  };
+  return kFunctions;
+}
+
 namespace tavrel::test {
 namespace {
 

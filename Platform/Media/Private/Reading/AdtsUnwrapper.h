@@ -3,10 +3,6 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Media/Private/FFmpegHandles.h"
 
-extern "C" {
-#include <libavcodec/bsf.h>
-}
-
 namespace tavrel {
 
 /// Takes the headers off the packets of AAC from a transport stream: movie files say once, in front, what these say

@@ -2,11 +2,6 @@
 
 #include <fmt/format.h>
 
-extern "C" {
-#include <libavfilter/buffersink.h>
-#include <libavfilter/buffersrc.h>
-}
-
 #include "Platform/Media/MediaError.h"
 #include "Platform/Media/Private/FFmpegError.h"
 #include "Platform/Media/Private/FFmpegLog.h"

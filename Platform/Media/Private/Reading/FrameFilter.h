@@ -3,10 +3,6 @@
 #include <memory>
 #include <string>
 
-extern "C" {
-#include <libavfilter/avfilter.h>
-}
-
 #include "Platform/Foundation/Error.h"
 #include "Platform/Media/Private/FFmpegHandles.h"
 

@@ -1,9 +1,5 @@
 #pragma once
 
-extern "C" {
-#include <libavformat/avio.h>
-}
-
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -11,6 +7,7 @@ extern "C" {
 #include <vector>
 
 #include "Platform/Foundation/Error.h"
+#include "Platform/Media/FFmpegFunctions.h"
 
 namespace tavrel {
 

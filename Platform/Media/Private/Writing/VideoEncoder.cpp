@@ -7,7 +7,6 @@
 #include <iterator>
 
 extern "C" {
-#include <libavcodec/bsf.h>
 #include <libavutil/hwcontext.h>
 }
 
