@@ -137,6 +137,43 @@ void leaveWithARunningCamera() {
   leave();
 }
 
+/// Draws with a program that no driver's cache has.
+class NewEffect : public TavrelCaptureEffect {
+ public:
+  std::shared_ptr<TavrelCaptureEffect> copy() const override { return std::make_shared<NewEffect>(); }
+  TavrelCaptureEffectNodes makeNodes(Size) override {
+    const auto filter = std::make_shared<TavrelGPUImageFilter>(
+        "varying highp vec2 textureCoordinate; uniform sampler2D inputImageTexture; void main() { gl_FragColor = "
+        "texture2D(inputImageTexture, textureCoordinate) * 0." +
+        std::to_string(getpid()) + "; }");
+    return {.filters = {filter}, .pictures = {}};
+  }
+};
+
+/// Its chain is walked through, its programs are made on a thread of their own, or its frames are drawn.
+template <int kMilliseconds>
+void leaveWhileEffectsChange() {
+  static const auto camera = makeCamera();
+  camera->startWithCompletion(nullptr);
+  RunLoop::main().runFor(300ms);
+  camera->setCaptureEffects({std::make_shared<NewEffect>()});
+  RunLoop::main().runFor(std::chrono::milliseconds(kMilliseconds));
+  leave();
+}
+
+/// The libraries for movies are loaded, and libraries register the end of their statics.
+template <int kMilliseconds>
+void leaveWhileAWriterBegins() {
+  std::thread([] {
+    const auto path = moviePath();
+    const auto writer = std::make_shared<TavrelGPUImageMovieWriter>(path, Size{320, 240});
+    writer->startRecording();
+    std::filesystem::remove(path);
+  }).detach();
+  std::this_thread::sleep_for(std::chrono::milliseconds(kMilliseconds));
+  leave();
+}
+
 void leaveInTheWritersCompletion() {
   const Graph graph;
   const auto path = moviePath();
@@ -270,6 +307,11 @@ constexpr WayToLeave kWays[] = {
     {"main, work pending", leaveWithWorkPending},
     {"main, threads filter on", leaveWhileThreadsFilter},
     {"main, a camera runs", leaveWithARunningCamera},
+    {"main, a camera's effects change", leaveWhileEffectsChange<0>},
+    {"main, a camera's programs are made", leaveWhileEffectsChange<40>},
+    {"main, a camera's programs are nearly made", leaveWhileEffectsChange<150>},
+    {"main, the libraries for movies are loaded", leaveWhileAWriterBegins<10>},
+    {"main, a writer begins", leaveWhileAWriterBegins<60>},
     {"main, a block waits for it", leaveWhileABlockWaitsForMain},
     {"main, statics use the graph later", leaveAndUseTheGraphAfterwards},
     {"main, blocks sleep", leaveWhileABlockSleeps},

@@ -1,4 +1,9 @@
+#include <unistd.h>
+
+#include <set>
+
 #include "Support/CameraTestSupport.h"
+#include "Support/EffectsGif.h"
 
 namespace tavrel {
 namespace {
@@ -139,6 +144,60 @@ TEST_F(CameraTest, TheFirstFrameHasItsEffectsAndWhatEndsWhileTheyChangeEnds) {
     camera_.reset();
     EXPECT_TRUE(runUntil([&] { return watched.expired(); }));
   }
+}
+
+TEST_F(CameraTest, StickersMoveOnAndBlocksHearOfShownFramesOnlyWhileEffectsChange) {
+  /// Notes the red and green in the middle of frames that come while effects change.
+  struct Watch : TavrelCameraDelegate {
+    void didGetProcessedFramebuffer(TavrelCamera& camera, const std::shared_ptr<TavrelGPUImageFramebuffer>& framebuffer,
+                                    const SampleTiming&) override {
+      ++frames;
+      if (!camera.isChangingEffects()) return;
+      framebuffer->lock();
+      const test::Picture picture = test::pictureOf(*framebuffer->newCGImageFromFramebufferContents());
+      const test::Pixel& middle = picture.at(160, 120);
+      const std::lock_guard lock(mutex);
+      seen.insert({middle.r > 127, middle.g > 127});
+      ++framesMeanwhile;
+    }
+    std::mutex mutex;
+    std::set<std::pair<bool, bool>> seen;
+    std::atomic<int> frames = 0;
+    int framesMeanwhile = 0;
+  };
+  const auto gif = TavrelAnimatedStickerCaptureEffect::create(test::makePlainGif(4, 4, {{.delay = 4}, {.delay = 4}}));
+  ASSERT_TRUE(gif.has_value());
+  (*gif)->setDestRect({{0, 0}, {320, 240}});
+  std::mutex mutex;
+  std::vector<MediaTime> times;
+  (*gif)->filter()->setFrameProcessingCompletionBlock([&](TavrelGPUImageOutput&, MediaTime time) {
+    const std::lock_guard lock(mutex);
+    times.push_back(time);
+  });
+  auto configuration = smallPictures();
+  configuration.captureEffects = {*gif};
+  ASSERT_NO_FATAL_FAILURE(make(configuration));
+  const auto watch = std::make_shared<Watch>();
+  camera_->setDelegate(watch);
+  camera_->startWithCompletion({});
+  ASSERT_TRUE(runUntil([&] { return watch->frames > 3; }));
+
+  for (int change = 0; watch->framesMeanwhile < 8 && change < 40; ++change) {
+    // Of this process alone, so that no driver's cache has it.
+    const auto effect = std::make_shared<Shaded>(fmt::format("0.{}{:02}", getpid(), change));
+    camera_->setCaptureEffects({*gif, effect});
+    ASSERT_TRUE(runUntil([&] { return !camera_->isChangingEffects(); }));
+  }
+  camera_->stop();
+  TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+  EXPECT_GE(watch->framesMeanwhile, 8) << "no frames come while effects change";
+  EXPECT_GE(watch->seen.size(), 2U) << "the sticker stands still";
+  const std::lock_guard lock(mutex);
+  EXPECT_NEAR(static_cast<double>(times.size()), watch->frames, 2);
+  for (std::size_t i = 1; i < times.size(); ++i) {
+    EXPECT_LT(times[i - 1].seconds(), times[i].seconds()) << "a block hears of a frame that is not shown";
+  }
+  (*gif)->filter()->setFrameProcessingCompletionBlock({});
 }
 
 }  // namespace
