@@ -1,4 +1,3 @@
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -10,10 +9,7 @@ namespace {
 using tavrel::FrameLayout;
 using tavrel::FrameMatrix;
 
-constexpr std::array kLayouts = {FrameLayout::bgra,  FrameLayout::rgba, FrameLayout::yuyv,  FrameLayout::uyvy,
-                                 FrameLayout::nv12,  FrameLayout::i420, FrameLayout::mjpeg, FrameLayout::bgr24,
-                                 FrameLayout::rgb24, FrameLayout::yvyu, FrameLayout::nv21,  FrameLayout::nv16,
-                                 FrameLayout::yv12,  FrameLayout::p010, FrameLayout::gray8};
+constexpr auto kLayoutCount = static_cast<int>(FrameLayout::mjpeg);
 
 }  // namespace
 
@@ -22,13 +18,17 @@ constexpr std::array kLayouts = {FrameLayout::bgra,  FrameLayout::rgba, FrameLay
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   if (size < 4) return 0;
   tavrel::RawFrame frame;
-  frame.layout = bytes[0] % 2 == 0 ? FrameLayout::mjpeg : kLayouts[bytes[0] / 2 % kLayouts.size()];
+  frame.layout = bytes[0] % 2 == 0 ? FrameLayout::mjpeg : static_cast<FrameLayout>(bytes[0] / 2 % kLayoutCount);
   frame.matrix = static_cast<FrameMatrix>(bytes[0] / 16 % 3);
-  frame.isFullRange = bytes[0] >= 128;
+  frame.range = static_cast<tavrel::FrameRange>(bytes[2] / 64 % 3);
+  frame.packed = {.byteCount = static_cast<std::uint8_t>(1 + bytes[1] / 64 * 2),
+                  .isBigEndian = bytes[2] >= 128,
+                  .isYCbCr = bytes[0] >= 128,
+                  .channels = {{{0, 3}, {3, 5}, {0, 8}}}};
   frame.width = 1 + bytes[1] % 64;
   frame.height = 1 + bytes[2] % 64;
   const auto width = static_cast<std::size_t>(frame.width);
-  frame.bytesPerRow = tavrel::FrameConverter::tightRow(frame.layout, frame.width) + bytes[1] / 64;
+  frame.bytesPerRow = tavrel::FrameConverter::tightRow(frame) + bytes[1] / 64;
   // A block of its own, so that reading beyond it is seen.
   const std::size_t count = size - 3;
   const auto picture = std::make_unique<std::uint8_t[]>(count);

@@ -5,6 +5,7 @@
 
 #include "KernelTestSupport.h"
 #include "Platform/Capture/V4L2/Private/V4L2Driver.h"
+#include "Platform/Capture/V4L2/Private/V4L2Formats.h"
 
 namespace tavrel::test {
 namespace {
@@ -16,14 +17,15 @@ constexpr const char* kGrabber = "/dev/video1";
 constexpr const char* kPlanarWebcam = "/dev/video2";
 constexpr double kRate = 10;
 
-std::string nameOf(std::uint32_t pixelFormat) {
-  std::string name;
-  for (int shift = 0; shift < 32; shift += 8) name += static_cast<char>(pixelFormat >> shift & 0x7F);
-  return name;
-}
+std::string nameOf(std::uint32_t pixelFormat) { return nameOfV4L2Format(pixelFormat); }
 
 /// White, yellow, cyan, green, magenta, red, blue, black.
-void expectBars(const SampleBuffer& sample, bool isGray = false) {
+void expectBars(const SampleBuffer& sample, const V4L2KnownFormat& format = {}) {
+  const bool isGray =
+      format.layout == FrameLayout::gray8 || (format.layout == FrameLayout::packed && format.packed.isGray());
+  // Of Y Cb Cr in four or five bits, a step is so much.
+  const bool isCoarse = format.packed.isYCbCr && format.packed.channels[0].bits < 8;
+  const double tolerance = isCoarse ? 40 : 6;
   const VirtualPicture picture(sample.imageBuffer());
   constexpr bool kColors[][3] = {{1, 1, 1}, {0, 1, 1}, {1, 1, 0}, {0, 1, 0},
                                  {1, 0, 1}, {0, 0, 1}, {1, 0, 0}, {0, 0, 0}};
@@ -32,7 +34,7 @@ void expectBars(const SampleBuffer& sample, bool isGray = false) {
     const auto& [b, g, r] = kColors[bar];
     const double luma = 255 * (0.2126 * r + 0.7152 * g + 0.0722 * b);  // of BT.709, whatever else is said
     for (int i = 0; i < 3; ++i) {
-      EXPECT_NEAR(pixel[i], isGray ? luma : kColors[bar][i] * 255, 6) << "bar " << bar << " component " << i;
+      EXPECT_NEAR(pixel[i], isGray ? luma : kColors[bar][i] * 255, tolerance) << "bar " << bar << " component " << i;
     }
   }
 }
@@ -95,13 +97,13 @@ std::set<std::uint32_t> readEveryFormat(const char* path, const std::string& bac
     SCOPED_TRACE(nameOf(mode.pixelFormat));
     const OneMode camera(path, webcam, mode);
     EXPECT_TRUE(camera.opened.has_value()) << camera.opened.error().description;
-    const bool isRead = camera.opened && eventually([&] { return camera.sink->count() >= 3; });
+    const bool isRead = camera.opened && eventually([&] { return camera.sink->count() >= 2; });
     EXPECT_TRUE(isRead) << camera.driver->delivery().value_or(CaptureDelivery()).loss;
     if (!isRead) continue;
     const auto delivery = *camera.driver->delivery();
     EXPECT_EQ(delivery.dimensions, mode.dimensions);
     EXPECT_EQ(delivery.framesPerSecond, kRate);
-    expectBars(*camera.sink->latest(), mode.layout == FrameLayout::gray8);
+    expectBars(*camera.sink->latest(), *knownV4L2Format(mode.pixelFormat));
     recordCamera({backend, nameOf(mode.pixelFormat), delivery.memory, "10"});
   }
   return read;
@@ -110,17 +112,23 @@ std::set<std::uint32_t> readEveryFormat(const char* path, const std::string& bac
 TEST_F(VividTest, ReadsEveryFormatThatItHasInCommonWithCameras) {
   const auto read = readEveryFormat(kWebcam, "V4L2, vivid");
   for (const std::uint32_t format :
-       {V4L2_PIX_FMT_YUYV, V4L2_PIX_FMT_UYVY, V4L2_PIX_FMT_YVYU, V4L2_PIX_FMT_YUV420, V4L2_PIX_FMT_YVU420,
-        V4L2_PIX_FMT_NV12, V4L2_PIX_FMT_NV21, V4L2_PIX_FMT_NV16, V4L2_PIX_FMT_RGB24, V4L2_PIX_FMT_BGR24,
-        V4L2_PIX_FMT_ABGR32, V4L2_PIX_FMT_XBGR32, V4L2_PIX_FMT_GREY}) {
+       {V4L2_PIX_FMT_YUYV,   V4L2_PIX_FMT_UYVY,   V4L2_PIX_FMT_YVYU,    V4L2_PIX_FMT_YUV420, V4L2_PIX_FMT_YVU420,
+        V4L2_PIX_FMT_NV12,   V4L2_PIX_FMT_NV21,   V4L2_PIX_FMT_NV16,    V4L2_PIX_FMT_RGB24,  V4L2_PIX_FMT_BGR24,
+        V4L2_PIX_FMT_ABGR32, V4L2_PIX_FMT_XBGR32, V4L2_PIX_FMT_GREY,    V4L2_PIX_FMT_VYUY,   V4L2_PIX_FMT_NV61,
+        V4L2_PIX_FMT_NV24,   V4L2_PIX_FMT_NV42,   V4L2_PIX_FMT_YUV422P, V4L2_PIX_FMT_ARGB32, V4L2_PIX_FMT_BGRA32,
+        V4L2_PIX_FMT_RGBA32, V4L2_PIX_FMT_RGB565, V4L2_PIX_FMT_RGB565X, V4L2_PIX_FMT_RGB555, V4L2_PIX_FMT_BGR666,
+        V4L2_PIX_FMT_RGB332, V4L2_PIX_FMT_AYUV32, V4L2_PIX_FMT_YUV565,  V4L2_PIX_FMT_Y10,    V4L2_PIX_FMT_Y12,
+        V4L2_PIX_FMT_Y16,    V4L2_PIX_FMT_Y16_BE}) {
     EXPECT_TRUE(read.contains(format)) << nameOf(format);
   }
 }
 
 TEST_F(VividTest, ReadsPlanesInBuffersOfTheirOwn) {
   const auto read = readEveryFormat(kPlanarWebcam, "V4L2, vivid, multi-planar");
-  for (const std::uint32_t format : {V4L2_PIX_FMT_NV12M, V4L2_PIX_FMT_NV21M, V4L2_PIX_FMT_YUV420M, V4L2_PIX_FMT_YVU420M,
-                                     V4L2_PIX_FMT_NV16M, V4L2_PIX_FMT_YUYV, V4L2_PIX_FMT_NV12}) {
+  for (const std::uint32_t format :
+       {V4L2_PIX_FMT_NV12M, V4L2_PIX_FMT_NV21M, V4L2_PIX_FMT_YUV420M, V4L2_PIX_FMT_YVU420M, V4L2_PIX_FMT_NV16M,
+        V4L2_PIX_FMT_NV61M, V4L2_PIX_FMT_YUV422M, V4L2_PIX_FMT_YVU422M, V4L2_PIX_FMT_YUV444M, V4L2_PIX_FMT_YVU444M,
+        V4L2_PIX_FMT_YUYV, V4L2_PIX_FMT_NV12}) {
     EXPECT_TRUE(read.contains(format)) << nameOf(format);
   }
 }

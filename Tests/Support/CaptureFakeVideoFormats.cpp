@@ -41,7 +41,12 @@ int FakeVideoNode::enumerate(unsigned long request, void* argument) {
   if (request == VIDIOC_ENUM_FRAMESIZES) {
     auto& size = *static_cast<v4l2_frmsizeenum*>(argument);
     const Format* format = formatOf(size.pixel_format);
-    if (!format || size.index >= format->sizes.size()) return fail(EINVAL);
+    if (steps && format && size.index == 0) {
+      size.type = V4L2_FRMSIZE_TYPE_STEPWISE;
+      size.stepwise = *steps;
+      return 0;
+    }
+    if (!format || steps || size.index >= format->sizes.size()) return fail(EINVAL);
     size.type = V4L2_FRMSIZE_TYPE_DISCRETE;
     size.discrete = {format->sizes[size.index].first, format->sizes[size.index].second};
     return 0;
@@ -62,6 +67,12 @@ void FakeVideoNode::adjust(v4l2_pix_format& pix) const {
   const auto source = inputs.empty() ? std::nullopt : inputs[static_cast<std::size_t>(input_)].size;
   if (source) {
     std::tie(pix.width, pix.height) = *source;
+  } else if (steps) {
+    const auto rounded = [](std::uint32_t side, std::uint32_t least, std::uint32_t most, std::uint32_t step) {
+      return least + (std::clamp(side, least, most) - least) / step * step;
+    };
+    pix.width = rounded(pix.width, steps->min_width, steps->max_width, steps->step_width);
+    pix.height = rounded(pix.height, steps->min_height, steps->max_height, steps->step_height);
   } else if (std::find(known->sizes.begin(), known->sizes.end(), wanted) == known->sizes.end()) {
     std::tie(pix.width, pix.height) = known->sizes.front();
   }
@@ -69,6 +80,10 @@ void FakeVideoNode::adjust(v4l2_pix_format& pix) const {
   pix.bytesperline = pixel == 0 ? 0 : pix.width * pixel + padding;
   const bool isPlanar = known->pixelFormat == V4L2_PIX_FMT_NV12 || known->pixelFormat == V4L2_PIX_FMT_YUV420;
   pix.sizeimage = pixel == 0 ? pix.width * pix.height * 4 : pix.bytesperline * pix.height * (isPlanar ? 2 : 1);
+  if (!planeShapes.empty()) {
+    pix.bytesperline = planeShapes[0].bytesPerRow;
+    pix.sizeimage = planeShapes[0].byteCount;
+  }
   pix.quantization = quantization;
   pix.ycbcr_enc = encoding;
   pix.colorspace = colorspace;
@@ -113,13 +128,20 @@ int FakeVideoNode::exchangeFormat(unsigned long request, v4l2_format& format) {
   for (std::size_t i = 0; i < sizes.size(); ++i) {
     // Chroma planes have padding of their own.
     format.fmt.pix_mp.plane_fmt[i].bytesperline =
-        i == 0 ? pix.bytesperline : (pix.bytesperline - padding) / (sizes.size() == 3 ? 2 : 1) + padding;
+        !planeShapes.empty() ? planeShapes.at(i).bytesPerRow
+        : i == 0             ? pix.bytesperline
+                             : (pix.bytesperline - padding) / (sizes.size() == 3 ? 2 : 1) + padding;
     format.fmt.pix_mp.plane_fmt[i].sizeimage = static_cast<std::uint32_t>(sizes[i]);
   }
   return 0;
 }
 
 std::vector<std::size_t> FakeVideoNode::planeSizes() const {
+  if (!planeShapes.empty()) {
+    std::vector<std::size_t> sizes;
+    for (const PlaneShape& plane : planeShapes) sizes.push_back(plane.byteCount);
+    return sizes;
+  }
   const std::size_t luma = std::size_t{chosen_.bytesperline} * chosen_.height;
   const std::size_t row = chosen_.bytesperline - padding;
   switch (chosen_.pixelformat) {

@@ -54,6 +54,14 @@ class FakeVideoNode {
   std::uint32_t encoding = V4L2_YCBCR_ENC_DEFAULT;
   std::uint32_t colorspace = V4L2_COLORSPACE_SRGB;
   std::uint32_t padding = 0;  ///< bytes after each row
+  /// Rows and memory of its planes, where they are not those that this knows of the formats it plays.
+  struct PlaneShape {
+    std::uint32_t bytesPerRow = 0;
+    std::uint32_t byteCount = 0;
+  };
+  std::vector<PlaneShape> planeShapes;
+  /// All sizes between two by steps, instead of those of the formats: least width, most, step, and the heights'.
+  std::optional<v4l2_frmsize_stepwise> steps;
   std::vector<Input> inputs;  ///< before it is used; `setSource` changes it later
   v4l2_rect region{};         ///< the largest of interest, and then what was set
   bool hasRegion = false;

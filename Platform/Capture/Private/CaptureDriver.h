@@ -69,6 +69,12 @@ inline Error unpluggedError(const std::string& localizedName) {
   return makeError(CaptureErrorCode::unplugged, localizedName + " was unplugged");
 }
 
+/// What is said of a camera that has none of the formats that we can read, only `formats`, as it names them.
+inline Error unreadableError(const std::string& localizedName, const std::string& formats) {
+  return makeError(CaptureErrorCode::unsupportedFormat, localizedName + " has only pictures that cannot be read (" +
+                                                            formats + "); Y Cb Cr, RGB, gray, MJPEG and H.264 can");
+}
+
 /// Takes what a driver captures.
 class CaptureSink {
  public:

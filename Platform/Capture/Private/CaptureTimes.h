@@ -16,6 +16,23 @@ inline std::optional<std::int64_t> ageOfCapture(std::int64_t monotonic) {
   return age;
 }
 
+/// The stamps of one stream, believed as long as they go on: a clock that stands still or goes back is none.
+class CaptureStamps {
+ public:
+  /// `ageOfCapture` of the next one; nothing for a while after one that is not later than the one before.
+  std::optional<std::int64_t> ageOf(std::int64_t monotonic) {
+    constexpr int kPicturesInDoubt = 100;
+    const auto age = ageOfCapture(monotonic);
+    if (age && monotonic <= last_) doubted_ = kPicturesInDoubt;
+    last_ = monotonic;
+    return doubted_ > 0 && doubted_-- > 0 ? std::nullopt : age;
+  }
+
+ private:
+  std::int64_t last_ = 0;
+  int doubted_ = 0;
+};
+
 /// The instant that long ago on the real-time capture clock; without an age, now.
 inline MediaTime captureTimeOf(std::optional<std::int64_t> age) {
   const MediaTime now = CaptureClock::realTime()->now();

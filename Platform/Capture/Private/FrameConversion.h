@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "Platform/Capture/Private/PackedPixels.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Graphics/PixelBuffer.h"
 
@@ -14,19 +15,34 @@ namespace tavrel {
 
 /// How a camera's pictures lie in memory.
 enum class FrameLayout {
-  bgra,
+  bgra,  // in the order of the bytes, as those that follow
   rgba,
-  bgr24,  ///< the bytes B, G, R
-  rgb24,  ///< the bytes R, G, B
+  argb,
+  abgr,
+  bgr24,
+  rgb24,
+  packed,  ///< as `RawFrame::packed` says
   yuyv,
   uyvy,
   yvyu,
+  vyuy,
   nv12,
   nv21,
   nv16,
+  nv61,
+  nv24,
+  nv42,
   i420,
   yv12,
+  i422,
+  yv16,  ///< 4:2:2 with Cr before Cb
+  i444,
+  yv24,  ///< 4:4:4 with Cr before Cb
+  gbr,   ///< planes of green, blue and red
   p010,
+  i010,  ///< i420 of 10 bits in words, as are the next two
+  i210,
+  i410,
   gray8,
   mjpeg,
   h264  ///< a picture of the stream, as the bytes between two start codes or more (Annex B)
@@ -35,11 +51,16 @@ enum class FrameLayout {
 /// What the numbers of Y Cb Cr mean.
 enum class FrameMatrix { bt601, bt709, bt2020 };
 
+/// Where black and white are. What is not said is the rule: full for colours and gray, limited for Y Cb Cr.
+enum class FrameRange { unsaid, limited, full };
+
 /// A picture as a camera delivers it.
 struct RawFrame {
   FrameLayout layout = FrameLayout::bgra;
   FrameMatrix matrix = FrameMatrix::bt601;
-  bool isFullRange = false;
+  FrameRange range = FrameRange::unsaid;
+  PackedPixel packed = {};
+  bool isBottomUp = false;  ///< the last row comes first
   int width = 0;
   int height = 0;
   const std::uint8_t* bytes = nullptr;
@@ -69,7 +90,7 @@ class FrameConverter {
   /// What comes next belongs to another stream.
   void forget();
   /// The fewest bytes of a row of the first plane; 0 for JPEG and H.264.
-  static std::size_t tightRow(FrameLayout layout, int width);
+  static std::size_t tightRow(const RawFrame& frame);
   /// Takes the rows of a frame in one block to be padded to four bytes, each plane's by themselves, as GStreamer's are,
   /// where the length of the block says so.
   static void findPaddedRows(RawFrame& frame);
@@ -80,7 +101,9 @@ class FrameConverter {
   using Planes = std::array<RawFrame::Plane, 3>;
   void convertPlanes(const RawFrame& frame, const Planes& planes, std::uint8_t* target, int targetStride);
   /// Memory for Y, Cb and Cr in planes of full height, by which packed layouts become colours.
-  Planes planar(int width, int height);
+  Planes planar(int width, int height, bool isChromaHalfWide = true);
+  /// Of planes of words, which begin `above` bits below the highest, in that memory.
+  Planes narrowPlanes(const RawFrame& frame, const Planes& planes, int above);
   Expected<void> decodeJpeg(const RawFrame& frame, std::uint8_t* target, std::size_t stride);
 
   Expected<void> decodeH264(const RawFrame& frame, std::uint8_t* target, int stride);

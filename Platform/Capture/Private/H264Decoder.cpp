@@ -65,7 +65,8 @@ Expected<RawFrame> H264Decoder::decode(const RawFrame& frame) {
   RawFrame decoded = frame;
   decoded.layout = FrameLayout::i420;
   decoded.matrix = picture_->colorspace == AVCOL_SPC_UNSPECIFIED ? frame.matrix : matrixOf(picture_->colorspace);
-  decoded.isFullRange = isFull || picture_->color_range == AVCOL_RANGE_JPEG;
+  if (picture_->color_range == AVCOL_RANGE_MPEG) decoded.range = FrameRange::limited;
+  if (isFull || picture_->color_range == AVCOL_RANGE_JPEG) decoded.range = FrameRange::full;
   const auto plane = [&](int number) {
     return RawFrame::Plane{picture_->data[number], 0, static_cast<std::size_t>(picture_->linesize[number])};
   };

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 #include <pipewire/extensions/metadata.h>
-#include <spa/utils/keys.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -78,6 +77,17 @@ class PipeWireBackend::Registry {
     return isConnected_ && !hasLooked_;
   }
 
+  /// What is said where there are cameras, and all of them such as we cannot read.
+  std::optional<Error> unreadable() const {
+    const PipeWireLoop::Lock lock(*loop_);
+    std::optional<Error> found;
+    for (const auto& [id, node] : nodes_) {
+      if (node->driver && node->kind == PipeWireNodeKind::camera) return std::nullopt;
+      if (node->isUnreadable) found = unreadableError(pipeWireNameOf(node->properties), node->formats);
+    }
+    return found;
+  }
+
  private:
   struct Node {
     Registry* owner = nullptr;
@@ -87,6 +97,8 @@ class PipeWireBackend::Registry {
     spa_hook listener{};
     PipeWireProperties properties;
     std::vector<PipeWireMode> modes;
+    std::string formats;  // by their names, whether we can read them or not
+    bool isUnreadable = false;
     std::uint32_t channels = 0;
     std::shared_ptr<PipeWireControls> controls;
     bool wasAsked = false;
@@ -220,6 +232,7 @@ class PipeWireBackend::Registry {
     const bool hasFormats = std::ranges::count(params, SPA_PARAM_EnumFormat, &spa_param_info::id) > 0;
     if (!hasFormats && node->kind == PipeWireNodeKind::camera) return;
     node->modes.clear();
+    node->formats.clear();
     node->wasAsked = true;
     node->controls = std::make_shared<PipeWireControls>(node->id, node->owner->line_);
     const bool isCamera = node->kind == PipeWireNodeKind::camera;
@@ -237,6 +250,7 @@ class PipeWireBackend::Registry {
     if (node->kind == PipeWireNodeKind::camera) {
       const auto modes = parsePipeWireModes(*parameter);
       node->modes.insert(node->modes.end(), modes.begin(), modes.end());
+      node->formats += (node->formats.empty() ? "" : ", ") + pipeWireFormatNames(*parameter);
     } else if (node->channels == 0) {
       node->channels = parsePipeWireChannels(*parameter);
     }
@@ -255,9 +269,10 @@ class PipeWireBackend::Registry {
     const std::string name = valueOf(node.properties, PW_KEY_NODE_NAME);
     if (name.empty()) return;
     // Other sources of video show screens and films.
-    const bool isCamera = valueOf(node.properties, PW_KEY_MEDIA_ROLE) == "Camera" && !node.modes.empty();
-    if (node.kind == PipeWireNodeKind::camera && !isCamera) return;
-    const auto controls = controlsOf(node);
+    const bool isCamera = node.kind == PipeWireNodeKind::camera;
+    if (isCamera && valueOf(node.properties, PW_KEY_MEDIA_ROLE) != "Camera") return;
+    if ((node.isUnreadable = isCamera && node.modes.empty())) return;
+    const auto controls = pipeWireControlsOf(node.properties, node.controls, reach_.openControls);
     auto description = describePipeWireNode(name, node.kind, node.properties, node.modes, node.channels,
                                             controls ? controls->largestZoom() : 1);
     const std::string base = description.uniqueID;
@@ -271,16 +286,6 @@ class PipeWireBackend::Registry {
                                                               isMonitor, node.modes, reach_.gate, controls},
                                          defaults_);
     queue_->async([this, driver = node.driver] { observer_.deviceAppeared(driver); });
-  }
-
-  /// The video node behind it knows more than the node's properties.
-  std::shared_ptr<CaptureControlPort> controlsOf(const Node& node) const {
-    if (node.kind != PipeWireNodeKind::camera) return nullptr;
-    const std::string path = valueOf(node.properties, SPA_KEY_API_V4L2_PATH);
-    if (!path.empty() && reach_.openControls) {
-      if (std::shared_ptr<CaptureControlPort> port = reach_.openControls(path)) return port;
-    }
-    return node.controls && !node.controls->isEmpty() ? node.controls : nullptr;
   }
 
   static void setProperties(void* owner, std::uint32_t id, const spa_pod& properties) {
@@ -337,7 +342,8 @@ std::optional<Error> PipeWireBackend::problem() const {
   if (reach_.gate) {
     if (auto closed = reach_.gate->problem()) return closed;
   }
-  if (!registry_ || !registry_->isWaitedFor()) return std::nullopt;
+  if (!registry_) return std::nullopt;
+  if (!registry_->isWaitedFor()) return registry_->unreadable();
   return makeError(CaptureErrorCode::deviceSilent,
                    "the PipeWire service does not answer; restart it (systemctl --user restart pipewire)");
 }

@@ -6,6 +6,7 @@
 #include <spa/pod/builder.h>
 #include <spa/pod/iter.h>
 #include <spa/pod/parser.h>
+#include <spa/utils/keys.h>
 
 #include <algorithm>
 #include <cmath>
@@ -190,6 +191,16 @@ void PipeWireControls::apply(CaptureControl control, const CaptureControls& cont
       return set(Role::zoom, ends[0] + place * (ends[1] - ends[0]));
     }
   }
+}
+
+std::shared_ptr<CaptureControlPort> pipeWireControlsOf(
+    const PipeWireProperties& properties, const std::shared_ptr<PipeWireControls>& controls,
+    const std::function<std::unique_ptr<CaptureControlPort>(const std::string& path)>& openNode) {
+  const std::string path = valueOf(properties, SPA_KEY_API_V4L2_PATH);
+  if (!path.empty() && openNode) {
+    if (std::shared_ptr<CaptureControlPort> port = openNode(path)) return port;
+  }
+  return controls && !controls->isEmpty() ? controls : nullptr;
 }
 
 }  // namespace tavrel

@@ -5,12 +5,14 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "Platform/Capture/PipeWire/Private/PipeWireFormats.h"
 #include "Platform/Capture/Private/CaptureControlPort.h"
 
 namespace tavrel {
@@ -70,5 +72,11 @@ class PipeWireControls : public CaptureControlPort {
   std::mutex mutex_;
   Point focusPoint_ = CaptureControls().focusPoint;
 };
+
+/// What a camera is set by: the video node behind it, opened by `openNode`, which knows more than the node's
+/// properties, else those; nullptr where there is neither.
+std::shared_ptr<CaptureControlPort> pipeWireControlsOf(
+    const PipeWireProperties& properties, const std::shared_ptr<PipeWireControls>& controls,
+    const std::function<std::unique_ptr<CaptureControlPort>(const std::string& path)>& openNode);
 
 }  // namespace tavrel

@@ -107,7 +107,7 @@ class PipeWireDriver::Stream {
   }
 
   std::vector<std::uint8_t> formatMemory() const {
-    return std::vector<std::uint8_t>(std::size_t{1024} * (driver_.node_.modes.size() + 1));
+    return std::vector<std::uint8_t>(std::size_t{1024} * (driver_.node_.modes.size() + 8));
   }
 
   void askForRate(double framesPerSecond) {
@@ -154,14 +154,13 @@ class PipeWireDriver::Stream {
 
   void agreeOnVideo(const spa_pod& parameter) {
     const auto agreed = parseAgreedVideoFormat(parameter, frameRate_);
-    if (!agreed || agreed->frame.width != run_.format->dimensions.width ||
-        agreed->frame.height != run_.format->dimensions.height) {
+    if (!agreed) {
       return fail(makeError(
           CaptureErrorCode::unsupportedFormat,
           fmt::format("{} agreed on a format that it was not asked for", driver_.description_.localizedName)));
     }
     delivery_.begin({.format = pipeWireFormatName(parameter),
-                     .dimensions = run_.format->dimensions,
+                     .dimensions = {agreed->frame.width, agreed->frame.height},
                      .framesPerSecond = frameRate_});
     if (auto begun = pictures_.begin(*agreed); !begun) return fail(begun.error());
     std::array<std::uint8_t, 1024> memory{};
@@ -191,7 +190,7 @@ class PipeWireDriver::Stream {
     const auto* header = static_cast<const spa_meta_header*>(
         spa_buffer_find_meta_data(buffer.buffer, SPA_META_Header, sizeof(spa_meta_header)));
     const spa_data& first = buffer.buffer->datas[0];
-    const auto age = ageOfCapture(header ? header->pts : 0);
+    const auto age = stamps_.ageOf(header ? header->pts : 0);
     delivery_.note(&CaptureDelivery::memory, pipeWireMemoryName(first.type));
     delivery_.note(&CaptureDelivery::isStamped, age.has_value());
     const SampleTiming timing = {frameDurationOf(frameRate_), captureTimeOf(age), MediaTime::invalid()};
@@ -247,6 +246,7 @@ class PipeWireDriver::Stream {
   std::optional<Error> error_;
   double frameRate_ = 30;
   PipeWirePictures pictures_;
+  CaptureStamps stamps_;
   SoundTimes soundTimes_;
 };
 
@@ -289,6 +289,10 @@ Expected<void> PipeWireDriver::open(CaptureRun run) {
   if (description_.mediaType == MediaType::audio) AudioSession::shared().setSampleRate(format.sampleRate);
   stream_ = std::move(stream);
   return {};
+}
+
+std::shared_ptr<const CaptureDeviceFormat> PipeWireDriver::formatOfSize(CaptureVideoDimensions dimensions) {
+  return coveringFormat(node_.modes, dimensions, node_.controls ? node_.controls->largestZoom() : 1);
 }
 
 void PipeWireDriver::close() {

@@ -33,6 +33,7 @@ class PipeWireDriver : public CaptureDriver {
 
   const CaptureDeviceDescription& description() const override { return description_; }
   bool isSystemDefault() const override { return !node_.isMonitor && defaults_->isSource(node_.name); }
+  std::shared_ptr<const CaptureDeviceFormat> formatOfSize(CaptureVideoDimensions dimensions) override;
   Expected<void> open(CaptureRun run) override;
   void close() override;
   void setFrameRate(double framesPerSecond) override;

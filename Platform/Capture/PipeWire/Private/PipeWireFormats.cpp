@@ -10,6 +10,7 @@
 #include <cstdlib>
 
 #include "Platform/Capture/PipeWire/Private/PipeWireFormats.h"
+#include "Platform/Capture/PipeWire/Private/PipeWireKnownFormats.h"
 #include "Platform/Capture/Private/CameraModes.h"
 #include "Platform/Capture/Private/CaptureTimes.h"
 #include "Platform/Capture/Private/FrameRates.h"
@@ -17,46 +18,13 @@
 namespace tavrel {
 namespace {
 
-struct KnownFormat {
-  spa_video_format format;
-  FrameLayout layout;
-  spa_media_subtype subtype = SPA_MEDIA_SUBTYPE_raw;
-};
-
-/// Cheapest first; without colour only where there is nothing else.
-constexpr KnownFormat kKnownFormats[] = {
-    {SPA_VIDEO_FORMAT_BGRA, FrameLayout::bgra},
-    {SPA_VIDEO_FORMAT_BGRx, FrameLayout::bgra},
-    {SPA_VIDEO_FORMAT_RGBA, FrameLayout::rgba},
-    {SPA_VIDEO_FORMAT_RGBx, FrameLayout::rgba},
-    {SPA_VIDEO_FORMAT_NV12, FrameLayout::nv12},
-    {SPA_VIDEO_FORMAT_NV21, FrameLayout::nv21},
-    {SPA_VIDEO_FORMAT_I420, FrameLayout::i420},
-    {SPA_VIDEO_FORMAT_YV12, FrameLayout::yv12},
-    {SPA_VIDEO_FORMAT_YUY2, FrameLayout::yuyv},
-    {SPA_VIDEO_FORMAT_UYVY, FrameLayout::uyvy},
-    {SPA_VIDEO_FORMAT_YVYU, FrameLayout::yvyu},
-    {SPA_VIDEO_FORMAT_NV16, FrameLayout::nv16},
-    {SPA_VIDEO_FORMAT_BGR, FrameLayout::bgr24},
-    {SPA_VIDEO_FORMAT_RGB, FrameLayout::rgb24},
-    {SPA_VIDEO_FORMAT_P010_10LE, FrameLayout::p010},
-    {SPA_VIDEO_FORMAT_ENCODED, FrameLayout::mjpeg, SPA_MEDIA_SUBTYPE_mjpg},
-    {SPA_VIDEO_FORMAT_ENCODED, FrameLayout::h264, SPA_MEDIA_SUBTYPE_h264},
-    {SPA_VIDEO_FORMAT_GRAY8, FrameLayout::gray8},
-};
-
 constexpr std::uint32_t kMostValues = 256;
+constexpr double kFastest = 240;
+constexpr CaptureFrameRateRange kUsualRate = {30, 30};
 constexpr std::int64_t kLinear = 0;  // DRM_FORMAT_MOD_LINEAR
 
-const KnownFormat* knownFormat(std::uint32_t subtype, std::uint32_t format) {
-  const auto* found = std::find_if(std::begin(kKnownFormats), std::end(kKnownFormats), [&](const KnownFormat& known) {
-    return known.subtype == subtype && (subtype != SPA_MEDIA_SUBTYPE_raw || known.format == format);
-  });
-  return found != std::end(kKnownFormats) ? found : nullptr;
-}
-
 /// The values of a property: one, the alternatives of an enumeration (without the default in front), or the ends of a
-/// range.
+/// range, and its step if it has one.
 template <typename T>
 struct Values {
   std::vector<T> values;
@@ -76,7 +44,7 @@ Values<T> valuesOf(const spa_pod& object, std::uint32_t key, std::uint32_t type)
   count = std::min(count, kMostValues);
   result.isRange = choice == SPA_CHOICE_Range || choice == SPA_CHOICE_Step;
   const std::uint32_t skipped = choice != SPA_CHOICE_None && count > 1 ? 1 : 0;
-  const std::uint32_t end = result.isRange ? std::min(count, 3U) : count;
+  const std::uint32_t end = result.isRange ? std::min(count, 4U) : count;
   result.values.assign(values + std::min(skipped, end), values + end);
   return result;
 }
@@ -85,41 +53,50 @@ double rateOf(const spa_fraction& fraction) {
   return fraction.denom > 0 ? static_cast<double>(fraction.num) / fraction.denom : 0;
 }
 
-std::vector<CaptureFrameRateRange> ratesOf(const spa_pod& object) {
+std::vector<CaptureFrameRateRange> ratesOf(const spa_pod& object, bool& isVariable) {
   const auto found = valuesOf<spa_fraction>(object, SPA_FORMAT_VIDEO_framerate, SPA_TYPE_Fraction);
   std::vector<CaptureFrameRateRange> rates;
-  if (found.isRange && found.values.size() == 2) {
+  if (found.isRange && found.values.size() >= 2) {
     const double slowest = std::max(1.0, rateOf(found.values[0]));
-    rates.push_back({slowest, std::max(slowest, std::min(240.0, rateOf(found.values[1])))});
+    rates.push_back({slowest, std::max(slowest, std::min(kFastest, rateOf(found.values[1])))});
   } else {
     for (const spa_fraction& fraction : found.values) {
       if (const double rate = rateOf(fraction); rate > 0) rates.push_back({rate, rate});
     }
   }
-  // A node that does not say, or says 0, has a rate of its own.
-  if (rates.empty()) rates.push_back({30, 30});
+  // A node that does not say, or says 0, has a rate of its own, up to one that it may tell.
+  const auto most = valuesOf<spa_fraction>(object, SPA_FORMAT_VIDEO_maxFramerate, SPA_TYPE_Fraction).values;
+  const double fastest = most.empty() ? 0 : std::min(kFastest, rateOf(most.back()));
+  isVariable = rates.empty();
+  if (isVariable) rates.push_back(fastest > 0 ? CaptureFrameRateRange{std::min(1.0, fastest), fastest} : kUsualRate);
   return rates;
 }
 
-std::vector<CaptureVideoDimensions> sizesOf(const spa_pod& object) {
+struct Sizes {
+  std::vector<CaptureVideoDimensions> each;
+  std::optional<CaptureSizeRange> range;
+};
+
+CaptureVideoDimensions dimensionsOf(const spa_rectangle& size) {
+  constexpr std::uint32_t kLargestSide = 32767;
+  return {static_cast<int>(std::min(size.width, kLargestSide)), static_cast<int>(std::min(size.height, kLargestSide))};
+}
+
+Sizes sizesOf(const spa_pod& object) {
   const auto found = valuesOf<spa_rectangle>(object, SPA_FORMAT_VIDEO_size, SPA_TYPE_Rectangle);
-  std::vector<CaptureVideoDimensions> sizes;
-  if (found.isRange && found.values.size() == 2) {
-    const spa_rectangle least = found.values[0];
-    const spa_rectangle most = found.values[1];
-    for (const CaptureVideoDimensions usual : kUsualSizes) {
-      const bool fits =
-          std::cmp_greater_equal(usual.width, least.width) && std::cmp_less_equal(usual.width, most.width) &&
-          std::cmp_greater_equal(usual.height, least.height) && std::cmp_less_equal(usual.height, most.height);
-      if (fits) sizes.push_back(usual);
+  Sizes sizes;
+  if (!found.isRange || found.values.size() < 2) {
+    for (const spa_rectangle& size : found.values) {
+      if (size.width > 0 && size.height > 0 && size.width < 32768 && size.height < 32768) {
+        sizes.each.push_back(dimensionsOf(size));
+      }
     }
     return sizes;
   }
-  for (const spa_rectangle& size : found.values) {
-    if (size.width > 0 && size.height > 0 && size.width < 32768 && size.height < 32768) {
-      sizes.push_back({static_cast<int>(size.width), static_cast<int>(size.height)});
-    }
-  }
+  const CaptureVideoDimensions step =
+      found.values.size() > 2 ? dimensionsOf(found.values[2]) : CaptureVideoDimensions();
+  sizes.range = sizeRangeOf(dimensionsOf(found.values[0]), dimensionsOf(found.values[1]), step);
+  if (sizes.range) sizes.each = usualSizesIn(*sizes.range);
   return sizes;
 }
 
@@ -134,6 +111,27 @@ bool hasModifier(const spa_pod& object) { return spa_pod_find_prop(&object, null
 bool isReadable(const spa_pod& object) {
   const auto offered = valuesOf<std::int64_t>(object, SPA_FORMAT_VIDEO_modifier, SPA_TYPE_Long).values;
   return !hasModifier(object) || std::ranges::count(offered, kLinear) > 0;
+}
+
+/// One format, or when it is not known, a choice of all of ours.
+void addFormats(spa_pod_builder& builder, spa_video_format format) {
+  if (format != SPA_VIDEO_FORMAT_UNKNOWN) {
+    spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_format, SPA_POD_Id(format), 0);
+    return;
+  }
+  spa_pod_frame choice{};
+  spa_pod_builder_prop(&builder, SPA_FORMAT_VIDEO_format, 0);
+  spa_pod_builder_push_choice(&builder, &choice, SPA_CHOICE_Enum, 0);
+  spa_pod_builder_id(&builder, knownPipeWireFormats().front().format);
+  for (const PipeWireKnownFormat& known : knownPipeWireFormats()) {
+    if (known.subtype == SPA_MEDIA_SUBTYPE_raw) spa_pod_builder_id(&builder, known.format);
+  }
+  spa_pod_builder_pop(&builder, &choice);
+}
+
+FrameRange rangeOf(spa_video_color_range range) {
+  if (range == SPA_VIDEO_COLOR_RANGE_UNKNOWN) return FrameRange::unsaid;
+  return range == SPA_VIDEO_COLOR_RANGE_0_255 ? FrameRange::full : FrameRange::limited;
 }
 
 FrameMatrix matrixOf(spa_video_color_matrix matrix) {
@@ -152,20 +150,38 @@ std::vector<PipeWireMode> parsePipeWireModes(const spa_pod& parameter) {
   if (spa_format_parse(&parameter, &mediaType, &mediaSubtype) < 0 || mediaType != SPA_MEDIA_TYPE_video) return {};
   std::vector<PipeWireMode> modes;
   if (!isReadable(parameter)) return {};
-  const auto rates = ratesOf(parameter);
-  for (const CaptureVideoDimensions size : sizesOf(parameter)) {
-    if (mediaSubtype != SPA_MEDIA_SUBTYPE_raw) {
-      const KnownFormat* encoded = knownFormat(mediaSubtype, SPA_VIDEO_FORMAT_ENCODED);
-      if (encoded) modes.push_back({encoded->subtype, encoded->format, false, size, rates});
-      continue;
+  bool isVariable = false;
+  const auto rates = ratesOf(parameter, isVariable);
+  const bool isEncoded = mediaSubtype != SPA_MEDIA_SUBTYPE_raw;
+  const auto named = valuesOf<std::uint32_t>(parameter, SPA_FORMAT_VIDEO_format, SPA_TYPE_Id).values;
+  const auto add = [&](CaptureVideoDimensions size, const std::optional<CaptureSizeRange>& range) {
+    for (const std::uint32_t format : isEncoded ? std::vector<std::uint32_t>{SPA_VIDEO_FORMAT_ENCODED} : named) {
+      const PipeWireKnownFormat* known = knownPipeWireFormat(mediaSubtype, format);
+      if (!known) continue;
+      const bool isOfDevice = !isEncoded && hasModifier(parameter);
+      modes.push_back({known->subtype, known->format, isOfDevice, size, rates, range, isVariable});
     }
-    for (const std::uint32_t format : valuesOf<std::uint32_t>(parameter, SPA_FORMAT_VIDEO_format, SPA_TYPE_Id).values) {
-      if (const KnownFormat* known = knownFormat(mediaSubtype, format)) {
-        modes.push_back({known->subtype, known->format, hasModifier(parameter), size, rates});
-      }
-    }
-  }
+  };
+  const Sizes sizes = sizesOf(parameter);
+  for (const CaptureVideoDimensions size : sizes.each) add(size, std::nullopt);
+  if (sizes.range) add(sizes.range->largest(), sizes.range);
   return modes;
+}
+
+std::string pipeWireFormatNames(const spa_pod& parameter) {
+  std::uint32_t mediaType = 0;
+  std::uint32_t mediaSubtype = 0;
+  if (spa_format_parse(&parameter, &mediaType, &mediaSubtype) < 0) return {};
+  const auto nameOf = [](const spa_type_info* types, std::uint32_t value) {
+    const char* name = spa_debug_type_find_short_name(types, value);
+    return std::string(name ? name : "unknown");
+  };
+  if (mediaSubtype != SPA_MEDIA_SUBTYPE_raw) return nameOf(spa_type_media_subtype, mediaSubtype);
+  std::string names;
+  for (const std::uint32_t format : valuesOf<std::uint32_t>(parameter, SPA_FORMAT_VIDEO_format, SPA_TYPE_Id).values) {
+    names += (names.empty() ? "" : ", ") + nameOf(spa_type_video_format, format);
+  }
+  return hasModifier(parameter) ? names + " of a device" : names;
 }
 
 std::uint32_t parsePipeWireChannels(const spa_pod& parameter) {
@@ -182,19 +198,27 @@ std::vector<const spa_pod*> buildVideoFormats(spa_pod_builder& builder, const st
   const spa_rectangle size = {static_cast<std::uint32_t>(dimensions.width),
                               static_cast<std::uint32_t>(dimensions.height)};
   const spa_fraction wanted = fractionOf(rate);
-  const auto build = [&](const PipeWireMode& mode, bool isExact) {
+  const spa_rectangle smallest = {1, 1};
+  const spa_rectangle largest = {32767, 32767};
+  // Of raw pictures whose format is not said, all are asked for.
+  const auto build = [&](const PipeWireMode& mode, bool isExact, bool isOfAnySize = false) {
     // The daemon takes any of the rates in between. One that is no fraction of small numbers is met as closely.
+    const bool isNear = isExact && !mode.isVariable;
     const auto thousandths = [&](double part) { return static_cast<std::uint32_t>(rate * part * 1000); };
-    const spa_fraction slowest = isExact ? spa_fraction{thousandths(0.98), 1000} : spa_fraction{0, 1};
-    const spa_fraction fastest = isExact ? spa_fraction{thousandths(1.02), 1000} : spa_fraction{1000, 1};
+    const spa_fraction slowest = isNear ? spa_fraction{thousandths(0.98), 1000} : spa_fraction{0, 1};
+    const spa_fraction fastest = isNear ? spa_fraction{thousandths(1.02), 1000} : spa_fraction{1000, 1};
     spa_pod_frame frame{};
     spa_pod_builder_push_object(&builder, &frame, SPA_TYPE_OBJECT_Format, SPA_PARAM_EnumFormat);
     spa_pod_builder_add(&builder, SPA_FORMAT_mediaType, SPA_POD_Id(SPA_MEDIA_TYPE_video), SPA_FORMAT_mediaSubtype,
-                        SPA_POD_Id(mode.subtype), SPA_FORMAT_VIDEO_size, SPA_POD_Rectangle(&size),
-                        SPA_FORMAT_VIDEO_framerate, SPA_POD_CHOICE_RANGE_Fraction(&wanted, &slowest, &fastest), 0);
-    if (mode.subtype == SPA_MEDIA_SUBTYPE_raw) {
-      spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_format, SPA_POD_Id(mode.format), 0);
+                        SPA_POD_Id(mode.subtype), SPA_FORMAT_VIDEO_framerate,
+                        SPA_POD_CHOICE_RANGE_Fraction(&wanted, &slowest, &fastest), 0);
+    if (isOfAnySize) {
+      spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_size, SPA_POD_CHOICE_RANGE_Rectangle(&size, &smallest, &largest),
+                          0);
+    } else {
+      spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_size, SPA_POD_Rectangle(&size), 0);
     }
+    if (mode.subtype == SPA_MEDIA_SUBTYPE_raw) addFormats(builder, mode.format);
     if (mode.hasModifier) {
       spa_pod_builder_prop(&builder, SPA_FORMAT_VIDEO_modifier, SPA_POD_PROP_FLAG_MANDATORY);
       spa_pod_builder_long(&builder, kLinear);
@@ -209,17 +233,19 @@ std::vector<const spa_pod*> buildVideoFormats(spa_pod_builder& builder, const st
   // Those that have the rate in front.
   std::vector<const spa_pod*> parameters;
   for (const bool isExact : {true, false}) {
-    for (const KnownFormat& known : kKnownFormats) {
+    for (const PipeWireKnownFormat& known : knownPipeWireFormats()) {
       // The CPU reads ordinary memory faster than a device's.
       for (const bool isOfDevice : {false, true}) {
         for (const PipeWireMode& mode : modes) {
           const bool isIt = mode.subtype == known.subtype && mode.format == known.format;
-          if (!isIt || mode.hasModifier != isOfDevice || mode.dimensions != dimensions || has(mode) != isExact)
-            continue;
+          if (!isIt || mode.hasModifier != isOfDevice || !hasSize(mode, dimensions) || has(mode) != isExact) continue;
           parameters.push_back(build(mode, isExact));
         }
       }
     }
+  }
+  for (const auto subtype : {SPA_MEDIA_SUBTYPE_raw, SPA_MEDIA_SUBTYPE_mjpg, SPA_MEDIA_SUBTYPE_h264}) {
+    parameters.push_back(build({.subtype = subtype}, false, true));
   }
   return parameters;
 }
@@ -260,11 +286,12 @@ std::optional<PipeWireAgreement> parseAgreedVideoFormat(const spa_pod& parameter
     if (mediaSubtype != SPA_MEDIA_SUBTYPE_raw || spa_format_video_raw_parse(&parameter, &info) < 0) {
       return std::nullopt;
     }
-    const KnownFormat* known = knownFormat(mediaSubtype, info.format);
+    const PipeWireKnownFormat* known = knownPipeWireFormat(mediaSubtype, info.format);
     if (!known) return std::nullopt;
     frame.layout = known->layout;
     frame.matrix = matrixOf(info.color_matrix);
-    frame.isFullRange = info.color_range == SPA_VIDEO_COLOR_RANGE_0_255;
+    frame.packed = known->packed;
+    frame.range = rangeOf(info.color_range);
     size = info.size;
     agreed = info.framerate;
   }
@@ -279,7 +306,7 @@ RawFrame::Plane pipeWirePlane(const spa_data& data) {
   if (!data.data || !data.chunk) return {};
   const std::uint32_t offset = std::min(data.chunk->offset, data.maxsize);
   return {static_cast<const std::uint8_t*>(data.data) + offset, std::min(data.chunk->size, data.maxsize - offset),
-          static_cast<std::size_t>(std::max(data.chunk->stride, 0))};
+          static_cast<std::size_t>(std::abs(std::int64_t{data.chunk->stride}))};
 }
 
 std::string pipeWireFormatName(const spa_pod& parameter) {

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "Platform/Capture/Private/CameraModes.h"
 #include "Platform/Capture/Private/CaptureDriver.h"
 #include "Platform/Capture/Private/FrameConversion.h"
 
@@ -22,8 +23,10 @@ struct PipeWireMode {
   spa_media_subtype subtype = SPA_MEDIA_SUBTYPE_raw;
   spa_video_format format = SPA_VIDEO_FORMAT_UNKNOWN;  // of raw pictures
   bool hasModifier = false;  ///< memory of a device, in rows one after the other (DRM_FORMAT_MOD_LINEAR)
-  CaptureVideoDimensions dimensions;
-  std::vector<CaptureFrameRateRange> rates;
+  CaptureVideoDimensions dimensions = {};
+  std::vector<CaptureFrameRateRange> rates = {};
+  std::optional<CaptureSizeRange> sizes = {};  ///< where it has all of a range, the largest of which `dimensions` are
+  bool isVariable = false;                     ///< it goes at no steady rate
 };
 
 /// How a camera delivers from now on.
@@ -41,7 +44,11 @@ std::vector<PipeWireMode> parsePipeWireModes(const spa_pod& parameter);
 /// How many channels a microphone's format parameter names; 0 when it does not.
 std::uint32_t parsePipeWireChannels(const spa_pod& parameter);
 
-/// The parameters to ask for, best first, for one size and rate.
+/// The names of the formats in one parameter of a camera.
+std::string pipeWireFormatNames(const spa_pod& parameter);
+
+/// The parameters to ask for, best first, for one size and rate. Behind those that the modes can meet there are others
+/// for any size and rate, by which a camera may go over to what it had not offered.
 std::vector<const spa_pod*> buildVideoFormats(spa_pod_builder& builder, const std::vector<PipeWireMode>& modes,
                                               CaptureVideoDimensions dimensions, double rate);
 const spa_pod* buildAudioFormat(spa_pod_builder& builder, const AudioFormat& format);
@@ -49,7 +56,8 @@ const spa_pod* buildAudioFormat(spa_pod_builder& builder, const AudioFormat& for
 /// The layout, matrix and range of what was agreed on; nothing when it is none of ours.
 std::optional<PipeWireAgreement> parseAgreedVideoFormat(const spa_pod& parameter, double& rate);
 
-/// What a buffer's block holds; nothing when it is not mapped. A stride of 0 is one that the node does not say.
+/// What a buffer's block holds; nothing when it is not mapped. A stride of 0 is one that the node does not say; of a
+/// negative one it is how far the row before is.
 RawFrame::Plane pipeWirePlane(const spa_data& data);
 
 /// The names of a video format and of a kind of memory, as PipeWire has them: "YUY2", "MemFd".

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "Platform/Capture/Private/CameraModes.h"
+#include "Platform/Foundation/JSONString.h"
 
 namespace tavrel {
 namespace {
@@ -32,16 +33,22 @@ PipeWireNodeKind pipeWireNodeKindOf(const char* mediaClass) {
   return PipeWireNodeKind::none;
 }
 
+std::string pipeWireNameOf(const PipeWireProperties& properties) {
+  std::string name;
+  for (const char* key : {PW_KEY_NODE_NAME, PW_KEY_NODE_NICK, PW_KEY_NODE_DESCRIPTION}) {
+    if (const std::string text = valueOf(properties, key); !text.empty()) name = text;
+  }
+  return plainText(name);
+}
+
 CaptureDeviceDescription describePipeWireNode(const std::string& name, PipeWireNodeKind kind,
                                               const PipeWireProperties& properties,
                                               const std::vector<PipeWireMode>& modes, std::uint32_t channels,
                                               double largestZoom) {
   CaptureDeviceDescription description;
   const bool isMonitor = kind == PipeWireNodeKind::monitor;
-  description.uniqueID = fmt::format("pipewire:{}{}", name, isMonitor ? kMonitorSuffix : "");
-  for (const char* key : {PW_KEY_NODE_NAME, PW_KEY_NODE_NICK, PW_KEY_NODE_DESCRIPTION}) {
-    if (const std::string text = valueOf(properties, key); !text.empty()) description.localizedName = text;
-  }
+  description.uniqueID = fmt::format("pipewire:{}{}", plainText(name), isMonitor ? kMonitorSuffix : "");
+  description.localizedName = pipeWireNameOf(properties);
   if (isMonitor) description.localizedName = "Monitor of " + description.localizedName;
   description.backendName = "pipewire";
   description.isMonitor = isMonitor;

@@ -18,6 +18,9 @@ inline constexpr const char* kFeedProcessKey = "tavrel.process";
 /// By the node's media class, which may be nullptr.
 PipeWireNodeKind pipeWireNodeKindOf(const char* mediaClass);
 
+/// By which people know a node.
+std::string pipeWireNameOf(const PipeWireProperties& properties);
+
 /// The device that a node is. Sound has the number of `channels` that the node offers, at most two.
 CaptureDeviceDescription describePipeWireNode(const std::string& name, PipeWireNodeKind kind,
                                               const PipeWireProperties& properties,

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "Platform/Capture/CaptureError.h"
+#include "Platform/Capture/Private/FrameShape.h"
 
 namespace tavrel {
 namespace {
@@ -133,12 +134,17 @@ RawFrame::Plane PipeWirePictures::planeOf(const pw_buffer& buffer, std::uint32_t
     const std::size_t offset = std::min<std::size_t>(std::size_t{data.mapoffset} + data.chunk->offset, length);
     plane = {static_cast<const std::uint8_t*>(address) + offset,
              std::min<std::size_t>(data.chunk->size, length - offset),
-             static_cast<std::size_t>(std::max(data.chunk->stride, 0))};
+             static_cast<std::size_t>(std::abs(std::int64_t{data.chunk->stride}))};
     // Of device memory many say no size, or just that there is something.
     const bool isEncoded = frame_.layout == FrameLayout::mjpeg || frame_.layout == FrameLayout::h264;
     if (data.type == SPA_DATA_DmaBuf && !isEncoded && plane.byteCount > 0) plane.byteCount = length - offset;
   }
-  return plane;
+  if (!plane.bytes || data.chunk->stride >= 0) return plane;
+  // Rows from the bottom up may be told by where the last one begins, which is the first of the picture.
+  const std::size_t rows = FrameShape::of(frame_).rows(number, static_cast<std::size_t>(frame_.height));
+  const std::size_t above = plane.bytesPerRow * (rows - 1);
+  if (!data.data || std::min(data.chunk->offset, data.maxsize) < above) return plane;
+  return {plane.bytes - above, plane.byteCount + above, plane.bytesPerRow};
 }
 
 Expected<std::shared_ptr<PixelBuffer>> PipeWirePictures::convert(const spa_buffer& buffer) {
@@ -178,7 +184,8 @@ Expected<std::shared_ptr<SampleBuffer>> PipeWirePictures::pictureOf(const pw_buf
   if (!pool_) return failure(CaptureErrorCode::damagedFrame, "a picture came before its format");
   frame_.bytes = first.bytes;
   frame_.byteCount = first.byteCount;
-  frame_.bytesPerRow = std::max(first.bytesPerRow, FrameConverter::tightRow(frame_.layout, frame_.width));
+  frame_.bytesPerRow = std::max(first.bytesPerRow, FrameConverter::tightRow(frame_));
+  frame_.isBottomUp = buffer.buffer->datas[0].chunk->stride < 0;
   for (std::uint32_t i = 0; i < frame_.chroma.size(); ++i) {
     frame_.chroma.at(i) = i + 1 < buffer.buffer->n_datas ? planeOf(buffer, i + 1) : RawFrame::Plane();
   }

@@ -149,7 +149,10 @@ void V4L2Backend::scan(const std::optional<std::set<std::string>>& changed) {
   }
   {
     const std::lock_guard lock(mutex_);
-    std::erase_if(denied_, [&](const auto& path) { return std::ranges::find(paths, path) == paths.end(); });
+    const auto isGone = [&](const std::string& path) { return std::ranges::find(paths, path) == paths.end(); };
+    std::erase_if(denied_, isGone);
+    std::erase_if(unreadable_, [&](const auto& each) { return isGone(each.first); });
+    hasCameras_ = !present.empty();
   }
   const auto before = std::exchange(drivers_, present);
   for (const auto& driver : before) {
@@ -176,7 +179,17 @@ std::shared_ptr<V4L2Driver> V4L2Backend::probe(const std::string& path,
     if (code != 0) return code == EBUSY ? driverAt(path) : nullptr;
     capabilities = probeV4L2(node);
   }
-  if (!capabilities) return nullptr;
+  {
+    const std::lock_guard lock(mutex_);
+    unreadable_.erase(path);
+    if (!capabilities) return nullptr;
+    if (capabilities->modes.empty()) {
+      if (!capabilities->unreadable.empty()) {
+        unreadable_.insert({path, unreadableError(capabilities->card, capabilities->unreadable)});
+      }
+      return nullptr;
+    }
+  }
   CaptureDeviceDescription description;
   const std::string serial = calls_.serialNumber ? calls_.serialNumber(path) : std::string();
   const std::string base = fmt::format("v4l2:{}:{}", serial.empty() ? capabilities->bus : serial, capabilities->card);
@@ -201,8 +214,9 @@ CaptureAuthorizationStatus V4L2Backend::authorizationStatus(MediaType mediaType)
 
 std::optional<Error> V4L2Backend::problem() const {
   const std::lock_guard lock(mutex_);
-  if (denied_.empty()) return std::nullopt;
-  return v4l2Error(EACCES, "cannot open " + *denied_.begin());
+  if (!denied_.empty()) return v4l2Error(EACCES, "cannot open " + *denied_.begin());
+  if (hasCameras_ || unreadable_.empty()) return std::nullopt;
+  return unreadable_.begin()->second;
 }
 
 }  // namespace tavrel

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -47,7 +48,9 @@ class V4L2Backend : public CaptureBackend {
   CaptureBackendObserver* observer_ = nullptr;
   std::vector<std::shared_ptr<V4L2Driver>> drivers_;  // on one thread at a time: first start's, then the watch's
   mutable std::mutex mutex_;
-  std::set<std::string> denied_;  // paths of nodes that may not be opened
+  std::set<std::string> denied_;             // paths of nodes that may not be opened
+  std::map<std::string, Error> unreadable_;  // by the path: cameras of no format of ours
+  bool hasCameras_ = false;
   int wake_ = -1;
   std::jthread thread_;
 };

@@ -10,6 +10,7 @@
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/Private/FrameRates.h"
 #include "Platform/Capture/V4L2/Private/V4L2Driver.h"
+#include "Platform/Capture/V4L2/Private/V4L2Formats.h"
 
 namespace tavrel {
 namespace {
@@ -25,9 +26,10 @@ FrameMatrix matrixOf(const V4L2Format& format) {
   }
 }
 
-bool isFullRange(const V4L2Format& format) {
-  if (format.quantization != V4L2_QUANTIZATION_DEFAULT) return format.quantization == V4L2_QUANTIZATION_FULL_RANGE;
-  return format.colorspace == V4L2_COLORSPACE_JPEG || format.pixelFormat == V4L2_PIX_FMT_GREY;
+FrameRange rangeOf(const V4L2Format& format) {
+  if (format.quantization == V4L2_QUANTIZATION_LIM_RANGE) return FrameRange::limited;
+  const bool isFull = format.quantization == V4L2_QUANTIZATION_FULL_RANGE || format.colorspace == V4L2_COLORSPACE_JPEG;
+  return isFull ? FrameRange::full : FrameRange::unsaid;
 }
 
 }  // namespace
@@ -85,7 +87,7 @@ Expected<void> V4L2Driver::open(CaptureRun run) {
 
 Expected<void> V4L2Driver::prepare(const CaptureRun& run) {
   takesJpegOnly_ = false;
-  const V4L2Mode* mode = capabilities_.modeFor(run.format->dimensions, run.frameRate);
+  const auto mode = capabilities_.modeFor(run.format->dimensions, run.frameRate);
   if (!mode)
     return failure(CaptureErrorCode::unsupportedFormat,
                    fmt::format("{} has no such format", description_.localizedName));
@@ -114,7 +116,7 @@ Expected<void> V4L2Driver::configure(const V4L2Mode& mode, double framesPerSecon
 
 // The bus has no room for raw pictures, as when two cameras share it.
 Expected<void> V4L2Driver::startJpeg(const CaptureRun& run, Expected<void> refusal) {
-  const V4L2Mode* mode = capabilities_.jpegModeFor(run.format->dimensions);
+  const auto mode = capabilities_.jpegModeFor(run.format->dimensions);
   if (!mode || frame_.layout == FrameLayout::mjpeg) return refusal;
   takesJpegOnly_ = true;
   buffers_ = nullptr;
@@ -145,10 +147,11 @@ Expected<void> V4L2Driver::chooseFormat(const V4L2Mode& mode) {
   frame_.width = static_cast<int>(chosen.width);
   frame_.height = static_cast<int>(chosen.height);
   frame_.matrix = matrixOf(chosen);
-  frame_.isFullRange = isFullRange(chosen);
+  frame_.range = rangeOf(chosen);
+  if (const V4L2KnownFormat* known = knownV4L2Format(mode.pixelFormat)) frame_.packed = known->packed;
   pixelFormat_ = mode.pixelFormat;
   bytesPerRow_ = chosen.bytesPerRow;
-  frame_.bytesPerRow = std::max<std::size_t>(bytesPerRow_[0], FrameConverter::tightRow(mode.layout, frame_.width));
+  frame_.bytesPerRow = std::max<std::size_t>(bytesPerRow_[0], FrameConverter::tightRow(frame_));
   auto pool = PixelBufferPool::create(chosen.width, chosen.height, PixelFormat::bgra32);
   if (!pool) return tl::unexpected(pool.error());
   pool_ = std::move(*pool);
@@ -172,10 +175,10 @@ void V4L2Driver::chooseRate(double framesPerSecond) {
 }
 
 void V4L2Driver::recordDelivery() {
-  std::string name;
-  for (int shift = 0; shift < 32; shift += 8) name += static_cast<char>(pixelFormat_ >> shift & 0x7F);
-  delivery_.begin(
-      {.format = name, .dimensions = {frame_.width, frame_.height}, .framesPerSecond = frameRate_, .memory = "mmap"});
+  delivery_.begin({.format = nameOfV4L2Format(pixelFormat_),
+                   .dimensions = {frame_.width, frame_.height},
+                   .framesPerSecond = frameRate_,
+                   .memory = "mmap"});
 }
 
 Expected<void> V4L2Driver::mapBuffers() {
@@ -194,6 +197,7 @@ Expected<void> V4L2Driver::startStream() {
     node_->control(VIDIOC_SUBSCRIBE_EVENT, &changes);
   }
   lastSequence_.reset();
+  stamps_ = {};
   errorsInARow_ = 0;
   recordDelivery();
   return {};

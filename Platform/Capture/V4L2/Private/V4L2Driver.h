@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Platform/Capture/Private/CaptureDriver.h"
+#include "Platform/Capture/Private/CaptureTimes.h"
 #include "Platform/Capture/Private/DeliveryRecord.h"
 #include "Platform/Capture/V4L2/Private/V4L2Buffers.h"
 #include "Platform/Capture/V4L2/Private/V4L2Controls.h"
@@ -37,6 +38,9 @@ class V4L2Driver : public CaptureDriver {
 
   const CaptureDeviceDescription& description() const override { return description_; }
   CaptureCapabilities capabilities() const override { return capabilities_.controls(); }
+  std::shared_ptr<const CaptureDeviceFormat> formatOfSize(CaptureVideoDimensions dimensions) override {
+    return coveringFormat(capabilities_.modes, dimensions, capabilities_.largestZoom());
+  }
   Expected<void> checkAvailable() override;
   Expected<void> open(CaptureRun run) override;
   void close() override;
@@ -92,6 +96,7 @@ class V4L2Driver : public CaptureDriver {
   std::shared_ptr<PixelBufferPool> pool_;
   FrameConverter converter_;
   DeliveryRecord delivery_;
+  CaptureStamps stamps_;
   std::optional<std::uint32_t> lastSequence_;
   int errorsInARow_ = 0;
   std::jthread thread_;

@@ -65,7 +65,7 @@ std::optional<Error> V4L2Driver::dequeue() {
 
 void V4L2Driver::deliver(const V4L2FilledBuffer& buffer) {
   const bool isMonotonic = (buffer.flags & V4L2_BUF_FLAG_TIMESTAMP_MASK) == V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
-  const auto age = ageOfCapture(isMonotonic ? buffer.nanoseconds : 0);
+  const auto age = stamps_.ageOf(isMonotonic ? buffer.nanoseconds : 0);
   const MediaTime time = captureTimeOf(age);
   const SampleTiming timing = {frameDurationOf(frameRate_), time, MediaTime::invalid()};
   reportGap(buffer.sequence, time);
@@ -105,8 +105,7 @@ void V4L2Driver::reportGap(std::uint32_t sequence, const MediaTime& time) {
 std::optional<Error> V4L2Driver::changeRate(double framesPerSecond) {
   if (!stopStream()) return refused("does not stop");
   const CaptureVideoDimensions size = {frame_.width, frame_.height};
-  const V4L2Mode* mode =
-      takesJpegOnly_ ? capabilities_.jpegModeFor(size) : capabilities_.modeFor(size, framesPerSecond);
+  const auto mode = takesJpegOnly_ ? capabilities_.jpegModeFor(size) : capabilities_.modeFor(size, framesPerSecond);
   const bool isOtherFormat = mode && mode->pixelFormat != pixelFormat_;
   if (isOtherFormat) {
     buffers_ = nullptr;

@@ -6,46 +6,17 @@
 #include <system_error>
 
 #include "Platform/Capture/CaptureError.h"
-#include "Platform/Capture/Private/CameraModes.h"
+#include "Platform/Capture/V4L2/Private/V4L2Formats.h"
 #include "Platform/Capture/V4L2/Private/V4L2Probe.h"
 #include "Platform/Capture/V4L2/Private/V4L2Signal.h"
+#include "Platform/Foundation/JSONString.h"
 
 namespace tavrel {
 namespace {
 
-struct KnownFormat {
-  std::uint32_t pixelFormat;
-  FrameLayout layout;
-};
-
-/// Cheapest first; without colour only where there is nothing else.
-constexpr KnownFormat kKnownFormats[] = {
-    {V4L2_PIX_FMT_ABGR32, FrameLayout::bgra},  {V4L2_PIX_FMT_XBGR32, FrameLayout::bgra},
-    {V4L2_PIX_FMT_BGR32, FrameLayout::bgra},   {V4L2_PIX_FMT_NV12, FrameLayout::nv12},
-    {V4L2_PIX_FMT_NV12M, FrameLayout::nv12},   {V4L2_PIX_FMT_NV21, FrameLayout::nv21},
-    {V4L2_PIX_FMT_NV21M, FrameLayout::nv21},   {V4L2_PIX_FMT_YUV420, FrameLayout::i420},
-    {V4L2_PIX_FMT_YUV420M, FrameLayout::i420}, {V4L2_PIX_FMT_YVU420, FrameLayout::yv12},
-    {V4L2_PIX_FMT_YVU420M, FrameLayout::yv12}, {V4L2_PIX_FMT_YUYV, FrameLayout::yuyv},
-    {V4L2_PIX_FMT_UYVY, FrameLayout::uyvy},    {V4L2_PIX_FMT_YVYU, FrameLayout::yvyu},
-    {V4L2_PIX_FMT_NV16, FrameLayout::nv16},    {V4L2_PIX_FMT_NV16M, FrameLayout::nv16},
-    {V4L2_PIX_FMT_BGR24, FrameLayout::bgr24},  {V4L2_PIX_FMT_RGB24, FrameLayout::rgb24},
-    {V4L2_PIX_FMT_MJPEG, FrameLayout::mjpeg},  {V4L2_PIX_FMT_JPEG, FrameLayout::mjpeg},
-    {V4L2_PIX_FMT_H264, FrameLayout::h264},    {V4L2_PIX_FMT_GREY, FrameLayout::gray8},
-};
-
 constexpr std::size_t kMostEntries = 256;
 /// A zoom control that starts at 0 does not say what its numbers mean; its end is taken for this factor.
 constexpr double kZoomOfUnknownScale = 4;
-
-const KnownFormat* knownFormat(std::uint32_t pixelFormat) {
-  const auto* found = std::find_if(std::begin(kKnownFormats), std::end(kKnownFormats),
-                                   [&](const KnownFormat& known) { return known.pixelFormat == pixelFormat; });
-  return found != std::end(kKnownFormats) ? found : nullptr;
-}
-
-std::size_t costOf(const V4L2Mode& mode) {
-  return static_cast<std::size_t>(knownFormat(mode.pixelFormat) - kKnownFormats);
-}
 
 double rateOf(const v4l2_fract& interval) {
   return interval.numerator > 0 ? static_cast<double>(interval.denominator) / interval.numerator : 0;
@@ -81,56 +52,57 @@ std::vector<CaptureFrameRateRange> ratesOf(const V4L2Descriptor& node, std::uint
 }
 
 std::vector<CaptureVideoDimensions> sizesOf(const V4L2Descriptor& node, std::uint32_t bufferType,
-                                            std::uint32_t pixelFormat) {
+                                            std::uint32_t pixelFormat, std::optional<CaptureSizeRange>& range) {
   std::vector<CaptureVideoDimensions> sizes;
+  const auto dimensions = [](std::uint32_t width, std::uint32_t height) {
+    constexpr std::uint32_t kMost = 1U << 15;
+    return CaptureVideoDimensions{static_cast<int>(std::min(width, kMost)), static_cast<int>(std::min(height, kMost))};
+  };
   for (std::uint32_t index = 0; index < kMostEntries; ++index) {
     v4l2_frmsizeenum size{};
     size.index = index;
     size.pixel_format = pixelFormat;
     if (!node.control(VIDIOC_ENUM_FRAMESIZES, &size)) break;
     if (size.type == V4L2_FRMSIZE_TYPE_DISCRETE) {
-      sizes.push_back({static_cast<int>(size.discrete.width), static_cast<int>(size.discrete.height)});
+      sizes.push_back(dimensions(size.discrete.width, size.discrete.height));
       continue;
     }
-    const auto fits = [](int value, std::uint32_t least, std::uint32_t most, std::uint32_t step) {
-      return std::cmp_greater_equal(value, least) && std::cmp_less_equal(value, most) &&
-             (static_cast<std::uint32_t>(value) - least) % std::max(1U, step) == 0;
-    };
-    for (const CaptureVideoDimensions usual : kUsualSizes) {
-      const v4l2_frmsize_stepwise& steps = size.stepwise;
-      if (fits(usual.width, steps.min_width, steps.max_width, steps.step_width) &&
-          fits(usual.height, steps.min_height, steps.max_height, steps.step_height)) {
-        sizes.push_back(usual);
-      }
-    }
+    const v4l2_frmsize_stepwise& steps = size.stepwise;
+    range = sizeRangeOf(dimensions(steps.min_width, steps.min_height), dimensions(steps.max_width, steps.max_height),
+                        dimensions(steps.step_width, steps.step_height));
+    if (range) sizes = usualSizesIn(*range);
     break;
   }
   // Where the source chooses the size, there is only the present one.
-  if (V4L2Format format; sizes.empty() && exchangeFormat(node, VIDIOC_G_FMT, bufferType, format)) {
+  if (V4L2Format format; sizes.empty() && !range && exchangeFormat(node, VIDIOC_G_FMT, bufferType, format)) {
     const bool isPresent = format.pixelFormat == pixelFormat;
     format.pixelFormat = pixelFormat;
     if (isPresent || (exchangeFormat(node, VIDIOC_TRY_FMT, bufferType, format) && format.pixelFormat == pixelFormat)) {
-      sizes.push_back({static_cast<int>(format.width), static_cast<int>(format.height)});
+      sizes.push_back(dimensions(format.width, format.height));
     }
   }
   return sizes;
 }
 
-std::vector<V4L2Mode> modesOf(const V4L2Descriptor& node, std::uint32_t bufferType) {
-  std::vector<V4L2Mode> modes;
+void probeModes(const V4L2Descriptor& node, V4L2Capabilities& found) {
   for (std::uint32_t index = 0; index < kMostEntries; ++index) {
     v4l2_fmtdesc description{};
     description.index = index;
-    description.type = bufferType;
+    description.type = found.bufferType;
     if (!node.control(VIDIOC_ENUM_FMT, &description)) break;
-    const KnownFormat* known = knownFormat(description.pixelformat);
-    if (!known) continue;
-    for (const CaptureVideoDimensions size : sizesOf(node, bufferType, known->pixelFormat)) {
-      if (size.width < 1 || size.height < 1) continue;
-      modes.push_back({known->pixelFormat, known->layout, size, ratesOf(node, known->pixelFormat, size)});
+    const V4L2KnownFormat* known = knownV4L2Format(description.pixelformat);
+    if (!known) {
+      found.unreadable += (found.unreadable.empty() ? "" : ", ") + nameOfV4L2Format(description.pixelformat);
+      continue;
     }
+    std::optional<CaptureSizeRange> range;
+    const auto add = [&](CaptureVideoDimensions size, const std::optional<CaptureSizeRange>& sizes) {
+      if (size.width < 1 || size.height < 1) return;
+      found.modes.push_back({known->pixelFormat, known->layout, size, ratesOf(node, known->pixelFormat, size), sizes});
+    };
+    for (const auto size : sizesOf(node, found.bufferType, known->pixelFormat, range)) add(size, std::nullopt);
+    if (range) add(range->largest(), range);
   }
-  return modes;
 }
 
 V4L2ControlRange rangeOf(const V4L2Descriptor& node, std::uint32_t identity) {
@@ -259,14 +231,13 @@ std::optional<V4L2Capabilities> probeV4L2(const V4L2Descriptor& node) {
   if ((offered & kCaptures) == 0 || (offered & V4L2_CAP_STREAMING) == 0) return std::nullopt;
   const auto text = [](const std::uint8_t* bytes, std::size_t size) {
     const auto* characters = static_cast<const char*>(static_cast<const void*>(bytes));
-    return std::string(characters, strnlen(characters, size));
+    return plainText(std::string_view(characters, strnlen(characters, size)));
   };
   V4L2Capabilities found;
   found.card = text(capability.card, sizeof capability.card);
   found.bus = text(capability.bus_info, sizeof capability.bus_info);
   if ((offered & V4L2_CAP_VIDEO_CAPTURE) == 0) found.bufferType = V4L2_BUF_TYPE_VIDEO_CAPTURE_MPLANE;
-  found.modes = modesOf(node, found.bufferType);
-  if (found.modes.empty()) return std::nullopt;
+  probeModes(node, found);
   for (v4l2_input input{}; input.index < kMostEntries && node.control(VIDIOC_ENUMINPUT, &input);) {
     found.inputs.push_back(
         {input.index, text(input.name, sizeof input.name), (input.capabilities & V4L2_IN_CAP_DV_TIMINGS) != 0});
@@ -296,25 +267,29 @@ double V4L2Capabilities::largestZoom() const {
   return zoom.minimum > 0 ? static_cast<double>(zoom.maximum) / zoom.minimum : kZoomOfUnknownScale;
 }
 
-const V4L2Mode* V4L2Capabilities::jpegModeFor(CaptureVideoDimensions dimensions) const {
-  const auto found = std::find_if(modes.begin(), modes.end(), [&](const V4L2Mode& mode) {
-    return mode.layout == FrameLayout::mjpeg && mode.dimensions == dimensions;
-  });
-  return found != modes.end() ? &*found : nullptr;
+std::optional<V4L2Mode> V4L2Capabilities::jpegModeFor(CaptureVideoDimensions dimensions) const {
+  for (V4L2Mode mode : modes) {
+    if (mode.layout != FrameLayout::mjpeg || !hasSize(mode, dimensions)) continue;
+    mode.dimensions = dimensions;
+    return mode;
+  }
+  return std::nullopt;
 }
 
-const V4L2Mode* V4L2Capabilities::modeFor(CaptureVideoDimensions dimensions, double rate) const {
-  const V4L2Mode* best = nullptr;
+std::optional<V4L2Mode> V4L2Capabilities::modeFor(CaptureVideoDimensions dimensions, double rate) const {
+  std::optional<V4L2Mode> best;
   double bestRate = 0;
   for (const V4L2Mode& mode : modes) {
-    if (mode.dimensions != dimensions) continue;
+    if (!hasSize(mode, dimensions)) continue;
     const double reached = std::min(rate, mode.rates.back().maxFrameRate);
     const bool isFaster = reached > bestRate + 0.5;
-    const bool isCheaper = best && reached > bestRate - 0.5 && costOf(mode) < costOf(*best);
+    const bool isCheaper =
+        best && reached > bestRate - 0.5 && costOfV4L2Format(mode.pixelFormat) < costOfV4L2Format(best->pixelFormat);
     if (best && !isFaster && !isCheaper) continue;
-    best = &mode;
+    best = mode;
     bestRate = reached;
   }
+  if (best) best->dimensions = dimensions;
   return best;
 }
 

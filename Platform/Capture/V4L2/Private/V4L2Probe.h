@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Platform/Capture/Private/CameraModes.h"
 #include "Platform/Capture/Private/CaptureDriver.h"
 #include "Platform/Capture/Private/FrameConversion.h"
 #include "Platform/Capture/V4L2/Private/V4L2SystemCalls.h"
@@ -57,12 +58,13 @@ struct V4L2Input {
   bool hasTimings = false;  ///< a digital one, whose source chooses size and rate
 };
 
-/// One pixel format at one size, with its rates.
+/// One pixel format at one size, with its rates, or at those of a range, with the rates of the largest.
 struct V4L2Mode {
   std::uint32_t pixelFormat = 0;
   FrameLayout layout = FrameLayout::yuyv;
   CaptureVideoDimensions dimensions;
   std::vector<CaptureFrameRateRange> rates;
+  std::optional<CaptureSizeRange> sizes = {};  ///< where it has all of a range
 };
 
 /// A control that the driver has.
@@ -79,6 +81,7 @@ struct V4L2Capabilities {
   std::string bus;
   std::uint32_t bufferType = V4L2_BUF_TYPE_VIDEO_CAPTURE;
   std::vector<V4L2Mode> modes;
+  std::string unreadable;         ///< names of the formats that we cannot read
   std::vector<V4L2Input> inputs;  ///< none where the driver knows of none
   V4L2ControlRange focusAuto;
   V4L2ControlRange focusStart;
@@ -97,8 +100,8 @@ struct V4L2Capabilities {
   CaptureCapabilities controls() const;
   double largestZoom() const;
   /// The mode of that size that reaches the rate at the least cost; of several the one with the fastest rate.
-  const V4L2Mode* modeFor(CaptureVideoDimensions dimensions, double rate) const;
-  const V4L2Mode* jpegModeFor(CaptureVideoDimensions dimensions) const;
+  std::optional<V4L2Mode> modeFor(CaptureVideoDimensions dimensions, double rate) const;
+  std::optional<V4L2Mode> jpegModeFor(CaptureVideoDimensions dimensions) const;
 };
 
 /// Controls of cameras that focus and expose by a part of the picture; the kernel's headers have them since 6.16.
@@ -109,7 +112,7 @@ inline constexpr int kV4L2RegionForFocus = 1 << 3;
 /// Reads or writes (`request`) the region; `which` is its present value or another one. False with `errno`.
 bool exchangeV4L2Region(const V4L2Descriptor& node, unsigned long request, std::uint32_t which, v4l2_rect& region);
 
-/// Asks a node, and changes nothing. Nothing when it is no camera that we can read.
+/// Asks a node, and changes nothing. Nothing when it is no camera; without modes when it has none that we can read.
 std::optional<V4L2Capabilities> probeV4L2(const V4L2Descriptor& node);
 /// "what: the system's reason". A case of `CaptureErrorCode` where there is one for it, else of the domain "posix".
 Error v4l2Error(int code, const std::string& what);

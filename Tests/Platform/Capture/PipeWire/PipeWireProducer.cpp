@@ -17,7 +17,8 @@
 namespace tavrel::test {
 namespace {
 
-constexpr int kFramesPerSecond = 30;
+/// Of a camera without a steady rate.
+constexpr int kUsualRate = 30;
 
 }  // namespace
 
@@ -63,12 +64,12 @@ PipeWireProducer::PipeWireProducer(Kind kind) : kind_(std::move(kind)) {
       pw_thread_loop_get_loop(loop_),
       [](void* data, std::uint64_t) {
         auto* self = static_cast<PipeWireProducer*>(data);
-        if (pw_stream_get_state(self->stream_, nullptr) == PW_STREAM_STATE_STREAMING) {
+        if (!self->isPaused_ && pw_stream_get_state(self->stream_, nullptr) == PW_STREAM_STATE_STREAMING) {
           pw_stream_trigger_process(self->stream_);
         }
       },
       this);
-  timespec interval{0, 1'000'000'000 / kFramesPerSecond};
+  timespec interval{0, 1'000'000'000 / (kind_.framesPerSecond > 0 ? kind_.framesPerSecond : kUsualRate)};
   pw_loop_update_timer(pw_thread_loop_get_loop(loop_), timer_, &interval, &interval, false);
   pw_thread_loop_start(loop_);
 }
@@ -84,17 +85,39 @@ PipeWireProducer::~PipeWireProducer() {
 }
 
 std::size_t PipeWireProducer::stride() const {
+  if (kind_.rowBytes > 0) return kind_.rowBytes;
   return static_cast<std::size_t>(kind_.width) * (planeCount() == 2 ? 1 : 4) + kind_.padding;
 }
 
 const spa_pod* PipeWireProducer::formatOf(spa_pod_builder& builder, bool hasModifiers) const {
   const spa_rectangle size = {static_cast<std::uint32_t>(kind_.width), static_cast<std::uint32_t>(kind_.height)};
-  const spa_fraction rate = {kFramesPerSecond, 1};
+  const spa_fraction rate = {static_cast<std::uint32_t>(kind_.framesPerSecond), 1};
+  const spa_fraction most = {static_cast<std::uint32_t>(kind_.mostPerSecond), 1};
   spa_pod_frame frame{};
   spa_pod_builder_push_object(&builder, &frame, SPA_TYPE_OBJECT_Format, SPA_PARAM_EnumFormat);
   spa_pod_builder_add(&builder, SPA_FORMAT_mediaType, SPA_POD_Id(SPA_MEDIA_TYPE_video), SPA_FORMAT_mediaSubtype,
-                      SPA_POD_Id(kind_.isH264 ? SPA_MEDIA_SUBTYPE_h264 : SPA_MEDIA_SUBTYPE_raw), SPA_FORMAT_VIDEO_size,
-                      SPA_POD_Rectangle(&size), SPA_FORMAT_VIDEO_framerate, SPA_POD_Fraction(&rate), 0);
+                      SPA_POD_Id(kind_.isH264 ? SPA_MEDIA_SUBTYPE_h264 : SPA_MEDIA_SUBTYPE_raw), 0);
+  if (kind_.sizes) {
+    const auto& [least, largest, step] = *kind_.sizes;
+    if (step.width == 0) {
+      spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_size, SPA_POD_CHOICE_RANGE_Rectangle(&size, &least, &largest), 0);
+    } else {
+      spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_size,
+                          SPA_POD_CHOICE_STEP_Rectangle(&size, &least, &largest, &step), 0);
+    }
+  } else {
+    spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_size, SPA_POD_Rectangle(&size), 0);
+  }
+  if (kind_.rates) {
+    spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_framerate,
+                        SPA_POD_CHOICE_RANGE_Fraction(&rate, &kind_.rates->least, &kind_.rates->most), 0);
+  } else {
+    spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_framerate, SPA_POD_Fraction(&rate), 0);
+  }
+  if (kind_.mostPerSecond > 0) spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_maxFramerate, SPA_POD_Fraction(&most), 0);
+  if (kind_.range != SPA_VIDEO_COLOR_RANGE_UNKNOWN) {
+    spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_colorRange, SPA_POD_Id(kind_.range), 0);
+  }
   if (!kind_.isH264) spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_format, SPA_POD_Id(kind_.format), 0);
   if (hasModifiers) {
     spa_pod_frame choice{};
@@ -126,7 +149,26 @@ const spa_pod* PipeWireProducer::propertyOf(spa_pod_builder& builder, const Prop
   return static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &frame));
 }
 
+void PipeWireProducer::change(spa_video_format format, int width, int height) {
+  pw_thread_loop_lock(loop_);
+  kind_.format = format;
+  kind_.width = width;
+  kind_.height = height;
+  kind_.sizes.reset();
+  std::array<std::uint8_t, 2048> memory{};
+  spa_pod_builder builder{};
+  spa_pod_builder_init(&builder, memory.data(), memory.size());
+  const spa_pod* parameter = formatOf(builder, false);
+  pw_stream_update_params(stream_, &parameter, 1);
+  pw_thread_loop_unlock(loop_);
+}
+
 void PipeWireProducer::agree(const spa_pod& format) {
+  spa_video_info_raw info{};
+  if (!kind_.isH264 && spa_format_video_raw_parse(&format, &info) >= 0) {
+    kind_.width = static_cast<int>(info.size.width);
+    kind_.height = static_cast<int>(info.size.height);
+  }
   const spa_pod_prop* modifier = spa_pod_find_prop(&format, nullptr, SPA_FORMAT_VIDEO_modifier);
   {
     const std::lock_guard lock(mutex_);
@@ -149,6 +191,7 @@ void PipeWireProducer::agree(const spa_pod& format) {
       SPA_POD_CHOICE_RANGE_Int(4, 2, 8), SPA_PARAM_BUFFERS_blocks, SPA_POD_Int(static_cast<int>(planeCount())),
       SPA_PARAM_BUFFERS_size, SPA_POD_Int(static_cast<int>(blockSize())), SPA_PARAM_BUFFERS_stride,
       SPA_POD_Int(static_cast<int>(stride())), SPA_PARAM_BUFFERS_dataType, SPA_POD_CHOICE_FLAGS_Int(types)))};
+  parameters.push_back(meta(SPA_META_Header, sizeof(spa_meta_header)));
   if (kind_.crop) parameters.push_back(meta(SPA_META_VideoCrop, sizeof(spa_meta_region)));
   parameters.push_back(meta(SPA_META_VideoTransform, sizeof(spa_meta_videotransform)));
   pw_stream_update_params(stream_, parameters.data(), static_cast<std::uint32_t>(parameters.size()));
@@ -187,7 +230,9 @@ void PipeWireProducer::process() {
   if (!buffer) return;
   for (std::uint32_t i = 0; i < buffer->buffer->n_datas; ++i) {
     const spa_data& data = buffer->buffer->datas[i];
-    const std::size_t used = kind_.draw(i, static_cast<std::uint8_t*>(data.data) + kind_.offset, stride(), sequence_);
+    auto* const bytes = static_cast<std::uint8_t*>(data.data) + kind_.offset;
+    if (kind_.paint) kind_.paint(bytes, kind_.width, kind_.height, stride());
+    const std::size_t used = kind_.paint ? blockSize() - kind_.offset : kind_.draw(i, bytes, stride(), sequence_);
     data.chunk->offset = static_cast<std::uint32_t>(kind_.offset);
     data.chunk->size = static_cast<std::uint32_t>(used);
     data.chunk->stride = kind_.saysStride ? static_cast<std::int32_t>(stride()) : 0;
@@ -200,6 +245,10 @@ void PipeWireProducer::process() {
   auto* transform = static_cast<spa_meta_videotransform*>(
       spa_buffer_find_meta_data(buffer->buffer, SPA_META_VideoTransform, sizeof(spa_meta_videotransform)));
   if (transform) transform->transform = kind_.transform;
+  auto* header = static_cast<spa_meta_header*>(
+      spa_buffer_find_meta_data(buffer->buffer, SPA_META_Header, sizeof(spa_meta_header)));
+  if (header) *header = {};
+  if (header && kind_.spoil) kind_.spoil(*buffer->buffer, *header, sequence_);
   pw_stream_queue_buffer(stream_, buffer);
 }
 

@@ -6,8 +6,11 @@
 
 #include "Platform/Capture/CaptureDelivery.h"
 #include "Platform/Capture/CaptureError.h"
+#include "Platform/Capture/V4L2/Private/V4L2Formats.h"
 #include "Platform/Capture/V4L2/Private/V4L2Probe.h"
 #include "Platform/Foundation/Notifications.h"
+#include "Support/CameraLayouts.h"
+#include "Support/CameraMatrix.h"
 #include "Support/VirtualFrames.h"
 #include "V4L2TestSupport.h"
 
@@ -145,6 +148,102 @@ TEST_F(V4L2SourcesTest, LooksAtPointsOfInterestByRegionsElseByFocusingAnew) {
   tap(cameras().at(1), true);
   EXPECT_THAT(plain->valuesOf(V4L2_CID_FOCUS_AUTO), ElementsAre(1, 0, 1)) << "on, then anew";
   EXPECT_FALSE(cameras().at(2)->isFocusPointOfInterestSupported());
+}
+
+TEST_F(V4L2SourcesTest, ReadsEveryLayoutAndRangeWithPaddedRows) {
+  struct Case {
+    const CameraLayout* layout;
+    std::uint32_t format;
+    FrameRange range;
+    std::shared_ptr<LayoutPicture> drawn = nullptr;
+  };
+  std::vector<Case> cases;
+  for (const CameraLayout& layout : cameraLayouts()) {
+    std::vector<std::uint32_t> formats = layout.otherV4l2;
+    if (layout.v4l2 != 0) formats.push_back(layout.v4l2);
+    for (const std::uint32_t format : formats) cases.push_back({&layout, format, FrameRange::unsaid});
+    const bool isOfColors = layout.v4l2 == V4L2_PIX_FMT_RGB24 || layout.v4l2 == V4L2_PIX_FMT_GREY;
+    if (isOfColors) cases.push_back({&layout, layout.v4l2, FrameRange::limited});
+  }
+  for (int number = 0; Case & one : cases) {
+    one.drawn = std::make_shared<LayoutPicture>(*one.layout, 66, 46, FrameMatrix::bt709, one.range, 16);
+    const auto node = addNode(number++);
+    node->card = nameOfV4L2Format(one.format);
+    node->formats = {{one.format, {{66, 46}}, {60}}};
+    node->encoding = V4L2_YCBCR_ENC_709;
+    if (one.range == FrameRange::limited) node->quantization = V4L2_QUANTIZATION_LIM_RANGE;
+    const auto& planes = one.drawn->planes();
+    std::uint32_t whole = 0;
+    for (const auto& plane : planes) {
+      const auto size = static_cast<std::uint32_t>(plane.bytes.size());
+      node->planeShapes.push_back({static_cast<std::uint32_t>(plane.bytesPerRow), size});
+      whole += size;
+    }
+    const bool hasPlanes = isMultiPlanar(one.format);
+    if (hasPlanes) {
+      node->deviceCaps = V4L2_CAP_VIDEO_CAPTURE_MPLANE | V4L2_CAP_STREAMING;
+    } else {
+      node->planeShapes = {{node->planeShapes[0].bytesPerRow, whole}};
+    }
+    node->draw = [drawn = one.drawn, hasPlanes](std::uint8_t* bytes, std::size_t, auto) {
+      const auto all = hasPlanes ? drawn->planes()[0].bytes : drawn->block();
+      std::ranges::copy(all, bytes);
+      return all.size();
+    };
+    node->drawPlane = [drawn = one.drawn](std::size_t plane, std::uint8_t* bytes, std::size_t capacity) {
+      std::ranges::copy(drawn->planes().at(plane).bytes, bytes);
+      return capacity;
+    };
+  }
+  start();
+  const auto devices = cameras();
+  ASSERT_EQ(devices.size(), cases.size());
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    const Case& one = cases[i];
+    SCOPED_TRACE(devices[i]->localizedName() + (one.range == FrameRange::limited ? ", limited" : ""));
+    CameraBench camera(devices[i], "66x46");
+    camera.session->startRunning();
+    ASSERT_FALSE(camera.session->runtimeError().has_value()) << camera.session->runtimeError()->description;
+    ASSERT_TRUE(eventually([&] { return camera.frames->count() > 0; })) << devices[i]->delivery()->description();
+    EXPECT_EQ(one.drawn->differenceOf(camera.frames->latest()->imageBuffer()), "");
+    EXPECT_EQ(devices[i]->delivery()->format, devices[i]->localizedName());
+    if (HasFailure()) continue;
+    recordCamera({"V4L2, played",
+                  nameOfV4L2Format(one.format) + (one.range == FrameRange::limited ? ", limited range" : ""), "mmap",
+                  "60", "padded rows"});
+  }
+}
+
+TEST_F(V4L2SourcesTest, OpensAnySizeOfARange) {
+  const auto node = addNode(0);
+  node->steps = v4l2_frmsize_stepwise{32, 1008, 16, 24, 1008, 8};
+  const auto device = (start(), cameras().at(0));
+  CameraBench camera(device, "100x70");
+  EXPECT_EQ(device->activeFormat()->dimensions, (CaptureVideoDimensions{112, 72})) << "the smallest that covers it";
+  camera.session->startRunning();
+  ASSERT_TRUE(eventually([&] { return camera.frames->count() > 2; }))
+      << camera.session->runtimeError().value_or(Error()).description;
+  EXPECT_EQ(camera.device->delivery()->dimensions, (CaptureVideoDimensions{112, 72}));
+  EXPECT_EQ(camera.frames->latest()->imageBuffer()->width(), 112U);
+  EXPECT_EQ(device->formats().back()->dimensions, (CaptureVideoDimensions{112, 72}));
+  recordCamera({"V4L2, played", "YUYV, stepwise sizes", "mmap", "30", "none", "the smallest that covers the wish"});
+}
+
+TEST_F(V4L2SourcesTest, SaysWhichPicturesItCannotRead) {
+  const auto raw = addNode(0);
+  raw->card = "Raw sensor";
+  raw->formats = {{V4L2_PIX_FMT_SBGGR10, {{64, 48}}, {30}}, {V4L2_PIX_FMT_HSV24, {{64, 48}}, {30}}};
+  start(CaptureSystem::Synthetic::withoutRealOnes);
+  const auto none = CaptureDevice::deviceNamed("front", MediaType::video);
+  ASSERT_FALSE(none.has_value());
+  EXPECT_EQ(none.error(), CaptureErrorCode::unsupportedFormat);
+  EXPECT_EQ(none.error().description,
+            "Raw sensor has only pictures that cannot be read (BG10, HSV3); Y Cb Cr, RGB, gray, MJPEG and H.264 can");
+  recordCamera({"V4L2, played", "BG10, HSV3", "-", "-", "no format that is read", "said, with their names"});
+  // Beside a camera that can be read it is nothing to speak of.
+  addNode(1);
+  start(CaptureSystem::Synthetic::withoutRealOnes);
+  EXPECT_TRUE(CaptureDevice::deviceNamed("front", MediaType::video).has_value());
 }
 
 }  // namespace
