@@ -3,6 +3,7 @@
 
 #include "KernelTestSupport.h"
 #include "Platform/Capture/CameraFeed.h"
+#include "Platform/Imaging/ImageDestination.h"
 #include "Support/CapturePeers.h"
 #include "Tools/tavrel/ProgramTestSupport.h"
 
@@ -42,6 +43,34 @@ std::vector<std::uint8_t> bytesIn(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
+/// By how much a component of the blocks is wrong in any of the pictures in `bytes`, which are three.
+int worstIn(const std::vector<std::uint8_t>& bytes) {
+  EXPECT_EQ(bytes.size(), std::size_t{3} * kWidth * kHeight * 4);
+  int worst = bytes.size() == std::size_t{3} * kWidth * kHeight * 4 ? 0 : 255;
+  for (int frame = 0; frame < 3 && worst < 255; ++frame) {
+    for (int y = 10; y < kHeight; y += 20) {
+      for (int x = 10; x < kWidth; x += 20) {
+        const std::size_t at = ((static_cast<std::size_t>(frame) * kHeight + static_cast<std::size_t>(y)) * kWidth +
+                                static_cast<std::size_t>(x)) *
+                               4;
+        for (int i = 0; i < 3; ++i) {
+          worst = std::max(worst, std::abs(bytes[at + static_cast<std::size_t>(i)] - blocks(x, y, i)));
+        }
+      }
+    }
+  }
+  return worst;
+}
+
+/// What ffmpeg reads of a node's next three pictures, as BGRA.
+std::vector<std::uint8_t> readByFfmpeg(const std::string& node, const std::string& file) {
+  const CommandResult read =
+      shell("ffmpeg -v error -y -f v4l2 -analyzeduration 0 -i " + node +
+            " -frames:v 3 -sws_flags accurate_rnd+full_chroma_int+full_chroma_inp -f rawvideo -pix_fmt bgra " + file);
+  EXPECT_EQ(read.status, 0) << read.output;
+  return bytesIn(file);
+}
+
 class LoopbackTest : public KernelTest {};
 
 TEST_F(LoopbackTest, ShowsFfmpegThePictureInEveryLayout) {
@@ -61,28 +90,7 @@ TEST_F(LoopbackTest, ShowsFfmpegThePictureInEveryLayout) {
     ASSERT_TRUE(feed.has_value()) << feed.error().description;
     (*feed)->show(blocksPicture());
     ASSERT_TRUE(eventually([&] { return (*feed)->counts().repeated >= 1; }));
-    const std::string file = fileNamed(one.name);
-    const CommandResult read =
-        shell("ffmpeg -v error -y -f v4l2 -analyzeduration 0 -i " + node +
-              " -frames:v 3 -sws_flags accurate_rnd+full_chroma_int+full_chroma_inp -f rawvideo -pix_fmt bgra " + file);
-    ASSERT_EQ(read.status, 0) << read.output;
-    const auto bytes = bytesIn(file);
-    ASSERT_EQ(bytes.size(), std::size_t{3} * kWidth * kHeight * 4);
-    int worst = 0;
-    for (int frame = 0; frame < 3; ++frame) {
-      for (int y = 10; y < kHeight; y += 20) {
-        for (int x = 10; x < kWidth; x += 20) {
-          for (int i = 0; i < 3; ++i) {
-            const auto at = ((static_cast<std::size_t>(frame) * kHeight + static_cast<std::size_t>(y)) * kWidth +
-                             static_cast<std::size_t>(x)) *
-                                4 +
-                            static_cast<std::size_t>(i);
-            worst = std::max(worst, std::abs(bytes[at] - blocks(x, y, i)));
-          }
-        }
-      }
-    }
-    EXPECT_LE(worst, one.tolerance);
+    EXPECT_LE(worstIn(readByFfmpeg(node, fileNamed(one.name))), one.tolerance);
     if (!HasFailure())
       recordCamera({"to v4l2loopback, read by ffmpeg", one.name, "write", "10", "none",
                     one.tolerance == 0 ? "identical pixels" : "colours within 3 of 255"});
@@ -108,6 +116,34 @@ TEST_F(LoopbackTest, IsHeldUpByNoReader) {
   if (!HasFailure())
     recordCamera({"to v4l2loopback, read by ffmpeg", "yuyv422", "write", "10", "the reader stops for a while",
                   "goes on, and it reads again"});
+}
+
+TEST_F(LoopbackTest, ShowsFfmpegWhatTheProgramMakesOfACamera) {
+  const std::string picture = fileNamed("blocks.png");
+  std::vector<std::uint8_t> pixels;
+  for (int i = 0; i < kWidth * kHeight * 4; ++i) {
+    // Mirrored by the program.
+    const int x = kWidth - 1 - i / 4 % kWidth;
+    pixels.push_back(i % 4 == 3 ? 255 : static_cast<std::uint8_t>(blocks(x, i / 4 / kWidth, i % 4)));
+  }
+  const auto image =
+      Image::create(kWidth, kHeight, 8, 32, std::size_t{kWidth} * 4, kBitmapOpaqueBGRX, DataProvider::create(pixels));
+  const Data png = ImageDestination::encode(image, "image/png").value();
+  std::ofstream(picture, std::ios::binary).write(reinterpret_cast<const char*>(png.data()), std::ssize(png));
+  const PeerProcess program("exec " TAVREL_PROGRAM " camera --camera file:" + picture +
+                            " --to /dev/video13 --size 160x120 --fps 10 --mirror 2>" + fileNamed("said"));
+  ASSERT_TRUE(eventually([] {
+    const auto said = bytesIn(fileNamed("said"));
+    return std::string(said.begin(), said.end()).find("a camera for other programs") != std::string::npos;
+  }));
+  // The first pictures take the program seconds here.
+  ASSERT_TRUE(eventually(
+      [] { return shell("timeout 60 ffmpeg -v error -y -f v4l2 -i /dev/video13 -frames:v 1 -f null -").status == 0; }));
+  EXPECT_LE(worstIn(readByFfmpeg("/dev/video13", fileNamed("program"))), 3);
+  if (!HasFailure()) {
+    recordCamera({"tavrel camera to v4l2loopback, read by ffmpeg", "yuyv422", "write", "10", "none",
+                  "mirrored, colours within 3 of 255"});
+  }
 }
 
 }  // namespace
