@@ -45,13 +45,16 @@ MediaTimeRange timeRangeOf(const AVFormatContext& file, const AVStream& stream) 
 }
 
 /// The lengths of the streams in their own units, told by their packets; nothing when the container tells them itself.
+/// Where packets are looked at, their headers are, too.
 std::vector<std::int64_t> measuredLengths(AVFormatContext& file) {
   MovieClock clock(file);
   const bool isTold = file.duration != AV_NOPTS_VALUE && file.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
   if (isTold && !clock.needsEveryPacket()) return {};
   std::vector<std::int64_t> ends(file.nb_streams, AV_NOPTS_VALUE);
+  AdtsHeaders headers;
   const Packet packet(av_packet_alloc());
   while (packet && av_read_frame(&file, packet.get()) >= 0) {
+    headers.check(*packet, *file.streams[packet->stream_index]->codecpar);
     const auto index = static_cast<std::size_t>(packet->stream_index);
     clock.stamp(*packet);
     const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
@@ -110,19 +113,28 @@ std::shared_ptr<const AssetTrack> trackOf(const std::filesystem::path& path, AVF
   return std::make_shared<AssetTrack>(std::move(track));
 }
 
+std::string codingOf(const AVCodecParameters& parameters) {
+  std::array<char, AV_FOURCC_MAX_STRING_SIZE> tag{};
+  const bool isNamed = parameters.codec_id != AV_CODEC_ID_NONE || parameters.codec_tag == 0;
+  return isNamed ? avcodec_get_name(parameters.codec_id) : av_fourcc_make_string(tag.data(), parameters.codec_tag);
+}
+
 std::vector<std::string> contentBesideTracksOf(const AVFormatContext& file) {
   std::vector<std::string> contents;
   for (unsigned i = 0; i < file.nb_streams; ++i) {
     const AVStream& stream = *file.streams[i];
     const AVCodecParameters& parameters = *stream.codecpar;
-    const char* const codec = avcodec_get_name(parameters.codec_id);
     // Chapters of QuickTime have a track of texts, too, and its times one of their own.
     const bool isOfChapters = file.nb_chapters > 0 && parameters.codec_type == AVMEDIA_TYPE_DATA;
     if (isSubtitle(stream) || isArtwork(stream)) continue;
     if (parameters.codec_type == AVMEDIA_TYPE_ATTACHMENT) {
       contents.emplace_back("an attachment");
-    } else if (!isPlayable(stream) && !isOfChapters && parameters.codec_type != AVMEDIA_TYPE_DATA) {
-      contents.push_back(fmt::format("a track that cannot be decoded ({})", codec));
+    } else if (parameters.codec_tag == MKTAG('t', 'm', 'c', 'd')) {
+      contents.emplace_back("a timecode");
+    } else if (parameters.codec_type == AVMEDIA_TYPE_DATA && !isOfChapters) {
+      contents.push_back(fmt::format("data ({})", codingOf(parameters)));
+    } else if (!isPlayable(stream) && !isOfChapters) {
+      contents.push_back(fmt::format("a track that cannot be decoded ({})", codingOf(parameters)));
     }
   }
   return contents;

@@ -37,7 +37,11 @@ Expected<InputMovie> InputMovie::open(const TranscodingOptions& options) {
     return failure(MediaErrorCode::noPlayableTrack,
                    fmt::format("{} has no pictures, only sound", options.input.string()));
   }
-  InputMovie movie{.asset = *asset, .pictures = pictures.front(), .sounds = {}, .subtitles = {}};
+  const auto usualOf = [](const auto& tracks) {
+    const auto usual = std::find_if(tracks.begin(), tracks.end(), [](const auto& each) { return each->isDefault(); });
+    return usual == tracks.end() ? tracks.front() : *usual;
+  };
+  InputMovie movie{.asset = *asset, .pictures = usualOf(pictures), .sounds = {}, .subtitles = {}};
   for (const auto& each : (*asset)->tracksWithMediaType(MediaType::subtitle)) {
     if (takes(options, *each)) movie.subtitles.push_back(each);
   }
@@ -54,8 +58,7 @@ Expected<InputMovie> InputMovie::open(const TranscodingOptions& options) {
     }
     movie.sounds = {sounds[number - 1]};
   } else if (!sounds.empty()) {
-    const auto usual = std::find_if(sounds.begin(), sounds.end(), [](const auto& each) { return each->isDefault(); });
-    movie.sounds = {usual == sounds.end() ? sounds.front() : *usual};
+    movie.sounds = {usualOf(sounds)};
   }
   return movie;
 }
@@ -65,6 +68,13 @@ void sayWhatIsLeftOut(const TranscodingOptions& options, const Asset& asset) {
   for (const auto& each : asset.tracksWithMediaType(MediaType::subtitle)) {
     if (!takes(options, *each)) contents.push_back(fmt::format("subtitles ({})", each->codecName()));
   }
+  const auto others = [&](MediaType type, const char* kind) {
+    const std::size_t count = asset.tracksWithMediaType(type).size();
+    if (count == 2) contents.push_back(fmt::format("another {} track", kind));
+    if (count > 2) contents.push_back(fmt::format("{} other {} tracks", count - 1, kind));
+  };
+  others(MediaType::video, "video");
+  if (options.hasSound && options.soundTrack.empty()) others(MediaType::audio, "audio");
   if (options.isFragmented && !asset.chapters().empty()) contents.emplace_back("chapters");
   if (asset.artwork() && !takesCover(options, asset)) contents.emplace_back("a cover");
   if (!contents.empty()) say("not carried over from {}: {}", options.input.string(), fmt::join(contents, ", "));

@@ -41,10 +41,11 @@ std::optional<std::string> TrackStreams::addSound(const std::shared_ptr<const As
   soundTreatment_ += fmt::format("{}{}", soundTreatment_.empty() ? "" : ", ", isCopied ? "copied" : "encoded");
   if (isCopied) return add(sound, {}, {});
   const Dictionary encoding = soundSettings(*sound, options_.fileType, options_.audioSettings);
-  // The decoder knows where the speakers of surround are, which the number of channels does not say.
+  // The decoder knows where the speakers of surround are, which the number of channels does not say, and mixes them.
+  const Value channels = encoding.find(kAudioNumberOfChannelsKey)->second;
   Dictionary decoding;
-  if (sound->channelCount() > 2)
-    decoding.emplace(kAudioNumberOfChannelsKey, encoding.find(kAudioNumberOfChannelsKey)->second);
+  if (sound->channelCount() > std::min<std::int64_t>(2, std::get<std::int64_t>(channels)))
+    decoding.emplace(kAudioNumberOfChannelsKey, channels);
   return add(sound, decoding, encoding);
 }
 

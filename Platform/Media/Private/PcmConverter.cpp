@@ -51,6 +51,7 @@ Expected<std::shared_ptr<SampleBuffer>> PcmConverter::resample(const std::uint8_
   if (count < 0) {
     return tl::unexpected(ffmpegError(MediaErrorCode::conversionFailed, count, "sound cannot be converted"));
   }
+  if (limiter_) limiter_->limit({static_cast<float*>(list->buffers().front().data), count * format_.channelCount});
   nextFrame_ = first + count;
   const std::int64_t early = std::clamp<std::int64_t>(-first, 0, count);
   if (early == count) return nullptr;
@@ -85,6 +86,11 @@ Expected<void> PcmConverter::prepareResampler(const AVFrame& sound) {
   if (result < 0)
     return tl::unexpected(
         ffmpegError(MediaErrorCode::unsupportedFormat, result, "sound of this format cannot be converted"));
+  const bool isMixed = channels > static_cast<int>(format_.channelCount);
+  if (!isMixed || stored != AV_SAMPLE_FMT_FLT)
+    limiter_.reset();
+  else if (!limiter_)
+    limiter_.emplace(format_.channelCount, format_.sampleRate);
   inputFormat_ = sound.format;
   inputRate_ = sound.sample_rate;
   inputChannels_ = channels;

@@ -7,12 +7,17 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Media/AudioFormat.h"
 #include "Platform/Media/Private/FFmpegHandles.h"
+#include "Platform/Media/Private/PeakLimiter.h"
 #include "Platform/Media/SampleBuffer.h"
 
 namespace tavrel {
 
 /// Turns decoded sound into sample buffers of interleaved PCM in one format, on a time line without gaps where the
-/// file's time stamps are merely coarse. One thread at a time.
+/// file's time stamps are merely coarse.
+///
+/// Channels are mixed down as loud as they are meant to be, so their peaks may leave full scale. Scaling all of it down
+/// for these would make every film quiet, and encoders make noise of what is too loud: its peaks are limited. One
+/// thread at a time.
 class PcmConverter {
  public:
   /// `format` is interleaved.
@@ -30,6 +35,7 @@ class PcmConverter {
 
   AudioFormat format_;
   Resampler resampler_;
+  std::optional<PeakLimiter> limiter_;
   int inputFormat_ = -1;
   int inputRate_ = 0;
   int inputChannels_ = 0;

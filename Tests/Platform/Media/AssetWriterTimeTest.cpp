@@ -70,6 +70,20 @@ TEST(AssetWriterTime, RefusesTimesThatDoNotIncreaseAndGoesOn) {
   EXPECT_EQ(probe.video->times, (std::vector<std::int64_t>{10, 30}));
 }
 
+// As where recordings overlap that were strung together.
+TEST(AssetWriterTime, LaterPicturesAreTakenThoughTheTimescaleIsTooCoarse) {
+  const TemporaryFolder folder;
+  const auto maker = MovieMaker::start(folder / "movie.mov", {});
+  const auto picture = solidPicture(64, 48, 9, 9, 9);
+  EXPECT_TRUE(maker.addPicture(picture, MediaTime::make(10, 600)));
+  EXPECT_TRUE(maker.addPicture(picture, MediaTime::make(1501, 90000)));
+  EXPECT_TRUE(maker.addPicture(picture, MediaTime::make(1502, 90000)));
+  EXPECT_FALSE(maker.addPicture(picture, MediaTime::make(1502, 90000)));
+  EXPECT_TRUE(maker.addPicture(picture, MediaTime::make(50, 600)));
+  EXPECT_TRUE(maker.writer->finishWriting());
+  EXPECT_EQ(MovieProbe::open(folder / "movie.mov").video->times, (std::vector<std::int64_t>{10, 11, 12, 50}));
+}
+
 TEST(AssetWriterTime, PicturesStoredBehindLaterOnesBeginInTime) {
   for (const bool staysFragmented : {false, true}) {
     for (const bool isRealTime : {false, true}) {

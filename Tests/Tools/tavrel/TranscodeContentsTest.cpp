@@ -159,8 +159,32 @@ TEST_F(TranscodeContentsTest, IsSaidToBeLeftOutOfFragments) {
   ASSERT_NO_FATAL_FAILURE(makeRichFilm("in.mkv", "srt"));
   const CommandResult result = tavrel("transcode --fragmented " + file("in.mkv") + " " + file("a.mp4"));
   EXPECT_EQ(result.status, 0);
-  EXPECT_THAT(result.output, ::testing::HasSubstr("not carried over from " + file("in.mkv") +
-                                                  ": subtitles (subrip), subtitles (subrip), chapters, a cover\n"));
+  EXPECT_THAT(result.output,
+              ::testing::HasSubstr("not carried over from " + file("in.mkv") +
+                                   ": subtitles (subrip), subtitles (subrip), another audio track, chapters, "
+                                   "a cover\n"));
+}
+
+TEST_F(TranscodeContentsTest, OfSeveralTracksTheMainOnesAreTakenAndTheOthersNamed) {
+  makeMovie(
+      file("in.mov"),
+      "-f lavfi -i testsrc2=s=64x48:r=25:d=1 -f lavfi -i testsrc2=s=160x120:r=25:d=1 -f lavfi -i sine=300:d=1 "
+      "-f lavfi -i sine=900:d=1 -f lavfi -i sine=1900:d=1 -map 0 -map 1 -map 2 -map 3 -map 4 -c:v libx264 -c:a aac "
+      "-disposition:v:0 0 -disposition:v:1 default -timecode 01:00:00:00 OUT");
+  const struct {
+    const char* options;
+    const char* leftOut;
+  } cases[] = {{"", "a timecode, a timecode, another video track, 2 other audio tracks"},
+               {"--audio-track 2", "a timecode, a timecode, another video track"},
+               {"--no-audio", "a timecode, a timecode, another video track"}};
+  for (const auto& each : cases) {
+    const CommandResult result =
+        tavrel("transcode --force " + std::string(each.options) + " " + file("in.mov") + " " + file("a.mp4"));
+    ASSERT_EQ(result.status, 0) << result.output;
+    EXPECT_THAT(result.output,
+                ::testing::HasSubstr("not carried over from " + file("in.mov") + ": " + each.leftOut + "\n"));
+    EXPECT_THAT(result.output, ::testing::HasSubstr("160x120, "));
+  }
 }
 
 }  // namespace

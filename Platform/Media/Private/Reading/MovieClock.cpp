@@ -46,7 +46,7 @@ void MovieClock::repair(const AVPacket& packet) {
   std::int64_t time = av_rescale_q(packet.dts, stream.time_base, AV_TIME_BASE_Q) + correction_;
   const auto expected = track.last ? std::optional(track.expected) : lastOfAll_;
   const std::int64_t deviation = expected ? time - *expected : 0;
-  const bool isBack = track.last && time + kFurthestBack < *track.last;
+  const bool isBack = track.last && time + kFurthestBack < track.expected;
   if (std::abs(deviation) > kFurthest || isBack) {
     correction_ -= deviation;
     time -= deviation;

@@ -18,8 +18,8 @@ constexpr bool isSane(std::int64_t time) {
 /// Puts a file's packets on the asset's time line, which begins at 0.
 ///
 /// The clock of a transport or program stream may jump: broadcasts are cut, recordings are strung together. A packet
-/// more than 10 s away from where its track should go on, or more than 0.1 s before it, shows a jump, and what follows
-/// goes on without one, in all tracks alike. One thread at a time.
+/// more than 10 s away from where its track should go on, or more than 0.1 s before that, shows a jump, and what
+/// follows goes on without one, in all tracks alike. One thread at a time.
 class MovieClock {
  public:
   explicit MovieClock(const AVFormatContext& file);

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "Platform/Media/Private/FFmpegError.h"
 #include "Platform/Media/Private/FFmpegLog.h"
@@ -39,23 +40,44 @@ Error unreadableMovie(const std::filesystem::path& path, const std::string& reas
   return makeError(code, fmt::format("{} is not a movie that can be read: {}", path.string(), reason));
 }
 
-Expected<InputFormat> openMovieInput(const std::filesystem::path& path) {
-  if (auto regular = checkRegularFile(path); !regular) return tl::unexpected(regular.error());
-  quietFFmpegLog();
+namespace {
+
+/// With the demuxer that the file's bytes tell unless one is given.
+Expected<InputFormat> openedWith(const AVInputFormat* demuxer, const std::filesystem::path& path) {
   // The prefix keeps a colon in the name from being taken for a protocol; nothing but files is opened from inside
   // files.
   const std::string url = "file:" + path.string();
   AVDictionary* options = nullptr;
   av_dict_set(&options, "protocol_whitelist", "file", 0);
   AVFormatContext* opened = nullptr;
-  const int result = avformat_open_input(&opened, url.c_str(), nullptr, &options);
+  const int result = avformat_open_input(&opened, url.c_str(), demuxer, &options);
   av_dict_free(&options);
   if (result < 0) {
     const auto usual =
         result == AVERROR_INVALIDDATA ? MediaErrorCode::unknownFileFormat : MediaErrorCode::unreadableFile;
     return tl::unexpected(unreadableMovie(path, ffmpegErrorText(result), mediaErrorCode(result, usual)));
   }
-  InputFormat file(opened);
+  return InputFormat(opened);
+}
+
+/// A camera's stream of JPEG pictures looks like one of them.
+bool isStreamOfJPEGs(AVFormatContext& file) {
+  if (file.iformat->name != std::string_view("jpeg_pipe")) return false;
+  const Packet packet(av_packet_alloc());
+  int pictures = 0;
+  for (; packet && pictures < 2 && av_read_frame(&file, packet.get()) >= 0; ++pictures) av_packet_unref(packet.get());
+  return pictures == 2;
+}
+
+}  // namespace
+
+Expected<InputFormat> openMovieInput(const std::filesystem::path& path) {
+  if (auto regular = checkRegularFile(path); !regular) return tl::unexpected(regular.error());
+  quietFFmpegLog();
+  auto opened = openedWith(nullptr, path);
+  if (opened && isStreamOfJPEGs(**opened)) opened = openedWith(av_find_input_format("mjpeg"), path);
+  if (!opened) return opened;
+  InputFormat file = std::move(*opened);
   if (isNoMovie(file->iformat->name)) {
     return tl::unexpected(unreadableMovie(path, "it is a text or a picture", MediaErrorCode::unknownFileFormat));
   }
@@ -69,7 +91,10 @@ Expected<InputFormat> openMovieInput(const std::filesystem::path& path) {
 
 std::int64_t timelineOffset(const AVFormatContext& file) {
   const bool hasEditLists = std::string_view(file.iformat->name).find("mov") != std::string_view::npos;
-  if (hasEditLists || file.start_time == AV_NOPTS_VALUE) return 0;
+  if (file.start_time == AV_NOPTS_VALUE) return 0;
+  // A part of a broadcast keeps its clock, with no edit list to say so; nobody waits so long for a movie to begin.
+  constexpr std::int64_t kLongestWait = std::int64_t{10} * AV_TIME_BASE;
+  if (hasEditLists) return file.start_time > kLongestWait ? file.start_time : 0;
   // Just before 0 there is what a decoder needs first, unless a counter wraps in the file.
   constexpr std::int64_t kLongestPriming = AV_TIME_BASE / 10;
   const bool mayWrap = file.nb_streams > 0 && file.streams[0]->pts_wrap_bits < 64;

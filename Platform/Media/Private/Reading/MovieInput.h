@@ -16,7 +16,7 @@ Error unreadableMovie(const std::filesystem::path& path, const std::string& reas
 Expected<InputFormat> openMovieInput(const std::filesystem::path& path);
 
 /// What is taken off the file's time stamps, in microseconds, to make its time line begin at 0. Containers with edit
-/// lists already have theirs at 0.
+/// lists have theirs at 0, unless they begin long after that.
 std::int64_t timelineOffset(const AVFormatContext& file);
 
 /// Texts or pictures that are shown over the movie's.

@@ -77,7 +77,26 @@ Expected<std::unique_ptr<SampleReader>> StoredTrackReader::open(const std::files
     if (!unwrapper) return tl::unexpected(unwrapper.error());
     reader->unwrapper_.emplace(std::move(*unwrapper));
   }
+  reader->expectCut();
   return reader;
+}
+
+void StoredTrackReader::expectCut() {
+  const AVCodecParameters& parameters = *packets_->stream().codecpar;
+  const bool mayBeCut = (packets_->file().iformat->flags & AVFMT_TS_DISCONT) != 0;
+  if (!mayBeCut || unwrapper_ || parameters.codec_type != AVMEDIA_TYPE_AUDIO) return;
+  const AVCodec* const codec = avcodec_find_decoder(parameters.codec_id);
+  trial_.reset(avcodec_alloc_context3(codec));
+  const bool isReady = trial_ && avcodec_parameters_to_context(trial_.get(), &parameters) >= 0;
+  if (!isReady || avcodec_open2(trial_.get(), codec, nullptr) < 0) trial_.reset();
+}
+
+bool StoredTrackReader::isWhole(const AVPacket& packet) {
+  if (!trial_) return true;
+  if (avcodec_send_packet(trial_.get(), &packet) < 0) return false;
+  const Frame frame(av_frame_alloc());
+  if (frame && avcodec_receive_frame(trial_.get(), frame.get()) >= 0) trial_.reset();
+  return true;
 }
 
 bool StoredTrackReader::read(const GoOn& goOn) {
@@ -86,7 +105,7 @@ bool StoredTrackReader::read(const GoOn& goOn) {
     isAtEnd_ = step == PacketReader::Step::end;
     if (step != PacketReader::Step::packet) continue;
     if (unwrapper_ && !unwrapper_->unwrap(*packet_)) continue;
-    if (packet_->size > 0) return true;
+    if (packet_->size > 0 && isWhole(*packet_)) return true;
   }
   return false;
 }
@@ -164,6 +183,7 @@ Expected<void> StoredTrackReader::seek(const MediaTimeRange& range, bool) {
   isAtEnd_ = false;
   early_.clear();
   isTimed_ = false;
+  expectCut();
   const AVStream& stream = packets_->stream();
   const bool isSought = range.start > MediaTime::zero() && format_->mediaType != MediaType::subtitle;
   if (isSought && packets_->seek(unitsOf(range.start, stream.time_base))) return {};

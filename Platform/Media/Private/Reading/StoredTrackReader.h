@@ -25,6 +25,10 @@ class StoredTrackReader final : public SampleReader {
   Expected<std::shared_ptr<SampleBuffer>> sampleOf(const AVPacket& packet) const;
   /// The next packet of the track. False at the end, and when `goOn` answers no.
   bool read(const GoOn& goOn);
+  /// Has the next packets tried: where a broadcast was cut, sound begins with the rest of a packet.
+  void expectCut();
+  /// False for what no decoder takes.
+  bool isWhole(const AVPacket& packet);
   /// Reads ahead until a picture says when it is decoded, which the first of Matroska do not say.
   void timeEarly(const GoOn& goOn);
 
@@ -32,6 +36,7 @@ class StoredTrackReader final : public SampleReader {
   std::shared_ptr<const FormatDescription> format_;
   std::optional<PacketReader> packets_;
   std::optional<AdtsUnwrapper> unwrapper_;
+  CodecContext trial_;  // until it has decoded something
   Packet packet_;
   std::deque<Packet> early_;  // read, and not given
   bool isTimed_ = false;

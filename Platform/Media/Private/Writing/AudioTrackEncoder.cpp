@@ -124,8 +124,11 @@ Expected<void> AudioTrackEncoder::open(TrackOutput output, bool isRealTime) {
   if (!storedFormat_) context_->bit_rate = settings_.bitRate;
   context_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
   AVDictionary* options = nullptr;
-  // At 64 kbit/s the other coder makes tones 20 dB less clean, at up to four times the cost.
-  if (this->codec() == AV_CODEC_ID_AAC) av_dict_set(&options, "aac_coder", "fast", 0);
+  // At 64 kbit/s a channel the usual coder makes tones 20 dB less clean than the fast one, at up to four times the
+  // cost. With more room it is the other way: the fast one cuts off loud tones, which come out 3 dB too quiet.
+  constexpr std::int64_t kRoomOfChannel = 80000;
+  const bool isFast = isRealTime_ || context_->bit_rate < kRoomOfChannel * channels;
+  if (this->codec() == AV_CODEC_ID_AAC && isFast) av_dict_set(&options, "aac_coder", "fast", 0);
   const int result = avcodec_open2(context_.get(), codec, &options);
   av_dict_free(&options);
   if (result < 0) {

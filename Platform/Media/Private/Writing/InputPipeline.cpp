@@ -184,10 +184,11 @@ bool InputPipeline::refuse(const FormatDescription& format) {
 }
 
 bool InputPipeline::stampPicture(TrackSample& sample, MediaTime movieTime) {
-  const std::int64_t units = unitsOf(movieTime, {1, timescale_});
-  if (lastUnits_ && units <= *lastUnits_) return false;
-  lastUnits_ = units;
-  sample.timeUnits = units;
+  if (lastPicture_ && movieTime <= *lastPicture_) return false;
+  lastPicture_ = movieTime;
+  // Two times may meet in a timescale that is coarser than theirs.
+  lastUnits_ = std::max(unitsOf(movieTime, {1, timescale_}), lastUnits_ + 1);
+  sample.timeUnits = lastUnits_;
   appendedUntil_ = movieTime.seconds();
   return true;
 }

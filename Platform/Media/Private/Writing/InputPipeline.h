@@ -107,7 +107,8 @@ class InputPipeline : public std::enable_shared_from_this<InputPipeline> {
   bool isHeldBack_ = false;
   std::optional<MediaTime> sessionStart_;
   std::int32_t timescale_ = 0;  // of the track, once the first picture has chosen it
-  std::optional<std::int64_t> lastUnits_;
+  std::optional<MediaTime> lastPicture_;
+  std::int64_t lastUnits_ = -1;
   double appendedUntil_ = 0;
   bool hasAppended_ = false;
   std::chrono::steady_clock::time_point lastAppend_;
