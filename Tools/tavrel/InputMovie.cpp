@@ -21,6 +21,17 @@ bool takesCover(const TranscodingOptions& options, const Asset& asset) {
   return !options.isFragmented && cover && AssetWriter::canStore(*cover, asset.metadata(), options.fileType);
 }
 
+/// How long a movie of a usual rate would have an index as large as the new movie's.
+double secondsOfIndex(const TranscodingOptions& options, const Asset& asset) {
+  constexpr double kUsualRate = 30;
+  constexpr double kMargin = 10;
+  constexpr double kMost = 6 * 3600;  // more is rather damage than a film
+  double rate = kUsualRate;
+  for (const auto& pictures : asset.tracksWithMediaType(MediaType::video))
+    rate = std::max(rate, pictures->nominalFrameRate());
+  return std::min(options.secondsOf(asset) * rate / kUsualRate + kMargin, kMost);
+}
+
 }  // namespace
 
 double TranscodingOptions::secondsOf(const Asset& asset) const {
@@ -81,6 +92,7 @@ void sayWhatIsLeftOut(const TranscodingOptions& options, const Asset& asset) {
 }
 
 void carryOver(const TranscodingOptions& options, const Asset& asset, AssetWriter& writer) {
+  writer.setIndexRoom(MediaTime::make(std::llround(secondsOfIndex(options, asset)), 1));
   writer.setMetadata(asset.metadata());
   if (takesCover(options, asset)) writer.setArtwork(asset.artwork());
   const MediaTimeRange& part = options.timeRange;

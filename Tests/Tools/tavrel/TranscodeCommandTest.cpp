@@ -126,6 +126,16 @@ TEST_F(TranscodeCommandTest, CopiesMayBeginBetweenKeyframesAndStayFragmented) {
   EXPECT_THAT(shell("grep -aoc moof " + file("b.mp4")).output, ::testing::Not("0\n"));
 }
 
+TEST_F(TranscodeCommandTest, TheIndexIsInFrontAndItsRoomNoLargerThanTheFilmNeeds) {
+  ASSERT_NO_FATAL_FAILURE(makeFilm("in.mp4", "1", "-c:v libx264 -preset ultrafast -c:a aac"));
+  for (const char* options : {"--codec copy ", "--mirror "}) {
+    ASSERT_EQ(tavrel("transcode --force " + std::string(options) + file("in.mp4") + " " + file("a.mp4")).status, 0);
+    EXPECT_LT(std::filesystem::file_size(file("a.mp4")), 200000U);
+    const std::string boxes = shell("grep -aobE 'moov|mdat' " + file("a.mp4") + " | head -1").output;
+    EXPECT_THAT(boxes, ::testing::HasSubstr(":moov")) << options;
+  }
+}
+
 TEST_F(TranscodeCommandTest, PicturesAreReversedTurnedScaledAndSilencedAsAsked) {
   ASSERT_NO_FATAL_FAILURE(makeFilm("flat.mp4", "2", "-c:v libx264 -bf 2 -g 250 -c:a aac"));
   ASSERT_NO_FATAL_FAILURE(makeMovieFrom(file("flat.mp4"), file("in.mp4"), "-i IN -c copy -metadata:s:v rotate=90 OUT"));
