@@ -38,6 +38,9 @@ TEST_F(CameraTest, EverySetterMayBeCalledFromAnyThreadWhileFramesRun) {
         camera.setCaptureEffects(i % 2 == 0 ? TavrelCamera::CaptureEffects{beauty} : TavrelCamera::CaptureEffects{});
       },
       [](TavrelCamera& camera, int) { camera.switchCamera(); },
+      [devices = CaptureDevice::devicesWithMediaType(MediaType::video)](TavrelCamera& camera, int i) {
+        camera.setPreferredDeviceID(devices.at(static_cast<std::size_t>(i) % devices.size())->uniqueID());
+      },
       [](TavrelCamera& camera, int i) {
         camera.setPreferredDevicePosition(i % 2 == 0 ? CaptureDevicePosition::front : CaptureDevicePosition::back);
       },

@@ -3,6 +3,7 @@
 #include <array>
 #include <thread>
 
+#include "FusionTestSupport.h"
 #include "Support/ThreadsTestSupport.h"
 
 namespace tavrel {
@@ -93,8 +94,13 @@ TEST(NodeThreads, EveryFilterMayBeSetFromManyThreadsWhileFramesRun) {
   const auto rotation = std::make_shared<TavrelGPUImageRotationFilter>(kTavrelGPUImageRotate180);
   const auto smooth = std::make_shared<TavrelGPUImageSmoothBlurFilter>();
   const auto still = std::make_shared<TavrelGPUImagePicture>(test::imageOf(test::distinctPicture(8, 8)));
-  const std::vector<std::shared_ptr<TavrelGPUImageFilter>> chain = {crop,   transform, placement, beautify, rotation,
-                                                                    smooth, blur,      lookup,    blend,    buffer};
+  std::vector<std::shared_ptr<TavrelGPUImageFilter>> chain = {crop,   transform, placement, beautify, rotation,
+                                                              smooth, blur,      lookup,    blend,    buffer};
+  std::shared_ptr<TavrelGPUImageColorTableFilter> table;
+  if (TavrelGPUImageColorTableFilter::isSupported()) {
+    table = std::make_shared<TavrelGPUImageColorTableFilter>(test::colorTable());
+    chain.insert(chain.begin(), table);
+  }
   input->addTarget(chain.front());
   for (std::size_t i = 1; i < chain.size(); ++i) chain[i - 1]->addTarget(chain[i], 0);
   still->addTarget(lookup, 1);
@@ -117,6 +123,7 @@ TEST(NodeThreads, EveryFilterMayBeSetFromManyThreadsWhileFramesRun) {
     beautify->setParams(level, level);
     rotation->setRotation(turn % 2 == 0 ? kTavrelGPUImageNoRotation : kTavrelGPUImageRotate180);
     lookup->setIntensity(level);
+    if (table) table->setIntensity(level);
     blend->setMix(level);
     blend->setInputRotation(kTavrelGPUImageRotateLeft, 1);
     blend->disableFirstFrameCheck();
@@ -142,7 +149,7 @@ TEST(NodeThreads, EveryFilterMayBeSetFromManyThreadsWhileFramesRun) {
     EXPECT_LE(beautify->beautyLevel() + beautify->brightLevel() + beautify->toneLevel(), 3);
     EXPECT_LE(smooth->sigma() + smooth->reach(), 5);
     smooth->worksInLight();
-    EXPECT_LE(lookup->intensity() + blend->mix(), 2);
+    EXPECT_LE(lookup->intensity() + blend->mix() + (table ? table->intensity() : 0), 3);
     EXPECT_GE(buffer->bufferSize(), 1U);
     EXPECT_LT(blur->blurPasses(), 3U);
     EXPECT_GE(blur->verticalTexelSpacing() + blur->horizontalTexelSpacing() + blur->texelSpacingMultiplier(), 3);
