@@ -229,7 +229,7 @@ LayoutPicture::LayoutPicture(const CameraLayout& layout, int width, int height, 
     : middleX_(width / 4 * 2), middleY_(height / 4 * 2) {
   const Encoding encoding(matrix, range == FrameRange::full, range != FrameRange::limited);
   const auto kinds = parsed(layout.planes);
-  const std::size_t lumaBytes = byteCountOf(kinds[0]);
+  const std::size_t lumaBytes = std::max<std::size_t>(byteCountOf(kinds[0]), 1);
   const auto columns = [&](const PlaneKind& kind) {
     return static_cast<std::size_t>((width + kind.across - 1) / kind.across);
   };

@@ -137,8 +137,9 @@ int FakeVideoNode::dequeue(v4l2_buffer& buffer) {
     buffer.m.planes[i].bytesused = static_cast<std::uint32_t>(filled.planes[i].used);
   }
   if (!isMultiPlanar()) buffer.bytesused = static_cast<std::uint32_t>(filled.planes[0].used);
-  buffer.flags = V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC | (filled.isDamaged ? V4L2_BUF_FLAG_ERROR : 0U);
-  buffer.timestamp = {filled.time / 1'000'000'000, filled.time % 1'000'000'000 / 1000};
+  buffer.flags = stampFlags | (filled.isDamaged ? V4L2_BUF_FLAG_ERROR : 0U);
+  const std::int64_t time = stamp ? stamp(filled.time, filled.sequence) : filled.time;
+  buffer.timestamp = {time / 1'000'000'000, time % 1'000'000'000 / 1000};
   return 0;
 }
 

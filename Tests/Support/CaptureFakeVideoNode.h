@@ -67,6 +67,9 @@ class FakeVideoNode {
   bool hasRegion = false;
   bool isBusFull = false;             ///< raw pictures find no room
   std::optional<int> manualExposure;  ///< where the exposure jumps when it is no longer automatic
+  /// What it says of when a frame was captured, in nanoseconds, and by which clock (V4L2_BUF_FLAG_TIMESTAMP_…).
+  std::function<std::int64_t(std::int64_t captured, std::uint32_t sequence)> stamp;
+  std::uint32_t stampFlags = V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
   /// Fills a frame and returns how many bytes it has.
   std::function<std::size_t(std::uint8_t* bytes, std::size_t capacity, std::uint32_t sequence)> draw;
   /// The same for the planes after the first, where they have memory of their own.

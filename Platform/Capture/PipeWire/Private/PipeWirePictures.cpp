@@ -139,7 +139,7 @@ RawFrame::Plane PipeWirePictures::planeOf(const pw_buffer& buffer, std::uint32_t
     const bool isEncoded = frame_.layout == FrameLayout::mjpeg || frame_.layout == FrameLayout::h264;
     if (data.type == SPA_DATA_DmaBuf && !isEncoded && plane.byteCount > 0) plane.byteCount = length - offset;
   }
-  if (!plane.bytes || data.chunk->stride >= 0) return plane;
+  if (!plane.bytes || !data.chunk || data.chunk->stride >= 0) return plane;
   // Rows from the bottom up may be told by where the last one begins, which is the first of the picture.
   const std::size_t rows = FrameShape::of(frame_).rows(number, static_cast<std::size_t>(frame_.height));
   const std::size_t above = plane.bytesPerRow * (rows - 1);
@@ -185,7 +185,8 @@ Expected<std::shared_ptr<SampleBuffer>> PipeWirePictures::pictureOf(const pw_buf
   frame_.bytes = first.bytes;
   frame_.byteCount = first.byteCount;
   frame_.bytesPerRow = std::max(first.bytesPerRow, FrameConverter::tightRow(frame_));
-  frame_.isBottomUp = buffer.buffer->datas[0].chunk->stride < 0;
+  const auto* chunk = buffer.buffer->datas[0].chunk;
+  frame_.isBottomUp = chunk && chunk->stride < 0;
   for (std::uint32_t i = 0; i < frame_.chroma.size(); ++i) {
     frame_.chroma.at(i) = i + 1 < buffer.buffer->n_datas ? planeOf(buffer, i + 1) : RawFrame::Plane();
   }
