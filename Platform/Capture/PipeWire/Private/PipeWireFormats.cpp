@@ -181,6 +181,7 @@ std::string pipeWireFormatNames(const spa_pod& parameter) {
   for (const std::uint32_t format : valuesOf<std::uint32_t>(parameter, SPA_FORMAT_VIDEO_format, SPA_TYPE_Id).values) {
     names += (names.empty() ? "" : ", ") + nameOf(spa_type_video_format, format);
   }
+  if (names.empty()) names = "one without a name";  // such as GStreamer has and PipeWire lacks
   return hasModifier(parameter) ? names + " of a device" : names;
 }
 
