@@ -211,6 +211,7 @@ Expected<std::shared_ptr<TavrelRecorder>> TavrelRecorder::create(const TavrelRec
   auto implementation = std::make_shared<Implementation>(configuration);
   if (auto opened = implementation->openCamera(); !opened) return tl::unexpected(opened.error());
   if (auto opened = implementation->openMicrophone(); !opened) return tl::unexpected(opened.error());
+  DispatchQueue::global()->async(&AssetWriter::prepare);
   return std::shared_ptr<TavrelRecorder>(new TavrelRecorder(std::move(implementation)));
 }
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <cctype>
 
+#include "Platform/Media/FFmpegFunctions.h"
 #include "Platform/Media/Private/Writing/AssetWriterSession.h"
 #include "Platform/Media/Private/Writing/PassthroughTrackEncoder.h"
 #include "Platform/Media/Private/Writing/SubtitleTrackEncoder.h"
@@ -17,6 +18,8 @@ Expected<std::shared_ptr<AssetWriter>> AssetWriter::create(const std::filesystem
   if (!file) return tl::unexpected(file.error());
   return std::shared_ptr<AssetWriter>(new AssetWriter(std::make_shared<AssetWriterSession>(std::move(*file))));
 }
+
+void AssetWriter::prepare() { FFmpegFunctions::shared(); }
 
 std::optional<std::string> AssetWriter::fileTypeOf(const std::filesystem::path& url) {
   std::string ending = url.extension().string();

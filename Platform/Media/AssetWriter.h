@@ -44,6 +44,9 @@ class TAVREL_API AssetWriter {
   /// file cannot be created (`unwritableFile`, "posix") or is being written already (`fileInUse`).
   static Expected<std::shared_ptr<AssetWriter>> create(const std::filesystem::path& url, std::string_view fileType);
 
+  /// Loads the libraries that the first call of `create` in the process would otherwise load. Any thread.
+  static void prepare();
+
   /// The type for the file's extension; nothing unless it is .mov, .mp4, .mkv or .webm.
   static std::optional<std::string> fileTypeOf(const std::filesystem::path& url);
   /// Whether a file of this type can store samples of `format` without encoding them; of subtitles, be it in another
