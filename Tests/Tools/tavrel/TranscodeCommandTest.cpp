@@ -213,7 +213,7 @@ TEST_F(TranscodeCommandTest, FailuresAreSaidInOneLineAndLeaveNothing) {
   EXPECT_EQ(refused.status, 1);
   EXPECT_THAT(refused.output, ::testing::HasSubstr("replace it? [y/N] "));
   const CommandResult interrupted =
-      shell("timeout --preserve-status -s INT 1 " TAVREL_PROGRAM " " + transcode + " --realtime --force");
+      shell("timeout --preserve-status -s INT 4 " TAVREL_PROGRAM " " + transcode + " --realtime --force");
   EXPECT_EQ(interrupted.status, 1);
   EXPECT_EQ(interrupted.output, "tavrel: interrupted\n");
   EXPECT_EQ(bytesOf(file("out.mp4")).size(), 3U);
