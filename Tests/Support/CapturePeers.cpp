@@ -60,7 +60,7 @@ PipeWireService::~PipeWireService() {
 bool PipeWireService::start() {
   programs_ = std::make_unique<PeerProcess>(
       "dbus-run-session -- bash -c 'echo \"$DBUS_SESSION_BUS_ADDRESS\" >\"$XDG_RUNTIME_DIR/bus-address\"; pipewire & "
-      "sleep 0.3; wireplumber & pipewire-pulse & wait' "
+      "until [ -S \"$XDG_RUNTIME_DIR/pipewire-0\" ]; do sleep 0.05; done; wireplumber & pipewire-pulse & wait' "
       ">\"$XDG_RUNTIME_DIR/service.log\" 2>&1");
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20) * patienceFactor();
   while (!runCommand("pactl info | grep -q PipeWire")) {
