@@ -131,6 +131,7 @@ StageProgram::StageProgram(std::span<const Stage> stages, std::size_t placeCount
     seconds_.push_back(program_->uniformIndex(fmt::format("inputImageTexture2_{}", i)));
     const auto locationsOf = [&](const std::vector<std::string>& names) {
       std::vector<GLint> locations;
+      locations.reserve(names.size());
       for (const std::string& name : names) {
         locations.push_back(program_->uniformIndex(fmt::format("{}_{}", name, i)));
       }

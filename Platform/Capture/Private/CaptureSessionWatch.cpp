@@ -38,9 +38,12 @@ void CaptureSessionCore::look() {
       if (device && device->isConnected()) refreshSlot(mediaType, slot);
     } else if (mediaType == MediaType::video && !slot.isOpening && slot.source->isRealTime() &&
                slot.source->silence() > kLongestSilence) {
+      const auto& device = slot.source->device();
+      const auto delivery = device->delivery();
+      const std::string reason = delivery && !delivery->loss.empty() ? ": " + delivery->loss : "";
       fail(slot, makeError(CaptureErrorCode::deviceSilent,
-                           fmt::format("{} has delivered no picture for {} seconds",
-                                       slot.source->device()->localizedName(), kLongestSilence.count())));
+                           fmt::format("{} has delivered no picture for {} seconds{}", device->localizedName(),
+                                       kLongestSilence.count(), reason)));
     }
   }
 }

@@ -11,15 +11,14 @@
 #include <string_view>
 #include <thread>
 
+#include "Platform/Foundation/Environment.h"
+
 extern char** environ;
 
 namespace tavrel::studio {
 namespace {
 
-std::string variable(const char* name) {
-  const char* const value = std::getenv(name);
-  return value ? value : "";
-}
+std::string variable(const char* name) { return std::string(environmentVariable(name).value_or("")); }
 
 std::filesystem::path home() {
   const std::string folder = variable("HOME");

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "Platform/Foundation/Environment.h"
+
 // The last, as it defines None, Bool, Status and the like.
 #include <SDL.h>
 #include <SDL_syswm.h>
@@ -34,8 +36,8 @@ double scaleOfResources(SDL_Window*) { return kLeast; }
 }  // namespace
 
 double desktopScale(SDL_Window* window) {
-  const char* const asked = std::getenv("GDK_SCALE");
-  const double scale = asked ? std::atof(asked) : scaleOfResources(window);
+  const auto asked = environmentVariable("GDK_SCALE");
+  const double scale = asked ? std::atof(asked->data()) : scaleOfResources(window);
   return std::clamp(scale, kLeast, kMost);
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Panels/Widgets.h"
+#include "Platform/Foundation/Environment.h"
 
 namespace tavrel::studio {
 namespace {
@@ -23,7 +24,7 @@ double median(std::vector<double> values) {
 }  // namespace
 
 StateReport::StateReport() {
-  if (const char* const file = std::getenv("TAVREL_STUDIO_STATE")) file_ = file;
+  if (const auto file = environmentVariable("TAVREL_STUDIO_STATE")) file_ = *file;
 }
 
 void StateReport::notePanels(double drawn, double seconds) {

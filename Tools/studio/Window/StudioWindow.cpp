@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "Platform/Foundation/Environment.h"
 #include "Platform/Graphics/GLContext.h"
 #include "Platform/Graphics/GLDriverLock.h"
 #include "Platform/Graphics/GraphicsDisplay.h"
@@ -38,10 +39,7 @@ tl::unexpected<Error> sdlFailure(const char* what) {
 /// By which desktops find the program's entry, and its icon; see Desktop/.
 constexpr const char* kDesktopName = "org.tavrelcapturebase.Studio";
 
-bool isVariableSet(const char* name) {
-  const char* const value = std::getenv(name);
-  return value && *value != '\0';
-}
+bool isVariableSet(const char* name) { return !environmentVariable(name).value_or("").empty(); }
 
 }  // namespace
 
@@ -51,7 +49,9 @@ Expected<std::unique_ptr<StudioWindow>> StudioWindow::open(const std::string& ti
   if (!isVariableSet("DISPLAY") && !isVariableSet("WAYLAND_DISPLAY") && !isVariableSet("SDL_VIDEODRIVER")) {
     return failure("studio", 2, "there is no display: DISPLAY or WAYLAND_DISPLAY must name a running one");
   }
-  for (const char* name : {"SDL_VIDEO_X11_WMCLASS", "SDL_VIDEO_WAYLAND_WMCLASS"}) setenv(name, kDesktopName, 0);
+  for (const char* name : {"SDL_VIDEO_X11_WMCLASS", "SDL_VIDEO_WAYLAND_WMCLASS"}) {
+    setenv(name, kDesktopName, 0);  // NOLINT(concurrency-mt-unsafe): SDL looks nowhere else, and no thread runs yet
+  }
   SDL_SetMainReady();
   if (SDL_InitSubSystem(SDL_INIT_VIDEO) != 0) return sdlFailure("no display can be reached");
   for (const auto& [name, value] : kAttributes) SDL_GL_SetAttribute(name, value);

@@ -83,7 +83,8 @@ class PipeWireBackend::Registry {
     std::optional<Error> found;
     for (const auto& [id, node] : nodes_) {
       if (node->driver && node->kind == PipeWireNodeKind::camera) return std::nullopt;
-      if (node->isUnreadable) found = unreadableError(pipeWireNameOf(node->properties), node->formats);
+      if (node->isUnreadable)
+        found = unreadableError(pipeWireNameOf(node->properties), fmt::format("{}", fmt::join(node->formats, ", ")));
     }
     return found;
   }
@@ -97,7 +98,7 @@ class PipeWireBackend::Registry {
     spa_hook listener{};
     PipeWireProperties properties;
     std::vector<PipeWireMode> modes;
-    std::string formats;  // by their names, whether we can read them or not
+    std::vector<std::string> formats;  // by their names, whether we can read them or not
     bool isUnreadable = false;
     std::uint32_t channels = 0;
     std::shared_ptr<PipeWireControls> controls;
@@ -250,7 +251,9 @@ class PipeWireBackend::Registry {
     if (node->kind == PipeWireNodeKind::camera) {
       const auto modes = parsePipeWireModes(*parameter);
       node->modes.insert(node->modes.end(), modes.begin(), modes.end());
-      node->formats += (node->formats.empty() ? "" : ", ") + pipeWireFormatNames(*parameter);
+      // A node that changed before it had answered answers twice.
+      std::string names = pipeWireFormatNames(*parameter);
+      if (std::ranges::count(node->formats, names) == 0) node->formats.push_back(std::move(names));
     } else if (node->channels == 0) {
       node->channels = parsePipeWireChannels(*parameter);
     }

@@ -42,7 +42,7 @@ class PipeWireTest : public PipeWireServiceTest {
     }
   }
   std::filesystem::path toneFile(double frequency, double seconds) const {
-    const auto path = service_.folder() / "tone.wav";
+    auto path = service_.folder() / "tone.wav";
     const auto count = static_cast<std::uint32_t>(48000 * seconds);
     std::ofstream file(path, std::ios::binary);
     const auto put = [&](auto value) { file.write(reinterpret_cast<const char*>(&value), sizeof value); };
