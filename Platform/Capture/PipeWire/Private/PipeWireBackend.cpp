@@ -99,6 +99,7 @@ class PipeWireBackend::Registry {
     PipeWireProperties properties;
     std::vector<PipeWireMode> modes;
     std::vector<std::string> formats;  // by their names, whether we can read them or not
+    int formatsSequence = 0;           // of the latest asking for them
     bool isUnreadable = false;
     std::uint32_t channels = 0;
     std::shared_ptr<PipeWireControls> controls;
@@ -239,21 +240,23 @@ class PipeWireBackend::Registry {
     const bool isCamera = node->kind == PipeWireNodeKind::camera;
     for (const spa_param_info& param : params) {
       if (param.id != SPA_PARAM_EnumFormat && !(isCamera && param.id == SPA_PARAM_PropInfo)) continue;
-      pw_node_enum_params(reinterpret_cast<pw_node*>(node->proxy), 0, param.id, 0, UINT32_MAX, nullptr);
+      const int sequence =
+          pw_node_enum_params(reinterpret_cast<pw_node*>(node->proxy), 0, param.id, 0, UINT32_MAX, nullptr);
+      if (param.id == SPA_PARAM_EnumFormat) node->formatsSequence = sequence;
     }
     node->doneSequence = pw_core_sync(node->owner->loop_->core(), PW_ID_CORE, 0);
   }
 
-  static void nodeParameter(void* data, int, std::uint32_t id, std::uint32_t, std::uint32_t, const spa_pod* parameter) {
+  static void nodeParameter(void* data, int sequence, std::uint32_t id, std::uint32_t, std::uint32_t,
+                            const spa_pod* parameter) {
     auto* node = static_cast<Node*>(data);
     if (parameter && id == SPA_PARAM_PropInfo && !node->driver) node->controls->add(*parameter);
-    if (id != SPA_PARAM_EnumFormat || !parameter) return;
+    // A node that changed before it had answered answers both times.
+    if (id != SPA_PARAM_EnumFormat || !parameter || sequence != node->formatsSequence) return;
     if (node->kind == PipeWireNodeKind::camera) {
       const auto modes = parsePipeWireModes(*parameter);
       node->modes.insert(node->modes.end(), modes.begin(), modes.end());
-      // A node that changed before it had answered answers twice.
-      std::string names = pipeWireFormatNames(*parameter);
-      if (std::ranges::count(node->formats, names) == 0) node->formats.push_back(std::move(names));
+      node->formats.push_back(pipeWireFormatNames(*parameter));
     } else if (node->channels == 0) {
       node->channels = parsePipeWireChannels(*parameter);
     }
