@@ -13,6 +13,7 @@
 #include "Platform/Media/Private/Reading/AdtsUnwrapper.h"
 #include "Platform/Media/Private/Reading/MovieClock.h"
 #include "Platform/Media/Private/Reading/MovieInput.h"
+#include "Platform/Media/Private/Reading/SoundHeaders.h"
 #include "Platform/Media/Private/Reading/StoredTrackReader.h"
 
 extern "C" {
@@ -44,17 +45,21 @@ MediaTimeRange timeRangeOf(const AVFormatContext& file, const AVStream& stream) 
   return {time(start), time(duration == AV_NOPTS_VALUE ? 0 : std::max<std::int64_t>(0, duration))};
 }
 
-/// The lengths of the streams in their own units, told by their packets; nothing when the container tells them itself.
-/// Where packets are looked at, their headers are, too.
-std::vector<std::int64_t> measuredLengths(AVFormatContext& file) {
+/// What only a file's packets tell; nothing where the container says how long its tracks are.
+struct Measurement {
+  std::vector<std::int64_t> lengths;  // of the streams, in their own units
+  SoundHeaders headers;
+};
+
+Measurement measure(AVFormatContext& file) {
   MovieClock clock(file);
   const bool isTold = file.duration != AV_NOPTS_VALUE && file.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
   if (isTold && !clock.needsEveryPacket()) return {};
   std::vector<std::int64_t> ends(file.nb_streams, AV_NOPTS_VALUE);
-  AdtsHeaders headers;
+  SoundHeaders headers;
   const Packet packet(av_packet_alloc());
   while (packet && av_read_frame(&file, packet.get()) >= 0) {
-    headers.check(*packet, *file.streams[packet->stream_index]->codecpar);
+    headers.note(*packet, *file.streams[packet->stream_index]->codecpar);
     const auto index = static_cast<std::size_t>(packet->stream_index);
     clock.stamp(*packet);
     const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
@@ -72,15 +77,16 @@ std::vector<std::int64_t> measuredLengths(AVFormatContext& file) {
     if (ends[i] != AV_NOPTS_VALUE && start.isNumeric())
       ends[i] = std::max<std::int64_t>(0, ends[i] - unitsOf(start, file.streams[i]->time_base));
   }
-  return ends;
+  return {std::move(ends), std::move(headers)};
 }
 
-std::shared_ptr<const AssetTrack> trackOf(const std::filesystem::path& path, AVFormatContext& file, AVStream& stream) {
+std::shared_ptr<const AssetTrack> trackOf(const std::filesystem::path& path, AVFormatContext& file, AVStream& stream,
+                                          bool varies) {
   const AVCodecParameters& parameters = *stream.codecpar;
   AssetTrack::Properties track;
   track.path = path;
   track.trackID = stream.index;
-  track.storedFormat = storedFormatOf(stream);
+  track.storedFormat = storedFormatOf(stream, varies);
   track.codecName = avcodec_get_name(parameters.codec_id);
   track.timeRange = timeRangeOf(file, stream);
   track.isDefault = (stream.disposition & AV_DISPOSITION_DEFAULT) != 0;
@@ -278,14 +284,14 @@ Expected<void> Asset::readFile() const {
   auto file = openMovieInput(path_);
   if (!file) return tl::unexpected(file.error());
   AdtsUnwrapper::completeHeaders(**file);
-  const std::vector<std::int64_t> lengths =
-      options_.prefersPreciseDurationAndTiming ? measuredLengths(**file) : std::vector<std::int64_t>();
+  const Measurement measured = options_.prefersPreciseDurationAndTiming ? measure(**file) : Measurement();
   for (unsigned i = 0; i < (*file)->nb_streams; ++i) {
     AVStream& stream = *(*file)->streams[i];
-    if (isSubtitle(stream)) subtitles_.push_back(trackOf(path_, **file, stream));
+    if (isSubtitle(stream)) subtitles_.push_back(trackOf(path_, **file, stream, false));
     if (!isPlayable(stream)) continue;
-    if (!lengths.empty() && lengths[i] != AV_NOPTS_VALUE) stream.duration = lengths[i];
-    tracks_.push_back(trackOf(path_, **file, stream));
+    if (!measured.lengths.empty() && measured.lengths[i] != AV_NOPTS_VALUE) stream.duration = measured.lengths[i];
+    measured.headers.widen(stream.index, *stream.codecpar);
+    tracks_.push_back(trackOf(path_, **file, stream, measured.headers.vary(stream.index)));
     duration_ = std::max(duration_, tracks_.back()->timeRange().end());
   }
   metadata_ = metadataOf(**file);

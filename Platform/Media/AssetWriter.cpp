@@ -5,6 +5,7 @@
 #include <cctype>
 
 #include "Platform/Media/FFmpegFunctions.h"
+#include "Platform/Media/Private/StoredCoding.h"
 #include "Platform/Media/Private/Writing/AssetWriterSession.h"
 #include "Platform/Media/Private/Writing/PassthroughTrackEncoder.h"
 #include "Platform/Media/Private/Writing/SubtitleTrackEncoder.h"
@@ -35,6 +36,7 @@ std::optional<std::string> AssetWriter::fileTypeOf(const std::filesystem::path& 
 bool AssetWriter::canStore(const FormatDescription& format, std::string_view fileType) {
   const auto container = MovieContainer::find(fileType);
   if (format.mediaType == MediaType::subtitle) return container && SubtitleTrackEncoder::canStore(*container, format);
+  if (format.storedCoding && format.storedCoding->varies) return false;
   return container && container->canStore(PassthroughTrackEncoder::codecOf(format), !format.codecExtradata.empty());
 }
 

@@ -37,6 +37,20 @@ TEST_F(TranscodeSoundTest, SoundThatTheContainerCannotTakeIsEncodedAnew) {
   }
 }
 
+TEST_F(TranscodeSoundTest, SoundThatChangesItsRateIsNotCopiedUnderOneOfThem) {
+  makeMovie(file("joined.mkv"),
+            "-f lavfi -i sine=d=1:r=44100 OUT.a.mp3 && ffmpeg -v error -y -f lavfi -i sine=d=1:r=48000 OUT.b.mp3 && "
+            "cat OUT.a.mp3 OUT.b.mp3 > OUT.mp3 && "
+            "ffmpeg -v error -y -f lavfi -i testsrc2=r=25:d=2 -i OUT.mp3 -c:a copy OUT");
+  const CommandResult copied = tavrel("transcode " + file("joined.mkv") + " " + file("copied.mp4"));
+  EXPECT_EQ(copied.status, 1);
+  EXPECT_NE(copied.output.find("cannot be stored as it is: it changes its sampling rate"), std::string::npos)
+      << copied.output;
+  EXPECT_FALSE(std::filesystem::exists(file("copied.mp4")));
+  const CommandResult encoded = tavrel("transcode --audio-bitrate 128k " + file("joined.mkv") + " " + file("anew.mp4"));
+  EXPECT_EQ(encoded.status, 0) << encoded.output;
+}
+
 TEST_F(TranscodeSoundTest, EveryFileTypeTakesEverySound) {
   const struct {
     const char* coding;

@@ -60,15 +60,4 @@ void AdtsUnwrapper::completeHeaders(AVFormatContext& file) {
   }
 }
 
-void AdtsHeaders::check(const AVPacket& packet, AVCodecParameters& parameters) {
-  constexpr int kHeader = 7;
-  const std::uint8_t* const bytes = packet.data;
-  const bool isAAC = parameters.codec_id == AV_CODEC_ID_AAC && parameters.extradata_size > 0;
-  if (!isAAC || packet.size < kHeader || bytes[0] != 0xFF || (bytes[1] & 0xF6) != 0xF0) return;
-  const unsigned header = (bytes[2] & 0xFDU) << 8 | (bytes[3] & 0xC0U);
-  if (first_.emplace(packet.stream_index, header).first->second == header) return;
-  av_freep(&parameters.extradata);
-  parameters.extradata_size = 0;
-}
-
 }  // namespace tavrel

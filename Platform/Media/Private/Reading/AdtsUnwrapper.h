@@ -1,7 +1,5 @@
 #pragma once
 
-#include <map>
-
 #include "Platform/Foundation/Error.h"
 #include "Platform/Media/Private/FFmpegHandles.h"
 
@@ -26,16 +24,6 @@ class AdtsUnwrapper {
   explicit AdtsUnwrapper(Filter filter) : filter_(std::move(filter)) {}
 
   Filter filter_;
-};
-
-/// The headers of a file's packets of AAC. One thread at a time.
-class AdtsHeaders {
- public:
-  /// Takes the header from the parameters of a track whose packets change it: no single one can be said in front.
-  void check(const AVPacket& packet, AVCodecParameters& parameters);
-
- private:
-  std::map<int, unsigned> first_;  // profile, rate and channels, by track
 };
 
 }  // namespace tavrel

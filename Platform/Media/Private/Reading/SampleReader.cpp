@@ -4,6 +4,7 @@
 #include "Platform/Media/Private/Reading/PictureTrackReader.h"
 #include "Platform/Media/Private/Reading/SoundTrackReader.h"
 #include "Platform/Media/Private/Reading/StoredTrackReader.h"
+#include "Platform/Media/Private/StoredCoding.h"
 
 namespace tavrel {
 
@@ -19,9 +20,11 @@ Expected<std::unique_ptr<SampleReader>> openTrack(const AssetTrack& track, const
   const auto& path = track.path().empty() && track.segments().empty() ? assetPath : track.path();
   if (path.empty()) return std::make_unique<SegmentTrackReader>(track, form);
   const auto& stored = track.storedFormat();
-  if (form.isStored && stored && stored->isCompressed()) return StoredTrackReader::open(path, track);
+  const bool isVarying = stored && stored->storedCoding && stored->storedCoding->varies;
+  if (form.isStored && stored && stored->isCompressed() && !isVarying) return StoredTrackReader::open(path, track);
   if (track.mediaType() == MediaType::video) return PictureTrackReader::open(path, track, form);
-  if (form.isStored && stored) return SoundTrackReader::open(path, track, stored->audioFormat);
+  if (form.isStored && stored)
+    return SoundTrackReader::open(path, track, isVarying ? decodedFormat(track) : stored->audioFormat);
   return SoundTrackReader::open(path, track, form.audioFormat.value_or(decodedFormat(track)));
 }
 

@@ -27,7 +27,7 @@ std::int64_t framesTrimmedAtEnd(const AVPacket& packet) {
 
 bool isPcm(AVCodecID codec) { return codec >= AV_CODEC_ID_FIRST_AUDIO && codec < AV_CODEC_ID_ADPCM_IMA_QT; }
 
-std::shared_ptr<const FormatDescription> storedFormatOf(const AVStream& stream) {
+std::shared_ptr<const FormatDescription> storedFormatOf(const AVStream& stream, bool varies) {
   const AVCodecParameters& parameters = *stream.codecpar;
   auto format = std::make_shared<FormatDescription>();
   if (parameters.codec_type == AVMEDIA_TYPE_AUDIO) {
@@ -56,6 +56,7 @@ std::shared_ptr<const FormatDescription> storedFormatOf(const AVStream& stream) 
     if (stream.sample_aspect_ratio.num > 0) coding->parameters->sample_aspect_ratio = stream.sample_aspect_ratio;
     coding->frameRate = stream.avg_frame_rate;
     coding->colorVolume = ColorVolume::of(stream);
+    coding->varies = varies;
     format->storedCoding = std::move(coding);
   }
   return format;
@@ -104,6 +105,7 @@ bool StoredTrackReader::read(const GoOn& goOn) {
     const PacketReader::Step step = packets_->read(*packet_);
     isAtEnd_ = step == PacketReader::Step::end;
     if (step != PacketReader::Step::packet) continue;
+    headers_.note(*packet_, *packets_->stream().codecpar);
     if (unwrapper_ && !unwrapper_->unwrap(*packet_)) continue;
     if (packet_->size > 0 && isWhole(*packet_)) return true;
   }
@@ -147,6 +149,11 @@ Expected<std::shared_ptr<SampleBuffer>> StoredTrackReader::sampleOf(const AVPack
     return failure(MediaErrorCode::unsupportedFormat,
                    fmt::format("the pictures of {} cannot be stored as they are: it does not say when they are shown",
                                path_.string()));
+  }
+  if (headers_.varyInRate(packet.stream_index)) {
+    return failure(
+        MediaErrorCode::unsupportedFormat,
+        fmt::format("the sound of {} cannot be stored as it is: it changes its sampling rate", path_.string()));
   }
   SampleTiming timing;
   timing.presentationTimeStamp = timeOf(packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts);

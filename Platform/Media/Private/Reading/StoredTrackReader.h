@@ -7,6 +7,7 @@
 #include "Platform/Media/Private/Reading/AdtsUnwrapper.h"
 #include "Platform/Media/Private/Reading/PacketReader.h"
 #include "Platform/Media/Private/Reading/SampleReader.h"
+#include "Platform/Media/Private/Reading/SoundHeaders.h"
 
 namespace tavrel {
 
@@ -36,6 +37,7 @@ class StoredTrackReader final : public SampleReader {
   std::shared_ptr<const FormatDescription> format_;
   std::optional<PacketReader> packets_;
   std::optional<AdtsUnwrapper> unwrapper_;
+  SoundHeaders headers_;
   CodecContext trial_;  // until it has decoded something
   Packet packet_;
   std::deque<Packet> early_;  // read, and not given
@@ -44,8 +46,8 @@ class StoredTrackReader final : public SampleReader {
   bool isAtEnd_ = false;
 };
 
-/// What the packets of a stream are.
-std::shared_ptr<const FormatDescription> storedFormatOf(const AVStream& stream);
+/// What the packets of a stream are; `varies` where not all have the same rate and channels.
+std::shared_ptr<const FormatDescription> storedFormatOf(const AVStream& stream, bool varies);
 
 /// Whether a coding is PCM, which needs no packets.
 bool isPcm(AVCodecID codec);
