@@ -7,14 +7,13 @@
 #include <cerrno>
 #include <chrono>
 #include <map>
-#include <span>
 #include <utility>
 #include <vector>
 
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/PipeWire/Private/PipeWireControls.h"
 #include "Platform/Capture/PipeWire/Private/PipeWireDriver.h"
-#include "Platform/Capture/PipeWire/Private/PipeWireNodes.h"
+#include "Platform/Capture/PipeWire/Private/PipeWireNode.h"
 #include "Platform/Dispatch/DispatchQueue.h"
 
 namespace tavrel {
@@ -81,36 +80,26 @@ class PipeWireBackend::Registry {
   std::optional<Error> unreadable() const {
     const PipeWireLoop::Lock lock(*loop_);
     std::optional<Error> found;
-    for (const auto& [id, node] : nodes_) {
-      if (node->driver && node->kind == PipeWireNodeKind::camera) return std::nullopt;
-      if (node->isUnreadable)
-        found = unreadableError(pipeWireNameOf(node->properties), fmt::format("{}", fmt::join(node->formats, ", ")));
+    for (const auto& [id, device] : devices_) {
+      const PipeWireNode& node = device.node;
+      if (device.driver && node.kind() == PipeWireNodeKind::camera) return std::nullopt;
+      if (device.isUnreadable)
+        found = unreadableError(pipeWireNameOf(node.properties()), fmt::format("{}", fmt::join(node.formats(), ", ")));
     }
     return found;
   }
 
  private:
-  struct Node {
-    Registry* owner = nullptr;
-    std::uint32_t id = 0;
-    PipeWireNodeKind kind = PipeWireNodeKind::none;
-    pw_proxy* proxy = nullptr;
-    spa_hook listener{};
-    PipeWireProperties properties;
-    std::vector<PipeWireMode> modes;
-    std::vector<std::string> formats;  // by their names, whether we can read them or not
-    int formatsSequence = 0;           // of the latest asking for them
+  struct Device {
+    Device(const Registry& owner, std::uint32_t id, PipeWireNodeKind kind)
+        : node(owner.loop_->core(), owner.registry_, id, kind, owner.line_) {}
+    PipeWireNode node;
+    std::shared_ptr<PipeWireDriver> driver = nullptr;
     bool isUnreadable = false;
-    std::uint32_t channels = 0;
-    std::shared_ptr<PipeWireControls> controls;
-    bool wasAsked = false;
-    int doneSequence = -1;
-    std::shared_ptr<PipeWireDriver> driver;
   };
 
   static const pw_core_events kCoreEvents;
   static const pw_registry_events kRegistryEvents;
-  static const pw_node_events kNodeEvents;
 
   void connect() {
     if (!loop_->connect()) return tryIn({kRetrySeconds, 0});
@@ -137,28 +126,22 @@ class PipeWireBackend::Registry {
 
   /// Forgets the daemon and its devices.
   void dropConnection() {
-    for (auto& [id, node] : nodes_) forget(*node);
-    nodes_.clear();
+    for (auto& [id, device] : devices_) forget(device);
+    devices_.clear();
     defaults_->unwatch();
-    destroy(registry_, registryListener_);
+    if (registry_) {
+      spa_hook_remove(&registryListener_);
+      pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry_));
+      registry_ = nullptr;
+    }
     if (isConnected_) spa_hook_remove(&coreListener_);
     loop_->disconnect();
     isConnected_ = false;
   }
 
-  template <typename Proxy>
-  static void destroy(Proxy*& proxy, spa_hook& listener) {
-    if (!proxy) return;
-    spa_hook_remove(&listener);
-    pw_proxy_destroy(reinterpret_cast<pw_proxy*>(proxy));
-    proxy = nullptr;
-  }
-
-  void forget(Node& node) {
-    destroy(node.proxy, node.listener);
-    if (node.driver) {
-      queue_->async([this, driver = std::move(node.driver)] { observer_.deviceDisappeared(driver); });
-    }
+  void forget(Device& device) {
+    if (!device.driver) return;
+    queue_->async([this, driver = std::move(device.driver)] { observer_.deviceDisappeared(driver); });
   }
 
   static void coreError(void* data, std::uint32_t id, int, int result, const char*) {
@@ -173,13 +156,13 @@ class PipeWireBackend::Registry {
 
   static void coreDone(void* data, std::uint32_t, int sequence) {
     auto* self = static_cast<Registry*>(data);
-    for (auto& [id, node] : self->nodes_) {
-      if (node->doneSequence == sequence) self->finish(*node);
+    for (auto& [id, device] : self->devices_) {
+      if (device.node.takesAsAnswered(sequence)) self->finish(device);
     }
     if (sequence != self->lookSequence_ || self->hasLooked_) return;
     // Nodes that were asked answer before this second round ends, unless they are still being asked.
-    const bool isBusy = std::ranges::any_of(
-        self->nodes_, [](const auto& each) { return each.second->wasAsked && each.second->doneSequence >= 0; });
+    const bool isBusy =
+        std::ranges::any_of(self->devices_, [](const auto& each) { return each.second.node.isBeingAsked(); });
     if (--self->looksLeft_ > 0 || isBusy) {
       self->looksLeft_ = 1;
       self->lookSequence_ = pw_core_sync(self->loop_->core(), PW_ID_CORE, 0);
@@ -197,17 +180,7 @@ class PipeWireBackend::Registry {
     if (typeName == PW_TYPE_INTERFACE_Metadata) return self->defaults_->watch(self->registry_, id, *properties);
     if (typeName != PW_TYPE_INTERFACE_Node) return;
     const PipeWireNodeKind kind = pipeWireNodeKindOf(spa_dict_lookup(properties, PW_KEY_MEDIA_CLASS));
-    if (!self->shows(kind)) return;
-    auto* proxy =
-        static_cast<pw_proxy*>(pw_registry_bind(self->registry_, id, PW_TYPE_INTERFACE_Node, PW_VERSION_NODE, 0));
-    if (!proxy) return;
-    auto node = std::make_unique<Node>();
-    node->owner = self;
-    node->id = id;
-    node->kind = kind;
-    node->proxy = proxy;
-    pw_node_add_listener(reinterpret_cast<pw_node*>(proxy), &node->listener, &kNodeEvents, node.get());
-    self->nodes_[id] = std::move(node);
+    if (self->shows(kind)) self->devices_.try_emplace(id, *self, id, kind);
   }
 
   bool shows(PipeWireNodeKind kind) const {
@@ -216,89 +189,48 @@ class PipeWireBackend::Registry {
 
   static void globalRemoved(void* data, std::uint32_t id) {
     auto* self = static_cast<Registry*>(data);
-    const auto found = self->nodes_.find(id);
-    if (found == self->nodes_.end()) return;
-    self->forget(*found->second);
-    self->nodes_.erase(found);
-  }
-
-  static void nodeInfo(void* data, const pw_node_info* info) {
-    auto* node = static_cast<Node*>(data);
-    if ((info->change_mask & PW_NODE_CHANGE_MASK_PROPS) != 0 && info->props) {
-      const spa_dict_item* item = nullptr;
-      spa_dict_for_each(item, info->props) node->properties[item->key] = item->value ? item->value : "";
-    }
-    if (node->driver || (info->change_mask & PW_NODE_CHANGE_MASK_PARAMS) == 0) return;
-    // A camera that has not found its formats yet is asked again when they change.
-    const std::span params(info->params, info->n_params);
-    const bool hasFormats = std::ranges::count(params, SPA_PARAM_EnumFormat, &spa_param_info::id) > 0;
-    if (!hasFormats && node->kind == PipeWireNodeKind::camera) return;
-    node->modes.clear();
-    node->formats.clear();
-    node->wasAsked = true;
-    node->controls = std::make_shared<PipeWireControls>(node->id, node->owner->line_);
-    const bool isCamera = node->kind == PipeWireNodeKind::camera;
-    for (const spa_param_info& param : params) {
-      if (param.id != SPA_PARAM_EnumFormat && !(isCamera && param.id == SPA_PARAM_PropInfo)) continue;
-      const int sequence =
-          pw_node_enum_params(reinterpret_cast<pw_node*>(node->proxy), 0, param.id, 0, UINT32_MAX, nullptr);
-      if (param.id == SPA_PARAM_EnumFormat) node->formatsSequence = sequence;
-    }
-    node->doneSequence = pw_core_sync(node->owner->loop_->core(), PW_ID_CORE, 0);
-  }
-
-  static void nodeParameter(void* data, int sequence, std::uint32_t id, std::uint32_t, std::uint32_t,
-                            const spa_pod* parameter) {
-    auto* node = static_cast<Node*>(data);
-    if (parameter && id == SPA_PARAM_PropInfo && !node->driver) node->controls->add(*parameter);
-    // A node that changed before it had answered answers both times.
-    if (id != SPA_PARAM_EnumFormat || !parameter || sequence != node->formatsSequence) return;
-    if (node->kind == PipeWireNodeKind::camera) {
-      const auto modes = parsePipeWireModes(*parameter);
-      node->modes.insert(node->modes.end(), modes.begin(), modes.end());
-      node->formats.push_back(pipeWireFormatNames(*parameter));
-    } else if (node->channels == 0) {
-      node->channels = parsePipeWireChannels(*parameter);
-    }
+    const auto found = self->devices_.find(id);
+    if (found == self->devices_.end()) return;
+    self->forget(found->second);
+    self->devices_.erase(found);
   }
 
   bool isTaken(const std::string& uniqueID) const {
-    return std::ranges::any_of(nodes_, [&](const auto& each) {
-      const auto& driver = each.second->driver;
+    return std::ranges::any_of(devices_, [&](const auto& each) {
+      const auto& driver = each.second.driver;
       return driver && driver->description().uniqueID == uniqueID;
     });
   }
 
-  void finish(Node& node) {
-    node.doneSequence = -1;
-    if (node.driver) return;
-    const std::string name = valueOf(node.properties, PW_KEY_NODE_NAME);
+  void finish(Device& device) {
+    const PipeWireNode& node = device.node;
+    const std::string name = valueOf(node.properties(), PW_KEY_NODE_NAME);
     if (name.empty()) return;
     // Other sources of video show screens and films.
-    const bool isCamera = node.kind == PipeWireNodeKind::camera;
-    if (isCamera && valueOf(node.properties, PW_KEY_MEDIA_ROLE) != "Camera") return;
-    if ((node.isUnreadable = isCamera && node.modes.empty())) return;
-    const auto controls = pipeWireControlsOf(node.properties, node.controls, reach_.openControls);
-    auto description = describePipeWireNode(name, node.kind, node.properties, node.modes, node.channels,
+    const bool isCamera = node.kind() == PipeWireNodeKind::camera;
+    if (isCamera && valueOf(node.properties(), PW_KEY_MEDIA_ROLE) != "Camera") return;
+    if ((device.isUnreadable = isCamera && node.modes().empty())) return;
+    device.node.settle();
+    const auto controls = pipeWireControlsOf(node.properties(), node.controls(), reach_.openControls);
+    auto description = describePipeWireNode(name, node.kind(), node.properties(), node.modes(), node.channels(),
                                             controls ? controls->largestZoom() : 1);
     const std::string base = description.uniqueID;
     for (int count = 2; isTaken(description.uniqueID); ++count)
       description.uniqueID = fmt::format("{}#{}", base, count);
     description.backendName = reach_.name;
     const bool isMonitor = description.isMonitor;
-    node.driver =
+    device.driver =
         std::make_shared<PipeWireDriver>(std::move(description),
-                                         PipeWireDriver::Node{name, valueOf(node.properties, PW_KEY_OBJECT_SERIAL),
-                                                              isMonitor, node.modes, reach_.gate, controls},
+                                         PipeWireDriver::Node{name, valueOf(node.properties(), PW_KEY_OBJECT_SERIAL),
+                                                              isMonitor, node.modes(), reach_.gate, controls},
                                          defaults_);
-    queue_->async([this, driver = node.driver] { observer_.deviceAppeared(driver); });
+    queue_->async([this, driver = device.driver] { observer_.deviceAppeared(driver); });
   }
 
   static void setProperties(void* owner, std::uint32_t id, const spa_pod& properties) {
-    const auto& nodes = static_cast<Registry*>(owner)->nodes_;
-    const auto found = nodes.find(id);
-    if (found == nodes.end()) return;
-    pw_node_set_param(reinterpret_cast<pw_node*>(found->second->proxy), SPA_PARAM_Props, 0, &properties);
+    auto& devices = static_cast<Registry*>(owner)->devices_;
+    const auto found = devices.find(id);
+    if (found != devices.end()) found->second.node.setProperties(properties);
   }
 
   CaptureBackendObserver& observer_;
@@ -311,7 +243,7 @@ class PipeWireBackend::Registry {
   spa_hook coreListener_{};
   spa_hook registryListener_{};
   pw_registry* registry_ = nullptr;
-  std::map<std::uint32_t, std::unique_ptr<Node>> nodes_;
+  std::map<std::uint32_t, Device> devices_;
   bool isConnected_ = false;
   bool isLost_ = false;   // the daemon ended; the connection is still to be taken down
   bool wasLost_ = false;  // ever
@@ -330,8 +262,6 @@ const pw_core_events PipeWireBackend::Registry::kCoreEvents = [] {
 
 const pw_registry_events PipeWireBackend::Registry::kRegistryEvents = {PW_VERSION_REGISTRY_EVENTS, globalAdded,
                                                                        globalRemoved};
-
-const pw_node_events PipeWireBackend::Registry::kNodeEvents = {PW_VERSION_NODE_EVENTS, nodeInfo, nodeParameter};
 
 PipeWireBackend::PipeWireBackend(Reach reach) : reach_(std::move(reach)) {}
 
