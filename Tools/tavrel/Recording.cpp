@@ -1,5 +1,7 @@
 #include "Recording.h"
 
+#include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "Platform/Capture/CaptureClock.h"
@@ -58,14 +60,16 @@ int Recording::run(bool printJson, Diagnostics& diagnostics) {
 
 void Recording::record(const Interruption& interruption) {
   constexpr std::chrono::milliseconds kStep(100);
-  // A camera that stops delivering must not keep the recording from its end.
+  // A camera that stops delivering must not keep the recording from its end, nor one that never begins; many take
+  // seconds to begin.
   constexpr double kPatience = 1;
+  constexpr double kLongestBeginning = 5;
   ProgressBar progress;
-  const double begin = CaptureClock::current()->nowSeconds();
+  const double latestBeginning = CaptureClock::current()->nowSeconds() + kLongestBeginning;
   while (!isOver_ && !interruption.isAskedFor()) {
     RunLoop::main().runUntil([this] { return isOver_; }, kStep);
     actOnTime();
-    const double passed = CaptureClock::current()->nowSeconds() - begin;
+    const double passed = CaptureClock::current()->nowSeconds() - std::min(firstFrameAt_.load(), latestBeginning);
     if (options_.duration && passed > *options_.duration + kPatience) isOver_ = true;
     const double fraction = options_.duration ? elapsed_ / *options_.duration : 0;
     progress.show(fraction, fmt::format("{:.1f} s{}", elapsed_.load(), recorder_->isPaused() ? ", paused" : ""));
@@ -76,6 +80,7 @@ void Recording::record(const Interruption& interruption) {
 
 void Recording::actOnFrame(double seconds) {
   elapsed_ = seconds;
+  if (std::isinf(firstFrameAt_)) firstFrameAt_ = CaptureClock::current()->nowSeconds();
   if (!options_.pauseAt) return;
   const bool isPause = seconds >= *options_.pauseAt && seconds < options_.resumeAt.value_or(seconds + 1);
   if (isPause) {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -51,6 +52,7 @@ class Recording {
   std::shared_ptr<TavrelRecorder> recorder_;
   std::shared_ptr<Window> window_;
   std::atomic<double> elapsed_ = 0;
+  std::atomic<double> firstFrameAt_ = std::numeric_limits<double>::infinity();
   bool isOver_ = false;
   bool hasSwitched_ = false;
   bool hasAskedForSnapshot_ = false;

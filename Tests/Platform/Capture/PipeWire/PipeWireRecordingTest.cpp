@@ -61,6 +61,11 @@ TEST_F(PipeWireRecordingTest, RecordsCamerasWithFaultsOrSaysWhyNot) {
       {spoiled("jumping", [](auto&, spa_meta_header& header,
                              std::uint32_t n) { header.pts = monotonicNow() - (n % 2 == 0 ? 5'000'000'000 : 0); }),
        "stamps that jump to and fro, recorded"},
+      {spoiled("late",
+               [](auto&, auto&, std::uint32_t n) {
+                 if (n == 0) std::this_thread::sleep_for(2500ms);
+               }),
+       "pictures that begin after 2.5 s, recorded"},
       {{.name = "dot", .width = 1, .height = 1, .paint = paintGray}, "pictures of 1x1, recorded"},
       {{.name = "fast", .framesPerSecond = 240, .paint = paintGray}, "240 pictures a second, recorded"},
       {spoiled("empty", [](spa_buffer& buffer, auto&, auto) { buffer.datas[0].chunk->size = 0; }),
