@@ -134,6 +134,8 @@ void DispatchWorker::run(Block& block) {
 }
 
 void DispatchWorker::drainAndJoin() {
+  // A block may come from another thread at this very moment, and begin them.
+  std::call_once(life_->started, [] {});
   life_->workGuard.reset();
   for (std::thread& thread : life_->threads) {
     if (thread.get_id() == std::this_thread::get_id()) {
