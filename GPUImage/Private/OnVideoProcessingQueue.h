@@ -13,7 +13,8 @@ namespace tavrel {
 bool isOnVideoProcessingQueue();
 
 /// Runs `work` on the video-processing queue, where the state of nodes lives, and returns what it returns: between two
-/// frames, or at once inside a frame's own work. Any thread.
+/// frames, or at once inside a frame's own work. Any thread. For the thread that ends the process nothing runs any
+/// more, and it gets an empty result.
 template <typename Work>
 auto onVideoProcessingQueue(Work&& work) -> std::invoke_result_t<Work&> {
   using Result = std::invoke_result_t<Work&>;
@@ -23,7 +24,7 @@ auto onVideoProcessingQueue(Work&& work) -> std::invoke_result_t<Work&> {
   } else {
     std::optional<Result> result;
     TavrelRunSynchronouslyOnVideoProcessingQueue([&] { result.emplace(work()); });
-    return std::move(*result);
+    return result ? std::move(*result) : Result();
   }
 }
 

@@ -72,6 +72,8 @@ struct LateUser {
   ~LateUser() {
     graph.picture->processImage();
     graph.blur->useNextFrameForImageCapture();
+    graph.blur->newCGImageFromCurrentlyProcessedOutput();
+    graph.picture->targets();
     graph.picture->removeAllTargets();
   }
 };
