@@ -213,13 +213,15 @@ TEST_F(RecordCommandTest, AnimatedStickersPlayWithTheFrames) {
   const Data gif = test::makeGif(8, 8, frames, 0);
   std::ofstream(file("a.gif"), std::ios::binary).write(reinterpret_cast<const char*>(gif.data()), std::ssize(gif));
   const std::string movie = file("movie.mov");
-  const CommandResult result = test::tavrel("record " + movie + " --microphone none --size 192x128 --fps 10" +
+  const CommandResult result = test::tavrel("record " + movie + " --microphone none --size 192x128 --fps 20" +
                                             " --duration 2.6 --gif " + file("a.gif") + "@96,64,96,64");
   ASSERT_EQ(result.status, 0) << result.output;
   int compared = 0;
   forEachSample(movie, MediaType::video, [&](SampleBuffer& sample) {
     const double time = sample.presentationTimeStamp().seconds();
-    if (const double phase = std::fmod(time, 0.4); phase < 0.02 || phase > 0.38) return;  // a frame at the very change
+    // Not within two frames of a change: on a busy machine the animation may have begun with frames that were lost, and
+    // show a picture late that is not ready.
+    if (const double phase = std::fmod(time, 0.4); phase < 0.11 || phase > 0.29) return;
     const auto buffer = sample.imageBuffer();
     buffer->lockBaseAddress(PixelBufferLock::readOnly);
     const std::uint8_t* const pixel = buffer->baseAddress() + 96 * buffer->bytesPerRow() + 144 * std::size_t{4};
