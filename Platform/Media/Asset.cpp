@@ -49,6 +49,7 @@ MediaTimeRange timeRangeOf(const AVFormatContext& file, const AVStream& stream) 
 struct Measurement {
   std::vector<std::int64_t> lengths;  // of the streams, in their own units
   SoundHeaders headers;
+  bool clockJumps = false;
 };
 
 Measurement measure(AVFormatContext& file) {
@@ -77,16 +78,17 @@ Measurement measure(AVFormatContext& file) {
     if (ends[i] != AV_NOPTS_VALUE && start.isNumeric())
       ends[i] = std::max<std::int64_t>(0, ends[i] - unitsOf(start, file.streams[i]->time_base));
   }
-  return {std::move(ends), std::move(headers)};
+  return {std::move(ends), std::move(headers), clock.hasJumped()};
 }
 
 std::shared_ptr<const AssetTrack> trackOf(const std::filesystem::path& path, AVFormatContext& file, AVStream& stream,
-                                          bool varies) {
+                                          const Measurement& measured) {
   const AVCodecParameters& parameters = *stream.codecpar;
   AssetTrack::Properties track;
   track.path = path;
   track.trackID = stream.index;
-  track.storedFormat = storedFormatOf(stream, varies);
+  track.storedFormat = storedFormatOf(stream, measured.headers.vary(stream.index));
+  track.canSeek = !measured.clockJumps;
   track.codecName = avcodec_get_name(parameters.codec_id);
   track.timeRange = timeRangeOf(file, stream);
   track.isDefault = (stream.disposition & AV_DISPOSITION_DEFAULT) != 0;
@@ -287,11 +289,11 @@ Expected<void> Asset::readFile() const {
   const Measurement measured = options_.prefersPreciseDurationAndTiming ? measure(**file) : Measurement();
   for (unsigned i = 0; i < (*file)->nb_streams; ++i) {
     AVStream& stream = *(*file)->streams[i];
-    if (isSubtitle(stream)) subtitles_.push_back(trackOf(path_, **file, stream, false));
+    if (isSubtitle(stream)) subtitles_.push_back(trackOf(path_, **file, stream, measured));
     if (!isPlayable(stream)) continue;
     if (!measured.lengths.empty() && measured.lengths[i] != AV_NOPTS_VALUE) stream.duration = measured.lengths[i];
     measured.headers.widen(stream.index, *stream.codecpar);
-    tracks_.push_back(trackOf(path_, **file, stream, measured.headers.vary(stream.index)));
+    tracks_.push_back(trackOf(path_, **file, stream, measured));
     duration_ = std::max(duration_, tracks_.back()->timeRange().end());
   }
   metadata_ = metadataOf(**file);

@@ -39,6 +39,7 @@ class TAVREL_API AssetTrack {
     Size pixelAspectRatio{1, 1};
     bool containsHDRVideo = false;
     double nominalFrameRate = 0;
+    bool canSeek = true;
     int sampleRate = 0;
     int channelCount = 0;
     bool isDefault = false;
@@ -70,6 +71,8 @@ class TAVREL_API AssetTrack {
   const AffineTransform& preferredTransform() const { return properties_.preferredTransform; }
   /// Mean frame rate per second; 0 for audio or if unknown.
   double nominalFrameRate() const { return properties_.nominalFrameRate; }
+  /// Whether a time leads to a place in the file: not where its clock jumps, which only a precise look at it tells.
+  bool canSeek() const { return properties_.canSeek; }
   /// Sample rate per second, and channels; 0 for video.
   int sampleRate() const { return properties_.sampleRate; }
   int channelCount() const { return properties_.channelCount; }

@@ -59,7 +59,7 @@ class MoviePictures : public ImageSource {
     const int track = pictureTrackOf(**input);
     if (track < 0) return failure(MediaErrorCode::noPlayableTrack, fmt::format("{} has no pictures", name_));
     readTimes(**input, track);
-    auto decoder = TrackDecoder::open(file_.path(), track, TrackDecoder::Alpha::kept);
+    auto decoder = TrackDecoder::open(file_.path(), track, {.alpha = TrackDecoder::Alpha::kept});
     if (!decoder) return tl::unexpected(decoder.error());
     decoder_ = std::move(*decoder);
     if (auto checked = checkSize(); !checked) return checked;

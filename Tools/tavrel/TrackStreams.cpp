@@ -36,8 +36,11 @@ std::optional<std::string> TrackStreams::add(const std::shared_ptr<const AssetTr
 }
 
 std::optional<std::string> TrackStreams::addSound(const std::shared_ptr<const AssetTrack>& sound) {
+  // Many readers of MP4 do not play Vorbis from within a packet on, and then play what follows too soon.
+  const bool isMisread = sound->codecName() == "vorbis" && options_.fileType == kFileTypeMPEG4 &&
+                         options_.timeRange.start > MediaTime::zero();
   const bool isCopied =
-      options_.audioSettings.empty() && AssetWriter::canStore(*sound->storedFormat(), options_.fileType);
+      options_.audioSettings.empty() && !isMisread && AssetWriter::canStore(*sound->storedFormat(), options_.fileType);
   soundTreatment_ += fmt::format("{}{}", soundTreatment_.empty() ? "" : ", ", isCopied ? "copied" : "encoded");
   if (isCopied) return add(sound, {}, {});
   const Dictionary encoding = soundSettings(*sound, options_.fileType, options_.audioSettings);

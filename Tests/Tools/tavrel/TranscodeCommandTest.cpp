@@ -108,6 +108,11 @@ TEST_F(TranscodeCommandTest, CopiedPicturesAreThoseOfTheOriginal) {
             "tavrel: the pictures of " + file("in.avi") +
                 " cannot be stored as they are: it does not say when they are shown\n");
   EXPECT_FALSE(std::filesystem::exists(file("e.mp4")));
+  // The times of decoding of the later of two movies in one file are none.
+  ASSERT_EQ(shell("cat " + file("flat.mkv") + " " + file("flat.mkv") + " > " + file("strung.mkv")).status, 0);
+  EXPECT_EQ(tavrel("transcode --codec copy " + file("strung.mkv") + " " + file("e.mp4")).output,
+            "tavrel: the pictures of " + file("strung.mkv") +
+                " cannot be stored as they are: movies are strung together in it\n");
 }
 
 TEST_F(TranscodeCommandTest, CopiesMayBeginBetweenKeyframesAndStayFragmented) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "Platform/Media/Private/Reading/MatroskaSegments.h"
 #include "Platform/Media/Private/Reading/MovieInput.h"
 
 namespace tavrel {
@@ -15,7 +16,13 @@ constexpr std::int64_t kFurthestBack = AV_TIME_BASE / 10;
 }  // namespace
 
 MovieClock::MovieClock(const AVFormatContext& file)
-    : file_(file), mayJump_((file.iformat->flags & AVFMT_TS_DISCONT) != 0), correction_(-timelineOffset(file)) {}
+    : file_(file),
+      mayJump_((file.iformat->flags & AVFMT_TS_DISCONT) != 0),
+      joins_(laterMatroskaSegments(file)),
+      correction_(-timelineOffset(file)) {
+  isJoined_ = !joins_.empty();
+  std::reverse(joins_.begin(), joins_.end());
+}
 
 void MovieClock::startAnew() {
   tracks_.clear();
@@ -31,10 +38,27 @@ void MovieClock::stamp(AVPacket& packet) {
     if (!isSane(*time)) *time = AV_NOPTS_VALUE;
   }
   if (mayJump_) repair(packet);
+  if (isJoined_) join(packet);
   const AVRational base = file_.streams[packet.stream_index]->time_base;
   const std::int64_t correction = av_rescale_q(correction_, AV_TIME_BASE_Q, base);
   if (packet.pts != AV_NOPTS_VALUE) packet.pts += correction;
   if (packet.dts != AV_NOPTS_VALUE) packet.dts += correction;
+}
+
+void MovieClock::join(const AVPacket& packet) {
+  const AVRational base = file_.streams[packet.stream_index]->time_base;
+  const AVMediaType type = file_.streams[packet.stream_index]->codecpar->codec_type;
+  if (packet.pts == AV_NOPTS_VALUE || (type != AVMEDIA_TYPE_VIDEO && type != AVMEDIA_TYPE_AUDIO)) return;
+  const std::int64_t stored = av_rescale_q(packet.pts, base, AV_TIME_BASE_Q);
+  if (!joins_.empty() && packet.pos >= joins_.back()) {
+    while (!joins_.empty() && packet.pos >= joins_.back()) joins_.pop_back();
+    // Both begin alike, but for a part of a longer movie.
+    const std::int64_t usual = timelineOffset(file_);
+    correction_ = end_ - (std::abs(stored - usual) < AV_TIME_BASE ? usual : stored);
+    hasJumped_ = true;
+  }
+  const std::int64_t length = av_rescale_q(std::max<std::int64_t>(0, packet.duration), base, AV_TIME_BASE_Q);
+  end_ = std::max(end_, stored + correction_ + length);
 }
 
 void MovieClock::repair(const AVPacket& packet) {

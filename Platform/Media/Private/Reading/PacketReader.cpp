@@ -4,14 +4,14 @@
 
 namespace tavrel {
 
-Expected<PacketReader> PacketReader::open(const std::filesystem::path& path, int trackID) {
+Expected<PacketReader> PacketReader::open(const std::filesystem::path& path, int trackID, bool canSeek) {
   auto file = openMovieInput(path);
   if (!file) return tl::unexpected(file.error());
   const bool isThere = trackID >= 0 && static_cast<unsigned>(trackID) < (*file)->nb_streams;
   if (!isThere || (!isPlayable(*(*file)->streams[trackID]) && !isSubtitle(*(*file)->streams[trackID]))) {
     return tl::unexpected(unreadableMovie(path, "the track is not there any more", MediaErrorCode::noPlayableTrack));
   }
-  PacketReader reader(std::move(*file), trackID);
+  PacketReader reader(std::move(*file), trackID, canSeek);
   for (unsigned i = 0; i < reader.file().nb_streams && !reader.clock_.needsEveryPacket(); ++i) {
     if (static_cast<int>(i) != trackID) reader.file().streams[i]->discard = AVDISCARD_ALL;
   }
@@ -33,6 +33,7 @@ PacketReader::Step PacketReader::read(AVPacket& packet) {
 }
 
 bool PacketReader::seek(std::int64_t time) {
+  if (!canSeek()) return false;
   const std::int64_t stored = clock_.storedTime(time, stream());
   if (av_seek_frame(file_.get(), trackID_, stored, AVSEEK_FLAG_BACKWARD) < 0) return false;
   clock_.startAnew();

@@ -10,7 +10,7 @@ namespace tavrel {
 /// The packets of one track of a file, with their times on the asset's time line. One thread at a time.
 class PacketReader {
  public:
-  static Expected<PacketReader> open(const std::filesystem::path& path, int trackID);
+  static Expected<PacketReader> open(const std::filesystem::path& path, int trackID, bool canSeek = true);
 
   enum class Step { packet, otherTrack, end };
   /// One step through the file. At the end, `error()` tells whether it broke off.
@@ -19,8 +19,11 @@ class PacketReader {
   int error() const { return error_; }
   /// Goes to what is decoded at `time`, in units of the track, or before. False where the file does not find it.
   bool seek(std::int64_t time);
-  /// False once the file's clock has jumped: then its places cannot be told from times.
-  bool canSeek() const { return !clock_.hasJumped(); }
+  /// False where the file's clock is known to jump: then its places cannot be told from times.
+  bool canSeek() const { return canSeek_ && !clock_.hasJumped(); }
+
+  /// Whether the file is made up of several movies; the later ones' times of decoding are none.
+  bool isJoined() const { return clock_.isJoined(); }
 
   /// Of the track's first packet to be shown, in units of the track; 0 where the file does not say it.
   std::int64_t firstTime() const;
@@ -29,11 +32,13 @@ class PacketReader {
   AVStream& stream() const { return *file_->streams[trackID_]; }
 
  private:
-  PacketReader(InputFormat file, int trackID) : file_(std::move(file)), clock_(*file_), trackID_(trackID) {}
+  PacketReader(InputFormat file, int trackID, bool canSeek)
+      : file_(std::move(file)), clock_(*file_), trackID_(trackID), canSeek_(canSeek) {}
 
   InputFormat file_;
   MovieClock clock_;
   int trackID_;
+  bool canSeek_;
   int error_ = 0;
 };
 

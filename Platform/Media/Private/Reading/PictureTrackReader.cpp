@@ -58,8 +58,10 @@ SampleTiming timingOf(const AVFrame& picture, const TrackDecoder& decoder) {
 
 Expected<std::unique_ptr<SampleReader>> PictureTrackReader::open(const std::filesystem::path& path,
                                                                  const AssetTrack& track, const SampleForm& form) {
-  auto decoder = TrackDecoder::open(path, track.trackID(), TrackDecoder::Alpha::leftOut,
-                                    form.keepsFields ? TrackDecoder::Fields::kept : TrackDecoder::Fields::deinterlaced);
+  using Fields = TrackDecoder::Fields;
+  auto decoder = TrackDecoder::open(
+      path, track.trackID(),
+      {.fields = form.keepsFields ? Fields::kept : Fields::deinterlaced, .canSeek = track.canSeek()});
   if (!decoder) return tl::unexpected(decoder.error());
   return std::unique_ptr<SampleReader>(new PictureTrackReader(std::move(*decoder), form));
 }

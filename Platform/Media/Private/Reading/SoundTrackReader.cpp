@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 #include "Platform/Media/Private/FFmpegTime.h"
 
@@ -39,14 +40,14 @@ Expected<std::shared_ptr<SampleBuffer>> cutToRange(const std::shared_ptr<SampleB
 
 Expected<std::unique_ptr<SampleReader>> SoundTrackReader::open(const std::filesystem::path& path,
                                                                const AssetTrack& track, const AudioFormat& format) {
-  auto decoder = TrackDecoder::open(path, track.trackID());
+  auto decoder = TrackDecoder::open(path, track.trackID(), {.canSeek = track.canSeek()});
   if (!decoder) return tl::unexpected(decoder.error());
   return std::unique_ptr<SampleReader>(new SoundTrackReader(std::move(*decoder), format));
 }
 
 Expected<std::shared_ptr<SampleBuffer>> SoundTrackReader::next(const GoOn& goOn) {
   while (true) {
-    const auto frame = decoder_->next(goOn);
+    const auto frame = first_ ? Expected<const AVFrame*>(std::exchange(first_, nullptr)) : decoder_->next(goOn);
     if (!frame) return tl::unexpected(frame.error());
     const bool isAtEnd = !*frame;
     if (isAtEnd && !goOn()) return nullptr;
@@ -62,9 +63,17 @@ Expected<std::shared_ptr<SampleBuffer>> SoundTrackReader::next(const GoOn& goOn)
 Expected<void> SoundTrackReader::seek(const MediaTimeRange& range, bool) {
   range_ = range;
   pcm_ = PcmConverter(format_);
-  const MediaTime target = range.start - kLead;
-  if (!(target > MediaTime::zero())) return decoder_->rewind();
-  return decoder_->seek(unitsOf(target, decoder_->timeBase()));
+  first_ = nullptr;
+  const std::int64_t start = unitsOf(range.start, decoder_->timeBase());
+  // Some containers lead to what lies beside pictures of that time, which may be sound of a later one.
+  for (MediaTime lead = kLead; range.start > lead && decoder_->canSeek(); lead = lead + lead) {
+    if (auto sought = decoder_->seek(unitsOf(range.start - lead, decoder_->timeBase())); !sought) return sought;
+    const auto first = decoder_->next([] { return true; });
+    if (!first || !*first || (*first)->pts > start) continue;
+    first_ = *first;
+    return {};
+  }
+  return decoder_->rewind();
 }
 
 }  // namespace tavrel

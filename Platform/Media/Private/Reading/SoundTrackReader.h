@@ -24,6 +24,7 @@ class SoundTrackReader final : public SampleReader {
   const std::unique_ptr<TrackDecoder> decoder_;
   const AudioFormat format_;
   PcmConverter pcm_;
+  const AVFrame* first_ = nullptr;  // decoded while seeking, and not given
   MediaTimeRange range_ = MediaTimeRange::everything();
 };
 

@@ -16,6 +16,9 @@ namespace tavrel {
 
 namespace {
 
+/// The first packet after a seek in a broadcast may be the rest of one, and the next have the time of the one after it.
+const MediaTime kLead = MediaTime::make(1, 2);
+
 /// What of the end of a packet of sound is not heard, in frames.
 std::int64_t framesTrimmedAtEnd(const AVPacket& packet) {
   std::size_t size = 0;
@@ -64,8 +67,13 @@ std::shared_ptr<const FormatDescription> storedFormatOf(const AVStream& stream, 
 
 Expected<std::unique_ptr<SampleReader>> StoredTrackReader::open(const std::filesystem::path& path,
                                                                 const AssetTrack& track) {
-  auto packets = PacketReader::open(path, track.trackID());
+  auto packets = PacketReader::open(path, track.trackID(), track.canSeek());
   if (!packets) return tl::unexpected(packets.error());
+  if (packets->isJoined() && packets->stream().codecpar->video_delay > 0) {
+    return failure(MediaErrorCode::unsupportedFormat,
+                   fmt::format("the pictures of {} cannot be stored as they are: movies are strung together in it",
+                               path.string()));
+  }
   std::unique_ptr<StoredTrackReader> reader(new StoredTrackReader);
   reader->path_ = path;
   reader->packets_.emplace(std::move(*packets));
@@ -82,10 +90,11 @@ Expected<std::unique_ptr<SampleReader>> StoredTrackReader::open(const std::files
   return reader;
 }
 
+bool StoredTrackReader::isBroadcast() const { return (packets_->file().iformat->flags & AVFMT_TS_DISCONT) != 0; }
+
 void StoredTrackReader::expectCut() {
   const AVCodecParameters& parameters = *packets_->stream().codecpar;
-  const bool mayBeCut = (packets_->file().iformat->flags & AVFMT_TS_DISCONT) != 0;
-  if (!mayBeCut || unwrapper_ || parameters.codec_type != AVMEDIA_TYPE_AUDIO) return;
+  if (!isBroadcast() || unwrapper_ || parameters.codec_type != AVMEDIA_TYPE_AUDIO) return;
   const AVCodec* const codec = avcodec_find_decoder(parameters.codec_id);
   trial_.reset(avcodec_alloc_context3(codec));
   const bool isReady = trial_ && avcodec_parameters_to_context(trial_.get(), &parameters) >= 0;
@@ -190,13 +199,15 @@ Expected<void> StoredTrackReader::seek(const MediaTimeRange& range, bool) {
   isAtEnd_ = false;
   early_.clear();
   isTimed_ = false;
-  expectCut();
+  trial_.reset();
   const AVStream& stream = packets_->stream();
-  const bool isSought = range.start > MediaTime::zero() && format_->mediaType != MediaType::subtitle;
-  if (isSought && packets_->seek(unitsOf(range.start, stream.time_base))) return {};
-  auto packets = PacketReader::open(path_, stream.index);
+  const MediaTime target = isBroadcast() ? range.start - kLead : range.start;
+  const bool isSought = target > MediaTime::zero() && format_->mediaType != MediaType::subtitle;
+  if (isSought && packets_->seek(unitsOf(target, stream.time_base))) return {};
+  auto packets = PacketReader::open(path_, stream.index, packets_->canSeek());
   if (!packets) return tl::unexpected(packets.error());
   packets_.emplace(std::move(*packets));
+  expectCut();
   return {};
 }
 

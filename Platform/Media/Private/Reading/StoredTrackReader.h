@@ -26,6 +26,8 @@ class StoredTrackReader final : public SampleReader {
   Expected<std::shared_ptr<SampleBuffer>> sampleOf(const AVPacket& packet) const;
   /// The next packet of the track. False at the end, and when `goOn` answers no.
   bool read(const GoOn& goOn);
+  /// A transport or program stream, which is cut anywhere.
+  bool isBroadcast() const;
   /// Has the next packets tried: where a broadcast was cut, sound begins with the rest of a packet.
   void expectCut();
   /// False for what no decoder takes.

@@ -21,27 +21,29 @@ Error damaged(const std::filesystem::path& path, int result) {
 
 }  // namespace
 
-Expected<std::unique_ptr<TrackDecoder>> TrackDecoder::open(const std::filesystem::path& path, int trackID, Alpha alpha,
-                                                           Fields fields) {
+Expected<std::unique_ptr<TrackDecoder>> TrackDecoder::open(const std::filesystem::path& path, int trackID,
+                                                           const Options& options) {
   std::unique_ptr<TrackDecoder> decoder(new TrackDecoder);
-  decoder->fields_ = fields;
+  decoder->options_ = options;
   decoder->path_ = path;
   if (auto opened = decoder->openFile(trackID); !opened) return tl::unexpected(opened.error());
-  if (auto opened = decoder->openCodec(path, decoder->findCodec(alpha)); !opened) return tl::unexpected(opened.error());
+  // A palette may come in front of all, and never again.
+  decoder->canSeek_ = decoder->packets_->canSeek() && decoder->parameters().format != AV_PIX_FMT_PAL8;
+  if (auto opened = decoder->openCodec(path, decoder->findCodec()); !opened) return tl::unexpected(opened.error());
   return decoder;
 }
 
 Expected<void> TrackDecoder::openFile(int trackID) {
-  auto packets = PacketReader::open(path_, trackID);
+  auto packets = PacketReader::open(path_, trackID, options_.canSeek);
   if (!packets) return tl::unexpected(packets.error());
   packets_.emplace(std::move(*packets));
   return {};
 }
 
-const AVCodec* TrackDecoder::findCodec(Alpha alpha) const {
+const AVCodec* TrackDecoder::findCodec() const {
   const AVCodecID id = parameters().codec_id;
   const AVCodec* withAlpha = nullptr;
-  if (alpha == Alpha::kept && av_dict_get(packets_->stream().metadata, "alpha_mode", nullptr, 0)) {
+  if (options_.alpha == Alpha::kept && av_dict_get(packets_->stream().metadata, "alpha_mode", nullptr, 0)) {
     if (id == AV_CODEC_ID_VP8) withAlpha = avcodec_find_decoder_by_name("libvpx");
     if (id == AV_CODEC_ID_VP9) withAlpha = avcodec_find_decoder_by_name("libvpx-vp9");
   }
@@ -89,7 +91,7 @@ Expected<const AVFrame*> TrackDecoder::next(const std::function<bool()>& goOn) {
       if (atEnd_ && deinterlacer_) static_cast<void>(deinterlacer_->add(nullptr));
     } else if (place()) {
       hasDecoded_ = true;
-      const bool isWhole = fields_ == Fields::kept || !frame_->interlaced_frame;
+      const bool isWhole = options_.fields == Fields::kept || !frame_->interlaced_frame;
       if (!deinterlacer_ && isWhole) return frame_.get();
       if (auto added = deinterlace(); !added) return tl::unexpected(added.error());
     }
@@ -124,7 +126,7 @@ Expected<const AVFrame*> TrackDecoder::nextOfFields() {
 }
 
 Expected<void> TrackDecoder::seek(std::int64_t time) {
-  if (!packets_->seek(time)) return rewind();
+  if (!canSeek_ || !packets_->seek(time)) return rewind();
   startOver();
   awaitsFirstPacket_ = parameters().codec_type == AVMEDIA_TYPE_VIDEO;
   return {};
@@ -198,10 +200,25 @@ bool TrackDecoder::place() {
   const bool isVideo = parameters().codec_type == AVMEDIA_TYPE_VIDEO;
   if (isVideo && (time < 0 || (completeFrom_ && time < *completeFrom_))) return false;
   if (isVideo && lastTime_ && time <= *lastTime_) time = *lastTime_ + 1;
+  if (parameters().codec_id == AV_CODEC_ID_VORBIS) time = evenTime(time);
   lastTime_ = time;
   frame_->pts = time;
   if (isVideo) describe();
   return true;
+}
+
+/// Where windows of Vorbis change their length, FFmpeg's demuxer of Ogg says of a packet that it begins elsewhere.
+std::int64_t TrackDecoder::evenTime(std::int64_t time) {
+  constexpr int kMostDoubts = 2;
+  constexpr AVRational kLongestDoubt{1, 20};
+  const std::int64_t expected = std::exchange(expectedTime_, AV_NOPTS_VALUE);
+  const std::int64_t deviation = lastTime_ && expected != AV_NOPTS_VALUE ? std::abs(time - expected) : 0;
+  const bool isDoubtful = deviation > 2 && deviation < av_rescale_q(1, kLongestDoubt, timeBase());
+  doubts_ = isDoubtful ? doubts_ + 1 : 0;
+  if (isDoubtful && doubts_ <= kMostDoubts) time = expected;
+  if (frame_->sample_rate > 0)
+    expectedTime_ = time + av_rescale_q(frame_->nb_samples, {1, frame_->sample_rate}, timeBase());
+  return time;
 }
 
 void TrackDecoder::describe() {

@@ -20,9 +20,14 @@ class TrackDecoder {
   enum class Alpha { leftOut, kept };
   enum class Fields { deinterlaced, kept };
 
+  struct Options {
+    Alpha alpha = Alpha::leftOut;
+    Fields fields = Fields::deinterlaced;
+    bool canSeek = true;  ///< false where the file's clock is known to jump
+  };
+
   static Expected<std::unique_ptr<TrackDecoder>> open(const std::filesystem::path& path, int trackID,
-                                                      Alpha alpha = Alpha::leftOut,
-                                                      Fields fields = Fields::deinterlaced);
+                                                      const Options& options);
 
   /// The next decoded frame in order of presentation, valid until the next call; its `pts` is the time on the asset's
   /// time line in units of `timeBase()`, later than the frame's before, and `pkt_duration` is its length, 0 when
@@ -36,7 +41,8 @@ class TrackDecoder {
   Expected<void> seek(std::int64_t time);
   /// Goes on from the start.
   Expected<void> rewind();
-  /// False once the file was seen not to say when its pictures are shown: then places after a seek cannot be trusted.
+  /// False where the file is known not to say when its pictures are shown, or to say what they need only in front: then
+  /// places after a seek cannot be trusted.
   bool canSeek() const { return canSeek_; }
 
   /// The frame rate of pictures that follow each other evenly, as the file says; 0 of others.
@@ -52,7 +58,7 @@ class TrackDecoder {
 
   Expected<void> openFile(int trackID);
   void startOver();
-  const AVCodec* findCodec(Alpha alpha) const;
+  const AVCodec* findCodec() const;
   Expected<void> openCodec(const std::filesystem::path& path, const AVCodec* codec);
   Expected<void> deinterlace();
   /// What the deinterlacer has ready; nullptr when it wants more, and without one.
@@ -61,12 +67,13 @@ class TrackDecoder {
   bool receive();
   void feed();
   bool place();
+  std::int64_t evenTime(std::int64_t time);
   void noteDamage(int code);
   /// What only the file says about how bright pictures are.
   void describe();
 
   std::filesystem::path path_;
-  Fields fields_ = Fields::deinterlaced;
+  Options options_;
   std::optional<PacketReader> packets_;
   CodecContext codec_;
   Packet packet_;
@@ -75,6 +82,8 @@ class TrackDecoder {
   Frame following_;
   std::int64_t frameDuration_ = 0;
   std::optional<std::int64_t> lastTime_;
+  std::int64_t expectedTime_ = AV_NOPTS_VALUE;
+  int doubts_ = 0;
   std::optional<Error> damage_;
   /// After a seek: pictures before the first one that was decoded alone lack what they refer to.
   std::optional<std::int64_t> completeFrom_;
