@@ -36,11 +36,14 @@ std::optional<std::string> TrackStreams::add(const std::shared_ptr<const AssetTr
 }
 
 std::optional<std::string> TrackStreams::addSound(const std::shared_ptr<const AssetTrack>& sound) {
-  // Many readers of MP4 do not play Vorbis from within a packet on, and then play what follows too soon.
-  const bool isMisread = sound->codecName() == "vorbis" && options_.fileType == kFileTypeMPEG4 &&
-                         options_.timeRange.start > MediaTime::zero();
-  const bool isCopied =
-      options_.audioSettings.empty() && !isMisread && AssetWriter::canStore(*sound->storedFormat(), options_.fileType);
+  // Many readers of MP4 do not play Vorbis from within a packet on, and then play what follows too soon. WavPack's
+  // packets take half a second, of which Matroska cannot leave out a part.
+  const MediaTimeRange& part = options_.timeRange;
+  const bool isCutInFront = part.start > MediaTime::zero();
+  const bool isMisread = isCutInFront && sound->codecName() == "vorbis" && options_.fileType == kFileTypeMPEG4;
+  const bool isCoarse = (isCutInFront || part.duration.isNumeric()) && sound->codecName() == "wavpack";
+  const bool isCopied = options_.audioSettings.empty() && !isMisread && !isCoarse &&
+                        AssetWriter::canStore(*sound->storedFormat(), options_.fileType);
   soundTreatment_ += fmt::format("{}{}", soundTreatment_.empty() ? "" : ", ", isCopied ? "copied" : "encoded");
   if (isCopied) return add(sound, {}, {});
   const Dictionary encoding = soundSettings(*sound, options_.fileType, options_.audioSettings);
