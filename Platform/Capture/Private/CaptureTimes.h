@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -16,20 +17,30 @@ inline std::optional<std::int64_t> ageOfCapture(std::int64_t monotonic) {
   return age;
 }
 
-/// The stamps of one stream, believed as long as they go on: a clock that stands still or goes back is none.
+/// The stamps of one stream, believed as long as they go on: a clock that stands still, goes back or leaps is none.
 class CaptureStamps {
  public:
-  /// `ageOfCapture` of the next one; nothing for a while after one that is not later than the one before.
+  /// `ageOfCapture` of the next picture; nothing for a while after one whose stamp is not later than the one before, or
+  /// says that the picture took longer than any camera does and than nothing was read.
   std::optional<std::int64_t> ageOf(std::int64_t monotonic) {
     constexpr int kPicturesInDoubt = 100;
+    constexpr std::int64_t kLongestWay = 2'000'000'000;
     const auto age = ageOfCapture(monotonic);
-    if (age && monotonic <= last_) doubted_ = kPicturesInDoubt;
+    const std::int64_t arrival = std::chrono::steady_clock::now().time_since_epoch().count();
+    const std::int64_t pause = arrival_ > 0 ? arrival - arrival_ : 0;
+    const bool isBelieved = monotonic > last_ && age <= std::max(age_, kLongestWay) + pause;
+    if (age && !isBelieved) doubted_ = kPicturesInDoubt;
     last_ = monotonic;
-    return doubted_ > 0 && doubted_-- > 0 ? std::nullopt : age;
+    arrival_ = arrival;
+    if (doubted_ > 0 && doubted_-- > 0) return std::nullopt;
+    age_ = age.value_or(0);
+    return age;
   }
 
  private:
   std::int64_t last_ = 0;
+  std::int64_t arrival_ = 0;  // of the picture before
+  std::int64_t age_ = 0;      // its
   int doubted_ = 0;
 };
 

@@ -95,8 +95,11 @@ TEST_F(DiagnosticsTest, ATraceThatCannotBeWrittenIsSaidInOneLineBeforeAnythingIs
 
 TEST_F(DiagnosticsTest, AKilledProgramLeavesATraceThatOpens) {
   const TraceChecker trace(file("t.json"));
-  const auto killed = shell("timeout -s KILL 2 " + std::string(TAVREL_PROGRAM) + " record --size 160x120 --trace " +
-                            trace.path().string() + " " + file("out.mov"));
+  const std::string path = trace.path().string();
+  const auto killed =
+      shell(std::string(TAVREL_PROGRAM) + " record --size 160x120 --trace " + path + " " + file("out.mov") +
+            " & i=0; while [ $((i += 1)) -lt 300 ] && [ \"$(cat " + path +
+            " 2>/dev/null | grep -c TavrelCamera)\" -lt 10 ]; do sleep 0.1; done; kill -KILL $!; wait $!");
   EXPECT_NE(killed.status, 0);
   EXPECT_FALSE(trace.isClosed());
   EXPECT_EQ(trace.ask("problems(e)"), "[]");
