@@ -162,14 +162,14 @@ void TavrelGPUImageFramebuffer::destroyFramebuffer() {
   std::shared_ptr<TextureCacheTexture> owner = std::move(implementation_->textureOwner);
   const bool isMemoryInUse = owner && owner->pixelBuffer()->sharesMemory();
   // What belongs to a pixel buffer goes back to the texture cache, which may live on another queue's thread.
-  const auto release = [framebuffer, textureToDelete, target = std::move(implementation_->renderTarget),
-                        view = std::move(implementation_->renderTexture), owner = std::move(owner),
-                        isMemoryInUse]() mutable {
+  auto release = [framebuffer, textureToDelete, target = std::move(implementation_->renderTarget),
+                  view = std::move(implementation_->renderTexture), owner = std::move(owner), isMemoryInUse]() mutable {
     TavrelGPUImageContext::useImageProcessingContext();
     if (isMemoryInUse) glFlush();  // the memory's next owner waits for what was sent off
     if (framebuffer) glDeleteFramebuffers(1, &framebuffer);
     target.reset();
     view.reset();
+    owner.reset();
     if (textureToDelete) glDeleteTextures(1, &textureToDelete);
   };
   if (!framebuffer && !textureToDelete && !isMemoryInUse) return;
@@ -178,9 +178,9 @@ void TavrelGPUImageFramebuffer::destroyFramebuffer() {
   // are left to the video-processing queue.
   const void* const running = DispatchQueue::getSpecific(TavrelGPUImageContext::contextKey());
   if (running && running != TavrelGPUImageContext::sharedImageProcessingContext().get()) {
-    TavrelGPUImageContext::sharedContextQueue()->async(release);
+    TavrelGPUImageContext::sharedContextQueue()->async(std::move(release));
   } else {
-    TavrelRunSynchronouslyOnVideoProcessingQueue(release);
+    TavrelRunSynchronouslyOnVideoProcessingQueue(std::move(release));
   }
 }
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "GPUImage/Private/NodeSpan.h"
+#include "GPUImage/Sources/Private/PicturePlanes.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebuffer.h"
 #include "Platform/Foundation/ConsoleLog.h"
@@ -75,6 +76,15 @@ void TavrelGPUImageCVPixelBufferInput::deliver(const std::shared_ptr<PixelBuffer
   const NodeSpan span(*this);
   TextureCache& textureCache = *TavrelGPUImageContext::sharedImageProcessingContext()->coreVideoTextureCache();
   implementation_->textureRef.reset();
+  if (const auto planes = PixelBuffer::planesOf(pixelBuffer)) {
+    const auto framebuffer = PicturePlanes::framebufferOf(planes);
+    setOutputFramebuffer(framebuffer);
+    return handOver({.frameTime = frameTime,
+                     .size = framebuffer->size(),
+                     .sizeFirst = true,
+                     .skipsDisabledTargets = true,
+                     .toIgnoredTarget = HandOver::ToIgnoredTarget::framebuffer});
+  }
   auto texture = textureCache.createTextureFromPixelBuffer(pixelBuffer);
   if (!texture) fatalAssertion("CVOpenGLESTextureCacheCreateTextureFromImage error: {}", texture.error().code);
   implementation_->textureRef = *texture;

@@ -6,7 +6,7 @@
 #include "GPUImage/Private/FramebufferContents.h"
 #include "GPUImage/Private/NodeSpan.h"
 #include "GPUImage/Sources/Private/MovieImplementation.h"
-#include "GPUImage/Sources/Private/MoviePlanes.h"
+#include "GPUImage/Sources/Private/PicturePlanes.h"
 #include "GPUImage/TavrelGPUImageContext.h"
 #include "GPUImage/TavrelGPUImageFramebufferCache.h"
 #include "Platform/Foundation/ConsoleLog.h"
@@ -63,7 +63,7 @@ void TavrelGPUImageMovie::startProcessing() {
 Dictionary TavrelGPUImageMovie::settingsOfSoonestPictures() {
   Dictionary settings = {
       {kPixelBufferPixelFormatTypeKey, static_cast<std::int64_t>(static_cast<std::uint32_t>(PixelFormat::bgra32))}};
-  if (MoviePlanes::areShownSooner()) settings.emplace(kVideoAllowsPlanesKey, std::int64_t{1});
+  if (PicturePlanes::areShownSooner()) settings.emplace(kVideoAllowsPlanesKey, std::int64_t{1});
   return settings;
 }
 
@@ -199,7 +199,7 @@ void TavrelGPUImageMovie::Implementation::processMovieFrame(const std::shared_pt
   TavrelGPUImageContext::useImageProcessingContext();
   frame->lockBaseAddress(PixelBufferLock::readOnly);
   const bool isPlanar = takesPlanes && frame->planeCount() == 2;
-  const auto framebuffer = isPlanar ? MoviePlanes::framebufferOf(frame)
+  const auto framebuffer = isPlanar ? PicturePlanes::framebufferOf(frame)
                            : TavrelGPUImageContext::supportsFastTextureUpload()
                                ? wrap(frame)
                                : copy(*frame, movie.outputTextureOptions());

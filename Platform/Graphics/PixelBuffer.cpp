@@ -7,6 +7,7 @@
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Platform/Graphics/Private/DmaBufBacking.h"
+#include "Platform/Graphics/Private/GLFence.h"
 #include "Platform/Graphics/Private/GraphicsFailure.h"
 #include "Platform/Graphics/Private/PixelBufferBacking.h"
 #include "Platform/Graphics/Private/StagedBacking.h"
@@ -26,6 +27,7 @@ struct PixelBuffer::Implementation {
   mutable std::mutex mutex;
   std::unique_ptr<PixelBufferBacking> backing;
   std::map<std::string, Attachment, std::less<>> attachments;
+  std::unique_ptr<PixelBuffer> planes = nullptr;
 };
 
 Expected<std::shared_ptr<PixelBuffer>> PixelBuffer::create(std::size_t width, std::size_t height, PixelFormat format,
@@ -41,6 +43,10 @@ std::unique_ptr<PixelBuffer> PixelBuffer::make(const PixelLayout& layout,
   const DmaBufDevice* device = use == PixelBufferUse::byCPUAndGPU ? DmaBufDevice::shared() : nullptr;
   if (device != nullptr) backing = DmaBufBacking::create(*device, layout);
   if (backing == nullptr) backing = std::make_unique<StagedBacking>(layout, std::move(allocator));
+  return make(std::move(backing));
+}
+
+std::unique_ptr<PixelBuffer> PixelBuffer::make(std::unique_ptr<PixelBufferBacking> backing) {
   return std::unique_ptr<PixelBuffer>(new PixelBuffer(std::make_unique<Implementation>(std::move(backing))));
 }
 
@@ -65,6 +71,17 @@ std::size_t PixelBuffer::bytesPerRowOfPlane(std::size_t plane) const {
 }
 
 bool PixelBuffer::sharesMemory() const { return implementation_->backing->sharesMemory(); }
+
+bool PixelBuffer::isLent() const { return implementation_->backing->isLent(); }
+
+std::shared_ptr<PixelBuffer> PixelBuffer::planesOf(const std::shared_ptr<PixelBuffer>& buffer) {
+  PixelBuffer* const planes = buffer != nullptr ? buffer->planes() : nullptr;
+  return planes != nullptr ? std::shared_ptr<PixelBuffer>(buffer, planes) : nullptr;
+}
+
+PixelBuffer* PixelBuffer::planes() const { return implementation_->planes.get(); }
+
+void PixelBuffer::setPlanes(std::unique_ptr<PixelBuffer> planes) { implementation_->planes = std::move(planes); }
 
 void PixelBuffer::lockBaseAddress(PixelBufferLock lock) {
   std::unique_lock guard(implementation_->mutex);
@@ -156,6 +173,27 @@ Expected<std::shared_ptr<GLTexture>> PixelBuffer::texture(const std::shared_ptr<
 void PixelBuffer::refresh(GLTexture& texture) {
   std::lock_guard guard(implementation_->mutex);
   implementation_->backing->refresh(texture);
+}
+
+void PixelBuffer::noteGPURead(const GLTexture& texture) {
+  if (!sharesMemory()) return;
+  GLSharegroup& sharegroup = *texture.sharegroup();
+  if (!isLent()) {
+    // The next owner of the memory waits for commands that the driver has, not for those that it is yet to be sent.
+    if (sharegroup.isCurrent()) glFlush();
+    return;
+  }
+  // Nor does a camera wait for commands at all. Not under the lock, for which the GL thread may wait.
+  GLFence read;
+  const auto mark = [&read](NativeContext&) { read = GLFence::afterCurrentCommands(); };
+  sharegroup.perform(mark);
+  std::lock_guard guard(implementation_->mutex);
+  implementation_->backing->noteGPURead(std::move(read));
+}
+
+void PixelBuffer::exclusively(const std::function<void()>& work) {
+  std::lock_guard guard(implementation_->mutex);
+  work();
 }
 
 void PixelBuffer::prepareForReuse() {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,6 +18,7 @@ namespace tavrel {
 
 class GLTexture;
 class PixelBlockAllocator;
+class PixelBufferBacking;
 class TextureCacheCore;
 struct TextureRequest;
 
@@ -72,8 +74,13 @@ class TAVREL_API PixelBuffer {
   /// Stride of the first plane, in bytes; at least 4 × width for 'BGRA'.
   std::size_t bytesPerRow() const;
   std::size_t bytesPerRowOfPlane(std::size_t plane) const;
-  /// Whether bytes and texture are the same memory.
+  /// Whether textures show the buffer's memory in place.
   bool sharesMemory() const;
+  /// Whether the memory is somebody else's (`LentPixelBuffer`), who has less to write into as long as this is held.
+  bool isLent() const;
+  /// The same picture in the two planes of 4:2:0 in which a camera wrote it, where textures show those in place
+  /// (`LentPixelBuffer`): drawing from them spares making 'BGRA'. It holds `buffer`. nullptr for all others.
+  static std::shared_ptr<PixelBuffer> planesOf(const std::shared_ptr<PixelBuffer>& buffer);
 
   /// Brings the bytes up to date and fixes their address until the matching `unlockBaseAddress`. Locks nest and may be
   /// held by several threads. With `readWrite`, textures made afterwards show the changed bytes.
@@ -104,6 +111,7 @@ class TAVREL_API PixelBuffer {
   void copyPropagatedAttachments(PixelBuffer& to) const;
 
  private:
+  friend class LentPixelBuffer;
   friend class PixelBufferPool;
   friend class TextureCache;
   friend class TextureCacheTexture;
@@ -112,10 +120,15 @@ class TAVREL_API PixelBuffer {
   explicit PixelBuffer(std::unique_ptr<Implementation> implementation);
   static std::unique_ptr<PixelBuffer> make(const PixelLayout& layout, std::shared_ptr<PixelBlockAllocator> allocator,
                                            PixelBufferUse use = PixelBufferUse::byCPUAndGPU);
+  static std::unique_ptr<PixelBuffer> make(std::unique_ptr<PixelBufferBacking> backing);
 
   Expected<std::shared_ptr<GLTexture>> texture(const std::shared_ptr<TextureCacheCore>& core,
                                                const TextureRequest& request);
   void refresh(GLTexture& texture);
+  void noteGPURead(const GLTexture& texture);
+  void exclusively(const std::function<void()>& work);
+  PixelBuffer* planes() const;
+  void setPlanes(std::unique_ptr<PixelBuffer> planes);
   void prepareForReuse();
 
   std::unique_ptr<Implementation> implementation_;

@@ -10,10 +10,7 @@ namespace tavrel {
 TextureCacheTexture::TextureCacheTexture(std::shared_ptr<PixelBuffer> buffer, std::shared_ptr<GLTexture> texture)
     : buffer_(std::move(buffer)), texture_(std::move(texture)) {}
 
-TextureCacheTexture::~TextureCacheTexture() {
-  // The next owner of the memory waits for commands that the driver has, not for those that it is yet to be sent.
-  if (buffer_->sharesMemory() && texture_->sharegroup()->isCurrent()) glFlush();
-}
+TextureCacheTexture::~TextureCacheTexture() { buffer_->noteGPURead(*texture_); }
 
 GLuint TextureCacheTexture::name() const { return texture_->name(); }
 

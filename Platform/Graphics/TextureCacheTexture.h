@@ -12,8 +12,8 @@ class GLTexture;
 class PixelBuffer;
 
 /// A GL texture that shows a pixel buffer; made by `TextureCache`. Holds the buffer, so that a pool does not reuse it
-/// meanwhile. The texture outlives this object and stays with the buffer. For shared memory the destructor flushes the
-/// current context, so that the buffer's next owner waits for the GPU. Any thread.
+/// meanwhile. The texture outlives this object and stays with the buffer. For shared memory the destructor sends
+/// off the current context's commands, so that the buffer's next owner waits for the GPU. Any thread.
 class TAVREL_API TextureCacheTexture {
  public:
   TextureCacheTexture(std::shared_ptr<PixelBuffer> buffer, std::shared_ptr<GLTexture> texture);

@@ -1,5 +1,6 @@
 // Gives Mesa's software renderer what a graphics device has that shares memory with the CPU: GBM, whose buffers are
-// files in memory with padded rows, and EGL's import of them as dma-bufs. To be preloaded.
+// files in memory with padded rows, and EGL's import of them, and of other devices' (ForeignMemory.h), as dma-bufs. To
+// be preloaded.
 //
 // Textures and bytes change at the moments at which the rules allow it, and not before: bytes that the CPU wrote are
 // seen once its access has ended, what GL drew is in the bytes once it was sent off (glFlush, glFinish, a read or a
@@ -11,6 +12,7 @@
 #include <GLES3/gl3.h>
 #include <gbm.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <map>
@@ -21,6 +23,7 @@
 #include <utility>
 #include <vector>
 
+#include "ForeignMemory.h"
 #include "NextFunction.h"
 #include "SharedMemory.h"
 
@@ -34,6 +37,17 @@ struct ImportedTexture {
   std::uint64_t shownVersion = 0;
 };
 
+/// What an image shows: memory of the device's own, or another's.
+struct Image {
+  std::shared_ptr<Memory> memory;
+  std::shared_ptr<ForeignMemory> foreign;
+};
+
+struct ForeignTexture {
+  std::shared_ptr<ForeignMemory> memory;
+  bool isShown = false;  // since the texture was last told of it
+};
+
 /// What a context was told and has not sent off.
 struct Commands {
   std::set<TextureKey> drawn;
@@ -43,6 +57,8 @@ struct Commands {
 struct Driver {
   std::map<EGLContext, EGLContext> firstOfShared;
   std::map<TextureKey, ImportedTexture> textures;
+  std::map<TextureKey, ForeignTexture> foreignTextures;
+  std::map<EGLContext, Readings> readings;
   std::map<EGLContext, Commands> commands;
   std::set<EGLImageKHR> images;
 };
@@ -81,8 +97,18 @@ class Rows {
   std::array<GLint, 2> previous_{};
 };
 
+void refreshForeign(GLuint name) {
+  const auto found = driver().foreignTextures.find(keyOf(name));
+  if (found == driver().foreignTextures.end() || std::exchange(found->second.isShown, true)) return;
+  const GLuint previous = boundTexture();
+  NEXT(glBindTexture)(GL_TEXTURE_2D, name);
+  found->second.memory->upload();
+  NEXT(glBindTexture)(GL_TEXTURE_2D, previous);
+}
+
 /// Brings the memory's bytes to the texture, if it shows others.
 void refresh(GLuint name) {
+  refreshForeign(name);
   const auto found = driver().textures.find(keyOf(name));
   if (found == driver().textures.end()) return;
   auto& [memory, shownVersion] = found->second;
@@ -183,13 +209,17 @@ EGLImageKHR createImage(EGLDisplay display, EGLContext context, EGLenum target, 
   for (; *attributes != EGL_NONE; attributes += 2) values[attributes[0]] = attributes[1];
   const DriverGuard guard(driverMutex());
   const std::shared_ptr<Memory> memory = Memory::ofFile(values[EGL_DMA_BUF_PLANE0_FD_EXT]);
-  if (memory == nullptr || static_cast<std::uint32_t>(values[EGL_DMA_BUF_PLANE0_PITCH_EXT]) != memory->bytesPerRow ||
+  if (memory == nullptr) {
+    const auto foreign = ForeignMemory::create(values);
+    return foreign ? *driver().images.insert(new Image{nullptr, foreign}).first : EGL_NO_IMAGE_KHR;
+  }
+  if (static_cast<std::uint32_t>(values[EGL_DMA_BUF_PLANE0_PITCH_EXT]) != memory->bytesPerRow ||
       static_cast<std::uint32_t>(values[EGL_WIDTH]) != memory->width ||
       static_cast<std::uint32_t>(values[EGL_HEIGHT]) != memory->height ||
       values[EGL_LINUX_DRM_FOURCC_EXT] != GBM_FORMAT_ARGB8888) {
     return EGL_NO_IMAGE_KHR;
   }
-  EGLImageKHR image = new std::shared_ptr<Memory>(memory);
+  EGLImageKHR image = new Image{memory, nullptr};
   driver().images.insert(image);
   return image;
 }
@@ -201,7 +231,7 @@ EGLBoolean destroyImage(EGLDisplay display, EGLImageKHR image) {
         reinterpret_cast<PFNEGLDESTROYIMAGEKHRPROC>(NEXT(eglGetProcAddress)("eglDestroyImageKHR"));
     return next(display, image);
   }
-  delete static_cast<std::shared_ptr<Memory>*>(image);
+  delete static_cast<Image*>(image);
   return EGL_TRUE;
 }
 
@@ -212,11 +242,29 @@ void imageTargetTexture(GLenum target, GLeglImageOES image) {
         reinterpret_cast<PFNGLEGLIMAGETARGETTEXTURE2DOESPROC>(NEXT(eglGetProcAddress)("glEGLImageTargetTexture2DOES"));
     return next(target, image);
   }
-  const auto& memory = *static_cast<std::shared_ptr<Memory>*>(image);
+  const auto& [memory, foreign] = *static_cast<Image*>(image);
+  const TextureKey key = keyOf(boundTexture());
+  driver().textures.erase(key);
+  driver().foreignTextures.erase(key);
+  if (foreign) {
+    driver().foreignTextures[key] = {foreign};
+    return;
+  }
   NEXT(glTexImage2D)
   (target, 0, GL_BGRA_EXT, static_cast<GLsizei>(memory->width), static_cast<GLsizei>(memory->height), 0, GL_BGRA_EXT,
    GL_UNSIGNED_BYTE, nullptr);
-  driver().textures[keyOf(boundTexture())] = {memory};
+  driver().textures[key] = {memory};
+}
+
+EGLBoolean queryModifiers(EGLDisplay, EGLint format, EGLint most, EGLuint64KHR* modifiers, EGLBoolean* isExternalOnly,
+                          EGLint* count) {
+  const auto all = ForeignMemory::modifiersOf(format);
+  *count = static_cast<EGLint>(all.size());
+  for (std::size_t i = 0; i < std::min(all.size(), static_cast<std::size_t>(most)); ++i) {
+    modifiers[i] = all[i];
+    isExternalOnly[i] = all[i] == ForeignMemory::kExternalOnly ? EGL_TRUE : EGL_FALSE;
+  }
+  return EGL_TRUE;
 }
 
 const char* deviceString(EGLDeviceEXT, EGLint name) {
@@ -226,13 +274,18 @@ const char* deviceString(EGLDeviceEXT, EGLint name) {
 
 }  // namespace
 
+Readings takeReadings() {
+  const DriverGuard guard(driverMutex());
+  return std::exchange(driver().readings[currentContext()], {});
+}
+
 extern "C" {
 
 const char* eglQueryString(EGLDisplay display, EGLint name) {
   const char* const value = NEXT(eglQueryString)(display, name);
   if (value == nullptr || display == EGL_NO_DISPLAY || name != EGL_EXTENSIONS) return value;
   thread_local std::string list;
-  list = std::string(value) + " EGL_EXT_image_dma_buf_import";
+  list = std::string(value) + " EGL_EXT_image_dma_buf_import EGL_EXT_image_dma_buf_import_modifiers";
   return list.c_str();
 }
 
@@ -255,6 +308,11 @@ __eglMustCastToProperFunctionPointerType eglGetProcAddress(const char* name) {
       {"eglCreateImageKHR", reinterpret_cast<Address>(&createImage)},
       {"eglDestroyImageKHR", reinterpret_cast<Address>(&destroyImage)},
       {"glEGLImageTargetTexture2DOES", reinterpret_cast<Address>(&imageTargetTexture)},
+      {"eglQueryDmaBufModifiersEXT", reinterpret_cast<Address>(&queryModifiers)},
+      {"eglCreateSyncKHR", reinterpret_cast<Address>(&createSync)},
+      {"eglDestroySyncKHR", reinterpret_cast<Address>(&destroySync)},
+      {"eglClientWaitSyncKHR", reinterpret_cast<Address>(&clientWaitSync)},
+      {"eglWaitSyncKHR", reinterpret_cast<Address>(&waitSync)},
       {"eglQueryDeviceStringEXT", reinterpret_cast<Address>(&deviceString)},
   };
   const auto found = ours.find(name);
@@ -273,6 +331,10 @@ void glDrawArrays(GLenum mode, GLint first, GLsizei count) {
   refresh(attachedTexture());
   for (const GLuint texture : sampledTextures()) {
     refresh(texture);
+    if (const auto foreign = driver().foreignTextures.find(keyOf(texture)); foreign != driver().foreignTextures.end()) {
+      const auto& memory = foreign->second.memory;
+      driver().readings[currentContext()].try_emplace(memory, memory->checksum());
+    }
     const auto found = driver().textures.find(keyOf(texture));
     if (found == driver().textures.end()) continue;
     const auto& memory = found->second.memory;
@@ -297,6 +359,7 @@ void glDeleteTextures(GLsizei count, const GLuint* names) {
       if (commands.drawn.erase(key) > 0) publish(key);
     }
     driver().textures.erase(key);
+    driver().foreignTextures.erase(key);
   }
   NEXT(glDeleteTextures)(count, names);
 }
@@ -309,6 +372,19 @@ void glFlush() {
 void glFinish() {
   sendOff();
   NEXT(glFinish)();
+  expectUnchanged(takeReadings());
+}
+
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+void glTexImage2D(GLenum target, GLint level, GLint internalFormat, GLsizei width, GLsizei height, GLint border,
+                  GLenum format, GLenum type, const void* pixels) {
+  {
+    const DriverGuard guard(driverMutex());
+    const TextureKey key = keyOf(boundTexture());
+    driver().textures.erase(key);
+    driver().foreignTextures.erase(key);
+  }
+  NEXT(glTexImage2D)(target, level, internalFormat, width, height, border, format, type, pixels);
 }
 
 }  // extern "C"

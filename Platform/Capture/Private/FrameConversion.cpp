@@ -135,7 +135,7 @@ std::size_t FrameConverter::leastByteCount(const RawFrame& frame) {
   return count + stride * (shape.rows(last, height) - 1) + shape.rowBytes(last, width);
 }
 
-Expected<void> FrameConverter::convert(const RawFrame& frame, PixelBuffer& picture) {
+Expected<FrameConverter::Planes> FrameConverter::planesOf(const RawFrame& frame) {
   const auto shape = FrameShape::of(frame);
   const auto height = static_cast<std::size_t>(frame.height);
   const bool isInBlocks = frame.chroma[0].bytes != nullptr;
@@ -163,23 +163,28 @@ Expected<void> FrameConverter::convert(const RawFrame& frame, PixelBuffer& pictu
   if (isOfWords(frame.layout) && std::any_of(planes.begin(), planes.begin() + shape.planeCount, isOdd)) {
     return failure(CaptureErrorCode::damagedFrame, "a picture of 16-bit samples begins its rows at odd addresses");
   }
+  return planes;
+}
+
+Expected<void> FrameConverter::convert(const RawFrame& frame, PixelBuffer& picture) {
   picture.lockBaseAddress(PixelBufferLock::readWrite);
-  Expected<void> result;
-  if (frame.layout == FrameLayout::mjpeg) {
-    result = decodeJpeg(frame, picture.baseAddress(), picture.bytesPerRow());
-  } else if (frame.layout == FrameLayout::h264) {
-    result = decodeH264(frame, picture.baseAddress(), static_cast<int>(picture.bytesPerRow()));
-  } else {
-    auto* const target = picture.baseAddress();
-    const auto stride = static_cast<int>(picture.bytesPerRow());
-    const bool isBottomUp = frame.isBottomUp;
-    convertPlanes(frame, planes, isBottomUp ? target + static_cast<std::ptrdiff_t>(height - 1) * stride : target,
-                  isBottomUp ? -stride : stride);
-    const bool isLimited = isOfColors(frame) && frame.range == FrameRange::limited;
-    if (isLimited) widenRange(target, stride, frame.width, frame.height);
-  }
+  auto result = convert(frame, picture.baseAddress(), picture.bytesPerRow());
   picture.unlockBaseAddress(PixelBufferLock::readWrite);
   return result;
+}
+
+Expected<void> FrameConverter::convert(const RawFrame& frame, std::uint8_t* target, std::size_t bytesPerRow) {
+  const auto planes = planesOf(frame);
+  if (!planes) return tl::unexpected(planes.error());
+  const auto stride = static_cast<int>(bytesPerRow);
+  if (frame.layout == FrameLayout::mjpeg) return decodeJpeg(frame, target, bytesPerRow);
+  if (frame.layout == FrameLayout::h264) return decodeH264(frame, target, stride);
+  const bool isBottomUp = frame.isBottomUp;
+  convertPlanes(frame, *planes, isBottomUp ? target + static_cast<std::ptrdiff_t>(frame.height - 1) * stride : target,
+                isBottomUp ? -stride : stride);
+  const bool isLimited = isOfColors(frame) && frame.range == FrameRange::limited;
+  if (isLimited) widenRange(target, stride, frame.width, frame.height);
+  return {};
 }
 
 FrameConverter::Planes FrameConverter::planar(int width, int height, bool isChromaHalfWide) {

@@ -87,6 +87,10 @@ class FrameConverter {
 
   /// Fills `picture`, which has the frame's size. Fails with `damagedFrame` when the frame is too short or damaged.
   Expected<void> convert(const RawFrame& frame, PixelBuffer& picture);
+  Expected<void> convert(const RawFrame& frame, std::uint8_t* target, std::size_t stride);
+  using Planes = std::array<RawFrame::Plane, 3>;
+  /// Where the planes of a frame are. Fails with `damagedFrame` when it is too short.
+  static Expected<Planes> planesOf(const RawFrame& frame);
   /// What comes next belongs to another stream.
   void forget();
   /// The fewest bytes of a row of the first plane; 0 for JPEG and H.264.
@@ -98,7 +102,6 @@ class FrameConverter {
   static std::size_t leastByteCount(const RawFrame& frame);
 
  private:
-  using Planes = std::array<RawFrame::Plane, 3>;
   void convertPlanes(const RawFrame& frame, const Planes& planes, std::uint8_t* target, int targetStride);
   /// Memory for Y, Cb and Cr in planes of full height, by which packed layouts become colours.
   Planes planar(int width, int height, bool isChromaHalfWide = true);

@@ -9,14 +9,12 @@
 #include <cstring>
 #include <vector>
 
-#include "Platform/Foundation/Environment.h"
-#include "Platform/Graphics/GLDriverLock.h"
 #include "Platform/Graphics/GraphicsDisplay.h"
+#include "Platform/Graphics/Private/DmaBufImport.h"
 #include "Platform/Graphics/Private/EGLFunctions.h"
 #include "Platform/Graphics/Private/GLSharegroup.h"
 #include "Platform/Graphics/Private/GLStateKeepers.h"
 #include "Platform/Graphics/Private/GraphicsDevice.h"
-#include "Platform/Graphics/Private/GraphicsFailure.h"
 #include "Platform/Graphics/Private/TransferCounters.h"
 
 namespace tavrel {
@@ -45,18 +43,13 @@ std::uint8_t* pixelOf(DmaBuf& buffer, std::size_t x, std::size_t y) {
   return buffer.bytes() + y * buffer.bytesPerRow() + x * 4;
 }
 
-/// Memory that the GPU is not to see needs not be such as it can: rows that are padded for it would only be in the way.
-bool switchedOff() {
-  return environmentVariable("TAVREL_ZERO_COPY") == "0" || environmentVariable("TAVREL_FAST_TEXTURE_UPLOAD") == "0";
-}
-
 }  // namespace
 
 const DmaBufDevice* DmaBufDevice::shared() {
   if (!GraphicsDisplay::isChosen()) return nullptr;
   static const DmaBufDevice* const device = []() -> const DmaBufDevice* {
     static DmaBufDevice candidate;
-    return !switchedOff() && candidate.open() && candidate.passesSelfTest() ? &candidate : nullptr;
+    return !DmaBufImport::isSwitchedOff() && candidate.open() && candidate.passesSelfTest() ? &candidate : nullptr;
   }();
   return device;
 }
@@ -82,42 +75,13 @@ std::unique_ptr<DmaBuf> DmaBufDevice::createBuffer(std::size_t width, std::size_
 }
 
 Expected<GLuint> DmaBufDevice::createTexture(const DmaBuf& buffer) const {
-  const std::array<EGLint, 13> description = {EGL_WIDTH,
-                                              static_cast<EGLint>(buffer.width()),
-                                              EGL_HEIGHT,
-                                              static_cast<EGLint>(buffer.height()),
-                                              EGL_LINUX_DRM_FOURCC_EXT,
-                                              static_cast<EGLint>(GBM_FORMAT_ARGB8888),
-                                              EGL_DMA_BUF_PLANE0_FD_EXT,
-                                              buffer.fileDescriptor(),
-                                              EGL_DMA_BUF_PLANE0_OFFSET_EXT,
-                                              0,
-                                              EGL_DMA_BUF_PLANE0_PITCH_EXT,
-                                              static_cast<EGLint>(buffer.bytesPerRow()),
-                                              EGL_NONE};
-  const EGLFunctions& egl = EGLFunctions::shared();
-  EGLImageKHR image = egl.createImage(display_, EGL_NO_CONTEXT, EGL_LINUX_DMA_BUF_EXT, nullptr, description.data());
-  if (image == EGL_NO_IMAGE_KHR) {
-    return graphicsFailure(GraphicsStatus::graphicsCommandFailed, "cannot import a pixel buffer of {}x{}: {}",
-                           buffer.width(), buffer.height(), eglErrorName(eglGetError()));
-  }
-  GLuint name = 0;
-  glGenTextures(1, &name);
-  ++TransferCounters::shared().texturesCreated;
-  setDefaultTextureParameters(name);
-  clearGLErrors();
-  {
-    const GLDriverLock lock;
-    BoundTexture bound(name);
-    egl.imageTargetTexture(GL_TEXTURE_2D, image);
-  }
-  const GLenum error = glGetError();
-  egl.destroyImage(display_, image);  // the texture keeps the memory
-  if (error == GL_NO_ERROR) return name;
-  glDeleteTextures(1, &name);
-  ++TransferCounters::shared().texturesDeleted;
-  return graphicsFailure(GraphicsStatus::graphicsCommandFailed,
-                         "cannot make a texture of an imported pixel buffer: GL error 0x{:x}", error);
+  DeviceMemory memory = {.format = GBM_FORMAT_ARGB8888,
+                         .width = static_cast<std::uint32_t>(buffer.width()),
+                         .height = static_cast<std::uint32_t>(buffer.height())};
+  memory.parts[0] = {buffer.fileDescriptor(), 0, static_cast<std::uint32_t>(buffer.bytesPerRow())};
+  const auto image = DmaBufImage::create(display_, memory);
+  if (!image) return tl::unexpected<Error>(image.error());
+  return (*image)->createTexture();  // the texture keeps the memory
 }
 
 bool DmaBufDevice::passesSelfTest() const {

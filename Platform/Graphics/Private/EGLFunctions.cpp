@@ -21,6 +21,7 @@ const EGLFunctions& EGLFunctions::shared() {
     find(found.destroyImage, "eglDestroyImageKHR");
     find(found.imageTargetTexture, "glEGLImageTargetTexture2DOES");
     find(found.imageTargetRenderbufferStorage, "glEGLImageTargetRenderbufferStorageOES");
+    find(found.queryModifiers, "eglQueryDmaBufModifiersEXT");
     find(found.createSync, "eglCreateSyncKHR");
     find(found.destroySync, "eglDestroySyncKHR");
     find(found.clientWaitSync, "eglClientWaitSyncKHR");

@@ -20,7 +20,8 @@ struct EGLFunctions {
   PFNEGLDESTROYIMAGEKHRPROC destroyImage;
   PFNGLEGLIMAGETARGETTEXTURE2DOESPROC imageTargetTexture;  // GL_OES_EGL_image
   PFNGLEGLIMAGETARGETRENDERBUFFERSTORAGEOESPROC imageTargetRenderbufferStorage;
-  PFNEGLCREATESYNCKHRPROC createSync;  // EGL_KHR_fence_sync
+  PFNEGLQUERYDMABUFMODIFIERSEXTPROC queryModifiers;  // EGL_EXT_image_dma_buf_import_modifiers
+  PFNEGLCREATESYNCKHRPROC createSync;                // EGL_KHR_fence_sync
   PFNEGLDESTROYSYNCKHRPROC destroySync;
   PFNEGLCLIENTWAITSYNCKHRPROC clientWaitSync;
   PFNEGLWAITSYNCKHRPROC waitSync;  // EGL_KHR_wait_sync

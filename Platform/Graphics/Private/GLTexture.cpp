@@ -51,6 +51,13 @@ void setDefaultTextureParameters(GLuint name) {
   glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
 }
 
+void giveStorage(GLTexture& texture) {
+  const GLTextureShape& shape = texture.shape();
+  BoundTexture bound(texture.name());
+  glTexImage2D(GL_TEXTURE_2D, 0, shape.internalFormat, shape.width, shape.height, 0, shape.format, GL_UNSIGNED_BYTE,
+               nullptr);
+}
+
 void uploadPixels(GLTexture& texture, const GLPixels& pixels) {
   const GLTextureShape& shape = texture.shape();
   const std::size_t tightRow = static_cast<std::size_t>(shape.width) * pixels.bytesPerSample;

@@ -55,6 +55,8 @@ struct GLPixels {
 /// A new texture with undefined contents, linear filters and clamped edges.
 Expected<GLuint> createTextureStorage(const GLTextureShape& shape);
 void setDefaultTextureParameters(GLuint name);
+/// Gives a texture that shows imported memory storage of its own, with undefined contents.
+void giveStorage(GLTexture& texture);
 /// Replaces the texture's whole picture.
 void uploadPixels(GLTexture& texture, const GLPixels& pixels);
 /// Reads the whole picture of a BGRA texture through the framebuffer object `scratchFramebuffer`. False when GL

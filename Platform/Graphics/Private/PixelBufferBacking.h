@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Platform/Graphics/PixelBuffer.h"
+#include "Platform/Graphics/Private/GLFence.h"
 #include "Platform/Graphics/Private/PixelBlock.h"
 #include "Platform/Graphics/Private/TextureCacheCore.h"
 #include "Platform/Graphics/Private/TextureRequest.h"
@@ -30,8 +31,12 @@ class PixelBufferBacking {
   virtual ~PixelBufferBacking() = default;
 
   const PixelLayout& layout() const { return layout_; }
-  /// Whether the bytes are the textures' memory.
+  /// Whether textures show the memory in place.
   virtual bool sharesMemory() const = 0;
+  /// Whether the memory is somebody else's, who writes it again once the picture is let go.
+  virtual bool isLent() const { return false; }
+  /// A texture of the lent memory is not drawn from any more behind the mark.
+  virtual void noteGPURead(GLFence /*read*/) {}
 
   void lockBytes(Lock& lock, PixelBufferLock kind);
   /// False when no lock of this kind is held.
@@ -70,6 +75,8 @@ class PixelBufferBacking {
   bool isLocked() const { return readLocks_ + writeLocks_ > 0; }
   bool isLockedForWriting() const { return writeLocks_ > 0; }
   bool hasPicture() const { return latest_ != 0; }
+  /// What is, or could be, in the bytes is a new version.
+  void bytesWritten() { bytesVersion_ = ++latest_; }
 
  private:
   struct Entry {
@@ -84,7 +91,6 @@ class PixelBufferBacking {
   bool makeBytesCurrent(Lock& lock);
   bool download(NativeContext& context);
   void bringUpToDate(Entry& entry);
-  void bytesWritten() { bytesVersion_ = ++latest_; }
 
   PixelLayout layout_;
   std::vector<Entry> entries_;  // the most recently used last

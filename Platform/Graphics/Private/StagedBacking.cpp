@@ -43,6 +43,12 @@ bool StagedBacking::ensureBytes() {
   return true;
 }
 
+bool StagedBacking::takeFreshBlock() {
+  if (block_ != nullptr && !block_->hasReaders()) return true;
+  block_ = allocator_->acquire();
+  return block_ != nullptr;
+}
+
 bool StagedBacking::prepareWriting() {
   if (!ensureBytes()) return false;
   if (!block_->hasReaders()) return true;

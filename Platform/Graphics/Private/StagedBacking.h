@@ -8,14 +8,11 @@
 namespace tavrel {
 
 /// A pixel buffer whose bytes lie in ordinary memory and are copied to and from its textures by GL. Works everywhere.
-class StagedBacking final : public PixelBufferBacking {
+class StagedBacking : public PixelBufferBacking {
  public:
   StagedBacking(const PixelLayout& layout, std::shared_ptr<PixelBlockAllocator> allocator);
 
- private:
-  /// Blocks that an earlier lock may still show, beyond which the oldest is reused.
-  static constexpr std::size_t kRetiredKept = 4;
-
+ protected:
   bool sharesMemory() const override { return false; }
   Expected<std::shared_ptr<GLTexture>> makeTexture(GLSharegroup& sharegroup, const GLTextureShape& shape,
                                                    std::size_t plane) override;
@@ -26,6 +23,12 @@ class StagedBacking final : public PixelBufferBacking {
   bool prepareWriting() override;
   void finishAccess() override { retired_.clear(); }
   std::shared_ptr<PixelBlock> snapshotBlock() override;
+  /// Bytes that no snapshot reads, with arbitrary contents. Of those before nobody has the address.
+  bool takeFreshBlock();
+
+ private:
+  /// Blocks that an earlier lock may still show, beyond which the oldest is reused.
+  static constexpr std::size_t kRetiredKept = 4;
 
   std::shared_ptr<PixelBlock> copyOfBlock();
   void replaceBlock(std::shared_ptr<PixelBlock> block);

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Platform/Capture/PipeWire/Private/PipeWireFormats.h"
+#include "Platform/Capture/PipeWire/Private/PipeWireNames.h"
 #include "Platform/Capture/Private/CaptureControlPort.h"
 
 namespace tavrel {

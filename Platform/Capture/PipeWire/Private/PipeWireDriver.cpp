@@ -12,6 +12,7 @@
 
 #include "Platform/Capture/CaptureError.h"
 #include "Platform/Capture/PipeWire/Private/PipeWireDriver.h"
+#include "Platform/Capture/PipeWire/Private/PipeWireNames.h"
 #include "Platform/Capture/PipeWire/Private/PipeWirePictures.h"
 #include "Platform/Capture/Private/CaptureTimes.h"
 #include "Platform/Capture/Private/FrameRates.h"
@@ -35,6 +36,11 @@ class PipeWireDriver::Stream {
 
   ~Stream() {
     if (!loop_) return;
+    {
+      const PipeWireLoop::Lock lock(*loop_);
+      isOpen_ = false;
+      pictures_.end();
+    }
     loop_->stop(stream_, streamListener_);
     if (stream_) pw_stream_destroy(stream_);
     if (coreListener_.link.next) spa_hook_remove(&coreListener_);
@@ -111,11 +117,15 @@ class PipeWireDriver::Stream {
   }
 
   void askForRate(double framesPerSecond) {
-    if (framesPerSecond == frameRate_) return;
+    if (framesPerSecond != frameRate_) ask(framesPerSecond);
+  }
+
+  void ask(double framesPerSecond) {
     std::vector<std::uint8_t> memory = formatMemory();
     spa_pod_builder builder{};
     spa_pod_builder_init(&builder, memory.data(), static_cast<std::uint32_t>(memory.size()));
-    auto parameters = buildVideoFormats(builder, driver_.node_.modes, run_.format->dimensions, framesPerSecond);
+    auto parameters = buildVideoFormats(builder, driver_.node_.modes, run_.format->dimensions, framesPerSecond,
+                                        pictures_.loans().isRefused());
     pw_stream_update_params(stream_, parameters.data(), static_cast<std::uint32_t>(parameters.size()));
   }
 
@@ -153,6 +163,7 @@ class PipeWireDriver::Stream {
   }
 
   void agreeOnVideo(const spa_pod& parameter) {
+    if (isToBeChosen(parameter)) return;
     const auto agreed = parseAgreedVideoFormat(parameter, frameRate_);
     if (!agreed) {
       return fail(makeError(
@@ -172,21 +183,25 @@ class PipeWireDriver::Stream {
 
   static void process(void* data) {
     auto* self = static_cast<Stream*>(data);
+    PipeWireLoans& loans = self->pictures_.loans();
+    const bool wasRefused = loans.isRefused();
     while (pw_buffer* buffer = pw_stream_dequeue_buffer(self->stream_)) {
       // What comes before `open` has returned would reach a session that does not know it yet.
       if (self->isOpen_ && !self->error_) self->deliver(*buffer);
-      pw_stream_queue_buffer(self->stream_, buffer);
+      if (!loans.isOut(*buffer)) pw_stream_queue_buffer(self->stream_, buffer);
     }
+    for (pw_buffer* buffer : loans.takeReturned()) pw_stream_queue_buffer(self->stream_, buffer);
+    if (loans.isRefused() && !wasRefused && self->pictures_.isOnlyForGPU()) self->ask(self->frameRate_);
   }
 
-  void deliver(const pw_buffer& buffer) {
+  void deliver(pw_buffer& buffer) {
     if (buffer.buffer->n_datas == 0 || !buffer.buffer->datas[0].chunk) return;
     if (isVideo()) return deliverPicture(buffer);
     const RawFrame::Plane block = pipeWirePlane(buffer.buffer->datas[0]);
     if (block.bytes) deliverSound(block.bytes, block.byteCount);
   }
 
-  void deliverPicture(const pw_buffer& buffer) {
+  void deliverPicture(pw_buffer& buffer) {
     const auto* header = static_cast<const spa_meta_header*>(
         spa_buffer_find_meta_data(buffer.buffer, SPA_META_Header, sizeof(spa_meta_header)));
     const spa_data& first = buffer.buffer->datas[0];
@@ -199,6 +214,8 @@ class PipeWireDriver::Stream {
     if (isDamaged) return lose("a picture came damaged", timing);
     auto sample = pictures_.pictureOf(buffer, timing);
     if (!sample) return lose(sample.error().description, timing);
+    // One that is copied because others are kept does not change what is said.
+    if (pictures_.isInPlace()) delivery_.note(&CaptureDelivery::isInPlace, true);
     run_.sink->didCapture(std::move(*sample));
   }
 

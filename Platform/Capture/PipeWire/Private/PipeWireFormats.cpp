@@ -11,6 +11,7 @@
 
 #include "Platform/Capture/PipeWire/Private/PipeWireFormats.h"
 #include "Platform/Capture/PipeWire/Private/PipeWireKnownFormats.h"
+#include "Platform/Capture/PipeWire/Private/PipeWireLoans.h"
 #include "Platform/Capture/Private/CameraModes.h"
 #include "Platform/Capture/Private/CaptureTimes.h"
 #include "Platform/Capture/Private/FrameRates.h"
@@ -105,12 +106,32 @@ spa_fraction fractionOf(double rate) {
   return {static_cast<std::uint32_t>(duration.timescale), static_cast<std::uint32_t>(duration.value)};
 }
 
-/// Whether the parameter is about memory of a device, and if so, whether the CPU can read it, too.
+/// Whether the parameter is about memory of a device, and of which kinds.
 bool hasModifier(const spa_pod& object) { return spa_pod_find_prop(&object, nullptr, SPA_FORMAT_VIDEO_modifier); }
 
-bool isReadable(const spa_pod& object) {
-  const auto offered = valuesOf<std::int64_t>(object, SPA_FORMAT_VIDEO_modifier, SPA_TYPE_Long).values;
-  return !hasModifier(object) || std::ranges::count(offered, kLinear) > 0;
+std::vector<std::int64_t> modifiersOf(const spa_pod& object) {
+  return valuesOf<std::int64_t>(object, SPA_FORMAT_VIDEO_modifier, SPA_TYPE_Long).values;
+}
+
+/// Those that the CPU reads, or the GPU takes in place.
+std::vector<std::int64_t> usableModifiers(FrameLayout layout, std::vector<std::int64_t> offered, bool isRefused) {
+  const auto imported = isRefused ? std::vector<std::uint64_t>() : importableModifiers(layout);
+  std::erase_if(offered, [&](std::int64_t modifier) {
+    const auto named = static_cast<std::uint64_t>(modifier);
+    return modifier != kLinear && (named == DeviceMemory::kImplicit || std::ranges::count(imported, named) == 0);
+  });
+  return offered;
+}
+
+/// The camera's to choose, once it knows which of them its device can have.
+void addModifiers(spa_pod_builder& builder, const std::vector<std::int64_t>& modifiers) {
+  spa_pod_frame choice{};
+  spa_pod_builder_prop(&builder, SPA_FORMAT_VIDEO_modifier,
+                       SPA_POD_PROP_FLAG_MANDATORY | SPA_POD_PROP_FLAG_DONT_FIXATE);
+  spa_pod_builder_push_choice(&builder, &choice, SPA_CHOICE_Enum, 0);
+  spa_pod_builder_long(&builder, modifiers.front());
+  for (const std::int64_t modifier : modifiers) spa_pod_builder_long(&builder, modifier);
+  spa_pod_builder_pop(&builder, &choice);
 }
 
 /// One format, or when it is not known, a choice of all of ours.
@@ -149,7 +170,7 @@ std::vector<PipeWireMode> parsePipeWireModes(const spa_pod& parameter) {
   std::uint32_t mediaSubtype = 0;
   if (spa_format_parse(&parameter, &mediaType, &mediaSubtype) < 0 || mediaType != SPA_MEDIA_TYPE_video) return {};
   std::vector<PipeWireMode> modes;
-  if (!isReadable(parameter)) return {};
+  const auto modifiers = modifiersOf(parameter);
   bool isVariable = false;
   const auto rates = ratesOf(parameter, isVariable);
   const bool isEncoded = mediaSubtype != SPA_MEDIA_SUBTYPE_raw;
@@ -157,9 +178,9 @@ std::vector<PipeWireMode> parsePipeWireModes(const spa_pod& parameter) {
   const auto add = [&](CaptureVideoDimensions size, const std::optional<CaptureSizeRange>& range) {
     for (const std::uint32_t format : isEncoded ? std::vector<std::uint32_t>{SPA_VIDEO_FORMAT_ENCODED} : named) {
       const PipeWireKnownFormat* known = knownPipeWireFormat(mediaSubtype, format);
-      if (!known) continue;
-      const bool isOfDevice = !isEncoded && hasModifier(parameter);
-      modes.push_back({known->subtype, known->format, isOfDevice, size, rates, range, isVariable});
+      if (!known || (hasModifier(parameter) && usableModifiers(known->layout, modifiers, false).empty())) continue;
+      modes.push_back({known->subtype, known->format, isEncoded ? std::vector<std::int64_t>() : modifiers, size, rates,
+                       range, isVariable});
     }
   };
   const Sizes sizes = sizesOf(parameter);
@@ -195,14 +216,15 @@ std::uint32_t parsePipeWireChannels(const spa_pod& parameter) {
 }
 
 std::vector<const spa_pod*> buildVideoFormats(spa_pod_builder& builder, const std::vector<PipeWireMode>& modes,
-                                              CaptureVideoDimensions dimensions, double rate) {
+                                              CaptureVideoDimensions dimensions, double rate, bool isRefused) {
   const spa_rectangle size = {static_cast<std::uint32_t>(dimensions.width),
                               static_cast<std::uint32_t>(dimensions.height)};
   const spa_fraction wanted = fractionOf(rate);
   const spa_rectangle smallest = {1, 1};
   const spa_rectangle largest = {32767, 32767};
   // Of raw pictures whose format is not said, all are asked for.
-  const auto build = [&](const PipeWireMode& mode, bool isExact, bool isOfAnySize = false) {
+  const auto build = [&](const PipeWireMode& mode, bool isExact, bool isOfAnySize = false,
+                         const std::vector<std::int64_t>& modifiers = {}) {
     // The daemon takes any of the rates in between. One that is no fraction of small numbers is met as closely.
     const bool isNear = isExact && !mode.isVariable;
     const auto thousandths = [&](double part) { return static_cast<std::uint32_t>(rate * part * 1000); };
@@ -220,10 +242,7 @@ std::vector<const spa_pod*> buildVideoFormats(spa_pod_builder& builder, const st
       spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_size, SPA_POD_Rectangle(&size), 0);
     }
     if (mode.subtype == SPA_MEDIA_SUBTYPE_raw) addFormats(builder, mode.format);
-    if (mode.hasModifier) {
-      spa_pod_builder_prop(&builder, SPA_FORMAT_VIDEO_modifier, SPA_POD_PROP_FLAG_MANDATORY);
-      spa_pod_builder_long(&builder, kLinear);
-    }
+    if (!modifiers.empty()) addModifiers(builder, modifiers);
     return static_cast<const spa_pod*>(spa_pod_builder_pop(&builder, &frame));
   };
   const auto has = [&](const PipeWireMode& mode) {
@@ -236,11 +255,16 @@ std::vector<const spa_pod*> buildVideoFormats(spa_pod_builder& builder, const st
   for (const bool isExact : {true, false}) {
     for (const PipeWireKnownFormat& known : knownPipeWireFormats()) {
       // The CPU reads ordinary memory faster than a device's.
-      for (const bool isOfDevice : {false, true}) {
+      const bool isImported = !isRefused && !importableModifiers(known.layout).empty();
+      for (const bool isOfDevice : {isImported, !isImported}) {
         for (const PipeWireMode& mode : modes) {
           const bool isIt = mode.subtype == known.subtype && mode.format == known.format;
-          if (!isIt || mode.hasModifier != isOfDevice || !hasSize(mode, dimensions) || has(mode) != isExact) continue;
-          parameters.push_back(build(mode, isExact));
+          if (!isIt || mode.modifiers.empty() == isOfDevice || !hasSize(mode, dimensions) || has(mode) != isExact) {
+            continue;
+          }
+          const auto modifiers = usableModifiers(known.layout, mode.modifiers, isRefused);
+          if (modifiers.empty() == isOfDevice) continue;
+          parameters.push_back(build(mode, isExact, false, modifiers));
         }
       }
     }
@@ -259,6 +283,11 @@ const spa_pod* buildAudioFormat(spa_pod_builder& builder, const AudioFormat& for
   info.position[0] = format.channelCount == 1 ? SPA_AUDIO_CHANNEL_MONO : SPA_AUDIO_CHANNEL_FL;
   if (format.channelCount == 2) info.position[1] = SPA_AUDIO_CHANNEL_FR;
   return spa_format_audio_raw_build(&builder, SPA_PARAM_EnumFormat, &info);
+}
+
+bool isToBeChosen(const spa_pod& parameter) {
+  const spa_pod_prop* modifier = spa_pod_find_prop(&parameter, nullptr, SPA_FORMAT_VIDEO_modifier);
+  return modifier && (modifier->flags & SPA_POD_PROP_FLAG_DONT_FIXATE) != 0;
 }
 
 std::optional<PipeWireAgreement> parseAgreedVideoFormat(const spa_pod& parameter, double& rate) {
@@ -300,7 +329,10 @@ std::optional<PipeWireAgreement> parseAgreedVideoFormat(const spa_pod& parameter
   frame.width = static_cast<int>(size.width);
   frame.height = static_cast<int>(size.height);
   if (const double found = rateOf(agreed); found > 0) rate = found;
-  return PipeWireAgreement{frame, hasModifier(parameter)};
+  PipeWireAgreement agreement = {frame};
+  const auto modifiers = modifiersOf(parameter);
+  if (!modifiers.empty()) agreement.modifier = static_cast<std::uint64_t>(modifiers.front());
+  return agreement;
 }
 
 RawFrame::Plane pipeWirePlane(const spa_data& data) {
@@ -308,37 +340,6 @@ RawFrame::Plane pipeWirePlane(const spa_data& data) {
   const std::uint32_t offset = std::min(data.chunk->offset, data.maxsize);
   return {static_cast<const std::uint8_t*>(data.data) + offset, std::min(data.chunk->size, data.maxsize - offset),
           static_cast<std::size_t>(std::abs(std::int64_t{data.chunk->stride}))};
-}
-
-std::string pipeWireFormatName(const spa_pod& parameter) {
-  spa_video_info info{};
-  if (spa_format_video_parse(&parameter, &info) < 0) return "an unknown format";
-  const char* name = info.media_subtype == SPA_MEDIA_SUBTYPE_raw
-                         ? spa_debug_type_find_short_name(spa_type_video_format, info.info.raw.format)
-                         : spa_debug_type_find_short_name(spa_type_media_subtype, info.media_subtype);
-  return name ? name : "an unknown format";
-}
-
-std::string pipeWireMemoryName(std::uint32_t dataType) {
-  const char* name = spa_debug_type_find_short_name(spa_type_data_type, dataType);
-  return name ? name : "unknown";
-}
-
-std::string valueOf(const PipeWireProperties& properties, const char* key) {
-  const auto found = properties.find(key);
-  return found != properties.end() ? found->second : std::string();
-}
-
-CaptureDevicePosition positionOf(const PipeWireProperties& properties) {
-  const std::string location = valueOf(properties, "api.libcamera.location");
-  if (location == "front") return CaptureDevicePosition::front;
-  if (location == "back") return CaptureDevicePosition::back;
-  return CaptureDevicePosition::unspecified;
-}
-
-int mountRotationOf(const PipeWireProperties& properties) {
-  const std::string rotation = valueOf(properties, "api.libcamera.rotation");
-  return mountRotationOf(static_cast<int>(std::strtol(rotation.c_str(), nullptr, 10)));
 }
 
 }  // namespace tavrel

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Platform/Capture/PipeWire/Private/PipeWireFormats.h"
+#include "Platform/Capture/PipeWire/Private/PipeWireNames.h"
 #include "Platform/Capture/Private/CaptureDriver.h"
 
 namespace tavrel {

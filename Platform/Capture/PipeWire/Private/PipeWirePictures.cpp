@@ -1,56 +1,29 @@
 #include "Platform/Capture/PipeWire/Private/PipeWirePictures.h"
 
 #include <libyuv/planar_functions.h>
-#include <linux/dma-buf.h>
 #include <spa/param/buffers.h>
 #include <spa/param/param.h>
-#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <utility>
 
 #include "Platform/Capture/CaptureError.h"
+#include "Platform/Capture/PipeWire/Private/DmaBufReading.h"
 #include "Platform/Capture/Private/FrameShape.h"
 
 namespace tavrel {
 namespace {
 
-constexpr int kBufferCount = 6;
+constexpr int kBufferCount = 8;
 
 const spa_pod* metadataOf(spa_pod_builder& builder, spa_meta_type type, std::size_t size) {
   return static_cast<const spa_pod*>(
       spa_pod_builder_add_object(&builder, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
                                  SPA_POD_Id(type), SPA_PARAM_META_size, SPA_POD_Int(static_cast<int>(size))));
 }
-
-/// The CPU's reading of what a device has written.
-class DmaBufReading {
- public:
-  explicit DmaBufReading(const spa_buffer& buffer) : buffer_(buffer) { synchronise(DMA_BUF_SYNC_START); }
-  DmaBufReading(const DmaBufReading&) = delete;
-  DmaBufReading& operator=(const DmaBufReading&) = delete;
-  ~DmaBufReading() { synchronise(DMA_BUF_SYNC_END); }
-
- private:
-  void synchronise(std::uint64_t step) const {
-    for (std::uint32_t i = 0; i < buffer_.n_datas; ++i) {
-      if (buffer_.datas[i].type != SPA_DATA_DmaBuf) continue;
-      dma_buf_sync request{};
-      request.flags = step | DMA_BUF_SYNC_READ;
-      constexpr int kAttempts = 100;  // interrupted waits begin again
-      for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        if (ioctl(static_cast<int>(buffer_.datas[i].fd), DMA_BUF_IOCTL_SYNC, &request) == 0) break;
-        if (errno != EINTR && errno != EAGAIN) break;
-      }
-    }
-  }
-
-  const spa_buffer& buffer_;
-};
 
 struct Turning {
   int degrees = 0;  ///< clockwise
@@ -98,11 +71,22 @@ void PipeWirePictures::add(const pw_buffer& buffer) {
     if (address != MAP_FAILED) mapping->blocks.at(i) = {address, length};  // NOLINT(performance-no-int-to-ptr)
   }
   mappings_[&buffer] = std::move(mapping);
+  loans_.add(buffer);
+}
+
+void PipeWirePictures::remove(const pw_buffer& buffer) {
+  loans_.remove(buffer);
+  mappings_.erase(&buffer);
+}
+
+void PipeWirePictures::end() {
+  while (!mappings_.empty()) remove(*mappings_.begin()->first);
 }
 
 Expected<void> PipeWirePictures::begin(const PipeWireAgreement& agreed) {
   frame_ = agreed.frame;
-  hasModifier_ = agreed.hasModifier;
+  modifier_ = agreed.modifier;
+  loans_.begin(agreed);
   converter_.forget();
   auto pool = PixelBufferPool::create(static_cast<std::size_t>(frame_.width), static_cast<std::size_t>(frame_.height),
                                       PixelFormat::bgra32);
@@ -117,7 +101,7 @@ std::vector<const spa_pod*> PipeWirePictures::parameters(spa_pod_builder& builde
   return {static_cast<const spa_pod*>(spa_pod_builder_add_object(
               &builder, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers, SPA_PARAM_BUFFERS_buffers,
               SPA_POD_CHOICE_RANGE_Int(kBufferCount, 2, 16), SPA_PARAM_BUFFERS_dataType,
-              SPA_POD_CHOICE_FLAGS_Int(hasModifier_ ? kDmaBuf : kAny))),
+              SPA_POD_CHOICE_FLAGS_Int(modifier_ ? kDmaBuf : kAny))),
           metadataOf(builder, SPA_META_Header, sizeof(spa_meta_header)),
           metadataOf(builder, SPA_META_VideoCrop, sizeof(spa_meta_region)),
           metadataOf(builder, SPA_META_VideoTransform, sizeof(spa_meta_videotransform))};
@@ -147,16 +131,35 @@ RawFrame::Plane PipeWirePictures::planeOf(const pw_buffer& buffer, std::uint32_t
   return {plane.bytes - above, plane.byteCount + above, plane.bytesPerRow};
 }
 
-Expected<std::shared_ptr<PixelBuffer>> PipeWirePictures::convert(const spa_buffer& buffer) {
+PipeWireLoans::Blocks PipeWirePictures::blocksOf(const pw_buffer& buffer) const {
+  PipeWireLoans::Blocks blocks;
+  const auto found = mappings_.find(&buffer);
+  for (std::uint32_t i = 0; i < std::min(buffer.buffer->n_datas, std::uint32_t{3}); ++i) {
+    const spa_data& data = buffer.buffer->datas[i];
+    if (data.data) {
+      blocks.at(i) = {static_cast<const std::uint8_t*>(data.data), data.maxsize, data.mapoffset};
+    } else if (found != mappings_.end()) {
+      const auto& [address, length] = found->second->blocks.at(i);
+      blocks.at(i) = {static_cast<const std::uint8_t*>(address), length, 0};
+    }
+  }
+  return blocks;
+}
+
+Expected<std::shared_ptr<PixelBuffer>> PipeWirePictures::convert(const pw_buffer& buffer) {
   auto whole = pool_->createPixelBuffer();
   if (!whole) return whole;
-  {
-    const DmaBufReading reading(buffer);
+  if (isOnlyForGPU()) {
+    if (!loans_.copy(buffer, frame_, **whole)) {
+      return failure(CaptureErrorCode::damagedFrame, "its memory can be read neither here nor by the GPU");
+    }
+  } else {
+    const DmaBufReading reading(*buffer.buffer);
     if (auto converted = converter_.convert(frame_, **whole); !converted) return tl::unexpected(converted.error());
   }
-  const spa_region part = partOf(buffer, frame_.width, frame_.height);
+  const spa_region part = partOf(*buffer.buffer, frame_.width, frame_.height);
   const auto [width, height] = part.size;
-  if (std::cmp_equal(width, frame_.width) && std::cmp_equal(height, frame_.height)) return whole;
+  if (isWhole(part)) return whole;
   if (!partPool_ || partPool_->width() != width || partPool_->height() != height) {
     auto pool = PixelBufferPool::create(width, height, PixelFormat::bgra32);
     if (!pool) return tl::unexpected(pool.error());
@@ -176,11 +179,11 @@ Expected<std::shared_ptr<PixelBuffer>> PipeWirePictures::convert(const spa_buffe
   return cut;
 }
 
-Expected<std::shared_ptr<SampleBuffer>> PipeWirePictures::pictureOf(const pw_buffer& buffer,
-                                                                    const SampleTiming& timing) {
+Expected<std::shared_ptr<SampleBuffer>> PipeWirePictures::pictureOf(pw_buffer& buffer, const SampleTiming& timing) {
   const RawFrame::Plane first = planeOf(buffer, 0);
-  if (!first.bytes) return failure(CaptureErrorCode::damagedFrame, "its buffers cannot be mapped");
-  if (first.byteCount == 0) return failure(CaptureErrorCode::damagedFrame, "a buffer came empty");
+  if (!first.bytes && !isOnlyForGPU()) return failure(CaptureErrorCode::damagedFrame, "its buffers cannot be mapped");
+  if (buffer.buffer->datas[0].chunk->size == 0 || (first.bytes && first.byteCount == 0))
+    return failure(CaptureErrorCode::damagedFrame, "a buffer came empty");
   if (!pool_) return failure(CaptureErrorCode::damagedFrame, "a picture came before its format");
   frame_.bytes = first.bytes;
   frame_.byteCount = first.byteCount;
@@ -191,7 +194,12 @@ Expected<std::shared_ptr<SampleBuffer>> PipeWirePictures::pictureOf(const pw_buf
     frame_.chroma.at(i) = i + 1 < buffer.buffer->n_datas ? planeOf(buffer, i + 1) : RawFrame::Plane();
   }
   FrameConverter::findPaddedRows(frame_);
-  auto picture = convert(*buffer.buffer);
+  Expected<std::shared_ptr<PixelBuffer>> picture;
+  if (isWhole(partOf(*buffer.buffer, frame_.width, frame_.height))) {
+    picture = loans_.lend(buffer, frame_, blocksOf(buffer));
+  }
+  isInPlace_ = *picture != nullptr;
+  if (!isInPlace_) picture = convert(buffer);
   if (!picture) return tl::unexpected(picture.error());
   auto sample = SampleBuffer::createImage(std::move(*picture), timing);
   if (!sample) return sample;

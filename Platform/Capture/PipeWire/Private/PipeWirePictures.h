@@ -1,13 +1,17 @@
 #pragma once
 
 #include <pipewire/pipewire.h>
+#include <spa/buffer/meta.h>
 
 #include <array>
 #include <map>
 #include <memory>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include "Platform/Capture/PipeWire/Private/PipeWireFormats.h"
+#include "Platform/Capture/PipeWire/Private/PipeWireLoans.h"
 #include "Platform/Capture/Private/PictureTurner.h"
 #include "Platform/Graphics/PixelBufferPool.h"
 
@@ -24,10 +28,18 @@ class PipeWirePictures {
 
   /// A buffer that the stream has from now on, and no longer has. What the stream has not mapped is mapped here.
   void add(const pw_buffer& buffer);
-  void remove(const pw_buffer& buffer) { mappings_.erase(&buffer); }
+  void remove(const pw_buffer& buffer);
+  /// All of them go.
+  void end();
 
-  /// Fails with `damagedFrame`, or without memory.
-  Expected<std::shared_ptr<SampleBuffer>> pictureOf(const pw_buffer& buffer, const SampleTiming& timing);
+  /// Fails with `damagedFrame`, or without memory. A picture that the GPU takes in place holds the buffer.
+  Expected<std::shared_ptr<SampleBuffer>> pictureOf(pw_buffer& buffer, const SampleTiming& timing);
+  /// Which buffers are held, and which are no more.
+  PipeWireLoans& loans() { return loans_; }
+  /// Whether the memory is such as the CPU cannot read.
+  bool isOnlyForGPU() const { return modifier_ && !isLinear(*modifier_); }
+  /// Whether the last one was taken in place.
+  bool isInPlace() const { return isInPlace_; }
 
  private:
   /// Memory that the stream has not mapped, one block for each plane.
@@ -45,11 +57,17 @@ class PipeWirePictures {
   };
 
   RawFrame::Plane planeOf(const pw_buffer& buffer, std::uint32_t number) const;
-  Expected<std::shared_ptr<PixelBuffer>> convert(const spa_buffer& buffer);
+  bool isWhole(const spa_region& part) const {
+    return std::cmp_equal(part.size.width, frame_.width) && std::cmp_equal(part.size.height, frame_.height);
+  }
+  PipeWireLoans::Blocks blocksOf(const pw_buffer& buffer) const;
+  Expected<std::shared_ptr<PixelBuffer>> convert(const pw_buffer& buffer);
 
   std::map<const pw_buffer*, std::unique_ptr<Mapping>> mappings_;
   RawFrame frame_;
-  bool hasModifier_ = false;
+  std::optional<std::uint64_t> modifier_;
+  PipeWireLoans loans_;
+  bool isInPlace_ = false;
   std::shared_ptr<PixelBufferPool> pool_;
   std::shared_ptr<PixelBufferPool> partPool_;  // of the size that metadata cut out last
   FrameConverter converter_;

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <stdexcept>
 #include <vector>
@@ -89,7 +90,8 @@ std::size_t PipeWireProducer::stride() const {
   return static_cast<std::size_t>(kind_.width) * (planeCount() == 2 ? 1 : 4) + kind_.padding;
 }
 
-const spa_pod* PipeWireProducer::formatOf(spa_pod_builder& builder, bool hasModifiers) const {
+const spa_pod* PipeWireProducer::formatOf(spa_pod_builder& builder, bool hasModifiers,
+                                          std::optional<std::int64_t> chosen) const {
   const spa_rectangle size = {static_cast<std::uint32_t>(kind_.width), static_cast<std::uint32_t>(kind_.height)};
   const spa_fraction rate = {static_cast<std::uint32_t>(kind_.framesPerSecond), 1};
   const spa_fraction most = {static_cast<std::uint32_t>(kind_.mostPerSecond), 1};
@@ -119,9 +121,13 @@ const spa_pod* PipeWireProducer::formatOf(spa_pod_builder& builder, bool hasModi
     spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_colorRange, SPA_POD_Id(kind_.range), 0);
   }
   if (!kind_.isH264) spa_pod_builder_add(&builder, SPA_FORMAT_VIDEO_format, SPA_POD_Id(kind_.format), 0);
-  if (hasModifiers) {
-    spa_pod_frame choice{};
+  if (chosen) {
     spa_pod_builder_prop(&builder, SPA_FORMAT_VIDEO_modifier, SPA_POD_PROP_FLAG_MANDATORY);
+    spa_pod_builder_long(&builder, *chosen);
+  } else if (hasModifiers) {
+    spa_pod_frame choice{};
+    const std::uint32_t open = kind_.choosesModifier ? SPA_POD_PROP_FLAG_DONT_FIXATE : 0;
+    spa_pod_builder_prop(&builder, SPA_FORMAT_VIDEO_modifier, SPA_POD_PROP_FLAG_MANDATORY | open);
     spa_pod_builder_push_choice(&builder, &choice, SPA_CHOICE_Enum, 0);
     spa_pod_builder_long(&builder, kind_.modifiers.front());
     for (const std::int64_t modifier : kind_.modifiers) spa_pod_builder_long(&builder, modifier);
@@ -170,6 +176,7 @@ void PipeWireProducer::agree(const spa_pod& format) {
     kind_.height = static_cast<int>(info.size.height);
   }
   const spa_pod_prop* modifier = spa_pod_find_prop(&format, nullptr, SPA_FORMAT_VIDEO_modifier);
+  if (modifier && (modifier->flags & SPA_POD_PROP_FLAG_DONT_FIXATE) != 0) return choose(*modifier);
   {
     const std::lock_guard lock(mutex_);
     std::uint32_t count = 0;
@@ -188,12 +195,26 @@ void PipeWireProducer::agree(const spa_pod& format) {
   };
   std::vector<const spa_pod*> parameters = {static_cast<const spa_pod*>(spa_pod_builder_add_object(
       &builder, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers, SPA_PARAM_BUFFERS_buffers,
-      SPA_POD_CHOICE_RANGE_Int(4, 2, 8), SPA_PARAM_BUFFERS_blocks, SPA_POD_Int(static_cast<int>(planeCount())),
-      SPA_PARAM_BUFFERS_size, SPA_POD_Int(static_cast<int>(blockSize())), SPA_PARAM_BUFFERS_stride,
-      SPA_POD_Int(static_cast<int>(stride())), SPA_PARAM_BUFFERS_dataType, SPA_POD_CHOICE_FLAGS_Int(types)))};
+      SPA_POD_CHOICE_RANGE_Int(kind_.bufferCount, 2, kind_.bufferCount), SPA_PARAM_BUFFERS_blocks,
+      SPA_POD_Int(static_cast<int>(planeCount())), SPA_PARAM_BUFFERS_size, SPA_POD_Int(static_cast<int>(blockSize())),
+      SPA_PARAM_BUFFERS_stride, SPA_POD_Int(static_cast<int>(stride())), SPA_PARAM_BUFFERS_dataType,
+      SPA_POD_CHOICE_FLAGS_Int(types)))};
   parameters.push_back(meta(SPA_META_Header, sizeof(spa_meta_header)));
   if (kind_.crop) parameters.push_back(meta(SPA_META_VideoCrop, sizeof(spa_meta_region)));
   parameters.push_back(meta(SPA_META_VideoTransform, sizeof(spa_meta_videotransform)));
+  pw_stream_update_params(stream_, parameters.data(), static_cast<std::uint32_t>(parameters.size()));
+}
+
+void PipeWireProducer::choose(const spa_pod_prop& modifiers) {
+  std::uint32_t count = 0;
+  std::uint32_t choice = 0;
+  const auto* const values =
+      static_cast<const std::int64_t*>(SPA_POD_BODY_CONST(spa_pod_get_values(&modifiers.value, &count, &choice)));
+  std::array<std::uint8_t, 4096> memory{};
+  spa_pod_builder builder{};
+  spa_pod_builder_init(&builder, memory.data(), memory.size());
+  std::vector<const spa_pod*> parameters = {formatOf(builder, true, values[count - 1]), formatOf(builder, true)};
+  if (kind_.isPlain) parameters.push_back(formatOf(builder, false));
   pw_stream_update_params(stream_, parameters.data(), static_cast<std::uint32_t>(parameters.size()));
 }
 
@@ -226,8 +247,13 @@ void PipeWireProducer::allocate(pw_buffer& buffer) const {
 }
 
 void PipeWireProducer::process() {
+  // Those that a reader keeps are met again each time round.
   pw_buffer* buffer = pw_stream_dequeue_buffer(stream_);
-  if (!buffer) return;
+  for (int i = 1; !buffer && errno == EBUSY && i < kind_.bufferCount; ++i) buffer = pw_stream_dequeue_buffer(stream_);
+  if (!buffer) {
+    ++missed_;
+    return;
+  }
   for (std::uint32_t i = 0; i < buffer->buffer->n_datas; ++i) {
     const spa_data& data = buffer->buffer->datas[i];
     auto* const bytes = static_cast<std::uint8_t*>(data.data) + kind_.offset;

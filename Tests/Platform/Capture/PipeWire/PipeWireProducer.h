@@ -44,7 +44,11 @@ class PipeWireProducer {
     int height = 48;
     std::vector<std::int64_t> modifiers = {};  ///< of device memory that is offered first
     bool isPlain = true;                       ///< ordinary memory is offered, too
-    bool isDmaBuf = false;                     ///< without modifiers, too
+    /// Has what is agreed on leave the modifier open, and takes the last one.
+    bool choosesModifier = false;
+    bool isUpsideDown = false;  ///< the picture in the block, as the modifier says
+    int bufferCount = 8;
+    bool isDmaBuf = false;  ///< without modifiers, too
     bool saysStride = true;
     std::size_t padding = 0;  ///< bytes after each row
     /// Row and block of a picture in one block, where they are not those of BGRx or NV12.
@@ -84,6 +88,8 @@ class PipeWireProducer {
   std::optional<std::int64_t> modifier() const;
   /// Properties that somebody has set, in their order.
   std::vector<std::pair<std::uint32_t, int>> settings() const;
+  /// Pictures that it had no buffer for, since it began.
+  int missed() const { return missed_; }
 
  private:
   static const pw_stream_events kEvents;
@@ -94,7 +100,9 @@ class PipeWireProducer {
     if (kind_.blockBytes > 0) return kind_.blockBytes;
     return kind_.offset + stride() * static_cast<std::size_t>(kind_.height);
   }
-  const spa_pod* formatOf(spa_pod_builder& builder, bool hasModifiers) const;
+  const spa_pod* formatOf(spa_pod_builder& builder, bool hasModifiers,
+                          std::optional<std::int64_t> chosen = std::nullopt) const;
+  void choose(const spa_pod_prop& modifiers);
   const spa_pod* propertyOf(spa_pod_builder& builder, const Property& property) const;
   void agree(const spa_pod& format);
   void note(const spa_pod& properties);
@@ -108,6 +116,7 @@ class PipeWireProducer {
   spa_hook listener_{};
   spa_source* timer_ = nullptr;
   std::uint32_t sequence_ = 0;
+  std::atomic<int> missed_ = 0;
   mutable std::mutex mutex_;
   std::optional<std::int64_t> modifier_;
   std::vector<std::pair<std::uint32_t, int>> settings_;

@@ -1,5 +1,6 @@
-#include "GPUImage/Sources/Private/MoviePlanes.h"
+#include "GPUImage/Sources/Private/PicturePlanes.h"
 
+#include <GLES2/gl2ext.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -39,7 +40,7 @@ const Matrix& matrixOf(const PixelBuffer& picture) {
 }
 
 /// The inverse of the signals' definition in ITU-R BT.709, in 8 bits.
-std::string shaderOf(const Matrix& matrix, bool isFullRange) {
+std::string shaderOf(const Matrix& matrix, bool isFullRange, const char* chromaChannels) {
   const double green = 1 - matrix.red - matrix.blue;
   const double black = isFullRange ? 0 : 16.0 / 255;
   const double luma = isFullRange ? 1 : 255.0 / 219;
@@ -50,18 +51,23 @@ std::string shaderOf(const Matrix& matrix, bool isFullRange) {
       "varying highp vec2 textureCoordinate; varying highp vec2 textureCoordinate2; uniform sampler2D "
       "inputImageTexture; uniform sampler2D inputImageTexture2; void main() {{ highp float luma = (texture2D("
       "inputImageTexture, textureCoordinate).r - {:.9f}) * {:.9f}; highp vec2 chroma = texture2D(inputImageTexture2, "
-      "textureCoordinate2).ra - {:.9f}; gl_FragColor = vec4(luma + {:.9f} * chroma.y, luma - {:.9f} * chroma.x - "
+      "textureCoordinate2).{} - {:.9f}; gl_FragColor = vec4(luma + {:.9f} * chroma.y, luma - {:.9f} * chroma.x - "
       "{:.9f} * chroma.y, luma + {:.9f} * chroma.x, 1.0); }}",
-      black, luma, 128.0 / 255, red, matrix.blue / green * blue, matrix.red / green * red, blue);
+      black, luma, chromaChannels, 128.0 / 255, red, matrix.blue / green * blue, matrix.red / green * red, blue);
 }
+
+/// Memory of a device has channels of colours, which is all that it can be told to have.
+bool isInPlace(const PixelBuffer& picture) { return picture.sharesMemory(); }
 
 const std::shared_ptr<const ShaderStage>& stageFor(const PixelBuffer& picture) {
   using OfEachRange = std::array<std::shared_ptr<const ShaderStage>, 2>;
-  static auto* const made = new std::array<OfEachRange, std::size(kMatrices)>;
+  using OfEachMatrix = std::array<OfEachRange, std::size(kMatrices)>;
+  static auto* const made = new std::array<OfEachMatrix, 2>;
   const Matrix& matrix = matrixOf(picture);
   const bool isFullRange = picture.pixelFormat() == PixelFormat::biPlanar420FullRange;
-  auto& stage = made->at(static_cast<std::size_t>(&matrix - std::begin(kMatrices))).at(isFullRange ? 1 : 0);
-  if (!stage) stage = ShaderStage::of(shaderOf(matrix, isFullRange));
+  auto& ofMatrices = made->at(isInPlace(picture) ? 1 : 0);
+  auto& stage = ofMatrices.at(static_cast<std::size_t>(&matrix - std::begin(kMatrices))).at(isFullRange ? 1 : 0);
+  if (!stage) stage = ShaderStage::of(shaderOf(matrix, isFullRange, isInPlace(picture) ? "rg" : "ra"));
   return stage;
 }
 
@@ -72,7 +78,7 @@ TavrelGPUImageFramebufferLease planeOf(const std::shared_ptr<PixelBuffer>& pictu
           picture, static_cast<GLint>(format), static_cast<GLsizei>(plane.width), static_cast<GLsizei>(plane.height),
           format, GL_UNSIGNED_BYTE, index);
   if (!texture) {
-    ConsoleLog::write("The planes of a movie's picture cannot go up: {}", texture.error().description);
+    ConsoleLog::write("The planes of a picture cannot go up: {}", texture.error().description);
     fatalAssertion("Camera failure");
   }
   return TavrelGPUImageFramebufferLease(std::make_shared<TavrelGPUImageFramebuffer>(*texture, index));
@@ -80,16 +86,16 @@ TavrelGPUImageFramebufferLease planeOf(const std::shared_ptr<PixelBuffer>& pictu
 
 }  // namespace
 
-bool MoviePlanes::areShownSooner() {
+bool PicturePlanes::areShownSooner() {
   if (!TavrelGPUImageContext::supportsFastTextureUpload()) return false;
   const auto wish = environmentVariable("TAVREL_MOVIE_PLANES");
   // The driver that needs the lock is the one that draws with the processor.
   return wish ? *wish != "0" : !GLDriverLock::isNeeded();
 }
 
-std::shared_ptr<TavrelGPUImageFramebuffer> MoviePlanes::framebufferOf(const std::shared_ptr<PixelBuffer>& picture) {
-  auto luma = planeOf(picture, 0, GL_LUMINANCE);
-  auto chroma = planeOf(picture, 1, GL_LUMINANCE_ALPHA);
+std::shared_ptr<TavrelGPUImageFramebuffer> PicturePlanes::framebufferOf(const std::shared_ptr<PixelBuffer>& picture) {
+  auto luma = planeOf(picture, 0, isInPlace(*picture) ? GL_RED_EXT : GL_LUMINANCE);
+  auto chroma = planeOf(picture, 1, isInPlace(*picture) ? GL_RG_EXT : GL_LUMINANCE_ALPHA);
   const Size size = luma.get()->size();
   const Size half = chroma.get()->size();
   auto framebuffer =

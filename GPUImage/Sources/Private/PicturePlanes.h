@@ -8,7 +8,7 @@
 namespace tavrel {
 
 /// Pictures in two planes of 4:2:0, luma and chroma, as frames of the graph. On the video-processing queue.
-class MoviePlanes {
+class PicturePlanes {
  public:
   /// Whether planes that go up as they are, and are turned into RGB by a shader, are shown sooner than BGRA that the
   /// processor makes of them: not where drawing is the processor's work, too.
