@@ -24,7 +24,7 @@ class CaptureStamps {
   /// says that the picture took longer than any camera does and than nothing was read.
   std::optional<std::int64_t> ageOf(std::int64_t monotonic) {
     constexpr int kPicturesInDoubt = 100;
-    constexpr std::int64_t kLongestWay = 2'000'000'000;
+    constexpr std::int64_t kLongestWay = 1'000'000'000;
     const auto age = ageOfCapture(monotonic);
     const std::int64_t arrival = std::chrono::steady_clock::now().time_since_epoch().count();
     const std::int64_t pause = arrival_ > 0 ? arrival - arrival_ : 0;
