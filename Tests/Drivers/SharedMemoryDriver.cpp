@@ -13,7 +13,6 @@
 #include <gbm.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -21,9 +20,9 @@
 #include <set>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "ForeignMemory.h"
+#include "GLState.h"
 #include "NextFunction.h"
 #include "SharedMemory.h"
 
@@ -71,31 +70,6 @@ Driver& driver() {
 EGLContext currentContext() { return NEXT(eglGetCurrentContext)(); }
 
 TextureKey keyOf(GLuint texture) { return {driver().firstOfShared[currentContext()], texture}; }
-
-GLuint boundTexture() {
-  GLint name = 0;
-  NEXT(glGetIntegerv)(GL_TEXTURE_BINDING_2D, &name);
-  return static_cast<GLuint>(name);
-}
-
-/// Sets what says how pixels lie in memory, and puts it back.
-class Rows {
- public:
-  Rows(GLenum rowLength, GLenum alignment, GLint pixels) : parameters_{rowLength, alignment} {
-    for (std::size_t i = 0; i < parameters_.size(); ++i) NEXT(glGetIntegerv)(parameters_[i], &previous_[i]);
-    NEXT(glPixelStorei)(rowLength, pixels);
-    NEXT(glPixelStorei)(alignment, 4);
-  }
-  Rows(const Rows&) = delete;
-  Rows& operator=(const Rows&) = delete;
-  ~Rows() {
-    for (std::size_t i = 0; i < parameters_.size(); ++i) NEXT(glPixelStorei)(parameters_[i], previous_[i]);
-  }
-
- private:
-  std::array<GLenum, 2> parameters_;
-  std::array<GLint, 2> previous_{};
-};
 
 void refreshForeign(GLuint name) {
   const auto found = driver().foreignTextures.find(keyOf(name));
@@ -153,45 +127,6 @@ void sendOff() {
   const Commands commands = std::exchange(found->second, {});
   for (const TextureKey& key : commands.drawn) publish(key);
   for (const auto& memory : commands.sampled) --memory->unsentReads;
-}
-
-/// The texture that is drawn into; 0 for a renderbuffer.
-GLuint attachedTexture() {
-  GLint framebuffer = 0;
-  NEXT(glGetIntegerv)(GL_FRAMEBUFFER_BINDING, &framebuffer);
-  if (framebuffer == 0) return 0;
-  const auto attachment = [](GLenum parameter) {
-    GLint value = 0;
-    NEXT(glGetFramebufferAttachmentParameteriv)(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, parameter, &value);
-    return value;
-  };
-  if (attachment(GL_FRAMEBUFFER_ATTACHMENT_OBJECT_TYPE) != GL_TEXTURE) return 0;
-  return static_cast<GLuint>(attachment(GL_FRAMEBUFFER_ATTACHMENT_OBJECT_NAME));
-}
-
-/// The textures that the current program samples.
-std::vector<GLuint> sampledTextures() {
-  GLint program = 0;
-  GLint count = 0;
-  GLint active = 0;
-  NEXT(glGetIntegerv)(GL_CURRENT_PROGRAM, &program);
-  NEXT(glGetIntegerv)(GL_ACTIVE_TEXTURE, &active);
-  NEXT(glGetProgramiv)(static_cast<GLuint>(program), GL_ACTIVE_UNIFORMS, &count);
-  std::vector<GLuint> textures;
-  for (GLuint i = 0; i < static_cast<GLuint>(count); ++i) {
-    std::array<char, 256> name{};
-    GLint size = 0;
-    GLenum type = 0;
-    NEXT(glGetActiveUniform)(static_cast<GLuint>(program), i, name.size(), nullptr, &size, &type, name.data());
-    if (type != GL_SAMPLER_2D) continue;
-    GLint unit = 0;
-    NEXT(glGetUniformiv)
-    (static_cast<GLuint>(program), NEXT(glGetUniformLocation)(static_cast<GLuint>(program), name.data()), &unit);
-    NEXT(glActiveTexture)(GL_TEXTURE0 + static_cast<GLenum>(unit));
-    textures.push_back(boundTexture());
-  }
-  NEXT(glActiveTexture)(static_cast<GLenum>(active));
-  return textures;
 }
 
 void noteDrawing() {
