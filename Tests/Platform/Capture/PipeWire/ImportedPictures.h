@@ -87,7 +87,7 @@ class Graph {
 
 inline Picture bytesOf(const std::shared_ptr<PixelBuffer>& buffer) {
   buffer->lockBaseAddress(PixelBufferLock::readOnly);
-  const Picture picture(static_cast<int>(buffer->width()), static_cast<int>(buffer->height()), [&](int x, int y) {
+  Picture picture(static_cast<int>(buffer->width()), static_cast<int>(buffer->height()), [&](int x, int y) {
     const std::uint8_t* const pixel =
         buffer->baseAddress() + static_cast<std::size_t>(y) * buffer->bytesPerRow() + static_cast<std::size_t>(x) * 4;
     return Pixel{pixel[2], pixel[1], pixel[0], pixel[3]};
