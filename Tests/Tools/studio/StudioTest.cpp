@@ -167,7 +167,7 @@ TEST_F(StudioTest, AStickerMovesWithinTheRunningChain) {
   studio->addFile(file("red.png"), Point{40, 40});
   const auto sticker = studio->selected();
   ASSERT_TRUE(sticker);
-  EXPECT_EQ(sticker->place().rectangle, (Rect{{20, 20}, {40, 40}}));
+  EXPECT_EQ(sticker->place()->rectangle, (Rect{{20, 20}, {40, 40}}));
   const auto& camera = studio->recorder()->camera();
   const auto processed = camera->statistics().processed;
   ASSERT_TRUE(becomes([&] { return camera->statistics().processed > processed + 2; }));

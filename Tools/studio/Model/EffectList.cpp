@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <nlohmann/json.hpp>
 
 namespace tavrel::studio {
@@ -36,13 +37,11 @@ TavrelCaptureEffectChain::Effects EffectList::captureEffects() const {
   return effects;
 }
 
-std::vector<std::shared_ptr<StickerEffect>> EffectList::stickers() const {
-  std::vector<std::shared_ptr<StickerEffect>> stickers;
-  for (const auto& effect : all_) {
-    auto sticker = std::dynamic_pointer_cast<StickerEffect>(effect);
-    if (sticker && sticker->isOn()) stickers.push_back(std::move(sticker));
-  }
-  return stickers;
+EffectList::Effects EffectList::placedEffects() const {
+  Effects placed;
+  std::ranges::copy_if(all_, std::back_inserter(placed),
+                       [](const auto& effect) { return effect->isOn() && effect->place(); });
+  return placed;
 }
 
 void EffectList::add(std::shared_ptr<StudioEffect> effect) {
@@ -78,9 +77,7 @@ void EffectList::setOn(std::size_t index, bool isOn) {
 void EffectList::setFrameSize(Size size) {
   if (size == frameSize_) return;
   for (const auto& effect : all_) {
-    if (auto* sticker = dynamic_cast<StickerEffect*>(effect.get())) {
-      sticker->setPlace(rescaled(sticker->place(), frameSize_, size));
-    }
+    if (const auto* place = effect->place()) effect->setPlace(rescaled(*place, frameSize_, size));
   }
   frameSize_ = size;
 }
@@ -91,9 +88,7 @@ nlohmann::json EffectList::json() const {
     nlohmann::json entry = {{"kind", effect->kind()}, {"on", effect->isOn()}};
     if (!effect->file().empty()) entry["file"] = effect->file().string();
     for (const auto& level : effect->levels()) entry["levels"].push_back(level.value);
-    if (const auto* sticker = dynamic_cast<const StickerEffect*>(effect.get())) {
-      entry["place"] = placeJSON(sticker->place());
-    }
+    if (const auto* place = effect->place()) entry["place"] = placeJSON(*place);
     list.push_back(std::move(entry));
   }
   return {{"frame", {frameSize_.width, frameSize_.height}}, {"list", std::move(list)}};
@@ -113,9 +108,7 @@ void EffectList::restore(const nlohmann::json& json, const std::function<void(co
         (*effect)->setLevel(i, levels[i]);
       }
       (*effect)->isOn_ = entry.value("on", true);
-      if (auto* sticker = dynamic_cast<StickerEffect*>(effect->get())) {
-        sticker->setPlace(rescaled(placeOf(entry.at("place")), writtenFor, frameSize_));
-      }
+      if ((*effect)->place()) (*effect)->setPlace(rescaled(placeOf(entry.at("place")), writtenFor, frameSize_));
       all_.push_back(std::move(*effect));
     }
   } catch (const nlohmann::json::exception&) {

@@ -20,7 +20,8 @@ class EffectList {
   const Effects& all() const { return all_; }
   /// Those that are switched on.
   TavrelCaptureEffectChain::Effects captureEffects() const;
-  std::vector<std::shared_ptr<StickerEffect>> stickers() const;
+  /// Those of them that have a place.
+  Effects placedEffects() const;
 
   void add(std::shared_ptr<StudioEffect> effect);
   void remove(std::size_t index);

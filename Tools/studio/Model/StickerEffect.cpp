@@ -38,9 +38,9 @@ class StillSticker : public StickerEffect {
   }
 
  private:
-  void placeDidChange() override {
-    if (effect_->rotation() != place().radians) effect_->setRotation(place().radians);
-    if (effect_->destRect() != place().rectangle) effect_->setDestRect(place().rectangle);
+  void showAt(const StickerPlace& place) override {
+    if (effect_->rotation() != place.radians) effect_->setRotation(place.radians);
+    if (effect_->destRect() != place.rectangle) effect_->setDestRect(place.rectangle);
   }
 
   const std::shared_ptr<MovableSticker> effect_ = std::make_shared<MovableSticker>();
@@ -54,9 +54,9 @@ class MovingSticker : public StickerEffect {
   Size pictureSize() const override { return effect_->size(); }
 
  private:
-  void placeDidChange() override {
-    effect_->setDestRect(place().rectangle);
-    effect_->setRotation(place().radians);
+  void showAt(const StickerPlace& place) override {
+    effect_->setDestRect(place.rectangle);
+    effect_->setRotation(place.radians);
     if (isZero(effect_->videoSize())) return;  // no chain has it yet
     effect_->setVideoSize(effect_->videoSize());
     effect_->picture()->processImage();
@@ -89,7 +89,7 @@ void StickerEffect::setPlace(const StickerPlace& place) {
                         std::isfinite(place.rectangle.size.width + place.rectangle.size.height + place.radians);
   if (!isUsable) return;
   place_ = place;
-  placeDidChange();
+  showAt(place);
 }
 
 }  // namespace tavrel::studio

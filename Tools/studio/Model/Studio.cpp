@@ -102,8 +102,7 @@ void Studio::close() {
 
 void Studio::applyEffects() {
   // What is no longer in the list cannot be held.
-  if (selected_ &&
-      std::ranges::find(effects_.all(), std::shared_ptr<StudioEffect>(selected_)) == effects_.all().end()) {
+  if (selected_ && std::ranges::find(effects_.all(), selected_) == effects_.all().end()) {
     selected_.reset();
   }
   if (!recorder_) return;
@@ -184,7 +183,7 @@ void Studio::addFile(const std::filesystem::path& file, std::optional<Point> cen
 }
 
 void Studio::removeSelected() {
-  const auto place = std::ranges::find(effects_.all(), std::shared_ptr<StudioEffect>(selected_));
+  const auto place = std::ranges::find(effects_.all(), selected_);
   if (selected_ && place != effects_.all().end()) {
     effects_.remove(static_cast<std::size_t>(place - effects_.all().begin()));
   }

@@ -70,8 +70,8 @@ class Studio {
   BeforePicture& before() { return before_; }
   Measurement& measurement() { return measurement_; }
   /// The sticker with handles on the picture; nullptr without one.
-  const std::shared_ptr<StickerEffect>& selected() const { return selected_; }
-  void select(std::shared_ptr<StickerEffect> sticker) { selected_ = std::move(sticker); }
+  const std::shared_ptr<StudioEffect>& selected() const { return selected_; }
+  void select(std::shared_ptr<StudioEffect> effect) { selected_ = std::move(effect); }
   void removeSelected();
 
  private:
@@ -92,7 +92,7 @@ class Studio {
   BeforePicture before_;
   Measurement measurement_{messages_};
   std::shared_ptr<TavrelRecorder> recorder_;
-  std::shared_ptr<StickerEffect> selected_;
+  std::shared_ptr<StudioEffect> selected_;
   std::filesystem::path latestFile_;
   int filesInWork_ = 0;
   /// Callbacks of what is still under way find out by it whether the studio is there.

@@ -37,6 +37,10 @@ class StudioEffect {
   /// Clamped; acts with the next frame.
   void setLevel(std::size_t index, double value);
   bool isOn() const { return isOn_; }
+  /// Where it lies on the frame; null for an effect of the whole frame, which `setPlace` leaves as it is.
+  virtual const StickerPlace* place() const { return nullptr; }
+  /// Shows with the next frame; no frame is lost.
+  virtual void setPlace(const StickerPlace& /*place*/) {}
 
  protected:
   explicit StudioEffect(std::vector<Level> levels, std::filesystem::path file = {})
@@ -62,15 +66,14 @@ class StickerEffect : public StudioEffect {
   std::string title() const override { return file().filename().string(); }
   /// In pixels.
   virtual Size pictureSize() const = 0;
-  const StickerPlace& place() const { return place_; }
-  /// Shows with the next frame; no frame is lost.
-  void setPlace(const StickerPlace& place);
+  const StickerPlace* place() const override { return &place_; }
+  void setPlace(const StickerPlace& place) override;
 
  protected:
   using StudioEffect::StudioEffect;
 
  private:
-  virtual void placeDidChange() = 0;
+  virtual void showAt(const StickerPlace& place) = 0;
 
   StickerPlace place_;
 };

@@ -46,11 +46,10 @@ bool EffectsPanel::drawEffect(std::size_t index) {
     thumbnails_.draw(effect->file(), ImGui::GetFontSize() * 2);
     ImGui::SameLine();
   }
-  const auto sticker = std::dynamic_pointer_cast<StickerEffect>(effect);
   const float buttons = ImGui::GetFontSize() * 7;
   const ImVec2 title(std::max(1.0F, ImGui::GetContentRegionAvail().x - buttons), 0);
-  if (ImGui::Selectable((effect->title() + number).c_str(), sticker && sticker == studio_.selected(), 0, title)) {
-    studio_.select(sticker);
+  if (ImGui::Selectable((effect->title() + number).c_str(), effect == studio_.selected(), 0, title)) {
+    studio_.select(effect->place() ? effect : nullptr);
   }
   WidgetMap::shared().noteLast("title" + number);
   ImGui::SameLine();

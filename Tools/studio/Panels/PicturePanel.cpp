@@ -51,7 +51,7 @@ void PicturePanel::handleMouse(const Layout& layout, bool isOver) {
   if (isOver && ImGui::IsMouseClicked(ImGuiMouseButton_Left)) press(place, reach, mouse);
   if (drag_ && studio_.selected()) {
     const StickerPlace moved = dragged(drag_->start, drag_->grip, drag_->from, place, ImGui::GetIO().KeyShift);
-    if (moved != studio_.selected()->place()) studio_.selected()->setPlace(moved);
+    if (moved != *studio_.selected()->place()) studio_.selected()->setPlace(moved);
   }
   if (!ImGui::IsMouseDown(ImGuiMouseButton_Left)) drag_.reset();
   const float wheel = ImGui::GetIO().MouseWheel;
@@ -64,15 +64,15 @@ void PicturePanel::handleMouse(const Layout& layout, bool isOver) {
 
 void PicturePanel::press(Point place, double reach, Point mouse) {
   // The selected one first: its handles may lie over another sticker. Then the one in front.
-  auto candidates = studio_.effects().stickers();
+  auto candidates = studio_.effects().placedEffects();
   std::ranges::reverse(candidates);
   if (studio_.selected()) candidates.insert(candidates.begin(), studio_.selected());
   for (const auto& sticker : candidates) {
     const bool isSelected = sticker == studio_.selected();
-    const StickerGrip grip = gripAt(sticker->place(), place, isSelected ? reach : 0);
+    const StickerGrip grip = gripAt(*sticker->place(), place, isSelected ? reach : 0);
     if (grip == StickerGrip::none) continue;
     studio_.select(sticker);
-    drag_ = Drag{grip, sticker->place(), place};
+    drag_ = Drag{grip, *sticker->place(), place};
     return;
   }
   studio_.select(nullptr);
@@ -95,7 +95,7 @@ void PicturePanel::drawSticker(const Layout& layout) const {
   const Size frame = studio_.effects().frameSize();
   const bool mirrors = studio_.settings().mirrors;
   const auto at = [&](double across, double down) {
-    return pixels(layout.toWindow(sticker->place().pointAt(across, down), frame, mirrors));
+    return pixels(layout.toWindow(sticker->place()->pointAt(across, down), frame, mirrors));
   };
   ImDrawList& list = *ImGui::GetWindowDrawList();
   const ImVec2 corners[] = {at(-1, -1), at(1, -1), at(1, 1), at(-1, 1)};
@@ -103,7 +103,7 @@ void PicturePanel::drawSticker(const Layout& layout) const {
   list.AddPolyline(corners, 4, kLine, ImDrawFlags_Closed, 1.5F);
   // The handle is so many reaches above the upper edge, in pixels of the frame.
   const double reach = ImGui::GetFontSize() * 0.6 * frame.width / layout.picture.size.width;
-  const double half = sticker->place().rectangle.size.height / 2;
+  const double half = sticker->place()->rectangle.size.height / 2;
   const ImVec2 handle = at(0, -(half + kTurningHandle * reach) / half);
   list.AddLine(at(0, -1), handle, kLine, 1.5F);
   list.AddCircleFilled(handle, dot, kLine);
