@@ -99,7 +99,7 @@ TEST_F(DiagnosticsTest, AKilledProgramLeavesATraceThatOpens) {
   const auto killed =
       shell(std::string(TAVREL_PROGRAM) + " record --size 160x120 --trace " + path + " " + file("out.mov") +
             " & i=0; while [ $((i += 1)) -lt 300 ] && [ \"$(cat " + path +
-            " 2>/dev/null | grep -c TavrelCamera)\" -lt 10 ]; do sleep 0.1; done; kill -KILL $!; wait $!");
+            " 2>/dev/null | grep -c '\"TavrelCamera\"')\" -lt 10 ]; do sleep 0.1; done; kill -KILL $!; wait $!");
   EXPECT_NE(killed.status, 0);
   EXPECT_FALSE(trace.isClosed());
   EXPECT_EQ(trace.ask("problems(e)"), "[]");
