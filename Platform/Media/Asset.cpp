@@ -11,9 +11,8 @@
 #include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Media/Private/FFmpegTime.h"
 #include "Platform/Media/Private/Reading/AdtsUnwrapper.h"
-#include "Platform/Media/Private/Reading/MovieClock.h"
 #include "Platform/Media/Private/Reading/MovieInput.h"
-#include "Platform/Media/Private/Reading/SoundHeaders.h"
+#include "Platform/Media/Private/Reading/MovieMeasurement.h"
 #include "Platform/Media/Private/Reading/StoredTrackReader.h"
 
 extern "C" {
@@ -32,63 +31,14 @@ AffineTransform transformOf(const AVStream& stream) {
   return {element(0), element(1), element(3), element(4), element(6), element(7)};
 }
 
-MediaTimeRange timeRangeOf(const AVFormatContext& file, const AVStream& stream) {
-  const AVRational base = stream.time_base;
-  const std::int64_t offset = av_rescale_q(timelineOffset(file), AV_TIME_BASE_Q, base);
-  const std::int64_t start =
-      stream.start_time == AV_NOPTS_VALUE ? 0 : std::max<std::int64_t>(0, stream.start_time - offset);
-  std::int64_t duration = stream.duration;
-  if (duration == AV_NOPTS_VALUE && file.duration != AV_NOPTS_VALUE) {
-    duration = av_rescale_q(file.duration, AV_TIME_BASE_Q, base) - start;
-  }
-  const auto time = [base](std::int64_t units) { return mediaTimeFrom(units, base); };
-  return {time(start), time(duration == AV_NOPTS_VALUE ? 0 : std::max<std::int64_t>(0, duration))};
-}
-
-/// What only a file's packets tell; nothing where the container says how long its tracks are.
-struct Measurement {
-  std::vector<std::int64_t> lengths;  // of the streams, in their own units
-  SoundHeaders headers;
-  bool clockJumps = false;
-};
-
-Measurement measure(AVFormatContext& file) {
-  MovieClock clock(file);
-  const bool isTold = file.duration != AV_NOPTS_VALUE && file.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
-  if (isTold && !clock.needsEveryPacket()) return {};
-  std::vector<std::int64_t> ends(file.nb_streams, AV_NOPTS_VALUE);
-  SoundHeaders headers;
-  const Packet packet(av_packet_alloc());
-  while (packet && av_read_frame(&file, packet.get()) >= 0) {
-    headers.note(*packet, *file.streams[packet->stream_index]->codecpar);
-    const auto index = static_cast<std::size_t>(packet->stream_index);
-    clock.stamp(*packet);
-    const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
-    if (index < ends.size()) {
-      // In a raw stream pictures follow each other.
-      const bool isRaw = time == AV_NOPTS_VALUE && packet->duration > 0;
-      const std::int64_t begin = isRaw ? std::max<std::int64_t>(0, ends[index]) : time;
-      if (begin != AV_NOPTS_VALUE)
-        ends[index] = std::max(ends[index], begin + std::max<std::int64_t>(0, packet->duration));
-    }
-    av_packet_unref(packet.get());
-  }
-  for (std::size_t i = 0; i < ends.size(); ++i) {
-    const MediaTime start = timeRangeOf(file, *file.streams[i]).start;
-    if (ends[i] != AV_NOPTS_VALUE && start.isNumeric())
-      ends[i] = std::max<std::int64_t>(0, ends[i] - unitsOf(start, file.streams[i]->time_base));
-  }
-  return {std::move(ends), std::move(headers), clock.hasJumped()};
-}
-
 std::shared_ptr<const AssetTrack> trackOf(const std::filesystem::path& path, AVFormatContext& file, AVStream& stream,
-                                          const Measurement& measured) {
+                                          const MovieMeasurement& measured) {
   const AVCodecParameters& parameters = *stream.codecpar;
   AssetTrack::Properties track;
   track.path = path;
   track.trackID = stream.index;
   track.storedFormat = storedFormatOf(stream, measured.headers.vary(stream.index));
-  track.canSeek = !measured.clockJumps;
+  track.access = measured.access;
   track.codecName = avcodec_get_name(parameters.codec_id);
   track.timeRange = timeRangeOf(file, stream);
   track.isDefault = (stream.disposition & AV_DISPOSITION_DEFAULT) != 0;
@@ -127,7 +77,7 @@ std::string codingOf(const AVCodecParameters& parameters) {
   return isNamed ? avcodec_get_name(parameters.codec_id) : av_fourcc_make_string(tag.data(), parameters.codec_tag);
 }
 
-std::vector<std::string> contentBesideTracksOf(const AVFormatContext& file) {
+std::vector<std::string> contentBesideTracksOf(const AVFormatContext& file, const MovieMeasurement& measured) {
   std::vector<std::string> contents;
   for (unsigned i = 0; i < file.nb_streams; ++i) {
     const AVStream& stream = *file.streams[i];
@@ -141,6 +91,8 @@ std::vector<std::string> contentBesideTracksOf(const AVFormatContext& file) {
       contents.emplace_back("a timecode");
     } else if (parameters.codec_type == AVMEDIA_TYPE_DATA && !isOfChapters) {
       contents.push_back(fmt::format("data ({})", codingOf(parameters)));
+    } else if (measured.farTracks.contains(stream.index)) {
+      contents.push_back(fmt::format("a track that begins too far in the file ({})", codingOf(parameters)));
     } else if (!isPlayable(stream) && !isOfChapters) {
       contents.push_back(fmt::format("a track that cannot be decoded ({})", codingOf(parameters)));
     }
@@ -286,12 +238,17 @@ Expected<void> Asset::readFile() const {
   auto file = openMovieInput(path_);
   if (!file) return tl::unexpected(file.error());
   AdtsUnwrapper::completeHeaders(**file);
-  const Measurement measured = options_.prefersPreciseDurationAndTiming ? measure(**file) : Measurement();
+  const auto measured = options_.prefersPreciseDurationAndTiming ? MovieMeasurement::of(**file) : MovieMeasurement();
+  if (measured.access.searchedBytes > 0) {
+    file = openMovieInput(path_, measured.access.searchedBytes);
+    if (!file) return tl::unexpected(file.error());
+    AdtsUnwrapper::completeHeaders(**file);
+  }
   for (unsigned i = 0; i < (*file)->nb_streams; ++i) {
     AVStream& stream = *(*file)->streams[i];
     if (isSubtitle(stream)) subtitles_.push_back(trackOf(path_, **file, stream, measured));
-    if (!isPlayable(stream)) continue;
-    if (!measured.lengths.empty() && measured.lengths[i] != AV_NOPTS_VALUE) stream.duration = measured.lengths[i];
+    if (!isPlayable(stream) || measured.farTracks.contains(stream.index)) continue;
+    if (i < measured.lengths.size() && measured.lengths[i] != AV_NOPTS_VALUE) stream.duration = measured.lengths[i];
     measured.headers.widen(stream.index, *stream.codecpar);
     tracks_.push_back(trackOf(path_, **file, stream, measured));
     duration_ = std::max(duration_, tracks_.back()->timeRange().end());
@@ -299,7 +256,7 @@ Expected<void> Asset::readFile() const {
   metadata_ = metadataOf(**file);
   chapters_ = chaptersOf(**file);
   artwork_ = artworkOf(**file);
-  contentBesideTracks_ = contentBesideTracksOf(**file);
+  contentBesideTracks_ = contentBesideTracksOf(**file, measured);
   if (!tracks_.empty()) return {};
   return tl::unexpected(unreadableMovie(path_, "it holds neither pictures nor sound that can be decoded",
                                         MediaErrorCode::noPlayableTrack));

@@ -27,6 +27,12 @@ struct AssetTrackSegment {
 /// A track of a file or composition. Immutable; any thread.
 class TAVREL_API AssetTrack {
  public:
+  /// What a precise look at the file found out about the way to read it.
+  struct Access {
+    bool canSeek = true;             ///< false where the file's clock jumps: then no time leads to a place
+    std::int64_t searchedBytes = 0;  ///< how far tracks are searched for; 0 for as far as usual, some 5 MB
+  };
+
   struct Properties {
     std::filesystem::path path;
     int trackID = 0;
@@ -39,7 +45,7 @@ class TAVREL_API AssetTrack {
     Size pixelAspectRatio{1, 1};
     bool containsHDRVideo = false;
     double nominalFrameRate = 0;
-    bool canSeek = true;
+    Access access;
     int sampleRate = 0;
     int channelCount = 0;
     bool isDefault = false;
@@ -71,8 +77,7 @@ class TAVREL_API AssetTrack {
   const AffineTransform& preferredTransform() const { return properties_.preferredTransform; }
   /// Mean frame rate per second; 0 for audio or if unknown.
   double nominalFrameRate() const { return properties_.nominalFrameRate; }
-  /// Whether a time leads to a place in the file: not where its clock jumps, which only a precise look at it tells.
-  bool canSeek() const { return properties_.canSeek; }
+  const Access& access() const { return properties_.access; }
   /// Sample rate per second, and channels; 0 for video.
   int sampleRate() const { return properties_.sampleRate; }
   int channelCount() const { return properties_.channelCount; }

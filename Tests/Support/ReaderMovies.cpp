@@ -56,8 +56,8 @@ void writeBytes(const std::filesystem::path& file, const std::vector<std::uint8_
   for (const std::uint8_t byte : bytes) stream.put(static_cast<char>(byte));
 }
 
-OpenedReader::OpenedReader(const std::filesystem::path& file, MediaType mediaType) {
-  auto opened = Asset::create(file);
+OpenedReader::OpenedReader(const std::filesystem::path& file, MediaType mediaType, const AssetOptions& options) {
+  auto opened = Asset::create(file, options);
   if (!opened) {
     ADD_FAILURE() << opened.error().description;
     return;

@@ -41,7 +41,7 @@ struct OpenedReader {
   std::shared_ptr<AssetReader> reader;
   std::shared_ptr<AssetReaderTrackOutput> output;
 
-  OpenedReader(const std::filesystem::path& file, MediaType mediaType);
+  OpenedReader(const std::filesystem::path& file, MediaType mediaType, const AssetOptions& options = {});
   std::vector<std::shared_ptr<SampleBuffer>> readAll();
   std::vector<double> readTimes();
 };

@@ -2,6 +2,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <array>
+
 #include "Platform/Media/MediaError.h"
 #include "Support/ReaderMovies.h"
 
@@ -59,6 +62,38 @@ TEST(Asset, LeavesOutCoversAndUnknownTracks) {
   const auto asset = Asset::create(folder / "a.m4a").value();
   ASSERT_EQ(asset->tracks().size(), 1U);
   EXPECT_EQ(asset->tracks().at(0)->mediaType(), MediaType::audio);
+}
+
+TEST(Asset, FindsTracksThatBeginLongAfterTheFirst) {
+  constexpr AssetOptions kPrecise = {.prefersPreciseDurationAndTiming = true};
+  const ReaderFolder folder;
+  for (const char* const name : {"a.vob", "a.ts"}) {
+    SCOPED_TRACE(name);
+    ASSERT_NO_FATAL_FAILURE(makeMovie(folder / name,
+                                      "-f lavfi -i color=size=64x64:rate=25:duration=25 -itsoffset 20 -f lavfi -i "
+                                      "sine=sample_rate=48000:duration=2 -c:v mpeg2video -c:a mp2 OUT"));
+    OpenedReader sound(folder / name, MediaType::audio, kPrecise);
+    const auto samples = sound.readAll();
+    ASSERT_FALSE(samples.empty());
+    EXPECT_NEAR(samples.back()->presentationTimeStamp().seconds(), 22, 0.1);
+    EXPECT_EQ(OpenedReader(folder / name, MediaType::video, kPrecise).readAll().size(), 625U);
+  }
+  // A track beyond what is kept in memory in search of it.
+  const auto joined = folder / "far.ts";
+  std::vector<std::uint8_t> bytes = bytesOf(folder / "a.ts");
+  constexpr std::size_t kPacket = 188;
+  std::vector<std::uint8_t> padding(kPacket, 0xFF);
+  std::copy_n(std::to_array<std::uint8_t>({0x47, 0x1F, 0xFF, 0x10}).begin(), 4, padding.begin());
+  for (std::size_t i = 0; i < (std::size_t{66} << 20) / kPacket; ++i)
+    bytes.insert(bytes.end(), padding.begin(), padding.end());
+  ASSERT_NO_FATAL_FAILURE(
+      makeMovieFrom(folder / "a.ts", folder / "b.ts", "-i IN -map 0:v -c copy -t 1 -mpegts_start_pid 0x200 OUT"));
+  const auto later = bytesOf(folder / "b.ts");
+  bytes.insert(bytes.end(), later.begin(), later.end());
+  writeBytes(joined, bytes);
+  const auto asset = Asset::create(joined, kPrecise).value();
+  EXPECT_EQ(asset->tracks().size(), 2U);
+  EXPECT_THAT(asset->contentBesideTracks(), testing::ElementsAre(HasSubstr("too far in the file (mpeg2video)")));
 }
 
 TEST(Asset, SaysWhyAFileIsNoMovie) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -43,12 +44,18 @@ Error unreadableMovie(const std::filesystem::path& path, const std::string& reas
 namespace {
 
 /// With the demuxer that the file's bytes tell unless one is given.
-Expected<InputFormat> openedWith(const AVInputFormat* demuxer, const std::filesystem::path& path) {
+Expected<InputFormat> openedWith(const AVInputFormat* demuxer, const std::filesystem::path& path,
+                                 std::int64_t searchedBytes) {
   // The prefix keeps a colon in the name from being taken for a protocol; nothing but files is opened from inside
   // files.
   const std::string url = "file:" + path.string();
   AVDictionary* options = nullptr;
   av_dict_set(&options, "protocol_whitelist", "file", 0);
+  if (searchedBytes > 0) {
+    av_dict_set_int(&options, "probesize", searchedBytes, 0);
+    av_dict_set_int(&options, "analyzeduration", std::numeric_limits<std::int64_t>::max(), 0);
+    av_dict_set_int(&options, "scan_all_pmts", 1, 0);  // of a transport stream: also those after the first
+  }
   AVFormatContext* opened = nullptr;
   const int result = avformat_open_input(&opened, url.c_str(), demuxer, &options);
   av_dict_free(&options);
@@ -71,11 +78,11 @@ bool isStreamOfJPEGs(AVFormatContext& file) {
 
 }  // namespace
 
-Expected<InputFormat> openMovieInput(const std::filesystem::path& path) {
+Expected<InputFormat> openMovieInput(const std::filesystem::path& path, std::int64_t searchedBytes) {
   if (auto regular = checkRegularFile(path); !regular) return tl::unexpected(regular.error());
   quietFFmpegLog();
-  auto opened = openedWith(nullptr, path);
-  if (opened && isStreamOfJPEGs(**opened)) opened = openedWith(av_find_input_format("mjpeg"), path);
+  auto opened = openedWith(nullptr, path, searchedBytes);
+  if (opened && isStreamOfJPEGs(**opened)) opened = openedWith(av_find_input_format("mjpeg"), path, searchedBytes);
   if (!opened) return opened;
   InputFormat file = std::move(*opened);
   if (isNoMovie(file->iformat->name)) {
@@ -108,13 +115,18 @@ bool isSubtitle(const AVStream& stream) {
 
 bool isArtwork(const AVStream& stream) { return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0; }
 
+bool isMedia(const AVStream& stream) {
+  const AVMediaType type = stream.codecpar->codec_type;
+  return (type == AVMEDIA_TYPE_VIDEO || type == AVMEDIA_TYPE_AUDIO) && !isArtwork(stream) &&
+         avcodec_find_decoder(stream.codecpar->codec_id);
+}
+
 bool isPlayable(const AVStream& stream) {
   const AVCodecParameters& parameters = *stream.codecpar;
-  const bool isPicture = parameters.codec_type == AVMEDIA_TYPE_VIDEO && parameters.width > 0 && parameters.height > 0;
-  const bool isSound =
-      parameters.codec_type == AVMEDIA_TYPE_AUDIO && parameters.sample_rate > 0 && parameters.ch_layout.nb_channels > 0;
-  if (!isPicture && !isSound) return false;
-  return !isArtwork(stream) && avcodec_find_decoder(parameters.codec_id);
+  const bool isKnown = parameters.codec_type == AVMEDIA_TYPE_VIDEO
+                           ? parameters.width > 0 && parameters.height > 0
+                           : parameters.sample_rate > 0 && parameters.ch_layout.nb_channels > 0;
+  return isKnown && isMedia(stream);
 }
 
 }  // namespace tavrel

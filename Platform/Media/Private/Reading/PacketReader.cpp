@@ -4,14 +4,15 @@
 
 namespace tavrel {
 
-Expected<PacketReader> PacketReader::open(const std::filesystem::path& path, int trackID, bool canSeek) {
-  auto file = openMovieInput(path);
+Expected<PacketReader> PacketReader::open(const std::filesystem::path& path, int trackID,
+                                          const AssetTrack::Access& access) {
+  auto file = openMovieInput(path, access.searchedBytes);
   if (!file) return tl::unexpected(file.error());
   const bool isThere = trackID >= 0 && static_cast<unsigned>(trackID) < (*file)->nb_streams;
   if (!isThere || (!isPlayable(*(*file)->streams[trackID]) && !isSubtitle(*(*file)->streams[trackID]))) {
     return tl::unexpected(unreadableMovie(path, "the track is not there any more", MediaErrorCode::noPlayableTrack));
   }
-  PacketReader reader(std::move(*file), trackID, canSeek);
+  PacketReader reader(std::move(*file), trackID, access);
   for (unsigned i = 0; i < reader.file().nb_streams && !reader.clock_.needsEveryPacket(); ++i) {
     if (static_cast<int>(i) != trackID) reader.file().streams[i]->discard = AVDISCARD_ALL;
   }

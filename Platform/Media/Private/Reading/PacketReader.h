@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "Platform/Foundation/Error.h"
+#include "Platform/Media/AssetTrack.h"
 #include "Platform/Media/Private/Reading/MovieClock.h"
 
 namespace tavrel {
@@ -10,7 +11,7 @@ namespace tavrel {
 /// The packets of one track of a file, with their times on the asset's time line. One thread at a time.
 class PacketReader {
  public:
-  static Expected<PacketReader> open(const std::filesystem::path& path, int trackID, bool canSeek = true);
+  static Expected<PacketReader> open(const std::filesystem::path& path, int trackID, const AssetTrack::Access& access);
 
   enum class Step { packet, otherTrack, end };
   /// One step through the file. At the end, `error()` tells whether it broke off.
@@ -20,7 +21,10 @@ class PacketReader {
   /// Goes to what is decoded at `time`, in units of the track, or before. False where the file does not find it.
   bool seek(std::int64_t time);
   /// False where the file's clock is known to jump: then its places cannot be told from times.
-  bool canSeek() const { return canSeek_ && !clock_.hasJumped(); }
+  bool canSeek() const { return access_.canSeek && !clock_.hasJumped(); }
+
+  /// As it is known by now.
+  AssetTrack::Access access() const { return {canSeek(), access_.searchedBytes}; }
 
   /// Whether the file is made up of several movies; the later ones' times of decoding are none.
   bool isJoined() const { return clock_.isJoined(); }
@@ -32,13 +36,13 @@ class PacketReader {
   AVStream& stream() const { return *file_->streams[trackID_]; }
 
  private:
-  PacketReader(InputFormat file, int trackID, bool canSeek)
-      : file_(std::move(file)), clock_(*file_), trackID_(trackID), canSeek_(canSeek) {}
+  PacketReader(InputFormat file, int trackID, const AssetTrack::Access& access)
+      : file_(std::move(file)), clock_(*file_), trackID_(trackID), access_(access) {}
 
   InputFormat file_;
   MovieClock clock_;
   int trackID_;
-  bool canSeek_;
+  AssetTrack::Access access_;
   int error_ = 0;
 };
 

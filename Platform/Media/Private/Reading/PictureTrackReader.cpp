@@ -59,9 +59,9 @@ SampleTiming timingOf(const AVFrame& picture, const TrackDecoder& decoder) {
 Expected<std::unique_ptr<SampleReader>> PictureTrackReader::open(const std::filesystem::path& path,
                                                                  const AssetTrack& track, const SampleForm& form) {
   using Fields = TrackDecoder::Fields;
-  auto decoder = TrackDecoder::open(
-      path, track.trackID(),
-      {.fields = form.keepsFields ? Fields::kept : Fields::deinterlaced, .canSeek = track.canSeek()});
+  auto decoder =
+      TrackDecoder::open(path, track.trackID(),
+                         {.fields = form.keepsFields ? Fields::kept : Fields::deinterlaced, .access = track.access()});
   if (!decoder) return tl::unexpected(decoder.error());
   return std::unique_ptr<SampleReader>(new PictureTrackReader(std::move(*decoder), form));
 }

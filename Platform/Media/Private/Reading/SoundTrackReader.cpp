@@ -40,7 +40,7 @@ Expected<std::shared_ptr<SampleBuffer>> cutToRange(const std::shared_ptr<SampleB
 
 Expected<std::unique_ptr<SampleReader>> SoundTrackReader::open(const std::filesystem::path& path,
                                                                const AssetTrack& track, const AudioFormat& format) {
-  auto decoder = TrackDecoder::open(path, track.trackID(), {.canSeek = track.canSeek()});
+  auto decoder = TrackDecoder::open(path, track.trackID(), {.access = track.access()});
   if (!decoder) return tl::unexpected(decoder.error());
   return std::unique_ptr<SampleReader>(new SoundTrackReader(std::move(*decoder), format));
 }

@@ -67,7 +67,7 @@ std::shared_ptr<const FormatDescription> storedFormatOf(const AVStream& stream, 
 
 Expected<std::unique_ptr<SampleReader>> StoredTrackReader::open(const std::filesystem::path& path,
                                                                 const AssetTrack& track) {
-  auto packets = PacketReader::open(path, track.trackID(), track.canSeek());
+  auto packets = PacketReader::open(path, track.trackID(), track.access());
   if (!packets) return tl::unexpected(packets.error());
   if (packets->isJoined() && packets->stream().codecpar->video_delay > 0) {
     return failure(MediaErrorCode::unsupportedFormat,
@@ -204,7 +204,7 @@ Expected<void> StoredTrackReader::seek(const MediaTimeRange& range, bool) {
   const MediaTime target = isBroadcast() ? range.start - kLead : range.start;
   const bool isSought = target > MediaTime::zero() && format_->mediaType != MediaType::subtitle;
   if (isSought && packets_->seek(unitsOf(target, stream.time_base))) return {};
-  auto packets = PacketReader::open(path_, stream.index, packets_->canSeek());
+  auto packets = PacketReader::open(path_, stream.index, packets_->access());
   if (!packets) return tl::unexpected(packets.error());
   packets_.emplace(std::move(*packets));
   expectCut();

@@ -34,7 +34,7 @@ Expected<std::unique_ptr<TrackDecoder>> TrackDecoder::open(const std::filesystem
 }
 
 Expected<void> TrackDecoder::openFile(int trackID) {
-  auto packets = PacketReader::open(path_, trackID, options_.canSeek);
+  auto packets = PacketReader::open(path_, trackID, options_.access);
   if (!packets) return tl::unexpected(packets.error());
   packets_.emplace(std::move(*packets));
   return {};

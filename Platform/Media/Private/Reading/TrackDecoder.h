@@ -23,7 +23,7 @@ class TrackDecoder {
   struct Options {
     Alpha alpha = Alpha::leftOut;
     Fields fields = Fields::deinterlaced;
-    bool canSeek = true;  ///< false where the file's clock is known to jump
+    AssetTrack::Access access = {};
   };
 
   static Expected<std::unique_ptr<TrackDecoder>> open(const std::filesystem::path& path, int trackID,
