@@ -48,6 +48,7 @@ class TavrelGPUImageFramebufferLease {
   GLuint texture() const { return framebuffer_ ? framebuffer_->texture() : 0; }
   const std::shared_ptr<TavrelGPUImageFramebuffer>& get() const { return framebuffer_; }
   explicit operator bool() const { return framebuffer_ != nullptr; }
+  bool isLocked() const { return isLocked_; }
 
  private:
   std::shared_ptr<TavrelGPUImageFramebuffer> framebuffer_;

@@ -113,7 +113,8 @@ void TavrelGPUImageTwoInputFilter::newFrameReadyAtTime(MediaTime frameTime, Inde
   }
   if (!(state.hasReceivedFirstFrame && state.hasReceivedSecondFrame) && !isOppositeStill) {
     // Until the other one comes, what this one shows may change.
-    if (const auto& first = filter().firstInputFramebuffer) FramebufferContents::draw(*first.get());
+    const auto& first = filter().firstInputFramebuffer;
+    if (first.isLocked()) FramebufferContents::draw(*first.get());
     return;
   }
 
