@@ -174,7 +174,7 @@ bool TavrelGPUImageGaussianBlurFilter::drawsSinglePixels(const GLfloat* vertices
 }
 
 void TavrelGPUImageGaussianBlurFilter::drawSinglePixels(const GLfloat* textureCoordinates) {
-  static const auto locations = std::make_shared<const std::vector<GLint>>(1, 0);
+  static const auto& locations = *new auto(std::make_shared<const std::vector<GLint>>(1, 0));
   Implementation& state = *implementation_;
   const Size size = sizeOfFBO();
   TavrelGPUImageFramebufferLease source = std::move(filter().firstInputFramebuffer);

@@ -38,12 +38,12 @@ class RealTimeClock : public CaptureClock {
 };
 
 std::mutex currentMutex;
-std::shared_ptr<CaptureClock> currentClock;
+std::shared_ptr<CaptureClock>& currentClock = *new std::shared_ptr<CaptureClock>;
 
 }  // namespace
 
 const std::shared_ptr<CaptureClock>& CaptureClock::realTime() {
-  static const std::shared_ptr<CaptureClock> clock = std::make_shared<RealTimeClock>();
+  static const auto& clock = *new std::shared_ptr<CaptureClock>(std::make_shared<RealTimeClock>());
   return clock;
 }
 

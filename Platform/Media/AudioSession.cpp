@@ -15,7 +15,7 @@ constexpr unsigned kKnownOptions =
 }  // namespace
 
 AudioSession& AudioSession::shared() {
-  static AudioSession session;
+  static auto& session = *new AudioSession;
   return session;
 }
 

@@ -39,7 +39,7 @@ struct TavrelDDTTYLogger::Implementation {
 };
 
 const std::shared_ptr<TavrelDDTTYLogger>& TavrelDDTTYLogger::sharedInstance() {
-  static const auto instance = std::make_shared<TavrelDDTTYLogger>(STDERR_FILENO);
+  static const auto& instance = *new auto(std::make_shared<TavrelDDTTYLogger>(STDERR_FILENO));
   return instance;
 }
 

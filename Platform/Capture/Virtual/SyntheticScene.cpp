@@ -86,7 +86,7 @@ std::shared_ptr<BgraPicture> sharedPortrait(const PortraitColors& colors, int wi
   };
   constexpr std::size_t kMostKept = 4;
   static std::mutex mutex;
-  static std::deque<Drawn> latest;
+  static auto& latest = *new std::deque<Drawn>;
   const std::lock_guard lock(mutex);
   for (const Drawn& drawn : latest) {
     const BgraCanvas canvas = drawn.picture->canvas();

@@ -156,7 +156,7 @@ std::shared_ptr<const ColorTransform> kept(std::span<const std::uint8_t> profile
                                            const Make& make) {
   constexpr std::size_t kMostKept = 4;
   static std::mutex mutex;
-  static std::deque<Kept> all;
+  static auto& all = *new std::deque<Kept>;
   if (profile.empty()) return nullptr;
   const std::lock_guard lock(mutex);
   for (const Kept& one : all) {

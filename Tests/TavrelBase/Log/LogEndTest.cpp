@@ -13,6 +13,12 @@
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Support/LogTestSupport.h"
 
+/// Leaves crashes to the handlers that are tested, which do what the thread sanitizer calls unsafe.
+extern "C" const char* __tsan_default_options();  // NOLINT(bugprone-reserved-identifier)
+const char* __tsan_default_options() {            // NOLINT(bugprone-reserved-identifier)
+  return "report_signal_unsafe=0:handle_segv=0:handle_sigfpe=0:handle_sigbus=0:handle_sigill=0:handle_abort=0";
+}
+
 namespace tavrel {
 namespace {
 
