@@ -63,9 +63,7 @@ class Graph {
   Graph& operator=(const Graph&) = delete;
 
   Picture draw(const std::shared_ptr<PixelBuffer>& buffer) {
-    filter_->useNextFrameForImageCapture();
-    input_->processCVPixelBuffer(buffer, true);
-    TavrelRunSynchronouslyOnVideoProcessingQueue([] {});
+    show(buffer);
     const auto image = filter_->newCGImageFromCurrentlyProcessedOutput();
     return image ? pictureOf(*image) : Picture();
   }
