@@ -16,7 +16,7 @@ namespace tavrel {
 
 /// How a file is examined.
 struct AssetOptions {
-  /// Reads the whole file for the tracks' durations if the container does not state them.
+  /// Reads the whole file for what the container does not state: how long tracks are, and which begin late.
   bool prefersPreciseDurationAndTiming = false;
 };
 
