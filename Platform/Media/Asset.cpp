@@ -84,7 +84,7 @@ std::vector<std::string> contentBesideTracksOf(const AVFormatContext& file, cons
     const AVCodecParameters& parameters = *stream.codecpar;
     // Chapters of QuickTime have a track of texts, too, and its times one of their own.
     const bool isOfChapters = file.nb_chapters > 0 && parameters.codec_type == AVMEDIA_TYPE_DATA;
-    if (isSubtitle(stream) || isArtwork(stream)) continue;
+    if (isArtwork(stream)) continue;
     if (parameters.codec_type == AVMEDIA_TYPE_ATTACHMENT) {
       contents.emplace_back("an attachment");
     } else if (parameters.codec_tag == MKTAG('t', 'm', 'c', 'd')) {
@@ -93,7 +93,7 @@ std::vector<std::string> contentBesideTracksOf(const AVFormatContext& file, cons
       contents.push_back(fmt::format("data ({})", codingOf(parameters)));
     } else if (measured.farTracks.contains(stream.index)) {
       contents.push_back(fmt::format("a track that begins too far in the file ({})", codingOf(parameters)));
-    } else if (!isPlayable(stream) && !isOfChapters) {
+    } else if (!isReadable(stream) && !isOfChapters) {
       contents.push_back(fmt::format("a track that cannot be decoded ({})", codingOf(parameters)));
     }
   }
@@ -246,8 +246,9 @@ Expected<void> Asset::readFile() const {
   }
   for (unsigned i = 0; i < (*file)->nb_streams; ++i) {
     AVStream& stream = *(*file)->streams[i];
+    if (measured.farTracks.contains(stream.index)) continue;
     if (isSubtitle(stream)) subtitles_.push_back(trackOf(path_, **file, stream, measured));
-    if (!isPlayable(stream) || measured.farTracks.contains(stream.index)) continue;
+    if (!isPlayable(stream)) continue;
     if (i < measured.lengths.size() && measured.lengths[i] != AV_NOPTS_VALUE) stream.duration = measured.lengths[i];
     measured.headers.widen(stream.index, *stream.codecpar);
     tracks_.push_back(trackOf(path_, **file, stream, measured));

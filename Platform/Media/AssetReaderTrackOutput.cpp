@@ -24,6 +24,9 @@ Expected<std::unique_ptr<SampleReader>> AssetReaderTrackOutput::open(const Asset
   form.isStored = !settings_;
   form.isRandomAccess = supportsRandomAccess();
   if (settings_) {
+    if (mediaType() == MediaType::subtitle) {
+      return failure(MediaErrorCode::invalidSettings, "subtitles are read as they are stored, without settings");
+    }
     if (const auto format = numberFor(*settings_, kPixelBufferPixelFormatTypeKey)) {
       form.pixelFormat = static_cast<PixelFormat>(static_cast<std::uint32_t>(*format));
     }

@@ -27,7 +27,8 @@ class TAVREL_API AssetReaderTrackOutput : public AssetReaderOutput {
   /// `kAudioSampleRateKey`, 1 to 768000 Hz, and `kAudioNumberOfChannelsKey`, 1 to 64 (defaults: the track's). Reading
   /// fails to start with other values. Without settings samples are delivered as stored: compressed packets, or PCM if
   /// the file holds PCM (16-bit, or 32-bit float if deeper). Packets that are decoded but not played have negative
-  /// times and an output time of 0. Tracks of compositions are always decoded.
+  /// times and an output time of 0. Tracks of compositions are always decoded; subtitles never are, and reading them
+  /// with settings fails to start.
   AssetReaderTrackOutput(std::shared_ptr<const AssetTrack> track, const std::optional<Dictionary>& outputSettings);
 
   const std::shared_ptr<const AssetTrack>& track() const { return track_; }

@@ -96,6 +96,31 @@ TEST(Asset, FindsTracksThatBeginLongAfterTheFirst) {
   EXPECT_THAT(asset->contentBesideTracks(), testing::ElementsAre(HasSubstr("too far in the file (mpeg2video)")));
 }
 
+TEST(Asset, FindsSubtitlesThatBeginLongAfterThePictures) {
+  const ReaderFolder folder;
+  const auto film = folder / "a.vob";
+  ASSERT_NO_FATAL_FAILURE(makeMovie(film,
+                                    "-f lavfi -i testsrc2=size=320x240:rate=25:duration=25 -f lavfi -i "
+                                    "sine=sample_rate=48000:duration=25 -c:v mpeg2video -b:v 2M -c:a mp2 OUT"));
+  auto bytes = bytesOf(film);
+  // A packet of a DVD's subtitles, at 13.5 s by the film's clock, which begins at 0.53 s, between two of its packs.
+  constexpr auto kPacket = std::to_array<std::uint8_t>(
+      {0, 0, 1, 0xBD, 0, 19, 0x81, 0x80, 5, 0x21, 0x00, 0x4B, 0x14, 0x31, 0x20, 0, 10, 0, 4, 0, 0, 0, 4, 2, 0xFF});
+  constexpr std::size_t kPack = 2048;
+  bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(bytes.size() / kPack / 2 * kPack), kPacket.begin(),
+               kPacket.end());
+  writeBytes(film, bytes);
+  OpenedReader subtitles(film, MediaType::subtitle, {.prefersPreciseDurationAndTiming = true});
+  const auto samples = subtitles.readAll();
+  ASSERT_EQ(samples.size(), 1U);
+  EXPECT_NEAR(samples[0]->presentationTimeStamp().seconds(), 13.5 - 0.53, 0.001);
+  EXPECT_TRUE(subtitles.asset->contentBesideTracks().empty());
+  const auto decoding = AssetReader::create(subtitles.asset).value();
+  decoding->addOutput(std::make_shared<AssetReaderTrackOutput>(subtitles.output->track()));
+  EXPECT_FALSE(decoding->startReading());
+  EXPECT_THAT(decoding->error()->description, HasSubstr("as they are stored"));
+}
+
 TEST(Asset, SaysWhyAFileIsNoMovie) {
   const ReaderFolder folder;
   const auto text = folder / "text.txt";

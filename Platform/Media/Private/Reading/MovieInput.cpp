@@ -129,4 +129,6 @@ bool isPlayable(const AVStream& stream) {
   return isKnown && isMedia(stream);
 }
 
+bool isReadable(const AVStream& stream) { return isPlayable(stream) || isSubtitle(stream); }
+
 }  // namespace tavrel

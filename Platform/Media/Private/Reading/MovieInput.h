@@ -29,5 +29,7 @@ bool isArtwork(const AVStream& stream);
 bool isMedia(const AVStream& stream);
 /// Media of which enough is known to decode it: what begins late in a file may not have been looked at.
 bool isPlayable(const AVStream& stream);
+/// A track that can be read: playable, or subtitles, which are read as they are stored.
+bool isReadable(const AVStream& stream);
 
 }  // namespace tavrel

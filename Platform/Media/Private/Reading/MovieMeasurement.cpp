@@ -14,10 +14,10 @@ constexpr std::int64_t kFarthestSearch = std::int64_t{64} << 20;
 /// From a track's first packet to what tells how to decode it: as much as is usual at the start of a file.
 constexpr std::int64_t kHeaderSearch = 5'000'000;
 
-std::set<int> playableTracksOf(const AVFormatContext& file) {
+std::set<int> readableTracksOf(const AVFormatContext& file) {
   std::set<int> tracks;
   for (unsigned i = 0; i < file.nb_streams; ++i) {
-    if (isPlayable(*file.streams[i])) tracks.insert(static_cast<int>(i));
+    if (isReadable(*file.streams[i])) tracks.insert(static_cast<int>(i));
   }
   return tracks;
 }
@@ -30,12 +30,12 @@ MovieMeasurement MovieMeasurement::of(AVFormatContext& file) {
   if (isTold && !clock.needsEveryPacket()) return {};
   MovieMeasurement measured;
   std::vector<std::int64_t>& ends = measured.lengths;
-  std::set<int> known = playableTracksOf(file);
+  std::set<int> known = readableTracksOf(file);
   const Packet packet(av_packet_alloc());
   while (packet && av_read_frame(&file, packet.get()) >= 0) {
     const AVStream& stream = *file.streams[packet->stream_index];
     measured.headers.note(*packet, *stream.codecpar);
-    if (isMedia(stream) && known.insert(stream.index).second) {
+    if ((isMedia(stream) || isSubtitle(stream)) && known.insert(stream.index).second) {
       const std::int64_t place = avio_tell(file.pb);
       if (place > kFarthestSearch) {
         measured.farTracks.insert(stream.index);

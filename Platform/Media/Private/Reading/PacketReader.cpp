@@ -9,7 +9,7 @@ Expected<PacketReader> PacketReader::open(const std::filesystem::path& path, int
   auto file = openMovieInput(path, access.searchedBytes);
   if (!file) return tl::unexpected(file.error());
   const bool isThere = trackID >= 0 && static_cast<unsigned>(trackID) < (*file)->nb_streams;
-  if (!isThere || (!isPlayable(*(*file)->streams[trackID]) && !isSubtitle(*(*file)->streams[trackID]))) {
+  if (!isThere || !isReadable(*(*file)->streams[trackID])) {
     return tl::unexpected(unreadableMovie(path, "the track is not there any more", MediaErrorCode::noPlayableTrack));
   }
   PacketReader reader(std::move(*file), trackID, access);
