@@ -49,11 +49,11 @@ class StudioWindowTest : public test::ProgramTest {
 
   /// Records some frames with the key, and returns the movie.
   static std::string record(const RunningStudio& studio) {
+    const std::string before = studio.state()["file"];
     EXPECT_TRUE(RunningStudio::press("r"));
     EXPECT_TRUE(studio.becomes([](const json& now) { return now["recording"] == true && now["written"] >= 8; }));
     EXPECT_TRUE(RunningStudio::press("r"));
-    EXPECT_TRUE(studio.becomes(
-        [](const json& now) { return now["recording"] == false && !now["file"].get<std::string>().empty(); }));
+    EXPECT_TRUE(studio.becomes([&](const json& now) { return now["recording"] == false && now["file"] != before; }));
     return studio.state()["file"];
   }
   /// The last frame of a movie, by another program.

@@ -81,20 +81,24 @@ TEST_F(StudioWindowTest, AStickerLandsInTheMovieWhereItWasDropped) {
   EXPECT_TRUE(studio->becomes([](const json& now) { return now["effects"].empty(); }));
 }
 
-TEST_F(StudioWindowTest, AFileIsDroppedWhereTheMouseIs) {
+TEST_F(StudioWindowTest, AFileIsDroppedWhereItIsLetGo) {
   const auto studio = start();
-  const Point target = studio->onScreen(windowPoint(*studio, {160, 250}));
-  const int x = static_cast<int>(target.x);
-  const int y = static_cast<int>(target.y);
-  ASSERT_TRUE(UIVirtualScreen::xdotool("mousemove " + std::to_string(x) + " " + std::to_string(y)));
   DesktopClient desktop;
-  ASSERT_TRUE(desktop.dropFile(RunningStudio::kTitle, file("red.png"), x, y));
-  ASSERT_TRUE(studio->becomes([](const json& now) { return now["effects"].size() == 1; }));
-  const Rect box = redBox(lastFrame(record(*studio)));
-  EXPECT_NEAR(box.midX(), 160, 2);
-  EXPECT_NEAR(box.midY(), 250, 2);
+  const auto drop = [&](const char* name, Point target) {
+    const Point place = studio->onScreen(windowPoint(*studio, target));
+    return desktop.dropFile(RunningStudio::kTitle, file(name), static_cast<int>(place.x), static_cast<int>(place.y));
+  };
+  for (const Point target : {Point{160, 250}, Point{480, 90}}) {
+    ASSERT_TRUE(drop("red.png", target));
+    ASSERT_TRUE(studio->becomes([](const json& now) { return now["effects"].size() == 1; }));
+    const Rect box = redBox(lastFrame(record(*studio)));
+    EXPECT_NEAR(box.midX(), target.x, 2);
+    EXPECT_NEAR(box.midY(), target.y, 2);
+    ASSERT_TRUE(RunningStudio::press("Delete"));
+    ASSERT_TRUE(studio->becomes([](const json& now) { return now["effects"].empty(); }));
+  }
   std::ofstream(file("notes.txt")) << "no picture";
-  ASSERT_TRUE(desktop.dropFile(RunningStudio::kTitle, file("notes.txt"), x, y));
+  ASSERT_TRUE(drop("notes.txt", {160, 250}));
   EXPECT_TRUE(studio->becomes([](const json& now) {
     return now["isFault"] == true && now["message"].get<std::string>().find("notes.txt") != std::string::npos;
   }));

@@ -98,14 +98,11 @@ void StudioApplication::handle(const SDL_Event& event) {
 void StudioApplication::dropFile(const SDL_Event& event) {
   const std::filesystem::path file = event.drop.file;
   SDL_free(event.drop.file);
-  // SDL tells no place; the mouse is where the file was let go.
-  int x = 0;
-  int y = 0;
-  SDL_GetGlobalMouseState(&x, &y);
   const Point corner = window_->position();
-  const Point mouse = {(x - corner.x + 0.5) * pixelsPerPoint(), (y - corner.y + 0.5) * pixelsPerPoint()};
+  const Point held = drags_.place();
+  const Point inWindow = {(held.x - corner.x + 0.5) * pixelsPerPoint(), (held.y - corner.y + 0.5) * pixelsPerPoint()};
   const Size frame = studio_.effects().frameSize();
-  const Point place = layout().toFrame(mouse, frame, studio_.settings().mirrors);
+  const Point place = layout().toFrame(inWindow, frame, studio_.settings().mirrors);
   const bool isOver = place.x >= 0 && place.y >= 0 && place.x < frame.width && place.y < frame.height;
   studio_.addFile(file, isOver ? std::optional(place) : std::nullopt);
 }

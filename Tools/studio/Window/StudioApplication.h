@@ -7,6 +7,7 @@
 
 #include "Model/Studio.h"
 #include "Panels/StudioPanels.h"
+#include "Window/DragWatch.h"
 #include "Window/PanelInput.h"
 #include "Window/PanelRenderer.h"
 #include "Window/ShownPicture.h"
@@ -39,6 +40,7 @@ class StudioApplication {
   double pixelsPerPoint() const;
 
   const std::unique_ptr<StudioWindow> window_;
+  const DragWatch drags_;
   Studio& studio_;
   std::unique_ptr<PanelRenderer> renderer_;
   std::unique_ptr<WindowTexture> fontTexture_;
