@@ -69,7 +69,8 @@ void Recording::record(const Interruption& interruption) {
   while (!isOver_ && !interruption.isAskedFor()) {
     RunLoop::main().runUntil([this] { return isOver_; }, kStep);
     actOnTime();
-    const double passed = CaptureClock::current()->nowSeconds() - std::min(firstFrameAt_.load(), latestBeginning);
+    const double first = firstFrameAt_;
+    const double passed = CaptureClock::current()->nowSeconds() - (std::isinf(first) ? latestBeginning : first);
     if (options_.duration && passed > *options_.duration + kPatience) isOver_ = true;
     const double fraction = options_.duration ? elapsed_ / *options_.duration : 0;
     progress.show(fraction, fmt::format("{:.1f} s{}", elapsed_.load(), recorder_->isPaused() ? ", paused" : ""));
