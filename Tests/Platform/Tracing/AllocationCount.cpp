@@ -4,9 +4,7 @@
 #include <cstdlib>
 #include <new>
 
-#ifndef __has_feature
-#define __has_feature(name) 0
-#endif
+#include "Support/Sanitizers.h"
 
 namespace {
 
@@ -14,7 +12,7 @@ thread_local std::uint64_t allocations = 0;
 
 }  // namespace
 
-#if defined(__SANITIZE_THREAD__) || __has_feature(thread_sanitizer)
+#if TAVREL_SANITIZES_THREADS
 
 #include <sanitizer/allocator_interface.h>
 

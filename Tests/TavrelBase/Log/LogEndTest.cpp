@@ -12,6 +12,7 @@
 #include "Platform/Foundation/ConsoleLog.h"
 #include "Platform/Foundation/FatalAssertion.h"
 #include "Support/LogTestSupport.h"
+#include "Support/Sanitizers.h"
 
 /// Leaves crashes to the handlers that are tested, which do what the thread sanitizer calls unsafe.
 extern "C" const char* __tsan_default_options();  // NOLINT(bugprone-reserved-identifier)
@@ -84,7 +85,7 @@ struct Way {
 
 template <int signal>
 bool isKilled(int status) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if TAVREL_SANITIZES_ADDRESSES
   // The handler before was the sanitizer's, which reports and ends the process itself.
   if (WIFEXITED(status)) return (signal == SIGSEGV || signal == SIGFPE) && WEXITSTATUS(status) != 0;
 #endif
@@ -228,12 +229,8 @@ void forkAfterLogging() {
   std::exit(0);
 }
 
-#if defined(__SANITIZE_THREAD__)
-constexpr bool kChildrenHaveThreads = false;
-#else
-constexpr bool kChildrenHaveThreads = true;
-#endif
-constexpr const char* kNoThreads = "the thread sanitizer lets no child of a process with threads begin threads";
+constexpr bool kChildrenHaveThreads = TAVREL_SANITIZES_THREADS == 0;
+constexpr const char* kNoThreads = "the thread sanitizer does not support children of processes with threads";
 
 TEST(LogForkTest, AChildOfAProcessThatHasLoggedLogsAndEnds) {
   if (!kChildrenHaveThreads) GTEST_SKIP() << kNoThreads;
