@@ -69,9 +69,8 @@ OpenedReader::OpenedReader(const std::filesystem::path& file, MediaType mediaTyp
     ADD_FAILURE() << "no such track in " << file;
     return;
   }
-  output = mediaType == MediaType::subtitle
-               ? std::make_shared<AssetReaderTrackOutput>(tracks.front(), std::nullopt)
-               : std::make_shared<AssetReaderTrackOutput>(tracks.front());
+  output = mediaType == MediaType::subtitle ? std::make_shared<AssetReaderTrackOutput>(tracks.front(), std::nullopt)
+                                            : std::make_shared<AssetReaderTrackOutput>(tracks.front());
   reader->addOutput(output);
   EXPECT_TRUE(reader->startReading());
 }
