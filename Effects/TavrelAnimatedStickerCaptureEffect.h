@@ -10,6 +10,7 @@
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Geometry.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -91,7 +92,7 @@ class TAVREL_API TavrelAnimatedStickerCaptureEffect : public TavrelCaptureEffect
   explicit TavrelAnimatedStickerCaptureEffect(std::unique_ptr<Implementation> implementation);
   TavrelAnimatedStickerCaptureEffect(const TavrelAnimatedStickerCaptureEffect& source);
 
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -11,6 +11,7 @@
 #include "Effects/TavrelObject.h"
 #include "Platform/Foundation/Finite.h"
 #include "Platform/Foundation/Geometry.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Media/MediaTime.h"
 
 namespace tavrel {
@@ -100,7 +101,7 @@ class TAVREL_API TavrelCaptureEffect : public TavrelObject {
 
  private:
   struct Implementation;
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

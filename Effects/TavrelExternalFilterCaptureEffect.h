@@ -2,6 +2,7 @@
 
 #include "Effects/TavrelCaptureEffect.h"
 #include "Effects/TavrelExternalFilter.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -25,7 +26,7 @@ class TAVREL_API TavrelExternalFilterCaptureEffect : public TavrelCaptureEffect 
 
  private:
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Effects/TavrelCaptureEffect.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -28,7 +29,7 @@ class TAVREL_API TavrelFaceBeautyCaptureEffect : public TavrelCaptureEffect {
 
  private:
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "Effects/TavrelCaptureEffect.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -27,7 +28,7 @@ class TAVREL_API TavrelFilterCaptureEffect : public TavrelCaptureEffect {
 
  private:
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -2,6 +2,7 @@
 
 #include "Effects/TavrelCaptureEffect.h"
 #include "Platform/Foundation/Geometry.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Imaging/Image.h"
 
 namespace tavrel {
@@ -31,7 +32,7 @@ class TAVREL_API TavrelImageStickerCaptureEffect : public TavrelCaptureEffect {
 
  private:
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -2,6 +2,7 @@
 
 #include "Effects/TavrelCaptureEffect.h"
 #include "GPUImage/Filters/TavrelLookupTable.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Imaging/Image.h"
 
 namespace tavrel {
@@ -28,7 +29,7 @@ class TAVREL_API TavrelLUTFilterCaptureEffect : public TavrelCaptureEffect {
 
  private:
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -2,11 +2,11 @@
 
 #include <any>
 #include <map>
-#include <memory>
 #include <string>
 #include <string_view>
 
 #include "Platform/Foundation/KeyValueObserving.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -31,7 +31,7 @@ class TAVREL_API TavrelObject : public KeyValueObserving {
 
  private:
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

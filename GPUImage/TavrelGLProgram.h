@@ -4,11 +4,11 @@
 
 #include <concepts>
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <string_view>
 
 #include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -67,7 +67,7 @@ class TAVREL_API TavrelGLProgram {
   static Source readSource(const std::filesystem::path& name, const char* extension);
 
   struct Implementation;
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -7,6 +7,7 @@
 #include "GPUImage/TavrelGPUTextureOptions.h"
 #include "Platform/Foundation/Export.h"
 #include "Platform/Foundation/Geometry.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Graphics/PixelBuffer.h"
 #include "Platform/Graphics/TextureCache.h"
 #include "Platform/Imaging/Image.h"
@@ -94,7 +95,7 @@ class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this
   void destroyFramebuffer();
   std::shared_ptr<Image> newDeepImage();
   bool ownsPixelBuffer() const;
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 /// Release callbacks of the images' data providers: the first frees `data`; the second ends the image's hold on the

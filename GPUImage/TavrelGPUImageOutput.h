@@ -9,6 +9,7 @@
 #include "GPUImage/TavrelGPUTextureOptions.h"
 #include "Platform/Foundation/Export.h"
 #include "Platform/Foundation/Geometry.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Imaging/Image.h"
 #include "Platform/Media/MediaTime.h"
 
@@ -133,7 +134,7 @@ class TAVREL_API TavrelGPUImageOutput : public std::enable_shared_from_this<Tavr
 
  private:
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -15,6 +15,7 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Export.h"
 #include "Platform/Foundation/Geometry.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Imaging/DataProvider.h"
 #include "Platform/Imaging/Image.h"
 #include "Utiils/FLWeakProxy.h"
@@ -156,7 +157,7 @@ class TAVREL_API TavrelAnimatedImage : public std::enable_shared_from_this<Tavre
   void performAfterDelay(std::chrono::nanoseconds delay, std::function<void(TavrelAnimatedImage&)> call);
   void runDelayedCall(std::uint64_t number, const std::function<void(TavrelAnimatedImage&)>& call);
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

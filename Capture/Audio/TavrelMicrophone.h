@@ -8,6 +8,7 @@
 #include "Platform/Capture/CaptureAudioDataOutput.h"
 #include "Platform/Capture/CaptureSession.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Media/SampleBuffer.h"
 
 namespace tavrel {
@@ -76,7 +77,7 @@ class TAVREL_API TavrelMicrophone : public CaptureAudioDataOutputSampleBufferDel
   Expected<void> setupSession(const std::string& deviceID);
   void addObservers();
 
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

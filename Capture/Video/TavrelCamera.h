@@ -11,6 +11,7 @@
 #include "Capture/Video/TavrelSampleBufferDelegateProxyDelegate.h"
 #include "Platform/Capture/CaptureDeviceFormat.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -206,7 +207,7 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
 
   explicit TavrelCamera(const TavrelCameraConfiguration& configuration);
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/UI/AnimationGroup.h"
 #include "Platform/UI/View.h"
 
@@ -28,7 +29,7 @@ class TAVREL_API TavrelCAAnimation : public AnimationDelegate {
 
  private:
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 /// Shrinks from 1.8 times the size to the size while fading out, within 0.3 s, and stays at the end.
@@ -59,7 +60,7 @@ class TAVREL_API TavrelFocusView : public View, public TavrelCAAnimationDelegate
 
  private:
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

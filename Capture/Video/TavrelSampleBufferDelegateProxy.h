@@ -4,6 +4,7 @@
 
 #include "Capture/Video/TavrelSampleBufferDelegateProxyDelegate.h"
 #include "Platform/Capture/CaptureVideoDataOutput.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -23,7 +24,7 @@ class TAVREL_API TavrelSampleBufferDelegateProxy : public CaptureVideoDataOutput
 
  private:
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -12,6 +12,7 @@
 #include "GPUImage/TavrelGPUImageInput.h"
 #include "Platform/Foundation/Dictionary.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Media/AssetWriter.h"
 
 namespace tavrel {
@@ -147,7 +148,7 @@ class TAVREL_API TavrelGPUImageMovieWriter : public TavrelGPUImageInput,
 
  private:
   struct Implementation;
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

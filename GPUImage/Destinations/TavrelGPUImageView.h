@@ -8,6 +8,7 @@
 #include "GPUImage/Destinations/TavrelGPUImageFillMode.h"
 #include "GPUImage/TavrelGPUImageInput.h"
 #include "GPUImage/TavrelGPUImageRotationMode.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/UI/DrawableLayer.h"
 #include "Platform/UI/View.h"
 
@@ -77,7 +78,7 @@ class TAVREL_API TavrelGPUImageView : public View, public TavrelGPUImageInput {
   void recreateDisplayFramebuffer();
   void refreshBoundsForBackgroundThread();
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "GPUImage/Filters/TavrelGPUImageTwoInputFilter.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -22,7 +23,7 @@ class TAVREL_API TavrelGPUImageAlphaBlendFilter : public TavrelGPUImageTwoInputF
 
  private:
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -2,6 +2,7 @@
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
 #include "GPUImage/Filters/TavrelLookupTable.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -26,7 +27,7 @@ class TAVREL_API TavrelGPUImageColorTableFilter : public TavrelGPUImageFilter {
 
  private:
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <array>
-#include <memory>
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -35,7 +35,7 @@ class TAVREL_API TavrelGPUImageCropFilter : public TavrelGPUImageFilter {
  private:
   void calculateCropTextureCoordinates();
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -15,6 +15,7 @@
 #include "GPUImage/TavrelGPUImageOutput.h"
 #include "GPUImage/TavrelGPUImageRotationMode.h"
 #include "Platform/Foundation/Geometry.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -197,7 +198,7 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   void setUniform(GLint uniform, const std::shared_ptr<TavrelGLProgram>& program, UniformSetter setter);
   void setUniform(std::string_view name, UniformSetter setter);
   void runOnVideoProcessingQueue(std::function<void()> work);
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

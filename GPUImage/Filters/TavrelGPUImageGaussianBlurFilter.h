@@ -3,6 +3,7 @@
 #include <string>
 
 #include "GPUImage/Filters/TavrelGPUImageTwoPassTextureSamplingFilter.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -58,7 +59,7 @@ class TAVREL_API TavrelGPUImageGaussianBlurFilter : public TavrelGPUImageTwoPass
   void switchToVertexShader(const std::string& newVertexShader, const std::string& fragmentShader);
 
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "GPUImage/Filters/TavrelGPUImageTwoInputFilter.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -25,7 +26,7 @@ class TAVREL_API TavrelGPUImageLookupFilter : public TavrelGPUImageTwoInputFilte
 
  private:
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

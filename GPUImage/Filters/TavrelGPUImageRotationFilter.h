@@ -1,8 +1,7 @@
 #pragma once
 
-#include <memory>
-
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -23,7 +22,7 @@ class TAVREL_API TavrelGPUImageRotationFilter : public TavrelGPUImageFilter {
 
  private:
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -44,7 +45,7 @@ class TAVREL_API TavrelGPUImageTransformFilter : public TavrelGPUImageFilter {
  private:
   void applyOrthographicMatrix(GLfloat halfHeight);
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

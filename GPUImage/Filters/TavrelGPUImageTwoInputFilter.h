@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -43,7 +44,7 @@ class TAVREL_API TavrelGPUImageTwoInputFilter : public TavrelGPUImageFilter {
 
  private:
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

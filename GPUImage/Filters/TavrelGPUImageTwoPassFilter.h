@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "GPUImage/Filters/TavrelGPUImageFilter.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -44,7 +45,7 @@ class TAVREL_API TavrelGPUImageTwoPassFilter : public TavrelGPUImageFilter {
   void renderPasses(const GLfloat* vertices, const GLfloat* textureCoordinates);
 
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

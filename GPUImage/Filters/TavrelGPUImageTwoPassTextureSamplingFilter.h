@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "GPUImage/Filters/TavrelGPUImageTwoPassFilter.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -33,7 +34,7 @@ class TAVREL_API TavrelGPUImageTwoPassTextureSamplingFilter : public TavrelGPUIm
 
  private:
   struct Implementation;
-  const std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

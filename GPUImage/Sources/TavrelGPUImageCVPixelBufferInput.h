@@ -5,6 +5,7 @@
 
 #include "GPUImage/TavrelGPUImageOutput.h"
 #include "Platform/Dispatch/DispatchSemaphore.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Graphics/PixelBuffer.h"
 #include "Platform/Graphics/TextureCache.h"
 
@@ -37,7 +38,7 @@ class TAVREL_API TavrelGPUImageCVPixelBufferInput : public TavrelGPUImageOutput 
 
   void deliver(const std::shared_ptr<PixelBuffer>& pixelBuffer, MediaTime frameTime);
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

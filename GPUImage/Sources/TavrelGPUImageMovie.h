@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "GPUImage/TavrelGPUImageOutput.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Media/AssetReader.h"
 #include "Platform/Media/PlayerItem.h"
 
@@ -101,7 +102,7 @@ class TAVREL_API TavrelGPUImageMovie : public TavrelGPUImageOutput, public Playe
 
  private:
   struct Implementation;
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

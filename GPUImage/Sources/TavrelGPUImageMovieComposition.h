@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "GPUImage/Sources/TavrelGPUImageMovie.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Media/AudioMix.h"
 #include "Platform/Media/Composition.h"
 #include "Platform/Media/VideoComposition.h"
@@ -31,7 +32,7 @@ class TAVREL_API TavrelGPUImageMovieComposition : public TavrelGPUImageMovie {
 
  private:
   struct Implementation;
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -6,6 +6,7 @@
 
 #include "GPUImage/TavrelGPUImageOutput.h"
 #include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -53,7 +54,7 @@ class TAVREL_API TavrelGPUImagePicture : public TavrelGPUImageOutput {
   void replaceImage(Size size, bool smoothlyScaleOutput, const Upload& uploadPixels);
   void upload(Size textureSize, const TavrelGPUTextureOptions& options, GLenum format, const void* pixels);
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

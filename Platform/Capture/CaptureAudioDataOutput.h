@@ -5,6 +5,7 @@
 
 #include "Platform/Capture/CaptureOutput.h"
 #include "Platform/Dispatch/DispatchQueue.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Media/SampleBuffer.h"
 
 namespace tavrel {
@@ -48,7 +49,7 @@ class TAVREL_API CaptureAudioDataOutput : public CaptureOutput,
   void deliverDrop(const SampleTiming& timing) override;
   void deliveryEnded() override;
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

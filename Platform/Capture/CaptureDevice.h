@@ -13,6 +13,7 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Export.h"
 #include "Platform/Foundation/Geometry.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Media/MediaTime.h"
 #include "Platform/Media/MediaType.h"
 
@@ -143,7 +144,7 @@ class TAVREL_API CaptureDevice {
 
   explicit CaptureDevice(std::unique_ptr<Implementation> implementation);
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

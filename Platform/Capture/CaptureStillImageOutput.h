@@ -6,6 +6,7 @@
 #include "Platform/Capture/CaptureOutput.h"
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Media/SampleBuffer.h"
 
 namespace tavrel {
@@ -37,7 +38,7 @@ class TAVREL_API CaptureStillImageOutput : public CaptureOutput,
   void deliverDrop(const SampleTiming& timing) override;
   void deliveryEnded() override;
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

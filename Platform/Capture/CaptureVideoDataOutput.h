@@ -5,6 +5,7 @@
 
 #include "Platform/Capture/CaptureOutput.h"
 #include "Platform/Dispatch/DispatchQueue.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Media/SampleBuffer.h"
 
 namespace tavrel {
@@ -64,7 +65,7 @@ class TAVREL_API CaptureVideoDataOutput : public CaptureOutput,
   void deliveryEnded() override;
   void reportDrop(const SampleTiming& timing, CaptureDroppedFrameReason reason);
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

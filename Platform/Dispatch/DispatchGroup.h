@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "Platform/Dispatch/DispatchQueue.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -28,7 +29,7 @@ class TAVREL_API DispatchGroup {
 
  private:
   struct Implementation;
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

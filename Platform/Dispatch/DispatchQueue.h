@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -130,7 +131,7 @@ class TAVREL_API DispatchQueue : public std::enable_shared_from_this<DispatchQue
   void syncErased(void (*function)(void*), void* context);
   bool trySyncErased(std::chrono::nanoseconds patience, void (*function)(void*), void* context);
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

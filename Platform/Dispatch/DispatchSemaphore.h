@@ -1,9 +1,9 @@
 #pragma once
 
 #include <chrono>
-#include <memory>
 
 #include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -28,7 +28,7 @@ class TAVREL_API DispatchSemaphore {
 
   bool waitHolding(std::chrono::nanoseconds timeout);
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -2,12 +2,12 @@
 
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -42,7 +42,7 @@ class TAVREL_API KeyValueObserving {
 
  private:
   struct Implementation;
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

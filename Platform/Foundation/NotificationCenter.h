@@ -2,11 +2,11 @@
 
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 #include <string_view>
 
 #include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -36,7 +36,7 @@ class TAVREL_API NotificationCenter {
 
  private:
   struct Implementation;
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -61,7 +61,7 @@ class TAVREL_API GraphicsDisplay {
   GraphicsDisplay(void* adoptedDisplay, void* shareContext);
   ~GraphicsDisplay() = delete;
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -10,6 +10,7 @@
 
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Graphics/PixelBufferAttachments.h"
 #include "Platform/Graphics/PixelBufferSnapshot.h"
 #include "Platform/Graphics/PixelFormat.h"
@@ -131,7 +132,7 @@ class TAVREL_API PixelBuffer {
   void setPlanes(std::unique_ptr<PixelBuffer> planes);
   void prepareForReuse();
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

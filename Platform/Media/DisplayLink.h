@@ -6,6 +6,7 @@
 
 #include "Platform/Dispatch/DispatchTimer.h"
 #include "Platform/Foundation/Export.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -44,7 +45,7 @@ class TAVREL_API DisplayLink {
   explicit DisplayLink(Callback callback);
   void tick();
   struct State;
-  const std::unique_ptr<State> state_;
+  const Pimpl<State> state_;
 };
 
 }  // namespace tavrel

@@ -6,6 +6,7 @@
 
 #include "Platform/Dispatch/DispatchQueue.h"
 #include "Platform/Foundation/Dictionary.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Media/Asset.h"
 
 namespace tavrel {
@@ -49,7 +50,7 @@ class TAVREL_API PlayerItem {
  private:
   const std::shared_ptr<const Asset> asset_;
   struct State;
-  const std::unique_ptr<State> state_;
+  const Pimpl<State> state_;
 };
 
 /// Delivers the frames of a player item's first video track, some of them decoded ahead on its own thread. Any thread.
@@ -83,7 +84,7 @@ class TAVREL_API PlayerItemVideoOutput : public std::enable_shared_from_this<Pla
   void decodeStep(const std::shared_ptr<Decoding>& decoding);
   void noteNewPictures();
   struct State;
-  const std::unique_ptr<State> state_;
+  const Pimpl<State> state_;
 };
 
 }  // namespace tavrel

@@ -6,6 +6,7 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Export.h"
 #include "Platform/Foundation/Geometry.h"
+#include "Platform/Foundation/Pimpl.h"
 #include "Platform/Imaging/Image.h"
 #include "Platform/UI/Color.h"
 
@@ -36,7 +37,7 @@ class TAVREL_API Compositor {
 
  private:
   struct Implementation;
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 
+#include "Platform/Foundation/Pimpl.h"
 #include "TavrelBase/Log/TavrelDDLogger.h"
 
 namespace tavrel {
@@ -40,7 +41,7 @@ class TAVREL_API TavrelDDAbstractLogger : public TavrelDDLogger {
  private:
   struct Implementation;
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

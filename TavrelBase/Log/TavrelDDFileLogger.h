@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Foundation/Pimpl.h"
 #include "TavrelBase/Log/TavrelDDAbstractLogger.h"
 #include "TavrelBase/Log/TavrelDDLogFileManagerDefault.h"
 
@@ -86,7 +87,7 @@ class TAVREL_API TavrelDDFileLogger : public TavrelDDAbstractLogger,
   void startRollingTimer();
 
   const std::shared_ptr<TavrelDDLogFileManager> logFileManager_;
-  std::unique_ptr<State> state_;
+  const Pimpl<State> state_;
 };
 
 }  // namespace tavrel

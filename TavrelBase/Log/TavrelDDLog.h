@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/Foundation/Pimpl.h"
 #include "TavrelBase/Log/TavrelDDLogClass.h"
 #include "TavrelBase/Log/TavrelDDLogMessage.h"
 #include "TavrelBase/Log/TavrelDDLogger.h"
@@ -99,7 +100,7 @@ class TAVREL_API TavrelDDLog {
   /// `addLogger`, but without starting a thread before the first record.
   static void addLoggerAtFirstRecord(std::shared_ptr<TavrelDDLogger> logger, unsigned level);
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 
+#include "Platform/Foundation/Pimpl.h"
 #include "TavrelBase/Log/TavrelDDLogFileManager.h"
 
 namespace tavrel {
@@ -57,7 +58,7 @@ class TAVREL_API TavrelDDLogFileManagerDefault : public TavrelDDLogFileManager,
 
   struct Implementation;
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

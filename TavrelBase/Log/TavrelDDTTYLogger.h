@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "Platform/Foundation/Pimpl.h"
 #include "TavrelBase/Log/TavrelDDAbstractLogger.h"
 
 namespace tavrel {
@@ -34,7 +35,7 @@ class TAVREL_API TavrelDDTTYLogger : public TavrelDDAbstractLogger {
  private:
   struct Implementation;
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

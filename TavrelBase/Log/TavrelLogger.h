@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "Platform/Foundation/Pimpl.h"
 #include "TavrelBase/Log/LogCall.h"
 #include "TavrelBase/Log/TavrelDDFileLogger.h"
 #include "TavrelBase/Log/TavrelDDTTYLogger.h"
@@ -41,7 +42,7 @@ class TAVREL_API TavrelLogger {
 
   TavrelLogger();
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "Platform/Capture/Virtual/VirtualSound.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -21,7 +22,7 @@ class TAVREL_API FileSound : public VirtualSound {
   struct Implementation;
   explicit FileSound(std::unique_ptr<Implementation> implementation);
 
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel

@@ -2,10 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <optional>
 
 #include "Platform/Capture/Virtual/VirtualScene.h"
+#include "Platform/Foundation/Pimpl.h"
 
 namespace tavrel {
 
@@ -39,7 +39,7 @@ class TAVREL_API SyntheticScene : public VirtualScene {
 
  private:
   struct Implementation;
-  std::unique_ptr<Implementation> implementation_;
+  const Pimpl<Implementation> implementation_;
 };
 
 }  // namespace tavrel
