@@ -23,8 +23,8 @@ class TavrelGPUImageFramebufferCache;
 
 /// How filters bring an input to another size.
 struct TavrelGPUImageScaling {
-  bool enlargesByBicubic = false;  ///< more than twice: Keys's, a = -0.5; else linearly
-  bool worksInLight = false;       ///< that, and to less than 2/3, on linear light, where textures can be deep
+  bool enlargesByBicubic = false;  ///< to more than twice the size, by Keys's kernel, a = -0.5; else linearly
+  bool worksInLight = false;       ///< for that, and reducing below 2/3: linear light, if textures can be deep
   bool operator==(const TavrelGPUImageScaling&) const = default;
 };
 
@@ -61,10 +61,11 @@ class TAVREL_API TavrelGPUImageContext : public std::enable_shared_from_this<Tav
   /// The options of textures with 16 bits for each component, which can be rendered to: whole numbers where the driver
   /// has GL_EXT_texture_norm16, else floating-point ones; nothing where it has neither. Any thread.
   static std::optional<TavrelGPUTextureOptions> deepTextureOptions();
-  /// The same for all filters, from their next frame on. Any thread.
+  /// The scaling of all filters, from their next frame on. Any thread.
   static TavrelGPUImageScaling scaling();
   static void setScaling(TavrelGPUImageScaling newValue);
-  /// Filters draw into deep textures, where there are any; movies dither them. False by default. Any thread.
+  /// Whether filters draw into deep textures, if the driver has them; movies dither those to 8 bits. False by default.
+  /// Any thread.
   static bool worksDeep();
   static void setWorksDeep(bool newValue);
   static bool deviceSupportsRedTextures();

@@ -47,7 +47,8 @@ class TAVREL_API TavrelGPUImageFramebuffer : public std::enable_shared_from_this
 
   /// Allocates the texture and, unless `pixels` is null, fills it: rows without padding. Leaves it bound.
   void uploadPicture(GLsizei width, GLsizei height, GLenum format, const void* pixels);
-  /// Another number for each still picture: uploaded, and with counting disabled. 0 for what else may be drawn here.
+  /// A number unique to the contents if they are a still picture: uploaded, with counting disabled. 0 for anything
+  /// else.
   std::uint64_t stillNumber() const;
   /// Restores the options' filters and wrap modes, which an earlier user may have changed. Leaves the texture bound to
   /// texture unit 1.

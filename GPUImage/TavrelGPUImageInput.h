@@ -14,8 +14,8 @@ class TavrelGPUImageFramebuffer;
 /// A consumer of frames: a filter, the preview view, the movie writer.
 ///
 /// For each frame a producer sets the framebuffer and its size at the consumer's slot (`atIndex`), then announces the
-/// frame. A consumer of one's own implements these two; the others say that it has one slot, takes any size, and
-/// does not turn what it gets. Video-processing queue.
+/// frame. Derive from this class and implement these two; by default a consumer has one slot, takes any size and
+/// ignores rotations. Video-processing queue.
 class TAVREL_API TavrelGPUImageInput {
  public:
   virtual ~TavrelGPUImageInput() = default;

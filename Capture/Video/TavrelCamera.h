@@ -138,11 +138,11 @@ class TAVREL_API TavrelCamera : public TavrelSampleBufferDelegateProxyDelegate,
   /// In order of application. The camera shares the effect objects, so that a change of a property shows from the next
   /// frame on. All effects of a camera belong to one thread at a time, as a change of one may read the others.
   CaptureEffects captureEffects() const;
-  /// Takes effect with the next frame if all programs are made with which the driver draws these effects. Otherwise
-  /// frames pass the earlier effects until another thread has made them, which takes software GL up to a second for
-  /// each; what is set meanwhile replaces it. Pictures that are asked for afterwards, and the start, wait for it. No
-  /// frame waits where the driver keeps programs on disk (Mesa does in `XDG_CACHE_HOME`); else, or with its cache
-  /// turned off (`MESA_SHADER_CACHE_DISABLE`), they are made between two frames, of which the latter waits.
+  /// Takes effect with the next frame if all GL programs of these effects are compiled. Otherwise frames pass the
+  /// earlier effects until another thread has compiled them, which takes software GL up to a second for each; effects
+  /// set meanwhile replace these. The start, and snapshots requested afterwards, wait for it. No frame waits if the
+  /// driver keeps programs on disk (Mesa does in `XDG_CACHE_HOME`); otherwise, or with its cache turned off
+  /// (`MESA_SHADER_CACHE_DISABLE`), they are compiled between two frames, the second of which waits.
   void setCaptureEffects(CaptureEffects captureEffects);
   /// Whether frames still pass earlier effects.
   bool isChangingEffects() const;

@@ -7,21 +7,22 @@
 
 namespace tavrel {
 
-/// Makes what comes out of a graph a camera for other programs.
+/// Offers the output of a graph to other programs as a camera.
 ///
 ///     without readers ⇄ read ⇄ paused (readers see the last picture)
 ///            └── the service or the node fails ──▶ without readers ──▶ … (looked for every two seconds)
 ///
-/// Readers get BGRA, NV12 or YUY2, as they ask for; Y Cb Cr is BT.601 of limited range, as webcams send it. Each frame
-/// is drawn to the configured size, with the input rotation applied, once for all readers and only if there is one, and
-/// goes out at once, at the configured rate at most. When the source stalls, the last picture is repeated at that rate.
-/// A reader that stops reading misses pictures and holds nobody up. What a new reader sees first is a new frame.
+/// Readers get BGRA, NV12 or YUY2, whichever they ask for; Y Cb Cr is BT.601 of limited range, as webcams send it. Each
+/// frame is drawn to the configured size, with the input rotation applied, once for all readers and only if there is
+/// one, and goes out at once, at the configured rate at most. When the source stalls, the last picture is repeated at
+/// that rate. A reader that stops reading misses pictures and delays nobody. A new reader's first picture is a new
+/// frame.
 ///
 /// A PipeWire camera serves several readers, in the layout that the first one takes. A loopback node (v4l2loopback)
-/// takes the first layout that it can have, and does not tell who reads: it counts as read by one. Any thread; frames
-/// come on the video-processing queue, handlers are called on the main thread: the readers' when the first one comes
-/// and the last one leaves, and at once if there is one. `sentFrames` counts repetitions, too. `create` fails with
-/// `CaptureErrorCode::invalidConfiguration`, and when there is no such service, node or GL context.
+/// takes the first layout that it supports, and does not tell who reads: it counts as read by one. `sentFrames` counts
+/// repetitions, too. Any thread; but frames come on the video-processing queue, and handlers are called on the main
+/// thread: the readers' when the first one comes and when the last one leaves, and at once if there is one already.
+/// `create` fails with `CaptureErrorCode::invalidConfiguration`, and if there is no such service, node or GL context.
 class TAVREL_API TavrelGPUImageCameraOutput : public TavrelGPUImageInput {
  public:
   struct Configuration {

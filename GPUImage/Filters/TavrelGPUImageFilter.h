@@ -71,17 +71,17 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   std::shared_ptr<Image> newCGImageFromCurrentlyProcessedOutput() override;
 
   using Chain = std::vector<std::shared_ptr<TavrelGPUImageFilter>>;
-  /// Makes the programs with which these filters, connected one after the other, will draw frames of `frameSize`, so
+  /// Compiles the programs with which these filters, connected one after the other, will draw frames of `frameSize`, so
   /// that the first frame need not wait for the driver's compiler, which takes up to a second for each. Call it before
-  /// they are connected so; frames may pass them in another order meanwhile. Filters of an application's class (see
-  /// `allowFusion`) are left out. `sendPictures`, if any, sends the other inputs' pictures. While `areFramesComing` to
-  /// other filters the compiler works beside them, so that they do not wait either. No block of an application is
-  /// called. Returns after it; not on the video-processing queue.
+  /// they are connected in this order; meanwhile frames may pass them in another. Filters of an application's class
+  /// (see `allowFusion`) are left out. `sendPictures`, if any, sends the other inputs' pictures. If `areFramesComing`
+  /// to other filters, the compiler works beside these, so that they need not wait either. Calls no block of an
+  /// application. Returns when done; do not call it on the video-processing queue.
   static void prepareChain(const Chain& filters, Size frameSize, const std::function<void()>& sendPictures,
                            bool areFramesComing);
-  /// Whether `prepareChain` has nothing to make. Compiles nothing.
+  /// Whether `prepareChain` has nothing to compile. Compiles nothing itself.
   static bool isChainPrepared(const Chain& filters, Size frameSize, const std::function<void()>& sendPictures);
-  /// How many programs of several filters were made in this process. Any thread.
+  /// Number of programs of several filters that this process has compiled. Any thread.
   static std::size_t fusedProgramCount();
 
   /// Called with the output size after the input size has changed.
@@ -175,15 +175,15 @@ class TAVREL_API TavrelGPUImageFilter : public TavrelGPUImageOutput, public Tavr
   Size inputSizeUnderOverride(Size size) const;
   /// A locked framebuffer of the output size from the cache, bound for drawing.
   std::shared_ptr<TavrelGPUImageFramebuffer> fetchFramebuffer();
-  /// For the constructor of a class that overrides nothing that draws: its frames may be drawn with other filters' at
-  /// once.
+  /// For the constructor of a class that overrides nothing that draws: allows drawing its frames together with other
+  /// filters', in one pass.
   void allowFusion();
   /// Uses the program of these sources from now on.
   void useFilterProgram(std::string_view vertexShaderString, std::string_view fragmentShaderString);
   /// The location of a uniform of the program. Any thread.
   GLint uniformIndex(std::string_view name) const;
 
-  /// Takes the inputs away, and puts them back when the result goes.
+  /// Removes the inputs; the result's destruction puts them back.
   virtual std::shared_ptr<void> keepInputs();
   /// For the library's own filters.
   Implementation& filter() const { return *implementation_; }

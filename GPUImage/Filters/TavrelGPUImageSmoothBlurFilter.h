@@ -5,9 +5,9 @@
 
 namespace tavrel {
 
-/// Blurs by a Gaussian of any width at a cost that hardly grows with it: the frame is reduced, blurred and enlarged
-/// again, with the variance asked for. Beyond the edges the frame goes on with its outermost pixels. One pair of
-/// programs serves every width. In between, components have 16 bits where the driver can.
+/// Blurs with a Gaussian of any width, at a cost that hardly grows with it: the frame is reduced, blurred and enlarged
+/// again, to the requested variance in total. Edge pixels are repeated beyond the edges. One pair of programs serves
+/// every width. Intermediate frames have 16 bits a component if the driver supports that.
 class TAVREL_API TavrelGPUImageSmoothBlurFilter : public TavrelGPUImageFilter {
  public:
   static constexpr double kLargestSigma = 500;
@@ -26,8 +26,8 @@ class TAVREL_API TavrelGPUImageSmoothBlurFilter : public TavrelGPUImageFilter {
   /// Blurs linear light instead of sRGB's values, where the driver renders to 16 bits; false by default.
   bool worksInLight() const;
   void setWorksInLight(bool newValue);
-  /// By how much the frame is reduced for this sigma, a power of two; frames whose corners lie on multiples of it are
-  /// blurred alike.
+  /// The factor, a power of two, by which the frame is reduced for this sigma. Parts of a frame whose corners lie on
+  /// multiples of it are blurred as in the whole frame.
   static int reductionFor(double sigma);
 
  protected:

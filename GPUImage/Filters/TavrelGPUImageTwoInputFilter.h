@@ -36,7 +36,7 @@ class TAVREL_API TavrelGPUImageTwoInputFilter : public TavrelGPUImageFilter {
 
  protected:
   void scaleInputs(const GLfloat* vertices, const GLfloat* textureCoordinates) override;
-  /// True where the second input is a picture like the first one, and no table.
+  /// Whether the second input is a picture like the first one; false for a table.
   virtual bool scalesSecondInput() const { return false; }
   void bindInputs(const GLfloat* textureCoordinates) override;
   void unlockInputs() override;

@@ -93,9 +93,9 @@ class TAVREL_API TavrelGPUImageMovie : public TavrelGPUImageOutput, public Playe
  protected:
   /// A reader of the video and, for an `audioEncodingTarget`, the audio; nullptr without an asset.
   virtual std::shared_ptr<AssetReader> createAssetReader();
-  /// The settings of a picture output with which the present driver shows pictures soonest: 'BGRA', or where drawing is
-  /// not the processor's work also planes, which go up as they are and become RGB in the first filter's draw. The
-  /// environment variable `TAVREL_MOVIE_PLANES` (0 or 1) chooses otherwise. A delegate then gets planes, too.
+  /// The settings of a video output that are fastest with the present driver: 'BGRA'; on a GPU also planes, which are
+  /// uploaded as they are and converted to RGB in the first filter's draw. The environment variable
+  /// `TAVREL_MOVIE_PLANES` (0 or 1) overrides the choice. A delegate then receives planes, too.
   static Dictionary settingsOfSoonestPictures();
   /// Adds an audio output; its buffers are released as soon as the target has used them.
   void addAudioOutput(AssetReader& reader, std::shared_ptr<AssetReaderOutput> output) const;

@@ -15,13 +15,13 @@ namespace tavrel {
 /// columns (YUY2), or between two columns and rows (NV12).
 enum class CameraFeedFormat { bgra, nv12, yuy2 };
 
-/// A camera that this process is to other programs.
+/// A camera that other programs see and this process feeds.
 ///
 ///     without readers ⇄ read ──service or node fails──▶ failed ──it is back (looked for every two seconds)──▶ …
 ///
-/// Pictures go out at the feed's rate at most, a new one at once. When none comes, the last one is repeated at the
-/// feed's rate. What a reader does not fetch in time, it misses; it holds nobody up. A reader sees nothing before the
-/// first picture. Conversion and output happen on the feed's own thread ("tavrel.feed").
+/// Pictures go out at the feed's rate at most, a new one at once. When none comes, the last one is repeated at that
+/// rate. A reader that does not fetch a picture in time misses it and delays nobody; before the first picture it gets
+/// none. Conversion and output happen on the feed's own thread ("tavrel.feed").
 class CameraFeed {
  public:
   struct Description {
@@ -29,14 +29,14 @@ class CameraFeed {
     int width = 0;     ///< in pixels: even, 2 to 16384
     int height = 0;
     double framesPerSecond = 30;  ///< 1 to 240
-    /// What readers may choose of, best first; a video node takes the first one that it can have. Empty: all, in the
+    /// What readers may choose from, best first; a video node takes the first one that it supports. Empty: all, in the
     /// order that suits the destination's readers.
     std::vector<CameraFeedFormat> formats = {};
   };
-  /// Told on the feed's thread; must not wait for whoever calls the feed.
+  /// Called on the feed's thread; must not wait for a thread that calls the feed.
   struct Events {
     std::function<void(bool hasReaders)> readersChanged;
-    /// The service or the node failed. Looked for again; `readersChanged` tells when it is back.
+    /// The service or the node failed. The feed looks for it again; `readersChanged` tells when it is back.
     std::function<void(const Error& error)> failed;
   };
   struct Counts {
@@ -53,12 +53,12 @@ class CameraFeed {
   CameraFeed() = default;
   CameraFeed(const CameraFeed&) = delete;
   CameraFeed& operator=(const CameraFeed&) = delete;
-  /// Afterwards no event is told any more. Not from an event.
+  /// No event follows. Do not call it in an event.
   virtual ~CameraFeed() = default;
 
-  /// Whether anybody takes pictures; a video node does not tell, and counts as read. Any thread.
+  /// Whether anybody reads; a video node does not tell, and counts as read. Any thread.
   virtual bool hasReaders() const = 0;
-  /// How many take pictures, as far as it is known; a video node counts as one. Any thread.
+  /// Number of readers, as far as it is known; a video node counts as one. Any thread.
   virtual int readerCount() const = 0;
   /// Makes a BGRA picture of the feed's size the latest one. Any thread; returns at once.
   virtual void show(std::shared_ptr<const PixelBufferSnapshot> picture) = 0;

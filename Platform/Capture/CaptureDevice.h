@@ -57,9 +57,9 @@ class TAVREL_API CaptureDevice {
 
   /// Whether the virtual devices are listed because no real one was found, and nobody asked for them.
   static bool hasStandIns();
-  /// Whether the process may use devices of this type: by the permissions of the device nodes, PipeWire's, and
-  /// the portal's answer, which is `restricted` where there is no portal. Virtual
-  /// devices are allowed. `notDetermined` until access was requested.
+  /// Whether the process may use devices of this type: by the permissions of the device nodes, PipeWire's, and the
+  /// portal's answer, which is `restricted` where there is no portal. Virtual devices are allowed. `notDetermined`
+  /// until access was requested.
   static CaptureAuthorizationStatus authorizationStatus(MediaType mediaType);
   /// Requests access. `completion` is called once, on the global queue, after a minute at most if a person is asked.
   /// Having no device does not count as refusal.
@@ -77,8 +77,8 @@ class TAVREL_API CaptureDevice {
   CaptureDevicePosition position() const;
   const std::string& backendName() const;  ///< "virtual", "pipewire", "portal" or "v4l2"
   bool isConnected() const;                ///< false while unplugged
-  /// Hears or shows what this machine makes: a loudspeaker's monitor, a camera that this process is. Used only if
-  /// named.
+  /// Whether it captures what this machine plays or shows: a loudspeaker's monitor, or this process's own camera
+  /// output. Such a device is used only if named.
   bool isLoopback() const;
 
   /// Begins a configuration; locks nest. Fails with `notConnected` while the device is unplugged.
@@ -133,8 +133,8 @@ class TAVREL_API CaptureDevice {
   /// once.
   double videoZoomFactor() const;
   void setVideoZoomFactor(double factor);
-  /// By how much the device leaves it to others to enlarge the middle of its pictures: `videoZoomFactor`, or 1 where it
-  /// has a zoom of its own. `TavrelCamera` does so.
+  /// The zoom that the device leaves to others: `videoZoomFactor`, or 1 if the device zooms itself. `TavrelCamera`
+  /// enlarges the middle of its pictures by it.
   double digitalZoomFactor() const;
 
  private:

@@ -26,8 +26,8 @@ class TAVREL_API GraphicsDisplay {
   /// another display is in use or a headless one is required.
   static bool adopt(void* eglDisplay, void* eglContext = nullptr);
 
-  /// Adopts the EGL display and context that are current on the calling thread: for an application that draws its
-  /// windows by itself, and the library's pictures in them. False without them, too.
+  /// Adopts the EGL display and context that are current on the calling thread, for an application that draws its own
+  /// windows and the library's frames in them. Also false if there are none.
   static bool adoptCurrent();
 
   /// The graphics devices that EGL lists, each as "/dev/dri/renderD128 (virtio-pci)" or "software".

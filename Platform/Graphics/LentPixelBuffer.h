@@ -16,10 +16,10 @@ namespace tavrel {
 
 class LentBacking;
 
-/// Where pixels lie in memory of a device: dma-bufs, in the terms of the kernel's drm_fourcc.h.
+/// Where pixels lie in a device's memory: dma-bufs, in the terms of the kernel's drm_fourcc.h.
 struct DeviceMemory {
   static constexpr std::uint64_t kLinear = 0;
-  /// The device's own arrangement, which nobody has named (DRM_FORMAT_MOD_INVALID).
+  /// An arrangement that only the driver knows (DRM_FORMAT_MOD_INVALID).
   static constexpr std::uint64_t kImplicit = 0x00FFFFFFFFFFFFFF;
 
   struct Part {
@@ -37,29 +37,29 @@ struct DeviceMemory {
   bool operator==(const DeviceMemory&) const = default;
 };
 
-/// A pixel buffer whose picture somebody else writes, such as a camera, in memory of a device that GL textures show in
-/// place. It is handed out again and again, with one picture at a time, and keeps its textures.
+/// A pixel buffer in a device's memory, which a camera, for instance, writes and GL textures show in place. It is lent
+/// again and again, with one picture at a time, and keeps its textures.
 ///
-/// To all it is a 'BGRA' buffer. Nothing is copied until somebody asks for its bytes, which are then made of the
-/// memory, once for each picture; who writes them has them for himself. Pictures in two planes are drawn from those
-/// (`PixelBuffer::planesOf`). All but `lend` and `end`, which are the lender's: any thread.
+/// Its holders see a 'BGRA' buffer. Nothing is copied until one of them asks for the bytes, which are then converted
+/// from the memory, once for each picture; writing them leaves the memory as it is. Pictures in two planes are drawn
+/// from those (`PixelBuffer::planesOf`). Any thread, except `lend` and `end`, which are the lender's.
 class TAVREL_API LentPixelBuffer : public std::enable_shared_from_this<LentPixelBuffer> {
  public:
   struct Picture {
     /// Its pixels, or Y and the pairs of Cb and Cr at half the size.
     std::array<DeviceMemory, 2> planes = {};
     PixelFormat planarFormat = PixelFormat::biPlanar420VideoRange;  ///< of two planes
-    /// Makes the bytes of `layout`, which is opaque 'BGRA' of the picture's size, or that of the planes; false if that
-    /// cannot be done. Any thread; not after `end`. Without it the GPU reads back.
+    /// Writes the bytes of `layout`, which is opaque 'BGRA' of the picture's size, or that of the planes; returns false
+    /// on failure. Called on any thread, but not after `end`. Without it the GPU reads back.
     std::function<bool(const PixelLayout& layout, std::uint8_t* bytes)> read = {};
     bool hasPlanes() const { return planes[1].format != 0; }
   };
 
-  /// The modifiers with which the display takes memory of a format for textures. Empty where it takes none, and as long
-  /// as no display was chosen; `TAVREL_ZERO_COPY=0` turns all off. A display that cannot be asked has `kImplicit`.
+  /// The modifiers with which the display accepts memory of `format` for textures: none if it accepts none, before a
+  /// display was chosen and with `TAVREL_ZERO_COPY=0`; `kImplicit` if the display cannot be asked.
   static std::vector<std::uint64_t> modifiersOf(std::uint32_t format);
 
-  /// Fails where the display does not take the memory.
+  /// Fails if the display does not accept the memory.
   static Expected<std::shared_ptr<LentPixelBuffer>> create(Picture picture);
 
   LentPixelBuffer(const LentPixelBuffer&) = delete;
@@ -68,11 +68,12 @@ class TAVREL_API LentPixelBuffer : public std::enable_shared_from_this<LentPixel
 
   const std::array<DeviceMemory, 2>& planes() const { return planes_; }
 
-  /// The buffer with the picture that is in the memory now, until its last holder lets it go. Not while `isOut`.
+  /// The buffer, with the picture that is in the memory now, lent until its last holder releases it. Do not call it
+  /// while `isOut`.
   std::shared_ptr<PixelBuffer> lend();
-  /// Whether the memory is not to be written: somebody holds the picture, or the GPU has still to read it.
+  /// Whether the memory must not be written: the picture is held, or the GPU has yet to read it.
   bool isOut() const;
-  /// The memory goes away: whoever holds the picture keeps a copy.
+  /// Announces that the memory goes away; holders of the picture keep a copy.
   void end();
 
  private:

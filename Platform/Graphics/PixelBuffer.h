@@ -77,10 +77,11 @@ class TAVREL_API PixelBuffer {
   std::size_t bytesPerRowOfPlane(std::size_t plane) const;
   /// Whether textures show the buffer's memory in place.
   bool sharesMemory() const;
-  /// Whether the memory is somebody else's (`LentPixelBuffer`), who has less to write into as long as this is held.
+  /// Whether the memory is a device's (`LentPixelBuffer`), which has one buffer fewer to write into while this one is
+  /// held.
   bool isLent() const;
-  /// The same picture in the two planes of 4:2:0 in which a camera wrote it, where textures show those in place
-  /// (`LentPixelBuffer`): drawing from them spares making 'BGRA'. It holds `buffer`. nullptr for all others.
+  /// The same picture in the two planes of 4:2:0 in which a camera wrote it, if textures show those in place
+  /// (`LentPixelBuffer`): drawing from them saves the conversion to 'BGRA'. It holds `buffer`. nullptr for all others.
   static std::shared_ptr<PixelBuffer> planesOf(const std::shared_ptr<PixelBuffer>& buffer);
 
   /// Brings the bytes up to date and fixes their address until the matching `unlockBaseAddress`. Locks nest and may be

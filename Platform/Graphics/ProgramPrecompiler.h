@@ -11,7 +11,7 @@
 
 namespace tavrel {
 
-/// A program, and what its machine code depends on besides.
+/// A program, and what else its machine code depends on.
 struct PrecompiledProgram {
   /// As `glTexImage2D` takes it.
   struct Pixels {
@@ -19,7 +19,7 @@ struct PrecompiledProgram {
   };
   struct Texture {
     std::string sampler = {};
-    GLint width = 1, height = 1;  ///< in pixels; their being powers of two matters
+    GLint width = 1, height = 1;  ///< in pixels; drivers tell powers of two apart
     Pixels pixels = {};
     bool givesSinglePixels = false;  ///< else it is sampled linearly
   };
@@ -32,16 +32,16 @@ struct PrecompiledProgram {
 /// Compiles programs ahead of their first use, on a display and a thread of its own.
 ///
 /// A context stands still while its driver turns a shader into machine code, for half a second with software drivers,
-/// and what they make serves for one context only. But drivers keep it on disk, where others find it, so that drawing
-/// in the meantime need not wait. (Mesa's cache is in `XDG_CACHE_HOME` or `MESA_SHADER_CACHE_DIR`, bounded, and proof
-/// against broken files and several processes.)
+/// and the code serves that context only. But drivers keep it on disk, where other contexts find it, so that drawing
+/// need not wait in the meantime. (Mesa's cache is in `XDG_CACHE_HOME` or `MESA_SHADER_CACHE_DIR`, bounded, and safe
+/// against broken files and concurrent processes.)
 class TAVREL_API ProgramPrecompiler {
  public:
   /// Whether the driver of the current context keeps programs.
   static bool isPossible();
-  /// Puts `programs` into the driver's cache, for a target with such pixels; returns after it. Programs that do not
-  /// compile are passed over, as are those that are left after 5 s. Does nothing where there is no second display of
-  /// the same driver. Any thread.
+  /// Compiles `programs` into the driver's cache, for a target with such pixels, and returns when done. Skips programs
+  /// that do not compile, and those that are left after 5 s. Does nothing without a second display of the same driver.
+  /// Any thread.
   static void compile(std::span<const PrecompiledProgram> programs, const PrecompiledProgram::Pixels& target);
 };
 

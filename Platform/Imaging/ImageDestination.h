@@ -14,8 +14,8 @@ namespace tavrel {
 
 /// How an image is written.
 struct ImageEncoding {
-  double quality = 0.92;  ///< 0 to 1; for what loses
-  /// 8 or 16, for PNG, and for AVIF, which has 12 instead; nothing for the image's own.
+  double quality = 0.92;  ///< 0 to 1, for lossy formats
+  /// 8 or 16, for PNG and AVIF (which stores 12 instead of 16); nothing for the image's own.
   std::optional<int> bitsPerComponent = std::nullopt;
   /// Carried to the file; EXIF and XMP are made to say that the pixels are upright. `colorProfile` is that of the
   /// image's colours.

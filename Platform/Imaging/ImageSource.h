@@ -26,14 +26,15 @@ struct ImageProperties {
   std::optional<double> delayTime;
 };
 
-/// What an image that is decoded keeps of its file.
+/// What a decoded image keeps of its file.
 struct ImageDecoding {
   /// 16 bits for each component where the file has more than 8; see `kBitmapPremultipliedRGBA16`.
   bool keepsDepth = false;
-  /// The values as stored, in the colour space of `ImageMetadata::colorProfile`, instead of sRGB, where that is a
-  /// profile of RGB pixels and they are such.
+  /// The values as stored, in the colour space of `ImageMetadata::colorProfile`, instead of sRGB; for RGB pixels with a
+  /// profile of RGB.
   bool keepsColors = false;
-  /// Straight 8-bit colours of a transparent PNG, TIFF or HEIC, which alpha would round; not with `keepsDepth`.
+  /// Straight 8-bit colours of a transparent PNG, TIFF or HEIC, which premultiplying would round; not with
+  /// `keepsDepth`.
   bool keepsStraight = false;
 };
 
@@ -84,7 +85,7 @@ class TAVREL_API ImageSource {
   /// Fails if there is no such image (`noSuchPicture`) or nothing of it can be read (`damagedPicture`). Reading an
   /// animation's frames in order is fastest.
   virtual Expected<std::shared_ptr<Image>> imageAtIndex(std::size_t index) = 0;
-  /// The same with more of what the file has, as far as its format is known to have it.
+  /// The same, keeping what `ImageDecoding` asks for, as far as the format has it.
   virtual Expected<std::shared_ptr<Image>> decodedImage(std::size_t index, const ImageDecoding&) {
     return imageAtIndex(index);
   }

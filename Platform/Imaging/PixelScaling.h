@@ -5,7 +5,7 @@
 
 namespace tavrel {
 
-/// Rows of pixels of four bytes, which somebody else owns.
+/// Rows of pixels of four bytes; borrowed.
 struct PixelRows {
   std::uint8_t* bytes = nullptr;
   std::size_t bytesPerRow = 0;
@@ -13,8 +13,8 @@ struct PixelRows {
   int height = 0;
 };
 
-/// Draws `source`, premultiplied or opaque, over the whole of `target`: what becomes smaller as the mean of the area
-/// that each pixel covers, what becomes larger linearly. Not in place. Any thread.
+/// Scales `source`, premultiplied or opaque, to fill `target`: reduces by averaging the area that each pixel covers,
+/// enlarges linearly. They must not overlap. Any thread.
 void scalePixels(const PixelRows& source, const PixelRows& target);
 
 }  // namespace tavrel

@@ -53,7 +53,7 @@ class TAVREL_API Asset : public std::enable_shared_from_this<Asset> {
   const std::filesystem::path& path() const { return path_; }
   /// The decodable video and audio tracks in the file's order, without cover art. Empty if the file cannot be read.
   virtual std::vector<std::shared_ptr<const AssetTrack>> tracks() const;
-  /// Of subtitles, which are not among `tracks`, all that there are; they can be read as they are stored.
+  /// Subtitle tracks, which are not among `tracks`, are included; they can only be read as stored.
   std::vector<std::shared_ptr<const AssetTrack>> tracksWithMediaType(MediaType mediaType) const;
   /// What the file says about itself, such as title and place, by the keys of MetadataItem.h where it has one of these;
   /// empty for a composition.

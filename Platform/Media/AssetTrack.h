@@ -27,10 +27,10 @@ struct AssetTrackSegment {
 /// A track of a file or composition. Immutable; any thread.
 class TAVREL_API AssetTrack {
  public:
-  /// What a precise look at the file found out about the way to read it.
+  /// How to read the track, as far as examining the whole file has shown.
   struct Access {
-    bool canSeek = true;             ///< false where the file's clock jumps: then no time leads to a place
-    std::int64_t searchedBytes = 0;  ///< how far tracks are searched for; 0 for as far as usual, some 5 MB
+    bool canSeek = true;             ///< false if the file's clock jumps, so that a time identifies no place
+    std::int64_t searchedBytes = 0;  ///< how far to search for tracks; 0 for the usual distance, some 5 MB
   };
 
   struct Properties {

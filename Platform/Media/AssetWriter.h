@@ -49,17 +49,17 @@ class TAVREL_API AssetWriter {
 
   /// The type for the file's extension; nothing unless it is .mov, .mp4, .mkv or .webm.
   static std::optional<std::string> fileTypeOf(const std::filesystem::path& url);
-  /// Whether a file of this type can store samples of `format` without encoding them; of subtitles, be it in another
-  /// coding of texts.
+  /// Whether a file of this type can store samples of `format` without encoding them; texts of subtitles may be
+  /// converted to another format of texts.
   static bool canStore(const FormatDescription& format, std::string_view fileType);
   /// Whether a file of this type can have such a cover beside this metadata.
   static bool canStore(const Artwork& artwork, const std::vector<MetadataItem>& metadata, std::string_view fileType);
-  /// The codings that are usual in files of this type, as values of `kVideoCodecKey` and `kAudioFormatIDKey`: VP9 and
-  /// Opus in WebM, H.264 and AAC elsewhere.
+  /// The usual codecs of files of this type, as values of `kVideoCodecKey` and `kAudioFormatIDKey`: VP9 and Opus in
+  /// WebM, H.264 and AAC elsewhere.
   static std::string usualVideoCodec(std::string_view fileType);
   static std::uint32_t usualAudioFormat(std::string_view fileType);
-  /// The encoders of pictures that open on this machine now, in the order in which they are tried. Opens each of them,
-  /// which takes up to some tenths of a second.
+  /// The video encoders that work on this machine now, in the order in which they are tried. Opens each of them, which
+  /// takes up to some tenths of a second.
   static std::vector<VideoEncoderInfo> videoEncoders();
 
   AssetWriter(const AssetWriter&) = delete;
@@ -88,7 +88,7 @@ class TAVREL_API AssetWriter {
   /// Stored in the file's header, with the creation date unless given. Set before writing starts.
   void setMetadata(std::vector<MetadataItem> metadata);
   std::vector<MetadataItem> metadata() const;
-  /// Set before writing starts. Files that stay fragmented lack them, and covers that the type of file cannot have are
+  /// Set before writing starts. Files that stay fragmented have neither, and a cover that the file type cannot have is
   /// left out.
   void setChapters(std::vector<Chapter> chapters);
   void setArtwork(std::optional<Artwork> artwork);

@@ -30,10 +30,10 @@ class InputPipeline;
 class TAVREL_API AssetWriterInput {
  public:
   /// Without settings, samples are stored as they are: PCM (QuickTime and Matroska) or packets of one codec; the writer
-  /// fails when its file cannot store the first one so. Settings
-  /// (MediaSettings.h) are checked when the input is added to a writer; with them, compressed audio is decoded first.
-  /// Subtitles have no settings and need `sourceFormatHint`, the format of their packets: they are stored as they are,
-  /// and texts in the coding that the file takes. Files that stay fragmented (`setStaysFragmented`) lack them.
+  /// fails if its file cannot store the first one like that. Settings (MediaSettings.h) are checked when the input is
+  /// added to a writer; with them, compressed audio is decoded first. Subtitles have no settings and need
+  /// `sourceFormatHint`, the format of their packets, which are stored as they are; texts are converted to the format
+  /// that the file takes. Files that stay fragmented (`setStaysFragmented`) have no subtitles.
   static std::shared_ptr<AssetWriterInput> create(MediaType mediaType, std::optional<Dictionary> settings,
                                                   std::shared_ptr<const FormatDescription> sourceFormatHint = nullptr);
 

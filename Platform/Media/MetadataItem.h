@@ -32,7 +32,7 @@ struct Chapter {
   std::string title;  ///< UTF-8
 };
 
-/// The picture that stands for a movie where it is not played.
+/// A cover: the picture that represents a movie while it is not played.
 struct Artwork {
   std::string codecName;  ///< "mjpeg" for JPEG, "png"
   Data bytes;             ///< of a file of that kind

@@ -4,10 +4,10 @@
 
 namespace tavrel {
 
-/// An encoder of pictures that this machine has.
+/// A video encoder of this machine.
 struct VideoEncoderInfo {
-  std::string name;   ///< a value of `kVideoEncoderKey`, with its device's node where there may be several
-  std::string codec;  ///< what it makes: a value of `kVideoCodecKey`
+  std::string name;   ///< a value of `kVideoEncoderKey`, with the device's node if there may be several
+  std::string codec;  ///< a value of `kVideoCodecKey`
   bool isHardware = false;
 };
 
